@@ -1,0 +1,17 @@
+# SPDX-License-Identifier: Apache-2.0
+# nq_optional(FOLDER PACKAGES ...): adds the folder when every package is found, else says in one line what is missing.
+function(nq_optional folder)
+  cmake_parse_arguments(arg "" "" "PACKAGES" ${ARGN})
+  set(missing "")
+  foreach(package IN LISTS arg_PACKAGES)
+    find_package(${package} QUIET)
+    if(NOT ${package}_FOUND)
+      list(APPEND missing ${package})
+    endif()
+  endforeach()
+  if(missing)
+    message(STATUS "${folder}/ is left out: ${missing} not found")
+  else()
+    add_subdirectory(${folder})
+  endif()
+endfunction()
