@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: Apache-2.0
+// The GigE Vision remote device module: one camera's register space, control privilege and stream registers.
+#pragma once
+
+#include "gentl/nq_gentl_remote_device.h"
+#include "gev/nq_gev_common.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+class NQGevDataStream;
+class NQGevThreadHeartbeat;
+class NQGevTL;
+struct gevrdmaBufferSettings;
+
+/// The stream capability word of a camera, in host order.
+struct _NQ_STREAM_CAPABILITY
+{
+    unsigned char bytes[4];
+};
+static_assert(sizeof(_NQ_STREAM_CAPABILITY) == 4);
+
+/// A block of the camera that is handed on as it arrives.
+struct buffer_Layout
+{
+    unsigned char bytes[16];
+};
+static_assert(sizeof(buffer_Layout) == 16);
+
+/// The camera as a GenTL port.
+///
+/// Opening takes the control privilege (unless the device is opened read-only), reads the heartbeat timeout and starts
+/// the heartbeat; closing stops it and gives the privilege back. Consumer threads, the heartbeat thread and the message
+/// thread come here at the same time: one exchange with the camera is atomic, a port access of several chunks is not.
+/// The class does not reconnect; the heartbeat notices a lost camera.
+class NQGevRemoteDevice : public GigERDMA::NQGenTLRemoteDevice
+{
+  public:
+    /// `tl` is not owned and outlives the object. `accessMode` is the GenTL open flag: 2 read-only, 3 control,
+    /// 4 exclusive. The record is copied.
+    NQGevRemoteDevice(NQGevTL* tl, const _NQ_GEV_DEVICE_INFO& info, int accessMode,
+                      GigERDMA::NQGenTLModuleBase* parent);
+    ~NQGevRemoteDevice() override;
+    NQGevRemoteDevice(const NQGevRemoteDevice&) = delete;
+    NQGevRemoteDevice& operator=(const NQGevRemoteDevice&) = delete;
+
+    using GigERDMA::NQGenTLModuleBase::GetPortInfo;
+
+    bool IsPortImplemented() override;
+    bool IsEventImplemented(int type) override;
+    GigERDMA::_NQ_GENTL_PORT_INFO GetPortInfo() override;
+    GigERDMA::_NQ_GENTL_XML_INFO GetXMLInfo() override;
+
+    /// The camera's own URLs, read once and then kept; asked for again while none could be read.
+    std::vector<std::string> GetURLList() override;
+
+    /// Reads `*size` bytes of the camera. Up to 4 bytes are one register access in network order, more are memory
+    /// accesses of at most 512 bytes each. Returns -1010 when the camera did not answer all of them; then `buffer` is
+    /// left alone. `*size` is never changed.
+    int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
+
+    /// Writes `*size` bytes to the camera, filled up with zeros to a multiple of 4, in the same portions as ReadPort.
+    int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
+
+    std::string GetId() override;
+    int DoOpen() override;
+    int DoClose() override;
+
+    unsigned int GetStreamChannelCount() override;
+    unsigned int GetMessageChannelCount() override;
+    bool EnableStream(bool on) override;
+
+    /// One register or memory exchange with the camera; false, and a line in the log, when it failed. `swap` reverses
+    /// the bytes of the value between the camera layer (host order) and the caller.
+    bool _gvcpReadReg(unsigned int address, unsigned int* value, bool swap);
+    bool _gvcpWritereg(unsigned int address, unsigned int value, bool swap);
+    bool _gvcpReadMem(unsigned int address, unsigned char* data, int count);
+    bool _gvcpWriteMem(unsigned int address, unsigned char* data, int count);
+
+    /// The UDP port the camera sends its events from, 0 when it cannot be asked.
+    unsigned int GetSourcePort();
+
+    /// Tells the camera where to send its events: a UDP port of this host (0 switches them off) ...
+    bool SetMessagePort(int port);
+
+    /// ... and an IPv4 address of this host, in host order.
+    bool SetMessageAddress(int address);
+
+    bool GetStreachannelCapability(_NQ_STREAM_CAPABILITY* capability);
+
+    /// Fills all of `settings` but `bufferCount` from the camera's settings block; its bytes are 0 when the read fails.
+    bool GetBufferSettings(gevrdmaBufferSettings* settings);
+
+    bool GetbufferLayout(buffer_Layout* layout);
+
+    /// Finds the largest packet, in bytes, that the camera gets through to this host, by letting it send test packets.
+    unsigned int GetMaxSizeMTU(unsigned int unused, unsigned int bufferExtra);
+
+    /// The control state of the camera as a GenTL access status: 0 unknown, 3 no access, 5 open for reading and
+    /// writing.
+    int GetAccessStatus();
+
+    /// This object's own copy of the device record, with what DoOpen added to it.
+    const _NQ_GEV_DEVICE_INFO& GetDeviceInfo() const { return m_info; }
+
+    NQGevDataStream* _findStream(unsigned int index);
+
+  private:
+    bool ReadChunks(unsigned int address, unsigned char* data, int count);
+    bool WriteChunks(unsigned int address, unsigned char* data, int count);
+    unsigned int MeasurePacketSize(unsigned int bufferExtra);
+
+    NQGevTL* m_tl;
+    unsigned long m_handle = 0;
+    int m_accessMode;
+    _NQ_GEV_DEVICE_INFO m_info;
+    std::vector<std::string> m_urls;
+    std::vector<NQGevDataStream*> m_streams;
+    std::unique_ptr<NQGevThreadHeartbeat> m_heartbeat;
+    unsigned int m_register0D3C = 0;
+};
