@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+// The interface module: one adapter address, the cameras found through it and the devices open on it.
+#pragma once
+
+#include "gentl/nq_gentl_interface.h"
+#include "gentl/nq_gentl_module_container.h"
+#include "gev/nq_gev_common.h"
+#include "gige/nq_gev_socket_linux.h"
+
+#include <string>
+#include <vector>
+
+/// Made and owned by the system module. Open, it holds one UDP socket bound to its adapter's address, through which it
+/// looks for cameras (one broadcast per scan) and asks a camera who controls it. The device list is as of the last scan
+/// and keyed by `id`: a scan replaces the entries that answered, erases the others and appends the new ones. Owns the
+/// device modules that the consumer opened; a device that vanishes from the list stays open until it is closed.
+///
+/// All operations may run on any of the consumer's threads. The module mutex guards the list, the selector and the
+/// updating flag, and is never held while a packet is awaited. Scans and probes share the socket without an order: each
+/// takes what it happens to receive and drops what it did not ask for.
+class NQGevInterface : public GigERDMA::NQGenTLInterface
+{
+  public:
+    /// Copies `info` once and for all; `parent` is the system module, not owned.
+    NQGevInterface(const _NQ_GEV_INTERFACE_INFO& info, GigERDMA::NQGenTLModuleBase* parent);
+
+    bool IsPortImplemented() override;
+    bool IsEventImplemented(int type) override;
+    GigERDMA::_NQ_GENTL_PORT_INFO GetPortInfo() override;
+    GigERDMA::_NQ_GENTL_XML_INFO GetXMLInfo() override;
+    std::vector<std::string> GetURLList() override;
+
+    /// Reads one register, or the description at 0x10000; an address matches exactly or not at all.
+    /// GC_ERR_BUFFER_TOO_SMALL when `*size` bytes do not hold the register; GC_ERR_INVALID_ADDRESS where no register
+    /// begins.
+    int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
+
+    /// Writes the selector (4 bytes, unchecked) or, with any value, scans for cameras for 5 s. GC_ERR_ACCESS_DENIED for
+    /// the read-only registers, GC_ERR_INVALID_ADDRESS where no register begins. `*size` is not looked at.
+    int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
+
+    using NQGenTLModuleBase::GetPortInfo;
+
+    std::string GetId() override;
+    int DoOpen() override;
+    int DoClose() override;
+
+    /// The texts of the scan, but for the addresses, which are those of the adapter now.
+    int GetInfo(int command, int* type, void* buffer, unsigned long* size) override;
+
+    int GetNumDevices(unsigned int* count) override;
+    int GetDeviceID(unsigned int index, char* buffer, unsigned long* size) override;
+
+    /// Blocks for `timeout` milliseconds and at most 100 more. Always 0, also when nothing could be sent.
+    int UpdateDeviceList(bool* changed, unsigned long timeout) override;
+
+    /// Asks the open device of that id, or else answers from the list; the access status costs one exchange with the
+    /// camera, of 100 ms at most.
+    int GetDeviceInfo(const char* id, int command, int* type, void* buffer, unsigned long* size) override;
+
+    /// Scans for 2 s when the id is unknown. GC_ERR_ACCESS_DENIED when the camera refuses the access asked for.
+    int OpenDevice(const char* id, int flags, void** handle) override;
+
+    int CloseDevice(void* handle) override;
+
+  private:
+    bool _discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, unsigned long timeout);
+    void _updateDeviceList(const std::vector<_NQ_GEV_DEVICE_INFO>& found, bool* changed);
+    unsigned int _getDeviceAccessStatus(const sockaddr_in* controlAddress, unsigned int interfaceIp,
+                                        unsigned int interfaceMask, unsigned int ipAddress, unsigned int subnetMask);
+    bool _findDeviceInfoByIndex(unsigned int index, _NQ_GEV_DEVICE_INFO& info);
+    bool _findDeviceInfoById(const std::string& id, _NQ_GEV_DEVICE_INFO& info);
+    void _updateDeviceInfoById(const std::string& id, const _NQ_GEV_DEVICE_INFO& info);
+    void _updateDeviceInfoByIndex(unsigned int index, const _NQ_GEV_DEVICE_INFO& info);
+    void _updateDeviceAccessStatus(const std::string& id, unsigned int status);
+    int _getDeviceInfo(const char* id, int command, int* type, void* buffer, unsigned long* size);
+    int _readXML(void* buffer, const unsigned long* size);
+    int _readDeviceRegister(unsigned long address, void* buffer, unsigned long* size);
+    int _readAdapterRegister(unsigned long address, void* buffer, unsigned long* size);
+    void _setUpdating(bool updating);
+
+    std::vector<_NQ_GEV_DEVICE_INFO> m_deviceList;
+    const _NQ_GEV_INTERFACE_INFO m_info;        ///< The system's entry as it was when this module was made.
+    NQGevSocket m_socket;                       ///< The discovery socket; exists while the module is open.
+    GigERDMA::NQGenTLModuleContainer m_devices; ///< The open devices, owned.
+    bool m_updating = false;                    ///< A scan asked for through the port is running.
+    unsigned int m_deviceSelector = 0;          ///< Index into m_deviceList, possibly past its end.
+    unsigned short m_requestId = 1;             ///< Deliberate: nothing uses it, both packets carry the fixed id 1.
+};
