@@ -1,47 +1,64 @@
-/* SPDX-License-Identifier: Apache-2.0
- * What this producer adds to GenTL.h: info commands and the event that tells of a lost or changed camera connection.
- * Usable from C and C++. */
+/* SPDX-License-Identifier: Apache-2.0 */
+/* What this producer offers beyond GenTL 1.5: info commands, one event and its record. Usable from C and C++. */
 #ifndef NQ_GEV_GENTL_H
 #define NQ_GEV_GENTL_H
 
-#include <stdint.h>
+#include "GenTL/GenTL.h"
 
-/* Commands for TLGetInterfaceInfo and IFGetInfo beside INTERFACE_INFO_CMD; all answer with a text. */
+#ifdef __cplusplus
+namespace GenTL
+{
+#endif
+
+/** Commands of TLGetInterfaceInfo and IFGetInfo. All answers are strings. */
 enum NQ_INTERFACE_INFO_CMD_LIST
 {
-    NQ_INTERFACE_INFO_MAC = 0xA000,    /* MAC address as six hexadecimal pairs joined with "-" */
-    NQ_INTERFACE_INFO_IP = 0xA001,     /* IPv4 address, dotted decimal */
-    NQ_INTERFACE_INFO_SUBNET = 0xA002, /* IPv4 netmask, dotted decimal */
-    NQ_INTERFACE_INFO_GATEWAY = 0xA003 /* an empty text: no gateway is known */
+    NQ_INTERFACE_INFO_MAC = 0xA000,    /**< MAC address of the adapter */
+    NQ_INTERFACE_INFO_IP = 0xA001,     /**< IPv4 address */
+    NQ_INTERFACE_INFO_SUBNET = 0xA002, /**< subnet mask */
+    NQ_INTERFACE_INFO_GATEWAY = 0xA003 /**< gateway, always an empty text */
 };
 
-/* Commands for IFGetDeviceInfo and DevGetInfo beside DEVICE_INFO_CMD. IFGetDeviceInfo knows those up to
- * NQ_DEVICE_INFO_IPCONFIG_OPTIONS and only for a device that is not open. Addresses hold the first octet in the most
- * significant byte. */
+/** Commands of IFGetDeviceInfo (up to 0xB005) and DevGetInfo. IPv4 addresses are numbers in host order. */
 enum NQ_DEVICE_INFO_CMD_LIST
 {
-    NQ_DEVICE_INFO_MAC = 0xB000,               /* UINT64, the lower 48 bits */
-    NQ_DEVICE_INFO_IP = 0xB001,                /* UINT32 */
-    NQ_DEVICE_INFO_SUBNET = 0xB002,            /* UINT32 */
-    NQ_DEVICE_INFO_GATEWAY = 0xB003,           /* UINT32 */
-    NQ_DEVICE_INFO_IPCONFIG_CURRENT = 0xB004,  /* UINT32, GigE Vision register 0x0014 */
-    NQ_DEVICE_INFO_IPCONFIG_OPTIONS = 0xB005,  /* UINT32, GigE Vision register 0x0010 */
-    NQ_DEVICE_INFO_PERSISTENT_IP = 0xB006,     /* UINT32 */
-    NQ_DEVICE_INFO_PERSISTENT_SUBNET = 0xB007, /* UINT32 */
-    NQ_DEVICE_INFO_PERSISTENT_GATEWAY = 0xB008 /* UINT32 */
+    NQ_DEVICE_INFO_MAC = 0xB000,               /**< UINT64: MAC address */
+    NQ_DEVICE_INFO_IP = 0xB001,                /**< UINT32: IPv4 address */
+    NQ_DEVICE_INFO_SUBNET = 0xB002,            /**< UINT32: subnet mask */
+    NQ_DEVICE_INFO_GATEWAY = 0xB003,           /**< UINT32: gateway */
+    NQ_DEVICE_INFO_IPCONFIG_CURRENT = 0xB004,  /**< UINT32: IP configuration in use, as in the bootstrap register */
+    NQ_DEVICE_INFO_IPCONFIG_OPTIONS = 0xB005,  /**< UINT32: IP configurations supported */
+    NQ_DEVICE_INFO_PERSISTENT_IP = 0xB006,     /**< UINT32: persistent IPv4 address, read from the camera */
+    NQ_DEVICE_INFO_PERSISTENT_SUBNET = 0xB007, /**< UINT32: persistent subnet mask, read from the camera */
+    NQ_DEVICE_INFO_PERSISTENT_GATEWAY = 0xB008 /**< UINT32: persistent gateway, read from the camera */
 };
 
-/* Event type for GCRegisterEvent on a device handle; EventGetData delivers an NQ_EVENT_DEVICE_CONNECTION_DATA. */
+/** Events of a device module, for GCRegisterEvent. */
 enum NQ_EVENT_TYPE_LIST
 {
-    NQ_EVENT_DEVICE_CONNECTION = 4000
+    NQ_EVENT_DEVICE_CONNECTION = 4000 /**< the host's access to the camera changed */
 };
 
-/* The record of NQ_EVENT_DEVICE_CONNECTION, 260 bytes. */
-typedef struct NQ_EVENT_DEVICE_CONNECTION_DATA
+#pragma pack(push, 1)
+
+/** What EventGetData delivers for NQ_EVENT_DEVICE_CONNECTION, 260 bytes. */
+typedef struct S_NQ_EVENT_DEVICE_CONNECTION
 {
-    int32_t iStatus;     /* DEVICE_ACCESS_STATUS of the camera from now on */
-    char sDeviceID[256]; /* the camera's id, cut to 255 characters and terminated */
+    int32_t Status;      /**< the new access status, a DEVICE_ACCESS_STATUS */
+    char sDeviceID[256]; /**< the device's id, terminated; the bytes behind the terminator have no set value */
 } NQ_EVENT_DEVICE_CONNECTION_DATA;
 
-#endif /* NQ_GEV_GENTL_H */
+#pragma pack(pop)
+
+#ifdef __cplusplus
+static_assert(sizeof(S_NQ_EVENT_DEVICE_CONNECTION) == 260, "the record is delivered byte for byte");
+
+/** Reserved for setting a camera's address. Not implemented: always GC_ERR_NOT_IMPLEMENTED, and needs no GCInitLib. */
+GC_API NQSetIPConfig(void* hInterface, bool dhcp, bool persistent, unsigned int ip, unsigned int subnet,
+                     unsigned int gateway);
+}
+#else
+_Static_assert(sizeof(NQ_EVENT_DEVICE_CONNECTION_DATA) == 260, "the record is delivered byte for byte");
+#endif
+
+#endif

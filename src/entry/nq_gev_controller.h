@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// The controller of this transport, and the one instance behind the exported functions.
+#pragma once
+
+#include "entry/nq_export.h"
+#include "gentl/nq_gentl_controller.h"
+
+#include <memory>
+
+class NQGevTL;
+
+/// Adds the camera access object, through which all modules reach their cameras.
+class NQGevController : public GigERDMA::NQGenTLController
+{
+  public:
+    NQGevController();
+    ~NQGevController() override;
+
+    /// A new NQGevSystem; the caller owns it.
+    GigERDMA::NQGenTLSystem* CreateSystem() override;
+
+    /// 0, or -1001 when the camera layer does not start.
+    int DoInit() override;
+
+    /// Always 0.
+    int DoClose() override;
+
+    /// The camera access object, owned by the controller.
+    NQGevTL* GetTL() const;
+
+    /// The camera access object's type, 0.
+    int GetTLType() const;
+
+  private:
+    std::unique_ptr<NQGevTL> m_pTL;
+};
+
+/// Built when the library is loaded, without a thread and without touching the network; destroyed at unload.
+NQ_EXPORT extern NQGevController g_Controller;
