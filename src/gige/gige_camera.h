@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: Apache-2.0
+// Reliable register and memory access to one camera, and the discovery of cameras by broadcast.
+#pragma once
+
+#include "gige/gige_network.h"
+#include "gige/nqgige_types.h"
+
+#include <memory>
+
+namespace GigETL
+{
+
+class CameraImpl;
+
+/// One opened camera. A request that stays unanswered is repeated once: 200 ms of waiting, the same packet again, 400
+/// ms of waiting. A register request whose answer does not match is made anew, with a new id, up to four times in all.
+///
+/// Every exchange is one critical section under GigETL::lock, across all cameras, so any thread may call; a silent
+/// camera holds up the others for 600 ms, or longer while a camera asks for more time. Failures are NQGigE_RETURN
+/// codes; only running out of memory throws.
+class Camera
+{
+  public:
+    /// `ip`, `port` and `localIP` in host order; the local port is the system's choice. An `ip` of 0 gives a camera in
+    /// broadcast state, which refuses every exchange with NQGigE_NO_CONNECTION.
+    Camera(unsigned int ip, unsigned int port, unsigned int localIP, MULTICAST_MODE mode);
+    ~Camera();
+    Camera(const Camera&) = delete;
+    Camera& operator=(const Camera&) = delete;
+
+    NQGigE_RETURN setGigECameraRegister(unsigned int address, unsigned int value);
+
+    /// Writes the first register and, if that succeeds, the second. The first failure.
+    NQGigE_RETURN setGigECameraRegister(unsigned int address1, unsigned int value1, unsigned int address2,
+                                        unsigned int value2);
+
+    /// Reads one register; `*value` is 0xFFFFFFFF on every failure.
+    NQGigE_RETURN getGigECameraRegister(unsigned int address, unsigned int* value);
+
+    /// Reads two registers; both values are 0 unless both reads succeed. The first failure.
+    NQGigE_RETURN getGigECameraRegister2(unsigned int address1, unsigned int* value1, unsigned int address2,
+                                         unsigned int* value2);
+
+    /// Writes `count` bytes in one exchange without a new attempt on a wrong answer. NQGigE_WRONG_SIZE above 520 bytes.
+    NQGigE_RETURN writeCameraMemory(unsigned int address, unsigned char* data, unsigned int count);
+
+    /// Reads `count` bytes in one exchange. NQGigE_WRONG_SIZE when the answer holds fewer; no answer holds more than
+    /// 536.
+    NQGigE_RETURN readCameraMemory(unsigned int address, unsigned char* data, unsigned int count);
+
+    /// Broadcasts one discovery from `localIP`, calls `callback` for each camera that answers within `timeoutMs`
+    /// milliseconds in all, and keeps a record of each. NQGigE_SUCCESS as soon as any camera is known, an earlier
+    /// discovery's included. Takes no lock: a register exchange on another thread makes it skip answers.
+    static NQGigE_RETURN discoverCameras(unsigned int port, unsigned int localIP, unsigned long timeoutMs,
+                                         NQGigE_CALLBACK callback, void* context);
+
+    /// Forgets every discovered camera. Always NQGigE_SUCCESS.
+    static NQGigE_RETURN shutdownCameras();
+
+    /// Closes the camera's stream channel: 0 to its port and, if that succeeds, to its destination address.
+    NQGigE_RETURN processUnlink();
+
+    /// The status of the acknowledge when its id and code are the expected ones. Else NQGigE_BAD_ACK, after taking at
+    /// most one further datagram that was waiting, unseen, from the network.
+    static NQGigE_RETURN validateAck(Network& network, const Command& ack, unsigned int id, unsigned int code);
+
+    /// The discovered camera with this camera's address, or null. Valid until the next discovery or shutdownCameras().
+    const NQGigE_CAMERA* findByIP_FromCameraNetworkParameter() const;
+
+    /// 32-bit sum of address and port: the same for every opening of one camera.
+    unsigned long handle() const;
+    Network* getNetwork() const;
+    Network* getControlConnection() const;
+    unsigned int getIP() const;
+    unsigned int getLocalIP() const;
+    unsigned int getLocalPort() const;
+    bool isConnected() const;
+
+    int isNetworkInterfaceValid() const;
+    int isNetworkInterfaceValid2() const;
+    unsigned int getInterfaceIP() const;
+    unsigned int getInterfaceSubnetMask() const;
+    int checkBuildNumber(int build) const;
+
+  private:
+    std::unique_ptr<CameraImpl> mImpl;
+    [[maybe_unused]] unsigned int mReserved = 0;
+    [[maybe_unused]] unsigned short mReserved2 = 0;
+};
+
+/// Value of one hexadecimal digit of either case; 0 for any other character.
+unsigned char atohex(char digit);
+
+/// Value of the first four hexadecimal digits; 0 for a text shorter than four.
+unsigned short hexstringtovalue(const char* text);
+
+/// Value of the first two hexadecimal digits.
+unsigned char hextoc(const char* text);
+
+} // namespace GigETL

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+// The cameras that discoveries have found.
+#pragma once
+
+#include "gige/nqgige_types.h"
+
+#include <map>
+#include <mutex>
+
+namespace GigETL
+{
+
+/// Owns one record per IP address (host order) until clear() or the end of the process. Any thread may call.
+class CameraMap
+{
+  public:
+    CameraMap() = default;
+    ~CameraMap();
+    CameraMap(const CameraMap&) = delete;
+    CameraMap& operator=(const CameraMap&) = delete;
+
+    /// Keeps a copy of the record under its address, in place of one that was there. The copy's reserved bytes are 0.
+    void store(const NQGigE_CAMERA& camera);
+
+    /// The record of an address, or null. Valid until it is replaced or the map is cleared.
+    const NQGigE_CAMERA* find(unsigned int ip) const;
+
+    bool empty() const;
+    void clear();
+
+  private:
+    mutable std::mutex mLock;
+    std::map<unsigned int, NQGigE_CAMERA*> mRecords;
+};
+
+extern CameraMap cameras;
+
+} // namespace GigETL

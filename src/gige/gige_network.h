@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: Apache-2.0
+// The UDP endpoint of the camera layer: one socket with a fixed local and a fixed remote address.
+#pragma once
+
+#include "gige/gige_command.h"
+#include "gige/nqgige_types.h"
+
+#include <atomic>
+#include <netinet/in.h>
+#include <sys/time.h>
+
+namespace GigETL
+{
+
+/// Sends and receives Command objects and answers the pending acknowledge by waiting longer. Addresses and ports of the
+/// interface are in host order.
+///
+/// A remote address of 0 at construction puts the object in broadcast state. When the socket cannot be made or bound
+/// the object exists all the same, and getLocalPort() is 0. Has no lock: the users of one object take turns. Nothing
+/// here throws.
+class Network
+{
+  public:
+    /// Makes the socket and binds it; `localPort` 0 lets the system choose.
+    Network(unsigned int remoteIP, unsigned int remotePort, unsigned int localIP, unsigned int localPort);
+    ~Network();
+    Network(const Network&) = delete;
+    Network& operator=(const Network&) = delete;
+
+    /// Body of the constructor.
+    void init(unsigned int remoteIP, unsigned int remotePort, unsigned int localIP, unsigned int localPort);
+
+    /// Sends the current size of the command's buffer to the remote address. NQGigE_NO_CONNECTION without a socket,
+    /// NQGigE_TIMEOUT when sending fails.
+    NQGigE_RETURN sendCommand(const Command& command);
+
+    /// Waits for one datagram and takes it, whoever sent it; bytes of the buffer behind it read as zero. A pending
+    /// acknowledge is taken as a new waiting time, as often as the camera asks. `timeout` is counted down by the time
+    /// spent. The sender's address and port are stored where the pointers are not null. NQGigE_NO_CONNECTION without a
+    /// socket, NQGigE_SOCKET_ERROR when waiting fails, NQGigE_TIMEOUT when nothing came. An empty datagram is a success
+    /// that leaves `command` as it was.
+    NQGigE_RETURN receiveCommand(Command& command, timeval* timeout, unsigned long* senderIP, unsigned int* senderPort);
+
+    /// Sends the command once to 255.255.255.255, at the remote port.
+    NQGigE_RETURN broadcastCommand(const Command& command);
+
+    bool isBroadcasting() const;
+
+    /// The bound address or port, asked from the system when it chose them. 0 when unknown, or when the port could not
+    /// be bound.
+    unsigned int getLocalIP();
+    unsigned int getLocalPort();
+    unsigned int getRemoteIP() const;
+    unsigned int getRemotePort() const;
+
+    /// Sends `size` bytes to the remote address of the Network `network`. Always 0.
+    static int gvcp_send(void* data, int size, void* network);
+
+    /// The IPv4 address of the interface with this kernel index, 0 when there is none.
+    static unsigned int getNetAdapterIP(int index);
+
+    static void initWinsocks();
+    static void printIP(unsigned int ip);
+    static void printMAC(unsigned int upper, unsigned int lower);
+
+    /// Count of living objects.
+    static std::atomic<int> mInstanceCounter;
+
+  private:
+    bool askLocalAddress();
+
+    int mSocket;
+    sockaddr_in mLocal;
+    sockaddr_in mRemote;
+    bool mValid;
+};
+
+} // namespace GigETL

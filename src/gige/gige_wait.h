@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+// Waiting until a socket is readable, with the time accounting of select() and no limit on the descriptor's number.
+#pragma once
+
+#include <sys/time.h>
+
+namespace GigETL
+{
+
+/// A waiting time of `milliseconds`; a negative number gives a time that no wait accepts.
+timeval timevalFromMs(long milliseconds);
+
+/// Waits until `descriptor` is readable or the time is over, and counts `timeout` down by the time spent, to zero when
+/// it is over. A negative descriptor is never readable: the wait lasts its full time. A null `timeout` has no end.
+/// 1 when readable, 0 when the time is over, -1 with errno set on a failure, an invalid time among them.
+int waitReadable(int descriptor, timeval* timeout);
+
+} // namespace GigETL

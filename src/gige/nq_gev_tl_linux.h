@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+// The one object through which the modules reach cameras.
+#pragma once
+
+/// Turns the results of the camera functions into true and false and traces failures. A camera is named by the handle
+/// that CameraOpen() stored. Has no state that changes: any thread may call.
+class NQGevTL
+{
+  public:
+    NQGevTL();
+
+    /// Always true.
+    bool TLInit();
+    void TLClose();
+
+    /// The transport layer type, 0.
+    int TLGetType() const;
+
+    /// Opens the camera at `ip` (host order), always at the standard control port: `port` is ignored.
+    bool CameraOpen(unsigned long* handle, unsigned int ip, unsigned int port);
+    bool CameraClose(unsigned long handle);
+
+    /// Reads or writes one register, byte-reversed with `swap`. A failed read leaves `*value` alone.
+    bool CameraReadRegister(unsigned long handle, unsigned int address, unsigned int* value, bool swap);
+    bool CameraWriteRegister(unsigned long handle, unsigned int address, unsigned int value, bool swap);
+
+    /// Reads at most 536 bytes, or writes at most 520, in one exchange.
+    bool CameraReadMemory(unsigned long handle, unsigned int address, unsigned char* data, int count);
+    bool CameraWriteMemory(unsigned long handle, unsigned int address, unsigned char* data, int count);
+
+  private:
+    int m_tlType;
+};
