@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+// The GigE Vision data stream module: frames come over RDMA, stream registers from the camera.
+#pragma once
+
+#include "gentl/nq_gentl_data_stream.h"
+#include "rdma/rdma_records.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+class GevRdmaEndpoint;
+class NQGevRemoteDevice;
+class NQRMAXThreadAcquisition;
+
+/// One stream of one camera.
+///
+/// A start makes everything anew: endpoint, connection, frame blocks, thread. A stop disconnects and leaves the
+/// endpoint object, and with it the frame blocks that delivered buffers point into, until the next start or the
+/// destructor. The acquisition thread is not joined at a stop, which may run on that very thread; the next start and
+/// the destructor wait for it before anything goes that it could touch.
+///
+/// The consumer's threads call everything but AcquireImage, which belongs to the acquisition thread.
+class NQGevDataStream : public GigERDMA::NQGenTLDataStream
+{
+  public:
+    /// `device` may be null and is not owned; it outlives the stream, as does `parent`. `index` is the stream channel.
+    NQGevDataStream(NQGevRemoteDevice* device, unsigned int index, GigERDMA::NQGenTLModuleBase* parent);
+    ~NQGevDataStream() override;
+    NQGevDataStream(const NQGevDataStream&) = delete;
+    NQGevDataStream& operator=(const NQGevDataStream&) = delete;
+
+    using GigERDMA::NQGenTLModuleBase::GetPortInfo;
+
+    bool IsPortImplemented() override;
+    bool IsEventImplemented(int type) override;
+    GigERDMA::_NQ_GENTL_PORT_INFO GetPortInfo() override;
+    GigERDMA::_NQ_GENTL_XML_INFO GetXMLInfo() override;
+    std::vector<std::string> GetURLList() override;
+
+    /// The virtual register map. Every register is matched at its exact address; values are in the order of the host.
+    int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
+    int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
+
+    std::string GetId() override;
+
+    /// Returns -1014 when the camera has no RDMA stream, -1001 when it cannot be asked.
+    int DoOpen() override;
+    int DoClose() override;
+
+    /// Both arguments are ignored: the camera says how large its frames are, and the buffers are counted anew.
+    int DoStartAcquisition(unsigned int biggestSize, unsigned int count) override;
+    int DoStopAcquisition(int flags) override;
+    int DoRequeueBuffer(void* rdmaId) override;
+
+    /// Asks the camera at every call.
+    int DoGetPayloadsize(int* piType, void* pBuffer, unsigned long* piSize) override;
+
+    /// One pass of the acquisition loop: waits for a frame and delivers it. Returns 0, or -1001 when there was none.
+    int AcquireImage();
+
+  private:
+    friend struct NQGevDataStreamAccess;
+
+    std::shared_ptr<GevRdmaEndpoint> Rdma();
+    void SetRdma(std::shared_ptr<GevRdmaEndpoint> endpoint);
+    bool ConnectRdma();
+    bool StartRdma();
+    void StartThread();
+    void CountFrame(std::uint64_t frameId);
+    int ReadText(void* buffer, unsigned long* size);
+    int ReadStreamInfo32(int command, void* buffer, unsigned long* size);
+    int ReadCounter(const std::atomic<std::uint64_t>& counter, void* buffer, unsigned long* size);
+
+    NQGevRemoteDevice* m_device;
+    std::uint32_t m_mtu = 0;
+    std::atomic<std::uint64_t> m_reservedCount{0};
+    std::uint32_t m_registerValue = 1000;
+    std::uint32_t m_index;
+    std::atomic<std::uint64_t> m_frameLoss{0};
+    std::atomic<std::uint64_t> m_framesReceived{0};
+    std::atomic<std::uint64_t> m_nextFrameId{0};
+    std::atomic<bool> m_connected{false};
+    std::shared_ptr<GevRdmaEndpoint> m_pRdma;
+    std::unique_ptr<NQRMAXThreadAcquisition> m_thread;
+    FrameInfo m_frame{};
+
+    std::mutex
+        m_rdmaLock; // Guards the pointer m_pRdma, so that a requeue during a restart never meets a dead endpoint.
+};

@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: Apache-2.0
+// The host end of one reliable RDMA connection to a camera's stream port, and the flow of frames over it.
+#pragma once
+
+#include "rdma/GenDCBuffer.h"
+#include "rdma/message_queue.h"
+#include "rdma/rdma_records.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include <netinet/in.h>
+#include <pthread.h>
+#include <rdma/rdma_cma.h>
+
+/// One connection, for one acquisition. It is built, connected, started once, torn down and deleted; nothing is reused.
+///
+///     constructed --Init--> connected --StartWorkerThread--> streaming --m_stop--> stopping --DeInit--> torn down
+///                   \-- failure: everything it made is taken down again, false
+///
+/// Any state but "constructed" goes to "torn down" through DeInit. A camera that disconnects, or a work request that
+/// fails, leads to "stopping": the flow ends, and the object waits for DeInit.
+///
+/// The camera is reached at its address on UDP port 4791 (RoCE v2) through librdmacm, port space RDMA_PS_TCP; the host
+/// is the active side. A frame is one SEND of the camera into a posted receive. For each block the host makes available
+/// it sends the ready message; that message waits until an earlier one has completed.
+///
+/// Three threads live here, each until DeInit: the completion thread (from address resolution on), the connection event
+/// thread (from the end of Init) and the worker (from StartWorkerThread). A receive descriptor goes round:
+///
+///     posted --completion thread--> m_frames --GetBuffer--> with the consumer --Requeue*--> m_requeued --worker-->
+///     posted
+///
+/// and a send descriptor alternates between posted and `m_free_sends`. Init, SetBufferSettings,
+/// AllocateAndRegisterMemory and StartWorkerThread run on the starting thread, in this order; GetBuffer, the requeue
+/// calls and DeInit may come from any thread. The object must not be deleted while another thread is inside it.
+class LvEndpoint
+{
+  public:
+    LvEndpoint();
+
+    /// Tears down when still connected. Gives back the frame blocks and, last, the protection domain.
+    ~LvEndpoint();
+    LvEndpoint(const LvEndpoint&) = delete;
+    LvEndpoint& operator=(const LvEndpoint&) = delete;
+
+    /// Connects to `address`, blocking until the camera accepted or refused. Returns false after one line in the log,
+    /// with everything taken down again. Never throws.
+    bool Init(const sockaddr_in* address);
+
+    /// Disconnects, ends the threads and gives back what Init and AllocateAndRegisterMemory made, except the frame
+    /// blocks. Does nothing where there is nothing to undo, so it may be called at any time, again, and from several
+    /// threads at once: all return when the connection is down. Takes at most the 800 ms waits of the threads.
+    void DeInit();
+
+    /// @name Steps of the connection
+    /// Each throws std::runtime_error on failure; only Init calls them.
+    /// @{
+    void Build_context(ibv_context* context);
+    void Build_qp_attr(ibv_qp_init_attr* attributes);
+    void Build_connection(rdma_cm_id* id);
+    void On_addr_resolved(rdma_cm_id* id);
+    void On_route_resolved(rdma_cm_id* id);
+    /// @}
+
+    /// Stops the flow when the event tells of a disconnect; every other event is dropped. On the event thread.
+    void On_cm_event(rdma_cm_event* event);
+    void Cm_event_loop();
+    static void* Cm_event_thread(void* endpoint);
+
+    void SetBufferSettings(gevrdmaBufferSettings& settings);
+
+    /// Makes `bufferCount` frame blocks and as many ready messages, and registers them. A registration that the system
+    /// refuses ends the function silently: the blocks registered until then make up the flow, the others stay out.
+    /// Throws std::bad_alloc, std::length_error.
+    void AllocateAndRegisterMemory();
+
+    /// Starts the worker, which posts every registered receive and then every ready message.
+    /// Throws std::runtime_error.
+    void StartWorkerThread();
+
+    /// Posts work for a registered descriptor. A refusal by the queue pair is not reported: that buffer is lost.
+    void Post_receive(msg_buffer_mem* message);
+    void Post_send(msg_buffer_mem* message);
+
+    void Worker_thread();
+    static void* Worker_thread_helper(void* endpoint);
+
+    void Cq_polling_loop();
+    static void* Cq_polling_thread(void* endpoint);
+
+    /// Hands a completed descriptor to its queue. Returns non-zero when the completion failed and the flow must end.
+    int On_completion(ibv_wc* completion);
+
+    /// Waits without limit for a frame and fills `out`. Returns 0, -1003 when not connected, -1004 when stopped (at the
+    /// latest 800 ms after the stop; a frame that arrived meanwhile is then not delivered).
+    int GetBuffer(gevrdmaBuffer* out);
+
+    /// Gives a frame block back. Returns 0, or -1003 when not connected. Ids that name no registered receive descriptor
+    /// of this endpoint are dropped.
+    int RequeueBuffer(gevrdmaBuffer* buffer);
+    int RequeueBufferByID(void* id);
+
+  private:
+    friend struct LvEndpointAccess;
+
+    void ThrowingConnect(const sockaddr_in* address);
+    void ExpectEvent(rdma_cm_event_type expected, const char* name, bool ackMismatch);
+    void AckEvent();
+    bool ReadCmEvent();
+
+    bool Stopping() const;
+    void LeaveConnection();
+    void JoinThreads();
+    void DestroyQueues();
+    void ReleaseRegions();
+    void DestroyIds();
+
+    bool RegisterBlock(std::uint32_t index);
+    bool RegisterReadyMessage(std::uint32_t index);
+    bool WaitForCompletionEvent();
+    bool DrainCompletions(ibv_cq* queue);
+    bool IsOwnReceive(const void* id) const;
+
+    std::atomic<std::uint8_t> m_stop;
+    rdma_event_channel* m_event_channel;
+    rdma_cm_id* m_cm_id_listener;
+    rdma_cm_id* m_cm_id_connection;
+    ibv_qp* m_qp;
+    ibv_pd* m_pd;
+    ibv_cq* m_cq;
+    ibv_comp_channel* m_comp_channel;
+    pthread_t m_cq_thread;
+    pthread_t m_cm_thread;
+    pthread_t m_worker_thread;
+    gevrdmaBufferSettings m_settings;
+    std::atomic<bool> m_connected;
+    std::unique_ptr<msg_buffer_mem[]> m_recv_msgs;
+    std::unique_ptr<msg_buffer_mem[]> m_send_msgs;
+    MessageQueue m_free_sends;
+    MessageQueue m_frames;
+    MessageQueue m_requeued;
+    rdma_cm_event* m_event; // Not yet acknowledged while set.
+    std::vector<std::unique_ptr<GenDCBuffer>> m_gendc_buffers;
+
+    // Registration goes in array order and stops at the first refusal, so the descriptors in use are the first ones.
+    // The count of receives also publishes the array to the threads that requeue.
+    std::atomic<std::uint32_t> m_receiveCount;
+    std::uint32_t m_sendCount;
+
+    // What ends the threads when no completion does: DeInit sets the flag and writes to the descriptor. `m_stop` alone
+    // would leave them asleep for ever after a connection that never came to flow.
+    std::atomic<bool> m_ending;
+    std::atomic<bool> m_flushExpected;
+    int m_wake;
+    std::mutex m_teardown;
+};
+
+/// Fills connection parameters that no connection uses: rdma_connect is called without any.
+void build_params(rdma_conn_param* params);

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+// A ring of descriptors under one lock.
+#include "rdma/message_queue.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace
+{
+
+constexpr std::chrono::nanoseconds WaitLimit{800000000};
+
+} // namespace
+
+void MessageQueue::Reserve(std::size_t count)
+{
+    const std::lock_guard lock(m_mutex);
+    if (count > m_ring.size())
+    {
+        Grow(count);
+    }
+}
+
+void MessageQueue::Push(msg_buffer_mem* message)
+{
+    const std::lock_guard lock(m_mutex);
+    if (m_count == m_ring.size())
+    {
+        Grow(std::max<std::size_t>(8, m_ring.size() * 2));
+    }
+    m_ring[(m_front + m_count) % m_ring.size()] = message;
+    ++m_count;
+    m_changed.notify_all();
+}
+
+void MessageQueue::WaitUntilDeadline(std::unique_lock<std::mutex>& lock)
+{
+    m_changed.wait_until(lock, std::chrono::steady_clock::now() + WaitLimit);
+}
+
+msg_buffer_mem* MessageQueue::TakeFront()
+{
+    msg_buffer_mem* const message = m_ring[m_front];
+    m_front = (m_front + 1) % m_ring.size();
+    --m_count;
+    return message;
+}
+
+void MessageQueue::Grow(std::size_t capacity)
+{
+    std::vector<msg_buffer_mem*> ring(capacity, nullptr);
+    for (std::size_t index = 0; index < m_count; ++index)
+    {
+        ring[index] = m_ring[(m_front + index) % m_ring.size()];
+    }
+    m_ring.swap(ring);
+    m_front = 0;
+}

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+// The FIFO through which the endpoint's threads pass descriptors.
+#pragma once
+
+#include "rdma/rdma_records.h"
+
+#include <condition_variable>
+#include <cstddef>
+#include <mutex>
+#include <vector>
+
+/// A FIFO of descriptors it does not own, with its own lock. Push and Pop allocate nothing while no more entries are
+/// held than were reserved. Any thread may call anything here; no two queues are ever locked at once.
+class MessageQueue
+{
+  public:
+    MessageQueue() = default;
+    MessageQueue(const MessageQueue&) = delete;
+    MessageQueue& operator=(const MessageQueue&) = delete;
+
+    /// Makes room for `count` entries. Throws std::bad_alloc.
+    void Reserve(std::size_t count);
+
+    /// Appends the entry and wakes every waiter.
+    void Push(msg_buffer_mem* message);
+
+    /// Takes the oldest entry. While there is none, sleeps until a push or a deadline of 800 ms, and asks `stopping()`
+    /// after every wake: a stop flag is set without a notify, so the deadline is what ends such a wait.
+    /// Returns null when `stopping()` was true before the first look or after a wake, even if that wake brought an
+    /// entry.
+    template <typename Stopping>
+    msg_buffer_mem* Pop(Stopping stopping)
+    {
+        std::unique_lock lock(m_mutex);
+        if (stopping())
+        {
+            return nullptr;
+        }
+        while (m_count == 0)
+        {
+            WaitUntilDeadline(lock);
+            if (stopping())
+            {
+                return nullptr;
+            }
+        }
+        return TakeFront();
+    }
+
+  private:
+    friend struct LvEndpointAccess;
+
+    void WaitUntilDeadline(std::unique_lock<std::mutex>& lock);
+    msg_buffer_mem* TakeFront();
+    void Grow(std::size_t capacity);
+
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::vector<msg_buffer_mem*> m_ring;
+    std::size_t m_front = 0;
+    std::size_t m_count = 0;
+};

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+// The facade through which the data stream reaches the RDMA transport.
+#pragma once
+
+#include "rdma/lvEndPoint.h"
+#include "rdma/rdma_records.h"
+
+#include <memory>
+
+#include <netdb.h>
+
+/// Owns one LvEndpoint, resolves the camera's address, and decodes received frames (GenDC: one component, one part).
+///
+/// Connect, Start and Disconnect run on the thread of the start and stop calls, GetNextFrame on the acquisition thread,
+/// the requeue calls on the consumer's threads. It has no lock of its own; the endpoint's queues synchronise.
+class GevRdmaEndpoint
+{
+  public:
+    GevRdmaEndpoint();
+    ~GevRdmaEndpoint();
+    GevRdmaEndpoint(const GevRdmaEndpoint&) = delete;
+    GevRdmaEndpoint& operator=(const GevRdmaEndpoint&) = delete;
+
+    /// Resolves `host` and the UDP port `service`, takes the first address, and connects. One facade connects once.
+    /// Returns false when a connection was tried before, the address is none, or the camera could not be reached.
+    bool Connect(const char* host, const char* service);
+
+    /// Makes and registers the frame blocks and starts the flow. Returns false, disconnected, when that fails.
+    /// The second argument is not read.
+    bool Start(gevrdmaBufferSettings& settings, unsigned int);
+
+    /// Waits for the next frame. All zero when the endpoint stopped or was never connected.
+    gevrdmaBuffer GetBuffer();
+
+    /// Waits for the next frame and decodes it. The pixels are not copied: `info->data` lies in the frame block and is
+    /// good until the handle is requeued, and `info->dataSize` bytes from there lie in the block too.
+    /// Returns false when the endpoint stopped, for an empty frame, and for a frame whose descriptor does not describe
+    /// data inside its block. The block of such a frame stays out of the flow until the endpoint goes.
+    bool GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer);
+
+    bool RequeueBuffer(gevrdmaBuffer& buffer);
+
+    /// Gives the block of a delivered frame back to the camera. False when there is no connection.
+    bool RequeueBufferByID(void* id);
+
+    void Disconnect();
+
+  private:
+    friend struct GevRdmaEndpointAccess;
+
+    struct FreeAddresses
+    {
+        void operator()(addrinfo* list) const { freeaddrinfo(list); }
+    };
+
+    std::unique_ptr<addrinfo, FreeAddresses> m_addresses;
+    std::unique_ptr<LvEndpoint> m_endpoint;
+};
