@@ -1,0 +1,68 @@
+# SPDX-License-Identifier: Apache-2.0
+# shellcheck shell=bash disable=SC2034
+# Shared by the commands of ./run: packages, the build, private networks.
+
+build_packages="g++ cmake ninja-build pkg-config iproute2 libibverbs-dev librdmacm-dev libcli11-dev nlohmann-json3-dev
+    libpng-dev libfmt-dev libzip-dev zlib1g-dev"
+test_packages="libgtest-dev libgmock-dev python3 tshark aravis-tools libaravis-dev libxml2-dev libxml2-utils tcpdump"
+lint_packages="clang clang-format clang-tidy"
+
+fail() {
+    echo "run: $*" >&2
+    exit 1
+}
+
+# Becomes root, by sudo where that is needed, and keeps the arguments of the calling script.
+become_root() {
+    if [ "$(id -u)" != 0 ]; then
+        command -v sudo >/dev/null || fail "this needs root (network namespaces, packages), and there is no sudo"
+        exec sudo --preserve-env=CI "$0" "$@"
+    fi
+}
+
+# install PACKAGE...: installs what is missing with apt-get.
+install() {
+    local missing=() package
+    command -v apt-get >/dev/null ||
+        fail "there is no apt-get here; install by hand: $*"
+    for package in "$@"; do
+        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
+    done
+    [ ${#missing[@]} = 0 ] && return
+    echo "installing ${missing[*]}"
+    export DEBIAN_FRONTEND=noninteractive
+    { apt-get -q update && apt-get -q install -y --no-install-recommends "${missing[@]}"; } >/tmp/nq-apt.log 2>&1 ||
+        fail "apt-get could not install ${missing[*]}; see /tmp/nq-apt.log"
+}
+
+need_namespaces() {
+    unshare --net true 2>/dev/null || fail "no right to make network namespaces here (unshare --net failed)"
+}
+
+need_disk() {
+    local free
+    free=$(df --output=avail -k . | tail -n 1)
+    [ "$free" -gt 2000000 ] || fail "less than 2 GB of disk free in $(pwd)"
+    mkdir -p out 2>/dev/null || fail "cannot write to $(pwd)"
+}
+
+# build FOLDER [CMAKE ARGUMENT...]: configures and builds, and shows the log only when that fails.
+build() {
+    local folder=$1 log
+    shift
+    log=$folder/build.log
+    mkdir -p "$folder"
+    echo "building in $folder"
+    cmake -S . -B "$folder" -G Ninja "$@" >"$log" 2>&1 || {
+        tail -n 40 "$log" >&2
+        fail "cmake failed; see $log"
+    }
+    if [ -t 1 ]; then
+        ninja -C "$folder" | tee -a "$log" || fail "the build failed; see $log"
+    else
+        ninja -C "$folder" >>"$log" 2>&1 || {
+            grep -A 20 -E 'FAILED|error:' "$log" | tail -n 60 >&2
+            fail "the build failed; see $log"
+        }
+    fi
+}

@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# ./run demo: a virtual camera and a consumer on two hosts of their own, 300 checked pictures.
+set -euo pipefail
+cd "$(dirname "$(readlink -f "$0")")/.."
+. scripts/common.sh
+become_root "$@"
+need_disk
+# shellcheck disable=SC2086
+install $build_packages
+need_namespaces
+build build
+rm -rf out/demo
+exec unshare --net scripts/two_hosts.sh scripts/demo_grab.sh

@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# ./run test [--label KIND]... [--filter REGEX] [--list]: builds and runs the tests, and sums them up. NQ_BUILD and
+# NQ_BUILD_ARGUMENTS choose another build, as the sanitizer commands do.
+set -euo pipefail
+cd "$(dirname "$(readlink -f "$0")")/.."
+. scripts/common.sh
+become_root "$@"
+labels='' filter='' list=''
+while [ $# -gt 0 ]; do
+    case "$1" in
+    --label) labels="${labels:+$labels|}^$2\$"; shift 2 ;;
+    --filter) filter=$2; shift 2 ;;
+    --list) list=1; shift ;;
+    *) fail "unknown argument $1" ;;
+    esac
+done
+need_disk
+# shellcheck disable=SC2086
+install $build_packages $test_packages
+need_namespaces
+folder=${NQ_BUILD:-build}
+# shellcheck disable=SC2086
+build "$folder" ${NQ_BUILD_ARGUMENTS:-}
+select=()
+[ -z "$labels" ] || select+=(-L "$labels")
+[ -z "$filter" ] || select+=(-R "$filter")
+if [ -n "$list" ]; then
+    ctest --test-dir "$folder" "${select[@]}" --show-only=json-v1 | python3 scripts/list_tests.py
+    exit
+fi
+progress=()
+[ ! -t 1 ] || progress=(--progress)
+ctest --test-dir "$folder" "${select[@]}" "${progress[@]}" -j "$(($(nproc) * 2))" --no-tests=error \
+    --output-junit "$PWD/$folder/tests.xml" >"$folder/tests.log" 2>&1 || true
+python3 scripts/sum_up.py "$folder/tests.xml"

@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: Apache-2.0
+// The module tree of a producer, opened downward and closed by scope.
+#include "camera_tree.h"
+
+#include "nq_gev_gentl.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+namespace nq::tool
+{
+
+namespace
+{
+
+constexpr uint64_t interfaceScanMs = 1000;
+
+std::string DottedAddress(uint64_t address)
+{
+    return fmt::format("{}.{}.{}.{}", (address >> 24) & 0xFF, (address >> 16) & 0xFF, (address >> 8) & 0xFF,
+                       address & 0xFF);
+}
+
+} // namespace
+
+System::System(GenTLLibrary& library) : m_library(library)
+{
+    GenTLLibrary::Check(library.TLOpen(&m_handle), "TLOpen");
+    const GenTL::GC_ERROR code = library.TLUpdateInterfaceList(m_handle, nullptr, interfaceScanMs);
+    if (code != GenTL::GC_ERR_SUCCESS)
+    {
+        library.TLClose(m_handle);
+        GenTLLibrary::Check(code, "TLUpdateInterfaceList");
+    }
+}
+
+System::~System()
+{
+    m_library.TLClose(m_handle);
+}
+
+bool System::IsOurs() const
+{
+    return GenTLLibrary::Text([&](GenTL::INFO_DATATYPE* type, void* buffer, size_t* size) {
+               return m_library.TLGetInfo(m_handle, GenTL::TL_INFO_ID, type, buffer, size);
+           }) == "NQGenTLGevRDMA";
+}
+
+std::vector<std::string> System::InterfaceIds() const
+{
+    uint32_t count = 0;
+    GenTLLibrary::Check(m_library.TLGetNumInterfaces(m_handle, &count), "TLGetNumInterfaces");
+    std::vector<std::string> ids;
+    for (uint32_t index = 0; index < count; ++index)
+    {
+        ids.push_back(GenTLLibrary::Id(
+            [&](char* text, size_t* size) { return m_library.TLGetInterfaceID(m_handle, index, text, size); },
+            "TLGetInterfaceID"));
+    }
+    return ids;
+}
+
+Interface::Interface(const System& system, const std::string& id) : m_system(system), m_id(id)
+{
+    GenTLLibrary::Check(system.Library().TLOpenInterface(system.Handle(), id.c_str(), &m_handle), "TLOpenInterface");
+}
+
+Interface::~Interface()
+{
+    m_system.Library().IFClose(m_handle);
+}
+
+CameraEntry Interface::Describe(const std::string& cameraId) const
+{
+    GenTLLibrary& library = m_system.Library();
+    const auto call = [&](GenTL::DEVICE_INFO_CMD command) {
+        return [&library, command, this, &cameraId](GenTL::INFO_DATATYPE* type, void* buffer, size_t* size) {
+            return library.IFGetDeviceInfo(m_handle, cameraId.c_str(), command, type, buffer, size);
+        };
+    };
+    CameraEntry entry;
+    entry.interfaceId = m_id;
+    entry.id = cameraId;
+    entry.vendor = GenTLLibrary::Text(call(GenTL::DEVICE_INFO_VENDOR));
+    entry.model = GenTLLibrary::Text(call(GenTL::DEVICE_INFO_MODEL));
+    entry.serial = GenTLLibrary::Text(call(GenTL::DEVICE_INFO_SERIAL_NUMBER));
+    entry.userName = GenTLLibrary::Text(call(GenTL::DEVICE_INFO_USER_DEFINED_NAME));
+    entry.accessStatus = GenTLLibrary::Number(call(GenTL::DEVICE_INFO_ACCESS_STATUS));
+    if (m_system.IsOurs())
+    {
+        entry.address = DottedAddress(GenTLLibrary::Number(call(NQ_DEVICE_INFO_IP)));
+    }
+    return entry;
+}
+
+InterfaceEntry Interface::Scan(uint64_t timeoutMs) const
+{
+    GenTLLibrary& library = m_system.Library();
+    GenTLLibrary::Check(library.IFUpdateDeviceList(m_handle, nullptr, timeoutMs), "IFUpdateDeviceList");
+    InterfaceEntry entry;
+    entry.id = m_id;
+    entry.displayName = GenTLLibrary::Text([&](GenTL::INFO_DATATYPE* type, void* buffer, size_t* size) {
+        return library.IFGetInfo(m_handle, GenTL::INTERFACE_INFO_DISPLAYNAME, type, buffer, size);
+    });
+    uint32_t count = 0;
+    GenTLLibrary::Check(library.IFGetNumDevices(m_handle, &count), "IFGetNumDevices");
+    for (uint32_t index = 0; index < count; ++index)
+    {
+        entry.cameras.push_back(Describe(GenTLLibrary::Id(
+            [&](char* text, size_t* size) { return library.IFGetDeviceID(m_handle, index, text, size); },
+            "IFGetDeviceID")));
+    }
+    return entry;
+}
+
+std::vector<InterfaceEntry> ScanAll(const System& system, uint64_t timeoutMs)
+{
+    std::vector<InterfaceEntry> interfaces;
+    for (const std::string& id : system.InterfaceIds())
+    {
+        interfaces.push_back(Interface(system, id).Scan(timeoutMs));
+    }
+    return interfaces;
+}
+
+std::optional<CameraEntry> FindCamera(const std::vector<InterfaceEntry>& interfaces, const std::string& wanted)
+{
+    for (const InterfaceEntry& interface : interfaces)
+    {
+        for (const CameraEntry& camera : interface.cameras)
+        {
+            if (wanted.empty() || wanted == camera.id || wanted == camera.serial || wanted == camera.userName ||
+                wanted == camera.address)
+            {
+                return camera;
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+std::string NoCameraAdvice(const std::vector<InterfaceEntry>& interfaces)
+{
+    if (interfaces.empty())
+    {
+        return "No network interface was found. Look at: `ip addr` (is the adapter up, with an IPv4 address?).";
+    }
+    return "No camera answered. Look at: the camera's power and link; `ip addr` (is the adapter on the camera's "
+           "subnet?); "
+           "a firewall that drops UDP port 3956; another application on the camera; --timeout for a slow network.";
+}
+
+std::string AccessStatusText(uint64_t status)
+{
+    switch (status)
+    {
+    case GenTL::DEVICE_ACCESS_STATUS_READWRITE:
+        return "read/write";
+    case GenTL::DEVICE_ACCESS_STATUS_READONLY:
+        return "read only";
+    case GenTL::DEVICE_ACCESS_STATUS_NOACCESS:
+        return "no access";
+    case GenTL::DEVICE_ACCESS_STATUS_BUSY:
+        return "busy";
+    case GenTL::DEVICE_ACCESS_STATUS_OPEN_READWRITE:
+        return "open read/write";
+    case GenTL::DEVICE_ACCESS_STATUS_OPEN_READONLY:
+        return "open read only";
+    default:
+        return "unknown";
+    }
+}
+
+} // namespace nq::tool

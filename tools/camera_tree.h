@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+// The module tree of a producer, opened downward and closed by scope.
+#pragma once
+
+#include "gentl_library.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace nq::tool
+{
+
+/// One camera as an interface lists it.
+struct CameraEntry
+{
+    std::string interfaceId;
+    std::string id;
+    std::string vendor;
+    std::string model;
+    std::string serial;
+    std::string userName;
+    std::string address; ///< dotted IPv4 text; empty when the producer does not tell
+    uint64_t accessStatus = 0;
+};
+
+/// One interface with the cameras it found.
+struct InterfaceEntry
+{
+    std::string id;
+    std::string displayName;
+    std::vector<CameraEntry> cameras;
+};
+
+/// The opened system module. Closed with the object.
+class System
+{
+  public:
+    /// Opens the system and updates its interface list. Throws GenTLError.
+    explicit System(GenTLLibrary& library);
+    ~System();
+    System(const System&) = delete;
+    System& operator=(const System&) = delete;
+
+    GenTL::TL_HANDLE Handle() const { return m_handle; }
+    GenTLLibrary& Library() const { return m_library; }
+
+    /// True for the producer of this project, which offers the commands of nq_gev_gentl.h.
+    bool IsOurs() const;
+
+    std::vector<std::string> InterfaceIds() const;
+
+  private:
+    GenTLLibrary& m_library;
+    GenTL::TL_HANDLE m_handle = nullptr;
+};
+
+/// One opened interface module. Closed with the object.
+class Interface
+{
+  public:
+    Interface(const System& system, const std::string& id);
+    ~Interface();
+    Interface(const Interface&) = delete;
+    Interface& operator=(const Interface&) = delete;
+
+    /// Looks for cameras during `timeoutMs` milliseconds and describes what it found.
+    InterfaceEntry Scan(uint64_t timeoutMs) const;
+
+    GenTL::IF_HANDLE Handle() const { return m_handle; }
+
+  private:
+    CameraEntry Describe(const std::string& cameraId) const;
+
+    const System& m_system;
+    std::string m_id;
+    GenTL::IF_HANDLE m_handle = nullptr;
+};
+
+/// Scans every interface.
+std::vector<InterfaceEntry> ScanAll(const System& system, uint64_t timeoutMs);
+
+/// The first camera whose id, serial number, user-defined name or address is `wanted`; the first of all when `wanted`
+/// is empty.
+std::optional<CameraEntry> FindCamera(const std::vector<InterfaceEntry>& interfaces, const std::string& wanted);
+
+/// What to look at when no camera answers, as lines of text.
+std::string NoCameraAdvice(const std::vector<InterfaceEntry>& interfaces);
+
+/// The GenTL name of an access status, in words.
+std::string AccessStatusText(uint64_t status);
+
+} // namespace nq::tool

@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: Apache-2.0
+// A loaded GenTL producer: its 57 functions, and failures as exceptions.
+#include "gentl_library.h"
+
+#include "exit_codes.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <filesystem>
+#include <fmt/format.h>
+#include <map>
+#include <sstream>
+
+namespace nq::tool
+{
+
+namespace fs = std::filesystem;
+
+GenTLLibrary::GenTLLibrary(const std::string& path) : m_path(path)
+{
+    m_library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (m_library == nullptr)
+    {
+        throw ToolFailure(ExitCode::NoProducer, fmt::format("cannot load the producer: {}", dlerror()));
+    }
+    try
+    {
+        Resolve();
+        Check(GCInitLib(), "GCInitLib");
+    }
+    catch (...)
+    {
+        dlclose(m_library);
+        throw;
+    }
+}
+
+GenTLLibrary::~GenTLLibrary()
+{
+    GCCloseLib();
+    dlclose(m_library);
+}
+
+void GenTLLibrary::Resolve()
+{
+    const auto find = [this](const char* name) {
+        void* address = dlsym(m_library, name);
+        if (address == nullptr)
+        {
+            throw ToolFailure(ExitCode::NoProducer,
+                              fmt::format("{} is no GenTL producer: {} is missing", m_path, name));
+        }
+        return address;
+    };
+#define NQ_RESOLVE_FUNCTION(Name) Name = reinterpret_cast<GenTL::P##Name>(find(#Name));
+    GENTL_FUNCTIONS(NQ_RESOLVE_FUNCTION)
+#undef NQ_RESOLVE_FUNCTION
+}
+
+void GenTLLibrary::Check(GenTL::GC_ERROR code, const char* function)
+{
+    if (code != GenTL::GC_ERR_SUCCESS)
+    {
+        throw GenTLError(code, fmt::format("{} failed: {} ({})", function, ErrorName(code), code));
+    }
+}
+
+std::string GenTLLibrary::Text(const InfoCall& call)
+{
+    GenTL::INFO_DATATYPE type = GenTL::INFO_DATATYPE_UNKNOWN;
+    size_t size = 0;
+    if (call(&type, nullptr, &size) != GenTL::GC_ERR_SUCCESS || type != GenTL::INFO_DATATYPE_STRING)
+    {
+        return {};
+    }
+    std::vector<char> text(size + 1, '\0');
+    if (call(&type, text.data(), &size) != GenTL::GC_ERR_SUCCESS)
+    {
+        return {};
+    }
+    return text.data();
+}
+
+uint64_t GenTLLibrary::Number(const InfoCall& call, uint64_t fallback)
+{
+    GenTL::INFO_DATATYPE type = GenTL::INFO_DATATYPE_UNKNOWN;
+    uint64_t value = 0; // Little endian: a narrower unsigned value lands in the low bytes.
+    size_t size = sizeof value;
+    if (call(&type, &value, &size) != GenTL::GC_ERR_SUCCESS)
+    {
+        return fallback;
+    }
+    return value;
+}
+
+std::string GenTLLibrary::Id(const IdCall& call, const char* function)
+{
+    size_t size = 0;
+    Check(call(nullptr, &size), function);
+    std::vector<char> text(size + 1, '\0');
+    Check(call(text.data(), &size), function);
+    return text.data();
+}
+
+namespace
+{
+
+std::string FirstCti(const fs::path& folder)
+{
+    std::vector<std::string> found;
+    std::error_code ignored;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder, ignored))
+    {
+        if (entry.path().extension() == ".cti")
+        {
+            found.push_back(entry.path().string());
+        }
+    }
+    return found.empty() ? std::string() : *std::min_element(found.begin(), found.end());
+}
+
+} // namespace
+
+std::string FindProducer(const std::string& argument)
+{
+    if (!argument.empty())
+    {
+        return argument;
+    }
+    if (const char* folders = std::getenv("GENICAM_GENTL64_PATH"); folders != nullptr)
+    {
+        std::istringstream stream(folders);
+        for (std::string folder; std::getline(stream, folder, ':');)
+        {
+            if (const std::string path = FirstCti(folder); !path.empty())
+            {
+                return path;
+            }
+        }
+        throw ToolFailure(ExitCode::NoProducer, fmt::format("no .cti in GENICAM_GENTL64_PATH ({})", folders));
+    }
+    std::error_code ignored;
+    const std::string beside = FirstCti(fs::read_symlink("/proc/self/exe", ignored).parent_path());
+    if (beside.empty())
+    {
+        throw ToolFailure(ExitCode::NoProducer, "no producer: give --producer PATH or set GENICAM_GENTL64_PATH");
+    }
+    return beside;
+}
+
+std::string ErrorName(GenTL::GC_ERROR code)
+{
+    static const std::map<GenTL::GC_ERROR, const char*> names = {
+        {GenTL::GC_ERR_ERROR, "GC_ERR_ERROR"},
+        {GenTL::GC_ERR_NOT_INITIALIZED, "GC_ERR_NOT_INITIALIZED"},
+        {GenTL::GC_ERR_NOT_IMPLEMENTED, "GC_ERR_NOT_IMPLEMENTED"},
+        {GenTL::GC_ERR_RESOURCE_IN_USE, "GC_ERR_RESOURCE_IN_USE"},
+        {GenTL::GC_ERR_ACCESS_DENIED, "GC_ERR_ACCESS_DENIED"},
+        {GenTL::GC_ERR_INVALID_HANDLE, "GC_ERR_INVALID_HANDLE"},
+        {GenTL::GC_ERR_INVALID_ID, "GC_ERR_INVALID_ID"},
+        {GenTL::GC_ERR_NO_DATA, "GC_ERR_NO_DATA"},
+        {GenTL::GC_ERR_INVALID_PARAMETER, "GC_ERR_INVALID_PARAMETER"},
+        {GenTL::GC_ERR_IO, "GC_ERR_IO"},
+        {GenTL::GC_ERR_TIMEOUT, "GC_ERR_TIMEOUT"},
+        {GenTL::GC_ERR_ABORT, "GC_ERR_ABORT"},
+        {GenTL::GC_ERR_INVALID_BUFFER, "GC_ERR_INVALID_BUFFER"},
+        {GenTL::GC_ERR_NOT_AVAILABLE, "GC_ERR_NOT_AVAILABLE"},
+        {GenTL::GC_ERR_INVALID_ADDRESS, "GC_ERR_INVALID_ADDRESS"},
+        {GenTL::GC_ERR_BUFFER_TOO_SMALL, "GC_ERR_BUFFER_TOO_SMALL"},
+        {GenTL::GC_ERR_INVALID_INDEX, "GC_ERR_INVALID_INDEX"},
+        {GenTL::GC_ERR_PARSING_CHUNK_DATA, "GC_ERR_PARSING_CHUNK_DATA"},
+        {GenTL::GC_ERR_INVALID_VALUE, "GC_ERR_INVALID_VALUE"},
+        {GenTL::GC_ERR_RESOURCE_EXHAUSTED, "GC_ERR_RESOURCE_EXHAUSTED"},
+        {GenTL::GC_ERR_OUT_OF_MEMORY, "GC_ERR_OUT_OF_MEMORY"},
+        {GenTL::GC_ERR_BUSY, "GC_ERR_BUSY"},
+    };
+    const auto found = names.find(code);
+    return found != names.end() ? found->second : std::to_string(code);
+}
+
+} // namespace nq::tool

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+// nq-gev: lists cameras and grabs pictures through any GenTL producer.
+#include "gentl_library.h"
+#include "verbs.h"
+
+#include <cstdio>
+#include <exception>
+#include <fmt/format.h>
+
+namespace
+{
+
+constexpr const char* exitCodesText =
+    "Exit codes: 0 success, 1 failure, 2 wrong arguments, 3 no producer, 4 no camera, 5 the stream did not start,\n"
+    "6 frames stopped coming, 7 wrong, lost or incomplete frames.\n\n"
+    "Examples:\n"
+    "  nq-gev list\n"
+    "  nq-gev grab --count 10 --out pictures\n"
+    "  nq-gev --producer /opt/vendor/producer.cti list --json";
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    using namespace nq::tool;
+    CLI::App app("Lists GigE Vision cameras and grabs pictures through a GenTL producer (.cti).", "nq-gev");
+    app.require_subcommand(1);
+    app.footer(exitCodesText);
+    app.fallthrough();
+    CommonOptions common;
+    app.add_option("--producer", common.producer, "The .cti to load (else GENICAM_GENTL64_PATH, else ours)")
+        ->check(CLI::ExistingFile);
+    app.add_flag("--json", common.json, "Print JSON instead of text");
+    app.add_option("--timeout", common.timeoutMs, "How long to look for cameras on each interface, in milliseconds")
+        ->capture_default_str();
+    Verb chosen;
+    AddListVerb(app, common, chosen);
+    AddGrabVerb(app, common, chosen);
+    try
+    {
+        app.parse(argc, argv);
+        return static_cast<int>(chosen());
+    }
+    catch (const CLI::ParseError& error)
+    {
+        return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::Usage);
+    }
+    catch (const ToolFailure& failure)
+    {
+        fmt::print(stderr, "nq-gev: {}\n", failure.what());
+        return static_cast<int>(failure.Code());
+    }
+    catch (const std::exception& failure)
+    {
+        fmt::print(stderr, "nq-gev: {}\n", failure.what());
+        return static_cast<int>(ExitCode::Failure);
+    }
+}

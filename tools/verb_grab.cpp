@@ -1,0 +1,263 @@
+// SPDX-License-Identifier: Apache-2.0
+// nq-gev grab: takes frames from a camera, checks them, writes them as pictures and sums up.
+#include "grab_session.h"
+#include "picture_writer.h"
+#include "test_pattern.h"
+#include "verbs.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <fmt/format.h>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+namespace nq::tool
+{
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+struct GrabOptions
+{
+    std::string camera;
+    std::string out;
+    uint64_t count = 1;
+    uint64_t saveEvery = 1;
+    size_t buffers = 4;
+    bool announce = false;
+    bool verify = false;
+    uint64_t frameTimeoutMs = 5000;
+};
+
+struct Totals
+{
+    uint64_t frames = 0;
+    uint64_t lost = 0;
+    uint64_t incomplete = 0;
+    uint64_t underruns = 0;
+    uint64_t bytes = 0;
+    uint64_t wrongBytes = 0;
+    size_t pictures = 0;
+    double seconds = 0;
+
+    bool Perfect() const { return lost == 0 && incomplete == 0 && wrongBytes == 0; }
+    double FramesPerSecond() const { return seconds > 0 ? static_cast<double>(frames) / seconds : 0; }
+    double MegabytesPerSecond() const { return seconds > 0 ? static_cast<double>(bytes) / seconds / 1e6 : 0; }
+};
+
+std::atomic<bool> g_interrupted{false};
+
+void OnInterrupt(int)
+{
+    g_interrupted = true;
+}
+
+/// Takes frames until the count is reached, none comes in time, or the user interrupts.
+class Grabber
+{
+  public:
+    Grabber(GrabSession& session, const GrabOptions& options) : m_session(session), m_options(options)
+    {
+        if (!options.out.empty())
+        {
+            m_writer = std::make_unique<PictureWriter>(options.out);
+        }
+    }
+
+    /// The reason when frames stopped coming; empty when all frames came.
+    std::string Run()
+    {
+        const Clock::time_point start = Clock::now();
+        std::string reason;
+        while (m_totals.frames < m_options.count && reason.empty() && !g_interrupted)
+        {
+            const std::optional<Frame> frame = WaitForFrame();
+            if (frame)
+            {
+                Take(*frame);
+                m_session.Requeue(*frame);
+                m_totals.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+                ShowProgress();
+            }
+            else if (!g_interrupted)
+            {
+                reason = m_session.WhyNoFrames();
+            }
+        }
+        m_totals.underruns = m_session.Underruns();
+        return reason;
+    }
+
+    const Totals& Result() const { return m_totals; }
+
+  private:
+    std::optional<Frame> WaitForFrame()
+    {
+        constexpr uint64_t sliceMs = 200; // how soon an interrupt is noticed
+        for (uint64_t waited = 0; waited < m_options.frameTimeoutMs && !g_interrupted; waited += sliceMs)
+        {
+            if (std::optional<Frame> frame = m_session.Next(std::min(sliceMs, m_options.frameTimeoutMs - waited)))
+            {
+                return frame;
+            }
+        }
+        return std::nullopt;
+    }
+
+    void Take(const Frame& frame)
+    {
+        if (m_totals.frames > 0 && frame.frameId > m_lastId + 1)
+        {
+            m_totals.lost += frame.frameId - m_lastId - 1;
+        }
+        m_lastId = frame.frameId;
+        m_totals.incomplete += frame.incomplete ? 1 : 0;
+        m_totals.bytes += frame.size;
+        if (m_options.verify)
+        {
+            Verify(frame);
+        }
+        if (m_writer && m_totals.frames % m_options.saveEvery == 0)
+        {
+            m_writer->Write(frame);
+            m_totals.pictures = m_writer->Written();
+        }
+        ++m_totals.frames;
+    }
+
+    void Verify(const Frame& frame)
+    {
+        constexpr uint64_t mono8 = 0x01080001;
+        if (frame.pixelFormat != mono8)
+        {
+            throw ToolFailure(
+                ExitCode::Failure,
+                fmt::format("--verify knows the test pattern only in Mono8, not in 0x{:08x}", frame.pixelFormat));
+        }
+        m_totals.wrongBytes += m_ramp.CountWrongBytes(frame.data, frame.size, frame.width, frame.height, frame.frameId);
+    }
+
+    void ShowProgress()
+    {
+        const Clock::time_point now = Clock::now();
+        if (isatty(STDERR_FILENO) == 0 || now < m_nextProgress)
+        {
+            return;
+        }
+        m_nextProgress = now + std::chrono::milliseconds(200);
+        fmt::print(stderr, "\r{}/{} frames, {:.1f} frames/s ", m_totals.frames, m_options.count,
+                   m_totals.FramesPerSecond());
+    }
+
+    GrabSession& m_session;
+    const GrabOptions& m_options;
+    std::unique_ptr<PictureWriter> m_writer;
+    MovingRamp m_ramp;
+    Totals m_totals;
+    uint64_t m_lastId = 0;
+    Clock::time_point m_nextProgress{};
+};
+
+void PrintSummary(const CommonOptions& common, const GrabOptions& options, const Totals& totals)
+{
+    const char* origin = options.announce ? "consumer-announced" : "library-allocated";
+    if (common.json)
+    {
+        nlohmann::ordered_json summary = {{"frames", totals.frames},
+                                          {"lost", totals.lost},
+                                          {"incomplete", totals.incomplete},
+                                          {"underruns", totals.underruns},
+                                          {"pictures", totals.pictures},
+                                          {"seconds", totals.seconds},
+                                          {"frames_per_second", totals.FramesPerSecond()},
+                                          {"megabytes_per_second", totals.MegabytesPerSecond()},
+                                          {"buffers", options.buffers},
+                                          {"buffer_origin", origin}};
+        if (options.verify)
+        {
+            summary["wrong_bytes"] = totals.wrongBytes;
+        }
+        fmt::print("{}\n", summary.dump(2));
+        return;
+    }
+    if (isatty(STDERR_FILENO) != 0)
+    {
+        fmt::print(stderr, "\r");
+    }
+    fmt::print("buffers    {} {}\n", options.buffers, origin);
+    fmt::print("pictures   {}\n", totals.pictures);
+    fmt::print("frames     {}\nlost       {}\nincomplete {}\nunderruns  {}\n", totals.frames, totals.lost,
+               totals.incomplete, totals.underruns);
+    if (options.verify)
+    {
+        fmt::print("wrong      {} bytes\n", totals.wrongBytes);
+    }
+    fmt::print("rate       {:.1f} frames/s, {:.1f} MB/s\n", totals.FramesPerSecond(), totals.MegabytesPerSecond());
+}
+
+ExitCode Grab(const CommonOptions& common, const GrabOptions& options)
+{
+    GenTLLibrary library(FindProducer(common.producer));
+    const System system(library);
+    const std::vector<InterfaceEntry> interfaces = ScanAll(system, common.timeoutMs);
+    const std::optional<CameraEntry> camera = FindCamera(interfaces, options.camera);
+    if (!camera)
+    {
+        throw ToolFailure(ExitCode::NoCamera,
+                          options.camera.empty() || !FindCamera(interfaces, "")
+                              ? NoCameraAdvice(interfaces)
+                              : fmt::format("no camera fits \"{}\"; see `nq-gev list`", options.camera));
+    }
+    GrabSession session(system, *camera, options.announce ? BufferOrigin::Consumer : BufferOrigin::Library,
+                        options.buffers);
+    Grabber grabber(session, options);
+    std::signal(SIGINT, OnInterrupt);
+    session.Start();
+    const std::string reason = grabber.Run();
+    session.Stop();
+    const Totals& totals = grabber.Result();
+    PrintSummary(common, options, totals);
+    if (!reason.empty())
+    {
+        throw ToolFailure(ExitCode::CameraLost,
+                          fmt::format("no frame for {} ms after {} of {}: {}", options.frameTimeoutMs, totals.frames,
+                                      options.count, reason));
+    }
+    if (options.verify && !totals.Perfect())
+    {
+        throw ToolFailure(ExitCode::WrongPicture, fmt::format("{} lost, {} incomplete, {} wrong bytes", totals.lost,
+                                                              totals.incomplete, totals.wrongBytes));
+    }
+    return g_interrupted ? ExitCode::Failure : ExitCode::Success;
+}
+
+} // namespace
+
+void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
+{
+    CLI::App* verb = app.add_subcommand("grab", "Take frames from a camera");
+    auto options = std::make_shared<GrabOptions>();
+    verb->add_option("--count", options->count, "Number of frames")->check(CLI::PositiveNumber)->capture_default_str();
+    verb->add_option("--camera", options->camera, "Id, serial number, name or address (default: the first camera)");
+    verb->add_option("--out", options->out, "Folder for the pictures, as PNG files");
+    verb->add_option("--save-every", options->saveEvery, "Write only every Nth frame")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    verb->add_option("--buffers", options->buffers, "Number of buffers")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    verb->add_flag("--announce", options->announce,
+                   "Announce buffers of this program instead of library-allocated ones");
+    verb->add_flag("--verify", options->verify, "Check every byte against the moving ramp of nq-gev-camera");
+    verb->add_option("--frame-timeout", options->frameTimeoutMs, "How long to wait for one frame, in milliseconds")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    verb->callback([&, options] { chosen = [&common, options] { return Grab(common, *options); }; });
+}
+
+} // namespace nq::tool
