@@ -88,7 +88,7 @@ CameraEntry Interface::Describe(const std::string& cameraId) const
     entry.accessStatus = GenTLLibrary::Number(call(GenTL::DEVICE_INFO_ACCESS_STATUS));
     if (m_system.IsOurs())
     {
-        entry.address = DottedAddress(GenTLLibrary::Number(call(NQ_DEVICE_INFO_IP)));
+        entry.address = DottedAddress(GenTLLibrary::Number(call(GenTL::NQ_DEVICE_INFO_IP)));
     }
     return entry;
 }
