@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+// A bit-mask signal with a timed wait.
+#pragma once
+
+#include "gentl/nq_gentl_mutex.h"
+
+namespace GigERDMA
+{
+
+/// The top four bits are the kill bits, accepted by every handler. The other 28 are the owner's own.
+///
+/// A wait sleeps only while no bit is set, and clears nothing but a kill that came while it slept: a kill pending when
+/// the wait begins stays set until ResetEvent. Setting bits and waking are one step for a waiter, so that no signal
+/// falls between its look at the bits and its sleep. Any thread may call anything; one signal wakes one waiter.
+///
+/// An owner kills the handler before it goes; nobody may be waiting by then.
+class NQEventHandler
+{
+  public:
+    static constexpr unsigned int g_KillBits = 0xF0000000;
+
+    /// Accepts the bits of `mask` and the kill bits.
+    explicit NQEventHandler(unsigned int mask);
+    NQEventHandler(const NQEventHandler&) = delete;
+    NQEventHandler& operator=(const NQEventHandler&) = delete;
+
+    /// If at least one of `bits` is in the mask: sets all of them and wakes one waiter. Otherwise does nothing.
+    void SetEvent(unsigned int bits);
+
+    /// Clears all of `bits` if at least one of them is in the mask.
+    void ResetEvent(unsigned int bits);
+
+    /// Waits up to `timeout` milliseconds (negative: without limit, 0: not at all) and returns the bits: 0 after the
+    /// time has run out or after a wake-up without a bit, above 0x0FFFFFFF when killed.
+    unsigned int WaitForEvent(int timeout);
+
+    void Kill() { SetEvent(g_KillBits); }
+
+  private:
+    unsigned int ReadBits(bool useUpKill);
+
+    // Order of locking: the wait lock before the state lock.
+    NQGenTLMutex m_stateLock;
+    NQGenTLMutex m_waitLock;
+    NQGenTLCondition m_condition;
+    const unsigned int m_mask;
+    unsigned int m_bits NQ_GUARDED_BY(m_stateLock) = 0;
+};
+
+} // namespace GigERDMA

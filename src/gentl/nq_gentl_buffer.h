@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: Apache-2.0
+// One GenTL buffer: what the consumer announced or asked for, and what is known of the last frame in it.
+#pragma once
+
+#include "gentl/nq_gentl_module_base.h"
+
+#include <string>
+#include <vector>
+
+namespace GigERDMA
+{
+
+/// A module in form only, without port and events: its handle must be found in the controller's list like any other,
+/// but nobody is to treat a buffer as a module, hence the private base. The base comes first, so that the address of
+/// the buffer, its handle, and the address of its module part are one.
+///
+/// The buffer is linked to a frame block of the transport by its RDMA id and knows nothing else of it. The acquisition
+/// thread writes while the consumer's threads read: each operation is atomic for itself, a group of them is not.
+class NQGenTLBuffer : private NQGenTLModuleBase
+{
+  public:
+    /// Where the memory comes from.
+    enum Origin : int
+    {
+        ORIGIN_ALLOCATED = 0, ///< Owned here.
+        ORIGIN_CONSUMER = 1,  ///< Given and kept by the consumer.
+        ORIGIN_TRANSPORT = 2  ///< None of its own: points into the frame block last bound.
+    };
+
+    /// `size` is in bytes. A null `buffer` with `allocate` makes the memory here. A null `tlType` stands for "GEV".
+    NQGenTLBuffer(void* buffer, unsigned long size, bool allocate, void* userPtr, const char* tlType);
+    ~NQGenTLBuffer() override;
+
+    bool IsPortImplemented() override;
+    bool IsEventImplemented(int id) override;
+    _NQ_GENTL_PORT_INFO GetPortInfo() override;
+    _NQ_GENTL_XML_INFO GetXMLInfo() override;
+    std::vector<std::string> GetURLList() override;
+    int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
+    int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
+    std::string GetName() override;
+    std::string GetId() override;
+    int DoOpen() override;
+    int DoClose() override;
+
+    /// Takes over a frame of `size` bytes at `data`: copies it into memory of the buffer's own, or points to it. A null
+    /// `data` changes only the frame's values.
+    void UpdateData(unsigned long size, unsigned long frameId, unsigned long timestamp, unsigned long width,
+                    unsigned long height, unsigned long pixelFormat, unsigned char* data);
+
+    bool IsQueued();
+    bool IsImagePresent();
+
+    void SetQueueFlag(bool value);
+    void SetNewDataFlag(bool value);
+    void SetIncompleteFlag(bool value);
+    void SetImagePresentFlag(bool value);
+    void SetAcquiringFlag(bool value);
+
+    /// Sets the queued flag; false if it was set already.
+    bool TrySetQueueFlag();
+
+    /// Answers one buffer info command.
+    int GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
+
+    /// The module part, whose address is the buffer's handle.
+    NQGenTLModuleBase* GetModule() { return this; }
+
+    void* GetRdmaId();
+    void SetRdmaId(void* id);
+    void* GetData();
+    unsigned long GetSize();
+    void* GetUserPointer();
+
+  private:
+    int _getBase(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getSize(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getUserPtr(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getTimestamp(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getNewData(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getIsQueued(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getIsAcquiring(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getIsIncomplete(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getTLType(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getSizeFilled(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getWidth(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getHeight(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getFrameId(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getImagePresent(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getPayloadType(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getPixelFormat(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getContainsChunkData(int* piType, void* pBuffer, unsigned long* piSize);
+
+    void* m_rdmaId = nullptr; ///< Null until the first frame binds a frame block.
+    Origin m_origin;
+    unsigned char* m_data;
+    const unsigned long m_size;
+    void* const m_userPtr;
+    unsigned long m_timestamp = 0;
+    bool m_newData = false;
+    bool m_queued = false;
+    bool m_acquiring = false;
+    bool m_incomplete = false;
+    const std::string m_tlType;
+    unsigned long m_sizeFilled = 0;
+    unsigned long m_width = 0;
+    unsigned long m_height = 0;
+    unsigned long m_frameId = 0;
+    bool m_imagePresent = false;
+    unsigned long m_pixelFormat = 0;
+    const std::string m_fileName = "TBD-FileName"; ///< Read by nothing.
+    NQGenTLMutex m_lock;                           ///< Guards all of the above.
+};
+
+} // namespace GigERDMA

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+// The two lists of buffers of a data stream behind one lock.
+#pragma once
+
+#include "gentl/nq_gentl_mutex.h"
+
+#include <deque>
+
+namespace GigERDMA
+{
+
+class NQGenTLBuffer;
+
+/// Selects a list. Every operation on any other value does nothing and returns 0, false or null.
+enum NQ_BUFFER_TYPE_LIST
+{
+    NQ_BUFFER_TYPE_QUEUED = 0,   ///< Buffers waiting for a frame, in the order of queueing. Refers to them only.
+    NQ_BUFFER_TYPE_ANNOUNCED = 1 ///< All buffers of the stream, in the order of announcing. Owns them.
+};
+
+/// A buffer that was handed to the consumer is in neither list but the announced one: the output queue is the new
+/// buffer event. The acquisition thread and the consumer's threads meet here; each operation holds the recursive lock
+/// for its whole run. Searches walk from the front and take the first match; a miss is null. With `remove` the entry
+/// found also leaves the list, the others keep their order.
+class NQGenTLBufferQueue
+{
+  public:
+    NQGenTLBufferQueue() = default;
+
+    /// Deletes the announced buffers.
+    ~NQGenTLBufferQueue();
+    NQGenTLBufferQueue(const NQGenTLBufferQueue&) = delete;
+    NQGenTLBufferQueue& operator=(const NQGenTLBufferQueue&) = delete;
+
+    unsigned int GetCount(NQ_BUFFER_TYPE_LIST list);
+
+    /// The greatest announced size in bytes, each taken modulo 2 to the 32; 0 for an empty list.
+    unsigned int GetBiggestSize(NQ_BUFFER_TYPE_LIST list);
+
+    /// Appends; false for null. The same buffer can be added twice.
+    bool Add(NQ_BUFFER_TYPE_LIST list, NQGenTLBuffer* buffer);
+
+    void Clear(NQ_BUFFER_TYPE_LIST list, bool deleteBuffers);
+    NQGenTLBuffer* GetFront(NQ_BUFFER_TYPE_LIST list, bool remove);
+
+    /// Appends the first entry of `source` to `dest`.
+    void MoveTo(NQ_BUFFER_TYPE_LIST dest, NQ_BUFFER_TYPE_LIST source, bool remove);
+
+    /// Appends all entries of `source` to `dest`, then empties `source` if `clear`.
+    void FlushTo(NQ_BUFFER_TYPE_LIST dest, NQ_BUFFER_TYPE_LIST source, bool clear);
+
+    NQGenTLBuffer* FindByRdmaID(NQ_BUFFER_TYPE_LIST list, void* id, bool remove);
+    NQGenTLBuffer* FindByIndex(NQ_BUFFER_TYPE_LIST list, unsigned int index, bool remove);
+    NQGenTLBuffer* FindByHandle(NQ_BUFFER_TYPE_LIST list, void* handle, bool remove);
+
+    /// Searches for the buffer whose data pointer is `data`.
+    NQGenTLBuffer* FindByBuffer(NQ_BUFFER_TYPE_LIST list, void* data, bool remove);
+
+  private:
+    using Buffers = std::deque<NQGenTLBuffer*>;
+
+    /// Null for a value that selects nothing.
+    Buffers* _getBufferQueue(NQ_BUFFER_TYPE_LIST list) NQ_REQUIRES(m_lock);
+
+    template <typename Match>
+    NQGenTLBuffer* Find(NQ_BUFFER_TYPE_LIST list, Match match, bool remove);
+
+    NQGenTLMutex m_lock;
+    Buffers m_queued NQ_GUARDED_BY(m_lock);
+    Buffers m_announced NQ_GUARDED_BY(m_lock);
+};
+
+} // namespace GigERDMA

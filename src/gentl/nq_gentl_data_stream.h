@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: Apache-2.0
+// The abstract data stream module: announced buffers, the delivery of frames into them, and its counters.
+#pragma once
+
+#include "gentl/nq_event_handler.h"
+#include "gentl/nq_gentl_buffer_queue.h"
+#include "gentl/nq_gentl_module_base.h"
+
+#include <string>
+
+namespace GigERDMA
+{
+
+/// What the exported data stream functions call. It owns the buffers and decides which of them takes a frame; the
+/// transport below fills in the four pure operations and delivers frames with EndOfTransfer. The way of a buffer:
+///
+///     AnnounceBuffer, AllocAndAnnounceBuffer    announced
+///     QueueBuffer                               + on the input list, queued flag set
+///     EndOfTransfer                             + in the new buffer event, new data set
+///     EventGetData                              with the consumer, queued flag cleared; then QueueBuffer again
+///
+/// The consumer's threads call everything but StartOfTransfer, SetTransferCompleted and EndOfTransfer, which belong to
+/// the acquisition thread. StopAcquisition also runs on the acquisition thread, when the last frame asked for has come:
+/// DoStopAcquisition therefore must not wait for that thread. The acquisition thread may go on for a while after a
+/// stop; a subclass's destructor makes sure that it has ended. All operations return GenTL codes.
+///
+/// Order of locking: transfer lock, then module lock, then the locks of list, buffer and event. The module lock is
+/// never held over a call of DoStartAcquisition, DoStopAcquisition or over a wait.
+class NQGenTLDataStream : public NQGenTLModuleBase
+{
+  public:
+    NQGenTLDataStream(unsigned int index, NQGenTLModuleBase* parent);
+
+    /// Takes the buffers still announced out of the controller's list of valid handles and deletes them.
+    ~NQGenTLDataStream() override;
+
+    bool IsEventImplemented(int id) override;
+    std::string GetName() override;
+    int DoOpen() override;
+    int DoClose() override;
+
+    /// Starts the transport for `count` announced buffers, of which the biggest has `biggestSize` bytes.
+    virtual int DoStartAcquisition(unsigned int biggestSize, unsigned int count) = 0;
+    virtual int DoStopAcquisition(int flags) = 0;
+
+    /// Gives a frame block back to the camera.
+    virtual int DoRequeueBuffer(void* rdmaId) = 0;
+    virtual int DoGetPayloadsize(int* piType, void* pBuffer, unsigned long* piSize) = 0;
+
+    /// Between these two a stop with flags 0 waits.
+    virtual void StartOfTransfer();
+    virtual void SetTransferCompleted();
+
+    /// Delivers a frame: `rdmaId` is its block, `data` its `size` bytes of pixels, `status` 0 for a whole frame and 1
+    /// for a short one. A frame that finds no buffer counts as an underrun. Ends with SetTransferCompleted.
+    virtual void EndOfTransfer(void* rdmaId, unsigned long size, unsigned long frameId, unsigned long timestamp,
+                               unsigned long width, unsigned long height, unsigned long pixelFormat,
+                               unsigned char* data, int status);
+
+    /// Announces `size` bytes of the consumer's memory. -1009, or -1004 when that memory is announced already. The
+    /// caller registers the handle at the controller.
+    int AnnounceBuffer(void* buffer, unsigned long size, void* userPtr, void** handle);
+
+    /// Announces a buffer that will point into the frame blocks; no memory is allocated. -1009. The caller registers
+    /// the handle at the controller.
+    int AllocAndAnnounceBuffer(unsigned long size, void* userPtr, void** handle);
+
+    /// Deletes a buffer and hands its memory and user pointer back, each if asked for. Waits for a delivery under way.
+    /// -1006, or -1022 while it is on the input list.
+    int RevokeBuffer(void* handle, void** buffer, void** userPtr);
+
+    /// Gives the buffer's frame block, if it has one, back to the camera and puts the buffer on the input list. -1006,
+    /// or -1004 when it is queued already.
+    int QueueBuffer(void* handle);
+
+    int GetBufferID(unsigned int index, void** handle);
+    int GetBufferInfo(void* handle, int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
+
+    /// Moves or drops buffers, by one of the ACQ_QUEUE_TYPE values; -1003 for any other. Never reaches the transport.
+    int FlushQueue(int operation);
+
+    /// Starts for `numToAcquire` frames; GENTL_INFINITE means no limit. `flags` is not read. -1009, -1004 when running,
+    /// or what the transport returns.
+    int StartAcquisition(int flags, unsigned long numToAcquire);
+
+    /// Stops; with `flags` 0 waits up to 3000 ms for a frame under way, with 1 at once. -1003 for other flags, -1004
+    /// when not running; 0 even when the transport fails.
+    int StopAcquisition(int flags);
+
+    int GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
+
+  protected:
+    /// Unbinds all announced buffers from their frame blocks, for a transport whose blocks are about to go. Waits for a
+    /// delivery under way.
+    void ForgetRdmaIds();
+
+  private:
+    int GetCounterInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
+    NQGenTLBuffer* TakeBufferFor(void* rdmaId);
+    void Deliver(NQGenTLBuffer* buffer, int status);
+    bool IsLimitReached();
+    bool IsStarted();
+    void AddUnqueuedToInput();
+    void SignalInput();
+    void DiscardInput();
+    void FlushNewBufferEvent();
+
+    NQGenTLBufferQueue m_buffers;
+    bool m_started NQ_GUARDED_BY(m_moduleLock) = false;
+    unsigned long m_numToAcquire NQ_GUARDED_BY(m_moduleLock) = 0;
+    unsigned long m_numAcquired NQ_GUARDED_BY(m_moduleLock) = 0;
+    const std::string m_id;
+    unsigned long m_numDelivered NQ_GUARDED_BY(m_moduleLock) = 0;
+    unsigned long m_numUnderrun NQ_GUARDED_BY(m_moduleLock) = 0;
+    const bool m_isGrabbing = false;
+    const bool m_definesPayloadSize = true;
+    const std::string m_tlType = "GEV";
+    NQEventHandler m_transferCompleted;
+
+    NQGenTLMutex m_transferLock; ///< Held while a frame goes into a buffer, so that no buffer is deleted meanwhile.
+    NQGenTLMutex m_stopLock;     ///< Makes one of several simultaneous stops stop the transport.
+};
+
+} // namespace GigERDMA

@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+// The base of the GenTL events: a queue of occurrences that a consumer waits on.
+#pragma once
+
+#include "gentl/nq_event_handler.h"
+#include "gentl/nq_gentl_event_data_queue.h"
+
+namespace GigERDMA
+{
+
+/// An event lives from its registration on a module until it is unregistered or the module goes; its address is the
+/// handle the consumer holds. Producers hand entries in with Signal, consumers take them out with GetData.
+///
+///     signal     no bit               bit 0, no kill bit          kill bits
+///     GetData    sleeps               takes an entry at once      -1012 at once; the bits stay
+///
+/// A kill that wakes a sleeping GetData is used up by it; one that comes while nobody sleeps stays until Flush. Any
+/// number of threads may call Signal and GetData. The module deletes the event only when nobody is inside GetData.
+///
+/// An event owns the entry from Signal until DoEventGetData has freed it, unless its subclass says otherwise.
+class NQGenTLEvent
+{
+  public:
+    explicit NQGenTLEvent(int id);
+
+    /// Kills the signal. Entries still in the queue are left as they are.
+    virtual ~NQGenTLEvent();
+    NQGenTLEvent(const NQGenTLEvent&) = delete;
+    NQGenTLEvent& operator=(const NQGenTLEvent&) = delete;
+
+    /// Delivers `entry` to `pBuffer`, which may be null and is otherwise big enough, and gives the entry up.
+    virtual void DoEventGetData(void* entry, void* pBuffer, unsigned long* piSize) = 0;
+
+    /// Answers one event data info command on a record as DoEventGetData delivered it.
+    virtual int DoEventGetDataInfo(const void* pInBuffer, int iInfoCmd, int* piType, void* pOutBuffer,
+                                   unsigned long* piOutSize) = 0;
+
+    /// Gets an entry that is not delivered back into a clean state. Nothing to do here.
+    virtual void DoFlushEntry(void* entry);
+
+    int GetEventId() const { return m_id; }
+
+    /// Number of pending entries.
+    unsigned long GetNumInQueue();
+
+    /// Appends the entry and wakes one waiting GetData. When it throws, the entry is still the caller's.
+    void Signal(void* entry);
+
+    /// Takes an entry that is about to be deleted out of the queue, undelivered.
+    void Withdraw(void* entry);
+
+    /// Wakes a waiting GetData, or leaves a kill pending. Always 0.
+    int Kill();
+
+    /// Drops all pending entries and a pending kill. Always 0.
+    int Flush();
+
+    /// Waits for the oldest entry and delivers it. `iTimeout` is in milliseconds; its low 32 bits count, as a signed
+    /// number: negative waits without limit. A null `pBuffer` loses the entry. -1009, -1016 (with the size needed),
+    /// -1011 on a timeout, -1012 when killed.
+    int GetData(void* pBuffer, unsigned long* piSize, unsigned long iTimeout);
+
+    int GetDataInfo(const void* pInBuffer, unsigned long iInSize, int iInfoCmd, int* piType, void* pOutBuffer,
+                    unsigned long* piOutSize);
+
+    int GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
+
+  protected:
+    /// Size in bytes of the smallest buffer that GetData accepts, and of the greatest data value.
+    void SetEventSizeMax(unsigned long size) { m_eventSizeMax = size; }
+    void SetEventInfoDataSizeMax(unsigned long size) { m_infoDataSizeMax = size; }
+    unsigned long GetEventSizeMax() const { return m_eventSizeMax; }
+
+  private:
+    static constexpr unsigned int g_DataBit = 1;
+
+    int _validateEventGetDataParam(void* pBuffer, unsigned long* piSize);
+    void DeliverFront(void* pBuffer, unsigned long* piSize);
+    bool ResetIfEmpty();
+
+    NQGenTLEventDataQueue m_queue;
+    const bool m_bEnabled;
+    const int m_id;
+    unsigned long m_eventSizeMax = 0;
+    unsigned long m_infoDataSizeMax = 0;
+    NQEventHandler m_signal;
+
+    /// Held where the queue and bit 0 change together, so that an entry never waits behind a cleared bit. Taken before
+    /// the locks of both.
+    NQGenTLMutex m_pendingLock;
+};
+
+} // namespace GigERDMA

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// The first-in first-out queue of an event's pending entries.
+#pragma once
+
+#include "gentl/nq_gentl_mutex.h"
+
+#include <deque>
+
+namespace GigERDMA
+{
+
+/// Unbounded, and never touches what its entries point to. Any thread may call anything; each operation holds the
+/// mutex.
+class NQGenTLEventDataQueue
+{
+  public:
+    NQGenTLEventDataQueue() = default;
+    NQGenTLEventDataQueue(const NQGenTLEventDataQueue&) = delete;
+    NQGenTLEventDataQueue& operator=(const NQGenTLEventDataQueue&) = delete;
+
+    void Add(void* entry);
+
+    /// The oldest entry, or null when there is none. With `remove` it also leaves the queue.
+    void* GetFront(bool remove);
+
+    unsigned long GetSize();
+
+    /// Takes every occurrence of `entry` out.
+    void Remove(void* entry);
+
+    void Clear();
+    std::deque<void*> Copy();
+
+  private:
+    NQGenTLMutex m_lock;
+    std::deque<void*> m_entries NQ_GUARDED_BY(m_lock);
+};
+
+} // namespace GigERDMA

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+// The framework's recursive mutex, its guard and its condition, which release what they hold on every way out.
+#pragma once
+
+#include <ctime>
+#include <pthread.h>
+#include <system_error>
+
+#if defined(__clang__)
+#define NQ_THREAD_ANNOTATION(attribute) __attribute__((attribute))
+#else
+#define NQ_THREAD_ANNOTATION(attribute)
+#endif
+#define NQ_CAPABILITY(name) NQ_THREAD_ANNOTATION(capability(name))
+#define NQ_SCOPED_CAPABILITY NQ_THREAD_ANNOTATION(scoped_lockable)
+#define NQ_GUARDED_BY(mutex) NQ_THREAD_ANNOTATION(guarded_by(mutex))
+#define NQ_ACQUIRE(...) NQ_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
+#define NQ_RELEASE(...) NQ_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
+#define NQ_REQUIRES(...) NQ_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
+
+namespace GigERDMA
+{
+
+/// A recursive pthread mutex. Any thread may use it; the thread that locked it n times unlocks it n times.
+class NQ_CAPABILITY("mutex") NQGenTLMutex
+{
+  public:
+    /// Throws std::system_error if the system refuses the mutex.
+    NQGenTLMutex()
+    {
+        pthread_mutexattr_t attributes;
+        Check(pthread_mutexattr_init(&attributes));
+        pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+        const int error = pthread_mutex_init(&m_mutex, &attributes);
+        pthread_mutexattr_destroy(&attributes);
+        Check(error);
+    }
+    ~NQGenTLMutex() { pthread_mutex_destroy(&m_mutex); }
+    NQGenTLMutex(const NQGenTLMutex&) = delete;
+    NQGenTLMutex& operator=(const NQGenTLMutex&) = delete;
+
+    void Lock() NQ_ACQUIRE() { pthread_mutex_lock(&m_mutex); }
+    void Unlock() NQ_RELEASE() { pthread_mutex_unlock(&m_mutex); }
+
+  private:
+    friend class NQGenTLCondition;
+
+    static void Check(int error)
+    {
+        if (error != 0)
+            throw std::system_error(error, std::generic_category());
+    }
+
+    pthread_mutex_t m_mutex;
+};
+
+/// Holds a mutex from construction to destruction.
+class NQ_SCOPED_CAPABILITY NQGenTLLock
+{
+  public:
+    explicit NQGenTLLock(NQGenTLMutex& mutex) NQ_ACQUIRE(mutex) : m_mutex(mutex) { m_mutex.Lock(); }
+    ~NQGenTLLock() NQ_RELEASE() { m_mutex.Unlock(); }
+    NQGenTLLock(const NQGenTLLock&) = delete;
+    NQGenTLLock& operator=(const NQGenTLLock&) = delete;
+
+  private:
+    NQGenTLMutex& m_mutex;
+};
+
+/// A condition with default attributes, so its deadlines are CLOCK_REALTIME instants.
+class NQGenTLCondition
+{
+  public:
+    NQGenTLCondition() { NQGenTLMutex::Check(pthread_cond_init(&m_condition, nullptr)); }
+    ~NQGenTLCondition() { pthread_cond_destroy(&m_condition); }
+    NQGenTLCondition(const NQGenTLCondition&) = delete;
+    NQGenTLCondition& operator=(const NQGenTLCondition&) = delete;
+
+    /// Wakes one waiter, if there is any.
+    void Signal() { pthread_cond_signal(&m_condition); }
+
+    /// Sleeps until woken; may also wake without a signal. `mutex` is held exactly once by the caller. 0 or an errno.
+    int Wait(NQGenTLMutex& mutex) NQ_REQUIRES(mutex) { return pthread_cond_wait(&m_condition, &mutex.m_mutex); }
+
+    /// As Wait, but no longer than `deadline`; ETIMEDOUT when it has passed.
+    int WaitUntil(NQGenTLMutex& mutex, const timespec& deadline) NQ_REQUIRES(mutex)
+    {
+        return pthread_cond_timedwait(&m_condition, &mutex.m_mutex, &deadline);
+    }
+
+  private:
+    pthread_cond_t m_condition;
+};
+
+static_assert(sizeof(NQGenTLMutex) == sizeof(pthread_mutex_t));
+static_assert(sizeof(NQGenTLCondition) == sizeof(pthread_cond_t));
+
+} // namespace GigERDMA
