@@ -46,9 +46,9 @@ need_disk() {
     mkdir -p out 2>/dev/null || fail "cannot write to $(pwd)"
 }
 
-# build FOLDER [CMAKE ARGUMENT...]: configures and builds, and shows the log only when that fails.
+# build FOLDER [CMAKE ARGUMENT...]: configures and builds (only $NQ_TARGETS if set), and shows the log when that fails.
 build() {
-    local folder=$1 log
+    local folder=$1 log targets=${NQ_TARGETS:-all}
     shift
     log=$folder/build.log
     mkdir -p "$folder"
@@ -58,9 +58,11 @@ build() {
         fail "cmake failed; see $log"
     }
     if [ -t 1 ]; then
-        ninja -C "$folder" | tee -a "$log" || fail "the build failed; see $log"
+        # shellcheck disable=SC2086
+        ninja -C "$folder" $targets | tee -a "$log" || fail "the build failed; see $log"
     else
-        ninja -C "$folder" >>"$log" 2>&1 || {
+        # shellcheck disable=SC2086
+        ninja -C "$folder" $targets >>"$log" 2>&1 || {
             grep -A 20 -E 'FAILED|error:' "$log" | tail -n 60 >&2
             fail "the build failed; see $log"
         }

@@ -9,6 +9,6 @@ need_disk
 # shellcheck disable=SC2086
 install $build_packages
 need_namespaces
-build build
+NQ_TARGETS="nq_gev_rdma_tl nq-gev nq-gev-camera nq_rdma_loopback" build build
 rm -rf out/demo
 exec unshare --net scripts/two_hosts.sh scripts/demo_grab.sh

@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: Apache-2.0
+// nq-gev against the virtual camera: what a user sees, and the exit codes.
+#include "support/child_process.h"
+#include "support/network.h"
+#include "support/virtual_camera.h"
+
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <iterator>
+
+namespace
+{
+
+using namespace nq::test;
+using testing::HasSubstr;
+using namespace std::chrono_literals;
+
+constexpr auto longTime = 60s;
+
+struct Outcome
+{
+    int exitCode;
+    std::string output;
+};
+
+Outcome RunTool(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {})
+{
+    std::vector<std::string> command = {NQ_TOOL_PATH, "--producer", NQ_CTI_PATH};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    ChildProcess tool(command, environment);
+    const int code = tool.WaitForExit(longTime);
+    return {code, tool.Output()};
+}
+
+/// A folder for pictures, gone with the test.
+class PictureFolder
+{
+  public:
+    PictureFolder() { std::filesystem::create_directories(m_path); }
+    ~PictureFolder() { std::filesystem::remove_all(m_path); }
+    const std::string& Path() const { return m_path; }
+
+    std::vector<std::filesystem::path> Files() const
+    {
+        std::vector<std::filesystem::path> files;
+        for (const auto& entry : std::filesystem::directory_iterator(m_path))
+        {
+            files.push_back(entry.path());
+        }
+        return files;
+    }
+
+  private:
+    std::string m_path = "/tmp/nq-pictures-" + std::to_string(getpid());
+};
+
+bool IsWholePng(const std::filesystem::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    const std::string end("\0\0\0\0IEND\xAE\x42\x60\x82", 12);
+    return bytes.starts_with("\x89PNG\r\n\x1a\n") && bytes.ends_with(end);
+}
+
+TEST(ToolList, ShowsTheCameraWithItsModelSerialNumberAddressAndAccess)
+{
+    const VirtualCamera camera({"--serial", "SN-4711"});
+    const Outcome list = RunTool({"list"}, camera.Environment());
+    EXPECT_EQ(list.exitCode, 0) << list.output;
+    EXPECT_THAT(list.output, HasSubstr("serial SN-4711"));
+    EXPECT_THAT(list.output, HasSubstr("address 10.77.0.2"));
+    EXPECT_THAT(list.output, HasSubstr("access read/write"));
+}
+
+TEST(ToolList, PrintsTheSameAsJson)
+{
+    const VirtualCamera camera({"--serial", "SN-4711"});
+    const Outcome list = RunTool({"--json", "list"}, camera.Environment());
+    EXPECT_EQ(list.exitCode, 0) << list.output;
+    EXPECT_THAT(list.output, HasSubstr("\"serial\": \"SN-4711\""));
+    EXPECT_THAT(list.output, HasSubstr("\"address\": \"10.77.0.2\""));
+}
+
+TEST(ToolList, SaysWhatToLookAtWhenNoCameraAnswers)
+{
+    Host nobody;
+    nobody.Connect("host0", "10.77.0.1/24", "cam0", "10.77.0.2/24");
+    const Outcome list = RunTool({"--timeout", "200", "list"});
+    EXPECT_EQ(list.exitCode, 4) << list.output;
+    EXPECT_THAT(list.output, HasSubstr("No camera answered"));
+    EXPECT_THAT(list.output, HasSubstr("UDP port 3956"));
+}
+
+TEST(ToolList, RefusesAFileThatIsNoProducer)
+{
+    ChildProcess tool({NQ_TOOL_PATH, "--producer", "/proc/self/exe", "list"});
+    EXPECT_EQ(tool.WaitForExit(longTime), 3) << tool.Output();
+    EXPECT_THAT(tool.Output(), HasSubstr("producer"));
+}
+
+TEST(ToolArguments, UnknownOnesGiveExitCodeTwo)
+{
+    EXPECT_EQ(RunTool({"grab", "--no-such-option"}).exitCode, 2);
+    EXPECT_EQ(RunTool({}).exitCode, 2);
+}
+
+class ToolGrabOrigin : public testing::TestWithParam<const char*>
+{
+};
+
+TEST_P(ToolGrabOrigin, ThreeHundredVerifiedFramesInThreeBuffers)
+{
+    const VirtualCamera camera({"--width", "640", "--height", "480"});
+    std::vector<std::string> arguments = {"grab", "--count", "300", "--verify", "--buffers", "3"};
+    if (std::string(GetParam()) == "announced")
+    {
+        arguments.emplace_back("--announce");
+    }
+    const Outcome grab = RunTool(arguments, camera.Environment());
+    EXPECT_EQ(grab.exitCode, 0) << grab.output;
+    EXPECT_THAT(grab.output, HasSubstr("frames     300\nlost       0\nincomplete 0\n"));
+    EXPECT_THAT(grab.output, HasSubstr("wrong      0 bytes"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Buffers, ToolGrabOrigin, testing::Values("library", "announced"),
+                         [](const auto& info) { return std::string(info.param); });
+
+TEST(ToolGrab, WritesEachFrameAsAWholePngFile)
+{
+    const VirtualCamera camera({"--width", "320", "--height", "200"});
+    const PictureFolder folder;
+    const Outcome grab = RunTool({"grab", "--count", "5", "--out", folder.Path()}, camera.Environment());
+    EXPECT_EQ(grab.exitCode, 0) << grab.output;
+    const auto files = folder.Files();
+    EXPECT_EQ(files.size(), 5U);
+    for (const auto& file : files)
+    {
+        EXPECT_TRUE(IsWholePng(file)) << file;
+    }
+}
+
+TEST(ToolGrab, SaysThatTheCameraRefusedTheRdmaConnection)
+{
+    const VirtualCamera camera({"--fault", "reject-connect"});
+    const Outcome grab = RunTool({"grab", "--count", "5"}, camera.Environment());
+    EXPECT_EQ(grab.exitCode, 5) << grab.output;
+    EXPECT_THAT(grab.output, HasSubstr("GC_ERR_ERROR (-1001)"));
+    EXPECT_THAT(grab.output, HasSubstr("refused or did not answer the RDMA connection"));
+}
+
+TEST(ToolGrab, SaysThatTheCameraWentSilentAndWhatCameBefore)
+{
+    VirtualCamera camera({"--width", "320", "--height", "200", "--fps", "20"});
+    const PictureFolder folder;
+    std::vector<std::string> command = {NQ_TOOL_PATH, "--producer",  NQ_CTI_PATH,       "grab", "--count", "100000",
+                                        "--out",      folder.Path(), "--frame-timeout", "1500"};
+    ChildProcess tool(command, camera.Environment());
+    while (folder.Files().size() < 3)
+    {
+        ASSERT_EQ(tool.WaitForExit(20ms), -1) << tool.Output();
+    }
+    camera.Process().Signal(SIGSTOP);
+    EXPECT_EQ(tool.WaitForExit(longTime), 6) << tool.Output();
+    camera.Process().Signal(SIGCONT);
+    EXPECT_THAT(tool.Output(), HasSubstr("went silent"));
+    EXPECT_THAT(tool.Output(), testing::ContainsRegex("after [1-9][0-9]* of 100000"));
+    for (const auto& file : folder.Files())
+    {
+        EXPECT_TRUE(IsWholePng(file)) << file;
+    }
+}
+
+TEST(ToolGrab, SaysThatTheCameraDisconnectedInTheMiddleOfAFrame)
+{
+    const VirtualCamera camera({"--width", "320", "--height", "200", "--fault", "disconnect-mid-frame:3"});
+    const Outcome grab = RunTool({"grab", "--count", "100", "--frame-timeout", "1500"}, camera.Environment());
+    EXPECT_EQ(grab.exitCode, 6) << grab.output;
+    EXPECT_THAT(grab.output, HasSubstr("disconnected"));
+    EXPECT_THAT(grab.output, HasSubstr(" of 100: "));
+}
+
+TEST(ToolGrab, CountsAShortFrameAsIncompleteAndFailsTheVerification)
+{
+    const VirtualCamera camera({"--width", "320", "--height", "200", "--fault", "short-frame:4"});
+    const Outcome grab = RunTool({"grab", "--count", "10", "--verify"}, camera.Environment());
+    EXPECT_EQ(grab.exitCode, 7) << grab.output;
+    EXPECT_THAT(grab.output, HasSubstr("incomplete 1\n"));
+}
+
+TEST(ToolGrab, WithoutAnRdmaStackListsAndOpensButCannotStart)
+{
+    const VirtualCamera camera;
+    std::vector<std::string> environment = camera.Environment();
+    environment.emplace_back("NQ_RDMA_LOOPBACK_NO_DEVICE=1");
+    EXPECT_EQ(RunTool({"list"}, environment).exitCode, 0);
+    const Outcome grab = RunTool({"grab", "--count", "1"}, environment);
+    EXPECT_EQ(grab.exitCode, 5) << grab.output;
+    EXPECT_THAT(grab.output, HasSubstr("GC_ERR_ERROR (-1001)"));
+}
+
+TEST(ToolGrab, NamesTheCameraItCannotFind)
+{
+    const VirtualCamera camera;
+    const Outcome grab = RunTool({"grab", "--camera", "no-such-camera"}, camera.Environment());
+    EXPECT_EQ(grab.exitCode, 4) << grab.output;
+    EXPECT_THAT(grab.output, HasSubstr("no-such-camera"));
+}
+
+} // namespace

@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: Apache-2.0
+// The virtual camera on a host of its own, one virtual cable away from the test.
+#include "support/virtual_camera.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace nq::test
+{
+
+namespace
+{
+
+std::string MakeFolder()
+{
+    char path[] = "/tmp/nq-test-XXXXXX";
+    if (mkdtemp(path) == nullptr)
+    {
+        throw std::runtime_error("mkdtemp failed");
+    }
+    return path;
+}
+
+} // namespace
+
+std::string RdmaFolder()
+{
+    static const std::string folder = [] {
+        const std::string made = MakeFolder();
+        setenv("NQ_RDMA_LOOPBACK_DIR", made.c_str(), 1);
+        std::atexit([] { std::filesystem::remove_all(std::getenv("NQ_RDMA_LOOPBACK_DIR")); });
+        return made;
+    }();
+    return folder;
+}
+
+VirtualCamera::VirtualCamera(const std::vector<std::string>& arguments) : m_folder(MakeFolder())
+{
+    m_host.Connect("host0", "10.77.0.1/24", "cam0", std::string(address) + "/24");
+    std::vector<std::string> command = {NQ_CAMERA_PATH, "--address", address, "--control", m_folder + "/control"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    m_process = std::make_unique<ChildProcess>(command, Environment(), &m_host);
+    if (!m_process->WaitForOutput("ready", std::chrono::seconds(20)))
+    {
+        throw std::runtime_error("the virtual camera did not become ready:\n" + m_process->Output());
+    }
+}
+
+VirtualCamera::~VirtualCamera()
+{
+    m_process.reset();
+    std::error_code ignored;
+    std::filesystem::remove_all(m_folder, ignored);
+}
+
+std::vector<std::string> VirtualCamera::Environment() const
+{
+    return {"LD_PRELOAD=" NQ_LOOPBACK_PATH, "NQ_RDMA_LOOPBACK_DIR=" + RdmaFolder()};
+}
+
+std::string VirtualCamera::Control(const std::string& line) const
+{
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un peer{};
+    peer.sun_family = AF_UNIX;
+    const std::string path = m_folder + "/control";
+    std::memcpy(peer.sun_path, path.c_str(), path.size() + 1);
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) != 0)
+    {
+        close(fd);
+        throw std::runtime_error("no connection to the camera's control socket");
+    }
+    const std::string sent = line + "\n";
+    std::string answer;
+    if (send(fd, sent.data(), sent.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(sent.size()))
+    {
+        char byte = 0;
+        while (recv(fd, &byte, 1, 0) == 1 && byte != '\n')
+        {
+            answer += byte;
+        }
+    }
+    close(fd);
+    return answer;
+}
+
+void VirtualCamera::Fault(const std::string& name) const
+{
+    const std::string answer = Control(R"({"fault":")" + name + R"("})");
+    if (answer.find("error") != std::string::npos || answer.empty())
+    {
+        throw std::runtime_error("the camera refused the fault " + name + ": " + answer);
+    }
+}
+
+} // namespace nq::test
