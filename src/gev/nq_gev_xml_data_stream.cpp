@@ -1,0 +1,207 @@
+// SPDX-License-Identifier: Apache-2.0
+// The register description of the data stream module's port.
+#include "gev/nq_gev_common.h"
+#include "gev/nq_gev_xml_writer.h"
+
+namespace
+{
+
+constexpr std::string_view g_Port = "StreamPort";
+
+void AddCategories(NQGevXmlWriter& xml)
+{
+    xml.BeginGroup("RootCategory");
+    xml.Add(NQGevXmlCategory{
+        .name = "Root",
+        .nameSpace = "Standard",
+        .visibility = "Beginner",
+        .members = {"StreamInformation", "BufferHandlingControl", "ChannelStatistics", "EventControl"}});
+    xml.EndGroup();
+    xml.BeginGroup("SubCategories", false);
+    xml.Add(
+        NQGevXmlCategory{.name = "StreamInformation",
+                         .nameSpace = "Standard",
+                         .toolTip = "Category that contains all Stream Information features of the Data Stream module.",
+                         .displayName = "Stream Information",
+                         .visibility = "Expert",
+                         .members = {"StreamID", "StreamType"}});
+    xml.Add(NQGevXmlCategory{
+        .name = "BufferHandlingControl",
+        .nameSpace = "Standard",
+        .toolTip = "Category that contains all Buffer Handling Control features of the Data Stream module.",
+        .displayName = "Buffer Handling Control",
+        .visibility = "Beginner",
+        .members = {"StreamAnnouncedBufferCount",
+                    "StreamBufferHandlingMode",
+                    "StreamAnnounceBufferMinimum",
+                    {"StreamDeliveredFrameCount", true},
+                    {"StreamLostFrameCount", true},
+                    {"StreamInputBufferCount", true},
+                    {"StreamOutputBufferCount", true},
+                    {"StreamStartedFrameCount", true},
+                    {"PayloadSize", true},
+                    {"StreamIsGrabbing", true},
+                    {"StreamChunkCountMaximum", true},
+                    {"StreamBufferAlignment", true}}});
+    xml.Add(NQGevXmlCategory{.name = "ChannelStatistics",
+                             .nameSpace = "Custom",
+                             .toolTip = "Category that contains the counters of the stream channel.",
+                             .displayName = "Channel Statistics",
+                             .visibility = "Expert",
+                             .members = {"FrameLoss", "FramesReceived"}});
+    xml.Add(NQGevXmlCategory{.name = "EventControl",
+                             .nameSpace = "Standard",
+                             .toolTip = "Category that contains all Event Control features of the Data Stream module.",
+                             .displayName = "Event Control",
+                             .visibility = "Expert",
+                             .members = {"EventSelector", "EventNotification"}});
+    xml.EndGroup();
+}
+
+NQGevXmlFeature Counter(std::string_view name, std::string_view nameSpace, std::string_view toolTip,
+                        std::string_view description, std::string_view displayName, std::string_view reg)
+{
+    return {.type = "Integer",
+            .name = name,
+            .nameSpace = nameSpace,
+            .toolTip = toolTip,
+            .description = description,
+            .displayName = displayName,
+            .visibility = "Expert",
+            .reg = reg};
+}
+
+void AddStreamInformation(NQGevXmlWriter& xml)
+{
+    xml.BeginGroup("StreamInformation");
+    xml.Add(NQGevXmlFeature{.type = "String",
+                            .name = "StreamID",
+                            .nameSpace = "Standard",
+                            .toolTip = "Device wide unique identifier of the data stream.",
+                            .displayName = "Stream ID",
+                            .visibility = "Expert",
+                            .reg = "StreamID_Reg"});
+    xml.Add(NQGevXmlFeature{.type = "Enumeration",
+                            .name = "StreamType",
+                            .nameSpace = "Standard",
+                            .toolTip = "Identifies the transport layer technology of the stream.",
+                            .displayName = "Stream Type",
+                            .visibility = "Expert",
+                            .imposedAccessMode = "RO",
+                            .entries = NQGevXmlTransportEntries(),
+                            .fixed = "0"});
+    xml.EndGroup();
+}
+
+void AddBufferHandling(NQGevXmlWriter& xml)
+{
+    xml.BeginGroup("BufferHandlingControl");
+    xml.Add(Counter("StreamAnnouncedBufferCount", "Standard", "Number of announced (known) buffers on this stream.", "",
+                    "Stream Announced Buffer Count", "StreamAnnouncedBufferCount_Reg"));
+    xml.Add(NQGevXmlFeature{
+        .type = "Enumeration",
+        .name = "StreamBufferHandlingMode",
+        .nameSpace = "Standard",
+        .toolTip = "Available buffer handling modes of this stream.",
+        .displayName = "Stream Buffer Handling Mode",
+        .visibility = "Beginner",
+        .imposedAccessMode = "RO",
+        .entries = {{"OldestFirst", "Buffers are delivered in the order they were filled, none is overwritten.",
+                     "Oldest First", "0"},
+                    {"OldestFirstOverwrite",
+                     "Buffers are delivered in the order they were filled, the oldest may be "
+                     "overwritten.",
+                     "Oldest First Overwrite", "1"},
+                    {"NewestOnly", "Only the buffer filled last is delivered.", "Newest Only", "2"}},
+        .reg = "StreamBufferHandlingMode_Reg"});
+    xml.Add(Counter("StreamAnnounceBufferMinimum", "Standard",
+                    "Minimum number of buffers to announce to enable this stream.", "",
+                    "Stream Announce Buffer Minimum", "StreamAnnounceBufferMinimum_Reg"));
+    xml.Disable(Counter("StreamDeliveredFrameCount", "Standard", "Number of frames delivered since acquisition start.",
+                        "", "Stream Delivered Frame Count", "StreamDeliveredFrameCount_Reg"));
+    xml.EndGroup();
+}
+
+void AddStatistics(NQGevXmlWriter& xml)
+{
+    xml.BeginGroup("ChannelStatistics");
+    xml.Add(Counter("FrameLoss", "Custom", "Number of frames that have been lost since last acquisition start.", "",
+                    "Frame Loss", "FrameLoss_Reg"));
+    // Deliberate: the tool tip is that of the announced buffers; consumers know it so.
+    xml.Add(Counter("FramesReceived", "Custom", "Number of announced (known) buffers on this stream.",
+                    "the number of frames that have been received since last acquisition start.", "Frames Received",
+                    "FramesReceived_Reg"));
+    xml.EndGroup();
+}
+
+void AddEventControl(NQGevXmlWriter& xml)
+{
+    xml.BeginGroup("EventControl");
+    xml.Add(NQGevXmlFeature{
+        .type = "Enumeration",
+        .name = "EventSelector",
+        .nameSpace = "Custom",
+        .toolTip = "Selects which event to signal to the consumer.",
+        .displayName = "Event Selector",
+        .visibility = "Expert",
+        .entries = {{"EventFrameStartOfTransfer", "The transfer of a frame began.", "Frame Start Of Transfer", "0"},
+                    {"EventFrameCompleted", "A frame arrived whole.", "Frame Completed", "1"},
+                    {"EventFrameIncomplete", "A frame arrived with data missing.", "Frame Incomplete", "2"},
+                    // Deliberate: spelled so; consumers select the entry by this name.
+                    {"EventFrameAbondoned", "A frame was given up.", "Frame Abandoned", "3"}},
+        .reg = "EventSelector_reg",
+        .selected = {"EventNotification"}});
+    xml.Add(NQGevXmlFeature{
+        .type = "Enumeration",
+        .name = "EventNotification",
+        .nameSpace = "Custom",
+        .toolTip = "Activates or deactivates the notification of the selected event.",
+        .displayName = "Event Notification",
+        .visibility = "Expert",
+        .entries = {{"Off", "The event is not signalled.", "", "0"}, {"On", "The event is signalled.", "", "1"}},
+        .reg = "EventNotification_reg"});
+    xml.EndGroup();
+}
+
+void AddPolled(NQGevXmlWriter& xml, std::string_view name, std::string_view address, std::string_view length)
+{
+    xml.AddInteger({name, address, length, "RO", g_Port, "", "", "NoCache", "1000"});
+}
+
+void AddRegisters(NQGevXmlWriter& xml)
+{
+    // Deliberate: the two event registers lie just above the description itself and are big-endian, unlike all others.
+    xml.BeginGroup("EventControl Register");
+    xml.AddInteger({"EventSelector_reg", "0x10100", "4", "RW", g_Port, "", "", "NoCache", "", "", "BigEndian"});
+    xml.AddInteger({"EventNotification_reg", "0x10104", "4", "RW", g_Port, "", "", "NoCache", "", "", "BigEndian"});
+    xml.EndGroup();
+    // Deliberate: all three groups of stream registers carry the same comment.
+    xml.BeginGroup("StreamInformation Registers");
+    xml.AddString({"StreamID_Reg", "0x80000", "256", "RO", g_Port});
+    xml.EndGroup();
+    xml.BeginGroup("StreamInformation Registers");
+    AddPolled(xml, "StreamAnnouncedBufferCount_Reg", "0x80100", "4");
+    xml.AddInteger({"StreamBufferHandlingMode_Reg", "0x80104", "4", "RW", g_Port});
+    xml.AddInteger({"StreamAnnounceBufferMinimum_Reg", "0x80108", "4", "RO", g_Port, "", "Invisible"});
+    // Deliberate: no feature shows this register; its feature is disabled.
+    AddPolled(xml, "StreamDeliveredFrameCount_Reg", "0x8010C", "8");
+    xml.EndGroup();
+    xml.BeginGroup("StreamInformation Registers");
+    AddPolled(xml, "FrameLoss_Reg", "0x80110", "4");
+    AddPolled(xml, "FramesReceived_Reg", "0x80114", "4");
+    xml.EndGroup();
+}
+
+} // namespace
+
+std::string CreateXmlFileDataStream()
+{
+    NQGevXmlWriter xml("NQGenTLGev", "Data Stream RegisterMap");
+    AddCategories(xml);
+    AddStreamInformation(xml);
+    AddBufferHandling(xml);
+    AddStatistics(xml);
+    AddEventControl(xml);
+    AddRegisters(xml);
+    return xml.Finish({{.name = g_Port, .displayName = "Stream Port", .imposedAccessMode = "RW"}});
+}

@@ -1,0 +1,268 @@
+// SPDX-License-Identifier: Apache-2.0
+// The register description of the interface module's port.
+#include "gev/nq_gev_common.h"
+#include "gev/nq_gev_xml_writer.h"
+
+namespace
+{
+
+constexpr std::string_view g_Port = "InterfacePort";
+constexpr std::string_view g_DeviceListed = "DeviceListNonEmpty_Form";
+
+void AddCategories(NQGevXmlWriter& xml)
+{
+    xml.BeginGroup("RootCategory");
+    xml.Add(NQGevXmlCategory{.name = "Root",
+                             .nameSpace = "Standard",
+                             .visibility = "Beginner",
+                             .members = {"InterfaceInformation", "DeviceEnumeration"}});
+    xml.EndGroup();
+    xml.BeginGroup("SubCategories", false);
+    xml.Add(NQGevXmlCategory{.name = "InterfaceInformation",
+                             .nameSpace = "Standard",
+                             .toolTip =
+                                 "Category that contains all Interface Information features of the Interface module.",
+                             .displayName = "Interface Information",
+                             .visibility = "Expert",
+                             .members = {"InterfaceID",
+                                         {"InterfaceDisplayName", true},
+                                         "InterfaceType",
+                                         "InterfaceTLVersionMajor",
+                                         "InterfaceTLVersionMinor",
+                                         "GevInterfaceGatewaySelector",
+                                         "GevInterfaceGateway",
+                                         "GevInterfaceMACAddress",
+                                         "GevInterfaceSubnetSelector",
+                                         "GevInterfaceSubnetIPAddress",
+                                         "GevInterfaceSubnetMask"}});
+    xml.Add(NQGevXmlCategory{
+        .name = "DeviceEnumeration",
+        .nameSpace = "Standard",
+        .toolTip = "Category that contains all Device Enumeration features of the Interface module.",
+        .displayName = "Device Enumeration",
+        .visibility = "Expert",
+        .members = {"DeviceUpdateList", "DeviceSelector", "DeviceID", "DeviceVendorName", "DeviceModelName",
+                    "DeviceAccessStatus", "DeviceTLVersionMajor", "DeviceTLVersionMinor", "GevDeviceIPAddress",
+                    "GevDeviceSubnetMask", "GevDeviceMACAddress"}});
+    xml.EndGroup();
+}
+
+/// A version number of the transport layer, 1.3 for interface and devices alike.
+void AddVersion(NQGevXmlWriter& xml, std::string_view name, std::string_view text, std::string_view displayName,
+                std::string_view number, std::string_view openingComment = "")
+{
+    xml.Add(NQGevXmlFeature{.type = "Integer",
+                            .name = name,
+                            .nameSpace = "Standard",
+                            .toolTip = text,
+                            .displayName = displayName,
+                            .visibility = "Expert",
+                            .imposedAccessMode = "RO",
+                            .fixed = number,
+                            .openingComment = openingComment});
+}
+
+void AddAddress(NQGevXmlWriter& xml, std::string_view name, std::string_view text, std::string_view displayName,
+                std::string_view available, std::string_view reg, std::string_view representation = "IPV4Address")
+{
+    xml.Add(NQGevXmlFeature{.type = "Integer",
+                            .name = name,
+                            .nameSpace = "Standard",
+                            .toolTip = text,
+                            .displayName = displayName,
+                            .visibility = "Expert",
+                            .available = available,
+                            .reg = reg,
+                            .representation = representation});
+}
+
+void AddSelector(NQGevXmlWriter& xml, std::string_view name, std::string_view text, std::string_view displayName,
+                 std::string_view available, std::string_view reg, std::string_view maxNode,
+                 const std::vector<std::string_view>& selected)
+{
+    xml.Add(NQGevXmlFeature{.type = "Integer",
+                            .name = name,
+                            .nameSpace = "Standard",
+                            .toolTip = text,
+                            .displayName = displayName,
+                            .visibility = "Expert",
+                            .available = available,
+                            .reg = reg,
+                            .min = "0",
+                            .maxNode = maxNode,
+                            .selected = selected});
+}
+
+void AddText(NQGevXmlWriter& xml, std::string_view name, std::string_view text, std::string_view displayName,
+             std::string_view available, std::string_view reg)
+{
+    xml.Add(NQGevXmlFeature{.type = "String",
+                            .name = name,
+                            .nameSpace = "Standard",
+                            .toolTip = text,
+                            .displayName = displayName,
+                            .visibility = "Expert",
+                            .available = available,
+                            .reg = reg});
+}
+
+void AddInterfaceInformation(NQGevXmlWriter& xml)
+{
+    xml.BeginGroup("InterfaceInformation");
+    AddText(xml, "InterfaceID", "GenTL Producer wide unique identifier of the interface.", "Interface ID", "",
+            "InterfaceID_Reg");
+    xml.Add(NQGevXmlFeature{.type = "Enumeration",
+                            .name = "InterfaceType",
+                            .nameSpace = "Standard",
+                            .toolTip = "Identifies the transport layer technology of the interface.",
+                            // Deliberate: consumers show the transport of every module under this one name.
+                            .displayName = "Device Type",
+                            .visibility = "Expert",
+                            .imposedAccessMode = "RO",
+                            .entries = NQGevXmlTransportEntries(),
+                            .fixed = "0"});
+    AddVersion(xml, "InterfaceTLVersionMajor", "Major version number of the transport layer of this interface.",
+               "Interface TL Version Major", "1");
+    AddVersion(xml, "InterfaceTLVersionMinor", "Minor version number of the transport layer of this interface.",
+               "Interface TL Version Minor", "3");
+    AddSelector(xml, "GevInterfaceGatewaySelector", "Selector for the different gateway entries of this interface.",
+                "Gev Interface Gateway Selector", "GatewayListNotEmpty_Form", "GevInterfaceGatewaySelector_Reg",
+                "GevInterfaceGatewaySelectorMax_Form", {"GevInterfaceGateway"});
+    AddAddress(xml, "GevInterfaceGateway", "IP address of the selected gateway entry of this interface.",
+               "Gev Interface Gateway", "GatewayListNotEmpty_Form", "GevInterfaceGateway_Reg");
+    AddAddress(xml, "GevInterfaceMACAddress", "48-bit MAC address of this interface.", "Gev Interface MAC Address", "",
+               "GevInterfaceMACAddress_Reg", "MACAddress");
+    AddSelector(xml, "GevInterfaceSubnetSelector", "Selector for the subnets of this interface.",
+                "Gev Interface Subnet Selector", "", "GevInterfaceSubnetSelector_Reg",
+                "GevInterfaceSubnetSelectorMax_Form", {"GevInterfaceSubnetIPAddress", "GevInterfaceSubnetMask"});
+    AddAddress(xml, "GevInterfaceSubnetIPAddress", "IP address of the selected subnet of this interface.",
+               "Gev Interface Subnet IP Address", "", "GevInterfaceSubnetIPAddress_Reg");
+    AddAddress(xml, "GevInterfaceSubnetMask", "Subnet mask of the selected subnet of this interface.",
+               "Gev Interface Subnet Mask", "", "GevInterfaceSubnetMask_Reg");
+    xml.EndGroup();
+}
+
+void AddDeviceEnumeration(NQGevXmlWriter& xml)
+{
+    xml.BeginGroup("DeviceEnumeration");
+    xml.Add(NQGevXmlFeature{.type = "Command",
+                            .name = "DeviceUpdateList",
+                            .nameSpace = "Standard",
+                            .toolTip = "Updates the internal device list.",
+                            .displayName = "Device Update List",
+                            .visibility = "Expert",
+                            .reg = "DeviceUpdateList_Reg",
+                            .commandValue = "1"});
+    AddSelector(xml, "DeviceSelector", "Selector for the different devices on this interface.", "Device Selector",
+                g_DeviceListed, "DeviceSelector_Reg", "DeviceListMax_Form",
+                {"DeviceID", "DeviceVendorName", "DeviceModelName", "DeviceAccessStatus", "DeviceTLVersionMajor",
+                 "DeviceTLVersionMinor", "GevDeviceIPAddress", "GevDeviceSubnetMask", "GevDeviceMACAddress"});
+    AddText(xml, "DeviceID", "Interface wide unique identifier of the selected device.", "Device ID", g_DeviceListed,
+            "DeviceID_Reg");
+    AddText(xml, "DeviceVendorName", "Name of the vendor of the selected device.", "Device Vendor Name", g_DeviceListed,
+            "DeviceVendorName_Reg");
+    AddText(xml, "DeviceModelName", "Name of the model of the selected device.", "Device Model Name", g_DeviceListed,
+            "DeviceModelName_Reg");
+    xml.Add(NQGevXmlFeature{.type = "Enumeration",
+                            .name = "DeviceAccessStatus",
+                            .nameSpace = "Standard",
+                            .toolTip = "Access status of the selected device at the moment of its last update.",
+                            .displayName = "Device Access Status",
+                            .visibility = "Expert",
+                            .available = g_DeviceListed,
+                            .entries = NQGevXmlAccessStatusEntries(),
+                            .reg = "DeviceAccessStatus_Reg"});
+    AddVersion(xml, "DeviceTLVersionMajor", "Major version number of the transport layer of the selected device.",
+               "Device TL Version Major", "1", "Mandatory element");
+    AddVersion(xml, "DeviceTLVersionMinor", "Minor version number of the transport layer of the selected device.",
+               "Device TL Version Minor", "3", "Mandatory element");
+    AddAddress(xml, "GevDeviceIPAddress", "Current IP address of the selected device.", "Gev Device IP Address",
+               g_DeviceListed, "GevDeviceIPAddress_Reg");
+    AddAddress(xml, "GevDeviceSubnetMask", "Current subnet mask of the selected device.", "Gev Device Subnet Mask",
+               g_DeviceListed, "GevDeviceSubnetMask_Reg");
+    AddAddress(xml, "GevDeviceMACAddress", "48-bit MAC address of the selected device.", "Gev Device MAC Address",
+               g_DeviceListed, "GevDeviceMACAddress_Reg", "MACAddress");
+    xml.EndGroup();
+}
+
+void AddNumber(NQGevXmlWriter& xml, std::string_view name, std::string_view address, std::string_view length,
+               std::string_view accessMode, std::string_view invalidator = "", std::string_view cachable = "")
+{
+    xml.AddInteger({.name = name,
+                    .address = address,
+                    .length = length,
+                    .accessMode = accessMode,
+                    .port = g_Port,
+                    .cachable = cachable,
+                    .invalidator = invalidator});
+}
+
+void AddString(NQGevXmlWriter& xml, std::string_view name, std::string_view address, std::string_view invalidator)
+{
+    xml.AddString({.name = name,
+                   .address = address,
+                   .length = "256",
+                   .accessMode = "RO",
+                   .port = g_Port,
+                   .invalidator = invalidator});
+}
+
+void AddInterfaceRegisters(NQGevXmlWriter& xml)
+{
+    xml.BeginGroup("InterfaceInformation Registers");
+    AddString(xml, "InterfaceID_Reg", "0x60000", "");
+    AddNumber(xml, "GevInterfaceGatewaySelector_Reg", "0x60414", "4", "RW");
+    AddNumber(xml, "NrGateways_Reg", "0x60418", "4", "RO");
+    AddNumber(xml, "GevInterfaceGateway_Reg", "0x6041C", "4", "RO", "GevInterfaceGatewaySelector_Reg");
+    AddNumber(xml, "GevInterfaceMACAddress_Reg", "0x60420", "8", "RO");
+    AddNumber(xml, "GevInterfaceSubnetSelector_Reg", "0x60428", "4", "RW");
+    AddNumber(xml, "NrSubnets_Reg", "0x60430", "4", "RO");
+    AddNumber(xml, "GevInterfaceSubnetIPAddress_Reg", "0x60434", "4", "RO", "GevInterfaceSubnetSelector_Reg");
+    // Deliberate: the mask names itself as its invalidator. There is only one subnet, so no selection changes it.
+    AddNumber(xml, "GevInterfaceSubnetMask_Reg", "0x60438", "4", "RO", "GevInterfaceSubnetMask_Reg");
+    xml.EndGroup();
+}
+
+void AddDeviceRegisters(NQGevXmlWriter& xml)
+{
+    constexpr std::string_view selector = "DeviceSelector_Reg";
+    constexpr std::string_view update = "DeviceUpdateList_Reg";
+    xml.BeginGroup("DeviceEnumeration Registers");
+    AddString(xml, "DeviceID_Reg", "0x6010C", selector);
+    AddString(xml, "DeviceVendorName_Reg", "0x6020C", selector);
+    AddString(xml, "DeviceModelName_Reg", "0x6030C", selector);
+    AddNumber(xml, update, "0x60104", "4", "RW", "", "NoCache");
+    AddNumber(xml, selector, "0x60108", "4", "RW", update, "NoCache");
+    AddNumber(xml, "DeviceAccessStatus_Reg", "0x6040C", "4", "RO", selector);
+    AddNumber(xml, "NrDevices_Reg", "0x60410", "4", "RO", update, "NoCache");
+    AddNumber(xml, "GevDeviceIPAddress_Reg", "0x6043C", "4", "RO", selector);
+    AddNumber(xml, "GevDeviceSubnetMask_Reg", "0x60440", "4", "RO", selector);
+    AddNumber(xml, "GevDeviceMACAddress_Reg", "0x60444", "8", "RO", selector);
+    xml.EndGroup();
+}
+
+void AddFormulas(NQGevXmlWriter& xml)
+{
+    // Deliberate: these three stand outside any group; consumers that list the groups do not show them.
+    xml.Add(NQGevXmlFormula{"GevInterfaceGatewaySelectorMax_Form", "Custom", "NRGWYS", "NrGateways_Reg", "NRGWYS - 1"});
+    xml.Add(NQGevXmlFormula{"GatewayListNotEmpty_Form", "Custom", "NRGWYS", "NrGateways_Reg", "NRGWYS > 0"});
+    xml.Add(NQGevXmlFormula{"GevInterfaceSubnetSelectorMax_Form", "Custom", "NRSUBS", "NrSubnets_Reg", "NRSUBS - 1"});
+    xml.BeginGroup("DeviceEnumeration Formulas");
+    xml.Add(NQGevXmlFormula{"DeviceListNonEmpty_Form", "", "NRDEVS", "NrDevices_Reg", "NRDEVS > 0"});
+    xml.Add(NQGevXmlFormula{"DeviceListMax_Form", "", "NRDEVS", "NrDevices_Reg", "NRDEVS - 1"});
+    xml.EndGroup();
+}
+
+} // namespace
+
+std::string CreateXmlFileInterface()
+{
+    NQGevXmlWriter xml("NQGenTLGev", "IF RegisterMap");
+    AddCategories(xml);
+    AddInterfaceInformation(xml);
+    AddDeviceEnumeration(xml);
+    AddInterfaceRegisters(xml);
+    AddDeviceRegisters(xml);
+    AddFormulas(xml);
+    return xml.Finish({{.name = g_Port, .displayName = "Interface Port", .imposedAccessMode = "RW"}});
+}

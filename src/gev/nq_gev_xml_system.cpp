@@ -1,0 +1,250 @@
+// SPDX-License-Identifier: Apache-2.0
+// The register description of the system module's port.
+#include "gev/nq_gev_common.h"
+#include "gev/nq_gev_xml_writer.h"
+
+namespace
+{
+
+constexpr std::string_view g_Port = "TLPort";
+
+void AddCategories(NQGevXmlWriter& xml)
+{
+    xml.BeginGroup("RootCategory");
+    xml.Add(NQGevXmlCategory{.name = "Root",
+                             .nameSpace = "Standard",
+                             .visibility = "Beginner",
+                             .members = {"SystemInformation", "InterfaceEnumeration", {"EventControl", true}},
+                             .openingComment = "Mandatory element"});
+    xml.EndGroup();
+    xml.BeginGroup("SubCategories", false);
+    xml.Add(NQGevXmlCategory{.name = "SystemInformation",
+                             .nameSpace = "Standard",
+                             .toolTip = "Category that contains all System Information features of the System module.",
+                             .displayName = "System Information",
+                             .visibility = "Beginner",
+                             .members = {"TLID", "TLVendorName", "TLModelName", "TLVersion", "TLPath", "TLType",
+                                         "GenTLVersionMajor", "GenTLVersionMinor", "GenTLSFNCVersionMajor",
+                                         "GenTLSFNCVersionMinor"}});
+    xml.Add(
+        NQGevXmlCategory{.name = "InterfaceEnumeration",
+                         .nameSpace = "Standard",
+                         .toolTip = "Category that contains all Interface Enumeration features of the System module.",
+                         .displayName = "Interface Enumeration",
+                         .visibility = "Beginner",
+                         .members = {"InterfaceUpdateList",
+                                     {"InterfaceUpdateTimeout", true},
+                                     "InterfaceSelector",
+                                     "InterfaceID",
+                                     "GevInterfaceMACAddress",
+                                     "GevInterfaceDefaultIPAddress",
+                                     "GevInterfaceDefaultSubnetMask",
+                                     "GevInterfaceDefaultGateway"}});
+    xml.Disable(NQGevXmlCategory{.name = "EventControl",
+                                 .nameSpace = "Standard",
+                                 .toolTip = "Category that contains all Event Control features of the System module.",
+                                 .displayName = "Event Control",
+                                 .visibility = "Expert",
+                                 .members = {"EventSelector", "EventNotification", "EventInterfaceListChangedData"}},
+                "TBD");
+    xml.EndGroup();
+}
+
+void AddText(NQGevXmlWriter& xml, std::string_view name, std::string_view text, std::string_view displayName,
+             std::string_view visibility, std::string_view reg)
+{
+    xml.Add(NQGevXmlFeature{.type = "String",
+                            .name = name,
+                            .nameSpace = "Standard",
+                            .toolTip = text,
+                            .displayName = displayName,
+                            .visibility = visibility,
+                            .reg = reg});
+}
+
+/// A version number: from a register, or fixed and read-only.
+void AddVersion(NQGevXmlWriter& xml, std::string_view name, std::string_view text, std::string_view displayName,
+                std::string_view reg, std::string_view fixed)
+{
+    xml.Add(NQGevXmlFeature{.type = "Integer",
+                            .name = name,
+                            .nameSpace = "Standard",
+                            .toolTip = text,
+                            .displayName = displayName,
+                            .visibility = "Expert",
+                            .imposedAccessMode = fixed.empty() ? "" : "RO",
+                            .reg = reg,
+                            .fixed = fixed});
+}
+
+void AddSystemInformation(NQGevXmlWriter& xml)
+{
+    xml.BeginGroup("SystemInformation");
+    AddText(xml, "TLID", "Unique identifier of the GenTL Producer like a GUID.", "", "Expert", "TLID_Reg");
+    AddText(xml, "TLVendorName", "Name of the GenTL Producer vendor.", "Manufacturer Name", "Beginner",
+            "TLVendorName_Reg");
+    AddText(xml, "TLModelName", "Name of the GenTL Producer to distinguish different kinds of them from one vendor.",
+            "", "Beginner", "TLModelName_Reg");
+    AddText(xml, "TLVersion", "Vendor specific version string of the GenTL Producer.", "TL Version", "Beginner",
+            "TLVersion_Reg");
+    AddText(xml, "TLPath", "Full path to the GenTL Producer driver including name and extension.", "TL Path", "Expert",
+            "TLPath_Reg");
+    xml.Add(NQGevXmlFeature{.type = "Enumeration",
+                            .name = "TLType",
+                            .nameSpace = "Standard",
+                            .toolTip = "Identifies the transport layer technology of the GenTL Producer.",
+                            // Deliberate: consumers show the transport of every module under this one name.
+                            .displayName = "Device Type",
+                            .visibility = "Expert",
+                            .imposedAccessMode = "RO",
+                            .entries = NQGevXmlTransportEntries(),
+                            .fixed = "0"});
+    AddVersion(xml, "GenTLVersionMajor", "Major version number of the GenTL specification the Producer implements.",
+               "Gen TL Version Major", "GenTLVersionMajor_Reg", "");
+    AddVersion(xml, "GenTLVersionMinor", "Minor version number of the GenTL specification the Producer implements.",
+               "Gen TL Version Minor", "GenTLVersionMinor_Reg", "");
+    AddVersion(xml, "GenTLSFNCVersionMajor",
+               "Major version number of the GenTL Standard Features Naming Convention the Producer follows.",
+               "GenTL SFNC Version Major", "", "1");
+    AddVersion(xml, "GenTLSFNCVersionMinor",
+               "Minor version number of the GenTL Standard Features Naming Convention the Producer follows.",
+               "GenTL SFNC Version Minor", "", "1");
+    xml.EndGroup();
+}
+
+void AddInterfaceSelection(NQGevXmlWriter& xml)
+{
+    // Deliberate: the command has a value of its own and reaches no register. A consumer starts a scan through the C
+    // interface or by writing InterfaceUpdateList_Reg, so that walking the features never rescans the adapters.
+    xml.Add(NQGevXmlFeature{.type = "Command",
+                            .name = "InterfaceUpdateList",
+                            .nameSpace = "Standard",
+                            .toolTip = "Updates the internal interface list.",
+                            .displayName = "Interface Update List",
+                            .visibility = "Beginner",
+                            .imposedAccessMode = "RW",
+                            .fixed = "0",
+                            .commandValue = "1"});
+    xml.Disable(NQGevXmlFeature{.type = "Integer",
+                                .name = "InterfaceUpdateTimeout",
+                                .nameSpace = "Standard",
+                                .toolTip = "Specifies the timeout of an update of the interface list.",
+                                .displayName = "Interface Update Timeout",
+                                .visibility = "Expert",
+                                .imposedAccessMode = "RW",
+                                .fixed = "0",
+                                .unit = "ms"});
+    xml.Add(NQGevXmlFeature{.type = "Integer",
+                            .name = "InterfaceSelector",
+                            .nameSpace = "Standard",
+                            .toolTip = "Selector for the different GenTL Producer interfaces.",
+                            .displayName = "Interface Selector",
+                            .visibility = "Beginner",
+                            .available = "InterfaceListNonEmpty_Form",
+                            .reg = "InterfaceSelector_Reg",
+                            .min = "0",
+                            .maxNode = "InterfaceSelectorMax_Form",
+                            .selected = {"InterfaceID", "GevInterfaceMACAddress", "GevInterfaceDefaultIPAddress",
+                                         "GevInterfaceDefaultSubnetMask", "GevInterfaceDefaultGateway"}});
+    xml.Add(NQGevXmlFeature{.type = "String",
+                            .name = "InterfaceID",
+                            .nameSpace = "Standard",
+                            .toolTip = "GenTL Producer wide unique identifier of the selected interface.",
+                            .displayName = "Interface ID",
+                            .visibility = "Beginner",
+                            .available = "InterfaceListNonEmpty_Form",
+                            .reg = "InterfaceID_Reg"});
+}
+
+void AddAddress(NQGevXmlWriter& xml, std::string_view name, std::string_view text, std::string_view displayName,
+                std::string_view reg, std::string_view representation)
+{
+    xml.Add(NQGevXmlFeature{.type = "Integer",
+                            .name = name,
+                            .nameSpace = "Standard",
+                            .toolTip = text,
+                            .displayName = displayName,
+                            .visibility = "Expert",
+                            .available = "InterfaceListNonEmpty_Form",
+                            .reg = reg,
+                            .representation = representation});
+}
+
+void AddInterfaceEnumeration(NQGevXmlWriter& xml)
+{
+    xml.BeginGroup("InterfaceEnumeration");
+    AddInterfaceSelection(xml);
+    AddAddress(xml, "GevInterfaceMACAddress", "48-bit MAC address of the selected interface.", "Interface MAC Address",
+               "GevInterfaceMACAddress_Reg", "MACAddress");
+    AddAddress(xml, "GevInterfaceDefaultIPAddress", "IP address of the first subnet of the selected interface.",
+               "Interface Default IP Address", "GevInterfaceDefaultIPAddress_Reg", "IPV4Address");
+    AddAddress(xml, "GevInterfaceDefaultSubnetMask", "Subnet mask of the first subnet of the selected interface.",
+               "Interface Default Subnet Mask", "GevInterfaceDefaultSubnetMask_Reg", "IPV4Address");
+    AddAddress(xml, "GevInterfaceDefaultGateway", "Gateway of the first subnet of the selected interface.",
+               "Interface Default Gateway", "GevInterfaceDefaultGateway_Reg", "IPV4Address");
+    xml.EndGroup();
+}
+
+void AddSystemRegisters(NQGevXmlWriter& xml)
+{
+    xml.BeginGroup("SystemInformation Registers");
+    const auto text = [&xml](std::string_view name, std::string_view address) {
+        xml.AddString({name, address, "256", "RO", g_Port, "Standard"});
+    };
+    text("TLVendorName_Reg", "0x50000");
+    text("TLModelName_Reg", "0x50100");
+    text("TLID_Reg", "0x50200");
+    text("TLVersion_Reg", "0x50300");
+    text("TLPath_Reg", "0x50400");
+    xml.AddInteger({"GenTLVersionMajor_Reg", "0x50504", "4", "RO", g_Port, "Standard"});
+    xml.AddInteger({"GenTLVersionMinor_Reg", "0x50508", "4", "RO", g_Port, "Standard"});
+    xml.EndGroup();
+}
+
+void AddInterfaceRegisters(NQGevXmlWriter& xml)
+{
+    constexpr std::string_view selector = "InterfaceSelector_Reg";
+    constexpr std::string_view update = "InterfaceUpdateList_Reg";
+    xml.BeginGroup("InterfaceEnumeration Registers");
+    xml.AddString({.name = "InterfaceID_Reg",
+                   .address = "0x50514",
+                   .length = "256",
+                   .accessMode = "RO",
+                   .port = g_Port,
+                   .invalidator = selector});
+    xml.AddInteger({update, "0x5050C", "4", "RW", g_Port, "", "", "NoCache"});
+    xml.AddInteger({selector, "0x50510", "4", "RW", g_Port, "", "", "NoCache", "", update});
+    xml.AddInteger({"NrInterfaces_Reg", "0x50614", "4", "RO", g_Port, "", "", "NoCache", "", update});
+    const auto address = [&](std::string_view name, std::string_view at, std::string_view length,
+                             std::string_view visibility) {
+        xml.AddInteger({.name = name,
+                        .address = at,
+                        .length = length,
+                        .accessMode = "RO",
+                        .port = g_Port,
+                        .visibility = visibility,
+                        .invalidator = selector});
+    };
+    address("GevInterfaceMACAddress_Reg", "0x50618", "8", "Invisible");
+    address("GevInterfaceDefaultIPAddress_Reg", "0x50620", "4", "Invisible");
+    address("GevInterfaceDefaultSubnetMask_Reg", "0x50624", "4", "");
+    address("GevInterfaceDefaultGateway_Reg", "0x50628", "4", "");
+    xml.EndGroup();
+}
+
+} // namespace
+
+std::string CreateXmlFileSystem()
+{
+    NQGevXmlWriter xml("NQGenTLRDMAGEV", "TL RegisterMap");
+    AddCategories(xml);
+    AddSystemInformation(xml);
+    AddInterfaceEnumeration(xml);
+    AddSystemRegisters(xml);
+    AddInterfaceRegisters(xml);
+    xml.BeginGroup("InterfaceEnumeration Formulas");
+    xml.Add(NQGevXmlFormula{"InterfaceListNonEmpty_Form", "", "NRINTS", "NrInterfaces_Reg", "NRINTS > 0"});
+    xml.Add(NQGevXmlFormula{"InterfaceSelectorMax_Form", "", "NRINTS", "NrInterfaces_Reg", "NRINTS - 1"});
+    xml.EndGroup();
+    return xml.Finish({{.name = g_Port, .displayName = "TL Port", .imposedAccessMode = "RW"}});
+}

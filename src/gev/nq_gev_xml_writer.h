@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: Apache-2.0
+// Writes register descriptions of GenApi schema 1.1 from tables, so that the element order stands in one place.
+#pragma once
+
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// A category member; a disabled one stays in the text as a comment.
+struct NQGevXmlMember
+{
+    // Not explicit: a list of members reads as a list of names.
+    NQGevXmlMember(const char* memberName, bool isDisabled = false) : name(memberName), disabled(isDisabled) {}
+
+    std::string_view name;
+    bool disabled;
+};
+
+// In all records an empty text means that the element or attribute is absent, but for an empty description, which
+// stands for the tool tip.
+
+struct NQGevXmlCategory
+{
+    std::string_view name;
+    std::string_view nameSpace = {};
+    std::string_view toolTip = {};
+    std::string_view description = {};
+    std::string_view displayName = {};
+    std::string_view visibility = {};
+    std::vector<NQGevXmlMember> members = {};
+    std::string_view openingComment = {};
+};
+
+struct NQGevXmlEnumEntry
+{
+    std::string_view name;
+    std::string_view description;
+    std::string_view displayName; ///< Written with a ToolTip that equals the description, or not at all when empty.
+    std::string_view value;
+};
+
+struct NQGevXmlFeature
+{
+    std::string_view type; ///< The element: String, Integer, Enumeration or Command.
+    std::string_view name;
+    std::string_view nameSpace = {};
+    std::string_view toolTip = {};
+    std::string_view description = {};
+    std::string_view displayName = {};
+    std::string_view visibility = {};
+    std::string_view imposedAccessMode = {};
+    std::string_view available = {}; ///< Node that tells whether the feature is available.
+    std::vector<NQGevXmlEnumEntry> entries = {};
+    std::string_view reg = {};   ///< Node that holds the value,
+    std::string_view fixed = {}; ///< or the value itself.
+    std::string_view min = {};
+    std::string_view maxNode = {};
+    std::string_view unit = {};
+    std::string_view representation = {};
+    std::string_view commandValue = {};
+    std::vector<std::string_view> selected = {};
+    std::string_view openingComment = {};
+};
+
+struct NQGevXmlRegister
+{
+    std::string_view name;
+    std::string_view address;
+    std::string_view length;
+    std::string_view accessMode;
+    std::string_view port;
+    std::string_view nameSpace = {};
+    std::string_view visibility = {};
+    std::string_view cachable = {};
+    std::string_view pollingTime = {};
+    std::string_view invalidator = {};
+    std::string_view endianess = "LittleEndian"; ///< Integers only.
+};
+
+struct NQGevXmlFormula
+{
+    std::string_view name;
+    std::string_view nameSpace; ///< A formula with a name space is written escaped, one without as CDATA.
+    std::string_view variable;
+    std::string_view node; ///< The node that the variable stands for.
+    std::string_view formula;
+};
+
+struct NQGevXmlPort
+{
+    std::string_view name;
+    std::string_view displayName = {};
+    std::string_view eventId = {};
+    std::string_view imposedAccessMode = {};
+};
+
+/// One register description in the making. Call the operations in the order of the text, then Finish() once. Used by
+/// one thread.
+class NQGevXmlWriter
+{
+  public:
+    /// Begins the text with the declaration and the root element.
+    NQGevXmlWriter(std::string_view modelName, std::string_view toolTip);
+
+    /// Opens a group; every element until EndGroup() belongs to it. A banner with the comment as its title goes first,
+    /// unless `banner` is false.
+    void BeginGroup(std::string_view comment, bool banner = true);
+    void EndGroup();
+
+    void Add(const NQGevXmlCategory& category);
+    void Add(const NQGevXmlFeature& feature);
+    void Add(const NQGevXmlFormula& formula);
+    void AddInteger(const NQGevXmlRegister& reg);
+    void AddString(const NQGevXmlRegister& reg);
+
+    /// The element is kept as a comment that begins with `mark`.
+    void Disable(const NQGevXmlCategory& category, std::string_view mark);
+    void Disable(const NQGevXmlFeature& feature);
+    void DisableString(const NQGevXmlRegister& reg);
+
+    /// Writes the ports behind their heading, closes the root and gives the text away.
+    std::string Finish(std::initializer_list<NQGevXmlPort> ports);
+
+  private:
+    void Line(std::string_view text);
+    void Comment(std::string_view text);
+    void Open(std::string_view element, std::string_view name, std::string_view nameSpace = {});
+    void Close(std::string_view element);
+    void Element(std::string_view element, std::string_view text);
+    void Entry(const NQGevXmlEnumEntry& entry);
+    void RegisterHead(const NQGevXmlRegister& reg);
+    void BeginDisabled(std::string_view mark);
+    void EndDisabled();
+
+    std::string m_text;
+    std::string m_indent;
+};
+
+/// The entries of TLType, InterfaceType, DeviceType and StreamType.
+std::vector<NQGevXmlEnumEntry> NQGevXmlTransportEntries();
+
+/// The entries of DeviceAccessStatus.
+std::vector<NQGevXmlEnumEntry> NQGevXmlAccessStatusEntries();
