@@ -6,6 +6,7 @@
 #include "gentl/nq_gentl_module_container.h"
 #include "gev/nq_gev_common.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -69,15 +70,18 @@ class NQGevDevice : public GigERDMA::NQGenTLDevice
     int _getPersistentSubnet(int* type, void* buffer, unsigned long* size);
     int _getPersistentGateway(int* type, void* buffer, unsigned long* size);
 
-    int GetCameraInfo(int command, int* type, void* buffer, unsigned long* size);
+    int GetAddressInfo(int command, int* type, void* buffer, unsigned long* size);
+    int GetPersistentAddress(const char* operation, unsigned long address, int* type, void* buffer,
+                             unsigned long* size);
     int ReadCamera(unsigned long address, void* buffer, unsigned long size);
-    int ReadAddressRegister(const char* operation, unsigned long address, int* type, void* buffer, unsigned long* size);
-    int ReadAddressing(unsigned long address, void* buffer, unsigned long* size);
-    int ReadStreamRegisters(unsigned long address, void* buffer, unsigned long* size);
+    int ReadStreamRegister(unsigned long address, void* buffer, unsigned long* size);
+    int ReadAddressRegister(unsigned long address, void* buffer, unsigned long* size);
+    int ReadStoredRegister(unsigned long address, void* buffer, unsigned long* size);
     void MakeStreams();
     void StartMessageChannels();
     void StopMessageChannels();
     void CloseStreams();
+    void CloseRemoteDevice();
 
     int m_accessMode;
     _NQ_GEV_DEVICE_INFO m_info;
@@ -86,7 +90,7 @@ class NQGevDevice : public GigERDMA::NQGenTLDevice
     NQGevTL* m_tl;
     std::unique_ptr<NQGevMessageStream> m_messages;
     unsigned int m_streamSelector = 0;
-    unsigned int m_eventNotification = 1;
+    std::atomic<unsigned int> m_eventNotification = 1;
     char m_updateFile[512] = {};
 
     // A camera with several message channels keeps the earlier ones running; they end with the last one.

@@ -5,21 +5,21 @@
 #include "gentl/nq_gentl_message_stream.h"
 #include "gige/nq_gev_socket_linux.h"
 
-#include <condition_variable>
-#include <mutex>
+#include <atomic>
 
 class NQGevRemoteDevice;
 
 /// One message channel of a camera on a UDP socket of its own.
 ///
 /// OnInit runs on the thread that opens the device, OnGetMessage and OnDestroy on the receiver thread. A set-up that
-/// fails leaves the camera without events and the receiver thread idle until it is stopped; it then touches no
-/// descriptor.
+/// fails leaves the camera without events and the receiver thread idle until it is stopped.
 class NQGevMessageStream : public GigERDMA::NQGenTLMessageStream
 {
   public:
     /// `device` gets the events, `remote` is the camera; neither is owned, both outlive the running channel.
     NQGevMessageStream(int channelId, GigERDMA::NQGenTLDevice* device, NQGevRemoteDevice* remote);
+
+    /// Stops a channel that still runs.
     ~NQGevMessageStream() override;
     NQGevMessageStream(const NQGevMessageStream&) = delete;
     NQGevMessageStream& operator=(const NQGevMessageStream&) = delete;
@@ -33,17 +33,14 @@ class NQGevMessageStream : public GigERDMA::NQGenTLMessageStream
     /// Waits up to 100 ms for one packet and signals it when it is an event.
     void OnGetMessage() override;
 
-    /// Ends the waits of OnGetMessage from now on, so that Stop() returns without delay. For stopping many channels.
-    void Hurry();
+    /// For a channel that a later one of the same camera has replaced: from now on it waits only briefly for packets,
+    /// and its end leaves the camera's registers alone.
+    void Retire();
 
   private:
     unsigned short BindPort();
 
     NQGevSocket m_socket;
     NQGevRemoteDevice* m_remote;
-
-    bool m_bound = false; // written before the receiver thread starts
-    std::mutex m_idleMutex;
-    std::condition_variable m_idle;
-    bool m_hurry = false;
+    std::atomic<bool> m_retired = false;
 };

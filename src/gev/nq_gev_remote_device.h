@@ -6,6 +6,7 @@
 #include "gev/nq_gev_common.h"
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -119,4 +120,6 @@ class NQGevRemoteDevice : public GigERDMA::NQGenTLRemoteDevice
     std::vector<NQGevDataStream*> m_streams;
     std::unique_ptr<NQGevThreadHeartbeat> m_heartbeat;
     unsigned int m_register0D3C = 0;
+
+    std::mutex m_urlMutex; // guards m_urls, never held during an exchange with the camera
 };

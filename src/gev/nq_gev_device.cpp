@@ -1,0 +1,272 @@
+// SPDX-License-Identifier: Apache-2.0
+// The device module's life cycle, its data streams and its fixed answers.
+#include "gev/nq_gev_device.h"
+
+#include "entry/nq_gev_controller.h"
+#include "entry/nq_logger.h"
+#include "gentl/nq_gentl_mutex.h"
+#include "gentl/nq_gentl_util.h"
+#include "gev/nq_gev_data_stream.h"
+#include "gev/nq_gev_message_stream.h"
+#include "gev/nq_gev_remote_device.h"
+
+#include <GenTL/GenTL.h>
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace
+{
+
+/// GigE Vision knows no camera with more stream or message channels, whatever a camera claims.
+constexpr unsigned int maxChannels = 512;
+
+/// Runs a function at the end of a scope that was left before Dismiss().
+template <typename Function>
+class Rollback
+{
+  public:
+    explicit Rollback(Function function) : m_function(std::move(function)) {}
+    Rollback(const Rollback&) = delete;
+    Rollback& operator=(const Rollback&) = delete;
+    ~Rollback()
+    {
+        if (m_armed)
+        {
+            m_function();
+        }
+    }
+    void Dismiss() { m_armed = false; }
+
+  private:
+    Function m_function;
+    bool m_armed = true;
+};
+
+int InvalidParameter(const char* operation)
+{
+    NQLogger::getInstance().TraceA("NQGenTL", 2, "%s GC_ERR_INVALID_PARAMETER", operation);
+    return GenTL::GC_ERR_INVALID_PARAMETER;
+}
+
+} // namespace
+
+NQGevDevice::NQGevDevice(NQGevTL* tl, const _NQ_GEV_DEVICE_INFO& info, int accessMode,
+                         GigERDMA::NQGenTLModuleBase* parent)
+    : NQGenTLDevice(parent), m_accessMode(accessMode), m_info(info),
+      m_remote(std::make_unique<NQGevRemoteDevice>(tl, info, accessMode, this)), m_tl(tl)
+{
+}
+
+NQGevDevice::~NQGevDevice() = default;
+
+bool NQGevDevice::IsPortImplemented()
+{
+    return true;
+}
+
+bool NQGevDevice::IsEventImplemented(int type)
+{
+    constexpr int remoteDeviceEvent = 4;
+    constexpr int moduleEvent = 5;
+    constexpr int connectionEvent = 4000;
+    return type == remoteDeviceEvent || type == moduleEvent || type == connectionEvent;
+}
+
+GigERDMA::_NQ_GENTL_PORT_INFO NQGevDevice::GetPortInfo()
+{
+    GigERDMA::_NQ_GENTL_PORT_INFO info;
+    info.id = "NQGenTLGevRDMA";
+    info.vendor = "Nerquil Optic";
+    info.model = "GEVRDMATL";
+    info.tlType = "GEV";
+    info.module = "TLDevice";
+    info.littleEndian = true;
+    info.accessRead = true;
+    info.accessWrite = true;
+    // Deliberate: the device port has a version of its own, one behind that of the producer.
+    info.version = "2.5.4";
+    info.portName = "DevicePort";
+    return info;
+}
+
+GigERDMA::_NQ_GENTL_XML_INFO NQGevDevice::GetXMLInfo()
+{
+    GigERDMA::_NQ_GENTL_XML_INFO info;
+    info.fileName = g_XmlFileNameDevice;
+    info.xml = CreateXmlFileDevice();
+    info.size = info.xml.size() + 1;
+    return info;
+}
+
+std::vector<std::string> NQGevDevice::GetURLList()
+{
+    const GigERDMA::_NQ_GENTL_XML_INFO info = GetXMLInfo();
+    return {NQGenTLUtil::BuildLocalURL(info.fileName, info.xml, g_XmlAddress)};
+}
+
+std::string NQGevDevice::GetId()
+{
+    return m_info.id;
+}
+
+int NQGevDevice::DoOpen()
+{
+    if (!m_remote)
+    {
+        m_remote = std::make_unique<NQGevRemoteDevice>(m_tl, m_info, m_accessMode, this);
+    }
+    const int result = m_remote->Open();
+    if (result != GenTL::GC_ERR_SUCCESS)
+    {
+        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! NQGevRemoteDevice::Open %d", "DoOpen", result);
+        return result;
+    }
+    Rollback undo([this] {
+        StopMessageChannels();
+        CloseStreams();
+        CloseRemoteDevice();
+    });
+    MakeStreams();
+    StartMessageChannels();
+    g_Controller.RegisterModule(m_remote.get());
+    g_Controller.RegisterModule(this);
+    undo.Dismiss();
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+void NQGevDevice::MakeStreams()
+{
+    const unsigned int count = std::min(m_remote->GetStreamChannelCount(), maxChannels);
+    for (unsigned int index = 0; index < count; ++index)
+    {
+        auto stream = std::make_unique<NQGevDataStream>(m_remote.get(), index, this);
+        m_streams.Add(stream.get());
+        NQGevDataStream* const listed = stream.release();
+        g_Controller.RegisterModule(listed);
+    }
+}
+
+void NQGevDevice::StartMessageChannels()
+{
+    const unsigned int count = std::min(m_remote->GetMessageChannelCount(), maxChannels);
+    for (unsigned int index = 0; index < count; ++index)
+    {
+        auto channel = std::make_unique<NQGevMessageStream>(static_cast<int>(index), this, m_remote.get());
+        if (m_messages)
+        {
+            m_earlierMessages.push_back(std::move(m_messages));
+        }
+        m_messages = std::move(channel);
+        m_messages->Start();
+    }
+}
+
+void NQGevDevice::StopMessageChannels()
+{
+    for (const auto& channel : m_earlierMessages)
+    {
+        channel->Retire();
+    }
+    if (m_messages)
+    {
+        m_messages->Stop();
+        m_messages.reset();
+    }
+    for (const auto& channel : m_earlierMessages)
+    {
+        channel->Stop();
+    }
+    m_earlierMessages.clear();
+}
+
+void NQGevDevice::CloseStreams()
+{
+    while (GigERDMA::NQGenTLModuleBase* const stream = m_streams.FindByIndex(0, true))
+    {
+        if (!g_Controller.UnregisterModule(stream, true))
+        {
+            delete stream;
+        }
+    }
+}
+
+void NQGevDevice::CloseRemoteDevice()
+{
+    NQGevRemoteDevice* const remote = m_remote.release();
+    if (!g_Controller.UnregisterModule(remote, true))
+    {
+        delete remote;
+    }
+}
+
+int NQGevDevice::DoClose()
+{
+    StopMessageChannels();
+    CloseStreams();
+    CloseRemoteDevice();
+    g_Controller.UnregisterModule(this, false);
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGevDevice::GetPort(void** port)
+{
+    if (port == nullptr)
+    {
+        return InvalidParameter("GetPort");
+    }
+    const GigERDMA::NQGenTLLock lock(m_moduleLock);
+    *port = m_remote.get();
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGevDevice::GetNumDataStreams(unsigned int* count)
+{
+    if (count == nullptr)
+    {
+        return InvalidParameter("GetNumDataStreams");
+    }
+    const GigERDMA::NQGenTLLock lock(m_moduleLock);
+    *count = m_streams.GetCount();
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGevDevice::GetDataStreamID(unsigned int index, char* buffer, unsigned long* size)
+{
+    if (size == nullptr)
+    {
+        return InvalidParameter("GetDataStreamID");
+    }
+    GigERDMA::NQGenTLModuleBase* const stream = m_streams.FindByIndex(index, false);
+    if (stream == nullptr)
+    {
+        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s GC_ERR_INVALID_INDEX", "GetDataStreamID");
+        return GenTL::GC_ERR_INVALID_INDEX;
+    }
+    if (buffer != nullptr && *size != 0)
+    {
+        std::memset(buffer, 0, *size);
+    }
+    int type = 0;
+    return NQGenTLUtil::CopyInfoString(stream->GetId(), &type, buffer, size);
+}
+
+int NQGevDevice::OpenDataStream(const char* id, void** stream)
+{
+    if (id == nullptr || stream == nullptr)
+    {
+        return InvalidParameter("OpenDataStream");
+    }
+    GigERDMA::NQGenTLModuleBase* const module = m_streams.FindById(id, false);
+    if (module == nullptr)
+    {
+        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s GC_ERR_INVALID_ID", "OpenDataStream");
+        return GenTL::GC_ERR_INVALID_ID;
+    }
+    const int result = module->Open();
+    if (result == GenTL::GC_ERR_SUCCESS)
+    {
+        *stream = module;
+    }
+    return result;
+}

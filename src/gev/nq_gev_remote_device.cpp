@@ -1,0 +1,324 @@
+// SPDX-License-Identifier: Apache-2.0
+// The remote device's life cycle, its camera registers and what other modules read of the camera.
+#include "gev/nq_gev_remote_device.h"
+
+#include "entry/nq_logger.h"
+#include "gev/nq_gev_camera_registers.h"
+#include "gev/nq_gev_thread_heartbeat.h"
+#include "gige/nq_gev_tl_linux.h"
+#include "rdma/rdma_records.h"
+
+#include <GenTL/GenTL.h>
+#include <cstring>
+#include <utility>
+
+namespace
+{
+
+constexpr unsigned int writeEventSupported = 0x20;
+constexpr unsigned int bigEndianDevice = 0x80000000;
+constexpr std::size_t settingsBlockSize = 176;
+
+/// What a GenTL access mode asks of the camera's control privilege register.
+unsigned int PrivilegeOf(int accessMode)
+{
+    switch (accessMode)
+    {
+    case GenTL::DEVICE_ACCESS_CONTROL:
+        return 2;
+    case GenTL::DEVICE_ACCESS_EXCLUSIVE:
+        return 1;
+    default:
+        return 0;
+    }
+}
+
+/// Closes a camera unless it was released to its owner.
+class OpenCamera
+{
+  public:
+    OpenCamera(NQGevTL& tl, unsigned long& handle) : m_tl(tl), m_handle(handle) {}
+    OpenCamera(const OpenCamera&) = delete;
+    OpenCamera& operator=(const OpenCamera&) = delete;
+    ~OpenCamera()
+    {
+        if (!m_kept && m_handle != 0)
+        {
+            m_tl.CameraClose(m_handle);
+            m_handle = 0;
+        }
+    }
+    void Keep() { m_kept = true; }
+
+  private:
+    NQGevTL& m_tl;
+    unsigned long& m_handle;
+    bool m_kept = false;
+};
+
+template <typename Value>
+Value ReadAt(const unsigned char* block, std::size_t offset)
+{
+    Value value;
+    std::memcpy(&value, block + offset, sizeof value);
+    return value;
+}
+
+} // namespace
+
+NQGevRemoteDevice::NQGevRemoteDevice(NQGevTL* tl, const _NQ_GEV_DEVICE_INFO& info, int accessMode,
+                                     GigERDMA::NQGenTLModuleBase* parent)
+    : NQGenTLRemoteDevice(parent), m_tl(tl), m_accessMode(accessMode), m_info(info),
+      m_heartbeat(std::make_unique<NQGevThreadHeartbeat>(this))
+{
+}
+
+NQGevRemoteDevice::~NQGevRemoteDevice()
+{
+    Close();
+}
+
+bool NQGevRemoteDevice::IsPortImplemented()
+{
+    return true;
+}
+
+bool NQGevRemoteDevice::IsEventImplemented(int)
+{
+    return false;
+}
+
+GigERDMA::_NQ_GENTL_PORT_INFO NQGevRemoteDevice::GetPortInfo()
+{
+    GigERDMA::_NQ_GENTL_PORT_INFO info;
+    info.id = "NQGenTLGevRDMA";
+    info.vendor = "Nerquil Optic";
+    info.model = "GEVRDMATL";
+    info.tlType = "GEV";
+    info.module = "Device";
+    info.bigEndian = (m_info.deviceMode & bigEndianDevice) != 0;
+    info.littleEndian = !info.bigEndian;
+    info.accessRead = true;
+    info.accessWrite = m_accessMode != GenTL::DEVICE_ACCESS_READONLY;
+    info.version = "2.5.5";
+    info.portName = "Device";
+    return info;
+}
+
+GigERDMA::_NQ_GENTL_XML_INFO NQGevRemoteDevice::GetXMLInfo()
+{
+    return {};
+}
+
+std::string NQGevRemoteDevice::GetId()
+{
+    return "Temp Remote Device ID";
+}
+
+int NQGevRemoteDevice::DoOpen()
+{
+    OpenCamera camera(*m_tl, m_handle);
+    if (!m_tl->CameraOpen(&m_handle, m_info.ipAddress, g_GvcpPort))
+    {
+        return GenTL::GC_ERR_ERROR;
+    }
+    if (m_accessMode != GenTL::DEVICE_ACCESS_READONLY)
+    {
+        // Deliberate: a camera that refuses the privilege is opened all the same; its access status tells.
+        _gvcpWritereg(nq::reg::controlPrivilege, PrivilegeOf(m_accessMode), false);
+        _gvcpReadReg(nq::reg::heartbeatTimeout, &m_info.spareWord, false);
+        _gvcpReadReg(nq::reg::gvcpCapability, &m_info.spareWord2, false);
+        if ((m_info.spareWord2 & writeEventSupported) != 0)
+        {
+            _gvcpWritereg(nq::reg::gvcpConfiguration, 2, false);
+        }
+    }
+    m_register0D3C = 0;
+    _gvcpReadReg(nq::reg::camera0D3C, &m_register0D3C, true);
+    m_heartbeat->Start(m_info.spareWord);
+    camera.Keep();
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGevRemoteDevice::DoClose()
+{
+    if (m_heartbeat->IsRunning())
+    {
+        _gvcpWritereg(nq::reg::controlPrivilege, 0, false);
+        m_heartbeat->RequestExit();
+        m_heartbeat->Wait();
+    }
+    m_tl->CameraClose(m_handle);
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+unsigned int NQGevRemoteDevice::GetStreamChannelCount()
+{
+    unsigned int count = 0;
+    if (m_handle != 0)
+    {
+        _gvcpReadReg(nq::reg::streamChannels, &count, false);
+    }
+    return count;
+}
+
+unsigned int NQGevRemoteDevice::GetMessageChannelCount()
+{
+    unsigned int count = 0;
+    if (m_handle != 0)
+    {
+        _gvcpReadReg(nq::reg::messageChannels, &count, false);
+    }
+    return count;
+}
+
+bool NQGevRemoteDevice::EnableStream(bool on)
+{
+    return _gvcpWritereg(nq::reg::rdmaStreamEnable, on ? 0x80000000U : 0, false);
+}
+
+bool NQGevRemoteDevice::_gvcpReadReg(unsigned int address, unsigned int* value, bool swap)
+{
+    if (!m_tl->CameraReadRegister(m_handle, address, value, swap))
+    {
+        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! Address:0x%x", "_gvcpReadReg", address);
+        return false;
+    }
+    return true;
+}
+
+bool NQGevRemoteDevice::_gvcpWritereg(unsigned int address, unsigned int value, bool swap)
+{
+    if (!m_tl->CameraWriteRegister(m_handle, address, value, swap))
+    {
+        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! Address:0x%x", "_gvcpWritereg", address);
+        return false;
+    }
+    return true;
+}
+
+bool NQGevRemoteDevice::_gvcpReadMem(unsigned int address, unsigned char* data, int count)
+{
+    if (!m_tl->CameraReadMemory(m_handle, address, data, count))
+    {
+        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! Address:0x%x", "_gvcpReadMem", address);
+        return false;
+    }
+    return true;
+}
+
+bool NQGevRemoteDevice::_gvcpWriteMem(unsigned int address, unsigned char* data, int count)
+{
+    if (!m_tl->CameraWriteMemory(m_handle, address, data, count))
+    {
+        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! Address:0x%x", "_gvcpWriteMem", address);
+        return false;
+    }
+    return true;
+}
+
+unsigned int NQGevRemoteDevice::GetSourcePort()
+{
+    unsigned int port = 0;
+    if (m_handle != 0 && !_gvcpReadReg(nq::reg::messageSourcePort, &port, false))
+    {
+        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s Failed! _gvcpReadReg", "GetSourcePort");
+    }
+    return port;
+}
+
+bool NQGevRemoteDevice::SetMessagePort(int port)
+{
+    if (m_handle == 0)
+    {
+        return false;
+    }
+    if (!_gvcpWritereg(nq::reg::messagePort, static_cast<unsigned int>(port), false))
+    {
+        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s Failed! _gvcpWritereg", "SetMessagePort");
+        return false;
+    }
+    return true;
+}
+
+bool NQGevRemoteDevice::SetMessageAddress(int address)
+{
+    if (m_handle == 0)
+    {
+        return false;
+    }
+    if (!_gvcpWritereg(nq::reg::messageAddress, static_cast<unsigned int>(address), false))
+    {
+        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s Failed! _gvcpWritereg", "SetMessageAddress");
+        return false;
+    }
+    return true;
+}
+
+bool NQGevRemoteDevice::GetStreachannelCapability(_NQ_STREAM_CAPABILITY* capability)
+{
+    unsigned int value = 0;
+    if (m_handle == 0 || !_gvcpReadReg(nq::reg::streamCapability, &value, false))
+    {
+        return false;
+    }
+    std::memcpy(capability, &value, sizeof *capability);
+    return true;
+}
+
+bool NQGevRemoteDevice::GetBufferSettings(gevrdmaBufferSettings* settings)
+{
+    unsigned char block[settingsBlockSize] = {};
+    // Deliberate: a block that could not be read is handed on as zeros; the acquisition then fails by itself.
+    const bool read = _gvcpReadMem(nq::reg::rdmaSettings, block, sizeof block);
+    settings->blockWord160 = ReadAt<unsigned int>(block, 160);
+    settings->blockWord164 = ReadAt<unsigned int>(block, 164);
+    settings->payloadSize = ReadAt<unsigned long>(block, 32);
+    settings->blockByte130 = block[130];
+    return read;
+}
+
+bool NQGevRemoteDevice::GetbufferLayout(buffer_Layout* layout)
+{
+    unsigned int address = 0;
+    unsigned int unused = 0;
+    buffer_Layout block = {};
+    _gvcpReadReg(nq::reg::bufferLayout, &address, false);
+    _gvcpReadReg(nq::reg::bufferLayout2, &unused, false);
+    const bool read = _gvcpReadMem(address, block.bytes, sizeof block.bytes);
+    NQLogger::getInstance().TraceA("NQGenTL", 2, "%s  *bufferLayout = layoutt ENTER", "GetbufferLayout");
+    *layout = block;
+    return read;
+}
+
+int NQGevRemoteDevice::GetAccessStatus()
+{
+    if (m_handle == 0)
+    {
+        return GenTL::DEVICE_ACCESS_STATUS_UNKNOWN;
+    }
+    unsigned int privilege = 0;
+    if (!_gvcpReadReg(nq::reg::controlPrivilege, &privilege, false))
+    {
+        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! ReadPort: address:0x%x error:%d", "GetAccessStatus",
+                                       nq::reg::controlPrivilege, GenTL::GC_ERR_IO);
+        return GenTL::DEVICE_ACCESS_STATUS_NOACCESS;
+    }
+    NQLogger::getInstance().TraceA("NQGenTL", 8, "%s currentAccessStatus:%d", "GetAccessStatus", privilege);
+    switch (privilege)
+    {
+    case 1:
+        // Deliberate: exclusive access counts as no access, even where it is this object's own.
+        return GenTL::DEVICE_ACCESS_STATUS_NOACCESS;
+    case 2:
+        return GenTL::DEVICE_ACCESS_STATUS_OPEN_READWRITE;
+    default:
+        return static_cast<int>(privilege);
+    }
+}
+
+NQGevDataStream* NQGevRemoteDevice::_findStream(unsigned int index)
+{
+    const GigERDMA::NQGenTLLock lock(m_moduleLock);
+    return index < m_streams.size() ? m_streams[index] : nullptr;
+}

@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: Apache-2.0
+// The search for the largest packet that gets from the camera to this host.
+#include "gev/nq_gev_camera_registers.h"
+#include "gev/nq_gev_remote_device.h"
+#include "gige/gige_wait.h"
+
+#include <chrono>
+#include <memory>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr unsigned short firstPort = 3500;
+constexpr unsigned short lastPort = 3564;
+constexpr unsigned int largestSize = 9000;  // bytes
+constexpr unsigned int standardSize = 1500; // bytes
+constexpr unsigned int packetHeaders = 28;  // bytes of IPv4 and UDP header
+constexpr unsigned int testPacketAndDoNotFragment = 0xC0000000;
+constexpr int attempts = 4;
+
+/// A UDP socket on the first free port of the test range, and the block its packets go to.
+class TestSocket
+{
+  public:
+    explicit TestSocket(std::size_t blockSize)
+        : m_block(new unsigned char[blockSize]), m_blockSize(blockSize),
+          m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    {
+    }
+    ~TestSocket()
+    {
+        if (m_socket != -1)
+        {
+            close(m_socket);
+        }
+    }
+    TestSocket(const TestSocket&) = delete;
+    TestSocket& operator=(const TestSocket&) = delete;
+
+    /// The bound port, 0 when none was free.
+    unsigned short Bind() const
+    {
+        for (unsigned short port = firstPort; port <= lastPort; ++port)
+        {
+            sockaddr_in local = {};
+            local.sin_family = AF_INET;
+            local.sin_port = htons(port);
+            if (bind(m_socket, reinterpret_cast<const sockaddr*>(&local), sizeof local) == 0)
+            {
+                return port;
+            }
+        }
+        return 0;
+    }
+
+    void SendOpener(unsigned int ip, unsigned short port) const
+    {
+        const unsigned char opener[8] = {};
+        sockaddr_in camera = {};
+        camera.sin_family = AF_INET;
+        camera.sin_port = htons(port);
+        camera.sin_addr.s_addr = htonl(ip);
+        sendto(m_socket, opener, sizeof opener, 0, reinterpret_cast<const sockaddr*>(&camera), sizeof camera);
+    }
+
+    /// 1 when a packet waits, 0 when the time is over, -1 on a failure. One budget of 20 ms serves all waits.
+    int Wait() { return GigETL::waitReadable(m_socket, &m_left); }
+
+    /// Takes the waiting packet; its length in bytes, without headers.
+    unsigned int Receive() const
+    {
+        return static_cast<unsigned int>(
+            recvfrom(m_socket, m_block.get(), m_blockSize, MSG_DONTWAIT, nullptr, nullptr));
+    }
+
+  private:
+    std::unique_ptr<unsigned char[]> m_block;
+    std::size_t m_blockSize;
+    int m_socket;
+    timeval m_left = {0, 20000};
+};
+
+} // namespace
+
+unsigned int NQGevRemoteDevice::GetMaxSizeMTU(unsigned int, unsigned int bufferExtra)
+{
+    const unsigned int size = MeasurePacketSize(bufferExtra);
+    unsigned int accepted = 0;
+    _gvcpWritereg(nq::reg::streamPacketSize, size, false);
+    _gvcpReadReg(nq::reg::streamPacketSize, &accepted, false);
+    if (size >= accepted)
+    {
+        return accepted;
+    }
+    _gvcpWritereg(nq::reg::streamPacketSize, accepted - 512, false);
+    _gvcpReadReg(nq::reg::streamPacketSize, &accepted, false);
+    return accepted;
+}
+
+unsigned int NQGevRemoteDevice::MeasurePacketSize(unsigned int bufferExtra)
+{
+    TestSocket test(std::size_t{bufferExtra} + 36);
+    const unsigned short port = test.Bind();
+    if (port == 0)
+    {
+        return largestSize;
+    }
+    test.SendOpener(m_info.ipAddress, port);
+    if (test.Wait() != 0)
+    {
+        test.Receive();
+    }
+    unsigned int tested = 0;
+    _gvcpWritereg(nq::reg::streamPacketSize, largestSize, false);
+    _gvcpWritereg(nq::reg::streamAddress, m_info.interfaceIp, false);
+    _gvcpWritereg(nq::reg::streamPort, port, false);
+    _gvcpReadReg(nq::reg::streamPacketSize, &tested, false);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+
+    int ready = 0;
+    for (int attempt = 0; attempt < attempts && ready == 0; ++attempt)
+    {
+        _gvcpWritereg(nq::reg::streamPacketSize, tested + testPacketAndDoNotFragment, false);
+        // Deliberate: the budget is not renewed, so the later waits are short or only look.
+        ready = test.Wait();
+    }
+    unsigned int size = standardSize;
+    if (ready < 0)
+    {
+        size = largestSize;
+    }
+    else if (ready > 0 && test.Receive() + packetHeaders == tested)
+    {
+        size = tested;
+    }
+    _gvcpWritereg(nq::reg::streamPort, 0, false);
+    return size;
+}

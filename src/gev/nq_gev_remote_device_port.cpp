@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: Apache-2.0
+// The remote device's port: reads and writes of any size as register and memory exchanges, and the camera's URLs.
+#include "entry/nq_logger.h"
+#include "gev/nq_gev_camera_registers.h"
+#include "gev/nq_gev_remote_device.h"
+
+#include <GenTL/GenTL.h>
+#include <algorithm>
+#include <climits>
+#include <cstring>
+
+namespace
+{
+
+constexpr int chunkSize = 512;
+constexpr std::size_t urlSize = 512;
+
+/// A size in bytes, up to the next multiple of 4, in the 32 bits that a camera access has.
+int RoundedSize(unsigned long size)
+{
+    return static_cast<int>(static_cast<unsigned int>((size + 3) & ~3UL));
+}
+
+int InvalidParameter(const char* operation)
+{
+    NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! GC_ERR_INVALID_PARAMETER", operation);
+    return GenTL::GC_ERR_INVALID_PARAMETER;
+}
+
+} // namespace
+
+int NQGevRemoteDevice::ReadPort(unsigned long address, void* buffer, unsigned long* size)
+{
+    if (buffer == nullptr || size == nullptr || RoundedSize(*size) < 0)
+    {
+        return InvalidParameter("ReadPort");
+    }
+    const int rounded = RoundedSize(*size);
+    const auto camera = static_cast<unsigned int>(address);
+    std::vector<unsigned char> block(std::max<std::size_t>(static_cast<std::size_t>(rounded), 1));
+    bool done = false;
+    if (rounded > chunkSize)
+    {
+        done = ReadChunks(camera, block.data(), rounded);
+    }
+    else if (rounded == 4)
+    {
+        unsigned int value = 0;
+        done = _gvcpReadReg(camera, &value, true);
+        std::memcpy(block.data(), &value, sizeof value);
+    }
+    else
+    {
+        done = _gvcpReadMem(camera, block.data(), rounded);
+    }
+    if (!done)
+    {
+        return GenTL::GC_ERR_IO;
+    }
+    std::memcpy(buffer, block.data(), std::min<std::size_t>(static_cast<std::size_t>(rounded), *size));
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+bool NQGevRemoteDevice::ReadChunks(unsigned int address, unsigned char* data, int count)
+{
+    for (int offset = 0; offset < count; offset += chunkSize)
+    {
+        const int chunk = std::min(chunkSize, count - offset);
+        if (!_gvcpReadMem(address + static_cast<unsigned int>(offset), data + offset, chunk))
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+int NQGevRemoteDevice::WritePort(unsigned long address, const void* buffer, unsigned long* size)
+{
+    if (m_handle == 0)
+    {
+        return GenTL::GC_ERR_NOT_INITIALIZED;
+    }
+    if (buffer == nullptr || size == nullptr || *size > static_cast<unsigned long>(INT_MAX - 3))
+    {
+        return InvalidParameter("WritePort");
+    }
+    const int rounded = RoundedSize(*size);
+    const auto camera = static_cast<unsigned int>(address);
+    // What fills up the last word is zeros of this block; the caller's memory ends at *size.
+    std::vector<unsigned char> block(std::max<std::size_t>(static_cast<std::size_t>(rounded), 1));
+    std::memcpy(block.data(), buffer, *size);
+    bool done = false;
+    if (rounded >= chunkSize)
+    {
+        done = WriteChunks(camera, block.data(), rounded);
+    }
+    else if (rounded == 4)
+    {
+        unsigned int value = 0;
+        std::memcpy(&value, block.data(), sizeof value);
+        done = _gvcpWritereg(camera, value, true);
+    }
+    else
+    {
+        done = _gvcpWriteMem(camera, block.data(), rounded);
+    }
+    return done ? GenTL::GC_ERR_SUCCESS : GenTL::GC_ERR_IO;
+}
+
+bool NQGevRemoteDevice::WriteChunks(unsigned int address, unsigned char* data, int count)
+{
+    for (int offset = 0; offset < count; offset += chunkSize)
+    {
+        const int chunk = std::min(chunkSize, count - offset);
+        if (!_gvcpWriteMem(address + static_cast<unsigned int>(offset), data + offset, chunk))
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::vector<std::string> NQGevRemoteDevice::GetURLList()
+{
+    {
+        const std::lock_guard lock(m_urlMutex);
+        if (!m_urls.empty())
+        {
+            return m_urls;
+        }
+    }
+    std::vector<std::string> urls;
+    char buffer[urlSize] = {};
+    for (const unsigned int address : {nq::reg::firstUrl, nq::reg::secondUrl})
+    {
+        // Deliberate: an empty text is an entry like any other, so a camera with one URL lists two.
+        if (_gvcpReadMem(address, reinterpret_cast<unsigned char*>(buffer), urlSize))
+        {
+            urls.emplace_back(buffer, strnlen(buffer, urlSize));
+        }
+    }
+    const std::lock_guard lock(m_urlMutex);
+    if (m_urls.empty())
+    {
+        m_urls = std::move(urls);
+    }
+    return m_urls;
+}

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: Apache-2.0
+// One beat: read the camera's control privilege and report a change of status.
+#include "gev/nq_gev_thread_heartbeat.h"
+
+#include "gentl/nq_gentl_event_device_connection.h"
+#include "gev/nq_gev_remote_device.h"
+
+#include <GenTL/GenTL.h>
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <memory>
+
+namespace
+{
+
+constexpr int connectionEvent = 4000;
+
+} // namespace
+
+NQGevThreadHeartbeat::NQGevThreadHeartbeat(NQGevRemoteDevice* remote) : m_remote(remote) {}
+
+NQGevThreadHeartbeat::~NQGevThreadHeartbeat()
+{
+    if (IsRunning())
+    {
+        RequestExit();
+        Wait();
+    }
+}
+
+void NQGevThreadHeartbeat::OnHeartBeat()
+{
+    // Deliberate: one status for the whole process, kept across close and open. Cameras in the same state report it
+    // once; cameras in different states report a change at each other's beats.
+    static std::atomic<int> currAccessStatus = 0;
+
+    const _NQ_GEV_DEVICE_INFO info = m_remote->GetDeviceInfo();
+    const int status = m_remote->GetAccessStatus();
+    if (currAccessStatus.exchange(status, std::memory_order_relaxed) == status)
+    {
+        return;
+    }
+    _sendConnectionEvent(status, info.id);
+    if (status == GenTL::DEVICE_ACCESS_STATUS_NOACCESS || status == GenTL::DEVICE_ACCESS_STATUS_UNKNOWN)
+    {
+        RequestExit();
+    }
+}
+
+void NQGevThreadHeartbeat::_sendConnectionEvent(int status, std::string text)
+{
+    GigERDMA::NQGenTLModuleBase* const device = m_remote->GetParent();
+    if (device == nullptr)
+    {
+        return;
+    }
+    GigERDMA::NQGenTLEvent* const event = device->FindEventById(connectionEvent, false);
+    if (event == nullptr)
+    {
+        return;
+    }
+    auto record = std::make_unique<GigERDMA::NQGenTLEventDeviceConnectionRecord>();
+    record->status = status;
+    const std::size_t length = std::min(std::strlen(text.c_str()), sizeof record->text - 1);
+    std::memcpy(record->text, text.c_str(), length);
+    record->text[length] = '\0';
+    event->Signal(record.get());
+    record.release();
+}
