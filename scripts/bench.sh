@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# ./run bench [FRAMES]: what one frame costs inside the producer, as JSON in out/bench/.
+set -euo pipefail
+cd "$(dirname "$(readlink -f "$0")")/.."
+. scripts/common.sh
+become_root "$@"
+need_disk
+# shellcheck disable=SC2086
+install $build_packages
+need_namespaces
+NQ_TARGETS="nq_gev_rdma_tl nq-gev-camera nq_rdma_loopback frame_cost" build build
+mkdir -p out/bench
+export GENICAM_GENTL64_PATH=$PWD/build
+unshare --net scripts/two_hosts.sh build/bench/frame_cost "${1:-2000}" | tee out/bench/frame_cost.json
