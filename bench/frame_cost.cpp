@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What one frame costs inside the producer: heap allocations and copied bytes per frame, counted, and the throughput.
 // Run beside a virtual camera by `./run bench`. Prints JSON.
+#include "exit_codes.h"
 #include "grab_session.h"
 
 #include <atomic>
