@@ -13,9 +13,9 @@ namespace GenTL
 /** Commands of TLGetInterfaceInfo and IFGetInfo. All answers are strings. */
 enum NQ_INTERFACE_INFO_CMD_LIST
 {
-    NQ_INTERFACE_INFO_MAC = 0xA000,    /**< MAC address of the adapter */
-    NQ_INTERFACE_INFO_IP = 0xA001,     /**< IPv4 address */
-    NQ_INTERFACE_INFO_SUBNET = 0xA002, /**< subnet mask */
+    NQ_INTERFACE_INFO_MAC = 0xA000,    /**< MAC address of the adapter, six hexadecimal pairs */
+    NQ_INTERFACE_INFO_IP = 0xA001,     /**< IPv4 address, dotted decimal */
+    NQ_INTERFACE_INFO_SUBNET = 0xA002, /**< subnet mask, dotted decimal */
     NQ_INTERFACE_INFO_GATEWAY = 0xA003 /**< gateway, always an empty text */
 };
 

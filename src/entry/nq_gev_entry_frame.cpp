@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: Apache-2.0
+// The call frame that all exported GenTL functions share.
+#include "entry/nq_gev_entry_frame.h"
+
+#include "entry/nq_gev_controller.h"
+#include "gentl/nq_gentl_data_stream.h"
+#include "gentl/nq_gentl_device.h"
+#include "gentl/nq_gentl_event.h"
+#include "gentl/nq_gentl_interface.h"
+#include "gentl/nq_gentl_system.h"
+
+#include <cstring>
+
+using namespace GigERDMA;
+
+bool NQGevEntryFrame::IsInitialized()
+{
+    if (!g_Controller.IsInitialized())
+    {
+        Refuse("%s GC_ERR_NOT_INITIALIZED", GenTL::GC_ERR_NOT_INITIALIZED);
+        return false;
+    }
+    return true;
+}
+
+template <class Object>
+Object* NQGevEntryFrame::Known(Object* object, const char* refusal)
+{
+    if (object == nullptr)
+    {
+        Refuse(refusal, GenTL::GC_ERR_INVALID_HANDLE);
+    }
+    return object;
+}
+
+template <class Module>
+Module* NQGevEntryFrame::FindModule(NQGenTLModuleBase* (*lookup)(void*), void* handle)
+{
+    return IsInitialized() ? Known(dynamic_cast<Module*>(lookup(handle)), "%s Failed: GC_ERR_INVALID_HANDLE") : nullptr;
+}
+
+NQGenTLSystem* NQGevEntryFrame::FindSystem(void* hTL)
+{
+    return FindModule<NQGenTLSystem>([](void* handle) { return g_Controller.GetSystemModule(handle); }, hTL);
+}
+
+NQGenTLInterface* NQGevEntryFrame::FindInterface(void* hIface)
+{
+    return FindModule<NQGenTLInterface>([](void* handle) { return g_Controller.GetInterfaceModule(handle); }, hIface);
+}
+
+NQGenTLDevice* NQGevEntryFrame::FindDevice(void* hDevice)
+{
+    return FindModule<NQGenTLDevice>([](void* handle) { return g_Controller.GetDeviceModule(handle); }, hDevice);
+}
+
+NQGenTLDataStream* NQGevEntryFrame::FindDataStream(void* hDataStream)
+{
+    return FindModule<NQGenTLDataStream>([](void* handle) { return g_Controller.GetDataStreamModule(handle); },
+                                         hDataStream);
+}
+
+NQGenTLEvent* NQGevEntryFrame::FindEvent(void* hEvent)
+{
+    return IsInitialized() ? Known(g_Controller.FindEventModule(hEvent), "%s GC_ERR_INVALID_HANDLE") : nullptr;
+}
+
+bool NQGevEntryFrame::HasOutput(void** output)
+{
+    if (output == nullptr)
+    {
+        Refuse("%s GC_ERR_INVALID_PARAMETER", GenTL::GC_ERR_INVALID_PARAMETER);
+    }
+    return output != nullptr;
+}
+
+void NQGevEntryFrame::Refuse(const char* format, int code)
+{
+    Trace(g_failure, format);
+    g_Controller.SetLastError(code);
+    m_result = code;
+}
+
+void NQGevEntryFrame::Finish(int result)
+{
+    if (result != GenTL::GC_ERR_SUCCESS)
+    {
+        Trace(g_failure, "%s Failed:%d", result);
+        g_Controller.SetLastError(result);
+    }
+    m_result = result;
+    m_finished = true;
+}
+
+void NQGevEntryFrame::FinishListUpdate(int result)
+{
+    FinishEventWait(result);
+    if (result == GenTL::GC_ERR_TIMEOUT)
+    {
+        g_Controller.SetLastError(result);
+    }
+}
+
+void NQGevEntryFrame::FinishEventWait(int result)
+{
+    if (result != GenTL::GC_ERR_TIMEOUT)
+    {
+        Finish(result);
+        return;
+    }
+    Trace(g_expected, "%s Failed! GC_ERR_TIMEOUT");
+    m_result = result;
+    m_finished = true;
+}
+
+void NQGevEntryFrame::FinishLastErrorQuery(int result)
+{
+    if (result != GenTL::GC_ERR_SUCCESS)
+    {
+        Trace(g_failure, "%s Failed:%d", result);
+    }
+    m_result = result;
+    m_finished = true;
+}
+
+void NQGevEntryFrame::FinishBufferInfo(int iInfoCmd, int result)
+{
+    if (result != GenTL::GC_ERR_SUCCESS)
+    {
+        Trace(g_failure, "%s iInfoCmd:%d Failed:%d", iInfoCmd, result);
+        g_Controller.SetLastError(result);
+    }
+    m_result = result;
+    m_finished = true;
+}
+
+void NQGevEntryFrame::FinishNotImplemented()
+{
+    g_Controller.SetLastError(GenTL::GC_ERR_NOT_IMPLEMENTED);
+    m_result = GenTL::GC_ERR_NOT_IMPLEMENTED;
+    m_finished = true;
+}
+
+std::string OutputText(const char* text, std::size_t space, const char* ifNull)
+{
+    if (!NQLogger::getInstance().IsLoaded())
+    {
+        return {};
+    }
+    return text != nullptr ? std::string(text, strnlen(text, space)) : std::string(ifNull);
+}

@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: Apache-2.0
+// The call frame that all exported GenTL functions share.
+#pragma once
+
+#include "entry/nq_logger.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace GigERDMA
+{
+class NQGenTLDataStream;
+class NQGenTLDevice;
+class NQGenTLEvent;
+class NQGenTLInterface;
+class NQGenTLModuleBase;
+class NQGenTLSystem;
+} // namespace GigERDMA
+
+/// One call of an exported function:
+///
+///     NQGevEntryFrame frame(__func__);
+///     frame.TraceEntry("%s Entry hTL:0x%x", Low32(hTL));
+///     if (auto* system = frame.FindSystem(hTL))
+///     {
+///         frame.Finish(system->GetNumInterfaces(piNumIfaces));
+///     }
+///     return frame.TraceExit("%s Exit hTL:0x%x ret:%d", Low32(hTL));
+///
+/// A call that is refused, because the library is not initialised or the handle is not valid, has its result set,
+/// traced and recorded as the thread's last error; then the operation is left out and no exit line follows. The first
+/// "%s" of every format takes the function's name. The frame takes no lock and never translates a code.
+class NQGevEntryFrame
+{
+  public:
+    explicit NQGevEntryFrame(const char* name) : m_name(name) {}
+
+    template <class... Arguments>
+    void TraceEntry(const char* format, Arguments... arguments) const
+    {
+        Trace(g_callFlow, format, arguments...);
+    }
+
+    /// False refuses the call with -1002.
+    bool IsInitialized();
+
+    // The object behind a handle. Null refuses the call, with -1002 or -1006.
+
+    GigERDMA::NQGenTLSystem* FindSystem(void* hTL);
+    GigERDMA::NQGenTLInterface* FindInterface(void* hIface);
+    GigERDMA::NQGenTLDevice* FindDevice(void* hDevice);
+    GigERDMA::NQGenTLDataStream* FindDataStream(void* hDataStream);
+    GigERDMA::NQGenTLEvent* FindEvent(void* hEvent);
+
+    /// Refuses the call for a reason of its own.
+    void Refuse(const char* format, int code);
+
+    /// Takes the operation's result; a failure is traced and becomes the thread's last error.
+    void Finish(int result);
+
+    /// As Finish, but a timeout is traced as an expected condition.
+    void FinishListUpdate(int result);
+
+    /// As Finish, but a timeout is traced as an expected condition and does not become the thread's last error.
+    void FinishEventWait(int result);
+
+    /// As Finish, but reading the last error never overwrites it.
+    void FinishLastErrorQuery(int result);
+
+    /// As Finish, but the failure line names the command.
+    void FinishBufferInfo(int iInfoCmd, int result);
+
+    /// Ends a function that is not implemented: records -1003 without a trace.
+    void FinishNotImplemented();
+
+    /// Answers a question for a module's parent: output pointer first, then the handle, which `find` looks up.
+    template <class Module>
+    void FinishParentQuery(void* handle, void** phParent, Module* (NQGevEntryFrame::*find)(void*))
+    {
+        if (IsInitialized() && HasOutput(phParent))
+        {
+            if (Module* const module = (this->*find)(handle))
+            {
+                *phParent = module->GetParent();
+                m_finished = true;
+            }
+        }
+    }
+
+    /// Traces the exit line of a call that was not refused, with the result as its last argument, and gives the result.
+    template <class... Arguments>
+    int TraceExit(const char* format, Arguments... arguments) const
+    {
+        if (m_finished)
+        {
+            Trace(g_callFlow, format, arguments..., m_result);
+        }
+        return m_result;
+    }
+
+    int Result() const { return m_result; }
+
+  private:
+    static constexpr unsigned long g_failure = 2;
+    static constexpr unsigned long g_expected = 8;
+    static constexpr unsigned long g_callFlow = 32;
+
+    template <class... Arguments>
+    void Trace(unsigned long level, const char* format, Arguments... arguments) const
+    {
+        NQLogger::getInstance().TraceA("NQGenTL", level, format, m_name, arguments...);
+    }
+
+    template <class Object>
+    Object* Known(Object* object, const char* refusal);
+    template <class Module>
+    Module* FindModule(GigERDMA::NQGenTLModuleBase* (*lookup)(void*), void* handle);
+    bool HasOutput(void** output);
+
+    const char* const m_name;
+    int m_result = 0;
+    bool m_finished = false;
+};
+
+/// What "0x%x" prints of a handle: its lower 32 bits.
+inline unsigned int Low32(const void* handle)
+{
+    return static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(handle));
+}
+
+/// The handle that an output pointer refers to, null without one.
+inline void* HandleAt(void* const* output)
+{
+    return output != nullptr ? *output : nullptr;
+}
+
+/// What "%s" prints of an input text.
+inline const char* TextOrEmpty(const char* text)
+{
+    return text != nullptr ? text : "";
+}
+
+/// What "%s" prints of an output text of `space` bytes, which need not be terminated. Empty while nobody traces.
+std::string OutputText(const char* text, std::size_t space, const char* ifNull);
