@@ -27,7 +27,7 @@ class Network
     Network(const Network&) = delete;
     Network& operator=(const Network&) = delete;
 
-    /// Body of the constructor.
+    /// Body of the constructor. Called again, it gives the object a new socket.
     void init(unsigned int remoteIP, unsigned int remotePort, unsigned int localIP, unsigned int localPort);
 
     /// Sends the current size of the command's buffer to the remote address. NQGigE_NO_CONNECTION without a socket,
@@ -69,10 +69,10 @@ class Network
   private:
     bool askLocalAddress();
 
-    int mSocket;
-    sockaddr_in mLocal;
-    sockaddr_in mRemote;
-    bool mValid;
+    int mSocket = -1;
+    sockaddr_in mLocal{};
+    sockaddr_in mRemote{};
+    bool mValid = false;
 };
 
 } // namespace GigETL

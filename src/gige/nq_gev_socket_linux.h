@@ -62,6 +62,8 @@ class NQGevSocket
 
     int m_socket = 0; ///< 0 when there is none
     std::recursive_mutex m_mutex;
-    int m_users = 0; ///< calls that work on the descriptor right now
-    std::condition_variable_any m_unused;
+
+    int m_users = 0;        ///< calls that work on the descriptor right now
+    bool m_closing = false; ///< a Destroy() waits for them; a Create() waits for it
+    std::condition_variable_any m_released;
 };

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+// The one lock of the camera layer.
+#include "gige/gige_mutex.h"
+
+namespace GigETL
+{
+
+tMutexLock lock;
+
+tMutexLock::tMutexLock()
+{
+    pthread_mutex_init(&mMutex, nullptr);
+}
+
+tMutexLock::~tMutexLock()
+{
+    pthread_mutex_destroy(&mMutex);
+}
+
+void tMutexLock::lock()
+{
+    pthread_mutex_lock(&mMutex);
+}
+
+void tMutexLock::unlock()
+{
+    pthread_mutex_unlock(&mMutex);
+}
+
+} // namespace GigETL

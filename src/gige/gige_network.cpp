@@ -1,0 +1,259 @@
+// SPDX-License-Identifier: Apache-2.0
+// UDP sending and receiving of GVCP packets, with the pending acknowledge.
+#include "gige/gige_network.h"
+
+#include "gige/gige_wait.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstring>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace GigETL
+{
+namespace
+{
+
+constexpr in_addr_t kBroadcastAddress = 0xFFFFFFFF;
+constexpr std::size_t kPendingWaitOffset = 10;
+
+sockaddr_in ipv4(unsigned int ip, unsigned int port)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(ip);
+    return address;
+}
+
+const sockaddr* generic(const sockaddr_in& address)
+{
+    return reinterpret_cast<const sockaddr*>(&address);
+}
+
+sockaddr* generic(sockaddr_in& address)
+{
+    return reinterpret_cast<sockaddr*>(&address);
+}
+
+void allowBroadcast(int descriptor, int allowed)
+{
+    setsockopt(descriptor, SOL_SOCKET, SO_BROADCAST, &allowed, sizeof allowed);
+}
+
+/// The waiting time in milliseconds that a received packet asks for, or -1 when it is no pending acknowledge.
+int pendingTime(const std::vector<unsigned char>& packet)
+{
+    if (packet.size() < kPendingWaitOffset + 2 || packet[2] != 0x00 || packet[3] != 0x89)
+    {
+        return -1;
+    }
+    return packet[kPendingWaitOffset] << 8 | packet[kPendingWaitOffset + 1];
+}
+
+} // namespace
+
+std::atomic<int> Network::mInstanceCounter{0};
+
+Network::Network(unsigned int remoteIP, unsigned int remotePort, unsigned int localIP, unsigned int localPort)
+{
+    init(remoteIP, remotePort, localIP, localPort);
+}
+
+Network::~Network()
+{
+    if (mSocket != -1)
+    {
+        close(mSocket);
+        mSocket = -1;
+    }
+    mInstanceCounter.fetch_sub(1, std::memory_order_relaxed);
+}
+
+void Network::init(unsigned int remoteIP, unsigned int remotePort, unsigned int localIP, unsigned int localPort)
+{
+    if (mInstanceCounter.load(std::memory_order_relaxed) == 0)
+    {
+        initWinsocks();
+    }
+    if (mSocket != -1)
+    {
+        close(mSocket);
+    }
+    mSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    mValid = mSocket != -1;
+    mLocal = ipv4(localIP, localPort);
+    if (bind(mSocket, generic(mLocal), sizeof mLocal) == -1)
+    {
+        mValid = false;
+    }
+    mRemote = ipv4(remoteIP == 0 ? kBroadcastAddress : remoteIP, remotePort);
+    mInstanceCounter.fetch_add(1, std::memory_order_relaxed);
+}
+
+NQGigE_RETURN Network::sendCommand(const Command& command)
+{
+    if (mSocket == -1)
+    {
+        return NQGigE_NO_CONNECTION;
+    }
+    const auto size = static_cast<std::size_t>(std::clamp(command.getSize(), 0, command.getMaxSize()));
+    const ssize_t sent = sendto(mSocket, command.mBuffer.data(), size, 0, generic(mRemote), sizeof mRemote);
+    // Deliberate: a failed send has the code of a timeout. Callers treat a camera that cannot be reached as a silent
+    // one.
+    return sent < 0 ? NQGigE_TIMEOUT : NQGigE_SUCCESS;
+}
+
+NQGigE_RETURN Network::receiveCommand(Command& command, timeval* timeout, unsigned long* senderIP,
+                                      unsigned int* senderPort)
+{
+    if (mSocket == -1)
+    {
+        return NQGigE_NO_CONNECTION;
+    }
+    while (true)
+    {
+        const int ready = waitReadable(mSocket, timeout);
+        if (ready == -1)
+        {
+            return NQGigE_SOCKET_ERROR;
+        }
+        if (ready == 0)
+        {
+            return NQGigE_TIMEOUT;
+        }
+        sockaddr_in sender{};
+        socklen_t length = sizeof sender;
+        std::vector<unsigned char>& buffer = command.mBuffer;
+        const ssize_t received = recvfrom(mSocket, buffer.data(), buffer.size(), 0, generic(sender), &length);
+        if (received <= 0)
+        {
+            // Deliberate: nothing taken is a success with the packet as it was; the check of the acknowledge decides.
+            return NQGigE_SUCCESS;
+        }
+        std::fill(buffer.begin() + received, buffer.end(), static_cast<unsigned char>(0));
+        command.setReceivedSize(static_cast<int>(received));
+        const int pending = pendingTime(buffer);
+        if (pending == -1)
+        {
+            if (senderIP != nullptr)
+            {
+                *senderIP = ntohl(sender.sin_addr.s_addr);
+            }
+            if (senderPort != nullptr)
+            {
+                *senderPort = ntohs(sender.sin_port);
+            }
+            return NQGigE_SUCCESS;
+        }
+        // Deliberate: there is no limit, so a busy camera may extend the wait as often as it has to.
+        if (timeout != nullptr)
+        {
+            *timeout = timevalFromMs(pending);
+        }
+    }
+}
+
+NQGigE_RETURN Network::broadcastCommand(const Command& command)
+{
+    if (mSocket == -1)
+    {
+        return NQGigE_NO_CONNECTION;
+    }
+    allowBroadcast(mSocket, 1);
+    const sockaddr_in remote = mRemote;
+    mRemote.sin_addr.s_addr = kBroadcastAddress;
+    const NQGigE_RETURN result = sendCommand(command);
+    allowBroadcast(mSocket, 0);
+    mRemote = remote;
+    return result;
+}
+
+bool Network::isBroadcasting() const
+{
+    return mRemote.sin_addr.s_addr == kBroadcastAddress;
+}
+
+bool Network::askLocalAddress()
+{
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    if (getsockname(mSocket, generic(address), &length) == -1)
+    {
+        return false;
+    }
+    mLocal = address;
+    return true;
+}
+
+unsigned int Network::getLocalIP()
+{
+    if (mLocal.sin_addr.s_addr == 0 && !askLocalAddress())
+    {
+        return 0;
+    }
+    return ntohl(mLocal.sin_addr.s_addr);
+}
+
+unsigned int Network::getLocalPort()
+{
+    if (!mValid)
+    {
+        return 0;
+    }
+    if (mLocal.sin_port == 0 && !askLocalAddress())
+    {
+        return 0;
+    }
+    return ntohs(mLocal.sin_port);
+}
+
+unsigned int Network::getRemoteIP() const
+{
+    return ntohl(mRemote.sin_addr.s_addr);
+}
+
+unsigned int Network::getRemotePort() const
+{
+    return ntohs(mRemote.sin_port);
+}
+
+int Network::gvcp_send(void* data, int size, void* network)
+{
+    const auto* self = static_cast<const Network*>(network);
+    sendto(self->mSocket, data, static_cast<std::size_t>(std::max(size, 0)), 0, generic(self->mRemote),
+           sizeof self->mRemote);
+    return 0;
+}
+
+unsigned int Network::getNetAdapterIP(int index)
+{
+    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (descriptor == -1)
+    {
+        return 0;
+    }
+    ifreq request{};
+    if_indextoname(static_cast<unsigned int>(index), request.ifr_name);
+    request.ifr_addr.sa_family = AF_INET;
+    const int result = ioctl(descriptor, SIOCGIFADDR, &request);
+    close(descriptor);
+    if (result == -1 || request.ifr_addr.sa_family != AF_INET)
+    {
+        return 0;
+    }
+    sockaddr_in address{};
+    std::memcpy(&address, &request.ifr_addr, sizeof address);
+    return ntohl(address.sin_addr.s_addr);
+}
+
+void Network::initWinsocks() {}
+
+void Network::printIP(unsigned int) {}
+
+void Network::printMAC(unsigned int, unsigned int) {}
+
+} // namespace GigETL

@@ -1,0 +1,208 @@
+// SPDX-License-Identifier: Apache-2.0
+// The socket object and its closing while other threads use it.
+#include "gige/nq_gev_socket_linux.h"
+
+#include "gige/gige_wait.h"
+
+#include <unistd.h>
+
+namespace
+{
+
+constexpr socklen_t kAddressLength = 16;
+static_assert(sizeof(sockaddr) == kAddressLength && sizeof(sockaddr_in) == kAddressLength);
+
+template <typename Value>
+bool setOption(int descriptor, int option, const Value& value)
+{
+    return setsockopt(descriptor, SOL_SOCKET, option, &value, sizeof value) != -1;
+}
+
+bool send(int descriptor, const sockaddr* to, const char* data, unsigned short size)
+{
+    return sendto(descriptor, data, size, MSG_NOSIGNAL, to, kAddressLength) != -1;
+}
+
+bool wait(int descriptor, int timeoutMs)
+{
+    timeval time = GigETL::timevalFromMs(timeoutMs);
+    return GigETL::waitReadable(descriptor, &time) > 0;
+}
+
+bool receive(int descriptor, sockaddr* from, void* data, unsigned short size, unsigned int& received)
+{
+    socklen_t length = kAddressLength;
+    const ssize_t result = recvfrom(descriptor, data, size, 0, from, from != nullptr ? &length : nullptr);
+    if (result < 1)
+    {
+        return false;
+    }
+    received = static_cast<unsigned int>(result);
+    return true;
+}
+
+} // namespace
+
+/// A copy of the descriptor for the length of one call, -1 when there is none.
+class NQGevSocket::Use
+{
+  public:
+    explicit Use(NQGevSocket& socket) : m_owner(socket)
+    {
+        const std::lock_guard guard(m_owner.m_mutex);
+        m_descriptor = m_owner.m_socket == 0 ? -1 : m_owner.m_socket;
+        m_owner.m_users += m_descriptor == -1 ? 0 : 1;
+    }
+
+    ~Use()
+    {
+        if (m_descriptor == -1)
+        {
+            return;
+        }
+        const std::lock_guard guard(m_owner.m_mutex);
+        if (--m_owner.m_users == 0)
+        {
+            m_owner.m_released.notify_all();
+        }
+    }
+
+    Use(const Use&) = delete;
+    Use& operator=(const Use&) = delete;
+
+    int Descriptor() const { return m_descriptor; }
+
+  private:
+    NQGevSocket& m_owner;
+    int m_descriptor;
+};
+
+NQGevSocket::~NQGevSocket()
+{
+    Destroy();
+}
+
+bool NQGevSocket::Create(int family, int type, int protocol)
+{
+    std::unique_lock guard(m_mutex);
+    m_released.wait(guard, [this] { return !m_closing; });
+    if (m_socket != 0)
+    {
+        return false;
+    }
+    guard.unlock();
+    const int descriptor = socket(family, type | SOCK_CLOEXEC, protocol);
+    guard.lock();
+    if (descriptor != 0 && m_socket == 0)
+    {
+        // Deliberate: -1 is stored like a descriptor. The calls that follow fail, and their callers report it.
+        m_socket = descriptor;
+        return true;
+    }
+    guard.unlock();
+    // Deliberate: 0 stands for no descriptor, so a socket of that number cannot be kept.
+    close(descriptor);
+    return false;
+}
+
+bool NQGevSocket::Bind(unsigned int ip, unsigned short port)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(ip);
+    return Bind(address);
+}
+
+bool NQGevSocket::Bind(sockaddr_in address)
+{
+    const Use use(*this);
+    return bind(use.Descriptor(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != -1;
+}
+
+bool NQGevSocket::SendTo(sockaddr* to, char* data, unsigned short size)
+{
+    const Use use(*this);
+    return send(use.Descriptor(), to, data, size);
+}
+
+bool NQGevSocket::SendTo(sockaddr* to, char* data, unsigned short size, bool setBuffer, unsigned int bufferSize)
+{
+    const Use use(*this);
+    // Deliberate: the receive buffer, though this is a send: what is sized here is the room for the answers.
+    if (setBuffer && !setOption(use.Descriptor(), SO_RCVBUF, bufferSize))
+    {
+        return false;
+    }
+    return send(use.Descriptor(), to, data, size);
+}
+
+bool NQGevSocket::Select(int timeoutMs)
+{
+    const Use use(*this);
+    return wait(use.Descriptor(), timeoutMs);
+}
+
+bool NQGevSocket::Receive(char* data, unsigned short size, unsigned int& received)
+{
+    const Use use(*this);
+    return receive(use.Descriptor(), nullptr, data, size, received);
+}
+
+bool NQGevSocket::Receive(char* data, unsigned short size, unsigned int& received, int timeoutMs)
+{
+    const Use use(*this);
+    return wait(use.Descriptor(), timeoutMs) && receive(use.Descriptor(), nullptr, data, size, received);
+}
+
+bool NQGevSocket::ReceiveFrom(sockaddr* from, unsigned char* data, unsigned short size, unsigned int& received)
+{
+    const Use use(*this);
+    return receive(use.Descriptor(), from, data, size, received);
+}
+
+bool NQGevSocket::ReceiveFrom(sockaddr* from, unsigned char* data, unsigned short size, unsigned int& received,
+                              int timeoutMs)
+{
+    const Use use(*this);
+    return wait(use.Descriptor(), timeoutMs) && receive(use.Descriptor(), from, data, size, received);
+}
+
+void NQGevSocket::Destroy()
+{
+    std::unique_lock guard(m_mutex);
+    const int descriptor = m_socket;
+    m_socket = 0;
+    if (descriptor == 0)
+    {
+        return;
+    }
+    m_closing = true;
+    guard.unlock();
+    shutdown(descriptor, SHUT_RDWR); // wakes the threads that wait for data
+    guard.lock();
+    m_released.wait(guard, [this] { return m_users == 0; });
+    guard.unlock();
+    close(descriptor);
+    guard.lock();
+    m_closing = false;
+    m_released.notify_all();
+}
+
+bool NQGevSocket::SetBroadcast()
+{
+    const Use use(*this);
+    return setOption(use.Descriptor(), SO_BROADCAST, 1);
+}
+
+bool NQGevSocket::SetReceiveTimeout(int timeoutMs)
+{
+    const Use use(*this);
+    return setOption(use.Descriptor(), SO_RCVTIMEO, GigETL::timevalFromMs(timeoutMs));
+}
+
+bool NQGevSocket::SetReceiveBufferSize(int size)
+{
+    const Use use(*this);
+    return setOption(use.Descriptor(), SO_RCVBUF, size);
+}
