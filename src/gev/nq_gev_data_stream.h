@@ -67,18 +67,20 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
 
     std::shared_ptr<GevRdmaEndpoint> Rdma();
     void SetRdma(std::shared_ptr<GevRdmaEndpoint> endpoint);
-    bool ConnectRdma();
-    bool StartRdma();
+    void EndLastRun();
+    bool Connect();
+    bool StartFlow();
     void StartThread();
     void CountFrame(std::uint64_t frameId);
-    int ReadText(void* buffer, unsigned long* size);
-    int ReadStreamInfo32(int command, void* buffer, unsigned long* size);
+    int ReadText(void* buffer, const unsigned long* size);
+    int ReadInfo32(int command, void* buffer, unsigned long* size);
+    int ReadLockedInfo(int command, void* buffer, unsigned long* size);
     int ReadCounter(const std::atomic<std::uint64_t>& counter, void* buffer, unsigned long* size);
 
     NQGevRemoteDevice* m_device;
     std::uint32_t m_mtu = 0;
     std::atomic<std::uint64_t> m_reservedCount{0};
-    std::uint32_t m_registerValue = 1000;
+    std::uint32_t m_registerValue NQ_GUARDED_BY(m_moduleLock) = 1000;
     std::uint32_t m_index;
     std::atomic<std::uint64_t> m_frameLoss{0};
     std::atomic<std::uint64_t> m_framesReceived{0};

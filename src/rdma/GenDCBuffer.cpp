@@ -35,5 +35,5 @@ GenDCBuffer::GenDCBuffer(std::size_t size) : m_payloadSize(size), m_bufferSize(B
     m_payload = std::make_unique<unsigned char[]>(size);
     m_buffer = std::make_unique<unsigned char[]>(m_bufferSize);
     std::copy(m_descriptor.begin(), m_descriptor.end(), m_buffer.get());
-    std::copy_n(m_payload.get(), size, m_buffer.get() + DescriptorSize);
+    std::copy_n(m_payload.get(), m_payloadSize, m_buffer.get() + DescriptorSize);
 }

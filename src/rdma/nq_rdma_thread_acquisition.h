@@ -5,23 +5,21 @@
 
 #include "gentl/nq_gentl_thread_base.h"
 
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 
 class NQGevDataStream;
 
 /// Calls NQGevDataStream::AcquireImage until it is told to stop.
 ///
-/// Nothing joins the thread at a stop, because a stop may come from the thread itself. Destroying the object, or
-/// WaitForEnd, waits for the body: at most the 800 ms for which the endpoint sleeps, once the endpoint is down.
+/// Nothing joins the thread at a stop, because a stop may come from the thread itself. WaitForEnd and the destructor
+/// wait for the body: once the endpoint is down, for no longer than the 800 ms it sleeps there at a time.
 class NQRMAXThreadAcquisition : public GigERDMA::NQGenTLThreadBase
 {
   public:
     /// `stream` is not owned and outlives the object.
     explicit NQRMAXThreadAcquisition(NQGevDataStream* stream);
 
-    /// Stops and waits for the body. Not to be called on the acquisition thread.
+    /// Stops the body and waits for it. Not to be called on the acquisition thread.
     ~NQRMAXThreadAcquisition() override;
     NQRMAXThreadAcquisition(const NQRMAXThreadAcquisition&) = delete;
     NQRMAXThreadAcquisition& operator=(const NQRMAXThreadAcquisition&) = delete;
@@ -31,21 +29,16 @@ class NQRMAXThreadAcquisition : public GigERDMA::NQGenTLThreadBase
     /// Asks the body to end and returns without waiting. Any thread, the acquisition thread included.
     void Stop();
 
-    /// Stops the body and waits until it has returned. Not to be called on the acquisition thread.
+    /// Stops the body and waits until it has returned; on the acquisition thread only stops.
     void WaitForEnd();
 
     /// If not running, stores the value, clears the stop flag and starts. Nothing in the library calls it.
     void StartAcquisition(unsigned long value);
 
   private:
-    bool MayRun();
-    void PauseAfterMiss();
+    bool MustStop();
 
     NQGevDataStream* m_stream;
-    bool m_stop = false;
-    std::uint64_t m_value = 0;
-
-    // The base holds its own lock for the length of a join; the body must not need it.
-    std::mutex m_stopLock;
-    std::condition_variable m_stopped;
+    bool m_stop NQ_GUARDED_BY(m_threadLock) = false;
+    std::uint64_t m_value NQ_GUARDED_BY(m_threadLock) = 0;
 };

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+// The acquisition loop.
+#include "rdma/nq_rdma_thread_acquisition.h"
+
+#include "gev/nq_gev_data_stream.h"
+
+#include <chrono>
+#include <thread>
+
+namespace
+{
+
+/// Once the endpoint has stopped by itself, as when the camera disconnected, every fetch fails at once until the
+/// consumer stops the acquisition. The pause keeps that from taking a core; it changes no result.
+constexpr std::chrono::milliseconds PauseAfterMiss{2};
+
+} // namespace
+
+NQRMAXThreadAcquisition::NQRMAXThreadAcquisition(NQGevDataStream* stream) : m_stream(stream) {}
+
+NQRMAXThreadAcquisition::~NQRMAXThreadAcquisition()
+{
+    WaitForEnd();
+}
+
+void NQRMAXThreadAcquisition::Run()
+{
+    while (!MustStop())
+    {
+        if (m_stream->AcquireImage() != 0)
+        {
+            std::this_thread::sleep_for(PauseAfterMiss);
+        }
+    }
+}
+
+void NQRMAXThreadAcquisition::Stop()
+{
+    const GigERDMA::NQGenTLLock lock(m_threadLock);
+    m_stop = true;
+}
+
+void NQRMAXThreadAcquisition::WaitForEnd()
+{
+    Stop();
+    WaitUntilEnded();
+}
+
+void NQRMAXThreadAcquisition::StartAcquisition(unsigned long value)
+{
+    const GigERDMA::NQGenTLLock lock(m_threadLock);
+    if (!IsRunning())
+    {
+        m_value = value;
+        m_stop = false;
+        Start();
+    }
+}
+
+bool NQRMAXThreadAcquisition::MustStop()
+{
+    const GigERDMA::NQGenTLLock lock(m_threadLock);
+    return m_stop;
+}

@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: Apache-2.0
+// Address resolution, and the decoding of received frames.
+#include "rdma/tld_RdmaTL.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <exception>
+
+namespace
+{
+
+// Offsets from the start of a frame block, little-endian (EMVA GenDC: container header, component header). Every block
+// has room for these headers, however little of it was received.
+constexpr std::uint64_t ContainerIdOffset = 16;
+constexpr std::uint64_t FirstComponentOffset = 56;
+constexpr std::uint64_t TimestampOffset = 88;
+constexpr std::uint64_t FirstPartOffset = 112;
+
+constexpr std::uint32_t ExpectedComponentOffset = 64;
+constexpr std::uint64_t PartHeaderSize = offsetof(FrameInfo, data);
+static_assert(PartHeaderSize == 56);
+
+template <typename Value>
+Value ReadAt(const unsigned char* block, std::uint64_t offset)
+{
+    Value value;
+    std::memcpy(&value, block + offset, sizeof value);
+    return value;
+}
+
+/// True when [offset, offset + length) lies in a block of `size` bytes.
+bool Fits(std::uint64_t offset, std::uint64_t length, std::uint64_t size)
+{
+    return offset <= size && length <= size - offset;
+}
+
+} // namespace
+
+GevRdmaEndpoint::GevRdmaEndpoint() = default;
+GevRdmaEndpoint::~GevRdmaEndpoint() = default;
+
+bool GevRdmaEndpoint::Connect(const char* host, const char* service)
+{
+    if (m_endpoint != nullptr)
+    {
+        return false;
+    }
+    addrinfo* list = nullptr;
+    if (getaddrinfo(host, service, nullptr, &list) != 0)
+    {
+        return false;
+    }
+    m_addresses.reset(list);
+    sockaddr_in address{};
+    if (list->ai_family == AF_INET)
+    {
+        std::memcpy(&address, list->ai_addr, sizeof address);
+    }
+    if (address.sin_addr.s_addr == 0)
+    {
+        return false;
+    }
+    m_endpoint = std::make_unique<LvEndpoint>();
+    const bool connected = m_endpoint->Init(&address);
+    m_addresses.reset();
+    return connected;
+}
+
+bool GevRdmaEndpoint::Start(gevrdmaBufferSettings& settings, unsigned int)
+{
+    if (m_endpoint == nullptr)
+    {
+        return false;
+    }
+    try
+    {
+        m_endpoint->SetBufferSettings(settings);
+        m_endpoint->AllocateAndRegisterMemory();
+        m_endpoint->StartWorkerThread();
+        return true;
+    }
+    catch (const std::exception&)
+    {
+        m_endpoint->DeInit();
+        return false;
+    }
+}
+
+gevrdmaBuffer GevRdmaEndpoint::GetBuffer()
+{
+    gevrdmaBuffer buffer{};
+    if (m_endpoint != nullptr)
+    {
+        m_endpoint->GetBuffer(&buffer);
+    }
+    return buffer;
+}
+
+bool GevRdmaEndpoint::GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer)
+{
+    const gevrdmaBuffer frame = GetBuffer();
+    if (frame.received == 0)
+    {
+        // Deliberate: an empty frame looks exactly like a stop.
+        return false;
+    }
+    info->frameId = ReadAt<std::uint64_t>(frame.data, ContainerIdOffset);
+    // Deliberate: the block of a frame that is rejected from here on is not requeued. A camera that sends such frames
+    // is out of step, and its block stays out of the flow until the endpoint goes.
+    if (ReadAt<std::uint32_t>(frame.data, FirstComponentOffset) != ExpectedComponentOffset)
+    {
+        return false;
+    }
+    const std::uint64_t part = ReadAt<std::uint32_t>(frame.data, FirstPartOffset);
+    if (!Fits(part, PartHeaderSize, frame.size))
+    {
+        return false;
+    }
+    const auto dataSize = ReadAt<std::uint64_t>(frame.data, part + offsetof(FrameInfo, dataSize));
+    const std::uint64_t dataOffset = ReadAt<std::uint32_t>(frame.data, part + offsetof(FrameInfo, dataOffset));
+    if (!Fits(dataOffset, dataSize, frame.size))
+    {
+        return false;
+    }
+    info->timestamp = ReadAt<std::uint64_t>(frame.data, TimestampOffset);
+    std::memcpy(info, frame.data + part, PartHeaderSize);
+    info->data = frame.data + dataOffset;
+    *buffer = frame;
+    return true;
+}
+
+bool GevRdmaEndpoint::RequeueBuffer(gevrdmaBuffer& buffer)
+{
+    return m_endpoint != nullptr && m_endpoint->RequeueBuffer(&buffer) == 0;
+}
+
+bool GevRdmaEndpoint::RequeueBufferByID(void* id)
+{
+    return m_endpoint != nullptr && m_endpoint->RequeueBufferByID(id) == 0;
+}
+
+void GevRdmaEndpoint::Disconnect()
+{
+    if (m_endpoint != nullptr)
+    {
+        m_endpoint->DeInit();
+    }
+}
