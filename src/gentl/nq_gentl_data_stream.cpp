@@ -1,0 +1,325 @@
+// SPDX-License-Identifier: Apache-2.0
+// Announcing, queueing and revoking buffers, and the delivery of frames into them.
+#include "gentl/nq_gentl_data_stream.h"
+
+#include "entry/nq_gev_controller.h"
+#include "gentl/nq_gentl_buffer.h"
+#include "gentl/nq_gentl_data_stream_trace.h"
+#include "gentl/nq_gentl_event.h"
+
+#include <memory>
+
+namespace GigERDMA
+{
+
+namespace
+{
+
+constexpr int g_StopWaitMs = 3000;
+constexpr unsigned int g_CompletedBit = 1;
+constexpr int g_StatusIncomplete = 1;
+
+/// An event this class offers, for which there is no event class.
+constexpr int g_UnsupportedEvent = 5000;
+
+} // namespace
+
+NQGenTLDataStream::NQGenTLDataStream(unsigned int index, NQGenTLModuleBase* parent)
+    : NQGenTLModuleBase(parent), m_id(std::to_string(index)), m_transferCompleted(g_CompletedBit)
+{
+}
+
+NQGenTLDataStream::~NQGenTLDataStream()
+{
+    // No handle may outlive its buffer in the list of valid ones.
+    for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
+         ++i)
+        g_Controller.UnregisterModule(buffer->GetModule(), false);
+}
+
+bool NQGenTLDataStream::IsEventImplemented(int id)
+{
+    return id == GenTL::EVENT_NEW_BUFFER || id == g_UnsupportedEvent;
+}
+
+std::string NQGenTLDataStream::GetName()
+{
+    return "TLDataStream";
+}
+
+int NQGenTLDataStream::DoOpen()
+{
+    NQGenTLLock lock(m_moduleLock);
+    m_started = false;
+    m_transferCompleted.ResetEvent(g_CompletedBit);
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGenTLDataStream::DoClose()
+{
+    if (IsStarted())
+        StopAcquisition(GenTL::ACQ_STOP_FLAGS_DEFAULT);
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGenTLDataStream::AnnounceBuffer(void* buffer, unsigned long size, void* userPtr, void** handle)
+{
+    if (buffer == nullptr || handle == nullptr)
+    {
+        TraceDataStream("%s GC_ERR_INVALID_PARAMETER", "AnnounceBuffer");
+        return GenTL::GC_ERR_INVALID_PARAMETER;
+    }
+    if (m_buffers.FindByBuffer(NQ_BUFFER_TYPE_ANNOUNCED, buffer, false) != nullptr)
+    {
+        TraceDataStream("%s GC_ERR_RESOURCE_IN_USE", "AnnounceBuffer");
+        return GenTL::GC_ERR_RESOURCE_IN_USE;
+    }
+    Announce(buffer, size, userPtr, handle);
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGenTLDataStream::AllocAndAnnounceBuffer(unsigned long size, void* userPtr, void** handle)
+{
+    if (handle == nullptr)
+    {
+        TraceDataStream("%s GC_ERR_INVALID_PARAMETER", "AllocAndAnnounceBuffer");
+        return GenTL::GC_ERR_INVALID_PARAMETER;
+    }
+    Announce(nullptr, size, userPtr, handle);
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+void NQGenTLDataStream::Announce(void* buffer, unsigned long size, void* userPtr, void** handle)
+{
+    auto announced = std::make_unique<NQGenTLBuffer>(buffer, size, false, userPtr, nullptr);
+    m_buffers.Add(NQ_BUFFER_TYPE_ANNOUNCED, announced.get());
+    *handle = announced.release()->GetModule();
+}
+
+int NQGenTLDataStream::RevokeBuffer(void* handle, void** buffer, void** userPtr)
+{
+    // The acquisition thread may be filling the buffer: its delivery ends first.
+    NQGenTLLock transfer(m_transferLock);
+    if (m_buffers.FindByHandle(NQ_BUFFER_TYPE_ANNOUNCED, handle, false) == nullptr)
+    {
+        TraceDataStream("%s GC_ERR_INVALID_HANDLE", "RevokeBuffer");
+        return GenTL::GC_ERR_INVALID_HANDLE;
+    }
+    if (m_buffers.FindByHandle(NQ_BUFFER_TYPE_QUEUED, handle, false) != nullptr)
+    {
+        TraceDataStream("%s GC_ERR_BUSY", "RevokeBuffer");
+        return GenTL::GC_ERR_BUSY;
+    }
+    const std::unique_ptr<NQGenTLBuffer> revoked(m_buffers.FindByHandle(NQ_BUFFER_TYPE_ANNOUNCED, handle, true));
+    if (!revoked)
+    {
+        TraceDataStream("%s GC_ERR_ERROR", "RevokeBuffer");
+        return GenTL::GC_ERR_ERROR;
+    }
+    if (buffer != nullptr)
+        *buffer = revoked->GetData();
+    if (userPtr != nullptr)
+        *userPtr = revoked->GetUserPointer();
+
+    // Nothing that is still looked at may point to the deleted buffer.
+    g_Controller.UnregisterModule(handle, false);
+    NQGenTLLock lock(m_moduleLock);
+    if (NQGenTLEvent* const event = FindEventById(GenTL::EVENT_NEW_BUFFER, false))
+        event->Withdraw(revoked.get());
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGenTLDataStream::QueueBuffer(void* handle)
+{
+    NQGenTLBuffer* const buffer = m_buffers.FindByHandle(NQ_BUFFER_TYPE_ANNOUNCED, handle, false);
+    if (buffer == nullptr)
+    {
+        TraceDataStream("%s GC_ERR_INVALID_HANDLE", "QueueBuffer");
+        return GenTL::GC_ERR_INVALID_HANDLE;
+    }
+    // Set before the buffer is on the list, from where another thread may deliver it and clear the flag at any time.
+    if (!buffer->TrySetQueueFlag())
+    {
+        TraceDataStream("%s GC_ERR_RESOURCE_IN_USE", "QueueBuffer");
+        return GenTL::GC_ERR_RESOURCE_IN_USE;
+    }
+    if (void* const rdmaId = buffer->GetRdmaId())
+        DoRequeueBuffer(rdmaId);
+    m_buffers.Add(NQ_BUFFER_TYPE_QUEUED, buffer);
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGenTLDataStream::GetBufferID(unsigned int index, void** handle)
+{
+    if (handle == nullptr)
+    {
+        TraceDataStream("%s GC_ERR_INVALID_PARAMETER", "GetBufferID");
+        return GenTL::GC_ERR_INVALID_PARAMETER;
+    }
+    NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, index, false);
+    if (buffer == nullptr)
+    {
+        TraceDataStream("%s GC_ERR_INVALID_INDEX", "GetBufferID");
+        return GenTL::GC_ERR_INVALID_INDEX;
+    }
+    *handle = buffer->GetModule();
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGenTLDataStream::GetBufferInfo(void* handle, int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
+{
+    NQGenTLBuffer* const buffer = m_buffers.FindByHandle(NQ_BUFFER_TYPE_ANNOUNCED, handle, false);
+    if (buffer == nullptr)
+    {
+        TraceDataStream("%s GC_ERR_INVALID_HANDLE", "GetBufferInfo");
+        return GenTL::GC_ERR_INVALID_HANDLE;
+    }
+    return buffer->GetInfo(iInfoCmd, piType, pBuffer, piSize);
+}
+
+int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
+{
+    if (numToAcquire == 0)
+    {
+        TraceDataStream("%s GC_ERR_INVALID_PARAMETER", "StartAcquisition");
+        return GenTL::GC_ERR_INVALID_PARAMETER;
+    }
+    bool started = false;
+    {
+        // Deliberate: a start that is refused because acquisition runs has already set a new limit.
+        NQGenTLLock lock(m_moduleLock);
+        m_numToAcquire = numToAcquire;
+        m_numAcquired = 0;
+        started = m_started;
+    }
+    if (started)
+    {
+        TraceDataStream("%s GC_ERR_RESOURCE_IN_USE", "StartAcquisition");
+        return GenTL::GC_ERR_RESOURCE_IN_USE;
+    }
+    // The blocks of the run before go with its transport.
+    ForgetRdmaIds();
+    const int error = DoStartAcquisition(m_buffers.GetBiggestSize(NQ_BUFFER_TYPE_ANNOUNCED),
+                                         m_buffers.GetCount(NQ_BUFFER_TYPE_ANNOUNCED));
+    if (error != GenTL::GC_ERR_SUCCESS)
+    {
+        TraceDataStream("%s DoStartAcquisition Failed! ret:%d", "StartAcquisition", error);
+        return error;
+    }
+    NQGenTLLock lock(m_moduleLock);
+    m_started = true;
+    m_numDelivered = 0;
+    m_numUnderrun = 0;
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGenTLDataStream::StopAcquisition(int flags)
+{
+    // Deliberate: this line stands at every stop and means no failure.
+    TraceDataStream("%s GC_ERR_NOT_IMPLEMENTED Enter:%d", "StopAcquisition", flags);
+    if (flags != GenTL::ACQ_STOP_FLAGS_DEFAULT && flags != GenTL::ACQ_STOP_FLAGS_KILL)
+    {
+        TraceDataStream("%s GC_ERR_NOT_IMPLEMENTED Flags:%d", "StopAcquisition", flags);
+        return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    }
+    if (!IsStarted())
+    {
+        TraceDataStream("%s GC_ERR_RESOURCE_IN_USE", "StopAcquisition");
+        return GenTL::GC_ERR_RESOURCE_IN_USE;
+    }
+    if (flags == GenTL::ACQ_STOP_FLAGS_DEFAULT && m_transferCompleted.WaitForEvent(g_StopWaitMs) == 0)
+        TraceDataStream("%s failed! WAIT_EVENT_TRANSFER_COMPLETED", "StopAcquisition");
+
+    // A stop by the consumer and one by the acquisition thread can meet here: the transport is stopped once.
+    NQGenTLLock stop(m_stopLock);
+    if (!IsStarted())
+        return GenTL::GC_ERR_SUCCESS;
+    if (const int error = DoStopAcquisition(flags))
+        TraceDataStream("%s failed! DoStopAcquisition:%d", "StopAcquisition", error);
+    NQGenTLLock lock(m_moduleLock);
+    m_started = false;
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+void NQGenTLDataStream::StartOfTransfer()
+{
+    m_transferCompleted.ResetEvent(g_CompletedBit);
+}
+
+void NQGenTLDataStream::SetTransferCompleted()
+{
+    m_transferCompleted.SetEvent(g_CompletedBit);
+}
+
+void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned long frameId, unsigned long timestamp,
+                                      unsigned long width, unsigned long height, unsigned long pixelFormat,
+                                      unsigned char* data, int status)
+{
+    if (IsLimitReached())
+    {
+        StopAcquisition(GenTL::ACQ_STOP_FLAGS_KILL);
+    }
+    else if (status <= g_StatusIncomplete)
+    {
+        NQGenTLLock transfer(m_transferLock);
+        if (NQGenTLBuffer* const buffer = TakeBufferFor(rdmaId))
+        {
+            buffer->SetAcquiringFlag(true);
+            buffer->UpdateData(size, frameId, timestamp, width, height, pixelFormat, data);
+            buffer->SetAcquiringFlag(false);
+            buffer->SetNewDataFlag(true);
+            Deliver(buffer, status);
+        }
+    }
+    SetTransferCompleted();
+}
+
+bool NQGenTLDataStream::IsLimitReached()
+{
+    NQGenTLLock lock(m_moduleLock);
+    return m_numToAcquire != GENTL_INFINITE && m_numAcquired >= m_numToAcquire;
+}
+
+bool NQGenTLDataStream::IsStarted()
+{
+    NQGenTLLock lock(m_moduleLock);
+    return m_started;
+}
+
+/// The buffer bound to the block, else the one that waits longest, which is bound to it from now on; null for neither.
+NQGenTLBuffer* NQGenTLDataStream::TakeBufferFor(void* rdmaId)
+{
+    if (NQGenTLBuffer* const bound = m_buffers.FindByRdmaID(NQ_BUFFER_TYPE_QUEUED, rdmaId, true))
+        return bound;
+    NQGenTLBuffer* const front = m_buffers.GetFront(NQ_BUFFER_TYPE_QUEUED, true);
+    NQGenTLLock lock(m_moduleLock);
+    if (front == nullptr)
+        ++m_numUnderrun;
+    else
+        front->SetRdmaId(rdmaId);
+    return front;
+}
+
+void NQGenTLDataStream::Deliver(NQGenTLBuffer* buffer, int status)
+{
+    // Deliberate: with nobody registered for new buffers nothing is counted and the buffer stays out of the lists.
+    NQGenTLLock lock(m_moduleLock);
+    NQGenTLEvent* const event = FindEventById(GenTL::EVENT_NEW_BUFFER, false);
+    if (event == nullptr)
+        return;
+    ++m_numDelivered;
+    ++m_numAcquired;
+    if (status == g_StatusIncomplete)
+        buffer->SetIncompleteFlag(true);
+    event->Signal(buffer);
+}
+
+void NQGenTLDataStream::ForgetRdmaIds()
+{
+    NQGenTLLock transfer(m_transferLock);
+    for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
+         ++i)
+        buffer->SetRdmaId(nullptr);
+}
+
+} // namespace GigERDMA

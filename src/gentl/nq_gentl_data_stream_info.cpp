@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: Apache-2.0
+// Flushing a data stream's queues, and the answers to its info commands.
+#include "gentl/nq_gentl_buffer.h"
+#include "gentl/nq_gentl_data_stream.h"
+#include "gentl/nq_gentl_data_stream_trace.h"
+#include "gentl/nq_gentl_event.h"
+#include "gentl/nq_gentl_util.h"
+
+#include <cstring>
+
+namespace GigERDMA
+{
+
+int NQGenTLDataStream::FlushQueue(int operation)
+{
+    // No frame goes into a buffer while the lists change, and no buffer is revoked.
+    NQGenTLLock transfer(m_transferLock);
+    switch (operation)
+    {
+    case GenTL::ACQ_QUEUE_INPUT_TO_OUTPUT:
+        SignalInput();
+        return GenTL::GC_ERR_SUCCESS;
+    case GenTL::ACQ_QUEUE_OUTPUT_DISCARD:
+        FlushNewBufferEvent();
+        return GenTL::GC_ERR_SUCCESS;
+    case GenTL::ACQ_QUEUE_ALL_TO_INPUT:
+        FlushNewBufferEvent();
+        AddUnqueuedToInput();
+        return GenTL::GC_ERR_SUCCESS;
+    case GenTL::ACQ_QUEUE_UNQUEUED_TO_INPUT:
+        AddUnqueuedToInput();
+        return GenTL::GC_ERR_SUCCESS;
+    case GenTL::ACQ_QUEUE_ALL_DISCARD:
+        FlushNewBufferEvent();
+        DiscardInput();
+        return GenTL::GC_ERR_SUCCESS;
+    default:
+        TraceDataStream("%s GC_ERR_NOT_IMPLEMENTED :%d", "FlushQueue", operation);
+        return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    }
+}
+
+void NQGenTLDataStream::SignalInput()
+{
+    while (NQGenTLBuffer* const buffer = m_buffers.GetFront(NQ_BUFFER_TYPE_QUEUED, true))
+        SignalEvent(GenTL::EVENT_NEW_BUFFER, buffer);
+}
+
+void NQGenTLDataStream::FlushNewBufferEvent()
+{
+    NQGenTLLock lock(m_moduleLock);
+    if (NQGenTLEvent* const event = FindEventById(GenTL::EVENT_NEW_BUFFER, false))
+        event->Flush();
+}
+
+void NQGenTLDataStream::AddUnqueuedToInput()
+{
+    // Deliberate: the queued flag stays false, so a QueueBuffer that follows puts the buffer on the list once more.
+    for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
+         ++i)
+    {
+        if (!buffer->IsQueued())
+            m_buffers.Add(NQ_BUFFER_TYPE_QUEUED, buffer);
+    }
+}
+
+void NQGenTLDataStream::DiscardInput()
+{
+    while (NQGenTLBuffer* const buffer = m_buffers.GetFront(NQ_BUFFER_TYPE_QUEUED, true))
+    {
+        buffer->SetNewDataFlag(false);
+        buffer->SetQueueFlag(false);
+    }
+}
+
+int NQGenTLDataStream::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
+{
+    if (piType == nullptr || piSize == nullptr)
+    {
+        TraceDataStream("%s GC_ERR_INVALID_PARAMETER", "GetInfo");
+        return GenTL::GC_ERR_INVALID_PARAMETER;
+    }
+    if (pBuffer != nullptr && *piSize != 0)
+        std::memset(pBuffer, 0, *piSize);
+    switch (iInfoCmd)
+    {
+    case GenTL::STREAM_INFO_ID:
+        return NQGenTLUtil::CopyInfoString(m_id, piType, pBuffer, piSize);
+    case GenTL::STREAM_INFO_NUM_DELIVERED:
+    case GenTL::STREAM_INFO_NUM_UNDERRUN:
+    case GenTL::STREAM_INFO_NUM_ANNOUNCED:
+    case GenTL::STREAM_INFO_NUM_QUEUED:
+    case GenTL::STREAM_INFO_NUM_AWAIT_DELIVERY:
+        return GetCounterInfo(iInfoCmd, piType, pBuffer, piSize);
+    case GenTL::STREAM_INFO_PAYLOAD_SIZE:
+        return DoGetPayloadsize(piType, pBuffer, piSize);
+    case GenTL::STREAM_INFO_IS_GRABBING:
+        // Deliberate: false even while acquisition runs.
+        return NQGenTLUtil::CopyInfoBool(m_isGrabbing, piType, pBuffer, piSize);
+    case GenTL::STREAM_INFO_DEFINES_PAYLOADSIZE:
+        return NQGenTLUtil::CopyInfoBool(m_definesPayloadSize, piType, pBuffer, piSize);
+    case GenTL::STREAM_INFO_TLTYPE:
+        return NQGenTLUtil::CopyInfoString(m_tlType, piType, pBuffer, piSize);
+    case GenTL::STREAM_INFO_BUF_ANNOUNCE_MIN:
+        return NQGenTLUtil::CopyInfoSizeT(1, piType, pBuffer, piSize);
+    case GenTL::STREAM_INFO_NUM_STARTED:
+    case GenTL::STREAM_INFO_NUM_CHUNKS_MAX:
+    case GenTL::STREAM_INFO_BUF_ALIGNMENT:
+        TraceDataStream("%s iInfoCmd:%d GC_ERR_NOT_IMPLEMENTED", "GetInfo", iInfoCmd);
+        return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    default:
+        TraceDataStream("%s GC_ERR_ERROR :%d", "GetInfo", iInfoCmd);
+        return GenTL::GC_ERR_ERROR;
+    }
+}
+
+int NQGenTLDataStream::GetCounterInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
+{
+    NQGenTLLock lock(m_moduleLock);
+    switch (iInfoCmd)
+    {
+    case GenTL::STREAM_INFO_NUM_DELIVERED:
+        return NQGenTLUtil::CopyInfoUint64(m_numDelivered, piType, pBuffer, piSize);
+    case GenTL::STREAM_INFO_NUM_UNDERRUN:
+        return NQGenTLUtil::CopyInfoUint64(m_numUnderrun, piType, pBuffer, piSize);
+    case GenTL::STREAM_INFO_NUM_ANNOUNCED:
+        return NQGenTLUtil::CopyInfoSizeT(m_buffers.GetCount(NQ_BUFFER_TYPE_ANNOUNCED), piType, pBuffer, piSize);
+    case GenTL::STREAM_INFO_NUM_QUEUED:
+        return NQGenTLUtil::CopyInfoSizeT(m_buffers.GetCount(NQ_BUFFER_TYPE_QUEUED), piType, pBuffer, piSize);
+    default:
+        break;
+    }
+    NQGenTLEvent* const event = FindEventById(GenTL::EVENT_NEW_BUFFER, false);
+    return NQGenTLUtil::CopyInfoSizeT(event == nullptr ? 0 : event->GetNumInQueue(), piType, pBuffer, piSize);
+}
+
+} // namespace GigERDMA

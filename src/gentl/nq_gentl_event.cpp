@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: Apache-2.0
+// Signalling, waiting for and describing the occurrences of an event.
+#include "gentl/nq_gentl_event.h"
+
+#include "GenTL/GenTL.h"
+#include "entry/nq_logger.h"
+#include "gentl/nq_gentl_util.h"
+
+#include <cstring>
+
+namespace GigERDMA
+{
+
+namespace
+{
+
+constexpr unsigned long g_QueueTraceLevel = 0x10000000;
+
+} // namespace
+
+NQGenTLEvent::NQGenTLEvent(int id) : m_bEnabled(true), m_id(id), m_signal(g_DataBit) {}
+
+NQGenTLEvent::~NQGenTLEvent()
+{
+    // Deliberate: records still pending are not freed here, as little as by Flush.
+    m_signal.Kill();
+}
+
+void NQGenTLEvent::DoFlushEntry(void*) {}
+
+unsigned long NQGenTLEvent::GetNumInQueue()
+{
+    return m_queue.GetSize();
+}
+
+void NQGenTLEvent::Signal(void* entry)
+{
+    NQLogger::getInstance().TraceA("NQGenTL", g_QueueTraceLevel, "%s Entry! Queue:%d", "Signal",
+                                   static_cast<int>(m_queue.GetSize()));
+    NQGenTLLock pending(m_pendingLock);
+    m_queue.Add(entry);
+    m_signal.SetEvent(g_DataBit);
+}
+
+void NQGenTLEvent::Withdraw(void* entry)
+{
+    m_queue.Remove(entry);
+    ResetIfEmpty();
+}
+
+int NQGenTLEvent::Kill()
+{
+    NQLogger::getInstance().TraceA("NQGenTL", g_QueueTraceLevel, "%s Entry! Queue:%d", "Kill",
+                                   static_cast<int>(m_queue.GetSize()));
+    m_signal.Kill();
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGenTLEvent::Flush()
+{
+    // Deliberate: only an event whose entries are not its own gets them back; a flushed record is not freed.
+    do
+    {
+        while (m_queue.GetSize() > 0)
+            DoFlushEntry(m_queue.GetFront(true));
+    } while (!ResetIfEmpty());
+    m_signal.ResetEvent(NQEventHandler::g_KillBits);
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGenTLEvent::GetData(void* pBuffer, unsigned long* piSize, unsigned long iTimeout)
+{
+    if (const int error = _validateEventGetDataParam(pBuffer, piSize))
+        return error;
+
+    const unsigned int bits = m_signal.WaitForEvent(static_cast<int>(iTimeout));
+    if (bits > ~NQEventHandler::g_KillBits)
+        return GenTL::GC_ERR_ABORT;
+    if ((bits & g_DataBit) != 0)
+    {
+        DeliverFront(pBuffer, piSize);
+        return GenTL::GC_ERR_SUCCESS;
+    }
+    if (bits == 0)
+        return GenTL::GC_ERR_TIMEOUT;
+    NQLogger::getInstance().TraceA("NQGenTL", g_QueueTraceLevel, "%s GC_ERR_ERROR Queue:%d", "GetData",
+                                   static_cast<int>(m_queue.GetSize()));
+    return GenTL::GC_ERR_ERROR;
+}
+
+int NQGenTLEvent::GetDataInfo(const void* pInBuffer, unsigned long iInSize, int iInfoCmd, int* piType, void* pOutBuffer,
+                              unsigned long* piOutSize)
+{
+    if (piOutSize == nullptr || iInSize == 0 || piType == nullptr)
+        return GenTL::GC_ERR_INVALID_PARAMETER;
+    if (pInBuffer == nullptr)
+        return GenTL::GC_ERR_INVALID_HANDLE;
+    if (pOutBuffer != nullptr && *piOutSize != 0)
+        std::memset(pOutBuffer, 0, *piOutSize);
+    return DoEventGetDataInfo(pInBuffer, iInfoCmd, piType, pOutBuffer, piOutSize);
+}
+
+int NQGenTLEvent::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
+{
+    if (piType == nullptr || piSize == nullptr)
+        return GenTL::GC_ERR_INVALID_PARAMETER;
+    if (pBuffer != nullptr && *piSize != 0)
+        std::memset(pBuffer, 0, *piSize);
+    switch (iInfoCmd)
+    {
+    case GenTL::EVENT_EVENT_TYPE:
+        return NQGenTLUtil::CopyInfoInt32(m_id, piType, pBuffer, piSize);
+    case GenTL::EVENT_NUM_IN_QUEUE:
+        return NQGenTLUtil::CopyInfoSizeT(m_queue.GetSize(), piType, pBuffer, piSize);
+    case GenTL::EVENT_SIZE_MAX:
+        return NQGenTLUtil::CopyInfoSizeT(m_eventSizeMax, piType, pBuffer, piSize);
+    case GenTL::EVENT_INFO_DATA_SIZE_MAX:
+        return NQGenTLUtil::CopyInfoSizeT(m_infoDataSizeMax, piType, pBuffer, piSize);
+    default:
+        return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    }
+}
+
+int NQGenTLEvent::_validateEventGetDataParam(void* pBuffer, unsigned long* piSize)
+{
+    if (piSize == nullptr)
+        return GenTL::GC_ERR_INVALID_PARAMETER;
+    if (pBuffer == nullptr || *piSize >= m_eventSizeMax)
+        return GenTL::GC_ERR_SUCCESS;
+    *piSize = m_eventSizeMax;
+    return GenTL::GC_ERR_BUFFER_TOO_SMALL;
+}
+
+/// When another thread took the last entry meanwhile, nothing is delivered.
+void NQGenTLEvent::DeliverFront(void* pBuffer, unsigned long* piSize)
+{
+    if (void* const entry = m_queue.GetFront(true))
+        DoEventGetData(entry, pBuffer, piSize);
+    ResetIfEmpty();
+}
+
+bool NQGenTLEvent::ResetIfEmpty()
+{
+    NQGenTLLock pending(m_pendingLock);
+    if (m_queue.GetSize() != 0)
+        return false;
+    m_signal.ResetEvent(g_DataBit);
+    return true;
+}
+
+} // namespace GigERDMA

@@ -1,0 +1,315 @@
+// SPDX-License-Identifier: Apache-2.0
+// Opening and closing, port information and registered events of all modules.
+#include "gentl/nq_gentl_module_base.h"
+
+#include "entry/nq_logger.h"
+#include "gentl/nq_gentl_event_device_connection.h"
+#include "gentl/nq_gentl_event_error.h"
+#include "gentl/nq_gentl_event_module.h"
+#include "gentl/nq_gentl_event_new_buffer.h"
+#include "gentl/nq_gentl_event_remote_device.h"
+#include "gentl/nq_gentl_util.h"
+#include "nq_gev_gentl.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace GigERDMA
+{
+
+namespace
+{
+
+constexpr unsigned long g_FailureLevel = 2;
+
+void TraceFailure(const char* operation, const char* text)
+{
+    NQLogger::getInstance().TraceA("NQGenTL", g_FailureLevel, text, operation);
+}
+
+/// Null for an id that has no event.
+std::unique_ptr<NQGenTLEvent> MakeEvent(int id)
+{
+    switch (id)
+    {
+    case GenTL::EVENT_ERROR:
+        return std::make_unique<NQGenTLEventError>();
+    case GenTL::EVENT_NEW_BUFFER:
+        return std::make_unique<NQGenTLEventNewBuffer>();
+    case GenTL::EVENT_REMOTE_DEVICE:
+        return std::make_unique<NQGenTLEventRemoteDevice>();
+    case GenTL::EVENT_MODULE:
+        return std::make_unique<NQGenTLEventModule>();
+    case GenTL::NQ_EVENT_DEVICE_CONNECTION:
+        return std::make_unique<NQGenTLEventDeviceConnection>();
+    default:
+        return nullptr;
+    }
+}
+
+} // namespace
+
+NQGenTLModuleBase::NQGenTLModuleBase(NQGenTLModuleBase* parent) : m_pParent(parent) {}
+
+NQGenTLModuleBase::~NQGenTLModuleBase()
+{
+    NQGenTLLock lock(m_moduleLock);
+    m_events.clear();
+}
+
+int NQGenTLModuleBase::Open()
+{
+    if (IsOpen())
+    {
+        TraceFailure("Open", "%s GC_ERR_RESOURCE_IN_USE");
+        return GenTL::GC_ERR_RESOURCE_IN_USE;
+    }
+    if (const int error = DoOpen())
+    {
+        TraceFailure("Open", "%s ret");
+        return error;
+    }
+    NQGenTLLock lock(m_moduleLock);
+    m_bOpen = true;
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGenTLModuleBase::Close()
+{
+    if (!IsOpen())
+    {
+        TraceFailure("Close", "%s GC_ERR_ERROR");
+        return GenTL::GC_ERR_ERROR;
+    }
+    if (const int error = DoClose())
+    {
+        TraceFailure("Close", "%s ret");
+        return error;
+    }
+    NQGenTLLock lock(m_moduleLock);
+    m_bOpen = false;
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+bool NQGenTLModuleBase::IsOpen()
+{
+    NQGenTLLock lock(m_moduleLock);
+    return m_bOpen;
+}
+
+int NQGenTLModuleBase::ReadPortStacked(GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, unsigned long* piNumEntries)
+{
+    if (entries == nullptr || piNumEntries == nullptr)
+        return GenTL::GC_ERR_INVALID_PARAMETER;
+    for (unsigned long i = 0; i < *piNumEntries; ++i)
+    {
+        // Deliberate: a size the port changes stays in this copy and is not handed back.
+        unsigned long size = entries[i].Size;
+        if (const int error = ReadPort(entries[i].Address, entries[i].pBuffer, &size))
+            return error;
+    }
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGenTLModuleBase::WritePortStacked(GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, unsigned long* piNumEntries)
+{
+    if (entries == nullptr || piNumEntries == nullptr)
+        return GenTL::GC_ERR_INVALID_PARAMETER;
+    for (unsigned long i = 0; i < *piNumEntries; ++i)
+    {
+        unsigned long size = entries[i].Size;
+        if (const int error = WritePort(entries[i].Address, entries[i].pBuffer, &size))
+            return error;
+    }
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGenTLModuleBase::GetPortURL(char* sURL, unsigned long* piSize)
+{
+    if (piSize == nullptr)
+        return GenTL::GC_ERR_INVALID_PARAMETER;
+    return _getPortURL(sURL, piSize);
+}
+
+int NQGenTLModuleBase::GetPortInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
+{
+    using Getter = int (NQGenTLModuleBase::*)(int*, void*, unsigned long*);
+    static constexpr Getter getters[] = {
+        &NQGenTLModuleBase::_getId,        &NQGenTLModuleBase::_getVendor,     &NQGenTLModuleBase::_getModel,
+        &NQGenTLModuleBase::_getTLType,    &NQGenTLModuleBase::_getModule,     &NQGenTLModuleBase::_getLittleEndian,
+        &NQGenTLModuleBase::_getBigEndian, &NQGenTLModuleBase::_getAccessRead, &NQGenTLModuleBase::_getAccessWrite,
+        &NQGenTLModuleBase::_getAccessNA,  &NQGenTLModuleBase::_getAccessNI,   &NQGenTLModuleBase::_getVersion,
+        &NQGenTLModuleBase::_getPortName,
+    };
+    static_assert(std::size(getters) == GenTL::PORT_INFO_PORTNAME + 1);
+
+    if (piType == nullptr || piSize == nullptr)
+        return GenTL::GC_ERR_INVALID_PARAMETER;
+    if (pBuffer != nullptr && *piSize != 0)
+        std::memset(pBuffer, 0, *piSize);
+    if (iInfoCmd < 0 || iInfoCmd > GenTL::PORT_INFO_PORTNAME)
+        return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    return (this->*getters[iInfoCmd])(piType, pBuffer, piSize);
+}
+
+int NQGenTLModuleBase::GetNumPortURLs(unsigned int* piNumURLs)
+{
+    if (piNumURLs == nullptr)
+        return GenTL::GC_ERR_INVALID_PARAMETER;
+    *piNumURLs = static_cast<unsigned int>(GetURLList().size());
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGenTLModuleBase::GetPortURLInfo(unsigned int iURLIndex, int iInfoCmd, int* piType, void* pBuffer,
+                                      unsigned long* piSize)
+{
+    if (piSize == nullptr || piType == nullptr)
+        return GenTL::GC_ERR_INVALID_PARAMETER;
+    if (iInfoCmd != GenTL::URL_INFO_URL)
+        return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    return _getURLInfoURL(iURLIndex, piType, pBuffer, piSize);
+}
+
+NQGenTLEvent* NQGenTLModuleBase::FindEventByHandle(void* handle)
+{
+    NQGenTLLock lock(m_moduleLock);
+    const auto found =
+        std::find_if(m_events.begin(), m_events.end(), [&](const auto& event) { return event.get() == handle; });
+    return found == m_events.end() ? nullptr : found->get();
+}
+
+NQGenTLEvent* NQGenTLModuleBase::FindEventById(int id, bool remove)
+{
+    NQGenTLLock lock(m_moduleLock);
+    const auto found =
+        std::find_if(m_events.begin(), m_events.end(), [&](const auto& event) { return event->GetEventId() == id; });
+    if (found == m_events.end())
+        return nullptr;
+    if (!remove)
+        return found->get();
+    NQGenTLEvent* const event = found->release();
+    m_events.erase(found);
+    return event;
+}
+
+bool NQGenTLModuleBase::SignalEvent(int id, void* entry)
+{
+    NQGenTLLock lock(m_moduleLock);
+    NQGenTLEvent* const event = FindEventById(id, false);
+    if (event == nullptr)
+        return false;
+    event->Signal(entry);
+    return true;
+}
+
+int NQGenTLModuleBase::RegisterEvent(int iEventID, void** phEvent)
+{
+    if (!IsEventImplemented(iEventID))
+        return GenTL::GC_ERR_NOT_IMPLEMENTED;
+
+    // One step for other threads, or two registrations at once could both succeed.
+    NQGenTLLock lock(m_moduleLock);
+    if (FindEventById(iEventID, false) != nullptr)
+        return GenTL::GC_ERR_RESOURCE_IN_USE;
+    auto event = MakeEvent(iEventID);
+    if (!event)
+        return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    if (phEvent == nullptr)
+        return GenTL::GC_ERR_INVALID_PARAMETER;
+    m_events.push_back(std::move(event));
+    *phEvent = m_events.back().get();
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGenTLModuleBase::UnregisterEvent(int iEventID)
+{
+    if (!IsEventImplemented(iEventID))
+        return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    const std::unique_ptr<NQGenTLEvent> event(FindEventById(iEventID, true));
+    // Deliberate: an event that was never registered answers like one that is not initialised.
+    return event ? GenTL::GC_ERR_SUCCESS : GenTL::GC_ERR_NOT_INITIALIZED;
+}
+
+int NQGenTLModuleBase::_getId(int* piType, void* pBuffer, unsigned long* piSize)
+{
+    return NQGenTLUtil::CopyInfoString(GetPortInfo().id, piType, pBuffer, piSize);
+}
+
+int NQGenTLModuleBase::_getVendor(int* piType, void* pBuffer, unsigned long* piSize)
+{
+    return NQGenTLUtil::CopyInfoString(GetPortInfo().vendor, piType, pBuffer, piSize);
+}
+
+int NQGenTLModuleBase::_getModel(int* piType, void* pBuffer, unsigned long* piSize)
+{
+    return NQGenTLUtil::CopyInfoString(GetPortInfo().model, piType, pBuffer, piSize);
+}
+
+int NQGenTLModuleBase::_getTLType(int* piType, void* pBuffer, unsigned long* piSize)
+{
+    return NQGenTLUtil::CopyInfoString(GetPortInfo().tlType, piType, pBuffer, piSize);
+}
+
+int NQGenTLModuleBase::_getModule(int* piType, void* pBuffer, unsigned long* piSize)
+{
+    return NQGenTLUtil::CopyInfoString(GetPortInfo().module, piType, pBuffer, piSize);
+}
+
+int NQGenTLModuleBase::_getLittleEndian(int* piType, void* pBuffer, unsigned long* piSize)
+{
+    return NQGenTLUtil::CopyInfoBool(GetPortInfo().littleEndian, piType, pBuffer, piSize);
+}
+
+int NQGenTLModuleBase::_getBigEndian(int* piType, void* pBuffer, unsigned long* piSize)
+{
+    return NQGenTLUtil::CopyInfoBool(GetPortInfo().bigEndian, piType, pBuffer, piSize);
+}
+
+int NQGenTLModuleBase::_getAccessRead(int* piType, void* pBuffer, unsigned long* piSize)
+{
+    return NQGenTLUtil::CopyInfoBool(GetPortInfo().accessRead, piType, pBuffer, piSize);
+}
+
+int NQGenTLModuleBase::_getAccessWrite(int* piType, void* pBuffer, unsigned long* piSize)
+{
+    return NQGenTLUtil::CopyInfoBool(GetPortInfo().accessWrite, piType, pBuffer, piSize);
+}
+
+int NQGenTLModuleBase::_getAccessNA(int* piType, void* pBuffer, unsigned long* piSize)
+{
+    return NQGenTLUtil::CopyInfoBool(GetPortInfo().accessNA, piType, pBuffer, piSize);
+}
+
+int NQGenTLModuleBase::_getAccessNI(int* piType, void* pBuffer, unsigned long* piSize)
+{
+    return NQGenTLUtil::CopyInfoBool(GetPortInfo().accessNI, piType, pBuffer, piSize);
+}
+
+int NQGenTLModuleBase::_getVersion(int* piType, void* pBuffer, unsigned long* piSize)
+{
+    return NQGenTLUtil::CopyInfoString(GetPortInfo().version, piType, pBuffer, piSize);
+}
+
+int NQGenTLModuleBase::_getPortName(int* piType, void* pBuffer, unsigned long* piSize)
+{
+    return NQGenTLUtil::CopyInfoString(GetPortInfo().portName, piType, pBuffer, piSize);
+}
+
+int NQGenTLModuleBase::_getURLInfoURL(unsigned int index, int* piType, void* pBuffer, unsigned long* piSize)
+{
+    const std::vector<std::string> urls = GetURLList();
+    if (index >= urls.size())
+        return GenTL::GC_ERR_INVALID_INDEX;
+    return NQGenTLUtil::CopyInfoString(urls[index], piType, pBuffer, piSize);
+}
+
+int NQGenTLModuleBase::_getPortURL(char* sURL, unsigned long* piSize)
+{
+    std::string all;
+    for (const std::string& url : GetURLList())
+        all.append(url).push_back('\0');
+    int type = GenTL::INFO_DATATYPE_UNKNOWN;
+    return NQGenTLUtil::CopyInfoString(all, &type, sURL, piSize);
+}
+
+} // namespace GigERDMA

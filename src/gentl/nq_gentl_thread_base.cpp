@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+// Starting a worker and waiting for its end.
+#include "gentl/nq_gentl_thread_base.h"
+
+namespace GigERDMA
+{
+
+NQGenTLThreadBase::~NQGenTLThreadBase() = default;
+
+bool NQGenTLThreadBase::Start()
+{
+    NQGenTLLock lock(m_threadLock);
+    if (m_thread)
+        return false;
+    m_thread = std::make_unique<NQSync::thread>(ThreadFunction, this);
+    return true;
+}
+
+bool NQGenTLThreadBase::IsRunning()
+{
+    NQGenTLLock lock(m_threadLock);
+    return m_thread != nullptr;
+}
+
+void NQGenTLThreadBase::Wait()
+{
+    NQGenTLLock lock(m_threadLock);
+    if (!m_thread)
+        return;
+    m_thread->join();
+    m_thread.reset();
+}
+
+void NQGenTLThreadBase::TimedWait(long long milliseconds)
+{
+    NQGenTLLock lock(m_threadLock);
+    if (!m_thread)
+        return;
+    m_thread->timedjoin(milliseconds);
+    m_thread.reset();
+}
+
+void NQGenTLThreadBase::ThreadFunction(void* object)
+{
+    static_cast<NQGenTLThreadBase*>(object)->Run();
+}
+
+void NQGenTLThreadBase::WaitUntilEnded()
+{
+    const NQSync::thread* running = nullptr;
+    {
+        NQGenTLLock lock(m_threadLock);
+        if (!m_thread || m_thread->IsCurrent())
+            return;
+        running = m_thread.get();
+    }
+    running->WaitUntilFinished();
+
+    NQGenTLLock lock(m_threadLock);
+    m_thread->Collect();
+}
+
+bool NQGenTLThreadBase::IsOwnThread()
+{
+    NQGenTLLock lock(m_threadLock);
+    return m_thread && m_thread->IsCurrent();
+}
+
+} // namespace GigERDMA
