@@ -36,7 +36,8 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
     int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
 
     /// Writes the selector (4 bytes, unchecked) or, with any value, scans for cameras for 5 s. GC_ERR_ACCESS_DENIED for
-    /// the read-only registers, GC_ERR_INVALID_ADDRESS where no register begins. `*size` is not looked at.
+    /// the read-only registers, GC_ERR_INVALID_ADDRESS where no register begins. `buffer` holds the register, whatever
+    /// `*size` says.
     int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
 
     using NQGenTLModuleBase::GetPortInfo;
@@ -63,27 +64,45 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
 
     int CloseDevice(void* handle) override;
 
-  private:
+  protected:
+    /// Appends the cameras that answer one broadcast within `timeout` milliseconds; one that answers again and again is
+    /// there twice, as it answered first and last. False when nothing was sent.
     bool _discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, unsigned long timeout);
+
+    /// Makes the list that of a scan. `changed` (may be null) receives whether a device came or went.
     void _updateDeviceList(const std::vector<_NQ_GEV_DEVICE_INFO>& found, bool* changed);
+
+    /// Asks the camera who controls it: a DEVICE_ACCESS_STATUS from 0 (no answer) to 3. Takes 100 ms at most, and no
+    /// packet when the camera is on another subnet. Addresses are numbers in host order.
     unsigned int _getDeviceAccessStatus(const sockaddr_in* controlAddress, unsigned int interfaceIp,
                                         unsigned int interfaceMask, unsigned int ipAddress, unsigned int subnetMask);
+
+    // Look-ups hand out copies; false when there is no such entry.
+
     bool _findDeviceInfoByIndex(unsigned int index, _NQ_GEV_DEVICE_INFO& info);
     bool _findDeviceInfoById(const std::string& id, _NQ_GEV_DEVICE_INFO& info);
+
+    // Overwrite an entry, its id included; nothing when there is no such entry.
+
     void _updateDeviceInfoById(const std::string& id, const _NQ_GEV_DEVICE_INFO& info);
     void _updateDeviceInfoByIndex(unsigned int index, const _NQ_GEV_DEVICE_INFO& info);
-    void _updateDeviceAccessStatus(const std::string& id, unsigned int status);
-    int _getDeviceInfo(const char* id, int command, int* type, void* buffer, unsigned long* size);
-    int _readXML(void* buffer, const unsigned long* size);
-    int _readDeviceRegister(unsigned long address, void* buffer, unsigned long* size);
-    int _readAdapterRegister(unsigned long address, void* buffer, unsigned long* size);
-    void _setUpdating(bool updating);
 
-    std::vector<_NQ_GEV_DEVICE_INFO> m_deviceList;
+    /// Does nothing: the list keeps no status.
+    void _updateDeviceAccessStatus(const std::string& id, unsigned int status);
+
+    /// Answers one DEVICE_INFO command from the list.
+    int _getDeviceInfo(const char* id, int command, int* type, void* buffer, unsigned long* size);
+
+  private:
+    int _readAdapterRegister(unsigned long address, void* buffer, unsigned long* size);
+    int _readListRegister(unsigned long address, void* buffer, unsigned long* size);
+    int _readSelectedDevice(unsigned long address, void* buffer, unsigned long* size) NQ_REQUIRES(m_moduleLock);
+
+    std::vector<_NQ_GEV_DEVICE_INFO> m_deviceList NQ_GUARDED_BY(m_moduleLock);
     const _NQ_GEV_INTERFACE_INFO m_info;        ///< The system's entry as it was when this module was made.
     NQGevSocket m_socket;                       ///< The discovery socket; exists while the module is open.
     GigERDMA::NQGenTLModuleContainer m_devices; ///< The open devices, owned.
-    bool m_updating = false;                    ///< A scan asked for through the port is running.
-    unsigned int m_deviceSelector = 0;          ///< Index into m_deviceList, possibly past its end.
-    unsigned short m_requestId = 1;             ///< Deliberate: nothing uses it, both packets carry the fixed id 1.
+    bool m_updating = false; ///< Under the module lock: A scan asked for through the port is running.
+    unsigned int m_deviceSelector NQ_GUARDED_BY(m_moduleLock) = 0; ///< Index into m_deviceList, possibly past its end.
+    unsigned short m_requestId = 1; ///< Deliberate: nothing uses it, both packets carry the fixed id 1.
 };

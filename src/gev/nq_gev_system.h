@@ -32,7 +32,8 @@ class NQGevSystem : public GigERDMA::NQGenTLSystem
     int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
 
     /// Writes the selector (4 bytes, unchecked) or, with any value, scans for adapters. GC_ERR_ACCESS_DENIED for the
-    /// other registers, GC_ERR_INVALID_ADDRESS where no register begins. `*size` is not looked at.
+    /// other registers, GC_ERR_INVALID_ADDRESS where no register begins. `buffer` holds the register, whatever `*size`
+    /// says.
     int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
 
     using NQGenTLModuleBase::GetPortInfo;
@@ -56,19 +57,28 @@ class NQGevSystem : public GigERDMA::NQGenTLSystem
 
     int CloseInterface(void* handle) override;
 
-  private:
+    /// Whether a register that describes the system itself, its list or its selection begins at `address`.
+    static bool _isAddressValid(unsigned long address);
+
+  protected:
+    /// Makes the list that of a scan. `changed` (may be null) receives whether an adapter came or went.
     void _updateInterfaceList(const std::vector<_NQ_GEV_INTERFACE_INFO>& found, bool* changed);
+
+    // Look-ups hand out copies; false when there is no such entry.
+
     bool _findInterfaceInfoByIndex(unsigned int index, _NQ_GEV_INTERFACE_INFO& info);
     bool _findInterfaceInfoById(const std::string& id, _NQ_GEV_INTERFACE_INFO& info);
-    int _getInterfaceInfo(const char* id, int command, int* type, void* buffer, unsigned long* size);
-    bool _isAddressValid(unsigned long address);
-    int _readXML(void* buffer, const unsigned long* size);
-    int _readListRegister(unsigned long address, void* buffer, unsigned long* size);
-    void _setUpdating(bool updating);
-    _NQ_GEV_INTERFACE_INFO _selectedInterface();
 
-    std::vector<_NQ_GEV_INTERFACE_INFO> m_interfaceList;
+    /// Answers one INTERFACE_INFO command from the list.
+    int _getInterfaceInfo(const char* id, int command, int* type, void* buffer, unsigned long* size);
+
+  private:
+    int _readListRegister(unsigned long address, void* buffer, unsigned long* size);
+    int _readSelectedInterface(unsigned long address, void* buffer, unsigned long* size) NQ_REQUIRES(m_moduleLock);
+
+    std::vector<_NQ_GEV_INTERFACE_INFO> m_interfaceList NQ_GUARDED_BY(m_moduleLock);
     GigERDMA::NQGenTLModuleContainer m_interfaces; ///< The open interfaces, owned.
-    bool m_updating = false;                       ///< A scan asked for through the port is running.
-    unsigned int m_interfaceSelector = 0;          ///< Index into m_interfaceList, possibly past its end.
+    bool m_updating = false; ///< Under the module lock: A scan asked for through the port is running.
+    unsigned int m_interfaceSelector NQ_GUARDED_BY(m_moduleLock) =
+        0; ///< Index into m_interfaceList, possibly past its end.
 };

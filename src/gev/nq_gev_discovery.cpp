@@ -1,0 +1,264 @@
+// SPDX-License-Identifier: Apache-2.0
+// Discovery: finding the cameras behind an interface, and asking one who controls it.
+#include "entry/nq_logger.h"
+#include "gentl/nq_gentl_util.h"
+#include "gev/nq_gev_interface.h"
+#include "gev/nq_gev_query.h"
+#include "gev/nq_gev_util.h"
+
+#include <array>
+#include <cstring>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+
+using namespace GigERDMA;
+
+namespace
+{
+
+// Source of codes, offsets and sizes: GigE Vision, GVCP and bootstrap registers.
+constexpr std::size_t g_PacketSize = 548;
+constexpr unsigned short g_DiscoveryCommand = 0x0002;
+constexpr unsigned short g_DiscoveryAck = 0x0003;
+constexpr unsigned short g_ReadRegisterCommand = 0x0080;
+constexpr unsigned short g_ReadRegisterAck = 0x0081;
+constexpr unsigned char g_AckRequired = 0x01;
+constexpr unsigned char g_AckRequiredBroadcastAllowed = 0x11;
+constexpr unsigned short g_RequestId = 1;
+constexpr unsigned int g_DiscoveryAckSize = 256;
+
+constexpr int g_ReceiveWait = 100; // milliseconds
+
+// Plain text comparison, so 3.0 and 10.0.0 are older.
+constexpr std::string_view g_OldestVersion = "3.0.0";
+
+// More cameras than a network carries. What answers beyond it within one scan is noise that must not eat the memory.
+constexpr std::size_t g_MaxCameras = 4096;
+
+enum AccessStatus : unsigned int
+{
+    StatusUnknown = 0,
+    StatusReadWrite = 1,
+    StatusReadOnly = 2,
+    StatusNoAccess = 3
+};
+
+/// One datagram. What was not received reads as zero.
+class Packet
+{
+  public:
+    unsigned char* Bytes() { return m_bytes.data(); }
+    char* Chars() { return reinterpret_cast<char*>(m_bytes.data()); }
+
+    const unsigned char* At(std::size_t offset) const { return m_bytes.data() + offset; }
+    unsigned short AckCode() const { return static_cast<unsigned short>(Word(2)); }
+
+    unsigned int Word(std::size_t offset) const
+    {
+        return static_cast<unsigned int>(m_bytes[offset]) << 8 | m_bytes[offset + 1];
+    }
+
+    unsigned int DWord(std::size_t offset) const { return Word(offset) << 16 | Word(offset + 2); }
+
+    /// The text from `offset` to the first zero byte, or to the end of the packet.
+    std::string Text(std::size_t offset) const
+    {
+        const char* const text = reinterpret_cast<const char*>(At(offset));
+        return {text, strnlen(text, m_bytes.size() - offset)};
+    }
+
+  private:
+    std::array<unsigned char, g_PacketSize> m_bytes{};
+};
+
+/// The camera that a discovery acknowledge describes; what belongs to the interface is left out.
+_NQ_GEV_DEVICE_INFO Describe(const Packet& ack)
+{
+    _NQ_GEV_DEVICE_INFO info;
+    const unsigned char* const mac = ack.At(18);
+    // Deliberate: the texts run to their zero byte, so one that fills its field continues with the next field.
+    info.vendorName = ack.Text(80);
+    info.modelName = ack.Text(112);
+    info.displayName = info.modelName;
+    info.tlType = "GEV";
+    info.id = info.modelName + ":" +
+              NQGenTLUtil::Printf("%02x-%02x-%02x-%02x-%02x-%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    info.userDefinedName = ack.Text(240);
+    info.serialNumber = ack.Text(224);
+    info.deviceVersion = ack.Text(144);
+    info.specVersion = ack.DWord(8);
+    info.deviceMode = ack.DWord(12);
+    info.macHigh = ack.Word(18);
+    info.macLow = ack.DWord(20);
+    info.ipConfigOptions = ack.DWord(24);
+    info.ipConfigCurrent = ack.DWord(28);
+    info.ipAddress = ack.DWord(44);
+    info.subnetMask = ack.DWord(60);
+    info.gateway = ack.DWord(76);
+    info.controlAddress.sin_family = AF_INET;
+    info.controlAddress.sin_port = htons(g_GvcpPort);
+    std::memcpy(&info.controlAddress.sin_addr, ack.At(44), sizeof info.controlAddress.sin_addr);
+    return info;
+}
+
+/// Collects the cameras of one scan. The merge needs the first and the last answer of each, so no more are kept.
+class Findings
+{
+  public:
+    explicit Findings(std::vector<_NQ_GEV_DEVICE_INFO>& found) : m_found(found) {}
+
+    void Add(_NQ_GEV_DEVICE_INFO&& info)
+    {
+        const auto known = m_lastAnswer.find(info.id);
+        if (known == m_lastAnswer.end())
+        {
+            if (m_lastAnswer.size() < g_MaxCameras)
+            {
+                m_lastAnswer.emplace(info.id, 0);
+                m_found.push_back(std::move(info));
+            }
+        }
+        else if (known->second == 0)
+        {
+            m_found.push_back(std::move(info));
+            known->second = m_found.size() - 1; // never 0, the first answer comes before
+        }
+        else
+        {
+            m_found[known->second] = std::move(info);
+        }
+    }
+
+  private:
+    std::vector<_NQ_GEV_DEVICE_INFO>& m_found;
+    std::unordered_map<std::string, std::size_t> m_lastAnswer; ///< Place of the last answer, 0 while there is only one.
+};
+
+} // namespace
+
+int NQGevInterface::UpdateDeviceList(bool* changed, unsigned long timeout)
+{
+    std::vector<_NQ_GEV_DEVICE_INFO> found;
+    _discoverDevices(found, timeout);
+    // Deliberate: a scan that could not be made found nothing, so it empties the list.
+    _updateDeviceList(found, changed);
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, unsigned long timeout)
+{
+    if (m_info.ipAddress == "0.0.0.0" || m_info.ipAddress == "127.0.0.1")
+    {
+        return false;
+    }
+    std::vector<unsigned char> command =
+        NQGevUtil::CreateGVCPCommand(g_DiscoveryCommand, nullptr, 0, g_AckRequiredBroadcastAllowed, g_RequestId);
+    sockaddr_in everyone{};
+    everyone.sin_family = AF_INET;
+    everyone.sin_port = htons(g_GvcpPort);
+    everyone.sin_addr.s_addr = htonl(INADDR_BROADCAST);
+    if (!m_socket.SendTo(reinterpret_cast<sockaddr*>(&everyone), reinterpret_cast<char*>(command.data()),
+                         static_cast<unsigned short>(command.size())))
+    {
+        return false;
+    }
+    Findings findings(found);
+    const unsigned long start = NQGenTLUtil::QueryCounterMS();
+    while (NQGenTLUtil::QueryCounterMS() - start < timeout)
+    {
+        Packet ack;
+        unsigned int received = 0;
+        if (!m_socket.Receive(ack.Chars(), g_PacketSize, received, g_ReceiveWait) || received < g_DiscoveryAckSize ||
+            ack.AckCode() != g_DiscoveryAck)
+        {
+            continue;
+        }
+        _NQ_GEV_DEVICE_INFO info = Describe(ack);
+        info.interfaceIp = NQGevUtil::IPAddressToUint32(m_info.ipAddress);
+        info.interfaceMask = NQGevUtil::IPAddressToUint32(m_info.subnetMask);
+        if (info.deviceVersion >= g_OldestVersion)
+        {
+            findings.Add(std::move(info));
+        }
+    }
+    return true;
+}
+
+void NQGevInterface::_updateDeviceList(const std::vector<_NQ_GEV_DEVICE_INFO>& found, bool* changed)
+{
+    std::unordered_map<std::string_view, const _NQ_GEV_DEVICE_INFO*> lastAnswer;
+    for (const _NQ_GEV_DEVICE_INFO& info : found)
+    {
+        lastAnswer[info.id] = &info;
+    }
+    bool differs = false;
+    {
+        const NQGenTLLock lock(m_moduleLock);
+        differs = std::erase_if(m_deviceList, [&lastAnswer](const _NQ_GEV_DEVICE_INFO& listed) {
+                      return lastAnswer.count(listed.id) == 0;
+                  }) != 0;
+        std::unordered_set<std::string_view> listed;
+        for (const _NQ_GEV_DEVICE_INFO& info : m_deviceList)
+        {
+            const auto answer = lastAnswer.find(info.id);
+            listed.insert(answer->first);
+            _updateDeviceInfoById(info.id, *answer->second);
+        }
+        for (const _NQ_GEV_DEVICE_INFO& info : found)
+        {
+            if (listed.insert(info.id).second)
+            {
+                m_deviceList.push_back(info);
+                differs = true;
+            }
+        }
+    }
+    if (changed != nullptr)
+    {
+        *changed = differs;
+    }
+}
+
+unsigned int NQGevInterface::_getDeviceAccessStatus(const sockaddr_in* controlAddress, unsigned int interfaceIp,
+                                                    unsigned int interfaceMask, unsigned int ipAddress,
+                                                    unsigned int subnetMask)
+{
+    // Deliberate: each side is masked with its own mask, so equal networks of different length can differ.
+    if ((interfaceIp & interfaceMask) != (ipAddress & subnetMask))
+    {
+        return StatusNoAccess;
+    }
+    std::array<unsigned char, 4> controlChannelPrivilege = {0x00, 0x00, 0x0A, 0x00};
+    std::vector<unsigned char> command =
+        NQGevUtil::CreateGVCPCommand(g_ReadRegisterCommand, controlChannelPrivilege.data(),
+                                     controlChannelPrivilege.size(), g_AckRequired, g_RequestId);
+    sockaddr_in camera = *controlAddress;
+    if (!m_socket.SendTo(reinterpret_cast<sockaddr*>(&camera), reinterpret_cast<char*>(command.data()),
+                         static_cast<unsigned short>(command.size())))
+    {
+        return StatusUnknown;
+    }
+    Packet ack;
+    unsigned int received = 0;
+    if (!m_socket.ReceiveFrom(reinterpret_cast<sockaddr*>(&camera), ack.Bytes(), g_PacketSize, received, g_ReceiveWait))
+    {
+        return StatusUnknown;
+    }
+    if (ack.AckCode() != g_ReadRegisterAck)
+    {
+        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! WRONG ACK", "_getDeviceAccessStatus");
+        return StatusUnknown;
+    }
+    switch (ack.DWord(8))
+    {
+    case 0: // no application has control
+        return StatusReadWrite;
+    case 1: // exclusive access
+        return StatusNoAccess;
+    case 2: // control access
+        return StatusReadOnly;
+    default:
+        return StatusUnknown;
+    }
+}
