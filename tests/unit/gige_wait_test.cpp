@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: Apache-2.0
+// Waiting with the time left written back.
+#include "gige/gige_wait.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace
+{
+
+/// Two joined sockets.
+struct Pair
+{
+    Pair() { socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends); }
+    ~Pair()
+    {
+        close(ends[0]);
+        close(ends[1]);
+    }
+    Pair(const Pair&) = delete;
+    Pair& operator=(const Pair&) = delete;
+
+    int ends[2] = {-1, -1};
+};
+
+TEST(Wait, MillisecondsBecomeSecondsAndMicroseconds)
+{
+    struct Row
+    {
+        long milliseconds, seconds, microseconds;
+    };
+    for (const Row& row : {Row{0, 0, 0}, Row{1, 0, 1000}, Row{999, 0, 999000}, Row{1000, 1, 0}, Row{1500, 1, 500000},
+                           Row{65535, 65, 535000}, Row{-1, 0, -1000}, Row{-1500, -1, -500000}})
+    {
+        const timeval time = GigETL::timevalFromMs(row.milliseconds);
+        EXPECT_EQ(time.tv_sec, row.seconds) << row.milliseconds;
+        EXPECT_EQ(time.tv_usec, row.microseconds) << row.milliseconds;
+    }
+}
+
+TEST(Wait, DataThatIsThereIsReadableWithoutWaiting)
+{
+    const Pair pair;
+    ASSERT_EQ(send(pair.ends[1], "x", 1, 0), 1);
+    timeval time{0, 0};
+    EXPECT_EQ(GigETL::waitReadable(pair.ends[0], &time), 1);
+}
+
+TEST(Wait, TimeThatIsOverIsZeroAfterwards)
+{
+    const Pair pair;
+    timeval time{0, 1500};
+    EXPECT_EQ(GigETL::waitReadable(pair.ends[0], &time), 0);
+    EXPECT_EQ(time.tv_sec, 0);
+    EXPECT_EQ(time.tv_usec, 0);
+}
+
+TEST(Wait, TimeLeftIsWrittenBack)
+{
+    const Pair pair;
+    std::thread sender([&] {
+        usleep(20000);
+        send(pair.ends[1], "x", 1, 0);
+    });
+    timeval time{1000, 0};
+    EXPECT_EQ(GigETL::waitReadable(pair.ends[0], &time), 1);
+    sender.join();
+    EXPECT_EQ(time.tv_sec, 999);
+    EXPECT_LT(time.tv_usec, 980001);
+}
+
+TEST(Wait, NegativeTimeIsRefusedAtOnce)
+{
+    const Pair pair;
+    for (timeval time : {timeval{-1, 0}, timeval{0, -1000}})
+    {
+        errno = 0;
+        EXPECT_EQ(GigETL::waitReadable(pair.ends[0], &time), -1);
+        EXPECT_EQ(errno, EINVAL);
+    }
+}
+
+TEST(Wait, MicrosecondsAboveASecondAreCarriedOver)
+{
+    const Pair pair;
+    ASSERT_EQ(send(pair.ends[1], "x", 1, 0), 1);
+    timeval time{1, 2500000};
+    EXPECT_EQ(GigETL::waitReadable(pair.ends[0], &time), 1);
+    EXPECT_EQ(time.tv_sec, 3);
+}
+
+TEST(Wait, LongestTimeDoesNotOverflow)
+{
+    const Pair pair;
+    ASSERT_EQ(send(pair.ends[1], "x", 1, 0), 1);
+    timeval time{LONG_MAX, LONG_MAX};
+    EXPECT_EQ(GigETL::waitReadable(pair.ends[0], &time), 1);
+}
+
+TEST(Wait, NullTimeHasNoEnd)
+{
+    const Pair pair;
+    ASSERT_EQ(send(pair.ends[1], "x", 1, 0), 1);
+    EXPECT_EQ(GigETL::waitReadable(pair.ends[0], nullptr), 1);
+}
+
+TEST(Wait, ClosedDescriptorIsAFailure)
+{
+    int descriptor = -1;
+    {
+        const Pair pair;
+        descriptor = pair.ends[0];
+    }
+    timeval time{0, 1000};
+    EXPECT_EQ(GigETL::waitReadable(descriptor, &time), -1);
+    EXPECT_EQ(errno, EBADF);
+}
+
+TEST(Wait, NoDescriptorWaitsTheWholeTime)
+{
+    timeval time{0, 1000};
+    EXPECT_EQ(GigETL::waitReadable(-1, &time), 0);
+    EXPECT_EQ(time.tv_usec, 0);
+}
+
+TEST(Wait, DescriptorAbove1023IsWaitedForLikeAnyOther)
+{
+    const rlimit limit{4096, 4096};
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0)
+    {
+        GTEST_SKIP() << "the limit of open files cannot be set to 4096";
+    }
+    const Pair pair;
+    const int high = fcntl(pair.ends[0], F_DUPFD_CLOEXEC, 3000);
+    ASSERT_GE(high, 3000);
+    timeval time{0, 1000};
+    EXPECT_EQ(GigETL::waitReadable(high, &time), 0);
+    ASSERT_EQ(send(pair.ends[1], "x", 1, 0), 1);
+    time = {0, 1000};
+    EXPECT_EQ(GigETL::waitReadable(high, &time), 1);
+    close(high);
+}
+
+TEST(Wait, SignalEndsTheWaitWithAFailureAndTheTimeLeft)
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &action, nullptr);
+    const Pair pair;
+    const pthread_t waiter = pthread_self();
+    std::atomic<bool> over{false};
+    std::thread interrupter([&] {
+        while (!over)
+        {
+            pthread_kill(waiter, SIGUSR1);
+            usleep(1000);
+        }
+    });
+    timeval time{1000, 0};
+    const int result = GigETL::waitReadable(pair.ends[0], &time);
+    const int error = errno;
+    over = true;
+    interrupter.join();
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(error, EINTR);
+    EXPECT_GE(time.tv_sec, 900);
+}
+
+} // namespace
