@@ -55,8 +55,7 @@ void NQGevThreadHeartbeat::_sendConnectionEvent(int status, std::string text)
     {
         return;
     }
-    GigERDMA::NQGenTLEvent* const event = device->FindEventById(connectionEvent, false);
-    if (event == nullptr)
+    if (device->FindEventById(connectionEvent, false) == nullptr)
     {
         return;
     }
@@ -64,7 +63,8 @@ void NQGevThreadHeartbeat::_sendConnectionEvent(int status, std::string text)
     record->status = status;
     const std::size_t length = std::min(std::strlen(text.c_str()), sizeof record->text - 1);
     std::memcpy(record->text, text.c_str(), length);
-    record->text[length] = '\0';
-    event->Signal(record.get());
-    record.release();
+    if (device->SignalEvent(connectionEvent, record.get()))
+    {
+        static_cast<void>(record.release()); // the event's from here on
+    }
 }

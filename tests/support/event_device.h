@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+// A device module that has events and nothing else, for tests of what signals them.
+#pragma once
+
+#include "gentl/nq_gentl_device.h"
+#include "gentl/nq_gentl_event.h"
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace nq::test
+{
+
+class EventDevice : public GigERDMA::NQGenTLDevice
+{
+  public:
+    EventDevice() : NQGenTLDevice(nullptr) {}
+
+    using GigERDMA::NQGenTLModuleBase::GetPortInfo;
+
+    bool IsPortImplemented() override { return false; }
+    bool IsEventImplemented(int) override { return true; }
+    GigERDMA::_NQ_GENTL_PORT_INFO GetPortInfo() override { return {}; }
+    GigERDMA::_NQ_GENTL_XML_INFO GetXMLInfo() override { return {}; }
+    std::vector<std::string> GetURLList() override { return {}; }
+    int ReadPort(unsigned long, void*, unsigned long*) override { return -1003; }
+    int WritePort(unsigned long, const void*, unsigned long*) override { return -1003; }
+    std::string GetId() override { return ""; }
+    int DoOpen() override { return 0; }
+    int DoClose() override { return 0; }
+    int GetInfo(int, int*, void*, unsigned long*) override { return -1003; }
+    int GetPort(void**) override { return -1003; }
+    int GetNumDataStreams(unsigned int*) override { return -1003; }
+    int GetDataStreamID(unsigned int, char*, unsigned long*) override { return -1003; }
+    int OpenDataStream(const char*, void**) override { return -1003; }
+};
+
+/// One registered event of a module, read as a consumer reads it.
+class RegisteredEvent
+{
+  public:
+    RegisteredEvent(GigERDMA::NQGenTLModuleBase& module, int id)
+    {
+        void* handle = nullptr;
+        module.RegisterEvent(id, &handle);
+        m_event = static_cast<GigERDMA::NQGenTLEvent*>(handle);
+    }
+
+    /// The next record's bytes; empty when none came within `timeout` milliseconds.
+    std::vector<unsigned char> Next(unsigned long timeout = 5000)
+    {
+        std::vector<unsigned char> record(1024, 0xEE);
+        unsigned long size = record.size();
+        if (m_event->GetData(record.data(), &size, timeout) != 0)
+        {
+            record.clear();
+        }
+        return record;
+    }
+
+    /// Number of records waiting.
+    unsigned long Pending() { return m_event->GetNumInQueue(); }
+
+  private:
+    GigERDMA::NQGenTLEvent* m_event = nullptr;
+};
+
+} // namespace nq::test

@@ -1,0 +1,241 @@
+// SPDX-License-Identifier: Apache-2.0
+// The heartbeat of a camera: which beats report a change of status, and when it ends by itself.
+#include "gev/nq_gev_remote_device.h"
+#include "gev/nq_gev_thread_heartbeat.h"
+
+#include "gige/nq_gev_tl_linux.h"
+#include "support/device_record.h"
+#include "support/event_device.h"
+#include "support/register_camera.h"
+
+#include <chrono>
+#include <cstring>
+#include <gmock/gmock.h>
+#include <memory>
+#include <string>
+#include <thread>
+
+using nq::test::EventDevice;
+using nq::test::LoopbackCamera;
+using nq::test::RegisterCamera;
+using nq::test::RegisteredEvent;
+
+namespace
+{
+
+constexpr int connectionEvent = 4000;
+
+int StatusOf(const std::vector<unsigned char>& record)
+{
+    int status = -1;
+    if (!record.empty())
+    {
+        std::memcpy(&status, record.data(), sizeof status);
+    }
+    return status;
+}
+
+std::string TextOf(const std::vector<unsigned char>& record)
+{
+    return record.empty() ? "" : reinterpret_cast<const char*>(record.data()) + 4;
+}
+
+/// The status is one for the whole process: each case relies on running in a process of its own.
+class Heartbeat : public testing::Test
+{
+  protected:
+    Heartbeat() { camera.SetRegister(0x0938, 100); }
+
+    std::unique_ptr<NQGevRemoteDevice> Camera(int accessMode, _NQ_GEV_DEVICE_INFO record = LoopbackCamera())
+    {
+        return std::make_unique<NQGevRemoteDevice>(&tl, record, accessMode, &parent);
+    }
+
+    /// Whether several heartbeat periods pass without a beat.
+    bool IsQuiet()
+    {
+        camera.Forget();
+        return !camera.WaitFor("read 0x0A00", 1, std::chrono::milliseconds(400));
+    }
+
+    RegisterCamera camera;
+    NQGevTL tl;
+    EventDevice parent;
+};
+
+TEST_F(Heartbeat, ACameraOpenedForControlGivesOneEventWithStatusFive)
+{
+    RegisteredEvent event(parent, connectionEvent);
+    const auto device = Camera(3);
+    ASSERT_EQ(device->Open(), 0);
+    const std::vector<unsigned char> record = event.Next();
+    EXPECT_EQ(StatusOf(record), 5);
+    EXPECT_EQ(TextOf(record), "Model:02-00-00-00-00-01");
+    ASSERT_TRUE(camera.WaitFor("read 0x0A00", 5)) << "the beats go on";
+    EXPECT_EQ(event.Pending(), 0U);
+}
+
+TEST_F(Heartbeat, NoBeatComesBeforeHalfTheTimeout)
+{
+    camera.SetRegister(0x0938, 2000);
+    const auto device = Camera(3);
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(device->Open(), 0);
+    ASSERT_TRUE(camera.WaitFor("read 0x0A00"));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(995));
+}
+
+TEST_F(Heartbeat, ACameraThatStopsAnsweringGivesOneEventWithStatusThreeAndIsReadNoMore)
+{
+    RegisteredEvent event(parent, connectionEvent);
+    const auto device = Camera(3);
+    ASSERT_EQ(device->Open(), 0);
+    ASSERT_EQ(StatusOf(event.Next()), 5);
+    camera.SetSilent(true);
+    EXPECT_EQ(StatusOf(event.Next()), 3);
+    EXPECT_TRUE(IsQuiet());
+    camera.SetSilent(false);
+    EXPECT_TRUE(IsQuiet()) << "nobody restarts the thread";
+    EXPECT_EQ(event.Pending(), 0U);
+}
+
+TEST_F(Heartbeat, AThreadThatEndedByItselfIsStillStoppedByClose)
+{
+    RegisteredEvent event(parent, connectionEvent);
+    const auto device = Camera(3);
+    ASSERT_EQ(device->Open(), 0);
+    ASSERT_EQ(StatusOf(event.Next()), 5);
+    camera.SetRegister(0x0A00, 0);
+    ASSERT_EQ(StatusOf(event.Next()), 0);
+    EXPECT_TRUE(IsQuiet());
+    ASSERT_EQ(device->Close(), 0);
+    EXPECT_THAT(camera.Accesses(), testing::ElementsAre("write 0x0A00 = 0x00000000", "write 0x0A00 = 0x00000000"));
+}
+
+TEST_F(Heartbeat, WithNoEventRegisteredTheStatusStillChangesAndTheThreadStillStops)
+{
+    const auto device = Camera(3);
+    ASSERT_EQ(device->Open(), 0);
+    ASSERT_TRUE(camera.WaitFor("read 0x0A00", 2));
+    camera.SetRegister(0x0A00, 1);
+    ASSERT_TRUE(camera.WaitFor("read 0x0A00", camera.Count("read 0x0A00") + 1));
+    EXPECT_TRUE(IsQuiet());
+    ASSERT_EQ(device->Close(), 0);
+
+    RegisteredEvent event(parent, connectionEvent);
+    const auto exclusive = Camera(4);
+    ASSERT_EQ(exclusive->Open(), 0);
+    ASSERT_TRUE(camera.WaitFor("read 0x0A00", 3)) << "a status that did not change ends nothing";
+    EXPECT_EQ(event.Pending(), 0U) << "the status was 3 already";
+}
+
+TEST_F(Heartbeat, ACameraOpenedForExclusiveAccessReportsThreeAndEndsTheThread)
+{
+    RegisteredEvent event(parent, connectionEvent);
+    const auto device = Camera(4);
+    ASSERT_EQ(device->Open(), 0);
+    EXPECT_EQ(StatusOf(event.Next()), 3);
+    EXPECT_TRUE(IsQuiet());
+}
+
+TEST_F(Heartbeat, AnyOtherValueIsReportedAsItIsAndTheThreadGoesOn)
+{
+    RegisteredEvent event(parent, connectionEvent);
+    const auto device = Camera(3);
+    ASSERT_EQ(device->Open(), 0);
+    ASSERT_EQ(StatusOf(event.Next()), 5);
+    camera.SetRegister(0x0A00, 77);
+    EXPECT_EQ(StatusOf(event.Next()), 77);
+    camera.SetRegister(0x0A00, 2);
+    EXPECT_EQ(StatusOf(event.Next()), 5);
+}
+
+TEST_F(Heartbeat, AReadOnlyCameraUnderNobodysControlGivesNoEvent)
+{
+    RegisteredEvent event(parent, connectionEvent);
+    const auto device = Camera(2);
+    ASSERT_EQ(device->Open(), 0);
+    ASSERT_TRUE(camera.WaitFor("read 0x0A00", 50)) << "the beats follow each other";
+    EXPECT_EQ(event.Pending(), 0U);
+}
+
+TEST_F(Heartbeat, DeliberatelyOneStatusForTheWholeProcess)
+{
+    RegisteredEvent event(parent, connectionEvent);
+    const auto first = Camera(3);
+    ASSERT_EQ(first->Open(), 0);
+    ASSERT_EQ(StatusOf(event.Next()), 5);
+    _NQ_GEV_DEVICE_INFO record = LoopbackCamera();
+    record.ipAddress = 0x7F000003;
+    record.id = "second";
+    const auto second = Camera(3, record);
+    ASSERT_EQ(second->Open(), 0);
+    ASSERT_TRUE(camera.WaitFor("read 0x0A00", camera.Count("read 0x0A00") + 8));
+    EXPECT_EQ(event.Pending(), 0U) << "the second camera is in the state of the first";
+}
+
+TEST_F(Heartbeat, TheStatusIsKeptAcrossCloseAndOpen)
+{
+    RegisteredEvent event(parent, connectionEvent);
+    const auto device = Camera(3);
+    ASSERT_EQ(device->Open(), 0);
+    ASSERT_EQ(StatusOf(event.Next()), 5);
+    ASSERT_EQ(device->Close(), 0);
+    ASSERT_EQ(device->Open(), 0);
+    camera.Forget();
+    ASSERT_TRUE(camera.WaitFor("read 0x0A00", 3)) << "the heartbeat was started again";
+    EXPECT_EQ(event.Pending(), 0U);
+}
+
+TEST_F(Heartbeat, ADeviceIdOfThreeHundredCharactersArrivesAsTwoHundredAndFiftyFiveAndAZeroByte)
+{
+    RegisteredEvent event(parent, connectionEvent);
+    _NQ_GEV_DEVICE_INFO record = LoopbackCamera();
+    record.id = std::string(300, 'x');
+    const auto device = Camera(3, record);
+    ASSERT_EQ(device->Open(), 0);
+    const std::vector<unsigned char> data = event.Next();
+    ASSERT_FALSE(data.empty());
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(data.data()) + 4, 256), std::string(255, 'x') + '\0');
+    EXPECT_EQ(data[260], 0xEE) << "the record is 260 bytes";
+}
+
+TEST_F(Heartbeat, AnIdWithAZeroByteEndsThere)
+{
+    RegisteredEvent event(parent, connectionEvent);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), 3, &parent);
+    NQGevThreadHeartbeat heartbeat(&device);
+    heartbeat._sendConnectionEvent(-7, std::string("ab\0cd", 5));
+    const std::vector<unsigned char> data = event.Next();
+    EXPECT_EQ(StatusOf(data), -7);
+    EXPECT_EQ(TextOf(data), "ab");
+}
+
+TEST_F(Heartbeat, ACameraWithoutAParentSignalsNothing)
+{
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), 3, nullptr);
+    NQGevThreadHeartbeat heartbeat(&device);
+    heartbeat._sendConnectionEvent(5, "id");
+}
+
+TEST_F(Heartbeat, TheEventMayBeUnregisteredWhileItIsSignalled)
+{
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), 3, &parent);
+    NQGevThreadHeartbeat heartbeat(&device);
+    std::thread signaller([&heartbeat] {
+        for (int count = 0; count < 2000; ++count)
+        {
+            heartbeat._sendConnectionEvent(5, "id");
+        }
+    });
+    for (int count = 0; count < 500; ++count)
+    {
+        void* handle = nullptr;
+        parent.RegisterEvent(connectionEvent, &handle);
+        static_cast<GigERDMA::NQGenTLEvent*>(handle)->Flush();
+        parent.UnregisterEvent(connectionEvent);
+    }
+    signaller.join();
+}
+
+} // namespace

@@ -1,0 +1,384 @@
+// SPDX-License-Identifier: Apache-2.0
+// The remote device's port and URLs: which commands of which size reach the camera for a read or write of any size.
+#include "gev/nq_gev_remote_device.h"
+
+#include "gige/nq_gev_tl_linux.h"
+#include "support/device_record.h"
+#include "support/register_camera.h"
+#include "support/trace_capture.h"
+
+#include <cstring>
+#include <gmock/gmock.h>
+#include <memory>
+#include <numeric>
+#include <string>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <vector>
+
+using nq::test::LoopbackCamera;
+using nq::test::RegisterCamera;
+using nq::test::TraceCapture;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Bytes = RegisterCamera::Bytes;
+
+namespace
+{
+
+/// 0, 1, 2, ... without repeating at 256.
+Bytes Ramp(std::size_t size)
+{
+    Bytes bytes(size);
+    for (std::size_t index = 0; index < size; ++index)
+    {
+        bytes[index] = static_cast<unsigned char>(index * 7 + index / 256);
+    }
+    return bytes;
+}
+
+/// What follows the header of a datagram.
+Bytes Body(const Bytes& datagram)
+{
+    return Bytes(datagram.begin() + 8, datagram.end());
+}
+
+/// Memory that ends where an unreadable page begins.
+class Fence
+{
+  public:
+    explicit Fence(const Bytes& bytes) : m_size(bytes.size())
+    {
+        const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        m_mapped = 2 * page;
+        m_memory = static_cast<unsigned char*>(
+            mmap(nullptr, m_mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        mprotect(m_memory + page, page, PROT_NONE);
+        m_start = m_memory + page - m_size;
+        std::memcpy(m_start, bytes.data(), m_size);
+    }
+    ~Fence() { munmap(m_memory, m_mapped); }
+    Fence(const Fence&) = delete;
+    Fence& operator=(const Fence&) = delete;
+
+    const void* Data() const { return m_start; }
+
+  private:
+    std::size_t m_size;
+    std::size_t m_mapped;
+    unsigned char* m_memory;
+    unsigned char* m_start;
+};
+
+class RemoteDevicePort : public testing::Test
+{
+  protected:
+    RemoteDevicePort()
+    {
+        camera.SetRegister(0x0938, 60000);
+        device = std::make_unique<NQGevRemoteDevice>(&tl, LoopbackCamera(), 3, nullptr);
+    }
+
+    void Open()
+    {
+        ASSERT_EQ(device->Open(), 0);
+        camera.Forget();
+    }
+
+    int Read(unsigned long address, void* buffer, unsigned long size)
+    {
+        const int result = device->ReadPort(address, buffer, &size);
+        return result;
+    }
+
+    int Write(unsigned long address, const void* buffer, unsigned long size)
+    {
+        return device->WritePort(address, buffer, &size);
+    }
+
+    RegisterCamera camera;
+    NQGevTL tl;
+    std::unique_ptr<NQGevRemoteDevice> device;
+};
+
+TEST_F(RemoteDevicePort, ReadOfFourBytesIsAReadRegisterCommandInNetworkOrder)
+{
+    Open();
+    camera.SetRegister(0xA000, 0x01020304);
+    Bytes bytes(4);
+    ASSERT_EQ(Read(0xA000, bytes.data(), 4), 0);
+    EXPECT_THAT(bytes, ElementsAre(1, 2, 3, 4));
+    ASSERT_EQ(camera.Datagrams().size(), 1U);
+    const Bytes datagram = camera.Datagrams()[0];
+    EXPECT_EQ(Bytes(datagram.begin(), datagram.begin() + 6), (Bytes{0x42, 0x01, 0x00, 0x80, 0x00, 0x04}));
+    EXPECT_EQ(Body(datagram), (Bytes{0x00, 0x00, 0xA0, 0x00}));
+}
+
+TEST_F(RemoteDevicePort, ReadOfOneToThreeBytesIsARegisterReadCutShort)
+{
+    Open();
+    camera.SetRegister(0xA000, 0x01020304);
+    for (unsigned long size = 1; size < 4; ++size)
+    {
+        Bytes bytes(4, 0xEE);
+        ASSERT_EQ(Read(0xA000, bytes.data(), size), 0);
+        Bytes expected = {1, 2, 3, 4};
+        std::fill(expected.begin() + static_cast<std::ptrdiff_t>(size), expected.end(),
+                  static_cast<unsigned char>(0xEE));
+        EXPECT_EQ(bytes, expected);
+    }
+    EXPECT_THAT(camera.Accesses(), ElementsAre("read 0xA000", "read 0xA000", "read 0xA000"));
+}
+
+TEST_F(RemoteDevicePort, ReadOfFiveBytesReadsEightAndDeliversFive)
+{
+    Open();
+    camera.SetMemory(0xA000, Ramp(16));
+    Bytes bytes(8, 0xEE);
+    ASSERT_EQ(Read(0xA000, bytes.data(), 5), 0);
+    EXPECT_THAT(bytes, ElementsAre(0, 7, 14, 21, 28, 0xEE, 0xEE, 0xEE));
+    EXPECT_THAT(camera.Accesses(), ElementsAre("read memory 0xA000, 8 bytes"));
+}
+
+TEST_F(RemoteDevicePort, ReadOfExactlyFiveHundredAndTwelveBytesIsOneCommand)
+{
+    Open();
+    camera.SetMemory(0xA000, Ramp(512));
+    Bytes bytes(512);
+    ASSERT_EQ(Read(0xA000, bytes.data(), 512), 0);
+    EXPECT_EQ(bytes, Ramp(512));
+    EXPECT_THAT(camera.Accesses(), ElementsAre("read memory 0xA000, 512 bytes"));
+}
+
+TEST_F(RemoteDevicePort, ReadOfAThousandAndTwentyFiveBytesIsThreeChunksTheLastAMemoryReadOfFour)
+{
+    Open();
+    camera.SetMemory(0xA000, Ramp(1028));
+    Bytes bytes(1026, 0xEE);
+    ASSERT_EQ(Read(0xA000, bytes.data(), 1025), 0);
+    Bytes expected = Ramp(1025);
+    expected.push_back(0xEE);
+    EXPECT_EQ(bytes, expected);
+    EXPECT_THAT(camera.Accesses(), ElementsAre("read memory 0xA000, 512 bytes", "read memory 0xA200, 512 bytes",
+                                               "read memory 0xA400, 4 bytes"));
+}
+
+TEST_F(RemoteDevicePort, ReadOfNoBytesSendsAMemoryReadOfNone)
+{
+    Open();
+    unsigned char byte = 0xEE;
+    EXPECT_EQ(Read(0xA000, &byte, 0), 0);
+    EXPECT_EQ(byte, 0xEE);
+    EXPECT_THAT(camera.Accesses(), ElementsAre("read memory 0xA000, 0 bytes"));
+}
+
+TEST_F(RemoteDevicePort, AReadNeverChangesTheSize)
+{
+    Open();
+    unsigned long size = 5;
+    Bytes bytes(8);
+    ASSERT_EQ(device->ReadPort(0xA000, bytes.data(), &size), 0);
+    EXPECT_EQ(size, 5U);
+}
+
+TEST_F(RemoteDevicePort, ARefusedChunkFailsTheReadAndLeavesTheBufferAlone)
+{
+    Open();
+    camera.SetStatus(0xA200, 0x8003);
+    Bytes bytes(1025, 0xEE);
+    EXPECT_EQ(Read(0xA000, bytes.data(), 1025), -1010);
+    EXPECT_THAT(bytes, Each(0xEE));
+    camera.SetStatus(0xB000, 0x8003);
+    EXPECT_EQ(Read(0xB000, bytes.data(), 4), -1010);
+    EXPECT_EQ(Read(0xB000, bytes.data(), 8), -1010);
+    EXPECT_THAT(bytes, Each(0xEE));
+}
+
+TEST_F(RemoteDevicePort, OnAClosedModuleAWriteIsNotInitializedWhileAReadGoesOnToFail)
+{
+    unsigned int value = 0;
+    EXPECT_EQ(Write(0xA000, &value, 4), -1002);
+    EXPECT_EQ(Write(0xA000, nullptr, 4), -1002) << "the handle is looked at before the buffer";
+    EXPECT_EQ(Read(0xA000, &value, 4), -1010);
+    EXPECT_THAT(camera.Accesses(), IsEmpty());
+}
+
+TEST_F(RemoteDevicePort, NullArgumentsAreInvalidParameters)
+{
+    Open();
+    unsigned long size = 4;
+    unsigned int value = 0;
+    const TraceCapture trace;
+    EXPECT_EQ(device->ReadPort(0xA000, nullptr, &size), -1009);
+    EXPECT_EQ(device->WritePort(0xA000, nullptr, &size), -1009);
+    EXPECT_THAT(TraceCapture::At(2),
+                ElementsAre("ReadPort failed! GC_ERR_INVALID_PARAMETER", "WritePort failed! GC_ERR_INVALID_PARAMETER"));
+    EXPECT_EQ(device->ReadPort(0xA000, &value, nullptr), -1009);
+    EXPECT_EQ(device->WritePort(0xA000, &value, nullptr), -1009);
+    EXPECT_THAT(camera.Accesses(), IsEmpty());
+}
+
+TEST_F(RemoteDevicePort, SizesThatNoCameraAccessCanHaveAreInvalidParameters)
+{
+    Open();
+    unsigned int value = 0;
+    EXPECT_EQ(Read(0xA000, &value, 0x80000000UL), -1009);
+    EXPECT_EQ(Write(0xA000, &value, 0x80000000UL), -1009);
+    EXPECT_EQ(Write(0xA000, &value, 0x100000004UL), -1009);
+    EXPECT_THAT(camera.Accesses(), IsEmpty());
+}
+
+TEST_F(RemoteDevicePort, WriteOfFourBytesIsAWriteRegisterCommandWithTheCallersBytes)
+{
+    Open();
+    const Fence bytes({1, 2, 3, 4});
+    ASSERT_EQ(Write(0xA000, bytes.Data(), 4), 0);
+    const Bytes datagram = camera.Datagrams().at(0);
+    EXPECT_EQ(Bytes(datagram.begin(), datagram.begin() + 6), (Bytes{0x42, 0x01, 0x00, 0x82, 0x00, 0x08}));
+    EXPECT_EQ(Body(datagram), (Bytes{0x00, 0x00, 0xA0, 0x00, 1, 2, 3, 4}));
+    EXPECT_EQ(camera.Register(0xA000), 0x01020304U);
+}
+
+TEST_F(RemoteDevicePort, WriteOfTwoBytesIsAWriteRegisterCommandThatNeverReadsPastTheCallersBytes)
+{
+    Open();
+    for (unsigned long size = 1; size < 4; ++size)
+    {
+        camera.Forget();
+        Bytes sent = {9, 8, 7};
+        sent.resize(size);
+        const Fence bytes(sent);
+        ASSERT_EQ(Write(0xA000, bytes.Data(), size), 0);
+        sent.resize(4);
+        Bytes body = {0x00, 0x00, 0xA0, 0x00};
+        body.insert(body.end(), sent.begin(), sent.end());
+        EXPECT_EQ(Body(camera.Datagrams().at(0)), body);
+    }
+}
+
+TEST_F(RemoteDevicePort, WriteOfFiveBytesIsAMemoryWriteOfEightFilledUpWithZeros)
+{
+    Open();
+    const Fence bytes({1, 2, 3, 4, 5});
+    ASSERT_EQ(Write(0xA000, bytes.Data(), 5), 0);
+    const Bytes datagram = camera.Datagrams().at(0);
+    EXPECT_EQ(Bytes(datagram.begin(), datagram.begin() + 6), (Bytes{0x42, 0x01, 0x00, 0x86, 0x00, 0x0C}));
+    EXPECT_EQ(Body(datagram), (Bytes{0x00, 0x00, 0xA0, 0x00, 1, 2, 3, 4, 5, 0, 0, 0}));
+}
+
+TEST_F(RemoteDevicePort, WriteOfFiveHundredAndTwelveBytesIsOneChunk)
+{
+    Open();
+    const Fence bytes(Ramp(512));
+    ASSERT_EQ(Write(0xA000, bytes.Data(), 512), 0);
+    EXPECT_THAT(camera.Accesses(), ElementsAre("write memory 0xA000, 512 bytes"));
+    EXPECT_EQ(camera.Memory(0xA000, 512), Ramp(512));
+}
+
+TEST_F(RemoteDevicePort, AWritesLastChunkIsRoundedUpAndFilledWithZeros)
+{
+    Open();
+    const Fence bytes(Ramp(1025));
+    ASSERT_EQ(Write(0xA000, bytes.Data(), 1025), 0);
+    EXPECT_THAT(camera.Accesses(), ElementsAre("write memory 0xA000, 512 bytes", "write memory 0xA200, 512 bytes",
+                                               "write memory 0xA400, 4 bytes"));
+    Bytes expected = Ramp(1025);
+    expected.resize(1028);
+    EXPECT_EQ(camera.Memory(0xA000, 1028), expected);
+}
+
+TEST_F(RemoteDevicePort, AWriteThatRoundsUpToTwoChunksSendsTwoFullOnes)
+{
+    Open();
+    const Fence bytes(Ramp(1022));
+    ASSERT_EQ(Write(0xA000, bytes.Data(), 1022), 0);
+    EXPECT_THAT(camera.Accesses(), ElementsAre("write memory 0xA000, 512 bytes", "write memory 0xA200, 512 bytes"));
+    Bytes expected = Ramp(1022);
+    expected.resize(1024);
+    EXPECT_EQ(camera.Memory(0xA000, 1024), expected);
+}
+
+TEST_F(RemoteDevicePort, WriteOfNoBytesSendsAMemoryWriteOfNone)
+{
+    Open();
+    const unsigned char byte = 1;
+    EXPECT_EQ(Write(0xA000, &byte, 0), 0);
+    EXPECT_THAT(camera.Accesses(), ElementsAre("write memory 0xA000, 0 bytes"));
+}
+
+TEST_F(RemoteDevicePort, ARefusedWriteIsAnIoFailureAndEndsTheChunks)
+{
+    Open();
+    camera.SetStatus(0xA200, 0x8006);
+    const Bytes bytes = Ramp(1536);
+    EXPECT_EQ(Write(0xA000, bytes.data(), 1536), -1010);
+    EXPECT_THAT(camera.Accesses(), ElementsAre("write memory 0xA000, 512 bytes", "write memory 0xA200, 512 bytes"));
+    camera.SetStatus(0xB000, 0x8006);
+    EXPECT_EQ(Write(0xB000, bytes.data(), 4), -1010);
+    EXPECT_EQ(Write(0xB000, bytes.data(), 8), -1010);
+}
+
+TEST_F(RemoteDevicePort, OneFailureGivesTwoTraceLines)
+{
+    Open();
+    camera.SetStatus(0xB000, 0x8006);
+    const TraceCapture trace;
+    Bytes bytes(8);
+    Read(0xB000, bytes.data(), 8);
+    Write(0xB000, bytes.data(), 8);
+    Write(0xB000, bytes.data(), 4);
+    EXPECT_THAT(TraceCapture::At(2), ElementsAre("CameraReadMemory failed! m_Camera_readGigECameraMemory 32774",
+                                                 "_gvcpReadMem failed! Address:0xb000",
+                                                 "CameraWriteMemory failed! m_Camera_writeGigECameraMemory 32774",
+                                                 "_gvcpWriteMem failed! Address:0xb000",
+                                                 "CameraWriteRegister failed! m_Camera_setGigECameraRegister 32774",
+                                                 "_gvcpWritereg failed! Address:0xb000"));
+}
+
+TEST_F(RemoteDevicePort, UrlsAreTheCamerasTextsReadOnceAndKept)
+{
+    camera.SetMemory(0x0200, "Local:a.zip;C0000;1234");
+    camera.SetMemory(0x0400, "http://example/a.zip");
+    Open();
+    EXPECT_THAT(device->GetURLList(), ElementsAre("Local:a.zip;C0000;1234", "http://example/a.zip"));
+    EXPECT_THAT(camera.Accesses(), ElementsAre("read memory 0x0200, 512 bytes", "read memory 0x0400, 512 bytes"));
+    camera.SetMemory(0x0200, "Local:b.zip;C0000;1234");
+    EXPECT_THAT(device->GetURLList(), ElementsAre("Local:a.zip;C0000;1234", "http://example/a.zip"));
+    EXPECT_EQ(camera.Accesses().size(), 2U);
+}
+
+TEST_F(RemoteDevicePort, DeliberatelyAnEmptySecondUrlIsAnEntry)
+{
+    camera.SetMemory(0x0200, "Local:a.zip;C0000;1234");
+    Open();
+    EXPECT_THAT(device->GetURLList(), ElementsAre("Local:a.zip;C0000;1234", ""));
+}
+
+TEST_F(RemoteDevicePort, AFailedFirstUrlDoesNotPreventTheSecond)
+{
+    camera.SetStatus(0x0200, 0x8003);
+    camera.SetMemory(0x0400, "http://example/a.zip");
+    Open();
+    EXPECT_THAT(device->GetURLList(), ElementsAre("http://example/a.zip"));
+}
+
+TEST_F(RemoteDevicePort, ACameraThatFailedBothUrlsIsAskedAgain)
+{
+    camera.SetStatus(0x0200, 0x8003);
+    camera.SetStatus(0x0400, 0x8003);
+    Open();
+    EXPECT_THAT(device->GetURLList(), IsEmpty());
+    camera.SetStatus(0x0200, 0);
+    camera.SetMemory(0x0200, "Local:a.zip;C0000;1234");
+    EXPECT_THAT(device->GetURLList(), ElementsAre("Local:a.zip;C0000;1234"));
+}
+
+TEST_F(RemoteDevicePort, AUrlWithoutAZeroByteEndsWithTheFieldOfFiveHundredAndTwelveBytes)
+{
+    camera.SetMemory(0x0200, std::string(1024, 'u'));
+    Open();
+    EXPECT_THAT(device->GetURLList(), ElementsAre(std::string(512, 'u'), std::string(512, 'u')));
+}
+
+} // namespace
