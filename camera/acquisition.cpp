@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: Apache-2.0
+// Decides when the camera takes a frame.
+#include "acquisition.h"
+
+namespace nq::camera
+{
+
+Acquisition::Acquisition(const DeviceClock& clock, bool freeRun, std::uint64_t frameLimit)
+    : m_clock(clock), m_freeRun(freeRun), m_frameLimit(frameLimit)
+{
+}
+
+void Acquisition::Configure(const AcquisitionSettings& settings)
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        if (settings.frameRate != m_settings.frameRate || settings.softwareTrigger != m_settings.softwareTrigger)
+        {
+            m_due.reset();
+            m_triggers = 0;
+        }
+        m_settings = settings;
+    }
+    m_changed.Signal();
+}
+
+void Acquisition::EnableStream(bool on)
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        if (on && !m_enabled)
+        {
+            m_nextId = 1;
+            m_takenSinceStart = 0;
+            m_triggers = 0;
+            m_due.reset();
+        }
+        m_enabled = on;
+        m_autoStarted = on && m_freeRun && m_settings.mode == AcquisitionMode::Continuous;
+    }
+    m_changed.Signal();
+}
+
+void Acquisition::Start()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_started = true;
+        m_takenSinceStart = 0;
+        m_due.reset();
+    }
+    m_changed.Signal();
+}
+
+void Acquisition::Stop()
+{
+    const std::lock_guard lock(m_mutex);
+    m_started = false;
+    m_autoStarted = false;
+    m_triggers = 0;
+}
+
+void Acquisition::Trigger()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        if (Active() && m_settings.softwareTrigger)
+        {
+            ++m_triggers;
+        }
+    }
+    m_changed.Signal();
+}
+
+void Acquisition::ShiftId(std::int64_t by)
+{
+    const std::lock_guard lock(m_mutex);
+    m_nextId += static_cast<std::uint64_t>(by);
+}
+
+Acquisition::Decision Acquisition::Next(bool canSend, Clock::time_point now)
+{
+    const std::lock_guard lock(m_mutex);
+    if (!Active() || (m_frameLimit != 0 && m_taken >= m_frameLimit))
+    {
+        return Idle{};
+    }
+    if (m_settings.softwareTrigger)
+    {
+        if (m_triggers == 0 || !canSend)
+        {
+            return Idle{};
+        }
+        --m_triggers;
+        return Take();
+    }
+    if (m_settings.frameRate > 0)
+    {
+        return NextByRate(canSend, now);
+    }
+    return canSend ? Decision(Take()) : Decision(Idle{});
+}
+
+Acquisition::Decision Acquisition::NextByRate(bool canSend, Clock::time_point now)
+{
+    if (!m_due)
+    {
+        if (!canSend)
+        {
+            return Idle{};
+        }
+        m_due = now;
+    }
+    if (now < *m_due)
+    {
+        return *m_due;
+    }
+    const auto period =
+        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1 / m_settings.frameRate));
+    *m_due += period;
+    if (*m_due + period < now)
+    {
+        m_due = now + period;
+    }
+    if (canSend)
+    {
+        return Take();
+    }
+    ++m_nextId;
+    ++m_lost;
+    return *m_due;
+}
+
+FrameTicket Acquisition::Take()
+{
+    FrameTicket ticket;
+    ticket.id = m_nextId++;
+    ticket.timestamp = m_clock.Now();
+    ticket.offsetX = m_settings.offsetX;
+    ticket.offsetY = m_settings.offsetY;
+    ticket.picture = m_settings.picture;
+    ++m_taken;
+    ++m_takenSinceStart;
+    const bool done = (m_settings.mode == AcquisitionMode::SingleFrame) ||
+                      (m_settings.mode == AcquisitionMode::MultiFrame && m_takenSinceStart >= m_settings.frameCount);
+    if (done)
+    {
+        m_started = false;
+        m_autoStarted = false;
+    }
+    return ticket;
+}
+
+Acquisition::Counters Acquisition::Count() const
+{
+    const std::lock_guard lock(m_mutex);
+    return {m_enabled, m_started || m_autoStarted, m_taken, m_lost};
+}
+
+} // namespace nq::camera

@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+// Decides when the camera takes a frame.
+#pragma once
+
+#include "device_clock.h"
+#include "gendc_frame.h"
+#include "wake_event.h"
+
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <variant>
+
+namespace nq::camera
+{
+
+/// Values of the AcquisitionMode feature.
+enum class AcquisitionMode : std::uint32_t
+{
+    Continuous = 0,
+    SingleFrame = 1,
+    MultiFrame = 2,
+};
+
+/// The features that govern when and what is taken.
+struct AcquisitionSettings
+{
+    PictureSettings picture;
+    std::uint32_t offsetX = 0;
+    std::uint32_t offsetY = 0;
+    AcquisitionMode mode = AcquisitionMode::Continuous;
+    std::uint32_t frameCount = 1;
+    /// Frames per second; 0 is as fast as possible.
+    double frameRate = 0;
+    bool softwareTrigger = false;
+};
+
+/// The link between the control side, which switches and sets, and the stream thread, which asks for the next frame.
+///
+/// A frame is taken while the stream is enabled and the acquisition is started. With free running, enabling the stream
+/// starts a continuous acquisition by itself. Frame ids begin at 1 when the stream is enabled. A frame that is due by
+/// the frame rate while the host has granted no credit is lost and its id with it; the rate's clock starts with the
+/// first frame that can be sent. Triggers without a credit wait.
+///
+/// Any thread may call any operation.
+class Acquisition
+{
+  public:
+    using Clock = std::chrono::steady_clock;
+    /// Nothing to do before something else happens.
+    struct Idle
+    {
+    };
+    /// The next frame, a time to ask again, or neither.
+    using Decision = std::variant<Idle, Clock::time_point, FrameTicket>;
+
+    /// `frameLimit` frames in all, 0 without limit.
+    Acquisition(const DeviceClock& clock, bool freeRun, std::uint64_t frameLimit);
+
+    void Configure(const AcquisitionSettings& settings);
+    void EnableStream(bool on);
+    void Start();
+    void Stop();
+    void Trigger();
+    /// Shifts the id of the next frame.
+    void ShiftId(std::int64_t by);
+
+    /// `canSend` tells whether a frame could leave now. A ticket means that the frame is to be sent.
+    Decision Next(bool canSend, Clock::time_point now);
+
+    /// Signalled whenever the answer of Next may have changed; cleared by the stream thread.
+    WakeEvent& Changed() { return m_changed; }
+
+    struct Counters
+    {
+        bool streamEnabled = false;
+        bool started = false;
+        std::uint64_t taken = 0;
+        std::uint64_t lost = 0;
+    };
+    Counters Count() const;
+
+  private:
+    bool Active() const { return m_enabled && (m_started || m_autoStarted); }
+    Decision NextByRate(bool canSend, Clock::time_point now);
+    FrameTicket Take();
+
+    const DeviceClock& m_clock;
+    const bool m_freeRun;
+    const std::uint64_t m_frameLimit;
+    WakeEvent m_changed;
+
+    mutable std::mutex m_mutex;
+    AcquisitionSettings m_settings;
+    bool m_enabled = false;
+    bool m_started = false;
+    bool m_autoStarted = false;
+    std::uint64_t m_triggers = 0;
+    std::uint64_t m_nextId = 1;
+    std::uint64_t m_takenSinceStart = 0;
+    std::optional<Clock::time_point> m_due;
+    std::uint64_t m_taken = 0;
+    std::uint64_t m_lost = 0;
+};
+
+} // namespace nq::camera

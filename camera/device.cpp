@@ -1,0 +1,440 @@
+// SPDX-License-Identifier: Apache-2.0
+// The camera as its registers show it.
+#include "device.h"
+
+#include "bootstrap.h"
+#include "byte_order.h"
+#include "feature_registers.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+
+namespace nq::camera
+{
+
+using namespace bootstrap;
+
+namespace
+{
+
+/// Hosts may not ask for a shorter heartbeat timeout.
+constexpr std::uint32_t kShortestHeartbeat = 500;
+constexpr std::uint32_t kSmallestPacket = 576;
+constexpr std::uint32_t kLargestPacket = 9000;
+/// What one RDMA message can hold everywhere, less the descriptor and some reserve.
+constexpr std::uint64_t kLargestPayload = 0x3FFFF000;
+
+constexpr std::array kUserSetFeatures{
+    feature::kWidth,
+    feature::kHeight,
+    feature::kOffsetX,
+    feature::kOffsetY,
+    feature::kPixelFormat,
+    feature::kTestPattern,
+    feature::kAcquisitionMode,
+    feature::kAcquisitionFrameCount,
+    feature::kAcquisitionFrameRate,
+    feature::kExposureTime,
+    feature::kGain,
+    feature::kTriggerMode,
+};
+
+bool InRange(float value, float low, float high)
+{
+    return std::isfinite(value) && value >= low && value <= high;
+}
+
+} // namespace
+
+Device::Device(const CameraOptions& options, DeviceClock& clock, Acquisition& acquisition, MessageChannel& messages,
+               StreamChannel& stream, FaultPlan& faults, std::function<void()> dropConnection)
+    : m_options(options), m_clock(clock), m_acquisition(acquisition), m_messages(messages), m_stream(stream),
+      m_faults(faults), m_dropConnection(std::move(dropConnection))
+{
+    PowerCycle();
+}
+
+void Device::PowerCycle()
+{
+    const std::lock_guard lock(m_mutex);
+    m_registers = RegisterMap();
+    AddIdentity();
+    AddChannels();
+    AddFeatures();
+    AddDescription();
+    m_clock.Reset();
+    m_userSets.clear();
+    SaveUserSet();
+    EndControl();
+    ApplySettings();
+}
+
+GvcpStatus Device::ReadRegister(const Endpoint& from, std::uint32_t address, std::uint32_t& value)
+{
+    const std::lock_guard lock(m_mutex);
+    if (address != kControlPrivilege && !m_privilege.MayRead(from))
+    {
+        return GvcpStatus::AccessDenied;
+    }
+    RefreshBeforeRead(address, 4);
+    return m_registers.ReadWord(address, value);
+}
+
+GvcpStatus Device::ReadMemory(const Endpoint& from, std::uint32_t address, std::span<std::uint8_t> bytes)
+{
+    const std::lock_guard lock(m_mutex);
+    if (!m_privilege.MayRead(from))
+    {
+        return GvcpStatus::AccessDenied;
+    }
+    RefreshBeforeRead(address, bytes.size());
+    return m_registers.ReadMemory(address, bytes);
+}
+
+void Device::RefreshBeforeRead(std::uint32_t address, std::size_t size)
+{
+    const auto covers = [&](std::uint32_t wanted) { return wanted >= address && wanted - address < size; };
+    if (covers(kControlPrivilege))
+    {
+        m_registers.Set(kControlPrivilege, m_privilege.Value());
+    }
+    if (covers(kPrimaryPort) || covers(kPrimaryAddress))
+    {
+        const Endpoint holder = m_privilege.Holder().value_or(Endpoint{});
+        m_registers.Set(kPrimaryPort, holder.port);
+        m_registers.Set(kPrimaryAddress, holder.address);
+    }
+    if (covers(feature::kDeviceTemperature))
+    {
+        const std::uint64_t seconds = m_clock.Now() / DeviceClock::kTicksPerSecond;
+        m_registers.SetFloat(feature::kDeviceTemperature, 40.0F + static_cast<float>(seconds % 20) / 10.0F);
+    }
+    if (covers(kRdmaSettings + kRdmaPayloadOffset))
+    {
+        const std::uint64_t payload = CurrentSettings().picture.Payload();
+        const std::uint64_t claimed = m_faults.Strike(Fault::HugePayloadSize).value_or(payload);
+        PutLittle(m_registers.Bytes(kRdmaSettings + kRdmaPayloadOffset).data(), claimed);
+    }
+}
+
+bool Device::MayWrite(const Endpoint& from)
+{
+    const std::lock_guard lock(m_mutex);
+    return m_privilege.MayWrite(from);
+}
+
+Device::WriteResult Device::Write(const Endpoint& from, std::uint32_t address, std::uint32_t value)
+{
+    const std::lock_guard lock(m_mutex);
+    if (address == kControlPrivilege)
+    {
+        const bool held = m_privilege.MayWrite(from);
+        const GvcpStatus status = m_privilege.Request(from, value, Clock::now());
+        if (status == GvcpStatus::Success && value == 0 && held)
+        {
+            EndControl();
+        }
+        return {.status = status};
+    }
+    if (!m_privilege.MayWrite(from))
+    {
+        return {.status = GvcpStatus::AccessDenied};
+    }
+    GvcpStatus status = m_registers.CheckWrite(address);
+    if (status == GvcpStatus::Success)
+    {
+        status = Check(address, value);
+    }
+    if (status != GvcpStatus::Success)
+    {
+        return {.status = status};
+    }
+    m_registers.Set(address, value);
+    Apply(address, value);
+    return {.status = status,
+            .busy = std::chrono::milliseconds(address == feature::kTestPendingAck ? value : 0),
+            .reset = address == feature::kDeviceReset};
+}
+
+GvcpStatus Device::Check(std::uint32_t address, std::uint32_t value) const
+{
+    using namespace feature;
+    const auto upTo = [&](std::uint32_t most) {
+        return value <= most ? GvcpStatus::Success : GvcpStatus::InvalidParameter;
+    };
+    const auto within = [&](float low, float high) {
+        return InRange(std::bit_cast<float>(value), low, high) ? GvcpStatus::Success : GvcpStatus::InvalidParameter;
+    };
+    switch (address)
+    {
+    case kWidth:
+    case kHeight:
+    case kOffsetX:
+    case kOffsetY:
+    case kPixelFormat:
+        return CheckGeometry(address, value);
+    case kTestPattern:
+    case kAcquisitionMode:
+        return Streaming() ? GvcpStatus::WriteProtect : upTo(2);
+    case kAcquisitionFrameCount:
+        return value == 0 ? GvcpStatus::InvalidParameter : upTo(65535);
+    case kAcquisitionFrameRate:
+        return within(0, 100000);
+    case kExposureTime:
+        return within(1, 10000000);
+    case kGain:
+        return within(0, 48);
+    case kTriggerMode:
+    case kUserSetSelector:
+        return upTo(1);
+    case kTriggerSource:
+        return upTo(0);
+    case kTestPendingAck:
+        return upTo(60000);
+    case kEventSelector:
+        return upTo(kEvents.size() - 1);
+    case kUserSetLoad:
+        return Streaming() ? GvcpStatus::WriteProtect : GvcpStatus::Success;
+    default:
+        return address >= kEventNotification && address < kEventNotification + 4 * kEvents.size() ? upTo(1)
+                                                                                                  : GvcpStatus::Success;
+    }
+}
+
+GvcpStatus Device::CheckGeometry(std::uint32_t address, std::uint32_t value) const
+{
+    using namespace feature;
+    if (Streaming())
+    {
+        return GvcpStatus::WriteProtect;
+    }
+    const auto wanted = [&](std::uint32_t which) { return which == address ? value : m_registers.Get(which); };
+    const PixelFormat* format = FindPixelFormat(wanted(kPixelFormat));
+    const std::uint64_t width = wanted(kWidth);
+    const std::uint64_t height = wanted(kHeight);
+    const bool good = format != nullptr && width > 0 && height > 0 &&
+                      width + wanted(kOffsetX) <= m_registers.Get(kWidthMax) &&
+                      height + wanted(kOffsetY) <= m_registers.Get(kHeightMax) &&
+                      width * height * format->bytesPerPixel <= kLargestPayload;
+    return good ? GvcpStatus::Success : GvcpStatus::InvalidParameter;
+}
+
+void Device::Apply(std::uint32_t address, std::uint32_t value)
+{
+    if (address < feature::kWidth)
+    {
+        ApplyBootstrap(address, value);
+    }
+    else
+    {
+        ApplyFeature(address);
+    }
+}
+
+void Device::ApplyBootstrap(std::uint32_t address, std::uint32_t value)
+{
+    switch (address)
+    {
+    case kHeartbeatTimeout:
+        m_registers.Set(address, std::max(value, kShortestHeartbeat));
+        break;
+    case kTimestampControl:
+        m_registers.Set(address, 0);
+        if ((value & kTimestampReset) != 0)
+        {
+            m_clock.Reset();
+        }
+        if ((value & kTimestampLatch) != 0)
+        {
+            const std::uint64_t now = m_clock.Now();
+            m_registers.Set(kTimestampHigh, static_cast<std::uint32_t>(now >> 32));
+            m_registers.Set(kTimestampLow, static_cast<std::uint32_t>(now));
+        }
+        break;
+    case kMessagePort:
+    case kMessageAddress:
+        m_messages.SetDestination(
+            {m_registers.Get(kMessageAddress), static_cast<std::uint16_t>(m_registers.Get(kMessagePort))});
+        break;
+    case kStreamPacketSize: {
+        const std::uint32_t size = std::clamp(value & kPacketSizeMask & ~3U, kSmallestPacket, kLargestPacket);
+        m_registers.Set(address, size | (value & kPacketDoNotFragment));
+        if ((value & kPacketFireTest) != 0)
+        {
+            m_stream.FireTestPacket(
+                {m_registers.Get(kStreamAddress), static_cast<std::uint16_t>(m_registers.Get(kStreamPort))}, size,
+                (value & kPacketDoNotFragment) != 0);
+        }
+        break;
+    }
+    case kRdmaEnable:
+        m_registers.Set(address, value & kRdmaEnableOn);
+        m_acquisition.EnableStream((value & kRdmaEnableOn) != 0);
+        break;
+    default:
+        break;
+    }
+}
+
+void Device::ApplyFeature(std::uint32_t address)
+{
+    using namespace feature;
+    switch (address)
+    {
+    case kAcquisitionStart:
+        m_acquisition.Start();
+        break;
+    case kAcquisitionStop:
+        m_acquisition.Stop();
+        break;
+    case kTriggerSoftware:
+        m_acquisition.Trigger();
+        break;
+    case kTestEventGenerate:
+        m_messages.Notify(EventKind::Test, 0);
+        break;
+    case kUserSetLoad:
+        LoadUserSet();
+        break;
+    case kUserSetSave:
+        SaveUserSet();
+        break;
+    default:
+        ApplySettings();
+        break;
+    }
+}
+
+void Device::ApplySettings()
+{
+    const AcquisitionSettings settings = CurrentSettings();
+    m_registers.Set(feature::kPayloadSize, static_cast<std::uint32_t>(settings.picture.Payload()));
+    m_acquisition.Configure(settings);
+    for (std::uint32_t i = 0; i < kEvents.size(); ++i)
+    {
+        m_messages.SetNotification(static_cast<EventKind>(i),
+                                   m_registers.Get(feature::kEventNotification + 4 * i) != 0);
+    }
+}
+
+AcquisitionSettings Device::CurrentSettings() const
+{
+    using namespace feature;
+    AcquisitionSettings settings;
+    settings.picture = {m_registers.Get(kWidth), m_registers.Get(kHeight),
+                        *FindPixelFormat(m_registers.Get(kPixelFormat)),
+                        static_cast<TestPattern>(m_registers.Get(kTestPattern))};
+    settings.offsetX = m_registers.Get(kOffsetX);
+    settings.offsetY = m_registers.Get(kOffsetY);
+    settings.mode = static_cast<AcquisitionMode>(m_registers.Get(kAcquisitionMode));
+    settings.frameCount = m_registers.Get(kAcquisitionFrameCount);
+    settings.frameRate = m_registers.GetFloat(kAcquisitionFrameRate);
+    settings.softwareTrigger = m_registers.Get(kTriggerMode) != 0;
+    return settings;
+}
+
+bool Device::Streaming() const
+{
+    return m_registers.Get(kRdmaEnable) != 0;
+}
+
+void Device::LoadUserSet()
+{
+    const auto set = m_userSets.find(m_registers.Get(feature::kUserSetSelector));
+    if (set != m_userSets.end())
+    {
+        for (std::size_t i = 0; i < kUserSetFeatures.size(); ++i)
+        {
+            m_registers.Set(kUserSetFeatures[i], set->second[i]);
+        }
+        ApplySettings();
+    }
+}
+
+void Device::SaveUserSet()
+{
+    const std::uint32_t selected = m_registers.Get(feature::kUserSetSelector);
+    if (selected == 0 && !m_userSets.empty())
+    {
+        return; // set 0 holds the defaults and stays as it was at power on
+    }
+    std::vector<std::uint32_t>& values = m_userSets[selected];
+    values.clear();
+    for (const std::uint32_t address : kUserSetFeatures)
+    {
+        values.push_back(m_registers.Get(address));
+    }
+}
+
+std::vector<std::uint8_t> Device::DiscoveryBody()
+{
+    constexpr std::size_t kDiscoveryBodySize = 248;
+    const std::lock_guard lock(m_mutex);
+    // The discovery record is the beginning of the bootstrap registers as it stands.
+    std::vector<std::uint8_t> body(kDiscoveryBodySize);
+    m_registers.ReadMemory(kVersion, body);
+    return body;
+}
+
+void Device::Heartbeat(const Endpoint& from)
+{
+    const std::lock_guard lock(m_mutex);
+    m_privilege.Refresh(from, Clock::now());
+}
+
+std::optional<Device::Clock::time_point> Device::CheckHeartbeat()
+{
+    const std::lock_guard lock(m_mutex);
+    if ((m_registers.Get(kGvcpConfiguration) & kConfigHeartbeatDisable) != 0)
+    {
+        return std::nullopt;
+    }
+    const std::chrono::milliseconds timeout(m_registers.Get(kHeartbeatTimeout));
+    if (m_privilege.Expire(timeout, Clock::now()))
+    {
+        EndControl();
+    }
+    return m_privilege.Deadline(timeout);
+}
+
+bool Device::PendingAckEnabled()
+{
+    const std::lock_guard lock(m_mutex);
+    return (m_registers.Get(kGvcpConfiguration) & kConfigPendingAckEnable) != 0;
+}
+
+void Device::EndControl()
+{
+    m_privilege.Release();
+    for (const std::uint32_t address : {kMessagePort, kStreamPort, kRdmaEnable, kGvcpConfiguration})
+    {
+        m_registers.Set(address, 0);
+    }
+    m_messages.SetDestination({});
+    m_acquisition.EnableStream(false);
+    m_acquisition.Stop();
+    m_dropConnection();
+}
+
+void Device::TakePrivilege(std::uint32_t value)
+{
+    const std::lock_guard lock(m_mutex);
+    EndControl();
+    m_privilege.TakeAway(value, Clock::now());
+}
+
+void Device::ReleasePrivilege()
+{
+    const std::lock_guard lock(m_mutex);
+    EndControl();
+}
+
+std::uint32_t Device::Privilege()
+{
+    const std::lock_guard lock(m_mutex);
+    return m_privilege.Value();
+}
+
+} // namespace nq::camera

@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: Apache-2.0
+// The camera as its registers show it.
+#pragma once
+
+#include "acquisition.h"
+#include "camera_options.h"
+#include "control_privilege.h"
+#include "device_clock.h"
+#include "fault_plan.h"
+#include "message_channel.h"
+#include "register_map.h"
+#include "stream_channel.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace nq::camera
+{
+
+/// Reads and writes of the camera's registers, with all that they cause: control privilege and heartbeat, stream,
+/// acquisition, events, test packets. It sees no packets of the control channel. Any thread may call any operation.
+class Device
+{
+  public:
+    using Clock = ControlPrivilege::Clock;
+
+    /// What a write has led to.
+    struct WriteResult
+    {
+        GvcpStatus status = GvcpStatus::Success;
+        /// The camera takes this long before it acknowledges.
+        std::chrono::milliseconds busy{0};
+        /// The camera restarts once it has acknowledged.
+        bool reset = false;
+    };
+
+    /// `dropConnection` is called when the stream's connection is to end; it must not call back.
+    Device(const CameraOptions& options, DeviceClock& clock, Acquisition& acquisition, MessageChannel& messages,
+           StreamChannel& stream, FaultPlan& faults, std::function<void()> dropConnection);
+
+    /// Reads one register for `from`.
+    GvcpStatus ReadRegister(const Endpoint& from, std::uint32_t address, std::uint32_t& value);
+    GvcpStatus ReadMemory(const Endpoint& from, std::uint32_t address, std::span<std::uint8_t> bytes);
+    /// Writes one register, or four bytes of a longer memory write.
+    WriteResult Write(const Endpoint& from, std::uint32_t address, std::uint32_t value);
+    /// Whether a packet of `from` counts as coming from the holder of control.
+    bool MayWrite(const Endpoint& from);
+
+    /// The 248 bytes that a discovery acknowledge carries.
+    std::vector<std::uint8_t> DiscoveryBody();
+
+    /// Notes that `from` has sent a command.
+    void Heartbeat(const Endpoint& from);
+    /// Gives up the privilege of a holder that has been quiet for too long. The time of the next check, if any.
+    std::optional<Clock::time_point> CheckHeartbeat();
+    /// Whether the host understands pending acknowledges, and the time in milliseconds from which one is due.
+    bool PendingAckEnabled();
+
+    /// Switches off and on: all registers at their defaults, no privilege, no stream.
+    void PowerCycle();
+    /// Gives control to an application that never speaks.
+    void TakePrivilege(std::uint32_t value);
+    /// Ends what TakePrivilege began.
+    void ReleasePrivilege();
+
+    /// What the privilege register reads.
+    std::uint32_t Privilege();
+
+  private:
+    void AddIdentity();
+    void AddChannels();
+    void AddFeatures();
+    void AddDescription();
+    void EndControl();
+    GvcpStatus Check(std::uint32_t address, std::uint32_t value) const;
+    GvcpStatus CheckGeometry(std::uint32_t address, std::uint32_t value) const;
+    void Apply(std::uint32_t address, std::uint32_t value);
+    void ApplyBootstrap(std::uint32_t address, std::uint32_t value);
+    void ApplyFeature(std::uint32_t address);
+    void ApplySettings();
+    void RefreshBeforeRead(std::uint32_t address, std::size_t size);
+    void LoadUserSet();
+    void SaveUserSet();
+    AcquisitionSettings CurrentSettings() const;
+    bool Streaming() const;
+
+    const CameraOptions m_options;
+    DeviceClock& m_clock;
+    Acquisition& m_acquisition;
+    MessageChannel& m_messages;
+    StreamChannel& m_stream;
+    FaultPlan& m_faults;
+    const std::function<void()> m_dropConnection;
+
+    std::mutex m_mutex;
+    RegisterMap m_registers;
+    ControlPrivilege m_privilege;
+    /// Values of the features that a user set holds, by set.
+    std::map<std::uint32_t, std::vector<std::uint32_t>> m_userSets;
+};
+
+} // namespace nq::camera

@@ -1,0 +1,140 @@
+// SPDX-License-Identifier: Apache-2.0
+// The registers of the camera at power on.
+#include "bootstrap.h"
+#include "byte_order.h"
+#include "device.h"
+#include "feature_registers.h"
+#include "genicam_description.h"
+
+#include <array>
+#include <cstdio>
+
+namespace nq::camera
+{
+
+namespace
+{
+
+std::string LocalUrl(const char* extension, std::uint32_t address, std::size_t size)
+{
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "Local:NQVirtualCamera.%s;%X;%zX", extension, address, size);
+    return text.data();
+}
+
+} // namespace
+
+void Device::AddIdentity()
+{
+    using namespace bootstrap;
+    RegisterMap& map = m_registers;
+    map.AddRegister(kVersion, Access::ReadOnly, 0x00020000);
+    map.AddRegister(kDeviceMode, Access::ReadOnly, kModeBigEndianUtf8);
+    map.AddRegister(kMacHigh, Access::ReadOnly, static_cast<std::uint32_t>(m_options.mac >> 32));
+    map.AddRegister(kMacLow, Access::ReadOnly, static_cast<std::uint32_t>(m_options.mac));
+    map.AddRegister(kIpConfigSupported, Access::ReadOnly, kIpConfigLinkLocal | kIpConfigDhcp | kIpConfigPersistent);
+    map.AddRegister(kIpConfigCurrent, Access::ReadWrite, kIpConfigLinkLocal | kIpConfigPersistent);
+    map.AddRegister(kCurrentIp, Access::ReadOnly, m_options.network.address);
+    map.AddRegister(kCurrentMask, Access::ReadOnly, m_options.network.netmask);
+    map.AddRegister(kCurrentGateway, Access::ReadOnly);
+    map.AddText(kManufacturerName, 32, Access::ReadOnly, m_options.vendor);
+    map.AddText(kModelName, 32, Access::ReadOnly, m_options.model);
+    map.AddText(kDeviceVersion, 32, Access::ReadOnly, m_options.deviceVersion);
+    map.AddText(kManufacturerInfo, 48, Access::ReadOnly, m_options.manufacturerInfo);
+    map.AddText(kSerialNumber, 16, Access::ReadOnly, m_options.serial);
+    map.AddText(kUserName, 16, Access::ReadWrite, m_options.userName);
+    map.AddRegister(kInterfaceCount, Access::ReadOnly, 1);
+    map.AddRegister(kPersistentIp, Access::ReadWrite, m_options.network.address);
+    map.AddRegister(kPersistentMask, Access::ReadWrite, m_options.network.netmask);
+    map.AddRegister(kPersistentGateway, Access::ReadWrite);
+    map.AddRegister(kLinkSpeed, Access::ReadOnly, 10000);
+}
+
+void Device::AddChannels()
+{
+    using namespace bootstrap;
+    RegisterMap& map = m_registers;
+    map.AddRegister(kMessageChannelCount, Access::ReadOnly, 1);
+    map.AddRegister(kStreamChannelCount, Access::ReadOnly, 1);
+    map.AddRegister(kActionSignalCount, Access::ReadOnly);
+    map.AddRegister(kActiveLinkCount, Access::ReadOnly, 1);
+    map.AddRegister(kStreamCapability, Access::ReadOnly, kStreamHasSourcePort | kStreamHasRdma);
+    map.AddRegister(kMessageCapability, Access::ReadOnly, kMessageHasSourcePort);
+    map.AddRegister(kGvcpCapability, Access::ReadOnly,
+                    kGvcpUserName | kGvcpSerialNumber | kGvcpHeartbeatDisable | kGvcpPrimaryRegisters |
+                        kGvcpPendingAck | kGvcpEvent | kGvcpWriteMem | kGvcpConcatenation);
+    map.AddRegister(kHeartbeatTimeout, Access::ReadWrite, m_options.heartbeat);
+    map.AddRegister(kTickFrequencyHigh, Access::ReadOnly);
+    map.AddRegister(kTickFrequencyLow, Access::ReadOnly, DeviceClock::kTicksPerSecond);
+    map.AddRegister(kTimestampControl, Access::ReadWrite);
+    map.AddRegister(kTimestampHigh, Access::ReadOnly);
+    map.AddRegister(kTimestampLow, Access::ReadOnly);
+    map.AddRegister(kDiscoveryDelay, Access::ReadOnly);
+    map.AddRegister(kGvcpConfiguration, Access::ReadWrite);
+    map.AddRegister(kPendingTimeout, Access::ReadOnly, 100);
+    map.AddRegister(kControlPrivilege, Access::ReadWrite);
+    map.AddRegister(kPrimaryPort, Access::ReadOnly);
+    map.AddRegister(kPrimaryAddress, Access::ReadOnly);
+    map.AddRegister(kMessagePort, Access::ReadWrite);
+    map.AddRegister(kMessageAddress, Access::ReadWrite);
+    map.AddRegister(kMessageTimeout, Access::ReadWrite);
+    map.AddRegister(kMessageRetries, Access::ReadWrite);
+    map.AddRegister(kMessageSourcePort, Access::ReadOnly, m_messages.SourcePort());
+    map.AddRegister(kStreamPort, Access::ReadWrite);
+    map.AddRegister(kStreamPacketSize, Access::ReadWrite, 1500);
+    map.AddRegister(kStreamPacketDelay, Access::ReadWrite);
+    map.AddRegister(kStreamAddress, Access::ReadWrite);
+    map.AddRegister(kStreamSourcePort, Access::ReadOnly, m_stream.SourcePort());
+    map.AddRegister(kStreamCameraValue, Access::ReadOnly);
+    map.AddRegister(kRdmaEnable, Access::ReadWrite);
+    map.AddRegister(kRdmaLayoutAddress, Access::ReadOnly, kRdmaLayout);
+    map.AddRegister(kRdmaLayoutWord, Access::ReadOnly);
+    map.Add(kRdmaSettings, kRdmaSettingsSize, Access::ReadOnly);
+    map.Add(kRdmaLayout, kRdmaLayoutSize, Access::ReadOnly);
+}
+
+void Device::AddFeatures()
+{
+    using namespace feature;
+    RegisterMap& map = m_registers;
+    map.AddRegister(kWidth, Access::ReadWrite, m_options.width);
+    map.AddRegister(kHeight, Access::ReadWrite, m_options.height);
+    map.AddRegister(kOffsetX, Access::ReadWrite);
+    map.AddRegister(kOffsetY, Access::ReadWrite);
+    map.AddRegister(kPixelFormat, Access::ReadWrite, m_options.pixelFormat.code);
+    map.AddRegister(kPayloadSize, Access::ReadOnly);
+    map.AddRegister(kWidthMax, Access::ReadOnly, m_options.width);
+    map.AddRegister(kHeightMax, Access::ReadOnly, m_options.height);
+    map.AddRegister(kAcquisitionFrameCount, Access::ReadWrite, 1);
+    map.AddRegister(kAcquisitionFrameRate, Access::ReadWrite);
+    map.SetFloat(kAcquisitionFrameRate, static_cast<float>(m_options.frameRate));
+    map.AddRegister(kExposureTime, Access::ReadWrite);
+    map.SetFloat(kExposureTime, 1000);
+    map.AddRegister(kTestPattern, Access::ReadWrite, m_options.pattern);
+    map.AddRegister(kDeviceTemperature, Access::ReadOnly);
+    for (const std::uint32_t address : {kAcquisitionMode, kAcquisitionStart, kAcquisitionStop, kGain, kTriggerMode,
+                                        kTriggerSource, kTriggerSoftware, kUserSetSelector, kUserSetLoad, kUserSetSave,
+                                        kDeviceReset, kTestPendingAck, kTestEventGenerate, kEventSelector})
+    {
+        map.AddRegister(address, Access::ReadWrite);
+    }
+    for (std::uint32_t i = 0; i < kEvents.size(); ++i)
+    {
+        map.AddRegister(kEventNotification + 4 * i, Access::ReadWrite, i == 0 ? 1 : 0);
+    }
+}
+
+void Device::AddDescription()
+{
+    const std::string xml = MakeGenicamXml(m_options);
+    const auto zip = ZipOneFile("NQVirtualCamera.xml", xml);
+    m_registers.AddBlob(feature::kXmlAddress, {reinterpret_cast<const std::uint8_t*>(xml.data()), xml.size()});
+    m_registers.AddBlob(feature::kZipAddress, zip);
+    constexpr std::uint32_t kUrlSize = 512;
+    m_registers.AddText(bootstrap::kFirstUrl, kUrlSize, Access::ReadOnly,
+                        LocalUrl("xml", feature::kXmlAddress, xml.size()));
+    m_registers.AddText(bootstrap::kSecondUrl, kUrlSize, Access::ReadOnly,
+                        LocalUrl("zip", feature::kZipAddress, zip.size()));
+}
+
+} // namespace nq::camera

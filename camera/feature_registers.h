@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+// Addresses and values of the registers behind the camera's GenICam features, chosen by this camera.
+#pragma once
+
+#include <cstdint>
+
+namespace nq::camera::feature
+{
+
+constexpr std::uint32_t kWidth = 0x00010000;
+constexpr std::uint32_t kHeight = 0x00010004;
+constexpr std::uint32_t kOffsetX = 0x00010008;
+constexpr std::uint32_t kOffsetY = 0x0001000C;
+constexpr std::uint32_t kPixelFormat = 0x00010010;
+constexpr std::uint32_t kPayloadSize = 0x00010014;
+constexpr std::uint32_t kWidthMax = 0x00010018;
+constexpr std::uint32_t kHeightMax = 0x0001001C;
+constexpr std::uint32_t kAcquisitionMode = 0x00010020;
+constexpr std::uint32_t kAcquisitionStart = 0x00010024;
+constexpr std::uint32_t kAcquisitionStop = 0x00010028;
+constexpr std::uint32_t kAcquisitionFrameCount = 0x0001002C;
+constexpr std::uint32_t kAcquisitionFrameRate = 0x00010030;
+constexpr std::uint32_t kExposureTime = 0x00010034;
+constexpr std::uint32_t kGain = 0x00010038;
+constexpr std::uint32_t kTestPattern = 0x0001003C;
+constexpr std::uint32_t kTriggerMode = 0x00010040;
+constexpr std::uint32_t kTriggerSource = 0x00010044;
+constexpr std::uint32_t kTriggerSoftware = 0x00010048;
+constexpr std::uint32_t kDeviceTemperature = 0x0001004C;
+constexpr std::uint32_t kUserSetSelector = 0x00010050;
+constexpr std::uint32_t kUserSetLoad = 0x00010054;
+constexpr std::uint32_t kUserSetSave = 0x00010058;
+constexpr std::uint32_t kDeviceReset = 0x0001005C;
+constexpr std::uint32_t kTestPendingAck = 0x00010060;
+constexpr std::uint32_t kTestEventGenerate = 0x00010064;
+constexpr std::uint32_t kEventSelector = 0x00010068;
+/// One register for each entry of EventSelector, 4 bytes apart.
+constexpr std::uint32_t kEventNotification = 0x00010080;
+
+/// Where the register description lies: plain, and in a ZIP archive.
+constexpr std::uint32_t kXmlAddress = 0x00100000;
+constexpr std::uint32_t kZipAddress = 0x00200000;
+
+} // namespace nq::camera::feature

@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: Apache-2.0
+// The camera's register description for GenICam.
+#pragma once
+
+#include "camera_options.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace nq::camera
+{
+
+/// The XML text: GenApi schema 1.1, feature names of the Standard Features Naming Convention.
+std::string MakeGenicamXml(const CameraOptions& options);
+
+/// A ZIP archive that holds `content` as its one file `name`.
+std::vector<std::uint8_t> ZipOneFile(const std::string& name, const std::string& content);
+
+} // namespace nq::camera

@@ -1,0 +1,171 @@
+// SPDX-License-Identifier: Apache-2.0
+// The camera's end of the control channel.
+#include "gvcp_server.h"
+
+#include <algorithm>
+#include <array>
+#include <poll.h>
+
+namespace nq::camera
+{
+
+namespace
+{
+
+constexpr std::uint32_t kLimitedBroadcast = 0xFFFFFFFF;
+/// Larger than any GVCP packet, so that one that is too long shows its true size.
+constexpr std::size_t kReceiveSize = 2048;
+
+std::unique_ptr<UdpSocket> BindDirectedBroadcast(const LocalInterface& network)
+{
+    const std::uint32_t hostBits = ~network.netmask;
+    if (hostBits <= 1)
+    {
+        return nullptr;
+    }
+    return std::make_unique<UdpSocket>(Endpoint{network.address | hostBits, kGvcpPort}, UdpSocket::Sharing::Shared);
+}
+
+} // namespace
+
+GvcpServer::GvcpServer(const LocalInterface& network, Device& device, FaultPlan& faults, std::function<void()> restart)
+    : m_network(network), m_device(device), m_faults(faults), m_restart(std::move(restart)), m_service(device, faults),
+      m_unicast(Endpoint{network.address, kGvcpPort}), m_directedBroadcast(BindDirectedBroadcast(network)),
+      m_limitedBroadcast(Endpoint{kLimitedBroadcast, kGvcpPort}, UdpSocket::Sharing::Shared)
+{
+}
+
+GvcpServer::~GvcpServer()
+{
+    Stop();
+}
+
+void GvcpServer::Start()
+{
+    m_thread = std::thread([this] { Run(); });
+}
+
+void GvcpServer::Stop()
+{
+    if (m_thread.joinable())
+    {
+        m_stop = true;
+        m_wake.Signal();
+        m_thread.join();
+    }
+}
+
+void GvcpServer::GoAway(std::chrono::milliseconds time)
+{
+    m_awayUntil = (Clock::now() + time).time_since_epoch().count();
+}
+
+void GvcpServer::Run()
+{
+    while (!m_stop)
+    {
+        std::array<pollfd, 4> sockets{{{m_wake.Fd(), POLLIN, 0},
+                                       {m_unicast.Fd(), POLLIN, 0},
+                                       {m_limitedBroadcast.Fd(), POLLIN, 0},
+                                       {m_directedBroadcast ? m_directedBroadcast->Fd() : -1, POLLIN, 0}}};
+        poll(sockets.data(), sockets.size(), WaitTime());
+        m_wake.Clear();
+        SendDelayed();
+        Drain(m_unicast, false);
+        Drain(m_limitedBroadcast, true);
+        if (m_directedBroadcast)
+        {
+            Drain(*m_directedBroadcast, true);
+        }
+    }
+}
+
+int GvcpServer::WaitTime()
+{
+    auto next = m_device.CheckHeartbeat();
+    for (const Delayed& delayed : m_delayed)
+    {
+        next = next ? std::min(*next, delayed.when) : delayed.when;
+    }
+    if (!next)
+    {
+        return -1;
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*next - Clock::now()).count();
+    return static_cast<int>(std::clamp<std::int64_t>(left, 0, 3600000));
+}
+
+void GvcpServer::SendDelayed()
+{
+    const auto now = Clock::now();
+    for (const Delayed& delayed : m_delayed)
+    {
+        if (delayed.when <= now)
+        {
+            m_unicast.Send(delayed.bytes, delayed.to);
+        }
+    }
+    std::erase_if(m_delayed, [now](const Delayed& delayed) { return delayed.when <= now; });
+}
+
+void GvcpServer::Drain(const UdpSocket& socket, bool broadcast)
+{
+    std::array<std::uint8_t, kReceiveSize> buffer;
+    while (const auto datagram = socket.Receive(buffer))
+    {
+        // Every interface's broadcasts arrive; only those of the camera's own are meant for it.
+        const bool mine = !broadcast || datagram->interfaceIndex == m_network.index;
+        if (mine && !IgnoresEverything())
+        {
+            Answer(datagram->from, std::span(buffer).first(datagram->size));
+        }
+    }
+}
+
+bool GvcpServer::IgnoresEverything()
+{
+    const auto now = Clock::now();
+    if (now.time_since_epoch().count() < m_awayUntil)
+    {
+        return true;
+    }
+    const auto silence = m_faults.Armed(Fault::Silent);
+    if (!silence)
+    {
+        m_silentUntil.reset();
+        return false;
+    }
+    if (*silence > 0 && !m_silentUntil)
+    {
+        m_silentUntil = now + std::chrono::milliseconds(*silence);
+    }
+    if (m_silentUntil && now >= *m_silentUntil)
+    {
+        m_faults.Clear(Fault::Silent);
+        m_silentUntil.reset();
+        return false;
+    }
+    m_faults.Strike(Fault::Silent);
+    return true;
+}
+
+void GvcpServer::Answer(const Endpoint& from, std::span<const std::uint8_t> datagram)
+{
+    GvcpReply reply = m_service.Handle(from, datagram);
+    const bool onSubnet = (from.address & m_network.netmask) == (m_network.address & m_network.netmask);
+    const bool broadcast = reply.discovery && reply.broadcastAllowed && !onSubnet;
+    if (!reply.now.empty())
+    {
+        m_unicast.Send(reply.now, broadcast ? Endpoint{kLimitedBroadcast, from.port} : from);
+    }
+    if (!reply.later.empty())
+    {
+        m_delayed.push_back({Clock::now() + reply.delay, std::move(reply.later), from});
+    }
+    if (reply.reset)
+    {
+        m_restart();
+    }
+}
+
+} // namespace nq::camera

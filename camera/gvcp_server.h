@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+// The camera's end of the control channel.
+#pragma once
+
+#include "camera_options.h"
+#include "gvcp_service.h"
+#include "udp_socket.h"
+#include "wake_event.h"
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <vector>
+
+namespace nq::camera
+{
+
+/// Listens on UDP port 3956 of the camera's address, of its subnet's broadcast address and of the limited broadcast
+/// address (Linux gives a broadcast to no socket that is bound to one address), and answers from the camera's address.
+/// Also watches the heartbeat. All of it happens on one thread of its own between Start and Stop.
+class GvcpServer
+{
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    /// Binds the sockets; throws std::system_error when that fails. `restart` is called, on the server's thread, when
+    /// the host has asked for a restart.
+    GvcpServer(const LocalInterface& network, Device& device, FaultPlan& faults, std::function<void()> restart);
+    ~GvcpServer();
+    GvcpServer(const GvcpServer&) = delete;
+    GvcpServer& operator=(const GvcpServer&) = delete;
+
+    void Start();
+    void Stop();
+
+    /// Ignores everything for this long from now on. Any thread.
+    void GoAway(std::chrono::milliseconds time);
+
+  private:
+    struct Delayed
+    {
+        Clock::time_point when;
+        std::vector<std::uint8_t> bytes;
+        Endpoint to;
+    };
+
+    void Run();
+    int WaitTime();
+    void Drain(const UdpSocket& socket, bool broadcast);
+    void Answer(const Endpoint& from, std::span<const std::uint8_t> datagram);
+    bool IgnoresEverything();
+    void SendDelayed();
+
+    const LocalInterface m_network;
+    Device& m_device;
+    FaultPlan& m_faults;
+    const std::function<void()> m_restart;
+    GvcpService m_service;
+    UdpSocket m_unicast;
+    /// Empty for an address without a subnet of its own.
+    std::unique_ptr<UdpSocket> m_directedBroadcast;
+    UdpSocket m_limitedBroadcast;
+    WakeEvent m_wake;
+    std::atomic<bool> m_stop{false};
+    std::atomic<Clock::rep> m_awayUntil{0};
+    std::optional<Clock::time_point> m_silentUntil;
+    std::vector<Delayed> m_delayed;
+    std::thread m_thread;
+};
+
+} // namespace nq::camera

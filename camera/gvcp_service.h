@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+// Answers GVCP commands.
+#pragma once
+
+#include "device.h"
+#include "fault_plan.h"
+#include "gvcp.h"
+
+#include <chrono>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace nq::camera
+{
+
+/// What is to be sent for one command.
+struct GvcpReply
+{
+    /// Sent at once; empty for nothing.
+    std::vector<std::uint8_t> now;
+    /// Sent after `delay`; empty for nothing.
+    std::vector<std::uint8_t> later;
+    std::chrono::milliseconds delay{0};
+    /// A discovery acknowledge, and whether the requester takes it as a broadcast.
+    bool discovery = false;
+    bool broadcastAllowed = false;
+    /// The camera restarts behind the reply.
+    bool reset = false;
+};
+
+/// Turns one datagram into a reply, with the faults of the plan. It sees neither sockets nor time. A write command that
+/// arrives twice from one requester with one id is executed once and acknowledged twice. Used from one thread.
+class GvcpService
+{
+  public:
+    GvcpService(Device& device, FaultPlan& faults) : m_device(device), m_faults(faults) {}
+
+    GvcpReply Handle(const Endpoint& from, std::span<const std::uint8_t> datagram);
+
+  private:
+    struct Outcome
+    {
+        GvcpStatus status = GvcpStatus::Success;
+        std::vector<std::uint8_t> body;
+        std::chrono::milliseconds busy{0};
+        bool reset = false;
+    };
+
+    Outcome Execute(const Endpoint& from, const GvcpCommand& command);
+    Outcome ReadRegisters(const Endpoint& from, const GvcpCommand& command);
+    Outcome WriteRegisters(const Endpoint& from, const GvcpCommand& command);
+    Outcome ReadMemory(const Endpoint& from, const GvcpCommand& command);
+    Outcome WriteMemory(const Endpoint& from, const GvcpCommand& command);
+    bool IsRepeatedWrite(const Endpoint& from, std::span<const std::uint8_t> datagram) const;
+    void ApplyFaults(GvcpReply& reply, std::uint16_t id, bool pendingAllowed);
+
+    Device& m_device;
+    FaultPlan& m_faults;
+
+    /// The latest write that was executed, and its acknowledge.
+    Endpoint m_lastWriter;
+    std::vector<std::uint8_t> m_lastWrite;
+    std::vector<std::uint8_t> m_lastAck;
+};
+
+} // namespace nq::camera

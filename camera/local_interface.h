@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+// Finds the network interface that a camera lives on.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace nq::camera
+{
+
+/// One IPv4 address of this machine. Addresses in host order.
+struct LocalInterface
+{
+    std::string name;
+    int index = 0;
+    std::uint32_t address = 0;
+    std::uint32_t netmask = 0;
+};
+
+/// Reads "10.9.0.1". Throws std::invalid_argument for any other text.
+std::uint32_t ParseAddress(const std::string& text);
+
+/// The interface that has this address. Throws std::runtime_error when none has.
+LocalInterface FindInterfaceByAddress(std::uint32_t address);
+
+/// The first IPv4 address of the interface of this name. Throws std::runtime_error when there is none.
+LocalInterface FindInterfaceByName(const std::string& name);
+
+} // namespace nq::camera

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+// The camera's event packets.
+#pragma once
+
+#include "device_clock.h"
+#include "fault_plan.h"
+#include "udp_socket.h"
+
+#include <array>
+#include <cstdint>
+#include <mutex>
+
+namespace nq::camera
+{
+
+/// One entry of the EventSelector feature.
+struct EventInfo
+{
+    const char* name;
+    std::uint16_t id;
+};
+
+/// Ids from 0x9000 are the device's own.
+constexpr std::array<EventInfo, 3> kEvents{{{"Test", 0x9000}, {"ExposureEnd", 0x9001}, {"FrameEnd", 0x9002}}};
+
+enum class EventKind
+{
+    Test,
+    ExposureEnd,
+    FrameEnd,
+};
+
+/// Sends event packets to the place that the host has set, as long as it has set one. Any thread may call.
+class MessageChannel
+{
+  public:
+    MessageChannel(std::uint32_t address, const DeviceClock& clock, FaultPlan& faults);
+
+    /// The port that the packets come from.
+    std::uint16_t SourcePort() const { return m_socket.Port(); }
+
+    /// Port 0 closes the channel.
+    void SetDestination(const Endpoint& destination);
+
+    /// Whether Notify sends events of this kind.
+    void SetNotification(EventKind kind, bool on);
+
+    /// Sends the event if the channel is open and the kind is switched on.
+    void Notify(EventKind kind, std::uint64_t frameId);
+
+    /// Sends an event of any id if the channel is open; true when it was sent.
+    bool Send(std::uint16_t eventId, std::uint64_t frameId);
+
+    std::uint64_t SentCount() const;
+
+  private:
+    const DeviceClock& m_clock;
+    FaultPlan& m_faults;
+    UdpSocket m_socket;
+
+    mutable std::mutex m_mutex;
+    Endpoint m_destination;
+    std::array<bool, kEvents.size()> m_notify{};
+    std::uint16_t m_requestId = 0;
+    std::uint64_t m_sent = 0;
+};
+
+} // namespace nq::camera

@@ -1,0 +1,209 @@
+// SPDX-License-Identifier: Apache-2.0
+// The command line of nq-gev-camera.
+#include "program_options.h"
+
+#include "fault_plan.h"
+#include "test_picture.h"
+#include "udp_socket.h"
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <iostream>
+#include <map>
+#include <stdexcept>
+
+namespace nq::camera
+{
+
+namespace
+{
+
+/// Options as they are typed, before they are checked against each other.
+struct Typed
+{
+    ProgramOptions program;
+    CameraOptions camera;
+    std::string address;
+    std::string interface;
+    std::string mac;
+    std::string pixelFormat = "Mono8";
+    unsigned count = 1;
+};
+
+std::string Footer()
+{
+    std::string text = "MovingRamp, the standard picture, can be checked byte by byte:\n"
+                       "  value(x, y, c) = (x + y + 7 * frameId + 85 * c) modulo levels\n"
+                       "  x, y from the upper left corner; c = 0 but for the green (1) and blue (2) of RGB8;\n"
+                       "  levels 256 for 8 bits, 1024 Mono10, 4096 Mono12, 65536 Mono16 (low byte first)\n\n"
+                       "Faults, with their standard ARG and COUNT (0: until cleared):\n";
+    for (const FaultInfo& fault : kFaults)
+    {
+        text += "  " + std::string(fault.name) + ":" + std::to_string(fault.argument) + ":" +
+                std::to_string(fault.count) + "\n      " + fault.help + "\n";
+    }
+    return text + "\nExamples:\n"
+                  "  nq-gev-camera --address 10.9.0.2 --width 1920 --height 1080 --fps 60\n"
+                  "  nq-gev-camera --interface eth1 --fault short-frame:100:3 --control /tmp/camera.sock\n";
+}
+
+std::uint64_t ParseMac(const std::string& text)
+{
+    std::string digits;
+    for (const char c : text)
+    {
+        if (c != ':' && c != '-')
+        {
+            digits += c;
+        }
+    }
+    std::uint64_t mac = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), mac, 16);
+    if (digits.size() != 12 || error != std::errc{} || end != digits.data() + digits.size())
+    {
+        throw std::invalid_argument("'" + text + "' is no MAC address");
+    }
+    return mac;
+}
+
+/// A serial number for the i-th camera: its last digits count on.
+std::string CountedSerial(const std::string& first, unsigned i)
+{
+    const std::size_t digits = first.size() - (first.find_last_not_of("0123456789") + 1);
+    const std::size_t kept = first.size() - std::min<std::size_t>(digits, 9);
+    const std::string tail = first.substr(kept);
+    std::string number = std::to_string((tail.empty() ? 0 : std::stoul(tail)) + i);
+    if (number.size() < tail.size())
+    {
+        number.insert(0, tail.size() - number.size(), '0');
+    }
+    return i == 0 ? first : first.substr(0, kept) + number;
+}
+
+void Define(CLI::App& app, Typed& typed)
+{
+    CameraOptions& camera = typed.camera;
+    auto* address = app.add_option("--address", typed.address, "IPv4 address of the camera, one of this machine's");
+    app.add_option("--interface", typed.interface, "network interface whose first address the camera takes")
+        ->excludes(address);
+    app.add_option("--count", typed.count, "number of cameras; the i-th takes the address plus i")
+        ->check(CLI::Range(1, 250));
+    app.add_option("--width", camera.width, "pixels per line")->check(CLI::Range(1, 65535))->capture_default_str();
+    app.add_option("--height", camera.height, "lines")->check(CLI::Range(1, 65535))->capture_default_str();
+    app.add_option("--pixel-format", typed.pixelFormat, "Mono8, Mono10, Mono12, Mono16, BayerRG8 or RGB8")
+        ->capture_default_str();
+    app.add_option("--pattern", camera.pattern, "picture: MovingRamp, ColorBar or Noise")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, std::uint32_t>{{"MovingRamp", 0}, {"ColorBar", 1}, {"Noise", 2}}));
+    app.add_option("--fps", camera.frameRate, "frames per second; 0 is as fast as the host grants credits")
+        ->check(CLI::Range(0.0, 100000.0))
+        ->capture_default_str();
+    app.add_option("--frames", camera.frameLimit, "fall quiet after this many frames; 0 is never");
+    app.add_flag("--free-run,!--no-free-run", camera.freeRun,
+                 "enabling the stream starts a continuous acquisition (standard); without it AcquisitionStart does");
+    app.add_option("--send-buffers", camera.sendBuffers, "frames that may be on their way at once")
+        ->check(CLI::Range(1, 256))
+        ->capture_default_str();
+    app.add_option("--vendor", camera.vendor, "manufacturer name, up to 31 bytes")->capture_default_str();
+    app.add_option("--model", camera.model, "model name, up to 31 bytes")->capture_default_str();
+    app.add_option("--device-version", camera.deviceVersion,
+                   "device version text; some hosts skip versions below 3.0.0")
+        ->capture_default_str();
+    app.add_option("--serial", camera.serial, "serial number, up to 15 bytes; further cameras count on from it")
+        ->capture_default_str();
+    app.add_option("--user-name", camera.userName, "user-defined name, up to 15 bytes");
+    app.add_option("--mac", typed.mac, "MAC address; standard is 02:00 and the four bytes of the address");
+    app.add_option("--heartbeat", camera.heartbeat, "heartbeat timeout in milliseconds at power on")
+        ->check(CLI::Range(1, 3600000))
+        ->capture_default_str();
+    app.add_option("--fault", typed.program.faults, "arm a fault: NAME[:ARG[:COUNT]]; may be given several times")
+        ->take_all();
+    app.add_option("--control", typed.program.control, "path of a UNIX socket for JSON commands");
+    app.add_flag("--quiet", typed.program.quiet, "print nothing but errors and the line \"ready ADDRESS\"");
+}
+
+void CheckTexts(const CameraOptions& camera)
+{
+    const auto atMost = [](const char* option, const std::string& text, std::size_t bytes) {
+        if (text.size() > bytes)
+        {
+            throw std::invalid_argument(std::string(option) + " is longer than " + std::to_string(bytes) + " bytes");
+        }
+    };
+    atMost("--vendor", camera.vendor, 32);
+    atMost("--model", camera.model, 32);
+    atMost("--device-version", camera.deviceVersion, 32);
+    atMost("--serial", camera.serial, 16);
+    atMost("--user-name", camera.userName, 16);
+}
+
+PixelFormat FormatByName(const std::string& name)
+{
+    for (const PixelFormat& format : kPixelFormats)
+    {
+        if (name == format.name)
+        {
+            return format;
+        }
+    }
+    throw std::invalid_argument("there is no pixel format '" + name + "'");
+}
+
+ProgramOptions Resolve(Typed& typed)
+{
+    if (typed.address.empty() && typed.interface.empty())
+    {
+        throw std::invalid_argument("one of --address and --interface is needed");
+    }
+    typed.camera.pixelFormat = FormatByName(typed.pixelFormat);
+    const PictureSettings picture{typed.camera.width, typed.camera.height, typed.camera.pixelFormat, {}};
+    if (picture.Payload() > 0x3FFFF000)
+    {
+        throw std::invalid_argument("a frame may not be larger than 1 GiB");
+    }
+    CheckTexts(typed.camera);
+    const LocalInterface first = typed.address.empty() ? FindInterfaceByName(typed.interface)
+                                                       : FindInterfaceByAddress(ParseAddress(typed.address));
+    for (unsigned i = 0; i < typed.count; ++i)
+    {
+        CameraOptions camera = typed.camera;
+        camera.network = i == 0 ? first : FindInterfaceByAddress(first.address + i);
+        camera.mac = typed.mac.empty() ? 0x020000000000 | camera.network.address : ParseMac(typed.mac) + i;
+        camera.serial = CountedSerial(camera.serial, i);
+        typed.program.cameras.push_back(std::move(camera));
+    }
+    FaultPlan check;
+    for (const std::string& fault : typed.program.faults)
+    {
+        check.Arm(fault);
+    }
+    return std::move(typed.program);
+}
+
+} // namespace
+
+std::optional<ProgramOptions> ReadCommandLine(int argc, char** argv, int& exitCode)
+{
+    CLI::App app("A virtual GigE Vision camera: GVCP control on UDP port 3956, frames by RDMA on port 4791.",
+                 "nq-gev-camera");
+    Typed typed;
+    Define(app, typed);
+    app.footer(Footer());
+    try
+    {
+        app.parse(argc, argv);
+        return Resolve(typed);
+    }
+    catch (const CLI::CallForHelp& help)
+    {
+        exitCode = app.exit(help);
+    }
+    catch (const std::exception& error)
+    {
+        std::cerr << "nq-gev-camera: " << error.what() << "\n";
+        exitCode = 2;
+    }
+    return std::nullopt;
+}
+
+} // namespace nq::camera

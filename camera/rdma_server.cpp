@@ -1,0 +1,301 @@
+// SPDX-License-Identifier: Apache-2.0
+// The camera's end of the image stream.
+#include "rdma_server.h"
+
+#include "frame_faults.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <array>
+#include <cerrno>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <system_error>
+
+namespace nq::camera
+{
+
+namespace
+{
+
+constexpr std::uint16_t kRdmaPort = 4791;
+constexpr int kBacklog = 8;
+
+[[noreturn]] void ThrowErrno(const char* call)
+{
+    throw std::system_error(errno, std::generic_category(), call);
+}
+
+} // namespace
+
+RdmaServer::RdmaServer(std::uint32_t address, Acquisition& acquisition, MessageChannel& messages, FaultPlan& faults,
+                       std::uint32_t sendBuffers)
+    : m_acquisition(acquisition), m_messages(messages), m_faults(faults), m_sendBuffers(sendBuffers)
+{
+    Listen(address);
+}
+
+RdmaServer::~RdmaServer()
+{
+    Stop();
+    m_connection.reset();
+}
+
+void RdmaServer::Listen(std::uint32_t address)
+{
+    m_channel.reset(rdma_create_event_channel());
+    if (!m_channel)
+    {
+        ThrowErrno("rdma_create_event_channel");
+    }
+    const int flags = fcntl(m_channel->fd, F_GETFL);
+    if (flags < 0 || fcntl(m_channel->fd, F_SETFL, flags | O_NONBLOCK) != 0)
+    {
+        ThrowErrno("fcntl of the RDMA event channel");
+    }
+    rdma_cm_id* listener = nullptr;
+    if (rdma_create_id(m_channel.get(), &listener, nullptr, RDMA_PS_TCP) != 0)
+    {
+        ThrowErrno("rdma_create_id");
+    }
+    m_listener.reset(listener);
+    sockaddr_in place{};
+    place.sin_family = AF_INET;
+    place.sin_port = htons(kRdmaPort);
+    place.sin_addr.s_addr = htonl(address);
+    if (rdma_bind_addr(listener, reinterpret_cast<sockaddr*>(&place)) != 0)
+    {
+        ThrowErrno("rdma_bind_addr");
+    }
+    if (rdma_listen(listener, kBacklog) != 0)
+    {
+        ThrowErrno("rdma_listen");
+    }
+}
+
+void RdmaServer::Start()
+{
+    m_thread = std::thread([this] { Run(); });
+}
+
+void RdmaServer::Stop()
+{
+    if (m_thread.joinable())
+    {
+        m_stop = true;
+        m_acquisition.Changed().Signal();
+        m_thread.join();
+    }
+}
+
+void RdmaServer::DropConnection()
+{
+    m_drop = true;
+    m_acquisition.Changed().Signal();
+}
+
+RdmaServer::Counters RdmaServer::Count() const
+{
+    return {m_connectedShown, m_creditsShown, m_sent, m_accepted, m_rejected, m_strangeShown};
+}
+
+void RdmaServer::Publish()
+{
+    m_connectedShown = m_established;
+    m_creditsShown = m_connection ? m_connection->Credits() : 0;
+    m_strangeShown = m_connection ? m_connection->StrangeMessages() : 0;
+}
+
+void RdmaServer::Run()
+{
+    while (!m_stop)
+    {
+        if (m_drop.exchange(false))
+        {
+            CloseConnection();
+        }
+        if (m_acceptAt && Clock::now() >= *m_acceptAt)
+        {
+            Accept();
+        }
+        const auto due = SendFrames();
+        Publish();
+        Wait(m_acceptAt ? m_acceptAt : due);
+    }
+}
+
+void RdmaServer::Wait(std::optional<Clock::time_point> until)
+{
+    std::array<pollfd, 3> fds{{{m_acquisition.Changed().Fd(), POLLIN, 0},
+                               {m_channel->fd, POLLIN, 0},
+                               {m_connection ? m_connection->CompletionFd() : -1, POLLIN, 0}}};
+    timespec time{};
+    if (until)
+    {
+        const auto left = std::max(Clock::duration::zero(), *until - Clock::now());
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+        time.tv_sec = seconds.count();
+        time.tv_nsec = std::chrono::nanoseconds(left - seconds).count();
+    }
+    ppoll(fds.data(), fds.size(), until ? &time : nullptr, nullptr);
+    if ((fds[0].revents & POLLIN) != 0)
+    {
+        m_acquisition.Changed().Clear();
+    }
+    if ((fds[2].revents & POLLIN) != 0)
+    {
+        TakeCompletions();
+    }
+    if ((fds[1].revents & POLLIN) != 0)
+    {
+        TakeConnectionEvent();
+    }
+}
+
+void RdmaServer::TakeConnectionEvent()
+{
+    rdma_cm_event* event = nullptr;
+    if (rdma_get_cm_event(m_channel.get(), &event) != 0)
+    {
+        return;
+    }
+    const rdma_cm_event_type kind = event->event;
+    rdma_cm_id* const id = event->id;
+    // An id can only be destroyed once all its events are acknowledged.
+    rdma_ack_cm_event(event);
+    const bool current = m_connection && m_connection->Id() == id;
+    switch (kind)
+    {
+    case RDMA_CM_EVENT_CONNECT_REQUEST:
+        OnRequest(id);
+        break;
+    case RDMA_CM_EVENT_ESTABLISHED:
+        m_established = m_established || current;
+        break;
+    case RDMA_CM_EVENT_DISCONNECTED:
+    case RDMA_CM_EVENT_CONNECT_ERROR:
+    case RDMA_CM_EVENT_UNREACHABLE:
+    case RDMA_CM_EVENT_REJECTED:
+    case RDMA_CM_EVENT_DEVICE_REMOVAL:
+        if (current)
+        {
+            CloseConnection();
+        }
+        break;
+    default:
+        break;
+    }
+}
+
+void RdmaServer::OnRequest(rdma_cm_id* id)
+{
+    if (m_drop.exchange(false))
+    {
+        CloseConnection(); // the request may come from the next host already
+    }
+    if (m_connection || m_faults.Strike(Fault::RejectConnect))
+    {
+        ++m_rejected;
+        rdma_reject(id, nullptr, 0);
+        rdma_destroy_id(id);
+        return;
+    }
+    const std::chrono::milliseconds delay(m_faults.Strike(Fault::SlowAccept).value_or(0));
+    try
+    {
+        m_connection = std::make_unique<RdmaConnection>(id, m_sendBuffers);
+        m_acceptAt = Clock::now() + delay;
+    }
+    catch (const std::exception&)
+    {
+        ++m_rejected; // the id is gone, which rejects the request
+    }
+}
+
+void RdmaServer::Accept()
+{
+    m_acceptAt.reset();
+    try
+    {
+        m_connection->Accept();
+        ++m_accepted;
+    }
+    catch (const std::exception&)
+    {
+        CloseConnection();
+    }
+}
+
+void RdmaServer::TakeCompletions()
+{
+    std::vector<std::uint64_t> sent;
+    const bool healthy = m_connection->TakeCompletions(sent);
+    m_sent += sent.size();
+    for (const std::uint64_t frameId : sent)
+    {
+        m_messages.Notify(EventKind::FrameEnd, frameId);
+    }
+    if (!healthy)
+    {
+        CloseConnection();
+    }
+}
+
+std::optional<RdmaServer::Clock::time_point> RdmaServer::SendFrames()
+{
+    while (!m_stop && !m_drop)
+    {
+        const bool canSend = m_established && m_connection && m_connection->CanSend();
+        const Acquisition::Decision decision = m_acquisition.Next(canSend, Clock::now());
+        if (const auto* due = std::get_if<Clock::time_point>(&decision))
+        {
+            return *due;
+        }
+        const auto* ticket = std::get_if<FrameTicket>(&decision);
+        if (ticket == nullptr)
+        {
+            return std::nullopt;
+        }
+        if (SendFrame(*ticket) == AfterSend::Disconnect)
+        {
+            CloseConnection();
+        }
+    }
+    return std::nullopt;
+}
+
+RdmaServer::AfterSend RdmaServer::SendFrame(FrameTicket ticket)
+{
+    const std::int64_t shift = FrameIdFault(m_faults);
+    m_acquisition.ShiftId(shift);
+    ticket.id += static_cast<std::uint64_t>(shift);
+    m_messages.Notify(EventKind::ExposureEnd, ticket.id);
+    if (!m_picture || !(m_picture->Settings() == ticket.picture))
+    {
+        m_picture = std::make_unique<TestPicture>(ticket.picture);
+    }
+    try
+    {
+        const auto block = m_connection->TakeBlock(gendc::kDescriptorSize + ticket.picture.Payload());
+        WriteGenDcDescriptor(ticket, block.bytes.first<gendc::kDescriptorSize>());
+        m_picture->Draw(ticket.id, block.bytes.subspan(gendc::kDescriptorSize));
+        const std::size_t size = ApplyFrameFaults(m_faults, block.bytes);
+        const bool disconnect = m_faults.Strike(Fault::DisconnectMidFrame).has_value();
+        const bool healthy = m_connection->Send(block, size, ticket.id);
+        return healthy && !disconnect ? AfterSend::GoOn : AfterSend::Disconnect;
+    }
+    catch (const std::exception&)
+    {
+        return AfterSend::Disconnect; // the memory for the frame was refused
+    }
+}
+
+void RdmaServer::CloseConnection()
+{
+    m_established = false;
+    m_acceptAt.reset();
+    m_connection.reset();
+}
+
+} // namespace nq::camera

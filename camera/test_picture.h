@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+// Draws the camera's pictures.
+#pragma once
+
+#include "pixel_format.h"
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace nq::camera
+{
+
+/// Values of the TestPattern feature.
+enum class TestPattern : std::uint32_t
+{
+    MovingRamp = 0,
+    ColorBar = 1,
+    Noise = 2,
+};
+
+/// Size and kind of the pictures of one stream.
+struct PictureSettings
+{
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    PixelFormat format = kPixelFormats[0];
+    TestPattern pattern = TestPattern::MovingRamp;
+
+    bool operator==(const PictureSettings& other) const
+    {
+        return width == other.width && height == other.height && format.code == other.format.code &&
+               pattern == other.pattern;
+    }
+
+    /// Bytes of one picture, without padding.
+    std::uint64_t Payload() const { return std::uint64_t{width} * height * format.bytesPerPixel; }
+};
+
+/// Draws frame by frame. MovingRamp follows one formula, so that a consumer can check every byte:
+///
+///     value(x, y, c) = (x + y + 7 * frameId + 85 * c) modulo levels
+///
+/// with x and y counted from the picture's upper left corner, c the channel (0 but for the green and blue of RGB8) and
+/// levels 256, 1024, 4096 or 65536 by pixel format. Two-byte values lie with the least significant byte first. A row is
+/// one copy out of a prepared ramp. Not safe for concurrent use.
+class TestPicture
+{
+  public:
+    explicit TestPicture(const PictureSettings& settings);
+
+    const PictureSettings& Settings() const { return m_settings; }
+
+    /// Fills `pixels`, which holds Payload() bytes.
+    void Draw(std::uint64_t frameId, std::span<std::uint8_t> pixels) const;
+
+  private:
+    void PrepareRamp();
+    void PrepareBars();
+    void DrawNoise(std::uint64_t frameId, std::span<std::uint8_t> pixels) const;
+    void PutPixel(std::size_t index, std::uint32_t channel, std::uint32_t value);
+
+    PictureSettings m_settings;
+    /// The source of all rows: a ramp longer than a row by its period, or one row of bars.
+    std::vector<std::uint8_t> m_row;
+};
+
+} // namespace nq::camera
