@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+// What unit tests see of the inside of an endpoint, and of the process around it.
+#pragma once
+
+#include "rdma/lvEndPoint.h"
+
+#include <arpa/inet.h>
+#include <filesystem>
+#include <iterator>
+#include <pthread.h>
+#include <string>
+
+/// The endpoint's friend.
+struct LvEndpointAccess
+{
+    static void Connect(LvEndpoint& endpoint, const sockaddr_in& address) { endpoint.ThrowingConnect(&address); }
+    static bool Stopped(const LvEndpoint& endpoint) { return endpoint.m_stop == 1; }
+    static void Stop(LvEndpoint& endpoint) { endpoint.m_stop = 1; }
+    static bool Connected(const LvEndpoint& endpoint) { return endpoint.m_connected; }
+    static msg_buffer_mem* Receive(const LvEndpoint& endpoint, std::size_t index)
+    {
+        return &endpoint.m_recv_msgs[index];
+    }
+    static msg_buffer_mem* Send(const LvEndpoint& endpoint, std::size_t index) { return &endpoint.m_send_msgs[index]; }
+    static std::size_t Blocks(const LvEndpoint& endpoint) { return endpoint.m_gendc_buffers.size(); }
+};
+
+namespace nq::test
+{
+
+inline sockaddr_in CameraAddress()
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(4791);
+    address.sin_addr.s_addr = htonl(0x0A090002);
+    return address;
+}
+
+/// Number of entries of a directory of this process, "fd" or "task".
+inline long CountOfProcess(const std::string& what)
+{
+    return std::distance(std::filesystem::directory_iterator("/proc/self/" + what),
+                         std::filesystem::directory_iterator());
+}
+
+/// Lets every thread creation with default attributes fail with EAGAIN, by asking for more stack than there is memory.
+inline void RefuseThreads()
+{
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, std::size_t{1} << 46);
+    pthread_setattr_default_np(&attributes);
+    pthread_attr_destroy(&attributes);
+}
+
+} // namespace nq::test
