@@ -64,6 +64,22 @@ std::uint16_t CodeOf(const Bytes& command)
     return command.size() < 4 ? std::uint16_t{0} : Get16(command, 2);
 }
 
+/// Bytes that a command of this code has at least.
+std::size_t SmallestSize(std::uint16_t code)
+{
+    switch (code)
+    {
+    case 0x0080:
+    case 0x0086:
+        return 12;
+    case 0x0082:
+    case 0x0084:
+        return 16;
+    default:
+        return 8;
+    }
+}
+
 /// Applies `change` to each datagram of the rule.
 GvcpRule Changed(GvcpRule rule, std::function<void(GvcpReply&)> change)
 {
@@ -258,10 +274,6 @@ GvcpPeer::GvcpPeer(const Host* host, const std::string& address, std::uint16_t p
 
 GvcpPeer::~GvcpPeer()
 {
-    {
-        const std::lock_guard guard(m_mutex);
-        m_stop = true;
-    }
     eventfd_write(m_wake, 1);
     m_thread.join();
     close(m_wake);
@@ -315,6 +327,10 @@ Bytes GvcpPeer::GetMemory(std::uint32_t address, std::size_t count)
 
 std::vector<GvcpReply> GvcpPeer::AnswerFromMemory(const Bytes& command)
 {
+    if (command.size() < SmallestSize(CodeOf(command)))
+    {
+        return {};
+    }
     switch (CodeOf(command))
     {
     case 0x0002: {

@@ -131,7 +131,7 @@ class GvcpPeer
     Bytes GetMemory(std::uint32_t address, std::size_t count);
 
     /// Reads and writes registers and memory as the commands say, with status 0; answers a discovery with the body set
-    /// by SetDiscovery, and anything else not at all.
+    /// by SetDiscovery; unknown and too short commands get no answer.
     std::vector<GvcpReply> AnswerFromMemory(const Bytes& command);
     void SetDiscovery(const GvcpDiscovery& discovery);
 
@@ -176,7 +176,6 @@ class GvcpPeer
     GvcpDiscovery m_discovery;
     std::vector<Datagram> m_received;
     std::multimap<Clock::time_point, Due> m_due;
-    bool m_stop = false;
     std::thread m_thread;
 };
 
