@@ -114,12 +114,8 @@ GC_API DSRevokeBuffer(DS_HANDLE hDataStream, BUFFER_HANDLE hBuffer, void** pBuff
     frame.TraceEntry("%s Entry");
     if (auto* const stream = frame.FindDataStream(hDataStream))
     {
-        const GC_ERROR result = stream->RevokeBuffer(hBuffer, pBuffer, pPrivate);
-        if (result == GC_ERR_SUCCESS)
-        {
-            g_Controller.UnregisterModule(hBuffer, false);
-        }
-        frame.Finish(result);
+        // The stream ends the handle's validity itself, before the buffer goes and its address can be used again.
+        frame.Finish(stream->RevokeBuffer(hBuffer, pBuffer, pPrivate));
     }
     return frame.Result();
 }

@@ -376,6 +376,7 @@ TEST(ControllerPort, EveryOperationReachesAListedModuleOfAnyKind)
     for (const char* const name : {"TLInterface", "anything"})
     {
         Module module(controller.log, name);
+        controller.log.clear();
         controller.RegisterModule(&module);
         for (const auto& [operation, result] : PortResults(controller, &module))
         {
@@ -385,7 +386,6 @@ TEST(ControllerPort, EveryOperationReachesAListedModuleOfAnyKind)
                                                                   "WritePortStacked 3", "GetPortURL 3", "GetPortInfo 5",
                                                                   "GetNumPortURLs 4", "GetPortURLInfo 6"));
         controller.UnregisterModule(&module, false);
-        controller.log.clear();
     }
 }
 
