@@ -102,7 +102,7 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
     const _NQ_GEV_INTERFACE_INFO m_info;        ///< The system's entry as it was when this module was made.
     NQGevSocket m_socket;                       ///< The discovery socket; exists while the module is open.
     GigERDMA::NQGenTLModuleContainer m_devices; ///< The open devices, owned.
-    bool m_updating = false; ///< Under the module lock: A scan asked for through the port is running.
+    bool m_updating = false; ///< Under the module lock: a scan asked for through the port is running.
     unsigned int m_deviceSelector NQ_GUARDED_BY(m_moduleLock) = 0; ///< Index into m_deviceList, possibly past its end.
     unsigned short m_requestId = 1; ///< Deliberate: nothing uses it, both packets carry the fixed id 1.
 };

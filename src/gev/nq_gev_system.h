@@ -78,7 +78,7 @@ class NQGevSystem : public GigERDMA::NQGenTLSystem
 
     std::vector<_NQ_GEV_INTERFACE_INFO> m_interfaceList NQ_GUARDED_BY(m_moduleLock);
     GigERDMA::NQGenTLModuleContainer m_interfaces; ///< The open interfaces, owned.
-    bool m_updating = false; ///< Under the module lock: A scan asked for through the port is running.
+    bool m_updating = false; ///< Under the module lock: a scan asked for through the port is running.
     unsigned int m_interfaceSelector NQ_GUARDED_BY(m_moduleLock) =
         0; ///< Index into m_interfaceList, possibly past its end.
 };
