@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // NQGevSocket against plain sockets.
 #include "gige/nq_gev_socket_linux.h"
+#include "support/asleep.h"
 #include "support/gvcp_peer.h"
 
 #include <gmock/gmock.h>
@@ -385,33 +386,53 @@ TEST_F(NQGevSocketAtPeer, ReceiveTimeoutEndsABlockingReceive)
 TEST_F(NQGevSocketAtPeer, DestroyWakesAThreadThatReceivesWithoutEnd)
 {
     std::atomic<bool> result{true};
-    std::thread receiver([&] {
+    nq::test::CallingThread receiver([&] {
         std::array<char, 8> data{};
         unsigned int received = 0;
         result = m_socket.Receive(data.data(), 8, received);
     });
+    receiver.AwaitAsleep();
     m_socket.Destroy();
-    receiver.join();
+    receiver.Join();
     EXPECT_FALSE(result);
 }
 
 TEST_F(NQGevSocketAtPeer, DestroyWakesAThreadThatWaitsForALongTime)
 {
-    std::thread receiver([&] {
+    std::atomic<bool> result{true};
+    nq::test::CallingThread receiver([&] {
         std::array<unsigned char, 8> data{};
         unsigned int received = 0;
-        while (m_socket.ReceiveFrom(nullptr, data.data(), 8, received, 60000))
+        result = m_socket.ReceiveFrom(nullptr, data.data(), 8, received, 600000);
+    });
+    receiver.AwaitAsleep();
+    m_socket.Destroy();
+    receiver.Join();
+    EXPECT_FALSE(result);
+}
+
+TEST_F(NQGevSocketAtPeer, NumberOfADestroyedSocketIsFreeOnlyWhenNobodyReceivesOnItAnyMore)
+{
+    std::atomic<int> taken{0};
+    nq::test::CallingThread receiver([&] {
+        std::array<char, 8> data{};
+        unsigned int received = 0;
+        while (m_socket.Receive(data.data(), 8, received))
         {
+            ++taken;
         }
     });
-    // The datagram shows that the receiver runs, and it is inside its wait or on its way there.
-    FromPeer({1});
-    while (m_socket.Select(0))
-    {
-        std::this_thread::yield();
-    }
+    receiver.AwaitAsleep();
     m_socket.Destroy();
-    receiver.join();
+    // The process reuses the number at once; what arrives there is not the receiver's.
+    NQGevSocket other;
+    ASSERT_TRUE(other.Create(AF_INET, SOCK_DGRAM, 0));
+    ASSERT_EQ(Option(m_descriptor, SO_TYPE), SOCK_DGRAM);
+    ASSERT_TRUE(other.Bind(0x7F000001, 40205));
+    m_peer.Send({1}, "127.0.0.1", 40205);
+    receiver.Join();
+    EXPECT_EQ(taken, 0);
+    EXPECT_TRUE(other.Select(10000));
 }
 
 TEST_F(NQGevSocketAtPeer, DestroyAndCreateAgainAndAgainWhileOthersReceive)
