@@ -58,7 +58,13 @@ NQGevDevice::NQGevDevice(NQGevTL* tl, const _NQ_GEV_DEVICE_INFO& info, int acces
 {
 }
 
-NQGevDevice::~NQGevDevice() = default;
+NQGevDevice::~NQGevDevice()
+{
+    if (IsOpen())
+    {
+        Close();
+    }
+}
 
 bool NQGevDevice::IsPortImplemented()
 {

@@ -28,6 +28,8 @@ class NQGevDevice : public GigERDMA::NQGenTLDevice
   public:
     /// `tl` is not owned and outlives the object; `accessMode` is the GenTL open flag 2, 3 or 4. The record is copied.
     NQGevDevice(NQGevTL* tl, const _NQ_GEV_DEVICE_INFO& info, int accessMode, GigERDMA::NQGenTLModuleBase* parent);
+
+    /// Closes a device that is still open.
     ~NQGevDevice() override;
     NQGevDevice(const NQGevDevice&) = delete;
     NQGevDevice& operator=(const NQGevDevice&) = delete;

@@ -6,12 +6,14 @@
 #include "gige/nq_gev_tl_linux.h"
 #include "support/device_record.h"
 #include "support/event_device.h"
+#include "support/no_descriptors.h"
 #include "support/register_camera.h"
 
 #include <arpa/inet.h>
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <memory>
 #include <netinet/in.h>
@@ -336,13 +338,11 @@ TEST_F(MessageChannel, WithoutASocketTheHostsStandardInputIsNeverReadAndNoCoreSp
     ASSERT_EQ(pipe(pipes), 0);
     ASSERT_EQ(dup2(pipes[0], 0), 0);
     ASSERT_EQ(write(pipes[1], "input", 5), 5);
-    rlimit limit = {};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit none = {0, limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none); // no descriptor can be made: the channel has no socket
     NQGevMessageStream channel(0, &parent, &remote);
-    channel.Start();
-    setrlimit(RLIMIT_NOFILE, &limit);
+    {
+        const nq::test::NoDescriptors none;
+        channel.Start();
+    }
     EXPECT_THAT(camera.Accesses(), IsEmpty());
     const double before = ProcessorTime();
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
@@ -352,6 +352,16 @@ TEST_F(MessageChannel, WithoutASocketTheHostsStandardInputIsNeverReadAndNoCoreSp
     char input[8] = {};
     EXPECT_EQ(read(0, input, sizeof input), 5);
     EXPECT_STREQ(input, "input");
+}
+
+TEST_F(MessageChannel, AHostWithoutStandardInputGetsNoEventsAndKeepsItsDescriptorZeroFree)
+{
+    ASSERT_EQ(close(0), 0);
+    NQGevMessageStream channel(0, &parent, &remote);
+    channel.Start();
+    EXPECT_THAT(camera.Accesses(), IsEmpty());
+    channel.Stop();
+    EXPECT_EQ(fcntl(0, F_GETFD), -1);
 }
 
 TEST_F(MessageChannel, AnEventStormDoesNotHoldUpTheStop)

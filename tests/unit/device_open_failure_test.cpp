@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: Apache-2.0
+// Opens of a device that fail half way: nothing may be left behind, whichever step fails.
+#include "gev/nq_gev_device.h"
+
+#include "entry/nq_gev_controller.h"
+#include "support/device_record.h"
+#include "support/no_descriptors.h"
+#include "support/register_camera.h"
+#include "support/trace_capture.h"
+
+#include <cstdlib>
+#include <dirent.h>
+#include <gmock/gmock.h>
+#include <memory>
+#include <new>
+#include <string>
+
+using nq::test::LoopbackCamera;
+using nq::test::RegisterCamera;
+using nq::test::TraceCapture;
+
+namespace
+{
+
+/// Allocations of this thread until one fails; negative: none does.
+thread_local long allocationsLeft = -1;
+
+void* Allocate(std::size_t size)
+{
+    if (allocationsLeft == 0)
+    {
+        allocationsLeft = -1;
+        throw std::bad_alloc();
+    }
+    if (allocationsLeft > 0)
+    {
+        --allocationsLeft;
+    }
+    void* const memory = std::malloc(size == 0 ? 1 : size);
+    if (memory == nullptr)
+    {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+std::size_t EntriesOf(const char* directory)
+{
+    std::size_t count = 0;
+    DIR* opened = opendir(directory);
+    while (readdir(opened) != nullptr)
+    {
+        ++count;
+    }
+    closedir(opened);
+    return count;
+}
+
+} // namespace
+
+void* operator new(std::size_t size)
+{
+    return Allocate(size);
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+
+namespace
+{
+
+class DeviceOpenFailure : public testing::Test
+{
+  protected:
+    DeviceOpenFailure()
+    {
+        camera.SetRegister(0x0938, 60000);
+        camera.SetRegister(0x0904, 2);
+        camera.SetRegister(0x0900, 2);
+        threads = EntriesOf("/proc/self/task");
+        descriptors = EntriesOf("/proc/self/fd");
+    }
+
+    std::unique_ptr<NQGevDevice> Device()
+    {
+        return std::make_unique<NQGevDevice>(g_Controller.GetTL(), LoopbackCamera(), 3, nullptr);
+    }
+
+    RegisterCamera camera;
+    std::size_t threads = 0;
+    std::size_t descriptors = 0;
+};
+
+TEST_F(DeviceOpenFailure, AnExhaustedMemoryAtAnyStepLeavesNothingBehind)
+{
+    long failing = 0;
+    for (bool opened = false; !opened; ++failing)
+    {
+        ASSERT_LT(failing, 2000);
+        const auto device = Device();
+        allocationsLeft = failing;
+        try
+        {
+            opened = device->Open() == 0 && allocationsLeft >= 0;
+        }
+        catch (const std::bad_alloc&)
+        {
+            EXPECT_FALSE(device->IsOpen());
+            EXPECT_EQ(EntriesOf("/proc/self/task"), threads) << failing;
+            EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors) << failing;
+            EXPECT_EQ(camera.Register(0x0A00), 0U) << failing;
+            unsigned int count = 0;
+            EXPECT_EQ(g_Controller.GetNumPortURLs(device.get(), &count), -1006) << failing;
+        }
+        allocationsLeft = -1;
+    }
+    EXPECT_GT(failing, 10) << "the loop must have met failures";
+    EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
+    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
+}
+
+TEST_F(DeviceOpenFailure, WithoutADescriptorTheOpenFailsAndCanBeRepeated)
+{
+    const auto device = Device();
+    {
+        const TraceCapture trace;
+        const nq::test::NoDescriptors none;
+        EXPECT_EQ(device->Open(), -1001);
+        EXPECT_TRUE(TraceCapture::Has(2, "DoOpen failed! NQGevRemoteDevice::Open -1001"));
+    }
+    EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
+    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
+    unsigned int count = 0;
+    EXPECT_EQ(g_Controller.GetNumPortURLs(device.get(), &count), -1006) << "not registered";
+    EXPECT_TRUE(camera.Accesses().empty());
+    ASSERT_EQ(device->Open(), 0);
+    ASSERT_EQ(device->Close(), 0);
+}
+
+TEST_F(DeviceOpenFailure, ADeviceDeletedWhileOpenIsClosed)
+{
+    auto device = Device();
+    ASSERT_EQ(device->Open(), 0);
+    void* const handle = device.get();
+    device.reset();
+    EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
+    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
+    EXPECT_EQ(camera.Register(0x0A00), 0U);
+    unsigned int count = 0;
+    EXPECT_EQ(g_Controller.GetNumPortURLs(handle, &count), -1006);
+}
+
+} // namespace
