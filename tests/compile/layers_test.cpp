@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: Apache-2.0
+// Who may include whom: a layer of src/ sees only the layers below it, and the programs around it see less.
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+struct Include
+{
+    std::string from; ///< relative to the tree's root
+    std::string what;
+};
+
+std::vector<Include> IncludesOf(const std::string& folder)
+{
+    const fs::path root = NQ_SOURCE_DIR;
+    const std::regex directive(R"(^\s*#\s*include\s*["<]([^">]+)[">])");
+    std::vector<Include> includes;
+    for (const auto& entry : fs::recursive_directory_iterator(root / folder))
+    {
+        const std::string extension = entry.path().extension().string();
+        if (extension != ".h" && extension != ".cpp" && extension != ".c")
+        {
+            continue;
+        }
+        std::ifstream file(entry.path());
+        for (std::string line; std::getline(file, line);)
+        {
+            std::smatch match;
+            if (std::regex_search(line, match, directive))
+            {
+                includes.push_back({fs::relative(entry.path(), root).string(), match[1]});
+            }
+        }
+    }
+    return includes;
+}
+
+std::string FirstFolder(const std::string& path)
+{
+    const std::size_t slash = path.find('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash);
+}
+
+TEST(Layers, AFolderOfTheLibraryIncludesOnlyFoldersBelowItButForTheNamedExceptions)
+{
+    const std::map<std::string, std::set<std::string>> below = {
+        {"gige", {"gige"}},
+        {"rdma", {"rdma", "gige"}},
+        {"gentl", {"gentl", "rdma", "gige"}},
+        {"gev", {"gev", "gentl", "rdma", "gige"}},
+        {"entry", {"entry", "gev", "gentl", "rdma", "gige"}},
+    };
+    // The logger lies under everything; the modules reach the controller through one header.
+    const std::set<std::string> forAll = {"entry/nq_logger.h", "entry/nq_export.h"};
+    const std::set<std::string> forModules = {"entry/nq_gev_controller.h"};
+    // The acquisition thread is a thread of the framework and hands its frames to the data stream above it.
+    const std::set<std::string> forAcquisition = {"gentl/nq_gentl_thread_base.h", "gev/nq_gev_data_stream.h"};
+
+    const std::vector<Include> includes = IncludesOf("src");
+    ASSERT_GT(includes.size(), 100U);
+    for (const Include& one : includes)
+    {
+        const std::string layer = FirstFolder(one.from.substr(4));
+        const std::string target = FirstFolder(one.what);
+        if (!below.contains(target) || forAll.contains(one.what))
+        {
+            continue;
+        }
+        if (forModules.contains(one.what) && (layer == "gev" || layer == "gentl"))
+        {
+            continue;
+        }
+        if (forAcquisition.contains(one.what) && one.from.find("rdma/nq_rdma_thread_acquisition.") != std::string::npos)
+        {
+            continue;
+        }
+        ASSERT_TRUE(below.contains(layer)) << one.from;
+        EXPECT_TRUE(below.at(layer).contains(target)) << one.from << " includes " << one.what;
+    }
+}
+
+TEST(Layers, TheLoggerIncludesNothingOfTheLibraryButItself)
+{
+    for (const Include& one : IncludesOf("src/entry"))
+    {
+        if (one.from.find("nq_logger.") != std::string::npos || one.from.find("nq_export.h") != std::string::npos)
+        {
+            EXPECT_TRUE(one.what.find('/') == std::string::npos || one.what == "entry/nq_logger.h" ||
+                        one.what == "entry/nq_export.h")
+                << one.from << " includes " << one.what;
+        }
+    }
+}
+
+// Every name by which a file of src/ can be included.
+std::set<std::string> LibraryHeaders()
+{
+    std::set<std::string> headers;
+    for (const auto& entry : fs::recursive_directory_iterator(fs::path(NQ_SOURCE_DIR) / "src"))
+    {
+        if (entry.path().extension() == ".h")
+        {
+            headers.insert(fs::relative(entry.path(), fs::path(NQ_SOURCE_DIR) / "src").string());
+        }
+    }
+    return headers;
+}
+
+TEST(Layers, CameraSoftwareRdmaAndToolsUseNothingOfTheLibrarysSources)
+{
+    const std::set<std::string> headers = LibraryHeaders();
+    for (const char* const folder : {"camera", "loopback", "tools"})
+    {
+        for (const Include& one : IncludesOf(folder))
+        {
+            EXPECT_FALSE(headers.contains(one.what)) << one.from << " includes " << one.what;
+            EXPECT_EQ(one.what.find("src/"), std::string::npos) << one.from << " includes " << one.what;
+        }
+    }
+}
+
+TEST(Layers, CameraAndSoftwareRdmaDoNotKnowTheProducersInterface)
+{
+    for (const char* const folder : {"camera", "loopback"})
+    {
+        for (const Include& one : IncludesOf(folder))
+        {
+            EXPECT_NE(one.what, "nq_gev_gentl.h") << one.from;
+            EXPECT_NE(FirstFolder(one.what), "GenTL") << one.from;
+        }
+    }
+}
+
+TEST(Layers, ModuleAndEndToEndTestsSeeOnlyThePublicHeaders)
+{
+    const std::set<std::string> headers = LibraryHeaders();
+    for (const char* const folder : {"tests/module", "tests/e2e"})
+    {
+        for (const Include& one : IncludesOf(folder))
+        {
+            EXPECT_FALSE(headers.contains(one.what)) << one.from << " includes " << one.what;
+        }
+    }
+}
+
+} // namespace

@@ -1,0 +1,221 @@
+// SPDX-License-Identifier: Apache-2.0
+// Loading the library: what it does to the process, in which ways it loads, and its logger on a machine without one.
+#include "support/fake_logger.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <dlfcn.h>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace nq::test;
+
+namespace
+{
+
+std::size_t EntriesOf(const char* folder)
+{
+    using std::filesystem::directory_iterator;
+    return static_cast<std::size_t>(std::distance(directory_iterator(folder), directory_iterator()));
+}
+
+constexpr const char* loggerInstance = "_ZZN8NQLogger11getInstanceEvE8instance";
+
+TEST(Load, StartsNoThreadAndOpensNoDescriptor)
+{
+    const std::size_t threads = EntriesOf("/proc/self/task");
+    const std::size_t descriptors = EntriesOf("/proc/self/fd");
+    const Producer producer;
+    EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
+    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
+    ASSERT_EQ(producer.GCInitLib(), 0);
+    EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
+    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
+}
+
+TEST(Load, PrintsNothing)
+{
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    {
+        const Producer producer;
+        void* system = nullptr;
+        producer.GCInitLib();
+        producer.TLOpen(&system);
+        producer.TLUpdateInterfaceList(system, nullptr, 0);
+        producer.GCCloseLib();
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(Load, WorksWithEveryWayOfBinding)
+{
+    for (const int flags : {RTLD_LAZY, RTLD_NOW, RTLD_LAZY | RTLD_GLOBAL, RTLD_NOW | RTLD_GLOBAL})
+    {
+        const Producer producer(NQ_CTI_PATH, flags);
+        void* system = nullptr;
+        EXPECT_EQ(producer.GCInitLib(), 0);
+        EXPECT_EQ(producer.TLOpen(&system), 0);
+        EXPECT_EQ(producer.GCCloseLib(), 0);
+    }
+}
+
+TEST(Load, WorksWithItsOwnSymbolsFirst)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "sanitizers refuse RTLD_DEEPBIND";
+#else
+    const Producer producer(NQ_CTI_PATH, RTLD_NOW | RTLD_DEEPBIND);
+    void* system = nullptr;
+    EXPECT_EQ(producer.GCInitLib(), 0);
+    EXPECT_EQ(producer.TLOpen(&system), 0);
+    EXPECT_EQ(producer.GCCloseLib(), 0);
+#endif
+}
+
+TEST(Load, TwiceGivesOneLibrary)
+{
+    const Producer first;
+    const Producer second;
+    ASSERT_EQ(first.GCInitLib(), 0);
+    EXPECT_EQ(second.GCInitLib(), -1004);
+    EXPECT_EQ(second.Find("g_Controller"), first.Find("g_Controller"));
+}
+
+TEST(Load, ByAnotherNameOfTheSameFileGivesOneLibrary)
+{
+    const Producer first;
+    const Producer second(std::filesystem::canonical(NQ_CTI_PATH).string());
+    ASSERT_EQ(first.GCInitLib(), 0);
+    EXPECT_EQ(second.GCInitLib(), -1004);
+}
+
+TEST(Load, MayBeGivenBackOpenAndLoadedAgain)
+{
+    {
+        const Producer producer;
+        void* system = nullptr;
+        ASSERT_EQ(producer.GCInitLib(), 0);
+        ASSERT_EQ(producer.TLOpen(&system), 0);
+    }
+    const Producer again;
+    EXPECT_EQ(again.GCInitLib(), -1004);
+    EXPECT_EQ(again.GCCloseLib(), 0);
+}
+
+TEST(Load, WorksOnAThreadThatEnds)
+{
+    std::thread([] {
+        const Producer producer;
+        EXPECT_EQ(producer.GCInitLib(), 0);
+        EXPECT_EQ(producer.TLOpen(nullptr), -1009);
+    }).join();
+    const Producer producer;
+    EXPECT_EQ(producer.GCCloseLib(), 0);
+}
+
+TEST(Load, TheLoadHookDoesNothingAndReturnsOne)
+{
+    const Producer producer;
+    auto* const hook = reinterpret_cast<int (*)(void*, unsigned long, void*)>(producer.Find("DllMain"));
+    ASSERT_NE(hook, nullptr);
+    EXPECT_EQ(hook(nullptr, 0, nullptr), 1);
+    EXPECT_EQ(hook(nullptr, 1, nullptr), 1);
+    EXPECT_EQ(producer.GCCloseLib(), -1002);
+}
+
+TEST(Load, TheLoggersGlobalsAreZero)
+{
+    const Producer producer;
+    for (const char* const name :
+         {"g_hModule", "g_pFnInit", "g_pFnClose", "g_pFnRegisterModule", "g_pFnEnableFileLogging", "g_pFnEnableWindbg",
+          "g_pFnSetGlobalDebugLevel", "g_pFnTraceA"})
+    {
+        auto* const value = static_cast<void**>(producer.Find(name));
+        ASSERT_NE(value, nullptr) << name;
+        EXPECT_EQ(*value, nullptr) << name;
+    }
+    EXPECT_EQ(*static_cast<int*>(producer.Find("g_mcMode")), 0);
+}
+
+bool OpenLogger(const Producer& producer)
+{
+    producer.GCGetLastError(nullptr, nullptr, nullptr); // constructs it
+    return reinterpret_cast<bool (*)(void*)>(producer.Find("_ZN8NQLogger4OpenEv"))(producer.Find(loggerInstance));
+}
+
+bool LoggerIsLoaded(const Producer& producer)
+{
+    return reinterpret_cast<bool (*)(void*)>(producer.Find("_ZNK8NQLogger8IsLoadedEv"))(producer.Find(loggerInstance));
+}
+
+TEST(LoadedLogger, StaysClosedOnAMachineWithoutTheLibrary)
+{
+    for (const int flags : {RTLD_NOW | RTLD_LOCAL, RTLD_NOW | RTLD_GLOBAL})
+    {
+        const Producer producer(NQ_CTI_PATH, flags);
+        testing::internal::CaptureStdout();
+        EXPECT_FALSE(OpenLogger(producer));
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "return GetLastError();\n");
+        EXPECT_FALSE(LoggerIsLoaded(producer));
+        EXPECT_EQ(producer.GCInitLib(), 0);
+        EXPECT_EQ(producer.GCCloseLib(), 0);
+    }
+}
+
+TEST(LoadedLogger, IsOpenedByAHostThroughItsInstance)
+{
+    const Producer producer;
+    const FakeLogger fake;
+    EXPECT_TRUE(OpenLogger(producer));
+    EXPECT_TRUE(LoggerIsLoaded(producer));
+    EXPECT_THAT(fake.Lines(), testing::ElementsAre("call NQLInit"));
+}
+
+TEST(LoadedLogger, ClosesAtTheEndOfTheProcess)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            // Never given back, so that the library is still there when the process ends.
+            static const Producer producer;
+            static const FakeLogger fake;
+            if (!OpenLogger(producer))
+            {
+                _exit(1);
+            }
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST(LoadedLogger, TracesFromManyThreadsAtOnce)
+{
+    const Producer producer;
+    ASSERT_EQ(producer.GCInitLib(), 0);
+    ProducerTrace trace(producer);
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread)
+    {
+        threads.emplace_back([&producer] {
+            for (int round = 0; round < 50; ++round)
+            {
+                EXPECT_EQ(producer.TLClose(nullptr), -1006);
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+    {
+        thread.join();
+    }
+    EXPECT_EQ(trace.Take().size(), 4U * 50U * 4U);
+}
+
+} // namespace
