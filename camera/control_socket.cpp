@@ -68,6 +68,10 @@ const FaultInfo& FaultOf(const json& request)
 
 std::string FaultText(const json& request)
 {
+    if (request.contains("fault"))
+    {
+        return request["fault"].get<std::string>();
+    }
     const FaultInfo& info = FaultOf(request);
     const auto argument = request.value("arg", info.argument);
     const auto count = request.value("count", info.count);
@@ -199,7 +203,8 @@ std::string ControlSocket::Answer(const std::string& line) const
     try
     {
         const json request = json::parse(line);
-        const auto command = request.at("cmd").get<std::string>();
+        // {"fault": "NAME:ARG"} is short for the command of that name.
+        const auto command = request.contains("fault") ? std::string("fault") : request.at("cmd").get<std::string>();
         answer["ok"] = true;
         if (request.contains("camera") || m_cameras.size() == 1)
         {
