@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 using namespace nq::test;
@@ -97,6 +98,25 @@ TEST(Load, ByAnotherNameOfTheSameFileGivesOneLibrary)
     EXPECT_EQ(second.GCInitLib(), -1004);
 }
 
+TEST(Load, ASecondCopyOfTheFileIsALibraryOfItsOwnThatSharesTheLogger)
+{
+    const std::filesystem::path copy = std::filesystem::temp_directory_path() / ("copy-" + std::to_string(getpid()));
+    std::filesystem::copy_file(NQ_CTI_PATH, copy);
+    const Producer first(NQ_CTI_PATH, RTLD_NOW | RTLD_GLOBAL);
+    const Producer second(copy.string(), RTLD_NOW | RTLD_GLOBAL);
+    std::filesystem::remove(copy);
+    EXPECT_NE(second.Find("g_Controller"), first.Find("g_Controller"));
+    EXPECT_EQ(first.GCInitLib(), 0);
+    EXPECT_EQ(second.GCInitLib(), 0);
+    EXPECT_EQ(first.GCCloseLib(), 0);
+    void* system = nullptr;
+    EXPECT_EQ(second.TLOpen(&system), 0);
+    EXPECT_EQ(first.TLOpen(&system), -1002);
+#if !defined(__clang__)
+    EXPECT_EQ(second.Find(loggerInstance), first.Find(loggerInstance));
+#endif
+}
+
 TEST(Load, MayBeGivenBackOpenAndLoadedAgain)
 {
     {
@@ -177,6 +197,17 @@ TEST(LoadedLogger, IsOpenedByAHostThroughItsInstance)
     EXPECT_TRUE(OpenLogger(producer));
     EXPECT_TRUE(LoggerIsLoaded(producer));
     EXPECT_THAT(fake.Lines(), testing::ElementsAre("call NQLInit"));
+}
+
+TEST(LoadedLogger, OpensAlsoWhenTheHostHasTheLoggingLibraryInItsGlobalScope)
+{
+    void* const global = dlopen(NQ_FAKE_LOGGER_PATH, RTLD_NOW | RTLD_GLOBAL);
+    ASSERT_NE(global, nullptr);
+    const Producer producer(NQ_CTI_PATH, RTLD_NOW | RTLD_GLOBAL);
+    EXPECT_TRUE(OpenLogger(producer));
+    EXPECT_EQ(*static_cast<void**>(producer.Find("g_pFnInit")), dlsym(global, "NQLInit"));
+    EXPECT_EQ(*static_cast<void**>(producer.Find("g_hModule")), global);
+    dlclose(global);
 }
 
 TEST(LoadedLogger, ClosesAtTheEndOfTheProcess)
