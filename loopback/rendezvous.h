@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+// How processes find each other: sockets in one directory of the file system, visible from every network namespace.
+#pragma once
+
+#include "cm_message.h"
+#include "net_scope.h"
+#include "unique_fd.h"
+
+#include <string>
+#include <vector>
+
+namespace nq::loopback
+{
+
+/// A bound address as the directory shows it to all processes; gone with the object.
+class BoundSocket
+{
+  public:
+    /// Makes the socket of `address`. Throws EADDRINUSE when the address is bound in that network namespace already.
+    BoundSocket(const Endpoint& address, const NetScope& scope);
+    ~BoundSocket();
+    BoundSocket(const BoundSocket&) = delete;
+    BoundSocket& operator=(const BoundSocket&) = delete;
+
+    int Fd() const { return m_fd.Get(); }
+
+  private:
+    UniqueFd m_fd;
+    UniqueFd m_directory;
+    std::string m_name;
+    int m_owner;
+};
+
+/// What became of the search for a listener.
+struct FoundListener
+{
+    enum class Outcome
+    {
+        Taken,
+        Refused,
+        Unknown
+    };
+    Outcome outcome = Outcome::Unknown;
+    UniqueFd control; ///< When taken.
+};
+
+/// Offers `request` with its two streams to those that are bound to its destination. Blocks for one answer of each.
+FoundListener FindListener(const CmMessage& request, int data, int acknowledgements);
+
+/// Sends one message with up to two descriptors; false when the peer is gone or its buffer is full.
+bool SendMessage(int control, const CmMessage& message, int first = -1, int second = -1);
+
+/// Result of one attempt to read a message.
+enum class Received
+{
+    Message,
+    Nothing,
+    End
+};
+
+/// Reads one message without waiting; descriptors that came with it go to `first` and `second`.
+Received ReceiveMessage(int control, CmMessage& message, UniqueFd& first, UniqueFd& second);
+
+} // namespace nq::loopback
