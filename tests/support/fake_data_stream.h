@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+// A data stream whose transport a test plays.
+#pragma once
+
+#include "gentl/nq_gentl_data_stream.h"
+#include "gentl/nq_gentl_util.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace nq::test
+{
+
+class FakeDataStream : public GigERDMA::NQGenTLDataStream
+{
+  public:
+    explicit FakeDataStream(unsigned int index = 0, NQGenTLModuleBase* parent = nullptr)
+        : NQGenTLDataStream(index, parent)
+    {
+    }
+
+    using NQGenTLDataStream::ForgetRdmaIds;
+    using NQGenTLModuleBase::GetPortInfo;
+
+    bool IsPortImplemented() override { return false; }
+    GigERDMA::_NQ_GENTL_PORT_INFO GetPortInfo() override { return {}; }
+    GigERDMA::_NQ_GENTL_XML_INFO GetXMLInfo() override { return {}; }
+    std::vector<std::string> GetURLList() override { return {}; }
+    int ReadPort(unsigned long, void*, unsigned long*) override { return -1003; }
+    int WritePort(unsigned long, const void*, unsigned long*) override { return -1003; }
+    std::string GetId() override { return "Fake"; }
+
+    int DoStartAcquisition(unsigned int biggestSize, unsigned int count) override
+    {
+        calls.push_back("start " + std::to_string(biggestSize) + " " + std::to_string(count));
+        return onStart ? onStart() : 0;
+    }
+    int DoStopAcquisition(int flags) override
+    {
+        calls.push_back("stop " + std::to_string(flags));
+        return onStop ? onStop() : 0;
+    }
+    int DoRequeueBuffer(void* rdmaId) override
+    {
+        requeued.push_back(rdmaId);
+        return requeueResult;
+    }
+    int DoGetPayloadsize(int* piType, void* pBuffer, unsigned long* piSize) override
+    {
+        return NQGenTLUtil::CopyInfoInt64(payloadSize, piType, pBuffer, piSize);
+    }
+
+    std::vector<std::string> calls;
+    std::vector<void*> requeued;
+    std::function<int()> onStart;
+    std::function<int()> onStop;
+    int requeueResult = 0;
+    long payloadSize = 0;
+};
+
+} // namespace nq::test
