@@ -44,14 +44,25 @@ inline long CountOfProcess(const std::string& what)
                          std::filesystem::directory_iterator());
 }
 
-/// Lets every thread creation with default attributes fail with EAGAIN, by asking for more stack than there is memory.
-inline void RefuseThreads()
+/// Stack size, in bytes, of threads made with default attributes from now on.
+inline void SetDefaultStack(std::size_t size)
 {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, std::size_t{1} << 46);
+    pthread_attr_setstacksize(&attributes, size);
     pthread_setattr_default_np(&attributes);
     pthread_attr_destroy(&attributes);
+}
+
+/// Lets every thread creation with default attributes fail with EAGAIN, by asking for more stack than there is memory.
+inline void RefuseThreads()
+{
+    SetDefaultStack(std::size_t{1} << 46);
+}
+
+inline void AllowThreads()
+{
+    SetDefaultStack(std::size_t{8} << 20);
 }
 
 } // namespace nq::test

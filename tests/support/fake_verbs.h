@@ -110,6 +110,13 @@ class FakeVerbs : public CallRecorder
         return m_sent;
     }
 
+    /// Sleeps until `count` sends have been posted.
+    void WaitForSent(std::size_t count)
+    {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [&] { return m_sent.size() >= count; });
+    }
+
     /// wr_id of every receive posted, in order.
     std::vector<std::uint64_t> ReceiveIds() const
     {
@@ -302,6 +309,7 @@ class FakeVerbs : public CallRecorder
             return -1;
         }
         qpAttributes = *attributes;
+        m_error = false;
         m_qp.context = &m_context;
         id->qp = &m_qp;
         Born("queue pair");
@@ -352,6 +360,8 @@ class FakeVerbs : public CallRecorder
             return nullptr;
         }
         cqEntries = entries;
+        m_armed = false;
+        m_completions.clear();
         cqHadContext = context != nullptr;
         cqVector = vector;
         m_cq.context = &m_context;
@@ -450,6 +460,7 @@ class FakeVerbs : public CallRecorder
         const std::lock_guard lock(m_mutex);
         const auto* bytes = reinterpret_cast<const unsigned char*>(work->sg_list->addr);
         m_sent.push_back({{bytes, bytes + work->sg_list->length}, work->send_flags, work->opcode});
+        m_changed.notify_all();
         if (error != 0 || m_sends.size() >= qpAttributes.cap.max_send_wr)
         {
             return error != 0 ? error : ENOMEM;

@@ -50,7 +50,11 @@ void StartStreaming(LvEndpoint& endpoint, std::uint32_t buffers)
 class LvEndpointConnection : public testing::Test
 {
   protected:
-    ~LvEndpointConnection() override { EXPECT_THAT(fake.Violations(), IsEmpty()); }
+    ~LvEndpointConnection() override
+    {
+        EXPECT_THAT(fake.Violations(), IsEmpty());
+        nq::test::AllowThreads();
+    }
 
     TraceCapture trace;
     FakeVerbs fake;
@@ -239,8 +243,11 @@ TEST_F(LvEndpointConnection, AProcessWithoutDescriptorsLeftFailsInitCleanly)
         limit.rlim_cur = 0;
         setrlimit(RLIMIT_NOFILE, &limit);
     });
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
     LvEndpoint endpoint;
     EXPECT_FALSE(endpoint.Init(&address));
+    setrlimit(RLIMIT_NOFILE, &before);
     EXPECT_THAT(trace.At(2), ElementsAre("Init GC_ERR_ERROR Failed "));
 }
 

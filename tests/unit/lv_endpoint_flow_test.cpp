@@ -43,7 +43,11 @@ Texts Posts(const Texts& calls)
 class LvEndpointFlow : public testing::Test
 {
   protected:
-    ~LvEndpointFlow() override { EXPECT_THAT(fake.Violations(), IsEmpty()); }
+    ~LvEndpointFlow() override
+    {
+        EXPECT_THAT(fake.Violations(), IsEmpty());
+        nq::test::AllowThreads();
+    }
 
     void Connect() { ASSERT_TRUE(endpoint->Init(&address)); }
 
@@ -62,7 +66,7 @@ class LvEndpointFlow : public testing::Test
         Connect();
         Register(buffers);
         endpoint->StartWorkerThread();
-        fake.WaitForCalls("ibv_post_send", static_cast<int>(buffers));
+        fake.WaitForSent(buffers);
     }
 
     std::uint64_t IdOf(std::size_t index)
@@ -347,6 +351,7 @@ TEST_F(LvEndpointFlow, AFailedReadOfTheChannelEndsTheCompletionThreadAndTeardown
     const long threads = CountOfProcess("task");
     fake.Fail("ibv_get_cq_event", EIO, 1);
     Stream(2);
+    fake.WaitForCalls("ibv_get_cq_event", 1);
     endpoint->DeInit();
     EXPECT_EQ(CountOfProcess("task"), threads);
     EXPECT_EQ(fake.Count("ibv_get_cq_event"), 1);
@@ -357,6 +362,7 @@ TEST_F(LvEndpointFlow, AFailedArmingEndsTheCompletionThreadAndTeardownStillEnds)
     const long threads = CountOfProcess("task");
     fake.Fail("ibv_req_notify_cq", EIO, 2);
     Stream(2);
+    fake.WaitForCalls("ibv_req_notify_cq", 2);
     endpoint->DeInit();
     EXPECT_EQ(CountOfProcess("task"), threads);
     EXPECT_EQ(fake.Count("ibv_poll_cq"), 0);

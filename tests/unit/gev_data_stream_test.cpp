@@ -1,0 +1,343 @@
+// SPDX-License-Identifier: Apache-2.0
+// The RDMA data stream between a camera that is a map of registers and a scripted device: start, frames, stop, restart.
+#include "support/data_stream_fixture.h"
+
+#include <gmock/gmock.h>
+
+using nq::test::CountOfProcess;
+using nq::test::GenDCFrame;
+using nq::test::infinite;
+using nq::test::readSettings;
+using nq::test::RegisterCamera;
+using nq::test::streamOff;
+using nq::test::streamOn;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+using GevDataStream = nq::test::DataStreamFixture;
+
+// ---- identity and opening
+
+TEST_F(GevDataStream, TellsItsIdentity)
+{
+    EXPECT_TRUE(stream->IsPortImplemented());
+    for (int event = -1; event < 8; ++event)
+    {
+        EXPECT_EQ(stream->IsEventImplemented(event), event == 1 || event == 5) << event;
+    }
+    EXPECT_FALSE(stream->IsEventImplemented(5000));
+    EXPECT_EQ(stream->GetId(), "Stream:2");
+    EXPECT_EQ(stream->GetName(), "TLDataStream");
+    const GigERDMA::_NQ_GENTL_PORT_INFO info = stream->GetPortInfo();
+    EXPECT_EQ(info.id, "NQGenTLGevRDMA");
+    EXPECT_EQ(info.vendor, "Nerquil Optic");
+    EXPECT_EQ(info.model, "GEVRDMATL");
+    EXPECT_EQ(info.tlType, "GEV");
+    EXPECT_EQ(info.module, "TLDataStream");
+    EXPECT_EQ(info.portName, "StreamPort");
+    EXPECT_EQ(info.version, "2.5.5");
+    EXPECT_TRUE(info.littleEndian && info.accessRead && info.accessWrite);
+    EXPECT_FALSE(info.bigEndian || info.accessNA || info.accessNI);
+}
+
+TEST_F(GevDataStream, OffersItsRegisterMapUnderOneLocalUrl)
+{
+    const GigERDMA::_NQ_GENTL_XML_INFO info = stream->GetXMLInfo();
+    EXPECT_EQ(info.fileName, "NQGenTLGev_DS_1_0_0.xml");
+    EXPECT_EQ(info.size, info.xml.size() + 1);
+    char length[20];
+    std::snprintf(length, sizeof length, "%zx", info.xml.size());
+    EXPECT_THAT(stream->GetURLList(), ElementsAre("local:NQGenTLGev_DS_1_0_0.xml;10000;" + std::string(length)));
+}
+
+TEST_F(GevDataStream, OpensOnACameraWithTheCapabilityBit)
+{
+    EXPECT_EQ(stream->Open(), 0);
+    EXPECT_THAT(camera.Accesses(), ElementsAre("read 0x092C"));
+}
+
+TEST_F(GevDataStream, AStreamOnACameraWithoutTheCapabilityBitFailsToOpen)
+{
+    camera.SetRegister(0x092C, 0xFBFFFFFF);
+    EXPECT_EQ(stream->Open(), -1014);
+}
+
+TEST_F(GevDataStream, AStreamOnACameraThatRefusesTheCapabilityRegisterFailsToOpen)
+{
+    camera.SetStatus(0x092C, 0x8003);
+    EXPECT_EQ(stream->Open(), -1001);
+}
+
+TEST_F(GevDataStream, AStreamWithoutADeviceFailsEverythingThatNeedsOne)
+{
+    NQGevDataStream orphan(nullptr, 0, nullptr);
+    EXPECT_EQ(orphan.DoOpen(), -1001);
+    EXPECT_EQ(orphan.DoStartAcquisition(0, 0), -1001);
+    EXPECT_TRUE(trace.Has(2, "DoStartAcquisition GC_ERR_ERROR"));
+    EXPECT_EQ(orphan.DoStopAcquisition(0), -1001);
+    EXPECT_TRUE(trace.Has(2, "DoStopAcquisition GC_ERR_ERROR"));
+}
+
+// ---- start
+
+TEST_F(GevDataStream, AStartGoesThroughTheCameraInOrder)
+{
+    int enabledBeforeRegistration = 0;
+    fake.OnCall("ibv_reg_mr", [&] { enabledBeforeRegistration = static_cast<int>(camera.Count(streamOn)); });
+    Announce(2);
+    ASSERT_EQ(stream->DoStartAcquisition(1, 77), 0);
+    EXPECT_THAT(camera.Accesses(), ElementsAre(streamOff, readSettings, streamOn));
+    EXPECT_EQ(enabledBeforeRegistration, 1);
+    EXPECT_THAT(fake.regionLengths, ElementsAre(240, 60, 240, 60)) << "the count is read anew, the sizes are ignored";
+    EXPECT_EQ(fake.resolvedAddress.sin_addr.s_addr, htonl(0x7F000001));
+    EXPECT_EQ(fake.resolvedAddress.sin_port, htons(4791));
+    EXPECT_EQ(NQGevDataStreamAccess::Mtu(*stream), 9000U);
+    EXPECT_THAT(trace.At(2), ElementsAre("DoStartAcquisition ENTER"));
+    EXPECT_EQ(stream->DoStopAcquisition(0), 0);
+}
+
+TEST_F(GevDataStream, AStartWhileConnectedIsRefused)
+{
+    ASSERT_EQ(stream->DoStartAcquisition(0, 0), 0);
+    EXPECT_EQ(stream->DoStartAcquisition(0, 0), -1004);
+    EXPECT_TRUE(trace.Has(2, "DoStartAcquisition GC_ERR_RESOURCE_IN_USE"));
+    EXPECT_EQ(stream->DoStopAcquisition(0), 0);
+}
+
+TEST_F(GevDataStream, AFailedConnectIsLoggedAndTheNextStartRemovesTheEndpoint)
+{
+    fake.connectAnswer = RDMA_CM_EVENT_REJECTED;
+    EXPECT_EQ(stream->DoStartAcquisition(0, 0), -1001);
+    EXPECT_TRUE(trace.Has(2, "DoStartAcquisition m_pRdma->ConnectR Failed   CamAddr: 127.0.0.1"));
+    EXPECT_THAT(camera.Accesses(), ElementsAre(streamOff));
+    EXPECT_FALSE(fake.LiveObjects().empty()) << "the endpoint stays";
+    camera.Forget();
+    fake.connectAnswer = RDMA_CM_EVENT_ESTABLISHED;
+    EXPECT_EQ(stream->DoStartAcquisition(0, 0), 0);
+    EXPECT_THAT(camera.Accesses(), ElementsAre(streamOff, streamOff, readSettings, streamOn));
+    EXPECT_EQ(stream->DoStopAcquisition(0), 0);
+}
+
+TEST_F(GevDataStream, AFailedTransportStartDisablesTheStreamAndLeavesNothing)
+{
+    camera.SetMemory(0xE620, RegisterCamera::Bytes(8, 0xFF));
+    Announce(1);
+    EXPECT_EQ(stream->DoStartAcquisition(0, 0), -1001);
+    EXPECT_TRUE(trace.Has(2, "DoStartAcquisition Start RDMA Failed"));
+    EXPECT_THAT(camera.Accesses(), ElementsAre(streamOff, readSettings, streamOn, streamOff));
+    EXPECT_THAT(fake.LiveObjects(), IsEmpty());
+    EXPECT_EQ(stream->DoStopAcquisition(0), -1001);
+    EXPECT_TRUE(trace.Has(2, "DoStopAcquisition GC_ERR_ERROR RDMA not initialized"));
+}
+
+// ---- frames
+
+TEST_F(GevDataStream, AFrameReachesABufferAndMovesTheCounters)
+{
+    Run(2);
+    void* const buffer = Receive(41);
+    EXPECT_EQ(buffer, buffers[0]);
+    EXPECT_EQ(BufferInfo<std::uint64_t>(buffer, GenTL::BUFFER_INFO_FRAMEID), 41U);
+    EXPECT_EQ(BufferInfo<std::uint64_t>(buffer, GenTL::BUFFER_INFO_TIMESTAMP), 1000041U);
+    EXPECT_EQ(BufferInfo<std::uint64_t>(buffer, GenTL::BUFFER_INFO_WIDTH), 16U);
+    EXPECT_EQ(BufferInfo<std::uint64_t>(buffer, GenTL::BUFFER_INFO_HEIGHT), 4U);
+    EXPECT_EQ(BufferInfo<std::uint64_t>(buffer, GenTL::BUFFER_INFO_PIXELFORMAT), 0x01080001U);
+    EXPECT_EQ(BufferInfo<std::uint64_t>(buffer, GenTL::BUFFER_INFO_SIZE_FILLED), 64U);
+    EXPECT_FALSE(BufferInfo<bool>(buffer, GenTL::BUFFER_INFO_IS_INCOMPLETE));
+    EXPECT_EQ(static_cast<const unsigned char*>(BufferInfo<void*>(buffer, GenTL::BUFFER_INFO_BASE))[63], 63);
+    WaitForFramesReceived(1);
+    EXPECT_EQ(Read64(0x8010C), 1U);
+    EXPECT_EQ(Read64(0x80110), 0U);
+    EXPECT_EQ(NQGevDataStreamAccess::NextFrameId(*stream), 42U);
+    EXPECT_EQ(stream->StopAcquisition(0), 0);
+}
+
+TEST_F(GevDataStream, AnIncompleteFrameIsDeliveredAndAdvancesFramesReceived)
+{
+    Run(2);
+    auto frame = GenDCFrame(1, 16, 4);
+    frame.resize(230);
+    fake.DeliverFrame(frame);
+    EXPECT_TRUE(BufferInfo<bool>(NextBuffer(), GenTL::BUFFER_INFO_IS_INCOMPLETE));
+    WaitForFramesReceived(1);
+    EXPECT_EQ(Read64(0x8010C), 1U);
+}
+
+TEST_F(GevDataStream, AForwardJumpOfFrameIdsCountsNothing)
+{
+    Run(4);
+    Receive(1);
+    Receive(100);
+    WaitForFramesReceived(2);
+    EXPECT_EQ(Read64(0x80110), 0U);
+    EXPECT_EQ(NQGevDataStreamAccess::NextFrameId(*stream), 101U);
+}
+
+TEST_F(GevDataStream, AFrameWithALowerIdLowersFrameLossAndLeavesTheNextFrameId)
+{
+    Run(4);
+    Receive(10);
+    Receive(8);
+    WaitForFramesReceived(2);
+    EXPECT_EQ(Read64(0x80110), 0xFFFFFFFFFFFFFFFDU);
+    EXPECT_EQ(NQGevDataStreamAccess::NextFrameId(*stream), 11U);
+    Receive(9);
+    WaitForFramesReceived(3);
+    EXPECT_EQ(Read64(0x80110), 0xFFFFFFFFFFFFFFFBU);
+}
+
+TEST_F(GevDataStream, AFrameOnAnEmptyInputListCountsOneUnderrun)
+{
+    Run(1);
+    Receive(1);
+    EXPECT_EQ(stream->QueueBuffer(buffers[0]), 0);
+    EXPECT_EQ(stream->FlushQueue(4), 0);
+    fake.DeliverFrame(GenDCFrame(2, 16, 4));
+    WaitForFramesReceived(2);
+    EXPECT_EQ(Read64(0x8042C), 1U);
+    EXPECT_EQ(Read64(0x8010C), 1U);
+}
+
+TEST_F(GevDataStream, AQueuedBufferGivesItsFrameBlockBack)
+{
+    Run(1);
+    for (std::uint64_t frame = 1; frame < 20; ++frame)
+    {
+        ASSERT_EQ(Receive(frame), buffers[0]);
+        ASSERT_EQ(stream->QueueBuffer(buffers[0]), 0);
+    }
+    EXPECT_EQ(Read64(0x8010C), 19U);
+}
+
+TEST_F(GevDataStream, AFailedFetchCompletesTheTransfer)
+{
+    ASSERT_EQ(stream->Open(), 0);
+    EXPECT_EQ(stream->AcquireImage(), -1001);
+    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+    fake.RaiseEvent(RDMA_CM_EVENT_DISCONNECTED);
+    EXPECT_EQ(stream->StopAcquisition(0), 0);
+}
+
+// ---- stop and restart
+
+TEST_F(GevDataStream, AStopDisablesTheStreamAndDisconnects)
+{
+    Run(1);
+    camera.Forget();
+    EXPECT_EQ(stream->StopAcquisition(1), 0);
+    EXPECT_THAT(camera.Accesses(), ElementsAre(streamOff));
+    EXPECT_TRUE(trace.Has(2, "DoStopAcquisition GC_ERR_NOT_IMPLEMENTED Enter:"));
+    EXPECT_THAT(fake.LiveObjects(), testing::UnorderedElementsAre("protection domain"));
+}
+
+TEST_F(GevDataStream, AfterAStopARequeueFindsTheEndpointTornDownAndQueueBufferGoesOnRegardless)
+{
+    Run(1);
+    void* const buffer = Receive(1);
+    EXPECT_EQ(stream->DoRequeueBuffer(nullptr), -1001);
+    ASSERT_EQ(stream->StopAcquisition(1), 0);
+    EXPECT_EQ(stream->DoRequeueBuffer(&fake), -1001);
+    EXPECT_TRUE(trace.Has(8, "RequeueBufferByID GC_ERR_ERROR connection not established "));
+    EXPECT_EQ(stream->QueueBuffer(buffer), 0);
+    EXPECT_TRUE(BufferInfo<bool>(buffer, GenTL::BUFFER_INFO_IS_QUEUED));
+}
+
+TEST_F(GevDataStream, ARestartWithBuffersStillQueuedWorksWithoutRevokingThem)
+{
+    Run(3);
+    Receive(1);
+    ASSERT_EQ(stream->StopAcquisition(1), 0);
+    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+    EXPECT_EQ(Receive(1), buffers[1]);
+    EXPECT_EQ(Receive(2), buffers[2]);
+    ASSERT_EQ(stream->QueueBuffer(buffers[0]), 0);
+    EXPECT_EQ(Receive(3), buffers[0]);
+}
+
+TEST_F(GevDataStream, ABufferOfTheRunBeforeCarriesNoIdIntoTheNextRun)
+{
+    Run(2);
+    void* const buffer = Receive(1);
+    ASSERT_EQ(stream->StopAcquisition(1), 0);
+    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+    fake.WaitForSent(4);
+    fake.ForgetCalls();
+    ASSERT_EQ(stream->QueueBuffer(buffer), 0);
+    EXPECT_EQ(Receive(1), buffers[1]);
+    EXPECT_EQ(Receive(2), buffer);
+    EXPECT_EQ(fake.Count("ibv_post_recv"), 0);
+}
+
+TEST_F(GevDataStream, ThePlainValueSurvivesARestartAndAllCountersStartAnew)
+{
+    Run(4);
+    EXPECT_EQ(Write(0x80434, std::uint32_t{77}), 0);
+    Receive(10);
+    Receive(8);
+    WaitForFramesReceived(2);
+    ASSERT_EQ(stream->StopAcquisition(1), 0);
+    EXPECT_EQ(Read64(0x80114), 2U) << "a stop leaves the counters";
+    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+    EXPECT_EQ(Read64(0x80110), 0U);
+    EXPECT_EQ(Read64(0x80114), 0U);
+    EXPECT_EQ(Read64(0x8010C), 0U);
+    EXPECT_EQ(NQGevDataStreamAccess::NextFrameId(*stream), 0U);
+    EXPECT_EQ(Read32(0x80434), 77U);
+}
+
+TEST_F(GevDataStream, TheLimitStopsTheStreamOnTheAcquisitionThreadItself)
+{
+    Run(3, 2);
+    Receive(1);
+    Receive(2);
+    camera.Forget();
+    fake.DeliverFrame(GenDCFrame(3, 16, 4));
+    ASSERT_TRUE(camera.WaitFor(streamOff));
+    WaitForFramesReceived(3);
+    EXPECT_EQ(Read64(0x8010C), 2U);
+    EXPECT_EQ(stream->StopAcquisition(0), -1004) << "it has stopped already";
+    ASSERT_EQ(stream->StartAcquisition(0, 2), 0);
+    EXPECT_EQ(Receive(1), buffers[2]);
+}
+
+TEST_F(GevDataStream, StopAndStartInAHurryNeverMeetTheThreadOfTheRunBefore)
+{
+    Run(2);
+    const long threads = CountOfProcess("task");
+    for (int round = 0; round < 3; ++round)
+    {
+        ASSERT_EQ(stream->StopAcquisition(1), 0);
+        ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+        EXPECT_EQ(CountOfProcess("task"), threads) << "the old thread has ended before the new one runs";
+    }
+}
+
+TEST_F(GevDataStream, TheDestructorStopsARunningStreamAndWaitsForItsThread)
+{
+    const long threads = CountOfProcess("task");
+    Run(2);
+    Receive(1);
+    stream.reset();
+    EXPECT_EQ(CountOfProcess("task"), threads);
+    EXPECT_THAT(fake.LiveObjects(), IsEmpty());
+}
+
+TEST_F(GevDataStream, AfterADisconnectByTheCameraTheLoopRunsOnUntilTheStop)
+{
+    Run(1);
+    fake.RaiseEvent(RDMA_CM_EVENT_DISCONNECTED);
+    while (!trace.Has(8, "On_cm_event RDMA_CM_EVENT_DISCONNECTED "))
+    {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(Read64(0x80114), 0U);
+    EXPECT_EQ(stream->StartAcquisition(0, infinite), -1004) << "the consumer is told nothing, the stream runs";
+    EXPECT_EQ(stream->StopAcquisition(0), 0);
+    EXPECT_EQ(stream->StartAcquisition(0, infinite), 0);
+    EXPECT_EQ(Receive(1), buffers[0]);
+}
+
+} // namespace
