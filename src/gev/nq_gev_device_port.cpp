@@ -169,7 +169,7 @@ int NQGevDevice::WritePort(unsigned long address, const void* buffer, unsigned l
     case deviceIpAddress:
     case deviceSubnetMask:
     case deviceGateway:
-    case updateXmlStatus:
+    case updateXmlStatus: // Deliberate: denied like a register, though nothing can be read there.
         return GenTL::GC_ERR_ACCESS_DENIED;
     default:
         return GenTL::GC_ERR_INVALID_ADDRESS;

@@ -135,6 +135,7 @@ int NQGevRemoteDevice::DoOpen()
     }
     m_register0D3C = 0;
     _gvcpReadReg(nq::reg::camera0D3C, &m_register0D3C, true);
+    // Deliberate: a camera opened read-only is not asked for its timeout, so its heartbeat runs without a pause.
     m_heartbeat->Start(m_info.spareWord);
     camera.Keep();
     return GenTL::GC_ERR_SUCCESS;

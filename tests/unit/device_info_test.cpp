@@ -317,7 +317,7 @@ TEST_F(DeviceAnswers, ASelectorPastTheStreamsReadsAnEmptyIdWithSuccess)
     EXPECT_EQ(answer.Text(), "");
 }
 
-TEST_F(DeviceAnswers, TheUpdateStatusStandsOnlyInACommentOfTheDescription)
+TEST_F(DeviceAnswers, DeliberatelyTheUpdateStatusCannotBeReadAndDeniesAWrite)
 {
     EXPECT_EQ(Read(0x7051C).result, -1015);
     EXPECT_EQ(Write32(0x7051C, 1), -1005);

@@ -4,7 +4,7 @@
 
 #include "entry/nq_gev_controller.h"
 #include "support/device_record.h"
-#include "support/no_descriptors.h"
+#include "support/no_sockets.h"
 #include "support/register_camera.h"
 #include "support/trace_capture.h"
 
@@ -131,8 +131,7 @@ TEST_F(DeviceOpenFailure, WithoutADescriptorTheOpenFailsAndCanBeRepeated)
     const auto device = Device();
     {
         const TraceCapture trace;
-        const nq::test::NoDescriptors none;
-        EXPECT_EQ(device->Open(), -1001);
+        nq::test::WithoutSockets([&device] { EXPECT_EQ(device->Open(), -1001); });
         EXPECT_TRUE(TraceCapture::Has(2, "DoOpen failed! NQGevRemoteDevice::Open -1001"));
     }
     EXPECT_EQ(EntriesOf("/proc/self/task"), threads);

@@ -6,7 +6,7 @@
 #include "gige/nq_gev_tl_linux.h"
 #include "support/device_record.h"
 #include "support/event_device.h"
-#include "support/no_descriptors.h"
+#include "support/no_sockets.h"
 #include "support/register_camera.h"
 
 #include <arpa/inet.h>
@@ -339,10 +339,7 @@ TEST_F(MessageChannel, WithoutASocketTheHostsStandardInputIsNeverReadAndNoCoreSp
     ASSERT_EQ(dup2(pipes[0], 0), 0);
     ASSERT_EQ(write(pipes[1], "input", 5), 5);
     NQGevMessageStream channel(0, &parent, &remote);
-    {
-        const nq::test::NoDescriptors none;
-        channel.Start();
-    }
+    nq::test::WithoutSockets([&channel] { channel.Start(); });
     EXPECT_THAT(camera.Accesses(), IsEmpty());
     const double before = ProcessorTime();
     std::this_thread::sleep_for(std::chrono::milliseconds(500));

@@ -323,7 +323,7 @@ TEST_F(RemoteDevice, BufferSettingsAreTakenUnswappedFromOneReadOfTheSettingsBloc
     EXPECT_EQ(settings.bufferCount, 5U) << "left to the caller";
 }
 
-TEST_F(RemoteDevice, BufferSettingsThatCannotBeReadAreZero)
+TEST_F(RemoteDevice, DeliberatelyBufferSettingsThatCannotBeReadAreZero)
 {
     camera.SetStatus(0xE600, 0x8003);
     NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
