@@ -26,7 +26,7 @@ enum class AcquisitionMode : std::uint32_t
 /// The features that govern when and what is taken.
 struct AcquisitionSettings
 {
-    PictureSettings picture;
+    PictureSettings picture{};
     std::uint32_t offsetX = 0;
     std::uint32_t offsetY = 0;
     AcquisitionMode mode = AcquisitionMode::Continuous;

@@ -34,7 +34,7 @@ struct FrameTicket
     std::uint64_t timestamp = 0;
     std::uint32_t offsetX = 0;
     std::uint32_t offsetY = 0;
-    PictureSettings picture;
+    PictureSettings picture{};
 };
 
 /// Writes the 176 bytes in front of the pixels: one container with one component and one two-dimensional part.

@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: Apache-2.0
+// The pictures that the virtual camera draws.
+#include "camera/test_picture.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+using namespace nq::camera;
+
+namespace
+{
+
+PictureSettings Settings(std::uint32_t width, std::uint32_t height, std::uint32_t format,
+                         TestPattern pattern = TestPattern::MovingRamp)
+{
+    return {width, height, *FindPixelFormat(format), pattern};
+}
+
+std::vector<std::uint8_t> Draw(const PictureSettings& settings, std::uint64_t frameId)
+{
+    std::vector<std::uint8_t> pixels(settings.Payload());
+    TestPicture(settings).Draw(frameId, pixels);
+    return pixels;
+}
+
+} // namespace
+
+TEST(CameraPicture, MovingRampOfEightBitsFollowsItsFormula)
+{
+    for (const std::uint32_t format : {0x01080001U, 0x01080009U})
+    {
+        const auto pixels = Draw(Settings(300, 270, format), 1000000007);
+        ASSERT_EQ(pixels.size(), 81000U);
+        for (std::uint64_t y = 0; y < 270; ++y)
+        {
+            for (std::uint64_t x = 0; x < 300; ++x)
+            {
+                ASSERT_EQ(pixels[y * 300 + x], (x + y + 7 * 1000000007ULL) % 256) << x << "," << y;
+            }
+        }
+    }
+}
+
+TEST(CameraPicture, MovingRampKnownPixels)
+{
+    const auto first = Draw(Settings(3, 2, 0x01080001), 1);
+    EXPECT_EQ(first, (std::vector<std::uint8_t>{7, 8, 9, 8, 9, 10}));
+    const auto wrapped = Draw(Settings(3, 2, 0x01080001), 36);
+    EXPECT_EQ(wrapped, (std::vector<std::uint8_t>{252, 253, 254, 253, 254, 255}));
+}
+
+TEST(CameraPicture, MovingRampOfTwoByteFormatsHasTheLowByteFirst)
+{
+    const std::vector<std::pair<std::uint32_t, std::uint64_t>> formats{
+        {0x01100003, 1024}, {0x01100005, 4096}, {0x01100007, 65536}};
+    for (const auto& [format, levels] : formats)
+    {
+        const auto pixels = Draw(Settings(50, 40, format), 9999);
+        ASSERT_EQ(pixels.size(), 4000U);
+        for (std::uint64_t y = 0; y < 40; ++y)
+        {
+            for (std::uint64_t x = 0; x < 50; ++x)
+            {
+                const std::size_t at = 2 * (y * 50 + x);
+                ASSERT_EQ(pixels[at] + 256U * pixels[at + 1], (x + y + 7 * 9999) % levels);
+            }
+        }
+    }
+}
+
+TEST(CameraPicture, MovingRampOfColourShiftsItsChannels)
+{
+    const auto pixels = Draw(Settings(2, 1, 0x02180014), 2);
+    EXPECT_EQ(pixels, (std::vector<std::uint8_t>{14, 99, 184, 15, 100, 185}));
+}
+
+TEST(CameraPicture, ColourBarsRunFromWhiteToBlack)
+{
+    const auto colour = Draw(Settings(8, 1, 0x02180014, TestPattern::ColorBar), 1);
+    EXPECT_EQ(colour, (std::vector<std::uint8_t>{255, 255, 255, 255, 255, 0, 0, 255, 255, 0, 255, 0,
+                                                 255, 0,   255, 255, 0,   0, 0, 0,   255, 0, 0,   0}));
+    const auto grey = Draw(Settings(8, 2, 0x01080001, TestPattern::ColorBar), 1);
+    EXPECT_EQ(grey,
+              (std::vector<std::uint8_t>{255, 225, 178, 149, 105, 76, 29, 0, 255, 225, 178, 149, 105, 76, 29, 0}));
+}
+
+TEST(CameraPicture, ColourBarsStandStill)
+{
+    const auto settings = Settings(100, 10, 0x02180014, TestPattern::ColorBar);
+    EXPECT_EQ(Draw(settings, 1), Draw(settings, 2));
+}
+
+TEST(CameraPicture, NoiseChangesFromFrameToFrameAndRepeatsWithItsId)
+{
+    const auto settings = Settings(100, 100, 0x01080001, TestPattern::Noise);
+    EXPECT_EQ(Draw(settings, 5), Draw(settings, 5));
+    EXPECT_NE(Draw(settings, 5), Draw(settings, 6));
+    const auto pixels = Draw(settings, 5);
+    EXPECT_GT(std::set<std::uint8_t>(pixels.begin(), pixels.end()).size(), 200U);
+}
+
+TEST(CameraPicture, NoiseStaysWithinTheFormatsLevels)
+{
+    const auto pixels = Draw(Settings(101, 3, 0x01100003, TestPattern::Noise), 5);
+    for (std::size_t i = 1; i < pixels.size(); i += 2)
+    {
+        ASSERT_LE(pixels[i], 3);
+    }
+}
