@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: Apache-2.0
+// Short forms of the info and port calls that the tests of the modules make again and again.
+#pragma once
+
+#include <array>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+
+namespace nq::test
+{
+
+/// What an info query gave. `text` or `number` holds the value, by the type.
+struct Info
+{
+    int result = 0;
+    int type = 0;
+    unsigned long size = 0;
+    std::string text;
+    unsigned long number = 0;
+};
+
+/// Makes an info query with 1024 bytes of space. `query` takes type, buffer and size.
+template <typename Query>
+Info Ask(Query query)
+{
+    std::array<char, 1024> buffer;
+    buffer.fill('#');
+    Info info;
+    info.size = buffer.size();
+    info.result = query(&info.type, buffer.data(), &info.size);
+    if (info.result != 0)
+    {
+        return info;
+    }
+    constexpr int string = 1;
+    if (info.type == string)
+    {
+        info.text = buffer.data();
+        EXPECT_EQ(info.size, info.text.size() + 1);
+    }
+    else
+    {
+        std::memcpy(&info.number, buffer.data(), std::min(info.size, sizeof info.number));
+    }
+    for (std::size_t i = info.size; i < buffer.size(); ++i)
+    {
+        EXPECT_EQ(buffer[i], 0) << "the whole buffer is cleared first, byte " << i;
+    }
+    return info;
+}
+
+template <typename Module>
+std::string ReadText(Module& module, unsigned long address)
+{
+    std::array<char, 1024> buffer;
+    buffer.fill('#');
+    unsigned long size = buffer.size();
+    EXPECT_EQ(module.ReadPort(address, buffer.data(), &size), 0) << std::hex << address;
+    EXPECT_EQ(size, strnlen(buffer.data(), buffer.size()) + 1) << std::hex << address;
+    return buffer.data();
+}
+
+/// Reads a register of exactly sizeof(Number) bytes.
+template <typename Number, typename Module>
+Number ReadNumber(Module& module, unsigned long address)
+{
+    Number number{};
+    unsigned long size = sizeof number;
+    EXPECT_EQ(module.ReadPort(address, &number, &size), 0) << std::hex << address;
+    EXPECT_EQ(size, sizeof number) << std::hex << address;
+    unsigned long tooSmall = sizeof number - 1;
+    Number untouched{};
+    EXPECT_EQ(module.ReadPort(address, &untouched, &tooSmall), -1016) << std::hex << address;
+    return number;
+}
+
+/// Result of a 4-byte read.
+template <typename Module>
+int ReadResult(Module& module, unsigned long address)
+{
+    std::array<char, 8192> buffer{};
+    unsigned long size = buffer.size();
+    return module.ReadPort(address, buffer.data(), &size);
+}
+
+/// Result of a 4-byte write.
+template <typename Module>
+int WriteResult(Module& module, unsigned long address, unsigned int value = 0)
+{
+    unsigned long size = sizeof value;
+    return module.WritePort(address, &value, &size);
+}
+
+} // namespace nq::test
