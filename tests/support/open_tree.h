@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+// The library opened down to a data stream of a scripted camera, one virtual cable away.
+#pragma once
+
+#include "support/network.h"
+#include "support/producer.h"
+#include "support/register_camera.h"
+
+#include <string>
+
+namespace nq::test
+{
+
+/// Makes a camera at 10.9.0.2/24, the test's own adapter being "cam0" at 10.9.0.1, and opens system, interface, device
+/// and data stream. Throws std::runtime_error when one of them does not open. Closes nothing: a test ends the library
+/// as it likes.
+class OpenTree
+{
+  public:
+    explicit OpenTree(const Producer& producer);
+
+    Host host;
+    RegisterCamera camera; ///< on `host`
+    std::string interfaceId;
+    std::string deviceId;
+    void* system = nullptr;
+    void* interface = nullptr;
+    void* device = nullptr;
+    void* stream = nullptr;
+};
+
+} // namespace nq::test
