@@ -344,8 +344,8 @@ TEST_F(DeviceAnswers, TheUpdateCommandIsAcceptedWithoutEffect)
 
 TEST_F(DeviceAnswers, ReadOnlyRegistersDenyAWrite)
 {
-    for (const unsigned long address :
-         {0x10000, 0x70000, 0x70100, 0x70200, 0x70300, 0x70308, 0x70408, 0x7040C, 0x70410, 0x70414, 0x70418, 0x7051C})
+    for (const unsigned int address : {0x10000U, 0x70000U, 0x70100U, 0x70200U, 0x70300U, 0x70308U, 0x70408U, 0x7040CU,
+                                       0x70410U, 0x70414U, 0x70418U, 0x7051CU})
     {
         EXPECT_EQ(Write32(address, 1), -1005) << std::hex << address;
     }
@@ -353,7 +353,7 @@ TEST_F(DeviceAnswers, ReadOnlyRegistersDenyAWrite)
 
 TEST_F(DeviceAnswers, AddressesInsideOrOutsideTheRegistersAreInvalid)
 {
-    for (const unsigned long address : {0x0, 0x10001, 0x6FFFF, 0x70001, 0x70004, 0x70305, 0x70534, 0x80000})
+    for (const unsigned int address : {0x0U, 0x10001U, 0x6FFFFU, 0x70001U, 0x70004U, 0x70305U, 0x70534U, 0x80000U})
     {
         EXPECT_EQ(Read(address).result, -1015) << std::hex << address;
         EXPECT_EQ(Write32(address, 1), -1015) << std::hex << address;

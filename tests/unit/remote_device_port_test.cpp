@@ -13,6 +13,7 @@
 #include <numeric>
 #include <string>
 #include <sys/mman.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -379,6 +380,33 @@ TEST_F(RemoteDevicePort, AUrlWithoutAZeroByteEndsWithTheFieldOfFiveHundredAndTwe
     camera.SetMemory(0x0200, std::string(1024, 'u'));
     Open();
     EXPECT_THAT(device->GetURLList(), ElementsAre(std::string(512, 'u'), std::string(512, 'u')));
+}
+
+TEST_F(RemoteDevicePort, SeveralThreadsMayUseTheCameraAtOnce)
+{
+    camera.SetMemory(0x0200, "Local:a.zip;C0000;1234");
+    camera.SetMemory(0xA000, Ramp(1024));
+    device = std::make_unique<NQGevRemoteDevice>(&tl, LoopbackCamera(), 2, nullptr); // its heartbeat never pauses
+    Open();
+    std::vector<std::thread> consumers;
+    for (int number = 0; number < 3; ++number)
+    {
+        consumers.emplace_back([this] {
+            for (int count = 0; count < 50; ++count)
+            {
+                Bytes bytes(1024);
+                EXPECT_EQ(Read(0xA000, bytes.data(), bytes.size()), 0);
+                EXPECT_EQ(bytes, Ramp(1024));
+                EXPECT_EQ(device->GetURLList().size(), 2U);
+                EXPECT_EQ(device->GetAccessStatus(), 0);
+            }
+        });
+    }
+    for (std::thread& consumer : consumers)
+    {
+        consumer.join();
+    }
+    ASSERT_EQ(device->Close(), 0);
 }
 
 } // namespace
