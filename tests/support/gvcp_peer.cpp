@@ -8,8 +8,8 @@
 #include <arpa/inet.h>
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <poll.h>
+#include <stdexcept>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <system_error>

@@ -49,10 +49,17 @@ class Discovery : public testing::Test
         m_record.ipAddress = 0x0A090002;
         m_record.subnetMask = 0xFFFFFF00;
         m_record.gateway = 0x0A0900FE;
-        m_peer->SetDiscovery(m_record);
+        Answers({Acknowledge(m_record.Body())});
     }
 
-    NQGigE_RETURN Discover(unsigned long timeoutMs = 100, unsigned int port = 3956, unsigned int local = kLocal)
+    /// Has the peer answer every discovery with these and then end its time, so that no case waits for nothing.
+    void Answers(std::vector<nq::test::GvcpRule> rules)
+    {
+        rules.push_back(Pending(0));
+        m_peer->Otherwise(Sequence(std::move(rules)));
+    }
+
+    NQGigE_RETURN Discover(unsigned long timeoutMs = 10000, unsigned int port = 3956, unsigned int local = kLocal)
     {
         return Camera::discoverCameras(port, local, timeoutMs, &Take, this);
     }
@@ -97,7 +104,7 @@ TEST_F(Discovery, RecordHoldsEveryFieldOfTheAnswer)
     m_record.manufacturerInfo = "Information";
     m_record.serialNumber = "Serial";
     m_record.userDefinedName = "Name";
-    m_peer->SetDiscovery(m_record);
+    Answers({Acknowledge(m_record.Body())});
     ASSERT_EQ(Discover(), 0);
     ASSERT_THAT(m_found, SizeIs(1));
     const NQGigE_CAMERA& camera = m_found[0];
@@ -129,7 +136,7 @@ TEST_F(Discovery, TextsThatFillTheirFieldsAreUnterminatedAndKeptWithinThem)
     m_record.manufacturerInfo = std::string(48, 'd');
     m_record.serialNumber = std::string(16, 'e');
     m_record.userDefinedName = std::string(16, 'f');
-    m_peer->SetDiscovery(m_record);
+    Answers({Acknowledge(m_record.Body())});
     ASSERT_EQ(Discover(), 0);
     ASSERT_THAT(m_found, SizeIs(1));
     const NQGigE_CAMERA& camera = m_found[0];
@@ -144,7 +151,7 @@ TEST_F(Discovery, TextsThatFillTheirFieldsAreUnterminatedAndKeptWithinThem)
 
 TEST_F(Discovery, ShortAnswerReadsAsZeroBehindItsEnd)
 {
-    m_peer->Next(Short(60, Acknowledge(m_record.Body())));
+    Answers({Short(60, Acknowledge(m_record.Body()))});
     ASSERT_EQ(Discover(), 0);
     ASSERT_THAT(m_found, SizeIs(1));
     EXPECT_EQ(m_found[0].ipAddress, 0x0A090002U);
@@ -159,7 +166,7 @@ TEST_F(Discovery, ShorterTextOfTheNextCameraLeavesNothingOfTheOneBefore)
     second.ipAddress = 0x0A090003;
     second.model = "M";
     m_record.model = "LongModelName";
-    m_peer->Next(Sequence({Acknowledge(m_record.Body()), Acknowledge(second.Body())}));
+    Answers({Acknowledge(m_record.Body()), Acknowledge(second.Body())});
     ASSERT_EQ(Discover(), 0);
     ASSERT_THAT(m_found, SizeIs(2));
     EXPECT_EQ(std::string(m_found[1].model, 32), "M" + std::string(31, '\0'));
@@ -169,8 +176,8 @@ TEST_F(Discovery, BadAnswersAreSkipped)
 {
     const auto good = Acknowledge(m_record.Body());
     // A bad answer swallows the one that waits behind it, so one is given for each.
-    m_peer->Next(Sequence({WrongId(good), good, WithCode(0x0081, good), good, Acknowledge(m_record.Body(), 0x8006),
-                           Literal({}), good, good}));
+    Answers({WrongId(good), good, WithCode(0x0081, good), good, Acknowledge(m_record.Body(), 0x8006), good, Literal({}),
+             good, good});
     EXPECT_EQ(Discover(), 0);
     EXPECT_THAT(m_found, testing::Not(IsEmpty()));
     EXPECT_THAT(m_found, testing::Each(testing::Field(&NQGigE_CAMERA::ipAddress, 0x0A090002U)));
@@ -193,15 +200,15 @@ TEST_F(Discovery, WithoutAnyAnswerItTimesOut)
 
 TEST_F(Discovery, TimeoutIsOneBudgetForAllAnswers)
 {
-    // An answer every 60 ms would go on for 600 ms; 200 ms in all let in three at most.
+    // An answer every 300 ms would go on for 3 s; one second in all lets in three at most.
     const auto good = Acknowledge(m_record.Body());
     std::vector<nq::test::GvcpRule> answers;
     for (int answer = 1; answer <= 10; ++answer)
     {
-        answers.push_back(Late(answer * 60ms, good));
+        answers.push_back(Late(answer * 300ms, good));
     }
     m_peer->Next(Sequence(answers));
-    EXPECT_EQ(Discover(200), 0);
+    EXPECT_EQ(Discover(1000), 0);
     EXPECT_LE(m_found.size(), 3U);
 }
 
@@ -255,7 +262,7 @@ TEST_F(Discovery, NewerRecordReplacesTheOneOfTheSameAddress)
 {
     ASSERT_EQ(Discover(), 0);
     m_record.model = "Newer";
-    m_peer->SetDiscovery(m_record);
+    Answers({Acknowledge(m_record.Body())});
     ASSERT_EQ(Discover(), 0);
     EXPECT_STREQ(GigETL::cameras.find(0x0A090002)->model, "Newer");
 }
@@ -276,7 +283,7 @@ TEST_F(Discovery, CommandBuiltMeanwhileMakesItSkipItsAnswers)
     const auto good = Acknowledge(m_record.Body());
     m_peer->Next(Sequence({good, Late(50ms, good), Late(100ms, good)}));
     m_onFound = [](NQGigE_CAMERA&) { const Command command(0x0080, 4, 0x01); };
-    EXPECT_EQ(Discover(300), 0);
+    EXPECT_EQ(Discover(1000), 0);
     EXPECT_THAT(m_found, SizeIs(1));
 }
 
@@ -309,11 +316,11 @@ TEST_F(Discovery, FlatFunctionsNeedACallback)
 TEST_F(Discovery, FlatFunctionsUseTheGivenOrTheStandardPort)
 {
     GvcpPeer elsewhere(&m_there, "0.0.0.0", 3999);
-    elsewhere.SetDiscovery(m_record);
-    EXPECT_EQ(discoverCameras(kLocal, 100, &Take, this), 0);
+    elsewhere.Otherwise(Sequence({Acknowledge(m_record.Body()), Pending(0)}));
+    EXPECT_EQ(discoverCameras(kLocal, 10000, &Take, this), 0);
     EXPECT_THAT(m_peer->ReceivedBytes(), SizeIs(1));
     EXPECT_THAT(elsewhere.ReceivedBytes(), IsEmpty());
-    EXPECT_EQ(discoverCamerasExt(3999, kLocal, 100, &Take, this), 0);
+    EXPECT_EQ(discoverCamerasExt(3999, kLocal, 10000, &Take, this), 0);
     EXPECT_THAT(m_peer->ReceivedBytes(), SizeIs(1));
     EXPECT_THAT(elsewhere.ReceivedBytes(), SizeIs(1));
     EXPECT_THAT(m_found, SizeIs(2));

@@ -269,7 +269,7 @@ TEST(Network, PendingAcknowledgeOf1500MsChangesTheWaitToOneSecondAnd500000Micros
 TEST(Network, PendingAcknowledgeMayExtendTheWaitAsOftenAsTheCameraLikes)
 {
     GvcpPeer peer;
-    std::vector<nq::test::GvcpRule> rules(1000, Pending(5000));
+    std::vector<nq::test::GvcpRule> rules(100, Pending(5000));
     rules.push_back(Value(7));
     peer.Otherwise(Sequence(rules));
     Exchange exchange;

@@ -196,6 +196,16 @@ TEST(NQGevSocket, WithoutADescriptorEverythingFailsAndStandardInputIsLeftAlone)
     close(input[1]);
 }
 
+TEST(NQGevSocket, WithoutADescriptorATimedWaitLastsItsTimeSoThatLoopsKeepTheirPace)
+{
+    NQGevSocket socket;
+    std::array<unsigned char, 8> data{};
+    unsigned int received = 0;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(socket.ReceiveFrom(nullptr, data.data(), 8, received, 50));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
+}
+
 TEST_F(NQGevSocketAtPeer, BindTakesAddressAndPortInHostOrder)
 {
     sockaddr_in bound{};
