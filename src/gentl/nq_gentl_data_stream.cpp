@@ -143,6 +143,8 @@ int NQGenTLDataStream::QueueBuffer(void* handle)
         TraceDataStream("%s GC_ERR_RESOURCE_IN_USE", "QueueBuffer");
         return GenTL::GC_ERR_RESOURCE_IN_USE;
     }
+    // The camera may fill the block again before the buffer is on the list; the lock lets such a frame wait for it.
+    NQGenTLLock queueing(m_queueingLock);
     if (void* const rdmaId = buffer->GetRdmaId())
         DoRequeueBuffer(rdmaId);
     m_buffers.Add(NQ_BUFFER_TYPE_QUEUED, buffer);
@@ -289,6 +291,7 @@ bool NQGenTLDataStream::IsStarted()
 /// The buffer bound to the block, else the one that waits longest, which is bound to it from now on; null for neither.
 NQGenTLBuffer* NQGenTLDataStream::TakeBufferFor(void* rdmaId)
 {
+    NQGenTLLock queueing(m_queueingLock);
     if (NQGenTLBuffer* const bound = m_buffers.FindByRdmaID(NQ_BUFFER_TYPE_QUEUED, rdmaId, true))
         return bound;
     NQGenTLBuffer* const front = m_buffers.GetFront(NQ_BUFFER_TYPE_QUEUED, true);

@@ -119,6 +119,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     NQEventHandler m_transferCompleted;
 
     NQGenTLMutex m_transferLock; ///< Held while a frame goes into a buffer, so that no buffer is deleted meanwhile.
+    NQGenTLMutex m_queueingLock; ///< Makes the return of a buffer to the transport and to the input list one step.
     NQGenTLMutex m_stopLock;     ///< Makes one of several simultaneous stops stop the transport.
 };
 
