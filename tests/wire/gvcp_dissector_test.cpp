@@ -64,7 +64,7 @@ class CaptureFile
     explicit CaptureFile(const std::vector<Bytes>& datagrams)
     {
         Bytes file{0xD4, 0xC3, 0xB2, 0xA1, 2, 0, 4, 0};
-        for (const std::size_t word : {0, 0, 65535, 101})
+        for (const std::size_t word : {0U, 0U, 65535U, 101U})
         {
             AppendLittle32(file, word);
         }
