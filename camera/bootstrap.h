@@ -59,7 +59,7 @@ constexpr std::uint32_t kStreamPacketSize = 0x0D04;
 constexpr std::uint32_t kStreamPacketDelay = 0x0D08;
 constexpr std::uint32_t kStreamAddress = 0x0D18;
 constexpr std::uint32_t kStreamSourcePort = 0x0D1C;
-constexpr std::uint32_t kStreamCameraValue = 0x0D3C;
+constexpr std::uint32_t kStreamExtendedBootstrap = 0x0D3C;
 /// Memory reads below this address deliver zero for bytes that belong to no register.
 constexpr std::uint32_t kBootstrapEnd = 0x1000;
 
@@ -68,6 +68,7 @@ constexpr std::uint32_t kIpConfigPersistent = 0x00000001;
 constexpr std::uint32_t kIpConfigDhcp = 0x00000002;
 constexpr std::uint32_t kIpConfigLinkLocal = 0x00000004;
 constexpr std::uint32_t kStreamHasSourcePort = 0x80000000;
+constexpr std::uint32_t kStreamHasExtendedBootstrap = 0x10000000;
 constexpr std::uint32_t kStreamHasRdma = 0x04000000;
 constexpr std::uint32_t kMessageHasSourcePort = 0x80000000;
 constexpr std::uint32_t kGvcpUserName = 0x80000000;
@@ -90,7 +91,8 @@ constexpr std::uint32_t kPacketSizeMask = 0x0000FFFF;
 constexpr std::uint32_t kPrivilegeExclusive = 0x00000001;
 constexpr std::uint32_t kPrivilegeControl = 0x00000002;
 
-// The RDMA block.
+// The RDMA block, in the stream channel's extended bootstrap registers.
+constexpr std::uint32_t kExtendedBootstrap = 0xE000;
 constexpr std::uint32_t kRdmaEnable = 0xE030;
 constexpr std::uint32_t kRdmaLayoutAddress = 0xE034;
 constexpr std::uint32_t kRdmaLayoutWord = 0xE038;

@@ -58,7 +58,8 @@ void Device::AddChannels()
     map.AddRegister(kStreamChannelCount, Access::ReadOnly, 1);
     map.AddRegister(kActionSignalCount, Access::ReadOnly);
     map.AddRegister(kActiveLinkCount, Access::ReadOnly, 1);
-    map.AddRegister(kStreamCapability, Access::ReadOnly, kStreamHasSourcePort | kStreamHasRdma);
+    map.AddRegister(kStreamCapability, Access::ReadOnly,
+                    kStreamHasSourcePort | kStreamHasExtendedBootstrap | kStreamHasRdma);
     map.AddRegister(kMessageCapability, Access::ReadOnly, kMessageHasSourcePort);
     map.AddRegister(kGvcpCapability, Access::ReadOnly,
                     kGvcpUserName | kGvcpSerialNumber | kGvcpHeartbeatDisable | kGvcpPrimaryRegisters |
@@ -85,7 +86,7 @@ void Device::AddChannels()
     map.AddRegister(kStreamPacketDelay, Access::ReadWrite);
     map.AddRegister(kStreamAddress, Access::ReadWrite);
     map.AddRegister(kStreamSourcePort, Access::ReadOnly, m_stream.SourcePort());
-    map.AddRegister(kStreamCameraValue, Access::ReadOnly);
+    map.AddRegister(kStreamExtendedBootstrap, Access::ReadOnly, kExtendedBootstrap);
     map.AddRegister(kRdmaEnable, Access::ReadWrite);
     map.AddRegister(kRdmaLayoutAddress, Access::ReadOnly, kRdmaLayout);
     map.AddRegister(kRdmaLayoutWord, Access::ReadOnly);

@@ -16,7 +16,7 @@ TEST(CameraRegisters, OneCommandReadsSeveralRegisters)
 {
     const VirtualCamera camera;
     EXPECT_EQ(RawHost().Ask("42 01 00 80 00 0C 00 07 00 00 09 00 00 00 09 2C 00 00 09 38"),
-              Hex("00 00 00 81 00 0C 00 07 00 00 00 01 84 00 00 00 00 00 0B B8"));
+              Hex("00 00 00 81 00 0C 00 07 00 00 00 01 94 00 00 00 00 00 0B B8"));
 }
 
 TEST(CameraRegisters, ReadEndsAtTheFirstBadAddressAndDeliversWhatCameBefore)
@@ -44,7 +44,7 @@ TEST(CameraRegisters, BootstrapRegistersHoldWhatTheStandardSays)
     EXPECT_EQ(host.Read(0x066C), 0U);
     EXPECT_EQ(host.Read(0x0900), 1U);
     EXPECT_EQ(host.Read(0x0904), 1U);
-    EXPECT_EQ(host.Read(0x092C) & 0x04000000U, 0x04000000U);
+    EXPECT_EQ(host.Read(0x092C), 0x94000000U);
     EXPECT_EQ(host.Read(0x0934), 0xE800002BU);
     EXPECT_EQ(host.Read(0x0938), 3000U);
     EXPECT_EQ(host.Read(0x093C), 0U);
@@ -55,7 +55,7 @@ TEST(CameraRegisters, BootstrapRegistersHoldWhatTheStandardSays)
     EXPECT_NE(host.Read(0x0B1C), 0U);
     EXPECT_EQ(host.Read(0x0D00), 0U);
     EXPECT_EQ(host.Read(0x0D04), 1500U);
-    EXPECT_EQ(host.Read(0x0D3C), 0U);
+    EXPECT_EQ(host.Read(0x0D3C), 0x0000E000U);
     EXPECT_EQ(host.Read(0xE030), 0U);
     EXPECT_EQ(host.Read(0xE038), 0U);
 }

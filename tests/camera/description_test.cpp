@@ -1,0 +1,309 @@
+// SPDX-License-Identifier: Apache-2.0
+// The virtual camera's register description: where it lies, its form, and that it fits the camera.
+#include "camera/raw_host.h"
+#include "support/xml_tree.h"
+
+#include <gmock/gmock.h>
+
+#include <map>
+#include <memory>
+#include <set>
+#include <zip.h>
+
+using namespace nq::test;
+using testing::Contains;
+using testing::StartsWith;
+
+namespace
+{
+
+struct Url
+{
+    std::string file;
+    std::uint32_t address = 0;
+    std::uint32_t size = 0;
+};
+
+Url ReadUrl(const RawHost& host, std::uint32_t address)
+{
+    const Octets bytes = host.ReadMemory(address, 512);
+    const std::string text(reinterpret_cast<const char*>(bytes.data()));
+    EXPECT_THAT(text, StartsWith("Local:"));
+    const std::size_t first = text.find(';');
+    const std::size_t second = text.find(';', first + 1);
+    return {text.substr(6, first - 6),
+            static_cast<std::uint32_t>(std::stoul(text.substr(first + 1, second - first - 1), nullptr, 16)),
+            static_cast<std::uint32_t>(std::stoul(text.substr(second + 1), nullptr, 16))};
+}
+
+std::string ReadDescription(const RawHost& host)
+{
+    const Url url = ReadUrl(host, 0x0200);
+    const Octets bytes = host.ReadMemory(url.address, url.size);
+    return {bytes.begin(), bytes.end()};
+}
+
+/// The order in which GenApi 1.1 wants the elements of a node.
+const std::map<std::string, std::vector<std::string>> kOrder = {
+    {"Category", {"Visibility", "pFeature"}},
+    {"Integer",
+     {"Visibility", "pIsLocked", "ImposedAccessMode", "Value", "pValue", "Min", "pMin", "Max", "pMax", "Inc", "Unit",
+      "Representation", "pSelected"}},
+    {"Float",
+     {"Visibility", "pIsLocked", "ImposedAccessMode", "Value", "pValue", "Min", "Max", "Unit", "Representation"}},
+    {"Enumeration", {"Visibility", "pIsLocked", "ImposedAccessMode", "EnumEntry", "Value", "pValue", "pSelected"}},
+    {"EnumEntry", {"Value"}},
+    {"Command", {"Visibility", "pIsLocked", "pValue", "CommandValue"}},
+    {"String", {"Visibility", "ImposedAccessMode", "Value"}},
+    {"StringReg", {"Visibility", "Address", "Length", "AccessMode", "pPort", "Cachable"}},
+    {"IntReg",
+     {"Visibility", "Address", "pIndex", "Length", "AccessMode", "pPort", "Cachable", "pInvalidator", "Sign",
+      "Endianess", "Unit", "Representation"}},
+    {"MaskedIntReg",
+     {"Address", "Length", "AccessMode", "pPort", "Cachable", "pInvalidator", "LSB", "MSB", "Sign", "Endianess"}},
+    {"FloatReg", {"Address", "Length", "AccessMode", "pPort", "Cachable", "pInvalidator", "Endianess"}},
+    {"Port", {}},
+};
+
+void ExpectOrder(const XmlNode& node)
+{
+    const auto rule = kOrder.find(node.name);
+    ASSERT_NE(rule, kOrder.end()) << node.name;
+    std::size_t place = 0;
+    for (const XmlNode* child : node.Elements())
+    {
+        const auto& order = rule->second;
+        const auto found = std::find(order.begin(), order.end(), child->name);
+        ASSERT_NE(found, order.end()) << node.Attribute("Name") << ": " << child->name;
+        const auto at = static_cast<std::size_t>(found - order.begin());
+        EXPECT_GE(at, place) << node.Attribute("Name") << ": " << child->name;
+        place = at;
+        if (child->name == "EnumEntry")
+        {
+            ExpectOrder(*child);
+        }
+    }
+}
+
+std::string ChildText(const XmlNode& node, const std::string& name)
+{
+    for (const XmlNode* child : node.Elements())
+    {
+        if (child->name == name)
+        {
+            return child->Content();
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+TEST(CameraDescription, FirstUrlNamesAWellFormedDescription)
+{
+    const VirtualCamera camera;
+    const RawHost host;
+    EXPECT_EQ(ReadUrl(host, 0x0200).file, "NQVirtualCamera.xml");
+    const XmlNode root = ParseXml(ReadDescription(host));
+    EXPECT_EQ(root.name, "RegisterDescription");
+    EXPECT_EQ(root.Attribute("SchemaMajorVersion"), "1");
+    EXPECT_EQ(root.Attribute("SchemaMinorVersion"), "1");
+    EXPECT_EQ(root.Attribute("xmlns"), "http://www.genicam.org/GenApi/Version_1_1");
+    for (const char* name : {"ModelName", "VendorName", "StandardNameSpace", "SchemaSubMinorVersion", "MajorVersion",
+                             "MinorVersion", "SubMinorVersion", "ProductGuid", "VersionGuid"})
+    {
+        EXPECT_NE(root.Attribute(name), "") << name;
+    }
+}
+
+TEST(CameraDescription, SecondUrlNamesTheSameDescriptionZipped)
+{
+    const VirtualCamera camera;
+    const RawHost host;
+    const Url url = ReadUrl(host, 0x0400);
+    EXPECT_EQ(url.file, "NQVirtualCamera.zip");
+    const Octets bytes = host.ReadMemory(url.address, url.size);
+    ASSERT_EQ(bytes.size(), url.size);
+    zip_error_t error;
+    zip_error_init(&error);
+    zip_t* archive = zip_open_from_source(zip_source_buffer_create(bytes.data(), bytes.size(), 0, &error), 0, &error);
+    ASSERT_NE(archive, nullptr);
+    EXPECT_EQ(zip_get_num_entries(archive, 0), 1);
+    EXPECT_STREQ(zip_get_name(archive, 0, 0), "NQVirtualCamera.xml");
+    zip_file_t* file = zip_fopen_index(archive, 0, 0);
+    ASSERT_NE(file, nullptr);
+    std::string content(1000000, '\0');
+    content.resize(static_cast<std::size_t>(zip_fread(file, content.data(), content.size())));
+    zip_fclose(file);
+    zip_discard(archive);
+    EXPECT_EQ(content, ReadDescription(host));
+}
+
+TEST(CameraDescription, ElementsOfANodeStandInTheSchemasOrder)
+{
+    const VirtualCamera camera;
+    const XmlNode root = ParseXml(ReadDescription(RawHost()));
+    for (const XmlNode* node : root.Elements())
+    {
+        ExpectOrder(*node);
+    }
+}
+
+TEST(CameraDescription, NamesAreUniqueAndReferencesExist)
+{
+    const VirtualCamera camera;
+    const XmlNode root = ParseXml(ReadDescription(RawHost()));
+    std::set<std::string> names;
+    for (const XmlNode* node : root.Elements())
+    {
+        EXPECT_TRUE(names.insert(node->Attribute("Name")).second) << node->Attribute("Name");
+    }
+    for (const XmlNode* node : root.Elements())
+    {
+        for (const XmlNode* child : node->Elements())
+        {
+            if (child->name[0] == 'p')
+            {
+                EXPECT_THAT(names, Contains(child->Content())) << node->Attribute("Name");
+            }
+        }
+    }
+}
+
+TEST(CameraDescription, StandardFeaturesAreThere)
+{
+    const VirtualCamera camera;
+    const XmlNode root = ParseXml(ReadDescription(RawHost()));
+    std::set<std::string> names;
+    for (const XmlNode* node : root.Elements())
+    {
+        names.insert(node->Attribute("Name"));
+    }
+    for (const char* name : {"Root",
+                             "DeviceVendorName",
+                             "DeviceModelName",
+                             "DeviceVersion",
+                             "DeviceSerialNumber",
+                             "DeviceUserID",
+                             "DeviceTemperature",
+                             "Width",
+                             "Height",
+                             "OffsetX",
+                             "OffsetY",
+                             "PixelFormat",
+                             "PayloadSize",
+                             "TestPattern",
+                             "AcquisitionMode",
+                             "AcquisitionStart",
+                             "AcquisitionStop",
+                             "AcquisitionFrameRate",
+                             "ExposureTime",
+                             "Gain",
+                             "TriggerMode",
+                             "TriggerSource",
+                             "TriggerSoftware",
+                             "EventSelector",
+                             "EventNotification",
+                             "UserSetSelector",
+                             "TimestampLatch",
+                             "GevSCPSPacketSize",
+                             "TLParamsLocked",
+                             "Device"})
+    {
+        EXPECT_THAT(names, Contains(name));
+    }
+}
+
+TEST(CameraDescription, EveryReadableRegisterCanBeRead)
+{
+    const VirtualCamera camera;
+    const RawHost host;
+    const XmlNode root = ParseXml(ReadDescription(host));
+    int count = 0;
+    for (const XmlNode* node : root.Elements())
+    {
+        const std::string address = ChildText(*node, "Address");
+        if (!address.empty())
+        {
+            const auto length = static_cast<std::uint32_t>(std::stoul(ChildText(*node, "Length")));
+            const auto place = static_cast<std::uint32_t>(std::stoul(address, nullptr, 16));
+            EXPECT_EQ(host.ReadMemory(place, length).size(), length) << node->Attribute("Name");
+            ++count;
+        }
+    }
+    EXPECT_GT(count, 30);
+}
+
+TEST(CameraDescription, ForeignControlProgramFindsTheCameraAndUsesItsFeatures)
+{
+    if (access("/usr/bin/arv-tool-0.8", X_OK) != 0)
+    {
+        GTEST_SKIP() << "arv-tool-0.8 (package aravis-tools-cli) is not installed";
+    }
+    const VirtualCamera camera({"--vendor", "Acme", "--model", "Eye", "--serial", "X42"});
+    ChildProcess list({"/usr/bin/arv-tool-0.8"});
+    ASSERT_EQ(list.WaitForExit(std::chrono::seconds(60)), 0);
+    EXPECT_THAT(list.Output(), testing::HasSubstr("Acme-Eye-X42 (10.77.0.2)"));
+    ChildProcess use({"/usr/bin/arv-tool-0.8", "-a", "10.77.0.2", "control", "Width", "Width=320", "PixelFormat=Mono16",
+                      "PayloadSize", "Gain=3.5", "Gain", "EventSelector=FrameEnd", "EventNotification=On",
+                      "EventNotification", "EventSelector=Test", "EventNotification", "TimestampLatch"});
+    ASSERT_EQ(use.WaitForExit(std::chrono::seconds(60)), 0) << use.Output();
+    EXPECT_THAT(use.Output(), testing::HasSubstr("Width = 640 min:1 max:640"));
+    EXPECT_THAT(use.Output(), testing::HasSubstr("PayloadSize = 307200 B"));
+    EXPECT_THAT(use.Output(), testing::HasSubstr("Gain = 3.5 dB"));
+    EXPECT_THAT(use.Output(), testing::HasSubstr("TimestampLatch executed"));
+    EXPECT_THAT(use.Output(), testing::Not(testing::HasSubstr("rror")));
+}
+
+TEST(CameraDescription, ForeignDissectorReadsThePackets)
+{
+    if (access("/usr/bin/tshark", X_OK) != 0 || access("/usr/bin/tcpdump", X_OK) != 0)
+    {
+        GTEST_SKIP() << "tshark or tcpdump is not installed";
+    }
+    const VirtualCamera camera;
+    const std::string capture = RdmaFolder() + "/gvcp.pcap";
+    ChildProcess recorder(
+        {"/usr/bin/tcpdump", "-i", "host0", "-Z", "root", "--immediate-mode", "-U", "-w", capture, "udp"});
+    ASSERT_TRUE(recorder.WaitForOutput("listening on", std::chrono::seconds(20))) << recorder.Output();
+    const RawHost host;
+    const RawHost events;
+    host.Ask("42 11 00 02 00 00 00 01");
+    host.TakeControl();
+    host.ReadMemory(0x00E8, 16);
+    EXPECT_EQ(host.Write(1, 0x0B10, 0x0A4D0001), 0U);
+    EXPECT_EQ(host.Write(2, 0x0B00, events.Port()), 0U);
+    camera.Fault("pending-ack:20");
+    host.Read(0x0938);
+    host.Receive();
+    recorder.WaitForOutput("never", std::chrono::milliseconds(300)); // lets the last packets reach the file
+    recorder.Signal(SIGINT);
+    ASSERT_EQ(recorder.WaitForExit(std::chrono::seconds(20)), 0);
+    ChildProcess reader({"/usr/bin/tshark",
+                         "-r",
+                         capture,
+                         "-Y",
+                         "gvcp",
+                         "-T",
+                         "fields",
+                         "-E",
+                         "separator=|",
+                         "-e",
+                         "gvcp.cmd.status",
+                         "-e",
+                         "gvcp.ack",
+                         "-e",
+                         "gvcp.cmd.req_id",
+                         "-e",
+                         "gvcp.bootstrap.deviceversion",
+                         "-e",
+                         "gvcp.ack.pendingack.timetocompletion",
+                         "-e",
+                         "_ws.malformed"});
+    ASSERT_EQ(reader.WaitForExit(std::chrono::seconds(60)), 0) << reader.Output();
+    EXPECT_THAT(reader.Output(), testing::HasSubstr("0x0000|0x0003|0x0001|3.0.0||\n"));
+    EXPECT_THAT(reader.Output(), testing::HasSubstr("0x0000|0x0083|0x7001|||\n"));
+    EXPECT_THAT(reader.Output(), testing::HasSubstr("0x0000|0x0085|0x7b00|||\n"));
+    EXPECT_THAT(reader.Output(), testing::HasSubstr("0x0000|0x0089|0x7a00||0x0014|\n"));
+    EXPECT_THAT(reader.Output(), testing::Not(testing::HasSubstr("alformed")));
+}
