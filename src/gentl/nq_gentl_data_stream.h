@@ -24,8 +24,8 @@ namespace GigERDMA
 /// DoStopAcquisition therefore must not wait for that thread. The acquisition thread may go on for a while after a
 /// stop; a subclass's destructor makes sure that it has ended. All operations return GenTL codes.
 ///
-/// Order of locking: transfer lock, then module lock, then the locks of list, buffer and event. The module lock is
-/// never held over a call of DoStartAcquisition, DoStopAcquisition or over a wait.
+/// Order of locking: transfer lock, then queueing lock, then module lock, then the locks of list, buffer and event. The
+/// module lock is never held over a call of DoStartAcquisition, DoStopAcquisition or over a wait.
 class NQGenTLDataStream : public NQGenTLModuleBase
 {
   public:
