@@ -3,7 +3,6 @@
 #include "cm_id.h"
 #include "error.h"
 #include "event_names.h"
-#include "queue_pair.h"
 
 #include <memory>
 
@@ -50,12 +49,6 @@ int OnIdToCompletion(const char* name, rdma_cm_id* id, Operation&& operation)
         operation(self);
         return Finish(self);
     });
-}
-
-ProtectionDomain* SharedDomain()
-{
-    static auto* const domain = new ProtectionDomain(&Context::Shared());
-    return domain;
 }
 
 } // namespace
@@ -119,37 +112,6 @@ int rdma_resolve_addr(rdma_cm_id* id, sockaddr* source, sockaddr* destination, i
 int rdma_resolve_route(rdma_cm_id* id, int)
 {
     return OnIdToCompletion("rdma_resolve_route", id, [](CmId& self) { self.ResolveRoute(); });
-}
-
-int rdma_create_qp(rdma_cm_id* id, ibv_pd* domain, ibv_qp_init_attr* attributes)
-{
-    return OnId("rdma_create_qp", id, [&](CmId& self) {
-        if (self.qp != nullptr || self.verbs == nullptr || (domain != nullptr && domain->context != self.verbs))
-        {
-            Throw(EINVAL);
-        }
-        auto* home = domain == nullptr ? SharedDomain() : static_cast<ProtectionDomain*>(domain);
-        auto pair = std::make_unique<QueuePair>(*home, *attributes);
-        ibv_qp_attr initial{};
-        initial.qp_state = IBV_QPS_INIT;
-        pair->Modify(initial, IBV_QP_STATE);
-        self.SetTransport(pair->Transport());
-        self.pd = home;
-        self.send_cq = attributes->send_cq;
-        self.recv_cq = attributes->recv_cq;
-        self.qp = pair.release();
-    });
-}
-
-void rdma_destroy_qp(rdma_cm_id* id)
-{
-    OnId("rdma_destroy_qp", id, [](CmId& self) {
-        delete static_cast<QueuePair*>(self.qp);
-        self.SetTransport(nullptr);
-        self.qp = nullptr;
-        self.send_cq = nullptr;
-        self.recv_cq = nullptr;
-    });
 }
 
 int rdma_connect(rdma_cm_id* id, rdma_conn_param* parameters)

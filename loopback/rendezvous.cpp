@@ -259,6 +259,24 @@ bool SendMessage(int control, const CmMessage& message, int first, int second)
     return sendmsg(control, &header, MSG_NOSIGNAL | MSG_DONTWAIT) == static_cast<ssize_t>(sizeof message);
 }
 
+namespace
+{
+
+void TakeDescriptors(msghdr& header, UniqueFd& first, UniqueFd& second)
+{
+    const cmsghdr* rights = CMSG_FIRSTHDR(&header);
+    if (rights == nullptr || rights->cmsg_level != SOL_SOCKET || rights->cmsg_type != SCM_RIGHTS)
+    {
+        return;
+    }
+    int fds[2] = {-1, -1};
+    std::memcpy(fds, CMSG_DATA(rights), std::min(sizeof fds, rights->cmsg_len - CMSG_LEN(0)));
+    first = UniqueFd(fds[0]);
+    second = UniqueFd(fds[1]);
+}
+
+} // namespace
+
 Received ReceiveMessage(int control, CmMessage& message, UniqueFd& first, UniqueFd& second)
 {
     iovec vector{&message, sizeof message};
@@ -278,14 +296,7 @@ Received ReceiveMessage(int control, CmMessage& message, UniqueFd& first, Unique
     {
         return errno == EAGAIN ? Received::Nothing : Received::End;
     }
-    const cmsghdr* rights = CMSG_FIRSTHDR(&header);
-    if (rights != nullptr && rights->cmsg_type == SCM_RIGHTS && rights->cmsg_len == CMSG_LEN(2 * sizeof(int)))
-    {
-        int fds[2];
-        std::memcpy(fds, CMSG_DATA(rights), sizeof fds);
-        first = UniqueFd(fds[0]);
-        second = UniqueFd(fds[1]);
-    }
+    TakeDescriptors(header, first, second);
     const bool sound = count == static_cast<ssize_t>(sizeof message) && message.magic == CmMessage::expectedMagic;
     return sound ? Received::Message : Received::End;
 }
