@@ -164,10 +164,10 @@ inline std::vector<std::pair<std::string, std::string>> NameAttributes(const std
 
 inline std::vector<Map> Maps()
 {
-    return {{"system", CreateXmlFileSystem, SystemRows(), "TLPort"},
-            {"interface", CreateXmlFileInterface, InterfaceRows(), "InterfacePort"},
-            {"device", CreateXmlFileDevice, DeviceRows(), "DevicePort"},
-            {"data stream", CreateXmlFileDataStream, DataStreamRows(), "StreamPort"}};
+    return {{"system", CreateXmlFileSystem, systemRows, "TLPort"},
+            {"interface", CreateXmlFileInterface, interfaceRows, "InterfacePort"},
+            {"device", CreateXmlFileDevice, deviceRows, "DevicePort"},
+            {"data stream", CreateXmlFileDataStream, dataStreamRows, "StreamPort"}};
 }
 
 inline void ForEachMap(const std::function<void(const Map&, const XmlNode&)>& check)

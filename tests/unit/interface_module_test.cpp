@@ -4,10 +4,9 @@
 #include "support/interface_module.h"
 #include "support/trace_capture.h"
 
-#include <cerrno>
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/resource.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 using namespace nq::test;
@@ -194,6 +193,34 @@ TEST(InterfaceModule, ItsSocketIsClosedOnExecAndGoneAfterTheClose)
     EXPECT_EQ(fcntl(next, F_GETFD), FD_CLOEXEC);
     EXPECT_EQ(module.Close(), 0);
     EXPECT_EQ(fcntl(next, F_GETFD), -1);
+}
+
+TEST(InterfaceModule, ItsSocketIsBoundToTheAdapterAndSetUpForBroadcasts)
+{
+    const CameraNetwork network;
+    InterfaceModule module;
+    const int next = dup(0);
+    close(next);
+    ASSERT_EQ(module.Open(), 0);
+    sockaddr_in bound{};
+    socklen_t size = sizeof bound;
+    EXPECT_EQ(getsockname(next, reinterpret_cast<sockaddr*>(&bound), &size), 0);
+    EXPECT_EQ(bound.sin_addr.s_addr, htonl(0x0A090001));
+    EXPECT_NE(bound.sin_port, 0);
+    int broadcast = 0;
+    size = sizeof broadcast;
+    EXPECT_EQ(getsockopt(next, SOL_SOCKET, SO_BROADCAST, &broadcast, &size), 0);
+    EXPECT_EQ(broadcast, 1);
+    timeval timeout{};
+    size = sizeof timeout;
+    EXPECT_EQ(getsockopt(next, SOL_SOCKET, SO_RCVTIMEO, &timeout, &size), 0);
+    EXPECT_EQ(timeout.tv_sec, 0);
+    EXPECT_EQ(timeout.tv_usec, 100000);
+    int space = 0;
+    size = sizeof space;
+    EXPECT_EQ(getsockopt(next, SOL_SOCKET, SO_RCVBUF, &space, &size), 0);
+    EXPECT_EQ(space, 2 * 54800) << "the kernel doubles what was asked for";
+    EXPECT_EQ(module.Close(), 0);
 }
 
 TEST(InterfaceModule, AnInterfaceWithTheAddress0000OpensAndNeverListsADevice)

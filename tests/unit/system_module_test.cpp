@@ -315,6 +315,22 @@ TEST(SystemModule, ClosingAnUnknownInterfaceIsAnInvalidHandle)
                 ElementsAre("CloseInterface GC_ERR_INVALID_HANDLE", "CloseInterface GC_ERR_INVALID_HANDLE"));
 }
 
+TEST(SystemModule, DeliberateAnInterfaceThatRefusesToCloseIsOutOfTheListAndNotDeleted)
+{
+    AddAdapter("cam0", "02:00:00:00:00:01", "10.9.0.1/24");
+    SystemModule system;
+    ASSERT_EQ(system.Open(), 0);
+    void* handle = nullptr;
+    ASSERT_EQ(system.OpenInterface(cam0, &handle), 0);
+    auto* const module = static_cast<GigERDMA::NQGenTLModuleBase*>(handle);
+    ASSERT_EQ(module->Close(), 0);
+    EXPECT_EQ(system.CloseInterface(handle), -1001) << "it is closed already";
+    EXPECT_EQ(module->GetId(), cam0);
+    EXPECT_EQ(system.CloseInterface(handle), -1006);
+    delete module;
+    EXPECT_EQ(system.Close(), 0);
+}
+
 TEST(SystemModule, ClosingTheSystemClosesItsInterfacesFirstOpenedFirst)
 {
     AddAdapter("cam0", "02:00:00:00:00:01", "10.9.0.1/24");
