@@ -399,6 +399,26 @@ void GvcpPeer::Send(const Bytes& datagram, const std::string& address, std::uint
     }
 }
 
+void GvcpPeer::AwaitPath(const std::string& address)
+{
+    const int descriptor = OpenSocket(address, 0);
+    sockaddr_in bound{};
+    socklen_t length = sizeof bound;
+    getsockname(descriptor, reinterpret_cast<sockaddr*>(&bound), &length);
+    bool reached = false;
+    for (int attempt = 0; attempt < 300 && !reached; ++attempt)
+    {
+        Send({0}, address, ntohs(bound.sin_port));
+        pollfd wait{descriptor, POLLIN, 0};
+        reached = poll(&wait, 1, 100) == 1;
+    }
+    close(descriptor);
+    if (!reached)
+    {
+        throw std::runtime_error("no datagram reaches " + address);
+    }
+}
+
 void GvcpPeer::Run()
 {
     while (true)

@@ -150,6 +150,10 @@ class GvcpPeer
     /// Sends one datagram from the peer's port. `address` dotted.
     void Send(const Bytes& datagram, const std::string& address, std::uint16_t port);
 
+    /// Returns once a datagram from the peer has reached `address`, one of the caller's: a new cable loses its first
+    /// packets. Throws std::runtime_error after 30 s.
+    void AwaitPath(const std::string& address);
+
     std::uint16_t Port() const { return m_port; }
 
   private:

@@ -50,6 +50,7 @@ class Discovery : public testing::Test
         m_record.subnetMask = 0xFFFFFF00;
         m_record.gateway = 0x0A0900FE;
         Answers({Acknowledge(m_record.Body())});
+        m_peer->AwaitPath("10.9.0.1");
     }
 
     /// Has the peer answer every discovery with these and then end its time, so that no case waits for nothing.
@@ -281,9 +282,10 @@ TEST_F(Discovery, OpenCameraFindsItsRecordByItsAddress)
 TEST_F(Discovery, CommandBuiltMeanwhileMakesItSkipItsAnswers)
 {
     const auto good = Acknowledge(m_record.Body());
-    m_peer->Next(Sequence({good, Late(50ms, good), Late(100ms, good)}));
+    m_peer->Next(
+        Sequence({good, Late(50ms, good), Late(100ms, good), Late(200ms, Pending(0)), Late(250ms, Pending(0))}));
     m_onFound = [](NQGigE_CAMERA&) { const Command command(0x0080, 4, 0x01); };
-    EXPECT_EQ(Discover(1000), 0);
+    EXPECT_EQ(Discover(), 0);
     EXPECT_THAT(m_found, SizeIs(1));
 }
 

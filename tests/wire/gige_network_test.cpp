@@ -387,6 +387,7 @@ TEST(Network, BroadcastReachesACameraOnTheCableAndGoesToTheRemotePort)
     const nq::test::Host camera;
     camera.Connect("nq0", "10.9.0.1/24", "cam0", "10.9.0.2/24");
     GvcpPeer peer(&camera, "0.0.0.0", 3999);
+    peer.AwaitPath("10.9.0.1");
     Network network(0x0A090063, 3999, 0x0A090001, 0);
     EXPECT_EQ(network.broadcastCommand(Command(0x0002, 8, 0x11)), 0);
     ASSERT_TRUE(peer.WaitForCount(1));
