@@ -74,7 +74,7 @@ class FakeVerbs : public CallRecorder
         m_changed.wait(lock, [this] { return !m_receives.empty(); });
         const Work work = m_receives.front();
         m_receives.pop_front();
-        std::memcpy(reinterpret_cast<void*>(work.address), bytes.data(), bytes.size());
+        std::copy(bytes.begin(), bytes.end(), reinterpret_cast<unsigned char*>(work.address));
         Complete(work.id, IBV_WC_SUCCESS, IBV_WC_RECV, static_cast<std::uint32_t>(bytes.size()));
     }
 
