@@ -36,7 +36,7 @@ int OnPort(NQGenTLModuleContainer& modules, void* hPort, Operation operation)
 
 } // namespace
 
-NQGenTLController::NQGenTLController() : m_pSystem(nullptr), m_bInitialized(false) {}
+NQGenTLController::NQGenTLController() : m_pSystem(nullptr), m_bInitialized(false), m_bSystemLeft(false) {}
 
 NQGenTLController::~NQGenTLController() = default;
 
@@ -51,7 +51,8 @@ int NQGenTLController::Init()
         TraceFailure("%s ret", "Init");
         return result;
     }
-    // Deliberate: a system module that was closed before Close is abandoned here, since a consumer may hold its handle.
+    // Goes only when the fresh one is there, so that the handle of the old one is not the handle of the next.
+    const std::unique_ptr<NQGenTLSystem> left(m_bSystemLeft.exchange(false) ? m_pSystem.load() : nullptr);
     m_pSystem = CreateSystem();
     if (m_pSystem == nullptr)
     {
@@ -68,7 +69,8 @@ int NQGenTLController::Close()
     {
         return GenTL::GC_ERR_NOT_INITIALIZED;
     }
-    UnregisterModule(static_cast<NQGenTLModuleBase*>(m_pSystem.load()), true);
+    // Deliberate: a system module that is not open is left allocated, and m_pSystem goes on pointing at it.
+    m_bSystemLeft = !UnregisterModule(static_cast<NQGenTLModuleBase*>(m_pSystem.load()), true);
     const int result = DoClose();
     if (result != GenTL::GC_ERR_SUCCESS)
     {

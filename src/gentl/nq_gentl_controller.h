@@ -41,7 +41,8 @@ class NQGenTLController
 
     /// -1004 when already initialised; else what DoInit says, or -1001 without a system module.
     int Init();
-    /// Closes every open module. -1002 when not initialised.
+    /// Closes every open module. A system module that is not open stays allocated until the next Init has made a fresh
+    /// one. -1002 when not initialised.
     int Close();
     bool IsInitialized() const;
 
@@ -97,6 +98,7 @@ class NQGenTLController
     NQGenTLErrorContainer m_errors;
     std::atomic<NQGenTLSystem*> m_pSystem;
     std::atomic<bool> m_bInitialized;
+    std::atomic<bool> m_bSystemLeft; ///< Close found the system module closed and left it allocated
 };
 
 } // namespace GigERDMA
