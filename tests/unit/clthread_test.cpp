@@ -27,10 +27,10 @@ struct Body
     static void Run(void* argument)
     {
         auto* body = static_cast<Body*>(argument);
-        if (body->detachItself)
-            pthread_detach(pthread_self());
         body->started.set_value(pthread_self());
         body->release.get_future().wait();
+        if (body->detachItself)
+            pthread_detach(pthread_self());
         body->returned = true;
     }
 };

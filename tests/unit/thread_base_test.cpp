@@ -121,8 +121,8 @@ TEST(ThreadBase, TimedWaitGivesTheThreadUpWithoutWaiting)
     std::promise<void> release;
     std::promise<void> ended;
     Worker worker([&] {
-        pthread_detach(pthread_self()); // nobody else does: the thread is neither joined nor detached
         release.get_future().wait();
+        pthread_detach(pthread_self()); // nobody else does: the thread is neither joined nor detached
         ended.set_value();
     });
     worker.Start();
