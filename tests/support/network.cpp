@@ -52,6 +52,17 @@ void Shell(const std::string& command)
     }
 }
 
+namespace
+{
+
+/// A command that waits until the interface carries packets: a frame sent before the kernel reports it up is lost.
+std::string AwaitLink(const std::string& name)
+{
+    return "timeout 10 sh -c 'until ip -o link show dev " + name + " | grep -q \"state UP\"; do sleep 0.01; done'";
+}
+
+} // namespace
+
 void EnterPrivateNetwork()
 {
     if (unshare(CLONE_NEWNET) != 0)
@@ -106,6 +117,8 @@ void Host::Connect(const std::string& nameHere, const std::string& addressHere, 
     test::Shell("ip link set " + nameThere + " netns " + Path());
     test::Shell("ip addr add " + addressHere + " brd + dev " + nameHere + " && ip link set " + nameHere + " up");
     Shell("ip addr add " + addressThere + " brd + dev " + nameThere + " && ip link set " + nameThere + " up");
+    test::Shell(AwaitLink(nameHere));
+    Shell(AwaitLink(nameThere));
 }
 
 } // namespace nq::test
