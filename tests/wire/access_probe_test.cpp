@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
+#include <memory>
 
 using namespace nq::test;
 using testing::ElementsAre;
@@ -130,9 +131,9 @@ TEST_F(AccessProbe, AShortAcknowledgeReadsAsZeros)
 TEST_F(AccessProbe, TheAnswerOfAnotherSenderDoesNotMoveTheCamera)
 {
     network.host.Shell("ip addr add 10.9.0.99/24 dev eth0");
-    GvcpPeer stranger(&network.host, "10.9.0.99", 4000);
-    peer.Otherwise([&](const Bytes&) -> std::vector<GvcpReply> {
-        stranger.Send({0, 0, 0, 0x81, 0, 4, 0, 1, 0, 0, 0, 2}, "10.9.0.1", peer.Received().back().senderPort);
+    const auto stranger = std::make_shared<GvcpPeer>(&network.host, "10.9.0.99", std::uint16_t{4000});
+    peer.Otherwise([this, stranger](const Bytes&) -> std::vector<GvcpReply> {
+        stranger->Send({0, 0, 0, 0x81, 0, 4, 0, 1, 0, 0, 0, 2}, "10.9.0.1", peer.Received().back().senderPort);
         return {};
     });
     EXPECT_EQ(Status(), 2u);

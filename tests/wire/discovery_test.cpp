@@ -5,7 +5,9 @@
 #include <arpa/inet.h>
 #include <atomic>
 #include <cstring>
+#include <future>
 #include <gmock/gmock.h>
+#include <memory>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -186,9 +188,9 @@ TEST_F(Discovery, StatusLengthAndIdAreNotLookedAt)
 TEST_F(Discovery, TheSenderIsNotLookedAt)
 {
     network.host.Shell("ip addr add 10.9.0.99/24 dev eth0");
-    GvcpPeer stranger(&network.host, "10.9.0.99", 4000);
-    peer.Otherwise([&](const Bytes&) -> std::vector<GvcpReply> {
-        stranger.Send(Acknowledge(CameraNumber(1)), "10.9.0.1", peer.Received().back().senderPort);
+    const auto stranger = std::make_shared<GvcpPeer>(&network.host, "10.9.0.99", std::uint16_t{4000});
+    peer.Otherwise([this, stranger](const Bytes&) -> std::vector<GvcpReply> {
+        stranger->Send(Acknowledge(CameraNumber(1)), "10.9.0.1", peer.Received().back().senderPort);
         return {};
     });
     module.Scan();
@@ -342,16 +344,17 @@ TEST_F(Discovery, ACameraThatAnswersAgainAndAgainIsKeptTwiceAtMost)
 TEST_F(Discovery, AFloodEndsInTime)
 {
     std::atomic<bool> stop = false;
-    std::thread flood;
+    std::promise<std::uint16_t> target;
     peer.Otherwise([&](const Bytes&) -> std::vector<GvcpReply> {
-        const std::uint16_t port = peer.Received().back().senderPort;
-        flood = std::thread([&, port] {
-            for (unsigned int number = 0; !stop; ++number)
-            {
-                peer.Send(Acknowledge(CameraNumber(number)), "10.9.0.1", port);
-            }
-        });
+        target.set_value(peer.Received().back().senderPort);
         return {};
+    });
+    std::thread flood([&] {
+        const std::uint16_t port = target.get_future().get();
+        for (unsigned int number = 0; !stop; ++number)
+        {
+            peer.Send(Acknowledge(CameraNumber(number)), "10.9.0.1", port);
+        }
     });
     const auto start = std::chrono::steady_clock::now();
     module.Scan(300);
