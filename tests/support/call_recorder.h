@@ -20,11 +20,16 @@ class CallRecorder
 {
   public:
     /// Lets the `nth` call of `function` (from 1) fail with `error`.
-    void Fail(const std::string& function, int error, int nth = 1) { m_faults[{function, nth}] = error; }
+    void Fail(const std::string& function, int error, int nth = 1)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_faults[{function, nth}] = error;
+    }
 
     /// Calls `hook` when `function` is called for the `nth` time, on the calling thread, before it takes effect.
     void OnCall(const std::string& function, std::function<void()> hook, int nth = 1)
     {
+        const std::lock_guard lock(m_mutex);
         m_hooks[{function, nth}] = std::move(hook);
     }
 
