@@ -113,7 +113,7 @@ void RdmaServer::Run()
     {
         if (m_drop.exchange(false))
         {
-            CloseConnection();
+            EndConnection();
         }
         if (m_acceptAt && Clock::now() >= *m_acceptAt)
         {
@@ -172,6 +172,10 @@ void RdmaServer::TakeConnectionEvent()
         break;
     case RDMA_CM_EVENT_ESTABLISHED:
         m_established = m_established || current;
+        if (current && m_endOnceEstablished)
+        {
+            CloseConnection();
+        }
         break;
     case RDMA_CM_EVENT_DISCONNECTED:
     case RDMA_CM_EVENT_CONNECT_ERROR:
@@ -192,7 +196,7 @@ void RdmaServer::OnRequest(rdma_cm_id* id)
 {
     if (m_drop.exchange(false))
     {
-        CloseConnection(); // the request may come from the next host already
+        EndConnection(); // the request may come from the next host already
     }
     if (m_connection || m_faults.Strike(Fault::RejectConnect))
     {
@@ -291,9 +295,23 @@ RdmaServer::AfterSend RdmaServer::SendFrame(FrameTicket ticket)
     }
 }
 
+void RdmaServer::EndConnection()
+{
+    // An accepted request that is given up before the host's last word reaches it would look to the host like a
+    // connection that stands.
+    const bool underWay = m_connection && !m_acceptAt && !m_established;
+    if (underWay)
+    {
+        m_endOnceEstablished = true;
+        return;
+    }
+    CloseConnection();
+}
+
 void RdmaServer::CloseConnection()
 {
     m_established = false;
+    m_endOnceEstablished = false;
     m_acceptAt.reset();
     m_connection.reset();
 }

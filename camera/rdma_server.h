@@ -80,6 +80,7 @@ class RdmaServer
     void TakeCompletions();
     std::optional<Clock::time_point> SendFrames();
     AfterSend SendFrame(FrameTicket ticket);
+    void EndConnection();
     void CloseConnection();
     void Publish();
 
@@ -92,6 +93,7 @@ class RdmaServer
     std::unique_ptr<rdma_cm_id, IdDeleter> m_listener;
     std::unique_ptr<RdmaConnection> m_connection;
     bool m_established = false;
+    bool m_endOnceEstablished = false;
     /// When the request of m_connection is to be accepted.
     std::optional<Clock::time_point> m_acceptAt;
     std::unique_ptr<TestPicture> m_picture;
