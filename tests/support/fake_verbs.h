@@ -64,7 +64,7 @@ class FakeVerbs : public CallRecorder
         event->event = type;
         const std::lock_guard lock(m_mutex);
         m_events.push_back(event.release());
-        eventfd_write(m_eventChannel.fd, 1);
+        eventfd_write(m_eventFd, 1);
     }
 
     /// Puts `bytes` into the oldest posted receive and completes it; waits for a receive first.
@@ -96,13 +96,8 @@ class FakeVerbs : public CallRecorder
 
     // ---- what a test looks at
 
-    /// Gives the event channel another descriptor number, and takes that back.
-    void ShowEventChannelAs(int fd)
-    {
-        m_realEventFd = m_eventChannel.fd;
-        m_eventChannel.fd = fd;
-    }
-    void ShowEventChannelAgain() { m_eventChannel.fd = m_realEventFd; }
+    /// Lets the endpoint see another descriptor number for the event channel.
+    void ShowEventChannelAs(int fd) { m_eventChannel.fd = fd; }
 
     std::vector<SentMessage> Sent() const
     {
@@ -165,7 +160,8 @@ class FakeVerbs : public CallRecorder
         {
             return nullptr;
         }
-        m_eventChannel.fd = eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE);
+        m_eventFd = eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE);
+        m_eventChannel.fd = m_eventFd;
         Born("event channel");
         return &m_eventChannel;
     }
@@ -173,7 +169,7 @@ class FakeVerbs : public CallRecorder
     void DestroyEventChannel()
     {
         Enter("rdma_destroy_event_channel");
-        close(m_eventChannel.fd);
+        close(m_eventFd);
         const std::lock_guard lock(m_mutex);
         for (rdma_cm_event* event : m_events)
         {
@@ -281,7 +277,7 @@ class FakeVerbs : public CallRecorder
             return -1;
         }
         eventfd_t one = 0;
-        if (eventfd_read(m_eventChannel.fd, &one) != 0)
+        if (eventfd_read(m_eventFd, &one) != 0)
         {
             return -1;
         }
@@ -564,7 +560,7 @@ class FakeVerbs : public CallRecorder
 
     ibv_context m_context = MakeContext();
     rdma_event_channel m_eventChannel{-1};
-    int m_realEventFd = -1;
+    int m_eventFd = -1;
     rdma_cm_id m_id{};
     ibv_pd m_pd{};
     ibv_comp_channel m_compChannel{};
