@@ -4,8 +4,10 @@
 
 #include "error.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cstring>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
@@ -134,14 +136,42 @@ bool NetScope::IsLocal(const Endpoint& address) const
     {
         return true;
     }
+    if (address.Family() == AF_INET)
+    {
+        const std::vector<ifreq> interfaces = Interfaces4();
+        return std::any_of(interfaces.begin(), interfaces.end(), [&](const ifreq& interface) {
+            return interface.ifr_addr.sa_family == AF_INET && Endpoint(&interface.ifr_addr).SameHost(address);
+        });
+    }
     try
     {
-        // The kernel reaches a local address from that same address.
+        // An IPv6 address of the host is always its own best source.
         return SourceFor(address).SameHost(address);
     }
     catch (const std::system_error&)
     {
         return false;
+    }
+}
+
+std::vector<ifreq> NetScope::Interfaces4() const
+{
+    // A full buffer may have been too small.
+    for (std::vector<ifreq> interfaces(32);; interfaces.resize(2 * interfaces.size()))
+    {
+        ifconf request{};
+        request.ifc_len = static_cast<int>(interfaces.size() * sizeof(ifreq));
+        request.ifc_req = interfaces.data();
+        if (ioctl(m_socket4.Get(), SIOCGIFCONF, &request) != 0)
+        {
+            Throw(errno);
+        }
+        const size_t count = static_cast<size_t>(request.ifc_len) / sizeof(ifreq);
+        if (count < interfaces.size())
+        {
+            interfaces.resize(count);
+            return interfaces;
+        }
     }
 }
 

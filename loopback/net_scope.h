@@ -5,8 +5,10 @@
 #include "unique_fd.h"
 
 #include <cstdint>
+#include <net/if.h>
 #include <netinet/in.h>
 #include <string>
+#include <vector>
 
 namespace nq::loopback
 {
@@ -58,6 +60,7 @@ class NetScope
 
   private:
     const UniqueFd& SocketFor(const Endpoint& address) const;
+    std::vector<ifreq> Interfaces4() const;
 
     uint64_t m_identity = 0;
     UniqueFd m_socket4;
