@@ -207,9 +207,11 @@ class PlainRdmaHost
         attributes.qp_type = IBV_QPT_RC;
         attributes.cap = {100, 100, 1, 1, 0};
         Require(rdma_create_qp(m_id, m_domain, &attributes) == 0, "rdma_create_qp");
+        // A variable, because the header's macro mixes enumerations when it sees a constant.
+        const int mayWrite = static_cast<int>(IBV_ACCESS_LOCAL_WRITE);
         for (auto& buffer : m_buffers)
         {
-            m_regions.push_back(ibv_reg_mr(m_domain, buffer.data(), buffer.size(), IBV_ACCESS_LOCAL_WRITE));
+            m_regions.push_back(ibv_reg_mr(m_domain, buffer.data(), buffer.size(), mayWrite));
         }
         m_regions.push_back(ibv_reg_mr(m_domain, m_ready.data(), m_ready.size(), 0));
         for (const ibv_mr* region : m_regions)
