@@ -108,7 +108,7 @@ void NQGenTLBufferQueue::MoveTo(NQ_BUFFER_TYPE_LIST dest, NQ_BUFFER_TYPE_LIST so
     NQGenTLBuffer* const moved = from->front();
     to->push_back(moved);
     if (remove)
-        from->pop_front();
+        from->erase(from->begin());
 }
 
 void NQGenTLBufferQueue::FlushTo(NQ_BUFFER_TYPE_LIST dest, NQ_BUFFER_TYPE_LIST source, bool clear)

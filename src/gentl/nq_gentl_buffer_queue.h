@@ -4,7 +4,7 @@
 
 #include "gentl/nq_gentl_mutex.h"
 
-#include <deque>
+#include <vector>
 
 namespace GigERDMA
 {
@@ -57,7 +57,8 @@ class NQGenTLBufferQueue
     NQGenTLBuffer* FindByBuffer(NQ_BUFFER_TYPE_LIST list, void* data, bool remove);
 
   private:
-    using Buffers = std::deque<NQGenTLBuffer*>;
+    /// Short lists: moving the rest up at a removal is cheap, and once grown they allocate nothing per frame.
+    using Buffers = std::vector<NQGenTLBuffer*>;
 
     /// Null for a value that selects nothing.
     Buffers* _getBufferQueue(NQ_BUFFER_TYPE_LIST list) NQ_REQUIRES(m_lock);

@@ -2,50 +2,53 @@
 // The queue of an event's pending entries.
 #include "gentl/nq_gentl_event_data_queue.h"
 
-#include <algorithm>
-
 namespace GigERDMA
 {
 
 void NQGenTLEventDataQueue::Add(void* entry)
 {
     NQGenTLLock lock(m_lock);
-    m_entries.push_back(entry);
+    m_entries.PushBack(entry);
 }
 
 void* NQGenTLEventDataQueue::GetFront(bool remove)
 {
     NQGenTLLock lock(m_lock);
-    if (m_entries.empty())
+    if (m_entries.IsEmpty())
         return nullptr;
-    void* const front = m_entries.front();
+    void* const front = m_entries[0];
     if (remove)
-        m_entries.pop_front();
+        m_entries.Erase(0);
     return front;
 }
 
 unsigned long NQGenTLEventDataQueue::GetSize()
 {
     NQGenTLLock lock(m_lock);
-    return m_entries.size();
+    return m_entries.Size();
 }
 
 void NQGenTLEventDataQueue::Remove(void* entry)
 {
     NQGenTLLock lock(m_lock);
-    m_entries.erase(std::remove(m_entries.begin(), m_entries.end(), entry), m_entries.end());
+    const auto matches = [entry](void* other) { return other == entry; };
+    for (std::size_t index = m_entries.FindIf(matches); index < m_entries.Size(); index = m_entries.FindIf(matches))
+        m_entries.Erase(index);
 }
 
 void NQGenTLEventDataQueue::Clear()
 {
     NQGenTLLock lock(m_lock);
-    m_entries.clear();
+    m_entries.Clear();
 }
 
 std::deque<void*> NQGenTLEventDataQueue::Copy()
 {
     NQGenTLLock lock(m_lock);
-    return m_entries;
+    std::deque<void*> copy;
+    for (std::size_t index = 0; index < m_entries.Size(); ++index)
+        copy.push_back(m_entries[index]);
+    return copy;
 }
 
 } // namespace GigERDMA

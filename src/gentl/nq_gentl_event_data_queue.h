@@ -3,6 +3,7 @@
 #pragma once
 
 #include "gentl/nq_gentl_mutex.h"
+#include "gentl/nq_gentl_ring.h"
 
 #include <deque>
 
@@ -33,7 +34,7 @@ class NQGenTLEventDataQueue
 
   private:
     NQGenTLMutex m_lock;
-    std::deque<void*> m_entries NQ_GUARDED_BY(m_lock);
+    NQGenTLRing<void*> m_entries NQ_GUARDED_BY(m_lock);
 };
 
 } // namespace GigERDMA
