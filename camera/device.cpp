@@ -106,6 +106,10 @@ void Device::RefreshBeforeRead(std::uint32_t address, std::size_t size)
         m_registers.Set(kPrimaryPort, holder.port);
         m_registers.Set(kPrimaryAddress, holder.address);
     }
+    if (covers(kRdmaEnable))
+    {
+        m_registers.Set(kRdmaEnable, Streaming() ? kRdmaEnableOn : 0);
+    }
     if (covers(feature::kDeviceTemperature))
     {
         const std::uint64_t seconds = m_clock.Now() / DeviceClock::kTicksPerSecond;
@@ -270,7 +274,6 @@ void Device::ApplyBootstrap(std::uint32_t address, std::uint32_t value)
         break;
     }
     case kRdmaEnable:
-        m_registers.Set(address, value & kRdmaEnableOn);
         m_acquisition.EnableStream((value & kRdmaEnableOn) != 0);
         break;
     default:
@@ -337,7 +340,7 @@ AcquisitionSettings Device::CurrentSettings() const
 
 bool Device::Streaming() const
 {
-    return m_registers.Get(kRdmaEnable) != 0;
+    return m_acquisition.Count().streamEnabled;
 }
 
 void Device::LoadUserSet()

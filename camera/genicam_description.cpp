@@ -76,6 +76,7 @@ void WriteImageFormatControl(Writer& xml)
     xml.Integer("OffsetX", feature::kOffsetX, {"0", "WidthMax"}, LockedWhileStreaming());
     xml.Integer("OffsetY", feature::kOffsetY, {"0", "HeightMax"}, LockedWhileStreaming());
     std::vector<std::pair<std::string, std::uint32_t>> formats;
+    formats.reserve(std::size(kPixelFormats));
     for (const PixelFormat& format : kPixelFormats)
     {
         formats.emplace_back(format.name, format.code);

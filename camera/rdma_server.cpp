@@ -310,6 +310,11 @@ void RdmaServer::EndConnection()
 
 void RdmaServer::CloseConnection()
 {
+    if (m_established)
+    {
+        // A stream without a connection has ended, and the enable register says so; a host can tell it from a quiet one.
+        m_acquisition.EnableStream(false);
+    }
     m_established = false;
     m_endOnceEstablished = false;
     m_acceptAt.reset();

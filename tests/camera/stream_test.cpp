@@ -380,7 +380,7 @@ TEST_F(CameraStream, FaultDisconnectMidFrameEndsTheConnection)
     m_host->GrantAll();
     EXPECT_EQ(m_host->NextEvent(), RDMA_CM_EVENT_DISCONNECTED);
     m_host.reset();
-    m_control->Write(1, 0xE030, 0);
+    EXPECT_EQ(m_control->Read(0xE030), 0U) << "a stream whose connection has ended is not enabled";
     PlainRdmaHost next(kFrame);
     EXPECT_EQ(next.Connect(), RDMA_CM_EVENT_ESTABLISHED);
     Enable();
