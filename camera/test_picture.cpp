@@ -54,7 +54,7 @@ void TestPicture::PrepareRamp()
     {
         for (std::uint32_t channel = 0; channel < format.channels; ++channel)
         {
-            PutPixel(i, channel, static_cast<std::uint32_t>((i + kChannelStep * channel) % format.levels));
+            PutPixel(i, channel, static_cast<std::uint32_t>((i + std::size_t{kChannelStep} * channel) % format.levels));
         }
     }
 }

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# ./run lint: formatting, both compilers with warnings as errors, clang-tidy on everything that is not a test.
+# ./run lint: formatting, shell scripts, every file through both compilers with warnings as errors, clang-tidy on
+# everything that is not a test.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh
@@ -10,11 +11,19 @@ install $build_packages $test_packages $lint_packages
 need_disk
 
 echo "clang-format"
-git ls-files '*.h' '*.cpp' '*.c' | xargs clang-format --dry-run -Werror || fail "run: clang-format -i on the files above"
+git ls-files '*.h' '*.cpp' '*.c' | xargs clang-format --dry-run -Werror || fail "run clang-format -i on the files above"
+echo "shellcheck"
+git ls-files run .ci/run '*.sh' | xargs shellcheck -x
 
-build build-lint-gcc -DNQ_WARNINGS_AS_ERRORS=ON -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=-g0 -DCMAKE_CXX_COMPILER=g++
-build build-lint-clang -DNQ_WARNINGS_AS_ERRORS=ON -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=-g0 \
-    -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang
+# configure FOLDER CXX CC: gives compile_commands.json, without a build.
+configure() {
+    cmake -S . -B "$1" -G Ninja -DNQ_WARNINGS_AS_ERRORS=ON -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER="$2" \
+        -DCMAKE_C_COMPILER="$3" >"out/$1.log" 2>&1 || fail "cmake failed; see out/$1.log"
+}
+configure build-lint-gcc g++ gcc
+configure build-lint-clang clang++ clang
+echo "g++ and clang++"
+python3 scripts/check_syntax.py build-lint-gcc build-lint-clang || fail "the compilers found something"
 
 echo "clang-tidy"
 git ls-files 'src/*.cpp' 'camera/*.cpp' 'loopback/*.cpp' 'tools/*.cpp' |

@@ -1,0 +1,33 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""check_syntax.py BUILD_FOLDER...: runs every compile command of the folders with -fsyntax-only, in parallel."""
+import concurrent.futures
+import json
+import os
+import shlex
+import subprocess
+import sys
+
+
+def check(command):
+    """The compiler's complaints about one file; an empty text when there are none."""
+    words = shlex.split(command["command"])
+    output = words.index("-o")
+    del words[output:output + 2]
+    result = subprocess.run(words + ["-fsyntax-only"], cwd=command["directory"], capture_output=True, text=True)
+    return "" if result.returncode == 0 else f"{command['file']} ({words[0]}):\n{result.stderr}"
+
+
+def main(folders):
+    commands = []
+    for folder in folders:
+        with open(os.path.join(folder, "compile_commands.json"), encoding="utf-8") as file:
+            commands += json.load(file)
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        complaints = [text for text in pool.map(check, commands) if text]
+    print("\n".join(complaints), end="")
+    print(f"{len(commands)} compilations, {len(complaints)} with complaints")
+    return 1 if complaints or not commands else 0
+
+
+sys.exit(main(sys.argv[1:]))
