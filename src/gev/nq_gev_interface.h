@@ -35,9 +35,9 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
     /// begins.
     int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
 
-    /// Writes the selector (4 bytes, unchecked) or, with any value, scans for cameras for 5 s. GC_ERR_ACCESS_DENIED for
-    /// the read-only registers, GC_ERR_INVALID_ADDRESS where no register begins. `buffer` holds the register, whatever
-    /// `*size` says.
+    /// Writes the selector (the first 4 of `*size` bytes, unchecked, missing ones as zeros) or, with any value, scans
+    /// for cameras for 5 s. GC_ERR_ACCESS_DENIED for the read-only registers, GC_ERR_INVALID_ADDRESS where no register
+    /// begins.
     int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
 
     using NQGenTLModuleBase::GetPortInfo;

@@ -192,7 +192,7 @@ int NQGevInterface::WritePort(unsigned long address, const void* buffer, unsigne
     }
     case g_DeviceSelector: {
         const NQGenTLLock lock(m_moduleLock);
-        std::memcpy(&m_deviceSelector, buffer, sizeof m_deviceSelector);
+        m_deviceSelector = NQGevRegisterValue(buffer, *size);
         return GenTL::GC_ERR_SUCCESS;
     }
     // Deliberate: there is no register at the last of these, but a write to it has always been taken.

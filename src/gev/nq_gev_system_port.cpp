@@ -164,7 +164,7 @@ int NQGevSystem::WritePort(unsigned long address, const void* buffer, unsigned l
     }
     case g_InterfaceSelector: {
         const NQGenTLLock lock(m_moduleLock);
-        std::memcpy(&m_interfaceSelector, buffer, sizeof m_interfaceSelector);
+        m_interfaceSelector = NQGevRegisterValue(buffer, *size);
         return GenTL::GC_ERR_SUCCESS;
     }
     case g_XmlAddress:

@@ -5,13 +5,13 @@
 #include "gev/nq_gev_common.h"
 #include "gev/nq_gev_util.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <array>
 #include <cstdio>
 #include <cstring>
 #include <net/if.h>
 #include <optional>
-#include <string_view>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -20,7 +20,8 @@ namespace
 
 // Deliberate: one fixed request of 1024 bytes, so 25 addresses; what does not fit is not seen.
 constexpr std::size_t g_TableSize = 1024;
-static_assert(g_TableSize / sizeof(ifreq) == 25);
+constexpr std::size_t g_MaxEntries = g_TableSize / sizeof(ifreq);
+static_assert(g_MaxEntries == 25);
 
 /// A datagram socket on which to ask about adapters.
 class AdapterQuery
@@ -60,7 +61,7 @@ class AdapterQuery
             m_abandoned = true;
             return false;
         }
-        m_count = static_cast<std::size_t>(request.ifc_len) / sizeof(ifreq);
+        m_count = std::min(static_cast<std::size_t>(request.ifc_len) / sizeof(ifreq), g_MaxEntries);
         return true;
     }
 
@@ -70,7 +71,7 @@ class AdapterQuery
     bool Ask(unsigned long what, ifreq& request) const { return ioctl(m_socket, what, &request) >= 0; }
 
   private:
-    std::array<ifreq, g_TableSize / sizeof(ifreq)> m_table{};
+    std::array<ifreq, g_MaxEntries + 1> m_table{}; ///< With room for the odd bytes of the table.
     std::size_t m_count = 0;
     int m_socket;
     bool m_abandoned = false;
