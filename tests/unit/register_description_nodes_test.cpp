@@ -172,18 +172,20 @@ TEST(RegisterDescriptionNodes, DisabledElementsOfTheSystemMapStayAsComments)
     EXPECT_EQ(behind[0].substr(0, 3), "TBD");
     const XmlNode category = ParseXml("<?xml version=\"1.0\" encoding=\"utf-8\"?>" + behind[0].substr(4));
     EXPECT_EQ(category.name, "Category");
-    EXPECT_EQ(category.Attribute("Name"), "EventControl");
-    const Children children = Actual(category);
-    EXPECT_EQ(Children(children.end() - 5, children.end()), (Children{{"Visibility", "Expert"},
-                                                                      {"ImposedAccessMode", "RO"},
-                                                                      {"pFeature", "EventSelector"},
-                                                                      {"pFeature", "EventNotification"},
-                                                                      {"pFeature", "EventInterfaceListChangedData"}}));
+    EXPECT_EQ(category.attributes, NameAttributes("EventControl", "Standard"));
+    EXPECT_EQ(Actual(category), (Children{{"ToolTip", "(wording)"},
+                                          {"Description", "(wording)"},
+                                          {"DisplayName", "Event Control"},
+                                          {"Visibility", "Expert"},
+                                          {"ImposedAccessMode", "RO"},
+                                          {"pFeature", "EventSelector"},
+                                          {"pFeature", "EventNotification"},
+                                          {"pFeature", "EventInterfaceListChangedData"}}));
     const Texts enumeration = Group(root, "InterfaceEnumeration").Comments();
     ASSERT_EQ(enumeration.size(), 1u);
     const XmlNode timeout = ParseXml("<?xml version=\"1.0\" encoding=\"utf-8\"?>" + enumeration[0]);
     EXPECT_EQ(timeout.name, "Integer");
-    EXPECT_EQ(timeout.Attribute("Name"), "InterfaceUpdateTimeout");
+    EXPECT_EQ(timeout.attributes, NameAttributes("InterfaceUpdateTimeout", "Standard"));
     EXPECT_EQ(Actual(timeout), (Children{{"ToolTip", "(wording)"},
                                          {"Description", "(wording)"},
                                          {"DisplayName", "Interface Update Timeout"},

@@ -55,13 +55,19 @@ TEST(RegisterDescription, RootCarriesItsAttributesInOrder)
                                        std::pair<std::string, std::string>{"SubMinorVersion", "0"}));
         EXPECT_EQ(root.attributes[10].first, "ProductGuid");
         EXPECT_EQ(root.attributes[11].first, "VersionGuid");
+        for (const std::size_t guid : {10, 11})
+        {
+            EXPECT_THAT(root.attributes[guid].second,
+                        testing::MatchesRegex("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}"));
+        }
         guids.insert(root.attributes[10].second + " " + root.attributes[11].second);
         EXPECT_EQ(root.attributes[12].first, "xmlns");
         EXPECT_EQ(root.attributes[12].second, "http://www.genicam.org/GenApi/Version_1_1");
         EXPECT_EQ(root.attributes[13].first, "xmlns:xsi");
         EXPECT_EQ(root.attributes[13].second, "http://www.w3.org/2001/XMLSchema-instance");
         EXPECT_EQ(root.attributes[14].first, "xsi:schemaLocation");
-        EXPECT_THAT(root.attributes[14].second, testing::HasSubstr("GenApiSchema_Version_1_1"));
+        EXPECT_EQ(root.attributes[14].second, "http://www.genicam.org/GenApi/Version_1_1 "
+                                              "http://www.genicam.org/GenApi/GenApiSchema_Version_1_1.xsd");
     });
     EXPECT_EQ(guids.size(), 1u) << "one pair for all four texts";
 }
@@ -78,6 +84,40 @@ TEST(RegisterDescription, GroupsStandInOrder)
             }
         }
         EXPECT_EQ(groups, map.rows.groups);
+    });
+}
+
+TEST(RegisterDescription, CategoriesFeaturesRegistersFormulasAndPortsFollowEachOther)
+{
+    const std::map<std::string, int> rank = {{"Category", 0},    {"String", 1},        {"Integer", 1},
+                                             {"Enumeration", 1}, {"Command", 1},       {"IntReg", 2},
+                                             {"StringReg", 2},   {"IntSwissKnife", 3}, {"Port", 4}};
+    ForEachMap([&rank](const Map&, const XmlNode& root) {
+        int before = 0;
+        for (const Placed& placed : NamedNodes(root))
+        {
+            const int now = rank.at(placed.node->name);
+            EXPECT_LE(before, now) << placed.node->Attribute("Name");
+            before = now;
+        }
+    });
+}
+
+TEST(RegisterDescription, ABannerWithItsTitleStandsInFrontOfMostGroups)
+{
+    ForEachMap([](const Map&, const XmlNode& root) {
+        for (std::size_t i = 0; i < root.children.size(); ++i)
+        {
+            const std::string title = root.children[i].Attribute("Comment");
+            if (title.empty() || title == "SubCategories")
+            {
+                continue;
+            }
+            ASSERT_GE(i, 3u) << title;
+            EXPECT_THAT(root.children[i - 3].text, testing::MatchesRegex(" [*]+ ")) << title;
+            EXPECT_EQ(root.children[i - 2].text, " " + title + " ");
+            EXPECT_THAT(root.children[i - 1].text, testing::MatchesRegex(" [*]+ ")) << title;
+        }
     });
 }
 
