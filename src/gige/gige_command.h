@@ -22,7 +22,7 @@ class Command
     static constexpr int kReceiveSize = 548;
 
     /// Builds the command `command` (lower 16 bits) with `length` zero body bytes and the next request id. Throws
-    /// std::length_error when `length` and the header together are no positive number of bytes.
+    /// std::length_error when `length` and the header together are a negative number of bytes in 32 bits.
     Command(unsigned int command, int length, unsigned char flags);
 
     /// Makes an empty receive buffer: size 0, kReceiveSize zero bytes.

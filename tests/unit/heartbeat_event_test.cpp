@@ -6,11 +6,13 @@
 #include "gige/nq_gev_tl_linux.h"
 #include "support/device_record.h"
 #include "support/event_device.h"
+#include "support/network.h"
 #include "support/register_camera.h"
 
 #include <chrono>
 #include <cstring>
 #include <gmock/gmock.h>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -39,6 +41,32 @@ std::string TextOf(const std::vector<unsigned char>& record)
 {
     return record.empty() ? "" : reinterpret_cast<const char*>(record.data()) + 4;
 }
+
+/// A camera with registers of its own, on a host of its own.
+class SecondCamera
+{
+  public:
+    SecondCamera()
+    {
+        m_host.Connect("here", "10.9.0.1/24", "there", "10.9.0.2/24");
+        m_camera = std::make_unique<RegisterCamera>(&m_host);
+        m_camera->SetRegister(0x0938, 100);
+    }
+
+    RegisterCamera& Get() const { return *m_camera; }
+
+    static _NQ_GEV_DEVICE_INFO Record()
+    {
+        _NQ_GEV_DEVICE_INFO record = LoopbackCamera();
+        record.ipAddress = 0x0A090002;
+        record.id = "second";
+        return record;
+    }
+
+  private:
+    nq::test::Host m_host;
+    std::unique_ptr<RegisterCamera> m_camera;
+};
 
 /// Keeps what a thread allocates out of the search for leaks, in a program that has one. An event that is unregistered
 /// leaves its undelivered records behind.
@@ -176,6 +204,50 @@ TEST_F(Heartbeat, DeliberatelyOneStatusForTheWholeProcess)
     ASSERT_EQ(second->Open(), 0);
     ASSERT_TRUE(camera.WaitFor("read 0x0A00", camera.Count("read 0x0A00") + 8));
     EXPECT_EQ(event.Pending(), 0U) << "the second camera is in the state of the first";
+}
+
+TEST_F(Heartbeat, DeliberatelyTwoCamerasInDifferentStatesReportAChangeAtEachOthersBeats)
+{
+    RegisteredEvent event(parent, connectionEvent);
+    const SecondCamera elsewhere;
+    const auto first = Camera(3);
+    ASSERT_EQ(first->Open(), 0);
+    ASSERT_EQ(StatusOf(event.Next()), 5);
+    const auto second = Camera(3, elsewhere.Record());
+    ASSERT_EQ(second->Open(), 0);
+    elsewhere.Get().SetRegister(0x0A00, 77);
+    std::map<std::string, int> reports;
+    for (int change = 0; change < 6; ++change)
+    {
+        const std::vector<unsigned char> record = event.Next();
+        EXPECT_EQ(StatusOf(record), TextOf(record) == "second" ? 77 : 5);
+        ++reports[TextOf(record)];
+    }
+    EXPECT_EQ(reports["second"], 3);
+    EXPECT_EQ(reports["Model:02-00-00-00-00-01"], 3);
+}
+
+TEST_F(Heartbeat, DeliberatelyALostCameraMakesTheOtherOneReportItsStateAgain)
+{
+    RegisteredEvent event(parent, connectionEvent);
+    const SecondCamera elsewhere;
+    const auto first = Camera(3);
+    ASSERT_EQ(first->Open(), 0);
+    ASSERT_EQ(StatusOf(event.Next()), 5);
+    const auto second = Camera(4, elsewhere.Record());
+    ASSERT_EQ(second->Open(), 0);
+    std::map<std::string, int> reports;
+    for (int change = 0; change < 2; ++change)
+    {
+        const std::vector<unsigned char> record = event.Next();
+        reports[TextOf(record)] = StatusOf(record);
+    }
+    EXPECT_EQ(reports["second"], 3);
+    EXPECT_EQ(reports["Model:02-00-00-00-00-01"], 5);
+    camera.Forget();
+    ASSERT_TRUE(camera.WaitFor("read 0x0A00", 5));
+    EXPECT_EQ(event.Pending(), 0U) << "the second camera's thread has ended with its own report";
+    EXPECT_EQ(elsewhere.Get().Count("read 0x0A00"), 1U);
 }
 
 TEST_F(Heartbeat, TheStatusIsKeptAcrossCloseAndOpen)

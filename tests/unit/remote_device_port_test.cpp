@@ -409,4 +409,77 @@ TEST_F(RemoteDevicePort, SeveralThreadsMayUseTheCameraAtOnce)
     ASSERT_EQ(device->Close(), 0);
 }
 
+/// One port access by its size and the commands it has to become.
+struct SizeRow
+{
+    unsigned long size;
+    std::vector<std::string> accesses;
+};
+
+TEST_F(RemoteDevicePort, EverySizeOfAReadBecomesTheseCommandsAndDeliversThatManyBytes)
+{
+    const std::vector<SizeRow> rows = {
+        {0, {"read memory 0xA000, 0 bytes"}},
+        {1, {"read 0xA000"}},
+        {3, {"read 0xA000"}},
+        {4, {"read 0xA000"}},
+        {5, {"read memory 0xA000, 8 bytes"}},
+        {508, {"read memory 0xA000, 508 bytes"}},
+        {509, {"read memory 0xA000, 512 bytes"}},
+        {511, {"read memory 0xA000, 512 bytes"}},
+        {512, {"read memory 0xA000, 512 bytes"}},
+        {513, {"read memory 0xA000, 512 bytes", "read memory 0xA200, 4 bytes"}},
+        {1023, {"read memory 0xA000, 512 bytes", "read memory 0xA200, 512 bytes"}},
+        {1024, {"read memory 0xA000, 512 bytes", "read memory 0xA200, 512 bytes"}},
+        {1025, {"read memory 0xA000, 512 bytes", "read memory 0xA200, 512 bytes", "read memory 0xA400, 4 bytes"}},
+    };
+    Open();
+    camera.SetMemory(0xA000, Ramp(1100));
+    camera.SetRegister(0xA000, 0x00070E15); // the ramp's first four bytes
+    for (const SizeRow& row : rows)
+    {
+        SCOPED_TRACE(row.size);
+        camera.Forget();
+        Bytes bytes(1100, 0xEE);
+        ASSERT_EQ(Read(0xA000, bytes.data(), row.size), 0);
+        EXPECT_EQ(camera.Accesses(), row.accesses);
+        Bytes expected = Ramp(1100);
+        std::fill(expected.begin() + static_cast<std::ptrdiff_t>(row.size), expected.end(),
+                  static_cast<unsigned char>(0xEE));
+        EXPECT_EQ(bytes, expected);
+    }
+}
+
+TEST_F(RemoteDevicePort, EverySizeOfAWriteBecomesTheseCommands)
+{
+    const std::vector<SizeRow> rows = {
+        {0, {"write memory 0xA000, 0 bytes"}},
+        {1, {"write 0xA000 = 0x00000000"}},
+        {3, {"write 0xA000 = 0x00070E00"}},
+        {4, {"write 0xA000 = 0x00070E15"}},
+        {5, {"write memory 0xA000, 8 bytes"}},
+        {508, {"write memory 0xA000, 508 bytes"}},
+        {509, {"write memory 0xA000, 512 bytes"}},
+        {511, {"write memory 0xA000, 512 bytes"}},
+        {512, {"write memory 0xA000, 512 bytes"}},
+        {513, {"write memory 0xA000, 512 bytes", "write memory 0xA200, 4 bytes"}},
+        {1023, {"write memory 0xA000, 512 bytes", "write memory 0xA200, 512 bytes"}},
+        {1024, {"write memory 0xA000, 512 bytes", "write memory 0xA200, 512 bytes"}},
+        {1025, {"write memory 0xA000, 512 bytes", "write memory 0xA200, 512 bytes", "write memory 0xA400, 4 bytes"}},
+    };
+    Open();
+    for (const SizeRow& row : rows)
+    {
+        SCOPED_TRACE(row.size);
+        camera.Forget();
+        const Fence bytes(Ramp(row.size));
+        ASSERT_EQ(Write(0xA000, bytes.Data(), row.size), 0);
+        EXPECT_EQ(camera.Accesses(), row.accesses);
+        if (row.size > 4)
+        {
+            EXPECT_EQ(camera.Memory(0xA000, row.size), Ramp(row.size));
+        }
+    }
+}
+
 } // namespace

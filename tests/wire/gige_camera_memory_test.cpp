@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 // Memory access of GigETL::Camera against a scripted peer.
 #include "gige/gige_camera.h"
+#include "support/asleep.h"
 #include "support/gvcp_peer.h"
 
 #include <gmock/gmock.h>
 
 #include <array>
+#include <atomic>
+#include <csignal>
+#include <functional>
 #include <numeric>
+#include <pthread.h>
 #include <vector>
 
 namespace
@@ -240,6 +245,55 @@ TEST_F(CameraMemory, FailedSendEndsTheCall)
     std::array<unsigned char, 4> data{};
     EXPECT_EQ(unreachable.writeCameraMemory(0, data.data(), 4), -212);
     EXPECT_EQ(unreachable.readCameraMemory(0, data.data(), 4), -212);
+}
+
+/// Runs an access whose first wait a signal breaks off: a pending acknowledge that is there beforehand makes that wait
+/// long, and the signal comes when the access sleeps in it.
+class InterruptedCameraMemory : public CameraMemory
+{
+  protected:
+    NQGigE_RETURN Run(const std::function<NQGigE_RETURN()>& access)
+    {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGUSR1, &action, nullptr);
+        m_peer.Send({0, 0, 0x00, 0x89, 0, 4, 0, 1, 0, 0, 0xEA, 0x60}, "127.0.0.1",
+                    static_cast<std::uint16_t>(m_camera.getLocalPort()));
+        m_peer.Next(Silent());
+        NQGigE_RETURN result = NQGigE_SUCCESS;
+        std::atomic<pthread_t> thread{};
+        nq::test::CallingThread caller([&] {
+            thread = pthread_self();
+            result = access();
+        });
+        EXPECT_TRUE(m_peer.WaitForCount(1));
+        caller.AwaitAsleep();
+        pthread_kill(thread, SIGUSR1);
+        caller.Join();
+        return result;
+    }
+};
+
+TEST_F(InterruptedCameraMemory, ReadIsSentAgainAfterAFailedWaitToo)
+{
+    m_peer.Otherwise(Memory({9, 8, 7, 6}));
+    EXPECT_EQ(Run([this] { return ReadBytes(4); }), 0);
+    EXPECT_THAT(m_peer.ReceivedBytes(), ElementsAre(Read(1, 0, 4), Read(1, 0, 4)));
+    EXPECT_EQ(m_data[0], 9);
+}
+
+TEST_F(InterruptedCameraMemory, WriteIsNotSentAgainAfterAFailedWait)
+{
+    EXPECT_EQ(Run([this] { return WriteFour(); }), -10);
+    EXPECT_THAT(m_peer.ReceivedBytes(), ElementsAre(Write(1)));
+}
+
+TEST_F(InterruptedCameraMemory, RegisterAccessIsNotSentAgainAfterAFailedWait)
+{
+    unsigned int value = 0;
+    EXPECT_EQ(Run([this, &value] { return m_camera.getGigECameraRegister(0xE030, &value); }), -10);
+    EXPECT_EQ(value, 0xFFFFFFFFU);
+    EXPECT_THAT(m_peer.ReceivedBytes(), SizeIs(1));
 }
 
 } // namespace
