@@ -186,12 +186,15 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
         TraceDataStream("%s GC_ERR_INVALID_PARAMETER", "StartAcquisition");
         return GenTL::GC_ERR_INVALID_PARAMETER;
     }
+    // Two starts at once would both find the stream stopped: the second waits for the outcome of the first.
+    NQGenTLLock start(m_startLock);
     bool started = false;
     {
         // Deliberate: a start that is refused because acquisition runs has already set a new limit.
         NQGenTLLock lock(m_moduleLock);
         m_numToAcquire = numToAcquire;
         m_numAcquired = 0;
+        m_limitPassed = false;
         started = m_started;
     }
     if (started)
@@ -199,8 +202,6 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
         TraceDataStream("%s GC_ERR_RESOURCE_IN_USE", "StartAcquisition");
         return GenTL::GC_ERR_RESOURCE_IN_USE;
     }
-    // The blocks of the run before go with its transport.
-    ForgetRdmaIds();
     const int error = DoStartAcquisition(m_buffers.GetBiggestSize(NQ_BUFFER_TYPE_ANNOUNCED),
                                          m_buffers.GetCount(NQ_BUFFER_TYPE_ANNOUNCED));
     if (error != GenTL::GC_ERR_SUCCESS)
@@ -208,10 +209,17 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
         TraceDataStream("%s DoStartAcquisition Failed! ret:%d", "StartAcquisition", error);
         return error;
     }
-    NQGenTLLock lock(m_moduleLock);
-    m_started = true;
-    m_numDelivered = 0;
-    m_numUnderrun = 0;
+    bool limitPassed = false;
+    {
+        NQGenTLLock lock(m_moduleLock);
+        m_started = true;
+        m_numDelivered = 0;
+        m_numUnderrun = 0;
+        limitPassed = m_limitPassed;
+    }
+    // The frame that was to stop the stream came while it did not count as started yet; no other frame may follow it.
+    if (limitPassed)
+        StopAcquisition(GenTL::ACQ_STOP_FLAGS_KILL);
     return GenTL::GC_ERR_SUCCESS;
 }
 
@@ -257,7 +265,7 @@ void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned
                                       unsigned long width, unsigned long height, unsigned long pixelFormat,
                                       unsigned char* data, int status)
 {
-    if (IsLimitReached())
+    if (PassesLimit())
     {
         StopAcquisition(GenTL::ACQ_STOP_FLAGS_KILL);
     }
@@ -276,10 +284,12 @@ void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned
     SetTransferCompleted();
 }
 
-bool NQGenTLDataStream::IsLimitReached()
+/// For a frame that has come: whether it is the one past the last one asked for.
+bool NQGenTLDataStream::PassesLimit()
 {
     NQGenTLLock lock(m_moduleLock);
-    return m_numToAcquire != GENTL_INFINITE && m_numAcquired >= m_numToAcquire;
+    m_limitPassed = m_numToAcquire != GENTL_INFINITE && m_numAcquired >= m_numToAcquire;
+    return m_limitPassed;
 }
 
 bool NQGenTLDataStream::IsStarted()

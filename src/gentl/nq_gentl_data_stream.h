@@ -24,8 +24,8 @@ namespace GigERDMA
 /// DoStopAcquisition therefore must not wait for that thread. The acquisition thread may go on for a while after a
 /// stop; a subclass's destructor makes sure that it has ended. All operations return GenTL codes.
 ///
-/// Order of locking: transfer lock, then queueing lock, then module lock, then the locks of list, buffer and event. The
-/// module lock is never held over a call of DoStartAcquisition, DoStopAcquisition or over a wait.
+/// Order of locking: start lock, stop lock, transfer lock, queueing lock, module lock, then the locks of list, buffer
+/// and event. The module lock is never held over a call of DoStartAcquisition, DoStopAcquisition or over a wait.
 class NQGenTLDataStream : public NQGenTLModuleBase
 {
   public:
@@ -39,7 +39,8 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     int DoOpen() override;
     int DoClose() override;
 
-    /// Starts the transport for `count` announced buffers, of which the biggest has `biggestSize` bytes.
+    /// Starts the transport for `count` announced buffers, of which the biggest has `biggestSize` bytes. Calls
+    /// ForgetRdmaIds when the blocks of an earlier run go.
     virtual int DoStartAcquisition(unsigned int biggestSize, unsigned int count) = 0;
     virtual int DoStopAcquisition(int flags) = 0;
 
@@ -99,7 +100,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     int GetCounterInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
     NQGenTLBuffer* TakeBufferFor(void* rdmaId);
     void Deliver(NQGenTLBuffer* buffer, int status);
-    bool IsLimitReached();
+    bool PassesLimit();
     bool IsStarted();
     void AddUnqueuedToInput();
     void SignalInput();
@@ -118,9 +119,11 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     const std::string m_tlType = "GEV";
     NQEventHandler m_transferCompleted;
 
+    bool m_limitPassed NQ_GUARDED_BY(m_moduleLock) = false; ///< A frame came after the last one asked for.
     NQGenTLMutex m_transferLock; ///< Held while a frame goes into a buffer, so that no buffer is deleted meanwhile.
     NQGenTLMutex m_queueingLock; ///< Makes the return of a buffer to the transport and to the input list one step.
-    NQGenTLMutex m_stopLock;     ///< Makes one of several simultaneous stops stop the transport.
+    NQGenTLMutex m_startLock; ///< Makes simultaneous starts follow each other. Never taken on the acquisition thread.
+    NQGenTLMutex m_stopLock;  ///< Makes one of several simultaneous stops stop the transport.
 };
 
 } // namespace GigERDMA

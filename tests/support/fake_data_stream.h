@@ -34,6 +34,7 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
     int DoStartAcquisition(unsigned int biggestSize, unsigned int count) override
     {
         calls.push_back("start " + std::to_string(biggestSize) + " " + std::to_string(count));
+        ForgetRdmaIds(); // as a transport whose blocks are made anew
         return onStart ? onStart() : 0;
     }
     int DoStopAcquisition(int flags) override

@@ -233,6 +233,56 @@ TEST_F(DataStreamAcquisition, SimultaneousStopsStopTheTransportOnce)
     }
 }
 
+TEST_F(DataStreamAcquisition, SimultaneousStartsStartTheTransportOnce)
+{
+    std::atomic<int> starting = 0;
+    stream.onStart = [&] {
+        EXPECT_EQ(++starting, 1) << "never two at once";
+        std::this_thread::yield();
+        --starting;
+        return 0;
+    };
+    for (int round = 0; round < 100; ++round)
+    {
+        stream.calls.clear();
+        std::atomic<int> succeeded = 0;
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 3; ++i)
+        {
+            threads.emplace_back([&] {
+                const int result = stream.StartAcquisition(0, 1);
+                EXPECT_TRUE(result == 0 || result == -1004);
+                succeeded += result == 0;
+            });
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+        EXPECT_EQ(succeeded, 1);
+        EXPECT_EQ(stream.calls.size(), 1U);
+        ASSERT_EQ(stream.StopAcquisition(1), 0);
+    }
+}
+
+TEST_F(DataStreamAcquisition, AFramePastTheLimitThatComesWhileTheStartIsUnderWayStopsTheStreamToo)
+{
+    Announce(3);
+    Queue(3);
+    RegisterNewBuffer();
+    stream.onStart = [&] {
+        Frame(0, 1);
+        Frame(1, 2);
+        return 0;
+    };
+    EXPECT_EQ(stream.StartAcquisition(0, 1), 0);
+    EXPECT_EQ(stream.calls, (Calls{"start 8 3", "stop 1"}));
+    EXPECT_EQ(Take(), handles[0]);
+    EXPECT_EQ(Take(), nullptr);
+    EXPECT_EQ(stream.StopAcquisition(1), -1004);
+    stream.onStart = nullptr;
+    EXPECT_EQ(stream.StartAcquisition(0, 1), 0);
+    EXPECT_EQ(stream.StopAcquisition(1), 0) << "the next run knows nothing of it";
+}
+
 TEST_F(DataStreamAcquisition, NoLockIsHeldOverTheTransportsStartAndStop)
 {
     auto ask = [&] {
