@@ -142,7 +142,18 @@ struct FailingStep
     const char* name;
     std::function<void(FakeVerbs&)> provoke;
     const char* text;
+    Texts teardown;
 };
+
+/// What a failure leaves to undo, by how far the connection had come.
+const Texts nothing = {};
+const Texts channel = {"rdma_destroy_event_channel"};
+const Texts id = {"rdma_destroy_id", "rdma_destroy_event_channel"};
+const Texts completionChannel = {"ibv_destroy_comp_channel", "rdma_destroy_id", "rdma_destroy_event_channel"};
+const Texts completionQueue = {"ibv_destroy_cq", "ibv_destroy_comp_channel", "rdma_destroy_id",
+                               "rdma_destroy_event_channel"};
+const Texts queuePair = {"rdma_disconnect",          "ibv_destroy_qp",  "ibv_destroy_cq",
+                         "ibv_destroy_comp_channel", "rdma_destroy_id", "rdma_destroy_event_channel"};
 
 std::ostream& operator<<(std::ostream& out, const FailingStep& step)
 {
@@ -168,6 +179,16 @@ TEST_P(LvEndpointFailure, IsRaisedWithItsText)
     }
     EXPECT_EQ(text, GetParam().text);
     endpoint.DeInit();
+}
+
+TEST_P(LvEndpointFailure, IsUndoneInTheOrderOfTeardown)
+{
+    GetParam().provoke(fake);
+    LvEndpoint endpoint;
+    EXPECT_THROW(LvEndpointAccess::Connect(endpoint, address), std::runtime_error);
+    fake.ForgetCalls();
+    endpoint.DeInit();
+    EXPECT_EQ(Without(fake.Calls(), ThreadCalls), GetParam().teardown);
 }
 
 TEST_P(LvEndpointFailure, MakesInitReturnFalseWithOneLogLineAndNothingLeft)
@@ -196,41 +217,47 @@ TEST_P(LvEndpointFailure, MakesInitReturnFalseWithOneLogLineAndNothingLeft)
 
 const FailingStep failingSteps[] = {
     {"CreateEventChannel", [](FakeVerbs& fake) { fake.Fail("rdma_create_event_channel", ENODEV); },
-     "Error rdma_create_event_channel(): [No such device]"},
+     "Error rdma_create_event_channel(): [No such device]", nothing},
     {"CreateId", [](FakeVerbs& fake) { fake.Fail("rdma_create_id", ENOMEM); },
-     "Error rdma_create_id(): [Cannot allocate memory]"},
+     "Error rdma_create_id(): [Cannot allocate memory]", channel},
     {"ResolveAddr", [](FakeVerbs& fake) { fake.Fail("rdma_resolve_addr", ENETUNREACH); },
-     "Error rdma_resolve_addr(): [Network is unreachable]"},
+     "Error rdma_resolve_addr(): [Network is unreachable]", id},
     {"FirstEventUnread", [](FakeVerbs& fake) { fake.Fail("rdma_get_cm_event", EIO, 1); },
-     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ADDR_RESOLVED], received [no event], Result: [-1]"},
+     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ADDR_RESOLVED], received [no event], Result: [-1]", id},
     {"FirstEventOther", [](FakeVerbs& fake) { fake.addressAnswer = RDMA_CM_EVENT_ADDR_ERROR; },
-     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ADDR_RESOLVED], received [RDMA_CM_EVENT_ADDR_ERROR], Result: [0]"},
-    {"AllocPd", [](FakeVerbs& fake) { fake.Fail("ibv_alloc_pd", ENOMEM); }, "ibv_alloc_pd(): [Cannot allocate memory]"},
+     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ADDR_RESOLVED], received [RDMA_CM_EVENT_ADDR_ERROR], Result: [0]",
+     id},
+    {"AllocPd", [](FakeVerbs& fake) { fake.Fail("ibv_alloc_pd", ENOMEM); }, "ibv_alloc_pd(): [Cannot allocate memory]",
+     id},
     {"CreateCompChannel", [](FakeVerbs& fake) { fake.Fail("ibv_create_comp_channel", EMFILE); },
-     "ibv_create_comp_channel(): [Too many open files]"},
-    {"CreateCq", [](FakeVerbs& fake) { fake.Fail("ibv_create_cq", EINVAL); }, "ibv_create_cq(): [Invalid argument]"},
+     "ibv_create_comp_channel(): [Too many open files]", id},
+    {"CreateCq", [](FakeVerbs& fake) { fake.Fail("ibv_create_cq", EINVAL); }, "ibv_create_cq(): [Invalid argument]",
+     completionChannel},
     {"ReqNotify", [](FakeVerbs& fake) { fake.Fail("ibv_req_notify_cq", EIO); },
-     "ibv_req_notify_cq(): [Input/output error]"},
+     "ibv_req_notify_cq(): [Input/output error]", completionQueue},
     {"CreateQp", [](FakeVerbs& fake) { fake.Fail("rdma_create_qp", ENOSPC); },
-     "rdma_create_qp(): [No space left on device], Result: [-1]"},
+     "rdma_create_qp(): [No space left on device], Result: [-1]", completionQueue},
     {"ResolveRoute", [](FakeVerbs& fake) { fake.Fail("rdma_resolve_route", EINVAL); },
-     "rdma_resolve_route(): [Invalid argument], Result: [-1]"},
+     "rdma_resolve_route(): [Invalid argument], Result: [-1]", queuePair},
     {"SecondEventUnread", [](FakeVerbs& fake) { fake.Fail("rdma_get_cm_event", EIO, 2); },
-     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ROUTE_RESOLVED], received [no event], Result: [-1]"},
+     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ROUTE_RESOLVED], received [no event], Result: [-1]", queuePair},
     {"SecondEventOther", [](FakeVerbs& fake) { fake.routeAnswer = RDMA_CM_EVENT_ROUTE_ERROR; },
-     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ROUTE_RESOLVED], received [RDMA_CM_EVENT_ROUTE_ERROR], Result: [0]"},
+     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ROUTE_RESOLVED], received [RDMA_CM_EVENT_ROUTE_ERROR], Result: [0]",
+     queuePair},
     {"Connect", [](FakeVerbs& fake) { fake.Fail("rdma_connect", ECONNREFUSED); },
-     "rdma_connect(): [Connection refused], Result: [-1]"},
+     "rdma_connect(): [Connection refused], Result: [-1]", queuePair},
     {"ThirdEventUnread", [](FakeVerbs& fake) { fake.Fail("rdma_get_cm_event", EIO, 3); },
-     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ESTABLISHED], received [no event], Result: [-1]"},
+     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ESTABLISHED], received [no event], Result: [-1]", queuePair},
     {"CameraRefuses", [](FakeVerbs& fake) { fake.connectAnswer = RDMA_CM_EVENT_REJECTED; },
-     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ESTABLISHED], received [RDMA_CM_EVENT_REJECTED], Result: [0]"},
+     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ESTABLISHED], received [RDMA_CM_EVENT_REJECTED], Result: [0]",
+     queuePair},
     {"CameraNeverAnswers", [](FakeVerbs& fake) { fake.connectAnswer = RDMA_CM_EVENT_UNREACHABLE; },
-     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ESTABLISHED], received [RDMA_CM_EVENT_UNREACHABLE], Result: [0]"},
+     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ESTABLISHED], received [RDMA_CM_EVENT_UNREACHABLE], Result: [0]",
+     queuePair},
     {"CompletionThread", [](FakeVerbs& fake) { fake.OnCall("ibv_req_notify_cq", nq::test::RefuseThreads); },
-     "Error pthread_create(): [11]"},
+     "Error pthread_create(): [11]", completionQueue},
     {"EventThread", [](FakeVerbs& fake) { fake.OnCall("rdma_ack_cm_event", nq::test::RefuseThreads, 3); },
-     "Error pthread_create(): [11]"}};
+     "Error pthread_create(): [11]", queuePair}};
 
 INSTANTIATE_TEST_SUITE_P(EachStep, LvEndpointFailure, testing::ValuesIn(failingSteps),
                          [](const auto& step) { return std::string(step.param.name); });

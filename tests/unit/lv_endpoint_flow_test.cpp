@@ -224,22 +224,68 @@ TEST_F(LvEndpointFlow, StopDuringTheWaitForAFreeSendDropsTheDescriptorAlreadyTak
     endpoint->DeInit();
 }
 
-TEST_F(LvEndpointFlow, PostsBeyondTheDepthOfTheQueuePairAreLostSilently)
+/// How many blocks are made; the queue pair holds 100 work requests in each direction.
+class LvEndpointCount : public LvEndpointFlow, public testing::WithParamInterface<std::uint32_t>
 {
-    Stream(120);
-    EXPECT_EQ(fake.Count("ibv_post_recv"), 120);
-    for (int frame = 0; frame < 100; ++frame)
+};
+
+TEST_P(LvEndpointCount, EveryReceiveAndThenEveryReadyMessageIsPostedAndWhatTheQueuePairRefusesIsLostSilently)
+{
+    const std::uint32_t count = GetParam();
+    const std::uint32_t taken = std::min<std::uint32_t>(count, 100);
+    fake.completesSends = false;
+    Stream(count);
+    Texts expected(count, "ibv_post_recv");
+    expected.insert(expected.end(), count, "ibv_post_send");
+    EXPECT_EQ(Posts(fake.Calls()), expected);
+    std::vector<std::uint64_t> ids;
+    for (std::uint32_t index = 0; index < count; ++index)
+    {
+        ids.push_back(IdOf(index));
+    }
+    EXPECT_EQ(fake.ReceiveIds(), ids);
+
+    gevrdmaBuffer buffer{};
+    for (std::uint32_t frame = 0; frame < taken; ++frame)
+    {
+        fake.DeliverFrame(Bytes(block, 7));
+        ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
+        EXPECT_EQ(buffer.id, LvEndpointAccess::Receive(*endpoint, frame));
+    }
+    if (count > 0)
+    {
+        fake.CompleteSend();
+        fake.ForgetCalls();
+        EXPECT_EQ(endpoint->RequeueBuffer(&buffer), 0);
+        fake.WaitForCalls("ibv_post_send", 1);
+        EXPECT_THAT(Posts(fake.Calls()), ElementsAre("ibv_post_recv", "ibv_post_send"));
+    }
+    EXPECT_FALSE(LvEndpointAccess::Stopped(*endpoint));
+    EXPECT_THAT(trace.At(2), IsEmpty());
+    EXPECT_THAT(trace.At(8), IsEmpty());
+    endpoint.reset();
+    EXPECT_THAT(fake.LiveObjects(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Blocks, LvEndpointCount, testing::Values(0, 1, 2, 99, 100, 101, 500));
+
+TEST_F(LvEndpointFlow, BlocksReturnedTogetherCostOneReceiveAndOneReadyMessageEachReceiveFirst)
+{
+    Stream(3);
+    for (int frame = 0; frame < 3; ++frame)
     {
         fake.DeliverFrame(Bytes(block, 7));
     }
-    gevrdmaBuffer buffer{};
-    for (int frame = 0; frame < 100; ++frame)
+    fake.ForgetCalls();
+    for (int frame = 0; frame < 3; ++frame)
     {
+        gevrdmaBuffer buffer{};
         ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
+        EXPECT_EQ(endpoint->RequeueBufferByID(buffer.id), 0);
     }
-    EXPECT_EQ(buffer.id, LvEndpointAccess::Receive(*endpoint, 99));
-    EXPECT_THAT(trace.At(2), IsEmpty());
-    EXPECT_THAT(trace.At(8), IsEmpty());
+    fake.WaitForCalls("ibv_post_send", 3);
+    EXPECT_THAT(Posts(fake.Calls()), ElementsAre("ibv_post_recv", "ibv_post_send", "ibv_post_recv", "ibv_post_send",
+                                                 "ibv_post_recv", "ibv_post_send"));
 }
 
 TEST_F(LvEndpointFlow, ARefusedWorkerThreadIsRaisedWithItsText)
@@ -287,6 +333,17 @@ TEST_F(LvEndpointFlow, AFrameShorterThanItsBlockCompletesNormallyWithReceivedBel
     EXPECT_EQ(buffer.size, block);
     EXPECT_EQ(buffer.received, 300U);
     EXPECT_FALSE(LvEndpointAccess::Stopped(*endpoint));
+}
+
+TEST_F(LvEndpointFlow, AFrameLongerThanItsBlockIsAFailedCompletionAndEndsTheFlow)
+{
+    Stream(2);
+    fake.RaiseCompletion(IdOf(0), IBV_WC_LOC_LEN_ERR, IBV_WC_RECV, block + 1);
+    gevrdmaBuffer buffer{};
+    EXPECT_EQ(endpoint->GetBuffer(&buffer), -1004);
+    EXPECT_EQ(buffer.id, nullptr);
+    EXPECT_EQ(LvEndpointAccess::Receive(*endpoint, 0)->received, 0U);
+    EXPECT_TRUE(LvEndpointAccess::Stopped(*endpoint));
 }
 
 TEST_F(LvEndpointFlow, FramesComeInTheOrderOfTheirArrival)
@@ -378,6 +435,24 @@ TEST_F(LvEndpointFlow, GetBufferBeforeInitAndAfterDeInitReturnsNotConnectedWitho
     endpoint->DeInit();
     EXPECT_EQ(endpoint->GetBuffer(&buffer), -1003);
     EXPECT_EQ(buffer.id, nullptr);
+}
+
+TEST_F(LvEndpointFlow, ARequeueBeforeInitReturnsNotConnectedAndOneBeforeRegistrationPostsNothing)
+{
+    msg_buffer_mem early{};
+    gevrdmaBuffer buffer{};
+    buffer.id = &early;
+    EXPECT_EQ(endpoint->RequeueBufferByID(&early), -1003);
+    EXPECT_THAT(trace.At(8), ElementsAre("RequeueBufferByID GC_ERR_ERROR connection not established "));
+    EXPECT_EQ(endpoint->RequeueBuffer(&buffer), -1003);
+    EXPECT_THAT(trace.At(8), SizeIs(1));
+    Connect();
+    EXPECT_EQ(endpoint->RequeueBufferByID(&early), 0);
+    EXPECT_EQ(endpoint->RequeueBuffer(&buffer), 0);
+    Register(1);
+    endpoint->StartWorkerThread();
+    fake.WaitForSent(1);
+    EXPECT_THAT(fake.ReceiveIds(), ElementsAre(IdOf(0)));
 }
 
 TEST_F(LvEndpointFlow, ARequeueAfterDeInitReturnsNotConnectedAndPostsNothing)

@@ -67,11 +67,11 @@ class RdmaEndpoint : public testing::Test
     }
 
     /// Streams with blocks for frames of 16 x 4 pixels: 240 bytes.
-    void Stream(std::uint32_t buffers)
+    void Stream(std::uint32_t buffers, std::uint64_t payload = 64)
     {
         ASSERT_TRUE(facade->Connect("10.9.0.2", "4791"));
         gevrdmaBufferSettings settings{};
-        settings.payloadSize = 64;
+        settings.payloadSize = payload;
         settings.bufferCount = buffers;
         ASSERT_TRUE(facade->Start(settings, 0));
     }
@@ -334,16 +334,45 @@ TEST_F(RdmaEndpoint, AZeroLengthFrameLooksExactlyLikeAStop)
     EXPECT_FALSE(LvEndpointAccess::Stopped(GevRdmaEndpointAccess::Endpoint(*facade)));
 }
 
-TEST_F(RdmaEndpoint, AFrameWithFewerBytesThanItsBlockIsDecodedFromWhateverArrived)
+/// How many of the 240 bytes of a frame arrive.
+class RdmaEndpointLength : public RdmaEndpoint, public testing::WithParamInterface<std::size_t>
+{
+};
+
+TEST_P(RdmaEndpointLength, AFrameWithFewerBytesThanItsBlockIsDecodedFromWhateverArrived)
 {
     Stream(1);
     FrameBytes frame = GenDCFrame(5, 16, 4);
-    frame.resize(200);
+    frame.resize(GetParam());
     ASSERT_TRUE(Decode(frame));
     EXPECT_EQ(info.frameId, 5U);
     EXPECT_EQ(info.dataSize, 64U);
+    EXPECT_EQ(info.data, buffer.data + 176);
     EXPECT_EQ(buffer.size, 240U);
-    EXPECT_EQ(buffer.received, 200U);
+    EXPECT_EQ(buffer.received, GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(Received, RdmaEndpointLength, testing::Values(176, 177, 200, 239, 240));
+
+TEST_F(RdmaEndpoint, AFrameWithoutPayloadInABlockWithoutPayloadIsDelivered)
+{
+    Stream(1, 0);
+    ASSERT_TRUE(Decode(GenDCFrame(5, 0, 0)));
+    EXPECT_EQ(info.dataSize, 0U);
+    EXPECT_EQ(info.data, buffer.data + 176);
+    EXPECT_EQ(buffer.size, 176U);
+    EXPECT_EQ(buffer.received, 176U);
+}
+
+TEST_F(RdmaEndpoint, AFrameLongerThanItsBlockLooksLikeAStopAndIsNeverDelivered)
+{
+    Stream(1);
+    auto* const receive = LvEndpointAccess::Receive(GevRdmaEndpointAccess::Endpoint(*facade), 0);
+    fake.RaiseCompletion(reinterpret_cast<std::uint64_t>(receive), IBV_WC_LOC_LEN_ERR, IBV_WC_RECV, 241);
+    EXPECT_FALSE(facade->GetNextFrame(&info, &buffer));
+    EXPECT_EQ(info.frameId, 0U);
+    EXPECT_EQ(buffer.id, nullptr);
+    EXPECT_TRUE(LvEndpointAccess::Stopped(GevRdmaEndpointAccess::Endpoint(*facade)));
 }
 
 TEST_F(RdmaEndpoint, AFrameOfOneByteIsDecodedFromTheZeroesBehindItAndDropped)
