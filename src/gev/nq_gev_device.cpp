@@ -3,16 +3,15 @@
 #include "gev/nq_gev_device.h"
 
 #include "entry/nq_gev_controller.h"
-#include "entry/nq_logger.h"
 #include "gentl/nq_gentl_mutex.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_data_stream.h"
 #include "gev/nq_gev_message_stream.h"
+#include "gev/nq_gev_query.h"
 #include "gev/nq_gev_remote_device.h"
 
 #include <GenTL/GenTL.h>
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace
@@ -42,12 +41,6 @@ class Rollback
     Function m_function;
     bool m_armed = true;
 };
-
-int InvalidParameter(const char* operation)
-{
-    NQLogger::getInstance().TraceA("NQGenTL", 2, "%s GC_ERR_INVALID_PARAMETER", operation);
-    return GenTL::GC_ERR_INVALID_PARAMETER;
-}
 
 } // namespace
 
@@ -125,8 +118,7 @@ int NQGevDevice::DoOpen()
     const int result = m_remote->Open();
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! NQGevRemoteDevice::Open %d", "DoOpen", result);
-        return result;
+        return NQGevFailed(result, "%s failed! NQGevRemoteDevice::Open %d", "DoOpen", result);
     }
     Rollback undo([this] {
         StopMessageChannels();
@@ -219,7 +211,7 @@ int NQGevDevice::GetPort(void** port)
 {
     if (port == nullptr)
     {
-        return InvalidParameter("GetPort");
+        return NQGevInvalidParameter("GetPort");
     }
     const GigERDMA::NQGenTLLock lock(m_moduleLock);
     *port = m_remote.get();
@@ -230,7 +222,7 @@ int NQGevDevice::GetNumDataStreams(unsigned int* count)
 {
     if (count == nullptr)
     {
-        return InvalidParameter("GetNumDataStreams");
+        return NQGevInvalidParameter("GetNumDataStreams");
     }
     const GigERDMA::NQGenTLLock lock(m_moduleLock);
     *count = m_streams.GetCount();
@@ -241,18 +233,14 @@ int NQGevDevice::GetDataStreamID(unsigned int index, char* buffer, unsigned long
 {
     if (size == nullptr)
     {
-        return InvalidParameter("GetDataStreamID");
+        return NQGevInvalidParameter("GetDataStreamID");
     }
     GigERDMA::NQGenTLModuleBase* const stream = m_streams.FindByIndex(index, false);
     if (stream == nullptr)
     {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s GC_ERR_INVALID_INDEX", "GetDataStreamID");
-        return GenTL::GC_ERR_INVALID_INDEX;
+        return NQGevFailed(GenTL::GC_ERR_INVALID_INDEX, "%s GC_ERR_INVALID_INDEX", "GetDataStreamID");
     }
-    if (buffer != nullptr && *size != 0)
-    {
-        std::memset(buffer, 0, *size);
-    }
+    NQGevClear(buffer, size);
     int type = 0;
     return NQGenTLUtil::CopyInfoString(stream->GetId(), &type, buffer, size);
 }
@@ -261,13 +249,12 @@ int NQGevDevice::OpenDataStream(const char* id, void** stream)
 {
     if (id == nullptr || stream == nullptr)
     {
-        return InvalidParameter("OpenDataStream");
+        return NQGevInvalidParameter("OpenDataStream");
     }
     GigERDMA::NQGenTLModuleBase* const module = m_streams.FindById(id, false);
     if (module == nullptr)
     {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s GC_ERR_INVALID_ID", "OpenDataStream");
-        return GenTL::GC_ERR_INVALID_ID;
+        return NQGevFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "OpenDataStream");
     }
     const int result = module->Open();
     if (result == GenTL::GC_ERR_SUCCESS)

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The device's info commands: its record's texts, and what is asked of the camera at each call.
-#include "entry/nq_logger.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_camera_registers.h"
 #include "gev/nq_gev_device.h"
+#include "gev/nq_gev_query.h"
 #include "gev/nq_gev_remote_device.h"
 
 #include <GenTL/GenTL.h>
@@ -15,13 +15,9 @@ int NQGevDevice::GetInfo(int command, int* type, void* buffer, unsigned long* si
 {
     if (type == nullptr || size == nullptr)
     {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s GC_ERR_INVALID_PARAMETER", "GetInfo");
-        return GenTL::GC_ERR_INVALID_PARAMETER;
+        return NQGevInvalidParameter("GetInfo");
     }
-    if (buffer != nullptr && *size != 0)
-    {
-        std::memset(buffer, 0, *size);
-    }
+    NQGevClear(buffer, size);
     switch (command)
     {
     case GenTL::DEVICE_INFO_ID:
@@ -75,8 +71,7 @@ int NQGevDevice::GetAddressInfo(int command, int* type, void* buffer, unsigned l
     case GenTL::NQ_DEVICE_INFO_PERSISTENT_GATEWAY:
         return _getPersistentGateway(type, buffer, size);
     default:
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s GC_ERR_NOT_IMPLEMENTED :%d", "GetInfo", command);
-        return GenTL::GC_ERR_NOT_IMPLEMENTED;
+        return NQGevFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED :%d", "GetInfo", command);
     }
 }
 
@@ -117,9 +112,7 @@ int NQGevDevice::_getUserDefinedName(int* type, void* buffer, unsigned long* siz
     const int result = ReadCamera(nq::reg::userDefinedName, name, sizeof name);
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s ReadPort(GVCP_USERDEFINED_NAME):%d", "_getUserDefinedName",
-                                       result);
-        return result;
+        return NQGevFailed(result, "%s ReadPort(GVCP_USERDEFINED_NAME):%d", "_getUserDefinedName", result);
     }
     return NQGenTLUtil::CopyInfoString(std::string(name, strnlen(name, sizeof name)), type, buffer, size);
 }
@@ -141,17 +134,13 @@ int NQGevDevice::_getTimestampFreq(int* type, void* buffer, unsigned long* size)
     int result = ReadCamera(nq::reg::timestampFrequencyLow, &low, sizeof low);
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_LO):%d",
-                                       "_getTimestampFreq", result);
-        return result;
+        return NQGevFailed(result, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_LO):%d", "_getTimestampFreq", result);
     }
     unsigned int high = 0;
     result = ReadCamera(nq::reg::timestampFrequencyHigh, &high, sizeof high);
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_HI):%d",
-                                       "_getTimestampFreq", result);
-        return result;
+        return NQGevFailed(result, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_HI):%d", "_getTimestampFreq", result);
     }
     return NQGenTLUtil::CopyInfoUint64((static_cast<unsigned long>(high) << 32) | low, type, buffer, size);
 }
@@ -179,9 +168,7 @@ int NQGevDevice::GetPersistentAddress(const char* operation, unsigned long addre
     if (result != GenTL::GC_ERR_SUCCESS)
     {
         // Deliberate: the text names the timestamp register, as log readers know it for every register read here.
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_LO):%d", operation,
-                                       result);
-        return result;
+        return NQGevFailed(result, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_LO):%d", operation, result);
     }
     return NQGenTLUtil::CopyInfoUint32(ntohl(value), type, buffer, size);
 }

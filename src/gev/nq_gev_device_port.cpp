@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The virtual register map of the device port.
-#include "entry/nq_logger.h"
 #include "gentl/nq_gentl_mutex.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_device.h"
+#include "gev/nq_gev_query.h"
 #include "gev/nq_gev_remote_device.h"
 
 #include <GenTL/GenTL.h>
@@ -31,8 +31,7 @@ constexpr unsigned long eventNotification = 0x70530;
 
 int InvalidParameter(const char* operation)
 {
-    NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! GC_ERR_INVALID_PARAMETER", operation);
-    return GenTL::GC_ERR_INVALID_PARAMETER;
+    return NQGevFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", operation);
 }
 
 /// The first four bytes of what the consumer writes, filled up with zeros where it gives fewer.

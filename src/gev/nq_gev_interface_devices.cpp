@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The interface module's opening and closing of device modules.
 #include "entry/nq_gev_controller.h"
-#include "entry/nq_logger.h"
 #include "gev/nq_gev_device.h"
 #include "gev/nq_gev_interface.h"
+#include "gev/nq_gev_query.h"
 
 #include <GenTL/GenTL.h>
 #include <memory>
@@ -33,23 +33,17 @@ bool IsGranted(int flags, unsigned int status)
     return status != statusNoAccess && (flags == GenTL::DEVICE_ACCESS_READONLY || status == statusReadWrite);
 }
 
-int Failed(const char* operation, const char* format, int result)
-{
-    NQLogger::getInstance().TraceA("NQGenTL", 2, format, operation);
-    return result;
-}
-
 } // namespace
 
 int NQGevInterface::OpenDevice(const char* id, int flags, void** handle)
 {
     if (id == nullptr || handle == nullptr || IsReservedFlag(flags))
     {
-        return Failed("OpenDevice", "%s GC_ERR_INVALID_PARAMETER", GenTL::GC_ERR_INVALID_PARAMETER);
+        return NQGevInvalidParameter("OpenDevice");
     }
     if (m_devices.FindById(id, false) != nullptr)
     {
-        return Failed("OpenDevice", "%s GC_ERR_RESOURCE_IN_USE", GenTL::GC_ERR_RESOURCE_IN_USE);
+        return NQGevFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "OpenDevice");
     }
     _NQ_GEV_DEVICE_INFO info;
     if (!_findDeviceInfoById(id, info))
@@ -57,18 +51,18 @@ int NQGevInterface::OpenDevice(const char* id, int flags, void** handle)
         UpdateDeviceList(nullptr, scanTimeout);
         if (!_findDeviceInfoById(id, info))
         {
-            return Failed("OpenDevice", "%s GC_ERR_INVALID_ID", GenTL::GC_ERR_INVALID_ID);
+            return NQGevFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "OpenDevice");
         }
     }
     if (!IsAccessMode(flags))
     {
-        return Failed("OpenDevice", "%s GC_ERR_NOT_IMPLEMENTED", GenTL::GC_ERR_NOT_IMPLEMENTED);
+        return NQGevFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED", "OpenDevice");
     }
     const unsigned int status = _getDeviceAccessStatus(&info.controlAddress, info.interfaceIp, info.interfaceMask,
                                                        info.ipAddress, info.subnetMask);
     if (!IsGranted(flags, status))
     {
-        return Failed("OpenDevice", "%s failed! Device not accessible", GenTL::GC_ERR_ACCESS_DENIED);
+        return NQGevFailed(GenTL::GC_ERR_ACCESS_DENIED, "%s failed! Device not accessible", "OpenDevice");
     }
     auto device = std::make_unique<NQGevDevice>(g_Controller.GetTL(), info, flags, this);
     const int result = device->Open();
@@ -87,7 +81,7 @@ int NQGevInterface::CloseDevice(void* handle)
     std::unique_ptr<GigERDMA::NQGenTLModuleBase> device(m_devices.FindByHandle(handle, true));
     if (!device)
     {
-        return Failed("CloseDevice", "%s GC_ERR_INVALID_HANDLE", GenTL::GC_ERR_INVALID_HANDLE);
+        return NQGevFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", "CloseDevice");
     }
     const int result = device->Close();
     if (result != GenTL::GC_ERR_SUCCESS)

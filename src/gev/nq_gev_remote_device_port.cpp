@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The remote device's port: reads and writes of any size as register and memory exchanges, and the camera's URLs.
-#include "entry/nq_logger.h"
 #include "gev/nq_gev_camera_registers.h"
+#include "gev/nq_gev_query.h"
 #include "gev/nq_gev_remote_device.h"
 
 #include <GenTL/GenTL.h>
@@ -23,8 +23,7 @@ int RoundedSize(unsigned long size)
 
 int InvalidParameter(const char* operation)
 {
-    NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! GC_ERR_INVALID_PARAMETER", operation);
-    return GenTL::GC_ERR_INVALID_PARAMETER;
+    return NQGevFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", operation);
 }
 
 } // namespace
