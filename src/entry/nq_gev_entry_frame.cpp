@@ -81,6 +81,12 @@ void NQGevEntryFrame::Refuse(const char* format, int code)
     m_result = code;
 }
 
+void NQGevEntryFrame::End(int result)
+{
+    m_result = result;
+    m_finished = true;
+}
+
 void NQGevEntryFrame::Finish(int result)
 {
     if (result != GenTL::GC_ERR_SUCCESS)
@@ -88,8 +94,7 @@ void NQGevEntryFrame::Finish(int result)
         Trace(g_failure, "%s Failed:%d", result);
         g_Controller.SetLastError(result);
     }
-    m_result = result;
-    m_finished = true;
+    End(result);
 }
 
 void NQGevEntryFrame::FinishListUpdate(int result)
@@ -109,8 +114,7 @@ void NQGevEntryFrame::FinishEventWait(int result)
         return;
     }
     Trace(g_expected, "%s Failed! GC_ERR_TIMEOUT");
-    m_result = result;
-    m_finished = true;
+    End(result);
 }
 
 void NQGevEntryFrame::FinishLastErrorQuery(int result)
@@ -119,8 +123,7 @@ void NQGevEntryFrame::FinishLastErrorQuery(int result)
     {
         Trace(g_failure, "%s Failed:%d", result);
     }
-    m_result = result;
-    m_finished = true;
+    End(result);
 }
 
 void NQGevEntryFrame::FinishBufferInfo(int iInfoCmd, int result)
@@ -130,15 +133,13 @@ void NQGevEntryFrame::FinishBufferInfo(int iInfoCmd, int result)
         Trace(g_failure, "%s iInfoCmd:%d Failed:%d", iInfoCmd, result);
         g_Controller.SetLastError(result);
     }
-    m_result = result;
-    m_finished = true;
+    End(result);
 }
 
 void NQGevEntryFrame::FinishNotImplemented()
 {
     g_Controller.SetLastError(GenTL::GC_ERR_NOT_IMPLEMENTED);
-    m_result = GenTL::GC_ERR_NOT_IMPLEMENTED;
-    m_finished = true;
+    End(GenTL::GC_ERR_NOT_IMPLEMENTED);
 }
 
 std::string OutputText(const char* text, std::size_t space, const char* ifNull)

@@ -83,7 +83,7 @@ class NQGevEntryFrame
             if (Module* const module = (this->*find)(handle))
             {
                 *phParent = module->GetParent();
-                m_finished = true;
+                End(0);
             }
         }
     }
@@ -117,6 +117,7 @@ class NQGevEntryFrame
     template <class Module>
     Module* FindModule(GigERDMA::NQGenTLModuleBase* (*lookup)(void*), void* handle);
     bool HasOutput(void** output);
+    void End(int result);
 
     const char* const m_name;
     int m_result = 0;

@@ -150,7 +150,7 @@ NQLogger::~NQLogger()
     Close();
 }
 
-bool NQLogger::IsLoaded() const
+bool NQLogger::IsLoaded()
 {
     return m_bOpened.load(std::memory_order_relaxed);
 }

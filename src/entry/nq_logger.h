@@ -72,7 +72,7 @@ class NQ_EXPORT NQLogger
     }
 
     /// True while the logger is open.
-    bool IsLoaded() const;
+    bool IsLoaded();
 
     /// Loads and initialises the logging library. False when it is already open or there is no such library.
     bool Open();

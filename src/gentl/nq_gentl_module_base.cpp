@@ -47,6 +47,23 @@ std::unique_ptr<NQGenTLEvent> MakeEvent(int id)
     }
 }
 
+/// Serves the entries of a stack up to the first failure.
+template <typename Access>
+int ForEachEntry(const GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, const unsigned long* piNumEntries, Access access)
+{
+    if (entries == nullptr || piNumEntries == nullptr)
+        return GenTL::GC_ERR_INVALID_PARAMETER;
+    const unsigned long count = *piNumEntries;
+    for (unsigned long i = 0; i < count; ++i)
+    {
+        // Deliberate: a size the port changes stays in this copy and is not handed back.
+        unsigned long size = entries[i].Size;
+        if (const int error = access(entries[i].Address, entries[i].pBuffer, &size))
+            return error;
+    }
+    return GenTL::GC_ERR_SUCCESS;
+}
+
 } // namespace
 
 NQGenTLModuleBase::NQGenTLModuleBase(NQGenTLModuleBase* parent) : m_pParent(parent) {}
@@ -99,29 +116,16 @@ bool NQGenTLModuleBase::IsOpen()
 
 int NQGenTLModuleBase::ReadPortStacked(GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, unsigned long* piNumEntries)
 {
-    if (entries == nullptr || piNumEntries == nullptr)
-        return GenTL::GC_ERR_INVALID_PARAMETER;
-    for (unsigned long i = 0; i < *piNumEntries; ++i)
-    {
-        // Deliberate: a size the port changes stays in this copy and is not handed back.
-        unsigned long size = entries[i].Size;
-        if (const int error = ReadPort(entries[i].Address, entries[i].pBuffer, &size))
-            return error;
-    }
-    return GenTL::GC_ERR_SUCCESS;
+    return ForEachEntry(entries, piNumEntries, [this](unsigned long address, void* buffer, unsigned long* size) {
+        return ReadPort(address, buffer, size);
+    });
 }
 
 int NQGenTLModuleBase::WritePortStacked(GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, unsigned long* piNumEntries)
 {
-    if (entries == nullptr || piNumEntries == nullptr)
-        return GenTL::GC_ERR_INVALID_PARAMETER;
-    for (unsigned long i = 0; i < *piNumEntries; ++i)
-    {
-        unsigned long size = entries[i].Size;
-        if (const int error = WritePort(entries[i].Address, entries[i].pBuffer, &size))
-            return error;
-    }
-    return GenTL::GC_ERR_SUCCESS;
+    return ForEachEntry(entries, piNumEntries, [this](unsigned long address, const void* buffer, unsigned long* size) {
+        return WritePort(address, buffer, size);
+    });
 }
 
 int NQGenTLModuleBase::GetPortURL(char* sURL, unsigned long* piSize)

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <memory>
 
 namespace GigERDMA
@@ -47,7 +48,7 @@ NQGenTLModuleBase* NQGenTLModuleContainer::FindById(const char* id, bool remove)
 {
     if (id == nullptr)
         return nullptr;
-    return Find([&](NQGenTLModuleBase* module) { return module->GetId() == id; }, remove);
+    return Find([&](NQGenTLModuleBase* module) { return std::strcmp(module->GetId().c_str(), id) == 0; }, remove);
 }
 
 NQGenTLModuleBase* NQGenTLModuleContainer::FindByIndex(unsigned int index, bool remove)
@@ -72,7 +73,11 @@ NQGenTLModuleBase* NQGenTLModuleContainer::FindByHandleAndName(void* handle, con
 {
     if (handle == nullptr)
         return nullptr;
-    return Find([&](NQGenTLModuleBase* module) { return module == handle && module->GetName() == name; }, remove);
+    return Find(
+        [&](NQGenTLModuleBase* module) {
+            return module == handle && std::strcmp(module->GetName().c_str(), name) == 0;
+        },
+        remove);
 }
 
 NQGenTLEvent* NQGenTLModuleContainer::FindEventByHandle(void* handle)

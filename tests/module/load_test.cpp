@@ -173,7 +173,7 @@ bool OpenLogger(const Producer& producer)
 
 bool LoggerIsLoaded(const Producer& producer)
 {
-    return reinterpret_cast<bool (*)(void*)>(producer.Find("_ZNK8NQLogger8IsLoadedEv"))(producer.Find(loggerInstance));
+    return reinterpret_cast<bool (*)(void*)>(producer.Find("_ZN8NQLogger8IsLoadedEv"))(producer.Find(loggerInstance));
 }
 
 TEST(LoadedLogger, StaysClosedOnAMachineWithoutTheLibrary)

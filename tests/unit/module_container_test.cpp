@@ -115,6 +115,14 @@ TEST_F(ModuleContainer, FindByIdComparesExactly)
     EXPECT_EQ(list.FindById(nullptr, false), nullptr);
 }
 
+TEST_F(ModuleContainer, AnIdEndsAtItsFirstZero)
+{
+    FakeModule name(std::string("ab\0c", 4), std::string("TLSystem\0x", 10));
+    list.Add(&name);
+    EXPECT_EQ(list.FindById("ab", false), &name);
+    EXPECT_EQ(list.FindByHandleAndName(&name, "TLSystem", false), &name);
+}
+
 TEST_F(ModuleContainer, FindByIdOfAnEmptyTextFindsAModuleWithoutId)
 {
     FakeModule nameless("");
