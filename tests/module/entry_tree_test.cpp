@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
@@ -401,6 +402,29 @@ TEST_F(EntryTree, CallsOnManyThreadsKeepTheirOwnLastErrors)
     {
         thread.join();
     }
+}
+
+TEST(EntryTreeAtExit, AProcessMayEndWithADeviceOpenAndItsThreadsRunning)
+{
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "ThreadSanitizer reports the threads that still run";
+#else
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            static const Producer producer;
+            static const OpenTree tree(producer);
+            void* event = nullptr;
+            producer.GCRegisterEvent(tree.stream, GenTL::EVENT_NEW_BUFFER, &event);
+            std::thread([event] {
+                char record[16];
+                size_t size = sizeof(record);
+                producer.EventGetData(event, record, &size, GENTL_INFINITE);
+            }).detach();
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+#endif
 }
 
 } // namespace
