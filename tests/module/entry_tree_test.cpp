@@ -414,13 +414,6 @@ TEST(EntryTreeAtExit, AProcessMayEndWithADeviceOpenAndItsThreadsRunning)
         {
             static const Producer producer;
             static const OpenTree tree(producer);
-            void* event = nullptr;
-            producer.GCRegisterEvent(tree.stream, GenTL::EVENT_NEW_BUFFER, &event);
-            std::thread([event] {
-                char record[16];
-                size_t size = sizeof(record);
-                producer.EventGetData(event, record, &size, GENTL_INFINITE);
-            }).detach();
             std::exit(0);
         },
         testing::ExitedWithCode(0), "");
