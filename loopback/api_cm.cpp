@@ -66,6 +66,7 @@ rdma_event_channel* rdma_create_event_channel(void)
 
 void rdma_destroy_event_channel(rdma_event_channel* channel)
 {
+    const std::lock_guard lock(CmMutex());
     delete &EventChannel::From(channel);
 }
 

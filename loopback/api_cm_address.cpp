@@ -57,8 +57,8 @@ int rdma_getaddrinfo(const char* node, const char* service, const rdma_addrinfo*
         addrinfo wanted{};
         wanted.ai_socktype = SOCK_STREAM;
         wanted.ai_family = (flags & RAI_FAMILY) != 0 ? hints->ai_family : AF_UNSPEC;
-        wanted.ai_flags = ((flags & RAI_PASSIVE) != 0 ? AI_PASSIVE : 0) |
-                          ((flags & RAI_NUMERICHOST) != 0 ? AI_NUMERICHOST : 0);
+        wanted.ai_flags =
+            ((flags & RAI_PASSIVE) != 0 ? AI_PASSIVE : 0) | ((flags & RAI_NUMERICHOST) != 0 ? AI_NUMERICHOST : 0);
         addrinfo* list = nullptr;
         if (const int error = getaddrinfo(node, service, &wanted, &list); error != 0)
         {

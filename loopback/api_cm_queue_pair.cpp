@@ -35,7 +35,7 @@ void DestroyOwnQueue(ibv_cq*& queue, ibv_comp_channel*& channel)
 /// Completion queues that librdmacm makes for an id whose user gives none; they go with the queue pair.
 class OwnQueues
 {
-public:
+  public:
     explicit OwnQueues(CmId& id) : m_id(id) {}
     ~OwnQueues()
     {
@@ -61,7 +61,7 @@ public:
         DestroyOwnQueue(id.recv_cq, id.recv_cq_channel);
     }
 
-private:
+  private:
     void Make(ibv_cq*& wanted, uint32_t entries, ibv_cq*& queue, ibv_comp_channel*& channel)
     {
         if (wanted != nullptr)

@@ -334,12 +334,12 @@ void CmId::Disconnect()
 
 void CmId::Migrate(EventChannel* events)
 {
-    std::unique_ptr<EventChannel> old;
-    const std::lock_guard lock(CmMutex());
-    if (events == nullptr && m_ownChannel)
+    std::unique_lock lock(CmMutex());
+    if (m_phase == Phase::Retired || (events == nullptr && m_ownChannel))
     {
         Throw(EINVAL);
     }
+    std::unique_ptr<EventChannel> old;
     if (events == nullptr)
     {
         m_ownChannel = std::make_unique<EventChannel>();
@@ -356,6 +356,8 @@ void CmId::Migrate(EventChannel* events)
     {
         events->Events().Push(std::move(unread));
     }
+    // Whoever still looks at an event may use its id's old channel.
+    m_acknowledged.wait(lock, [this] { return m_eventsAcknowledged == m_eventsRead; });
 }
 
 void CmId::SetTransport(std::shared_ptr<ReliableTransport> transport)
@@ -364,17 +366,22 @@ void CmId::SetTransport(std::shared_ptr<ReliableTransport> transport)
     m_transport = std::move(transport);
 }
 
-void CmId::Retire()
+void CmId::LeaveService()
 {
-    std::unique_lock lock(CmMutex());
     m_phase = Phase::Retired;
     if (m_connection)
     {
         m_connection->Abandon();
+        m_connection.reset();
     }
     if (m_listener)
     {
         m_listener->Close();
+        m_listener.reset();
+    }
+    if (channel == nullptr)
+    {
+        return;
     }
     const auto unread = EventChannel::From(channel).Events().Extract(
         [this](const std::unique_ptr<CmEvent>& posted) { return posted->owner == this; });
@@ -385,7 +392,30 @@ void CmId::Retire()
             posted->connection->Abandon();
         }
     }
+}
+
+void CmId::LoseChannel()
+{
+    LeaveService();
+    channel = nullptr;
+}
+
+void CmId::Retire()
+{
+    std::unique_lock lock(CmMutex());
+    LeaveService();
     m_acknowledged.wait(lock, [this] { return m_eventsAcknowledged == m_eventsRead; });
+}
+
+EventChannel::~EventChannel()
+{
+    for (CmId* id : CmRegistry::Ids())
+    {
+        if (id->channel == this)
+        {
+            id->LoseChannel();
+        }
+    }
 }
 
 } // namespace nq::loopback

@@ -31,6 +31,11 @@ class EventChannel : public rdma_event_channel, private Counted<Kind::EventChann
   public:
     EventChannel() { fd = m_events.Fd(); }
 
+    /// Called under CmMutex(). Takes the ids that still use the channel out of service, as the kernel does.
+    ~EventChannel();
+    EventChannel(const EventChannel&) = delete;
+    EventChannel& operator=(const EventChannel&) = delete;
+
     static EventChannel& From(rdma_event_channel* channel) { return *static_cast<EventChannel*>(channel); }
 
     EventQueue<std::unique_ptr<CmEvent>>& Events() { return m_events; }
@@ -76,6 +81,9 @@ class CmId : public rdma_cm_id, private Counted<Kind::CmId>
 
     // All below are called under CmMutex().
 
+    /// The channel is destroyed: nothing but the destruction of the id works from now on.
+    void LoseChannel();
+
     /// Queues an event, with the parameters and the private data of `peer` if there is one.
     void Post(rdma_cm_event_type type, int status, const CmMessage* peer = nullptr, uint8_t privateLength = 0);
 
@@ -98,6 +106,7 @@ class CmId : public rdma_cm_id, private Counted<Kind::CmId>
         Retired
     };
 
+    void LeaveService();
     void BindHere(Endpoint address);
     void SetSource(const Endpoint& address);
     void SetDestination(const Endpoint& address);

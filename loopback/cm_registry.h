@@ -16,8 +16,6 @@ class CmRegistry
     static void Add(CmId* id) { Ids().insert(id); }
     static void Remove(CmId* id) { Ids().erase(id); }
     static bool Contains(CmId* id) { return Ids().count(id) != 0; }
-
-  private:
     static std::set<CmId*>& Ids()
     {
         static auto* const ids = new std::set<CmId*>;

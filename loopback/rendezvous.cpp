@@ -127,11 +127,12 @@ UniqueFd Reach(int directory, const Entry& entry)
     return UniqueFd();
 }
 
-std::optional<CmKind> Ask(int control, const CmMessage& question, int first, int second)
+// The answer to `question`, or CmKind::NotHere when none comes in time.
+CmKind Ask(int control, const CmMessage& question, int first, int second)
 {
     if (!SendMessage(control, question, first, second))
     {
-        return std::nullopt;
+        return CmKind::NotHere;
     }
     pollfd poller{control, POLLIN, 0};
     CmMessage answer;
@@ -142,7 +143,7 @@ std::optional<CmKind> Ask(int control, const CmMessage& question, int first, int
     }
     if (ReceiveMessage(control, answer, unused[0], unused[1]) != Received::Message)
     {
-        return std::nullopt;
+        return CmKind::NotHere;
     }
     return answer.kind;
 }
@@ -214,8 +215,7 @@ FoundListener FindListener(const CmMessage& request, int data, int acknowledgeme
             continue;
         }
         UniqueFd control = Reach(directory.Get(), entry);
-        const std::optional<CmKind> answer =
-            control ? Ask(control.Get(), request, data, acknowledgements) : std::nullopt;
+        const CmKind answer = control ? Ask(control.Get(), request, data, acknowledgements) : CmKind::NotHere;
         if (answer == CmKind::Taken)
         {
             found.outcome = FoundListener::Outcome::Taken;

@@ -434,6 +434,19 @@ TEST(Events, UnreadEventMovesWithItsId)
     EXPECT_FALSE(Readable(pair.active.channel->fd, 0));
     EXPECT_EQ(Expect(pair.passive.channel, RDMA_CM_EVENT_ADDR_RESOLVED).id, pair.active.id);
     EXPECT_EQ(pair.active.id->channel, pair.passive.channel);
+    ASSERT_EQ(rdma_migrate_id(pair.active.id, pair.active.channel), 0);
+}
+
+TEST(Events, MovingAnIdWaitsForTheAcknowledgementOfItsEvents)
+{
+    Meeting pair;
+    ASSERT_EQ(rdma_resolve_addr(pair.active.id, nullptr, Raw(pair.address), 500), 0);
+    rdma_cm_event* event = nullptr;
+    ASSERT_EQ(rdma_get_cm_event(pair.active.channel, &event), 0);
+    auto moved = std::async(std::launch::async, [&] { return rdma_migrate_id(pair.active.id, pair.listener.channel); });
+    EXPECT_EQ(moved.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+    EXPECT_EQ(rdma_ack_cm_event(event), 0);
+    EXPECT_EQ(moved.get(), 0);
 }
 
 TEST(Listening, BoundPortIsTakenUntilItsIdGoes)

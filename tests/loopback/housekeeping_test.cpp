@@ -94,6 +94,16 @@ TEST(LoopbackHousekeeping, IdThatIsGoneIsRefused)
     EXPECT_EQ(errno, EINVAL);
 }
 
+TEST(LoopbackHousekeeping, ChannelThatGoesTakesItsIdsOutOfService)
+{
+    Connected pair;
+    rdma_event_channel* gone = std::exchange(pair.active.channel, rdma_create_event_channel());
+    rdma_destroy_event_channel(gone);
+    Expect(pair.passive.channel, RDMA_CM_EVENT_DISCONNECTED);
+    EXPECT_EQ(rdma_disconnect(pair.active.id), -1);
+    EXPECT_EQ(errno, EINVAL);
+}
+
 TEST(LoopbackHousekeeping, QueuePairDestroyedByVerbsLeavesItsIdUsable)
 {
     Connected pair;

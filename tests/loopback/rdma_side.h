@@ -23,6 +23,9 @@
 namespace nq::test
 {
 
+/// What the cases start, such as ip, is to run without what this program was preloaded with.
+inline const bool g_childrenArePlain = unsetenv("LD_PRELOAD") == 0;
+
 /// How long an event may take that has to come; generous, because real devices retry for seconds.
 constexpr int patience = 30000;
 
