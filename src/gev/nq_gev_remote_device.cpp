@@ -56,6 +56,16 @@ class OpenCamera
     bool m_kept = false;
 };
 
+/// Gives `done` back; traces an access that was not done.
+bool Traced(bool done, const char* operation, unsigned int address)
+{
+    if (!done)
+    {
+        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! Address:0x%x", operation, address);
+    }
+    return done;
+}
+
 template <typename Value>
 Value ReadAt(const unsigned char* block, std::size_t offset)
 {
@@ -180,42 +190,22 @@ bool NQGevRemoteDevice::EnableStream(bool on)
 
 bool NQGevRemoteDevice::_gvcpReadReg(unsigned int address, unsigned int* value, bool swap)
 {
-    if (!m_tl->CameraReadRegister(m_handle, address, value, swap))
-    {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! Address:0x%x", "_gvcpReadReg", address);
-        return false;
-    }
-    return true;
+    return Traced(m_tl->CameraReadRegister(m_handle, address, value, swap), "_gvcpReadReg", address);
 }
 
 bool NQGevRemoteDevice::_gvcpWritereg(unsigned int address, unsigned int value, bool swap)
 {
-    if (!m_tl->CameraWriteRegister(m_handle, address, value, swap))
-    {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! Address:0x%x", "_gvcpWritereg", address);
-        return false;
-    }
-    return true;
+    return Traced(m_tl->CameraWriteRegister(m_handle, address, value, swap), "_gvcpWritereg", address);
 }
 
 bool NQGevRemoteDevice::_gvcpReadMem(unsigned int address, unsigned char* data, int count)
 {
-    if (!m_tl->CameraReadMemory(m_handle, address, data, count))
-    {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! Address:0x%x", "_gvcpReadMem", address);
-        return false;
-    }
-    return true;
+    return Traced(m_tl->CameraReadMemory(m_handle, address, data, count), "_gvcpReadMem", address);
 }
 
 bool NQGevRemoteDevice::_gvcpWriteMem(unsigned int address, unsigned char* data, int count)
 {
-    if (!m_tl->CameraWriteMemory(m_handle, address, data, count))
-    {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! Address:0x%x", "_gvcpWriteMem", address);
-        return false;
-    }
-    return true;
+    return Traced(m_tl->CameraWriteMemory(m_handle, address, data, count), "_gvcpWriteMem", address);
 }
 
 unsigned int NQGevRemoteDevice::GetSourcePort()
