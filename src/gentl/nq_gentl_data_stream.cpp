@@ -335,4 +335,17 @@ void NQGenTLDataStream::ForgetRdmaIds()
         buffer->SetRdmaId(nullptr);
 }
 
+std::vector<const void*> NQGenTLDataStream::DataOutsideInput()
+{
+    NQGenTLLock transfer(m_transferLock);
+    std::vector<const void*> data;
+    for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
+         ++i)
+    {
+        if (m_buffers.FindByHandle(NQ_BUFFER_TYPE_QUEUED, buffer->GetModule(), false) == nullptr)
+            data.push_back(buffer->GetData());
+    }
+    return data;
+}
+
 } // namespace GigERDMA

@@ -7,6 +7,7 @@
 #include "gentl/nq_gentl_module_base.h"
 
 #include <string>
+#include <vector>
 
 namespace GigERDMA
 {
@@ -94,6 +95,9 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     /// Unbinds all announced buffers from their frame blocks, for a transport whose blocks are about to go. Waits for a
     /// delivery under way.
     void ForgetRdmaIds();
+
+    /// The data pointers of all announced buffers but those on the input list: what the consumer may look at.
+    std::vector<const void*> DataOutsideInput();
 
   private:
     void Announce(void* buffer, unsigned long size, void* userPtr, void** handle);

@@ -10,7 +10,9 @@
 #include "rdma/tld_RdmaTL.h"
 
 #include <GenTL/GenTL.h>
+#include <algorithm>
 #include <arpa/inet.h>
+#include <iterator>
 #include <utility>
 
 namespace
@@ -154,11 +156,25 @@ void NQGevDataStream::EndLastRun()
     // The thread of the last run may still be on its way out of the endpoint, or of a delivery.
     m_thread->WaitForEnd();
     ForgetRdmaIds();
-    if (Rdma() != nullptr)
+    if (const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma())
     {
         m_device->EnableStream(false);
+        KeepShownBlocks(endpoint->TakeBlocks());
         SetRdma(nullptr);
     }
+}
+
+/// Keeps those blocks, of the last run and of the runs before, that a buffer in the consumer's reach points into.
+void NQGevDataStream::KeepShownBlocks(std::vector<std::unique_ptr<GenDCBuffer>> blocks)
+{
+    std::move(blocks.begin(), blocks.end(), std::back_inserter(m_shownBlocks));
+    const std::vector<const void*> shown = DataOutsideInput();
+    std::erase_if(m_shownBlocks, [&shown](const std::unique_ptr<GenDCBuffer>& block) {
+        const auto start = reinterpret_cast<std::uintptr_t>(block->GetBuffer());
+        return std::none_of(shown.begin(), shown.end(), [&](const void* data) {
+            return reinterpret_cast<std::uintptr_t>(data) - start <= block->GetBufferSize();
+        });
+    });
 }
 
 bool NQGevDataStream::Connect()

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+class GenDCBuffer;
 class GevRdmaEndpoint;
 class NQGevRemoteDevice;
 class NQRMAXThreadAcquisition;
@@ -20,8 +21,9 @@ class NQRMAXThreadAcquisition;
 ///
 /// A start makes everything anew: endpoint, connection, frame blocks, thread. A stop disconnects and leaves the
 /// endpoint object, and with it the frame blocks that delivered buffers point into, until the next start or the
-/// destructor. The acquisition thread is not joined at a stop, which may run on that very thread; the next start and
-/// the destructor wait for it before anything goes that it could touch.
+/// destructor. Blocks whose frames the consumer has or may still fetch outlive that start, up to the next one. The
+/// acquisition thread is not joined at a stop, which may run on that very thread; the next start and the destructor
+/// wait for it before anything goes that it could touch.
 ///
 /// The consumer's threads call everything but AcquireImage, which belongs to the acquisition thread.
 class NQGevDataStream : public GigERDMA::NQGenTLDataStream
@@ -68,6 +70,7 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     std::shared_ptr<GevRdmaEndpoint> Rdma();
     void SetRdma(std::shared_ptr<GevRdmaEndpoint> endpoint);
     void EndLastRun();
+    void KeepShownBlocks(std::vector<std::unique_ptr<GenDCBuffer>> blocks);
     bool Connect();
     bool StartFlow();
     void StartThread();
@@ -90,6 +93,7 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     std::unique_ptr<NQRMAXThreadAcquisition> m_thread;
     FrameInfo m_frame{};
 
+    std::vector<std::unique_ptr<GenDCBuffer>> m_shownBlocks; // Of earlier runs. Touched by starts alone.
     std::mutex
         m_rdmaLock; // Guards the pointer m_pRdma, so that a requeue during a restart never meets a dead endpoint.
 };

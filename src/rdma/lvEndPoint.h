@@ -78,6 +78,9 @@ class LvEndpoint
     /// Throws std::bad_alloc, std::length_error.
     void AllocateAndRegisterMemory();
 
+    /// Hands the frame blocks over, disconnected: for an owner that still shows frames when the object goes.
+    std::vector<std::unique_ptr<GenDCBuffer>> TakeBlocks();
+
     /// Starts the worker, which posts every registered receive and then every ready message.
     /// Throws std::runtime_error.
     void StartWorkerThread();

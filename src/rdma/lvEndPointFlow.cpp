@@ -12,6 +12,7 @@
 #include <poll.h>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace
 {
@@ -66,6 +67,12 @@ void LvEndpoint::AllocateAndRegisterMemory()
         ++m_sendCount;
     }
     m_receiveCount.store(received, std::memory_order_release);
+}
+
+std::vector<std::unique_ptr<GenDCBuffer>> LvEndpoint::TakeBlocks()
+{
+    DeInit();
+    return std::move(m_gendc_buffers);
 }
 
 bool LvEndpoint::RegisterBlock(std::uint32_t index)

@@ -147,3 +147,12 @@ void GevRdmaEndpoint::Disconnect()
         m_endpoint->DeInit();
     }
 }
+
+std::vector<std::unique_ptr<GenDCBuffer>> GevRdmaEndpoint::TakeBlocks()
+{
+    if (m_endpoint == nullptr)
+    {
+        return {};
+    }
+    return m_endpoint->TakeBlocks();
+}

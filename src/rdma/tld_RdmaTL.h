@@ -6,6 +6,7 @@
 #include "rdma/rdma_records.h"
 
 #include <memory>
+#include <vector>
 
 #include <netdb.h>
 
@@ -44,6 +45,9 @@ class GevRdmaEndpoint
     bool RequeueBufferByID(void* id);
 
     void Disconnect();
+
+    /// Disconnects and hands the frame blocks over, for an owner whose buffers still show their frames.
+    std::vector<std::unique_ptr<GenDCBuffer>> TakeBlocks();
 
   private:
     friend struct GevRdmaEndpointAccess;
