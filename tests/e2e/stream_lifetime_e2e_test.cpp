@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: Apache-2.0
+// What starts, stops and closes leave behind: no thread, no descriptor, and a stream that can start again.
+#include "support/stream_consumer.h"
+
+#include <gmock/gmock.h>
+
+namespace
+{
+
+using nq::test::Consumer;
+using nq::test::Count;
+using nq::test::Ids;
+using nq::test::SmallFrames;
+using nq::test::VirtualCamera;
+
+/// The acquisition thread leaves a while after a stop: waits until no more than `count` threads are left.
+long ThreadsDownTo(long count)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (Count("task") > count && std::chrono::steady_clock::now() < deadline)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return Count("task");
+}
+
+TEST(StreamLifetime, TwentyStartsAndStopsLeaveNoThreadAndNoDescriptor)
+{
+    const VirtualCamera camera(SmallFrames());
+    Consumer consumer;
+    consumer.AnnounceAndQueue(3);
+    const long idleThreads = Count("task");
+    ASSERT_EQ(consumer.Start(), 0);
+    EXPECT_EQ(consumer.Take(2), Ids(1, 2));
+    EXPECT_EQ(consumer.Stop(), 0);
+    const long threads = ThreadsDownTo(idleThreads + 1);
+    EXPECT_EQ(threads, idleThreads + 1) << "only the software RDMA has a thread more";
+    const long descriptors = Count("fd");
+    for (int round = 0; round < 20; ++round)
+    {
+        consumer.QueueAll();
+        ASSERT_EQ(consumer.Start(), 0);
+        EXPECT_EQ(consumer.Take(2), Ids(1, 2));
+        EXPECT_EQ(consumer.Stop(), 0);
+        EXPECT_EQ(Count("fd"), descriptors) << "round " << round;
+    }
+    EXPECT_EQ(ThreadsDownTo(threads), threads);
+    EXPECT_EQ(Count("fd"), descriptors);
+}
+
+TEST(StreamLifetime, AStopMayMeetTheStopOfTheStreamItselfAndTheNextStartWorks)
+{
+    const VirtualCamera camera(SmallFrames());
+    Consumer consumer;
+    consumer.AnnounceAndQueue(3);
+    for (int round = 0; round < 5; ++round)
+    {
+        ASSERT_EQ(consumer.Start(2), 0);
+        EXPECT_EQ(consumer.Take(2), Ids(1, 2));
+        // In each round the stream's own stop has come a little further.
+        std::this_thread::sleep_for(std::chrono::milliseconds(round * round));
+        EXPECT_THAT(consumer.Stop(), testing::AnyOf(0, -1004));
+        EXPECT_EQ(consumer.Stop(), -1004);
+        consumer.QueueAll();
+    }
+}
+
+/// What closes the stream that is just about to stop by itself, on its own acquisition thread.
+struct Closing
+{
+    const char* name;
+    void (*close)(Consumer&);
+};
+
+const Closing closings[] = {
+    {"DSClose", [](Consumer& consumer) { EXPECT_EQ(consumer.gentl.DSClose(consumer.stream), 0); }},
+    {"DevClose", [](Consumer& consumer) { EXPECT_EQ(consumer.gentl.DevClose(consumer.device), 0); }},
+    {"GCCloseLib", [](Consumer& consumer) { consumer.CloseLibrary(); }}};
+
+class StreamSelfStop : public testing::TestWithParam<Closing>
+{
+};
+
+TEST_P(StreamSelfStop, MayBeClosedAtOnce)
+{
+    const VirtualCamera camera(SmallFrames());
+    long descriptors = 0;
+    long threads = 0;
+    for (int round = 0; round < 4; ++round)
+    {
+        {
+            Consumer consumer;
+            consumer.AnnounceAndQueue(3);
+            ASSERT_EQ(consumer.Start(2), 0);
+            EXPECT_EQ(consumer.Take(2), Ids(1, 2));
+            // In each round the stop has come a little further.
+            std::this_thread::sleep_for(std::chrono::milliseconds(round * round));
+            GetParam().close(consumer);
+        }
+        descriptors = round == 0 ? Count("fd") : descriptors;
+        threads = round == 0 ? Count("task") : threads;
+        EXPECT_EQ(Count("fd"), descriptors);
+        EXPECT_EQ(Count("task"), threads);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(By, StreamSelfStop, testing::ValuesIn(closings),
+                         [](const auto& closing) { return closing.param.name; });
+
+TEST(StreamLifetime, ClosingTheLibraryDuringAcquisitionLeavesNoThreadAndNoDescriptor)
+{
+    const VirtualCamera camera(SmallFrames());
+    long descriptors = 0;
+    long threads = 0;
+    for (int round = 0; round < 3; ++round)
+    {
+        {
+            Consumer consumer;
+            consumer.AnnounceAndQueue(3);
+            ASSERT_EQ(consumer.Start(), 0);
+            EXPECT_EQ(consumer.Take(5), Ids(1, 5));
+        }
+        descriptors = round == 0 ? Count("fd") : descriptors;
+        threads = round == 0 ? Count("task") : threads;
+        EXPECT_EQ(Count("fd"), descriptors);
+        EXPECT_EQ(Count("task"), threads);
+    }
+}
+
+} // namespace

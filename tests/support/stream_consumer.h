@@ -1,0 +1,257 @@
+// SPDX-License-Identifier: Apache-2.0
+// A GenTL consumer with a stream of the virtual camera, for tests that see only the exported interface. Include it in
+// the one translation unit of a program: it makes that program run on the software RDMA.
+#pragma once
+
+#include "support/producer.h"
+#include "support/virtual_camera.h"
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <numeric>
+#include <set>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace nq::test
+{
+
+/// The producer runs in this very process, so the process itself needs the software RDMA: starts it again with it.
+[[gnu::constructor, gnu::used]] inline void PreloadLoopback(int, char** arguments, char**)
+{
+    const char* preloaded = std::getenv("LD_PRELOAD");
+    const std::string before = preloaded == nullptr ? "" : preloaded;
+    if (before.find(NQ_LOOPBACK_PATH) == std::string::npos)
+    {
+        setenv("LD_PRELOAD", (before.empty() ? NQ_LOOPBACK_PATH : before + ":" NQ_LOOPBACK_PATH).c_str(), 1);
+        execv("/proc/self/exe", arguments);
+    }
+}
+
+/// Number of entries of a directory of this process, "fd" or "task".
+inline long Count(const std::string& what)
+{
+    return std::distance(std::filesystem::directory_iterator("/proc/self/" + what),
+                         std::filesystem::directory_iterator());
+}
+
+/// A consumer with the first camera's first stream open.
+class Consumer
+{
+  public:
+    Consumer()
+    {
+        RdmaFolder();
+        EXPECT_EQ(gentl.GCInitLib(), 0);
+        EXPECT_EQ(gentl.TLOpen(&system), 0);
+        EXPECT_EQ(gentl.TLUpdateInterfaceList(system, nullptr, 100), 0);
+        std::uint32_t interfaces = 0;
+        EXPECT_EQ(gentl.TLGetNumInterfaces(system, &interfaces), 0);
+        for (std::uint32_t index = 0; index < interfaces && stream == nullptr; ++index)
+        {
+            OpenFirstCamera(index);
+        }
+        EXPECT_NE(stream, nullptr) << "no camera answered";
+    }
+
+    ~Consumer()
+    {
+        if (m_initialised)
+        {
+            EXPECT_EQ(gentl.TLClose(system), 0);
+            EXPECT_EQ(gentl.GCCloseLib(), 0);
+        }
+    }
+    Consumer(const Consumer&) = delete;
+    Consumer& operator=(const Consumer&) = delete;
+
+    /// Closes everything at once, as a consumer in a hurry does.
+    void CloseLibrary()
+    {
+        m_initialised = false;
+        EXPECT_EQ(gentl.GCCloseLib(), 0);
+    }
+
+    /// Lets the library allocate `count` buffers and queues them.
+    void AnnounceAndQueueSilently(int count)
+    {
+        for (int index = 0; index < count; ++index)
+        {
+            GenTL::BUFFER_HANDLE buffer = nullptr;
+            ASSERT_EQ(gentl.DSAllocAndAnnounceBuffer(stream, 64, nullptr, &buffer), 0);
+            ASSERT_EQ(gentl.DSQueueBuffer(stream, buffer), 0);
+            buffers.push_back(buffer);
+        }
+    }
+
+    void RegisterEvent() { ASSERT_EQ(gentl.GCRegisterEvent(stream, GenTL::EVENT_NEW_BUFFER, &event), 0); }
+
+    void AnnounceAndQueue(int count)
+    {
+        AnnounceAndQueueSilently(count);
+        RegisterEvent();
+    }
+
+    int Start(std::uint64_t frames = GENTL_INFINITE)
+    {
+        return gentl.DSStartAcquisition(stream, GenTL::ACQ_START_FLAGS_DEFAULT, frames);
+    }
+
+    /// Forgets all frames that nobody fetched and queues every buffer.
+    void QueueAll()
+    {
+        EXPECT_EQ(gentl.DSFlushQueue(stream, GenTL::ACQ_QUEUE_ALL_DISCARD), 0);
+        for (const GenTL::BUFFER_HANDLE buffer : buffers)
+        {
+            gentl.DSQueueBuffer(stream, buffer);
+        }
+    }
+
+    int Stop() { return gentl.DSStopAcquisition(stream, GenTL::ACQ_STOP_FLAGS_KILL); }
+
+    /// The next buffer with a frame, null when none came in time.
+    GenTL::BUFFER_HANDLE Next(std::uint64_t timeout = 5000)
+    {
+        GenTL::S_EVENT_NEW_BUFFER data{};
+        std::size_t size = sizeof data;
+        return gentl.EventGetData(event, &data, &size, timeout) == 0 ? data.BufferHandle : nullptr;
+    }
+
+    template <typename Value>
+    Value Info(GenTL::BUFFER_HANDLE buffer, GenTL::BUFFER_INFO_CMD command)
+    {
+        Value value{};
+        GenTL::INFO_DATATYPE type = 0;
+        std::size_t size = sizeof value;
+        EXPECT_EQ(gentl.DSGetBufferInfo(stream, buffer, command, &type, &value, &size), 0);
+        return value;
+    }
+
+    std::uint64_t FrameId(GenTL::BUFFER_HANDLE buffer)
+    {
+        return Info<std::uint64_t>(buffer, GenTL::BUFFER_INFO_FRAMEID);
+    }
+
+    /// Whether the first `count` pixels are those that the camera draws for the buffer's frame id.
+    bool ShowsItsFrame(GenTL::BUFFER_HANDLE buffer, std::size_t count = 64 * 16)
+    {
+        const auto* const pixels = Info<const unsigned char*>(buffer, GenTL::BUFFER_INFO_BASE);
+        const std::uint64_t frame = FrameId(buffer);
+        for (std::size_t pixel = 0; pixel < count; ++pixel)
+        {
+            if (pixels[pixel] != static_cast<unsigned char>(pixel % 64 + pixel / 64 + 7 * frame))
+            {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    /// Takes `count` whole frames, looks at every pixel, and gives each buffer back. Their ids.
+    std::vector<std::uint64_t> Take(int count)
+    {
+        std::vector<std::uint64_t> ids;
+        for (int frame = 0; frame < count; ++frame)
+        {
+            const GenTL::BUFFER_HANDLE buffer = Next();
+            if (buffer == nullptr)
+            {
+                break;
+            }
+            ids.push_back(FrameId(buffer));
+            seen.insert(buffer);
+            EXPECT_FALSE(Info<bool>(buffer, GenTL::BUFFER_INFO_IS_INCOMPLETE));
+            EXPECT_EQ(Info<std::uint64_t>(buffer, GenTL::BUFFER_INFO_SIZE_FILLED), 1024U);
+            EXPECT_TRUE(ShowsItsFrame(buffer));
+            EXPECT_EQ(gentl.DSQueueBuffer(stream, buffer), 0);
+        }
+        return ids;
+    }
+
+    std::uint64_t StreamInfo(GenTL::STREAM_INFO_CMD command)
+    {
+        std::uint64_t value = 0;
+        GenTL::INFO_DATATYPE type = 0;
+        std::size_t size = sizeof value;
+        EXPECT_EQ(gentl.DSGetInfo(stream, command, &type, &value, &size), 0);
+        return value;
+    }
+
+    /// Waits until the stream tells `value`; false when it does not in 20 s.
+    bool Await(GenTL::STREAM_INFO_CMD command, std::uint64_t value)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (StreamInfo(command) != value && std::chrono::steady_clock::now() < deadline)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return StreamInfo(command) == value;
+    }
+
+    std::uint64_t Register64(std::uint64_t address)
+    {
+        std::uint64_t value = 0;
+        std::size_t size = sizeof value;
+        EXPECT_EQ(gentl.GCReadPort(stream, address, &value, &size), 0);
+        return value;
+    }
+
+    Producer gentl;
+    GenTL::TL_HANDLE system = nullptr;
+    GenTL::IF_HANDLE interface = nullptr;
+    GenTL::DEV_HANDLE device = nullptr;
+    GenTL::DS_HANDLE stream = nullptr;
+    GenTL::EVENT_HANDLE event = nullptr;
+    std::vector<GenTL::BUFFER_HANDLE> buffers;
+    std::set<GenTL::BUFFER_HANDLE> seen; ///< The buffers that Take has had.
+
+  private:
+    bool m_initialised = true;
+
+    void OpenFirstCamera(std::uint32_t index)
+    {
+        std::array<char, 256> id{};
+        std::size_t size = id.size();
+        std::uint32_t cameras = 0;
+        EXPECT_EQ(gentl.TLGetInterfaceID(system, index, id.data(), &size), 0);
+        EXPECT_EQ(gentl.TLOpenInterface(system, id.data(), &interface), 0);
+        EXPECT_EQ(gentl.IFUpdateDeviceList(interface, nullptr, 500), 0);
+        EXPECT_EQ(gentl.IFGetNumDevices(interface, &cameras), 0);
+        if (cameras == 0)
+        {
+            return;
+        }
+        size = id.size();
+        EXPECT_EQ(gentl.IFGetDeviceID(interface, 0, id.data(), &size), 0);
+        ASSERT_EQ(gentl.IFOpenDevice(interface, id.data(), GenTL::DEVICE_ACCESS_CONTROL, &device), 0);
+        size = id.size();
+        EXPECT_EQ(gentl.DevGetDataStreamID(device, 0, id.data(), &size), 0);
+        ASSERT_EQ(gentl.DevOpenDataStream(device, id.data(), &stream), 0);
+    }
+};
+
+/// Frames of 64 x 16 pixels in Mono8, 1200 bytes with their descriptor, as fast as the host takes them, so that their
+/// ids follow each other without a gap.
+inline std::vector<std::string> SmallFrames(const std::vector<std::string>& more = {})
+{
+    std::vector<std::string> arguments = {"--width", "64", "--height", "16", "--fps", "0"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return arguments;
+}
+
+/// The ids from `first` to `last`.
+inline std::vector<std::uint64_t> Ids(std::uint64_t first, std::uint64_t last)
+{
+    std::vector<std::uint64_t> ids(last - first + 1);
+    std::iota(ids.begin(), ids.end(), first);
+    return ids;
+}
+
+} // namespace nq::test
