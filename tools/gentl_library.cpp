@@ -135,7 +135,7 @@ std::string FindProducer(const std::string& argument)
         std::istringstream stream(folders);
         for (std::string folder; std::getline(stream, folder, ':');)
         {
-            if (const std::string path = FirstCti(folder); !path.empty())
+            if (std::string path = FirstCti(folder); !path.empty())
             {
                 return path;
             }
@@ -143,7 +143,7 @@ std::string FindProducer(const std::string& argument)
         throw ToolFailure(ExitCode::NoProducer, fmt::format("no .cti in GENICAM_GENTL64_PATH ({})", folders));
     }
     std::error_code ignored;
-    const std::string beside = FirstCti(fs::read_symlink("/proc/self/exe", ignored).parent_path());
+    std::string beside = FirstCti(fs::read_symlink("/proc/self/exe", ignored).parent_path());
     if (beside.empty())
     {
         throw ToolFailure(ExitCode::NoProducer, "no producer: give --producer PATH or set GENICAM_GENTL64_PATH");

@@ -5,7 +5,6 @@
 
 #include <cstdio>
 #include <exception>
-#include <fmt/format.h>
 
 namespace
 {
@@ -18,9 +17,7 @@ constexpr const char* exitCodesText =
     "  nq-gev grab --count 10 --out pictures\n"
     "  nq-gev --producer /opt/vendor/producer.cti list --json";
 
-} // namespace
-
-int main(int argc, char** argv)
+int Run(int argc, char** argv)
 {
     using namespace nq::tool;
     CLI::App app("Lists GigE Vision cameras and grabs pictures through a GenTL producer (.cti).", "nq-gev");
@@ -39,20 +36,31 @@ int main(int argc, char** argv)
     try
     {
         app.parse(argc, argv);
-        return static_cast<int>(chosen());
     }
     catch (const CLI::ParseError& error)
     {
         return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::Usage);
     }
+    return static_cast<int>(chosen());
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    using namespace nq::tool;
+    try
+    {
+        return Run(argc, argv);
+    }
     catch (const ToolFailure& failure)
     {
-        fmt::print(stderr, "nq-gev: {}\n", failure.what());
+        std::fprintf(stderr, "nq-gev: %s\n", failure.what());
         return static_cast<int>(failure.Code());
     }
     catch (const std::exception& failure)
     {
-        fmt::print(stderr, "nq-gev: {}\n", failure.what());
+        std::fprintf(stderr, "nq-gev: %s\n", failure.what());
         return static_cast<int>(ExitCode::Failure);
     }
 }
