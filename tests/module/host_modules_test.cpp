@@ -188,6 +188,41 @@ TEST_F(HostModules, ADeviceThatVanishesWhileOpenStaysUsable)
     EXPECT_EQ(gentl.DevClose(device), 0);
 }
 
+TEST_F(HostModules, AnInterfaceWhoseAdapterVanishesStaysUsable)
+{
+    const GenTL::IF_HANDLE interface = OpenInterface();
+    ASSERT_EQ(gentl.TLUpdateInterfaceList(system, nullptr, 100), 0);
+    GenTL::DEV_HANDLE device = nullptr;
+    ASSERT_EQ(gentl.IFOpenDevice(interface, camera, GenTL::DEVICE_ACCESS_READONLY, &device), 0);
+    Shell("ip link del cam0");
+    GenTL::bool8_t changed = false;
+    EXPECT_EQ(gentl.TLUpdateInterfaceList(system, &changed, 100), 0);
+    EXPECT_TRUE(changed);
+    EXPECT_EQ(Interfaces(), 0u);
+    char id[256];
+    std::size_t size = sizeof id;
+    EXPECT_EQ(gentl.TLGetInterfaceID(system, 0, id, &size), -1017) << "the list no longer reaches it";
+    const auto info = [&](int command) {
+        return Ask([&](int* type, void* buffer, unsigned long* space) {
+            return gentl.TLGetInterfaceInfo(system, adapter, command, type, buffer, space);
+        });
+    };
+    EXPECT_EQ(info(1).text, "cam0:10.9.0.1") << "through the module";
+    EXPECT_EQ(info(0xA001).text, "");
+    GenTL::IF_HANDLE again = nullptr;
+    EXPECT_EQ(gentl.TLOpenInterface(system, adapter, &again), -1004);
+    changed = false;
+    EXPECT_EQ(gentl.IFUpdateDeviceList(interface, &changed, 100), 0) << "a scan that cannot be made";
+    EXPECT_TRUE(changed);
+    EXPECT_THAT(Devices(interface), IsEmpty());
+    const Info model = Ask([&](int* type, void* buffer, unsigned long* space) {
+        return gentl.IFGetDeviceInfo(interface, camera, 2, type, buffer, space);
+    });
+    EXPECT_EQ(model.text, "Eye") << "the open device answers";
+    EXPECT_EQ(gentl.IFClose(interface), 0);
+    EXPECT_EQ(gentl.TLOpenInterface(system, adapter, &again), -1007);
+}
+
 TEST_F(HostModules, ClosingAnInterfaceEndsItsHandle)
 {
     const GenTL::IF_HANDLE interface = OpenInterface();

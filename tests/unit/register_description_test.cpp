@@ -55,7 +55,7 @@ TEST(RegisterDescription, RootCarriesItsAttributesInOrder)
                                        std::pair<std::string, std::string>{"SubMinorVersion", "0"}));
         EXPECT_EQ(root.attributes[10].first, "ProductGuid");
         EXPECT_EQ(root.attributes[11].first, "VersionGuid");
-        for (const std::size_t guid : {10, 11})
+        for (const std::size_t guid : {10u, 11u})
         {
             EXPECT_THAT(root.attributes[guid].second,
                         testing::MatchesRegex("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}"));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The system module: identity, interface list with its merge, queries, and opening interfaces.
 #include "entry/nq_gev_controller.h"
+#include "support/no_sockets.h"
 #include "support/system_module.h"
 #include "support/trace_capture.h"
 
@@ -61,6 +62,23 @@ TEST(SystemModule, InfoQueriesNeedTypeAndSize)
     EXPECT_EQ(system.GetInfo(0, nullptr, nullptr, &size), -1009);
     EXPECT_EQ(system.GetInfo(0, &type, nullptr, nullptr), -1009);
     EXPECT_THAT(trace.At(2), ElementsAre("GetInfo GC_ERR_INVALID_PARAMETER", "GetInfo GC_ERR_INVALID_PARAMETER"));
+}
+
+TEST(SystemModule, AQueryOfTheSizeAloneNeedsNoBuffer)
+{
+    SystemModule system;
+    system.Merge({Entry("one")});
+    int type = 0;
+    unsigned long size = 99;
+    EXPECT_EQ(system.GetInfo(1, &type, nullptr, &size), 0);
+    EXPECT_EQ(size, 14u);
+    EXPECT_EQ(system.GetInterfaceInfo("one", 2, &type, nullptr, &size), 0);
+    EXPECT_EQ(size, 4u);
+    char text[3] = {'x', 'x', 'x'};
+    size = 2;
+    EXPECT_EQ(system.GetInterfaceInfo("one", 2, &type, text, &size), -1016);
+    EXPECT_EQ(size, 4u);
+    EXPECT_EQ(std::string(text, 3), std::string("\0\0x", 3)) << "cleared, and no byte further";
 }
 
 TEST(SystemModule, BeforeTheFirstScanThereIsNoInterface)
@@ -181,6 +199,18 @@ TEST(SystemModule, AnEmptyScanErasesEverythingAndChangesNothingTwice)
     EXPECT_TRUE(system.Merge({}));
     EXPECT_FALSE(system.Merge({}));
     EXPECT_TRUE(system.Ids().empty());
+}
+
+TEST(SystemModule, AScanWithoutASocketErasesEverythingAndIsASuccess)
+{
+    SystemModule system;
+    system.Merge({Entry("a")});
+    bool changed = false;
+    WithoutSockets([&] { EXPECT_EQ(system.UpdateInterfaceList(&changed, 0), 0); });
+    EXPECT_TRUE(changed);
+    EXPECT_TRUE(system.Ids().empty());
+    WithoutSockets([&] { EXPECT_EQ(system.UpdateInterfaceList(&changed, 0), 0); });
+    EXPECT_FALSE(changed);
 }
 
 TEST(SystemModule, MergeTakesANullChangedPointer)

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <memory>
 #include <new>
+#include <thread>
 
 using namespace nq::test;
 using testing::ElementsAre;
@@ -221,7 +222,8 @@ TEST(SystemPort, TheUpdateRegisterReadsOneWhileItsScanRuns)
       public:
         int UpdateInterfaceList(bool* changed, unsigned long timeout) override
         {
-            during = ReadNumber<unsigned int>(*this, 0x5050C);
+            // On another thread, since the module mutex would let its own thread through.
+            std::thread([this] { during = ReadNumber<unsigned int>(*this, 0x5050C); }).join();
             changedGiven = changed != nullptr;
             timeoutGiven = timeout;
             return -1;

@@ -100,6 +100,16 @@ TEST_F(AccessProbe, ACameraThatIsListedButPoweredOffGivesZero)
     EXPECT_EQ(peer.Received().size(), 1u) << "one attempt";
 }
 
+TEST_F(AccessProbe, TheListAnswersWhileACameraIsAsked)
+{
+    // A query that had to wait for the probe would hold back the answer until nobody listens.
+    peer.Otherwise([this](const Bytes& command) {
+        EXPECT_EQ(ReadNumber<unsigned int>(module, 0x60410), 1u);
+        return gvcp::Value(2)(command);
+    });
+    EXPECT_EQ(Status(), 2u);
+}
+
 TEST_F(AccessProbe, AFailedSendGivesZero)
 {
     Shell("ip link del cam0");

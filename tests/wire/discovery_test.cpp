@@ -365,6 +365,20 @@ TEST_F(Discovery, AFloodEndsInTime)
     EXPECT_LE(module.Ids().size(), 4096u);
 }
 
+TEST_F(Discovery, TheListAnswersWhileAScanRuns)
+{
+    // A query that had to wait for the end of the scan would hold back the answer until nobody listens.
+    peer.Otherwise([this](const Bytes& command) {
+        unsigned int count = 99;
+        EXPECT_EQ(module.GetNumDevices(&count), 0);
+        EXPECT_EQ(count, 0u);
+        EXPECT_EQ(ReadNumber<unsigned int>(module, 0x60410), 0u);
+        return gvcp::Literal(Acknowledge(Camera()))(command);
+    });
+    EXPECT_TRUE(module.Scan(2000));
+    EXPECT_EQ(module.Ids().size(), 1u);
+}
+
 TEST_F(Discovery, AVanishedCameraIsErasedAndAChangeTold)
 {
     EXPECT_TRUE(module.Scan());
