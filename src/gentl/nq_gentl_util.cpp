@@ -154,6 +154,7 @@ std::string Printf(std::string format, ...)
     char text[4096];
     va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not follow va_start of a class by value.
     const int length = std::vsnprintf(text, sizeof(text), format.c_str(), arguments);
     va_end(arguments);
     if (length >= static_cast<int>(sizeof(text)))
