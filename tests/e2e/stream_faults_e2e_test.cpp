@@ -3,6 +3,8 @@
 // acquisition works.
 #include "support/stream_consumer.h"
 
+#include <algorithm>
+#include <cctype>
 #include <gmock/gmock.h>
 
 namespace

@@ -222,15 +222,24 @@ class Consumer
         std::uint32_t cameras = 0;
         EXPECT_EQ(gentl.TLGetInterfaceID(system, index, id.data(), &size), 0);
         EXPECT_EQ(gentl.TLOpenInterface(system, id.data(), &interface), 0);
-        EXPECT_EQ(gentl.IFUpdateDeviceList(interface, nullptr, 500), 0);
-        EXPECT_EQ(gentl.IFGetNumDevices(interface, &cameras), 0);
+        // On a machine under load an answer may come too late; whoever asks again gets it.
+        for (int attempt = 0; attempt < 3 && cameras == 0; ++attempt)
+        {
+            EXPECT_EQ(gentl.IFUpdateDeviceList(interface, nullptr, 500), 0);
+            EXPECT_EQ(gentl.IFGetNumDevices(interface, &cameras), 0);
+        }
         if (cameras == 0)
         {
             return;
         }
         size = id.size();
         EXPECT_EQ(gentl.IFGetDeviceID(interface, 0, id.data(), &size), 0);
-        ASSERT_EQ(gentl.IFOpenDevice(interface, id.data(), GenTL::DEVICE_ACCESS_CONTROL, &device), 0);
+        GenTL::GC_ERROR opened = GenTL::GC_ERR_ACCESS_DENIED;
+        for (int attempt = 0; attempt < 5 && opened == GenTL::GC_ERR_ACCESS_DENIED; ++attempt)
+        {
+            opened = gentl.IFOpenDevice(interface, id.data(), GenTL::DEVICE_ACCESS_CONTROL, &device);
+        }
+        ASSERT_EQ(opened, 0);
         size = id.size();
         EXPECT_EQ(gentl.DevGetDataStreamID(device, 0, id.data(), &size), 0);
         ASSERT_EQ(gentl.DevOpenDataStream(device, id.data(), &stream), 0);
