@@ -69,7 +69,8 @@ class Side
         attributes.cap = {depth, depth, 1, 1, 0};
         Check(rdma_create_qp(m_id, domain, &attributes) == 0, "rdma_create_qp");
         m_memory.resize(size * depth, 0x5A);
-        m_region = ibv_reg_mr(domain, m_memory.data(), m_memory.size(), IBV_ACCESS_LOCAL_WRITE);
+        constexpr int access = IBV_ACCESS_LOCAL_WRITE; // a number: the call is a macro that mixes enumerations
+        m_region = ibv_reg_mr(domain, m_memory.data(), m_memory.size(), access);
         Check(m_region != nullptr, "ibv_reg_mr");
     }
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
@@ -35,6 +36,7 @@ struct Entry
     unsigned port = 0;
     unsigned long long scope = 0;
     std::string host;
+    int process = 0;
 };
 
 UniqueFd OpenDirectory()
@@ -78,7 +80,7 @@ std::optional<Entry> ParseName(const char* name)
 {
     Entry entry;
     char host[64] = "";
-    if (std::sscanf(name, "%u_%llu_%63[^_]_", &entry.port, &entry.scope, host) != 3)
+    if (std::sscanf(name, "%u_%llu_%63[^_]_%d_", &entry.port, &entry.scope, host, &entry.process) != 4)
     {
         return std::nullopt;
     }
@@ -163,10 +165,16 @@ std::string NewName(const Endpoint& address, const NetScope& scope)
            std::to_string(++last);
 }
 
+// Also clears the folder of what processes that were killed have left.
 void RefuseDoubleUse(int directory, const Endpoint& address, const NetScope& scope)
 {
     for (const Entry& entry : ListEntries(directory))
     {
+        // What a process in another process namespace owns looks dead too; only the connection tells.
+        if (kill(entry.process, 0) != 0 && errno == ESRCH)
+        {
+            Reach(directory, entry);
+        }
         const bool overlaps = address.IsAny() || entry.host == anyHost || entry.host == address.HostText();
         if (entry.port == address.Port() && entry.scope == scope.Identity() && overlaps && Reach(directory, entry))
         {

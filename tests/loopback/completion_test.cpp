@@ -222,7 +222,7 @@ TEST(Objects, RegionTellsWhatWasRegistered)
     const Device device;
     ibv_pd* domain = ibv_alloc_pd(device.Context());
     std::vector<uint8_t> bytes(1000);
-    ibv_mr* region = ibv_reg_mr(domain, bytes.data(), 1000, IBV_ACCESS_LOCAL_WRITE);
+    ibv_mr* region = ibv_reg_mr(domain, bytes.data(), 1000, localWrite);
     ASSERT_NE(region, nullptr);
     EXPECT_EQ(region->addr, bytes.data());
     EXPECT_EQ(region->length, 1000U);
@@ -237,7 +237,7 @@ TEST(Objects, RegionForRemoteWritesMustAllowLocalOnes)
     const Device device;
     ibv_pd* domain = ibv_alloc_pd(device.Context());
     std::vector<uint8_t> bytes(1000);
-    EXPECT_EQ(ibv_reg_mr(domain, bytes.data(), 1000, IBV_ACCESS_REMOTE_WRITE), nullptr);
+    EXPECT_EQ(ibv_reg_mr(domain, bytes.data(), 1000, remoteWrite), nullptr);
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(ibv_dealloc_pd(domain), 0);
 }
@@ -249,7 +249,7 @@ TEST(Objects, RegionMustBeMapped)
     void* memory = mmap(nullptr, 8192, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(memory, MAP_FAILED);
     ASSERT_EQ(munmap(static_cast<uint8_t*>(memory) + 4096, 4096), 0);
-    EXPECT_EQ(ibv_reg_mr(domain, memory, 8192, IBV_ACCESS_LOCAL_WRITE), nullptr);
+    EXPECT_EQ(ibv_reg_mr(domain, memory, 8192, localWrite), nullptr);
     EXPECT_EQ(errno, EFAULT);
     munmap(memory, 4096);
     EXPECT_EQ(ibv_dealloc_pd(domain), 0);

@@ -39,9 +39,11 @@ Failure OfPointer(const void* pointer)
     return {pointer == nullptr, errno};
 }
 
-const std::vector<std::pair<const char*, Call>>& Calls()
+using CallTable = std::vector<std::pair<const char*, Call>>;
+
+const CallTable& ManagerCalls()
 {
-    static const std::vector<std::pair<const char*, Call>> calls = {
+    static const CallTable calls = {
         {"rdma_create_event_channel", [](Connected&) { return OfPointer(rdma_create_event_channel()); }},
         {"rdma_create_id",
          [](Connected& pair) {
@@ -70,6 +72,13 @@ const std::vector<std::pair<const char*, Call>>& Calls()
              rdma_cm_event* event = nullptr;
              return OfResult(rdma_get_cm_event(pair.active.channel, &event));
          }},
+    };
+    return calls;
+}
+
+const CallTable& VerbsCalls()
+{
+    static const CallTable calls = {
         {"ibv_alloc_pd", [](Connected& pair) { return OfPointer(ibv_alloc_pd(pair.active.id->verbs)); }},
         {"ibv_dealloc_pd", [](Connected& pair) { return OfCode(ibv_dealloc_pd(pair.active.domain)); }},
         {"ibv_create_comp_channel",
@@ -107,18 +116,17 @@ const std::vector<std::pair<const char*, Call>>& Calls()
         {"ibv_reg_mr",
          [](Connected& pair) {
              static std::array<uint8_t, 8> bytes;
-             return OfPointer(ibv_reg_mr(pair.active.domain, bytes.data(), 8, IBV_ACCESS_LOCAL_WRITE));
+             return OfPointer(ibv_reg_mr(pair.active.domain, bytes.data(), 8, localWrite));
          }},
     };
     return calls;
 }
 
-} // namespace
-
-TEST(LoopbackFaults, EveryCallFailsWithTheErrnoAskedFor)
+// Asks each call to fail and checks that it does.
+void FailEachOf(const CallTable& calls)
 {
     const LoopbackControl control;
-    for (const auto& [name, call] : Calls())
+    for (const auto& [name, call] : calls)
     {
         SCOPED_TRACE(name);
         Connected pair;
@@ -128,6 +136,18 @@ TEST(LoopbackFaults, EveryCallFailsWithTheErrnoAskedFor)
         EXPECT_EQ(failure.error, EXFULL);
         control.clear();
     }
+}
+
+} // namespace
+
+TEST(LoopbackFaults, EveryCallOfTheConnectionManagerFailsWithTheErrnoAskedFor)
+{
+    FailEachOf(ManagerCalls());
+}
+
+TEST(LoopbackFaults, EveryCallOfVerbsFailsWithTheErrnoAskedFor)
+{
+    FailEachOf(VerbsCalls());
 }
 
 TEST(LoopbackFaults, OnlyTheCallThatWasCountedFails)
@@ -328,14 +348,14 @@ TEST(LoopbackFaults, RegionsBeyondTheMemoryLimitAreRefused)
     setenv("NQ_RDMA_LOOPBACK_MEMLOCK", "16384", 1);
     Connected pair;
     auto* memory = static_cast<uint8_t*>(std::aligned_alloc(4096, 32768));
-    ibv_mr* first = ibv_reg_mr(pair.active.domain, memory, 8192, IBV_ACCESS_LOCAL_WRITE);
+    ibv_mr* first = ibv_reg_mr(pair.active.domain, memory, 8192, localWrite);
     ASSERT_NE(first, nullptr);
-    ibv_mr* second = ibv_reg_mr(pair.active.domain, memory + 8192, 4097, IBV_ACCESS_LOCAL_WRITE);
+    ibv_mr* second = ibv_reg_mr(pair.active.domain, memory + 8192, 4097, localWrite);
     ASSERT_NE(second, nullptr);
-    EXPECT_EQ(ibv_reg_mr(pair.active.domain, memory + 16384, 1, IBV_ACCESS_LOCAL_WRITE), nullptr);
+    EXPECT_EQ(ibv_reg_mr(pair.active.domain, memory + 16384, 1, localWrite), nullptr);
     EXPECT_EQ(errno, ENOMEM);
     EXPECT_EQ(ibv_dereg_mr(first), 0);
-    ibv_mr* third = ibv_reg_mr(pair.active.domain, memory + 16384, 8192, IBV_ACCESS_LOCAL_WRITE);
+    ibv_mr* third = ibv_reg_mr(pair.active.domain, memory + 16384, 8192, localWrite);
     EXPECT_NE(third, nullptr);
     EXPECT_EQ(ibv_dereg_mr(second), 0);
     EXPECT_EQ(ibv_dereg_mr(third), 0);

@@ -210,6 +210,17 @@ TEST(LoopbackNetwork, ListenerOfAKilledProcessIsForgotten)
     EXPECT_EQ(rdma_bind_addr(again.id, Raw(address)), 0);
 }
 
+TEST(LoopbackNetwork, LaterListenerClearsAwayWhatKilledProcessesLeft)
+{
+    const Folder folder;
+    const pid_t child = StartListener(Address("127.0.0.1", 4791));
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    Side later;
+    later.Listen(Address("127.0.0.1", 4792));
+    EXPECT_EQ(folder.Entries(), 1U);
+}
+
 TEST(LoopbackNetwork, ListenerLeavesNoTraceInTheFolder)
 {
     const Folder folder;

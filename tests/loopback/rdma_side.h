@@ -26,6 +26,10 @@ namespace nq::test
 /// What the cases start, such as ip, is to run without what this program was preloaded with.
 inline const bool g_childrenArePlain = unsetenv("LD_PRELOAD") == 0;
 
+/// Access rights as a plain number: ibv_reg_mr is a macro that combines them with those of another enumeration.
+constexpr int localWrite = IBV_ACCESS_LOCAL_WRITE;
+constexpr int remoteWrite = IBV_ACCESS_REMOTE_WRITE;
+
 /// How long an event may take that has to come; generous, because real devices retry for seconds.
 constexpr int patience = 30000;
 
@@ -115,7 +119,7 @@ struct Sizes
 class Memory
 {
   public:
-    Memory(ibv_pd* domain, size_t size, int access = IBV_ACCESS_LOCAL_WRITE)
+    Memory(ibv_pd* domain, size_t size, int access = localWrite)
         : bytes(size), m_region(ibv_reg_mr(domain, bytes.data(), size, access))
     {
         Require(m_region != nullptr, "ibv_reg_mr");
@@ -214,7 +218,7 @@ class Side
         return attributes;
     }
 
-    Memory& Register(size_t size, int access = IBV_ACCESS_LOCAL_WRITE)
+    Memory& Register(size_t size, int access = localWrite)
     {
         memory.push_back(std::make_unique<Memory>(domain, size, access));
         return *memory.back();
