@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-// Entry of every test program: moves the process into a private network namespace, then runs its cases.
+// Entry of every test program: moves the process into a private network namespace, then runs its cases. Only with
+// NQ_RDMA_TEST_ADDRESS, which names the address of a real RDMA device, does it stay where that device is.
 #include "support/network.h"
 
+#include <cstdlib>
 #include <gmock/gmock.h>
 
 int main(int argc, char** argv)
 {
     testing::InitGoogleMock(&argc, argv);
-    if (!GTEST_FLAG_GET(list_tests))
+    if (!GTEST_FLAG_GET(list_tests) && std::getenv("NQ_RDMA_TEST_ADDRESS") == nullptr)
     {
         nq::test::EnterPrivateNetwork();
     }

@@ -1,0 +1,105 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# ./run roce [--here] [CASE...]: camera and consumer as they are, on Soft-RoCE between two QEMU guests that share this
+# machine's file system read-only; with --here on the machine's own RDMA device. Logs are left in out/roce/.
+# shellcheck disable=SC2034,SC2154
+set -euo pipefail
+cd "$(dirname "$(readlink -f "$0")")/.."
+. scripts/common.sh
+. scripts/roce/guests.sh
+. scripts/roce/cases.sh
+
+# name, what it shows, where: "guests" needs two guests, "any" runs on any RDMA device.
+cases="frames      any     list, and 500 verified frames at 640x480
+cable       guests  the cable of these frames: packets, ready messages, retransmissions
+restart     any     20 starts and stops
+killed      any     the camera is killed while it streams
+cut         guests  the cable is pulled out while frames flow, and put back
+memlock     any     a user who may lock too little memory
+big         any     frames of 16 MiB
+two         guests  two cameras at once
+rules       any     the rules of verbs and connection manager
+throughput  guests  payload throughput divided by that of ib_send_bw"
+
+usage() {
+    echo "usage: ./run roce [--here] [CASE...]   the cases:"
+    echo "$cases"
+}
+
+here='' chosen=''
+for argument in "$@"; do
+    case "$argument" in
+    --here) here=1 ;;
+    -h | --help) usage; exit ;;
+    *)
+        grep -q "^$argument " <<<"$cases" || fail "there is no case \"$argument\"; see ./run roce --help"
+        chosen="$chosen $argument"
+        ;;
+    esac
+done
+bin=$PWD/${NQ_BUILD:-build}
+host_address=10.77.0.1
+camera_address=10.77.0.2
+pictures_seen_by_host=/box
+
+# The first IPv4 address of a network interface that has an RDMA device.
+own_address() {
+    local interface
+    for interface in $(rdma link 2>/dev/null | sed -n 's/.*state ACTIVE.* netdev \([^ ]*\).*/\1/p'); do
+        ip -4 -o addr show dev "$interface" | awk '{ sub("/.*", "", $4); print $4 }'
+    done | head -n 1
+}
+
+start_here() {
+    host_address=$(own_address)
+    [ -n "$host_address" ] || fail "this machine has no active RDMA device with an IPv4 address (\`rdma link\`)"
+    camera_address=$host_address
+    pictures_seen_by_host=$PWD/$logs/host
+    serve_here host
+    serve_here camera
+}
+
+start_guests() {
+    local step=$SECONDS
+    echo "unpacking a kernel"
+    scripts/roce/kernel.sh "$logs/kernel" >"$logs/kernel.log" 2>&1 || fail "no kernel for the guests; see $logs/kernel.log"
+    echo "starting two guests"
+    boot camera on 52:54:00:00:00:02 10.77.0.2 10.77.0.3
+    wait_for 20 test -S "$logs/cable" || fail "QEMU did not start; see $logs/camera.log"
+    boot host off 52:54:00:00:00:01 10.77.0.1
+    wait_until_up camera host
+    echo "the guests are up after $((SECONDS - step)) s"
+}
+
+# run_case NAME TEXT: prints one row of the table.
+run_case() {
+    local start=$SECONDS verdict=pass
+    reason=''
+    "case_$1" || verdict=FAIL
+    stop_camera >/dev/null || true
+    printf '%-4s  %-10s  %4d s  %s: %s\n' $verdict "$1" $((SECONDS - start)) "$2" "$reason" | tee -a "$logs/results.txt"
+    [ $verdict = pass ] || failures=$((failures + 1))
+}
+
+become_root "$@"
+need_disk
+# shellcheck disable=SC2086
+install $build_packages libgtest-dev libgmock-dev iproute2 rdma-core
+[ -z "$here" ] || [ -n "$(own_address)" ] || fail "this machine has no active RDMA device with an IPv4 address (\`rdma link\`)"
+install qemu-system-x86 busybox-static cpio kmod python3 ibverbs-utils ibverbs-providers perftest tshark
+NQ_TARGETS="nq_gev_rdma_tl nq-gev nq-gev-camera roce_restart_test loopback_verbs_test loopback_connection_test
+    loopback_completion_test loopback_signals_test" build "${NQ_BUILD:-build}"
+mkdir -p "$logs"
+find "$logs" -mindepth 1 -maxdepth 1 ! -name kernel -exec rm -rf {} +
+trap end_guests EXIT
+if [ -n "$here" ]; then start_here; else start_guests; fi
+failures=0 count=0
+while read -r -u 3 name where text; do
+    [ -z "$chosen" ] || [[ "$chosen " == *" $name "* ]] || continue
+    [ -z "$here" ] || [ "$where" = any ] || continue
+    echo "      $name ..."
+    run_case "$name" "$text"
+    count=$((count + 1))
+done 3<<<"$cases"
+echo "$((count - failures)) of $count cases passed in $SECONDS s; logs in $logs/"
+[ $failures = 0 ]
