@@ -72,7 +72,7 @@ int NQGevInterface::OpenDevice(const char* id, int flags, void** handle)
     }
     *handle = device.get();
     m_devices.Add(device.get());
-    device.release();
+    static_cast<void>(device.release());
     return GenTL::GC_ERR_SUCCESS;
 }
 
@@ -87,7 +87,7 @@ int NQGevInterface::CloseDevice(void* handle)
     if (result != GenTL::GC_ERR_SUCCESS)
     {
         // Deliberate: a device that refuses to close is given up, not deleted: its threads may still use it.
-        device.release();
+        static_cast<void>(device.release());
     }
     return result;
 }

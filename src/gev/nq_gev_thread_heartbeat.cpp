@@ -61,8 +61,8 @@ void NQGevThreadHeartbeat::_sendConnectionEvent(int status, std::string text)
     }
     auto record = std::make_unique<GigERDMA::NQGenTLEventDeviceConnectionRecord>();
     record->status = status;
-    const std::size_t length = std::min(std::strlen(text.c_str()), sizeof record->text - 1);
-    std::memcpy(record->text, text.c_str(), length);
+    text.resize(std::min(std::strlen(text.c_str()), sizeof record->text - 1));
+    std::memcpy(record->text, text.data(), text.size());
     if (device->SignalEvent(connectionEvent, record.get()))
     {
         static_cast<void>(record.release()); // the event's from here on
