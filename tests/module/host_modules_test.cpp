@@ -153,7 +153,7 @@ TEST_F(HostModules, ACameraIsFoundAndDescribed)
     const GenTL::IF_HANDLE interface = OpenInterface();
     EXPECT_THAT(Devices(interface), IsEmpty());
     GenTL::bool8_t changed = false;
-    EXPECT_EQ(gentl.IFUpdateDeviceList(interface, &changed, 100), 0);
+    EXPECT_EQ(gentl.IFUpdateDeviceList(interface, &changed, 1000), 0);
     EXPECT_TRUE(changed);
     EXPECT_THAT(Devices(interface), ElementsAre(camera));
     const auto info = [&](int command) {
@@ -162,10 +162,20 @@ TEST_F(HostModules, ACameraIsFoundAndDescribed)
         });
     };
     EXPECT_EQ(info(2).text, "Eye");
-    EXPECT_EQ(info(5).number, 1u) << "nobody controls it";
+    // The answer may come too late on a busy machine, and then the next question gets it.
+    const auto status = [&](unsigned long expected) {
+        unsigned long number = info(5).number;
+        for (int attempt = 0; attempt < 20 && number != expected; ++attempt)
+        {
+            EXPECT_EQ(gentl.IFUpdateDeviceList(interface, nullptr, 1000), 0);
+            number = info(5).number;
+        }
+        return number;
+    };
+    EXPECT_EQ(status(1), 1u) << "nobody controls it";
     EXPECT_EQ(info(0xB001).number, 0x0A090005u);
     peer.SetRegister(0x0A00, 2);
-    EXPECT_EQ(info(5).number, 2u);
+    EXPECT_EQ(status(2), 2u);
 }
 
 TEST_F(HostModules, ADeviceThatVanishesWhileOpenStaysUsable)
@@ -176,7 +186,7 @@ TEST_F(HostModules, ADeviceThatVanishesWhileOpenStaysUsable)
         << "a known id works before any update";
     peer.SetDiscovery({}); // an older version: for the consumer it does not exist
     GenTL::bool8_t changed = false;
-    EXPECT_EQ(gentl.IFUpdateDeviceList(interface, &changed, 100), 0);
+    EXPECT_EQ(gentl.IFUpdateDeviceList(interface, &changed, 1000), 0);
     EXPECT_TRUE(changed);
     EXPECT_THAT(Devices(interface), IsEmpty());
     const Info model = Ask([&](int* type, void* buffer, unsigned long* space) {
@@ -212,7 +222,7 @@ TEST_F(HostModules, AnInterfaceWhoseAdapterVanishesStaysUsable)
     GenTL::IF_HANDLE again = nullptr;
     EXPECT_EQ(gentl.TLOpenInterface(system, adapter, &again), -1004);
     changed = false;
-    EXPECT_EQ(gentl.IFUpdateDeviceList(interface, &changed, 100), 0) << "a scan that cannot be made";
+    EXPECT_EQ(gentl.IFUpdateDeviceList(interface, &changed, 1000), 0) << "a scan that cannot be made";
     EXPECT_TRUE(changed);
     EXPECT_THAT(Devices(interface), IsEmpty());
     const Info model = Ask([&](int* type, void* buffer, unsigned long* space) {

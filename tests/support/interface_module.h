@@ -62,8 +62,8 @@ class InterfaceModule : public NQGevInterface
         return changed;
     }
 
-    /// Scans for `timeout` milliseconds; whether the list changed.
-    bool Scan(unsigned long timeout = 200)
+    /// Scans for `timeout` milliseconds, by default long enough for a peer on a busy machine; whether the list changed.
+    bool Scan(unsigned long timeout = 1000)
     {
         bool changed = true;
         EXPECT_EQ(UpdateDeviceList(&changed, timeout), 0);
