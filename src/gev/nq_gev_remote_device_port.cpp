@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <sys/uio.h>
+#include <unistd.h>
 
 namespace
 {
@@ -19,6 +21,18 @@ constexpr std::size_t urlSize = 512;
 int RoundedSize(unsigned long size)
 {
     return static_cast<int>(static_cast<unsigned int>((size + 3) & ~3UL));
+}
+
+/// Copies up to three bytes that lie behind the caller's, asking the kernel for each: one that cannot be read leaves
+/// its zero in `to`.
+void CopyBehind(const unsigned char* from, unsigned char* to, std::size_t count)
+{
+    for (std::size_t index = 0; index < count; ++index)
+    {
+        const iovec here{to + index, 1};
+        const iovec there{const_cast<unsigned char*>(from + index), 1};
+        process_vm_readv(getpid(), &here, 1, &there, 1, 0);
+    }
 }
 
 int InvalidParameter(const char* operation)
@@ -85,9 +99,15 @@ int NQGevRemoteDevice::WritePort(unsigned long address, const void* buffer, unsi
     }
     const int rounded = RoundedSize(*size);
     const auto camera = static_cast<unsigned int>(address);
-    // What fills up the last word is zeros of this block; the caller's memory ends at *size.
     std::vector<unsigned char> block(std::max<std::size_t>(static_cast<std::size_t>(rounded), 1));
     std::memcpy(block.data(), buffer, *size);
+    if (rounded == 4 || rounded >= chunkSize)
+    {
+        // Deliberate: a register and the last chunk of a long write go out as whole words of the caller's memory, up to
+        // three bytes past the size. A short memory write is filled up with zeros.
+        CopyBehind(static_cast<const unsigned char*>(buffer) + *size, block.data() + *size,
+                   static_cast<std::size_t>(rounded) - *size);
+    }
     bool done = false;
     if (rounded >= chunkSize)
     {

@@ -241,7 +241,25 @@ TEST_F(RemoteDevicePort, WriteOfFourBytesIsAWriteRegisterCommandWithTheCallersBy
     EXPECT_EQ(camera.Register(0xA000), 0x01020304U);
 }
 
-TEST_F(RemoteDevicePort, WriteOfTwoBytesIsAWriteRegisterCommandThatNeverReadsPastTheCallersBytes)
+TEST_F(RemoteDevicePort, DeliberatelyAWriteOfTwoBytesIsAWriteRegisterCommandWithFourBytesOfTheCallersBuffer)
+{
+    Open();
+    const Fence bytes({0x11, 0x22, 0x33, 0x44});
+    ASSERT_EQ(Write(0xA000, bytes.Data(), 2), 0);
+    const Bytes datagram = camera.Datagrams().at(0);
+    EXPECT_EQ(Bytes(datagram.begin(), datagram.begin() + 6), (Bytes{0x42, 0x01, 0x00, 0x82, 0x00, 0x08}));
+    EXPECT_EQ(Body(datagram), (Bytes{0x00, 0x00, 0xA0, 0x00, 0x11, 0x22, 0x33, 0x44}));
+}
+
+TEST_F(RemoteDevicePort, DeliberatelyTheLastChunkOfALongWriteReachesPastTheSize)
+{
+    Open();
+    const Fence bytes(Ramp(1028));
+    ASSERT_EQ(Write(0xA000, bytes.Data(), 1025), 0);
+    EXPECT_EQ(camera.Memory(0xA000, 1028), Ramp(1028));
+}
+
+TEST_F(RemoteDevicePort, AWriteAtTheEndOfTheCallersMemoryIsFilledUpWithZerosInstead)
 {
     Open();
     for (unsigned long size = 1; size < 4; ++size)
@@ -277,7 +295,7 @@ TEST_F(RemoteDevicePort, WriteOfFiveHundredAndTwelveBytesIsOneChunk)
     EXPECT_EQ(camera.Memory(0xA000, 512), Ramp(512));
 }
 
-TEST_F(RemoteDevicePort, AWritesLastChunkIsRoundedUpAndFilledWithZeros)
+TEST_F(RemoteDevicePort, AWritesLastChunkIsRoundedUpAndFilledWithZerosAtTheEndOfMemory)
 {
     Open();
     const Fence bytes(Ramp(1025));
