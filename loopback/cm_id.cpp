@@ -219,7 +219,7 @@ CmMessage CmId::MakeRequest(const rdma_conn_param* parameters) const
 void CmId::Connect(const rdma_conn_param* parameters)
 {
     std::unique_lock lock(CmMutex());
-    if (m_phase != Phase::RouteResolved)
+    if (m_phase != Phase::RouteResolved || (qp == nullptr && parameters == nullptr))
     {
         Throw(EINVAL);
     }

@@ -257,6 +257,10 @@ TEST(Objects, RegionMustBeMapped)
 
 TEST(Objects, QueuePairNeedsCompletionQueues)
 {
+    if (OnRealDevice())
+    {
+        GTEST_SKIP() << "libibverbs reads through the null pointer";
+    }
     const Device device;
     ibv_pd* domain = ibv_alloc_pd(device.Context());
     ibv_qp_init_attr attributes{};

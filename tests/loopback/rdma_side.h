@@ -30,8 +30,9 @@ inline const bool g_childrenArePlain = unsetenv("LD_PRELOAD") == 0;
 constexpr int localWrite = IBV_ACCESS_LOCAL_WRITE;
 constexpr int remoteWrite = IBV_ACCESS_REMOTE_WRITE;
 
-/// How long an event may take that has to come; generous, because real devices retry for seconds.
-constexpr int patience = 30000;
+/// How long an event may take that has to come, in milliseconds. The connection manager gives real devices timeouts
+/// that add up to more than half a minute before a send to a dead peer is given up.
+constexpr int patience = 80000;
 
 /// The local address that the cases use: NQ_RDMA_TEST_ADDRESS, by default that of the loopback interface.
 inline sockaddr_in TestAddress(uint16_t port)
@@ -42,6 +43,21 @@ inline sockaddr_in TestAddress(uint16_t port)
     address.sin_port = htons(port);
     inet_pton(AF_INET, text == nullptr ? "127.0.0.1" : text, &address.sin_addr);
     return address;
+}
+
+/// True on a real RDMA device, which means real libraries too: they read through null pointers where the software RDMA
+/// refuses.
+inline bool OnRealDevice()
+{
+    return std::getenv("NQ_RDMA_TEST_ADDRESS") != nullptr;
+}
+
+/// True for the kernel's rdma_rxe, which departs from what network cards do in some places.
+inline bool IsSoftRoce(ibv_context* context)
+{
+    constexpr uint32_t vendorOfSoftRoce = 0xFFFFFF;
+    ibv_device_attr attributes{};
+    return ibv_query_device(context, &attributes) == 0 && attributes.vendor_id == vendorOfSoftRoce;
 }
 
 inline sockaddr* Raw(sockaddr_in& address)
@@ -233,7 +249,7 @@ class Side
         work.num_sge = static_cast<int>(entries.size());
         ibv_recv_wr* bad = nullptr;
         const int result = ibv_post_recv(id->qp, &work, &bad);
-        EXPECT_EQ(bad, result == 0 ? nullptr : &work);
+        EXPECT_TRUE(bad == (result == 0 ? nullptr : &work) || IsSoftRoce(id->verbs));
         return result;
     }
 
@@ -250,7 +266,7 @@ class Side
         work.send_flags = flags;
         ibv_send_wr* bad = nullptr;
         const int result = ibv_post_send(id->qp, &work, &bad);
-        EXPECT_EQ(bad, result == 0 ? nullptr : &work);
+        EXPECT_TRUE(bad == (result == 0 ? nullptr : &work) || IsSoftRoce(id->verbs));
         return result;
     }
 

@@ -23,6 +23,27 @@ void FillWithPattern(std::vector<uint8_t>& bytes, unsigned seed)
     }
 }
 
+// Soft-RoCE reports a work request that it cannot carry out as IBV_WC_LOC_QP_OP_ERR where network cards say more.
+void ExpectLocalError(const Side& side, ibv_wc_status got, ibv_wc_status expected)
+{
+    EXPECT_TRUE(got == expected || (got == IBV_WC_LOC_QP_OP_ERR && IsSoftRoce(side.id->verbs))) << got;
+}
+
+// Posts until a post is refused, which must be with ENOMEM and not before the capacity is used up. Soft-RoCE has more
+// room than it says.
+template <typename Post>
+void ExpectCapacity(const Side& side, uint32_t capacity, Post post)
+{
+    int result = 0;
+    uint32_t posted = 0;
+    while (posted < 64 * capacity && (result = post(posted)) == 0)
+    {
+        ++posted;
+    }
+    EXPECT_EQ(result, ENOMEM);
+    EXPECT_TRUE(posted == capacity || (posted > capacity && IsSoftRoce(side.id->verbs))) << posted;
+}
+
 // Sends what `from` holds into a receive of the same size and checks the bytes.
 void Carry(Side& sender, Side& receiver, size_t size)
 {
@@ -160,7 +181,7 @@ TEST(Verbs, SendLongerThanItsReceiveFailsOnBothSides)
     ASSERT_EQ(pair.passive.PostReceive(2, {to.Whole()}), 0);
     ASSERT_EQ(pair.active.PostSend(3, {from.Whole()}), 0);
     const ibv_wc received = pair.passive.Next();
-    EXPECT_EQ(received.status, IBV_WC_LOC_LEN_ERR);
+    ExpectLocalError(pair.passive, received.status, IBV_WC_LOC_LEN_ERR);
     EXPECT_EQ(received.wr_id, 1U);
     const ibv_wc flushed = pair.passive.Next();
     EXPECT_EQ(flushed.status, IBV_WC_WR_FLUSH_ERR);
@@ -200,7 +221,7 @@ TEST(Verbs, SendWithAKeyOfNoRegionFails)
     ibv_sge wrong = from.Whole();
     wrong.lkey ^= 0x00F00000;
     ASSERT_EQ(pair.active.PostSend(1, {wrong}), 0);
-    EXPECT_EQ(pair.active.Next().status, IBV_WC_LOC_PROT_ERR);
+    ExpectLocalError(pair.active, pair.active.Next().status, IBV_WC_LOC_PROT_ERR);
 }
 
 TEST(Verbs, SendFromARegionOfAnotherProtectionDomainFails)
@@ -208,7 +229,7 @@ TEST(Verbs, SendFromARegionOfAnotherProtectionDomainFails)
     Connected pair;
     Memory& foreign = pair.passive.Register(64);
     ASSERT_EQ(pair.active.PostSend(1, {foreign.Whole()}), 0);
-    EXPECT_EQ(pair.active.Next().status, IBV_WC_LOC_PROT_ERR);
+    ExpectLocalError(pair.active, pair.active.Next().status, IBV_WC_LOC_PROT_ERR);
 }
 
 TEST(Verbs, SendsBeforeAFailingOneComplete)
@@ -235,7 +256,7 @@ TEST(Verbs, ReceiveIntoARegionThatMayNotBeWrittenFailsOnBothSides)
     Memory& to = pair.passive.Register(64, 0);
     ASSERT_EQ(pair.passive.PostReceive(1, {to.Whole()}), 0);
     ASSERT_EQ(pair.active.PostSend(2, {from.Whole()}), 0);
-    EXPECT_EQ(pair.passive.Next().status, IBV_WC_LOC_PROT_ERR);
+    ExpectLocalError(pair.passive, pair.passive.Next().status, IBV_WC_LOC_PROT_ERR);
     EXPECT_NE(pair.active.Next().status, IBV_WC_SUCCESS);
     EXPECT_EQ(pair.passive.State(), IBV_QPS_ERR);
     EXPECT_EQ(pair.active.State(), IBV_QPS_ERR);
@@ -245,22 +266,16 @@ TEST(Verbs, ReceiveQueueTakesItsCapacityAndRefusesOneMore)
 {
     Connected pair;
     Memory& to = pair.passive.Register(64);
-    for (uint32_t number = 0; number < pair.passive.capacity.max_recv_wr; ++number)
-    {
-        ASSERT_EQ(pair.passive.PostReceive(number, {to.Whole()}), 0) << number;
-    }
-    EXPECT_EQ(pair.passive.PostReceive(9999, {to.Whole()}), ENOMEM);
+    ExpectCapacity(pair.passive, pair.passive.capacity.max_recv_wr,
+                   [&](uint32_t number) { return pair.passive.PostReceive(number, {to.Whole()}); });
 }
 
 TEST(Verbs, SendQueueTakesItsCapacityAndRefusesOneMore)
 {
     Connected pair;
     Memory& from = pair.active.Register(64);
-    for (uint32_t number = 0; number < pair.active.capacity.max_send_wr; ++number)
-    {
-        ASSERT_EQ(pair.active.PostSend(number, {from.Whole()}), 0) << number;
-    }
-    EXPECT_EQ(pair.active.PostSend(9999, {from.Whole()}), ENOMEM);
+    ExpectCapacity(pair.active, pair.active.capacity.max_send_wr,
+                   [&](uint32_t number) { return pair.active.PostSend(number, {from.Whole()}); });
 }
 
 TEST(Verbs, MoreEntriesThanTheQueueHasAreRefused)
@@ -351,7 +366,8 @@ TEST(Verbs, CompletionNamesTheQueuePairsOfBothSides)
     ASSERT_EQ(pair.active.PostSend(2, {from.Whole()}), 0);
     const ibv_wc received = pair.passive.Next();
     EXPECT_EQ(received.qp_num, pair.passive.id->qp->qp_num);
-    EXPECT_EQ(received.src_qp, pair.active.id->qp->qp_num);
+    // The standard gives the sender's number only to datagrams; network cards fill it in for connections too.
+    EXPECT_TRUE(received.src_qp == pair.active.id->qp->qp_num || IsSoftRoce(pair.passive.id->verbs));
     EXPECT_EQ(pair.active.Next().qp_num, pair.active.id->qp->qp_num);
 }
 
@@ -381,14 +397,18 @@ TEST(Verbs, PostAfterTheDisconnectCompletesFlushedAtOnce)
     Connected pair;
     Memory& memory = pair.active.Register(64);
     ASSERT_EQ(rdma_disconnect(pair.active.id), 0);
-    ASSERT_EQ(pair.active.PostReceive(5, {memory.Whole()}), 0);
-    const ibv_wc received = pair.active.Next();
-    EXPECT_EQ(received.status, IBV_WC_WR_FLUSH_ERR);
-    EXPECT_EQ(received.wr_id, 5U);
     ASSERT_EQ(pair.active.PostSend(6, {memory.Whole()}), 0);
     const ibv_wc sent = pair.active.Next();
     EXPECT_EQ(sent.status, IBV_WC_WR_FLUSH_ERR);
     EXPECT_EQ(sent.wr_id, 6U);
+    if (IsSoftRoce(pair.active.id->verbs))
+    {
+        GTEST_SKIP() << "Soft-RoCE leaves a receive that is posted after the disconnect where it is";
+    }
+    ASSERT_EQ(pair.active.PostReceive(5, {memory.Whole()}), 0);
+    const ibv_wc received = pair.active.Next();
+    EXPECT_EQ(received.status, IBV_WC_WR_FLUSH_ERR);
+    EXPECT_EQ(received.wr_id, 5U);
 }
 
 TEST(Verbs, PeersDisconnectLeavesTheOwnReceivesPosted)
@@ -435,14 +455,20 @@ TEST(Verbs, ManyMessagesInBothDirectionsAtOnceArriveWhole)
     Connected pair;
     constexpr size_t size = 200'000;
     constexpr uint64_t rounds = 100;
-    const auto run = [](Side& side, Memory& from, Memory& to) {
+    // Two receives lie ahead of the sends: a real device waits two thirds of a second where it finds none.
+    const auto postReceive = [](Side& side, Memory& to, uint64_t round) {
+        const size_t offset = round % 4 * size;
+        EXPECT_EQ(side.PostReceive(offset, {to.Entry(offset, size)}), 0);
+    };
+    const auto run = [&](Side& side, Memory& from, Memory& to) {
         uint64_t posted = 0;
         uint64_t sent = 0;
         uint64_t received = 0;
         const auto postBoth = [&] {
-            const size_t offset = posted++ % 4 * size;
-            EXPECT_EQ(side.PostReceive(offset, {to.Entry(offset, size)}), 0);
+            const size_t offset = posted % 4 * size;
+            postReceive(side, to, posted + 2);
             EXPECT_EQ(side.PostSend(offset, {from.Entry(offset, size)}), 0);
+            ++posted;
         };
         postBoth();
         while (sent < rounds || received < rounds)
@@ -462,6 +488,11 @@ TEST(Verbs, ManyMessagesInBothDirectionsAtOnceArriveWhole)
     Memory& passiveTo = pair.passive.Register(4 * size);
     FillWithPattern(activeFrom.bytes, 1);
     FillWithPattern(passiveFrom.bytes, 2);
+    for (const uint64_t round : {0U, 1U})
+    {
+        postReceive(pair.active, activeTo, round);
+        postReceive(pair.passive, passiveTo, round);
+    }
     std::thread other([&] { run(pair.passive, passiveFrom, passiveTo); });
     run(pair.active, activeFrom, activeTo);
     other.join();
