@@ -6,10 +6,14 @@ set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh
 become_root "$@"
-labels='' filter='' list=''
+labels='' filter='' list='' NQ_TARGETS=''
 while [ $# -gt 0 ]; do
     case "$1" in
-    --label) labels="${labels:+$labels|}^$2\$"; shift 2 ;;
+    --label)
+        labels="${labels:+$labels|}^$2\$"
+        NQ_TARGETS="$NQ_TARGETS tests_$2"
+        shift 2
+        ;;
     --filter) filter=$2; shift 2 ;;
     --list) list=1; shift ;;
     *) fail "unknown argument $1" ;;
