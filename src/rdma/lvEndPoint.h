@@ -103,7 +103,8 @@ class LvEndpoint
     int GetBuffer(gevrdmaBuffer* out);
 
     /// Gives a frame block back. Returns 0, or -1003 when not connected. Ids that name no registered receive descriptor
-    /// of this endpoint are dropped.
+    /// of this endpoint are dropped, and so is a block that is not out with the consumer: a block posted twice would
+    /// let the camera write into a frame that is being read.
     int RequeueBuffer(gevrdmaBuffer* buffer);
     int RequeueBufferByID(void* id);
 
@@ -126,7 +127,7 @@ class LvEndpoint
     bool RegisterReadyMessage(std::uint32_t index);
     bool WaitForCompletionEvent();
     bool DrainCompletions(ibv_cq* queue);
-    bool IsOwnReceive(const void* id) const;
+    void Return(void* id);
 
     std::atomic<std::uint8_t> m_stop;
     rdma_event_channel* m_event_channel;
@@ -152,6 +153,7 @@ class LvEndpoint
     // Registration goes in array order and stops at the first refusal, so the descriptors in use are the first ones.
     // The count of receives also publishes the array to the threads that requeue.
     std::atomic<std::uint32_t> m_receiveCount;
+    std::unique_ptr<std::atomic<bool>[]> m_withConsumer; // For each receive descriptor, from GetBuffer to its return.
     std::uint32_t m_sendCount;
 
     // What ends the threads when no completion does: DeInit sets the flag and writes to the descriptor. `m_stop` alone

@@ -54,6 +54,7 @@ void LvEndpoint::AllocateAndRegisterMemory()
         m_frames.Reserve(count);
         m_requeued.Reserve(count);
     }
+    m_withConsumer = std::make_unique<std::atomic<bool>[]>(count);
     m_recv_msgs = std::make_unique<msg_buffer_mem[]>(count);
     m_send_msgs = std::make_unique<msg_buffer_mem[]>(count);
     std::uint32_t received = 0;
@@ -267,12 +268,13 @@ int LvEndpoint::GetBuffer(gevrdmaBuffer* out)
     {
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
     }
-    const msg_buffer_mem* const message = m_frames.Pop([this] { return Stopping(); });
+    msg_buffer_mem* const message = m_frames.Pop([this] { return Stopping(); });
     if (message == nullptr)
     {
         return GenTL::GC_ERR_RESOURCE_IN_USE;
     }
-    out->id = const_cast<msg_buffer_mem*>(message);
+    m_withConsumer[static_cast<std::size_t>(message - m_recv_msgs.get())] = true;
+    out->id = message;
     out->data = message->addr;
     out->size = message->length;
     out->received = message->received;
@@ -285,10 +287,7 @@ int LvEndpoint::RequeueBuffer(gevrdmaBuffer* buffer)
     {
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
     }
-    if (IsOwnReceive(buffer->id))
-    {
-        m_requeued.Push(static_cast<msg_buffer_mem*>(buffer->id));
-    }
+    Return(buffer->id);
     return GenTL::GC_ERR_SUCCESS;
 }
 
@@ -301,14 +300,11 @@ int LvEndpoint::RequeueBufferByID(void* id)
                                        "RequeueBufferByID");
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
     }
-    if (IsOwnReceive(id))
-    {
-        m_requeued.Push(static_cast<msg_buffer_mem*>(id));
-    }
+    Return(id);
     return GenTL::GC_ERR_SUCCESS;
 }
 
-bool LvEndpoint::IsOwnReceive(const void* id) const
+void LvEndpoint::Return(void* id)
 {
     // Ids come back from the consumer, possibly from an acquisition long gone: only compared until they prove good.
     const std::uint32_t count = m_receiveCount.load(std::memory_order_acquire);
@@ -316,8 +312,11 @@ bool LvEndpoint::IsOwnReceive(const void* id) const
     {
         if (id == &m_recv_msgs[index])
         {
-            return true;
+            if (m_withConsumer[index].exchange(false))
+            {
+                m_requeued.Push(&m_recv_msgs[index]);
+            }
+            return;
         }
     }
-    return false;
 }

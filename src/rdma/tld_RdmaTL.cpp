@@ -117,15 +117,18 @@ bool GevRdmaEndpoint::GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer)
     {
         return false;
     }
-    const auto dataSize = ReadAt<std::uint64_t>(frame.data, part + offsetof(FrameInfo, dataSize));
-    const std::uint64_t dataOffset = ReadAt<std::uint32_t>(frame.data, part + offsetof(FrameInfo, dataOffset));
-    if (!Fits(dataOffset, dataSize, frame.size))
+    // Read once: what is delivered is what was checked, even if somebody writes to the block meanwhile.
+    FrameInfo decoded{};
+    std::memcpy(&decoded, frame.data + part, PartHeaderSize);
+    const std::uint64_t dataOffset = static_cast<std::uint32_t>(decoded.dataOffset);
+    if (!Fits(dataOffset, decoded.dataSize, frame.size))
     {
         return false;
     }
-    info->timestamp = ReadAt<std::uint64_t>(frame.data, TimestampOffset);
-    std::memcpy(info, frame.data + part, PartHeaderSize);
-    info->data = frame.data + dataOffset;
+    decoded.data = frame.data + dataOffset;
+    decoded.timestamp = ReadAt<std::uint64_t>(frame.data, TimestampOffset);
+    decoded.frameId = info->frameId;
+    *info = decoded;
     *buffer = frame;
     return true;
 }

@@ -123,6 +123,12 @@ TEST_P(LvEndpointRefusal, ARefusedRegionEndsRegistrationSilentlyAndLaterBlocksSt
     endpoint->StartWorkerThread();
     fake.WaitForCalls("ibv_post_recv", receives);
     fake.WaitForCalls("ibv_post_send", sends);
+    for (int frame = 0; frame < receives; ++frame)
+    {
+        fake.DeliverFrame(Bytes(block, 7));
+        gevrdmaBuffer buffer{};
+        ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
+    }
     for (int index = 0; index < 4; ++index)
     {
         EXPECT_EQ(endpoint->RequeueBufferByID(reinterpret_cast<void*>(IdOf(static_cast<std::size_t>(index)))), 0);
@@ -475,6 +481,12 @@ TEST_F(LvEndpointFlow, ARequeueAfterDeInitReturnsNotConnectedAndPostsNothing)
 TEST_F(LvEndpointFlow, AnIdThatIsNotOfThisEndpointNeverReachesAPost)
 {
     Stream(2);
+    gevrdmaBuffer taken{};
+    for (int frame = 0; frame < 2; ++frame)
+    {
+        fake.DeliverFrame(Bytes(block, 7));
+        ASSERT_EQ(endpoint->GetBuffer(&taken), 0);
+    }
     fake.ForgetCalls();
     msg_buffer_mem foreign{};
     gevrdmaBuffer buffer{};
@@ -488,6 +500,24 @@ TEST_F(LvEndpointFlow, AnIdThatIsNotOfThisEndpointNeverReachesAPost)
     EXPECT_EQ(endpoint->RequeueBufferByID(LvEndpointAccess::Receive(*endpoint, 1)), 0);
     fake.WaitForCalls("ibv_post_send", 1);
     EXPECT_THAT(Posts(fake.Calls()), ElementsAre("ibv_post_recv", "ibv_post_send"));
+}
+
+TEST_F(LvEndpointFlow, ABlockThatIsNotWithTheConsumerIsNotPostedASecondTime)
+{
+    Stream(2);
+    EXPECT_EQ(endpoint->RequeueBufferByID(LvEndpointAccess::Receive(*endpoint, 0)), 0) << "it is posted already";
+    fake.DeliverFrame(Bytes(block, 7));
+    gevrdmaBuffer buffer{};
+    ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
+    EXPECT_EQ(endpoint->RequeueBuffer(&buffer), 0);
+    EXPECT_EQ(endpoint->RequeueBuffer(&buffer), 0);
+    EXPECT_EQ(endpoint->RequeueBufferByID(buffer.id), 0);
+    fake.WaitForSent(3);
+    fake.DeliverFrame(Bytes(block, 8)); // in the other block
+    ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
+    EXPECT_EQ(endpoint->RequeueBuffer(&buffer), 0);
+    fake.WaitForSent(4);
+    EXPECT_THAT(fake.ReceiveIds(), ElementsAre(IdOf(0), IdOf(1), IdOf(0), IdOf(1)));
 }
 
 TEST_F(LvEndpointFlow, AStopWinsOverAFrameThatArrivedInTheSameWake)
