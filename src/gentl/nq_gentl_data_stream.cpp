@@ -189,6 +189,8 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
     // Two starts at once would both find the stream stopped: the second waits for the outcome of the first.
     NQGenTLLock start(m_startLock);
     bool started = false;
+    unsigned long delivered = 0;
+    unsigned long underrun = 0;
     {
         // Deliberate: a start that is refused because acquisition runs has already set a new limit.
         NQGenTLLock lock(m_moduleLock);
@@ -196,6 +198,8 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
         m_numAcquired = 0;
         m_limitPassed = false;
         started = m_started;
+        delivered = m_numDelivered;
+        underrun = m_numUnderrun;
     }
     if (started)
     {
@@ -213,8 +217,9 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
     {
         NQGenTLLock lock(m_moduleLock);
         m_started = true;
-        m_numDelivered = 0;
-        m_numUnderrun = 0;
+        // Counting starts anew, with the frames that the transport has already brought.
+        m_numDelivered -= delivered;
+        m_numUnderrun -= underrun;
         limitPassed = m_limitPassed;
     }
     // The frame that was to stop the stream came while it did not count as started yet; no other frame may follow it.
