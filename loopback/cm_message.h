@@ -16,6 +16,7 @@ enum class CmKind : uint32_t
     WhoHas,       ///< Asks whether the destination is an address of the listener's host.
     Taken,        ///< The request has found its listener; or the answer yes to WhoHas.
     NotHere,      ///< The destination is no address of this listener's host.
+    NoAnswer,     ///< Never sent: stands for silence.
     NotListening, ///< The address is right but nobody listens.
     Reply,        ///< Accepted.
     ReadyToUse,   ///< The reply has arrived.

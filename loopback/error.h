@@ -21,23 +21,25 @@ namespace nq::loopback
 template <typename Result, typename Body>
 Result Invoke(const char* name, Result failed, Body&& body) noexcept
 {
+    int failure = 0;
     try
     {
-        if (const int error = Faults::Instance().Hit(name); error != 0)
+        failure = Faults::Instance().Hit(name);
+        if (failure == 0)
         {
-            errno = error;
-            return failed;
+            return body();
         }
-        return body();
     }
     catch (const std::system_error& error)
     {
-        errno = error.code().value();
+        failure = error.code().value();
     }
     catch (const std::bad_alloc&)
     {
-        errno = ENOMEM;
+        failure = ENOMEM;
     }
+    // Not sooner: the end of a handler frees the exception, which may touch errno.
+    errno = failure;
     return failed;
 }
 

@@ -129,12 +129,12 @@ UniqueFd Reach(int directory, const Entry& entry)
     return UniqueFd();
 }
 
-// The answer to `question`, or CmKind::NotHere when none comes in time.
+// The answer to `question`, or CmKind::NoAnswer when none comes in time.
 CmKind Ask(int control, const CmMessage& question, int first, int second)
 {
     if (!SendMessage(control, question, first, second))
     {
-        return CmKind::NotHere;
+        return CmKind::NoAnswer;
     }
     pollfd poller{control, POLLIN, 0};
     CmMessage answer;
@@ -145,7 +145,7 @@ CmKind Ask(int control, const CmMessage& question, int first, int second)
     }
     if (ReceiveMessage(control, answer, unused[0], unused[1]) != Received::Message)
     {
-        return CmKind::NotHere;
+        return CmKind::NoAnswer;
     }
     return answer.kind;
 }
@@ -215,6 +215,7 @@ FoundListener FindListener(const CmMessage& request, int data, int acknowledgeme
     const UniqueFd directory = OpenDirectory();
     FoundListener found;
     bool hostKnown = request.destinationIsLocal;
+    bool silent = false; // Somebody may own the address but sleeps.
     const std::vector<Entry> entries = ListEntries(directory.Get());
     for (const Entry& entry : entries)
     {
@@ -231,6 +232,7 @@ FoundListener FindListener(const CmMessage& request, int data, int acknowledgeme
             return found;
         }
         hostKnown = hostKnown || answer == CmKind::NotListening;
+        silent = silent || answer == CmKind::NoAnswer;
     }
     CmMessage question = request;
     question.kind = CmKind::WhoHas;
@@ -242,7 +244,7 @@ FoundListener FindListener(const CmMessage& request, int data, int acknowledgeme
             hostKnown = control && Ask(control.Get(), question, -1, -1) == CmKind::Taken;
         }
     }
-    found.outcome = hostKnown ? FoundListener::Outcome::Refused : FoundListener::Outcome::Unknown;
+    found.outcome = hostKnown && !silent ? FoundListener::Outcome::Refused : FoundListener::Outcome::Unknown;
     return found;
 }
 

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -98,6 +99,7 @@ pid_t StartListener(sockaddr_in address)
     const pid_t child = fork();
     if (child == 0)
     {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         Side listener;
         listener.Listen(address);
         Require(write(ends[1], "", 1) == 1, "write");
@@ -187,9 +189,11 @@ TEST(LoopbackNetwork, StoppedProcessIsUnreachable)
     const Folder folder;
     const pid_t child = StartListener(Address("127.0.0.1", 4791));
     kill(child, SIGSTOP);
+    ASSERT_EQ(waitpid(child, nullptr, WUNTRACED), child);
     Side active;
     const Event event = Answer(active, Address("127.0.0.1", 4791));
-    EXPECT_NE(event.type, RDMA_CM_EVENT_ESTABLISHED);
+    EXPECT_EQ(event.type, RDMA_CM_EVENT_UNREACHABLE);
+    EXPECT_EQ(event.status, -ETIMEDOUT);
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
 }
