@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # ./run roce [--here] [CASE...]: camera and consumer as they are, on Soft-RoCE between two QEMU guests that share this
-# machine's file system read-only; with --here on the machine's own RDMA device. Logs are left in out/roce/.
+# machine's file system read-only; with --here on the machine's own RDMA device. Logs are left in out/roce/. NQ_BUILD
+# chooses another build.
 # shellcheck disable=SC2034,SC2154
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
@@ -37,7 +38,7 @@ for argument in "$@"; do
         ;;
     esac
 done
-bin=$PWD/${NQ_BUILD:-build}
+bin=$(realpath -m "${NQ_BUILD:-build}")
 host_address=10.77.0.1
 camera_address=10.77.0.2
 pictures_seen_by_host=/box
@@ -52,7 +53,6 @@ own_address() {
 
 start_here() {
     host_address=$(own_address)
-    [ -n "$host_address" ] || fail "this machine has no active RDMA device with an IPv4 address (\`rdma link\`)"
     camera_address=$host_address
     pictures_seen_by_host=$PWD/$logs/host
     serve_here host
@@ -82,13 +82,13 @@ run_case() {
 }
 
 become_root "$@"
+[ -z "$here" ] || [ -n "$(own_address)" ] || fail "this machine has no active RDMA device with an IPv4 address (\`rdma link\`)"
 need_disk
 # shellcheck disable=SC2086
 install $build_packages libgtest-dev libgmock-dev iproute2 rdma-core
-[ -z "$here" ] || [ -n "$(own_address)" ] || fail "this machine has no active RDMA device with an IPv4 address (\`rdma link\`)"
 install qemu-system-x86 busybox-static cpio kmod python3 ibverbs-utils ibverbs-providers perftest tshark
 NQ_TARGETS="nq_gev_rdma_tl nq-gev nq-gev-camera roce_restart_test loopback_verbs_test loopback_connection_test
-    loopback_completion_test loopback_signals_test" build "${NQ_BUILD:-build}"
+    loopback_synchronous_test loopback_completion_test loopback_signals_test" build "${NQ_BUILD:-build}"
 mkdir -p "$logs"
 find "$logs" -mindepth 1 -maxdepth 1 ! -name kernel -exec rm -rf {} +
 trap end_guests EXIT

