@@ -124,7 +124,7 @@ TEST_P(ToolGrabOrigin, ThreeHundredVerifiedFramesInThreeBuffers)
 }
 
 INSTANTIATE_TEST_SUITE_P(Buffers, ToolGrabOrigin, testing::Values("library", "announced"),
-                         [](const auto& info) { return std::string(info.param); });
+                         [](const auto& parameter) { return std::string(parameter.param); });
 
 TEST(ToolGrab, WritesEachFrameAsAWholePngFile)
 {
