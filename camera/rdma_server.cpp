@@ -312,7 +312,8 @@ void RdmaServer::CloseConnection()
 {
     if (m_established)
     {
-        // A stream without a connection has ended, and the enable register says so; a host can tell it from a quiet one.
+        // A stream without a connection has ended, and the enable register says so; a host can tell it from a quiet
+        // one.
         m_acquisition.EnableStream(false);
     }
     m_established = false;

@@ -9,8 +9,8 @@
 #include <csignal>
 #include <fcntl.h>
 #include <poll.h>
-#include <system_error>
 #include <sys/wait.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 

@@ -16,7 +16,7 @@ class Host;
 /// then SIGKILL, when the object goes. Used from one thread.
 class ChildProcess
 {
-public:
+  public:
     /// `arguments` begins with the program's path. `environment` holds further "NAME=value" entries. With a `host` the
     /// program runs inside that namespace, else in the caller's.
     explicit ChildProcess(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {},
@@ -39,7 +39,7 @@ public:
     /// All output so far.
     const std::string& Output() const { return m_output; }
 
-private:
+  private:
     bool ReadMore(std::chrono::milliseconds timeout);
 
     pid_t m_pid = -1;

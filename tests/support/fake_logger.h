@@ -13,7 +13,7 @@ namespace nq::test
 /// Keeps a fake logging library loaded, so that a dlopen of "libNQLogLinux.so.1" anywhere in the process finds it.
 class FakeLogger
 {
-public:
+  public:
     /// Throws std::runtime_error when the file does not load.
     explicit FakeLogger(const std::string& path = NQ_FAKE_LOGGER_PATH);
     ~FakeLogger();
@@ -33,14 +33,14 @@ public:
     /// Address of one of the fake's functions.
     void* Find(const char* symbol) const;
 
-private:
+  private:
     void* m_library;
 };
 
 /// Opens the exported logger of a producer on a fake logging library and gives what it traces.
 class ProducerTrace
 {
-public:
+  public:
     /// Throws std::runtime_error when the logger does not open. Makes one call of GCGetLastError, so that the logger is
     /// constructed; before GCInitLib that sets the thread's last error to -1002.
     explicit ProducerTrace(const Producer& producer);
@@ -51,7 +51,7 @@ public:
     /// The lines since the last call of Take, or since the start.
     std::vector<std::string> Take();
 
-private:
+  private:
     const Producer& m_producer;
     FakeLogger m_fake;
 };

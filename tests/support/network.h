@@ -18,7 +18,7 @@ void Shell(const std::string& command);
 /// One further host: a network namespace that lives as long as the object. Its loopback interface is up.
 class Host
 {
-public:
+  public:
     Host();
     ~Host();
     Host(const Host&) = delete;
@@ -27,7 +27,8 @@ public:
     /// Path by which `ip link set ... netns PATH` and setns() reach this namespace from this process.
     std::string Path() const;
 
-    /// Runs `body` on a thread of its own inside the namespace and waits for it. An exception of the body comes out here.
+    /// Runs `body` on a thread of its own inside the namespace and waits for it. An exception of the body comes out
+    /// here.
     void Run(const std::function<void()>& body) const;
 
     /// Runs a shell command inside the namespace.
@@ -38,7 +39,7 @@ public:
     void Connect(const std::string& nameHere, const std::string& addressHere, const std::string& nameThere,
                  const std::string& addressThere) const;
 
-private:
+  private:
     int m_fd = -1;
 };
 

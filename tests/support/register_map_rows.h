@@ -20,8 +20,8 @@ struct RegisterMapRows
     std::vector<std::string> entries = {};  ///< feature: name = value, ...
     std::vector<std::string> registers = {}; ///< name | kind | address | length | access | cachable | polling |
                                              ///< invalidator | other
-    std::vector<std::string> formulas = {}; ///< name | name space | variables | formula
-    std::vector<std::string> ports = {};    ///< name | name space | display name | visibility | elements
+    std::vector<std::string> formulas = {};  ///< name | name space | variables | formula
+    std::vector<std::string> ports = {};     ///< name | name space | display name | visibility | elements
 };
 
 inline const RegisterMapRows systemRows{
