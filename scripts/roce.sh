@@ -64,18 +64,31 @@ start_guests() {
     echo "unpacking a kernel"
     scripts/roce/kernel.sh "$logs/kernel" >"$logs/kernel.log" 2>&1 || fail "no kernel for the guests; see $logs/kernel.log"
     echo "starting two guests"
-    boot camera on 52:54:00:00:00:02 10.77.0.2 10.77.0.3
-    wait_for 20 test -S "$logs/cable" || fail "QEMU did not start; see $logs/camera.log"
-    boot host off 52:54:00:00:00:01 10.77.0.1
+    boot camera listen 52:54:00:00:00:02 10.77.0.2 10.77.0.3
+    wait_for 20 cable_is_there || fail "QEMU did not start; see $logs/camera.log"
+    boot host connect 52:54:00:00:00:01 10.77.0.1
     wait_until_up camera host
     echo "the guests are up after $((SECONDS - step)) s"
+}
+
+# examine GUEST: how its processes and its end of the cable are.
+examine() {
+    local job out
+    on "$1" 20 "uname -n; ip -s link; ip neighbour; rdma link; rdma resource; rdma resource show qp
+        head -v -n 40 /sys/class/infiniband/*/ports/1/hw_counters/* 2>/dev/null
+        ps -eLo pid,lwp,stat,wchan:30,args | grep -v ']$'; dmesg | tail -n 30" || echo "no answer from $1"
+    cat "$out"
 }
 
 # run_case NAME TEXT: prints one row of the table.
 run_case() {
     local start=$SECONDS verdict=pass
     reason=''
-    "case_$1" || verdict=FAIL
+    "case_$1" || {
+        verdict=FAIL
+        examine host >"$logs/$1.failed.txt" 2>&1 || true
+        examine camera >>"$logs/$1.failed.txt" 2>&1 || true
+    }
     stop_camera >/dev/null || true
     printf '%-4s  %-10s  %4d s  %s: %s\n' $verdict "$1" $((SECONDS - start)) "$2" "$reason" | tee -a "$logs/results.txt"
     [ $verdict = pass ] || failures=$((failures + 1))
@@ -85,7 +98,7 @@ become_root "$@"
 [ -z "$here" ] || [ -n "$(own_address)" ] || fail "this machine has no active RDMA device with an IPv4 address (\`rdma link\`)"
 need_disk
 # shellcheck disable=SC2086
-install $build_packages libgtest-dev libgmock-dev iproute2 rdma-core
+install $build_packages libgtest-dev libgmock-dev rdma-core
 install qemu-system-x86 busybox-static cpio kmod python3 ibverbs-utils ibverbs-providers perftest tshark
 NQ_TARGETS="nq_gev_rdma_tl nq-gev nq-gev-camera roce_restart_test loopback_verbs_test loopback_connection_test
     loopback_synchronous_test loopback_completion_test loopback_signals_test" build "${NQ_BUILD:-build}"
