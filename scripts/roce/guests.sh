@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2154
 # Sourced by roce.sh: the two guests "host" and "camera", joined by one cable, and the orders that they carry out. With
 # --here both are loops of serve.sh on the machine itself.
 
@@ -114,7 +114,13 @@ capture_start() { monitor host "object_add filter-dump,id=capture,netdev=cable,f
 capture_end() { monitor host "object_del capture"; }
 
 end_guests() {
-    local guest
+    local guest file
+    if [ -n "$here" ]; then
+        # Process ids of the machine itself; those of guests end with their guest.
+        for file in "$logs"/{host,camera}/*.pid; do
+            [ -e "${file%.pid}.rc" ] || kill -KILL -- "-$(cat "$file")" 2>/dev/null || true
+        done
+    fi
     for guest in "${!serving[@]}"; do
         kill "${serving[$guest]}" 2>/dev/null || continue
         wait "${serving[$guest]}" 2>/dev/null || true
