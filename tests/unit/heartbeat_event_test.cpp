@@ -225,6 +225,12 @@ TEST_F(Heartbeat, DeliberatelyTwoCamerasInDifferentStatesReportAChangeAtEachOthe
     }
     EXPECT_EQ(reports["second"], 3);
     EXPECT_EQ(reports["Model:02-00-00-00-00-01"], 3);
+    ASSERT_EQ(first->Close(), 0);
+    ASSERT_EQ(second->Close(), 0);
+    while (event.Pending() > 0) // A record that nobody fetches is never freed.
+    {
+        event.Next();
+    }
 }
 
 TEST_F(Heartbeat, DeliberatelyALostCameraMakesTheOtherOneReportItsStateAgain)

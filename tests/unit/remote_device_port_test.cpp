@@ -7,6 +7,7 @@
 #include "support/register_camera.h"
 #include "support/trace_capture.h"
 
+#include <algorithm>
 #include <cstring>
 #include <gmock/gmock.h>
 #include <memory>
@@ -57,7 +58,7 @@ class Fence
             mmap(nullptr, m_mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
         mprotect(m_memory + page, page, PROT_NONE);
         m_start = m_memory + page - m_size;
-        std::memcpy(m_start, bytes.data(), m_size);
+        std::copy(bytes.begin(), bytes.end(), m_start);
     }
     ~Fence() { munmap(m_memory, m_mapped); }
     Fence(const Fence&) = delete;
