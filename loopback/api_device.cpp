@@ -25,6 +25,7 @@ constexpr uint64_t longestMessage = 1ULL << 31;
 template <typename Pointer>
 Pointer* NullTerminated(Pointer first)
 {
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): the list is one of pointers.
     auto* list = static_cast<Pointer*>(std::calloc(2, sizeof(Pointer)));
     if (list == nullptr)
     {

@@ -41,6 +41,7 @@ void Log(const char* format, ...)
                                    now.tv_nsec / 1000, static_cast<int>(getpid()));
     va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not follow va_start here.
     const int body = std::vsnprintf(line + head, sizeof line - static_cast<size_t>(head) - 1, format, arguments);
     va_end(arguments);
     const size_t length = std::min(static_cast<size_t>(head + std::max(body, 0)), sizeof line - 2);

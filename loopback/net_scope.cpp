@@ -113,7 +113,7 @@ Endpoint NetScope::SourceFor(const Endpoint& destination) const
     const UniqueFd& socket = SocketFor(destination);
     sockaddr none{};
     none.sa_family = AF_UNSPEC;
-    connect(socket.Get(), &none, sizeof none);
+    static_cast<void>(connect(socket.Get(), &none, sizeof none));
     Endpoint target = destination;
     target.SetPort(1);
     if (connect(socket.Get(), target.Raw(), target.Length()) != 0)

@@ -16,7 +16,7 @@ namespace
 {
 
 constexpr uint64_t longestMessage = 1ULL << 31;
-constexpr uint64_t sentByPoster = 64 * 1024;
+constexpr uint64_t sentByPoster = uint64_t{64} * 1024;
 
 // Appends to `vectors` what of `bytes` at `base` is left after skipping `skip` bytes; `skip` becomes what is left of
 // it.
