@@ -38,6 +38,8 @@ void Listener::Close()
 {
     m_id = nullptr;
     m_watch.Stop();
+    // The engine may hold this object a little longer; the address is free from here on.
+    m_socket.Withdraw();
     for (const std::shared_ptr<Connection>& connection : m_waiting)
     {
         connection->Abandon();

@@ -203,10 +203,16 @@ BoundSocket::BoundSocket(const Endpoint& address, const NetScope& scope)
 
 BoundSocket::~BoundSocket()
 {
+    Withdraw();
+}
+
+void BoundSocket::Withdraw()
+{
     // A forked child has a copy of the object but the address stays its parent's.
-    if (getpid() == m_owner)
+    if (getpid() == m_owner && !m_withdrawn)
     {
         unlinkat(m_directory.Get(), m_name.c_str(), 0);
+        m_withdrawn = true;
     }
 }
 

@@ -19,6 +19,8 @@ class BoundSocket
     /// Makes the socket of `address`. Throws EADDRINUSE when the address is bound in that network namespace already.
     BoundSocket(const Endpoint& address, const NetScope& scope);
     ~BoundSocket();
+    /// Frees the address; the descriptor stays until the object goes.
+    void Withdraw();
     BoundSocket(const BoundSocket&) = delete;
     BoundSocket& operator=(const BoundSocket&) = delete;
 
@@ -29,6 +31,7 @@ class BoundSocket
     UniqueFd m_directory;
     std::string m_name;
     int m_owner;
+    bool m_withdrawn = false;
 };
 
 /// What became of the search for a listener.
