@@ -35,6 +35,10 @@ if [ -n "$list" ]; then
 fi
 progress=()
 [ ! -t 1 ] || progress=(--progress)
+# Results of an earlier run must not stand for this one, and the run fails when ctest says so, whatever the sum.
+rm -f "$folder/tests.xml"
+status=0
 ctest --test-dir "$folder" "${select[@]}" "${progress[@]}" -j "$(($(nproc) * 2))" --no-tests=error \
-    --output-junit "$PWD/$folder/tests.xml" >"$folder/tests.log" 2>&1 || true
-python3 scripts/sum_up.py "$folder/tests.xml"
+    --output-junit "$PWD/$folder/tests.xml" >"$folder/tests.log" 2>&1 || status=$?
+python3 scripts/sum_up.py "$folder/tests.xml" || fail "see $folder/tests.log"
+[ "$status" = 0 ] || fail "ctest ended with $status; see $folder/tests.log"
