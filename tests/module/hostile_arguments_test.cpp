@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a careless consumer passes to the exported functions: handles of the wrong kind, stale or invented ones, null
 // pointers, sizes that do not fit and commands that do not exist. The answer is a code, and no byte beyond the size.
+#include "support/guarded.h"
 #include "support/open_tree.h"
 #include "support/producer_calls.h"
 
@@ -23,25 +24,6 @@ bool Begins(const std::string& text, const std::string& prefix)
 {
     return text.compare(0, prefix.size(), prefix) == 0;
 }
-
-/// A buffer of which the callee may touch the first `space` bytes.
-class Guarded
-{
-  public:
-    explicit Guarded(size_t space) : m_space(space), m_bytes(space + 4096, 0xA5) {}
-
-    void* Data() { return m_bytes.data(); }
-    char* Text() { return reinterpret_cast<char*>(m_bytes.data()); }
-    bool IsIntact() const
-    {
-        return std::all_of(m_bytes.begin() + static_cast<std::ptrdiff_t>(m_space), m_bytes.end(),
-                           [](unsigned char byte) { return byte == 0xA5; });
-    }
-
-  private:
-    size_t m_space;
-    std::vector<unsigned char> m_bytes;
-};
 
 class HostileArguments : public testing::Test
 {
