@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the library file shows to the outside, against the reviewed list, in both directions.
-#include "support/child_process.h"
+#include "support/command_output.h"
 
 #include "GenTL/GenTLFunctions.h"
 
@@ -18,13 +18,6 @@ using namespace nq::test;
 
 namespace
 {
-
-std::string OutputOf(const std::vector<std::string>& command)
-{
-    ChildProcess process(command, {"LC_ALL=C"});
-    EXPECT_EQ(process.WaitForExit(std::chrono::seconds(60)), 0) << process.Output();
-    return process.Output();
-}
 
 std::string Readable(const std::string& symbol)
 {
