@@ -30,21 +30,6 @@ void Put(RegisterCamera::Bytes& body, std::size_t offset, const std::string& byt
     std::copy(bytes.begin(), bytes.end(), body.begin() + static_cast<std::ptrdiff_t>(offset));
 }
 
-// The body of a discovery acknowledge.
-RegisterCamera::Bytes Discovery()
-{
-    RegisterCamera::Bytes body(248);
-    Put(body, 0, std::string("\x00\x02\x00\x01\x80\x00\x00\x01", 8)); // GigE Vision 2.1, big-endian
-    Put(body, 10, std::string("\x02\x00\x00\x00\x00\x09", 6));        // MAC address
-    Put(body, 36, std::string("\x0a\x09\x00\x02", 4));                // IP address
-    Put(body, 52, std::string("\xff\xff\xff\x00", 4));                // subnet mask
-    Put(body, 72, "Vendor");
-    Put(body, 104, "Model");
-    Put(body, 136, "3.0.0"); // older ones are not listed
-    Put(body, 216, "S1");
-    return body;
-}
-
 // The id at which the query's other answer, an address, is `address`; empty when there is none.
 std::string InterfaceAt(const Producer& producer, void* system, const std::string& address)
 {
@@ -69,11 +54,27 @@ std::string InterfaceAt(const Producer& producer, void* system, const std::strin
 
 } // namespace
 
+RegisterCamera::Bytes DiscoveryFrom(unsigned char subnet)
+{
+    RegisterCamera::Bytes body(248);
+    Put(body, 0, std::string("\x00\x02\x00\x01\x80\x00\x00\x01", 8)); // GigE Vision 2.1, big-endian
+    Put(body, 10, std::string("\x02\x00\x00\x00\x00\x09", 6));        // MAC address
+    Put(body, 36, std::string("\x0a\x09\x00\x02", 4));                // IP address
+    body[14] = subnet;
+    body[38] = subnet;
+    Put(body, 52, std::string("\xff\xff\xff\x00", 4)); // subnet mask
+    Put(body, 72, "Vendor");
+    Put(body, 104, "Model");
+    Put(body, 136, "3.0.0"); // older ones are not listed
+    Put(body, 216, "S1");
+    return body;
+}
+
 OpenTree::OpenTree(const Producer& producer) : camera(Connected(host))
 {
     camera.SetRegister(0x0904, 1);          // one stream channel
     camera.SetRegister(0x092C, 0x04000000); // which is capable of RDMA
-    camera.SetDiscovery(Discovery());
+    camera.SetDiscovery(DiscoveryFrom(0));
 
     Require(producer.GCInitLib(), "GCInitLib");
     Require(producer.TLOpen(&system), "TLOpen");

@@ -11,6 +11,10 @@
 namespace nq::test
 {
 
+/// The body of a discovery acknowledge: a camera "Model" at 10.9.`subnet`.2 with the MAC address
+/// 02:00:00:00:`subnet`:09.
+RegisterCamera::Bytes DiscoveryFrom(unsigned char subnet);
+
 /// Makes a camera at 10.9.0.2/24, the test's own adapter being "cam0" at 10.9.0.1, and opens system, interface, device
 /// and data stream. Throws std::runtime_error when one of them does not open. Closes nothing: a test ends the library
 /// as it likes.
