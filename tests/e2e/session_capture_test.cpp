@@ -1,94 +1,37 @@
 // SPDX-License-Identifier: Apache-2.0
 // One whole control session of the library with the virtual camera, captured on the cable and read by a foreign
 // dissector.
-#include "support/child_process.h"
+#include "support/capture.h"
 #include "support/producer.h"
 #include "support/virtual_camera.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <gmock/gmock.h>
-#include <iterator>
 #include <map>
+#include <memory>
 #include <set>
-#include <sstream>
 #include <string>
-#include <sys/socket.h>
-#include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace
 {
 
-using nq::test::ChildProcess;
+using nq::test::Capture;
+using nq::test::Dissect;
+using nq::test::Packet;
 using nq::test::Producer;
 using nq::test::VirtualCamera;
 using testing::AllOf;
+using testing::ElementsAre;
 using testing::Ge;
 using testing::HasSubstr;
 using testing::SizeIs;
 using testing::StartsWith;
 
-constexpr const char* recorderPath = "/usr/bin/tcpdump";
-constexpr const char* readerPath = "/usr/bin/tshark";
-constexpr const char* endMark = "this is the end of the session";
 constexpr unsigned int writesAndReads = 500; // of each
-
-/// Writes what passes on the test's end of the cable to a file.
-class Capture
-{
-  public:
-    Capture()
-        : m_path(nq::test::RdmaFolder() + "/session.pcap"),
-          m_recorder(
-              {recorderPath, "-i", "host0", "-Z", "root", "-B", "16384", "--immediate-mode", "-U", "-w", m_path, "udp"})
-    {
-        EXPECT_TRUE(m_recorder.WaitForOutput("listening on", std::chrono::seconds(30))) << m_recorder.Output();
-    }
-
-    /// Ends the file once everything sent so far is in it; its path.
-    const std::string& Finish()
-    {
-        SendEndMark();
-        for (int look = 0; look < 3000 && !HasEndMark(); ++look)
-        {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        EXPECT_TRUE(HasEndMark());
-        m_recorder.Signal(SIGINT);
-        EXPECT_EQ(m_recorder.WaitForExit(std::chrono::seconds(30)), 0);
-        EXPECT_THAT(m_recorder.Output(), HasSubstr("\n0 packets dropped by kernel"));
-        return m_path;
-    }
-
-  private:
-    static void SendEndMark()
-    {
-        const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_in camera{};
-        camera.sin_family = AF_INET;
-        camera.sin_port = htons(9);
-        camera.sin_addr.s_addr = inet_addr(VirtualCamera::address);
-        sendto(descriptor, endMark, std::strlen(endMark), 0, reinterpret_cast<const sockaddr*>(&camera), sizeof camera);
-        close(descriptor);
-    }
-
-    bool HasEndMark() const
-    {
-        std::ifstream file(m_path, std::ios::binary);
-        const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-        return bytes.find(endMark) != std::string::npos;
-    }
-
-    std::string m_path;
-    ChildProcess m_recorder;
-};
 
 /// A consumer that uses nothing but the exported functions.
 class Session
@@ -176,54 +119,22 @@ class Session
     void* m_port = nullptr;
 };
 
-using Packet = std::map<std::string, std::string>;
-
-/// The packets of the file that match, each with these fields as the dissector shows them. What passes at the message
-/// port is GVCP as well.
-std::vector<Packet> Dissect(const std::string& path, const std::string& match, const std::vector<std::string>& fields)
-{
-    std::vector<std::string> command = {readerPath, "-n",  "-Q", "-r",     path, "-d",         "udp.port==3456,gvcp",
-                                        "-Y",       match, "-T", "fields", "-E", "separator=|"};
-    for (const std::string& field : fields)
-    {
-        command.insert(command.end(), {"-e", field});
-    }
-    ChildProcess reader(command);
-    EXPECT_EQ(reader.WaitForExit(std::chrono::seconds(100)), 0) << reader.Output();
-    std::vector<Packet> packets;
-    std::istringstream output(reader.Output());
-    for (std::string line; std::getline(output, line);)
-    {
-        if (std::count(line.begin(), line.end(), '|') + 1 != static_cast<std::ptrdiff_t>(fields.size()))
-        {
-            continue; // a remark of the program itself
-        }
-        Packet packet;
-        std::istringstream values(line);
-        for (const std::string& field : fields)
-        {
-            std::getline(values, packet[field], '|');
-        }
-        packets.push_back(packet);
-    }
-    return packets;
-}
-
 class CapturedSession : public testing::Test
 {
   protected:
     void SetUp() override
     {
-        if (access(recorderPath, X_OK) != 0 || access(readerPath, X_OK) != 0)
+        if (!Capture::Available())
         {
             GTEST_SKIP() << "tcpdump or tshark is not installed";
         }
         const VirtualCamera camera({"--heartbeat", "60000"});
-        Capture capture;
+        capture = std::make_unique<Capture>("host0", VirtualCamera::address);
         Session(camera).Run();
-        path = capture.Finish();
+        path = capture->Finish();
     }
 
+    std::unique_ptr<Capture> capture;
     std::string path;
 };
 
@@ -260,6 +171,53 @@ TEST_F(CapturedSession, HoldsNoMalformedFieldAndEveryCommandHasItsAcknowledge)
     EXPECT_THAT(commands["0x0084"], SizeIs(Ge(10))) << "the description";
     EXPECT_EQ(acknowledges["0x0085"], commands["0x0084"]);
     EXPECT_THAT(commands["0x00c0"], SizeIs(3)) << "events";
+}
+
+TEST_F(CapturedSession, ReadsAsItWasMeant)
+{
+    const auto packets = Dissect(path, "gvcp.message_key_code == 0x42",
+                                 {"gvcp.cmd.command", "gvcp.cmd.req_id", "gvcp.cmd.readreg.bootstrapregister",
+                                  "gvcp.cmd.writereg.bootstrapregister", "gvcp.cmd.event.devicespecificid",
+                                  "udp.srcport", "udp.payload"});
+    std::vector<std::string> timeouts; // what was written and read at 0x0938, without repetitions
+    std::vector<std::string> others;   // the last digits of the other writes
+    std::vector<std::string> events;
+    std::string before;
+    for (Packet packet : packets)
+    {
+        const std::string sender = packet["udp.srcport"] + " " + packet["gvcp.cmd.req_id"];
+        if (sender == before)
+        {
+            continue;
+        }
+        before = sender;
+        const std::string written = packet["gvcp.cmd.writereg.bootstrapregister"];
+        if (written == "0x00000938" || packet["gvcp.cmd.readreg.bootstrapregister"] == "0x00000938")
+        {
+            timeouts.push_back(packet["gvcp.cmd.command"] + packet["udp.payload"].substr(24));
+        }
+        else if (!written.empty())
+        {
+            others.push_back(packet["udp.payload"].substr(16));
+        }
+        if (!packet["gvcp.cmd.event.devicespecificid"].empty())
+        {
+            events.push_back(packet["gvcp.cmd.event.devicespecificid"]);
+        }
+    }
+    std::vector<std::string> expected = {"0x0080"}; // the read of the opening
+    for (unsigned int turn = 0; turn < writesAndReads; ++turn)
+    {
+        char value[16];
+        std::snprintf(value, sizeof value, "0x0082%08x", 60000 + turn);
+        expected.insert(expected.end(), {value, "0x0080"});
+    }
+    EXPECT_EQ(timeouts, expected);
+    EXPECT_THAT(events, ElementsAre("0x9011", "0x9011", "0x9011"));
+    ASSERT_GE(others.size(), 6U);
+    EXPECT_EQ(others.front(), "00000a0000000002") << "control is taken first";
+    EXPECT_THAT(std::vector<std::string>(others.end() - 3, others.end()),
+                ElementsAre("00000b0000000000", "00000a0000000000", "00000a0000000000"));
 }
 
 } // namespace
