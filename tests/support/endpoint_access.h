@@ -17,6 +17,7 @@ struct LvEndpointAccess
     static bool Stopped(const LvEndpoint& endpoint) { return endpoint.m_stop == 1; }
     static void Stop(LvEndpoint& endpoint) { endpoint.m_stop = 1; }
     static bool Connected(const LvEndpoint& endpoint) { return endpoint.m_connected; }
+    static void SetConnected(LvEndpoint& endpoint) { endpoint.m_connected = true; }
     static msg_buffer_mem* Receive(const LvEndpoint& endpoint, std::size_t index)
     {
         return &endpoint.m_recv_msgs[index];
