@@ -45,7 +45,7 @@ class NQEventHandler
     // Order of locking: the wait lock before the state lock.
     NQGenTLMutex m_stateLock;
     NQGenTLMutex m_waitLock;
-    NQGenTLCondition m_condition;
+    NQGenTLCondition m_condition NQ_GUARDED_BY(m_waitLock);
     const unsigned int m_mask;
     unsigned int m_bits NQ_GUARDED_BY(m_stateLock) = 0;
 };

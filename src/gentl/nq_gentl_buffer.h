@@ -75,43 +75,43 @@ class NQGenTLBuffer : private NQGenTLModuleBase
   private:
     // One for each buffer info command, called with the lock held.
 
-    int _getBase(int* piType, void* pBuffer, unsigned long* piSize);
-    int _getSize(int* piType, void* pBuffer, unsigned long* piSize);
-    int _getUserPtr(int* piType, void* pBuffer, unsigned long* piSize);
-    int _getTimestamp(int* piType, void* pBuffer, unsigned long* piSize);
-    int _getNewData(int* piType, void* pBuffer, unsigned long* piSize);
-    int _getIsQueued(int* piType, void* pBuffer, unsigned long* piSize);
-    int _getIsAcquiring(int* piType, void* pBuffer, unsigned long* piSize);
-    int _getIsIncomplete(int* piType, void* pBuffer, unsigned long* piSize);
-    int _getTLType(int* piType, void* pBuffer, unsigned long* piSize);
-    int _getSizeFilled(int* piType, void* pBuffer, unsigned long* piSize);
-    int _getWidth(int* piType, void* pBuffer, unsigned long* piSize);
-    int _getHeight(int* piType, void* pBuffer, unsigned long* piSize);
-    int _getFrameId(int* piType, void* pBuffer, unsigned long* piSize);
-    int _getImagePresent(int* piType, void* pBuffer, unsigned long* piSize);
-    int _getPayloadType(int* piType, void* pBuffer, unsigned long* piSize);
-    int _getPixelFormat(int* piType, void* pBuffer, unsigned long* piSize);
-    int _getContainsChunkData(int* piType, void* pBuffer, unsigned long* piSize);
+    int _getBase(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getSize(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getUserPtr(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getTimestamp(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getNewData(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getIsQueued(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getIsAcquiring(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getIsIncomplete(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getTLType(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getSizeFilled(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getWidth(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getHeight(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getFrameId(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getImagePresent(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getPayloadType(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getPixelFormat(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getContainsChunkData(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
 
-    void* m_rdmaId = nullptr; ///< Null until the first frame binds a frame block.
+    void* m_rdmaId NQ_GUARDED_BY(m_lock) = nullptr; ///< Null until the first frame binds a frame block.
     Origin m_origin;
-    unsigned char* m_data;
+    unsigned char* m_data NQ_GUARDED_BY(m_lock);
     const unsigned long m_size;
     void* const m_userPtr;
-    unsigned long m_timestamp = 0;
-    bool m_newData = false;
-    bool m_queued = false;
-    bool m_acquiring = false;
-    bool m_incomplete = false;
+    unsigned long m_timestamp NQ_GUARDED_BY(m_lock) = 0;
+    bool m_newData NQ_GUARDED_BY(m_lock) = false;
+    bool m_queued NQ_GUARDED_BY(m_lock) = false;
+    bool m_acquiring NQ_GUARDED_BY(m_lock) = false;
+    bool m_incomplete NQ_GUARDED_BY(m_lock) = false;
     const std::string m_tlType;
-    unsigned long m_sizeFilled = 0;
-    unsigned long m_width = 0;
-    unsigned long m_height = 0;
-    unsigned long m_frameId = 0;
-    bool m_imagePresent = false;
-    unsigned long m_pixelFormat = 0;
+    unsigned long m_sizeFilled NQ_GUARDED_BY(m_lock) = 0;
+    unsigned long m_width NQ_GUARDED_BY(m_lock) = 0;
+    unsigned long m_height NQ_GUARDED_BY(m_lock) = 0;
+    unsigned long m_frameId NQ_GUARDED_BY(m_lock) = 0;
+    bool m_imagePresent NQ_GUARDED_BY(m_lock) = false;
+    unsigned long m_pixelFormat NQ_GUARDED_BY(m_lock) = 0;
     const std::string m_fileName = "TBD-FileName"; ///< Read by nothing.
-    NQGenTLMutex m_lock;                           ///< Guards all of the above.
+    NQGenTLMutex m_lock;
 };
 
 } // namespace GigERDMA

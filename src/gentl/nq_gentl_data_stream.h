@@ -102,13 +102,13 @@ class NQGenTLDataStream : public NQGenTLModuleBase
   private:
     void Announce(void* buffer, unsigned long size, void* userPtr, void** handle);
     int GetCounterInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
-    NQGenTLBuffer* TakeBufferFor(void* rdmaId);
-    void Deliver(NQGenTLBuffer* buffer, int status);
+    NQGenTLBuffer* TakeBufferFor(void* rdmaId) NQ_REQUIRES(m_transferLock);
+    void Deliver(NQGenTLBuffer* buffer, int status) NQ_REQUIRES(m_transferLock);
     bool PassesLimit();
     bool IsStarted();
-    void AddUnqueuedToInput();
-    void SignalInput();
-    void DiscardInput();
+    void AddUnqueuedToInput() NQ_REQUIRES(m_transferLock);
+    void SignalInput() NQ_REQUIRES(m_transferLock);
+    void DiscardInput() NQ_REQUIRES(m_transferLock);
     void FlushNewBufferEvent();
 
     NQGenTLBufferQueue m_buffers;

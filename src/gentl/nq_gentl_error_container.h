@@ -39,7 +39,7 @@ class NQGenTLErrorContainer
     _NQ_GENTL_ERROR_INTERNAL* _findByThreadId(unsigned long threadId);
 
     NQGenTLMutex m_mutex;
-    std::vector<std::unique_ptr<_NQ_GENTL_ERROR_INTERNAL>> m_errors;
+    std::vector<std::unique_ptr<_NQ_GENTL_ERROR_INTERNAL>> m_errors NQ_GUARDED_BY(m_mutex);
 };
 
 } // namespace GigERDMA

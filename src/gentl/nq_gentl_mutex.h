@@ -2,21 +2,11 @@
 // The framework's recursive mutex, its guard and its condition, which release what they hold on every way out.
 #pragma once
 
+#include "gige/nq_mutex.h"
+
 #include <ctime>
 #include <pthread.h>
 #include <system_error>
-
-#if defined(__clang__)
-#define NQ_THREAD_ANNOTATION(attribute) __attribute__((attribute))
-#else
-#define NQ_THREAD_ANNOTATION(attribute)
-#endif
-#define NQ_CAPABILITY(name) NQ_THREAD_ANNOTATION(capability(name))
-#define NQ_SCOPED_CAPABILITY NQ_THREAD_ANNOTATION(scoped_lockable)
-#define NQ_GUARDED_BY(mutex) NQ_THREAD_ANNOTATION(guarded_by(mutex))
-#define NQ_ACQUIRE(...) NQ_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
-#define NQ_RELEASE(...) NQ_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
-#define NQ_REQUIRES(...) NQ_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 
 namespace GigERDMA
 {

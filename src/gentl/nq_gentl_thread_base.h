@@ -59,7 +59,7 @@ class NQGenTLThreadBase
     bool IsOwnThread();
 
   private:
-    std::unique_ptr<NQSync::thread> m_thread;
+    std::unique_ptr<NQSync::thread> m_thread NQ_GUARDED_BY(m_threadLock);
 
   protected:
     NQGenTLMutex m_threadLock; ///< Guards the thread object, and the start and stop state of subclasses.

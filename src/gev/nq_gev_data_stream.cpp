@@ -302,14 +302,14 @@ void NQGevDataStream::CountFrame(std::uint64_t frameId)
 
 std::shared_ptr<GevRdmaEndpoint> NQGevDataStream::Rdma()
 {
-    const std::lock_guard lock(m_rdmaLock);
+    const NQLock lock(m_rdmaLock);
     return m_pRdma;
 }
 
 void NQGevDataStream::SetRdma(std::shared_ptr<GevRdmaEndpoint> endpoint)
 {
     {
-        const std::lock_guard lock(m_rdmaLock);
+        const NQLock lock(m_rdmaLock);
         m_pRdma.swap(endpoint);
     }
     // The endpoint that was there goes here, outside the lock: its teardown may take as long as its threads sleep.

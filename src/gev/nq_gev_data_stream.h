@@ -8,7 +8,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -89,11 +88,10 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     std::atomic<std::uint64_t> m_framesReceived{0};
     std::atomic<std::uint64_t> m_nextFrameId{0};
     std::atomic<bool> m_connected{false};
-    std::shared_ptr<GevRdmaEndpoint> m_pRdma;
+    std::shared_ptr<GevRdmaEndpoint> m_pRdma NQ_GUARDED_BY(m_rdmaLock);
     std::unique_ptr<NQRMAXThreadAcquisition> m_thread;
     FrameInfo m_frame{};
 
     std::vector<std::unique_ptr<GenDCBuffer>> m_shownBlocks; // Of earlier runs. Touched by starts alone.
-    std::mutex
-        m_rdmaLock; // Guards the pointer m_pRdma, so that a requeue during a restart never meets a dead endpoint.
+    NQMutex m_rdmaLock; // So that a requeue during a restart never meets a dead endpoint.
 };

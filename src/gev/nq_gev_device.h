@@ -91,9 +91,9 @@ class NQGevDevice : public GigERDMA::NQGenTLDevice
     GigERDMA::NQGenTLModuleContainer m_streams;
     NQGevTL* m_tl;
     std::unique_ptr<NQGevMessageStream> m_messages;
-    unsigned int m_streamSelector = 0;
+    unsigned int m_streamSelector NQ_GUARDED_BY(m_moduleLock) = 0;
     std::atomic<unsigned int> m_eventNotification = 1;
-    char m_updateFile[512] = {};
+    char m_updateFile[512] NQ_GUARDED_BY(m_moduleLock) = {};
 
     // A camera with several message channels keeps the earlier ones running; they end with the last one.
     std::vector<std::unique_ptr<NQGevMessageStream>> m_earlierMessages;

@@ -6,7 +6,6 @@
 #include "gev/nq_gev_common.h"
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -116,10 +115,10 @@ class NQGevRemoteDevice : public GigERDMA::NQGenTLRemoteDevice
     unsigned long m_handle = 0;
     int m_accessMode;
     _NQ_GEV_DEVICE_INFO m_info;
-    std::vector<std::string> m_urls;
-    std::vector<NQGevDataStream*> m_streams;
+    std::vector<std::string> m_urls NQ_GUARDED_BY(m_urlMutex);
+    std::vector<NQGevDataStream*> m_streams NQ_GUARDED_BY(m_moduleLock);
     std::unique_ptr<NQGevThreadHeartbeat> m_heartbeat;
     unsigned int m_register0D3C = 0;
 
-    std::mutex m_urlMutex; // guards m_urls, never held during an exchange with the camera
+    NQMutex m_urlMutex; // Never held during an exchange with the camera.
 };

@@ -142,7 +142,7 @@ bool NQGevRemoteDevice::WriteChunks(unsigned int address, unsigned char* data, i
 std::vector<std::string> NQGevRemoteDevice::GetURLList()
 {
     {
-        const std::lock_guard lock(m_urlMutex);
+        const NQLock lock(m_urlMutex);
         if (!m_urls.empty())
         {
             return m_urls;
@@ -158,7 +158,7 @@ std::vector<std::string> NQGevRemoteDevice::GetURLList()
             urls.emplace_back(buffer, strnlen(buffer, urlSize));
         }
     }
-    const std::lock_guard lock(m_urlMutex);
+    const NQLock lock(m_urlMutex);
     if (m_urls.empty())
     {
         m_urls = std::move(urls);

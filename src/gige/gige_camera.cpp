@@ -8,7 +8,6 @@
 
 #include <array>
 #include <cstring>
-#include <mutex>
 #include <string_view>
 
 namespace GigETL
@@ -55,7 +54,7 @@ enum class Resend
 };
 
 /// Sends the command and waits for a datagram, with one repetition of the same packet.
-NQGigE_RETURN exchange(Network& network, Command& command, Command& ack, Resend resend)
+NQGigE_RETURN exchange(Network& network, Command& command, Command& ack, Resend resend) NQ_REQUIRES(GigETL::lock)
 {
     NQGigE_RETURN result = network.sendCommand(command);
     if (result != NQGigE_SUCCESS)
@@ -81,6 +80,7 @@ NQGigE_RETURN exchange(Network& network, Command& command, Command& ack, Resend 
 /// One register exchange: a command made by `make` per attempt, a new one as long as the answers do not match.
 template <typename Make>
 NQGigE_RETURN registerExchange(Network& network, Command& ack, unsigned int ackCode, Make make)
+    NQ_REQUIRES(GigETL::lock)
 {
     NQGigE_RETURN result = NQGigE_BAD_ACK;
     for (int attempts = kAttempts; attempts > 0 && result == NQGigE_BAD_ACK; --attempts)
@@ -106,7 +106,7 @@ Camera::~Camera() = default;
 
 NQGigE_RETURN Camera::setGigECameraRegister(unsigned int address, unsigned int value)
 {
-    const std::lock_guard guard(GigETL::lock);
+    const NQLock guard(GigETL::lock);
     Network& network = *mImpl->mNetwork;
     if (network.isBroadcasting())
     {
@@ -130,7 +130,7 @@ NQGigE_RETURN Camera::setGigECameraRegister(unsigned int address1, unsigned int 
 
 NQGigE_RETURN Camera::getGigECameraRegister(unsigned int address, unsigned int* value)
 {
-    const std::lock_guard guard(GigETL::lock);
+    const NQLock guard(GigETL::lock);
     *value = 0xFFFFFFFF;
     Network& network = *mImpl->mNetwork;
     if (network.isBroadcasting())
@@ -177,7 +177,7 @@ NQGigE_RETURN Camera::writeCameraMemory(unsigned int address, unsigned char* dat
     {
         return NQGigE_WRONG_SIZE;
     }
-    const std::lock_guard guard(GigETL::lock);
+    const NQLock guard(GigETL::lock);
     Network& network = *mImpl->mNetwork;
     // The address and the data, padded to whole words by the zeros of the new packet.
     Command command(kWriteMemory, static_cast<int>((count + 7) & ~3U), kAcknowledgeRequired);
@@ -194,7 +194,7 @@ NQGigE_RETURN Camera::writeCameraMemory(unsigned int address, unsigned char* dat
 NQGigE_RETURN Camera::readCameraMemory(unsigned int address, unsigned char* data, unsigned int count)
 {
     Command ack;
-    const std::lock_guard guard(GigETL::lock);
+    const NQLock guard(GigETL::lock);
     Network& network = *mImpl->mNetwork;
     Command command(kReadMemory, 8, kAcknowledgeRequired);
     if (network.isBroadcasting())

@@ -112,9 +112,9 @@ NQGigE_RETURN collectAnswers(Network& network, timeval wait, unsigned int localI
 /// Keeps a network that got no port, for the life of the process.
 void keepUnusable(std::unique_ptr<Network> network)
 {
-    static std::mutex guarded;
-    static std::list<std::unique_ptr<Network>> kept;
-    const std::lock_guard guard(guarded);
+    static NQMutex mutex;
+    static std::list<std::unique_ptr<Network>> kept NQ_GUARDED_BY(mutex);
+    const NQLock lock(mutex);
     kept.push_back(std::move(network));
 }
 

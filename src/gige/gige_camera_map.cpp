@@ -18,7 +18,7 @@ void CameraMap::store(const NQGigE_CAMERA& camera)
 {
     auto copy = std::make_unique<NQGigE_CAMERA>(camera);
     copy->reserved = 0;
-    const std::lock_guard guard(mLock);
+    const NQLock guard(mLock);
     NQGigE_CAMERA*& entry = mRecords[camera.ipAddress];
     delete entry;
     entry = copy.release();
@@ -26,20 +26,20 @@ void CameraMap::store(const NQGigE_CAMERA& camera)
 
 const NQGigE_CAMERA* CameraMap::find(unsigned int ip) const
 {
-    const std::lock_guard guard(mLock);
+    const NQLock guard(mLock);
     const auto found = mRecords.find(ip);
     return found == mRecords.end() ? nullptr : found->second;
 }
 
 bool CameraMap::empty() const
 {
-    const std::lock_guard guard(mLock);
+    const NQLock guard(mLock);
     return mRecords.empty();
 }
 
 void CameraMap::clear()
 {
-    const std::lock_guard guard(mLock);
+    const NQLock guard(mLock);
     for (const auto& [ip, record] : mRecords)
     {
         delete record;

@@ -2,10 +2,10 @@
 // The cameras that discoveries have found.
 #pragma once
 
+#include "gige/nq_mutex.h"
 #include "gige/nqgige_types.h"
 
 #include <map>
-#include <mutex>
 
 namespace GigETL
 {
@@ -29,8 +29,8 @@ class CameraMap
     void clear();
 
   private:
-    mutable std::mutex mLock;
-    std::map<unsigned int, NQGigE_CAMERA*> mRecords;
+    mutable NQMutex mLock;
+    std::map<unsigned int, NQGigE_CAMERA*> mRecords NQ_GUARDED_BY(mLock);
 };
 
 extern CameraMap cameras;

@@ -2,13 +2,15 @@
 // The one lock of the camera layer.
 #pragma once
 
+#include "gige/nq_mutex.h"
+
 #include <pthread.h>
 
 namespace GigETL
 {
 
-/// A plain, non-recursive mutex with default attributes. Use it through std::lock_guard.
-class tMutexLock
+/// A plain, non-recursive mutex with default attributes. Use it through NQLock.
+class NQ_CAPABILITY("mutex") tMutexLock
 {
   public:
     tMutexLock();
@@ -16,8 +18,8 @@ class tMutexLock
     tMutexLock(const tMutexLock&) = delete;
     tMutexLock& operator=(const tMutexLock&) = delete;
 
-    void lock();
-    void unlock();
+    void lock() NQ_ACQUIRE();
+    void unlock() NQ_RELEASE();
 
   private:
     pthread_mutex_t mMutex;

@@ -19,7 +19,7 @@ struct Lives
     std::multimap<unsigned long, GigETL::Camera*> setAside; ///< replaced cameras by their handle
 };
 
-Lives& lives()
+Lives& lives() NQ_REQUIRES(mLock)
 {
     static Lives& instance = *new Lives;
     return instance;
@@ -27,12 +27,12 @@ Lives& lives()
 
 } // namespace
 
+NQMutex& mLock = *new NQMutex;
 std::map<unsigned long, GigETL::Camera*>& mCameras = *new std::map<unsigned long, GigETL::Camera*>;
-std::mutex& mLock = *new std::mutex;
 
 CameraUse::CameraUse(unsigned long handle)
 {
-    const std::lock_guard guard(mLock);
+    const NQLock guard(mLock);
     mCamera = mCameras[handle];
     if (mCamera != nullptr)
     {
@@ -43,7 +43,7 @@ CameraUse::CameraUse(unsigned long handle)
 CameraUse::~CameraUse()
 {
     std::unique_ptr<GigETL::Camera> last;
-    const std::lock_guard guard(mLock);
+    const NQLock guard(mLock);
     const auto use = lives().uses.find(mCamera);
     if (mCamera == nullptr || --use->second > 0)
     {
@@ -59,7 +59,7 @@ CameraUse::~CameraUse()
 void CameraUse::close()
 {
     std::vector<std::unique_ptr<GigETL::Camera>> unused;
-    const std::lock_guard guard(mLock);
+    const NQLock guard(mLock);
     const auto entry = mCameras.find(mCamera->handle());
     if (entry == mCameras.end() || entry->second != mCamera)
     {
@@ -86,7 +86,7 @@ void CameraUse::close()
 
 void addCameraToMap(GigETL::Camera* camera)
 {
-    const std::lock_guard guard(cams::mLock);
+    const NQLock guard(cams::mLock);
     GigETL::Camera*& entry = cams::mCameras[camera->handle()];
     if (entry != nullptr && entry != camera)
     {
@@ -97,13 +97,13 @@ void addCameraToMap(GigETL::Camera* camera)
 
 void removeCameraFromMap(GigETL::Camera* camera)
 {
-    const std::lock_guard guard(cams::mLock);
+    const NQLock guard(cams::mLock);
     cams::mCameras.erase(camera->handle());
 }
 
 GigETL::Camera* getCamera(unsigned long handle)
 {
-    const std::lock_guard guard(cams::mLock);
+    const NQLock guard(cams::mLock);
     return cams::mCameras[handle];
 }
 

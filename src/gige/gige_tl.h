@@ -3,17 +3,18 @@
 #pragma once
 
 #include "gige/gige_camera.h"
+#include "gige/nq_mutex.h"
 
 #include <map>
-#include <mutex>
 
 namespace cams
 {
 
-/// Every open camera by its handle. Guarded by `mLock`. Lives as long as the process, so that a thread still working
-/// while static objects are destroyed finds it intact.
-extern std::map<unsigned long, GigETL::Camera*>& mCameras;
-extern std::mutex& mLock;
+extern NQMutex& mLock;
+
+/// Every open camera by its handle. Lives as long as the process, so that a thread still working while static objects
+/// are destroyed finds it intact.
+extern std::map<unsigned long, GigETL::Camera*>& mCameras NQ_GUARDED_BY(mLock);
 
 /// The camera of a handle, found as getCamera() finds it and kept alive while this object lives: a camera closed
 /// meanwhile is deleted when the last use of it ends. Any thread may hold one.

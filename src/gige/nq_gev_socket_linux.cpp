@@ -49,7 +49,7 @@ class NQGevSocket::Use
   public:
     explicit Use(NQGevSocket& socket) : m_owner(socket)
     {
-        const std::lock_guard guard(m_owner.m_mutex);
+        const NQLock guard(m_owner.m_mutex);
         m_descriptor = m_owner.m_socket == 0 ? -1 : m_owner.m_socket;
         m_owner.m_users += m_descriptor == -1 ? 0 : 1;
     }
@@ -60,7 +60,7 @@ class NQGevSocket::Use
         {
             return;
         }
-        const std::lock_guard guard(m_owner.m_mutex);
+        const NQLock guard(m_owner.m_mutex);
         if (--m_owner.m_users == 0)
         {
             m_owner.m_released.notify_all();
@@ -84,8 +84,11 @@ NQGevSocket::~NQGevSocket()
 
 bool NQGevSocket::Create(int family, int type, int protocol)
 {
-    std::unique_lock guard(m_mutex);
-    m_released.wait(guard, [this] { return !m_closing; });
+    NQLock guard(m_mutex);
+    while (m_closing)
+    {
+        m_released.wait(m_mutex);
+    }
     if (m_socket != 0)
     {
         return false;
@@ -170,7 +173,7 @@ bool NQGevSocket::ReceiveFrom(sockaddr* from, unsigned char* data, unsigned shor
 
 void NQGevSocket::Destroy()
 {
-    std::unique_lock guard(m_mutex);
+    NQLock guard(m_mutex);
     const int descriptor = m_socket;
     m_socket = 0;
     if (descriptor == 0)
@@ -181,7 +184,10 @@ void NQGevSocket::Destroy()
     guard.unlock();
     shutdown(descriptor, SHUT_RDWR); // wakes the threads that wait for data
     guard.lock();
-    m_released.wait(guard, [this] { return m_users == 0; });
+    while (m_users != 0)
+    {
+        m_released.wait(m_mutex);
+    }
     guard.unlock();
     close(descriptor);
     guard.lock();

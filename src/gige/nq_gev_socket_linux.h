@@ -2,8 +2,9 @@
 // A general socket object for the interface modules and the message channels.
 #pragma once
 
+#include "gige/nq_mutex.h"
+
 #include <condition_variable>
-#include <mutex>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -60,10 +61,10 @@ class NQGevSocket
   private:
     class Use;
 
-    int m_socket = 0; ///< 0 when there is none
-    std::recursive_mutex m_mutex;
+    int m_socket NQ_GUARDED_BY(m_mutex) = 0; ///< 0 when there is none
+    NQRecursiveMutex m_mutex;
 
-    int m_users = 0;        ///< calls that work on the descriptor right now
-    bool m_closing = false; ///< a Destroy() waits for them; a Create() waits for it
+    int m_users NQ_GUARDED_BY(m_mutex) = 0;        ///< calls that work on the descriptor right now
+    bool m_closing NQ_GUARDED_BY(m_mutex) = false; ///< a Destroy() waits for them; a Create() waits for it
     std::condition_variable_any m_released;
 };

@@ -295,7 +295,7 @@ bool LvEndpoint::Stopping() const
 
 void LvEndpoint::DeInit()
 {
-    const std::lock_guard teardown(m_teardown);
+    const NQLock teardown(m_teardown);
     LeaveConnection();
     JoinThreads();
     DestroyQueues();
@@ -399,9 +399,8 @@ void LvEndpoint::ReleaseRegions()
         msg_buffer_mem& send = m_send_msgs[index];
         for (msg_buffer_mem* message : {&receive, &send})
         {
-            if (message->mr != nullptr)
+            if (message->mr != nullptr && ibv_dereg_mr(message->mr) == 0)
             {
-                ibv_dereg_mr(message->mr);
                 message->mr = nullptr;
             }
         }

@@ -9,7 +9,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include <netinet/in.h>
@@ -117,11 +116,11 @@ class LvEndpoint
     bool ReadCmEvent();
 
     bool Stopping() const;
-    void LeaveConnection();
-    void JoinThreads();
-    void DestroyQueues();
-    void ReleaseRegions();
-    void DestroyIds();
+    void LeaveConnection() NQ_REQUIRES(m_teardown);
+    void JoinThreads() NQ_REQUIRES(m_teardown);
+    void DestroyQueues() NQ_REQUIRES(m_teardown);
+    void ReleaseRegions() NQ_REQUIRES(m_teardown);
+    void DestroyIds() NQ_REQUIRES(m_teardown);
 
     bool RegisterBlock(std::uint32_t index);
     bool RegisterReadyMessage(std::uint32_t index);
@@ -161,7 +160,7 @@ class LvEndpoint
     std::atomic<bool> m_ending;
     std::atomic<bool> m_flushExpected;
     int m_wake;
-    std::mutex m_teardown;
+    NQMutex m_teardown;
 };
 
 /// Fills connection parameters that no connection uses: rdma_connect is called without any.

@@ -14,7 +14,7 @@ constexpr std::chrono::nanoseconds WaitLimit{800000000};
 
 void MessageQueue::Reserve(std::size_t count)
 {
-    const std::lock_guard lock(m_mutex);
+    const NQLock lock(m_mutex);
     if (count > m_ring.size())
     {
         Grow(count);
@@ -23,19 +23,19 @@ void MessageQueue::Reserve(std::size_t count)
 
 void MessageQueue::Push(msg_buffer_mem* message)
 {
-    const std::lock_guard lock(m_mutex);
+    const NQLock lock(m_mutex);
     if (m_count == m_ring.size())
     {
         Grow(std::max<std::size_t>(8, m_ring.size() * 2));
     }
     m_ring[(m_front + m_count) % m_ring.size()] = message;
     ++m_count;
-    m_changed.notify_all();
+    m_changed.NotifyAll();
 }
 
-void MessageQueue::WaitUntilDeadline(std::unique_lock<std::mutex>& lock)
+void MessageQueue::WaitUntilDeadline()
 {
-    m_changed.wait_until(lock, std::chrono::steady_clock::now() + WaitLimit);
+    m_changed.WaitUntil(m_mutex, std::chrono::steady_clock::now() + WaitLimit);
 }
 
 msg_buffer_mem* MessageQueue::TakeFront()

@@ -2,11 +2,10 @@
 // The FIFO through which the endpoint's threads pass descriptors.
 #pragma once
 
+#include "gige/nq_mutex.h"
 #include "rdma/rdma_records.h"
 
-#include <condition_variable>
 #include <cstddef>
-#include <mutex>
 #include <vector>
 
 /// A FIFO of descriptors it does not own, with its own lock. Push and Pop allocate nothing while no more entries are
@@ -31,14 +30,14 @@ class MessageQueue
     template <typename Stopping>
     msg_buffer_mem* Pop(Stopping stopping)
     {
-        std::unique_lock lock(m_mutex);
+        const NQLock lock(m_mutex);
         if (stopping())
         {
             return nullptr;
         }
         while (m_count == 0)
         {
-            WaitUntilDeadline(lock);
+            WaitUntilDeadline();
             if (stopping())
             {
                 return nullptr;
@@ -50,13 +49,13 @@ class MessageQueue
   private:
     friend struct LvEndpointAccess;
 
-    void WaitUntilDeadline(std::unique_lock<std::mutex>& lock);
-    msg_buffer_mem* TakeFront();
-    void Grow(std::size_t capacity);
+    void WaitUntilDeadline() NQ_REQUIRES(m_mutex);
+    msg_buffer_mem* TakeFront() NQ_REQUIRES(m_mutex);
+    void Grow(std::size_t capacity) NQ_REQUIRES(m_mutex);
 
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::vector<msg_buffer_mem*> m_ring;
-    std::size_t m_front = 0;
-    std::size_t m_count = 0;
+    NQMutex m_mutex;
+    NQCondition m_changed;
+    std::vector<msg_buffer_mem*> m_ring NQ_GUARDED_BY(m_mutex);
+    std::size_t m_front NQ_GUARDED_BY(m_mutex) = 0;
+    std::size_t m_count NQ_GUARDED_BY(m_mutex) = 0;
 };

@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+// Mutexes, a guard and a condition that Clang's thread-safety analysis understands, and the words to annotate with.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+#if defined(__clang__)
+#define NQ_THREAD_ANNOTATION(attribute) __attribute__((attribute))
+#else
+#define NQ_THREAD_ANNOTATION(attribute)
+#endif
+#define NQ_CAPABILITY(name) NQ_THREAD_ANNOTATION(capability(name))
+#define NQ_SCOPED_CAPABILITY NQ_THREAD_ANNOTATION(scoped_lockable)
+#define NQ_GUARDED_BY(mutex) NQ_THREAD_ANNOTATION(guarded_by(mutex))
+#define NQ_POINTEE_GUARDED_BY(mutex) NQ_THREAD_ANNOTATION(pt_guarded_by(mutex))
+#define NQ_ACQUIRE(...) NQ_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
+#define NQ_RELEASE(...) NQ_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
+#define NQ_REQUIRES(...) NQ_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
+
+/// A standard mutex under an annotated name.
+template <class Standard>
+class NQ_CAPABILITY("mutex") NQMutexOf
+{
+  public:
+    void lock() NQ_ACQUIRE() { m_mutex.lock(); }
+    void unlock() NQ_RELEASE() { m_mutex.unlock(); }
+
+  private:
+    friend class NQCondition;
+
+    Standard m_mutex;
+};
+
+using NQMutex = NQMutexOf<std::mutex>;
+using NQRecursiveMutex = NQMutexOf<std::recursive_mutex>;
+
+/// Holds a mutex from construction to destruction, but for the time between an unlock() and a lock().
+template <class Mutex>
+class NQ_SCOPED_CAPABILITY NQLock
+{
+  public:
+    explicit NQLock(Mutex& mutex) NQ_ACQUIRE(mutex) : m_lock(mutex) {}
+    ~NQLock() NQ_RELEASE() = default;
+    NQLock(const NQLock&) = delete;
+    NQLock& operator=(const NQLock&) = delete;
+
+    void lock() NQ_ACQUIRE() { m_lock.lock(); }
+    void unlock() NQ_RELEASE() { m_lock.unlock(); }
+
+  private:
+    std::unique_lock<Mutex> m_lock;
+};
+
+/// A condition for NQMutex. Waits may also end without a notification.
+class NQCondition
+{
+  public:
+    void NotifyAll() { m_condition.notify_all(); }
+
+    template <class Clock, class Duration>
+    void WaitUntil(NQMutex& mutex, const std::chrono::time_point<Clock, Duration>& deadline) NQ_REQUIRES(mutex)
+    {
+        std::unique_lock held(mutex.m_mutex, std::adopt_lock);
+        m_condition.wait_until(held, deadline);
+        held.release();
+    }
+
+  private:
+    std::condition_variable m_condition;
+};
