@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // Announcing, revoking, queueing and flushing the buffers of a data stream.
 #include "entry/nq_gev_controller.h"
+#include "support/private_member.h"
 #include "support/stream_fixture.h"
 #include "support/trace_capture.h"
 
+#include <atomic>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -155,6 +157,46 @@ TEST_F(DataStreamBuffers, RevokeIsRefusedForUnknownAndForQueuedBuffers)
     EXPECT_EQ(trace.At(2), (Lines{"RevokeBuffer GC_ERR_INVALID_HANDLE", "RevokeBuffer GC_ERR_INVALID_HANDLE",
                                   "RevokeBuffer GC_ERR_BUSY"}));
     EXPECT_EQ(Number(3), 1U);
+}
+
+namespace nq::test
+{
+struct ListsOf
+{
+    using Type = GigERDMA::NQGenTLBufferQueue GigERDMA::NQGenTLDataStream::*;
+    friend Type Get(ListsOf);
+};
+template struct Reveal<ListsOf, &GigERDMA::NQGenTLDataStream::m_buffers>;
+} // namespace nq::test
+
+TEST_F(DataStreamBuffers, ABufferThatLeavesTheListDuringItsRevocationIsAnError)
+{
+    GigERDMA::NQGenTLBufferQueue& lists = stream.*Get(nq::test::ListsOf{});
+    std::atomic<bool> done = false;
+    std::thread taker([&] {
+        while (!done)
+        {
+            if (auto* const buffer = lists.FindByIndex(GigERDMA::NQ_BUFFER_TYPE_ANNOUNCED, 0, true))
+                lists.Add(GigERDMA::NQ_BUFFER_TYPE_ANNOUNCED, buffer);
+        }
+    });
+    int result = 0;
+    void* handle = nullptr;
+    while (result != -1001)
+    {
+        if (result == 0)
+        {
+            ASSERT_EQ(stream.AllocAndAnnounceBuffer(8, nullptr, &handle), 0);
+        }
+        TraceCapture trace;
+        void* data = &stream;
+        result = stream.RevokeBuffer(handle, &data, nullptr);
+        EXPECT_EQ(trace.Has(2, "RevokeBuffer GC_ERR_ERROR"), result == -1001);
+        EXPECT_EQ(data, result == 0 ? nullptr : &stream);
+    }
+    done = true;
+    taker.join();
+    EXPECT_EQ(Number(3), 1U) << "it is still there";
 }
 
 TEST_F(DataStreamBuffers, ARevokedBufferThatAwaitsDeliveryIsNotDelivered)

@@ -5,6 +5,7 @@
 #include "gentl/nq_gentl_device.h"
 #include "gentl/nq_gentl_interface.h"
 #include "gentl/nq_gentl_system.h"
+#include "support/fake_data_stream.h"
 #include "support/fake_module.h"
 #include "support/trace_capture.h"
 
@@ -230,6 +231,35 @@ TEST_F(EntryFrame, AnExceptionPassesUnchanged)
     Interface iface(nullptr);
     void* const handle = Listed(iface);
     EXPECT_THROW(GenTL::IFGetDeviceID(handle, 0, nullptr, nullptr), std::runtime_error);
+}
+
+TEST_F(EntryFrame, AStartAndAStopThatSucceedHaveNoExitLine)
+{
+    nq::test::FakeDataStream stream;
+    void* const handle = Listed(stream);
+    char shown[16];
+    std::snprintf(shown, sizeof shown, "%x", Low32(handle));
+    TraceCapture trace;
+    EXPECT_EQ(GenTL::DSStartAcquisition(handle, 3, 0x123456789), 0);
+    EXPECT_EQ(GenTL::DSStopAcquisition(handle, 1), 0);
+    EXPECT_THAT(TraceCapture::At(32), ElementsAre("DSStartAcquisition Entry hDataStream:0x" + std::string(shown) +
+                                                      " iStartFlags:3 iNumToAcquire:4886718345",
+                                                  "DSStopAcquisition Entry"));
+    EXPECT_THAT(TraceCapture::At(2), ElementsAre("StopAcquisition GC_ERR_NOT_IMPLEMENTED Enter:1"));
+    EXPECT_EQ(LastError(), 0);
+}
+
+TEST_F(EntryFrame, AFailingOperationOfTheTransportIsTracedByTheStreamAndByTheFrame)
+{
+    nq::test::FakeDataStream stream;
+    stream.onStart = [] { return -1010; };
+    void* const handle = Listed(stream);
+    TraceCapture trace;
+    EXPECT_EQ(GenTL::DSStartAcquisition(handle, 0, 1), -1010);
+    EXPECT_THAT(TraceCapture::At(2), ElementsAre("StartAcquisition DoStartAcquisition Failed! ret:-1010",
+                                                 "DSStartAcquisition Failed:-1010"));
+    EXPECT_EQ(TraceCapture::At(32).size(), 1U);
+    EXPECT_EQ(LastError(), -1010);
 }
 
 TEST_F(EntryFrame, APositiveResultIsAFailureToo)

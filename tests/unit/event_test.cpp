@@ -5,6 +5,7 @@
 #include "gentl/nq_gentl_buffer.h"
 #include "gentl/nq_gentl_event_new_buffer.h"
 #include "support/asleep.h"
+#include "support/private_member.h"
 #include "support/trace_capture.h"
 
 #include <gtest/gtest.h>
@@ -249,6 +250,27 @@ TEST_F(Event, TheQueueIsTraced)
     event.Kill();
     EXPECT_EQ(trace.At(g_QueueLevel),
               (std::vector<std::string>{"Signal Entry! Queue:0", "Signal Entry! Queue:1", "Kill Entry! Queue:2"}));
+}
+
+namespace nq::test
+{
+struct SignalOf
+{
+    using Type = GigERDMA::NQEventHandler GigERDMA::NQGenTLEvent::*;
+    friend Type Get(SignalOf);
+};
+template struct Reveal<SignalOf, &GigERDMA::NQGenTLEvent::m_signal>;
+} // namespace nq::test
+
+TEST_F(Event, ABitThatIsNeitherDataNorKillIsAnError)
+{
+    GigERDMA::NQEventHandler& signal = event.*Get(nq::test::SignalOf{});
+    signal.SetEvent(3);
+    signal.ResetEvent(1);
+    TraceCapture trace;
+    EXPECT_EQ(GetData(0), -1001);
+    EXPECT_EQ(trace.At(g_QueueLevel), (std::vector<std::string>{"GetData GC_ERR_ERROR Queue:0"}));
+    EXPECT_EQ(value, -1);
 }
 
 struct EventInfoRow
