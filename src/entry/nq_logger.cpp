@@ -2,8 +2,11 @@
 // Trace facade: the C layer over the logging library, and the class over the C layer.
 #include "entry/nq_logger.h"
 
+#include <chrono>
 #include <cstdio>
 #include <dlfcn.h>
+#include <thread>
+#include <type_traits>
 
 extern "C"
 {
@@ -24,10 +27,26 @@ namespace
 // too, keep their values, but nothing may be reached through them any more.
 std::atomic<bool> g_libraryGone = false;
 
-template <class Function>
-Function Callable(const std::atomic<Function>& slot)
+// How many threads are inside the logging library. It is not given back while one is.
+std::atomic<int> g_callers = 0;
+
+class Caller
 {
-    return g_libraryGone.load(std::memory_order_relaxed) ? nullptr : slot.load(std::memory_order_relaxed);
+  public:
+    Caller() { ++g_callers; }
+    ~Caller() { --g_callers; }
+    Caller(const Caller&) = delete;
+    Caller& operator=(const Caller&) = delete;
+};
+
+// Calls the library's function, if there is one to call; else the result is false.
+template <class Function, class... Arguments>
+auto Forward(const std::atomic<Function>& slot, Arguments... arguments)
+{
+    using Result = std::invoke_result_t<Function, Arguments...>;
+    const Caller caller;
+    const Function function = g_libraryGone ? nullptr : slot.load(std::memory_order_relaxed);
+    return function == nullptr ? Result() : function(arguments...);
 }
 
 // Stores the address of `symbol`. A null handle searches the process, where this library's own function of that name is
@@ -47,10 +66,20 @@ bool Resolve(const char* symbol, Function own, std::atomic<Function>& slot)
 void GiveBackLibrary()
 {
     void* const library = g_hModule.load(std::memory_order_relaxed);
-    if (library != nullptr && !g_libraryGone.exchange(true, std::memory_order_relaxed))
+    if (library == nullptr || g_libraryGone.exchange(true))
     {
-        dlclose(library);
+        return;
     }
+    // In a forked child a caller may never come back: then the library stays loaded.
+    for (int waits = 0; g_callers != 0; ++waits)
+    {
+        if (waits == 1000)
+        {
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    dlclose(library);
 }
 
 } // namespace
@@ -66,7 +95,7 @@ unsigned int OpenDLL()
         // Deliberate: the one console line of the library, with this wording.
         std::puts("return GetLastError();");
     }
-    g_libraryGone.store(false, std::memory_order_relaxed);
+    g_libraryGone = false;
 
     bool complete = Resolve("NQLInit", &NQLInit, g_pFnInit);
     complete = Resolve("NQLClose", &NQLClose, g_pFnClose) && complete;
@@ -97,49 +126,41 @@ bool NQLInit()
     {
         return false;
     }
-    const NQLInitFunction init = Callable(g_pFnInit);
-    return init != nullptr && init();
+    return Forward(g_pFnInit);
 }
 
 void NQLClose()
 {
-    if (const NQLCloseFunction close = Callable(g_pFnClose))
+    if (!g_libraryGone && g_pFnClose.load(std::memory_order_relaxed) != nullptr)
     {
-        close();
+        Forward(g_pFnClose);
         CloseDLL();
     }
 }
 
 bool NQLRegisterModule(const char* module, unsigned int id)
 {
-    const NQLRegisterModuleFunction forward = Callable(g_pFnRegisterModule);
-    return forward != nullptr && forward(module, id);
+    return Forward(g_pFnRegisterModule, module, id);
 }
 
 bool NQLEnableFileLogging(bool enable, const char* fileName)
 {
-    const NQLEnableFileLoggingFunction forward = Callable(g_pFnEnableFileLogging);
-    return forward != nullptr && forward(enable, fileName);
+    return Forward(g_pFnEnableFileLogging, enable, fileName);
 }
 
 bool NQLEnableWindbg(bool enable)
 {
-    const NQLEnableWindbgFunction forward = Callable(g_pFnEnableWindbg);
-    return forward != nullptr && forward(enable);
+    return Forward(g_pFnEnableWindbg, enable);
 }
 
 bool NQLSetGlobalDebugLevel(unsigned long level)
 {
-    const NQLSetGlobalDebugLevelFunction forward = Callable(g_pFnSetGlobalDebugLevel);
-    return forward != nullptr && forward(level);
+    return Forward(g_pFnSetGlobalDebugLevel, level);
 }
 
 void NQLTraceA(const char* module, unsigned long level, const char* format, va_list arguments)
 {
-    if (const NQLTraceAFunction forward = Callable(g_pFnTraceA))
-    {
-        forward(module, level, format, arguments);
-    }
+    Forward(g_pFnTraceA, module, level, format, arguments);
 }
 }
 

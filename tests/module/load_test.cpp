@@ -227,6 +227,28 @@ TEST(LoadedLogger, ClosesAtTheEndOfTheProcess)
         testing::ExitedWithCode(0), "");
 }
 
+TEST(LoadedLogger, MayBeClosedWhileAnotherThreadTraces)
+{
+    const Producer producer;
+    ASSERT_EQ(producer.GCInitLib(), 0);
+    std::atomic<bool> stop = false;
+    std::thread tracing([&] {
+        while (!stop)
+        {
+            EXPECT_EQ(producer.TLClose(nullptr), -1006);
+        }
+    });
+    for (int round = 0; round < 200; ++round)
+    {
+        ProducerTrace trace(producer);
+        while (trace.Take().empty())
+        {
+        }
+    }
+    stop = true;
+    tracing.join();
+}
+
 TEST(LoadedLogger, TracesFromManyThreadsAtOnce)
 {
     const Producer producer;
