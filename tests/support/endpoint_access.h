@@ -18,6 +18,7 @@ struct LvEndpointAccess
     static void Stop(LvEndpoint& endpoint) { endpoint.m_stop = 1; }
     static bool Connected(const LvEndpoint& endpoint) { return endpoint.m_connected; }
     static void SetConnected(LvEndpoint& endpoint) { endpoint.m_connected = true; }
+    static void SetListener(LvEndpoint& endpoint, rdma_cm_id* id) { endpoint.m_cm_id_listener = id; }
     static msg_buffer_mem* Receive(const LvEndpoint& endpoint, std::size_t index)
     {
         return &endpoint.m_recv_msgs[index];

@@ -488,11 +488,12 @@ class FakeVerbs : public CallRecorder
 
     int DeregMr(ibv_mr* region)
     {
-        Enter("ibv_dereg_mr");
-        const std::lock_guard lock(m_mutex);
-        Gone("region");
-        delete region;
-        return 0;
+        const int error = Destroy("ibv_dereg_mr", "region");
+        if (error == 0)
+        {
+            delete region;
+        }
+        return error;
     }
 
   private:

@@ -79,6 +79,10 @@ TEST_F(GevDataStream, AStreamWithoutADeviceFailsEverythingThatNeedsOne)
     EXPECT_TRUE(trace.Has(2, "DoStartAcquisition GC_ERR_ERROR"));
     EXPECT_EQ(orphan.DoStopAcquisition(0), -1001);
     EXPECT_TRUE(trace.Has(2, "DoStopAcquisition GC_ERR_ERROR"));
+    std::int64_t payload = 1;
+    unsigned long size = sizeof payload;
+    EXPECT_EQ(orphan.DoGetPayloadsize(nullptr, &payload, &size), 0);
+    EXPECT_EQ(payload, 0);
 }
 
 // ---- start

@@ -351,6 +351,23 @@ TEST_F(LvEndpointConnection, AChannelThatCannotBeMadeNonBlockingIsReadUntilARead
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
+TEST_F(LvEndpointConnection, AnErrorOnTheChannelIsNoEventAndTheLoopStillEnds)
+{
+    int pipe[2];
+    ASSERT_EQ(::pipe(pipe), 0);
+    close(pipe[1]); // the other end now shows POLLHUP, which never passes
+    fake.OnCall(
+        "rdma_ack_cm_event", [&] { fake.ShowEventChannelAs(pipe[0]); }, 3);
+    testing::internal::CaptureStderr();
+    LvEndpoint endpoint;
+    ASSERT_TRUE(endpoint.Init(&address));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    endpoint.DeInit();
+    EXPECT_EQ(fake.Count("rdma_get_cm_event"), 3);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    close(pipe[0]);
+}
+
 // ---- teardown
 
 TEST_F(LvEndpointConnection, DeInitGoesInItsOrder)
@@ -425,6 +442,53 @@ TEST_F(LvEndpointConnection, EveryFailingDestroyIsLoggedAndTeardownCarriesOn)
     endpoint.DeInit();
     EXPECT_THAT(fake.LiveObjects(), UnorderedElementsAre("protection domain")) << "what stayed is tried again";
     EXPECT_EQ(fake.Count("rdma_destroy_id"), 1);
+}
+
+TEST_F(LvEndpointConnection, ARegionThatCannotGoIsTriedAgainByTheNextTeardown)
+{
+    fake.Fail("ibv_dereg_mr", EBUSY, 2);
+    LvEndpoint endpoint;
+    StartStreaming(endpoint, 2);
+    endpoint.DeInit();
+    EXPECT_EQ(fake.Count("ibv_dereg_mr"), 4);
+    EXPECT_THAT(fake.LiveObjects(), UnorderedElementsAre("protection domain", "region"));
+    endpoint.DeInit();
+    EXPECT_THAT(fake.LiveObjects(), UnorderedElementsAre("protection domain"));
+}
+
+TEST_F(LvEndpointConnection, AListenerIsDestroyedBehindTheConnectionAndForgottenEvenIfThatFails)
+{
+    for (const int nth : {2, 4})
+    {
+        LvEndpoint endpoint;
+        ASSERT_TRUE(endpoint.Init(&address));
+        rdma_cm_id* listener = nullptr;
+        ASSERT_EQ(rdma_create_id(nullptr, &listener, nullptr, RDMA_PS_TCP), 0);
+        LvEndpointAccess::SetListener(endpoint, listener);
+        if (nth == 4)
+        {
+            fake.Fail("rdma_destroy_id", EBUSY, nth);
+        }
+        endpoint.DeInit();
+        EXPECT_EQ(fake.Count("rdma_destroy_id"), nth);
+        endpoint.DeInit();
+        EXPECT_EQ(fake.Count("rdma_destroy_id"), nth);
+        EXPECT_EQ(fake.Calls().back(), "rdma_destroy_event_channel");
+        EXPECT_EQ(trace.Has(8, "DeInit GC_ERR_ERROR rdma_destroy_id m_cm_id_listener Failed"), nth == 4);
+    }
+    EXPECT_FALSE(trace.Has(8, "DeInit GC_ERR_ERROR rdma_destroy_id m_cm_id_connection Failed"));
+}
+
+TEST_F(LvEndpointConnection, AProtectionDomainThatCannotGoIsLeftSilently)
+{
+    fake.Fail("ibv_dealloc_pd", EBUSY);
+    {
+        LvEndpoint endpoint;
+        ASSERT_TRUE(endpoint.Init(&address));
+    }
+    EXPECT_EQ(fake.Count("ibv_dealloc_pd"), 1);
+    EXPECT_THAT(fake.LiveObjects(), UnorderedElementsAre("protection domain"));
+    EXPECT_THAT(trace.At(2), IsEmpty());
 }
 
 TEST_F(LvEndpointConnection, DeInitASecondTimeDoesNothing)

@@ -6,9 +6,12 @@
 #include "support/fake_verbs.h"
 #include "support/trace_capture.h"
 
+#include <csignal>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <stdexcept>
 #include <thread>
+#include <unistd.h>
 
 using nq::test::CameraAddress;
 using nq::test::CountOfProcess;
@@ -375,6 +378,31 @@ TEST_F(LvEndpointFlow, EachCompletionEventIsAcknowledgedAndTheQueueArmedBeforeTh
     fake.WaitForCalls("ibv_poll_cq", 2);
     EXPECT_THAT(fake.Calls(), ElementsAre("ibv_get_cq_event", "ibv_ack_cq_events", "ibv_req_notify_cq", "ibv_poll_cq",
                                           "ibv_poll_cq"));
+}
+
+TEST_F(LvEndpointFlow, SignalsThatInterruptTheThreadsChangeNothing)
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
+    Stream(1);
+    const auto interruptAll = [] {
+        for (const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
+        {
+            tgkill(getpid(), std::stoi(task.path().filename()), SIGUSR1);
+        }
+    };
+    gevrdmaBuffer frame{};
+    for (int round = 0; round < 20; ++round)
+    {
+        interruptAll();
+        fake.DeliverFrame(Bytes(block, 1));
+        ASSERT_EQ(endpoint->GetBuffer(&frame), 0);
+        interruptAll();
+        ASSERT_EQ(endpoint->RequeueBuffer(&frame), 0);
+    }
+    EXPECT_FALSE(LvEndpointAccess::Stopped(*endpoint));
+    endpoint->DeInit();
 }
 
 TEST_F(LvEndpointFlow, ACompletionOfAnotherKindDoesNothing)

@@ -187,6 +187,7 @@ TEST_F(RdmaEndpoint, WithoutAConnectionEveryCallIsHarmless)
     EXPECT_FALSE(facade->RequeueBuffer(buffer));
     EXPECT_FALSE(facade->RequeueBufferByID(&buffer));
     facade->Disconnect();
+    EXPECT_THAT(facade->TakeBlocks(), IsEmpty());
     EXPECT_THAT(fake.Calls(), IsEmpty());
 }
 
