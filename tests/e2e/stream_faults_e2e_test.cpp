@@ -12,6 +12,7 @@ namespace
 
 using nq::test::Consumer;
 using nq::test::Count;
+using nq::test::ExpectAWholeRun;
 using nq::test::Ids;
 using nq::test::SmallFrames;
 using nq::test::VirtualCamera;
@@ -27,16 +28,6 @@ std::string Named(const testing::TestParamInfo<const char*>& fault)
 void Clear(const VirtualCamera& camera, const std::string& fault)
 {
     EXPECT_EQ(camera.Control(R"({"cmd":"clear","name":")" + fault + R"("})"), R"({"ok":true})");
-}
-
-void ExpectAWholeRun(Consumer& consumer)
-{
-    consumer.QueueAll();
-    consumer.seen.clear();
-    ASSERT_EQ(consumer.Start(), 0);
-    EXPECT_EQ(consumer.Take(10), Ids(1, 10));
-    EXPECT_EQ(consumer.seen.size(), consumer.buffers.size()) << "all blocks go round";
-    EXPECT_EQ(consumer.Stop(), 0);
 }
 
 /// A fault that makes the first frame, of 1200 bytes in a block of 1200, useless.
@@ -97,6 +88,8 @@ TEST_P(StreamShortFrame, IsDeliveredAsIncomplete)
     }
     EXPECT_EQ(consumer.Take(2), Ids(2, 3));
     EXPECT_EQ(consumer.Stop(), 0);
+    consumer.RenewBuffers();
+    ExpectAWholeRun(consumer);
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, StreamShortFrame,
@@ -267,6 +260,30 @@ TEST(StreamFaults, FramesInABlockWithRoomToSpareAreIncomplete)
         EXPECT_EQ(consumer.gentl.DSQueueBuffer(consumer.stream, buffer), 0);
     }
     EXPECT_EQ(consumer.Stop(), 0);
+    Clear(camera, "huge-payload-size");
+    consumer.RenewBuffers();
+    ExpectAWholeRun(consumer);
+}
+
+TEST(StreamFaults, ACameraThatRebootsEndsTheFlowAndANewSessionWorks)
+{
+    const VirtualCamera camera(SmallFrames());
+    {
+        Consumer consumer;
+        consumer.AnnounceAndQueue(3);
+        ASSERT_EQ(consumer.Start(), 0);
+        EXPECT_EQ(consumer.Take(5), Ids(1, 5));
+        camera.Fault("reboot:100");
+        while (const GenTL::BUFFER_HANDLE buffer = consumer.Next(1000))
+        {
+            ASSERT_TRUE(consumer.ShowsItsFrame(buffer));
+            EXPECT_EQ(consumer.gentl.DSQueueBuffer(consumer.stream, buffer), 0);
+        }
+        EXPECT_EQ(consumer.Stop(), 0);
+    }
+    Consumer consumer;
+    consumer.AnnounceAndQueue(3);
+    ExpectAWholeRun(consumer);
 }
 
 } // namespace

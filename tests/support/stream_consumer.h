@@ -3,9 +3,11 @@
 // the one translation unit of a program: it makes that program run on the software RDMA.
 #pragma once
 
+#include "loopback/loopback_control.h"
 #include "support/producer.h"
 #include "support/virtual_camera.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdint>
@@ -14,6 +16,7 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <numeric>
+#include <ostream>
 #include <set>
 #include <string>
 #include <thread>
@@ -112,6 +115,19 @@ class Consumer
         {
             gentl.DSQueueBuffer(stream, buffer);
         }
+    }
+
+    /// Revokes every buffer and announces as many new ones: a buffer that once was incomplete stays so.
+    void RenewBuffers()
+    {
+        EXPECT_EQ(gentl.DSFlushQueue(stream, GenTL::ACQ_QUEUE_ALL_DISCARD), 0);
+        for (const GenTL::BUFFER_HANDLE buffer : buffers)
+        {
+            EXPECT_EQ(gentl.DSRevokeBuffer(stream, buffer, nullptr, nullptr), 0);
+        }
+        const auto count = static_cast<int>(buffers.size());
+        buffers.clear();
+        AnnounceAndQueueSilently(count);
     }
 
     int Stop() { return gentl.DSStopAcquisition(stream, GenTL::ACQ_STOP_FLAGS_KILL); }
@@ -261,6 +277,74 @@ inline std::vector<std::uint64_t> Ids(std::uint64_t first, std::uint64_t last)
     std::vector<std::uint64_t> ids(last - first + 1);
     std::iota(ids.begin(), ids.end(), first);
     return ids;
+}
+
+/// Ten whole frames in every buffer of a camera of SmallFrames, from a start to a stop, whatever happened before.
+inline void ExpectAWholeRun(Consumer& consumer)
+{
+    consumer.QueueAll();
+    consumer.seen.clear();
+    ASSERT_EQ(consumer.Start(), 0);
+    EXPECT_EQ(consumer.Take(10), Ids(1, 10));
+    EXPECT_EQ(consumer.seen.size(), std::min<std::size_t>(10, consumer.buffers.size())) << "all blocks go round";
+    EXPECT_EQ(consumer.Stop(), 0);
+}
+
+/// What the process holds of the system and of the software RDMA.
+struct Holdings
+{
+    long descriptors;
+    long threads;
+    nq_loopback_objects objects;
+
+    static Holdings Now() { return {Count("fd"), Count("task"), LoopbackControl().Objects()}; }
+
+    /// Protection domains are left out: the endpoint of the last run keeps its own until the next start.
+    bool operator==(const Holdings& other) const
+    {
+        const nq_loopback_objects& mine = objects;
+        const nq_loopback_objects& others = other.objects;
+        return descriptors == other.descriptors && threads == other.threads &&
+               mine.memory_regions == others.memory_regions && mine.completion_channels == others.completion_channels &&
+               mine.completion_queues == others.completion_queues && mine.queue_pairs == others.queue_pairs &&
+               mine.event_channels == others.event_channels && mine.cm_ids == others.cm_ids &&
+               mine.cm_events == others.cm_events;
+    }
+
+    friend std::ostream& operator<<(std::ostream& out, const Holdings& held)
+    {
+        const nq_loopback_objects& all = held.objects;
+        return out << held.descriptors << " descriptors, " << held.threads << " threads, " << all.memory_regions
+                   << " regions, " << all.completion_channels << " completion channels, " << all.completion_queues
+                   << " completion queues, " << all.queue_pairs << " queue pairs, " << all.event_channels
+                   << " event channels, " << all.cm_ids << " ids, " << all.cm_events << " events, "
+                   << all.protection_domains << " domains";
+    }
+};
+
+/// What the process holds once that is no more than `idle`, as the acquisition thread and the peer take a while to go;
+/// what is still there after 20 s otherwise.
+inline Holdings Settled(const Holdings& idle)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!(Holdings::Now() == idle) && std::chrono::steady_clock::now() < deadline)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return Holdings::Now();
+}
+
+/// What an idle stream of the consumer holds. One run goes before, because the first one starts the software RDMA.
+inline Holdings Idle(Consumer& consumer)
+{
+    const long threads = Count("task");
+    ExpectAWholeRun(consumer);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (Count("task") > threads + 1 && std::chrono::steady_clock::now() < deadline)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return Holdings::Now();
 }
 
 } // namespace nq::test
