@@ -7,6 +7,10 @@
 #include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
+#include <linux/capability.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace nq::tool
 {
@@ -22,6 +26,27 @@ bool MachineHasRdmaDevice()
     std::error_code ignored;
     const std::filesystem::directory_iterator devices("/sys/class/infiniband", ignored);
     return !ignored && devices != std::filesystem::directory_iterator();
+}
+
+bool MayLockAnyAmount()
+{
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3] = {};
+    return syscall(SYS_capget, &header, sets) == 0 &&
+           (sets[CAP_TO_INDEX(CAP_IPC_LOCK)].effective & CAP_TO_MASK(CAP_IPC_LOCK)) != 0;
+}
+
+/// What stands in the way of frames when the system lets this user lock less than the `needed` bytes; else empty.
+std::string LockedMemoryComplaint(uint64_t needed)
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_MEMLOCK, &limit) != 0 || limit.rlim_cur >= needed || MayLockAnyAmount())
+    {
+        return {};
+    }
+    return fmt::format("this user may lock {} KiB of memory (RLIMIT_MEMLOCK, see `ulimit -l`), and the frame buffers "
+                       "need {} KiB",
+                       limit.rlim_cur / 1024, (needed + 1023) / 1024);
 }
 
 } // namespace
@@ -85,6 +110,7 @@ void GrabSession::AnnounceBuffers(BufferOrigin origin, size_t count)
     const uint64_t size = GenTLLibrary::Number([this](GenTL::INFO_DATATYPE* type, void* buffer, size_t* space) {
         return m_library.DSGetInfo(m_stream, GenTL::STREAM_INFO_PAYLOAD_SIZE, type, buffer, space);
     });
+    m_lockedBytes = count * size;
     for (size_t index = 0; index < count; ++index)
     {
         GenTL::BUFFER_HANDLE buffer = nullptr;
@@ -116,7 +142,11 @@ void GrabSession::Start()
     {
         throw ToolFailure(ExitCode::CameraLost, WhyNoFrames());
     }
-    const char* hint = MachineHasRdmaDevice() ? "" : " This machine shows no RDMA device (`rdma link`).";
+    std::string hint = MachineHasRdmaDevice() ? "" : " This machine shows no RDMA device (`rdma link`).";
+    if (const std::string complaint = LockedMemoryComplaint(m_lockedBytes); !complaint.empty())
+    {
+        hint += fmt::format(" Note that {}.", complaint);
+    }
     throw ToolFailure(ExitCode::NoStream,
                       fmt::format("the stream did not start: {} ({}). The camera {} answers on its control channel but "
                                   "refused or did not answer the RDMA connection.{}",
@@ -142,6 +172,7 @@ std::optional<Frame> GrabSession::Next(uint64_t timeoutMs)
         return std::nullopt;
     }
     GenTLLibrary::Check(code, "EventGetData");
+    m_anyFrame = true;
     Frame frame;
     frame.buffer = data.BufferHandle;
     frame.data = reinterpret_cast<const uint8_t*>(BufferNumber(frame.buffer, GenTL::BUFFER_INFO_BASE));
@@ -210,6 +241,12 @@ std::string GrabSession::WhyNoFrames() const
     {
         return fmt::format(
             "the camera {} disconnected: it answers on its control channel but has ended its RDMA stream", m_address);
+    }
+    // A start succeeds even if no buffer could be registered; the camera then hears of none.
+    if (const std::string complaint = LockedMemoryComplaint(m_lockedBytes); !m_anyFrame && !complaint.empty())
+    {
+        return fmt::format("the camera {} answers on its control channel but sends no frames: {}", m_address,
+                           complaint);
     }
     return fmt::format(
         "the camera {} answers on its control channel but sends no frames: it waits for a trigger, or the "

@@ -79,6 +79,8 @@ class GrabSession
     std::vector<GenTL::BUFFER_HANDLE> m_buffers;
     std::vector<GenTL::BUFFER_HANDLE> m_seenIncomplete;
     std::vector<std::vector<uint8_t>> m_memory;
+    uint64_t m_lockedBytes = 0; ///< What a running stream has to lock, at least.
+    bool m_anyFrame = false;
     bool m_started = false;
 };
 

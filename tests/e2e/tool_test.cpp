@@ -199,6 +199,29 @@ TEST(ToolGrab, WithoutAnRdmaStackListsAndOpensButCannotStart)
     EXPECT_THAT(grab.output, HasSubstr("GC_ERR_ERROR (-1001)"));
 }
 
+TEST(ToolGrab, NamesTheLimitOnLockedMemoryWhenNoFrameComes)
+{
+    const VirtualCamera camera({"--width", "640", "--height", "480"});
+    std::vector<std::string> environment = camera.Environment();
+    environment.emplace_back("NQ_RDMA_LOOPBACK_MEMLOCK=65536");
+    // A root without the right to lock any amount.
+    const auto grab = [&](const std::string& limit) {
+        ChildProcess tool({"/usr/bin/prlimit", "--memlock=" + limit, "/usr/bin/setpriv", "--bounding-set=-ipc_lock",
+                           "--inh-caps=-ipc_lock", NQ_TOOL_PATH, "--producer", NQ_CTI_PATH, "grab", "--count", "5",
+                           "--frame-timeout", "1000"},
+                          environment);
+        const int code = tool.WaitForExit(longTime);
+        return Outcome{code, tool.Output()};
+    };
+    const Outcome small = grab("65536:65536");
+    EXPECT_EQ(small.exitCode, 6) << small.output;
+    EXPECT_THAT(small.output, HasSubstr("sends no frames: this user may lock 64 KiB of memory (RLIMIT_MEMLOCK, see "
+                                        "`ulimit -l`), and the frame buffers need 1200 KiB"));
+    const Outcome large = grab("1228800:1228800");
+    EXPECT_EQ(large.exitCode, 6) << large.output;
+    EXPECT_THAT(large.output, HasSubstr("sends no frames: it waits for a trigger"));
+}
+
 TEST(ToolGrab, NamesTheCameraItCannotFind)
 {
     const VirtualCamera camera;
