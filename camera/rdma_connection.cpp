@@ -172,9 +172,10 @@ RdmaConnection::Block RdmaConnection::TakeBlock(std::size_t size)
     {
         block.memory.reset();
         block.memory = std::make_unique<RegisteredMemory>(m_domain.get(), size, 0);
+        block.picture = 0;
     }
     m_free.pop_back();
-    return {index, block.memory->Bytes().first(size)};
+    return {index, block.memory->Bytes().first(size), block.picture};
 }
 
 bool RdmaConnection::Send(const Block& block, std::size_t size, std::uint64_t frameId)

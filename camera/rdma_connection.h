@@ -46,6 +46,7 @@ class RdmaConnection
     {
         std::uint32_t index;
         std::span<std::uint8_t> bytes;
+        std::uint64_t& picture; ///< What the block shows, by a number of the caller's; 0 in fresh memory.
     };
     Block TakeBlock(std::size_t size);
 
@@ -77,6 +78,7 @@ class RdmaConnection
     {
         std::unique_ptr<RegisteredMemory> memory;
         std::uint64_t frameId = 0;
+        std::uint64_t picture = 0;
     };
 
     void CreateQueuePair(std::uint32_t sendBuffers);

@@ -278,12 +278,17 @@ RdmaServer::AfterSend RdmaServer::SendFrame(FrameTicket ticket)
     if (!m_picture || !(m_picture->Settings() == ticket.picture))
     {
         m_picture = std::make_unique<TestPicture>(ticket.picture);
+        ++m_pictureNumber;
     }
     try
     {
         const auto block = m_connection->TakeBlock(gendc::kDescriptorSize + ticket.picture.Payload());
         WriteGenDcDescriptor(ticket, block.bytes.first<gendc::kDescriptorSize>());
-        m_picture->Draw(ticket.id, block.bytes.subspan(gendc::kDescriptorSize));
+        if (!m_picture->IsStill() || block.picture != m_pictureNumber)
+        {
+            m_picture->Draw(ticket.id, block.bytes.subspan(gendc::kDescriptorSize));
+            block.picture = m_pictureNumber;
+        }
         const std::size_t size = ApplyFrameFaults(m_faults, block.bytes);
         const bool disconnect = m_faults.Strike(Fault::DisconnectMidFrame).has_value();
         const bool healthy = m_connection->Send(block, size, ticket.id);

@@ -97,6 +97,7 @@ class RdmaServer
     /// When the request of m_connection is to be accepted.
     std::optional<Clock::time_point> m_acceptAt;
     std::unique_ptr<TestPicture> m_picture;
+    std::uint64_t m_pictureNumber = 0;
 
     std::atomic<bool> m_stop{false};
     std::atomic<bool> m_drop{false};

@@ -51,6 +51,9 @@ class TestPicture
 
     const PictureSettings& Settings() const { return m_settings; }
 
+    /// Whether all frames look the same.
+    bool IsStill() const { return m_settings.pattern == TestPattern::ColorBar; }
+
     /// Fills `pixels`, which holds Payload() bytes.
     void Draw(std::uint64_t frameId, std::span<std::uint8_t> pixels) const;
 

@@ -3,8 +3,8 @@
 #include "camera/plain_rdma_host.h"
 #include "camera/raw_host.h"
 
+#include <array>
 #include <gmock/gmock.h>
-
 #include <thread>
 
 using namespace nq::test;
@@ -269,6 +269,43 @@ TEST_F(CameraStream, EveryPixelFormatFillsItsPayload)
         const ReceivedFrame frame = host.NextFrame();
         EXPECT_EQ(frame.bytes.size(), kDescriptor + kPixels * bytes);
         EXPECT_EQ(frame.Little32(128), format);
+    }
+}
+
+TEST_F(CameraStream, StillPictureIsWholeInEveryFrame)
+{
+    constexpr std::array<std::uint8_t, 8> bars{255, 225, 178, 149, 105, 76, 29, 0};
+    Start({"--pattern", "ColorBar"});
+    m_host->GrantAll();
+    for (std::uint64_t id = 1; id <= 20; ++id)
+    {
+        const ReceivedFrame frame = m_host->NextFrame();
+        ASSERT_EQ(frame.bytes.size(), kFrame);
+        EXPECT_EQ(frame.Id(), id);
+        for (std::size_t pixel = 0; pixel < kPixels; ++pixel)
+        {
+            ASSERT_EQ(frame.bytes[kDescriptor + pixel], bars[pixel % 64 / 8]) << "frame " << id << ", pixel " << pixel;
+        }
+        m_host->Return();
+    }
+}
+
+TEST_F(CameraStream, StillPictureGoesWithItsPattern)
+{
+    Start({"--pattern", "ColorBar"});
+    m_host->GrantAll();
+    EXPECT_EQ(m_host->NextFrame().bytes[kDescriptor], 255);
+    m_host.reset();
+    EXPECT_TRUE(WaitForStatus(R"("connected":false,)"));
+    EXPECT_EQ(m_control->Write(0x300, 0xE030, 0), 0U);
+    EXPECT_EQ(m_control->Write(0x301, 0x1003C, 0), 0U);
+    PlainRdmaHost host(kFrame);
+    ASSERT_EQ(host.Connect(), RDMA_CM_EVENT_ESTABLISHED);
+    EXPECT_EQ(m_control->Write(0x302, 0xE030, 0x80000000), 0U);
+    host.GrantAll();
+    for (std::uint64_t id = 1; id <= 4; ++id)
+    {
+        ExpectRamp(host.NextFrame(), id);
     }
 }
 
