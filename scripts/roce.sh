@@ -15,12 +15,13 @@ cases="frames      any     list, and 500 verified frames at 640x480
 cable       guests  the cable of these frames: packets, ready messages, retransmissions
 restart     any     20 starts and stops
 killed      any     the camera is killed while it streams
+idle        any     and how soon a stop then leaves nothing behind
 cut         guests  the cable is pulled out while frames flow, and put back
 memlock     any     a user who may lock too little memory
 big         any     frames of 16 MiB
 two         guests  two cameras at once
 rules       any     the rules of verbs and connection manager
-throughput  guests  payload throughput divided by that of ib_send_bw"
+throughput  guests  payload per second divided by that of ib_send_bw"
 
 usage() {
     echo "usage: ./run roce [--here] [CASE...]   the cases:"
@@ -80,16 +81,31 @@ examine() {
     cat "$out"
 }
 
-# run_case NAME TEXT: prints one row of the table.
-run_case() {
-    local start=$SECONDS verdict=pass
+# attempt NAME: one run of a case; leaves what both guests look like when it fails.
+attempt() {
+    local code=0
     reason=''
     "case_$1" || {
-        verdict=FAIL
+        code=1
         examine host >"$logs/$1.failed.txt" 2>&1 || true
         examine camera >>"$logs/$1.failed.txt" 2>&1 || true
     }
+    local told=$reason
     stop_camera >/dev/null || true
+    reason=$told
+    return $code
+}
+
+# run_case NAME TEXT: prints one row of the table. On a machine under load an emulated guest may be late for anything, so
+# a case has a second try; the row tells of it.
+run_case() {
+    local start=$SECONDS verdict=pass first
+    attempt "$1" || {
+        first=$reason
+        echo "      $1 failed and is tried again: $first"
+        attempt "$1" || verdict=FAIL
+        reason="$reason (at the second try; the first: $first)"
+    }
     printf '%-4s  %-10s  %4d s  %s: %s\n' $verdict "$1" $((SECONDS - start)) "$2" "$reason" | tee -a "$logs/results.txt"
     [ $verdict = pass ] || failures=$((failures + 1))
 }
@@ -100,7 +116,7 @@ need_disk
 # shellcheck disable=SC2086
 install $build_packages libgtest-dev libgmock-dev rdma-core
 install qemu-system-x86 busybox-static cpio kmod python3 ibverbs-utils ibverbs-providers perftest tshark
-NQ_TARGETS="nq_gev_rdma_tl nq-gev nq-gev-camera roce_restart_test loopback_verbs_test loopback_connection_test
+NQ_TARGETS="nq_gev_rdma_tl nq-gev nq-gev-camera roce_restart_test roce_loss_test loopback_verbs_test loopback_connection_test
     loopback_synchronous_test loopback_completion_test loopback_signals_test" build "${NQ_BUILD:-build}"
 mkdir -p "$logs"
 find "$logs" -mindepth 1 -maxdepth 1 ! -name kernel -exec rm -rf {} +

@@ -25,12 +25,20 @@ def packets(capture):
             yield Packet(*line.rstrip("\n").split("\t"))
 
 
+def precedes(number, other):
+    """Packet numbers count modulo 2 to the 24."""
+    return 0 < (other - number) % (1 << 24) < 1 << 23
+
+
 class Check:
     def __init__(self, camera, host, buffers):
         self.camera, self.host, self.buffers = camera, host, buffers
         self.counts = collections.Counter()
         self.seen = set()
+        self.acknowledged = {}  # by host: the last packet number it acknowledged
+        self.refused = {}  # by host: the packet number it asked for again
         self.complaints = collections.Counter()
+        self.reasons = collections.Counter()
 
     def take(self, packet):
         if packet.port != ROCE_PORT or not packet.opcode:
@@ -51,12 +59,28 @@ class Check:
     def take_acknowledge(self, packet):
         # The upper bits of the syndrome: 0 acknowledge, 1 receiver not ready, 3 negative acknowledge.
         kind = {0: "acknowledges", 1: "receiver-not-ready answers", 3: "negative acknowledges"}
-        self.counts[kind.get(int(packet.syndrome or "0", 0), "strange acknowledges")] += 1
+        syndrome = int(packet.syndrome or "0", 0)
+        self.counts[kind.get(syndrome, "strange acknowledges")] += 1
+        number = int(packet.number, 0)
+        if syndrome != 0:
+            self.refused[packet.source] = number
+        elif not precedes(number, self.acknowledged.get(packet.source, number)):
+            self.acknowledged[packet.source] = number
+
+    def why_again(self, packet):
+        """Why a packet that was on the cable already comes again, as far as the cable shows it."""
+        number = int(packet.number, 0)
+        if packet.target in self.acknowledged and not precedes(self.acknowledged[packet.target], number):
+            return "acknowledged in time, which the sender was late to read"
+        if packet.target in self.refused:
+            return "asked for by the receiver, which was late to take it in"
+        return "not acknowledged in time by a late receiver"
 
     def is_new(self, packet):
         key = (packet.source, packet.queue, packet.number)
         if key in self.seen:
             self.counts["retransmissions"] += 1
+            self.reasons[self.why_again(packet)] += 1
             return False
         self.seen.add(key)
         return True
@@ -74,6 +98,8 @@ class Check:
         if not self.is_new(packet):
             return
         self.counts["ready messages"] += 1
+        if self.counts["ready messages"] > self.counts["frames"] + self.buffers:
+            self.complaints["a ready message for a block that the camera has already"] += 1
         # UDP header 8, base transport header 12, invariant CRC 4.
         if int(packet.length) - 24 != READY_MESSAGE:
             self.complaints[f"a ready message of {int(packet.length) - 24} bytes"] += 1
@@ -101,6 +127,8 @@ def main():
     order = ["frames", "ready messages", "frame packets", "acknowledges", "receiver-not-ready answers",
              "negative acknowledges", "retransmissions", "connection manager"]
     text = ", ".join(f"{check.counts[name]} {name}" for name in order)
+    if check.reasons:
+        text += "; retransmitted were " + ", ".join(f"{count} {why}" for why, count in check.reasons.items())
     print(f"{next(iter(check.complaints))}; {text}" if check.complaints else text)
     return 1 if check.complaints else 0
 

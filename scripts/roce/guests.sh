@@ -4,7 +4,8 @@
 # --here both are loops of serve.sh on the machine itself.
 
 logs=out/roce
-guest_seconds=1500
+# The budget of all cases together: then the guests end, and with them the case that is under way.
+guest_seconds=1100
 declare -A serving=() orders=()
 
 # The cable is one TCP connection of QEMU's own on the loopback interface. (Its newer backend "stream" falls silent for
@@ -42,7 +43,7 @@ serve_here() {
 wait_until_up() {
     local guest
     for guest in "$@"; do
-        wait_for 60 test -e "$logs/$guest/up" || fail "the guest \"$guest\" did not start; see $logs/$guest.log"
+        wait_for 180 test -e "$logs/$guest/up" || fail "the guest \"$guest\" did not start; see $logs/$guest.log"
     done
 }
 
@@ -97,7 +98,7 @@ on() {
 signal() {
     local target=$2 job
     ended "$1" "$target" && return
-    wait_for 10 test -s "$logs/$1/$target.pid" || return 0
+    wait_for 20 test -s "$logs/$1/$target.pid" || return 0
     order "$1" "kill -$3 -- -$(cat "$logs/$1/$target.pid")"
     wait_for 30 ended "$1" "$job" || return 0
 }

@@ -11,7 +11,7 @@ for program in verbs connection synchronous completion signals; do
         *.) suite=$line ;;
         *)
             name=$suite$line
-            if text=$(timeout 100 "$2/loopback_${program}_test" --gtest_filter="$name" 2>&1 </dev/null); then
+            if text=$(timeout 200 "$2/loopback_${program}_test" --gtest_filter="$name" 2>&1 </dev/null); then
                 if grep -q SKIPPED <<<"$text"; then skipped=$((skipped + 1)); else passed=$((passed + 1)); fi
                 printf '%s, %d so far\n' "$name" $((passed + failed + skipped))
             else

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: Apache-2.0
+// A consumer of whatever camera is there, on whatever RDMA device there is.
+#pragma once
+
+#include "support/producer.h"
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace nq::test
+{
+
+/// Number of entries of a directory of this process, "fd" or "task".
+inline long CountOf(const std::string& what)
+{
+    return std::distance(std::filesystem::directory_iterator("/proc/self/" + what),
+                         std::filesystem::directory_iterator());
+}
+
+/// The first stream of the first camera that is found, with four buffers that the library allocates, not queued yet.
+class RoceConsumer
+{
+  public:
+    RoceConsumer()
+    {
+        EXPECT_EQ(gentl.GCInitLib(), 0);
+        EXPECT_EQ(gentl.TLOpen(&m_system), 0);
+        EXPECT_EQ(gentl.TLUpdateInterfaceList(m_system, nullptr, 1000), 0);
+        std::uint32_t interfaces = 0;
+        EXPECT_EQ(gentl.TLGetNumInterfaces(m_system, &interfaces), 0);
+        for (std::uint32_t index = 0; index < interfaces && stream == nullptr; ++index)
+        {
+            OpenCameraOn(index);
+        }
+        if (stream != nullptr)
+        {
+            Announce();
+        }
+    }
+    ~RoceConsumer()
+    {
+        EXPECT_EQ(gentl.TLClose(m_system), 0);
+        EXPECT_EQ(gentl.GCCloseLib(), 0);
+    }
+    RoceConsumer(const RoceConsumer&) = delete;
+    RoceConsumer& operator=(const RoceConsumer&) = delete;
+
+    /// Queues every buffer and starts.
+    GenTL::GC_ERROR Start()
+    {
+        EXPECT_EQ(gentl.DSFlushQueue(stream, GenTL::ACQ_QUEUE_ALL_TO_INPUT), 0);
+        return gentl.DSStartAcquisition(stream, GenTL::ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE);
+    }
+
+    /// Waits for a frame and gives its buffer back; false when none came in `timeout` milliseconds.
+    bool TakeFrame(std::uint64_t timeout)
+    {
+        GenTL::EVENT_NEW_BUFFER_DATA data{};
+        std::size_t size = sizeof data;
+        return gentl.EventGetData(m_event, &data, &size, timeout) == 0 &&
+               gentl.DSQueueBuffer(stream, data.BufferHandle) == 0;
+    }
+
+    GenTL::GC_ERROR Stop() { return gentl.DSStopAcquisition(stream, GenTL::ACQ_STOP_FLAGS_KILL); }
+
+    nq::test::Producer gentl;
+    GenTL::DS_HANDLE stream = nullptr; ///< Null when no camera answered.
+
+  private:
+    void OpenCameraOn(std::uint32_t index)
+    {
+        std::array<char, 256> id{};
+        std::size_t size = id.size();
+        GenTL::IF_HANDLE interface = nullptr;
+        GenTL::DEV_HANDLE device = nullptr;
+        std::uint32_t cameras = 0;
+        EXPECT_EQ(gentl.TLGetInterfaceID(m_system, index, id.data(), &size), 0);
+        EXPECT_EQ(gentl.TLOpenInterface(m_system, id.data(), &interface), 0);
+        for (int attempt = 0; attempt < 3 && cameras == 0; ++attempt)
+        {
+            EXPECT_EQ(gentl.IFUpdateDeviceList(interface, nullptr, 1000), 0);
+            EXPECT_EQ(gentl.IFGetNumDevices(interface, &cameras), 0);
+        }
+        if (cameras == 0)
+        {
+            EXPECT_EQ(gentl.IFClose(interface), 0);
+            return;
+        }
+        size = id.size();
+        EXPECT_EQ(gentl.IFGetDeviceID(interface, 0, id.data(), &size), 0);
+        ASSERT_EQ(gentl.IFOpenDevice(interface, id.data(), GenTL::DEVICE_ACCESS_CONTROL, &device), 0);
+        size = id.size();
+        EXPECT_EQ(gentl.DevGetDataStreamID(device, 0, id.data(), &size), 0);
+        ASSERT_EQ(gentl.DevOpenDataStream(device, id.data(), &stream), 0);
+    }
+
+    void Announce()
+    {
+        ASSERT_EQ(gentl.GCRegisterEvent(stream, GenTL::EVENT_NEW_BUFFER, &m_event), 0);
+        for (int buffer = 0; buffer < 4; ++buffer)
+        {
+            GenTL::BUFFER_HANDLE handle = nullptr;
+            ASSERT_EQ(gentl.DSAllocAndAnnounceBuffer(stream, 64, nullptr, &handle), 0);
+        }
+    }
+
+    GenTL::TL_HANDLE m_system = nullptr;
+    GenTL::EVENT_HANDLE m_event = nullptr;
+};
+
+} // namespace nq::test
