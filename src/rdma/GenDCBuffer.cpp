@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
 #include <stdexcept>
 
 struct GenDCBufferLayout
@@ -30,10 +31,21 @@ std::uint32_t BlockSize(std::size_t payloadSize)
 
 } // namespace
 
+GenDCBuffer::Zeroes GenDCBuffer::Allocate(std::size_t size)
+{
+    // From calloc, large memory comes as pages that the system makes when they are first used.
+    Zeroes memory(static_cast<unsigned char*>(std::calloc(std::max<std::size_t>(size, 1), 1)));
+    if (memory == nullptr)
+    {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
 GenDCBuffer::GenDCBuffer(std::size_t size) : m_payloadSize(size), m_bufferSize(BlockSize(size))
 {
-    m_payload = std::make_unique<unsigned char[]>(size);
-    m_buffer = std::make_unique<unsigned char[]>(m_bufferSize);
+    m_payload = Allocate(size);
+    m_buffer = Allocate(m_bufferSize);
     std::copy(m_descriptor.begin(), m_descriptor.end(), m_buffer.get());
-    std::copy_n(m_payload.get(), m_payloadSize, m_buffer.get() + DescriptorSize);
+    // The payload would be copied behind it, but that is all zero already.
 }

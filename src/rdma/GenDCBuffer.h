@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 
 /// The memory that one frame is received into. The endpoint registers `GetBuffer()` once and keeps the object until its
@@ -16,7 +17,8 @@ class GenDCBuffer
     static constexpr std::size_t DescriptorSize = 176;
 
     /// Makes a block for `size` bytes of payload, all zero.
-    /// Throws std::length_error when block and descriptor together do not fit in 32 bits, before anything is allocated.
+    /// Throws std::length_error when block and descriptor together do not fit in 32 bits, before anything is allocated,
+    /// and std::bad_alloc. Of a large block no page is touched here: the camera may name any size.
     explicit GenDCBuffer(std::size_t size);
     GenDCBuffer(const GenDCBuffer&) = delete;
     GenDCBuffer& operator=(const GenDCBuffer&) = delete;
@@ -30,9 +32,17 @@ class GenDCBuffer
   private:
     friend struct GenDCBufferLayout;
 
+    struct Free
+    {
+        void operator()(unsigned char* memory) const { std::free(memory); }
+    };
+    using Zeroes = std::unique_ptr<unsigned char[], Free>;
+
+    static Zeroes Allocate(std::size_t size);
+
     std::array<unsigned char, DescriptorSize> m_descriptor{};
-    std::unique_ptr<unsigned char[]> m_payload;
-    std::uint64_t m_payloadSize;
-    std::unique_ptr<unsigned char[]> m_buffer;
+    Zeroes m_payload;
+    [[maybe_unused]] std::uint64_t m_payloadSize;
+    Zeroes m_buffer;
     std::uint32_t m_bufferSize;
 };

@@ -4,8 +4,11 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <new>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace
 {
@@ -30,6 +33,36 @@ TEST(GenDCBuffer, ASizeThatWrapsIn32BitsThrows)
     for (const std::uint64_t size : {0xFFFFFF50ULL, 0xFFFFFFFFULL, 0x100000000ULL, 0xFFFFFFFFFFFFFFFFULL})
     {
         EXPECT_THROW(GenDCBuffer{size}, std::length_error) << size;
+    }
+}
+
+/// Bytes of memory that this process has in use.
+std::size_t Resident()
+{
+    std::ifstream status("/proc/self/statm");
+    std::size_t total = 0;
+    std::size_t resident = 0;
+    status >> total >> resident;
+    return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+TEST(GenDCBuffer, TheLargestBlockUsesNoMemoryBeforeFramesArrive)
+{
+    if (NQ_SANITIZED)
+    {
+        GTEST_SKIP() << "the sanitizer marks every byte of an allocation";
+    }
+    const std::size_t before = Resident();
+    try
+    {
+        const GenDCBuffer buffer(0xFFFFFF4F);
+        EXPECT_EQ(buffer.GetBufferSize(), 0xFFFFFFFFU);
+        EXPECT_EQ(buffer.GetBuffer()[0xFFFFFFFE], 0);
+        EXPECT_LT(Resident() - before, std::size_t{64} << 20);
+    }
+    catch (const std::bad_alloc&)
+    {
+        GTEST_SKIP() << "this machine does not give out 8 GiB";
     }
 }
 
