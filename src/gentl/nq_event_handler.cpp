@@ -12,10 +12,11 @@ namespace
 
 constexpr long g_NanosecondsPerSecond = 1000000000;
 
+/// On the clock that nobody sets: on the other one, a step back of an hour would make a wait an hour longer.
 timespec DeadlineIn(int milliseconds)
 {
     timespec deadline{};
-    clock_gettime(CLOCK_REALTIME, &deadline);
+    clock_gettime(CLOCK_MONOTONIC, &deadline);
     deadline.tv_sec += milliseconds / 1000;
     deadline.tv_nsec += milliseconds % 1000 * 1000000L;
     if (deadline.tv_nsec >= g_NanosecondsPerSecond)

@@ -57,7 +57,7 @@ class NQ_SCOPED_CAPABILITY NQGenTLLock
     NQGenTLMutex& m_mutex;
 };
 
-/// A condition with default attributes, so its deadlines are CLOCK_REALTIME instants.
+/// A condition with default attributes.
 class NQGenTLCondition
 {
   public:
@@ -72,10 +72,10 @@ class NQGenTLCondition
     /// Sleeps until woken; may also wake without a signal. `mutex` is held exactly once by the caller. 0 or an errno.
     int Wait(NQGenTLMutex& mutex) NQ_REQUIRES(mutex) { return pthread_cond_wait(&m_condition, &mutex.m_mutex); }
 
-    /// As Wait, but no longer than `deadline`; ETIMEDOUT when it has passed.
+    /// As Wait, but no longer than `deadline`, an instant of CLOCK_MONOTONIC; ETIMEDOUT when it has passed.
     int WaitUntil(NQGenTLMutex& mutex, const timespec& deadline) NQ_REQUIRES(mutex)
     {
-        return pthread_cond_timedwait(&m_condition, &mutex.m_mutex, &deadline);
+        return pthread_cond_clockwait(&m_condition, &mutex.m_mutex, CLOCK_MONOTONIC, &deadline);
     }
 
   private:
