@@ -35,5 +35,6 @@ class NQGevController : public GigERDMA::NQGenTLController
     std::unique_ptr<NQGevTL> m_pTL;
 };
 
-/// Built when the library is loaded, without a thread and without touching the network; destroyed at unload.
+/// Built when the library is loaded, without a thread and without touching the network. Never destroyed: a thread of
+/// the consumer, or a heartbeat that nobody ended, may still be here while the process exits.
 NQ_EXPORT extern NQGevController g_Controller;

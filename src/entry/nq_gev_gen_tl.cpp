@@ -4,7 +4,22 @@
 #include "entry/nq_gev_entry_frame.h"
 #include "gentl/nq_gentl_event.h"
 
-NQGevController g_Controller;
+#include <cstddef>
+#include <new>
+
+extern "C"
+{
+/// Memory in which no destructor runs; g_Controller is another name of it.
+alignas(NQGevController) std::byte nqControllerMemory[sizeof(NQGevController)];
+}
+NQ_EXPORT extern NQGevController g_Controller __attribute__((alias("nqControllerMemory")));
+
+namespace
+{
+
+[[maybe_unused]] const NQGevController* const g_builtAtLoad = new (nqControllerMemory) NQGevController;
+
+} // namespace
 
 namespace GenTL
 {

@@ -112,8 +112,9 @@ NQGigE_RETURN collectAnswers(Network& network, timeval wait, unsigned int localI
 /// Keeps a network that got no port, for the life of the process.
 void keepUnusable(std::unique_ptr<Network> network)
 {
-    static NQMutex mutex;
-    static std::list<std::unique_ptr<Network>> kept NQ_GUARDED_BY(mutex);
+    // Never destroyed: a discovery may still run on another thread while the process exits.
+    static NQMutex& mutex = *new NQMutex;
+    static auto& kept NQ_GUARDED_BY(mutex) = *new std::list<std::unique_ptr<Network>>;
     const NQLock lock(mutex);
     kept.push_back(std::move(network));
 }
