@@ -279,6 +279,54 @@ TEST_F(HostileValues, TheLastErrorIsWrittenWholeOrNotAtAll)
     }
 }
 
+TEST_F(HostileValues, BuffersOfAnySizeAreAnnounced)
+{
+    unsigned char memory[6];
+    size_t index = 0;
+    for (const size_t announced : {size_t{0}, size_t{1}, size_t{0x7FFFFFFF}, size_t{0x100000000}, SIZE_MAX})
+    {
+        for (void* const base : {static_cast<void*>(nullptr), static_cast<void*>(&memory[index])})
+        {
+            void* handle = nullptr;
+            EXPECT_EQ(base == nullptr ? p.DSAllocAndAnnounceBuffer(tree.stream, announced, nullptr, &handle)
+                                      : p.DSAnnounceBuffer(tree.stream, base, announced, nullptr, &handle),
+                      0);
+            int type = 0;
+            size_t told = 0;
+            size_t size = sizeof told;
+            EXPECT_EQ(p.DSGetBufferInfo(tree.stream, handle, 1, &type, &told, &size), 0);
+            EXPECT_EQ(told, announced);
+            void* revoked = &tree;
+            EXPECT_EQ(p.DSRevokeBuffer(tree.stream, handle, &revoked, nullptr), 0);
+            EXPECT_EQ(revoked, base);
+        }
+        ++index;
+    }
+}
+
+TEST_F(HostileValues, TheIndexEqualToTheCountIsInvalidAndWritesNothing)
+{
+    uint32_t interfaces = 0;
+    ASSERT_EQ(p.TLGetNumInterfaces(tree.system, &interfaces), 0);
+    Guarded answer(64);
+    size_t size = 64;
+    int type = -77;
+    void* handle = &tree;
+    EXPECT_EQ(p.TLGetInterfaceID(tree.system, interfaces, answer.Text(), &size), -1017);
+    EXPECT_EQ(p.IFGetDeviceID(tree.interface, 1, answer.Text(), &size), -1017);
+    EXPECT_EQ(p.DevGetDataStreamID(tree.device, 1, answer.Text(), &size), -1017);
+    EXPECT_EQ(p.DSGetBufferID(tree.stream, 1, &handle), -1017);
+    for (void* const port : {tree.system, tree.interface, tree.device, tree.stream})
+    {
+        EXPECT_EQ(p.GCGetPortURLInfo(port, 1, 0, &type, answer.Data(), &size), -1017);
+    }
+    EXPECT_EQ(p.GCGetPortURLInfo(remote, 2, 0, &type, answer.Data(), &size), -1017);
+    EXPECT_EQ(answer.Bytes(), std::string(64, '\xA5'));
+    EXPECT_EQ(size, 64U);
+    EXPECT_EQ(type, -77);
+    EXPECT_EQ(handle, &tree);
+}
+
 TEST_F(HostileValues, AStackOfNoEntriesSucceedsAndALongOneEndsAtItsFirstFailure)
 {
     auto* const nowhere = reinterpret_cast<GenTL::S_PORT_REGISTER_STACK_ENTRY*>(8);

@@ -207,16 +207,17 @@ TEST_F(InfoRows, OfAClosedDevice)
 
 TEST_F(InfoRows, OfADataStream)
 {
-    tree.camera.SetRegister(0xE600, 0); // whatever the settings say, the size is a signed 64-bit number
+    // The payload size stands in the camera's settings, in the order of the host.
+    tree.camera.SetMemory(0xE620, RegisterCamera::Bytes{0x21, 0x43, 0x65, 0x87, 0x09, 0, 0, 0});
     const InfoQuery ask = [&](int c, int* t, void* b, size_t* s) { return p.DSGetInfo(tree.stream, c, t, b, s); };
     for (const int command : {6, 11, 13})
     {
         ExpectNoAnswer(ask, command, -1003, Before::Clears);
     }
-    const std::vector<InfoRow> rows = {TextRow(0, "0"),         NumberRow(1, 8, 0UL),   NumberRow(2, 8, 0UL),
-                                       NumberRow(3, 12, 0UL),   NumberRow(4, 12, 0UL),  NumberRow(5, 12, 0UL),
-                                       NumberRow(8, 11, false), NumberRow(9, 11, true), TextRow(10, "GEV"),
-                                       NumberRow(12, 12, 1UL)};
+    const std::vector<InfoRow> rows = {
+        TextRow(0, "0"),        NumberRow(1, 8, 0UL),  NumberRow(2, 8, 0UL),          NumberRow(3, 12, 0UL),
+        NumberRow(4, 12, 0UL),  NumberRow(5, 12, 0UL), NumberRow(7, 7, 0x987654321L), NumberRow(8, 11, false),
+        NumberRow(9, 11, true), TextRow(10, "GEV"),    NumberRow(12, 12, 1UL)};
     for (const InfoRow& row : rows)
     {
         ExpectRow(ask, row, Before::Clears);
@@ -285,6 +286,38 @@ TEST_F(InfoRows, OfEachKindOfEvent)
             {NumberRow(0, 5, kind.id), pending, NumberRow(3, 12, kind.eventSizeMax),
              NumberRow(4, 12, kind.infoDataSizeMax)},
             -1003);
+    }
+}
+
+TEST_F(InfoRows, ABufferForAnEventOfEachKindIsTooSmallByAByteOrEnough)
+{
+    struct Kind
+    {
+        void* source;
+        int id;
+        size_t record;
+    };
+    for (const Kind& kind : {Kind{tree.interface, 0, 1028}, Kind{tree.stream, 1, 16}, Kind{tree.device, 4, 546},
+                             Kind{tree.device, 5, 548}, Kind{tree.device, 4000, 260}})
+    {
+        SCOPED_TRACE(kind.id);
+        void* event = nullptr;
+        ASSERT_EQ(p.GCRegisterEvent(kind.source, kind.id, &event), 0);
+        for (const size_t space : {size_t{0}, kind.record - 1})
+        {
+            Guarded buffer(space);
+            size_t size = space;
+            EXPECT_EQ(p.EventGetData(event, buffer.Data(), &size, UINT64_MAX), -1016) << "before any wait";
+            EXPECT_EQ(size, kind.record);
+            EXPECT_EQ(buffer.Bytes(), std::string(space, '\xA5'));
+            EXPECT_TRUE(buffer.IsIntact());
+        }
+        Guarded buffer(kind.record);
+        size_t size = kind.record;
+        const int result = p.EventGetData(event, buffer.Data(), &size, 0);
+        EXPECT_TRUE(result == -1011 || (kind.id == 4000 && result == 0)) << "the heartbeat may tell of the connection";
+        EXPECT_EQ(size, kind.record);
+        EXPECT_TRUE(buffer.IsIntact());
     }
 }
 
