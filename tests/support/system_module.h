@@ -15,6 +15,7 @@ namespace nq::test
 class SystemModule : public NQGevSystem
 {
   public:
+    using NQGevSystem::_getInterfaceInfo;
     using NQGevSystem::_updateInterfaceList;
 
     bool Merge(const std::vector<_NQ_GEV_INTERFACE_INFO>& found)

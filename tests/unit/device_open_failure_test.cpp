@@ -4,8 +4,10 @@
 
 #include "entry/nq_gev_controller.h"
 #include "support/device_record.h"
+#include "support/interface_module.h"
 #include "support/no_sockets.h"
 #include "support/register_camera.h"
+#include "support/system_module.h"
 #include "support/trace_capture.h"
 
 #include <cstdlib>
@@ -15,8 +17,10 @@
 #include <new>
 #include <string>
 
+using nq::test::InterfaceModule;
 using nq::test::LoopbackCamera;
 using nq::test::RegisterCamera;
+using nq::test::SystemModule;
 using nq::test::TraceCapture;
 
 namespace
@@ -154,6 +158,88 @@ TEST_F(DeviceOpenFailure, ADeviceDeletedWhileOpenIsClosed)
     EXPECT_EQ(camera.Register(0x0A00), 0U);
     unsigned int count = 0;
     EXPECT_EQ(g_Controller.GetNumPortURLs(handle, &count), -1006);
+}
+
+/// An interface on the loopback address that knows the camera.
+class DeviceOpenFailureOnInterface : public DeviceOpenFailure
+{
+  protected:
+    void SetUp() override
+    {
+        camera.SetRegister(0x0900, 0);
+        camera.SetRegister(0x0904, 1);
+        ASSERT_EQ(interface.Open(), 0);
+        interface.Merge({LoopbackCamera()});
+        threads = EntriesOf("/proc/self/task");
+        descriptors = EntriesOf("/proc/self/fd");
+    }
+
+    int Open() { return interface.OpenDevice("Model:02-00-00-00-00-01", 3, &handle); }
+
+    InterfaceModule interface {
+        nq::test::Adapter("127.0.0.1", "255.0.0.0")
+    };
+    void* handle = nullptr;
+};
+
+TEST_F(DeviceOpenFailureOnInterface, TheCodeOfTheDeviceIsReturnedAndTheDeviceGone)
+{
+    nq::test::WithoutSockets([this] { EXPECT_EQ(Open(), -1001); });
+    EXPECT_EQ(handle, nullptr);
+    EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
+    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
+    EXPECT_EQ(Open(), 0) << "it is not in use";
+    EXPECT_EQ(interface.Close(), 0);
+}
+
+TEST_F(DeviceOpenFailureOnInterface, AnExhaustedMemoryAtAnyStepLeavesNoDeviceBehind)
+{
+    long failing = 0;
+    for (bool opened = false; !opened; ++failing)
+    {
+        ASSERT_LT(failing, 2000);
+        allocationsLeft = failing;
+        try
+        {
+            opened = Open() == 0 && allocationsLeft >= 0;
+        }
+        catch (const std::bad_alloc&)
+        {
+            EXPECT_EQ(EntriesOf("/proc/self/task"), threads) << failing;
+            EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors) << failing;
+            EXPECT_EQ(camera.Register(0x0A00), 0U) << failing;
+        }
+        allocationsLeft = -1;
+    }
+    EXPECT_GT(failing, 10) << "the loop must have met failures";
+    EXPECT_EQ(interface.CloseDevice(handle), 0);
+    EXPECT_EQ(interface.Close(), 0);
+}
+
+TEST(InterfaceOpenFailure, AnExhaustedMemoryAtAnyStepLeavesNoInterfaceBehind)
+{
+    SystemModule system;
+    system.Merge({nq::test::Entry("one", "127.0.0.1")});
+    const std::size_t descriptors = EntriesOf("/proc/self/fd");
+    long failing = 0;
+    void* handle = nullptr;
+    for (bool opened = false; !opened; ++failing)
+    {
+        ASSERT_LT(failing, 2000);
+        allocationsLeft = failing;
+        try
+        {
+            opened = system.OpenInterface("one", &handle) == 0 && allocationsLeft >= 0;
+        }
+        catch (const std::bad_alloc&)
+        {
+            EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors) << failing;
+            EXPECT_EQ(handle, nullptr) << failing;
+        }
+        allocationsLeft = -1;
+    }
+    EXPECT_GT(failing, 3) << "the loop must have met failures";
+    EXPECT_EQ(system.CloseInterface(handle), 0);
 }
 
 } // namespace

@@ -293,6 +293,17 @@ TEST_F(Heartbeat, AnIdWithAZeroByteEndsThere)
     EXPECT_EQ(TextOf(data), "ab");
 }
 
+TEST_F(Heartbeat, ItsDestructorStopsAThreadThatRuns)
+{
+    const auto device = Camera(2);
+    {
+        NQGevThreadHeartbeat heartbeat(device.get());
+        EXPECT_TRUE(heartbeat.Start(600000));
+        EXPECT_TRUE(heartbeat.IsRunning());
+    }
+    EXPECT_TRUE(IsQuiet());
+}
+
 TEST_F(Heartbeat, ACameraWithoutAParentSignalsNothing)
 {
     NQGevRemoteDevice device(&tl, LoopbackCamera(), 3, nullptr);

@@ -5,12 +5,18 @@
 #include "gige/nq_gev_tl_linux.h"
 #include "support/device_record.h"
 #include "support/network.h"
+#include "support/no_sockets.h"
 #include "support/register_camera.h"
 
 #include <arpa/inet.h>
+#include <atomic>
+#include <cerrno>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <memory>
 #include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -52,6 +58,25 @@ class TakenPorts
     std::vector<int> m_sockets;
 };
 
+/// While it is set, waits on sockets at a port of the test range fail.
+std::atomic<bool> failingWaits = false;
+
+/// The lowest descriptor that is free.
+int NextDescriptor()
+{
+    const int next = dup(0);
+    close(next);
+    return next;
+}
+
+bool IsTestSocket(int descriptor)
+{
+    sockaddr_in local = {};
+    socklen_t length = sizeof local;
+    getsockname(descriptor, reinterpret_cast<sockaddr*>(&local), &length);
+    return ntohs(local.sin_port) >= 3500 && ntohs(local.sin_port) <= 3564;
+}
+
 class PacketSize : public testing::Test
 {
   protected:
@@ -80,6 +105,24 @@ class PacketSize : public testing::Test
     NQGevTL tl;
     std::unique_ptr<NQGevRemoteDevice> device;
 };
+
+} // namespace
+
+/// Takes the place of the C library's function, so that single waits can be made to fail.
+extern "C" int ppoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t*)
+{
+    if (failingWaits && IsTestSocket(entries->fd))
+    {
+        errno = EINTR;
+        return -1;
+    }
+    return poll(entries, count,
+                timeout == nullptr ? -1
+                                   : static_cast<int>(timeout->tv_sec * 1000 + (timeout->tv_nsec + 999999) / 1000000));
+}
+
+namespace
+{
 
 TEST_F(PacketSize, APacketThatArrivesWholeGivesItsSize)
 {
@@ -196,18 +239,37 @@ TEST(PacketSizeOpener, IsEightZeroBytesToTheSamePortOfTheCamera)
     close(listener);
 }
 
-TEST_F(PacketSize, EverySocketIsClosedAgain)
+TEST_F(PacketSize, TheSocketIsClosedAgain)
 {
-    const int before = socket(AF_INET, SOCK_DGRAM, 0);
-    close(before);
+    const int before = NextDescriptor();
     device->GetMaxSizeMTU(0, 16000);
-    {
-        const TakenPorts taken(3500, 3564);
-        device->GetMaxSizeMTU(0, 16000);
-    }
-    const int after = socket(AF_INET, SOCK_DGRAM, 0);
-    close(after);
-    EXPECT_EQ(after, before) << "a lower free descriptor would have been used up by a leak";
+    EXPECT_EQ(NextDescriptor(), before);
+}
+
+TEST_F(PacketSize, DeliberatelyTheSocketStaysOpenWhenAllPortsAreTaken)
+{
+    const TakenPorts taken(3500, 3564);
+    const int before = NextDescriptor();
+    device->GetMaxSizeMTU(0, 16000);
+    EXPECT_EQ(NextDescriptor(), before + 1);
+    EXPECT_EQ(fcntl(before, F_GETFD), FD_CLOEXEC) << "no child inherits it";
+}
+
+TEST_F(PacketSize, WithoutASocketNineThousandIsSetWithoutATestPacket)
+{
+    nq::test::WithoutSockets([this] { EXPECT_EQ(device->GetMaxSizeMTU(0, 16000), 9000U); });
+    EXPECT_THAT(camera.Accesses(), ElementsAre("write 0x0D04 = 0x00002328", "read 0x0D04"));
+}
+
+TEST_F(PacketSize, AWaitThatFailsGivesNineThousand)
+{
+    camera.OnWrite([](std::uint32_t address, std::uint32_t value) {
+        failingWaits = address == 0x0D04 && (value & 0x80000000) != 0;
+    });
+    // The answer to the read of the tested size tells nothing, so only the failed wait can give 9000.
+    EXPECT_EQ(device->GetMaxSizeMTU(0, 16000), 9000U);
+    EXPECT_EQ(camera.Count("write 0x0D04 = 0xC0002328"), 1U) << "no further attempt";
+    EXPECT_EQ(camera.Register(0x0D00), 0U);
 }
 
 TEST_F(PacketSize, ABlockSizeThatWrapsInThirtyTwoBitsIsHarmless)

@@ -150,9 +150,12 @@ TEST(SystemModule, InterfaceInfoChecksSizeThenIdThenType)
     EXPECT_EQ(system.GetInterfaceInfo("one ", 0, nullptr, nullptr, &size), -1007);
     EXPECT_EQ(system.GetInterfaceInfo(nullptr, 0, nullptr, nullptr, &size), -1007);
     EXPECT_EQ(system.GetInterfaceInfo("one", 0, nullptr, nullptr, &size), -1009);
+    int type = 0;
+    EXPECT_EQ(system._getInterfaceInfo("one", 0, &type, nullptr, nullptr), -1009);
     EXPECT_THAT(trace.At(2),
                 ElementsAre("GetInterfaceInfo GC_ERR_INVALID_PARAMETER", "_getInterfaceInfo GC_ERR_INVALID_ID",
                             "_getInterfaceInfo GC_ERR_INVALID_ID", "_getInterfaceInfo GC_ERR_INVALID_ID",
+                            "_getInterfaceInfo GC_ERR_INVALID_PARAMETER",
                             "_getInterfaceInfo GC_ERR_INVALID_PARAMETER"));
 }
 

@@ -241,7 +241,10 @@ TEST_F(AccessProbe, DeviceInfoChecksIdAndSizeThenTheListThenTheType)
     EXPECT_EQ(module.GetDeviceInfo("unknown", 0, nullptr, nullptr, nullptr), -1009);
     EXPECT_EQ(module.GetDeviceInfo("unknown", 0, nullptr, nullptr, &size), -1007);
     EXPECT_EQ(module.GetDeviceInfo(eye, 0, nullptr, nullptr, &size), -1009);
+    int type = 0;
+    EXPECT_EQ(module._getDeviceInfo(eye, 0, &type, nullptr, nullptr), -1009);
     EXPECT_THAT(trace.At(2),
                 ElementsAre("GetDeviceInfo GC_ERR_INVALID_PARAMETER", "GetDeviceInfo GC_ERR_INVALID_PARAMETER",
-                            "_getDeviceInfo GC_ERR_INVALID_ID", "_getDeviceInfo GC_ERR_INVALID_PARAMETER"));
+                            "_getDeviceInfo GC_ERR_INVALID_ID", "_getDeviceInfo GC_ERR_INVALID_PARAMETER",
+                            "_getDeviceInfo GC_ERR_INVALID_PARAMETER"));
 }

@@ -127,6 +127,16 @@ TEST(Network, LocalPortIsZeroAfterAFailedBindWhateverPortWasAskedFor)
     EXPECT_EQ(second.getLocalPort(), 0U);
 }
 
+TEST(Network, AddressThatCannotBeAskedForIsZero)
+{
+    const int next = dup(0);
+    close(next);
+    Network network(kLoopback, 3956, 0, 0);
+    close(next); // the network's own descriptor
+    EXPECT_EQ(network.getLocalIP(), 0U);
+    EXPECT_EQ(network.getLocalPort(), 0U);
+}
+
 TEST(Network, ForeignLocalAddressGivesNoPort)
 {
     Network network(kLoopback, 3956, 0x0A090909, 0);
