@@ -29,16 +29,24 @@ bool wait(int descriptor, int timeoutMs)
     return GigETL::waitReadable(descriptor, &time) > 0;
 }
 
-bool receive(int descriptor, sockaddr* from, void* data, unsigned short size, unsigned int& received)
+bool receive(int descriptor, sockaddr* from, void* data, unsigned short size, unsigned int& received, int flags = 0)
 {
     socklen_t length = kAddressLength;
-    const ssize_t result = recvfrom(descriptor, data, size, 0, from, from != nullptr ? &length : nullptr);
+    const ssize_t result = recvfrom(descriptor, data, size, flags, from, from != nullptr ? &length : nullptr);
     if (result < 1)
     {
         return false;
     }
     received = static_cast<unsigned int>(result);
     return true;
+}
+
+/// Takes what wait() has seen, if it is still there: of two threads that wait on one socket, one gets the datagram, and
+/// the other must not sleep beyond its time.
+bool receiveInTime(int descriptor, sockaddr* from, void* data, unsigned short size, unsigned int& received,
+                   int timeoutMs)
+{
+    return wait(descriptor, timeoutMs) && receive(descriptor, from, data, size, received, MSG_DONTWAIT);
 }
 
 } // namespace
@@ -155,7 +163,7 @@ bool NQGevSocket::Receive(char* data, unsigned short size, unsigned int& receive
 bool NQGevSocket::Receive(char* data, unsigned short size, unsigned int& received, int timeoutMs)
 {
     const Use use(*this);
-    return wait(use.Descriptor(), timeoutMs) && receive(use.Descriptor(), nullptr, data, size, received);
+    return receiveInTime(use.Descriptor(), nullptr, data, size, received, timeoutMs);
 }
 
 bool NQGevSocket::ReceiveFrom(sockaddr* from, unsigned char* data, unsigned short size, unsigned int& received)
@@ -168,7 +176,7 @@ bool NQGevSocket::ReceiveFrom(sockaddr* from, unsigned char* data, unsigned shor
                               int timeoutMs)
 {
     const Use use(*this);
-    return wait(use.Descriptor(), timeoutMs) && receive(use.Descriptor(), from, data, size, received);
+    return receiveInTime(use.Descriptor(), from, data, size, received, timeoutMs);
 }
 
 void NQGevSocket::Destroy()

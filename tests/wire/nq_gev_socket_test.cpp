@@ -316,6 +316,30 @@ TEST_F(NQGevSocketAtPeer, ReceiveWithNothingInTimeIsFalseAndLeavesTheLengthAlone
     EXPECT_EQ(received, 77U);
 }
 
+TEST_F(NQGevSocketAtPeer, OfTwoThreadsThatWaitForOneDatagramTheOtherGivesUpInTime)
+{
+    for (int round = 0; round < 100; ++round)
+    {
+        std::atomic<int> taken = 0;
+        const auto wait = [&] {
+            std::array<char, 8> data{};
+            unsigned int received = 0;
+            taken += m_socket.Receive(data.data(), 8, received, 20) ? 1 : 0;
+        };
+        std::thread one(wait);
+        std::thread other(wait);
+        FromPeer({1});
+        one.join();
+        other.join();
+        ASSERT_LE(taken, 1);
+        std::array<char, 8> rest{};
+        unsigned int received = 0;
+        while (m_socket.Receive(rest.data(), 8, received, 0))
+        {
+        }
+    }
+}
+
 TEST_F(NQGevSocketAtPeer, EmptyDatagramIsFalseAndLeavesTheLengthAlone)
 {
     std::array<char, 8> data{};
