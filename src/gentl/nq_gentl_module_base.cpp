@@ -196,11 +196,11 @@ NQGenTLEvent* NQGenTLModuleBase::FindEventById(int id, bool remove)
     return event;
 }
 
-bool NQGenTLModuleBase::SignalEvent(int id, void* entry)
+bool NQGenTLModuleBase::SignalEvent(int id, void* entry, unsigned long mostPending)
 {
     NQGenTLLock lock(m_moduleLock);
     NQGenTLEvent* const event = FindEventById(id, false);
-    if (event == nullptr)
+    if (event == nullptr || event->GetNumInQueue() >= mostPending)
         return false;
     event->Signal(entry);
     return true;

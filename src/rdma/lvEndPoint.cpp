@@ -122,7 +122,12 @@ void LvEndpoint::ThrowingConnect(const sockaddr_in* address)
 
 void LvEndpoint::ExpectEvent(rdma_cm_event_type expected, const char* name, bool ackMismatch)
 {
-    const int result = rdma_get_cm_event(m_event_channel, &m_event);
+    int result = 0;
+    do
+    {
+        errno = 0;
+        result = rdma_get_cm_event(m_event_channel, &m_event);
+    } while (result != 0 && errno == EINTR); // A signal of the application is no answer of the camera.
     if (result != 0)
     {
         m_event = nullptr;

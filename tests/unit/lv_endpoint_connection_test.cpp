@@ -262,6 +262,21 @@ const FailingStep failingSteps[] = {
 INSTANTIATE_TEST_SUITE_P(EachStep, LvEndpointFailure, testing::ValuesIn(failingSteps),
                          [](const auto& step) { return std::string(step.param.name); });
 
+class LvEndpointSignal : public LvEndpointConnection, public testing::WithParamInterface<int>
+{
+};
+
+TEST_P(LvEndpointSignal, ThatInterruptsTheWaitForAnEventChangesNothing)
+{
+    fake.Fail("rdma_get_cm_event", EINTR, GetParam());
+    LvEndpoint endpoint;
+    EXPECT_TRUE(endpoint.Init(&address));
+    EXPECT_THAT(trace.At(2), IsEmpty());
+    EXPECT_EQ(fake.Count("rdma_get_cm_event"), 4) << "three events and the one that did not come";
+}
+
+INSTANTIATE_TEST_SUITE_P(BeforeEvent, LvEndpointSignal, testing::Values(1, 2, 3));
+
 TEST_F(LvEndpointConnection, AProcessWithoutDescriptorsLeftFailsInitCleanly)
 {
     fake.OnCall("ibv_req_notify_cq", [] {
