@@ -208,7 +208,7 @@ case_two() {
 case_rules() {
     local code=0
     on host 700 "exec scripts/roce/rules.sh $host_address $bin/tests" || code=$?
-    grep '^failed' "$out" >"$logs/rules.txt" || true
+    grep -E '^(failed|skipped) ' "$out" >"$logs/rules.txt" || true
     reason=$(last_line host "$job")
     return $code
 }
