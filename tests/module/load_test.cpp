@@ -117,6 +117,30 @@ TEST(Load, ASecondCopyOfTheFileIsALibraryOfItsOwnThatSharesTheLogger)
 #endif
 }
 
+TEST(Load, ASecondCopyInAScopeOfItsOwnTracesThroughTheSameLogger)
+{
+#if defined(__clang__)
+    GTEST_SKIP() << "this compiler has no unique symbols";
+#else
+    const std::filesystem::path copy = std::filesystem::temp_directory_path() / ("local-" + std::to_string(getpid()));
+    std::filesystem::copy_file(NQ_CTI_PATH, copy);
+    const Producer first;
+    const Producer second(copy.string());
+    std::filesystem::remove(copy);
+    EXPECT_NE(second.Find("g_Controller"), first.Find("g_Controller"));
+    ASSERT_EQ(second.Find(loggerInstance), first.Find(loggerInstance));
+    ASSERT_EQ(first.GCInitLib(), 0);
+    void* system = nullptr;
+    EXPECT_EQ(second.GCInitLib(), 0);
+    EXPECT_EQ(second.TLOpen(&system), 0);
+    uint32_t count = 0;
+    EXPECT_EQ(first.TLGetNumInterfaces(system, &count), -1006) << "a handle of the other copy";
+    EXPECT_EQ(first.GCCloseLib(), 0);
+    EXPECT_EQ(second.TLGetNumInterfaces(system, &count), 0);
+    EXPECT_EQ(second.LastErrorCode(), 0) << "last errors are the copies' own";
+#endif
+}
+
 TEST(Load, MayBeGivenBackOpenAndLoadedAgain)
 {
     {
