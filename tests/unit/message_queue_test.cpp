@@ -2,6 +2,8 @@
 // The FIFO between the endpoint's threads.
 #include "rdma/message_queue.h"
 
+#include "support/asleep.h"
+
 #include <atomic>
 #include <gtest/gtest.h>
 #include <thread>
@@ -66,6 +68,45 @@ TEST(MessageQueue, ASleepingPopIsWokenByAPush)
     queue.Push(&message);
     consumer.join();
     EXPECT_EQ(taken, &message);
+}
+
+TEST(MessageQueue, EachPushWakesASleepingPopLongBeforeItsDeadline)
+{
+    // Back and forth between two sleepers: at 800 ms for each way this would last for ten minutes.
+    constexpr int rounds = 400;
+    msg_buffer_mem message{};
+    MessageQueue there;
+    MessageQueue back;
+    std::thread other([&] {
+        for (int round = 0; round < rounds; ++round)
+        {
+            back.Push(there.Pop(running));
+        }
+    });
+    for (int round = 0; round < rounds; ++round)
+    {
+        there.Push(&message);
+        ASSERT_EQ(back.Pop(running), &message);
+    }
+    other.join();
+}
+
+TEST(MessageQueue, APushWakesAllThatSleep)
+{
+    // Each waiter sees the stop at the push, and none of them at its deadline: that would take minutes.
+    msg_buffer_mem message{};
+    for (int round = 0; round < 200; ++round)
+    {
+        MessageQueue queue;
+        std::atomic<bool> stop = false;
+        const auto sleep = [&] { EXPECT_EQ(queue.Pop([&] { return stop.load(); }), nullptr); };
+        nq::test::CallingThread first(sleep);
+        nq::test::CallingThread second(sleep);
+        first.AwaitAsleep();
+        second.AwaitAsleep();
+        stop = true;
+        queue.Push(&message);
+    }
 }
 
 } // namespace
