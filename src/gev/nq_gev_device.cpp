@@ -7,6 +7,7 @@
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_data_stream.h"
 #include "gev/nq_gev_message_stream.h"
+#include "gev/nq_gev_port.h"
 #include "gev/nq_gev_query.h"
 #include "gev/nq_gev_remote_device.h"
 
@@ -74,34 +75,20 @@ bool NQGevDevice::IsEventImplemented(int type)
 
 GigERDMA::_NQ_GENTL_PORT_INFO NQGevDevice::GetPortInfo()
 {
-    GigERDMA::_NQ_GENTL_PORT_INFO info;
-    info.id = "NQGenTLGevRDMA";
-    info.vendor = "Nerquil Optic";
-    info.model = "GEVRDMATL";
-    info.tlType = "GEV";
-    info.module = "TLDevice";
-    info.littleEndian = true;
-    info.accessRead = true;
-    info.accessWrite = true;
+    GigERDMA::_NQ_GENTL_PORT_INFO info = NQGevPortInfo("TLDevice", "DevicePort");
     // Deliberate: the device port has a version of its own, one behind that of the producer.
     info.version = "2.5.4";
-    info.portName = "DevicePort";
     return info;
 }
 
 GigERDMA::_NQ_GENTL_XML_INFO NQGevDevice::GetXMLInfo()
 {
-    GigERDMA::_NQ_GENTL_XML_INFO info;
-    info.fileName = g_XmlFileNameDevice;
-    info.xml = CreateXmlFileDevice();
-    info.size = info.xml.size() + 1;
-    return info;
+    return NQGevXmlInfo(g_XmlFileNameDevice, CreateXmlFileDevice());
 }
 
 std::vector<std::string> NQGevDevice::GetURLList()
 {
-    const GigERDMA::_NQ_GENTL_XML_INFO info = GetXMLInfo();
-    return {NQGenTLUtil::BuildLocalURL(info.fileName, info.xml, g_XmlAddress)};
+    return NQGevUrlList(GetXMLInfo());
 }
 
 std::string NQGevDevice::GetId()

@@ -12,6 +12,7 @@
 #include <vector>
 
 class NQGevMessageStream;
+class NQGevPortReader;
 class NQGevRemoteDevice;
 class NQGevTL;
 
@@ -76,9 +77,9 @@ class NQGevDevice : public GigERDMA::NQGenTLDevice
     int GetPersistentAddress(const char* operation, unsigned long address, int* type, void* buffer,
                              unsigned long* size);
     int ReadCamera(unsigned long address, void* buffer, unsigned long size);
-    int ReadStreamRegister(unsigned long address, void* buffer, unsigned long* size);
-    int ReadAddressRegister(unsigned long address, void* buffer, unsigned long* size);
-    int ReadStoredRegister(unsigned long address, void* buffer, unsigned long* size);
+    int ReadStreamRegister(unsigned long address, const NQGevPortReader& reader);
+    int ReadAddressRegister(unsigned long address, const NQGevPortReader& reader);
+    int ReadStoredRegister(unsigned long address, const NQGevPortReader& reader);
     void MakeStreams();
     void StartMessageChannels();
     void StopMessageChannels();

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The virtual register map of the device port.
 #include "gentl/nq_gentl_mutex.h"
-#include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_device.h"
-#include "gev/nq_gev_query.h"
+#include "gev/nq_gev_port.h"
 #include "gev/nq_gev_remote_device.h"
 
 #include <GenTL/GenTL.h>
@@ -29,35 +28,20 @@ constexpr unsigned long updateXmlStatus = 0x7051C;
 constexpr unsigned long updateXml = 0x7052C;
 constexpr unsigned long eventNotification = 0x70530;
 
-int InvalidParameter(const char* operation)
-{
-    return NQGevFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", operation);
-}
-
-/// The first four bytes of what the consumer writes, filled up with zeros where it gives fewer.
-unsigned int RegisterValue(const void* buffer, unsigned long size)
-{
-    unsigned int value = 0;
-    std::memcpy(&value, buffer, std::min<unsigned long>(size, sizeof value));
-    return value;
-}
-
 } // namespace
 
 int NQGevDevice::ReadPort(unsigned long address, void* buffer, unsigned long* size)
 {
     if (buffer == nullptr || size == nullptr)
     {
-        return InvalidParameter("ReadPort");
+        return NQGevPortRefused("ReadPort");
     }
     int type = 0;
+    const NQGevPortReader reader(buffer, size);
     switch (address)
     {
-    case g_XmlAddress: {
-        const GigERDMA::_NQ_GENTL_XML_INFO info = GetXMLInfo();
-        std::memcpy(buffer, info.xml.c_str(), std::min<unsigned long>(*size, info.size));
-        return GenTL::GC_ERR_SUCCESS;
-    }
+    case g_XmlAddress:
+        return reader.Description(GetXMLInfo());
     case deviceId:
         return GetInfo(GenTL::DEVICE_INFO_ID, &type, buffer, size);
     case deviceVendorName:
@@ -69,66 +53,61 @@ int NQGevDevice::ReadPort(unsigned long address, void* buffer, unsigned long* si
     case streamSelector:
     case streamId:
     case nrStreams:
-        return ReadStreamRegister(address, buffer, size);
+        return ReadStreamRegister(address, reader);
     case deviceMacAddress:
     case deviceIpAddress:
     case deviceSubnetMask:
     case deviceGateway:
-        return ReadAddressRegister(address, buffer, size);
+        return ReadAddressRegister(address, reader);
     default:
-        return ReadStoredRegister(address, buffer, size);
+        return ReadStoredRegister(address, reader);
     }
 }
 
-int NQGevDevice::ReadStreamRegister(unsigned long address, void* buffer, unsigned long* size)
+int NQGevDevice::ReadStreamRegister(unsigned long address, const NQGevPortReader& reader)
 {
-    int type = 0;
     const GigERDMA::NQGenTLLock lock(m_moduleLock);
     switch (address)
     {
     case streamSelector:
-        return NQGenTLUtil::CopyInfoUint32(m_streamSelector, &type, buffer, size);
+        return reader.Number(m_streamSelector);
     case nrStreams:
-        return NQGenTLUtil::CopyInfoUint32(m_streams.GetCount(), &type, buffer, size);
+        return reader.Number(m_streams.GetCount());
     default: {
         GigERDMA::NQGenTLModuleBase* const stream = m_streams.FindByIndex(m_streamSelector, false);
-        return NQGenTLUtil::CopyInfoString(stream != nullptr ? stream->GetId() : "", &type, buffer, size);
+        return reader.Text(stream != nullptr ? stream->GetId() : "");
     }
     }
 }
 
-int NQGevDevice::ReadAddressRegister(unsigned long address, void* buffer, unsigned long* size)
+int NQGevDevice::ReadAddressRegister(unsigned long address, const NQGevPortReader& reader)
 {
-    int type = 0;
     const _NQ_GEV_DEVICE_INFO info = m_remote ? m_remote->GetDeviceInfo() : m_info;
     switch (address)
     {
     case deviceMacAddress:
-        return NQGenTLUtil::CopyInfoUint64((static_cast<unsigned long>(info.macHigh) << 32) | info.macLow, &type,
-                                           buffer, size);
+        return reader.LongNumber((static_cast<unsigned long>(info.macHigh) << 32) | info.macLow);
     case deviceIpAddress:
-        return NQGenTLUtil::CopyInfoUint32(info.ipAddress, &type, buffer, size);
+        return reader.Number(info.ipAddress);
     case deviceSubnetMask:
-        return NQGenTLUtil::CopyInfoUint32(info.subnetMask, &type, buffer, size);
+        return reader.Number(info.subnetMask);
     default:
-        return NQGenTLUtil::CopyInfoUint32(info.gateway, &type, buffer, size);
+        return reader.Number(info.gateway);
     }
 }
 
-int NQGevDevice::ReadStoredRegister(unsigned long address, void* buffer, unsigned long* size)
+int NQGevDevice::ReadStoredRegister(unsigned long address, const NQGevPortReader& reader)
 {
-    int type = 0;
     switch (address)
     {
     case updateXmlFile: {
         const GigERDMA::NQGenTLLock lock(m_moduleLock);
-        return NQGenTLUtil::CopyInfoString(std::string(m_updateFile, strnlen(m_updateFile, sizeof m_updateFile)), &type,
-                                           buffer, size);
+        return reader.Text(std::string(m_updateFile, strnlen(m_updateFile, sizeof m_updateFile)));
     }
     case updateXml:
-        return NQGenTLUtil::CopyInfoUint32(0, &type, buffer, size);
+        return reader.Number(0);
     case eventNotification:
-        return NQGenTLUtil::CopyInfoUint32(m_eventNotification.load(std::memory_order_relaxed), &type, buffer, size);
+        return reader.Number(m_eventNotification.load(std::memory_order_relaxed));
     default:
         return GenTL::GC_ERR_INVALID_ADDRESS;
     }
@@ -138,13 +117,13 @@ int NQGevDevice::WritePort(unsigned long address, const void* buffer, unsigned l
 {
     if (buffer == nullptr || size == nullptr)
     {
-        return InvalidParameter("WritePort");
+        return NQGevPortRefused("WritePort");
     }
     switch (address)
     {
     case streamSelector: {
         const GigERDMA::NQGenTLLock lock(m_moduleLock);
-        m_streamSelector = RegisterValue(buffer, *size);
+        m_streamSelector = NQGevRegisterValue(buffer, *size);
         return GenTL::GC_ERR_SUCCESS;
     }
     case updateXmlFile: {
@@ -155,7 +134,7 @@ int NQGevDevice::WritePort(unsigned long address, const void* buffer, unsigned l
     case updateXml:
         return GenTL::GC_ERR_SUCCESS;
     case eventNotification:
-        m_eventNotification.store(RegisterValue(buffer, *size), std::memory_order_relaxed);
+        m_eventNotification.store(NQGevRegisterValue(buffer, *size), std::memory_order_relaxed);
         return GenTL::GC_ERR_SUCCESS;
     case g_XmlAddress:
     case deviceId:

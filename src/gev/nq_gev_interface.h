@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+class NQGevPortReader;
+
 /// Made and owned by the system module. Open, it holds one UDP socket bound to its adapter's address, through which it
 /// looks for cameras (one broadcast per scan) and asks a camera who controls it. The device list is as of the last scan
 /// and keyed by `id`: a scan replaces the entries that answered, erases the others and appends the new ones. Owns the
@@ -94,9 +96,9 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
     int _getDeviceInfo(const char* id, int command, int* type, void* buffer, unsigned long* size);
 
   private:
-    int _readAdapterRegister(unsigned long address, void* buffer, unsigned long* size);
-    int _readListRegister(unsigned long address, void* buffer, unsigned long* size);
-    int _readSelectedDevice(unsigned long address, void* buffer, unsigned long* size) NQ_REQUIRES(m_moduleLock);
+    int _readAdapterRegister(unsigned long address, const NQGevPortReader& reader);
+    int _readListRegister(unsigned long address, const NQGevPortReader& reader);
+    int _readSelectedDevice(unsigned long address, const NQGevPortReader& reader) NQ_REQUIRES(m_moduleLock);
 
     std::vector<_NQ_GEV_DEVICE_INFO> m_deviceList NQ_GUARDED_BY(m_moduleLock);
     const _NQ_GEV_INTERFACE_INFO m_info;        ///< The system's entry as it was when this module was made.

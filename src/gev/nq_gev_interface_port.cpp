@@ -1,14 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The port of the interface module: its identity, its register description and its virtual register map.
-#include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_common.h"
 #include "gev/nq_gev_interface.h"
-#include "gev/nq_gev_query.h"
+#include "gev/nq_gev_port.h"
 #include "gev/nq_gev_updating_flag.h"
 #include "gev/nq_gev_util.h"
-
-#include <algorithm>
-#include <cstring>
 
 using namespace GigERDMA;
 
@@ -52,49 +48,31 @@ bool NQGevInterface::IsEventImplemented(int type)
 
 _NQ_GENTL_PORT_INFO NQGevInterface::GetPortInfo()
 {
-    _NQ_GENTL_PORT_INFO info;
-    info.id = "NQGenTLGevRDMA";
-    info.vendor = "Nerquil Optic";
-    info.model = "GEVRDMATL";
-    info.tlType = "GEV";
-    info.module = "TLInterface";
-    info.littleEndian = true;
-    info.accessRead = true;
-    info.accessWrite = true;
-    info.version = "2.5.5";
-    info.portName = "InterfacePort";
-    return info;
+    return NQGevPortInfo("TLInterface", "InterfacePort");
 }
 
 _NQ_GENTL_XML_INFO NQGevInterface::GetXMLInfo()
 {
-    _NQ_GENTL_XML_INFO info;
-    info.fileName = g_XmlFileNameInterface;
-    info.xml = CreateXmlFileInterface();
-    info.size = info.xml.size() + 1;
-    return info;
+    return NQGevXmlInfo(g_XmlFileNameInterface, CreateXmlFileInterface());
 }
 
 std::vector<std::string> NQGevInterface::GetURLList()
 {
-    const _NQ_GENTL_XML_INFO info = GetXMLInfo();
-    return {NQGenTLUtil::BuildLocalURL(info.fileName, info.xml, g_XmlAddress)};
+    return NQGevUrlList(GetXMLInfo());
 }
 
 int NQGevInterface::ReadPort(unsigned long address, void* buffer, unsigned long* size)
 {
     if (buffer == nullptr || size == nullptr)
     {
-        return NQGevFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", "ReadPort");
+        return NQGevPortRefused("ReadPort");
     }
     int type = 0;
+    const NQGevPortReader reader(buffer, size);
     switch (address)
     {
-    case g_XmlAddress: {
-        const _NQ_GENTL_XML_INFO info = GetXMLInfo();
-        std::memcpy(buffer, info.xml.c_str(), std::min(*size, info.size));
-        return GenTL::GC_ERR_SUCCESS;
-    }
+    case g_XmlAddress:
+        return reader.Description(GetXMLInfo());
     case g_InterfaceID:
         return GetInfo(GenTL::INTERFACE_INFO_ID, &type, buffer, size);
     case g_GatewaySelector:
@@ -105,73 +83,69 @@ int NQGevInterface::ReadPort(unsigned long address, void* buffer, unsigned long*
     case g_NrSubnets:
     case g_SubnetIPAddress:
     case g_SubnetMask:
-        return _readAdapterRegister(address, buffer, size);
+        return _readAdapterRegister(address, reader);
     default:
-        return _readListRegister(address, buffer, size);
+        return _readListRegister(address, reader);
     }
 }
 
-int NQGevInterface::_readAdapterRegister(unsigned long address, void* buffer, unsigned long* size)
+int NQGevInterface::_readAdapterRegister(unsigned long address, const NQGevPortReader& reader)
 {
-    int type = 0;
     switch (address)
     {
     // Deliberate: the selectors take writes and keep reading 0, since there is one gateway and one subnet.
     case g_GatewaySelector:
     case g_SubnetSelector:
-        return NQGenTLUtil::CopyInfoUint32(0, &type, buffer, size);
+        return reader.Number(0);
     case g_NrGateways:
     case g_NrSubnets:
-        return NQGenTLUtil::CopyInfoUint32(1, &type, buffer, size);
+        return reader.Number(1);
     case g_MACAddress:
-        return NQGenTLUtil::CopyInfoUint64(NQGevUtil::MacAddressToUint64(m_info.macAddress), &type, buffer, size);
+        return reader.LongNumber(NQGevUtil::MacAddressToUint64(m_info.macAddress));
     // Deliberate: subnet address and mask read the gateway, which is not known, as it does itself.
     default:
-        return NQGenTLUtil::CopyInfoUint32(NQGevUtil::IPAddressToUint32(m_info.gateway), &type, buffer, size);
+        return reader.Number(NQGevUtil::IPAddressToUint32(m_info.gateway));
     }
 }
 
-int NQGevInterface::_readListRegister(unsigned long address, void* buffer, unsigned long* size)
+int NQGevInterface::_readListRegister(unsigned long address, const NQGevPortReader& reader)
 {
     const NQGenTLLock lock(m_moduleLock);
-    int type = 0;
     switch (address)
     {
     case g_DeviceUpdateList:
-        return NQGenTLUtil::CopyInfoUint32(m_updating ? 1 : 0, &type, buffer, size);
+        return reader.Number(m_updating ? 1 : 0);
     case g_DeviceSelector:
-        return NQGenTLUtil::CopyInfoUint32(m_deviceSelector, &type, buffer, size);
+        return reader.Number(m_deviceSelector);
     case g_NrDevices:
-        return NQGenTLUtil::CopyInfoUint32(static_cast<unsigned int>(m_deviceList.size()), &type, buffer, size);
+        return reader.Number(static_cast<unsigned int>(m_deviceList.size()));
     default:
-        return _readSelectedDevice(address, buffer, size);
+        return _readSelectedDevice(address, reader);
     }
 }
 
-int NQGevInterface::_readSelectedDevice(unsigned long address, void* buffer, unsigned long* size)
+int NQGevInterface::_readSelectedDevice(unsigned long address, const NQGevPortReader& reader)
 {
     // Deliberate: past the end of the list every register of the selection reads empty, with success.
     const bool listed = m_deviceSelector < m_deviceList.size();
     const _NQ_GEV_DEVICE_INFO selected = listed ? m_deviceList[m_deviceSelector] : _NQ_GEV_DEVICE_INFO{};
-    int type = 0;
     switch (address)
     {
     case g_DeviceID:
-        return NQGenTLUtil::CopyInfoString(selected.id, &type, buffer, size);
+        return reader.Text(selected.id);
     case g_DeviceVendorName:
-        return NQGenTLUtil::CopyInfoString(selected.vendorName, &type, buffer, size);
+        return reader.Text(selected.vendorName);
     case g_DeviceModelName:
-        return NQGenTLUtil::CopyInfoString(selected.modelName, &type, buffer, size);
+        return reader.Text(selected.modelName);
     // Deliberate: the stored status, always unknown. Only GetDeviceInfo asks the camera.
     case g_DeviceAccessStatus:
-        return NQGenTLUtil::CopyInfoUint32(selected.accessStatus, &type, buffer, size);
+        return reader.Number(selected.accessStatus);
     case g_DeviceIPAddress:
-        return NQGenTLUtil::CopyInfoUint32(selected.ipAddress, &type, buffer, size);
+        return reader.Number(selected.ipAddress);
     case g_DeviceSubnetMask:
-        return NQGenTLUtil::CopyInfoUint32(selected.subnetMask, &type, buffer, size);
+        return reader.Number(selected.subnetMask);
     case g_DeviceMACAddress:
-        return NQGenTLUtil::CopyInfoUint64(static_cast<unsigned long>(selected.macHigh) << 32 | selected.macLow, &type,
-                                           buffer, size);
+        return reader.LongNumber(static_cast<unsigned long>(selected.macHigh) << 32 | selected.macLow);
     default:
         return GenTL::GC_ERR_INVALID_ADDRESS;
     }
@@ -181,7 +155,7 @@ int NQGevInterface::WritePort(unsigned long address, const void* buffer, unsigne
 {
     if (buffer == nullptr || size == nullptr)
     {
-        return NQGevFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", "WritePort");
+        return NQGevPortRefused("WritePort");
     }
     switch (address)
     {

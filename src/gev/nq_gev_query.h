@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the info queries and ports of the gev modules share: refusing with a trace line, clearing the caller's buffer,
-// and taking a register's value from it.
+// What the info queries of the gev modules share: refusing with a trace line and clearing the caller's buffer.
 #pragma once
 
 #include "GenTL/GenTL.h"
 #include "entry/nq_logger.h"
 
-#include <algorithm>
 #include <cstring>
 
 /// Traces a failure at level 2 and gives `code` back. The format is a literal that takes the arguments, of which the
@@ -31,12 +29,4 @@ inline void NQGevClear(void* buffer, const unsigned long* size)
     {
         std::memset(buffer, 0, *size);
     }
-}
-
-/// The value that a write of `size` bytes gives a 4-byte register: the first four of them, zeros where there are fewer.
-inline unsigned int NQGevRegisterValue(const void* buffer, unsigned long size)
-{
-    unsigned int value = 0;
-    std::memcpy(&value, buffer, std::min<unsigned long>(size, sizeof value));
-    return value;
 }

@@ -4,6 +4,7 @@
 
 #include "entry/nq_logger.h"
 #include "gev/nq_gev_camera_registers.h"
+#include "gev/nq_gev_port.h"
 #include "gev/nq_gev_thread_heartbeat.h"
 #include "gige/nq_gev_tl_linux.h"
 #include "rdma/rdma_records.h"
@@ -100,18 +101,10 @@ bool NQGevRemoteDevice::IsEventImplemented(int)
 
 GigERDMA::_NQ_GENTL_PORT_INFO NQGevRemoteDevice::GetPortInfo()
 {
-    GigERDMA::_NQ_GENTL_PORT_INFO info;
-    info.id = "NQGenTLGevRDMA";
-    info.vendor = "Nerquil Optic";
-    info.model = "GEVRDMATL";
-    info.tlType = "GEV";
-    info.module = "Device";
+    GigERDMA::_NQ_GENTL_PORT_INFO info = NQGevPortInfo("Device", "Device");
     info.bigEndian = (m_info.deviceMode & bigEndianDevice) != 0;
     info.littleEndian = !info.bigEndian;
-    info.accessRead = true;
     info.accessWrite = m_accessMode != GenTL::DEVICE_ACCESS_READONLY;
-    info.version = "2.5.5";
-    info.portName = "Device";
     return info;
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The remote device's port: reads and writes of any size as register and memory exchanges, and the camera's URLs.
 #include "gev/nq_gev_camera_registers.h"
-#include "gev/nq_gev_query.h"
+#include "gev/nq_gev_port.h"
 #include "gev/nq_gev_remote_device.h"
 
 #include <GenTL/GenTL.h>
@@ -35,18 +35,13 @@ void CopyBehind(const unsigned char* from, unsigned char* to, std::size_t count)
     }
 }
 
-int InvalidParameter(const char* operation)
-{
-    return NQGevFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", operation);
-}
-
 } // namespace
 
 int NQGevRemoteDevice::ReadPort(unsigned long address, void* buffer, unsigned long* size)
 {
     if (buffer == nullptr || size == nullptr || RoundedSize(*size) < 0)
     {
-        return InvalidParameter("ReadPort");
+        return NQGevPortRefused("ReadPort");
     }
     const int rounded = RoundedSize(*size);
     const auto camera = static_cast<unsigned int>(address);
@@ -95,7 +90,7 @@ int NQGevRemoteDevice::WritePort(unsigned long address, const void* buffer, unsi
     }
     if (buffer == nullptr || size == nullptr || *size > static_cast<unsigned long>(INT_MAX - 3))
     {
-        return InvalidParameter("WritePort");
+        return NQGevPortRefused("WritePort");
     }
     const int rounded = RoundedSize(*size);
     const auto camera = static_cast<unsigned int>(address);

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+class NQGevPortReader;
+
 /// Root of the module tree, made by the controller. Keeps the list of adapters as of the last scan, which is keyed by
 /// `id`: a scan erases what is gone and appends what is new, and never refreshes an entry that stays. Owns the
 /// interface modules that the consumer opened; an interface whose adapter vanishes stays open until it is closed.
@@ -72,8 +74,8 @@ class NQGevSystem : public GigERDMA::NQGenTLSystem
     int _getInterfaceInfo(const char* id, int command, int* type, void* buffer, unsigned long* size);
 
   private:
-    int _readListRegister(unsigned long address, void* buffer, unsigned long* size);
-    int _readSelectedInterface(unsigned long address, void* buffer, unsigned long* size) NQ_REQUIRES(m_moduleLock);
+    int _readListRegister(unsigned long address, const NQGevPortReader& reader);
+    int _readSelectedInterface(unsigned long address, const NQGevPortReader& reader) NQ_REQUIRES(m_moduleLock);
 
     std::vector<_NQ_GEV_INTERFACE_INFO> m_interfaceList NQ_GUARDED_BY(m_moduleLock);
     GigERDMA::NQGenTLModuleContainer m_interfaces; ///< The open interfaces, owned.

@@ -1,14 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The port of the system module: its identity, its register description and its virtual register map.
-#include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_common.h"
-#include "gev/nq_gev_query.h"
+#include "gev/nq_gev_port.h"
 #include "gev/nq_gev_system.h"
 #include "gev/nq_gev_updating_flag.h"
 #include "gev/nq_gev_util.h"
-
-#include <algorithm>
-#include <cstring>
 
 using namespace GigERDMA;
 
@@ -47,49 +43,31 @@ bool NQGevSystem::IsEventImplemented(int /*type*/)
 
 _NQ_GENTL_PORT_INFO NQGevSystem::GetPortInfo()
 {
-    _NQ_GENTL_PORT_INFO info;
-    info.id = "NQGenTLGevRDMA";
-    info.vendor = "Nerquil Optic";
-    info.model = "GEVRDMATL";
-    info.tlType = "GEV";
-    info.module = "TLSystem";
-    info.littleEndian = true;
-    info.accessRead = true;
-    info.accessWrite = true;
-    info.version = "2.5.5";
-    info.portName = "TLPort";
-    return info;
+    return NQGevPortInfo("TLSystem", "TLPort");
 }
 
 _NQ_GENTL_XML_INFO NQGevSystem::GetXMLInfo()
 {
-    _NQ_GENTL_XML_INFO info;
-    info.fileName = g_XmlFileNameSystem;
-    info.xml = CreateXmlFileSystem();
-    info.size = info.xml.size() + 1;
-    return info;
+    return NQGevXmlInfo(g_XmlFileNameSystem, CreateXmlFileSystem());
 }
 
 std::vector<std::string> NQGevSystem::GetURLList()
 {
-    const _NQ_GENTL_XML_INFO info = GetXMLInfo();
-    return {NQGenTLUtil::BuildLocalURL(info.fileName, info.xml, g_XmlAddress)};
+    return NQGevUrlList(GetXMLInfo());
 }
 
 int NQGevSystem::ReadPort(unsigned long address, void* buffer, unsigned long* size)
 {
     if (buffer == nullptr || size == nullptr)
     {
-        return NQGevFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", "ReadPort");
+        return NQGevPortRefused("ReadPort");
     }
     int type = 0;
+    const NQGevPortReader reader(buffer, size);
     switch (address)
     {
-    case g_XmlAddress: {
-        const _NQ_GENTL_XML_INFO info = GetXMLInfo();
-        std::memcpy(buffer, info.xml.c_str(), std::min(*size, info.size));
-        return GenTL::GC_ERR_SUCCESS;
-    }
+    case g_XmlAddress:
+        return reader.Description(GetXMLInfo());
     case g_TLVendorName:
         return GetInfo(GenTL::TL_INFO_VENDOR, &type, buffer, size);
     case g_TLModelName:
@@ -105,45 +83,43 @@ int NQGevSystem::ReadPort(unsigned long address, void* buffer, unsigned long* si
     case g_GenTLVersionMinor:
         return GetInfo(GenTL::TL_INFO_GENTL_VER_MINOR, &type, buffer, size);
     default:
-        return _readListRegister(address, buffer, size);
+        return _readListRegister(address, reader);
     }
 }
 
-int NQGevSystem::_readListRegister(unsigned long address, void* buffer, unsigned long* size)
+int NQGevSystem::_readListRegister(unsigned long address, const NQGevPortReader& reader)
 {
     const NQGenTLLock lock(m_moduleLock);
-    int type = 0;
     switch (address)
     {
     case g_InterfaceUpdateList:
-        return NQGenTLUtil::CopyInfoUint32(m_updating ? 1 : 0, &type, buffer, size);
+        return reader.Number(m_updating ? 1 : 0);
     case g_InterfaceSelector:
-        return NQGenTLUtil::CopyInfoUint32(m_interfaceSelector, &type, buffer, size);
+        return reader.Number(m_interfaceSelector);
     case g_NrInterfaces:
-        return NQGenTLUtil::CopyInfoUint32(static_cast<unsigned int>(m_interfaceList.size()), &type, buffer, size);
+        return reader.Number(static_cast<unsigned int>(m_interfaceList.size()));
     default:
-        return _readSelectedInterface(address, buffer, size);
+        return _readSelectedInterface(address, reader);
     }
 }
 
-int NQGevSystem::_readSelectedInterface(unsigned long address, void* buffer, unsigned long* size)
+int NQGevSystem::_readSelectedInterface(unsigned long address, const NQGevPortReader& reader)
 {
     // Deliberate: past the end of the list every register of the selection reads empty, with success.
     const bool listed = m_interfaceSelector < m_interfaceList.size();
     const _NQ_GEV_INTERFACE_INFO selected = listed ? m_interfaceList[m_interfaceSelector] : _NQ_GEV_INTERFACE_INFO{};
-    int type = 0;
     switch (address)
     {
     case g_InterfaceID:
-        return NQGenTLUtil::CopyInfoString(selected.id, &type, buffer, size);
+        return reader.Text(selected.id);
     case g_MACAddress:
-        return NQGenTLUtil::CopyInfoUint64(NQGevUtil::MacAddressToUint64(selected.macAddress), &type, buffer, size);
+        return reader.LongNumber(NQGevUtil::MacAddressToUint64(selected.macAddress));
     case g_DefaultIPAddress:
-        return NQGenTLUtil::CopyInfoUint32(NQGevUtil::IPAddressToUint32(selected.ipAddress), &type, buffer, size);
+        return reader.Number(NQGevUtil::IPAddressToUint32(selected.ipAddress));
     // Deliberate: the gateway reads the mask, since no gateway is known.
     case g_DefaultSubnetMask:
     case g_DefaultGateway:
-        return NQGenTLUtil::CopyInfoUint32(NQGevUtil::IPAddressToUint32(selected.subnetMask), &type, buffer, size);
+        return reader.Number(NQGevUtil::IPAddressToUint32(selected.subnetMask));
     default:
         return GenTL::GC_ERR_INVALID_ADDRESS;
     }
@@ -153,7 +129,7 @@ int NQGevSystem::WritePort(unsigned long address, const void* buffer, unsigned l
 {
     if (buffer == nullptr || size == nullptr)
     {
-        return NQGevFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", "WritePort");
+        return NQGevPortRefused("WritePort");
     }
     switch (address)
     {

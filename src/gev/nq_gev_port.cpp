@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+// The shared part of the module ports.
+#include "gev/nq_gev_port.h"
+
+#include "gentl/nq_gentl_util.h"
+#include "gev/nq_gev_common.h"
+#include "gev/nq_gev_query.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+GigERDMA::_NQ_GENTL_PORT_INFO NQGevPortInfo(const char* module, const char* portName)
+{
+    GigERDMA::_NQ_GENTL_PORT_INFO info;
+    info.id = "NQGenTLGevRDMA";
+    info.vendor = "Nerquil Optic";
+    info.model = "GEVRDMATL";
+    info.tlType = "GEV";
+    info.module = module;
+    info.littleEndian = true;
+    info.accessRead = true;
+    info.accessWrite = true;
+    info.version = "2.5.5";
+    info.portName = portName;
+    return info;
+}
+
+GigERDMA::_NQ_GENTL_XML_INFO NQGevXmlInfo(const char* fileName, std::string xml)
+{
+    GigERDMA::_NQ_GENTL_XML_INFO info;
+    info.fileName = fileName;
+    info.xml = std::move(xml);
+    info.size = info.xml.size() + 1;
+    return info;
+}
+
+std::vector<std::string> NQGevUrlList(const GigERDMA::_NQ_GENTL_XML_INFO& info)
+{
+    return {NQGenTLUtil::BuildLocalURL(info.fileName, info.xml, g_XmlAddress)};
+}
+
+int NQGevPortRefused(const char* operation)
+{
+    return NQGevFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", operation);
+}
+
+int NQGevPortReader::Number(unsigned int value) const
+{
+    int type = 0;
+    return NQGenTLUtil::CopyInfoUint32(value, &type, m_buffer, m_size);
+}
+
+int NQGevPortReader::LongNumber(unsigned long value) const
+{
+    int type = 0;
+    return NQGenTLUtil::CopyInfoUint64(value, &type, m_buffer, m_size);
+}
+
+int NQGevPortReader::Text(const std::string& value) const
+{
+    int type = 0;
+    return NQGenTLUtil::CopyInfoString(value, &type, m_buffer, m_size);
+}
+
+int NQGevPortReader::Description(const GigERDMA::_NQ_GENTL_XML_INFO& info) const
+{
+    std::memcpy(m_buffer, info.xml.c_str(), std::min(*m_size, info.size));
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+unsigned int NQGevRegisterValue(const void* buffer, unsigned long size)
+{
+    unsigned int value = 0;
+    std::memcpy(&value, buffer, std::min<unsigned long>(size, sizeof value));
+    return value;
+}

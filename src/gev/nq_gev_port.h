@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the ports of this transport's modules share: their identity, their register description and the way in which
+// values pass between a register and the caller's buffer.
+#pragma once
+
+#include "gentl/nq_gentl_port_info.h"
+#include "gentl/nq_gentl_xml_info.h"
+
+#include <string>
+#include <vector>
+
+/// The identity of a little-endian port that can be read and written.
+GigERDMA::_NQ_GENTL_PORT_INFO NQGevPortInfo(const char* module, const char* portName);
+
+GigERDMA::_NQ_GENTL_XML_INFO NQGevXmlInfo(const char* fileName, std::string xml);
+
+/// The one URL of a port that serves its own description.
+std::vector<std::string> NQGevUrlList(const GigERDMA::_NQ_GENTL_XML_INFO& info);
+
+/// Traces the refusal of a port access without a buffer or a size; its code.
+int NQGevPortRefused(const char* operation);
+
+/// The caller's buffer in the read of one register. Every operation gives the result of the read; a value that does not
+/// fit is -1016, with the size it needs in `*size`.
+class NQGevPortReader
+{
+  public:
+    NQGevPortReader(void* buffer, unsigned long* size) : m_buffer(buffer), m_size(size) {}
+
+    int Number(unsigned int value) const;
+    int LongNumber(unsigned long value) const;
+    int Text(const std::string& value) const;
+
+    /// Copies as much of the description as the buffer takes; `*size` stays.
+    int Description(const GigERDMA::_NQ_GENTL_XML_INFO& info) const;
+
+  private:
+    void* m_buffer;
+    unsigned long* m_size;
+};
+
+/// The value that a write of `size` bytes gives a 4-byte register: the first four of them, zeros where there are fewer.
+unsigned int NQGevRegisterValue(const void* buffer, unsigned long size);
