@@ -205,18 +205,19 @@ TEST_F(LyingCamera, SixtyFiveThousandChannelsOfEachKindAre512)
 
 TEST_F(LyingCamera, RegistersThatChangeBetweenReadsAreBelievedOnceEach)
 {
-    std::atomic<unsigned int> reads = 0;
-    const auto changing = [this, &reads](const Bytes& command) -> std::vector<GvcpReply> {
+    // The camera's thread may hold on to it for longer than this function runs.
+    const auto reads = std::make_shared<std::atomic<unsigned int>>(0);
+    const auto changing = [this, reads](const Bytes& command) -> std::vector<GvcpReply> {
         const bool heartbeatTimeout = command.size() == 12 && command[10] == 0x09 && command[11] == 0x38;
         if (command.size() != 12 || command[3] != 0x80 || heartbeatTimeout)
         {
             return camera->AnswerFromMemory(command);
         }
-        return gvcp::Value(++reads % 2 == 0 ? 0 : 2)(command);
+        return gvcp::Value(++*reads % 2 == 0 ? 0 : 2)(command);
     };
     ASSERT_EQ(Scan(), 1U);
     const std::string id = Id();
-    ++reads; // the probe reads 0, which is a free camera
+    ++*reads; // the probe reads 0, which is a free camera
     camera->Otherwise(changing);
     ASSERT_EQ(producer.IFOpenDevice(interface, id.c_str(), control, &device), 0);
     std::uint32_t before = 99;
