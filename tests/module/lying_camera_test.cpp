@@ -15,6 +15,13 @@
 #include <thread>
 #include <vector>
 
+/// For a search for leaks: the records that nobody took from an event stay behind when it goes, and a storm leaves
+/// some.
+extern "C" const char* __lsan_default_suppressions()
+{
+    return "leak:TriggerRemoteDeviceEvent";
+}
+
 using namespace nq::test;
 using testing::Each;
 using testing::ElementsAre;
