@@ -53,6 +53,16 @@ class FakeCamera
         Store(address, bytes, sizeof bytes);
     }
 
+    /// The register's value now.
+    std::uint32_t Get(std::uint32_t address)
+    {
+        const std::lock_guard lock(m_mutex);
+        Bytes bytes;
+        Load(address, 4, bytes);
+        return static_cast<std::uint32_t>(bytes[0]) << 24 | static_cast<std::uint32_t>(bytes[1]) << 16 |
+               static_cast<std::uint32_t>(bytes[2]) << 8 | bytes[3];
+    }
+
   private:
     void Store(std::uint32_t address, const unsigned char* bytes, std::size_t count)
     {
@@ -77,6 +87,7 @@ class FakeCamera
         {
             return;
         }
+        const std::lock_guard lock(m_mutex);
         Bytes answer{0, 0, command[2], static_cast<unsigned char>(command[3] + 1), 0, 0, command[6], command[7]};
         if (command[3] == 0x02)
         {
@@ -132,6 +143,7 @@ class FakeCamera
     }
 
     std::atomic<Mood> m_mood{Mood::Helpful};
+    std::mutex m_mutex;
     std::map<std::uint32_t, unsigned char> m_memory;
 };
 

@@ -13,8 +13,8 @@ namespace
 using namespace GenTL;
 using nq::fuzz::Bytes;
 using nq::fuzz::FakeCamera;
+using nq::fuzz::Form;
 using nq::fuzz::FuzzInput;
-using nq::fuzz::Kind;
 using nq::fuzz::PortMap;
 using nq::fuzz::PortRegister;
 using nq::fuzz::Require;
@@ -79,7 +79,7 @@ class Model
             std::memcpy(&value, bytes, std::min(size, sizeof value));
             m_numbers[{port, written.address}] = value;
         }
-        else if (port == Device && written.kind == Kind::Text)
+        else if (port == Device && written.form == Form::Text)
         {
             std::copy_n(bytes, std::min(size, kUpdateFile), Update().begin());
         }

@@ -10,7 +10,7 @@
 namespace nq::fuzz
 {
 
-enum class Kind
+enum class Form
 {
     Map,    ///< the map's own text: any size is served
     Text,   ///< needs as much as it says
@@ -29,56 +29,56 @@ enum class Writing
 struct PortRegister
 {
     std::uint64_t address;
-    Kind kind;
+    Form form;
     Writing writing;
 };
 
 inline constexpr PortRegister kSystemRegisters[] = {
-    {0x10000, Kind::Map, Writing::Denied},    {0x50000, Kind::Text, Writing::Denied},
-    {0x50100, Kind::Text, Writing::Denied},   {0x50200, Kind::Text, Writing::Denied},
-    {0x50300, Kind::Text, Writing::Denied},   {0x50400, Kind::Text, Writing::Denied},
-    {0x50504, Kind::Number, Writing::Denied}, {0x50508, Kind::Number, Writing::Denied},
-    {0x5050C, Kind::Number, Writing::Taken},  {0x50510, Kind::Number, Writing::Stored},
-    {0x50514, Kind::Text, Writing::Denied},   {0x50614, Kind::Number, Writing::Denied},
-    {0x50618, Kind::Long, Writing::Denied},   {0x50620, Kind::Number, Writing::Denied},
-    {0x50624, Kind::Number, Writing::Denied}, {0x50628, Kind::Number, Writing::Denied},
+    {0x10000, Form::Map, Writing::Denied},    {0x50000, Form::Text, Writing::Denied},
+    {0x50100, Form::Text, Writing::Denied},   {0x50200, Form::Text, Writing::Denied},
+    {0x50300, Form::Text, Writing::Denied},   {0x50400, Form::Text, Writing::Denied},
+    {0x50504, Form::Number, Writing::Denied}, {0x50508, Form::Number, Writing::Denied},
+    {0x5050C, Form::Number, Writing::Taken},  {0x50510, Form::Number, Writing::Stored},
+    {0x50514, Form::Text, Writing::Denied},   {0x50614, Form::Number, Writing::Denied},
+    {0x50618, Form::Long, Writing::Denied},   {0x50620, Form::Number, Writing::Denied},
+    {0x50624, Form::Number, Writing::Denied}, {0x50628, Form::Number, Writing::Denied},
 };
 
 inline constexpr PortRegister kInterfaceRegisters[] = {
-    {0x10000, Kind::Map, Writing::Denied},    {0x60000, Kind::Text, Writing::Denied},
-    {0x60104, Kind::Number, Writing::Taken},  {0x60108, Kind::Number, Writing::Stored},
-    {0x6010C, Kind::Text, Writing::Denied},   {0x6020C, Kind::Text, Writing::Denied},
-    {0x6030C, Kind::Text, Writing::Denied},   {0x6040C, Kind::Number, Writing::Denied},
-    {0x60410, Kind::Number, Writing::Denied}, {0x60414, Kind::Number, Writing::Taken},
-    {0x60418, Kind::Number, Writing::Denied}, {0x6041C, Kind::Number, Writing::Denied},
-    {0x60420, Kind::Long, Writing::Denied},   {0x60428, Kind::Number, Writing::Taken},
-    {0x60430, Kind::Number, Writing::Denied}, {0x60434, Kind::Number, Writing::Denied},
-    {0x60438, Kind::Number, Writing::Denied}, {0x6043C, Kind::Number, Writing::Denied},
-    {0x60440, Kind::Number, Writing::Denied}, {0x60444, Kind::Long, Writing::Denied},
-    {0x60448, Kind::Hidden, Writing::Taken},
+    {0x10000, Form::Map, Writing::Denied},    {0x60000, Form::Text, Writing::Denied},
+    {0x60104, Form::Number, Writing::Taken},  {0x60108, Form::Number, Writing::Stored},
+    {0x6010C, Form::Text, Writing::Denied},   {0x6020C, Form::Text, Writing::Denied},
+    {0x6030C, Form::Text, Writing::Denied},   {0x6040C, Form::Number, Writing::Denied},
+    {0x60410, Form::Number, Writing::Denied}, {0x60414, Form::Number, Writing::Taken},
+    {0x60418, Form::Number, Writing::Denied}, {0x6041C, Form::Number, Writing::Denied},
+    {0x60420, Form::Long, Writing::Denied},   {0x60428, Form::Number, Writing::Taken},
+    {0x60430, Form::Number, Writing::Denied}, {0x60434, Form::Number, Writing::Denied},
+    {0x60438, Form::Number, Writing::Denied}, {0x6043C, Form::Number, Writing::Denied},
+    {0x60440, Form::Number, Writing::Denied}, {0x60444, Form::Long, Writing::Denied},
+    {0x60448, Form::Hidden, Writing::Taken},
 };
 
 inline constexpr PortRegister kDeviceRegisters[] = {
-    {0x10000, Kind::Map, Writing::Denied},    {0x70000, Kind::Text, Writing::Denied},
-    {0x70100, Kind::Text, Writing::Denied},   {0x70200, Kind::Text, Writing::Denied},
-    {0x70300, Kind::Number, Writing::Denied}, {0x70304, Kind::Number, Writing::Stored},
-    {0x70308, Kind::Text, Writing::Denied},   {0x70408, Kind::Number, Writing::Denied},
-    {0x7040C, Kind::Long, Writing::Denied},   {0x70410, Kind::Number, Writing::Denied},
-    {0x70414, Kind::Number, Writing::Denied}, {0x70418, Kind::Number, Writing::Denied},
-    {0x7041C, Kind::Text, Writing::Taken},    {0x7051C, Kind::Hidden, Writing::Denied},
-    {0x7052C, Kind::Number, Writing::Taken},  {0x70530, Kind::Number, Writing::Stored},
+    {0x10000, Form::Map, Writing::Denied},    {0x70000, Form::Text, Writing::Denied},
+    {0x70100, Form::Text, Writing::Denied},   {0x70200, Form::Text, Writing::Denied},
+    {0x70300, Form::Number, Writing::Denied}, {0x70304, Form::Number, Writing::Stored},
+    {0x70308, Form::Text, Writing::Denied},   {0x70408, Form::Number, Writing::Denied},
+    {0x7040C, Form::Long, Writing::Denied},   {0x70410, Form::Number, Writing::Denied},
+    {0x70414, Form::Number, Writing::Denied}, {0x70418, Form::Number, Writing::Denied},
+    {0x7041C, Form::Text, Writing::Taken},    {0x7051C, Form::Hidden, Writing::Denied},
+    {0x7052C, Form::Number, Writing::Taken},  {0x70530, Form::Number, Writing::Stored},
 };
 
 inline constexpr PortRegister kStreamRegisters[] = {
-    {0x10000, Kind::Map, Writing::Denied},    {0x80000, Kind::Text, Writing::Denied},
-    {0x80100, Kind::Number, Writing::Denied}, {0x80104, Kind::Number, Writing::Taken},
-    {0x80108, Kind::Number, Writing::Denied}, {0x8010C, Kind::Long, Writing::Denied},
-    {0x80110, Kind::Long, Writing::Denied},   {0x80114, Kind::Long, Writing::Denied},
-    {0x80118, Kind::Hidden, Writing::Denied}, {0x80218, Kind::Hidden, Writing::Denied},
-    {0x80418, Kind::Hidden, Writing::Denied}, {0x8041C, Kind::Hidden, Writing::Denied},
-    {0x80420, Kind::Hidden, Writing::Denied}, {0x80424, Kind::Hidden, Writing::Denied},
-    {0x80428, Kind::Hidden, Writing::Denied}, {0x8042C, Kind::Long, Writing::Denied},
-    {0x80430, Kind::Long, Writing::Denied},   {0x80434, Kind::Number, Writing::Stored},
+    {0x10000, Form::Map, Writing::Denied},    {0x80000, Form::Text, Writing::Denied},
+    {0x80100, Form::Number, Writing::Denied}, {0x80104, Form::Number, Writing::Taken},
+    {0x80108, Form::Number, Writing::Denied}, {0x8010C, Form::Long, Writing::Denied},
+    {0x80110, Form::Long, Writing::Denied},   {0x80114, Form::Long, Writing::Denied},
+    {0x80118, Form::Hidden, Writing::Denied}, {0x80218, Form::Hidden, Writing::Denied},
+    {0x80418, Form::Hidden, Writing::Denied}, {0x8041C, Form::Hidden, Writing::Denied},
+    {0x80420, Form::Hidden, Writing::Denied}, {0x80424, Form::Hidden, Writing::Denied},
+    {0x80428, Form::Hidden, Writing::Denied}, {0x8042C, Form::Long, Writing::Denied},
+    {0x80430, Form::Long, Writing::Denied},   {0x80434, Form::Number, Writing::Stored},
 };
 
 /// A register map of one of these tables.
@@ -99,22 +99,22 @@ struct PortMap
     bool IsText(std::uint64_t address) const
     {
         const PortRegister* const found = Find(address);
-        return found != nullptr && found->kind == Kind::Text;
+        return found != nullptr && found->form == Form::Text;
     }
 
     /// Whether a read of `space` bytes may end with `result` when the size came back as `size`.
     bool ReadMayGive(std::uint64_t address, std::size_t space, int result, std::size_t size) const
     {
         const PortRegister* const found = Find(address);
-        if (found == nullptr || found->kind == Kind::Hidden)
+        if (found == nullptr || found->form == Form::Hidden)
         {
             return result == -1015 && size == space;
         }
-        if (found->kind == Kind::Map)
+        if (found->form == Form::Map)
         {
             return result == 0 && size == space;
         }
-        const bool sized = found->kind == Kind::Text || size == (found->kind == Kind::Number ? 4U : 8U);
+        const bool sized = found->form == Form::Text || size == (found->form == Form::Number ? 4U : 8U);
         return sized && (space < size ? result == -1016 : result == 0);
     }
 

@@ -7,7 +7,6 @@
 #include <cstdarg>
 #include <cstring>
 #include <ctime>
-#include <limits>
 #include <net/if.h>
 #include <poll.h>
 #include <pthread.h>
@@ -56,20 +55,23 @@ void PutAddress(sockaddr& field, std::uint32_t address)
     std::memcpy(&field, &internet, sizeof internet);
 }
 
-/// The time on `clock` a millisecond from now, or `deadline` when that is earlier.
-timespec AtMostOneMillisecond(clockid_t clock, const timespec& deadline)
+/// When a wait ends, whatever was asked for: at once on the main thread, else in a millisecond, which also keeps a
+/// period of zero from taking a whole core.
+timespec EndOfWait(clockid_t clock)
 {
-    timespec soon{};
-    __real_clock_gettime(clock, &soon);
-    soon.tv_nsec += 1000000;
-    if (soon.tv_nsec >= 1000000000)
+    timespec end{};
+    if (FakeNetwork::OnMainThread())
     {
-        soon.tv_nsec -= 1000000000;
-        ++soon.tv_sec;
+        return end;
     }
-    const bool earlier =
-        deadline.tv_sec < soon.tv_sec || (deadline.tv_sec == soon.tv_sec && deadline.tv_nsec < soon.tv_nsec);
-    return earlier ? deadline : soon;
+    __real_clock_gettime(clock, &end);
+    end.tv_nsec += 1000000;
+    if (end.tv_nsec >= 1000000000)
+    {
+        end.tv_nsec -= 1000000000;
+        ++end.tv_sec;
+    }
+    return end;
 }
 
 int AdapterRequest(unsigned long what, void* argument)
@@ -230,33 +232,25 @@ int __wrap_nanosleep(const timespec* wanted, timespec* left)
     return FakeNetwork::OnMainThread() ? 0 : __real_nanosleep(wanted, left);
 }
 
-int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* deadline)
+int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec*)
 {
-    if (FakeNetwork::OnMainThread())
-    {
-        const timespec past{};
-        return __real_pthread_cond_timedwait(condition, mutex, &past);
-    }
-    // A period of zero must not take a whole core.
-    const timespec pause = AtMostOneMillisecond(CLOCK_REALTIME, {std::numeric_limits<time_t>::max(), 0});
-    return __real_pthread_cond_timedwait(condition, mutex, &pause);
+    const timespec end = EndOfWait(CLOCK_REALTIME);
+    return __real_pthread_cond_timedwait(condition, mutex, &end);
 }
 
 int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
 {
     if (FakeNetwork::OnMainThread())
     {
-        const timespec past{};
-        return __real_pthread_cond_timedwait(condition, mutex, &past);
+        return __wrap_pthread_cond_timedwait(condition, mutex, nullptr);
     }
     return __real_pthread_cond_wait(condition, mutex);
 }
 
-int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
-                                  const timespec* deadline)
+int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock, const timespec*)
 {
-    const timespec pause = AtMostOneMillisecond(clock, *deadline);
-    return __real_pthread_cond_clockwait(condition, mutex, clock, &pause);
+    const timespec end = EndOfWait(clock);
+    return __real_pthread_cond_clockwait(condition, mutex, clock, &end);
 }
 
 } // extern "C"

@@ -1,0 +1,232 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Writes the seeds of the fuzz targets to tests/fuzz/corpus/TARGET/seed_NAME: packets, frames and call sequences as they
+occur with a real camera, each in the form in which its target reads them. Run it when a target reads its bytes otherwise.
+The other files of the corpora were found by fuzzing."""
+
+import pathlib
+import re
+import struct
+
+HERE = pathlib.Path(__file__).parent
+HELPFUL = 0
+
+
+def seed(target, name, data):
+    folder = HERE / "corpus" / target
+    folder.mkdir(parents=True, exist_ok=True)
+    (folder / f"seed_{name}").write_bytes(bytes(data))
+
+
+def word(value):
+    return list(struct.pack(">H", value))
+
+
+def dword(value):
+    return list(struct.pack(">I", value))
+
+
+# ---- packets
+
+
+def discovery_ack(model=b"Model", version=b"3.1.0", mac=1):
+    packet = bytearray(256)
+    packet[3] = 3
+    packet[4:8] = struct.pack(">HH", 248, 1)
+    packet[8:16] = struct.pack(">HHI", 2, 1, 0x80000001)
+    packet[18:24] = bytes([2, 0, 0, 0, 0, mac])
+    packet[24:32] = struct.pack(">II", 0x80000007, 5)
+    packet[44:48] = bytes([10, 9, 0, 2])
+    packet[60:64] = bytes([255, 255, 255, 0])
+    packet[76:80] = bytes([10, 9, 0, 254])
+    for offset, text in ((80, b"Maker"), (112, model), (144, version), (176, b"Info"), (224, b"S0001"), (240, b"Name")):
+        packet[offset : offset + len(text)] = text
+    return bytes(packet)
+
+
+def literal(packet):
+    """A datagram taken as it is by the targets discovery and event_packet."""
+    return [0] + word(len(packet)) + list(packet)
+
+
+def acknowledge_seeds():
+    read = [0] + dword(0x0A00)
+    good = [3] + word(4) + dword(2)
+    pending = [1] + word(500)
+    stale = [2, 7, 0xEE] + word(4) + dword(0)
+    seed("acknowledge", "read", read + [1] + good)
+    seed("acknowledge", "read_pending", read + [2] + pending + good)
+    seed("acknowledge", "read_stale_answer", read + [2] + stale + good + [1] + good)
+    seed("acknowledge", "read_silent_then_answered", read + [0, 1] + good)
+    seed("acknowledge", "write", [1] + dword(0x0A00) + dword(2) + [1, 3] + word(4) + dword(1))
+    seed("acknowledge", "write_refused", [1] + dword(0x0A00) + dword(2) + [1, 2, 0, 0x80] + word(0))
+    seed("acknowledge", "read_memory", [2] + dword(0x0200) + word(512) + [1, 3] + word(516) + dword(0x0200) + [0x41] * 512)
+    seed("acknowledge", "read_memory_short", [2] + dword(0x0200) + word(16) + [1, 3] + word(12) + dword(0x0200) + [1] * 8)
+    seed("acknowledge", "write_memory", [3] + dword(0x1000) + word(520) + [1, 3] + word(4) + dword(1))
+    seed("acknowledge", "read_pair", [4] + dword(0x093C) + [1] + good + [1] + good)
+
+
+def discovery_seeds():
+    one = literal(discovery_ack())
+    other = literal(discovery_ack(mac=2))
+    rest = [0, 64, 0]  # an info query with 64 bytes of space, no answer to the probe, no discovery by function
+    seed("discovery", "one_camera", [1] + one + rest)
+    seed("discovery", "two_cameras_one_leaves", [2] + one + other + rest + [1] + other + rest)
+    seed("discovery", "twice_in_one_scan", [3] + one + other + one + rest)
+    seed("discovery", "too_old", [1] + literal(discovery_ack(version=b"2.9.9")) + [0])
+    seed("discovery", "full_fields", [1] + literal(discovery_ack(model=b"M" * 32, version=b"3.1.0" + b"V" * 27)) + rest)
+    seed("discovery", "a_byte_too_short", [1] + literal(discovery_ack()[:255]) + [0])
+    ack = bytes([0, 0, 0, 0x81, 0, 4, 0, 1, 0, 0, 0, 2])
+    seed("discovery", "controlled_by_another", [1] + one + [5, 64, len(ack)] + list(ack) + [0])
+    seed("discovery", "by_function", [0, 1, 1] + one + [1])
+
+
+def event_seeds():
+    event = bytes([0x42, 0, 0, 0xC0, 0, 16, 0, 1, 0, 16, 0x90, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x10, 0])
+    seed("event_packet", "event", literal(event))
+    seed("event_packet", "a_byte_too_short", literal(event[:23]))
+    seed("event_packet", "with_data", literal(event + bytes(range(64))))
+    seed("event_packet", "another_command", literal(event[:3] + b"\x80" + event[4:]))
+    seed("event_packet", "largest", literal(event + bytes(1400)))
+
+
+def frame(width, height, data_offset=176, part=120, size=None):
+    pixels = bytes(i & 0xFF for i in range(width * height))
+    header = bytearray(176)
+    header[0:4] = b"GNDC"
+    struct.pack_into("<Q", header, 16, 7)
+    struct.pack_into("<I", header, 56, 64)
+    struct.pack_into("<Q", header, 88, 123456789)
+    struct.pack_into("<I", header, 112, part)
+    struct.pack_into("<HHI", header, 120, 0x4200, 5, 56)
+    struct.pack_into("<I", header, 128, 0x01080001)
+    struct.pack_into("<QQ", header, 144, len(pixels) if size is None else size, data_offset)
+    struct.pack_into("<II", header, 160, width, height)
+    return bytes(header) + pixels
+
+
+def gendc_seeds():
+    def run(data, buffers=((300, 0), (256, 1)), payload=256):
+        announced = [len(buffers)] + [byte for size, own in buffers for byte in word(size) + [own]]
+        return word(payload) + announced + [0, 0] + word(len(data)) + list(data)
+
+    seed("gendc", "picture", run(frame(16, 16)))
+    seed("gendc", "consumer_buffer", run(frame(16, 16), [(100, 1)]))
+    seed("gendc", "no_buffer", run(frame(16, 16), []))
+    seed("gendc", "short", run(frame(16, 16)[:200]))
+    seed("gendc", "part_behind_the_block", run(frame(16, 16, part=0xFFFFFFF0)))
+    seed("gendc", "part_at_the_end", run(frame(16, 16, part=432 - 56)))
+    seed("gendc", "data_behind_the_block", run(frame(16, 16, data_offset=433, size=0)))
+    seed("gendc", "data_too_large", run(frame(16, 16, size=257)))
+    seed("gendc", "data_size_wraps", run(frame(16, 16, size=0xFFFFFFFFFFFFFFFF)))
+
+
+def text_seeds():
+    for name, kind, text in (
+        ("escape", 0, b"a%20b%2Fc%G1%"),
+        ("space", 0, b"a b/c d"),
+        ("windows_path", 1, rb"C:\dir\file.xml"),
+        ("path", 1, b"/dir/sub/file.xml"),
+        ("folder", 1, b"/dir/"),
+        ("ip_address", 3, b"192.168.1.5"),
+        ("mac_address", 3, b"02-00-00-00-00-0a"),
+        ("hexadecimal", 3, b"3Fa9"),
+    ):
+        seed("text", name, bytes([kind]) + text)
+    name = b"NQGenTLGev_TL_1_0_0.xml"
+    seed("text", "local_url", bytes([2]) + struct.pack(">Q", 0x10000) + bytes([len(name)]) + name + b"<RegisterDescription/>")
+    first = b"Local:camera.zip;8000;1A2B"
+    second = b"http://10.9.0.2/camera.xml"
+    for name, urls in (("urls", (first, second)), ("one_url", (first, b"")), ("full_url", (b"u" * 512, second))):
+        data = [4]
+        for url in urls:
+            data += [0] + word(len(url)) + list(url) + [0]
+        seed("text", name, data)
+
+
+def port_seeds():
+    system, interface, device, stream, remote, buffer = range(6)
+    everyone = (("system", system, 16), ("interface", interface, 21), ("device", device, 16), ("stream", stream, 18))
+    for name, port, count in everyone:
+        reads = [byte for i in range(count) for byte in [port, 0, 1, 1, 1, i, 1] + word(300)]
+        writes = [byte for i in range(count) for byte in [port, 0, 1, 0, 1, i, 0, 4] + dword(1)]
+        seed("port", name, reads + writes)
+    seed("port", "camera_register", [remote, 0, 1, 1, 1] + word(0x0A00) + [0, 4] + dword(0))
+    seed("port", "camera_memory", [remote, 0, 1, 1, 1] + word(0x0200) + [1] + word(1025))
+    seed("port", "buffer", [buffer, 0, 1, 1, 1, 0, 0, 0, 4])
+
+
+# ---- call sequences
+
+
+def functions():
+    text = (HERE / "../../include/GenTL/GenTLFunctions.h").read_text()
+    return re.findall(r"^    X\((\w+)\)", text, re.MULTILINE)
+
+
+class Sequence:
+    def __init__(self):
+        self.names = functions()
+        self.bytes = []
+
+    def call(self, name, *arguments):
+        self.bytes += [self.names.index(name), HELPFUL, *arguments]
+        return self
+
+
+def good(index=0):
+    """A good handle of the kind that the call wants."""
+    return (15, index)
+
+
+RIGHT_ID = 15
+WITH_OUTPUT = 0
+INFINITE = 0
+
+
+def open_stream(announced=0, queued=0):
+    calls = Sequence()
+    calls.call("GCInitLib").call("TLOpen", WITH_OUTPUT).call("TLUpdateInterfaceList", *good(), 0, 0)
+    calls.call("TLOpenInterface", *good(), RIGHT_ID, WITH_OUTPUT).call("IFUpdateDeviceList", *good(), 1)
+    calls.call("IFOpenDevice", *good(), RIGHT_ID, 0x0C - 4, WITH_OUTPUT)
+    calls.call("DevOpenDataStream", *good(), RIGHT_ID, WITH_OUTPUT)
+    calls.call("GCRegisterEvent", *good(), 1, WITH_OUTPUT)
+    for index in range(announced):
+        if index % 2 == 0:
+            calls.call("DSAnnounceBuffer", *good(), 0, index, WITH_OUTPUT, 0)
+        else:
+            calls.call("DSAllocAndAnnounceBuffer", *good(), WITH_OUTPUT, *[0] * 8)
+    for index in range(queued):
+        calls.call("DSQueueBuffer", *good(), *good(index))
+    return calls
+
+
+def call_seeds():
+    closing = {"GCCloseLib": (0,), "TLClose": (0, *good()), "IFClose": (0, *good()), "DevClose": (0, *good()), "DSClose": good()}
+    for name, arguments in closing.items():
+        started = open_stream(3, 2).call("DSStartAcquisition", *good(), INFINITE)
+        started.call(name, *arguments)
+        # Every handle is stale or closed now.
+        started.call("EventGetData", 2, 0, 0, 0).call("DSQueueBuffer", 2, 0, 2, 1).call("DevGetPort", 2, 2, 0)
+        started.call("GCInitLib").call("TLOpen", WITH_OUTPUT)
+        seed("calls", f"{name.lower()}_while_started", started.bytes)
+    restart = open_stream(2, 2)
+    for stop in (0, 1):
+        restart.call("DSStartAcquisition", *good(), INFINITE).call("DSStopAcquisition", *good(), stop)
+    seed("calls", "start_stop_twice", restart.bytes)
+    lists = open_stream(4, 3)
+    for operation in (0, 3, 2, 0, 4, 1):
+        lists.call("DSFlushQueue", *good(), operation + 1).call("EventGetData", *good(), 0, 0)
+        lists.call("DSGetInfo", *good(), 5, 0).call("DSRevokeBuffer", *good(), *good(0), 0)
+    seed("calls", "lists", lists.bytes)
+    killed = open_stream(1, 1).call("EventKill", *good()).call("EventGetData", *good(), 3, 0)
+    killed.call("DSFlushQueue", *good(), 1).call("EventFlush", *good()).call("EventGetData", *good(), 3, 0)
+    seed("calls", "kill_and_flush", killed.call("GCUnregisterEvent", *good(), 1).bytes)
+    every = open_stream(2, 1)
+    for name in functions():
+        if name not in closing:
+            every.call(name, *good(), *good(), 0, 0, 0, 0, 0, 0)
+    seed("calls", "every_function", every.bytes)
+
+
+for make in (acknowledge_seeds, discovery_seeds, event_seeds, gendc_seeds, text_seeds, port_seeds, call_seeds):
+    make()
