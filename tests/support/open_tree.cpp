@@ -72,6 +72,7 @@ RegisterCamera::Bytes DiscoveryFrom(unsigned char subnet)
 
 OpenTree::OpenTree(const Producer& producer) : camera(Connected(host))
 {
+    camera.SetRegister(0x0938, 600000);     // milliseconds: no heartbeat disturbs a test
     camera.SetRegister(0x0904, 1);          // one stream channel
     camera.SetRegister(0x092C, 0x04000000); // which is capable of RDMA
     camera.SetDiscovery(DiscoveryFrom(0));
