@@ -6,6 +6,7 @@
 #include "support/fake_verbs.h"
 #include "support/trace_capture.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <ostream>
 #include <stdexcept>
@@ -424,6 +425,41 @@ TEST_F(LvEndpointConnection, DeInitEndsTheThreadsEvenIfNothingIsEverFlushed)
     endpoint.DeInit();
     EXPECT_EQ(CountOfProcess("task"), threads);
     EXPECT_THAT(fake.LiveObjects(), UnorderedElementsAre("protection domain"));
+}
+
+TEST_F(LvEndpointConnection, DeInitWaitsAWhileForAFlushThatComesLate)
+{
+    fake.Fail("rdma_disconnect", EINVAL); // so that nothing comes by itself, not even the event
+    LvEndpoint endpoint;
+    StartStreaming(endpoint, 1);
+    fake.WaitForCalls("ibv_poll_cq", 2);
+    std::thread flush;
+    fake.OnCall(
+        "ibv_post_recv",
+        [&] {
+            flush = std::thread([this] {
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                fake.RaiseCompletion(0, IBV_WC_WR_FLUSH_ERR, IBV_WC_RECV, 0);
+            });
+        },
+        2);
+    endpoint.DeInit();
+    flush.join();
+    EXPECT_TRUE(LvEndpointAccess::Stopped(endpoint));
+    EXPECT_EQ(fake.Count("ibv_get_cq_event"), 2) << "the ready message, then the flush";
+}
+
+TEST_F(LvEndpointConnection, ItsOwnDescriptorMayBeNumberZeroAndIsClosedOnExec)
+{
+    const int standardInput = dup(0);
+    fake.OnCall("ibv_req_notify_cq", [] { close(0); });
+    LvEndpoint endpoint;
+    ASSERT_TRUE(endpoint.Init(&address));
+    EXPECT_EQ(fcntl(0, F_GETFD), FD_CLOEXEC);
+    endpoint.DeInit();
+    EXPECT_EQ(fcntl(0, F_GETFD), -1) << "it ended the completion thread, and is gone";
+    dup2(standardInput, 0);
+    close(standardInput);
 }
 
 TEST_F(LvEndpointConnection, DeInitOfAConnectionWithoutBlocksPostsNothing)
