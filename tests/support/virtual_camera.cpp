@@ -2,6 +2,7 @@
 // The virtual camera on a host of its own, one virtual cable away from the test.
 #include "support/virtual_camera.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -42,13 +43,25 @@ std::string RdmaFolder()
 VirtualCamera::VirtualCamera(const std::vector<std::string>& arguments) : m_folder(MakeFolder())
 {
     m_host.Connect("host0", "10.77.0.1/24", "cam0", std::string(address) + "/24");
-    std::vector<std::string> command = {NQ_CAMERA_PATH, "--address", address, "--control", m_folder + "/control"};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    m_process = std::make_unique<ChildProcess>(command, Environment(), &m_host);
+    m_command = {NQ_CAMERA_PATH, "--address", address, "--control", m_folder + "/control"};
+    m_command.insert(m_command.end(), arguments.begin(), arguments.end());
+    Start();
+}
+
+void VirtualCamera::Start()
+{
+    m_process = std::make_unique<ChildProcess>(m_command, Environment(), &m_host);
     if (!m_process->WaitForOutput("ready", std::chrono::seconds(20)))
     {
         throw std::runtime_error("the virtual camera did not become ready:\n" + m_process->Output());
     }
+}
+
+void VirtualCamera::Kill()
+{
+    m_process->Signal(SIGKILL);
+    m_process->WaitForExit(std::chrono::seconds(20));
+    m_process.reset();
 }
 
 VirtualCamera::~VirtualCamera()

@@ -30,6 +30,12 @@ class VirtualCamera
     /// Switches a fault on at run time, as --fault does at the start.
     void Fault(const std::string& name) const;
 
+    /// Ends the camera without a farewell, as a power cut does.
+    void Kill();
+
+    /// Starts the camera again, on the same host and with the same arguments.
+    void Start();
+
     /// Environment for further programs of the test that speak to this camera by software RDMA.
     std::vector<std::string> Environment() const;
 
@@ -40,6 +46,7 @@ class VirtualCamera
 
   private:
     std::string m_folder;
+    std::vector<std::string> m_command;
     Host m_host;
     std::unique_ptr<ChildProcess> m_process;
 };
