@@ -70,14 +70,18 @@ TEST_F(EntryTree, EveryKindOfModuleIsServedByThePortCalls)
 
 TEST_F(EntryTree, ABufferHandleHasNoPort)
 {
-    void* const buffer = Announce();
-    uint32_t word = 0;
-    size_t size = sizeof(word);
-    EXPECT_EQ(producer.GCReadPort(buffer, 0, &word, &size), -1003);
-    EXPECT_EQ(producer.LastErrorText(), "GC_ERR_NOT_IMPLEMENTED");
-    EXPECT_EQ(producer.GCWritePort(buffer, 0, &word, &size), -1003);
-    EXPECT_EQ(producer.GCGetNumPortURLs(buffer, &word), -1003);
-    EXPECT_EQ(producer.GCRegisterEvent(buffer, 1, nullptr), -1003);
+    void* announced = nullptr;
+    ASSERT_EQ(producer.DSAnnounceBuffer(tree.stream, &announced, sizeof(announced), nullptr, &announced), 0);
+    for (void* const buffer : {announced, Announce()})
+    {
+        uint32_t word = 0;
+        size_t size = sizeof(word);
+        EXPECT_EQ(producer.GCReadPort(buffer, 0, &word, &size), -1003);
+        EXPECT_EQ(producer.LastErrorText(), "GC_ERR_NOT_IMPLEMENTED");
+        EXPECT_EQ(producer.GCWritePort(buffer, 0, &word, &size), -1003);
+        EXPECT_EQ(producer.GCGetNumPortURLs(buffer, &word), -1003);
+        EXPECT_EQ(producer.GCRegisterEvent(buffer, 1, nullptr), -1003);
+    }
 }
 
 TEST_F(EntryTree, ARevokedBufferIsAnInvalidHandle)
@@ -413,7 +417,7 @@ TEST(EntryTreeAtExit, AProcessMayEndWithADeviceOpenAndItsThreadsRunning)
     EXPECT_EXIT(
         {
             static const Producer producer;
-            static const OpenTree tree(producer);
+            static const OpenTree tree(producer, 0);
             std::exit(0);
         },
         testing::ExitedWithCode(0), "");

@@ -94,7 +94,7 @@ TEST_F(ProcessEnd, AnOpenCameraWithItsHeartbeatMayBeLeftBehind)
     EXPECT_EXIT(
         {
             g_producer = new Producer;
-            new OpenTree(*g_producer);
+            new OpenTree(*g_producer, 0);
             std::exit(0);
         },
         testing::ExitedWithCode(0), "");

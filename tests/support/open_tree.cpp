@@ -70,9 +70,9 @@ RegisterCamera::Bytes DiscoveryFrom(unsigned char subnet)
     return body;
 }
 
-OpenTree::OpenTree(const Producer& producer) : camera(Connected(host))
+OpenTree::OpenTree(const Producer& producer, std::uint32_t heartbeatMs) : camera(Connected(host))
 {
-    camera.SetRegister(0x0938, 600000);     // milliseconds: no heartbeat disturbs a test
+    camera.SetRegister(0x0938, heartbeatMs);
     camera.SetRegister(0x0904, 1);          // one stream channel
     camera.SetRegister(0x092C, 0x04000000); // which is capable of RDMA
     camera.SetDiscovery(DiscoveryFrom(0));

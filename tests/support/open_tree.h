@@ -6,6 +6,7 @@
 #include "support/producer.h"
 #include "support/register_camera.h"
 
+#include <cstdint>
 #include <string>
 
 namespace nq::test
@@ -17,11 +18,11 @@ RegisterCamera::Bytes DiscoveryFrom(unsigned char subnet);
 
 /// Makes a camera at 10.9.0.2/24, the test's own adapter being "cam0" at 10.9.0.1, and opens system, interface, device
 /// and data stream. Throws std::runtime_error when one of them does not open. Closes nothing: a test ends the library
-/// as it likes.
+/// as it likes. The heartbeat comes twice in `heartbeatMs`, 0: without a pause.
 class OpenTree
 {
   public:
-    explicit OpenTree(const Producer& producer);
+    explicit OpenTree(const Producer& producer, std::uint32_t heartbeatMs = 600000);
 
     Host host;
     RegisterCamera camera; ///< on `host`

@@ -7,6 +7,7 @@
 
 #include <cstdarg>
 #include <dlfcn.h>
+#include <map>
 #include <string>
 #include <thread>
 
@@ -162,6 +163,34 @@ TEST(LoggerC, NothingIsReachedThroughTheSlotsOfAnUnloadedLibrary)
     EXPECT_FALSE(NQLEnableWindbg(true));
     EXPECT_FALSE(NQLSetGlobalDebugLevel(1));
     NQLClose();
+}
+
+std::string LibraryWithout(const std::string& function)
+{
+    return NQ_BINARY_DIR "/tests/support/fake_logger/" + function + "/libNQLogLinux.so.1";
+}
+
+TEST(LoggerC, ALibraryThatLacksAnyOfTheSevenFunctionsIsRefused)
+{
+    const auto slots = [] {
+        return std::map<std::string, bool>{{"NQLInit", g_pFnInit != nullptr},
+                                           {"NQLClose", g_pFnClose != nullptr},
+                                           {"NQLRegisterModule", g_pFnRegisterModule != nullptr},
+                                           {"NQLEnableFileLogging", g_pFnEnableFileLogging != nullptr},
+                                           {"NQLEnableWindbg", g_pFnEnableWindbg != nullptr},
+                                           {"NQLSetGlobalDebugLevel", g_pFnSetGlobalDebugLevel != nullptr},
+                                           {"NQLTraceA", g_pFnTraceA != nullptr}};
+    };
+    for (const auto& [lacking, unused] : slots())
+    {
+        const FakeLogger incomplete(LibraryWithout(lacking));
+        EXPECT_EQ(OpenDLL(), 0xFFFFFFFFU) << lacking;
+        for (const auto& [name, found] : slots())
+        {
+            EXPECT_EQ(found, name != lacking) << name << " of a library without " << lacking;
+        }
+        CloseDLL();
+    }
 }
 
 TEST(LoggerC, HandleAndSlotsKeepTheirValuesAfterAFailedLoad)

@@ -69,36 +69,46 @@ void FakeLoggerClear(void)
     pthread_mutex_unlock(&g_mutex);
 }
 
+#ifndef NQ_LACKS_NQLInit
 bool NQLInit(void)
 {
     Add("NQLInit");
     return g_initResult;
 }
+#endif
 
+#ifndef NQ_LACKS_NQLClose
 void NQLClose(void)
 {
     Add("NQLClose");
 }
+#endif
 
+#ifndef NQ_LACKS_NQLRegisterModule
 bool NQLRegisterModule(const char* module, unsigned int id)
 {
     Add("NQLRegisterModule %s %u", module, id);
     return true;
 }
+#endif
 
+#ifndef NQ_LACKS_NQLEnableFileLogging
 bool NQLEnableFileLogging(bool enable, const char* fileName)
 {
     Add("NQLEnableFileLogging %s %s", Bool(enable), fileName);
     return true;
 }
+#endif
 
+#ifndef NQ_LACKS_NQLEnableWindbg
 bool NQLEnableWindbg(bool enable)
 {
     Add("NQLEnableWindbg %s", Bool(enable));
     return true;
 }
+#endif
 
-#ifndef NQ_FAKE_LOGGER_INCOMPLETE
+#ifndef NQ_LACKS_NQLSetGlobalDebugLevel
 bool NQLSetGlobalDebugLevel(unsigned long level)
 {
     Add("NQLSetGlobalDebugLevel %lu", level);
@@ -106,9 +116,11 @@ bool NQLSetGlobalDebugLevel(unsigned long level)
 }
 #endif
 
+#ifndef NQ_LACKS_NQLTraceA
 void NQLTraceA(const char* module, unsigned long level, const char* format, va_list arguments)
 {
     char prefix[64];
     snprintf(prefix, sizeof(prefix), "%s %lu ", module, level);
     AddArguments(prefix, format, arguments);
 }
+#endif
