@@ -87,9 +87,9 @@ class CommandBytes : public testing::Test
     std::vector<Sent> Commands()
     {
         std::vector<std::string> fields = addressFields;
-        fields.insert(fields.end(), {"udp.payload", "gvcp.message_key_code", "gvcp.cmd.command", "gvcp.cmd.req_id",
-                                     "gvcp.cmd.payloadlength", "gvcp.cmd.readmem.count", "_ws.col.Info",
-                                     "_ws.malformed", "_ws.expert.message"});
+        fields.insert(fields.end(), {"udp.payload", "gvcp.message_key_code", "gvcp.cmd.flags", "gvcp.cmd.command",
+                                     "gvcp.cmd.req_id", "gvcp.cmd.payloadlength", "gvcp.cmd.readmem.count",
+                                     "_ws.col.Info", "_ws.malformed", "_ws.expert.message"});
         std::vector<Sent> sent;
         for (const Packet& packet : Dissect(capture->Finish(), "ip.src == 10.9.0.1 && udp.dstport == 3956", fields))
         {
@@ -97,6 +97,7 @@ class CommandBytes : public testing::Test
             EXPECT_EQ(packet.at("_ws.malformed"), "") << bytes;
             EXPECT_EQ(packet.at("_ws.expert.message"), "") << bytes;
             EXPECT_EQ(packet.at("gvcp.message_key_code"), "0x42") << bytes;
+            EXPECT_EQ(packet.at("gvcp.cmd.flags"), packet.at("gvcp.cmd.command") == "0x0002" ? "0x11" : "0x01");
             EXPECT_EQ(std::stoul(packet.at("gvcp.cmd.payloadlength"), nullptr, 16), bytes.size() / 2 - 8) << bytes;
             sent.push_back({bytes, Reading(packet)});
         }
