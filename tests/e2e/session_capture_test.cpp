@@ -61,10 +61,16 @@ class Session
         std::size_t size = sizeof id;
         ASSERT_EQ(m_gentl.TLGetInterfaceID(m_system, 0, id, &size), 0);
         ASSERT_EQ(m_gentl.TLOpenInterface(m_system, id, &m_interface), 0);
-        ASSERT_EQ(m_gentl.IFUpdateDeviceList(m_interface, nullptr, 500), 0);
+        ASSERT_EQ(m_gentl.IFUpdateDeviceList(m_interface, nullptr, 2000), 0);
         size = sizeof id;
         ASSERT_EQ(m_gentl.IFGetDeviceID(m_interface, 0, id, &size), 0);
-        ASSERT_EQ(m_gentl.IFOpenDevice(m_interface, id, GenTL::DEVICE_ACCESS_CONTROL, &m_device), 0);
+        int opened = -1005;
+        for (int attempt = 0; attempt < 20 && opened == -1005;
+             ++attempt) // its 100 ms may be too short on a busy machine
+        {
+            opened = m_gentl.IFOpenDevice(m_interface, id, GenTL::DEVICE_ACCESS_CONTROL, &m_device);
+        }
+        ASSERT_EQ(opened, 0);
         ASSERT_EQ(m_gentl.DevGetPort(m_device, &m_port), 0);
     }
 
