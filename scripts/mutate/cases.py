@@ -124,7 +124,7 @@ class Lines:
                 record = json.load(file)
             if record["key"] == key:
                 return record["cases"]
-        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        with concurrent.futures.ThreadPoolExecutor(2 * os.cpu_count()) as pool:
             cases = dict(pool.map(self._measure, list_cases(self._build, program)))
         with open(path, "w", encoding="utf-8") as file:
             json.dump({"key": key, "cases": cases}, file)
@@ -133,13 +133,15 @@ class Lines:
     def _measure(self, case):
         with tempfile.TemporaryDirectory(dir="/dev/shm") as folder:
             start = time.monotonic()
-            code = run_case(self._build, case, self._replaced, 300, folder)
+            passed = run_case(self._build, case, self._replaced, 300, folder) == 0
             seconds = time.monotonic() - start
+            # One that fails on a busy machine only is no failing case.
+            passed = passed or run_case(self._build, case, self._replaced, 300, folder) == 0
             places = set().union(*(library.executed(f"{folder}/{name}") for name, library in self._libraries.items()))
         lines = {}
         for file, line in sorted(places):
             lines.setdefault(file, []).append(line)
-        return case, {"passed": code == 0, "seconds": seconds, "lines": lines}
+        return case, {"passed": passed, "seconds": seconds, "lines": lines}
 
     def _take(self, cases):
         for case, result in cases.items():

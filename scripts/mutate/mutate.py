@@ -171,7 +171,7 @@ def try_all(sample, mutants, wanted, attempt):
     """Tries mutants in their order until wanted of them are valid. (number of killed, number of survivors)."""
     killed, survived, log = 0, 0, []
     remaining = iter(mutants)
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+    with concurrent.futures.ThreadPoolExecutor(2 * os.cpu_count()) as pool:
         while killed + survived < wanted:
             batch = [m for _, m in zip(range(wanted - killed - survived), remaining)]
             if not batch:
