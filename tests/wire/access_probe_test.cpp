@@ -107,9 +107,11 @@ TEST_F(AccessProbe, TheStatusRegisterReadsZeroForAFreeCameraWhileTheInfoGivesOne
 
 TEST_F(AccessProbe, ACameraThatIsListedButPoweredOffGivesZero)
 {
+    const TraceCapture trace;
     peer.Otherwise(gvcp::Silent());
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(Status(), 0u);
+    EXPECT_THAT(trace.At(2), IsEmpty()) << "no answer is no wrong answer";
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(99));
     EXPECT_TRUE(peer.WaitForCount(1));
     EXPECT_EQ(peer.Received().size(), 1u) << "one attempt";
@@ -125,8 +127,13 @@ TEST_F(AccessProbe, TheListAnswersWhileACameraIsAsked)
     ExpectStatus(2u);
 }
 
-TEST_F(AccessProbe, AFailedSendGivesZero)
+TEST_F(AccessProbe, AFailedSendGivesZeroAndTakesNoAnswer)
 {
+    peer.Otherwise(gvcp::Silent());
+    EXPECT_EQ(Status(), 0u);
+    ASSERT_TRUE(peer.WaitForCount(1));
+    peer.Send({0, 0, 0, 0x81, 0, 4, 0, 1, 0, 0, 0, 2}, "10.9.0.1", peer.Received()[0].senderPort);
+    peer.AwaitPath("10.9.0.1");
     Shell("ip link del cam0");
     EXPECT_EQ(Status(), 0u);
 }
