@@ -150,6 +150,18 @@ TEST_F(Discovery, TextsThatFillTheirFieldsAreUnterminatedAndKeptWithinThem)
     EXPECT_EQ(camera.specVersionMinor, 1);
 }
 
+TEST_F(Discovery, BytesBehindTheEndOfATextAreNotKept)
+{
+    m_record.manufacturer = std::string("ab\0cd", 5);
+    m_record.userDefinedName = std::string("\0rest of an older name", 16);
+    Answers({Acknowledge(m_record.Body())});
+    ASSERT_EQ(Discover(), 0);
+    ASSERT_THAT(m_found, SizeIs(1));
+    const NQGigE_CAMERA& camera = m_found[0];
+    EXPECT_EQ(std::string(camera.manufacturer, 32), "ab" + std::string(30, '\0'));
+    EXPECT_EQ(std::string(camera.userDefinedName, 16), std::string(16, '\0'));
+}
+
 TEST_F(Discovery, ShortAnswerReadsAsZeroBehindItsEnd)
 {
     Answers({Short(60, Acknowledge(m_record.Body()))});
