@@ -51,6 +51,13 @@ NQGevDataStream::NQGevDataStream(NQGevRemoteDevice* device, unsigned int index, 
 NQGevDataStream::~NQGevDataStream()
 {
     NQGevDataStream::DoClose();
+    // A stream that was opened while it ran does not count as started, so DoClose has not stopped it. Its thread waits
+    // for a frame until the connection goes.
+    m_thread->Stop();
+    if (const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma())
+    {
+        endpoint->Disconnect();
+    }
     m_thread->WaitForEnd();
     SetRdma(nullptr);
     m_thread.reset();

@@ -372,6 +372,16 @@ TEST_F(GevDataStream, TheDestructorStopsARunningStreamAndWaitsForItsThread)
     EXPECT_THAT(fake.LiveObjects(), IsEmpty());
 }
 
+TEST_F(GevDataStream, AStreamThatWasOpenedWhileItRanNeitherStartsNorStopsAndStillEnds)
+{
+    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+    ASSERT_EQ(stream->Open(), 0); // from here on it does not count as started
+    EXPECT_EQ(stream->StopAcquisition(0), -1004);
+    EXPECT_EQ(stream->StartAcquisition(0, infinite), -1004);
+    stream.reset();
+    EXPECT_THAT(fake.LiveObjects(), testing::IsEmpty());
+}
+
 TEST_F(GevDataStream, AfterADisconnectByTheCameraTheLoopRunsOnUntilTheStop)
 {
     Run(1);
