@@ -110,6 +110,7 @@ Bytes Acknowledge(FuzzInput& input)
     std::memcpy(datagram.data() + 18, "\x02\x00\x00\x00\x00", 5);
     datagram[23] = input.Byte();
     std::memcpy(datagram.data() + 44, "\x0A\x09\x00\x02", 4);
+    std::memcpy(datagram.data() + 60, "\xFF\xFF\xFF\x00", 4);
     std::memcpy(datagram.data() + 80, "Maker", 5);
     std::memcpy(datagram.data() + 112, "Model", 5);
     std::memcpy(datagram.data() + 144, "3.1.0", 5);
@@ -206,6 +207,7 @@ void Scan(NQGevInterface& interface, std::vector<Listed>& list, FuzzInput& input
     });
     bool changed = false;
     Require(interface.UpdateDeviceList(&changed, 300) == 0, "a scan always succeeds");
+    FakeNetwork::Instance().React(nullptr);
     std::vector<Listed> found;
     for (const Bytes& answer : answers)
     {

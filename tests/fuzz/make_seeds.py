@@ -213,6 +213,9 @@ def call_seeds():
     for stop in (0, 1):
         restart.call("DSStartAcquisition", *good(), INFINITE).call("DSStopAcquisition", *good(), stop)
     seed("calls", "start_stop_twice", restart.bytes)
+    opened = open_stream(2, 1).call("DSClose", *good()).call("DSStartAcquisition", *good(), INFINITE)
+    opened.call("DevOpenDataStream", *good(), RIGHT_ID, WITH_OUTPUT).call("DSStartAcquisition", *good(), INFINITE)
+    seed("calls", "opened_while_started", opened.call("DSStopAcquisition", *good(), 0).call("DevClose", 0, *good()).bytes)
     lists = open_stream(4, 3)
     for operation in (0, 3, 2, 0, 4, 1):
         lists.call("DSFlushQueue", *good(), operation + 1).call("EventGetData", *good(), 0, 0)

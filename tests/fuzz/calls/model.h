@@ -56,6 +56,7 @@ struct Module
     // Stream
     bool open = false;
     bool started = false;
+    bool connected = false; ///< From a start to a stop. A closed stream that is started stays so when it is opened.
     std::vector<void*> announced; ///< Buffers by handle.
     std::deque<void*> input;
 

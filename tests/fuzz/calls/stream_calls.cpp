@@ -6,6 +6,16 @@
 
 namespace nq::fuzz
 {
+namespace
+{
+
+void Stop(Module& stream, bool stopped)
+{
+    stream.started = stream.started && !stopped;
+    stream.connected = stream.connected && !stopped;
+}
+
+} // namespace
 
 void Caller::DSAnnounceBuffer()
 {
@@ -129,8 +139,9 @@ void Caller::DSStartAcquisition()
     {
         return;
     }
-    Expect("DSStartAcquisition", result, frames == 0 ? -1009 : stream->started ? -1004 : 0);
+    Expect("DSStartAcquisition", result, frames == 0 ? -1009 : stream->started || stream->connected ? -1004 : 0);
     stream->started = stream->started || result == 0;
+    stream->connected = stream->connected || result == 0;
 }
 
 void Caller::DSStopAcquisition()
@@ -143,7 +154,7 @@ void Caller::DSStopAcquisition()
     if (Reaches("DSStopAcquisition", result, stream != nullptr))
     {
         Expect("DSStopAcquisition", result, flags > 1 ? -1003 : stream->started ? 0 : -1004);
-        stream->started = stream->started && result != 0;
+        Stop(*stream, result == 0);
     }
 }
 
@@ -197,7 +208,7 @@ void Caller::DSClose()
     if (Reaches("DSClose", result, stream != nullptr))
     {
         Expect("DSClose", result, stream->open ? 0 : -1001);
-        stream->started = stream->started && !stream->open;
+        Stop(*stream, stream->open && stream->started);
         stream->open = false;
     }
 }
