@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # two_hosts.sh COMMAND...: inside a fresh network namespace, makes a second one joined by a virtual cable and starts the
-# virtual camera there (10.77.0.2; arguments in CAMERA_ARGUMENTS), then runs COMMAND here (10.77.0.1). Everything ends with
-# this script. Both hosts use the software RDMA of build/.
+# virtual camera there (10.77.0.2 and MORE_CAMERA_ADDRESSES; arguments in CAMERA_ARGUMENTS), then runs COMMAND here
+# (10.77.0.1). Everything ends with this script. Both hosts use the software RDMA of build/.
 set -euo pipefail
 ip link set lo up
 work=$(mktemp -d)
@@ -23,6 +23,9 @@ ip link set cam0 netns "$holder"
 ip addr add 10.77.0.1/24 brd + dev host0
 ip link set host0 up
 nsenter -t "$holder" -n sh -c 'ip link set lo up; ip addr add 10.77.0.2/24 brd + dev cam0; ip link set cam0 up'
+for more in ${MORE_CAMERA_ADDRESSES:-}; do
+    nsenter -t "$holder" -n ip addr add "$more/24" brd + dev cam0
+done
 
 export NQ_RDMA_LOOPBACK_DIR=$work/rdma LD_PRELOAD=$PWD/build/libnq_rdma_loopback.so
 mkdir -p "$NQ_RDMA_LOOPBACK_DIR"
