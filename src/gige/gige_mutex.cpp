@@ -7,16 +7,6 @@ namespace GigETL
 
 tMutexLock lock;
 
-tMutexLock::tMutexLock()
-{
-    pthread_mutex_init(&mMutex, nullptr);
-}
-
-tMutexLock::~tMutexLock()
-{
-    pthread_mutex_destroy(&mMutex);
-}
-
 void tMutexLock::lock()
 {
     pthread_mutex_lock(&mMutex);

@@ -9,12 +9,12 @@
 namespace GigETL
 {
 
-/// A plain, non-recursive mutex with default attributes. Use it through NQLock.
+/// A plain, non-recursive mutex with default attributes. Use it through NQLock. Nothing is destroyed with it: there is
+/// nothing to give back, and a heartbeat that nobody ended may still take the lock while the process exits.
 class NQ_CAPABILITY("mutex") tMutexLock
 {
   public:
-    tMutexLock();
-    ~tMutexLock();
+    tMutexLock() = default;
     tMutexLock(const tMutexLock&) = delete;
     tMutexLock& operator=(const tMutexLock&) = delete;
 
@@ -22,7 +22,7 @@ class NQ_CAPABILITY("mutex") tMutexLock
     void unlock() NQ_RELEASE();
 
   private:
-    pthread_mutex_t mMutex;
+    pthread_mutex_t mMutex = PTHREAD_MUTEX_INITIALIZER;
 };
 
 /// Held from the building of a command to the check of its answer, for all cameras: request ids are matched against the
