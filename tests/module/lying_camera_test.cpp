@@ -219,7 +219,9 @@ TEST_F(LyingCamera, SixtyFiveThousandChannelsOfEachKindAre512)
     EXPECT_STREQ(id, "Stream:511");
     EXPECT_EQ(producer.DevGetDataStreamID(device, 512, id, &size), -1017);
     EXPECT_EQ(producer.DevClose(device), 0);
-    EXPECT_EQ(Count(0x82), 3U) << "one message port is closed, and the privilege given back twice";
+    // One message port is closed and the privilege given back twice, each asked again when the answer is late.
+    EXPECT_GE(Count(0x82), 3U);
+    EXPECT_LE(Count(0x82), 12U);
 }
 
 TEST_F(LyingCamera, RegistersThatChangeBetweenReadsAreBelievedOnceEach)
