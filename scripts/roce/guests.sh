@@ -17,12 +17,13 @@ cable_is_there() { [ -n "$(ss -Hltn "sport = :$cable_port")" ]; }
 boot() {
     local guest=$1 end=$2 mac=$3 box=$logs/$1
     shift 3
+    rm -rf "$box"
     mkdir -p "$box"
     printf '%s\n' "$@" >"$box/addresses"
     pwd >"$box/tree"
     cp scripts/roce/guest.sh "$box/"
     timeout "$guest_seconds" qemu-system-x86_64 -accel tcg,thread=multi -cpu max -smp 1 -m 1536 -nographic -no-reboot \
-        -kernel "$logs/kernel/vmlinuz" -initrd "$logs/kernel/initrd.gz" -append "console=ttyS0 panic=-1 quiet" \
+        -kernel "$logs/kernel/vmlinuz" -initrd "$logs/kernel/initrd.gz" -append "console=ttyS0 panic=-1 quiet no_timer_check" \
         -virtfs local,path=/,mount_tag=root,security_model=none,readonly=on,multidevs=remap \
         -virtfs "local,path=$box,mount_tag=box,security_model=none" \
         -netdev "socket,id=cable,$end=127.0.0.1:$cable_port" \
@@ -40,12 +41,13 @@ serve_here() {
     orders[$1]=0
 }
 
-wait_until_up() {
-    local guest
-    for guest in "$@"; do
-        wait_for 180 test -e "$logs/$guest/up" || fail "the guest \"$guest\" did not start; see $logs/$guest.log"
-    done
+# is_up GUEST: waits until it takes orders; false when it ends before, or takes too long.
+is_up() {
+    wait_for 180 up_or_gone "$1" || return 1
+    [ -e "$logs/$1/up" ]
 }
+
+up_or_gone() { [ -e "$logs/$1/up" ] || ! kill -0 "${serving[$1]}" 2>/dev/null; }
 
 # wait_for SECONDS COMMAND...: tries until the command succeeds.
 wait_for() {
@@ -126,4 +128,5 @@ end_guests() {
         kill "${serving[$guest]}" 2>/dev/null || continue
         wait "${serving[$guest]}" 2>/dev/null || true
     done
+    serving=()
 }
