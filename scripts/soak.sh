@@ -16,7 +16,8 @@ need_namespaces
 NQ_TARGETS="soak nq-gev-camera nq_rdma_loopback" build build -DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld
 rm -rf out/soak
 mkdir -p out/soak
-# One camera for each phase that opens one.
+# One camera for each phase that opens one. They keep their host for an hour unheard: one beat that comes too late on a busy
+# machine would end a run of many minutes.
 export MORE_CAMERA_ADDRESSES="10.77.0.3 10.77.0.4"
-export CAMERA_ARGUMENTS="--count 3 --serial SOAK0 --width 64 --height 64 --fps 0"
+export CAMERA_ARGUMENTS="--count 3 --serial SOAK0 --width 64 --height 64 --fps 0 --heartbeat 3600000"
 exec unshare --net scripts/two_hosts.sh /usr/bin/python3 scripts/soak.py "$minutes" build/tests/soak out/soak
