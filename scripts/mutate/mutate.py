@@ -167,9 +167,9 @@ class Sample:
                          for line in text.decode().splitlines())
 
 
-def try_all(sample, mutants, wanted, attempt):
+def try_all(sample, mutants, wanted, attempt, log):
     """Tries mutants in their order until wanted of them are valid. (number of killed, number of survivors)."""
-    killed, survived, log = 0, 0, []
+    killed, survived = 0, 0
     remaining = iter(mutants)
     with concurrent.futures.ThreadPoolExecutor(2 * os.cpu_count()) as pool:
         while killed + survived < wanted:
@@ -181,12 +181,12 @@ def try_all(sample, mutants, wanted, attempt):
                 name = sample.names[trial.mutant]
                 killed += fate == "killed"
                 survived += fate == "survived"
-                log.append(f"{name} {fate} {trial.killer or ''}\n{sample.difference(trial.mutant)}")
+                print(f"{name} {fate} {trial.killer or ''}\n{sample.difference(trial.mutant)}", file=log, flush=True)
                 if fate == "survived":
                     print(f"{name} survived {trial.ran} cases\n{sample.difference(trial.mutant)}", flush=True)
                 elif fate == "killed" and killed % 10 == 0:
                     print(f"{killed} killed so far", flush=True)
-    return killed, survived, log
+    return killed, survived
 
 
 def main():
@@ -213,8 +213,8 @@ def main():
         shutil.rmtree(folder)
         return fate, trial
 
-    killed, survived, log = try_all(sample, mutants, wanted, attempt)
-    pathlib.Path(given.folder, f"{given.area}.log").write_text("\n".join(log) + "\n", encoding="utf-8")
+    with open(f"{given.folder}/{given.area}.log", "w", encoding="utf-8") as log:
+        killed, survived = try_all(sample, mutants, wanted, attempt, log)
     count = killed + survived
     percent = 100 * killed / count if count else 0
     print(f"{count} mutants, {killed} killed ({percent:.0f} %), {survived} survived")
