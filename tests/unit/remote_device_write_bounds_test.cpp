@@ -61,7 +61,7 @@ TEST(RemoteDeviceWriteBounds, NoWriteCopiesPastItsOwnBlock)
     NQGevRemoteDevice device(&tl, nq::test::LoopbackCamera(), 3, nullptr);
     ASSERT_EQ(device.Open(), 0);
     const std::vector<unsigned char> memory(2048, 0x77);
-    for (const unsigned long given : {1, 2, 3, 4, 5, 7, 509, 511, 512, 513, 514, 515, 516, 1021, 1025})
+    for (const unsigned long given : {1UL, 2UL, 3UL, 4UL, 5UL, 7UL, 509UL, 511UL, 512UL, 513UL, 516UL, 1021UL, 1025UL})
     {
         unsigned long size = given;
         EXPECT_EQ(device.WritePort(0x9000, memory.data(), &size), 0) << given;
