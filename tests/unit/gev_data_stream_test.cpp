@@ -1,8 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 // The RDMA data stream between a camera that is a map of registers and a scripted device: start, frames, stop, restart.
 #include "support/data_stream_fixture.h"
+#include "support/private_member.h"
 
 #include <gmock/gmock.h>
+
+namespace nq::test
+{
+struct StoredValue
+{
+    using Type = std::uint64_t NQRMAXThreadAcquisition::*;
+    friend Type Get(StoredValue);
+};
+template struct Reveal<StoredValue, &NQRMAXThreadAcquisition::m_value>;
+} // namespace nq::test
 
 using nq::test::CountOfProcess;
 using nq::test::GenDCFrame;
@@ -308,6 +319,7 @@ TEST_F(GevDataStream, TheAcquisitionThreadStartsOnceWithAValueAndIsToldToStop)
     const long threads = CountOfProcess("task");
     thread.StartAcquisition(5);
     thread.StartAcquisition(6);
+    EXPECT_EQ(thread.*Get(nq::test::StoredValue{}), 5U);
     EXPECT_EQ(CountOfProcess("task"), threads + 1);
     thread.Stop();
     thread.WaitForEnd();
@@ -315,6 +327,7 @@ TEST_F(GevDataStream, TheAcquisitionThreadStartsOnceWithAValueAndIsToldToStop)
     EXPECT_TRUE(thread.IsRunning()) << "until it is waited for";
     thread.Wait();
     thread.StartAcquisition(7);
+    EXPECT_EQ(thread.*Get(nq::test::StoredValue{}), 7U);
     EXPECT_EQ(CountOfProcess("task"), threads + 1) << "the flag of the stop was cleared";
 }
 
