@@ -81,6 +81,21 @@ TEST(Wait, TimeLeftIsWrittenBack)
     EXPECT_TRUE(time.tv_sec < 999 || time.tv_usec < 980001);
 }
 
+TEST(Wait, TimeLeftBelowASecondIsWrittenBack)
+{
+    const Pair pair;
+    ASSERT_EQ(send(pair.ends[1], "x", 1, 0), 1);
+    timeval time{};
+    // A busy machine may need a second for one call, but hardly for each.
+    for (int attempt = 0; attempt < 20 && time.tv_usec == 0; ++attempt)
+    {
+        time = {0, 999999};
+        EXPECT_EQ(GigETL::waitReadable(pair.ends[0], &time), 1);
+        EXPECT_EQ(time.tv_sec, 0);
+    }
+    EXPECT_GT(time.tv_usec, 0);
+}
+
 TEST(Wait, NegativeTimeIsRefusedAtOnce)
 {
     const Pair pair;
