@@ -19,6 +19,10 @@ void CameraMap::store(const NQGigE_CAMERA& camera)
     auto copy = std::make_unique<NQGigE_CAMERA>(camera);
     copy->reserved = 0;
     const NQLock guard(mLock);
+    if (mRecords.size() >= mostRecords && mRecords.count(camera.ipAddress) == 0)
+    {
+        return;
+    }
     NQGigE_CAMERA*& entry = mRecords[camera.ipAddress];
     delete entry;
     entry = copy.release();

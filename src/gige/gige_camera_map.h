@@ -5,6 +5,7 @@
 #include "gige/nq_mutex.h"
 #include "gige/nqgige_types.h"
 
+#include <cstddef>
 #include <map>
 
 namespace GigETL
@@ -14,12 +15,15 @@ namespace GigETL
 class CameraMap
 {
   public:
+    static constexpr std::size_t mostRecords = 65536;
+
     CameraMap() = default;
     ~CameraMap();
     CameraMap(const CameraMap&) = delete;
     CameraMap& operator=(const CameraMap&) = delete;
 
     /// Keeps a copy of the record under its address, in place of one that was there. The copy's reserved bytes are 0.
+    /// Beyond `mostRecords` addresses nothing is kept: anybody on the network can answer for any number of cameras.
     void store(const NQGigE_CAMERA& camera);
 
     /// The record of an address, or null. Valid until it is replaced or the map is cleared.
