@@ -263,6 +263,11 @@ TEST_F(FlatFunctions, CameraTakenOutOfTheMapIsTheCallersAgain)
     addCameraToMap(camera.get());
     removeCameraFromMap(camera.get());
     EXPECT_EQ(getCamera(m_handle), nullptr);
+    // The end of another camera of the same handle does not touch it.
+    Open();
+    EXPECT_EQ(closeCamera(m_handle), 0);
+    EXPECT_EQ(Network::mInstanceCounter.load(), 1);
+    EXPECT_EQ(camera->getGigECameraRegister(0x0A00, &m_value), 0);
 }
 
 TEST_F(FlatFunctions, CameraClosedWhileInUseLivesUntilTheUseEnds)
