@@ -112,6 +112,9 @@ using nq::test::VirtualCamera;
 
 class OutOfMemory : public FaultRow
 {
+  protected:
+    // On a machine under load the camera may be late to answer a connection; that is not the failure meant here.
+    void SetUp() override { setenv("NQ_RDMA_LOOPBACK_TIMEOUT_MS", "20000", 1); }
 };
 
 TEST_F(OutOfMemory, AtEachAllocationOfAStartFailsThatStartAlone)

@@ -135,7 +135,12 @@ class OutOfDescriptors : public FaultRow
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     }
 
-    void SetUp() override { ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &m_before), 0); }
+    void SetUp() override
+    {
+        ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &m_before), 0);
+        // On a machine under load the camera may be late to answer a connection; that is not the failure meant here.
+        setenv("NQ_RDMA_LOOPBACK_TIMEOUT_MS", "20000", 1);
+    }
     void TearDown() override { setrlimit(RLIMIT_NOFILE, &m_before); }
 
     rlim_t m_used = 0;
@@ -144,6 +149,10 @@ class OutOfDescriptors : public FaultRow
 
 TEST_F(OutOfDescriptors, FailsTheStartHoweverManyAreLeft)
 {
+    if (NQ_SANITIZED)
+    {
+        GTEST_SKIP() << "the sanitizers check objects through a pipe, and without a descriptor call all of them wrong";
+    }
     const VirtualCamera camera(SmallFrames());
     Consumer consumer;
     ASSERT_NE(consumer.stream, nullptr);
