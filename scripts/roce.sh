@@ -135,7 +135,7 @@ NQ_TARGETS="nq_gev_rdma_tl nq-gev nq-gev-camera roce_restart_test roce_loss_test
     loopback_synchronous_test loopback_completion_test loopback_signals_test" build "${NQ_BUILD:-build}"
 mkdir -p "$logs"
 find "$logs" -mindepth 1 -maxdepth 1 ! -name kernel -exec rm -rf {} +
-trap end_guests EXIT
+trap 'trap "" TERM INT; end_guests' EXIT
 if [ -n "$here" ]; then start_here; else start_guests; fi
 failures=0 count=0
 while read -r -u 3 name where text; do
