@@ -5,6 +5,7 @@
 #include "entry/nq_logger.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_common.h"
+#include "gev/nq_gev_port.h"
 #include "gev/nq_gev_remote_device.h"
 #include "rdma/nq_rdma_thread_acquisition.h"
 #include "rdma/tld_RdmaTL.h"
@@ -75,33 +76,17 @@ bool NQGevDataStream::IsEventImplemented(int type)
 
 GigERDMA::_NQ_GENTL_PORT_INFO NQGevDataStream::GetPortInfo()
 {
-    GigERDMA::_NQ_GENTL_PORT_INFO info;
-    info.id = "NQGenTLGevRDMA";
-    info.vendor = "Nerquil Optic";
-    info.model = "GEVRDMATL";
-    info.tlType = "GEV";
-    info.module = "TLDataStream";
-    info.littleEndian = true;
-    info.accessRead = true;
-    info.accessWrite = true;
-    info.version = "2.5.5";
-    info.portName = "StreamPort";
-    return info;
+    return NQGevPortInfo("TLDataStream", "StreamPort");
 }
 
 GigERDMA::_NQ_GENTL_XML_INFO NQGevDataStream::GetXMLInfo()
 {
-    GigERDMA::_NQ_GENTL_XML_INFO info;
-    info.fileName = g_XmlFileNameDataStream;
-    info.xml = CreateXmlFileDataStream();
-    info.size = info.xml.size() + 1;
-    return info;
+    return NQGevXmlInfo(g_XmlFileNameDataStream, CreateXmlFileDataStream());
 }
 
 std::vector<std::string> NQGevDataStream::GetURLList()
 {
-    const GigERDMA::_NQ_GENTL_XML_INFO info = GetXMLInfo();
-    return {NQGenTLUtil::BuildLocalURL(info.fileName, info.xml, g_XmlAddress)};
+    return NQGevUrlList(GetXMLInfo());
 }
 
 std::string NQGevDataStream::GetId()

@@ -74,7 +74,6 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     bool StartFlow();
     void StartThread();
     void CountFrame(std::uint64_t frameId);
-    int ReadText(void* buffer, const unsigned long* size);
     int ReadInfo32(int command, void* buffer, unsigned long* size);
     int ReadLockedInfo(int command, void* buffer, unsigned long* size);
     int ReadCounter(const std::atomic<std::uint64_t>& counter, void* buffer, unsigned long* size);

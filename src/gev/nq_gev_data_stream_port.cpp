@@ -2,12 +2,11 @@
 // The register port of the data stream.
 #include "gev/nq_gev_data_stream.h"
 
-#include "entry/nq_logger.h"
-#include "gentl/nq_gentl_util.h"
+#include "gev/nq_gev_port.h"
 
 #include <GenTL/GenTL.h>
 #include <algorithm>
-#include <cstring>
+#include <iterator>
 
 namespace
 {
@@ -48,24 +47,18 @@ constexpr unsigned long ReadOnlyRegisters[] = {RegisterMapText,
 
 constexpr std::uint32_t OldestFirst = 0;
 
-int Refuse(const char* operation)
-{
-    NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! GC_ERR_INVALID_PARAMETER", operation);
-    return GenTL::GC_ERR_INVALID_PARAMETER;
-}
-
 } // namespace
 
 int NQGevDataStream::ReadPort(unsigned long address, void* buffer, unsigned long* size)
 {
     if (buffer == nullptr || size == nullptr)
     {
-        return Refuse("ReadPort");
+        return NQGevPortRefused("ReadPort");
     }
     switch (address)
     {
     case RegisterMapText:
-        return ReadText(buffer, size);
+        return NQGevPortReader(buffer, size).Description(GetXMLInfo());
     case StreamID: {
         int type = 0;
         return GetInfo(GenTL::STREAM_INFO_ID, &type, buffer, size);
@@ -73,7 +66,7 @@ int NQGevDataStream::ReadPort(unsigned long address, void* buffer, unsigned long
     case StreamAnnouncedBufferCount:
         return ReadInfo32(GenTL::STREAM_INFO_NUM_ANNOUNCED, buffer, size);
     case StreamBufferHandlingMode:
-        return NQGenTLUtil::CopyInfoUint32(OldestFirst, nullptr, buffer, size);
+        return NQGevPortReader(buffer, size).Number(OldestFirst);
     case StreamAnnounceBufferMinimum:
         return ReadInfo32(GenTL::STREAM_INFO_BUF_ANNOUNCE_MIN, buffer, size);
     case StreamDeliveredFrameCount:
@@ -89,19 +82,12 @@ int NQGevDataStream::ReadPort(unsigned long address, void* buffer, unsigned long
         return ReadCounter(m_reservedCount, buffer, size);
     case PlainValue: {
         const GigERDMA::NQGenTLLock lock(m_moduleLock);
-        return NQGenTLUtil::CopyInfoUint32(m_registerValue, nullptr, buffer, size);
+        return NQGevPortReader(buffer, size).Number(m_registerValue);
     }
     default:
         // Deliberate: the event registers of the map, 0x10100 and 0x10104, are not served either.
         return GenTL::GC_ERR_INVALID_ADDRESS;
     }
-}
-
-int NQGevDataStream::ReadText(void* buffer, const unsigned long* size)
-{
-    const GigERDMA::_NQ_GENTL_XML_INFO info = GetXMLInfo();
-    std::memcpy(buffer, info.xml.c_str(), std::min(*size, info.size));
-    return GenTL::GC_ERR_SUCCESS;
 }
 
 int NQGevDataStream::ReadInfo32(int command, void* buffer, unsigned long* size)
@@ -114,7 +100,7 @@ int NQGevDataStream::ReadInfo32(int command, void* buffer, unsigned long* size)
     {
         return result;
     }
-    return NQGenTLUtil::CopyInfoUint32(static_cast<std::uint32_t>(value), nullptr, buffer, size);
+    return NQGevPortReader(buffer, size).Number(static_cast<std::uint32_t>(value));
 }
 
 int NQGevDataStream::ReadLockedInfo(int command, void* buffer, unsigned long* size)
@@ -131,14 +117,14 @@ int NQGevDataStream::ReadCounter(const std::atomic<std::uint64_t>& counter, void
         const GigERDMA::NQGenTLLock lock(m_moduleLock);
         value = counter;
     }
-    return NQGenTLUtil::CopyInfoUint64(value, nullptr, buffer, size);
+    return NQGevPortReader(buffer, size).LongNumber(value);
 }
 
 int NQGevDataStream::WritePort(unsigned long address, const void* buffer, unsigned long* size)
 {
     if (buffer == nullptr || size == nullptr)
     {
-        return Refuse("WritePort");
+        return NQGevPortRefused("WritePort");
     }
     if (address == StreamBufferHandlingMode)
     {
@@ -147,10 +133,8 @@ int NQGevDataStream::WritePort(unsigned long address, const void* buffer, unsign
     }
     if (address == PlainValue)
     {
-        std::uint32_t value = 0;
-        std::memcpy(&value, buffer, std::min<unsigned long>(*size, sizeof value));
         const GigERDMA::NQGenTLLock lock(m_moduleLock);
-        m_registerValue = value;
+        m_registerValue = NQGevRegisterValue(buffer, *size);
         return GenTL::GC_ERR_SUCCESS;
     }
     if (std::find(std::begin(ReadOnlyRegisters), std::end(ReadOnlyRegisters), address) != std::end(ReadOnlyRegisters))
