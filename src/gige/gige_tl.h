@@ -3,7 +3,7 @@
 #pragma once
 
 #include "gige/gige_camera.h"
-#include "gige/nq_mutex.h"
+#include "sync/nq_mutex.h"
 
 #include <map>
 

@@ -2,7 +2,7 @@
 // A general socket object for the interface modules and the message channels.
 #pragma once
 
-#include "gige/nq_mutex.h"
+#include "sync/nq_mutex.h"
 
 #include <condition_variable>
 #include <netinet/in.h>
