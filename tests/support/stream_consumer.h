@@ -323,6 +323,18 @@ struct Holdings
     }
 };
 
+/// The acquisition thread leaves a while after a stop, and any thread a moment after it was joined: waits until no more
+/// than `count` are left.
+inline long ThreadsDownTo(long count)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (Count("task") > count && std::chrono::steady_clock::now() < deadline)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return Count("task");
+}
+
 /// What the process holds once that is no more than `idle`, as the acquisition thread and the peer take a while to go;
 /// what is still there after 20 s otherwise.
 inline Holdings Settled(const Holdings& idle)
@@ -340,11 +352,7 @@ inline Holdings Idle(Consumer& consumer)
 {
     const long threads = Count("task");
     ExpectAWholeRun(consumer);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (Count("task") > threads + 1 && std::chrono::steady_clock::now() < deadline)
-    {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    ThreadsDownTo(threads + 1);
     return Holdings::Now();
 }
 
