@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The four register descriptions in the hands of a foreign GenApi engine, that of aravis: every feature is read, and
 // some are written, through the live ports of the library.
+#include "support/preload_loopback.h"
 #include "support/producer.h"
 #include "support/virtual_camera.h"
 
@@ -9,12 +10,10 @@
 #if __has_include(<arv.h>)
 
 #include <arv.h>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <map>
 #include <regex>
-#include <unistd.h>
 
 namespace
 {
@@ -27,18 +26,6 @@ using testing::IsEmpty;
 
 constexpr char interfaceId[] = "Linux Socket:02-00-00-00-00-01";
 constexpr char deviceId[] = "NQ-GEV-Camera:02-00-0a-4d-00-02";
-
-/// The producer runs in this very process, so the process itself needs the software RDMA: starts it again with it.
-__attribute__((constructor)) void PreloadLoopback(int, char** arguments, char**)
-{
-    const char* preloaded = std::getenv("LD_PRELOAD");
-    const std::string before = preloaded == nullptr ? "" : preloaded;
-    if (before.find(NQ_LOOPBACK_PATH) == std::string::npos)
-    {
-        setenv("LD_PRELOAD", (before.empty() ? NQ_LOOPBACK_PATH : before + ":" NQ_LOOPBACK_PATH).c_str(), 1);
-        execv("/proc/self/exe", arguments);
-    }
-}
 
 /// A port of the library and what became of the accesses to it.
 struct Port

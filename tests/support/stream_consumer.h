@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// A GenTL consumer with a stream of the virtual camera, for tests that see only the exported interface. Include it in
-// the one translation unit of a program: it makes that program run on the software RDMA.
+// A GenTL consumer with a stream of the virtual camera, for tests that see only the exported interface. The program
+// that includes it runs on the software RDMA.
 #pragma once
 
 #include "loopback/loopback_control.h"
+#include "support/preload_loopback.h"
 #include "support/producer.h"
 #include "support/virtual_camera.h"
 
@@ -11,7 +12,6 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -20,24 +20,10 @@
 #include <set>
 #include <string>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace nq::test
 {
-
-/// The producer runs in this very process, so the process itself needs the software RDMA: starts it again with it.
-[[gnu::constructor, gnu::used]] inline void PreloadLoopback(int, char** arguments, char**)
-{
-    const char* preloaded = std::getenv("LD_PRELOAD");
-    const std::string before = preloaded == nullptr ? "" : preloaded;
-    if (before.find(NQ_LOOPBACK_PATH) == std::string::npos)
-    {
-        setenv("NQ_RDMA_LOOPBACK_TIMEOUT_MS", "5000", 0); // a peer on a machine under load may be late
-        setenv("LD_PRELOAD", (before.empty() ? NQ_LOOPBACK_PATH : before + ":" NQ_LOOPBACK_PATH).c_str(), 1);
-        execv("/proc/self/exe", arguments);
-    }
-}
 
 /// Number of entries of a directory of this process, "fd" or "task".
 inline long Count(const std::string& what)
