@@ -12,11 +12,11 @@ fail() {
     exit 1
 }
 
-# Becomes root, by sudo where that is needed, and keeps the arguments of the calling script.
+# Becomes root, by sudo where that is needed, and keeps the arguments of the calling script and what chooses its build.
 become_root() {
     if [ "$(id -u)" != 0 ]; then
         command -v sudo >/dev/null || fail "this needs root (network namespaces, packages), and there is no sudo"
-        exec sudo --preserve-env=CI "$0" "$@"
+        exec sudo --preserve-env=CI,NQ_BUILD,NQ_BUILD_ARGUMENTS,NQ_TEST_JOBS,ASAN_OPTIONS "$0" "$@"
     fi
 }
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # ./run test [--label KIND]... [--filter REGEX] [--list]: builds and runs the tests, and sums them up. NQ_BUILD and
-# NQ_BUILD_ARGUMENTS choose another build, as the sanitizer commands do.
+# NQ_BUILD_ARGUMENTS choose another build, NQ_TEST_JOBS how many cases run at a time, as the sanitizer commands do.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh
@@ -36,19 +36,9 @@ fi
 progress=()
 [ ! -t 1 ] || progress=(--progress)
 # Results of an earlier run must not stand for this one, and the run fails when ctest says so, whatever the sum.
-rm -f "$folder/tests.xml" "$folder/repeated.xml"
-run_tests() { ctest --test-dir "$folder" "$@" "${progress[@]}" --no-tests=error >>"$folder/tests.log" 2>&1; }
-: >"$folder/tests.log"
-status=0 results=("$folder/tests.xml")
-run_tests "${select[@]}" -j "$(($(nproc) * 2))" --output-junit "$PWD/$folder/tests.xml" || status=$?
-# On a machine that is short of time the waits of GVCP can be too short for any test, so a few failures get a second try
-# without neighbours, and are told. What a sanitizer reports stands.
-failed=$(wc -l 2>/dev/null <"$folder/Testing/Temporary/LastTestsFailed.log" || echo 0)
-if [ "$status" != 0 ] && [ "$failed" -gt 0 ] && [ "$failed" -le 10 ] &&
-    ! grep -qE '(Address|Leak|Thread)Sanitizer: |runtime error: ' "$folder/tests.xml"; then
-    results+=("$folder/repeated.xml")
-    status=0
-    run_tests --rerun-failed --output-junit "$PWD/$folder/repeated.xml" || status=$?
-fi
-python3 scripts/sum_up.py "${results[@]}" || fail "see $folder/tests.log"
+rm -f "$folder/tests.xml"
+status=0
+ctest --test-dir "$folder" "${select[@]}" "${progress[@]}" -j "${NQ_TEST_JOBS:-$(($(nproc) * 2))}" --no-tests=error \
+    --output-junit "$PWD/$folder/tests.xml" >"$folder/tests.log" 2>&1 || status=$?
+python3 scripts/sum_up.py "$folder/tests.xml" || fail "see $folder/tests.log"
 [ "$status" = 0 ] || fail "ctest ended with $status; see $folder/tests.log"
