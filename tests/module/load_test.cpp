@@ -262,7 +262,7 @@ TEST(LoadedLogger, MayBeClosedWhileAnotherThreadTraces)
             EXPECT_EQ(producer.TLClose(nullptr), -1006);
         }
     });
-    for (int round = 0; round < 50; ++round)
+    for (int round = 0; round < 200; ++round)
     {
         ProducerTrace trace(producer);
         while (trace.Take().empty())
