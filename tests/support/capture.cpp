@@ -41,8 +41,8 @@ bool Capture::Available()
 
 Capture::Capture(const std::string& adapter, const std::string& neighbour)
     : m_neighbour(neighbour), m_path(MakeFolder() + "/session.pcap"),
-      m_recorder(
-          {recorderPath, "-i", adapter, "-Z", "root", "-B", "16384", "--immediate-mode", "-U", "-w", m_path, "udp"})
+      m_recorder({recorderPath, "-i", adapter, "-Z", "root", "-B", "16384", "-s", "9216", "--immediate-mode", "-U",
+                  "-w", m_path, "udp"})
 {
     EXPECT_TRUE(m_recorder.WaitForOutput("listening on", std::chrono::seconds(30))) << m_recorder.Output();
 }
