@@ -229,12 +229,13 @@ void CmId::Connect(const rdma_conn_param* parameters)
     MakeStream(SOCK_STREAM, here[0], there[0]);
     MakeStream(SOCK_SEQPACKET, here[1], there[1]);
     m_phase = Phase::Connecting;
+    const Clock::time_point end = Clock::now() + Settings::Get().connectTimeout;
     // The listener may be served by this process: its engine needs the lock to answer.
     lock.unlock();
     FoundListener found;
     if (LinkIsUp())
     {
-        found = FindListener(request, there[0].Get(), there[1].Get());
+        found = FindListener(request, there[0].Get(), there[1].Get(), end);
     }
     lock.lock();
     Log("connecting to %s port %u: %d", m_destination.HostText().c_str(), m_destination.Port(),
@@ -247,7 +248,7 @@ void CmId::Connect(const rdma_conn_param* parameters)
     }
     m_connection =
         std::make_shared<Connection>(std::move(found.control), std::move(here[0]), std::move(here[1]), *this);
-    m_connection->Start();
+    m_connection->Start(end);
 }
 
 void CmId::Listen(int backlog)

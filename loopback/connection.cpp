@@ -31,7 +31,7 @@ Connection::Connection(UniqueFd control, std::weak_ptr<Listener> listener)
 {
 }
 
-void Connection::Start()
+void Connection::Start(Clock::time_point unreachableAt)
 {
     if (m_control)
     {
@@ -40,7 +40,7 @@ void Connection::Start()
     }
     else
     {
-        Deadline(Settings::Get().connectTimeout);
+        Deadline(unreachableAt);
     }
 }
 
@@ -83,7 +83,7 @@ void Connection::Disconnect()
     {
         m_state = State::DisconnectSent;
         Send(CmKind::DisconnectRequest);
-        Deadline(Settings::Get().connectTimeout);
+        Deadline(Clock::now() + Settings::Get().connectTimeout);
     }
     else if (m_state == State::DisconnectReceived)
     {
@@ -269,7 +269,7 @@ void Connection::OnEnd()
 void Connection::EnterTimeWait()
 {
     m_state = State::TimeWait;
-    Deadline(Settings::Get().timeWait);
+    Deadline(Clock::now() + Settings::Get().timeWait);
 }
 
 void Connection::Close()
@@ -305,9 +305,9 @@ void Connection::FlushOutbox()
     }
 }
 
-void Connection::Deadline(std::chrono::milliseconds after)
+void Connection::Deadline(Clock::time_point when)
 {
-    m_deadline = Clock::now() + after;
+    m_deadline = when;
     Engine::Instance().CallAt(m_deadline, shared_from_this());
 }
 

@@ -54,7 +54,8 @@ class Connection final : public Pollable
     /// The passive side of a socket that was just accepted.
     Connection(UniqueFd control, std::weak_ptr<Listener> listener);
 
-    void Start();
+    /// Begins to listen to the peer. One that is unreachable is reported as such at that time.
+    void Start(Clock::time_point unreachableAt = Clock::time_point::max());
 
     State Now() const { return m_state; }
 
@@ -101,7 +102,7 @@ class Connection final : public Pollable
     void Send(CmKind kind, uint32_t status = 0);
     void Send(CmMessage message);
     void FlushOutbox();
-    void Deadline(std::chrono::milliseconds after);
+    void Deadline(Clock::time_point when);
     void FollowLink();
 
     State m_state;

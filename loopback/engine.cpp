@@ -3,6 +3,7 @@
 #include "engine.h"
 
 #include "error.h"
+#include "fork.h"
 #include "log.h"
 
 #include <algorithm>
@@ -21,13 +22,6 @@ namespace
 
 std::mutex g_instanceMutex;
 Engine* g_instance = nullptr;
-
-// A forked child has no engine thread. It starts its own with the first object that it makes.
-void ForgetAfterFork()
-{
-    new (&g_instanceMutex) std::mutex;
-    g_instance = nullptr;
-}
 
 constexpr uint64_t wakeKey = 0;
 
@@ -52,11 +46,16 @@ Engine& Engine::Instance()
     const std::lock_guard lock(g_instanceMutex);
     if (g_instance == nullptr)
     {
-        static std::once_flag once;
-        std::call_once(once, [] { pthread_atfork(nullptr, nullptr, ForgetAfterFork); });
+        KeepForksSafe();
         g_instance = new Engine;
     }
     return *g_instance;
+}
+
+void Engine::ForgetInChild()
+{
+    new (&g_instanceMutex) std::mutex;
+    g_instance = nullptr;
 }
 
 Engine::Engine() : m_epoll(epoll_create1(EPOLL_CLOEXEC)), m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))

@@ -35,6 +35,9 @@ class Engine
   public:
     static Engine& Instance();
 
+    /// A forked child has no engine thread. It starts its own with the first object that it makes.
+    static void ForgetInChild();
+
     /// Registers a descriptor, with no events yet. The handler is not kept alive by this. Returns the key of the
     /// registration.
     uint64_t Register(int fd, const std::shared_ptr<Pollable>& handler);

@@ -34,6 +34,9 @@ class MemoryTable
     /// Destroys the region once no access is going on.
     void Deregister(MemoryRegion* region);
 
+    /// Held exclusively it keeps all threads out of the table.
+    std::shared_mutex& Mutex() { return m_mutex; }
+
     /// Holds off every deregistration while it lives, so that what it has checked stays registered.
     class Access
     {

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -26,7 +27,6 @@ namespace nq::loopback
 namespace
 {
 
-constexpr int answerTimeout = 300; // milliseconds
 constexpr const char* anyHost = "any";
 
 /// What the name of a socket says: PORT_NETWORKNAMESPACE_ADDRESS_PROCESS_NUMBER.
@@ -129,20 +129,28 @@ UniqueFd Reach(int directory, const Entry& entry)
     return UniqueFd();
 }
 
-// The answer to `question`, or CmKind::NoAnswer when none comes in time.
-CmKind Ask(int control, const CmMessage& question, int first, int second)
+// Waits until something can be read or `end` has come.
+void AwaitAnswer(int control, Clock::time_point end)
+{
+    pollfd poller{control, POLLIN, 0};
+    int ready = -1;
+    do
+    {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+        ready = poll(&poller, 1, static_cast<int>(std::clamp<long long>(left, 0, INT_MAX)));
+    } while (ready < 0 && errno == EINTR);
+}
+
+// The answer to `question`, or CmKind::NoAnswer when none has come by `end`.
+CmKind Ask(int control, const CmMessage& question, int first, int second, Clock::time_point end)
 {
     if (!SendMessage(control, question, first, second))
     {
         return CmKind::NoAnswer;
     }
-    pollfd poller{control, POLLIN, 0};
+    AwaitAnswer(control, end);
     CmMessage answer;
     UniqueFd unused[2];
-    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(answerTimeout);
-    while (poll(&poller, 1, answerTimeout) < 0 && errno == EINTR && Clock::now() < end)
-    {
-    }
     if (ReceiveMessage(control, answer, unused[0], unused[1]) != Received::Message)
     {
         return CmKind::NoAnswer;
@@ -216,7 +224,7 @@ void BoundSocket::Withdraw()
     }
 }
 
-FoundListener FindListener(const CmMessage& request, int data, int acknowledgements)
+FoundListener FindListener(const CmMessage& request, int data, int acknowledgements, Clock::time_point end)
 {
     const UniqueFd directory = OpenDirectory();
     FoundListener found;
@@ -230,7 +238,7 @@ FoundListener FindListener(const CmMessage& request, int data, int acknowledgeme
             continue;
         }
         UniqueFd control = Reach(directory.Get(), entry);
-        const CmKind answer = control ? Ask(control.Get(), request, data, acknowledgements) : CmKind::NotHere;
+        const CmKind answer = control ? Ask(control.Get(), request, data, acknowledgements, end) : CmKind::NotHere;
         if (answer == CmKind::Taken)
         {
             found.outcome = FoundListener::Outcome::Taken;
@@ -247,7 +255,7 @@ FoundListener FindListener(const CmMessage& request, int data, int acknowledgeme
         if (!hostKnown && entry.port != request.destination.Port() && MayOwn(entry, request))
         {
             const UniqueFd control = Reach(directory.Get(), entry);
-            hostKnown = control && Ask(control.Get(), question, -1, -1) == CmKind::Taken;
+            hostKnown = control && Ask(control.Get(), question, -1, -1, end) == CmKind::Taken;
         }
     }
     found.outcome = hostKnown && !silent ? FoundListener::Outcome::Refused : FoundListener::Outcome::Unknown;

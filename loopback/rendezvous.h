@@ -4,6 +4,7 @@
 
 #include "cm_message.h"
 #include "net_scope.h"
+#include "settings.h"
 #include "unique_fd.h"
 
 #include <string>
@@ -47,8 +48,9 @@ struct FoundListener
     UniqueFd control; ///< When taken.
 };
 
-/// Offers `request` with its two streams to those that are bound to its destination. Blocks for one answer of each.
-FoundListener FindListener(const CmMessage& request, int data, int acknowledgements);
+/// Offers `request` with its two streams to those that are bound to its destination. Blocks until they have answered
+/// or `end` has come.
+FoundListener FindListener(const CmMessage& request, int data, int acknowledgements, Clock::time_point end);
 
 /// Sends one message with up to two descriptors; false when the peer is gone or its buffer is full.
 bool SendMessage(int control, const CmMessage& message, int first = -1, int second = -1);

@@ -3,12 +3,15 @@
 #include "loopback/rdma_side.h"
 #include "support/network.h"
 
+#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace nq::test
@@ -26,7 +29,7 @@ sockaddr_in Address(const char* host, uint16_t port)
     return address;
 }
 
-/// A folder of this case alone, and settings that make waiting short. To be made before the first RDMA call.
+/// A folder of this case alone. To be made before the first RDMA call.
 class Folder
 {
   public:
@@ -38,7 +41,6 @@ class Folder
         path = m_root + below;
         std::filesystem::create_directories(path);
         setenv("NQ_RDMA_LOOPBACK_DIR", path.c_str(), 1);
-        setenv("NQ_RDMA_LOOPBACK_TIMEOUT_MS", "100", 1);
     }
     ~Folder() { std::filesystem::remove_all(m_root); }
     Folder(const Folder&) = delete;
@@ -51,6 +53,12 @@ class Folder
   private:
     std::string m_root;
 };
+
+/// Lets a peer be unreachable soon. To be called before the first RDMA call.
+void GiveUpSoon()
+{
+    setenv("NQ_RDMA_LOOPBACK_TIMEOUT_MS", "100", 1);
+}
 
 /// A second host on a cable of its own: here 10.9.0.1, there 10.9.0.2.
 struct Network
@@ -176,6 +184,7 @@ TEST(LoopbackNetwork, HostWithoutAListenerOnThePortRejects)
 
 TEST(LoopbackNetwork, HostThatNobodyKnowsIsUnreachable)
 {
+    GiveUpSoon();
     const Folder folder;
     const Network network;
     Side active;
@@ -186,6 +195,7 @@ TEST(LoopbackNetwork, HostThatNobodyKnowsIsUnreachable)
 
 TEST(LoopbackNetwork, StoppedProcessIsUnreachable)
 {
+    GiveUpSoon();
     const Folder folder;
     const pid_t child = StartListener(Address("127.0.0.1", 4791));
     kill(child, SIGSTOP);
@@ -196,6 +206,28 @@ TEST(LoopbackNetwork, StoppedProcessIsUnreachable)
     EXPECT_EQ(event.status, -ETIMEDOUT);
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
+}
+
+TEST(LoopbackNetwork, LateListenerIsNotUnreachable)
+{
+    const Folder folder;
+    const pid_t child = StartListener(Address("127.0.0.1", 4791));
+    kill(child, SIGSTOP);
+    ASSERT_EQ(waitpid(child, nullptr, WUNTRACED), child);
+    Side active;
+    active.Resolve(Address("127.0.0.1", 4791));
+    active.MakeQueuePair();
+    std::thread waker([child] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(700));
+        kill(child, SIGCONT);
+    });
+    EXPECT_EQ(rdma_connect(active.id, nullptr), 0);
+    waker.join();
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    const Event event = NextEvent(active.channel);
+    EXPECT_EQ(event.type, RDMA_CM_EVENT_REJECTED);
+    EXPECT_EQ(event.status, 28);
 }
 
 TEST(LoopbackNetwork, ListenerOfAKilledProcessIsForgotten)
@@ -332,6 +364,42 @@ TEST(LoopbackNetwork, ForkedChildMayMakeObjectsOfItsOwn)
     EXPECT_EQ(status, 0);
     ours.Request();
     ours.Accept();
+}
+
+TEST(LoopbackNetwork, ForkDuringTrafficGivesAChildThatCanConnect)
+{
+#if NQ_SANITIZED
+    GTEST_SKIP() << "a sanitizer's allocator may be in use by another thread at the fork";
+#endif
+    const Folder folder;
+    Connected ours;
+    std::atomic<bool> stop = false;
+    std::thread traffic([&] {
+        Memory& from = ours.active.Register(64);
+        Memory& into = ours.passive.Register(64);
+        while (!stop)
+        {
+            ASSERT_EQ(ours.passive.PostReceive(1, {into.Whole()}), 0);
+            ASSERT_EQ(ours.active.PostSend(2, {from.Whole()}), 0);
+            ASSERT_EQ(ours.active.Next().status, IBV_WC_SUCCESS);
+            ASSERT_EQ(ours.passive.Next().status, IBV_WC_SUCCESS);
+        }
+    });
+    for (int round = 0; round < 100; ++round)
+    {
+        const pid_t child = fork();
+        if (child == 0)
+        {
+            Connected pair;
+            pair.active.Register(64);
+            _exit(pair.active.State() == IBV_QPS_RTS ? 0 : 1);
+        }
+        int status = -1;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+    }
+    stop = true;
+    traffic.join();
 }
 
 } // namespace nq::test

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a forked child finds: no lock that a thread of its parent held.
+#include "fork.h"
+
+#include "connection.h"
+#include "engine.h"
+#include "memory.h"
+
+#include <mutex>
+#include <pthread.h>
+
+namespace nq::loopback
+{
+
+namespace
+{
+
+// The order is that of all other code, so that the engine can finish what it is at.
+void BeforeFork()
+{
+    CmMutex().lock();
+    MemoryTable::Instance().Mutex().lock();
+}
+
+void InParent()
+{
+    MemoryTable::Instance().Mutex().unlock();
+    CmMutex().unlock();
+}
+
+// Made anew, not unlocked: the thread that took them has another number here.
+void InChild()
+{
+    new (&MemoryTable::Instance().Mutex()) std::shared_mutex;
+    new (&CmMutex()) std::mutex;
+    Engine::ForgetInChild();
+}
+
+} // namespace
+
+void KeepForksSafe()
+{
+    static std::once_flag once;
+    std::call_once(once, [] { pthread_atfork(BeforeFork, InParent, InChild); });
+}
+
+} // namespace nq::loopback
