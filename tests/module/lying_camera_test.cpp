@@ -13,7 +13,6 @@
 #include <memory>
 #include <string>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 /// For a search for leaks: the records that nobody took from an event stay behind when it goes, and a storm leaves
@@ -209,8 +208,6 @@ TEST_F(LyingCamera, NamesWithoutAnEndStopWithTheDatagram)
 
 TEST_F(LyingCamera, SixtyFiveThousandChannelsOfEachKindAre512)
 {
-    // As many threads of the library: tests that run beside this one go first.
-    ASSERT_NE(nice(5), -1);
     camera->SetRegister(0x0904, 65535);
     camera->SetRegister(0x0900, 65535);
     Open();

@@ -14,7 +14,6 @@
 #include <gmock/gmock.h>
 #include <memory>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 using nq::test::LoopbackCamera;
@@ -176,8 +175,6 @@ TEST_F(DeviceModule, AClosedDeviceAnswersWithoutACamera)
 
 TEST_F(DeviceModule, SixtyFiveThousandClaimedChannelsEndAtTheLimitOfGigEVision)
 {
-    // As many threads of the library: tests that run beside this one go first.
-    ASSERT_NE(nice(5), -1);
     camera.SetRegister(0x0904, 65535);
     camera.SetRegister(0x0900, 65535);
     camera.SetRegister(0x0938, 600000); // No beat falls into the accesses of the close, however long that takes.
