@@ -282,6 +282,7 @@ void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned
             buffer->SetAcquiringFlag(true);
             buffer->UpdateData(size, frameId, timestamp, width, height, pixelFormat, data);
             buffer->SetAcquiringFlag(false);
+            DoHandOver(rdmaId);
             buffer->SetNewDataFlag(true);
             Deliver(buffer, status);
         }
@@ -310,13 +311,33 @@ NQGenTLBuffer* NQGenTLDataStream::TakeBufferFor(void* rdmaId)
     if (NQGenTLBuffer* const bound = m_buffers.FindByRdmaID(NQ_BUFFER_TYPE_QUEUED, rdmaId, true))
         return bound;
     NQGenTLBuffer* const front = m_buffers.GetFront(NQ_BUFFER_TYPE_QUEUED, true);
-    NQGenTLLock lock(m_moduleLock);
-    if (front == nullptr)
-        ++m_numUnderrun;
-    else
-        front->SetRdmaId(rdmaId);
-    return front;
+    if (front != nullptr)
+    {
+        Bind(front, rdmaId);
+        return front;
+    }
+    CountUnderrun();
+    DoHandOver(rdmaId);
+    return nullptr;
 }
+
+void NQGenTLDataStream::Bind(NQGenTLBuffer* buffer, void* rdmaId)
+{
+    // A buffer that was flushed from the input list is bound to its block still. Were it to give the block back, the
+    // camera would write into the frame that `buffer` now shows.
+    if (NQGenTLBuffer* const former = m_buffers.FindByRdmaID(NQ_BUFFER_TYPE_ANNOUNCED, rdmaId, false))
+        former->SetRdmaId(nullptr);
+    NQGenTLLock lock(m_moduleLock);
+    buffer->SetRdmaId(rdmaId);
+}
+
+void NQGenTLDataStream::CountUnderrun()
+{
+    NQGenTLLock lock(m_moduleLock);
+    ++m_numUnderrun;
+}
+
+void NQGenTLDataStream::DoHandOver(void*) {}
 
 void NQGenTLDataStream::Deliver(NQGenTLBuffer* buffer, int status)
 {

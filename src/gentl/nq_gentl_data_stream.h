@@ -59,6 +59,10 @@ class NQGenTLDataStream : public NQGenTLModuleBase
                                unsigned long width, unsigned long height, unsigned long pixelFormat,
                                unsigned char* data, int status);
 
+    /// The frame of the block is in a buffer, or was dropped for want of one. Only from now on may the block be given
+    /// back: a buffer bound to it may be queued at any time, also while the frame is on its way. Does nothing here.
+    virtual void DoHandOver(void* rdmaId);
+
     /// Announces `size` bytes of the consumer's memory. -1009, or -1004 when that memory is announced already. The
     /// caller registers the handle at the controller.
     int AnnounceBuffer(void* buffer, unsigned long size, void* userPtr, void** handle);
@@ -103,6 +107,8 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     void Announce(void* buffer, unsigned long size, void* userPtr, void** handle);
     int GetCounterInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
     NQGenTLBuffer* TakeBufferFor(void* rdmaId) NQ_REQUIRES(m_transferLock);
+    void Bind(NQGenTLBuffer* buffer, void* rdmaId) NQ_REQUIRES(m_queueingLock);
+    void CountUnderrun();
     void Deliver(NQGenTLBuffer* buffer, int status) NQ_REQUIRES(m_transferLock);
     bool PassesLimit();
     bool IsStarted();

@@ -248,6 +248,14 @@ int NQGevDataStream::DoRequeueBuffer(void* rdmaId)
     return GenTL::GC_ERR_SUCCESS;
 }
 
+void NQGevDataStream::DoHandOver(void* rdmaId)
+{
+    if (const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma())
+    {
+        endpoint->HandOver(rdmaId);
+    }
+}
+
 int NQGevDataStream::DoGetPayloadsize(int* piType, void* pBuffer, unsigned long* piSize)
 {
     gevrdmaBufferSettings settings{};

@@ -57,6 +57,8 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     int DoStopAcquisition(int flags) override;
     int DoRequeueBuffer(void* rdmaId) override;
 
+    void DoHandOver(void* rdmaId) override;
+
     /// Asks the camera at every call.
     int DoGetPayloadsize(int* piType, void* pBuffer, unsigned long* piSize) override;
 

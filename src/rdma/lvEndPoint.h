@@ -101,14 +101,26 @@ class LvEndpoint
     /// latest 800 ms after the stop; a frame that arrived meanwhile is then not delivered).
     int GetBuffer(gevrdmaBuffer* out);
 
-    /// Gives a frame block back. Returns 0, or -1003 when not connected. Ids that name no registered receive descriptor
-    /// of this endpoint are dropped, and so is a block that is not out with the consumer: a block posted twice would
-    /// let the camera write into a frame that is being read.
+    /// The frame that GetBuffer brought in this block has been delivered or dropped: from now on the block can be given
+    /// back by its id. Any other id changes nothing.
+    void HandOver(void* id);
+
+    /// Gives a frame block back: the first one that GetBuffer brought, the second one that was handed over. Returns 0,
+    /// or -1003 when not connected. Ids that name no registered receive descriptor of this endpoint are dropped, and so
+    /// is any other block: the camera would write into a frame that is being read.
     int RequeueBuffer(gevrdmaBuffer* buffer);
     int RequeueBufferByID(void* id);
 
   private:
     friend struct LvEndpointAccess;
+
+    /// Who may touch a frame block. It goes from each to the next, and from the last back to the first.
+    enum class BlockHolder : std::uint8_t
+    {
+        Camera,
+        AcquisitionThread,
+        Consumer
+    };
 
     void ThrowingConnect(const sockaddr_in* address);
     void ExpectEvent(rdma_cm_event_type expected, const char* name, bool ackMismatch);
@@ -126,6 +138,7 @@ class LvEndpoint
     bool RegisterReadyMessage(std::uint32_t index);
     bool WaitForCompletionEvent();
     bool DrainCompletions(ibv_cq* queue);
+    std::atomic<BlockHolder>* HolderOf(void* id);
     void Return(void* id);
 
     std::atomic<std::uint8_t> m_stop;
@@ -152,7 +165,7 @@ class LvEndpoint
     // Registration goes in array order and stops at the first refusal, so the descriptors in use are the first ones.
     // The count of receives also publishes the array to the threads that requeue.
     std::atomic<std::uint32_t> m_receiveCount;
-    std::unique_ptr<std::atomic<bool>[]> m_withConsumer; // For each receive descriptor, from GetBuffer to its return.
+    std::unique_ptr<std::atomic<BlockHolder>[]> m_holders; // One for each receive descriptor.
     std::uint32_t m_sendCount;
 
     // What ends the threads when no completion does: DeInit sets the flag and writes to the descriptor. `m_stop` alone

@@ -54,7 +54,7 @@ void LvEndpoint::AllocateAndRegisterMemory()
         m_frames.Reserve(count);
         m_requeued.Reserve(count);
     }
-    m_withConsumer = std::make_unique<std::atomic<bool>[]>(count);
+    m_holders = std::make_unique<std::atomic<BlockHolder>[]>(count);
     m_recv_msgs = std::make_unique<msg_buffer_mem[]>(count);
     m_send_msgs = std::make_unique<msg_buffer_mem[]>(count);
     std::uint32_t received = 0;
@@ -273,12 +273,21 @@ int LvEndpoint::GetBuffer(gevrdmaBuffer* out)
     {
         return GenTL::GC_ERR_RESOURCE_IN_USE;
     }
-    m_withConsumer[static_cast<std::size_t>(message - m_recv_msgs.get())] = true;
+    m_holders[static_cast<std::size_t>(message - m_recv_msgs.get())] = BlockHolder::AcquisitionThread;
     out->id = message;
     out->data = message->addr;
     out->size = message->length;
     out->received = message->received;
     return GenTL::GC_ERR_SUCCESS;
+}
+
+void LvEndpoint::HandOver(void* id)
+{
+    if (std::atomic<BlockHolder>* const holder = HolderOf(id))
+    {
+        BlockHolder expected = BlockHolder::AcquisitionThread;
+        holder->compare_exchange_strong(expected, BlockHolder::Consumer);
+    }
 }
 
 int LvEndpoint::RequeueBuffer(gevrdmaBuffer* buffer)
@@ -287,6 +296,7 @@ int LvEndpoint::RequeueBuffer(gevrdmaBuffer* buffer)
     {
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
     }
+    HandOver(buffer->id);
     Return(buffer->id);
     return GenTL::GC_ERR_SUCCESS;
 }
@@ -304,7 +314,8 @@ int LvEndpoint::RequeueBufferByID(void* id)
     return GenTL::GC_ERR_SUCCESS;
 }
 
-void LvEndpoint::Return(void* id)
+/// Null for anything but a registered receive descriptor of this endpoint.
+std::atomic<LvEndpoint::BlockHolder>* LvEndpoint::HolderOf(void* id)
 {
     // Ids come back from the consumer, possibly from an acquisition long gone: only compared until they prove good.
     const std::uint32_t count = m_receiveCount.load(std::memory_order_acquire);
@@ -312,11 +323,18 @@ void LvEndpoint::Return(void* id)
     {
         if (id == &m_recv_msgs[index])
         {
-            if (m_withConsumer[index].exchange(false))
-            {
-                m_requeued.Push(&m_recv_msgs[index]);
-            }
-            return;
+            return &m_holders[index];
         }
+    }
+    return nullptr;
+}
+
+void LvEndpoint::Return(void* id)
+{
+    std::atomic<BlockHolder>* const holder = HolderOf(id);
+    BlockHolder expected = BlockHolder::Consumer;
+    if (holder != nullptr && holder->compare_exchange_strong(expected, BlockHolder::Camera))
+    {
+        m_requeued.Push(static_cast<msg_buffer_mem*>(id));
     }
 }

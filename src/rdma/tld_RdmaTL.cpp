@@ -100,14 +100,20 @@ gevrdmaBuffer GevRdmaEndpoint::GetBuffer()
 bool GevRdmaEndpoint::GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer)
 {
     const gevrdmaBuffer frame = GetBuffer();
-    if (frame.received == 0)
+    // Deliberate: an empty frame looks exactly like a stop.
+    if (frame.received == 0 || !Decode(frame, info))
     {
-        // Deliberate: an empty frame looks exactly like a stop.
+        // Deliberate: the block is not requeued here. A camera that sends such frames is out of step.
+        HandOver(frame.id);
         return false;
     }
+    *buffer = frame;
+    return true;
+}
+
+bool GevRdmaEndpoint::Decode(const gevrdmaBuffer& frame, FrameInfo* info)
+{
     info->frameId = ReadAt<std::uint64_t>(frame.data, ContainerIdOffset);
-    // Deliberate: the block of a frame that is rejected from here on is not requeued. A camera that sends such frames
-    // is out of step, and its block stays out of the flow until the endpoint goes.
     if (ReadAt<std::uint32_t>(frame.data, FirstComponentOffset) != ExpectedComponentOffset)
     {
         return false;
@@ -129,8 +135,15 @@ bool GevRdmaEndpoint::GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer)
     decoded.timestamp = ReadAt<std::uint64_t>(frame.data, TimestampOffset);
     decoded.frameId = info->frameId;
     *info = decoded;
-    *buffer = frame;
     return true;
+}
+
+void GevRdmaEndpoint::HandOver(void* id)
+{
+    if (m_endpoint != nullptr)
+    {
+        m_endpoint->HandOver(id);
+    }
 }
 
 bool GevRdmaEndpoint::RequeueBuffer(gevrdmaBuffer& buffer)

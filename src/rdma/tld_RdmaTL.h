@@ -36,12 +36,15 @@ class GevRdmaEndpoint
     /// Waits for the next frame and decodes it. The pixels are not copied: `info->data` lies in the frame block and is
     /// good until the handle is requeued, and `info->dataSize` bytes from there lie in the block too.
     /// Returns false when the endpoint stopped, for an empty frame, and for a frame whose descriptor does not describe
-    /// data inside its block. The block of such a frame stays out of the flow until the endpoint goes.
+    /// data inside its block. The block of such a frame stays out of the flow until somebody gives it back.
     bool GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer);
+
+    /// The frame of the block has been delivered or dropped: the block can be given back by its id.
+    void HandOver(void* id);
 
     bool RequeueBuffer(gevrdmaBuffer& buffer);
 
-    /// Gives the block of a delivered frame back to the camera. False when there is no connection.
+    /// Gives a block that was handed over back to the camera. False when there is no connection.
     bool RequeueBufferByID(void* id);
 
     void Disconnect();
@@ -51,6 +54,8 @@ class GevRdmaEndpoint
 
   private:
     friend struct GevRdmaEndpointAccess;
+
+    static bool Decode(const gevrdmaBuffer& frame, FrameInfo* info);
 
     struct FreeAddresses
     {

@@ -47,6 +47,12 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
         requeued.push_back(rdmaId);
         return requeueResult;
     }
+    void DoHandOver(void* rdmaId) override
+    {
+        handedOver.push_back(rdmaId);
+        if (onHandOver)
+            onHandOver();
+    }
     int DoGetPayloadsize(int* piType, void* pBuffer, unsigned long* piSize) override
     {
         return NQGenTLUtil::CopyInfoInt64(payloadSize, piType, pBuffer, piSize);
@@ -54,8 +60,10 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
 
     std::vector<std::string> calls;
     std::vector<void*> requeued;
+    std::vector<void*> handedOver;
     std::function<int()> onStart;
     std::function<int()> onStop;
+    std::function<void()> onHandOver;
     int requeueResult = 0;
     long payloadSize = 0;
 };

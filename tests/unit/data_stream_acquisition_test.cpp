@@ -344,6 +344,39 @@ TEST_F(DataStreamAcquisition, ABlockFindsItsBufferWhateverTheOrderOfTheList)
     EXPECT_EQ(stream.requeued.back(), &blocks[3]);
 }
 
+TEST_F(DataStreamAcquisition, ABlockIsHandedOverOnceItsFrameIsInTheBufferAndBeforeAnybodyIsTold)
+{
+    StartWith(1);
+    unsigned char copied = 0;
+    unsigned long told = 99;
+    stream.onHandOver = [&] {
+        copied = memory[0][0];
+        told = Number(5);
+    };
+    Frame(3, 0x42);
+    EXPECT_EQ(stream.handedOver, std::vector<void*>{&blocks[3]});
+    EXPECT_EQ(copied, 0x42);
+    EXPECT_EQ(told, 0U);
+    EXPECT_EQ(Number(5), 1U);
+}
+
+TEST_F(DataStreamAcquisition, ABufferFlushedFromTheInputLosesItsBlockToTheBufferThatShowsItsNextFrame)
+{
+    StartWith(2);
+    Frame(0, 1);
+    ASSERT_EQ(Take(), handles[0]);
+    ASSERT_EQ(stream.QueueBuffer(handles[0]), 0);
+    ASSERT_EQ(stream.FlushQueue(GenTL::ACQ_QUEUE_ALL_DISCARD), 0);
+    ASSERT_EQ(stream.QueueBuffer(handles[1]), 0);
+    stream.requeued.clear();
+    Frame(0, 2);
+    ASSERT_EQ(Take(), handles[1]);
+    ASSERT_EQ(stream.QueueBuffer(handles[0]), 0);
+    EXPECT_TRUE(stream.requeued.empty()) << "the other buffer shows the block";
+    ASSERT_EQ(stream.QueueBuffer(handles[1]), 0);
+    EXPECT_EQ(stream.requeued, std::vector<void*>{&blocks[0]});
+}
+
 TEST_F(DataStreamAcquisition, AShortFrameIsDeliveredAsIncomplete)
 {
     StartWith(1);
@@ -371,6 +404,7 @@ TEST_F(DataStreamAcquisition, AStatusAboveOneDropsTheFrame)
     EXPECT_EQ(Number(1), 0U);
     EXPECT_EQ(Number(2), 0U);
     EXPECT_EQ(Number(4), 1U);
+    EXPECT_TRUE(stream.handedOver.empty());
     TraceCapture trace;
     EXPECT_EQ(stream.StopAcquisition(0), 0);
     EXPECT_EQ(trace.At(2).size(), 1U) << "the transfer counts as completed";
@@ -386,6 +420,7 @@ TEST_F(DataStreamAcquisition, AFrameOnAnEmptyInputListIsOneUnderrunAndCostsTheTr
     EXPECT_EQ(Number(2), 2U);
     EXPECT_EQ(Number(5), 1U);
     EXPECT_TRUE(stream.requeued.empty());
+    EXPECT_EQ(stream.handedOver, (std::vector<void*>{&blocks[0], &blocks[1], &blocks[2]}));
 }
 
 // Deliberate: nobody is told of the frame, and the buffer does not come back.

@@ -236,6 +236,20 @@ TEST_F(GevDataStream, AFailedFetchCompletesTheTransfer)
     EXPECT_EQ(stream->StopAcquisition(0), 0);
 }
 
+TEST_F(GevDataStream, ABlockWhoseFrameFoundNoBufferFlowsAgainOnceTheBufferBoundToItIsQueued)
+{
+    Run(1);
+    void* const buffer = Receive(1);
+    ASSERT_EQ(stream->QueueBuffer(buffer), 0);
+    ASSERT_EQ(stream->FlushQueue(GenTL::ACQ_QUEUE_ALL_DISCARD), 0);
+    fake.WaitForSent(2);
+    fake.DeliverFrame(GenDCFrame(2, 16, 4));
+    WaitForFramesReceived(2);
+    ASSERT_EQ(stream->QueueBuffer(buffer), 0);
+    fake.WaitForSent(3);
+    EXPECT_EQ(Receive(3), buffer);
+}
+
 // ---- stop and restart
 
 TEST_F(GevDataStream, AStopDisablesTheStreamAndDisconnects)

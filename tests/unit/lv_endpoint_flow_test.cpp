@@ -2,9 +2,7 @@
 // The flow of frames through the endpoint: registered memory, work requests, queues, and how each of them ends.
 #include "rdma/lvEndPoint.h"
 
-#include "support/endpoint_access.h"
-#include "support/fake_verbs.h"
-#include "support/trace_capture.h"
+#include "support/endpoint_flow_fixture.h"
 
 #include <csignal>
 #include <filesystem>
@@ -13,74 +11,23 @@
 #include <thread>
 #include <unistd.h>
 
-using nq::test::CameraAddress;
+using nq::test::block;
+using nq::test::Bytes;
 using nq::test::CountOfProcess;
-using nq::test::FakeVerbs;
-using nq::test::TraceCapture;
+using nq::test::EndpointFlowFixture;
+using nq::test::payload;
+using nq::test::Posts;
+using nq::test::Texts;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
-using Bytes = std::vector<unsigned char>;
-using Texts = std::vector<std::string>;
 
 namespace
 {
 
-constexpr std::uint32_t payload = 1024;
-constexpr std::uint32_t block = 1200;
-
-Texts Posts(const Texts& calls)
+class LvEndpointFlow : public EndpointFlowFixture
 {
-    Texts posts;
-    for (const std::string& call : calls)
-    {
-        if (call == "ibv_post_recv" || call == "ibv_post_send")
-        {
-            posts.push_back(call);
-        }
-    }
-    return posts;
-}
-
-class LvEndpointFlow : public testing::Test
-{
-  protected:
-    ~LvEndpointFlow() override
-    {
-        EXPECT_THAT(fake.Violations(), IsEmpty());
-        nq::test::AllowThreads();
-    }
-
-    void Connect() { ASSERT_TRUE(endpoint->Init(&address)); }
-
-    void Register(std::uint32_t buffers)
-    {
-        gevrdmaBufferSettings settings{};
-        settings.payloadSize = payload;
-        settings.bufferCount = buffers;
-        endpoint->SetBufferSettings(settings);
-        endpoint->AllocateAndRegisterMemory();
-    }
-
-    /// Streams with every receive and every ready message posted.
-    void Stream(std::uint32_t buffers)
-    {
-        Connect();
-        Register(buffers);
-        endpoint->StartWorkerThread();
-        fake.WaitForSent(buffers);
-    }
-
-    std::uint64_t IdOf(std::size_t index)
-    {
-        return reinterpret_cast<std::uint64_t>(LvEndpointAccess::Receive(*endpoint, index));
-    }
-
-    TraceCapture trace;
-    FakeVerbs fake;
-    sockaddr_in address = CameraAddress();
-    std::unique_ptr<LvEndpoint> endpoint = std::make_unique<LvEndpoint>();
 };
 
 // ---- memory
@@ -131,6 +78,7 @@ TEST_P(LvEndpointRefusal, ARefusedRegionEndsRegistrationSilentlyAndLaterBlocksSt
         fake.DeliverFrame(Bytes(block, 7));
         gevrdmaBuffer buffer{};
         ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
+        endpoint->HandOver(buffer.id);
     }
     for (int index = 0; index < 4; ++index)
     {
@@ -208,6 +156,7 @@ TEST_F(LvEndpointFlow, AReadyMessageWaitsUntilAnEarlierOneHasCompleted)
     fake.DeliverFrame(Bytes(block, 7));
     gevrdmaBuffer buffer{};
     ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
+    endpoint->HandOver(buffer.id);
     EXPECT_EQ(endpoint->RequeueBufferByID(buffer.id), 0);
     EXPECT_EQ(fake.Count("ibv_post_recv"), 1);
     fake.CompleteSend();
@@ -223,6 +172,7 @@ TEST_F(LvEndpointFlow, StopDuringTheWaitForAFreeSendDropsTheDescriptorAlreadyTak
     fake.DeliverFrame(Bytes(block, 7));
     gevrdmaBuffer buffer{};
     ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
+    endpoint->HandOver(buffer.id);
     EXPECT_EQ(endpoint->RequeueBufferByID(buffer.id), 0);
     LvEndpointAccess::Stop(*endpoint);
     while (CountOfProcess("task") > threads + 1)
@@ -290,6 +240,7 @@ TEST_F(LvEndpointFlow, BlocksReturnedTogetherCostOneReceiveAndOneReadyMessageEac
     {
         gevrdmaBuffer buffer{};
         ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
+        endpoint->HandOver(buffer.id);
         EXPECT_EQ(endpoint->RequeueBufferByID(buffer.id), 0);
     }
     fake.WaitForCalls("ibv_post_send", 3);
@@ -469,83 +420,6 @@ TEST_F(LvEndpointFlow, GetBufferBeforeInitAndAfterDeInitReturnsNotConnectedWitho
     endpoint->DeInit();
     EXPECT_EQ(endpoint->GetBuffer(&buffer), -1003);
     EXPECT_EQ(buffer.id, nullptr);
-}
-
-TEST_F(LvEndpointFlow, ARequeueBeforeInitReturnsNotConnectedAndOneBeforeRegistrationPostsNothing)
-{
-    msg_buffer_mem early{};
-    gevrdmaBuffer buffer{};
-    buffer.id = &early;
-    EXPECT_EQ(endpoint->RequeueBufferByID(&early), -1003);
-    EXPECT_THAT(trace.At(8), ElementsAre("RequeueBufferByID GC_ERR_ERROR connection not established "));
-    EXPECT_EQ(endpoint->RequeueBuffer(&buffer), -1003);
-    EXPECT_THAT(trace.At(8), SizeIs(1));
-    Connect();
-    EXPECT_EQ(endpoint->RequeueBufferByID(&early), 0);
-    EXPECT_EQ(endpoint->RequeueBuffer(&buffer), 0);
-    Register(1);
-    endpoint->StartWorkerThread();
-    fake.WaitForSent(1);
-    EXPECT_THAT(fake.ReceiveIds(), ElementsAre(IdOf(0)));
-}
-
-TEST_F(LvEndpointFlow, ARequeueAfterDeInitReturnsNotConnectedAndPostsNothing)
-{
-    Stream(1);
-    fake.DeliverFrame(Bytes(block, 7));
-    gevrdmaBuffer buffer{};
-    ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
-    endpoint->DeInit();
-    const auto posted = fake.ReceiveIds().size();
-    EXPECT_EQ(endpoint->RequeueBuffer(&buffer), -1003);
-    Texts lines = trace.At(8);
-    std::erase(lines, "On_cm_event RDMA_CM_EVENT_DISCONNECTED ");
-    EXPECT_THAT(lines, IsEmpty()) << "a requeue by handle is silent";
-    EXPECT_EQ(endpoint->RequeueBufferByID(buffer.id), -1003);
-    EXPECT_TRUE(trace.Has(8, "RequeueBufferByID GC_ERR_ERROR connection not established "));
-    EXPECT_EQ(fake.ReceiveIds().size(), posted);
-}
-
-TEST_F(LvEndpointFlow, AnIdThatIsNotOfThisEndpointNeverReachesAPost)
-{
-    Stream(2);
-    gevrdmaBuffer taken{};
-    for (int frame = 0; frame < 2; ++frame)
-    {
-        fake.DeliverFrame(Bytes(block, 7));
-        ASSERT_EQ(endpoint->GetBuffer(&taken), 0);
-    }
-    fake.ForgetCalls();
-    msg_buffer_mem foreign{};
-    gevrdmaBuffer buffer{};
-    buffer.id = &foreign;
-    EXPECT_EQ(endpoint->RequeueBufferByID(&foreign), 0);
-    EXPECT_EQ(endpoint->RequeueBufferByID(nullptr), 0);
-    EXPECT_EQ(endpoint->RequeueBufferByID(LvEndpointAccess::Send(*endpoint, 0)), 0);
-    EXPECT_EQ(endpoint->RequeueBufferByID(reinterpret_cast<void*>(IdOf(0) + 8)), 0);
-    EXPECT_EQ(endpoint->RequeueBufferByID(reinterpret_cast<void*>(IdOf(2))), 0);
-    EXPECT_EQ(endpoint->RequeueBuffer(&buffer), 0);
-    EXPECT_EQ(endpoint->RequeueBufferByID(LvEndpointAccess::Receive(*endpoint, 1)), 0);
-    fake.WaitForCalls("ibv_post_send", 1);
-    EXPECT_THAT(Posts(fake.Calls()), ElementsAre("ibv_post_recv", "ibv_post_send"));
-}
-
-TEST_F(LvEndpointFlow, ABlockThatIsNotWithTheConsumerIsNotPostedASecondTime)
-{
-    Stream(2);
-    EXPECT_EQ(endpoint->RequeueBufferByID(LvEndpointAccess::Receive(*endpoint, 0)), 0) << "it is posted already";
-    fake.DeliverFrame(Bytes(block, 7));
-    gevrdmaBuffer buffer{};
-    ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
-    EXPECT_EQ(endpoint->RequeueBuffer(&buffer), 0);
-    EXPECT_EQ(endpoint->RequeueBuffer(&buffer), 0);
-    EXPECT_EQ(endpoint->RequeueBufferByID(buffer.id), 0);
-    fake.WaitForSent(3);
-    fake.DeliverFrame(Bytes(block, 8)); // in the other block
-    ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
-    EXPECT_EQ(endpoint->RequeueBuffer(&buffer), 0);
-    fake.WaitForSent(4);
-    EXPECT_THAT(fake.ReceiveIds(), ElementsAre(IdOf(0), IdOf(1), IdOf(0), IdOf(1)));
 }
 
 TEST_F(LvEndpointFlow, AStopWinsOverAFrameThatArrivedInTheSameWake)

@@ -186,6 +186,7 @@ TEST_F(RdmaEndpoint, WithoutAConnectionEveryCallIsHarmless)
     EXPECT_FALSE(facade->GetNextFrame(&info, &buffer));
     EXPECT_FALSE(facade->RequeueBuffer(buffer));
     EXPECT_FALSE(facade->RequeueBufferByID(&buffer));
+    facade->HandOver(&buffer);
     facade->Disconnect();
     EXPECT_THAT(facade->TakeBlocks(), IsEmpty());
     EXPECT_THAT(fake.Calls(), IsEmpty());
@@ -324,6 +325,34 @@ TEST_F(RdmaEndpoint, AFrameWhoseComponentIsNotAt64IsDroppedAndTheEndpointRunsWit
         EXPECT_EQ(buffer.id, LvEndpointAccess::Receive(GevRdmaEndpointAccess::Endpoint(*facade), 1));
         ASSERT_TRUE(facade->RequeueBuffer(buffer));
     }
+}
+
+TEST_F(RdmaEndpoint, TheBlockOfADroppedFrameIsGivenBackByABufferThatIsBoundToIt)
+{
+    Stream(1);
+    fake.WaitForCalls("ibv_post_send", 1);
+    FrameBytes wrong = GenDCFrame(1, 16, 4);
+    Put32(wrong, 56, 128);
+    EXPECT_FALSE(Decode(wrong));
+    void* const block = LvEndpointAccess::Receive(GevRdmaEndpointAccess::Endpoint(*facade), 0);
+    EXPECT_TRUE(facade->RequeueBufferByID(block));
+    EXPECT_TRUE(Decode(GenDCFrame(2, 16, 4)));
+    EXPECT_EQ(buffer.id, block);
+}
+
+TEST_F(RdmaEndpoint, TheBlockOfAFrameOnItsWayIsGivenBackOnlyOnceItWasHandedOver)
+{
+    Stream(2);
+    fake.WaitForCalls("ibv_post_send", 2);
+    ASSERT_TRUE(Decode(GenDCFrame(1, 16, 4)));
+    void* const first = buffer.id;
+    EXPECT_TRUE(facade->RequeueBufferByID(first));
+    ASSERT_TRUE(Decode(GenDCFrame(2, 16, 4)));
+    EXPECT_NE(buffer.id, first);
+    facade->HandOver(first);
+    EXPECT_TRUE(facade->RequeueBufferByID(first));
+    ASSERT_TRUE(Decode(GenDCFrame(3, 16, 4)));
+    EXPECT_EQ(buffer.id, first);
 }
 
 TEST_F(RdmaEndpoint, AZeroLengthFrameLooksExactlyLikeAStop)
