@@ -98,8 +98,9 @@ void NQGenTLDataStream::Announce(void* buffer, unsigned long size, void* userPtr
 
 int NQGenTLDataStream::RevokeBuffer(void* handle, void** buffer, void** userPtr)
 {
-    // The acquisition thread may be filling the buffer: its delivery ends first.
+    // The acquisition thread may be filling the buffer, and other threads look at it: they end first.
     NQGenTLLock transfer(m_transferLock);
+    NQGenTLLock queueing(m_queueingLock);
     if (m_buffers.FindByHandle(NQ_BUFFER_TYPE_ANNOUNCED, handle, false) == nullptr)
     {
         TraceDataStream("%s GC_ERR_INVALID_HANDLE", "RevokeBuffer");
@@ -131,6 +132,8 @@ int NQGenTLDataStream::RevokeBuffer(void* handle, void** buffer, void** userPtr)
 
 int NQGenTLDataStream::QueueBuffer(void* handle)
 {
+    // The camera may fill the block again before the buffer is on the list; the lock lets such a frame wait for it.
+    NQGenTLLock queueing(m_queueingLock);
     NQGenTLBuffer* const buffer = m_buffers.FindByHandle(NQ_BUFFER_TYPE_ANNOUNCED, handle, false);
     if (buffer == nullptr)
     {
@@ -143,8 +146,6 @@ int NQGenTLDataStream::QueueBuffer(void* handle)
         TraceDataStream("%s GC_ERR_RESOURCE_IN_USE", "QueueBuffer");
         return GenTL::GC_ERR_RESOURCE_IN_USE;
     }
-    // The camera may fill the block again before the buffer is on the list; the lock lets such a frame wait for it.
-    NQGenTLLock queueing(m_queueingLock);
     if (void* const rdmaId = buffer->GetRdmaId())
         DoRequeueBuffer(rdmaId);
     m_buffers.Add(NQ_BUFFER_TYPE_QUEUED, buffer);
@@ -170,6 +171,7 @@ int NQGenTLDataStream::GetBufferID(unsigned int index, void** handle)
 
 int NQGenTLDataStream::GetBufferInfo(void* handle, int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
 {
+    NQGenTLLock queueing(m_queueingLock);
     NQGenTLBuffer* const buffer = m_buffers.FindByHandle(NQ_BUFFER_TYPE_ANNOUNCED, handle, false);
     if (buffer == nullptr)
     {

@@ -131,7 +131,8 @@ class NQGenTLDataStream : public NQGenTLModuleBase
 
     bool m_limitPassed NQ_GUARDED_BY(m_moduleLock) = false; ///< A frame came after the last one asked for.
     NQGenTLMutex m_transferLock; ///< Held while a frame goes into a buffer, so that no buffer is deleted meanwhile.
-    NQGenTLMutex m_queueingLock; ///< Makes the return of a buffer to the transport and to the input list one step.
+    NQGenTLMutex m_queueingLock; ///< Makes the return of a buffer to the transport and to the input list one step, and
+                                 ///< keeps the consumer's threads from a buffer that is being deleted.
     NQGenTLMutex m_startLock; ///< Makes simultaneous starts follow each other. Never taken on the acquisition thread.
     NQGenTLMutex m_stopLock;  ///< Makes one of several simultaneous stops stop the transport.
 };

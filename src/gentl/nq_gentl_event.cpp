@@ -44,6 +44,7 @@ void NQGenTLEvent::Signal(void* entry)
 
 void NQGenTLEvent::Withdraw(void* entry)
 {
+    NQGenTLLock pending(m_pendingLock);
     m_queue.Remove(entry);
     ResetIfEmpty();
 }
@@ -62,7 +63,7 @@ int NQGenTLEvent::Flush()
     do
     {
         while (m_queue.GetSize() > 0)
-            DoFlushEntry(m_queue.GetFront(true));
+            FlushFront();
     } while (!ResetIfEmpty());
     m_signal.ResetEvent(NQEventHandler::g_KillBits);
     return GenTL::GC_ERR_SUCCESS;
@@ -131,9 +132,16 @@ int NQGenTLEvent::_validateEventGetDataParam(void* pBuffer, unsigned long* piSiz
     return GenTL::GC_ERR_BUFFER_TOO_SMALL;
 }
 
+void NQGenTLEvent::FlushFront()
+{
+    NQGenTLLock pending(m_pendingLock);
+    DoFlushEntry(m_queue.GetFront(true));
+}
+
 /// When another thread took the last entry meanwhile, nothing is delivered.
 void NQGenTLEvent::DeliverFront(void* pBuffer, unsigned long* piSize)
 {
+    NQGenTLLock pending(m_pendingLock);
     if (void* const entry = m_queue.GetFront(true))
         DoEventGetData(entry, pBuffer, piSize);
     ResetIfEmpty();

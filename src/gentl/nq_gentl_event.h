@@ -95,6 +95,7 @@ class NQGenTLEvent
     static constexpr unsigned int g_DataBit = 1;
 
     int _validateEventGetDataParam(void* pBuffer, unsigned long* piSize);
+    void FlushFront();
     void DeliverFront(void* pBuffer, unsigned long* piSize);
     bool ResetIfEmpty();
 
@@ -105,8 +106,8 @@ class NQGenTLEvent
     unsigned long m_infoDataSizeMax = 0;
     NQEventHandler m_signal;
 
-    /// Held where the queue and bit 0 change together, so that an entry never waits behind a cleared bit. Taken before
-    /// the locks of both.
+    /// Held where the queue and bit 0 change together, so that an entry never waits behind a cleared bit, and while an
+    /// entry is delivered, so that Withdraw ends behind it. Taken before the locks of both.
     NQGenTLMutex m_pendingLock;
 };
 

@@ -19,12 +19,18 @@ using testing::AnyOf;
 
 constexpr std::uint64_t framesReceived = 0x80114;
 
-/// Calls what any thread of a consumer may call on its stream, in an order that the seed decides. No buffer is revoked
-/// and no pixel is read: the threads know nothing of each other's buffers.
+/// The announced buffers, as all threads see them. A thread may hold a handle that another has just revoked.
+using Handles = std::array<std::atomic<GenTL::BUFFER_HANDLE>, 4>;
+
+/// Calls what any thread of a consumer may call on its stream, in an order that the seed decides. No pixel is read: the
+/// threads know nothing of each other's buffers.
 class Player
 {
   public:
-    Player(Consumer& consumer, unsigned seed) : m_consumer(consumer), m_random(seed) {}
+    Player(Consumer& consumer, const Handles& handles, unsigned seed)
+        : m_consumer(consumer), m_handles(handles), m_random(seed)
+    {
+    }
 
     void Play(int calls)
     {
@@ -40,9 +46,12 @@ class Player
   private:
     std::size_t Below(std::size_t count) { return std::uniform_int_distribution<std::size_t>(0, count - 1)(m_random); }
 
-    GenTL::BUFFER_HANDLE AnyBuffer() { return m_consumer.buffers[Below(m_consumer.buffers.size())]; }
+    GenTL::BUFFER_HANDLE AnyBuffer() { return m_handles[Below(m_handles.size())]; }
 
-    void Queue() { EXPECT_THAT(m_consumer.gentl.DSQueueBuffer(m_consumer.stream, AnyBuffer()), AnyOf(0, -1004)); }
+    void Queue()
+    {
+        EXPECT_THAT(m_consumer.gentl.DSQueueBuffer(m_consumer.stream, AnyBuffer()), AnyOf(0, -1004, -1006));
+    }
 
     void Take()
     {
@@ -76,47 +85,99 @@ class Player
             std::size_t size = sizeof value;
             const int result =
                 m_consumer.gentl.DSGetBufferInfo(m_consumer.stream, AnyBuffer(), command, &type, &value, &size);
-            EXPECT_THAT(result, AnyOf(0, -1014)); // the latter before the first frame
+            EXPECT_THAT(result, AnyOf(0, -1006, -1014)); // the last one before the first frame
         }
     }
 
     Consumer& m_consumer;
+    const Handles& m_handles;
     std::mt19937 m_random;
+};
+
+class StreamThreads : public testing::Test
+{
+  protected:
+    StreamThreads()
+    {
+        consumer.AnnounceAndQueue(static_cast<int>(handles.size()));
+        std::copy(consumer.buffers.begin(), consumer.buffers.end(), handles.begin());
+    }
+
+    /// Repeats `meanwhile` on this thread while three others play.
+    void PlayDuring(const std::function<void()>& meanwhile)
+    {
+        std::atomic<int> playing = 3;
+        std::vector<std::thread> players;
+        for (unsigned seed = 1; seed <= 3; ++seed)
+        {
+            players.emplace_back([this, &playing, seed] {
+                Player(consumer, handles, seed).Play(4000);
+                --playing;
+            });
+        }
+        while (playing > 0)
+        {
+            meanwhile();
+        }
+        for (std::thread& player : players)
+        {
+            player.join();
+        }
+    }
+
+    /// The stream works as if nothing had been.
+    void ExpectFrames()
+    {
+        EXPECT_EQ(consumer.Stop(), 0);
+        consumer.buffers.assign(handles.begin(), handles.end());
+        consumer.RenewBuffers();
+        ASSERT_EQ(consumer.Start(), 0);
+        EXPECT_EQ(consumer.Take(10), Ids(1, 10));
+        EXPECT_EQ(consumer.Stop(), 0);
+    }
+
+    VirtualCamera camera{SmallFrames()};
+    Consumer consumer;
+    Handles handles{};
 };
 
 } // namespace
 
-TEST(StreamThreads, SeveralThreadsMayQueueTakeFlushAndAskWhileTheStreamStartsAndStops)
+TEST_F(StreamThreads, MayQueueTakeFlushAndAskWhileTheStreamStartsAndStops)
 {
-    const VirtualCamera camera(SmallFrames());
-    Consumer consumer;
-    consumer.AnnounceAndQueue(4);
     ASSERT_EQ(consumer.Start(), 0);
-    std::atomic<int> playing = 3;
-    std::vector<std::thread> players;
-    for (unsigned seed = 1; seed <= 3; ++seed)
-    {
-        players.emplace_back([&consumer, &playing, seed] {
-            Player(consumer, seed).Play(4000);
-            --playing;
-        });
-    }
-    while (playing > 0)
-    {
-        while (playing > 0 && consumer.Register64(framesReceived) < 1000)
+    int looks = 0;
+    PlayDuring([&] {
+        if (consumer.Register64(framesReceived) < 1000 && ++looks < 10000)
         {
             std::this_thread::yield();
+            return;
         }
+        looks = 0;
         EXPECT_EQ(consumer.Stop(), 0);
         EXPECT_EQ(consumer.Start(), 0);
-    }
-    for (std::thread& player : players)
-    {
-        player.join();
-    }
-    EXPECT_EQ(consumer.Stop(), 0);
-    consumer.RenewBuffers();
+    });
+    ExpectFrames();
+}
+
+TEST_F(StreamThreads, MayUseABufferWhileItIsRevokedAndAnotherTakesItsPlace)
+{
     ASSERT_EQ(consumer.Start(), 0);
-    EXPECT_EQ(consumer.Take(10), Ids(1, 10));
-    EXPECT_EQ(consumer.Stop(), 0);
+    std::size_t next = 0;
+    int revoked = 0;
+    PlayDuring([&] {
+        std::atomic<GenTL::BUFFER_HANDLE>& handle = handles[next++ % handles.size()];
+        const int result = consumer.gentl.DSRevokeBuffer(consumer.stream, handle, nullptr, nullptr);
+        if (result != 0)
+        {
+            EXPECT_EQ(result, -1022);
+            return;
+        }
+        ++revoked;
+        GenTL::BUFFER_HANDLE fresh = nullptr;
+        EXPECT_EQ(consumer.gentl.DSAllocAndAnnounceBuffer(consumer.stream, 64, nullptr, &fresh), 0);
+        handle = fresh;
+    });
+    EXPECT_GT(revoked, 0);
+    ExpectFrames();
 }

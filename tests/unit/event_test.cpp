@@ -10,8 +10,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <set>
 #include <thread>
 #include <vector>
@@ -229,17 +231,38 @@ TEST_F(Event, AThreadThatFindsTheLastEntryTakenReturnsWithNothingDelivered)
     event.Signal(&entries[0]);
     int second = -1;
     int result = -1;
+    std::optional<CallingThread> other;
     event.onDeliver = [&] {
         // The entry is out of the queue but bit 0 is still set, as for a second consumer at this moment.
-        std::thread([&] {
+        other.emplace([&] {
             unsigned long size = sizeof second;
             result = event.GetData(&second, &size, 0);
-        }).join();
+        });
+        other->AwaitAsleep();
     };
     EXPECT_EQ(GetData(0), 0);
+    other->Join();
     EXPECT_EQ(result, 0);
     EXPECT_EQ(second, -1);
     EXPECT_EQ(event.delivered, std::vector<int>{10});
+}
+
+TEST_F(Event, AWithdrawalWaitsForTheDeliveryUnderWay)
+{
+    event.Signal(&entries[0]);
+    std::atomic<bool> withdrawn = false;
+    std::optional<CallingThread> other;
+    event.onDeliver = [&] {
+        other.emplace([&] {
+            event.Withdraw(&entries[0]);
+            withdrawn = true;
+        });
+        other->AwaitAsleep();
+        EXPECT_FALSE(withdrawn) << "the entry may be deleted from then on";
+    };
+    EXPECT_EQ(GetData(0), 0);
+    other->Join();
+    EXPECT_TRUE(withdrawn);
 }
 
 TEST_F(Event, TheQueueIsTraced)
