@@ -20,8 +20,8 @@ namespace GigERDMA
 ///     EndOfTransfer                             + in the new buffer event, new data set
 ///     EventGetData                              with the consumer, queued flag cleared; then QueueBuffer again
 ///
-/// The consumer's threads call everything but StartOfTransfer, SetTransferCompleted and EndOfTransfer, which belong to
-/// the acquisition thread. StopAcquisition also runs on the acquisition thread, when the last frame asked for has come:
+/// The consumer's threads call everything but StartOfTransfer, SetTransferCompleted, EndOfTransfer and DoHandOver, which
+/// belong to the acquisition thread. StopAcquisition also runs on the acquisition thread, when the last frame asked for has come:
 /// DoStopAcquisition therefore must not wait for that thread. The acquisition thread may go on for a while after a
 /// stop; a subclass's destructor makes sure that it has ended. All operations return GenTL codes.
 ///
@@ -61,6 +61,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
 
     /// The frame of the block is in a buffer, or was dropped for want of one. Only from now on may the block be given
     /// back: a buffer bound to it may be queued at any time, also while the frame is on its way. Does nothing here.
+    /// Called with the transfer lock held.
     virtual void DoHandOver(void* rdmaId);
 
     /// Announces `size` bytes of the consumer's memory. -1009, or -1004 when that memory is announced already. The
