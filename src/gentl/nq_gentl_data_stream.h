@@ -20,10 +20,10 @@ namespace GigERDMA
 ///     EndOfTransfer                             + in the new buffer event, new data set
 ///     EventGetData                              with the consumer, queued flag cleared; then QueueBuffer again
 ///
-/// The consumer's threads call everything but StartOfTransfer, SetTransferCompleted, EndOfTransfer and DoHandOver, which
-/// belong to the acquisition thread. StopAcquisition also runs on the acquisition thread, when the last frame asked for has come:
-/// DoStopAcquisition therefore must not wait for that thread. The acquisition thread may go on for a while after a
-/// stop; a subclass's destructor makes sure that it has ended. All operations return GenTL codes.
+/// The consumer's threads call everything but StartOfTransfer, SetTransferCompleted, EndOfTransfer and DoHandOver,
+/// which belong to the acquisition thread. StopAcquisition also runs on the acquisition thread, when the last frame
+/// asked for has come: DoStopAcquisition therefore must not wait for that thread. The acquisition thread may go on for
+/// a while after a stop; a subclass's destructor makes sure that it has ended. All operations return GenTL codes.
 ///
 /// Order of locking: start lock, stop lock, transfer lock, queueing lock, module lock, then the locks of list, buffer
 /// and event. The module lock is never held over a call of DoStartAcquisition, DoStopAcquisition or over a wait.

@@ -13,7 +13,8 @@
 /// Owns one LvEndpoint, resolves the camera's address, and decodes received frames (GenDC: one component, one part).
 ///
 /// Connect, Start and Disconnect run on the thread of the start and stop calls, GetNextFrame and HandOver on the
-/// acquisition thread, the requeue calls on the consumer's threads. It has no lock of its own; the endpoint's queues synchronise.
+/// acquisition thread, the requeue calls on the consumer's threads. It has no lock of its own; the endpoint's queues
+/// synchronise.
 class GevRdmaEndpoint
 {
   public:
