@@ -3,6 +3,7 @@
 #include "faults.h"
 #include "nq_rdma_loopback.h"
 #include "tally.h"
+#include "waiting_sends.h"
 
 #include <cerrno>
 
@@ -59,4 +60,10 @@ void nq_loopback_count(nq_loopback_objects* objects)
     objects->event_channels = Live(Kind::EventChannel);
     objects->cm_ids = Live(Kind::CmId);
     objects->cm_events = Live(Kind::CmEvent);
+}
+
+void nq_loopback_count_waiting_sends(nq_loopback_waiting_sends* sends)
+{
+    sends->own = WaitingSends::Instance().own.load();
+    sends->of_peers = WaitingSends::Instance().ofPeers.load();
 }

@@ -42,7 +42,7 @@ constexpr uint8_t rejectPrivateData = 148;
 /// others.
 struct CmMessage
 {
-    static constexpr uint32_t expectedMagic = 0x4E514C32;
+    static constexpr uint32_t expectedMagic = 0x4E514C33;
 
     uint32_t magic = expectedMagic;
     CmKind kind = CmKind::Request;

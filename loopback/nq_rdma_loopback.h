@@ -44,6 +44,16 @@ struct nq_loopback_objects
 
 void nq_loopback_count(struct nq_loopback_objects* objects);
 
+/* Sends that arrived where no receive was posted, each counted once, since the process began. Here they only wait. On a
+ * network card each is sent again after the receiver's timer, 655 ms for connections of the connection manager. */
+struct nq_loopback_waiting_sends
+{
+    unsigned long long own;      /* Of this process, at their peers. Known at the latest when the send completes. */
+    unsigned long long of_peers; /* Of peers, in this process. */
+};
+
+void nq_loopback_count_waiting_sends(struct nq_loopback_waiting_sends* sends);
+
 #ifdef __cplusplus
 }
 #endif

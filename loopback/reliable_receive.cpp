@@ -5,6 +5,7 @@
 #include "memory.h"
 #include "queue_pair.h"
 #include "reliable_transport.h"
+#include "waiting_sends.h"
 
 #include <algorithm>
 #include <sys/socket.h>
@@ -39,11 +40,21 @@ void ReliableTransport::PostReceive(const ibv_recv_wr& work)
     {
         made.room += entry.length;
     }
+    // A message that has come already was there before its receive, even if the engine has not looked yet.
+    if (m_receives.empty() && m_data && !m_peerGone && LinkCarries())
+    {
+        ReceiveHeader();
+    }
     m_receives.push_back(std::move(made));
     if (m_state == IBV_QPS_ERR)
     {
         Flush();
         return;
+    }
+    if (HeaderIsWhole() && m_header.length == 0)
+    {
+        // Nothing more of it comes that could wake the engine.
+        Engine::Instance().CallAt(Clock::now(), shared_from_this());
     }
     UpdateInterest();
 }
@@ -65,7 +76,7 @@ void ReliableTransport::Receive()
 
 ReliableTransport::Step ReliableTransport::ReceiveHeader()
 {
-    if (m_headerBytes < sizeof m_header)
+    if (!HeaderIsWhole())
     {
         const ssize_t count = recv(m_data.Get(), reinterpret_cast<uint8_t*>(&m_header) + m_headerBytes,
                                    sizeof m_header - m_headerBytes, MSG_DONTWAIT);
@@ -74,7 +85,7 @@ ReliableTransport::Step ReliableTransport::ReceiveHeader()
             return Step::Stop;
         }
         m_headerBytes += static_cast<size_t>(count);
-        if (m_headerBytes < sizeof m_header)
+        if (!HeaderIsWhole())
         {
             return Step::Stop;
         }
@@ -85,8 +96,18 @@ ReliableTransport::Step ReliableTransport::ReceiveHeader()
             PeerIsGone();
             return Step::Stop;
         }
+        CountWaiting();
     }
     return m_receives.empty() ? Step::Stop : Step::Continue;
+}
+
+void ReliableTransport::CountWaiting()
+{
+    if (m_receives.empty())
+    {
+        ++WaitingSends::Instance().ofPeers;
+        SendAcknowledgement({AckKind::Waiting, 0, m_header.sequence});
+    }
 }
 
 ReliableTransport::Step ReliableTransport::OnReadResult(ssize_t count)

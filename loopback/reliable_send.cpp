@@ -4,6 +4,7 @@
 #include "memory.h"
 #include "queue_pair.h"
 #include "reliable_transport.h"
+#include "waiting_sends.h"
 
 #include <algorithm>
 #include <cstring>
@@ -210,6 +211,11 @@ void ReliableTransport::OnAcknowledgement(const Acknowledgement& acknowledgement
     {
         m_peerLinkUp = acknowledgement.kind == AckKind::LinkUp;
         CheckRetryDeadline();
+        return;
+    }
+    if (acknowledgement.kind == AckKind::Waiting)
+    {
+        ++WaitingSends::Instance().own;
         return;
     }
     const bool refused = acknowledgement.kind == AckKind::Refused;

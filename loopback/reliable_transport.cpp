@@ -192,7 +192,7 @@ void ReliableTransport::UpdateInterest()
     if (LinkCarries())
     {
         events = EPOLLRDHUP;
-        events |= m_receives.empty() ? 0U : static_cast<uint32_t>(EPOLLIN);
+        events |= m_receives.empty() && HeaderIsWhole() ? 0U : static_cast<uint32_t>(EPOLLIN);
         const bool mayTransmit = m_transmittedSends < m_sends.size() &&
                                  m_sends[m_transmittedSends].failure == IBV_WC_SUCCESS &&
                                  m_sends[m_transmittedSends].notBefore <= Clock::now();
@@ -230,6 +230,11 @@ void ReliableTransport::OnReady(int fd, uint32_t events)
             PeerIsGone();
         }
     }
+    Settle();
+}
+
+void ReliableTransport::Settle()
+{
     if (m_data && m_acknowledged < m_placed)
     {
         Acknowledge();
@@ -251,10 +256,11 @@ void ReliableTransport::OnTimer()
     FollowLink();
     if (!m_peerGone && LinkCarries())
     {
+        Receive();
         Transmit();
     }
     CheckRetryDeadline();
-    UpdateInterest();
+    Settle();
 }
 
 } // namespace nq::loopback

@@ -19,10 +19,11 @@ class QueuePair;
 
 /// Carries SENDs between two queue pairs over two pairs of Unix sockets made by the side that connects.
 ///
-/// The data stream carries, in each direction, a header and the bytes of each message. Its receiver reads only while a
-/// receive is posted, and straight into it, so a SEND without a receive waits in the stream and in the sender's memory.
-/// The acknowledgement stream is never blocked by that: for each message placed it brings back its sequence number, or
-/// the error that the sender's completion has to show.
+/// The data stream carries, in each direction, a header and the bytes of each message. Its receiver reads the bytes
+/// only while a receive is posted, and straight into it, so a SEND without a receive waits in the stream and in the
+/// sender's memory; its header is read at once, which is how it is counted. The acknowledgement stream is never blocked
+/// by that: it brings back that a message waits, and for each message placed its sequence number, or the error that the
+/// sender's completion has to show.
 ///
 ///     Reset --Modify--> Init --Attach or Modify--> ReadyToReceive/ReadyToSend --ToError, peer's error--> Error
 ///
@@ -100,7 +101,8 @@ class ReliableTransport final : public Pollable
         Placed,
         Refused,
         LinkDown,
-        LinkUp
+        LinkUp,
+        Waiting // the message has found no receive
     };
 
     struct Acknowledgement
@@ -131,6 +133,8 @@ class ReliableTransport final : public Pollable
     // Receiving half (reliable_receive.cpp).
     void Receive();
     Step ReceiveHeader();
+    bool HeaderIsWhole() const { return m_headerBytes == sizeof m_header; }
+    void CountWaiting();
     Step ReceivePayload();
     ssize_t ReadInto(const ReceiveWork& work);
     Step OnReadResult(ssize_t count);
@@ -146,6 +150,7 @@ class ReliableTransport final : public Pollable
     void PeerIsGone();
     void Complete(CompletionQueue& queue, const ibv_wc& completion, bool solicited);
     void UpdateInterest();
+    void Settle();
     void FollowLink();
     bool LinkCarries() const;
 

@@ -8,6 +8,7 @@ namespace
 {
 
 using nq::test::Consumer;
+using nq::test::ExpectNoSendWaited;
 using nq::test::Ids;
 using nq::test::SmallFrames;
 using nq::test::VirtualCamera;
@@ -23,6 +24,7 @@ TEST(Stream, FramesTravelToTheBuffersAndTheBlocksGoRound)
     EXPECT_GE(consumer.Register64(0x80114), 49U) << "a frame counts as received behind its delivery";
     EXPECT_EQ(consumer.StreamInfo(GenTL::STREAM_INFO_NUM_UNDERRUN), 0U);
     EXPECT_EQ(consumer.Stop(), 0);
+    ExpectNoSendWaited();
 }
 
 TEST(Stream, AllocatedBuffersPointIntoTheFrameBlocks)

@@ -20,6 +20,15 @@ struct LoopbackControl
     decltype(&nq_loopback_break) breakAll = Find<decltype(&nq_loopback_break)>("nq_loopback_break");
     decltype(&nq_loopback_delay) delay = Find<decltype(&nq_loopback_delay)>("nq_loopback_delay");
     decltype(&nq_loopback_count) count = Find<decltype(&nq_loopback_count)>("nq_loopback_count");
+    decltype(&nq_loopback_count_waiting_sends) countWaitingSends =
+        Find<decltype(&nq_loopback_count_waiting_sends)>("nq_loopback_count_waiting_sends");
+
+    nq_loopback_waiting_sends WaitingSends() const
+    {
+        nq_loopback_waiting_sends sends{};
+        countWaitingSends(&sends);
+        return sends;
+    }
 
     nq_loopback_objects Objects() const
     {

@@ -277,6 +277,14 @@ inline void ExpectAWholeRun(Consumer& consumer)
     EXPECT_EQ(consumer.Stop(), 0);
 }
 
+/// A message that finds no receive is sent again by a network card after 655 ms: neither side may ever do that.
+inline void ExpectNoSendWaited()
+{
+    const nq_loopback_waiting_sends sends = LoopbackControl().WaitingSends();
+    EXPECT_EQ(sends.own, 0U) << "ready messages";
+    EXPECT_EQ(sends.of_peers, 0U) << "frames";
+}
+
 /// What the process holds of the system and of the software RDMA.
 struct Holdings
 {
