@@ -5,6 +5,8 @@
 #include "error.h"
 #include "log.h"
 
+#include <cstring>
+
 namespace nq::loopback
 {
 
@@ -14,6 +16,19 @@ namespace
 constexpr int maximumEntries = 1 << 20;
 
 } // namespace
+
+ibv_wc FailedCompletion(uint64_t work, ibv_wc_status status, uint32_t queuePair, ibv_wc_opcode opcode)
+{
+    constexpr int poison = 0xA5;
+    ibv_wc completion;
+    std::memset(&completion, poison, sizeof completion);
+    completion.wr_id = work;
+    completion.status = status;
+    completion.qp_num = queuePair;
+    completion.vendor_err = 0;
+    completion.opcode = opcode == IBV_WC_SEND ? IBV_WC_RECV : IBV_WC_SEND;
+    return completion;
+}
 
 CompletionChannel::CompletionChannel(ibv_context* owner) : ibv_comp_channel{}
 {

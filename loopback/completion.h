@@ -12,6 +12,10 @@ namespace nq::loopback
 
 class CompletionQueue;
 
+/// The completion of a work request that failed. Only wr_id, status, qp_num and vendor_err are valid in it: the rest is
+/// what misleads most a user who looks at it, the opcode of the other queue and poisoned bytes.
+ibv_wc FailedCompletion(uint64_t work, ibv_wc_status status, uint32_t queuePair, ibv_wc_opcode opcode);
+
 /// A channel that tells of completions. Its public `refcnt` counts its queues.
 class CompletionChannel : public ibv_comp_channel, private Counted<Kind::CompletionChannel>
 {

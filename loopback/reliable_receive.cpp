@@ -194,25 +194,26 @@ ReliableTransport::Step ReliableTransport::RefuseMessage(ibv_wc_status local, ib
 
 void ReliableTransport::CompleteFrontReceive(ibv_wc_status status)
 {
+    const uint64_t work = m_receives.front().id;
+    m_receives.pop_front();
+    if (status != IBV_WC_SUCCESS)
+    {
+        Complete(CompletionQueue::From(m_pair->recv_cq), FailedCompletion(work, status, m_pair->qp_num, IBV_WC_RECV),
+                 false);
+        return;
+    }
     ibv_wc completion{};
-    completion.wr_id = m_receives.front().id;
-    completion.status = status;
+    completion.wr_id = work;
     completion.opcode = IBV_WC_RECV;
+    completion.byte_len = static_cast<uint32_t>(m_header.length);
     completion.qp_num = m_pair->qp_num;
     completion.src_qp = m_peerNumber;
-    m_receives.pop_front();
-    bool solicited = false;
-    if (status == IBV_WC_SUCCESS)
+    if ((m_header.flags & flagImmediate) != 0)
     {
-        completion.byte_len = static_cast<uint32_t>(m_header.length);
-        solicited = (m_header.flags & flagSolicited) != 0;
-        if ((m_header.flags & flagImmediate) != 0)
-        {
-            completion.wc_flags = IBV_WC_WITH_IMM;
-            completion.imm_data = m_header.immediate;
-        }
+        completion.wc_flags = IBV_WC_WITH_IMM;
+        completion.imm_data = m_header.immediate;
     }
-    Complete(CompletionQueue::From(m_pair->recv_cq), completion, solicited);
+    Complete(CompletionQueue::From(m_pair->recv_cq), completion, (m_header.flags & flagSolicited) != 0);
 }
 
 void ReliableTransport::Acknowledge()

@@ -243,9 +243,14 @@ void ReliableTransport::CompleteFrontSend(ibv_wc_status status)
     {
         return;
     }
+    if (status != IBV_WC_SUCCESS)
+    {
+        Complete(CompletionQueue::From(m_pair->send_cq), FailedCompletion(work.id, status, m_pair->qp_num, IBV_WC_SEND),
+                 false);
+        return;
+    }
     ibv_wc completion{};
     completion.wr_id = work.id;
-    completion.status = status;
     completion.opcode = IBV_WC_SEND;
     completion.byte_len = static_cast<uint32_t>(work.length);
     completion.qp_num = m_pair->qp_num;
