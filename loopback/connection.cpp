@@ -275,6 +275,7 @@ void Connection::EnterTimeWait()
 void Connection::Close()
 {
     m_state = State::Closed;
+    FlushOutbox(Clock::time_point::max());
     m_deadline = Clock::time_point::max();
     m_watch.Stop();
     m_control.Reset();
@@ -292,15 +293,22 @@ void Connection::Send(CmKind kind, uint32_t status)
 
 void Connection::Send(CmMessage message)
 {
-    m_outbox.push_back(message);
-    FlushOutbox();
+    const bool setsUp = message.kind == CmKind::Reply || message.kind == CmKind::ReadyToUse;
+    const std::chrono::milliseconds delay = setsUp ? Settings::Get().connectDelay : std::chrono::milliseconds(0);
+    const Clock::time_point now = Clock::now();
+    m_outbox.push_back({message, now + delay});
+    if (delay.count() != 0)
+    {
+        Engine::Instance().CallAt(now + delay, shared_from_this());
+    }
+    FlushOutbox(now);
 }
 
-void Connection::FlushOutbox()
+void Connection::FlushOutbox(Clock::time_point until)
 {
-    while (m_control && LinkIsUp() && !m_outbox.empty())
+    while (m_control && LinkIsUp() && !m_outbox.empty() && m_outbox.front().notBefore <= until)
     {
-        SendMessage(m_control.Get(), m_outbox.front());
+        SendMessage(m_control.Get(), m_outbox.front().message);
         m_outbox.pop_front();
     }
 }
@@ -313,7 +321,7 @@ void Connection::Deadline(Clock::time_point when)
 
 void Connection::FollowLink()
 {
-    FlushOutbox();
+    FlushOutbox(Clock::now());
     if (m_control)
     {
         m_watch.Want(LinkIsUp() ? static_cast<uint32_t>(EPOLLIN) : 0U);

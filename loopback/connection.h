@@ -92,6 +92,12 @@ class Connection final : public Pollable
     void OnBreak() override;
 
   private:
+    struct Outgoing
+    {
+        CmMessage message;
+        Clock::time_point notBefore;
+    };
+
     void OnMessage(const CmMessage& message, UniqueFd data, UniqueFd acknowledgements);
     void OnOffer(const CmMessage& message, UniqueFd data, UniqueFd acknowledgements);
     void OnRejected(const CmMessage& message);
@@ -101,7 +107,7 @@ class Connection final : public Pollable
     void Close();
     void Send(CmKind kind, uint32_t status = 0);
     void Send(CmMessage message);
-    void FlushOutbox();
+    void FlushOutbox(Clock::time_point until);
     void Deadline(Clock::time_point when);
     void FollowLink();
 
@@ -113,7 +119,7 @@ class Connection final : public Pollable
     UniqueFd m_data;
     UniqueFd m_acknowledgements;
     CmMessage m_peer;
-    std::deque<CmMessage> m_outbox;
+    std::deque<Outgoing> m_outbox;
     Clock::time_point m_deadline = Clock::time_point::max();
 };
 

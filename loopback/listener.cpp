@@ -40,9 +40,9 @@ void Listener::Close()
     m_watch.Stop();
     // The engine may hold this object a little longer; the address is free from here on.
     m_socket.Withdraw();
-    for (const std::shared_ptr<Connection>& connection : m_waiting)
+    for (const Request& request : m_waiting)
     {
-        connection->Abandon();
+        request.connection->Abandon();
     }
     for (const std::shared_ptr<Connection>& connection : m_offers)
     {
@@ -67,7 +67,12 @@ void Listener::Take(Connection& connection)
 {
     const auto self = std::static_pointer_cast<Connection>(connection.shared_from_this());
     m_offers.erase(self);
-    m_waiting.push_back(self);
+    const std::chrono::milliseconds delay = Settings::Get().connectDelay;
+    m_waiting.push_back({self, Clock::now() + delay});
+    if (delay.count() != 0)
+    {
+        Engine::Instance().CallAt(m_waiting.back().arrives, shared_from_this());
+    }
     PostRequests();
 }
 
@@ -84,10 +89,10 @@ void Listener::OnRequestRead()
 
 void Listener::PostRequests()
 {
-    while (m_id != nullptr && m_unread < m_backlog && !m_waiting.empty())
+    while (m_id != nullptr && m_unread < m_backlog && !m_waiting.empty() && m_waiting.front().arrives <= Clock::now())
     {
         ++m_unread;
-        m_id->PostRequest(std::move(m_waiting.front()));
+        m_id->PostRequest(std::move(m_waiting.front().connection));
         m_waiting.pop_front();
     }
 }
@@ -116,6 +121,7 @@ void Listener::OnTimer()
     if (m_id != nullptr)
     {
         m_watch.Want(LinkIsUp() ? static_cast<uint32_t>(EPOLLIN) : 0U);
+        PostRequests();
     }
 }
 

@@ -44,6 +44,12 @@ class Listener final : public Pollable
     void OnTimer() override;
 
   private:
+    struct Request
+    {
+        std::shared_ptr<Connection> connection;
+        Clock::time_point arrives;
+    };
+
     void PostRequests();
 
     const Endpoint m_address;
@@ -54,7 +60,7 @@ class Listener final : public Pollable
     int m_backlog = 0;
     int m_unread = 0;
     std::set<std::shared_ptr<Connection>> m_offers;
-    std::deque<std::shared_ptr<Connection>> m_waiting;
+    std::deque<Request> m_waiting;
 };
 
 } // namespace nq::loopback

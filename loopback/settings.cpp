@@ -51,6 +51,7 @@ Settings Read()
     settings.connectTimeout = Milliseconds("NQ_RDMA_LOOPBACK_TIMEOUT_MS", 1000);
     settings.retryTimeout = Milliseconds("NQ_RDMA_LOOPBACK_RETRY_MS", 500);
     settings.timeWait = Milliseconds("NQ_RDMA_LOOPBACK_TIMEWAIT_MS", 20);
+    settings.connectDelay = Milliseconds("NQ_RDMA_LOOPBACK_CONNECT_MS", 0);
     settings.messageDelay = Milliseconds("NQ_RDMA_LOOPBACK_DELAY_MS", 0);
     return settings;
 }

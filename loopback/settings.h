@@ -23,6 +23,7 @@ struct Settings
     std::chrono::milliseconds connectTimeout; ///< NQ_RDMA_LOOPBACK_TIMEOUT_MS: an unanswered request or disconnect.
     std::chrono::milliseconds retryTimeout;   ///< NQ_RDMA_LOOPBACK_RETRY_MS: a send whose peer is gone.
     std::chrono::milliseconds timeWait;       ///< NQ_RDMA_LOOPBACK_TIMEWAIT_MS: from disconnected to time-wait exit.
+    std::chrono::milliseconds connectDelay;   ///< NQ_RDMA_LOOPBACK_CONNECT_MS: each message that sets a connection up.
     std::chrono::milliseconds messageDelay;   ///< NQ_RDMA_LOOPBACK_DELAY_MS: from a send's post to its transmission.
 
     static const Settings& Get();

@@ -287,4 +287,17 @@ TEST(StreamAddress, AHostThatListensOnAnotherPortRefusesAndTheNextStartWorks)
     ExpectAWholeRun(consumer);
 }
 
+TEST(StreamConnectTime, AConnectionThatTakesHalfASecondToBeMadeWorks)
+{
+    setenv("NQ_RDMA_LOOPBACK_CONNECT_MS", "170", 1); // The camera inherits it.
+    const VirtualCamera camera{SmallFrames()};
+    Consumer consumer;
+    consumer.AnnounceAndQueue(3);
+    const Holdings idle = Idle(consumer);
+    ExpectAWholeRun(consumer);
+    ExpectAWholeRun(consumer);
+    EXPECT_EQ(Settled(idle), idle);
+    nq::test::ExpectNoSendWaited();
+}
+
 } // namespace
