@@ -36,7 +36,8 @@ inline long Count(const std::string& what)
 class Consumer
 {
   public:
-    Consumer()
+    /// `library` is loaded with `flags` of dlopen, 0 for the usual ones.
+    explicit Consumer(const std::string& library = NQ_CTI_PATH, int flags = 0) : gentl(library, flags)
     {
         RdmaFolder();
         EXPECT_EQ(gentl.GCInitLib(), 0);
