@@ -2,11 +2,11 @@
 // The connection manager's side of one connection.
 #include "connection.h"
 
+#include "cm_channel.h"
 #include "cm_id.h"
 #include "faults.h"
 #include "listener.h"
 #include "log.h"
-#include "rendezvous.h"
 
 #include <cerrno>
 #include <sys/epoll.h>
@@ -37,6 +37,10 @@ void Connection::Start(Clock::time_point unreachableAt)
     {
         m_watch.Start(m_control.Get(), shared_from_this());
         m_watch.Want(EPOLLIN);
+        if (m_state == State::Offered)
+        {
+            Deadline(Clock::now() + Settings::Get().connectTimeout);
+        }
     }
     else
     {
@@ -191,7 +195,13 @@ void Connection::OnOffer(const CmMessage& message, UniqueFd data, UniqueFd ackno
     const std::shared_ptr<Listener> listener = m_listener.lock();
     if (m_state != State::Offered || !listener)
     {
-        Close();
+        OnEnd();
+        return;
+    }
+    // Without room for them the streams are lost on their way.
+    if (message.kind == CmKind::Request && (!data || !acknowledgements))
+    {
+        OnEnd();
         return;
     }
     const CmKind answer = listener->Judge(message);
@@ -214,7 +224,12 @@ void Connection::OnRejected(const CmMessage& message)
 {
     const bool waiting = m_state == State::Requesting || m_state == State::Replied || m_state == State::Requested ||
                          m_state == State::Accepted;
-    if (waiting && m_id != nullptr)
+    if (!waiting)
+    {
+        OnEnd();
+        return;
+    }
+    if (m_id != nullptr)
     {
         m_id->Post(RDMA_CM_EVENT_REJECTED, static_cast<int>(message.status), &message, rejectPrivateData);
     }
@@ -332,7 +347,16 @@ void Connection::OnTimer()
 {
     const std::lock_guard lock(CmMutex());
     FollowLink();
-    if (m_deadline > Clock::now() || m_id == nullptr)
+    if (m_deadline > Clock::now())
+    {
+        return;
+    }
+    if (m_state == State::Offered)
+    {
+        OnSilentOffer();
+        return;
+    }
+    if (m_id == nullptr)
     {
         return;
     }
@@ -351,6 +375,20 @@ void Connection::OnTimer()
     {
         m_id->Post(RDMA_CM_EVENT_TIMEWAIT_EXIT, 0);
         Close();
+    }
+}
+
+void Connection::OnSilentOffer()
+{
+    // Nothing is read while the link is down.
+    if (LinkIsUp())
+    {
+        Log("an offer that says nothing is closed");
+        OnEnd();
+    }
+    else
+    {
+        Deadline(Clock::now() + Settings::Get().connectTimeout);
     }
 }
 

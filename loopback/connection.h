@@ -54,7 +54,8 @@ class Connection final : public Pollable
     /// The passive side of a socket that was just accepted.
     Connection(UniqueFd control, std::weak_ptr<Listener> listener);
 
-    /// Begins to listen to the peer. One that is unreachable is reported as such at that time.
+    /// Begins to listen to the peer. One that is unreachable is reported as such at that time; an offer has to speak
+    /// within the connect timeout.
     void Start(Clock::time_point unreachableAt = Clock::time_point::max());
 
     State Now() const { return m_state; }
@@ -103,6 +104,7 @@ class Connection final : public Pollable
     void OnRejected(const CmMessage& message);
     void OnPeerDisconnects();
     void OnEnd();
+    void OnSilentOffer();
     void EnterTimeWait();
     void Close();
     void Send(CmKind kind, uint32_t status = 0);

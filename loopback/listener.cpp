@@ -2,9 +2,11 @@
 // A bound address and what is offered to it.
 #include "listener.h"
 
+#include "cm_channel.h"
 #include "cm_id.h"
 #include "error.h"
 
+#include <cerrno>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
@@ -15,6 +17,7 @@ namespace
 {
 
 constexpr int longestBacklog = 1024;
+constexpr std::chrono::milliseconds pauseWithoutDescriptors{100};
 
 } // namespace
 
@@ -106,7 +109,14 @@ void Listener::OnReady(int, uint32_t)
         return;
     }
     UniqueFd control(accept4(m_socket.Fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (control && m_id != nullptr)
+    if (!control && errno != EAGAIN && errno != EINTR && errno != ECONNABORTED)
+    {
+        // Out of descriptors, most likely: the offer stays, and so would the event.
+        m_watch.Want(0);
+        Engine::Instance().CallAt(Clock::now() + pauseWithoutDescriptors, shared_from_this());
+        return;
+    }
+    if (control && m_id != nullptr && PeerIsSameUser(control.Get()))
     {
         auto connection = std::make_shared<Connection>(
             std::move(control), std::weak_ptr(std::static_pointer_cast<Listener>(shared_from_this())));

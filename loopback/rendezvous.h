@@ -3,12 +3,12 @@
 #pragma once
 
 #include "cm_message.h"
+#include "folder.h"
 #include "net_scope.h"
 #include "settings.h"
 #include "unique_fd.h"
 
 #include <string>
-#include <vector>
 
 namespace nq::loopback
 {
@@ -29,7 +29,7 @@ class BoundSocket
 
   private:
     UniqueFd m_fd;
-    UniqueFd m_directory;
+    Folder m_folder;
     std::string m_name;
     int m_owner;
     bool m_withdrawn = false;
@@ -51,19 +51,5 @@ struct FoundListener
 /// Offers `request` with its two streams to those that are bound to its destination. Blocks until they have answered
 /// or `end` has come.
 FoundListener FindListener(const CmMessage& request, int data, int acknowledgements, Clock::time_point end);
-
-/// Sends one message with up to two descriptors; false when the peer is gone or its buffer is full.
-bool SendMessage(int control, const CmMessage& message, int first = -1, int second = -1);
-
-/// Result of one attempt to read a message.
-enum class Received
-{
-    Message,
-    Nothing,
-    End
-};
-
-/// Reads one message without waiting; descriptors that came with it go to `first` and `second`.
-Received ReceiveMessage(int control, CmMessage& message, UniqueFd& first, UniqueFd& second);
 
 } // namespace nq::loopback

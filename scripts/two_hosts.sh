@@ -28,7 +28,7 @@ for more in ${MORE_CAMERA_ADDRESSES:-}; do
 done
 
 export NQ_RDMA_LOOPBACK_DIR=$work/rdma LD_PRELOAD=$PWD/build/libnq_rdma_loopback.so
-mkdir -p "$NQ_RDMA_LOOPBACK_DIR"
+mkdir -m 700 "$NQ_RDMA_LOOPBACK_DIR"
 # shellcheck disable=SC2086
 nsenter -t "$holder" -n build/nq-gev-camera --address 10.77.0.2 ${CAMERA_ARGUMENTS:-} >"$work/camera.log" 2>&1 &
 camera=$!

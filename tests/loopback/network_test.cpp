@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Who reaches whom over the software RDMA: addresses, network namespaces, processes and folders.
 #include "loopback/rdma_side.h"
+#include "loopback/rendezvous_folder.h"
 #include "support/network.h"
 
 #include <atomic>
@@ -19,46 +20,6 @@ namespace nq::test
 
 namespace
 {
-
-sockaddr_in Address(const char* host, uint16_t port)
-{
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    inet_pton(AF_INET, host, &address.sin_addr);
-    return address;
-}
-
-/// A folder of this case alone. To be made before the first RDMA call.
-class Folder
-{
-  public:
-    explicit Folder(const std::string& below = "")
-    {
-        char name[] = "/tmp/nq-loopback-test-XXXXXX";
-        Require(mkdtemp(name) != nullptr, "mkdtemp");
-        m_root = name;
-        path = m_root + below;
-        std::filesystem::create_directories(path);
-        setenv("NQ_RDMA_LOOPBACK_DIR", path.c_str(), 1);
-    }
-    ~Folder() { std::filesystem::remove_all(m_root); }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-
-    size_t Entries() const { return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(path), {})); }
-
-    std::string path;
-
-  private:
-    std::string m_root;
-};
-
-/// Lets a peer be unreachable soon. To be called before the first RDMA call.
-void GiveUpSoon()
-{
-    setenv("NQ_RDMA_LOOPBACK_TIMEOUT_MS", "100", 1);
-}
 
 /// A second host on a cable of its own: here 10.9.0.1, there 10.9.0.2.
 struct Network
