@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The sending half of a reliable connection.
 #include "error.h"
+#include "log.h"
 #include "memory.h"
 #include "queue_pair.h"
 #include "reliable_transport.h"
@@ -29,6 +30,13 @@ void Append(std::vector<iovec>& vectors, void* base, uint64_t bytes, uint64_t& s
     {
         vectors.push_back({static_cast<uint8_t*>(base) + skipped, bytes - skipped});
     }
+}
+
+// The peer may send any number.
+ibv_wc_status RefusalStatus(uint32_t status)
+{
+    const bool known = status > IBV_WC_SUCCESS && status <= IBV_WC_GENERAL_ERR;
+    return known ? static_cast<ibv_wc_status>(status) : IBV_WC_BAD_RESP_ERR;
 }
 
 } // namespace
@@ -207,30 +215,40 @@ void ReliableTransport::ReadAcknowledgements()
 
 void ReliableTransport::OnAcknowledgement(const Acknowledgement& acknowledgement)
 {
-    if (acknowledgement.kind == AckKind::LinkDown || acknowledgement.kind == AckKind::LinkUp)
+    switch (acknowledgement.kind)
     {
+    case AckKind::LinkDown:
+    case AckKind::LinkUp:
         m_peerLinkUp = acknowledgement.kind == AckKind::LinkUp;
         CheckRetryDeadline();
-        return;
-    }
-    if (acknowledgement.kind == AckKind::Waiting)
-    {
+        break;
+    case AckKind::Waiting:
         ++WaitingSends::Instance().own;
-        return;
-    }
-    const bool refused = acknowledgement.kind == AckKind::Refused;
-    while (m_transmittedSends > 0 && m_sends.front().sequence < acknowledgement.sequence + (refused ? 0 : 1))
-    {
-        CompleteFrontSend(IBV_WC_SUCCESS);
-    }
-    FailStalledSend();
-    if (refused)
-    {
+        break;
+    case AckKind::Placed:
+        CompleteSendsBefore(acknowledgement.sequence + 1);
+        FailStalledSend();
+        break;
+    case AckKind::Refused:
+        CompleteSendsBefore(acknowledgement.sequence);
+        FailStalledSend();
         if (!m_sends.empty() && m_sends.front().sequence == acknowledgement.sequence)
         {
-            CompleteFrontSend(static_cast<ibv_wc_status>(acknowledgement.status));
+            CompleteFrontSend(RefusalStatus(acknowledgement.status));
         }
         EnterError();
+        break;
+    default:
+        Log("queue pair %u: the acknowledgements are broken", m_pair->qp_num);
+        PeerIsGone();
+    }
+}
+
+void ReliableTransport::CompleteSendsBefore(uint64_t sequence)
+{
+    while (m_transmittedSends > 0 && m_sends.front().sequence < sequence)
+    {
+        CompleteFrontSend(IBV_WC_SUCCESS);
     }
 }
 

@@ -126,6 +126,7 @@ class ReliableTransport final : public Pollable
     static Header HeaderOf(const SendWork& work);
     void ReadAcknowledgements();
     void OnAcknowledgement(const Acknowledgement& acknowledgement);
+    void CompleteSendsBefore(uint64_t sequence);
     void CompleteFrontSend(ibv_wc_status status);
     void FailStalledSend();
     void CheckRetryDeadline();
