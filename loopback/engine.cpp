@@ -7,11 +7,8 @@
 #include "log.h"
 
 #include <algorithm>
-#include <csignal>
-#include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
-#include <thread>
 #include <vector>
 
 namespace nq::loopback
@@ -72,27 +69,6 @@ Engine::Engine() : m_epoll(epoll_create1(EPOLL_CLOEXEC)), m_wake(eventfd(0, EFD_
         Throw(errno);
     }
     StartThread();
-}
-
-void Engine::StartThread()
-{
-    // The host's signal handlers must not run on a thread that it does not know.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    try
-    {
-        std::thread thread([this] { Run(); });
-        pthread_setname_np(thread.native_handle(), "nq-loopback");
-        thread.detach();
-    }
-    catch (...)
-    {
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
-        throw;
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 uint64_t Engine::Register(int fd, const std::shared_ptr<Pollable>& handler)
@@ -223,26 +199,26 @@ void Engine::Dispatch(uint64_t key, uint32_t events)
     }
 }
 
-void Engine::Run()
+int Engine::Turn(int longest)
 {
-    for (;;)
+    const int next = MillisecondsToNextTimer();
+    epoll_event events[32];
+    const int count =
+        epoll_wait(m_epoll.Get(), events, 32, longest < 0 || (next >= 0 && next < longest) ? next : longest);
+    for (int index = 0; index < count; ++index)
     {
-        epoll_event events[32];
-        const int count = epoll_wait(m_epoll.Get(), events, 32, MillisecondsToNextTimer());
-        for (int index = 0; index < count; ++index)
+        if (events[index].data.u64 == wakeKey)
         {
-            if (events[index].data.u64 == wakeKey)
-            {
-                uint64_t value = 0;
-                [[maybe_unused]] const ssize_t got = read(m_wake.Get(), &value, sizeof value);
-            }
-            else
-            {
-                Dispatch(events[index].data.u64, events[index].events);
-            }
+            uint64_t value = 0;
+            [[maybe_unused]] const ssize_t got = read(m_wake.Get(), &value, sizeof value);
         }
-        RunTimers();
+        else
+        {
+            Dispatch(events[index].data.u64, events[index].events);
+        }
     }
+    RunTimers();
+    return count;
 }
 
 void Watch::Start(int fd, const std::shared_ptr<Pollable>& handler)

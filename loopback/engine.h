@@ -56,6 +56,10 @@ class Engine
     /// Calls OnBreak of every handler with a registered descriptor, on this thread.
     void BreakAll();
 
+    /// Waits for the next descriptor or deadline, at most `longest` milliseconds unless that is negative, and calls the
+    /// handlers. How many descriptors were ready. For the thread of the engine alone.
+    int Turn(int longest);
+
   private:
     struct Registration
     {

@@ -231,5 +231,100 @@ def call_seeds():
     seed("calls", "every_function", every.bytes)
 
 
-for make in (acknowledge_seeds, discovery_seeds, event_seeds, gendc_seeds, text_seeds, port_seeds, call_seeds):
+# ---- the software RDMA
+
+
+def entry(offset, length):
+    return word(offset) + word(length) + [1]
+
+
+def post_receive(length=1024, count=1):
+    return [0] + entry(0, length) + entry(0, 0) + [count]
+
+
+def post_send(length=60, count=1):
+    return [2] + entry(0, length) + entry(0, 0) + [count, 1]
+
+
+def stream_message(length=60, magic=None, whole=1):
+    return [4] + ([1] if magic is None else [0] + dword(magic)) + [0, 1, 1] + word(length) + [whole]
+
+
+def stream_acknowledgement(kind, sequence=1, status=0):
+    return [6, 1, kind, 1, status, 1, sequence]
+
+
+def stream_seeds():
+    placed, refused, down, up, waiting = range(5)
+    seed("loopback_stream", "message", (post_receive() + stream_message()) * 3)
+    seed("loopback_stream", "message_that_waits", stream_message() + post_receive() + stream_message(0) + post_receive())
+    seed("loopback_stream", "message_too_long", post_receive(100) + post_receive() + stream_message(101))
+    seed("loopback_stream", "half_a_message", post_receive() + stream_message(500, whole=0) + [3, 3, 1, 2, 3] + [9, 1])
+    seed("loopback_stream", "broken_header", post_receive() + stream_message(magic=1))
+    seed("loopback_stream", "sends", post_send() * 3 + stream_acknowledgement(placed, 2) + stream_acknowledgement(placed, 3))
+    seed("loopback_stream", "send_that_waits", post_send() + stream_acknowledgement(waiting) + stream_acknowledgement(placed))
+    seed("loopback_stream", "send_refused", post_send() * 2 + stream_acknowledgement(refused, 1, 9) + post_receive())
+    seed("loopback_stream", "refused_for_no_reason", post_send() + [6, 1, refused, 0] + dword(4096) + [1, 1])
+    seed("loopback_stream", "unknown_acknowledgement", post_send() + [6, 0] + dword(77) + [1, 0, 1, 1])
+    seed("loopback_stream", "send_outside_its_region", post_send(2100) + post_send())
+    seed("loopback_stream", "link", post_send() + stream_acknowledgement(down) + [10, 0] + post_send() + [10, 1])
+    seed("loopback_stream", "link_comes_back", stream_acknowledgement(down) + stream_acknowledgement(up) + post_send())
+    seed("loopback_stream", "peer_goes", post_send() + post_receive() + [9, 0] + [9, 1])
+    seed("loopback_stream", "broken_link", post_send() + post_receive() + [11, 0])
+
+
+REQUEST, WHO_HAS, TAKEN, NOT_HERE, NO_ANSWER, NOT_LISTENING, REPLY, READY, REJECT, DISCONNECT, DISCONNECTED = range(11)
+WITHOUT_STREAMS, ONE_STREAM, STREAMS = 1, 3, 4
+
+
+def said(kind, how=WITHOUT_STREAMS):
+    return [how, 1, kind, 1]
+
+
+def says(kind, how=WITHOUT_STREAMS, stranger=0):
+    return [1, stranger] + said(kind, how)
+
+
+def use(action, which=0):
+    return [5, which, action]
+
+
+def rendezvous_seeds():
+    disconnect, destroy, reject, link, accept = range(5)
+    offer = [0]
+    request = offer + says(REQUEST, STREAMS)
+    accepted = request + [1]
+    established = accepted + says(READY)
+    found = [6, 2] + said(TAKEN) + said(REPLY)
+    seeds = {
+        "silent_offer": offer,
+        "offer_without_streams": offer + says(REQUEST),
+        "offer_of_one_stream": offer + says(REQUEST, ONE_STREAM) + [1],
+        "who_has": offer + says(WHO_HAS),
+        "stranger_disconnects": established + says(DISCONNECT) + use(disconnect),
+        "we_disconnect": established + use(disconnect) + says(DISCONNECTED),
+        "both_disconnect": established + use(disconnect) + says(DISCONNECT),
+        "stranger_dies": established + [4, 0, 0],
+        "destroyed": established + use(destroy),
+        "rejected_by_us": request + [0] + use(reject),
+        "rejected_by_stranger": accepted + says(REJECT),
+        "second_request": accepted + says(REQUEST, STREAMS),
+        "request_when_established": established + says(REQUEST, STREAMS),
+        "reject_when_established": established + says(REJECT),
+        "link": established + use(link) + [0] + use(link) + [1] + says(DISCONNECT),
+        "bytes": offer + [1, 0, 0] + word(5) + [1, 2, 3, 4, 5],
+        "found": found + use(disconnect),
+        "found_and_refused": [6, 2] + said(TAKEN) + said(REJECT),
+        "found_and_silent": [6, 1] + said(TAKEN) + [4, 0, 0],
+        "not_found": [6, 1] + said(NOT_LISTENING),
+        "reply_twice": [6, 3] + said(TAKEN) + said(REPLY) + said(REPLY),
+        "request_back": [6, 2] + said(TAKEN) + said(REQUEST, STREAMS),
+        "file": [7, 15] + list(b"4792_1_any_1_1x") + [1],
+        "unfinished": [7, 12] + list(b"unfinished_1") + [0],
+    }
+    for name, steps in seeds.items():
+        seed("loopback_rendezvous", name, steps)
+
+
+for make in (acknowledge_seeds, discovery_seeds, event_seeds, gendc_seeds, text_seeds, port_seeds, call_seeds, stream_seeds, rendezvous_seeds):
     make()
