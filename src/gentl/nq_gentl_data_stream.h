@@ -90,8 +90,8 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     /// or what the transport returns.
     int StartAcquisition(int flags, unsigned long numToAcquire);
 
-    /// Stops; with `flags` 0 waits up to 3000 ms for a frame under way, with 1 at once. -1003 for other flags, -1004
-    /// when not running; 0 even when the transport fails.
+    /// Stops; with `flags` 0 waits up to 3000 ms for a frame under way, with 1 or less than 0 at once. -1003 for flags
+    /// above 1, -1004 when not running; 0 even when the transport fails.
     int StopAcquisition(int flags);
 
     int GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);

@@ -138,6 +138,22 @@ TEST_F(DataStreamAcquisition, StopWithOtherFlagsIsRefusedWithoutLookingAtStarted
     EXPECT_EQ(stream.calls.size(), 1U);
 }
 
+TEST_F(DataStreamAcquisition, NegativeFlagsAreNoOtherFlagsAndStopAtOnce)
+{
+    TraceCapture trace;
+    EXPECT_EQ(stream.StopAcquisition(-1), -1004);
+    EXPECT_EQ(trace.At(2),
+              (Lines{"StopAcquisition GC_ERR_NOT_IMPLEMENTED Enter:-1", "StopAcquisition GC_ERR_RESOURCE_IN_USE"}));
+    stream.Open();
+    stream.StartAcquisition(0, 1);
+    EXPECT_EQ(stream.StopAcquisition(-1), 0);
+    EXPECT_FALSE(trace.Has(2, "StopAcquisition failed! WAIT_EVENT_TRANSFER_COMPLETED")) << "no wait for a transfer";
+    EXPECT_EQ(stream.calls, (Calls{"start 0 0", "stop -1"}));
+    stream.StartAcquisition(0, 1);
+    EXPECT_EQ(stream.StopAcquisition(-2147483647 - 1), 0);
+    EXPECT_EQ(stream.StopAcquisition(0x7FFFFFFF), -1003);
+}
+
 // Deliberate: the line names a code, yet nothing failed.
 TEST_F(DataStreamAcquisition, EveryStopWritesItsEntryLine)
 {
