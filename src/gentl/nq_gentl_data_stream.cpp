@@ -191,17 +191,12 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
     // Two starts at once would both find the stream stopped: the second waits for the outcome of the first.
     NQGenTLLock start(m_startLock);
     bool started = false;
-    unsigned long delivered = 0;
-    unsigned long underrun = 0;
     {
         // Deliberate: a start that is refused because acquisition runs has already set a new limit.
         NQGenTLLock lock(m_moduleLock);
         m_numToAcquire = numToAcquire;
         m_numAcquired = 0;
-        m_limitPassed = false;
         started = m_started;
-        delivered = m_numDelivered;
-        underrun = m_numUnderrun;
     }
     if (started)
     {
@@ -215,18 +210,10 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
         TraceDataStream("%s DoStartAcquisition Failed! ret:%d", "StartAcquisition", error);
         return error;
     }
-    bool limitPassed = false;
-    {
-        NQGenTLLock lock(m_moduleLock);
-        m_started = true;
-        // Counting starts anew, with the frames that the transport has already brought.
-        m_numDelivered -= delivered;
-        m_numUnderrun -= underrun;
-        limitPassed = m_limitPassed;
-    }
-    // The frame that was to stop the stream came while it did not count as started yet; no other frame may follow it.
-    if (limitPassed)
-        StopAcquisition(GenTL::ACQ_STOP_FLAGS_KILL);
+    NQGenTLLock lock(m_moduleLock);
+    m_started = true;
+    m_numDelivered = 0;
+    m_numUnderrun = 0;
     return GenTL::GC_ERR_SUCCESS;
 }
 
@@ -297,8 +284,7 @@ void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned
 bool NQGenTLDataStream::PassesLimit()
 {
     NQGenTLLock lock(m_moduleLock);
-    m_limitPassed = m_numToAcquire != GENTL_INFINITE && m_numAcquired >= m_numToAcquire;
-    return m_limitPassed;
+    return m_numToAcquire != GENTL_INFINITE && m_numAcquired >= m_numToAcquire;
 }
 
 bool NQGenTLDataStream::IsStarted()
@@ -356,12 +342,14 @@ void NQGenTLDataStream::Deliver(NQGenTLBuffer* buffer, int status)
     event->Signal(buffer);
 }
 
-void NQGenTLDataStream::ForgetRdmaIds()
+void NQGenTLDataStream::ForgetLastRun()
 {
     NQGenTLLock transfer(m_transferLock);
     for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
          ++i)
         buffer->SetRdmaId(nullptr);
+    NQGenTLLock lock(m_moduleLock);
+    m_numAcquired = 0;
 }
 
 std::vector<const void*> NQGenTLDataStream::DataOutsideInput()

@@ -41,7 +41,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     int DoClose() override;
 
     /// Starts the transport for `count` announced buffers, of which the biggest has `biggestSize` bytes. Calls
-    /// ForgetRdmaIds when the blocks of an earlier run go.
+    /// ForgetLastRun once no frame of an earlier run can come any more.
     virtual int DoStartAcquisition(unsigned int biggestSize, unsigned int count) = 0;
     virtual int DoStopAcquisition(int flags) = 0;
 
@@ -97,9 +97,9 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     int GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
 
   protected:
-    /// Unbinds all announced buffers from their frame blocks, for a transport whose blocks are about to go. Waits for a
-    /// delivery under way.
-    void ForgetRdmaIds();
+    /// For a transport whose last run is over, its blocks about to go: unbinds all announced buffers from them, and
+    /// lets no late frame of that run count towards the limit of the next. Waits for a delivery under way.
+    void ForgetLastRun();
 
     /// The data pointers of all announced buffers but those on the input list: what the consumer may look at.
     std::vector<const void*> DataOutsideInput();
@@ -130,7 +130,6 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     const std::string m_tlType = "GEV";
     NQEventHandler m_transferCompleted;
 
-    bool m_limitPassed NQ_GUARDED_BY(m_moduleLock) = false; ///< A frame came after the last one asked for.
     NQGenTLMutex m_transferLock; ///< Held while a frame goes into a buffer, so that no buffer is deleted meanwhile.
     NQGenTLMutex m_queueingLock; ///< Makes the return of a buffer to the transport and to the input list one step, and
                                  ///< keeps the consumer's threads from a buffer that is being deleted.

@@ -147,7 +147,7 @@ void NQGevDataStream::EndLastRun()
 {
     // The thread of the last run may still be on its way out of the endpoint, or of a delivery.
     m_thread->WaitForEnd();
-    ForgetRdmaIds();
+    ForgetLastRun();
     if (const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma())
     {
         m_device->EnableStream(false);

@@ -20,7 +20,7 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
     {
     }
 
-    using NQGenTLDataStream::ForgetRdmaIds;
+    using NQGenTLDataStream::ForgetLastRun;
     using NQGenTLModuleBase::GetPortInfo;
 
     bool IsPortImplemented() override { return false; }
@@ -34,7 +34,9 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
     int DoStartAcquisition(unsigned int biggestSize, unsigned int count) override
     {
         calls.push_back("start " + std::to_string(biggestSize) + " " + std::to_string(count));
-        ForgetRdmaIds(); // as a transport whose blocks are made anew
+        if (onLateFrame)
+            onLateFrame();
+        ForgetLastRun(); // as a transport whose blocks are made anew
         return onStart ? onStart() : 0;
     }
     int DoStopAcquisition(int flags) override
@@ -61,6 +63,7 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
     std::vector<std::string> calls;
     std::vector<void*> requeued;
     std::vector<void*> handedOver;
+    std::function<void()> onLateFrame; ///< At the start of the next run, while the last one is not over yet.
     std::function<int()> onStart;
     std::function<int()> onStop;
     std::function<void()> onHandOver;

@@ -279,25 +279,66 @@ TEST_F(DataStreamAcquisition, SimultaneousStartsStartTheTransportOnce)
     }
 }
 
-TEST_F(DataStreamAcquisition, AFramePastTheLimitThatComesWhileTheStartIsUnderWayStopsTheStreamToo)
+// Deliberate: counting starts once the transport has started, whatever it has brought until then.
+TEST_F(DataStreamAcquisition, AFrameThatComesWhileTheStartIsUnderWayIsDeliveredButNotCounted)
+{
+    Announce(1);
+    Queue(1);
+    RegisterNewBuffer();
+    stream.onStart = [&] {
+        Frame(0, 1);
+        Frame(1, 2); // finds no buffer
+        return 0;
+    };
+    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    EXPECT_EQ(Take(), handles[0]);
+    EXPECT_EQ(Number(1), 0U);
+    EXPECT_EQ(Number(2), 0U);
+    ASSERT_EQ(stream.QueueBuffer(handles[0]), 0);
+    Frame(0, 3);
+    EXPECT_EQ(Number(1), 1U);
+}
+
+TEST_F(DataStreamAcquisition, AFramePastTheLimitThatComesWhileTheStartIsUnderWayLeavesTheStopToTheNextOne)
 {
     Announce(3);
     Queue(3);
     RegisterNewBuffer();
+    TraceCapture trace;
     stream.onStart = [&] {
         Frame(0, 1);
         Frame(1, 2);
         return 0;
     };
     EXPECT_EQ(stream.StartAcquisition(0, 1), 0);
-    EXPECT_EQ(stream.calls, (Calls{"start 8 3", "stop 1"}));
-    EXPECT_EQ(Number(1), 1U) << "a frame that came so early counts";
+    EXPECT_TRUE(trace.Has(2, "StopAcquisition GC_ERR_RESOURCE_IN_USE")) << "there is nothing to stop yet";
+    EXPECT_EQ(stream.calls, Calls{"start 8 3"});
     EXPECT_EQ(Take(), handles[0]);
     EXPECT_EQ(Take(), nullptr);
+    Frame(2, 3);
+    EXPECT_EQ(stream.calls, (Calls{"start 8 3", "stop 1"}));
+    EXPECT_EQ(Take(), nullptr);
     EXPECT_EQ(stream.StopAcquisition(1), -1004);
-    stream.onStart = nullptr;
-    EXPECT_EQ(stream.StartAcquisition(0, 1), 0);
-    EXPECT_EQ(stream.StopAcquisition(1), 0) << "the next run knows nothing of it";
+}
+
+TEST_F(DataStreamAcquisition, ALateFrameOfTheRunBeforeCountsNowhereAndDoesNotShortenALimitedRun)
+{
+    StartWith(4);
+    ASSERT_EQ(stream.StopAcquisition(1), 0);
+    stream.onLateFrame = [&] {
+        Frame(0, 1);
+        ASSERT_EQ(stream.FlushQueue(GenTL::ACQ_QUEUE_OUTPUT_DISCARD), 0);
+    };
+    ASSERT_EQ(stream.StartAcquisition(0, 2), 0);
+    EXPECT_EQ(Number(1), 0U);
+    EXPECT_EQ(Number(2), 0U);
+    Frame(1, 2);
+    Frame(2, 3);
+    EXPECT_EQ(Number(1), 2U);
+    EXPECT_EQ(stream.calls.back(), "start 8 4") << "the limit has not been passed";
+    Frame(3, 4);
+    EXPECT_EQ(Number(1), 2U);
+    EXPECT_EQ(stream.calls.back(), "stop 1");
 }
 
 TEST_F(DataStreamAcquisition, NoLockIsHeldOverTheTransportsStartAndStop)
