@@ -345,6 +345,7 @@ void NQGenTLDataStream::Deliver(NQGenTLBuffer* buffer, int status)
 void NQGenTLDataStream::ForgetLastRun()
 {
     NQGenTLLock transfer(m_transferLock);
+    NQGenTLLock queueing(m_queueingLock);
     for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
          ++i)
         buffer->SetRdmaId(nullptr);

@@ -98,7 +98,8 @@ class NQGenTLDataStream : public NQGenTLModuleBase
 
   protected:
     /// For a transport whose last run is over, its blocks about to go: unbinds all announced buffers from them, and
-    /// lets no late frame of that run count towards the limit of the next. Waits for a delivery under way.
+    /// lets no late frame of that run count towards the limit of the next. Waits for a delivery and for a return of
+    /// a block under way: from now on no thread reaches the transport with an id of that run.
     void ForgetLastRun();
 
     /// The data pointers of all announced buffers but those on the input list: what the consumer may look at.
