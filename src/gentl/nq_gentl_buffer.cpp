@@ -160,6 +160,19 @@ void NQGenTLBuffer::SetAcquiringFlag(bool value)
     m_acquiring = value;
 }
 
+std::shared_ptr<const void> NQGenTLBuffer::HoldMemory(std::shared_ptr<const void> share)
+{
+    NQGenTLLock lock(m_lock);
+    m_memory.swap(share);
+    return share;
+}
+
+std::shared_ptr<const void> NQGenTLBuffer::GetMemory()
+{
+    NQGenTLLock lock(m_lock);
+    return m_memory;
+}
+
 void* NQGenTLBuffer::GetRdmaId()
 {
     NQGenTLLock lock(m_lock);

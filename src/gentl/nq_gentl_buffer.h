@@ -4,6 +4,7 @@
 
 #include "gentl/nq_gentl_module_base.h"
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -66,6 +67,13 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     /// The module part, whose address is the buffer's handle.
     NQGenTLModuleBase* GetModule() { return this; }
 
+    /// Whether the buffer points into frame blocks, rather than having memory that frames are copied to.
+    bool ShowsFrameBlocks() const { return m_origin == ORIGIN_TRANSPORT; }
+
+    /// Takes a share in the memory that the data pointer now points into, which keeps it in place. The share it had.
+    std::shared_ptr<const void> HoldMemory(std::shared_ptr<const void> share);
+    std::shared_ptr<const void> GetMemory();
+
     void* GetRdmaId();
     void SetRdmaId(void* id);
     void* GetData();
@@ -96,6 +104,7 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     void* m_rdmaId NQ_GUARDED_BY(m_lock) = nullptr; ///< Null until the first frame binds a frame block.
     Origin m_origin;
     unsigned char* m_data NQ_GUARDED_BY(m_lock);
+    std::shared_ptr<const void> m_memory NQ_GUARDED_BY(m_lock); ///< Share in the frame block that m_data points into.
     const unsigned long m_size;
     void* const m_userPtr;
     unsigned long m_timestamp NQ_GUARDED_BY(m_lock) = 0;

@@ -7,7 +7,8 @@
 #include "gentl/nq_gentl_data_stream_trace.h"
 #include "gentl/nq_gentl_event.h"
 
-#include <memory>
+#include <algorithm>
+#include <utility>
 
 namespace GigERDMA
 {
@@ -117,8 +118,12 @@ int NQGenTLDataStream::RevokeBuffer(void* handle, void** buffer, void** userPtr)
         TraceDataStream("%s GC_ERR_ERROR", "RevokeBuffer");
         return GenTL::GC_ERR_ERROR;
     }
+    EndShow(revoked.get());
     if (buffer != nullptr)
+    {
         *buffer = revoked->GetData();
+        KeepMemory(revoked->GetMemory());
+    }
     if (userPtr != nullptr)
         *userPtr = revoked->GetUserPointer();
 
@@ -146,6 +151,7 @@ int NQGenTLDataStream::QueueBuffer(void* handle)
         TraceDataStream("%s GC_ERR_RESOURCE_IN_USE", "QueueBuffer");
         return GenTL::GC_ERR_RESOURCE_IN_USE;
     }
+    EndShow(buffer);
     if (void* const rdmaId = buffer->GetRdmaId())
         DoRequeueBuffer(rdmaId);
     m_buffers.Add(NQ_BUFFER_TYPE_QUEUED, buffer);
@@ -260,8 +266,11 @@ void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned
                                       unsigned long width, unsigned long height, unsigned long pixelFormat,
                                       unsigned char* data, int status)
 {
+    // Goes last, without a lock: it may be the only share in a block of an earlier run.
+    std::shared_ptr<const void> formerMemory;
     if (PassesLimit())
     {
+        DoHandOver(rdmaId, nullptr);
         StopAcquisition(GenTL::ACQ_STOP_FLAGS_KILL);
     }
     else if (status <= g_StatusIncomplete)
@@ -272,7 +281,7 @@ void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned
             buffer->SetAcquiringFlag(true);
             buffer->UpdateData(size, frameId, timestamp, width, height, pixelFormat, data);
             buffer->SetAcquiringFlag(false);
-            DoHandOver(rdmaId);
+            formerMemory = HandOverTo(buffer, rdmaId);
             buffer->SetNewDataFlag(true);
             Deliver(buffer, status);
         }
@@ -306,16 +315,13 @@ NQGenTLBuffer* NQGenTLDataStream::TakeBufferFor(void* rdmaId)
         return front;
     }
     CountUnderrun();
-    DoHandOver(rdmaId);
+    DoHandOver(rdmaId, nullptr);
     return nullptr;
 }
 
 void NQGenTLDataStream::Bind(NQGenTLBuffer* buffer, void* rdmaId)
 {
-    // A buffer that was flushed from the input list is bound to its block still. Were it to give the block back, the
-    // camera would write into the frame that `buffer` now shows.
-    if (NQGenTLBuffer* const former = m_buffers.FindByRdmaID(NQ_BUFFER_TYPE_ANNOUNCED, rdmaId, false))
-        former->SetRdmaId(nullptr);
+    EndShow(buffer);
     NQGenTLLock lock(m_moduleLock);
     buffer->SetRdmaId(rdmaId);
 }
@@ -326,7 +332,34 @@ void NQGenTLDataStream::CountUnderrun()
     ++m_numUnderrun;
 }
 
-void NQGenTLDataStream::DoHandOver(void*) {}
+/// Tells that the buffer's frame is not looked at any more: the buffer waits for another one, has got it, or goes.
+void NQGenTLDataStream::EndShow(NQGenTLBuffer* buffer)
+{
+    if (void* const rdmaId = buffer->GetRdmaId())
+        DoEndShow(rdmaId, buffer);
+}
+
+/// For a buffer that has taken the frame in the block. The share in what it showed before.
+std::shared_ptr<const void> NQGenTLDataStream::HandOverTo(NQGenTLBuffer* buffer, void* rdmaId)
+{
+    const bool shows = buffer->ShowsFrameBlocks();
+    std::shared_ptr<const void> memory = DoHandOver(rdmaId, shows ? buffer : nullptr);
+    return shows ? buffer->HoldMemory(std::move(memory)) : nullptr;
+}
+
+void NQGenTLDataStream::KeepMemory(std::shared_ptr<const void> memory)
+{
+    // Once for each block, however many buffers that showed it are revoked.
+    if (memory != nullptr && std::find(m_handedOut.begin(), m_handedOut.end(), memory) == m_handedOut.end())
+        m_handedOut.push_back(std::move(memory));
+}
+
+std::shared_ptr<const void> NQGenTLDataStream::DoHandOver(void*, const NQGenTLBuffer*)
+{
+    return nullptr;
+}
+
+void NQGenTLDataStream::DoEndShow(void*, const NQGenTLBuffer*) {}
 
 void NQGenTLDataStream::Deliver(NQGenTLBuffer* buffer, int status)
 {
@@ -349,21 +382,9 @@ void NQGenTLDataStream::ForgetLastRun()
     for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
          ++i)
         buffer->SetRdmaId(nullptr);
+    m_handedOut.clear();
     NQGenTLLock lock(m_moduleLock);
     m_numAcquired = 0;
-}
-
-std::vector<const void*> NQGenTLDataStream::DataOutsideInput()
-{
-    NQGenTLLock transfer(m_transferLock);
-    std::vector<const void*> data;
-    for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
-         ++i)
-    {
-        if (m_buffers.FindByHandle(NQ_BUFFER_TYPE_QUEUED, buffer->GetModule(), false) == nullptr)
-            data.push_back(buffer->GetData());
-    }
-    return data;
 }
 
 } // namespace GigERDMA

@@ -6,6 +6,7 @@
 #include "gentl/nq_gentl_buffer_queue.h"
 #include "gentl/nq_gentl_module_base.h"
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -59,10 +60,12 @@ class NQGenTLDataStream : public NQGenTLModuleBase
                                unsigned long width, unsigned long height, unsigned long pixelFormat,
                                unsigned char* data, int status);
 
-    /// The frame of the block is in a buffer, or was dropped for want of one. Only from now on may the block be given
-    /// back: a buffer bound to it may be queued at any time, also while the frame is on its way. Does nothing here.
-    /// Called with the transfer lock held.
-    virtual void DoHandOver(void* rdmaId);
+    /// The frame of the block is in a buffer, or was dropped. Only from now on may the block be given back: a buffer
+    /// bound to it may be queued at any time, also while the frame is on its way. `shownBy`, when not null, points into
+    /// the block: until DoEndShow the block is not given back at all. Returns the share in the block's memory that
+    /// keeps it in place. Do nothing here.
+    virtual std::shared_ptr<const void> DoHandOver(void* rdmaId, const NQGenTLBuffer* shownBy);
+    virtual void DoEndShow(void* rdmaId, const NQGenTLBuffer* shownBy);
 
     /// Announces `size` bytes of the consumer's memory. -1009, or -1004 when that memory is announced already. The
     /// caller registers the handle at the controller.
@@ -102,14 +105,14 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     /// a block under way: from now on no thread reaches the transport with an id of that run.
     void ForgetLastRun();
 
-    /// The data pointers of all announced buffers but those on the input list: what the consumer may look at.
-    std::vector<const void*> DataOutsideInput();
-
   private:
     void Announce(void* buffer, unsigned long size, void* userPtr, void** handle);
     int GetCounterInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
     NQGenTLBuffer* TakeBufferFor(void* rdmaId) NQ_REQUIRES(m_transferLock);
     void Bind(NQGenTLBuffer* buffer, void* rdmaId) NQ_REQUIRES(m_queueingLock);
+    void EndShow(NQGenTLBuffer* buffer) NQ_REQUIRES(m_queueingLock);
+    std::shared_ptr<const void> HandOverTo(NQGenTLBuffer* buffer, void* rdmaId) NQ_REQUIRES(m_transferLock);
+    void KeepMemory(std::shared_ptr<const void> memory) NQ_REQUIRES(m_queueingLock);
     void CountUnderrun();
     void Deliver(NQGenTLBuffer* buffer, int status) NQ_REQUIRES(m_transferLock);
     bool PassesLimit();
@@ -130,6 +133,9 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     const bool m_definesPayloadSize = true;
     const std::string m_tlType = "GEV";
     NQEventHandler m_transferCompleted;
+
+    /// Shares in the frame blocks whose addresses revocations have handed out, until the next start.
+    std::vector<std::shared_ptr<const void>> m_handedOut NQ_GUARDED_BY(m_queueingLock);
 
     NQGenTLMutex m_transferLock; ///< Held while a frame goes into a buffer, so that no buffer is deleted meanwhile.
     NQGenTLMutex m_queueingLock; ///< Makes the return of a buffer to the transport and to the input list one step, and

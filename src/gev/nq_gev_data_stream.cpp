@@ -11,9 +11,7 @@
 #include "rdma/tld_RdmaTL.h"
 
 #include <GenTL/GenTL.h>
-#include <algorithm>
 #include <arpa/inet.h>
-#include <iterator>
 #include <utility>
 
 namespace
@@ -151,22 +149,9 @@ void NQGevDataStream::EndLastRun()
     if (const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma())
     {
         m_device->EnableStream(false);
-        KeepShownBlocks(endpoint->TakeBlocks());
+        endpoint->Disconnect();
         SetRdma(nullptr);
     }
-}
-
-/// Keeps those blocks, of the last run and of the runs before, that a buffer in the consumer's reach points into.
-void NQGevDataStream::KeepShownBlocks(std::vector<std::unique_ptr<GenDCBuffer>> blocks)
-{
-    std::move(blocks.begin(), blocks.end(), std::back_inserter(m_shownBlocks));
-    const std::vector<const void*> shown = DataOutsideInput();
-    std::erase_if(m_shownBlocks, [&shown](const std::unique_ptr<GenDCBuffer>& block) {
-        const auto start = reinterpret_cast<std::uintptr_t>(block->GetBuffer());
-        return std::none_of(shown.begin(), shown.end(), [&](const void* data) {
-            return reinterpret_cast<std::uintptr_t>(data) - start <= block->GetBufferSize();
-        });
-    });
 }
 
 bool NQGevDataStream::Connect()
@@ -248,11 +233,17 @@ int NQGevDataStream::DoRequeueBuffer(void* rdmaId)
     return GenTL::GC_ERR_SUCCESS;
 }
 
-void NQGevDataStream::DoHandOver(void* rdmaId)
+std::shared_ptr<const void> NQGevDataStream::DoHandOver(void* rdmaId, const GigERDMA::NQGenTLBuffer* shownBy)
+{
+    const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma();
+    return endpoint != nullptr ? endpoint->HandOver(rdmaId, shownBy) : nullptr;
+}
+
+void NQGevDataStream::DoEndShow(void* rdmaId, const GigERDMA::NQGenTLBuffer* shownBy)
 {
     if (const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma())
     {
-        endpoint->HandOver(rdmaId);
+        endpoint->EndShow(rdmaId, shownBy);
     }
 }
 

@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-class GenDCBuffer;
 class GevRdmaEndpoint;
 class NQGevRemoteDevice;
 class NQRMAXThreadAcquisition;
@@ -19,10 +18,9 @@ class NQRMAXThreadAcquisition;
 /// One stream of one camera.
 ///
 /// A start makes everything anew: endpoint, connection, frame blocks, thread. A stop disconnects and leaves the
-/// endpoint object, and with it the frame blocks that delivered buffers point into, until the next start or the
-/// destructor. Blocks whose frames the consumer has or may still fetch outlive that start, up to the next one. The
-/// acquisition thread is not joined at a stop, which may run on that very thread; the next start and the destructor
-/// wait for it before anything goes that it could touch.
+/// endpoint object, and with it the frame blocks, until the next start or the destructor; those that a buffer
+/// still points into outlive it (FrameBlocks says for how long). The acquisition thread is not joined at a stop, which
+/// may run on that very thread; the next start and the destructor wait for it before anything goes that it could touch.
 ///
 /// The consumer's threads call everything but AcquireImage, which belongs to the acquisition thread.
 class NQGevDataStream : public GigERDMA::NQGenTLDataStream
@@ -57,7 +55,8 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     int DoStopAcquisition(int flags) override;
     int DoRequeueBuffer(void* rdmaId) override;
 
-    void DoHandOver(void* rdmaId) override;
+    std::shared_ptr<const void> DoHandOver(void* rdmaId, const GigERDMA::NQGenTLBuffer* shownBy) override;
+    void DoEndShow(void* rdmaId, const GigERDMA::NQGenTLBuffer* shownBy) override;
 
     /// Asks the camera at every call.
     int DoGetPayloadsize(int* piType, void* pBuffer, unsigned long* piSize) override;
@@ -71,7 +70,6 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     std::shared_ptr<GevRdmaEndpoint> Rdma();
     void SetRdma(std::shared_ptr<GevRdmaEndpoint> endpoint);
     void EndLastRun();
-    void KeepShownBlocks(std::vector<std::unique_ptr<GenDCBuffer>> blocks);
     bool Connect();
     bool StartFlow();
     void StartThread();
@@ -93,6 +91,5 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     std::unique_ptr<NQRMAXThreadAcquisition> m_thread;
     FrameInfo m_frame{};
 
-    std::vector<std::unique_ptr<GenDCBuffer>> m_shownBlocks; // Of earlier runs. Touched by starts alone.
     NQMutex m_rdmaLock; // So that a requeue during a restart never meets a dead endpoint.
 };

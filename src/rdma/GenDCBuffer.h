@@ -9,7 +9,7 @@
 #include <memory>
 
 /// The memory that one frame is received into. The endpoint registers `GetBuffer()` once and keeps the object until its
-/// own end, so that pixel pointers handed to the consumer stay good across a stop.
+/// own end, and buffers that point into it may keep it for longer.
 class GenDCBuffer
 {
   public:

@@ -62,7 +62,7 @@ LvEndpoint::~LvEndpoint()
     {
         DeInit();
     }
-    m_gendc_buffers.clear();
+    m_blocks.Clear();
     if (m_pd != nullptr && ibv_dealloc_pd(m_pd) == 0)
     {
         m_pd = nullptr;

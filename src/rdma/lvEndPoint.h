@@ -2,14 +2,13 @@
 // The host end of one reliable RDMA connection to a camera's stream port, and the flow of frames over it.
 #pragma once
 
-#include "rdma/GenDCBuffer.h"
+#include "rdma/frame_blocks.h"
 #include "rdma/message_queue.h"
 #include "rdma/rdma_records.h"
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include <netinet/in.h>
 #include <pthread.h>
@@ -77,9 +76,6 @@ class LvEndpoint
     /// Throws std::bad_alloc, std::length_error.
     void AllocateAndRegisterMemory();
 
-    /// Hands the frame blocks over, disconnected: for an owner that still shows frames when the object goes.
-    std::vector<std::unique_ptr<GenDCBuffer>> TakeBlocks();
-
     /// Starts the worker, which posts every registered receive and then every ready message.
     /// Throws std::runtime_error.
     void StartWorkerThread();
@@ -101,26 +97,20 @@ class LvEndpoint
     /// latest 800 ms after the stop; a frame that arrived meanwhile is then not delivered).
     int GetBuffer(gevrdmaBuffer* out);
 
-    /// The frame that GetBuffer brought in this block has been delivered or dropped: from now on the block can be given
-    /// back by its id. Any other id changes nothing.
-    void HandOver(void* id);
+    /// The frame that GetBuffer brought in this block has been delivered or dropped. A block that `shownBy` shows can
+    /// be given back once EndShow tells that it does so no more, any other at once. The share in the block's memory,
+    /// null for any other id.
+    std::shared_ptr<const void> HandOver(void* id, const void* shownBy = nullptr);
+    void EndShow(void* id, const void* shownBy);
 
-    /// Gives a frame block back: the first one that GetBuffer brought, the second one that was handed over. Returns 0,
-    /// or -1003 when not connected. Ids that name no registered receive descriptor of this endpoint are dropped, and so
-    /// is any other block: the camera would write into a frame that is being read.
+    /// Gives a frame block back: the first one that GetBuffer brought, the second one that was handed over and is not
+    /// on show. Returns 0, or -1003 when not connected. Ids that name no registered receive descriptor of this endpoint
+    /// are dropped, and so is any other block: the camera would write into a frame that is being read.
     int RequeueBuffer(gevrdmaBuffer* buffer);
     int RequeueBufferByID(void* id);
 
   private:
     friend struct LvEndpointAccess;
-
-    /// Who may touch a frame block. It goes from each to the next, and from the last back to the first.
-    enum class BlockHolder : std::uint8_t
-    {
-        Camera,
-        AcquisitionThread,
-        Consumer
-    };
 
     void ThrowingConnect(const sockaddr_in* address);
     void ExpectEvent(rdma_cm_event_type expected, const char* name, bool ackMismatch);
@@ -138,7 +128,6 @@ class LvEndpoint
     bool RegisterReadyMessage(std::uint32_t index);
     bool WaitForCompletionEvent();
     bool DrainCompletions(ibv_cq* queue);
-    std::atomic<BlockHolder>* HolderOf(void* id);
     void Return(void* id);
 
     std::atomic<std::uint8_t> m_stop;
@@ -160,12 +149,10 @@ class LvEndpoint
     MessageQueue m_frames;
     MessageQueue m_requeued;
     rdma_cm_event* m_event; // Not yet acknowledged while set.
-    std::vector<std::unique_ptr<GenDCBuffer>> m_gendc_buffers;
+    FrameBlocks m_blocks;
 
     // Registration goes in array order and stops at the first refusal, so the descriptors in use are the first ones.
-    // The count of receives also publishes the array to the threads that requeue.
     std::atomic<std::uint32_t> m_receiveCount;
-    std::unique_ptr<std::atomic<BlockHolder>[]> m_holders; // One for each receive descriptor.
     std::uint32_t m_sendCount;
 
     // What ends the threads when no completion does: DeInit sets the flag and writes to the descriptor. `m_stop` alone

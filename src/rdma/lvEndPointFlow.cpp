@@ -12,7 +12,6 @@
 #include <poll.h>
 #include <stdexcept>
 #include <string>
-#include <utility>
 
 namespace
 {
@@ -44,45 +43,37 @@ void LvEndpoint::AllocateAndRegisterMemory()
     const std::uint32_t count = m_settings.bufferCount;
     if (count != 0)
     {
-        m_gendc_buffers.reserve(count);
-        for (std::uint32_t index = 0; index < count; ++index)
-        {
-            m_gendc_buffers.push_back(std::make_unique<GenDCBuffer>(m_settings.payloadSize));
-        }
+        m_blocks.Make(count, m_settings.payloadSize);
         // Each queue can then hold every descriptor without allocating: nothing is allocated per frame.
         m_free_sends.Reserve(count);
         m_frames.Reserve(count);
         m_requeued.Reserve(count);
     }
-    m_holders = std::make_unique<std::atomic<BlockHolder>[]>(count);
     m_recv_msgs = std::make_unique<msg_buffer_mem[]>(count);
     m_send_msgs = std::make_unique<msg_buffer_mem[]>(count);
-    std::uint32_t received = 0;
-    while (received < count && RegisterBlock(received))
+    while (m_receiveCount < count && RegisterBlock(m_receiveCount))
     {
-        ++received;
+        ++m_receiveCount;
         if (!RegisterReadyMessage(m_sendCount))
         {
             break;
         }
         ++m_sendCount;
     }
-    m_receiveCount.store(received, std::memory_order_release);
-}
-
-std::vector<std::unique_ptr<GenDCBuffer>> LvEndpoint::TakeBlocks()
-{
-    DeInit();
-    return std::move(m_gendc_buffers);
 }
 
 bool LvEndpoint::RegisterBlock(std::uint32_t index)
 {
     msg_buffer_mem& receive = m_recv_msgs[index];
-    receive.addr = m_gendc_buffers[index]->GetBuffer();
-    receive.length = m_gendc_buffers[index]->GetBufferSize();
+    receive.addr = m_blocks.Memory(index).GetBuffer();
+    receive.length = m_blocks.Memory(index).GetBufferSize();
     receive.mr = ibv_reg_mr(m_pd, receive.addr, receive.length, LocalWrite);
-    return receive.mr != nullptr;
+    if (receive.mr == nullptr)
+    {
+        return false;
+    }
+    m_blocks.Register(index, &receive);
+    return true;
 }
 
 bool LvEndpoint::RegisterReadyMessage(std::uint32_t index)
@@ -133,8 +124,7 @@ void LvEndpoint::Post_send(msg_buffer_mem* message)
 void LvEndpoint::Worker_thread()
 {
     // All receives first: a camera that hears of one block may fill every block.
-    const std::uint32_t receives = m_receiveCount;
-    for (std::uint32_t index = 0; index < receives; ++index)
+    for (std::uint32_t index = 0; index < m_receiveCount; ++index)
     {
         Post_receive(&m_recv_msgs[index]);
     }
@@ -273,7 +263,7 @@ int LvEndpoint::GetBuffer(gevrdmaBuffer* out)
     {
         return GenTL::GC_ERR_RESOURCE_IN_USE;
     }
-    m_holders[static_cast<std::size_t>(message - m_recv_msgs.get())] = BlockHolder::AcquisitionThread;
+    m_blocks.Taken(message);
     out->id = message;
     out->data = message->addr;
     out->size = message->length;
@@ -281,13 +271,14 @@ int LvEndpoint::GetBuffer(gevrdmaBuffer* out)
     return GenTL::GC_ERR_SUCCESS;
 }
 
-void LvEndpoint::HandOver(void* id)
+std::shared_ptr<const void> LvEndpoint::HandOver(void* id, const void* shownBy)
 {
-    if (std::atomic<BlockHolder>* const holder = HolderOf(id))
-    {
-        BlockHolder expected = BlockHolder::AcquisitionThread;
-        holder->compare_exchange_strong(expected, BlockHolder::Consumer);
-    }
+    return m_blocks.HandOver(id, shownBy);
+}
+
+void LvEndpoint::EndShow(void* id, const void* shownBy)
+{
+    m_blocks.EndShow(id, shownBy);
 }
 
 int LvEndpoint::RequeueBuffer(gevrdmaBuffer* buffer)
@@ -314,26 +305,9 @@ int LvEndpoint::RequeueBufferByID(void* id)
     return GenTL::GC_ERR_SUCCESS;
 }
 
-/// Null for anything but a registered receive descriptor of this endpoint.
-std::atomic<LvEndpoint::BlockHolder>* LvEndpoint::HolderOf(void* id)
-{
-    // Ids come back from the consumer, possibly from an acquisition long gone: only compared until they prove good.
-    const std::uint32_t count = m_receiveCount.load(std::memory_order_acquire);
-    for (std::uint32_t index = 0; index < count; ++index)
-    {
-        if (id == &m_recv_msgs[index])
-        {
-            return &m_holders[index];
-        }
-    }
-    return nullptr;
-}
-
 void LvEndpoint::Return(void* id)
 {
-    std::atomic<BlockHolder>* const holder = HolderOf(id);
-    BlockHolder expected = BlockHolder::Consumer;
-    if (holder != nullptr && holder->compare_exchange_strong(expected, BlockHolder::Camera))
+    if (m_blocks.Return(id))
     {
         m_requeued.Push(static_cast<msg_buffer_mem*>(id));
     }

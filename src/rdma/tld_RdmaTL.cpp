@@ -138,11 +138,16 @@ bool GevRdmaEndpoint::Decode(const gevrdmaBuffer& frame, FrameInfo* info)
     return true;
 }
 
-void GevRdmaEndpoint::HandOver(void* id)
+std::shared_ptr<const void> GevRdmaEndpoint::HandOver(void* id, const void* shownBy)
+{
+    return m_endpoint != nullptr ? m_endpoint->HandOver(id, shownBy) : nullptr;
+}
+
+void GevRdmaEndpoint::EndShow(void* id, const void* shownBy)
 {
     if (m_endpoint != nullptr)
     {
-        m_endpoint->HandOver(id);
+        m_endpoint->EndShow(id, shownBy);
     }
 }
 
@@ -162,13 +167,4 @@ void GevRdmaEndpoint::Disconnect()
     {
         m_endpoint->DeInit();
     }
-}
-
-std::vector<std::unique_ptr<GenDCBuffer>> GevRdmaEndpoint::TakeBlocks()
-{
-    if (m_endpoint == nullptr)
-    {
-        return {};
-    }
-    return m_endpoint->TakeBlocks();
 }

@@ -6,7 +6,6 @@
 #include "rdma/rdma_records.h"
 
 #include <memory>
-#include <vector>
 
 #include <netdb.h>
 
@@ -40,18 +39,17 @@ class GevRdmaEndpoint
     /// data inside its block. The block of such a frame stays out of the flow until somebody gives it back.
     bool GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer);
 
-    /// The frame of the block has been delivered or dropped: the block can be given back by its id.
-    void HandOver(void* id);
+    /// The frame of the block has been delivered or dropped. Once nobody shows it (`shownBy`, until EndShow), the block
+    /// can be given back by its id. The share in the block's memory; null when there is no connection or no such frame.
+    std::shared_ptr<const void> HandOver(void* id, const void* shownBy = nullptr);
+    void EndShow(void* id, const void* shownBy);
 
     bool RequeueBuffer(gevrdmaBuffer& buffer);
 
-    /// Gives a block that was handed over back to the camera. False when there is no connection.
+    /// Gives a block that was handed over and is not on show back to the camera. False when there is no connection.
     bool RequeueBufferByID(void* id);
 
     void Disconnect();
-
-    /// Disconnects and hands the frame blocks over, for an owner whose buffers still show their frames.
-    std::vector<std::unique_ptr<GenDCBuffer>> TakeBlocks();
 
   private:
     friend struct GevRdmaEndpointAccess;

@@ -22,7 +22,6 @@
 struct NQGevDataStreamAccess
 {
     static std::uint64_t NextFrameId(const NQGevDataStream& stream) { return stream.m_nextFrameId; }
-    static std::size_t ShownBlocks(const NQGevDataStream& stream) { return stream.m_shownBlocks.size(); }
     static void WaitForThread(NQGevDataStream& stream) { stream.m_thread->WaitForEnd(); }
     static std::uint32_t Mtu(const NQGevDataStream& stream) { return stream.m_mtu; }
 };

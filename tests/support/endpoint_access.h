@@ -24,7 +24,7 @@ struct LvEndpointAccess
         return &endpoint.m_recv_msgs[index];
     }
     static msg_buffer_mem* Send(const LvEndpoint& endpoint, std::size_t index) { return &endpoint.m_send_msgs[index]; }
-    static std::size_t Blocks(const LvEndpoint& endpoint) { return endpoint.m_gendc_buffers.size(); }
+    static std::size_t Blocks(const LvEndpoint& endpoint) { return endpoint.m_blocks.Count(); }
 };
 
 namespace nq::test

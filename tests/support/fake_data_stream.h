@@ -6,6 +6,7 @@
 #include "gentl/nq_gentl_util.h"
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -49,11 +50,12 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
         requeued.push_back(rdmaId);
         return requeueResult;
     }
-    void DoHandOver(void* rdmaId) override
+    std::shared_ptr<const void> DoHandOver(void* rdmaId, const GigERDMA::NQGenTLBuffer*) override
     {
         handedOver.push_back(rdmaId);
         if (onHandOver)
             onHandOver();
+        return nullptr;
     }
     int DoGetPayloadsize(int* piType, void* pBuffer, unsigned long* piSize) override
     {

@@ -112,6 +112,13 @@ class FakeVerbs : public CallRecorder
         m_changed.wait(lock, [&] { return m_sent.size() >= count; });
     }
 
+    /// Number of frames that the camera may send: posted receives that hold none.
+    std::size_t Credits() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_receives.size();
+    }
+
     /// wr_id of every receive posted, in order.
     std::vector<std::uint64_t> ReceiveIds() const
     {

@@ -300,32 +300,6 @@ TEST_F(GevDataStream, ABufferOfTheRunBeforeCarriesNoIdIntoTheNextRun)
     EXPECT_EQ(fake.Count("ibv_post_recv"), 0);
 }
 
-TEST_F(GevDataStream, ARestartKeepsTheBlocksThatTheConsumerMayLookAtAndNoOthers)
-{
-    Run(3);
-    void* const taken = Receive(1);
-    fake.DeliverFrame(GenDCFrame(2, 16, 4)); // awaits the consumer
-    void* const requeued = buffers[2];
-    fake.DeliverFrame(GenDCFrame(3, 16, 4));
-    WaitForFramesReceived(3);
-    ASSERT_EQ(stream->StopAcquisition(1), 0);
-    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
-    EXPECT_EQ(NQGevDataStreamAccess::ShownBlocks(*stream), 3U);
-    EXPECT_EQ(BufferInfo<const unsigned char*>(taken, GenTL::BUFFER_INFO_BASE)[63], 63);
-    EXPECT_EQ(NextBuffer(), buffers[1]);
-    EXPECT_EQ(BufferInfo<const unsigned char*>(buffers[1], GenTL::BUFFER_INFO_BASE)[63], 63);
-    EXPECT_EQ(NextBuffer(), requeued);
-    ASSERT_EQ(stream->StopAcquisition(1), 0);
-    ASSERT_EQ(stream->QueueBuffer(requeued), 0);
-    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
-    EXPECT_EQ(NQGevDataStreamAccess::ShownBlocks(*stream), 2U) << "nobody looks at a queued buffer";
-    ASSERT_EQ(stream->StopAcquisition(1), 0);
-    ASSERT_EQ(stream->QueueBuffer(taken), 0);
-    ASSERT_EQ(stream->QueueBuffer(buffers[1]), 0);
-    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
-    EXPECT_EQ(NQGevDataStreamAccess::ShownBlocks(*stream), 0U);
-}
-
 TEST_F(GevDataStream, TheAcquisitionThreadStartsOnceWithAValueAndIsToldToStop)
 {
     NQGevDataStream orphan(nullptr, 0, nullptr);

@@ -73,8 +73,8 @@ TEST(VirtualSlots, EachKindOfModuleAppendsItsOwnBehindTheBase)
     EXPECT_THAT(Slots(&NQGenTLDataStream::DoStartAcquisition, &NQGenTLDataStream::DoStopAcquisition,
                       &NQGenTLDataStream::DoRequeueBuffer, &NQGenTLDataStream::DoGetPayloadsize,
                       &NQGenTLDataStream::StartOfTransfer, &NQGenTLDataStream::SetTransferCompleted,
-                      &NQGenTLDataStream::EndOfTransfer, &NQGenTLDataStream::DoHandOver),
-                ElementsAre(19, 20, 21, 22, 23, 24, 25, 26));
+                      &NQGenTLDataStream::EndOfTransfer, &NQGenTLDataStream::DoHandOver, &NQGenTLDataStream::DoEndShow),
+                ElementsAre(19, 20, 21, 22, 23, 24, 25, 26, 27));
 }
 
 TEST(VirtualSlots, OpeningAndClosingAreNotVirtual)
