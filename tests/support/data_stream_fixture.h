@@ -9,6 +9,7 @@
 #include "gev/nq_gev_remote_device.h"
 #include "gige/nq_gev_tl_linux.h"
 #include "rdma/nq_rdma_thread_acquisition.h"
+#include "rdma/tld_RdmaTL.h"
 #include "support/device_record.h"
 #include "support/endpoint_access.h"
 #include "support/fake_verbs.h"
@@ -19,8 +20,14 @@
 #include <GenTL/GenTL.h>
 #include <gmock/gmock.h>
 
+struct GevRdmaEndpointAccess
+{
+    static LvEndpoint& Endpoint(const GevRdmaEndpoint& facade) { return *facade.m_endpoint; }
+};
+
 struct NQGevDataStreamAccess
 {
+    static LvEndpoint& Endpoint(NQGevDataStream& stream) { return GevRdmaEndpointAccess::Endpoint(*stream.Rdma()); }
     static std::uint64_t NextFrameId(const NQGevDataStream& stream) { return stream.m_nextFrameId; }
     static void WaitForThread(NQGevDataStream& stream) { stream.m_thread->WaitForEnd(); }
     static std::uint32_t Mtu(const NQGevDataStream& stream) { return stream.m_mtu; }

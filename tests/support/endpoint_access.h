@@ -24,6 +24,11 @@ struct LvEndpointAccess
         return &endpoint.m_recv_msgs[index];
     }
     static msg_buffer_mem* Send(const LvEndpoint& endpoint, std::size_t index) { return &endpoint.m_send_msgs[index]; }
+
+    /// Lets the worker end, or whoever waits in GetBuffer look for a stop, without the rest of their 800 ms.
+    static void EndWorker(LvEndpoint& endpoint) { endpoint.m_requeued.Push(nullptr); }
+    static void WakeGetBuffer(LvEndpoint& endpoint) { endpoint.m_frames.Push(nullptr); }
+
     static std::size_t Blocks(const LvEndpoint& endpoint) { return endpoint.m_blocks.Count(); }
 };
 

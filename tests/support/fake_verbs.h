@@ -67,15 +67,17 @@ class FakeVerbs : public CallRecorder
         eventfd_write(m_eventFd, 1);
     }
 
-    /// Puts `bytes` into the oldest posted receive and completes it; waits for a receive first.
-    void DeliverFrame(const std::vector<unsigned char>& bytes)
+    /// Puts `bytes` into the oldest posted receive and completes it; waits for a receive first. Where they were put.
+    unsigned char* DeliverFrame(const std::vector<unsigned char>& bytes)
     {
         std::unique_lock lock(m_mutex);
         m_changed.wait(lock, [this] { return !m_receives.empty(); });
         const Work work = m_receives.front();
         m_receives.pop_front();
-        std::copy(bytes.begin(), bytes.end(), reinterpret_cast<unsigned char*>(work.address));
+        auto* const memory = reinterpret_cast<unsigned char*>(work.address);
+        std::copy(bytes.begin(), bytes.end(), memory);
         Complete(work.id, IBV_WC_SUCCESS, IBV_WC_RECV, static_cast<std::uint32_t>(bytes.size()));
+        return memory;
     }
 
     /// Completes the oldest outstanding send; for tests that switched `completesSends` off.

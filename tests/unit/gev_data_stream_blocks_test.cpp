@@ -129,6 +129,25 @@ TEST_F(GevDataStreamBlocks, ABlockOnShowIsNotGivenBackByAnotherBufferUntilItIsOn
     EXPECT_EQ(BaseOf(buffers[1]), shown);
 }
 
+TEST_F(GevDataStreamBlocks, ABlockThatItsBufferLeftForAnotherFrameGoesBackByWhoeverHasItsId)
+{
+    Run(2);
+    Receive(1);
+    void* const second = BaseOf(Receive(2));
+    ASSERT_EQ(stream->QueueBuffer(buffers[1]), 0);
+    ASSERT_EQ(stream->QueueBuffer(buffers[0]), 0);
+    fake.WaitForSent(4);
+    ASSERT_EQ(stream->FlushQueue(GenTL::ACQ_QUEUE_ALL_DISCARD), 0);
+    ASSERT_EQ(stream->QueueBuffer(buffers[0]), 0);
+    ASSERT_EQ(Receive(3), buffers[0]);
+    ASSERT_EQ(BaseOf(buffers[0]), second) << "both buffers have the id of this block now";
+    ASSERT_EQ(stream->FlushQueue(GenTL::ACQ_QUEUE_UNQUEUED_TO_INPUT), 0);
+    ASSERT_EQ(Receive(4), buffers[0]);
+    ASSERT_NE(BaseOf(buffers[0]), second);
+    ASSERT_EQ(stream->QueueBuffer(buffers[1]), 0);
+    EXPECT_TRUE(AwaitCredits(1));
+}
+
 TEST_F(GevDataStreamBlocks, AFrameThatWasCopiedIsNotOnShowSoThatAnyBufferWithTheIdGivesTheBlockBack)
 {
     unsigned char memory[2][64] = {};

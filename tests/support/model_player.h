@@ -1,0 +1,223 @@
+// SPDX-License-Identifier: Apache-2.0
+// Makes the moves of a BufferModel on a data stream and compares the two.
+#pragma once
+
+#include "gentl/nq_gentl_data_stream.h"
+#include "gentl/nq_gentl_event.h"
+#include "support/buffer_model.h"
+#include "support/gendc_bytes.h"
+#include "support/mapped.h"
+
+#include <GenTL/GenTL.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <vector>
+
+namespace nq::test
+{
+
+/// What a player needs of the transport below the stream.
+class ModelTransport
+{
+  public:
+    virtual ~ModelTransport() = default;
+
+    /// Sends a frame into the next block, waits until the stream has done with it, and returns the block's address.
+    virtual unsigned char* Send(const FrameBytes& frame) = 0;
+
+    /// Waits until the camera may send `count` frames; the number that it may send in the end.
+    virtual std::size_t AwaitCredits(std::size_t count) = 0;
+};
+
+/// Plays on a stream whose buffers all come from it. Frames have 16 x 4 pixels.
+class ModelPlayer
+{
+  public:
+    ModelPlayer(GigERDMA::NQGenTLDataStream& stream, ModelTransport& transport, std::size_t buffers)
+        : model(buffers), m_stream(stream), m_transport(transport), m_handles(buffers)
+    {
+        void* handle = nullptr;
+        EXPECT_EQ(stream.RegisterEvent(GenTL::EVENT_NEW_BUFFER, &handle), 0);
+        m_event = stream.FindEventByHandle(handle);
+    }
+
+    /// A move that is about to be made, and what came of it.
+    struct Play
+    {
+        Step step;
+        void* handle = nullptr;  ///< Of the buffer queued, revoked, announced or taken.
+        std::uint64_t frame = 0; ///< Id of the frame to send.
+        int result = 0;
+        void* address = nullptr; ///< Of the block that took a frame, or handed out by a revocation.
+    };
+
+    /// Call order: Prepare, Make, Finish. Only Make reaches the stream; it may run on any thread, also together with
+    /// the Make of another move when their order does not matter to the model. One frame at a time.
+    Play Prepare(const Step& step) const
+    {
+        Play play{step};
+        play.frame = model.frames + 1;
+        if (step.move == Move::Queue || step.move == Move::Revoke)
+        {
+            play.handle = m_handles[static_cast<std::size_t>(step.argument)];
+        }
+        return play;
+    }
+
+    void Make(Play& play) const
+    {
+        switch (play.step.move)
+        {
+        case Move::Announce:
+            play.result = m_stream.AllocAndAnnounceBuffer(64, nullptr, &play.handle);
+            return;
+        case Move::Queue:
+            play.result = m_stream.QueueBuffer(play.handle);
+            return;
+        case Move::Take:
+            play.result = Take(&play.handle);
+            return;
+        case Move::Flush:
+            play.result = m_stream.FlushQueue(play.step.argument);
+            return;
+        case Move::Revoke:
+            play.result = m_stream.RevokeBuffer(play.handle, &play.address, nullptr);
+            return;
+        case Move::Frame:
+            play.address = m_transport.Send(GenDCFrame(play.frame, 16, 4));
+            return;
+        case Move::OddFrame:
+            play.address = m_transport.Send(OddFrame(play.frame));
+            return;
+        case Move::Stop:
+            play.result = m_stream.StopAcquisition(GenTL::ACQ_STOP_FLAGS_KILL);
+            return;
+        case Move::Start:
+            play.result = m_stream.StartAcquisition(0, GENTL_INFINITE);
+            return;
+        }
+    }
+
+    void Finish(const Play& play)
+    {
+        const int block = model.credits.empty() ? -1 : model.credits.front();
+        const Place shown = play.step.move == Move::Revoke ? BufferAt(play.step.argument).shows : Place{};
+        const Outcome expected = model.Apply(play.step);
+        EXPECT_EQ(play.result, expected.result);
+        if (play.step.move == Move::Announce)
+        {
+            m_handles[static_cast<std::size_t>(expected.buffer)] = play.handle;
+        }
+        else if (play.step.move == Move::Take && expected.buffer >= 0)
+        {
+            EXPECT_EQ(play.handle, m_handles[static_cast<std::size_t>(expected.buffer)]);
+        }
+        else if (play.step.move == Move::Revoke && expected.result == 0)
+        {
+            EXPECT_EQ(play.address, PixelsAt(shown));
+        }
+        else if (play.step.move == Move::Frame || play.step.move == Move::OddFrame)
+        {
+            auto* const address = static_cast<unsigned char*>(play.address);
+            EXPECT_EQ(m_blocks.try_emplace(Place{model.run, block}, address).first->second, address)
+                << "block " << block;
+        }
+    }
+
+    /// The stream is as the model says.
+    void Check() const
+    {
+        EXPECT_EQ(m_transport.AwaitCredits(model.credits.size()), model.credits.size()) << "frames the camera may send";
+        EXPECT_EQ(Number(GenTL::STREAM_INFO_NUM_ANNOUNCED), model.announced.size());
+        EXPECT_EQ(Number(GenTL::STREAM_INFO_NUM_QUEUED), model.input.size());
+        EXPECT_EQ(Number(GenTL::STREAM_INFO_NUM_AWAIT_DELIVERY), model.output.size());
+        EXPECT_EQ(Number(GenTL::STREAM_INFO_NUM_DELIVERED), model.delivered);
+        EXPECT_EQ(Number(GenTL::STREAM_INFO_NUM_UNDERRUN), model.underrun);
+        for (const int buffer : model.announced)
+        {
+            SCOPED_TRACE("buffer " + std::to_string(buffer));
+            CheckBuffer(BufferAt(buffer), m_handles[static_cast<std::size_t>(buffer)]);
+        }
+        for (const Place& place : model.handedOut)
+        {
+            EXPECT_TRUE(IsMapped(PixelsAt(place))) << "handed out: block " << place.block << " of run " << place.run;
+        }
+    }
+
+    BufferModel model;
+
+  private:
+    const BufferModel::Buffer& BufferAt(int buffer) const { return model.buffers[static_cast<std::size_t>(buffer)]; }
+
+    unsigned char* PixelsAt(const Place& place) const { return place.block < 0 ? nullptr : m_blocks.at(place) + 176; }
+
+    /// Of an odd frame's kinds, the id decides which.
+    static FrameBytes OddFrame(std::uint64_t id)
+    {
+        if (id % 3 == 0)
+        {
+            return {};
+        }
+        FrameBytes frame = GenDCFrame(id, 16, 4);
+        id % 3 == 1 ? Put32(frame, 56, 128) : Put32(frame, 112, 0xFFFFFFFF);
+        return frame;
+    }
+
+    int Take(void** handle) const
+    {
+        GenTL::S_EVENT_NEW_BUFFER data{};
+        unsigned long size = sizeof data;
+        const int result = m_event->GetData(&data, &size, 0);
+        *handle = data.BufferHandle;
+        return result;
+    }
+
+    std::uint64_t Number(int command) const
+    {
+        std::uint64_t value = 0;
+        unsigned long size = sizeof value;
+        int type = 0;
+        EXPECT_EQ(m_stream.GetInfo(command, &type, &value, &size), 0);
+        return value;
+    }
+
+    std::uint64_t BufferNumber(void* handle, int command) const
+    {
+        std::uint64_t value = 0;
+        unsigned long size = sizeof value;
+        int type = 0;
+        EXPECT_EQ(m_stream.GetBufferInfo(handle, command, &type, &value, &size), 0);
+        return value;
+    }
+
+    void CheckBuffer(const BufferModel::Buffer& expected, void* handle) const
+    {
+        EXPECT_EQ(BufferNumber(handle, GenTL::BUFFER_INFO_IS_QUEUED), expected.queued);
+        EXPECT_EQ(BufferNumber(handle, GenTL::BUFFER_INFO_NEW_DATA), expected.newData);
+        const unsigned char* const pixels = PixelsAt(expected.shows);
+        EXPECT_EQ(BufferNumber(handle, GenTL::BUFFER_INFO_BASE), reinterpret_cast<std::uintptr_t>(pixels));
+        if (pixels == nullptr)
+        {
+            return;
+        }
+        EXPECT_EQ(BufferNumber(handle, GenTL::BUFFER_INFO_FRAMEID), expected.frame);
+        const bool mapped = IsMapped(pixels) && IsMapped(pixels + 63);
+        EXPECT_TRUE(mapped) << "block " << expected.shows.block << " of run " << expected.shows.run;
+        if (mapped && expected.holds)
+        {
+            const FrameBytes whole = GenDCFrame(expected.frame, 16, 4);
+            EXPECT_EQ(std::memcmp(pixels - 176, whole.data(), whole.size()), 0) << "its frame is no longer in it";
+        }
+    }
+
+    GigERDMA::NQGenTLDataStream& m_stream;
+    ModelTransport& m_transport;
+    GigERDMA::NQGenTLEvent* m_event;
+    std::vector<void*> m_handles;
+    std::map<Place, unsigned char*> m_blocks;
+};
+
+} // namespace nq::test
