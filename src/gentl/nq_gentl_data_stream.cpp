@@ -209,10 +209,12 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
         TraceDataStream("%s GC_ERR_RESOURCE_IN_USE", "StartAcquisition");
         return GenTL::GC_ERR_RESOURCE_IN_USE;
     }
+    m_starting = true;
     const int error = DoStartAcquisition(m_buffers.GetBiggestSize(NQ_BUFFER_TYPE_ANNOUNCED),
                                          m_buffers.GetCount(NQ_BUFFER_TYPE_ANNOUNCED));
     if (error != GenTL::GC_ERR_SUCCESS)
     {
+        m_starting = false;
         TraceDataStream("%s DoStartAcquisition Failed! ret:%d", "StartAcquisition", error);
         return error;
     }
@@ -220,6 +222,7 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
     m_started = true;
     m_numDelivered = 0;
     m_numUnderrun = 0;
+    m_starting = false;
     return GenTL::GC_ERR_SUCCESS;
 }
 
@@ -294,6 +297,11 @@ bool NQGenTLDataStream::PassesLimit()
 {
     NQGenTLLock lock(m_moduleLock);
     return m_numToAcquire != GENTL_INFINITE && m_numAcquired >= m_numToAcquire;
+}
+
+bool NQGenTLDataStream::IsStarting()
+{
+    return m_starting;
 }
 
 bool NQGenTLDataStream::IsStarted()

@@ -6,6 +6,7 @@
 #include "gentl/nq_gentl_buffer_queue.h"
 #include "gentl/nq_gentl_module_base.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -99,6 +100,10 @@ class NQGenTLDataStream : public NQGenTLModuleBase
 
     int GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
 
+    /// True while a start is under way: frames that come so early are better held back, since they would not count. Any
+    /// thread.
+    bool IsStarting();
+
   protected:
     /// For a transport whose last run is over, its blocks about to go: unbinds all announced buffers from them, and
     /// lets no late frame of that run count towards the limit of the next. Waits for a delivery and for a return of
@@ -124,6 +129,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
 
     NQGenTLBufferQueue m_buffers;
     bool m_started NQ_GUARDED_BY(m_moduleLock) = false;
+    std::atomic<bool> m_starting = false;
     unsigned long m_numToAcquire NQ_GUARDED_BY(m_moduleLock) = 0;
     unsigned long m_numAcquired NQ_GUARDED_BY(m_moduleLock) = 0;
     const std::string m_id;

@@ -14,6 +14,9 @@ namespace
 /// consumer stops the acquisition. The pause keeps that from taking a core; it changes no result.
 constexpr std::chrono::milliseconds PauseAfterMiss{2};
 
+/// How often the thread looks whether the start that made it is over.
+constexpr std::chrono::milliseconds StartPoll{1};
+
 } // namespace
 
 NQRMAXThreadAcquisition::NQRMAXThreadAcquisition(NQGevDataStream* stream) : m_stream(stream) {}
@@ -25,6 +28,11 @@ NQRMAXThreadAcquisition::~NQRMAXThreadAcquisition()
 
 void NQRMAXThreadAcquisition::Run()
 {
+    // A frame that were delivered before the start ends would not count.
+    while (m_stream->IsStarting() && !MustStop())
+    {
+        std::this_thread::sleep_for(StartPoll);
+    }
     while (!MustStop())
     {
         if (m_stream->AcquireImage() != 0)

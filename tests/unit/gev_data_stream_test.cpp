@@ -5,6 +5,8 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
+
 namespace nq::test
 {
 struct StoredValue
@@ -334,6 +336,41 @@ TEST_F(GevDataStream, ThePlainValueSurvivesARestartAndAllCountersStartAnew)
     EXPECT_EQ(Read64(0x8010C), 0U);
     EXPECT_EQ(NQGevDataStreamAccess::NextFrameId(*stream), 0U);
     EXPECT_EQ(Read32(0x80434), 77U);
+}
+
+/// A stream whose start goes on for a while after its thread runs, as on a busy machine.
+class SlowStart : public NQGevDataStream
+{
+  public:
+    using NQGevDataStream::NQGevDataStream;
+
+    /// Of a stopped stream, whose thread calls what this class overrides.
+    ~SlowStart() override { NQGevDataStreamAccess::WaitForThread(*this); }
+
+    int DoStartAcquisition(unsigned int biggestSize, unsigned int count) override
+    {
+        const int result = NQGevDataStream::DoStartAcquisition(biggestSize, count);
+        meanwhile();
+        return result;
+    }
+
+    std::function<void()> meanwhile = [] {};
+};
+
+TEST_F(GevDataStream, AFrameThatComesAtOnceIsDeliveredOnceCountingHasStarted)
+{
+    auto slow = std::make_unique<SlowStart>(&device, 2, nullptr);
+    slow->meanwhile = [&] {
+        fake.DeliverFrame(GenDCFrame(1, 16, 4));
+        fake.DeliverFrame(GenDCFrame(2, 16, 4));
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    };
+    stream = std::move(slow);
+    Run(2, 1);
+    NextBuffer();
+    WaitForFramesReceived(2);
+    EXPECT_EQ(Read64(0x8010C), 1U);
+    EXPECT_EQ(stream->StopAcquisition(1), -1004) << "the frame past the limit has stopped it";
 }
 
 TEST_F(GevDataStream, TheLimitStopsTheStreamOnTheAcquisitionThreadItself)
