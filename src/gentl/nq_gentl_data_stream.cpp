@@ -226,6 +226,11 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
     return GenTL::GC_ERR_SUCCESS;
 }
 
+void NQGenTLDataStream::WaitForStart()
+{
+    NQGenTLLock start(m_startLock);
+}
+
 int NQGenTLDataStream::StopAcquisition(int flags)
 {
     // Deliberate: this line stands at every stop and means no failure.

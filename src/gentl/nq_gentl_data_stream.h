@@ -105,6 +105,9 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     bool IsStarting();
 
   protected:
+    /// Returns when no start is under way. Not to be called within a start, nor on the acquisition thread.
+    void WaitForStart();
+
     /// For a transport whose last run is over, its blocks about to go: unbinds all announced buffers from them, and
     /// lets no late frame of that run count towards the limit of the next. Waits for a delivery and for a return of
     /// a block under way: from now on no thread reaches the transport with an id of that run.

@@ -109,8 +109,24 @@ int NQGevDataStream::DoOpen()
 
 int NQGevDataStream::DoClose()
 {
+    EndStart();
     NQGenTLDataStream::DoClose();
     return GenTL::GC_ERR_SUCCESS;
+}
+
+/// Ends a start that another thread has under way, and waits until it has left.
+void NQGevDataStream::EndStart()
+{
+    m_closing = true;
+    if (!m_connected)
+    {
+        if (const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma())
+        {
+            endpoint->Disconnect();
+        }
+    }
+    WaitForStart();
+    m_closing = false;
 }
 
 int NQGevDataStream::DoStartAcquisition(unsigned int, unsigned int)
@@ -160,7 +176,7 @@ bool NQGevDataStream::Connect()
     SetRdma(endpoint);
     const std::string address = AddressText(*m_device);
     m_device->EnableStream(false);
-    if (!endpoint->Connect(address.c_str(), RdmaPort))
+    if (m_closing || !endpoint->Connect(address.c_str(), RdmaPort))
     {
         // The endpoint stays for the next start to remove.
         TraceStart("%s m_pRdma->ConnectR Failed   CamAddr: %s", address.c_str());

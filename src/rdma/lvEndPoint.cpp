@@ -52,7 +52,7 @@ LvEndpoint::LvEndpoint()
     : m_stop(0), m_event_channel(nullptr), m_cm_id_listener(nullptr), m_cm_id_connection(nullptr), m_qp(nullptr),
       m_pd(nullptr), m_cq(nullptr), m_comp_channel(nullptr), m_cq_thread(0), m_cm_thread(0),
       m_worker_thread(0), m_settings{}, m_connected(false), m_event(nullptr), m_receiveCount(0), m_sendCount(0),
-      m_ending(false), m_flushExpected(false), m_wake(-1)
+      m_cancelled(false), m_ending(false), m_flushExpected(false), m_wake(-1)
 {
 }
 
@@ -71,6 +71,8 @@ LvEndpoint::~LvEndpoint()
 
 bool LvEndpoint::Init(const sockaddr_in* address)
 {
+    // Held to the end: a DeInit on another thread takes down what is there only when nothing more is made.
+    const NQLock setup(m_teardown);
     try
     {
         ThrowingConnect(address);
@@ -80,7 +82,7 @@ bool LvEndpoint::Init(const sockaddr_in* address)
     catch (const std::exception&)
     {
         NQLogger::getInstance().TraceA("NQGenTL", 2, "%s GC_ERR_ERROR Failed ", "Init");
-        DeInit();
+        TearDown();
         return false;
     }
 }
@@ -122,12 +124,16 @@ void LvEndpoint::ThrowingConnect(const sockaddr_in* address)
 
 void LvEndpoint::ExpectEvent(rdma_cm_event_type expected, const char* name, bool ackMismatch)
 {
-    int result = 0;
-    do
+    int result = -1;
+    while (AwaitEvent())
     {
         errno = 0;
         result = rdma_get_cm_event(m_event_channel, &m_event);
-    } while (result != 0 && errno == EINTR); // A signal of the application is no answer of the camera.
+        if (result == 0 || errno != EINTR) // A signal of the application is no answer of the camera.
+        {
+            break;
+        }
+    }
     if (result != 0)
     {
         m_event = nullptr;
@@ -144,6 +150,21 @@ void LvEndpoint::ExpectEvent(rdma_cm_event_type expected, const char* name, bool
     }
     Fail(std::string("rdma_get_cm_event(): Expected [") + name + "], received [" + received + "], Result: [" +
          std::to_string(result) + "]");
+}
+
+/// Returns true when reading the next event does not block, false when the connection is torn down meanwhile.
+bool LvEndpoint::AwaitEvent()
+{
+    while (!m_cancelled)
+    {
+        pollfd waiting{m_event_channel->fd, POLLIN, 0};
+        const int ready = poll(&waiting, 1, EventPollMs);
+        if (ready > 0 || (ready < 0 && errno != EINTR))
+        {
+            return true;
+        }
+    }
+    return false;
 }
 
 void LvEndpoint::AckEvent()
@@ -300,7 +321,13 @@ bool LvEndpoint::Stopping() const
 
 void LvEndpoint::DeInit()
 {
+    m_cancelled = true;
     const NQLock teardown(m_teardown);
+    TearDown();
+}
+
+void LvEndpoint::TearDown()
+{
     LeaveConnection();
     JoinThreads();
     DestroyQueues();

@@ -19,7 +19,8 @@
 ///     constructed --Init--> connected --StartWorkerThread--> streaming --m_stop--> stopping --DeInit--> torn down
 ///                   \-- failure: everything it made is taken down again, false
 ///
-/// Any state but "constructed" goes to "torn down" through DeInit. A camera that disconnects, or a work request that
+/// Every state goes to "torn down" through DeInit, also from another thread while Init waits for the camera; what is
+/// torn down stays so: a step of the start that comes later fails. A camera that disconnects, or a work request that
 /// fails, leads to "stopping": the flow ends, and the object waits for DeInit.
 ///
 /// The camera is reached at its address on UDP port 4791 (RoCE v2) through librdmacm, port space RDMA_PS_TCP; the host
@@ -45,13 +46,15 @@ class LvEndpoint
     LvEndpoint(const LvEndpoint&) = delete;
     LvEndpoint& operator=(const LvEndpoint&) = delete;
 
-    /// Connects to `address`, blocking until the camera accepted or refused. Returns false after one line in the log,
-    /// with everything taken down again. Never throws.
+    /// Connects to `address`, blocking until the camera accepted or refused, or until a DeInit on another thread, which
+    /// ends the wait within 800 ms. Returns false after one line in the log, with everything taken down again. Never
+    /// throws.
     bool Init(const sockaddr_in* address);
 
     /// Disconnects, ends the threads and gives back what Init and AllocateAndRegisterMemory made, except the frame
     /// blocks. Does nothing where there is nothing to undo, so it may be called at any time, again, and from several
-    /// threads at once: all return when the connection is down. Takes at most the 800 ms waits of the threads.
+    /// threads at once: all return when the connection is down. Takes at most the 800 ms waits of the threads; during a
+    /// step of the start on another thread, until that step has ended too.
     void DeInit();
 
     /// @name Steps of the connection
@@ -73,11 +76,11 @@ class LvEndpoint
 
     /// Makes `bufferCount` frame blocks and as many ready messages, and registers them. A registration that the system
     /// refuses ends the function silently: the blocks registered until then make up the flow, the others stay out.
-    /// Throws std::bad_alloc, std::length_error.
+    /// Throws std::bad_alloc, std::length_error, and std::runtime_error once torn down.
     void AllocateAndRegisterMemory();
 
     /// Starts the worker, which posts every registered receive and then every ready message.
-    /// Throws std::runtime_error.
+    /// Throws std::runtime_error, also once torn down.
     void StartWorkerThread();
 
     /// Posts work for a registered descriptor. A refusal by the queue pair is not reported: that buffer is lost.
@@ -115,15 +118,18 @@ class LvEndpoint
     void ThrowingConnect(const sockaddr_in* address);
     void ExpectEvent(rdma_cm_event_type expected, const char* name, bool ackMismatch);
     void AckEvent();
+    bool AwaitEvent();
     bool ReadCmEvent();
 
     bool Stopping() const;
+    void TearDown() NQ_REQUIRES(m_teardown);
     void LeaveConnection() NQ_REQUIRES(m_teardown);
     void JoinThreads() NQ_REQUIRES(m_teardown);
     void DestroyQueues() NQ_REQUIRES(m_teardown);
     void ReleaseRegions() NQ_REQUIRES(m_teardown);
     void DestroyIds() NQ_REQUIRES(m_teardown);
 
+    void RequireStanding() const;
     bool RegisterBlock(std::uint32_t index);
     bool RegisterReadyMessage(std::uint32_t index);
     bool WaitForCompletionEvent();
@@ -155,12 +161,15 @@ class LvEndpoint
     std::atomic<std::uint32_t> m_receiveCount;
     std::uint32_t m_sendCount;
 
+    // Set first of all by DeInit, before it waits for its turn: ends the start that another thread has under way.
+    std::atomic<bool> m_cancelled;
+
     // What ends the threads when no completion does: DeInit sets the flag and writes to the descriptor. `m_stop` alone
     // would leave them asleep for ever after a connection that never came to flow.
     std::atomic<bool> m_ending;
     std::atomic<bool> m_flushExpected;
     int m_wake;
-    NQMutex m_teardown;
+    NQMutex m_teardown; // Held by each step of the start, and by the teardown, to its end.
 };
 
 /// Fills connection parameters that no connection uses: rdma_connect is called without any.

@@ -40,6 +40,8 @@ void LvEndpoint::SetBufferSettings(gevrdmaBufferSettings& settings)
 
 void LvEndpoint::AllocateAndRegisterMemory()
 {
+    const NQLock setup(m_teardown);
+    RequireStanding();
     const std::uint32_t count = m_settings.bufferCount;
     if (count != 0)
     {
@@ -86,8 +88,19 @@ bool LvEndpoint::RegisterReadyMessage(std::uint32_t index)
     return send.mr != nullptr;
 }
 
+/// Nothing may be made for a connection that a DeInit on another thread has taken down: nobody would undo it.
+void LvEndpoint::RequireStanding() const
+{
+    if (m_cancelled)
+    {
+        throw std::runtime_error("connection torn down during the start");
+    }
+}
+
 void LvEndpoint::StartWorkerThread()
 {
+    const NQLock setup(m_teardown);
+    RequireStanding();
     pthread_t started = 0;
     const int result = pthread_create(&started, nullptr, Worker_thread_helper, this);
     if (result != 0)

@@ -61,7 +61,14 @@ bool GevRdmaEndpoint::Connect(const char* host, const char* service)
     {
         return false;
     }
-    m_endpoint = std::make_unique<LvEndpoint>();
+    {
+        const NQLock lock(m_disconnectLock);
+        if (m_disconnected)
+        {
+            return false;
+        }
+        m_endpoint = std::make_unique<LvEndpoint>();
+    }
     const bool connected = m_endpoint->Init(&address);
     m_addresses.reset();
     return connected;
@@ -163,6 +170,11 @@ bool GevRdmaEndpoint::RequeueBufferByID(void* id)
 
 void GevRdmaEndpoint::Disconnect()
 {
+    {
+        // From here on Connect leaves the endpoint as it is.
+        const NQLock lock(m_disconnectLock);
+        m_disconnected = true;
+    }
     if (m_endpoint != nullptr)
     {
         m_endpoint->DeInit();

@@ -11,9 +11,8 @@
 
 /// Owns one LvEndpoint, resolves the camera's address, and decodes received frames (GenDC: one component, one part).
 ///
-/// Connect, Start and Disconnect run on the thread of the start and stop calls, GetNextFrame and HandOver on the
-/// acquisition thread, the requeue calls on the consumer's threads. It has no lock of its own; the endpoint's queues
-/// synchronise.
+/// Connect and Start run on the thread of the start call, GetNextFrame and HandOver on the acquisition thread, the
+/// requeue calls on the consumer's threads, Disconnect on any thread at any time. The endpoint's queues synchronise.
 class GevRdmaEndpoint
 {
   public:
@@ -23,7 +22,8 @@ class GevRdmaEndpoint
     GevRdmaEndpoint& operator=(const GevRdmaEndpoint&) = delete;
 
     /// Resolves `host` and the UDP port `service`, takes the first address, and connects. One facade connects once.
-    /// Returns false when a connection was tried before, the address is none, or the camera could not be reached.
+    /// Returns false when a connection was tried before, the address is none, the camera could not be reached, or
+    /// Disconnect was called, be it before or meanwhile.
     bool Connect(const char* host, const char* service);
 
     /// Makes and registers the frame blocks and starts the flow. Returns false, disconnected, when that fails.
@@ -49,6 +49,7 @@ class GevRdmaEndpoint
     /// Gives a block that was handed over and is not on show back to the camera. False when there is no connection.
     bool RequeueBufferByID(void* id);
 
+    /// Takes the connection down for good and returns when it is down. Ends a Connect that waits for the camera.
     void Disconnect();
 
   private:
@@ -62,5 +63,8 @@ class GevRdmaEndpoint
     };
 
     std::unique_ptr<addrinfo, FreeAddresses> m_addresses;
-    std::unique_ptr<LvEndpoint> m_endpoint;
+    std::unique_ptr<LvEndpoint> m_endpoint; // Set once, by Connect.
+
+    NQMutex m_disconnectLock; // So that Disconnect either finds the endpoint or keeps it from being made.
+    bool m_disconnected NQ_GUARDED_BY(m_disconnectLock) = false;
 };

@@ -55,7 +55,7 @@ TEST(StreamLifetime, AStopMayMeetTheStopOfTheStreamItselfAndTheNextStartWorks)
     }
 }
 
-/// What closes the stream that is just about to stop by itself, on its own acquisition thread.
+/// What closes a stream that another thread works on: its acquisition thread, or one that starts it.
 struct Closing
 {
     const char* name;
@@ -95,6 +95,64 @@ TEST_P(StreamSelfStop, MayBeClosedAtOnce)
 
 INSTANTIATE_TEST_SUITE_P(By, StreamSelfStop, testing::ValuesIn(closings),
                          [](const auto& closing) { return closing.param.name; });
+
+/// Returns once a start on another thread has come to the connection.
+void AwaitConnecting()
+{
+    while (nq::test::LoopbackControl().Objects().queue_pairs == 0)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+class StreamStart : public testing::TestWithParam<Closing>
+{
+};
+
+TEST_P(StreamStart, ThatWaitsForTheCameraIsEndedByAClose)
+{
+    const VirtualCamera camera(SmallFrames({"--fault", "slow-accept:600000"}));
+    const long threads = Count("task") + 1; // that of the software RDMA
+    long descriptors = 0;
+    for (int round = 0; round < 3; ++round)
+    {
+        {
+            Consumer consumer;
+            consumer.AnnounceAndQueue(3);
+            int started = 0;
+            std::thread start([&] { started = consumer.Start(); });
+            AwaitConnecting();
+            // In each round the start has come a little further.
+            std::this_thread::sleep_for(std::chrono::milliseconds(100 * round));
+            GetParam().close(consumer);
+            EXPECT_EQ(nq::test::LoopbackControl().Objects().queue_pairs, 0) << "the connection is down";
+            start.join();
+            EXPECT_EQ(started, -1001);
+        }
+        EXPECT_EQ(ThreadsDownTo(threads), threads);
+        descriptors = round == 0 ? Count("fd") : descriptors;
+        EXPECT_EQ(Count("fd"), descriptors);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(By, StreamStart, testing::ValuesIn(closings),
+                         [](const auto& closing) { return closing.param.name; });
+
+TEST(StreamLifetime, AStreamWhoseStartWasEndedByACloseWorksOnceItIsOpenAgain)
+{
+    const VirtualCamera camera(SmallFrames({"--fault", "slow-accept:2000"}));
+    Consumer consumer;
+    consumer.AnnounceAndQueue(3);
+    int started = 0;
+    std::thread start([&] { started = consumer.Start(); });
+    AwaitConnecting();
+    EXPECT_EQ(consumer.gentl.DSClose(consumer.stream), 0);
+    start.join();
+    EXPECT_EQ(started, -1001);
+    EXPECT_EQ(camera.Control(R"({"cmd":"clear","name":"slow-accept"})"), R"({"ok":true})");
+    EXPECT_EQ(consumer.gentl.DevOpenDataStream(consumer.device, "Stream:0", &consumer.stream), 0);
+    nq::test::ExpectAWholeRun(consumer);
+}
 
 TEST(StreamLifetime, ClosingTheLibraryDuringAcquisitionLeavesNoThreadAndNoDescriptor)
 {

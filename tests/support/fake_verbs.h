@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <deque>
@@ -51,6 +52,9 @@ class FakeVerbs : public CallRecorder
     rdma_cm_event_type addressAnswer = RDMA_CM_EVENT_ADDR_RESOLVED;
     rdma_cm_event_type routeAnswer = RDMA_CM_EVENT_ROUTE_RESOLVED;
     rdma_cm_event_type connectAnswer = RDMA_CM_EVENT_ESTABLISHED;
+
+    /// How many of these answers come at all: a camera that accepts late leaves the host waiting for the next one.
+    int answers = INT_MAX;
 
     /// Whether a disconnect flushes the posted work, and whether sends complete by themselves.
     std::atomic<bool> flushes{true};
@@ -222,7 +226,7 @@ class FakeVerbs : public CallRecorder
         std::memcpy(&resolvedAddress, destination, sizeof resolvedAddress);
         resolveAddressTimeout = timeout;
         m_id.verbs = &m_context;
-        RaiseEvent(addressAnswer);
+        Answer(addressAnswer);
         return 0;
     }
 
@@ -233,7 +237,7 @@ class FakeVerbs : public CallRecorder
             return -1;
         }
         resolveRouteTimeout = timeout;
-        RaiseEvent(routeAnswer);
+        Answer(routeAnswer);
         return 0;
     }
 
@@ -244,7 +248,7 @@ class FakeVerbs : public CallRecorder
             return -1;
         }
         connectHadParameters = parameters != nullptr;
-        RaiseEvent(connectAnswer);
+        Answer(connectAnswer);
         return 0;
     }
 
@@ -511,6 +515,15 @@ class FakeVerbs : public CallRecorder
         std::uint64_t id;
         std::uint64_t address;
     };
+
+    void Answer(rdma_cm_event_type type)
+    {
+        if (answers > 0)
+        {
+            --answers;
+            RaiseEvent(type);
+        }
+    }
 
     int Destroy(const std::string& function, const std::string& object)
     {

@@ -420,6 +420,59 @@ TEST_F(GevDataStream, AStreamThatWasOpenedWhileItRanNeitherStartsNorStopsAndStil
     EXPECT_THAT(fake.LiveObjects(), testing::IsEmpty());
 }
 
+TEST_F(GevDataStream, ACloseOnAnotherThreadEndsAStartThatWaitsForTheCamera)
+{
+    ASSERT_EQ(stream->Open(), 0);
+    Announce(1);
+    fake.answers = 2;
+    int started = 0;
+    std::thread start([&] { started = stream->StartAcquisition(0, infinite); });
+    fake.WaitForCalls("rdma_connect", 1);
+    EXPECT_EQ(stream->Close(), 0);
+    EXPECT_TRUE(trace.Has(2, "StartAcquisition DoStartAcquisition Failed! ret:-1001")) << "the start left first";
+    start.join();
+    EXPECT_EQ(started, -1001);
+    EXPECT_TRUE(trace.Has(2, "DoStartAcquisition m_pRdma->ConnectR Failed   CamAddr: 127.0.0.1"));
+
+    fake.answers = 3;
+    ASSERT_EQ(stream->Open(), 0);
+    EXPECT_EQ(stream->StartAcquisition(0, infinite), 0) << "the stream works as before";
+    EXPECT_EQ(stream->Close(), 0);
+}
+
+TEST_F(GevDataStream, TheDestructorWaitsForAStartOnAnotherThread)
+{
+    ASSERT_EQ(stream->Open(), 0);
+    fake.answers = 2;
+    int started = 0;
+    std::thread start([&] { started = stream->StartAcquisition(0, infinite); });
+    fake.WaitForCalls("rdma_connect", 1);
+    stream.reset();
+    EXPECT_TRUE(trace.Has(2, "StartAcquisition DoStartAcquisition Failed! ret:-1001")) << "the start left first";
+    EXPECT_THAT(fake.LiveObjects(), IsEmpty());
+    start.join();
+    EXPECT_EQ(started, -1001);
+}
+
+TEST_F(GevDataStream, ACloseBeforeTheConnectionIsMadeKeepsItFromBeingMade)
+{
+    ASSERT_EQ(stream->Open(), 0);
+    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+    ASSERT_EQ(stream->StopAcquisition(1), 0);
+    std::thread close;
+    fake.OnCall("ibv_dealloc_pd", [&] {
+        // The endpoint of the run before goes, the new one is not made yet. The start goes on once the close has begun.
+        close = std::thread([this] { EXPECT_EQ(stream->Close(), 0); });
+        while (!NQGevDataStreamAccess::Closing(*stream))
+        {
+            std::this_thread::yield();
+        }
+    });
+    EXPECT_EQ(stream->StartAcquisition(0, infinite), -1001);
+    close.join();
+    EXPECT_EQ(fake.Count("rdma_connect"), 1) << "that of the first start";
+}
+
 TEST_F(GevDataStream, AfterADisconnectByTheCameraTheLoopRunsOnUntilTheStop)
 {
     Run(1);

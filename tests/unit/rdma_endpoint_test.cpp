@@ -192,6 +192,39 @@ TEST_F(RdmaEndpoint, WithoutAConnectionEveryCallIsHarmless)
     EXPECT_THAT(fake.Calls(), IsEmpty());
 }
 
+TEST_F(RdmaEndpoint, ADisconnectOnAnotherThreadEndsAConnectThatWaitsForTheCamera)
+{
+    fake.answers = 2;
+    bool connected = true;
+    std::thread start([&] { connected = facade->Connect("10.9.0.2", "4791"); });
+    fake.WaitForCalls("rdma_connect", 1);
+    facade->Disconnect();
+    start.join();
+    EXPECT_FALSE(connected);
+    gevrdmaBufferSettings settings{};
+    settings.bufferCount = 1;
+    EXPECT_FALSE(facade->Start(settings, 0));
+    facade.reset();
+    EXPECT_THAT(fake.LiveObjects(), IsEmpty());
+}
+
+TEST_F(RdmaEndpoint, ADisconnectBeforeTheConnectKeepsItFromTheNetwork)
+{
+    facade->Disconnect();
+    EXPECT_FALSE(facade->Connect("10.9.0.2", "4791"));
+    EXPECT_THAT(fake.Calls(), IsEmpty());
+}
+
+TEST_F(RdmaEndpoint, ADisconnectBetweenConnectAndStartMakesStartFail)
+{
+    ASSERT_TRUE(facade->Connect("10.9.0.2", "4791"));
+    facade->Disconnect();
+    gevrdmaBufferSettings settings{};
+    settings.bufferCount = 2;
+    EXPECT_FALSE(facade->Start(settings, 0));
+    EXPECT_EQ(fake.Count("ibv_reg_mr"), 0);
+}
+
 TEST_F(RdmaEndpoint, AfterADisconnectGetBufferGivesTheZeroRecordAndRequeuesFail)
 {
     Stream(1);
