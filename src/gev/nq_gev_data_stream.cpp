@@ -292,6 +292,12 @@ int NQGevDataStream::AcquireImage()
     return GenTL::GC_ERR_SUCCESS;
 }
 
+bool NQGevDataStream::IsFlowing()
+{
+    const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma();
+    return endpoint != nullptr && endpoint->IsFlowing();
+}
+
 void NQGevDataStream::CountFrame(std::uint64_t frameId)
 {
     const std::uint64_t expected = m_nextFrameId;

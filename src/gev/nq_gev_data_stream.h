@@ -66,6 +66,10 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     /// One pass of the acquisition loop: waits for a frame and delivers it. Returns 0, or -1001 when there was none.
     int AcquireImage();
 
+    /// Whether AcquireImage still waits for frames: false once the endpoint is down or has stopped by itself. Belongs
+    /// to the acquisition thread.
+    bool IsFlowing();
+
   private:
     friend struct NQGevDataStreamAccess;
 

@@ -100,6 +100,9 @@ class LvEndpoint
     /// latest 800 ms after the stop; a frame that arrived meanwhile is then not delivered).
     int GetBuffer(gevrdmaBuffer* out);
 
+    /// Whether GetBuffer waits for frames: false when not connected and when stopped.
+    bool IsFlowing() const { return m_connected && !Stopping(); }
+
     /// The frame that GetBuffer brought in this block has been delivered or dropped. A block that `shownBy` shows can
     /// be given back once EndShow tells that it does so no more, any other at once. The share in the block's memory,
     /// null for any other id.

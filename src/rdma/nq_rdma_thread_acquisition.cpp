@@ -12,7 +12,7 @@ namespace
 
 /// Once the endpoint has stopped by itself, as when the camera disconnected, every fetch fails at once until the
 /// consumer stops the acquisition. The pause keeps that from taking a core; it changes no result.
-constexpr std::chrono::milliseconds PauseAfterMiss{2};
+constexpr std::chrono::milliseconds PauseOnceStopped{2};
 
 /// How often the thread looks whether the start that made it is over.
 constexpr std::chrono::milliseconds StartPoll{1};
@@ -35,9 +35,9 @@ void NQRMAXThreadAcquisition::Run()
     }
     while (!MustStop())
     {
-        if (m_stream->AcquireImage() != 0)
+        if (m_stream->AcquireImage() != 0 && !m_stream->IsFlowing())
         {
-            std::this_thread::sleep_for(PauseAfterMiss);
+            std::this_thread::sleep_for(PauseOnceStopped);
         }
     }
 }

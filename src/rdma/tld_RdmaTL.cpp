@@ -118,6 +118,11 @@ bool GevRdmaEndpoint::GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer)
     return true;
 }
 
+bool GevRdmaEndpoint::IsFlowing() const
+{
+    return m_endpoint != nullptr && m_endpoint->IsFlowing();
+}
+
 bool GevRdmaEndpoint::Decode(const gevrdmaBuffer& frame, FrameInfo* info)
 {
     info->frameId = ReadAt<std::uint64_t>(frame.data, ContainerIdOffset);

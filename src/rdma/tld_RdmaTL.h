@@ -39,6 +39,9 @@ class GevRdmaEndpoint
     /// data inside its block. The block of such a frame stays out of the flow until somebody gives it back.
     bool GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer);
 
+    /// False when GetBuffer and GetNextFrame return at once, without a frame. Any thread but that of Connect.
+    bool IsFlowing() const;
+
     /// The frame of the block has been delivered or dropped. Once nobody shows it (`shownBy`, until EndShow), the block
     /// can be given back by its id. The share in the block's memory; null when there is no connection or no such frame.
     std::shared_ptr<const void> HandOver(void* id, const void* shownBy = nullptr);
