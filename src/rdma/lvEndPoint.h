@@ -75,7 +75,8 @@ class LvEndpoint
     void SetBufferSettings(gevrdmaBufferSettings& settings);
 
     /// Makes `bufferCount` frame blocks and as many ready messages, and registers them. A registration that the system
-    /// refuses ends the function silently: the blocks registered until then make up the flow, the others stay out.
+    /// refuses, or a block of 2^31 bytes or more, ends the function silently: the blocks registered until then make up
+    /// the flow, the others stay out.
     /// Throws std::bad_alloc, std::length_error, and std::runtime_error once torn down.
     void AllocateAndRegisterMemory();
 

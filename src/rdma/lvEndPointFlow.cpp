@@ -19,6 +19,9 @@ namespace
 constexpr std::uint32_t ReadyMessageSize = 60;
 constexpr int LocalWrite = IBV_ACCESS_LOCAL_WRITE;
 
+/// Some network cards take a receive entry of 2^31 bytes or more for one of another kind.
+constexpr std::uint32_t LongestReceive = 0x7FFFFFFF;
+
 /// For how long the completion thread waits for the work requests that a disconnect flushes.
 constexpr std::chrono::milliseconds FlushLimit{800};
 
@@ -69,6 +72,10 @@ bool LvEndpoint::RegisterBlock(std::uint32_t index)
     msg_buffer_mem& receive = m_recv_msgs[index];
     receive.addr = m_blocks.Memory(index).GetBuffer();
     receive.length = m_blocks.Memory(index).GetBufferSize();
+    if (receive.length > LongestReceive)
+    {
+        return false;
+    }
     receive.mr = ibv_reg_mr(m_pd, receive.addr, receive.length, LocalWrite);
     if (receive.mr == nullptr)
     {

@@ -48,10 +48,10 @@ class EndpointFlowFixture : public testing::Test
 
     void Connect() { ASSERT_TRUE(endpoint->Init(&address)); }
 
-    void Register(std::uint32_t buffers)
+    void Register(std::uint32_t buffers, std::uint64_t payloadSize = payload)
     {
         gevrdmaBufferSettings settings{};
-        settings.payloadSize = payload;
+        settings.payloadSize = payloadSize;
         settings.bufferCount = buffers;
         endpoint->SetBufferSettings(settings);
         endpoint->AllocateAndRegisterMemory();

@@ -56,6 +56,33 @@ TEST_F(LvEndpointFlow, ABlockTooLargeFor32BitsThrowsBeforeAnythingIsRegistered)
     EXPECT_EQ(fake.Count("ibv_reg_mr"), 0);
 }
 
+TEST_F(LvEndpointFlow, AReceiveOf2To31BytesOrMoreStaysOutOfTheFlowSilently)
+{
+    for (const std::uint64_t size : {0x80000000ULL, 0xFFFFFFFFULL})
+    {
+        endpoint = std::make_unique<LvEndpoint>();
+        Connect();
+        Register(2, size - 176);
+        endpoint->StartWorkerThread();
+        EXPECT_EQ(endpoint->RequeueBufferByID(reinterpret_cast<void*>(IdOf(0))), 0);
+        endpoint->DeInit();
+        EXPECT_EQ(fake.Count("ibv_reg_mr"), 0) << size;
+        EXPECT_THAT(Posts(fake.Calls()), IsEmpty()) << size;
+        EXPECT_THAT(trace.At(2), IsEmpty());
+    }
+}
+
+TEST_F(LvEndpointFlow, AReceiveOfOneByteLessFlows)
+{
+    Connect();
+    Register(2, 0x7FFFFFFFULL - 176);
+    endpoint->StartWorkerThread();
+    fake.WaitForSent(2);
+    EXPECT_THAT(fake.ReceiveLengths(), ElementsAre(0x7FFFFFFF, 0x7FFFFFFF));
+    endpoint->DeInit();
+    EXPECT_EQ(fake.Count("ibv_dereg_mr"), 4);
+}
+
 /// Lets registration `refused` of 8 fail; expects that many receives and ready messages in the flow.
 class LvEndpointRefusal : public LvEndpointFlow, public testing::WithParamInterface<int>
 {
