@@ -3,6 +3,7 @@
 #include "support/endpoint_flow_fixture.h"
 
 #include <gmock/gmock.h>
+#include <ostream>
 #include <stdexcept>
 #include <thread>
 
@@ -23,6 +24,11 @@ struct Silence
     const char* lastCall; ///< That goes unanswered.
     Texts teardown;
 };
+
+std::ostream& operator<<(std::ostream& out, const Silence& silence)
+{
+    return out << silence.name;
+}
 
 class LvEndpointCancel : public EndpointFlowFixture
 {
