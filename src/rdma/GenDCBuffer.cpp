@@ -2,10 +2,13 @@
 // Allocation and layout of a frame memory block.
 #include "rdma/GenDCBuffer.h"
 
-#include <algorithm>
+#include <cstdlib>
 #include <limits>
 #include <new>
 #include <stdexcept>
+#include <sys/mman.h>
+#include <sys/utsname.h>
+#include <unistd.h>
 
 struct GenDCBufferLayout
 {
@@ -19,6 +22,9 @@ struct GenDCBufferLayout
 namespace
 {
 
+constexpr std::size_t HugePage = std::size_t{2} << 20;
+constexpr std::size_t HugePagesFrom = std::size_t{4} << 20;
+
 /// Work requests carry 32-bit lengths. A larger block would be registered with a length that wrapped.
 std::uint32_t BlockSize(std::size_t payloadSize)
 {
@@ -29,23 +35,69 @@ std::uint32_t BlockSize(std::size_t payloadSize)
     return static_cast<std::uint32_t>(payloadSize + GenDCBuffer::DescriptorSize);
 }
 
-} // namespace
-
-GenDCBuffer::Zeroes GenDCBuffer::Allocate(std::size_t size)
+std::size_t RoundUp(std::size_t size, std::size_t unit)
 {
-    // From calloc, large memory comes as pages that the system makes when they are first used.
-    Zeroes memory(static_cast<unsigned char*>(std::calloc(std::max<std::size_t>(size, 1), 1)));
-    if (memory == nullptr)
+    return (size + unit - 1) / unit * unit;
+}
+
+/// Zeroes that start at a page and take memory only as they are written to. Throws std::bad_alloc.
+unsigned char* Map(std::size_t size)
+{
+    void* const memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED)
     {
         throw std::bad_alloc();
     }
-    return memory;
+    return static_cast<unsigned char*>(memory);
 }
 
-GenDCBuffer::GenDCBuffer(std::size_t size) : m_payloadSize(size), m_bufferSize(BlockSize(size))
+/// As Map, but from the start of a huge page on.
+unsigned char* MapHuge(std::size_t size)
 {
-    m_payload = Allocate(size);
-    m_buffer = Allocate(m_bufferSize);
-    std::copy(m_descriptor.begin(), m_descriptor.end(), m_buffer.get());
-    // The payload would be copied behind it, but that is all zero already.
+    const std::size_t pages = RoundUp(size, static_cast<std::size_t>(sysconf(_SC_PAGESIZE)));
+    unsigned char* const memory = Map(pages + HugePage);
+    // What lies before and behind the block goes back.
+    const std::size_t before = (HugePage - reinterpret_cast<std::uintptr_t>(memory) % HugePage) % HugePage;
+    if (before != 0)
+    {
+        munmap(memory, before);
+    }
+    munmap(memory + before + pages, HugePage - before);
+    unsigned char* const block = memory + before;
+    madvise(block, pages, MADV_HUGEPAGE); // Where the system has none, ordinary pages do.
+    return block;
+}
+
+/// Until Linux 5.12 a write to a page that was shared by a fork moves the writer to a copy, pinned or not: the RDMA
+/// device goes on to write to the old page, and that part of every later frame stays as it was. Newer systems copy a
+/// pinned page for the child, which may then look at its pictures.
+bool ForkTearsPinnedPages()
+{
+    utsname system{};
+    if (uname(&system) != 0)
+    {
+        return false;
+    }
+    char* rest = nullptr;
+    const long version = std::strtol(system.release, &rest, 10);
+    const long revision = *rest == '.' ? std::strtol(rest + 1, nullptr, 10) : 0;
+    return version < 5 || (version == 5 && revision < 12);
+}
+
+} // namespace
+
+GenDCBuffer::GenDCBuffer(std::size_t size) : m_payloadSize(size), m_buffer(nullptr), m_bufferSize(BlockSize(size))
+{
+    m_buffer = m_bufferSize < HugePagesFrom ? Map(m_bufferSize) : MapHuge(m_bufferSize);
+    if (ForkTearsPinnedPages())
+    {
+        madvise(m_buffer, m_bufferSize, MADV_DONTFORK);
+    }
+    // The descriptor and the payload would be copied here, but all of it is zero already.
+    m_payload = m_buffer + DescriptorSize;
+}
+
+GenDCBuffer::~GenDCBuffer()
+{
+    munmap(m_buffer, m_bufferSize);
 }

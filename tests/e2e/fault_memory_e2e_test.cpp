@@ -4,11 +4,15 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <execinfo.h>
 #include <new>
 #include <string_view>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace
 {
@@ -16,6 +20,7 @@ namespace
 /// Counts down the allocations of one thread that come from the library; the one at 0 fails. Negative: none does.
 thread_local int g_untilFailure = -1;
 thread_local bool g_failed = false;
+thread_local int g_failedMappings = 0; ///< Those of them that asked the system for pages of their own.
 
 /// Whether the call comes from the library under test, through whatever part of the run-time; not from the software
 /// RDMA.
@@ -100,6 +105,16 @@ extern "C" void* calloc(std::size_t count, std::size_t size) noexcept
 {
     return FailsNow() ? nullptr : __libc_calloc(count, size);
 }
+extern "C" void* mmap(void* address, std::size_t length, int protection, int flags, int file, off_t offset) noexcept
+{
+    if (FailsNow())
+    {
+        ++g_failedMappings;
+        errno = ENOMEM;
+        return MAP_FAILED;
+    }
+    return reinterpret_cast<void*>(syscall(SYS_mmap, address, length, protection, flags, file, offset));
+}
 #endif
 
 namespace
@@ -154,6 +169,7 @@ TEST_F(OutOfMemory, AtEachAllocationOfAStartFailsThatStartAlone)
         ASSERT_FALSE(HasFailure()) << "after allocation " << allocation;
     }
     EXPECT_GT(refused, 10);
+    EXPECT_EQ(g_failedMappings > 0, !NQ_SANITIZED) << "the frame blocks";
     Sees("of " + std::to_string(allocation - 1) + " allocations " + std::to_string(refused) + " give GC_ERR_ERROR, " +
          std::to_string(thrown) + " std::bad_alloc");
     NextWorks(consumer, "at once, after each");
