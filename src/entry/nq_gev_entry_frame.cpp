@@ -142,6 +142,12 @@ void NQGevEntryFrame::FinishNotImplemented()
     End(GenTL::GC_ERR_NOT_IMPLEMENTED);
 }
 
+std::size_t TracedSpace(const std::size_t* piSize)
+{
+    const bool readable = piSize != nullptr && NQLogger::getInstance().IsLoaded() && g_Controller.IsInitialized();
+    return readable ? *piSize : 0;
+}
+
 std::string OutputText(const char* text, std::size_t space, const char* ifNull)
 {
     if (!NQLogger::getInstance().IsLoaded())

@@ -142,5 +142,9 @@ inline const char* TextOrEmpty(const char* text)
     return text != nullptr ? text : "";
 }
 
+/// How many bytes of an output text a trace line may read: 0 while nobody traces, and while the library is not
+/// initialised, when nothing that the consumer points to is looked at.
+std::size_t TracedSpace(const std::size_t* piSize);
+
 /// What "%s" prints of an output text of `space` bytes, which need not be terminated. Empty while nobody traces.
 std::string OutputText(const char* text, std::size_t space, const char* ifNull);

@@ -93,7 +93,7 @@ GC_API GCGetPortURL(PORT_HANDLE hPort, char* sURL, size_t* piSize)
 {
     NQGevEntryFrame frame(__func__);
     frame.TraceEntry("%s Entry");
-    const size_t space = piSize != nullptr ? *piSize : 0;
+    const size_t space = TracedSpace(piSize);
     if (frame.IsInitialized())
     {
         frame.Finish(g_Controller.GetPortURL(hPort, sURL, piSize));

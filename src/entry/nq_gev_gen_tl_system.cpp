@@ -59,7 +59,7 @@ GC_API TLGetNumInterfaces(TL_HANDLE hTL, uint32_t* piNumIfaces)
 
 GC_API TLGetInterfaceID(TL_HANDLE hTL, uint32_t iIndex, char* sID, size_t* piSize)
 {
-    const size_t space = piSize != nullptr ? *piSize : 0;
+    const size_t space = TracedSpace(piSize);
     NQGevEntryFrame frame(__func__);
     frame.TraceEntry("%s Entry hTL:0x%x iIndex:%d sID:%s", Low32(hTL), iIndex, OutputText(sID, space, "").c_str());
     if (auto* const system = frame.FindSystem(hTL))

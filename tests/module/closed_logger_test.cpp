@@ -40,6 +40,35 @@ TEST(ClosedLogger, ReadsNoTextOfARefusedCall)
     }
 }
 
+TEST(ClosedLogger, BeforeInitialisationNoSizeIsReadEither)
+{
+    const Producer p;
+    auto* const noSize = reinterpret_cast<size_t*>(nowhere);
+    char text[8] = "";
+    for (size_t* const size : {static_cast<size_t*>(nullptr), noSize})
+    {
+        for (char* const answer : {static_cast<char*>(nullptr), nowhere, text})
+        {
+            EXPECT_EQ(p.GCGetPortURL(nullptr, answer, size), -1002);
+            EXPECT_EQ(p.TLGetInterfaceID(nullptr, 0, answer, size), -1002);
+        }
+    }
+}
+
+TEST(OpenLogger, BeforeInitialisationReadsNeitherTextNorSize)
+{
+    const Producer p;
+    const FakeLogger fake;
+    ProducerTrace trace(p);
+    auto* const noSize = reinterpret_cast<size_t*>(nowhere);
+    EXPECT_EQ(p.GCGetPortURL(nullptr, nowhere, noSize), -1002);
+    EXPECT_THAT(trace.Take(),
+                testing::ElementsAre("NQGenTL 32 GCGetPortURL Entry", "NQGenTL 2 GCGetPortURL GC_ERR_NOT_INITIALIZED"));
+    EXPECT_EQ(p.TLGetInterfaceID(nullptr, 0, nowhere, noSize), -1002);
+    EXPECT_THAT(trace.Take(), testing::ElementsAre("NQGenTL 32 TLGetInterfaceID Entry hTL:0x0 iIndex:0 sID:",
+                                                   "NQGenTL 2 TLGetInterfaceID GC_ERR_NOT_INITIALIZED"));
+}
+
 TEST(ClosedLogger, FormatsNothing)
 {
     const Producer p;
