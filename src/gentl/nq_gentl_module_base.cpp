@@ -76,6 +76,7 @@ NQGenTLModuleBase::~NQGenTLModuleBase()
 
 int NQGenTLModuleBase::Open()
 {
+    NQGenTLLock opening(m_openLock);
     if (IsOpen())
     {
         TraceFailure("Open", "%s GC_ERR_RESOURCE_IN_USE");

@@ -72,11 +72,12 @@ class NQGenTLModuleBase
 
     virtual std::string GetId() = 0;
 
-    /// The subclass's part of Open and Close, called with no lock held.
+    /// The subclass's part of Open and Close, called with no lock held but the one of Open.
     virtual int DoOpen() = 0;
     virtual int DoClose() = 0;
 
-    /// -1004 when open already, else what DoOpen gives.
+    /// -1004 when open already, else what DoOpen gives. Of several threads that open at once, each waits for the
+    /// outcome of the one before.
     int Open();
 
     /// -1001 when not open, else what DoClose gives.
@@ -125,6 +126,7 @@ class NQGenTLModuleBase
     int _getPortURL(char* sURL, unsigned long* piSize);
 
     NQGenTLModuleBase* const m_pParent;
+    NQGenTLMutex m_openLock; ///< Held while DoOpen runs; taken by nothing else.
     bool m_bOpen NQ_GUARDED_BY(m_moduleLock) = false;
     std::vector<std::unique_ptr<NQGenTLEvent>> m_events NQ_GUARDED_BY(m_moduleLock); ///< At most one of each id.
 };

@@ -4,6 +4,7 @@
 
 #include "gentl/nq_gentl_interface.h"
 #include "gentl/nq_gentl_module_container.h"
+#include "gentl/nq_gentl_openings.h"
 #include "gev/nq_gev_common.h"
 #include "gige/nq_gev_socket_linux.h"
 
@@ -61,7 +62,8 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
     /// camera, of 100 ms at most.
     int GetDeviceInfo(const char* id, int command, int* type, void* buffer, unsigned long* size) override;
 
-    /// Scans for 2 s when the id is unknown. GC_ERR_ACCESS_DENIED when the camera refuses the access asked for.
+    /// Scans for 2 s when the id is unknown. GC_ERR_ACCESS_DENIED when the camera refuses the access asked for. While
+    /// another thread opens the same id, waits for its outcome first.
     int OpenDevice(const char* id, int flags, void** handle) override;
 
     int CloseDevice(void* handle) override;
@@ -104,6 +106,7 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
     const _NQ_GEV_INTERFACE_INFO m_info;        ///< The system's entry as it was when this module was made.
     NQGevSocket m_socket;                       ///< The discovery socket; exists while the module is open.
     GigERDMA::NQGenTLModuleContainer m_devices; ///< The open devices, owned.
+    GigERDMA::NQGenTLOpenings m_openings;       ///< The ids of devices on the way to m_devices.
     bool m_updating = false; ///< Under the module lock: a scan asked for through the port is running.
     unsigned int m_deviceSelector NQ_GUARDED_BY(m_moduleLock) = 0; ///< Index into m_deviceList, possibly past its end.
     unsigned short m_requestId = 1; ///< Deliberate: nothing uses it, both packets carry the fixed id 1.

@@ -41,6 +41,7 @@ int NQGevInterface::OpenDevice(const char* id, int flags, void** handle)
     {
         return NQGevInvalidParameter("OpenDevice");
     }
+    const GigERDMA::NQGenTLOpenings::Turn turn(m_openings, id);
     if (m_devices.FindById(id, false) != nullptr)
     {
         return NQGevFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "OpenDevice");

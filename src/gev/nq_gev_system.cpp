@@ -222,6 +222,7 @@ int NQGevSystem::OpenInterface(const char* id, void** handle)
     {
         return NQGevInvalidParameter("OpenInterface");
     }
+    const NQGenTLOpenings::Turn turn(m_openings, id);
     if (m_interfaces.FindById(id, false) != nullptr)
     {
         return NQGevFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "OpenInterface");

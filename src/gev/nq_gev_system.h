@@ -3,6 +3,7 @@
 #pragma once
 
 #include "gentl/nq_gentl_module_container.h"
+#include "gentl/nq_gentl_openings.h"
 #include "gentl/nq_gentl_system.h"
 #include "gev/nq_gev_common.h"
 
@@ -53,7 +54,8 @@ class NQGevSystem : public GigERDMA::NQGenTLSystem
     /// Asks the open interface of that id, or else answers from the list.
     int GetInterfaceInfo(const char* id, int command, int* type, void* buffer, unsigned long* size) override;
 
-    /// Scans once when the id is unknown. GC_ERR_RESOURCE_IN_USE when an interface of that id is open.
+    /// Scans once when the id is unknown. GC_ERR_RESOURCE_IN_USE when an interface of that id is open. While another
+    /// thread opens the same id, waits for its outcome first.
     int OpenInterface(const char* id, void** handle) override;
 
     int CloseInterface(void* handle) override;
@@ -79,6 +81,7 @@ class NQGevSystem : public GigERDMA::NQGenTLSystem
 
     std::vector<_NQ_GEV_INTERFACE_INFO> m_interfaceList NQ_GUARDED_BY(m_moduleLock);
     GigERDMA::NQGenTLModuleContainer m_interfaces; ///< The open interfaces, owned.
+    GigERDMA::NQGenTLOpenings m_openings;          ///< The ids of interfaces on the way to m_interfaces.
     bool m_updating = false; ///< Under the module lock: a scan asked for through the port is running.
     unsigned int m_interfaceSelector NQ_GUARDED_BY(m_moduleLock) =
         0; ///< Index into m_interfaceList, possibly past its end.

@@ -59,6 +59,13 @@ class NQCondition
   public:
     void NotifyAll() { m_condition.notify_all(); }
 
+    void Wait(NQMutex& mutex) NQ_REQUIRES(mutex)
+    {
+        std::unique_lock held(mutex.m_mutex, std::adopt_lock);
+        m_condition.wait(held);
+        held.release();
+    }
+
     template <class Clock, class Duration>
     void WaitUntil(NQMutex& mutex, const std::chrono::time_point<Clock, Duration>& deadline) NQ_REQUIRES(mutex)
     {

@@ -21,6 +21,7 @@ class CallingThread
         : m_thread([this, function] {
               m_tid = gettid();
               function();
+              m_ended = true;
           })
     {
     }
@@ -32,11 +33,12 @@ class CallingThread
             m_thread.join();
     }
 
+    /// Returns also when the function has ended without a wait.
     void AwaitAsleep() const
     {
         while (m_tid == 0)
             std::this_thread::yield();
-        for (int seen = 0; seen < 3; std::this_thread::yield())
+        for (int seen = 0; seen < 3 && !m_ended; std::this_thread::yield())
             seen = IsAsleep() ? seen + 1 : 0;
     }
 
@@ -51,6 +53,7 @@ class CallingThread
     }
 
     std::atomic<pid_t> m_tid = 0;
+    std::atomic<bool> m_ended = false;
     std::thread m_thread;
 };
 
