@@ -36,7 +36,7 @@ int OnPort(NQGenTLModuleContainer& modules, void* hPort, Operation operation)
 
 } // namespace
 
-NQGenTLController::NQGenTLController() : m_pSystem(nullptr), m_bInitialized(false), m_bSystemLeft(false) {}
+NQGenTLController::NQGenTLController() : m_pSystem(nullptr), m_bInitialized(false) {}
 
 NQGenTLController::~NQGenTLController() = default;
 
@@ -51,8 +51,6 @@ int NQGenTLController::Init()
         TraceFailure("%s ret", "Init");
         return result;
     }
-    // Goes only when the fresh one is there, so that the handle of the old one is not the handle of the next.
-    const std::unique_ptr<NQGenTLSystem> left(m_bSystemLeft.exchange(false) ? m_pSystem.load() : nullptr);
     m_pSystem = CreateSystem();
     if (m_pSystem == nullptr)
     {
@@ -69,8 +67,14 @@ int NQGenTLController::Close()
     {
         return GenTL::GC_ERR_NOT_INITIALIZED;
     }
-    // Deliberate: a system module that is not open is left allocated, and m_pSystem goes on pointing at it.
-    m_bSystemLeft = !UnregisterModule(static_cast<NQGenTLModuleBase*>(m_pSystem.load()), true);
+    NQGenTLSystem* const system = m_pSystem.load();
+    if (!UnregisterModule(static_cast<NQGenTLModuleBase*>(system), true))
+    {
+        // Deliberate: a system module that is not open is left allocated, and m_pSystem goes on pointing at it. Were it
+        // deleted, a handle that a consumer still holds could become the handle of something else.
+        system->Abandon();
+        m_abandoned.Add(system);
+    }
     const int result = DoClose();
     if (result != GenTL::GC_ERR_SUCCESS)
     {

@@ -41,8 +41,8 @@ class NQGenTLController
 
     /// -1004 when already initialised; else what DoInit says, or -1001 without a system module.
     int Init();
-    /// Closes every open module. A system module that is not open stays allocated until the next Init has made a fresh
-    /// one. -1002 when not initialised.
+    /// Closes every open module. A system module that is not open stays allocated for ever, so that its handle is never
+    /// that of another module, but gives back what it holds. -1002 when not initialised.
     int Close();
     bool IsInitialized() const;
 
@@ -98,7 +98,7 @@ class NQGenTLController
     NQGenTLErrorContainer m_errors;
     std::atomic<NQGenTLSystem*> m_pSystem;
     std::atomic<bool> m_bInitialized;
-    std::atomic<bool> m_bSystemLeft; ///< Close found the system module closed and left it allocated
+    NQGenTLModuleContainer m_abandoned; ///< The system modules that Close found closed and left allocated.
 };
 
 } // namespace GigERDMA

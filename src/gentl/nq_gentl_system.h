@@ -38,6 +38,9 @@ class NQGenTLSystem : public NQGenTLModuleBase
 
     /// Closes and deletes an interface module.
     virtual int CloseInterface(void* handle) = 0;
+
+    /// Gives back the memory of what was found. For a closed module that stays allocated and is never used again.
+    virtual void Abandon() {}
 };
 
 } // namespace GigERDMA

@@ -270,3 +270,10 @@ int NQGevSystem::CloseInterface(void* handle)
     }
     return result;
 }
+
+void NQGevSystem::Abandon()
+{
+    std::vector<_NQ_GEV_INTERFACE_INFO> list;
+    const NQGenTLLock lock(m_moduleLock);
+    m_interfaceList.swap(list);
+}

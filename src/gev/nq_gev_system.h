@@ -59,6 +59,7 @@ class NQGevSystem : public GigERDMA::NQGenTLSystem
     int OpenInterface(const char* id, void** handle) override;
 
     int CloseInterface(void* handle) override;
+    void Abandon() override;
 
     /// Whether a register that describes the system itself, its list or its selection begins at `address`.
     static bool _isAddressValid(unsigned long address);

@@ -8,8 +8,10 @@
 
 #include <barrier>
 #include <cstdio>
+#include <malloc.h>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -196,6 +198,31 @@ TEST_F(LifeCycle, TheLibraryClosesAfterTheSystemIsClosedAndStartsWithAFreshOne)
     EXPECT_NE(tree.system, old);
     EXPECT_EQ(UrlsOf(old), 0U);
     OpenAgain();
+}
+
+TEST_F(LifeCycle, AnAbandonedSystemIsSmallAndItsHandleIsNeverThatOfAnything)
+{
+    Shell("for i in 1 2 3 4 5 6 7 8; do ip link add c$i type veth peer name d$i;"
+          " ip addr add 10.8.$i.1/24 dev c$i && ip link set c$i up; done");
+    ASSERT_EQ(p.GCCloseLib(), 0);
+    std::set<void*> systems;
+    const auto cycle = [&] {
+        ASSERT_EQ(p.GCInitLib(), 0);
+        ASSERT_EQ(p.TLOpen(&tree.system), 0);
+        EXPECT_TRUE(systems.insert(tree.system).second) << "a handle came back";
+        ASSERT_EQ(p.TLUpdateInterfaceList(tree.system, nullptr, 0), 0);
+        ASSERT_EQ(p.TLOpenInterface(tree.system, tree.interfaceId.c_str(), &tree.interface), 0);
+        EXPECT_EQ(systems.count(tree.interface), 0U) << "an interface has the handle of an old system";
+        ASSERT_EQ(p.TLClose(tree.system), 0);
+        ASSERT_EQ(p.GCCloseLib(), 0);
+    };
+    cycle();
+    const std::size_t before = mallinfo2().uordblks;
+    for (int round = 0; round < 200; ++round)
+    {
+        cycle();
+    }
+    EXPECT_LT(mallinfo2().uordblks, before + 200 * 1024) << "a kilobyte for each is plenty";
 }
 
 /// Two cameras with a message channel, each open on an interface of its own.

@@ -11,6 +11,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -69,6 +70,9 @@ class Noted : public Base
         return 0;
     }
 
+  protected:
+    Log& m_log;
+
   private:
     int Note(const std::string& operation, unsigned long argument)
     {
@@ -76,7 +80,6 @@ class Noted : public Base
         return 7;
     }
 
-    Log& m_log;
     const std::string m_name;
     const bool m_port;
 };
@@ -94,6 +97,7 @@ class System : public Noted<NQGenTLSystem>
     int GetInterfaceInfo(const char*, int, int*, void*, unsigned long*) override { return 0; }
     int OpenInterface(const char*, void**) override { return 0; }
     int CloseInterface(void*) override { return 0; }
+    void Abandon() override { m_log.push_back("abandon TLSystem"); }
 };
 
 class Controller : public NQGenTLController
@@ -180,17 +184,22 @@ TEST(Controller, CloseClosesAndDeletesARegisteredSystemBeforeDoClose)
     EXPECT_THAT(controller.log, ElementsAre("close TLSystem", "delete TLSystem", "DoClose"));
 }
 
-TEST(Controller, CloseLeavesASystemThatIsNotOpenAllocatedAndTheNextInitMakesAFreshOne)
+TEST(Controller, CloseLeavesASystemThatIsNotOpenAllocatedForEverAndEachInitMakesAFreshOne)
 {
     Controller controller;
-    controller.Init();
-    EXPECT_EQ(controller.Close(), 0);
-    EXPECT_THAT(controller.log, ElementsAre("DoClose"));
-    EXPECT_EQ(controller.Init(), 0);
-    ASSERT_EQ(controller.systems.size(), 2U);
-    EXPECT_NE(controller.systems[0], controller.systems[1]);
-    EXPECT_THAT(controller.log, ElementsAre("DoClose", "delete TLSystem"));
-    delete controller.systems[1];
+    for (int round = 0; round < 3; ++round)
+    {
+        ASSERT_EQ(controller.Init(), 0);
+        EXPECT_EQ(controller.Close(), 0);
+    }
+    EXPECT_THAT(controller.log, ElementsAre("abandon TLSystem", "DoClose", "abandon TLSystem", "DoClose",
+                                            "abandon TLSystem", "DoClose"));
+    ASSERT_EQ(controller.systems.size(), 3U);
+    EXPECT_EQ(std::set(controller.systems.begin(), controller.systems.end()).size(), 3U);
+    for (const NQGenTLSystem* const system : controller.systems)
+    {
+        delete system;
+    }
 }
 
 TEST(Controller, AFailingDoCloseIsTracedAndReturnedAndTheTeardownGoesOn)
@@ -215,7 +224,7 @@ TEST(Controller, CloseEmptiesTheListWithoutDeletingOrClosing)
     Module module(controller.log, "TLInterface");
     controller.RegisterModule(&module);
     EXPECT_EQ(controller.Close(), 0);
-    EXPECT_THAT(controller.log, ElementsAre("DoClose"));
+    EXPECT_THAT(controller.log, ElementsAre("abandon TLSystem", "DoClose"));
     EXPECT_EQ(controller.GetInterfaceModule(&module), nullptr);
     delete controller.systems[0];
 }
