@@ -30,7 +30,7 @@ thread::thread(void (*function)(void*), void* argument)
 
 thread::~thread()
 {
-    if (m_handle != 0)
+    if (m_handle != 0 && !m_origin.IsInherited())
         pthread_detach(m_handle);
 }
 
@@ -67,22 +67,23 @@ void thread::timedjoin(long long milliseconds)
 
 bool thread::IsFinished() const
 {
-    return *m_finished;
+    return m_origin.IsInherited() || *m_finished;
 }
 
 bool thread::IsCurrent() const
 {
-    return m_handle != 0 && pthread_equal(m_handle, pthread_self()) != 0;
+    return m_handle != 0 && !m_origin.IsInherited() && pthread_equal(m_handle, pthread_self()) != 0;
 }
 
 void thread::WaitUntilFinished() const
 {
-    m_finished->wait(false);
+    if (!IsFinished())
+        m_finished->wait(false);
 }
 
 void thread::Collect()
 {
-    if (m_handle == 0 || !IsFinished() || IsCurrent())
+    if (m_handle == 0 || m_origin.IsInherited() || !IsFinished() || IsCurrent())
         return;
     pthread_join(m_handle, nullptr);
     m_handle = 0;

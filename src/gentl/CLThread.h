@@ -2,6 +2,8 @@
 // The wrapper of one POSIX thread.
 #pragma once
 
+#include "sync/nq_fork.h"
+
 #include <atomic>
 #include <memory>
 #include <pthread.h>
@@ -12,6 +14,8 @@ namespace GigERDMA::NQSync
 /// Runs a function on a thread of its own from construction on. A body may outlive the object: what the thread needs at
 /// its end is shared with it, so a detached thread touches nothing of a destroyed object. What the body itself uses is
 /// the business of whoever gave the body.
+///
+/// A forked child has no such thread: there the object is finished, and nothing waits for it.
 ///
 /// The object itself is for one thread at a time, except that IsFinished and WaitUntilFinished may run on any.
 class thread
@@ -54,6 +58,7 @@ class thread
 
     pthread_t m_handle = 0; ///< 0 when there is no joinable thread.
     Flag m_finished;
+    NQOrigin m_origin;
     void (*m_function)(void*);
     void* m_argument;
 };

@@ -246,7 +246,9 @@ int NQGenTLDataStream::StopAcquisition(int flags)
         TraceDataStream("%s GC_ERR_RESOURCE_IN_USE", "StopAcquisition");
         return GenTL::GC_ERR_RESOURCE_IN_USE;
     }
-    if (flags == GenTL::ACQ_STOP_FLAGS_DEFAULT && m_transferCompleted.WaitForEvent(g_StopWaitMs) == 0)
+    // In a forked child nothing is transferred into a stream of the parent.
+    if (flags == GenTL::ACQ_STOP_FLAGS_DEFAULT && !m_origin.IsInherited() &&
+        m_transferCompleted.WaitForEvent(g_StopWaitMs) == 0)
         TraceDataStream("%s failed! WAIT_EVENT_TRANSFER_COMPLETED", "StopAcquisition");
 
     // A stop by the consumer and one by the acquisition thread can meet here: the transport is stopped once.

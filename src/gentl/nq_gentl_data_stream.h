@@ -95,7 +95,8 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     int StartAcquisition(int flags, unsigned long numToAcquire);
 
     /// Stops; with `flags` 0 waits up to 3000 ms for a frame under way, with 1 or less than 0 at once. -1003 for flags
-    /// above 1, -1004 when not running; 0 even when the transport fails.
+    /// above 1, -1004 when not running; 0 even when the transport fails. In a forked child, for a stream of the parent,
+    /// never waits.
     int StopAcquisition(int flags);
 
     int GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
@@ -142,15 +143,18 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     const bool m_definesPayloadSize = true;
     const std::string m_tlType = "GEV";
     NQEventHandler m_transferCompleted;
+    const NQOrigin m_origin;
 
     /// Shares in the frame blocks whose addresses revocations have handed out, until the next start.
     std::vector<std::shared_ptr<const void>> m_handedOut NQ_GUARDED_BY(m_queueingLock);
 
-    NQGenTLMutex m_transferLock; ///< Held while a frame goes into a buffer, so that no buffer is deleted meanwhile.
+    NQGenTLMutex m_transferLock{
+        NQHeld::Long};           ///< Held while a frame goes into a buffer, so that no buffer is deleted meanwhile.
     NQGenTLMutex m_queueingLock; ///< Makes the return of a buffer to the transport and to the input list one step, and
                                  ///< keeps the consumer's threads from a buffer that is being deleted.
-    NQGenTLMutex m_startLock; ///< Makes simultaneous starts follow each other. Never taken on the acquisition thread.
-    NQGenTLMutex m_stopLock;  ///< Makes one of several simultaneous stops stop the transport.
+    NQGenTLMutex m_startLock{
+        NQHeld::Long}; ///< Makes simultaneous starts follow each other. Never taken on the acquisition thread.
+    NQGenTLMutex m_stopLock{NQHeld::Long}; ///< Makes one of several simultaneous stops stop the transport.
 };
 
 } // namespace GigERDMA

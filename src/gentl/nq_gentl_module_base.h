@@ -126,7 +126,7 @@ class NQGenTLModuleBase
     int _getPortURL(char* sURL, unsigned long* piSize);
 
     NQGenTLModuleBase* const m_pParent;
-    NQGenTLMutex m_openLock; ///< Held while DoOpen runs; taken by nothing else.
+    NQGenTLMutex m_openLock{NQHeld::Long}; ///< Held while DoOpen runs; taken by nothing else.
     bool m_bOpen NQ_GUARDED_BY(m_moduleLock) = false;
     std::vector<std::unique_ptr<NQGenTLEvent>> m_events NQ_GUARDED_BY(m_moduleLock); ///< At most one of each id.
 };

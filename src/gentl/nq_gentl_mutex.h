@@ -6,7 +6,6 @@
 
 #include <ctime>
 #include <pthread.h>
-#include <system_error>
 
 namespace GigERDMA
 {
@@ -15,33 +14,30 @@ namespace GigERDMA
 class NQ_CAPABILITY("mutex") NQGenTLMutex
 {
   public:
-    /// Throws std::system_error if the system refuses the mutex.
-    NQGenTLMutex()
-    {
-        pthread_mutexattr_t attributes;
-        Check(pthread_mutexattr_init(&attributes));
-        pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-        const int error = pthread_mutex_init(&m_mutex, &attributes);
-        pthread_mutexattr_destroy(&attributes);
-        Check(error);
-    }
-    ~NQGenTLMutex() { pthread_mutex_destroy(&m_mutex); }
+    explicit NQGenTLMutex(NQHeld held = NQHeld::Briefly) : m_hook(*this, held) {}
     NQGenTLMutex(const NQGenTLMutex&) = delete;
     NQGenTLMutex& operator=(const NQGenTLMutex&) = delete;
 
-    void Lock() NQ_ACQUIRE() { pthread_mutex_lock(&m_mutex); }
-    void Unlock() NQ_RELEASE() { pthread_mutex_unlock(&m_mutex); }
+    void Lock() NQ_ACQUIRE() { pthread_mutex_lock(&m_native.mutex); }
+    void Unlock() NQ_RELEASE() { pthread_mutex_unlock(&m_native.mutex); }
 
   private:
     friend class NQGenTLCondition;
+    friend class ::NQForkHook;
 
-    static void Check(int error)
+    struct Native
     {
-        if (error != 0)
-            throw std::system_error(error, std::generic_category());
-    }
+        ~Native() { pthread_mutex_destroy(&mutex); }
 
-    pthread_mutex_t m_mutex;
+        pthread_mutex_t mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+    };
+
+    bool AtForkLock() { return NQForkHook::TakeSoon(&m_native.mutex); }
+    void AtForkUnlock() { pthread_mutex_unlock(&m_native.mutex); }
+    void AtForkRenew() { m_native.mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP; }
+
+    Native m_native;
+    NQForkHook m_hook;
 };
 
 /// Holds a mutex from construction to destruction.
@@ -61,7 +57,7 @@ class NQ_SCOPED_CAPABILITY NQGenTLLock
 class NQGenTLCondition
 {
   public:
-    NQGenTLCondition() { NQGenTLMutex::Check(pthread_cond_init(&m_condition, nullptr)); }
+    NQGenTLCondition() : m_hook(*this) {}
     ~NQGenTLCondition() { pthread_cond_destroy(&m_condition); }
     NQGenTLCondition(const NQGenTLCondition&) = delete;
     NQGenTLCondition& operator=(const NQGenTLCondition&) = delete;
@@ -70,19 +66,21 @@ class NQGenTLCondition
     void Signal() { pthread_cond_signal(&m_condition); }
 
     /// Sleeps until woken; may also wake without a signal. `mutex` is held exactly once by the caller. 0 or an errno.
-    int Wait(NQGenTLMutex& mutex) NQ_REQUIRES(mutex) { return pthread_cond_wait(&m_condition, &mutex.m_mutex); }
+    int Wait(NQGenTLMutex& mutex) NQ_REQUIRES(mutex) { return pthread_cond_wait(&m_condition, &mutex.m_native.mutex); }
 
     /// As Wait, but no longer than `deadline`, an instant of CLOCK_MONOTONIC; ETIMEDOUT when it has passed.
     int WaitUntil(NQGenTLMutex& mutex, const timespec& deadline) NQ_REQUIRES(mutex)
     {
-        return pthread_cond_clockwait(&m_condition, &mutex.m_mutex, CLOCK_MONOTONIC, &deadline);
+        return pthread_cond_clockwait(&m_condition, &mutex.m_native.mutex, CLOCK_MONOTONIC, &deadline);
     }
 
   private:
-    pthread_cond_t m_condition;
-};
+    friend class ::NQForkHook;
 
-static_assert(sizeof(NQGenTLMutex) == sizeof(pthread_mutex_t));
-static_assert(sizeof(NQGenTLCondition) == sizeof(pthread_cond_t));
+    void AtForkRenew() { m_condition = PTHREAD_COND_INITIALIZER; }
+
+    pthread_cond_t m_condition = PTHREAD_COND_INITIALIZER;
+    NQForkHook m_hook;
+};
 
 } // namespace GigERDMA

@@ -8,10 +8,12 @@ namespace GigERDMA
 NQGenTLOpenings::Turn::Turn(NQGenTLOpenings& openings, const char* id) : m_openings(openings), m_id(id)
 {
     const NQLock lock(m_openings.m_lock);
-    while (!m_openings.m_ids.insert(m_id).second)
+    auto& ids = m_openings.m_ids;
+    for (auto found = ids.find(m_id); found != ids.end() && !found->second.IsInherited(); found = ids.find(m_id))
     {
         m_openings.m_ended.Wait(m_openings.m_lock);
     }
+    ids.insert_or_assign(m_id, NQOrigin());
 }
 
 NQGenTLOpenings::Turn::~Turn()

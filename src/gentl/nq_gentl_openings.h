@@ -4,7 +4,7 @@
 
 #include "sync/nq_mutex.h"
 
-#include <set>
+#include <map>
 #include <string>
 
 namespace GigERDMA
@@ -20,7 +20,7 @@ class NQGenTLOpenings
     class Turn
     {
       public:
-        /// Waits until no other thread opens `id`.
+        /// Waits until no other thread of the process opens `id`.
         Turn(NQGenTLOpenings& openings, const char* id);
         ~Turn();
         Turn(const Turn&) = delete;
@@ -34,7 +34,7 @@ class NQGenTLOpenings
   private:
     NQMutex m_lock;
     NQCondition m_ended;
-    std::set<std::string> m_ids NQ_GUARDED_BY(m_lock);
+    std::map<std::string, NQOrigin> m_ids NQ_GUARDED_BY(m_lock);
 };
 
 } // namespace GigERDMA

@@ -62,7 +62,7 @@ class NQGenTLThreadBase
     std::unique_ptr<NQSync::thread> m_thread NQ_GUARDED_BY(m_threadLock);
 
   protected:
-    NQGenTLMutex m_threadLock; ///< Guards the thread object, and the start and stop state of subclasses.
+    NQGenTLMutex m_threadLock{NQHeld::Long}; ///< Guards the thread object, and the start and stop state of subclasses.
 };
 
 } // namespace GigERDMA

@@ -17,4 +17,9 @@ void tMutexLock::unlock()
     pthread_mutex_unlock(&mMutex);
 }
 
+void tMutexLock::AtForkRenew()
+{
+    mMutex = PTHREAD_MUTEX_INITIALIZER;
+}
+
 } // namespace GigETL

@@ -14,7 +14,7 @@ namespace GigETL
 class NQ_CAPABILITY("mutex") tMutexLock
 {
   public:
-    tMutexLock() = default;
+    tMutexLock() : mHook(*this) {}
     tMutexLock(const tMutexLock&) = delete;
     tMutexLock& operator=(const tMutexLock&) = delete;
 
@@ -22,7 +22,12 @@ class NQ_CAPABILITY("mutex") tMutexLock
     void unlock() NQ_RELEASE();
 
   private:
+    friend class ::NQForkHook;
+
+    void AtForkRenew();
+
     pthread_mutex_t mMutex = PTHREAD_MUTEX_INITIALIZER;
+    NQForkHook mHook;
 };
 
 /// Held from the building of a command to the check of its answer, for all cameras: request ids are matched against the

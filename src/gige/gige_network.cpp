@@ -84,6 +84,7 @@ void Network::init(unsigned int remoteIP, unsigned int remotePort, unsigned int 
         close(mSocket);
     }
     mSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    mOrigin = NQOrigin();
     mValid = mSocket != -1;
     mLocal = ipv4(localIP, localPort);
     if (bind(mSocket, generic(mLocal), sizeof mLocal) == -1)
@@ -94,9 +95,14 @@ void Network::init(unsigned int remoteIP, unsigned int remotePort, unsigned int 
     mInstanceCounter.fetch_add(1, std::memory_order_relaxed);
 }
 
+bool Network::canExchange() const
+{
+    return mSocket != -1 && !mOrigin.IsInherited();
+}
+
 NQGigE_RETURN Network::sendCommand(const Command& command)
 {
-    if (mSocket == -1)
+    if (!canExchange())
     {
         return NQGigE_NO_CONNECTION;
     }
@@ -110,7 +116,7 @@ NQGigE_RETURN Network::sendCommand(const Command& command)
 NQGigE_RETURN Network::receiveCommand(Command& command, timeval* timeout, unsigned long* senderIP,
                                       unsigned int* senderPort)
 {
-    if (mSocket == -1)
+    if (!canExchange())
     {
         return NQGigE_NO_CONNECTION;
     }
@@ -159,7 +165,7 @@ NQGigE_RETURN Network::receiveCommand(Command& command, timeval* timeout, unsign
 
 NQGigE_RETURN Network::broadcastCommand(const Command& command)
 {
-    if (mSocket == -1)
+    if (!canExchange())
     {
         return NQGigE_NO_CONNECTION;
     }
@@ -224,8 +230,11 @@ unsigned int Network::getRemotePort() const
 int Network::gvcp_send(void* data, int size, void* network)
 {
     const auto* self = static_cast<const Network*>(network);
-    sendto(self->mSocket, data, static_cast<std::size_t>(std::max(size, 0)), 0, generic(self->mRemote),
-           sizeof self->mRemote);
+    if (self->canExchange())
+    {
+        sendto(self->mSocket, data, static_cast<std::size_t>(std::max(size, 0)), 0, generic(self->mRemote),
+               sizeof self->mRemote);
+    }
     return 0;
 }
 

@@ -4,6 +4,7 @@
 
 #include "gige/gige_command.h"
 #include "gige/nqgige_types.h"
+#include "sync/nq_fork.h"
 
 #include <atomic>
 #include <netinet/in.h>
@@ -17,7 +18,8 @@ namespace GigETL
 ///
 /// A remote address of 0 at construction puts the object in broadcast state. When the socket cannot be made or bound
 /// the object exists all the same, and getLocalPort() is 0. Has no lock: the users of one object take turns. Nothing
-/// here throws.
+/// here throws. In a forked child a network of the parent has no socket to exchange packets with: its commands would
+/// be the parent's, and its answers would be taken from it.
 class Network
 {
   public:
@@ -68,8 +70,10 @@ class Network
 
   private:
     bool askLocalAddress();
+    bool canExchange() const;
 
     int mSocket = -1;
+    NQOrigin mOrigin; ///< of mSocket
     sockaddr_in mLocal{};
     sockaddr_in mRemote{};
     bool mValid = false;

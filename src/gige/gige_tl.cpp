@@ -17,12 +17,29 @@ struct Lives
     std::map<const GigETL::Camera*, int> uses;              ///< cameras in use and how often
     std::set<const GigETL::Camera*> closed;                 ///< cameras to be deleted with their last use
     std::multimap<unsigned long, GigETL::Camera*> setAside; ///< replaced cameras by their handle
+    NQOrigin origin;                                        ///< whose uses these are
 };
 
 Lives& lives() NQ_REQUIRES(mLock)
 {
     static Lives& instance = *new Lives;
     return instance;
+}
+
+/// In a forked child: ends the uses of threads that are not here.
+void dropInheritedUses() NQ_REQUIRES(mLock)
+{
+    if (!lives().origin.IsInherited())
+    {
+        return;
+    }
+    lives().uses.clear();
+    for (const GigETL::Camera* const camera : lives().closed)
+    {
+        delete camera;
+    }
+    lives().closed.clear();
+    lives().origin = NQOrigin();
 }
 
 } // namespace
@@ -33,6 +50,7 @@ std::map<unsigned long, GigETL::Camera*>& mCameras = *new std::map<unsigned long
 CameraUse::CameraUse(unsigned long handle)
 {
     const NQLock guard(mLock);
+    dropInheritedUses();
     mCamera = mCameras[handle];
     if (mCamera != nullptr)
     {
@@ -44,8 +62,9 @@ CameraUse::~CameraUse()
 {
     std::unique_ptr<GigETL::Camera> last;
     const NQLock guard(mLock);
+    dropInheritedUses();
     const auto use = lives().uses.find(mCamera);
-    if (mCamera == nullptr || --use->second > 0)
+    if (use == lives().uses.end() || --use->second > 0)
     {
         return;
     }

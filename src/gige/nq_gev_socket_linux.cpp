@@ -58,7 +58,7 @@ class NQGevSocket::Use
     explicit Use(NQGevSocket& socket) : m_owner(socket)
     {
         const NQLock guard(m_owner.m_mutex);
-        m_descriptor = m_owner.m_socket == 0 ? -1 : m_owner.m_socket;
+        m_descriptor = m_owner.m_socket == 0 || m_owner.m_origin.IsInherited() ? -1 : m_owner.m_socket;
         m_owner.m_users += m_descriptor == -1 ? 0 : 1;
     }
 
@@ -71,7 +71,7 @@ class NQGevSocket::Use
         const NQLock guard(m_owner.m_mutex);
         if (--m_owner.m_users == 0)
         {
-            m_owner.m_released.notify_all();
+            m_owner.m_released.NotifyAll();
         }
     }
 
@@ -93,9 +93,10 @@ NQGevSocket::~NQGevSocket()
 bool NQGevSocket::Create(int family, int type, int protocol)
 {
     NQLock guard(m_mutex);
-    while (m_closing)
+    DropInherited();
+    while (m_closing != 0)
     {
-        m_released.wait(m_mutex);
+        m_released.Wait(m_mutex);
     }
     if (m_socket != 0)
     {
@@ -182,25 +183,47 @@ bool NQGevSocket::ReceiveFrom(sockaddr* from, unsigned char* data, unsigned shor
 void NQGevSocket::Destroy()
 {
     NQLock guard(m_mutex);
+    DropInherited();
     const int descriptor = m_socket;
     m_socket = 0;
     if (descriptor == 0)
     {
         return;
     }
-    m_closing = true;
+    m_closing = descriptor;
     guard.unlock();
     shutdown(descriptor, SHUT_RDWR); // wakes the threads that wait for data
     guard.lock();
     while (m_users != 0)
     {
-        m_released.wait(m_mutex);
+        m_released.Wait(m_mutex);
     }
     guard.unlock();
     close(descriptor);
     guard.lock();
-    m_closing = false;
-    m_released.notify_all();
+    m_closing = 0;
+    m_released.NotifyAll();
+}
+
+/// In a forked child: closes the copies of the parent's descriptors, and forgets the calls of threads that are not
+/// here.
+void NQGevSocket::DropInherited()
+{
+    if (!m_origin.IsInherited())
+    {
+        return;
+    }
+    for (const int descriptor : {m_socket, m_closing})
+    {
+        if (descriptor > 0)
+        {
+            close(descriptor);
+        }
+    }
+    m_socket = 0;
+    m_users = 0;
+    m_closing = 0;
+    m_origin = NQOrigin();
 }
 
 bool NQGevSocket::SetBroadcast()

@@ -4,7 +4,6 @@
 
 #include "sync/nq_mutex.h"
 
-#include <condition_variable>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -14,6 +13,9 @@
 /// false, and the descriptor is closed only when no call works on it any more, so a number that the process has given
 /// to another file is never touched. Timeouts are in milliseconds; a negative one is refused with false at once.
 /// Without a descriptor a timed wait lasts its time and everything fails.
+///
+/// In a forked child a socket of the parent counts as none, for what is sent and shut down through a copy of its
+/// descriptor happens to the parent. Destroy() only closes the copy.
 class NQGevSocket
 {
   public:
@@ -61,10 +63,13 @@ class NQGevSocket
   private:
     class Use;
 
-    int m_socket NQ_GUARDED_BY(m_mutex) = 0; ///< 0 when there is none
-    NQRecursiveMutex m_mutex;
+    void DropInherited() NQ_REQUIRES(m_mutex);
 
-    int m_users NQ_GUARDED_BY(m_mutex) = 0;        ///< calls that work on the descriptor right now
-    bool m_closing NQ_GUARDED_BY(m_mutex) = false; ///< a Destroy() waits for them; a Create() waits for it
-    std::condition_variable_any m_released;
+    NQMutex m_mutex;
+    int m_socket NQ_GUARDED_BY(m_mutex) = 0; ///< 0 when there is none
+    int m_users NQ_GUARDED_BY(m_mutex) = 0;  ///< calls that work on the descriptor right now
+    int m_closing NQ_GUARDED_BY(m_mutex) =
+        0; ///< the descriptor whose Destroy() waits for them; a Create() waits for it
+    NQOrigin m_origin NQ_GUARDED_BY(m_mutex); ///< whose sockets and calls these are
+    NQCondition m_released;
 };

@@ -58,7 +58,7 @@ LvEndpoint::LvEndpoint()
 
 LvEndpoint::~LvEndpoint()
 {
-    if (m_connected)
+    if (m_connected || m_origin.IsInherited())
     {
         DeInit();
     }
@@ -323,6 +323,11 @@ void LvEndpoint::DeInit()
 {
     m_cancelled = true;
     const NQLock teardown(m_teardown);
+    if (m_origin.IsInherited())
+    {
+        Abandon();
+        return;
+    }
     TearDown();
 }
 
@@ -465,6 +470,32 @@ void LvEndpoint::DestroyIds()
         rdma_destroy_event_channel(m_event_channel);
         m_event_channel = nullptr;
     }
+}
+
+/// Whatever is asked of the RDMA libraries reaches the parent's objects, so nothing is: what they hold of this
+/// process's memory stays allocated.
+void LvEndpoint::Abandon()
+{
+    for (const int descriptor : {m_wake, m_comp_channel != nullptr ? m_comp_channel->fd : -1,
+                                 m_event_channel != nullptr ? m_event_channel->fd : -1})
+    {
+        if (descriptor >= 0)
+        {
+            close(descriptor);
+        }
+    }
+    m_wake = -1;
+    m_comp_channel = nullptr;
+    m_event_channel = nullptr;
+    m_event = nullptr;
+    m_cm_id_connection = nullptr;
+    m_qp = nullptr;
+    m_cq = nullptr;
+    m_pd = nullptr;
+    m_cq_thread = 0;
+    m_cm_thread = 0;
+    m_worker_thread = 0;
+    m_connected = false;
 }
 
 void build_params(rdma_conn_param* params)

@@ -5,6 +5,7 @@
 #include "rdma/frame_blocks.h"
 #include "rdma/message_queue.h"
 #include "rdma/rdma_records.h"
+#include "sync/nq_mutex.h"
 
 #include <atomic>
 #include <cstdint>
@@ -54,7 +55,8 @@ class LvEndpoint
     /// Disconnects, ends the threads and gives back what Init and AllocateAndRegisterMemory made, except the frame
     /// blocks. Does nothing where there is nothing to undo, so it may be called at any time, again, and from several
     /// threads at once: all return when the connection is down. Takes at most the 800 ms waits of the threads; during a
-    /// step of the start on another thread, until that step has ended too.
+    /// step of the start on another thread, until that step has ended too. In a forked child, for a connection of the
+    /// parent, only closes the copies of its descriptors.
     void DeInit();
 
     /// @name Steps of the connection
@@ -132,6 +134,7 @@ class LvEndpoint
     void DestroyQueues() NQ_REQUIRES(m_teardown);
     void ReleaseRegions() NQ_REQUIRES(m_teardown);
     void DestroyIds() NQ_REQUIRES(m_teardown);
+    void Abandon() NQ_REQUIRES(m_teardown);
 
     void RequireStanding() const;
     bool RegisterBlock(std::uint32_t index);
@@ -173,7 +176,8 @@ class LvEndpoint
     std::atomic<bool> m_ending;
     std::atomic<bool> m_flushExpected;
     int m_wake;
-    NQMutex m_teardown; // Held by each step of the start, and by the teardown, to its end.
+    const NQOrigin m_origin;
+    NQMutex m_teardown{NQHeld::Long}; // Held by each step of the start, and by the teardown, to its end.
 };
 
 /// Fills connection parameters that no connection uses: rdma_connect is called without any.

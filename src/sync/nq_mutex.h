@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// Mutexes, a guard and a condition that Clang's thread-safety analysis understands, and the words to annotate with.
+// Mutexes, a guard and a condition that Clang's thread-safety analysis understands, and the words to annotate with. A
+// forked child finds all of them free, without waiters.
 #pragma once
+
+#include "sync/nq_fork.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <new>
 
 #if defined(__clang__)
 #define NQ_THREAD_ANNOTATION(attribute) __attribute__((attribute))
@@ -24,13 +28,23 @@ template <class Standard>
 class NQ_CAPABILITY("mutex") NQMutexOf
 {
   public:
+    explicit NQMutexOf(NQHeld held = NQHeld::Briefly) : m_hook(*this, held) {}
+    NQMutexOf(const NQMutexOf&) = delete;
+    NQMutexOf& operator=(const NQMutexOf&) = delete;
+
     void lock() NQ_ACQUIRE() { m_mutex.lock(); }
     void unlock() NQ_RELEASE() { m_mutex.unlock(); }
 
   private:
     friend class NQCondition;
+    friend class NQForkHook;
+
+    bool AtForkLock() { return NQForkHook::TakeSoon(m_mutex.native_handle()); }
+    void AtForkUnlock() { m_mutex.unlock(); }
+    void AtForkRenew() { new (&m_mutex) Standard; }
 
     Standard m_mutex;
+    NQForkHook m_hook;
 };
 
 using NQMutex = NQMutexOf<std::mutex>;
@@ -57,6 +71,10 @@ class NQ_SCOPED_CAPABILITY NQLock
 class NQCondition
 {
   public:
+    NQCondition() : m_hook(*this) {}
+    NQCondition(const NQCondition&) = delete;
+    NQCondition& operator=(const NQCondition&) = delete;
+
     void NotifyAll() { m_condition.notify_all(); }
 
     void Wait(NQMutex& mutex) NQ_REQUIRES(mutex)
@@ -75,5 +93,10 @@ class NQCondition
     }
 
   private:
+    friend class NQForkHook;
+
+    void AtForkRenew() { new (&m_condition) std::condition_variable; }
+
     std::condition_variable m_condition;
+    NQForkHook m_hook;
 };
