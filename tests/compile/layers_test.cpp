@@ -118,6 +118,32 @@ std::set<std::string> LibraryHeaders()
     return headers;
 }
 
+// Any other lock may be held for ever in a forked child.
+TEST(Layers, TheLibraryLocksWithNothingButWhatAForkKnows)
+{
+    const std::set<std::string> wrappers = {"sync/nq_fork.h",         "sync/nq_fork.cpp",  "sync/nq_mutex.h",
+                                            "gentl/nq_gentl_mutex.h", "gige/gige_mutex.h", "gige/gige_mutex.cpp"};
+    const std::regex lock(
+        R"(std::\w*mutex|std::condition_variable|std::once_flag|pthread_(mutex|cond|rwlock|spin)|sem_t)");
+    const fs::path source = fs::path(NQ_SOURCE_DIR) / "src";
+    int files = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(source))
+    {
+        const std::string name = fs::relative(entry.path(), source).string();
+        if (!entry.is_regular_file() || wrappers.contains(name))
+        {
+            continue;
+        }
+        ++files;
+        std::ifstream file(entry.path());
+        for (std::string line; std::getline(file, line);)
+        {
+            EXPECT_FALSE(std::regex_search(line, lock)) << name << ": " << line;
+        }
+    }
+    EXPECT_GT(files, 100);
+}
+
 TEST(Layers, CameraSoftwareRdmaAndToolsUseNothingOfTheLibrarysSources)
 {
     const std::set<std::string> headers = LibraryHeaders();

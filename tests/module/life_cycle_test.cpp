@@ -6,6 +6,8 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <array>
 #include <barrier>
 #include <cstdio>
 #include <malloc.h>
@@ -97,6 +99,40 @@ TEST_F(LifeCycle, WhatIsOpenDoesNotOpenTwice)
     for (void* const module : {tree.system, tree.interface, tree.device, tree.stream})
     {
         EXPECT_EQ(UrlsOf(module), 1U);
+    }
+}
+
+TEST_F(LifeCycle, OfSeveralThreadsThatOpenOneThingAtOnceOneSucceeds)
+{
+    const auto atOnce = [](auto open) {
+        std::array<int, 4> results{};
+        std::array<void*, 4> handles{};
+        std::barrier together(4);
+        {
+            std::vector<std::jthread> threads;
+            for (std::size_t index = 0; index < results.size(); ++index)
+            {
+                threads.emplace_back([&, index] {
+                    together.arrive_and_wait();
+                    results[index] = open(&handles[index]);
+                });
+            }
+        }
+        EXPECT_THAT(results, testing::UnorderedElementsAre(0, -1004, -1004, -1004));
+        return *std::max_element(handles.begin(), handles.end());
+    };
+    for (int round = 0; round < 10; ++round)
+    {
+        ASSERT_EQ(p.TLClose(tree.system), 0);
+        tree.system = atOnce([&](void** handle) { return p.TLOpen(handle); });
+        ASSERT_EQ(p.TLUpdateInterfaceList(tree.system, nullptr, 100), 0);
+        tree.interface =
+            atOnce([&](void** handle) { return p.TLOpenInterface(tree.system, tree.interfaceId.c_str(), handle); });
+        ASSERT_EQ(p.IFUpdateDeviceList(tree.interface, nullptr, 50), 0);
+        tree.device =
+            atOnce([&](void** handle) { return p.IFOpenDevice(tree.interface, tree.deviceId.c_str(), 3, handle); });
+        tree.stream = atOnce([&](void** handle) { return p.DevOpenDataStream(tree.device, "Stream:0", handle); });
+        EXPECT_EQ(UrlsOf(tree.stream), 1U);
     }
 }
 
