@@ -82,6 +82,7 @@ template <typename Make>
 NQGigE_RETURN registerExchange(Network& network, Command& ack, unsigned int ackCode, Make make)
     NQ_REQUIRES(GigETL::lock)
 {
+    network.dropOwedAnswers();
     NQGigE_RETURN result = NQGigE_BAD_ACK;
     for (int attempts = kAttempts; attempts > 0 && result == NQGigE_BAD_ACK; --attempts)
     {
@@ -179,6 +180,7 @@ NQGigE_RETURN Camera::writeCameraMemory(unsigned int address, unsigned char* dat
     }
     const NQLock guard(GigETL::lock);
     Network& network = *mImpl->mNetwork;
+    network.dropOwedAnswers();
     // The address and the data, padded to whole words by the zeros of the new packet.
     Command command(kWriteMemory, static_cast<int>((count + 7) & ~3U), kAcknowledgeRequired);
     if (network.isBroadcasting())
@@ -196,6 +198,7 @@ NQGigE_RETURN Camera::readCameraMemory(unsigned int address, unsigned char* data
     Command ack;
     const NQLock guard(GigETL::lock);
     Network& network = *mImpl->mNetwork;
+    network.dropOwedAnswers();
     Command command(kReadMemory, 8, kAcknowledgeRequired);
     if (network.isBroadcasting())
     {

@@ -15,8 +15,13 @@ class CameraImpl;
 /// One opened camera. A request that stays unanswered is repeated once: 200 ms of waiting, the same packet again, 400
 /// ms of waiting. A register request whose answer does not match is made anew, with a new id, up to four times in all.
 ///
+/// A camera answers both copies of a repeated command, and answers late where a wrong answer was taken for its own.
+/// What is still to come of an exchange is awaited and dropped at the start of this camera's next one, for 400 ms from
+/// the last send at most, so that it is not taken for the next answer.
+///
 /// Every exchange is one critical section under GigETL::lock, across all cameras, so any thread may call; a silent
-/// camera holds up the others for 600 ms, or longer while a camera asks for more time. Failures are NQGigE_RETURN
+/// camera holds up the others for 600 ms, one whose answer is owed for 400 ms more, and either longer while the camera
+/// asks for more time. Failures are NQGigE_RETURN
 /// codes; only running out of memory throws.
 class Camera
 {

@@ -11,6 +11,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 namespace GigETL
 {
@@ -18,7 +19,12 @@ namespace
 {
 
 constexpr in_addr_t kBroadcastAddress = 0xFFFFFFFF;
+constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kPendingWaitOffset = 10;
+constexpr timeval kAnswerTime{0, 400000};
+
+// What one search for owed answers looks at: nobody who floods the port may hold it up, or fill the memory.
+constexpr int kMostLookedAt = 256;
 
 sockaddr_in ipv4(unsigned int ip, unsigned int port)
 {
@@ -52,6 +58,17 @@ int pendingTime(const std::vector<unsigned char>& packet)
         return -1;
     }
     return packet[kPendingWaitOffset] << 8 | packet[kPendingWaitOffset + 1];
+}
+
+/// The command or acknowledge code of a packet, and its request id; 0 when it has none.
+unsigned int codeOf(const std::vector<unsigned char>& packet)
+{
+    return packet.size() < kHeaderSize ? 0U : static_cast<unsigned int>(packet[2] << 8 | packet[3]);
+}
+
+unsigned int idOf(const std::vector<unsigned char>& packet)
+{
+    return packet.size() < kHeaderSize ? 0U : static_cast<unsigned int>(packet[6] << 8 | packet[7]);
 }
 
 } // namespace
@@ -110,7 +127,41 @@ NQGigE_RETURN Network::sendCommand(const Command& command)
     const ssize_t sent = sendto(mSocket, command.mBuffer.data(), size, 0, generic(mRemote), sizeof mRemote);
     // Deliberate: a failed send has the code of a timeout. Callers treat a camera that cannot be reached as a silent
     // one.
-    return sent < 0 ? NQGigE_TIMEOUT : NQGigE_SUCCESS;
+    if (sent < 0)
+    {
+        return NQGigE_TIMEOUT;
+    }
+    mLastSend = waitClock();
+    mOwed.owe(idOf(command.mBuffer), codeOf(command.mBuffer));
+    return NQGigE_SUCCESS;
+}
+
+/// Takes the datagram that is to be seen next: one that was set aside, or else one from the socket. The number of its
+/// bytes; 0 or less when nothing was taken, and then the command stays as it was.
+ssize_t Network::take(Command& command, sockaddr_in& sender)
+{
+    std::vector<unsigned char>& buffer = command.mBuffer;
+    ssize_t received = 0;
+    if (!mSetAside.empty())
+    {
+        const Datagram datagram = std::move(mSetAside.front());
+        mSetAside.pop_front();
+        const std::vector<unsigned char>& bytes = datagram.packet.mBuffer;
+        sender = datagram.sender;
+        received = std::min(static_cast<ssize_t>(datagram.packet.mSize), static_cast<ssize_t>(buffer.size()));
+        std::copy_n(bytes.begin(), received, buffer.begin());
+    }
+    else
+    {
+        socklen_t length = sizeof sender;
+        received = recvfrom(mSocket, buffer.data(), buffer.size(), 0, generic(sender), &length);
+    }
+    if (received > 0)
+    {
+        std::fill(buffer.begin() + received, buffer.end(), static_cast<unsigned char>(0));
+        command.setReceivedSize(static_cast<int>(received));
+    }
+    return received;
 }
 
 NQGigE_RETURN Network::receiveCommand(Command& command, timeval* timeout, unsigned long* senderIP,
@@ -122,7 +173,7 @@ NQGigE_RETURN Network::receiveCommand(Command& command, timeval* timeout, unsign
     }
     while (true)
     {
-        const int ready = waitReadable(mSocket, timeout);
+        const int ready = mSetAside.empty() ? waitReadable(mSocket, timeout) : 1;
         if (ready == -1)
         {
             return NQGigE_SOCKET_ERROR;
@@ -132,16 +183,13 @@ NQGigE_RETURN Network::receiveCommand(Command& command, timeval* timeout, unsign
             return NQGigE_TIMEOUT;
         }
         sockaddr_in sender{};
-        socklen_t length = sizeof sender;
-        std::vector<unsigned char>& buffer = command.mBuffer;
-        const ssize_t received = recvfrom(mSocket, buffer.data(), buffer.size(), 0, generic(sender), &length);
-        if (received <= 0)
+        if (take(command, sender) <= 0)
         {
             // Deliberate: nothing taken is a success with the packet as it was; the check of the acknowledge decides.
             return NQGigE_SUCCESS;
         }
-        std::fill(buffer.begin() + received, buffer.end(), static_cast<unsigned char>(0));
-        command.setReceivedSize(static_cast<int>(received));
+        const std::vector<unsigned char>& buffer = command.mBuffer;
+        mOwed.pay(idOf(buffer), codeOf(buffer));
         const int pending = pendingTime(buffer);
         if (pending == -1)
         {
@@ -161,6 +209,46 @@ NQGigE_RETURN Network::receiveCommand(Command& command, timeval* timeout, unsign
             *timeout = timevalFromMs(pending);
         }
     }
+}
+
+void Network::dropOwedAnswers()
+{
+    if (!mOwed.any())
+    {
+        return;
+    }
+    timeval wait = timeLeft(kAnswerTime, mLastSend);
+    std::deque<Datagram> others = std::move(mSetAside);
+    mSetAside.clear();
+    for (int looked = 0; looked < kMostLookedAt && mOwed.any() && waitReadable(mSocket, &wait) == 1; ++looked)
+    {
+        Datagram datagram;
+        take(datagram.packet, datagram.sender);
+        if (!dropIfOwed(datagram.packet, wait))
+        {
+            others.push_back(std::move(datagram));
+        }
+    }
+    mSetAside = std::move(others);
+    mOwed.forget();
+}
+
+/// Whether the datagram belongs to a command whose answer is owed. A pending acknowledge does not pay, but says how
+/// long the answer takes.
+bool Network::dropIfOwed(const Command& ack, timeval& wait)
+{
+    const unsigned int id = idOf(ack.mBuffer);
+    if (!mOwed.owes(id))
+    {
+        return false;
+    }
+    const int pending = pendingTime(ack.mBuffer);
+    if (pending != -1)
+    {
+        wait = timevalFromMs(pending);
+    }
+    mOwed.pay(id, codeOf(ack.mBuffer));
+    return true;
 }
 
 NQGigE_RETURN Network::broadcastCommand(const Command& command)

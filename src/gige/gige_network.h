@@ -3,12 +3,15 @@
 #pragma once
 
 #include "gige/gige_command.h"
+#include "gige/gige_owed_answers.h"
 #include "gige/nqgige_types.h"
 #include "sync/nq_fork.h"
 
 #include <atomic>
+#include <deque>
 #include <netinet/in.h>
 #include <sys/time.h>
+#include <sys/types.h>
 
 namespace GigETL
 {
@@ -18,8 +21,8 @@ namespace GigETL
 ///
 /// A remote address of 0 at construction puts the object in broadcast state. When the socket cannot be made or bound
 /// the object exists all the same, and getLocalPort() is 0. Has no lock: the users of one object take turns. Nothing
-/// here throws. In a forked child a network of the parent has no socket to exchange packets with: its commands would
-/// be the parent's, and its answers would be taken from it.
+/// but running out of memory throws. In a forked child a network of the parent has no socket to exchange packets with:
+/// its commands would be the parent's, and its answers would be taken from it.
 class Network
 {
   public:
@@ -42,6 +45,12 @@ class Network
     /// socket, NQGigE_SOCKET_ERROR when waiting fails, NQGigE_TIMEOUT when nothing came. An empty datagram is a success
     /// that leaves `command` as it was.
     NQGigE_RETURN receiveCommand(Command& command, timeval* timeout, unsigned long* senderIP, unsigned int* senderPort);
+
+    /// Takes the answers that are still owed for earlier commands, until none is owed or 400 ms have passed since the
+    /// last send (or the time that a pending acknowledge for one of them asks for), and drops them. Any other datagram
+    /// that comes meanwhile is kept, and receiveCommand() finds it as if it were only coming. What is then still owed
+    /// is given up. Without a debt nothing is done at all.
+    void dropOwedAnswers();
 
     /// Sends the command once to 255.255.255.255, at the remote port.
     NQGigE_RETURN broadcastCommand(const Command& command);
@@ -69,14 +78,26 @@ class Network
     static std::atomic<int> mInstanceCounter;
 
   private:
+    struct Datagram
+    {
+        Command packet;
+        sockaddr_in sender{};
+    };
+
     bool askLocalAddress();
     bool canExchange() const;
+    ssize_t take(Command& command, sockaddr_in& sender);
+    bool dropIfOwed(const Command& ack, timeval& wait);
 
     int mSocket = -1;
     NQOrigin mOrigin; ///< of mSocket
     sockaddr_in mLocal{};
     sockaddr_in mRemote{};
     bool mValid = false;
+    OwedAnswers mOwed;
+    timespec mLastSend{}; ///< on the clock of the waits
+    std::deque<Datagram>
+        mSetAside; ///< came while owed answers were awaited; oldest first, size 0 when nothing was taken
 };
 
 } // namespace GigETL

@@ -17,17 +17,10 @@ constexpr long kMicrosecondsPerSecond = 1000000;
 constexpr long kNanosecondsPerMicrosecond = 1000;
 constexpr long kNanosecondsPerSecond = 1000000000;
 
-timespec now()
-{
-    timespec time{};
-    clock_gettime(CLOCK_MONOTONIC, &time);
-    return time;
-}
-
 /// `wait` less the time since `start`, in whole microseconds and never below zero.
 timeval remaining(const timespec& wait, const timespec& start)
 {
-    const timespec end = now();
+    const timespec end = waitClock();
     timespec left{wait.tv_sec - (end.tv_sec - start.tv_sec), wait.tv_nsec - (end.tv_nsec - start.tv_nsec)};
     while (left.tv_nsec < 0)
     {
@@ -63,6 +56,19 @@ timeval timevalFromMs(long milliseconds)
     return {milliseconds / 1000, milliseconds % 1000 * 1000};
 }
 
+timespec waitClock()
+{
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return time;
+}
+
+timeval timeLeft(const timeval& wait, const timespec& start)
+{
+    timespec whole{};
+    return toTimespec(wait, whole) ? remaining(whole, start) : timeval{0, 0};
+}
+
 int waitReadable(int descriptor, timeval* timeout)
 {
     timespec wait{};
@@ -72,7 +78,7 @@ int waitReadable(int descriptor, timeval* timeout)
         return -1;
     }
     pollfd entry{std::max(descriptor, -1), POLLIN, 0};
-    const timespec start = now();
+    const timespec start = waitClock();
     const int result = ppoll(&entry, 1, timeout != nullptr ? &wait : nullptr, nullptr);
     if (timeout != nullptr)
     {

@@ -2,6 +2,7 @@
 // Waiting until a socket is readable, with the time accounting of select() and no limit on the descriptor's number.
 #pragma once
 
+#include <ctime>
 #include <sys/time.h>
 
 namespace GigETL
@@ -9,6 +10,12 @@ namespace GigETL
 
 /// A waiting time of `milliseconds`; a negative number gives a time that no wait accepts.
 timeval timevalFromMs(long milliseconds);
+
+/// Now, on the clock that the waits are counted by. Nobody sets it.
+timespec waitClock();
+
+/// What is left of `wait`, begun at `start`: whole microseconds, never below zero.
+timeval timeLeft(const timeval& wait, const timespec& start);
 
 /// Waits until `descriptor` is readable or the time is over, and counts `timeout` down by the time spent, to zero when
 /// it is over. A negative descriptor is never readable: the wait lasts its full time. A null `timeout` has no end.

@@ -8,6 +8,7 @@
 #include <arpa/inet.h>
 #include <array>
 #include <cerrno>
+#include <memory>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/eventfd.h>
@@ -213,6 +214,23 @@ GvcpRule Oversized(std::size_t size, GvcpRule rule)
     return Changed(std::move(rule), [size](GvcpReply& reply) {
         reply.bytes.resize(std::max(size, reply.bytes.size()), static_cast<unsigned char>(0xEE));
     });
+}
+
+GvcpRule OneAfterTheOther(GvcpRule rule)
+{
+    using Clock = std::chrono::steady_clock;
+    // Shared, because the peer copies a rule for each command.
+    return [rule = std::move(rule), free = std::make_shared<Clock::time_point>()](const Bytes& command) {
+        const auto now = Clock::now();
+        const auto start = std::max(now, *free);
+        std::vector<GvcpReply> replies = rule(command);
+        for (GvcpReply& reply : replies)
+        {
+            *free = std::max(*free, start + reply.delay);
+            reply.delay += std::chrono::ceil<std::chrono::milliseconds>(start - now);
+        }
+        return replies;
+    };
 }
 
 GvcpRule Sequence(std::vector<GvcpRule> rules)

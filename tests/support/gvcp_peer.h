@@ -65,6 +65,10 @@ GvcpRule WithCode(std::uint16_t code, GvcpRule rule);
 GvcpRule Short(std::size_t size, GvcpRule rule);
 GvcpRule Oversized(std::size_t size, GvcpRule rule);
 
+/// The rule's datagrams as a camera sends them that works on one command at a time: their delays are counted from the
+/// time when the datagrams for the command before were sent.
+GvcpRule OneAfterTheOther(GvcpRule rule);
+
 /// The datagrams of all the rules, in this order.
 GvcpRule Sequence(std::vector<GvcpRule> rules);
 
