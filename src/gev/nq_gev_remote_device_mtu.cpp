@@ -67,7 +67,10 @@ class TestSocket
         camera.sin_family = AF_INET;
         camera.sin_port = htons(port);
         camera.sin_addr.s_addr = htonl(ip);
-        sendto(m_socket, opener, sizeof opener, 0, reinterpret_cast<const sockaddr*>(&camera), sizeof camera);
+        GigETL::uninterrupted([&] {
+            return sendto(m_socket, opener, sizeof opener, 0, reinterpret_cast<const sockaddr*>(&camera),
+                          sizeof camera);
+        });
     }
 
     /// 1 when a packet waits, 0 when the time is over, -1 on a failure. One budget of 20 ms serves all waits.

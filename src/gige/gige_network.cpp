@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <cerrno>
 #include <cstring>
 #include <net/if.h>
 #include <sys/ioctl.h>
@@ -124,7 +125,8 @@ NQGigE_RETURN Network::sendCommand(const Command& command)
         return NQGigE_NO_CONNECTION;
     }
     const auto size = static_cast<std::size_t>(std::clamp(command.getSize(), 0, command.getMaxSize()));
-    const ssize_t sent = sendto(mSocket, command.mBuffer.data(), size, 0, generic(mRemote), sizeof mRemote);
+    const ssize_t sent = uninterrupted(
+        [&] { return sendto(mSocket, command.mBuffer.data(), size, 0, generic(mRemote), sizeof mRemote); });
     // Deliberate: a failed send has the code of a timeout. Callers treat a camera that cannot be reached as a silent
     // one.
     if (sent < 0)
@@ -183,7 +185,12 @@ NQGigE_RETURN Network::receiveCommand(Command& command, timeval* timeout, unsign
             return NQGigE_TIMEOUT;
         }
         sockaddr_in sender{};
-        if (take(command, sender) <= 0)
+        const ssize_t received = take(command, sender);
+        if (received == -1 && errno == EINTR)
+        {
+            continue;
+        }
+        if (received <= 0)
         {
             // Deliberate: nothing taken is a success with the packet as it was; the check of the acknowledge decides.
             return NQGigE_SUCCESS;
@@ -223,7 +230,10 @@ void Network::dropOwedAnswers()
     for (int looked = 0; looked < kMostLookedAt && mOwed.any() && waitReadable(mSocket, &wait) == 1; ++looked)
     {
         Datagram datagram;
-        take(datagram.packet, datagram.sender);
+        if (take(datagram.packet, datagram.sender) == -1 && errno == EINTR)
+        {
+            continue;
+        }
         if (!dropIfOwed(datagram.packet, wait))
         {
             others.push_back(std::move(datagram));
@@ -320,8 +330,10 @@ int Network::gvcp_send(void* data, int size, void* network)
     const auto* self = static_cast<const Network*>(network);
     if (self->canExchange())
     {
-        sendto(self->mSocket, data, static_cast<std::size_t>(std::max(size, 0)), 0, generic(self->mRemote),
-               sizeof self->mRemote);
+        uninterrupted([&] {
+            return sendto(self->mSocket, data, static_cast<std::size_t>(std::max(size, 0)), 0, generic(self->mRemote),
+                          sizeof self->mRemote);
+        });
     }
     return 0;
 }

@@ -20,9 +20,9 @@ namespace GigETL
 /// interface are in host order.
 ///
 /// A remote address of 0 at construction puts the object in broadcast state. When the socket cannot be made or bound
-/// the object exists all the same, and getLocalPort() is 0. Has no lock: the users of one object take turns. Nothing
-/// but running out of memory throws. In a forked child a network of the parent has no socket to exchange packets with:
-/// its commands would be the parent's, and its answers would be taken from it.
+/// the object exists all the same, and getLocalPort() is 0. A signal handler that runs ends no call. Has no lock: the
+/// users of one object take turns. Nothing but running out of memory throws. In a forked child a network of the parent
+/// has no socket to exchange packets with: its commands would be the parent's, and its answers would be taken from it.
 class Network
 {
   public:

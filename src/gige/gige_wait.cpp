@@ -17,8 +17,8 @@ constexpr long kMicrosecondsPerSecond = 1000000;
 constexpr long kNanosecondsPerMicrosecond = 1000;
 constexpr long kNanosecondsPerSecond = 1000000000;
 
-/// `wait` less the time since `start`, in whole microseconds and never below zero.
-timeval remaining(const timespec& wait, const timespec& start)
+/// `wait` less the time since `start`, never below zero.
+timespec remaining(const timespec& wait, const timespec& start)
 {
     const timespec end = waitClock();
     timespec left{wait.tv_sec - (end.tv_sec - start.tv_sec), wait.tv_nsec - (end.tv_nsec - start.tv_nsec)};
@@ -32,7 +32,12 @@ timeval remaining(const timespec& wait, const timespec& start)
         left.tv_nsec -= kNanosecondsPerSecond;
         ++left.tv_sec;
     }
-    return left.tv_sec < 0 ? timeval{0, 0} : timeval{left.tv_sec, left.tv_nsec / kNanosecondsPerMicrosecond};
+    return left.tv_sec < 0 ? timespec{0, 0} : left;
+}
+
+timeval wholeMicroseconds(const timespec& time)
+{
+    return {time.tv_sec, time.tv_nsec / kNanosecondsPerMicrosecond};
 }
 
 /// The time as ppoll() takes it; false when it is no waiting time. Microseconds above a second are carried over.
@@ -66,7 +71,7 @@ timespec waitClock()
 timeval timeLeft(const timeval& wait, const timespec& start)
 {
     timespec whole{};
-    return toTimespec(wait, whole) ? remaining(whole, start) : timeval{0, 0};
+    return toTimespec(wait, whole) ? wholeMicroseconds(remaining(whole, start)) : timeval{0, 0};
 }
 
 int waitReadable(int descriptor, timeval* timeout)
@@ -79,11 +84,16 @@ int waitReadable(int descriptor, timeval* timeout)
     }
     pollfd entry{std::max(descriptor, -1), POLLIN, 0};
     const timespec start = waitClock();
-    const int result = ppoll(&entry, 1, timeout != nullptr ? &wait : nullptr, nullptr);
+    timespec left = wait;
+    int result = 0;
+    while ((result = ppoll(&entry, 1, timeout != nullptr ? &left : nullptr, nullptr)) == -1 && errno == EINTR)
+    {
+        left = remaining(wait, start);
+    }
     if (timeout != nullptr)
     {
         const int error = errno;
-        *timeout = result == 0 ? timeval{0, 0} : remaining(wait, start);
+        *timeout = result == 0 ? timeval{0, 0} : wholeMicroseconds(remaining(wait, start));
         errno = error;
     }
     if (result > 0 && (entry.revents & POLLNVAL) != 0)

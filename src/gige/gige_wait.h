@@ -2,8 +2,10 @@
 // Waiting until a socket is readable, with the time accounting of select() and no limit on the descriptor's number.
 #pragma once
 
+#include <cerrno>
 #include <ctime>
 #include <sys/time.h>
+#include <sys/types.h>
 
 namespace GigETL
 {
@@ -18,8 +20,21 @@ timespec waitClock();
 timeval timeLeft(const timeval& wait, const timespec& start);
 
 /// Waits until `descriptor` is readable or the time is over, and counts `timeout` down by the time spent, to zero when
-/// it is over. A negative descriptor is never readable: the wait lasts its full time. A null `timeout` has no end.
-/// 1 when readable, 0 when the time is over, -1 with errno set on a failure, an invalid time among them.
+/// it is over. A negative descriptor is never readable: the wait lasts its full time. A null `timeout` has no end. A
+/// signal handler that runs meanwhile does not end the wait. 1 when readable, 0 when the time is over, -1 with errno
+/// set on a failure, an invalid time among them.
 int waitReadable(int descriptor, timeval* timeout);
+
+/// Makes a transfer again as long as a signal handler breaks it off before anything was moved.
+template <typename Transfer>
+ssize_t uninterrupted(Transfer transfer)
+{
+    ssize_t result = 0;
+    do
+    {
+        result = transfer();
+    } while (result == -1 && errno == EINTR);
+    return result;
+}
 
 } // namespace GigETL

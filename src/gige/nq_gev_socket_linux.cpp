@@ -4,6 +4,7 @@
 
 #include "gige/gige_wait.h"
 
+#include <cerrno>
 #include <unistd.h>
 
 namespace
@@ -20,7 +21,8 @@ bool setOption(int descriptor, int option, const Value& value)
 
 bool send(int descriptor, const sockaddr* to, const char* data, unsigned short size)
 {
-    return sendto(descriptor, data, size, MSG_NOSIGNAL, to, kAddressLength) != -1;
+    return GigETL::uninterrupted([&] { return sendto(descriptor, data, size, MSG_NOSIGNAL, to, kAddressLength); }) !=
+           -1;
 }
 
 bool wait(int descriptor, int timeoutMs)
@@ -29,10 +31,14 @@ bool wait(int descriptor, int timeoutMs)
     return GigETL::waitReadable(descriptor, &time) > 0;
 }
 
-bool receive(int descriptor, sockaddr* from, void* data, unsigned short size, unsigned int& received, int flags = 0)
+ssize_t take(int descriptor, sockaddr* from, void* data, unsigned short size, int flags)
 {
     socklen_t length = kAddressLength;
-    const ssize_t result = recvfrom(descriptor, data, size, flags, from, from != nullptr ? &length : nullptr);
+    return recvfrom(descriptor, data, size, flags, from, from != nullptr ? &length : nullptr);
+}
+
+bool stored(ssize_t result, unsigned int& received)
+{
     if (result < 1)
     {
         return false;
@@ -41,12 +47,33 @@ bool receive(int descriptor, sockaddr* from, void* data, unsigned short size, un
     return true;
 }
 
+/// Waits for a datagram as long as the socket's receive timeout says, however often a signal handler runs.
+bool receive(int descriptor, sockaddr* from, void* data, unsigned short size, unsigned int& received)
+{
+    const timespec start = GigETL::waitClock();
+    ssize_t result = take(descriptor, from, data, size, 0);
+    while (result == -1 && errno == EINTR)
+    {
+        timeval limit{};
+        socklen_t length = sizeof limit;
+        getsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, &length);
+        const bool limited = limit.tv_sec != 0 || limit.tv_usec != 0;
+        timeval left = GigETL::timeLeft(limit, start);
+        if (limited && GigETL::waitReadable(descriptor, &left) < 1)
+        {
+            return false;
+        }
+        result = take(descriptor, from, data, size, limited ? MSG_DONTWAIT : 0);
+    }
+    return stored(result, received);
+}
+
 /// Takes what wait() has seen, if it is still there: of two threads that wait on one socket, one gets the datagram, and
 /// the other must not sleep beyond its time.
 bool receiveInTime(int descriptor, sockaddr* from, void* data, unsigned short size, unsigned int& received,
                    int timeoutMs)
 {
-    return wait(descriptor, timeoutMs) && receive(descriptor, from, data, size, received, MSG_DONTWAIT);
+    return wait(descriptor, timeoutMs) && stored(take(descriptor, from, data, size, MSG_DONTWAIT), received);
 }
 
 } // namespace

@@ -11,8 +11,8 @@
 ///
 /// Any thread may call. Destroy() may be called while another thread waits in a receive: that thread wakes up with
 /// false, and the descriptor is closed only when no call works on it any more, so a number that the process has given
-/// to another file is never touched. Timeouts are in milliseconds; a negative one is refused with false at once.
-/// Without a descriptor a timed wait lasts its time and everything fails.
+/// to another file is never touched. Signal handlers that run meanwhile end no call. Timeouts are in milliseconds; a
+/// negative one is refused with false at once. Without a descriptor a timed wait lasts its time and everything fails.
 ///
 /// In a forked child a socket of the parent counts as none, for what is sent and shut down through a copy of its
 /// descriptor happens to the parent. Destroy() only closes the copy.

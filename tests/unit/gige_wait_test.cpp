@@ -3,18 +3,17 @@
 #include "gige/gige_wait.h"
 
 #include "support/asleep.h"
+#include "support/signal_storm.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <thread>
 #include <unistd.h>
 
 namespace
@@ -168,29 +167,48 @@ TEST(Wait, DescriptorAbove1023IsWaitedForLikeAnyOther)
     close(high);
 }
 
-TEST(Wait, SignalEndsTheWaitWithAFailureAndTheTimeLeft)
+/// Handlers run all the time; the two kinds of handlers are told apart by the flag.
+class InterruptedWait : public testing::TestWithParam<int>
 {
-    struct sigaction action = {};
-    action.sa_handler = [](int) {};
-    sigaction(SIGUSR1, &action, nullptr);
+};
+
+TEST_P(InterruptedWait, LastsItsTime)
+{
     const Pair pair;
-    const pthread_t waiter = pthread_self();
-    std::atomic<bool> over{false};
-    std::thread interrupter([&] {
-        while (!over)
-        {
-            pthread_kill(waiter, SIGUSR1);
-            usleep(1000);
-        }
-    });
-    timeval time{1000, 0};
-    const int result = GigETL::waitReadable(pair.ends[0], &time);
-    const int error = errno;
-    over = true;
-    interrupter.join();
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(error, EINTR);
-    EXPECT_GE(time.tv_sec, 900);
+    const nq::test::SignalStorm storm(GetParam());
+    timeval time{0, 300000};
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(GigETL::waitReadable(pair.ends[0], &time), 0);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300));
+    EXPECT_EQ(time.tv_sec, 0);
+    EXPECT_EQ(time.tv_usec, 0);
 }
+
+TEST_P(InterruptedWait, EndsWithDataAndTheTimeLeft)
+{
+    const Pair pair;
+    const nq::test::SignalStorm storm(GetParam());
+    timeval time{1000, 0};
+    nq::test::CallingThread sender([&pair] {
+        usleep(100000);
+        send(pair.ends[1], "x", 1, 0);
+    });
+    EXPECT_EQ(GigETL::waitReadable(pair.ends[0], &time), 1);
+    EXPECT_GE(time.tv_sec, 900);
+    EXPECT_LT(time.tv_sec, 1000);
+}
+
+TEST_P(InterruptedWait, WithoutAnEndEndsWithData)
+{
+    const Pair pair;
+    const nq::test::SignalStorm storm(GetParam());
+    nq::test::CallingThread sender([&pair] {
+        usleep(100000);
+        send(pair.ends[1], "x", 1, 0);
+    });
+    EXPECT_EQ(GigETL::waitReadable(pair.ends[0], nullptr), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Handlers, InterruptedWait, testing::Values(0, SA_RESTART));
 
 } // namespace

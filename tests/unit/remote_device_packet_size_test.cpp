@@ -113,7 +113,7 @@ extern "C" int ppoll(pollfd* entries, nfds_t count, const timespec* timeout, con
 {
     if (failingWaits && IsTestSocket(entries->fd))
     {
-        errno = EINTR;
+        errno = ENOMEM;
         return -1;
     }
     return poll(entries, count,

@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 // Memory access of GigETL::Camera against a scripted peer.
 #include "gige/gige_camera.h"
-#include "support/asleep.h"
 #include "support/gvcp_peer.h"
 
 #include <gmock/gmock.h>
 
 #include <array>
-#include <atomic>
-#include <csignal>
+#include <cerrno>
 #include <functional>
 #include <numeric>
-#include <pthread.h>
+#include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 #include <vector>
 
 namespace
@@ -39,6 +39,26 @@ Bytes Write(unsigned char id)
 {
     return {0x42, 0x01, 0x00, 0x86, 0x00, 0x08, 0x00, id, 0x00, 0x01, 0x02, 0x00, 1, 2, 3, 4};
 }
+
+/// Waits on the thread of the test that are still to fail.
+thread_local int failingWaits = 0;
+
+} // namespace
+
+/// Takes the place of the C library's function, so that single waits can be made to fail.
+extern "C" int ppoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t*)
+{
+    if (failingWaits > 0)
+    {
+        --failingWaits;
+        errno = ENOMEM;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_ppoll, entries, count, timeout, nullptr, 0));
+}
+
+namespace
+{
 
 class CameraMemory : public testing::Test
 {
@@ -247,34 +267,21 @@ TEST_F(CameraMemory, FailedSendEndsTheCall)
     EXPECT_EQ(unreachable.readCameraMemory(0, data.data(), 4), -212);
 }
 
-/// Runs an access whose first wait a signal breaks off: a pending acknowledge that is there beforehand makes that wait
-/// long, and the signal comes when the access sleeps in it.
-class InterruptedCameraMemory : public CameraMemory
+/// An access whose first wait fails.
+class FailedCameraMemoryWait : public CameraMemory
 {
   protected:
     NQGigE_RETURN Run(const std::function<NQGigE_RETURN()>& access)
     {
-        struct sigaction action = {};
-        action.sa_handler = [](int) {};
-        sigaction(SIGUSR1, &action, nullptr);
-        m_peer.Send({0, 0, 0x00, 0x89, 0, 4, 0, 1, 0, 0, 0xEA, 0x60}, "127.0.0.1",
-                    static_cast<std::uint16_t>(m_camera.getLocalPort()));
         m_peer.Next(Silent());
-        NQGigE_RETURN result = NQGigE_SUCCESS;
-        std::atomic<pthread_t> thread{};
-        nq::test::CallingThread caller([&] {
-            thread = pthread_self();
-            result = access();
-        });
+        failingWaits = 1;
+        const NQGigE_RETURN result = access();
         EXPECT_TRUE(m_peer.WaitForCount(1));
-        caller.AwaitAsleep();
-        pthread_kill(thread, SIGUSR1);
-        caller.Join();
         return result;
     }
 };
 
-TEST_F(InterruptedCameraMemory, ReadIsSentAgainAfterAFailedWaitToo)
+TEST_F(FailedCameraMemoryWait, ReadIsSentAgainAfterAFailedWaitToo)
 {
     m_peer.Otherwise(Memory({9, 8, 7, 6}));
     EXPECT_EQ(Run([this] { return ReadBytes(4); }), 0);
@@ -282,13 +289,13 @@ TEST_F(InterruptedCameraMemory, ReadIsSentAgainAfterAFailedWaitToo)
     EXPECT_EQ(m_data[0], 9);
 }
 
-TEST_F(InterruptedCameraMemory, WriteIsNotSentAgainAfterAFailedWait)
+TEST_F(FailedCameraMemoryWait, WriteIsNotSentAgainAfterAFailedWait)
 {
     EXPECT_EQ(Run([this] { return WriteFour(); }), -10);
     EXPECT_THAT(m_peer.ReceivedBytes(), ElementsAre(Write(1)));
 }
 
-TEST_F(InterruptedCameraMemory, RegisterAccessIsNotSentAgainAfterAFailedWait)
+TEST_F(FailedCameraMemoryWait, RegisterAccessIsNotSentAgainAfterAFailedWait)
 {
     unsigned int value = 0;
     EXPECT_EQ(Run([this, &value] { return m_camera.getGigECameraRegister(0xE030, &value); }), -10);
