@@ -146,9 +146,14 @@ int NQGevInterface::UpdateDeviceList(bool* changed, unsigned long timeout)
     return GenTL::GC_ERR_SUCCESS;
 }
 
+bool NQGevInterface::_isExcluded() const
+{
+    return m_info.ipAddress == "0.0.0.0" || m_info.ipAddress == "127.0.0.1";
+}
+
 bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, unsigned long timeout)
 {
-    if (m_info.ipAddress == "0.0.0.0" || m_info.ipAddress == "127.0.0.1")
+    if (_isExcluded())
     {
         return false;
     }
@@ -169,8 +174,8 @@ bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, u
     {
         Packet ack;
         unsigned int received = 0;
-        if (!m_socket.Receive(ack.Chars(), g_PacketSize, received, g_ReceiveWait) || received < g_DiscoveryAckSize ||
-            ack.AckCode() != g_DiscoveryAck)
+        if (!m_broadcasts.Receive(m_socket, ack.Chars(), g_PacketSize, received, g_ReceiveWait) ||
+            received < g_DiscoveryAckSize || ack.AckCode() != g_DiscoveryAck)
         {
             continue;
         }

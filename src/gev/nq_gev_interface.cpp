@@ -55,6 +55,11 @@ int NQGevInterface::DoOpen()
     m_socket.SetBroadcast();
     m_socket.SetReceiveTimeout(g_ReceiveTimeout);
     m_socket.SetReceiveBufferSize(g_ReceiveBufferSize);
+    if (!_isExcluded())
+    {
+        // Deliberate: without it cameras of other subnets are not heard, and nothing else is missing.
+        m_broadcasts.Open(m_socket, m_info.adapterName, g_ReceiveBufferSize);
+    }
     g_Controller.RegisterModule(this);
     return GenTL::GC_ERR_SUCCESS;
 }
@@ -62,6 +67,7 @@ int NQGevInterface::DoOpen()
 int NQGevInterface::DoClose()
 {
     m_socket.Destroy();
+    m_broadcasts.Close();
     while (NQGenTLModuleBase* const child = m_devices.FindByIndex(0, true))
     {
         g_Controller.UnregisterModule(child, true);

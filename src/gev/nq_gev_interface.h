@@ -6,6 +6,7 @@
 #include "gentl/nq_gentl_module_container.h"
 #include "gentl/nq_gentl_openings.h"
 #include "gev/nq_gev_common.h"
+#include "gige/nq_gev_broadcast_receiver.h"
 #include "gige/nq_gev_socket_linux.h"
 
 #include <string>
@@ -14,7 +15,8 @@
 class NQGevPortReader;
 
 /// Made and owned by the system module. Open, it holds one UDP socket bound to its adapter's address, through which it
-/// looks for cameras (one broadcast per scan) and asks a camera who controls it. The device list is as of the last scan
+/// looks for cameras (one broadcast per scan) and asks a camera who controls it, and where it can a second one, through
+/// which a scan hears the cameras of other subnets. The device list is as of the last scan
 /// and keyed by `id`: a scan replaces the entries that answered, erases the others and appends the new ones. Owns the
 /// device modules that the consumer opened; a device that vanishes from the list stays open until it is closed.
 ///
@@ -98,6 +100,7 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
     int _getDeviceInfo(const char* id, int command, int* type, void* buffer, unsigned long* size);
 
   private:
+    bool _isExcluded() const;
     int _readAdapterRegister(unsigned long address, const NQGevPortReader& reader);
     int _readListRegister(unsigned long address, const NQGevPortReader& reader);
     int _readSelectedDevice(unsigned long address, const NQGevPortReader& reader) NQ_REQUIRES(m_moduleLock);
@@ -105,6 +108,7 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
     std::vector<_NQ_GEV_DEVICE_INFO> m_deviceList NQ_GUARDED_BY(m_moduleLock);
     const _NQ_GEV_INTERFACE_INFO m_info;        ///< The system's entry as it was when this module was made.
     NQGevSocket m_socket;                       ///< The discovery socket; exists while the module is open.
+    NQGevBroadcastReceiver m_broadcasts;        ///< Hears answers by broadcast, for scans alone.
     GigERDMA::NQGenTLModuleContainer m_devices; ///< The open devices, owned.
     GigERDMA::NQGenTLOpenings m_openings;       ///< The ids of devices on the way to m_devices.
     bool m_updating = false; ///< Under the module lock: a scan asked for through the port is running.

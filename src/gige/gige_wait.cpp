@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <ctime>
 #include <limits>
-#include <poll.h>
 
 namespace GigETL
 {
@@ -76,17 +75,22 @@ timeval timeLeft(const timeval& wait, const timespec& start)
 
 int waitReadable(int descriptor, timeval* timeout)
 {
+    pollfd entry{std::max(descriptor, -1), POLLIN, 0};
+    return waitReadable(&entry, 1, timeout);
+}
+
+int waitReadable(pollfd* entries, nfds_t count, timeval* timeout)
+{
     timespec wait{};
     if (timeout != nullptr && !toTimespec(*timeout, wait))
     {
         errno = EINVAL;
         return -1;
     }
-    pollfd entry{std::max(descriptor, -1), POLLIN, 0};
     const timespec start = waitClock();
     timespec left = wait;
     int result = 0;
-    while ((result = ppoll(&entry, 1, timeout != nullptr ? &left : nullptr, nullptr)) == -1 && errno == EINTR)
+    while ((result = ppoll(entries, count, timeout != nullptr ? &left : nullptr, nullptr)) == -1 && errno == EINTR)
     {
         left = remaining(wait, start);
     }
@@ -96,7 +100,8 @@ int waitReadable(int descriptor, timeval* timeout)
         *timeout = result == 0 ? timeval{0, 0} : wholeMicroseconds(remaining(wait, start));
         errno = error;
     }
-    if (result > 0 && (entry.revents & POLLNVAL) != 0)
+    if (result > 0 &&
+        std::any_of(entries, entries + count, [](const pollfd& entry) { return (entry.revents & POLLNVAL) != 0; }))
     {
         errno = EBADF;
         return -1;

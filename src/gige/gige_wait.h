@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <ctime>
+#include <poll.h>
 #include <sys/time.h>
 #include <sys/types.h>
 
@@ -24,6 +25,10 @@ timeval timeLeft(const timeval& wait, const timespec& start);
 /// signal handler that runs meanwhile does not end the wait. 1 when readable, 0 when the time is over, -1 with errno
 /// set on a failure, an invalid time among them.
 int waitReadable(int descriptor, timeval* timeout);
+
+/// The same for several entries, of which those with a negative descriptor are left alone; `revents` says which are
+/// readable.
+int waitReadable(pollfd* entries, nfds_t count, timeval* timeout);
 
 /// Makes a transfer again as long as a signal handler breaks it off before anything was moved.
 template <typename Transfer>

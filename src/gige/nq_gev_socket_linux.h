@@ -61,6 +61,7 @@ class NQGevSocket
     bool SetReceiveBufferSize(int size);
 
   private:
+    friend class NQGevBroadcastReceiver;
     class Use;
 
     void DropInherited() NQ_REQUIRES(m_mutex);

@@ -73,6 +73,18 @@ TEST(ToolList, ShowsTheCameraWithItsModelSerialNumberAddressAndAccess)
     EXPECT_THAT(list.output, HasSubstr("access read/write"));
 }
 
+TEST(ToolList, ShowsACameraOnAnotherSubnetAsOutOfReach)
+{
+    const VirtualCamera camera({"--serial", "SN-4711"});
+    AcceptEverySource(camera.Machine());
+    Shell("ip addr del 10.77.0.1/24 dev host0 && ip addr add 192.168.9.1/24 brd + dev host0");
+    const Outcome list = RunTool({"list"}, camera.Environment());
+    EXPECT_EQ(list.exitCode, 0) << list.output;
+    EXPECT_THAT(list.output, HasSubstr("serial SN-4711"));
+    EXPECT_THAT(list.output, HasSubstr("address 10.77.0.2"));
+    EXPECT_THAT(list.output, HasSubstr("access no access"));
+}
+
 TEST(ToolList, PrintsTheSameAsJson)
 {
     const VirtualCamera camera({"--serial", "SN-4711"});

@@ -121,4 +121,11 @@ void Host::Connect(const std::string& nameHere, const std::string& addressHere, 
     Shell(AwaitLink(nameThere));
 }
 
+void AcceptEverySource(const Host& host)
+{
+    const std::string command = "for file in /proc/sys/net/ipv4/conf/*/rp_filter; do echo 0 >$file; done";
+    Shell(command);
+    host.Shell(command);
+}
+
 } // namespace nq::test

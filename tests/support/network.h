@@ -43,4 +43,8 @@ class Host
     int m_fd = -1;
 };
 
+/// Lets both ends of a cable take packets from addresses that they have no route to: in the caller's namespace and on
+/// the host the kernel's check of source addresses is switched off.
+void AcceptEverySource(const Host& host);
+
 } // namespace nq::test
