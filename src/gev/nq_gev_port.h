@@ -6,6 +6,7 @@
 #include "gentl/nq_gentl_port_info.h"
 #include "gentl/nq_gentl_xml_info.h"
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -39,5 +40,10 @@ class NQGevPortReader
     unsigned long* m_size;
 };
 
-/// The value that a write of `size` bytes gives a 4-byte register: the first four of them, zeros where there are fewer.
+/// Copies `count` bytes, up to three, that lie behind what the caller said is theirs, asking the kernel for each: one
+/// that cannot be read leaves its byte of `to` as it is.
+void NQGevCopyReadable(const unsigned char* from, unsigned char* to, std::size_t count);
+
+/// The value that a write gives a 4-byte register: the first four bytes of `buffer`, whatever `size` says. Those behind
+/// the size that cannot be read are zeros.
 unsigned int NQGevRegisterValue(const void* buffer, unsigned long size);

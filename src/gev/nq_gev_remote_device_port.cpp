@@ -8,8 +8,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <sys/uio.h>
-#include <unistd.h>
 
 namespace
 {
@@ -21,18 +19,6 @@ constexpr std::size_t urlSize = 512;
 int RoundedSize(unsigned long size)
 {
     return static_cast<int>(static_cast<unsigned int>((size + 3) & ~3UL));
-}
-
-/// Copies up to three bytes that lie behind the caller's, asking the kernel for each: one that cannot be read leaves
-/// its zero in `to`.
-void CopyBehind(const unsigned char* from, unsigned char* to, std::size_t count)
-{
-    for (std::size_t index = 0; index < count; ++index)
-    {
-        const iovec here{to + index, 1};
-        const iovec there{const_cast<unsigned char*>(from + index), 1};
-        process_vm_readv(getpid(), &here, 1, &there, 1, 0);
-    }
 }
 
 } // namespace
@@ -100,8 +86,8 @@ int NQGevRemoteDevice::WritePort(unsigned long address, const void* buffer, unsi
     {
         // Deliberate: a register and the last chunk of a long write go out as whole words of the caller's memory, up to
         // three bytes past the size. A short memory write is filled up with zeros.
-        CopyBehind(static_cast<const unsigned char*>(buffer) + *size, block.data() + *size,
-                   static_cast<std::size_t>(rounded) - *size);
+        NQGevCopyReadable(static_cast<const unsigned char*>(buffer) + *size, block.data() + *size,
+                          static_cast<std::size_t>(rounded) - *size);
     }
     bool done = false;
     if (rounded >= chunkSize)

@@ -75,9 +75,8 @@ class Model
     {
         if (written.writing == Writing::Stored)
         {
-            std::uint32_t value = 0;
-            std::memcpy(&value, bytes, std::min(size, sizeof value));
-            m_numbers[{port, written.address}] = value;
+            // Of a shorter write the rest comes from behind the memory, so only its own bytes are known.
+            m_numbers[{port, written.address}] = Bytes(bytes, bytes + std::min<std::size_t>(size, 4));
         }
         else if (port == Device && written.form == Form::Text)
         {
@@ -90,7 +89,7 @@ class Model
         const auto known = m_numbers.find({port, address});
         if (known != m_numbers.end())
         {
-            Require(std::memcmp(bytes, &known->second, 4) == 0, "a stored number is read back",
+            Require(std::equal(known->second.begin(), known->second.end(), bytes), "a stored number is read back",
                     static_cast<long>(address));
         }
         if (port == Device && address == 0x7041C)
@@ -110,7 +109,7 @@ class Model
         return file;
     }
 
-    std::map<std::pair<std::size_t, std::uint64_t>, std::uint32_t> m_numbers;
+    std::map<std::pair<std::size_t, std::uint64_t>, Bytes> m_numbers;
 };
 
 /// One access; the memory is exactly as large as its size, so that the sanitizer sees what goes beyond.

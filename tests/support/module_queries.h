@@ -2,6 +2,8 @@
 // Short forms of the info and port calls that the tests of the modules make again and again.
 #pragma once
 
+#include "support/fence.h"
+
 #include <array>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -90,6 +92,32 @@ int WriteResult(Module& module, unsigned long address, unsigned int value = 0)
 {
     unsigned long size = sizeof value;
     return module.WritePort(address, &value, &size);
+}
+
+/// A write stores the first four bytes of the caller's memory whatever its size says. Bytes behind the size that cannot
+/// be read are zeros.
+template <typename Module>
+void ExpectWritesOfAnySizeStoreFourBytes(Module& module, unsigned long address)
+{
+    const Fence readable({0x04, 0x03, 0x02, 0x01, 0xFF, 0xFF, 0xFF, 0xFF});
+    for (const unsigned long given : {0UL, 1UL, 2UL, 3UL, 4UL, 8UL})
+    {
+        WriteResult(module, address, 0xEEEEEEEE);
+        unsigned long size = given;
+        EXPECT_EQ(module.WritePort(address, readable.Data(), &size), 0) << given;
+        EXPECT_EQ(size, given);
+        EXPECT_EQ(ReadNumber<unsigned int>(module, address), 0x01020304U) << given;
+    }
+    const unsigned int filledUp[] = {0, 0x04, 0x0304, 0x020304};
+    for (unsigned long given = 0; given < 4; ++given)
+    {
+        const std::vector<unsigned char> bytes = {0x04, 0x03, 0x02};
+        const Fence atTheEnd({bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(given)});
+        WriteResult(module, address, 0xEEEEEEEE);
+        unsigned long size = given;
+        EXPECT_EQ(module.WritePort(address, atTheEnd.Data(), &size), 0) << given;
+        EXPECT_EQ(ReadNumber<unsigned int>(module, address), filledUp[given]) << given;
+    }
 }
 
 } // namespace nq::test

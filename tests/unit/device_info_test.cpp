@@ -4,6 +4,7 @@
 
 #include "entry/nq_gev_controller.h"
 #include "support/device_record.h"
+#include "support/module_queries.h"
 #include "support/register_camera.h"
 #include "support/trace_capture.h"
 
@@ -376,11 +377,12 @@ TEST_F(DeviceAnswers, NullArgumentsOfThePortAreInvalidParameters)
                             "WritePort failed! GC_ERR_INVALID_PARAMETER"));
 }
 
-TEST_F(DeviceAnswers, ARegisterWriteOfFewerThanFourBytesReadsNoMore)
+TEST_F(DeviceAnswers, DeliberatelySelectorAndNotificationTakeTheFirstFourBytesWhateverTheSizeSays)
 {
-    const std::vector<unsigned char> bytes = {2, 1};
-    EXPECT_EQ(Write(0x70304, bytes.data(), bytes.size()), 0);
-    EXPECT_EQ(As<unsigned int>(Read(0x70304).bytes), 0x0102U);
+    for (const unsigned long address : {0x70304UL, 0x70530UL})
+    {
+        nq::test::ExpectWritesOfAnySizeStoreFourBytes(*device, address);
+    }
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 
 #include "gige/nq_gev_tl_linux.h"
 #include "support/device_record.h"
+#include "support/fence.h"
 #include "support/register_camera.h"
 #include "support/trace_capture.h"
 
@@ -13,11 +14,10 @@
 #include <memory>
 #include <numeric>
 #include <string>
-#include <sys/mman.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
+using nq::test::Fence;
 using nq::test::LoopbackCamera;
 using nq::test::RegisterCamera;
 using nq::test::TraceCapture;
@@ -45,33 +45,6 @@ Bytes Body(const Bytes& datagram)
 {
     return Bytes(datagram.begin() + 8, datagram.end());
 }
-
-/// Memory that ends where an unreadable page begins.
-class Fence
-{
-  public:
-    explicit Fence(const Bytes& bytes) : m_size(bytes.size())
-    {
-        const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-        m_mapped = 2 * page;
-        m_memory = static_cast<unsigned char*>(
-            mmap(nullptr, m_mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        mprotect(m_memory + page, page, PROT_NONE);
-        m_start = m_memory + page - m_size;
-        std::copy(bytes.begin(), bytes.end(), m_start);
-    }
-    ~Fence() { munmap(m_memory, m_mapped); }
-    Fence(const Fence&) = delete;
-    Fence& operator=(const Fence&) = delete;
-
-    const void* Data() const { return m_start; }
-
-  private:
-    std::size_t m_size;
-    std::size_t m_mapped;
-    unsigned char* m_memory;
-    unsigned char* m_start;
-};
 
 class RemoteDevicePort : public testing::Test
 {

@@ -3,10 +3,7 @@
 #include "support/system_module.h"
 #include "support/trace_capture.h"
 
-#include <algorithm>
 #include <gmock/gmock.h>
-#include <memory>
-#include <new>
 #include <thread>
 
 using namespace nq::test;
@@ -174,36 +171,10 @@ TEST(SystemPort, PortCallsNeedBufferAndSize)
                             "WritePort failed! GC_ERR_INVALID_PARAMETER"));
 }
 
-TEST(SystemPort, TheSelectorTakesTheFirstFourBytesAndLeavesTheSize)
+TEST(SystemPort, DeliberatelyTheSelectorTakesTheFirstFourBytesWhateverTheSizeSays)
 {
     SystemModule system;
-    const unsigned char bytes[] = {0x04, 0x03, 0x02, 0x01, 0xFF, 0xFF, 0xFF, 0xFF};
-    for (const unsigned long given : {4ul, 8ul})
-    {
-        system.Select(0);
-        unsigned long size = given;
-        EXPECT_EQ(system.WritePort(0x50510, bytes, &size), 0);
-        EXPECT_EQ(size, given);
-        EXPECT_EQ(ReadNumber<unsigned int>(system, 0x50510), 0x01020304u);
-    }
-}
-
-TEST(SystemPort, AWriteOfLessThanFourBytesIsFilledUpWithZerosAndReadsNoFurther)
-{
-    SystemModule system;
-    const unsigned int expected[] = {0, 0x04, 0x0304, 0x020304};
-    for (unsigned long given = 0; given < 4; ++given)
-    {
-        system.Select(0xFFFFFFFF);
-        const std::vector<unsigned char> whole = {0x04, 0x03, 0x02};
-        // Of its very size, so that a sanitizer sees a byte read behind it.
-        const std::unique_ptr<unsigned char[]> bytes(new unsigned char[given]);
-        std::copy_n(whole.begin(), given, bytes.get());
-        unsigned long size = given;
-        EXPECT_EQ(system.WritePort(0x50510, bytes.get(), &size), 0);
-        EXPECT_EQ(size, given);
-        EXPECT_EQ(ReadNumber<unsigned int>(system, 0x50510), expected[given]);
-    }
+    ExpectWritesOfAnySizeStoreFourBytes(system, 0x50510);
 }
 
 TEST(SystemPort, WritingTheUpdateRegisterScansWhateverTheValue)
