@@ -2,7 +2,6 @@
 // The controller of this transport, and the one instance behind the exported functions.
 #pragma once
 
-#include "entry/nq_export.h"
 #include "gentl/nq_gentl_controller.h"
 
 #include <memory>
@@ -37,4 +36,6 @@ class NQGevController : public GigERDMA::NQGenTLController
 
 /// Built when the library is loaded, without a thread and without touching the network. Never destroyed: a thread of
 /// the consumer, or a heartbeat that nobody ended, may still be here while the process exits.
-NQ_EXPORT extern NQGevController g_Controller;
+///
+/// Exported under this name; the library itself uses a hidden one, so that each copy in a process has its own.
+extern NQGevController g_Controller __asm__("nqOwnController");

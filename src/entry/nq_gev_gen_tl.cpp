@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The controller instance, and the exported functions of library, ports and events.
+#include "entry/nq_export.h"
 #include "entry/nq_gev_controller.h"
 #include "entry/nq_gev_entry_frame.h"
 #include "gentl/nq_gentl_event.h"
@@ -9,15 +10,16 @@
 
 extern "C"
 {
-/// Memory in which no destructor runs; g_Controller is another name of it.
-alignas(NQGevController) std::byte nqControllerMemory[sizeof(NQGevController)];
+/// Memory in which no destructor runs: the controller, under the name by which the library reaches its own. A program
+/// and a second copy may take the exported name for themselves.
+alignas(NQGevController) std::byte nqOwnController[sizeof(NQGevController)];
 }
-NQ_EXPORT extern NQGevController g_Controller __attribute__((alias("nqControllerMemory")));
+NQ_EXPORT extern NQGevController nqExportedController __asm__("g_Controller") __attribute__((alias("nqOwnController")));
 
 namespace
 {
 
-[[maybe_unused]] const NQGevController* const g_builtAtLoad = new (nqControllerMemory) NQGevController;
+[[maybe_unused]] const NQGevController* const g_builtAtLoad = new (nqOwnController) NQGevController;
 
 } // namespace
 
