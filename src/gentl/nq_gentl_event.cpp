@@ -18,7 +18,10 @@ constexpr unsigned long g_QueueTraceLevel = 0x10000000;
 
 } // namespace
 
-NQGenTLEvent::NQGenTLEvent(int id) : m_bEnabled(true), m_id(id), m_signal(g_DataBit) {}
+NQGenTLEvent::NQGenTLEvent(int id, unsigned long mostPendingBytes)
+    : m_bEnabled(true), m_id(id), m_mostPendingBytes(mostPendingBytes), m_signal(g_DataBit)
+{
+}
 
 NQGenTLEvent::~NQGenTLEvent()
 {
@@ -33,13 +36,19 @@ unsigned long NQGenTLEvent::GetNumInQueue()
     return m_queue.GetSize();
 }
 
-void NQGenTLEvent::Signal(void* entry)
+bool NQGenTLEvent::Signal(void* entry)
 {
     NQLogger::getInstance().TraceA("NQGenTL", g_QueueTraceLevel, "%s Entry! Queue:%d", "Signal",
                                    static_cast<int>(m_queue.GetSize()));
     NQGenTLLock pending(m_pendingLock);
+    if ((m_queue.GetSize() + 1) * m_eventSizeMax > m_mostPendingBytes)
+    {
+        DoFlushEntry(entry);
+        return false;
+    }
     m_queue.Add(entry);
     m_signal.SetEvent(g_DataBit);
+    return true;
 }
 
 void NQGenTLEvent::Withdraw(void* entry)

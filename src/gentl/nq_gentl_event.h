@@ -22,11 +22,17 @@ namespace GigERDMA
 /// A kill that wakes a sleeping GetData is used up by it; one that comes while nobody sleeps stays until Flush. Any
 /// number of threads may call Signal and GetData. The module deletes the event only when nobody is inside GetData.
 ///
+/// What nobody fetches is kept, up to a limit that only guards the machine: see Signal.
+///
 /// An event owns the entry from Signal until DoEventGetData has freed it, unless its subclass says otherwise.
 class NQGenTLEvent
 {
   public:
-    explicit NQGenTLEvent(int id);
+    /// More than 1 GiB of records that nobody fetched would end the machine before the application.
+    static constexpr unsigned long g_MostPendingBytes = 1UL << 30;
+
+    /// Keeps no more pending entries than fill `mostPendingBytes` with what they deliver.
+    explicit NQGenTLEvent(int id, unsigned long mostPendingBytes = g_MostPendingBytes);
 
     /// Kills the signal. Entries still in the queue are left as they are.
     virtual ~NQGenTLEvent();
@@ -48,8 +54,10 @@ class NQGenTLEvent
     /// Number of pending entries.
     unsigned long GetNumInQueue();
 
-    /// Appends the entry and wakes one waiting GetData. When it throws, the entry is still the caller's.
-    void Signal(void* entry);
+    /// Appends the entry and wakes one waiting GetData. False when the pending entries fill the memory they may; the
+    /// entry, this newest one, is then dropped and passed to DoFlushEntry. It is still the caller's then, and when
+    /// Signal throws.
+    bool Signal(void* entry);
 
     /// Takes an entry that is about to be deleted out of the queue, undelivered.
     void Withdraw(void* entry);
@@ -102,6 +110,7 @@ class NQGenTLEvent
     NQGenTLEventDataQueue m_queue;
     [[maybe_unused]] const bool m_bEnabled; ///< Read by nothing.
     const int m_id;
+    const unsigned long m_mostPendingBytes;
     unsigned long m_eventSizeMax = 0;
     unsigned long m_infoDataSizeMax = 0;
     NQEventHandler m_signal;

@@ -8,7 +8,8 @@
 namespace GigERDMA
 {
 
-NQGenTLEventDeviceConnection::NQGenTLEventDeviceConnection() : NQGenTLEvent(GenTL::NQ_EVENT_DEVICE_CONNECTION)
+NQGenTLEventDeviceConnection::NQGenTLEventDeviceConnection(unsigned long mostPendingBytes)
+    : NQGenTLEvent(GenTL::NQ_EVENT_DEVICE_CONNECTION, mostPendingBytes)
 {
     SetEventSizeMax(sizeof(NQGenTLEventDeviceConnectionRecord));
     SetEventInfoDataSizeMax(sizeof(NQGenTLEventDeviceConnectionRecord::text));

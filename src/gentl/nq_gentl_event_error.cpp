@@ -8,7 +8,8 @@
 namespace GigERDMA
 {
 
-NQGenTLEventError::NQGenTLEventError() : NQGenTLEvent(GenTL::EVENT_ERROR)
+NQGenTLEventError::NQGenTLEventError(unsigned long mostPendingBytes)
+    : NQGenTLEvent(GenTL::EVENT_ERROR, mostPendingBytes)
 {
     SetEventSizeMax(sizeof(NQGenTLEventErrorRecord));
     SetEventInfoDataSizeMax(sizeof(NQGenTLEventErrorRecord::text));

@@ -8,7 +8,8 @@
 namespace GigERDMA
 {
 
-NQGenTLEventModule::NQGenTLEventModule() : NQGenTLEvent(GenTL::EVENT_MODULE)
+NQGenTLEventModule::NQGenTLEventModule(unsigned long mostPendingBytes)
+    : NQGenTLEvent(GenTL::EVENT_MODULE, mostPendingBytes)
 {
     SetEventSizeMax(sizeof(NQGenTLEventModuleRecord));
     SetEventInfoDataSizeMax(sizeof(NQGenTLEventModuleRecord::data));

@@ -9,7 +9,8 @@
 namespace GigERDMA
 {
 
-NQGenTLEventNewBuffer::NQGenTLEventNewBuffer() : NQGenTLEvent(GenTL::EVENT_NEW_BUFFER)
+NQGenTLEventNewBuffer::NQGenTLEventNewBuffer(unsigned long mostPendingBytes)
+    : NQGenTLEvent(GenTL::EVENT_NEW_BUFFER, mostPendingBytes)
 {
     SetEventSizeMax(sizeof(GenTL::S_EVENT_NEW_BUFFER));
     SetEventInfoDataSizeMax(sizeof(GenTL::BUFFER_HANDLE));

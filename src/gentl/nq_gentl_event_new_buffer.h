@@ -12,7 +12,7 @@ namespace GigERDMA
 class NQGenTLEventNewBuffer : public NQGenTLEvent
 {
   public:
-    NQGenTLEventNewBuffer();
+    explicit NQGenTLEventNewBuffer(unsigned long mostPendingBytes = g_MostPendingBytes);
 
     void DoEventGetData(void* entry, void* pBuffer, unsigned long* piSize) override;
     int DoEventGetDataInfo(const void* pInBuffer, int iInfoCmd, int* piType, void* pOutBuffer,

@@ -8,7 +8,8 @@
 namespace GigERDMA
 {
 
-NQGenTLEventRemoteDevice::NQGenTLEventRemoteDevice() : NQGenTLEvent(GenTL::EVENT_REMOTE_DEVICE)
+NQGenTLEventRemoteDevice::NQGenTLEventRemoteDevice(unsigned long mostPendingBytes)
+    : NQGenTLEvent(GenTL::EVENT_REMOTE_DEVICE, mostPendingBytes)
 {
     SetEventSizeMax(sizeof(NQGenTLEventRemoteDeviceRecord));
     SetEventInfoDataSizeMax(sizeof(NQGenTLEventRemoteDeviceRecord::data));

@@ -13,15 +13,6 @@
 namespace GigERDMA
 {
 
-namespace
-{
-
-/// Whoever reaches the message port can send events, and a consumer need not fetch them: those beyond this many, some
-/// 36 MB of records, are dropped.
-constexpr unsigned long g_MostPending = 65536;
-
-} // namespace
-
 NQGenTLMessageStream::NQGenTLMessageStream(int channelId, NQGenTLDevice* device)
     : m_channelId(static_cast<unsigned int>(channelId)), m_device(device)
 {
@@ -56,7 +47,7 @@ void NQGenTLMessageStream::TriggerRemoteDeviceEvent(unsigned int id, unsigned sh
     record->id = id;
     record->length = length;
     std::memcpy(record->data, data, length);
-    if (m_device->SignalEvent(GenTL::EVENT_REMOTE_DEVICE, record.get(), g_MostPending))
+    if (m_device->SignalEvent(GenTL::EVENT_REMOTE_DEVICE, record.get()))
         static_cast<void>(record.release());
 }
 

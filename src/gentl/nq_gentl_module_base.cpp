@@ -197,14 +197,11 @@ NQGenTLEvent* NQGenTLModuleBase::FindEventById(int id, bool remove)
     return event;
 }
 
-bool NQGenTLModuleBase::SignalEvent(int id, void* entry, unsigned long mostPending)
+bool NQGenTLModuleBase::SignalEvent(int id, void* entry)
 {
     NQGenTLLock lock(m_moduleLock);
     NQGenTLEvent* const event = FindEventById(id, false);
-    if (event == nullptr || event->GetNumInQueue() >= mostPending)
-        return false;
-    event->Signal(entry);
-    return true;
+    return event != nullptr && event->Signal(entry);
 }
 
 int NQGenTLModuleBase::RegisterEvent(int iEventID, void** phEvent)

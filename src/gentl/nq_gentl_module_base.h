@@ -7,7 +7,6 @@
 #include "gentl/nq_gentl_port_info.h"
 #include "gentl/nq_gentl_xml_info.h"
 
-#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -93,10 +92,10 @@ class NQGenTLModuleBase
     /// The registered event of that id, or null. With `remove` the caller owns it from then on.
     NQGenTLEvent* FindEventById(int id, bool remove);
 
-    /// Hands `entry` to the registered event of that id. False when there is none, or when `mostPending` entries wait
-    /// there already; the entry is then still the caller's. Unlike a search and a Signal of one's own, this is safe
-    /// against another thread that unregisters the event.
-    bool SignalEvent(int id, void* entry, unsigned long mostPending = std::numeric_limits<unsigned long>::max());
+    /// Hands `entry` to the registered event of that id. False when there is none, or when it takes no more; the entry
+    /// is then still the caller's. Unlike a search and a Signal of one's own, this is safe against another thread that
+    /// unregisters the event.
+    bool SignalEvent(int id, void* entry);
 
     /// Makes the event of that id and stores its handle in `phEvent`. -1003 when the module does not offer the event,
     /// -1004 when it is registered already, -1009 when there is nowhere to store the handle.

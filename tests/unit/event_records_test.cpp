@@ -233,6 +233,41 @@ TEST(HeapRecords, PendingRecordsAreNotFreedWithTheEvent)
     record->code = 7;
 }
 
+/// How many times the event takes `entry` until it says no.
+template <typename Entry>
+unsigned long Pending(NQGenTLEvent&& event, Entry& entry)
+{
+    while (event.GetNumInQueue() < 1000 && event.Signal(&entry))
+    {
+    }
+    EXPECT_FALSE(event.Signal(&entry));
+    return event.GetNumInQueue();
+}
+
+TEST(PendingRecords, OfEveryKindFillTheMemoryTheyMayAndNoMore)
+{
+    NQGenTLEventErrorRecord error;
+    NQGenTLEventRemoteDeviceRecord remote;
+    NQGenTLEventModuleRecord module;
+    NQGenTLEventDeviceConnectionRecord connection;
+    NQGenTLBuffer buffer(nullptr, 4, false, nullptr, nullptr);
+    EXPECT_EQ(Pending(NQGenTLEventError(4096), error), 3U);
+    EXPECT_EQ(Pending(NQGenTLEventNewBuffer(4096), buffer), 256U);
+    EXPECT_EQ(Pending(NQGenTLEventRemoteDevice(4096), remote), 7U);
+    EXPECT_EQ(Pending(NQGenTLEventModule(4096), module), 7U);
+    EXPECT_EQ(Pending(NQGenTLEventDeviceConnection(4096), connection), 15U);
+}
+
+TEST(PendingRecords, OfEveryKindMayFillOneGibibyte)
+{
+    // One entry, signalled as often as it takes: only the queue's own slots need memory.
+    NQGenTLEventErrorRecord record;
+    NQGenTLEventError event;
+    for (unsigned long taken = 0; taken < 1044495; ++taken)
+        ASSERT_TRUE(event.Signal(&record)) << taken;
+    EXPECT_FALSE(event.Signal(&record));
+}
+
 TEST(NewBufferEvent, Delivers16BytesOfHandleAndUserPointer)
 {
     NQGenTLEventNewBuffer event;

@@ -31,7 +31,7 @@ constexpr unsigned long g_QueueLevel = 0x10000000;
 class IntEvent : public GigERDMA::NQGenTLEvent
 {
   public:
-    IntEvent() : NQGenTLEvent(77)
+    explicit IntEvent(unsigned long mostPendingBytes = 1UL << 30) : NQGenTLEvent(77, mostPendingBytes)
     {
         SetEventSizeMax(sizeof(int));
         SetEventInfoDataSizeMax(3);
@@ -88,6 +88,22 @@ TEST_F(Event, EntriesArriveInTheOrderOfTheirSignals)
         EXPECT_EQ(value, expected);
     }
     EXPECT_EQ(GetData(0), -1011);
+}
+
+TEST_F(Event, TheNewestEntryIsDroppedWhenThePendingOnesFillTheirMemory)
+{
+    IntEvent limited(3 * sizeof(int) + 3);
+    for (int index = 0; index < 3; ++index)
+        EXPECT_TRUE(limited.Signal(&entries[index]));
+    EXPECT_FALSE(limited.Signal(&entries[3]));
+    EXPECT_EQ(limited.GetNumInQueue(), 3U);
+    EXPECT_EQ(limited.flushed, std::vector<int>{40}) << "what is dropped is left in a clean state";
+    unsigned long size = sizeof value;
+    EXPECT_EQ(limited.GetData(&value, &size, 0), 0);
+    EXPECT_TRUE(limited.Signal(&entries[0])) << "a fetch makes room";
+    while (limited.GetNumInQueue() != 0)
+        EXPECT_EQ(limited.GetData(&value, &size, 0), 0);
+    EXPECT_EQ(limited.delivered, (std::vector<int>{10, 20, 30, 10}));
 }
 
 TEST_F(Event, ATimeoutOfZeroOnAnEmptyQueueIsATimeout)
