@@ -2,11 +2,14 @@
 // Trace facade: the C layer over the logging library, and the class over the C layer.
 #include "entry/nq_logger.h"
 
-#include <chrono>
+#include "entry/nq_logger_hold.h"
+
+#include <cstdint>
 #include <cstdio>
 #include <dlfcn.h>
-#include <thread>
+#include <sys/mman.h>
 #include <type_traits>
+#include <unistd.h>
 
 extern "C"
 {
@@ -23,63 +26,109 @@ std::atomic<NQLTraceAFunction> g_pFnTraceA = nullptr;
 namespace
 {
 
-// True from the moment the library is given back until the next load: the slots, and after a failed load the handle
-// too, keep their values, but nothing may be reached through them any more.
-std::atomic<bool> g_libraryGone = false;
+constexpr const char* g_LibraryName = "libNQLogLinux.so.1";
 
-// How many threads are inside the logging library. It is not given back while one is.
-std::atomic<int> g_callers = 0;
+NQLoggerHold g_hold;
 
-class Caller
+// The handle whose reference OpenDLL took and CloseDLL is to give back.
+std::atomic<void*> g_owned = nullptr;
+
+// The handle that a failed load gave back at once, though g_hModule keeps it.
+std::atomic<void*> g_refused = nullptr;
+
+// One function of the logging library.
+template <class Function>
+struct Target
 {
-  public:
-    Caller() { ++g_callers; }
-    ~Caller() { --g_callers; }
-    Caller(const Caller&) = delete;
-    Caller& operator=(const Caller&) = delete;
+    const char* const symbol;
+    const Function own; // what this library exports under the name
+    std::atomic<Function>& slot;
+    std::atomic<Function> found = nullptr; // what OpenDLL found in the logging library
 };
 
-// Calls the library's function, if there is one to call; else the result is false.
-template <class Function, class... Arguments>
-auto Forward(const std::atomic<Function>& slot, Arguments... arguments)
-{
-    using Result = std::invoke_result_t<Function, Arguments...>;
-    const Caller caller;
-    const Function function = g_libraryGone ? nullptr : slot.load(std::memory_order_relaxed);
-    return function == nullptr ? Result() : function(arguments...);
-}
+constinit Target<NQLInitFunction> g_init{"NQLInit", &NQLInit, g_pFnInit};
+constinit Target<NQLCloseFunction> g_close{"NQLClose", &NQLClose, g_pFnClose};
+constinit Target<NQLRegisterModuleFunction> g_registerModule{"NQLRegisterModule", &NQLRegisterModule,
+                                                             g_pFnRegisterModule};
+constinit Target<NQLEnableFileLoggingFunction> g_enableFileLogging{"NQLEnableFileLogging", &NQLEnableFileLogging,
+                                                                   g_pFnEnableFileLogging};
+constinit Target<NQLEnableWindbgFunction> g_enableWindbg{"NQLEnableWindbg", &NQLEnableWindbg, g_pFnEnableWindbg};
+constinit Target<NQLSetGlobalDebugLevelFunction> g_setGlobalDebugLevel{
+    "NQLSetGlobalDebugLevel", &NQLSetGlobalDebugLevel, g_pFnSetGlobalDebugLevel};
+constinit Target<NQLTraceAFunction> g_traceA{"NQLTraceA", &NQLTraceA, g_pFnTraceA};
 
-// Stores the address of `symbol`. A null handle searches the process, where this library's own function of that name is
-// not an answer: it would call itself.
+// Stores the address of the target. A null handle searches the process, where this library's own function of that name
+// is not an answer: it would call itself.
 template <class Function>
-bool Resolve(const char* symbol, Function own, std::atomic<Function>& slot)
+bool Resolve(Target<Function>& target, void* library)
 {
-    auto* found = reinterpret_cast<Function>(dlsym(g_hModule.load(std::memory_order_relaxed), symbol));
-    if (found == own)
+    auto* found = reinterpret_cast<Function>(dlsym(library, target.symbol));
+    if (found == target.own)
     {
         found = nullptr;
     }
-    slot.store(found, std::memory_order_relaxed);
+    target.found = library != nullptr ? found : nullptr;
+    target.slot = found;
     return found != nullptr;
 }
 
-void GiveBackLibrary()
+bool IsMapped(const void* code)
 {
-    void* const library = g_hModule.load(std::memory_order_relaxed);
-    if (library == nullptr || g_libraryGone.exchange(true))
+    const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    unsigned char resident = 0;
+    return mincore(reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(code) & ~(page - 1)), 1, &resident) == 0;
+}
+
+// A target's function, whose code stays in place while this lives; null when there is none or its code is gone.
+template <class Function>
+class Use
+{
+  public:
+    explicit Use(const Target<Function>& target) : m_entered(g_hold.Enter()), m_function(target.slot)
     {
-        return;
-    }
-    // In a forked child a caller may never come back: then the library stays loaded.
-    for (int waits = 0; g_callers != 0; ++waits)
-    {
-        if (waits == 1000)
+        if (m_entered || m_function == nullptr)
         {
             return;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        // Not, or no longer, this library's to keep: others may have it loaded, and a host may have stored a function
+        // of its own.
+        m_borrowed = dlopen(g_LibraryName, RTLD_LAZY | RTLD_NOLOAD);
+        void* const code = reinterpret_cast<void*>(m_function);
+        const bool isLoaded = m_borrowed != nullptr && dlsym(m_borrowed, target.symbol) == code;
+        if (!isLoaded && (m_function == target.found || !IsMapped(code)))
+        {
+            m_function = nullptr;
+        }
     }
-    dlclose(library);
+    ~Use()
+    {
+        if (m_entered)
+        {
+            g_hold.Leave();
+        }
+        if (m_borrowed != nullptr)
+        {
+            dlclose(m_borrowed);
+        }
+    }
+    Use(const Use&) = delete;
+    Use& operator=(const Use&) = delete;
+
+    Function Get() const { return m_function; }
+
+  private:
+    const bool m_entered;
+    Function m_function;
+    void* m_borrowed = nullptr;
+};
+
+// Calls the target's function, if there is one to call; else the result is false.
+template <class Function, class... Arguments>
+auto Forward(const Target<Function>& target, Arguments... arguments)
+{
+    using Result = std::invoke_result_t<Function, Arguments...>;
+    const Use<Function> use(target);
+    return use.Get() == nullptr ? Result() : use.Get()(arguments...);
 }
 
 } // namespace
@@ -89,78 +138,93 @@ extern "C"
 
 unsigned int OpenDLL()
 {
-    g_hModule.store(dlopen("libNQLogLinux.so.1", RTLD_LAZY), std::memory_order_relaxed);
-    if (g_hModule.load(std::memory_order_relaxed) == nullptr)
+    void* const library = dlopen(g_LibraryName, RTLD_LAZY);
+    if (library == nullptr)
     {
         // Deliberate: the one console line of the library, with this wording.
         std::puts("return GetLastError();");
     }
-    g_libraryGone = false;
+    bool complete = Resolve(g_init, library);
+    complete = Resolve(g_close, library) && complete;
+    complete = Resolve(g_registerModule, library) && complete;
+    complete = Resolve(g_enableFileLogging, library) && complete;
+    complete = Resolve(g_enableWindbg, library) && complete;
+    complete = Resolve(g_setGlobalDebugLevel, library) && complete;
+    complete = Resolve(g_traceA, library) && complete;
 
-    bool complete = Resolve("NQLInit", &NQLInit, g_pFnInit);
-    complete = Resolve("NQLClose", &NQLClose, g_pFnClose) && complete;
-    complete = Resolve("NQLRegisterModule", &NQLRegisterModule, g_pFnRegisterModule) && complete;
-    complete = Resolve("NQLEnableFileLogging", &NQLEnableFileLogging, g_pFnEnableFileLogging) && complete;
-    complete = Resolve("NQLEnableWindbg", &NQLEnableWindbg, g_pFnEnableWindbg) && complete;
-    complete = Resolve("NQLSetGlobalDebugLevel", &NQLSetGlobalDebugLevel, g_pFnSetGlobalDebugLevel) && complete;
-    complete = Resolve("NQLTraceA", &NQLTraceA, g_pFnTraceA) && complete;
-    if (complete)
-    {
-        return 0;
-    }
     // Deliberate: handle and slots keep their values after a failed load.
-    GiveBackLibrary();
-    return 0xFFFFFFFF;
+    g_refused = complete ? nullptr : library;
+    if (library != nullptr && !complete)
+    {
+        dlclose(library);
+    }
+    else if (library != nullptr && g_hold.Hold(library))
+    {
+        g_owned = library;
+    }
+    g_hModule = library;
+    return complete ? 0 : 0xFFFFFFFF;
 }
 
 void CloseDLL()
 {
     // Deliberate: the slots keep their values.
-    GiveBackLibrary();
-    g_hModule.store(nullptr, std::memory_order_relaxed);
+    void* const library = g_hModule.exchange(nullptr);
+    if (library == nullptr || library == g_refused)
+    {
+        return;
+    }
+    if (void* owned = library; g_owned.compare_exchange_strong(owned, nullptr))
+    {
+        g_hold.Leave();
+    }
+    else
+    {
+        dlclose(library); // stored by the host
+    }
 }
 
 bool NQLInit()
 {
-    if (g_hModule.load(std::memory_order_relaxed) == nullptr && OpenDLL() != 0)
+    if (g_hModule == nullptr && OpenDLL() != 0)
     {
         return false;
     }
-    return Forward(g_pFnInit);
+    return Forward(g_init);
 }
 
 void NQLClose()
 {
-    if (!g_libraryGone && g_pFnClose.load(std::memory_order_relaxed) != nullptr)
+    if (g_pFnClose != nullptr)
     {
-        Forward(g_pFnClose);
+        Forward(g_close);
         CloseDLL();
     }
 }
 
 bool NQLRegisterModule(const char* module, unsigned int id)
 {
-    return Forward(g_pFnRegisterModule, module, id);
+    return Forward(g_registerModule, module, id);
 }
 
 bool NQLEnableFileLogging(bool enable, const char* fileName)
 {
-    return Forward(g_pFnEnableFileLogging, enable, fileName);
+    return Forward(g_enableFileLogging, enable, fileName);
 }
 
 bool NQLEnableWindbg(bool enable)
 {
-    return Forward(g_pFnEnableWindbg, enable);
+    return Forward(g_enableWindbg, enable);
 }
 
 bool NQLSetGlobalDebugLevel(unsigned long level)
 {
-    return Forward(g_pFnSetGlobalDebugLevel, level);
+    return Forward(g_setGlobalDebugLevel, level);
 }
 
 void NQLTraceA(const char* module, unsigned long level, const char* format, va_list arguments)
 {
-    Forward(g_pFnTraceA, module, level, format, arguments);
+    Forward(g_traceA, module, level, format, arguments);
 }
 }
 

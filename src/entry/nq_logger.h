@@ -32,16 +32,18 @@ NQ_EXPORT extern std::atomic<NQLTraceAFunction> g_pFnTraceA;
 /// the library it prints one line on standard output.
 NQ_EXPORT unsigned int OpenDLL();
 
-/// Unloads the library. The function slots keep their values.
+/// Gives the library back and returns at once: a thread that is still inside does so when it leaves. The function slots
+/// keep their values.
 NQ_EXPORT void CloseDLL();
 
 /// Loads the library when it is not loaded and initialises it; the library's result, false when there is none.
 NQ_EXPORT bool NQLInit();
 
-/// Closes the library and unloads it. Nothing without a library.
+/// Closes the library and gives it back. Nothing while the slot of its NQLClose is null.
 NQ_EXPORT void NQLClose();
 
-// The following forward to the library; without one they return false or do nothing.
+// The following forward to what their slots hold, also after CloseDLL when others keep the library loaded. Where that
+// is nothing, or code that is gone, they return false or do nothing.
 
 NQ_EXPORT bool NQLRegisterModule(const char* module, unsigned int id);
 NQ_EXPORT bool NQLEnableFileLogging(bool enable, const char* fileName);
@@ -55,7 +57,7 @@ NQ_EXPORT void NQLTraceA(const char* module, unsigned long level, const char* fo
 ///
 ///     closed --Open() reaches the library--> open --Close(), or the end of the process--> closed
 ///
-/// No operation takes a lock. TraceA may run on any thread; the host ends its tracing threads before it calls Close.
+/// No operation takes a lock or waits. TraceA may run on any thread, also while another calls Close.
 class NQ_EXPORT NQLogger
 {
   public:

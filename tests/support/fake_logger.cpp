@@ -37,6 +37,16 @@ void FakeLogger::SetInitResult(bool result) const
     reinterpret_cast<void (*)(bool)>(Find("FakeLoggerSetInitResult"))(result);
 }
 
+void FakeLogger::HoldTraces(bool hold) const
+{
+    reinterpret_cast<void (*)(bool)>(Find("FakeLoggerHoldTraces"))(hold);
+}
+
+void FakeLogger::AwaitHeld(unsigned int count) const
+{
+    reinterpret_cast<void (*)(unsigned int)>(Find("FakeLoggerAwaitHeld"))(count);
+}
+
 std::vector<std::string> FakeLogger::Lines() const
 {
     auto* const line = reinterpret_cast<bool (*)(std::size_t, char*, std::size_t)>(Find("FakeLoggerLine"));

@@ -26,6 +26,12 @@ class FakeLogger
     /// What NQLInit of the fake answers; true from the start.
     void SetInitResult(bool result) const;
 
+    /// While `hold` is in force, whoever traces stays inside the library.
+    void HoldTraces(bool hold) const;
+
+    /// Returns once that many threads are held.
+    void AwaitHeld(unsigned int count) const;
+
     /// All lines so far. A trace line reads "<module> <level> <text>", any other call "call <name> <arguments>".
     std::vector<std::string> Lines() const;
     void Clear() const;

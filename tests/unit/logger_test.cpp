@@ -5,11 +5,13 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <cstdarg>
 #include <dlfcn.h>
 #include <map>
 #include <string>
 #include <thread>
+#include <vector>
 
 using nq::test::FakeLogger;
 using testing::ElementsAre;
@@ -163,6 +165,129 @@ TEST(LoggerC, NothingIsReachedThroughTheSlotsOfAnUnloadedLibrary)
     EXPECT_FALSE(NQLEnableWindbg(true));
     EXPECT_FALSE(NQLSetGlobalDebugLevel(1));
     NQLClose();
+}
+
+bool IsLoaded()
+{
+    void* const library = dlopen(NQ_FAKE_LOGGER_PATH, RTLD_NOW | RTLD_NOLOAD);
+    return library != nullptr && dlclose(library) == 0;
+}
+
+TEST(LoggerC, CallsGoOnAfterCloseDllWhileOthersKeepTheLibrary)
+{
+    const FakeLogger fake;
+    ASSERT_EQ(OpenDLL(), 0U);
+    CloseDLL();
+    EXPECT_TRUE(NQLRegisterModule("mod", 42));
+    EXPECT_TRUE(NQLEnableFileLogging(true, "file.log"));
+    EXPECT_TRUE(NQLEnableWindbg(false));
+    EXPECT_TRUE(NQLSetGlobalDebugLevel(3));
+    TraceThroughC("%d", 1);
+    NQLClose();
+    NQLClose();
+    EXPECT_THAT(fake.Lines(), ElementsAre("call NQLRegisterModule mod 42", "call NQLEnableFileLogging true file.log",
+                                          "call NQLEnableWindbg false", "call NQLSetGlobalDebugLevel 3", "Module 8 1",
+                                          "call NQLClose", "call NQLClose"));
+}
+
+TEST(LoggerC, CallsGoOnAfterAFailedLoadWhileOthersKeepTheLibrary)
+{
+    const FakeLogger incomplete(NQ_INCOMPLETE_FAKE_LOGGER_PATH);
+    ASSERT_EQ(OpenDLL(), 0xFFFFFFFFU);
+    EXPECT_TRUE(NQLInit()) << "the handle is set, so nothing is loaded again";
+    EXPECT_TRUE(NQLRegisterModule("m", 1));
+    EXPECT_FALSE(NQLSetGlobalDebugLevel(1));
+    CloseDLL();
+    EXPECT_TRUE(NQLEnableWindbg(true));
+    EXPECT_THAT(incomplete.Lines(),
+                ElementsAre("call NQLInit", "call NQLRegisterModule m 1", "call NQLEnableWindbg true"));
+}
+
+TEST(LoggerC, TheLastCallerInsideGivesTheLibraryBackAndNobodyWaitsForIt)
+{
+    FakeLogger fake;
+    ASSERT_EQ(OpenDLL(), 0U);
+    auto* const hold = reinterpret_cast<void (*)(bool)>(fake.Find("FakeLoggerHoldTraces"));
+    fake.HoldTraces(true);
+    std::thread first(TraceThroughC, "first");
+    std::thread second(TraceThroughC, "second");
+    fake.AwaitHeld(2);
+    fake.LetGo();
+    CloseDLL();
+    EXPECT_EQ(g_hModule, nullptr);
+    hold(false);
+    first.join();
+    second.join();
+    EXPECT_FALSE(IsLoaded());
+    EXPECT_FALSE(NQLRegisterModule("m", 1));
+}
+
+TEST(LoggerC, ALoadWhileACallerOfTheLastOneIsInsideKeepsTheLibrary)
+{
+    FakeLogger fake;
+    ASSERT_EQ(OpenDLL(), 0U);
+    fake.HoldTraces(true);
+    std::thread inside(TraceThroughC, "inside");
+    fake.AwaitHeld(1);
+    CloseDLL();
+    ASSERT_EQ(OpenDLL(), 0U);
+    fake.HoldTraces(false);
+    inside.join();
+    fake.LetGo();
+    EXPECT_TRUE(NQLRegisterModule("m", 1));
+    CloseDLL();
+    EXPECT_FALSE(IsLoaded());
+}
+
+TEST(LoggerC, EveryThreadMayTraceWhileTheLibraryIsLoadedAndGivenBack)
+{
+    std::atomic<bool> stop = false;
+    std::vector<std::thread> tracing;
+    for (int thread = 0; thread < 3; ++thread)
+    {
+        tracing.emplace_back([&stop] {
+            while (!stop)
+            {
+                TraceThroughC("%d", 1);
+            }
+        });
+    }
+    for (int round = 0; round < 200; ++round)
+    {
+        FakeLogger fake;
+        EXPECT_EQ(OpenDLL(), 0U);
+        fake.LetGo();
+        CloseDLL();
+    }
+    stop = true;
+    for (std::thread& thread : tracing)
+    {
+        thread.join();
+    }
+    EXPECT_FALSE(IsLoaded());
+}
+
+unsigned long g_levelOfTheHost = 0;
+
+bool SetLevelOfTheHost(unsigned long level)
+{
+    g_levelOfTheHost = level;
+    return true;
+}
+
+TEST(LoggerC, AFunctionThatAHostStoredIsCalledWithAndWithoutTheLibrary)
+{
+    g_pFnSetGlobalDebugLevel = SetLevelOfTheHost;
+    EXPECT_TRUE(NQLSetGlobalDebugLevel(7));
+    EXPECT_EQ(g_levelOfTheHost, 7U);
+    FakeLogger fake;
+    ASSERT_EQ(OpenDLL(), 0U);
+    fake.LetGo();
+    CloseDLL();
+    ASSERT_FALSE(IsLoaded());
+    g_pFnSetGlobalDebugLevel = SetLevelOfTheHost;
+    EXPECT_TRUE(NQLSetGlobalDebugLevel(8));
+    EXPECT_EQ(g_levelOfTheHost, 8U);
 }
 
 std::string LibraryWithout(const std::string& function)

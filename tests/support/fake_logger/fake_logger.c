@@ -17,6 +17,9 @@ static pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;
 static char g_lines[LINES][WIDTH];
 static size_t g_count;
 static bool g_initResult = true;
+static pthread_cond_t g_changed = PTHREAD_COND_INITIALIZER;
+static bool g_holds;
+static unsigned int g_held;
 
 static void AddArguments(const char* prefix, const char* format, va_list arguments)
 {
@@ -60,6 +63,26 @@ bool FakeLoggerLine(size_t index, char* text, size_t space)
     }
     pthread_mutex_unlock(&g_mutex);
     return found;
+}
+
+/// From now on, until told otherwise, whoever traces stays inside.
+void FakeLoggerHoldTraces(bool hold)
+{
+    pthread_mutex_lock(&g_mutex);
+    g_holds = hold;
+    pthread_cond_broadcast(&g_changed);
+    pthread_mutex_unlock(&g_mutex);
+}
+
+/// Returns once that many threads are held inside.
+void FakeLoggerAwaitHeld(unsigned int count)
+{
+    pthread_mutex_lock(&g_mutex);
+    while (g_held < count)
+    {
+        pthread_cond_wait(&g_changed, &g_mutex);
+    }
+    pthread_mutex_unlock(&g_mutex);
 }
 
 void FakeLoggerClear(void)
@@ -120,6 +143,15 @@ bool NQLSetGlobalDebugLevel(unsigned long level)
 void NQLTraceA(const char* module, unsigned long level, const char* format, va_list arguments)
 {
     char prefix[64];
+    pthread_mutex_lock(&g_mutex);
+    ++g_held;
+    pthread_cond_broadcast(&g_changed);
+    while (g_holds)
+    {
+        pthread_cond_wait(&g_changed, &g_mutex);
+    }
+    --g_held;
+    pthread_mutex_unlock(&g_mutex);
     snprintf(prefix, sizeof(prefix), "%s %lu ", module, level);
     AddArguments(prefix, format, arguments);
 }
