@@ -64,8 +64,12 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
     /// camera, of 100 ms at most.
     int GetDeviceInfo(const char* id, int command, int* type, void* buffer, unsigned long* size) override;
 
-    /// Scans for 2 s when the id is unknown. GC_ERR_ACCESS_DENIED when the camera refuses the access asked for. While
-    /// another thread opens the same id, waits for its outcome first.
+    /// Scans for 2 s when the id is unknown, then asks the camera who controls it, for 100 ms at most. While another
+    /// thread opens the same id, waits for its outcome first. GC_ERR_ACCESS_DENIED when the camera is exclusively
+    /// another's or outside the adapter's subnet (it is not asked then), and for more than reading unless it answers
+    /// that nobody controls it. GC_ERR_INVALID_PARAMETER for a null pointer or flags of 5 to 999,
+    /// GC_ERR_RESOURCE_IN_USE when the id is open, GC_ERR_INVALID_ID when no scan finds it, GC_ERR_NOT_IMPLEMENTED for
+    /// flags other than 2 to 4; else the result of the device's Open().
     int OpenDevice(const char* id, int flags, void** handle) override;
 
     int CloseDevice(void* handle) override;

@@ -55,12 +55,16 @@ class NQGevRemoteDevice : public GigERDMA::NQGenTLRemoteDevice
     /// The camera's own URLs, read once and then kept; asked for again while none could be read.
     std::vector<std::string> GetURLList() override;
 
-    /// Reads `*size` bytes of the camera. Up to 4 bytes are one register access in network order, more are memory
+    /// Reads `*size` bytes of the camera. One to 4 bytes are one register access in network order, more are memory
     /// accesses of at most 512 bytes each. Returns -1010 when the camera did not answer all of them; then `buffer` is
     /// left alone. `*size` is never changed.
     int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
 
-    /// Writes `*size` bytes to the camera, filled up with zeros to a multiple of 4, in the same portions as ReadPort.
+    /// Writes `*size` bytes to the camera, rounded up to a multiple of 4: four are one register access, up to 508 one
+    /// memory access, more are memory accesses of at most 512 bytes each. A register and the last of several accesses
+    /// take up to three bytes behind the size from the caller's memory, zeros where it ends; one memory access is
+    /// filled up with zeros. -1002 while the module is closed, -1009 for a null pointer or a size of 2 GiB, -1010 when
+    /// the camera did not acknowledge all of them: the earlier ones are then written. `*size` is never changed.
     int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
 
     std::string GetId() override;
