@@ -98,13 +98,26 @@ TEST(Load, ByAnotherNameOfTheSameFileGivesOneLibrary)
     EXPECT_EQ(second.GCInitLib(), -1004);
 }
 
+/// A copy of the library's file, gone again once it is loaded.
+struct LibraryCopy
+{
+    explicit LibraryCopy(int flags) : producer(Make(), flags) { std::filesystem::remove(Path()); }
+
+    static std::string Path() { return std::filesystem::temp_directory_path() / ("copy-" + std::to_string(getpid())); }
+    static std::string Make()
+    {
+        std::filesystem::copy_file(NQ_CTI_PATH, Path());
+        return Path();
+    }
+
+    const Producer producer;
+};
+
 TEST(Load, ASecondCopyOfTheFileIsALibraryOfItsOwnThatSharesTheLogger)
 {
-    const std::filesystem::path copy = std::filesystem::temp_directory_path() / ("copy-" + std::to_string(getpid()));
-    std::filesystem::copy_file(NQ_CTI_PATH, copy);
     const Producer first(NQ_CTI_PATH, RTLD_NOW | RTLD_GLOBAL);
-    const Producer second(copy.string(), RTLD_NOW | RTLD_GLOBAL);
-    std::filesystem::remove(copy);
+    const LibraryCopy copy(RTLD_NOW | RTLD_GLOBAL);
+    const Producer& second = copy.producer;
     EXPECT_NE(second.Find("g_Controller"), first.Find("g_Controller"));
     EXPECT_EQ(first.GCInitLib(), 0);
     EXPECT_EQ(second.GCInitLib(), 0);
@@ -122,11 +135,9 @@ TEST(Load, ASecondCopyInAScopeOfItsOwnTracesThroughTheSameLogger)
 #if defined(__clang__)
     GTEST_SKIP() << "this compiler has no unique symbols";
 #else
-    const std::filesystem::path copy = std::filesystem::temp_directory_path() / ("local-" + std::to_string(getpid()));
-    std::filesystem::copy_file(NQ_CTI_PATH, copy);
     const Producer first;
-    const Producer second(copy.string());
-    std::filesystem::remove(copy);
+    const LibraryCopy copy(RTLD_NOW | RTLD_LOCAL);
+    const Producer& second = copy.producer;
     EXPECT_NE(second.Find("g_Controller"), first.Find("g_Controller"));
     ASSERT_EQ(second.Find(loggerInstance), first.Find(loggerInstance));
     ASSERT_EQ(first.GCInitLib(), 0);
@@ -139,6 +150,23 @@ TEST(Load, ASecondCopyInAScopeOfItsOwnTracesThroughTheSameLogger)
     EXPECT_EQ(second.TLGetNumInterfaces(system, &count), 0);
     EXPECT_EQ(second.LastErrorCode(), 0) << "last errors are the copies' own";
 #endif
+}
+
+TEST(Load, ASecondCopyLoadedGloballyTracesUntilTheFirstClosesTheLogger)
+{
+    const Producer first(NQ_CTI_PATH, RTLD_NOW | RTLD_GLOBAL);
+    const LibraryCopy copy(RTLD_NOW | RTLD_GLOBAL);
+    const Producer& second = copy.producer;
+    {
+        ProducerTrace trace(first);
+        EXPECT_EQ(second.TLClose(nullptr), -1002);
+        EXPECT_THAT(trace.Take(),
+                    testing::ElementsAre("NQGenTL 32 TLClose Entry", "NQGenTL 2 TLClose GC_ERR_NOT_INITIALIZED"));
+    }
+    EXPECT_EQ(second.TLClose(nullptr), -1002);
+    auto* const registerModule =
+        reinterpret_cast<bool (*)(const char*, unsigned int)>(second.Find("NQLRegisterModule"));
+    EXPECT_FALSE(registerModule("m", 1)) << "the logging library is gone";
 }
 
 TEST(Load, MayBeGivenBackOpenAndLoadedAgain)
