@@ -154,7 +154,7 @@ FrameTicket Acquisition::Take()
 Acquisition::Counters Acquisition::Count() const
 {
     const std::lock_guard lock(m_mutex);
-    return {m_enabled, m_started || m_autoStarted, m_taken, m_lost};
+    return {m_enabled, m_started || m_autoStarted, Active(), m_taken, m_lost};
 }
 
 } // namespace nq::camera

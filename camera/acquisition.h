@@ -75,7 +75,10 @@ class Acquisition
     struct Counters
     {
         bool streamEnabled = false;
+        /// AcquisitionStart was executed, or free running stands for it.
         bool started = false;
+        /// Both of the above: frames are taken when they are due.
+        bool running = false;
         std::uint64_t taken = 0;
         std::uint64_t lost = 0;
     };

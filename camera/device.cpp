@@ -180,8 +180,9 @@ GvcpStatus Device::Check(std::uint32_t address, std::uint32_t value) const
     case kPixelFormat:
         return CheckGeometry(address, value);
     case kTestPattern:
-    case kAcquisitionMode:
         return Streaming() ? GvcpStatus::WriteProtect : upTo(2);
+    case kAcquisitionMode:
+        return m_acquisition.Count().running ? GvcpStatus::WriteProtect : upTo(2);
     case kAcquisitionFrameCount:
         return value == 0 ? GvcpStatus::InvalidParameter : upTo(65535);
     case kAcquisitionFrameRate:

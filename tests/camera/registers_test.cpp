@@ -213,6 +213,55 @@ TEST(CameraRegisters, GeometryIsFixedWhileTheStreamIsEnabled)
     EXPECT_EQ(host.Write(4, 0x10000, 100), 0U);
 }
 
+TEST(CameraRegisters, AcquisitionModeMayBeWrittenUntilAnAcquisitionRuns)
+{
+    const VirtualCamera camera({"--no-free-run"});
+    const RawHost host;
+    host.TakeControl();
+    EXPECT_EQ(host.Write(1, 0xE030, 0x80000000), 0U);
+    EXPECT_EQ(host.Write(2, 0x10020, 2), 0U);
+    EXPECT_EQ(host.Read(0x10020), 2U);
+    EXPECT_EQ(host.Write(3, 0x10020, 3), 0x8002U);
+    EXPECT_EQ(host.Write(4, 0x10024, 1), 0U); // AcquisitionStart
+    EXPECT_EQ(host.Write(5, 0x10020, 1), 0x8004U);
+    EXPECT_EQ(host.Read(0x10020), 2U);
+    EXPECT_EQ(host.Write(6, 0x10028, 1), 0U); // AcquisitionStop
+    EXPECT_EQ(host.Write(7, 0x10020, 1), 0U);
+}
+
+TEST(CameraRegisters, AcquisitionModeIsFixedWhileTheStreamRunsFreely)
+{
+    const VirtualCamera camera;
+    const RawHost host;
+    host.TakeControl();
+    EXPECT_EQ(host.Write(1, 0xE030, 0x80000000), 0U);
+    EXPECT_EQ(host.Write(2, 0x10020, 1), 0x8004U);
+    EXPECT_EQ(host.Write(3, 0x10028, 1), 0U); // AcquisitionStop
+    EXPECT_EQ(host.Write(4, 0x10020, 1), 0U);
+}
+
+TEST(CameraRegisters, AcquisitionStartedAheadOfTheStreamLeavesTheModeOpen)
+{
+    const VirtualCamera camera({"--no-free-run"});
+    const RawHost host;
+    host.TakeControl();
+    EXPECT_EQ(host.Write(1, 0x10024, 1), 0U);
+    EXPECT_EQ(host.Write(2, 0x10020, 1), 0U);
+}
+
+TEST(CameraRegisters, OffsetsGoAsFarAsTheSizeLeavesRoom)
+{
+    const VirtualCamera camera({"--width", "640", "--height", "480"});
+    const RawHost host;
+    host.TakeControl();
+    EXPECT_EQ(host.Write(1, 0x10000, 600), 0U);
+    EXPECT_EQ(host.Write(2, 0x10004, 470), 0U);
+    EXPECT_EQ(host.Write(3, 0x10008, 40), 0U);
+    EXPECT_EQ(host.Write(4, 0x1000C, 10), 0U);
+    EXPECT_EQ(host.Write(5, 0x10008, 41), 0x8002U);
+    EXPECT_EQ(host.Write(6, 0x1000C, 11), 0x8002U);
+}
+
 TEST(CameraRegisters, UnknownCommandIsNotImplemented)
 {
     const VirtualCamera camera;
