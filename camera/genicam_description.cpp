@@ -71,10 +71,16 @@ void WriteImageFormatControl(Writer& xml)
     xml.Category("ImageFormatControl");
     xml.Integer("WidthMax", feature::kWidthMax, {}, ReadOnly("Expert"));
     xml.Integer("HeightMax", feature::kHeightMax, {}, ReadOnly("Expert"));
-    xml.Integer("Width", feature::kWidth, {"1", "WidthMax"}, LockedWhileStreaming());
-    xml.Integer("Height", feature::kHeight, {"1", "HeightMax"}, LockedWhileStreaming());
-    xml.Integer("OffsetX", feature::kOffsetX, {"0", "WidthMax"}, LockedWhileStreaming());
-    xml.Integer("OffsetY", feature::kOffsetY, {"0", "HeightMax"}, LockedWhileStreaming());
+    // Size and offset limit each other. The limits stand on the other's register, not on the other feature, which would
+    // refer back to them.
+    xml.Difference("WidthLimit", "WidthMaxReg", "OffsetXReg");
+    xml.Difference("HeightLimit", "HeightMaxReg", "OffsetYReg");
+    xml.Difference("OffsetXLimit", "WidthMaxReg", "WidthReg");
+    xml.Difference("OffsetYLimit", "HeightMaxReg", "HeightReg");
+    xml.Integer("Width", feature::kWidth, {"1", "WidthLimit"}, LockedWhileStreaming());
+    xml.Integer("Height", feature::kHeight, {"1", "HeightLimit"}, LockedWhileStreaming());
+    xml.Integer("OffsetX", feature::kOffsetX, {"0", "OffsetXLimit"}, LockedWhileStreaming());
+    xml.Integer("OffsetY", feature::kOffsetY, {"0", "OffsetYLimit"}, LockedWhileStreaming());
     std::vector<std::pair<std::string, std::uint32_t>> formats;
     formats.reserve(std::size(kPixelFormats));
     for (const PixelFormat& format : kPixelFormats)

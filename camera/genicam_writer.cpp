@@ -198,6 +198,15 @@ void GenicamWriter::Text(std::string_view name, std::uint32_t address, std::uint
                Element("pPort", "Device") + Element("Cachable", "NoCache") + Close("StringReg");
 }
 
+void GenicamWriter::Difference(std::string_view name, std::string_view minuend, std::string_view subtrahend)
+{
+    const auto variable = [](std::string_view symbol, std::string_view node) {
+        return "    <pVariable Name=\"" + std::string(symbol) + "\">" + std::string(node) + "</pVariable>\n";
+    };
+    m_nodes += Open("IntSwissKnife", name, "Custom") + Element("Visibility", "Invisible") + variable("ALL", minuend) +
+               variable("USED", subtrahend) + Element("Formula", "ALL - USED") + Close("IntSwissKnife");
+}
+
 void GenicamWriter::Constant(std::string_view name, std::string_view value)
 {
     List(name);

@@ -48,6 +48,8 @@ class GenicamWriter
                              const std::vector<std::pair<std::string, std::uint32_t>>& entries);
     void Command(std::string_view name, std::uint32_t address, std::uint32_t value, const Traits& traits);
     void Text(std::string_view name, std::uint32_t address, std::uint32_t length, const Traits& traits);
+    /// An integer for limits of others, in no category: the node `minuend` less the node `subtrahend`.
+    void Difference(std::string_view name, std::string_view minuend, std::string_view subtrahend);
     /// A text that is fixed in the description.
     void Constant(std::string_view name, std::string_view value);
     /// A feature whose nodes are given as they are.

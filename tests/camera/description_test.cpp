@@ -61,6 +61,7 @@ const std::map<std::string, std::vector<std::string>> kOrder = {
       "Endianess", "Unit", "Representation"}},
     {"MaskedIntReg",
      {"Address", "Length", "AccessMode", "pPort", "Cachable", "pInvalidator", "LSB", "MSB", "Sign", "Endianess"}},
+    {"IntSwissKnife", {"Visibility", "pVariable", "Formula"}},
     {"FloatReg", {"Address", "Length", "AccessMode", "pPort", "Cachable", "pInvalidator", "Endianess"}},
     {"Port", {}},
 };
@@ -253,6 +254,33 @@ TEST(CameraDescription, ForeignControlProgramFindsTheCameraAndUsesItsFeatures)
     EXPECT_THAT(use.Output(), testing::HasSubstr("Gain = 3.5 dB"));
     EXPECT_THAT(use.Output(), testing::HasSubstr("TimestampLatch executed"));
     EXPECT_THAT(use.Output(), testing::Not(testing::HasSubstr("rror")));
+}
+
+TEST(CameraDescription, ForeignControlProgramSeesLimitsThatTheCameraAccepts)
+{
+    if (access("/usr/bin/arv-tool-0.8", X_OK) != 0)
+    {
+        GTEST_SKIP() << "arv-tool-0.8 (package aravis-tools-cli) is not installed";
+    }
+    const VirtualCamera camera({"--width", "640", "--height", "480"});
+    ChildProcess use({"/usr/bin/arv-tool-0.8", "-a", "10.77.0.2", "control", "OffsetX", "OffsetY", "Width=600",
+                      "Height=470", "OffsetX", "OffsetY", "OffsetX=40", "OffsetY=10", "OffsetX", "OffsetY", "Width",
+                      "Height", "AcquisitionMode=SingleFrame", "AcquisitionMode"});
+    ASSERT_EQ(use.WaitForExit(std::chrono::seconds(60)), 0) << use.Output();
+    EXPECT_EQ(use.Output(), "OffsetX = 0 min:0 max:0\n"
+                            "OffsetY = 0 min:0 max:0\n"
+                            "Width = 600 min:1 max:640\n"
+                            "Height = 470 min:1 max:480\n"
+                            "OffsetX = 0 min:0 max:40\n"
+                            "OffsetY = 0 min:0 max:10\n"
+                            "OffsetX = 40 min:0 max:40\n"
+                            "OffsetY = 10 min:0 max:10\n"
+                            "OffsetX = 40 min:0 max:40\n"
+                            "OffsetY = 10 min:0 max:10\n"
+                            "Width = 600 min:1 max:600\n"
+                            "Height = 470 min:1 max:470\n"
+                            "AcquisitionMode = SingleFrame\n"
+                            "AcquisitionMode = SingleFrame\n");
 }
 
 TEST(CameraDescription, ForeignDissectorReadsThePackets)
