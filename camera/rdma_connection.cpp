@@ -13,7 +13,8 @@ namespace nq::camera
 namespace
 {
 
-constexpr std::size_t kReadyMessageSize = 60;
+/// 1 in bytes 0 and 3, nothing else.
+constexpr std::array<std::uint8_t, 60> kReadyMessage{1, 0, 0, 1};
 /// Room of one receive; longer than the ready message, so that a wrong one can be told apart.
 constexpr std::size_t kMessageRoom = 64;
 /// Ready messages that may be under way at once; more than a host has buffers outstanding.
@@ -115,7 +116,7 @@ bool RdmaConnection::PostReceive(std::uint64_t index)
 void RdmaConnection::TakeMessage(const ibv_wc& completion)
 {
     const auto message = m_messages->Bytes().subspan(completion.wr_id * kMessageRoom, kMessageRoom);
-    if (completion.byte_len == kReadyMessageSize && message[0] == 1 && message[3] == 1)
+    if (std::ranges::equal(message.first(completion.byte_len), kReadyMessage))
     {
         ++m_credits;
     }

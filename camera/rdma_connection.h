@@ -15,9 +15,9 @@ namespace nq::camera
 
 /// The queue pair of one host, with the memory of its messages.
 ///
-/// The host grants a credit by a ready message of 60 bytes whose bytes 0 and 3 are 1. Each credit allows one SEND; a
-/// frame leaves from one of a few registered blocks, so that several may be on their way. Used from the stream thread
-/// only.
+/// The host grants a credit by a ready message: 60 bytes, 1 in bytes 0 and 3, 0 in all others. Each credit allows one
+/// SEND; a frame leaves from one of a few registered blocks, so that several may be on their way. Used from the stream
+/// thread only.
 class RdmaConnection
 {
   public:

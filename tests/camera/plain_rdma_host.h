@@ -147,6 +147,14 @@ class PlainRdmaHost
         AwaitReadySent();
     }
 
+    /// Sends a ready message whose byte `at` has its highest bit turned over.
+    void SendReadyWithWrongByte(std::size_t at)
+    {
+        m_ready.at(at) ^= 0x80;
+        SendReady(60, m_ready[0]);
+        m_ready.at(at) ^= 0x80;
+    }
+
     /// A receive and a ready message for every buffer.
     void GrantAll()
     {

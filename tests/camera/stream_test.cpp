@@ -207,6 +207,20 @@ TEST_F(CameraStream, StrangeMessagesAreNoCredits)
     ExpectRamp(m_host->NextFrame(), 1);
 }
 
+TEST_F(CameraStream, EveryByteOfTheReadyMessageCounts)
+{
+    Start();
+    m_host->PostReceive(0);
+    for (std::size_t at = 0; at < 60; ++at)
+    {
+        m_host->SendReadyWithWrongByte(at);
+    }
+    EXPECT_TRUE(WaitForStatus(R"("strange_messages":60,)"));
+    EXPECT_FALSE(m_host->NextFrame(kAWhile).good);
+    m_host->SendReady();
+    ExpectRamp(m_host->NextFrame(), 1);
+}
+
 TEST_F(CameraStream, SecondConnectionIsRejectedWhileTheFirstStands)
 {
     Start();
@@ -355,10 +369,7 @@ TEST_F(CameraStream, FaultsOfTheDescriptorChangeTheirFieldOnly)
 {
     Start({"--fault", "wrong-component-offset", "--no-free-run"});
     m_host->GrantAll();
-    m_control->Write(1, 0x10020, 1); // refused: the stream is enabled
-    m_control->Write(2, 0xE030, 0);
-    m_control->Write(3, 0x10020, 1);
-    Enable();
+    EXPECT_EQ(m_control->Write(1, 0x10020, 1), 0U);
     std::uint16_t id = 0x300;
     const auto take = [&] {
         m_control->Write(id++, 0x10024, 1);
