@@ -32,11 +32,11 @@ struct Typed
 
 std::string Footer()
 {
-    std::string text = "MovingRamp, the standard picture, can be checked byte by byte:\n"
+    std::string text = "MovingRamp, the default picture, can be checked byte by byte:\n"
                        "  value(x, y, c) = (x + y + 7 * frameId + 85 * c) modulo levels\n"
                        "  x, y from the upper left corner; c = 0 but for the green (1) and blue (2) of RGB8;\n"
                        "  levels 256 for 8 bits, 1024 Mono10, 4096 Mono12, 65536 Mono16 (low byte first)\n\n"
-                       "Faults, with their standard ARG and COUNT (0: until cleared):\n";
+                       "Faults, with their default ARG and COUNT (0: until cleared):\n";
     for (const FaultInfo& fault : kFaults)
     {
         text += "  " + std::string(fault.name) + ":" + std::to_string(fault.argument) + ":" +
@@ -100,7 +100,7 @@ void Define(CLI::App& app, Typed& typed)
         ->capture_default_str();
     app.add_option("--frames", camera.frameLimit, "fall quiet after this many frames; 0 is never");
     app.add_flag("--free-run,!--no-free-run", camera.freeRun,
-                 "enabling the stream starts a continuous acquisition (standard); without it AcquisitionStart does");
+                 "enabling the stream starts a continuous acquisition (default); without it AcquisitionStart does");
     app.add_option("--send-buffers", camera.sendBuffers, "frames that may be on their way at once")
         ->check(CLI::Range(1, 256))
         ->capture_default_str();
@@ -112,7 +112,7 @@ void Define(CLI::App& app, Typed& typed)
     app.add_option("--serial", camera.serial, "serial number, up to 15 bytes; further cameras count on from it")
         ->capture_default_str();
     app.add_option("--user-name", camera.userName, "user-defined name, up to 15 bytes");
-    app.add_option("--mac", typed.mac, "MAC address; standard is 02:00 and the four bytes of the address");
+    app.add_option("--mac", typed.mac, "MAC address; the default is 02:00 and the four bytes of the address");
     app.add_option("--heartbeat", camera.heartbeat, "heartbeat timeout in milliseconds at power on")
         ->check(CLI::Range(1, 3600000))
         ->capture_default_str();
