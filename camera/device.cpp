@@ -140,7 +140,7 @@ Device::WriteResult Device::Write(const Endpoint& from, std::uint32_t address, s
         {
             EndControl();
         }
-        return {.status = status};
+        return {.status = status, .tookControl = status == GvcpStatus::Success && value != 0};
     }
     if (!m_privilege.MayWrite(from))
     {

@@ -38,6 +38,8 @@ class Device
         std::chrono::milliseconds busy{0};
         /// The camera restarts once it has acknowledged.
         bool reset = false;
+        /// The writer has control of the camera by it.
+        bool tookControl = false;
     };
 
     /// `dropConnection` is called when the stream's connection is to end; it must not call back.

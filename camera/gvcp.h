@@ -19,6 +19,7 @@ constexpr std::uint8_t kFlagAllowBroadcastAck = 0x10;
 constexpr std::size_t kGvcpHeaderSize = 8;
 /// Largest command or acknowledge: 576 bytes of IP packet without its 28 bytes of IP and UDP header.
 constexpr std::size_t kGvcpMaxPacket = 548;
+constexpr std::size_t kGvcpMaxBody = kGvcpMaxPacket - kGvcpHeaderSize;
 
 enum class GvcpCode : std::uint16_t
 {

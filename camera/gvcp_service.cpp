@@ -12,7 +12,7 @@ namespace nq::camera
 namespace
 {
 
-constexpr std::size_t kMaxRead = kGvcpMaxPacket - kGvcpHeaderSize - 4;
+constexpr std::size_t kMaxRead = kGvcpMaxBody - 4;
 
 bool IsWrite(std::uint16_t code)
 {
@@ -48,6 +48,14 @@ GvcpReply GvcpService::Handle(const Endpoint& from, std::span<const std::uint8_t
         }
         return reply;
     }
+    if (command->body.size() > kGvcpMaxBody)
+    {
+        if (wantsAck)
+        {
+            reply.now = MakeGvcpAck(GvcpStatus::InvalidParameter, ackCode, command->id);
+        }
+        return reply;
+    }
     if (command->code == static_cast<std::uint16_t>(GvcpCode::DiscoveryCommand))
     {
         reply.now = MakeGvcpAck(GvcpStatus::Success, ackCode, command->id, m_device.DiscoveryBody());
@@ -56,21 +64,7 @@ GvcpReply GvcpService::Handle(const Endpoint& from, std::span<const std::uint8_t
         return reply;
     }
     m_device.Heartbeat(from);
-    if (IsRepeatedWrite(from, datagram))
-    {
-        reply.now = m_lastAck;
-    }
-    else
-    {
-        Outcome outcome = Execute(from, *command);
-        reply.now = MakeGvcpAck(outcome.status, ackCode, command->id, outcome.body);
-        reply.delay = outcome.busy;
-        reply.reset = outcome.reset;
-        const bool write = IsWrite(command->code);
-        m_lastWriter = from;
-        m_lastWrite.assign(datagram.begin(), write ? datagram.end() : datagram.begin());
-        m_lastAck = reply.now;
-    }
+    reply = Acknowledge(from, *command, datagram);
     if (!wantsAck)
     {
         reply.now.clear();
@@ -80,9 +74,28 @@ GvcpReply GvcpService::Handle(const Endpoint& from, std::span<const std::uint8_t
     return reply;
 }
 
-bool GvcpService::IsRepeatedWrite(const Endpoint& from, std::span<const std::uint8_t> datagram) const
+GvcpReply GvcpService::Acknowledge(const Endpoint& from, const GvcpCommand& command,
+                                   std::span<const std::uint8_t> datagram)
 {
-    return from == m_lastWriter && !m_lastWrite.empty() && std::ranges::equal(datagram, m_lastWrite);
+    GvcpReply reply;
+    const bool held = m_device.MayWrite(from);
+    const RepeatedWrites::Write* const earlier = m_writes.Find(from, datagram);
+    // Control that was granted may be lost by now, and then the old answer would not be true.
+    if (earlier != nullptr && (held || !earlier->tookControl))
+    {
+        reply.now = earlier->acknowledge;
+        return reply;
+    }
+    Outcome outcome = Execute(from, command);
+    reply.now = MakeGvcpAck(outcome.status, static_cast<std::uint16_t>(command.code + 1), command.id, outcome.body);
+    reply.delay = outcome.busy;
+    reply.reset = outcome.reset;
+    // What others write changes nothing and may be refused twice.
+    if (IsWrite(command.code) && (held || m_device.MayWrite(from)))
+    {
+        m_writes.Remember({from, {datagram.begin(), datagram.end()}, reply.now, outcome.tookControl});
+    }
+    return reply;
 }
 
 void GvcpService::ApplyFaults(GvcpReply& reply, std::uint16_t id, bool pendingAllowed)
@@ -134,7 +147,7 @@ GvcpService::Outcome GvcpService::Execute(const Endpoint& from, const GvcpComman
 GvcpService::Outcome GvcpService::ReadRegisters(const Endpoint& from, const GvcpCommand& command)
 {
     Outcome outcome;
-    if (command.body.empty() || command.body.size() % 4 != 0 || command.body.size() > kGvcpMaxPacket - kGvcpHeaderSize)
+    if (command.body.empty() || command.body.size() % 4 != 0)
     {
         outcome.status = GvcpStatus::InvalidParameter;
         return outcome;
@@ -168,6 +181,7 @@ GvcpService::Outcome GvcpService::WriteRegisters(const Endpoint& from, const Gvc
         outcome.status = result.status;
         outcome.busy += result.busy;
         outcome.reset |= result.reset;
+        outcome.tookControl |= result.tookControl;
         done += result.status == GvcpStatus::Success ? 1 : 0;
     }
     outcome.body = WriteAckBody(done);
@@ -214,6 +228,7 @@ GvcpService::Outcome GvcpService::WriteMemory(const Endpoint& from, const GvcpCo
         outcome.status = result.status;
         outcome.busy += result.busy;
         outcome.reset |= result.reset;
+        outcome.tookControl |= result.tookControl;
         done += result.status == GvcpStatus::Success ? 4 : 0;
     }
     outcome.body = WriteAckBody(done);

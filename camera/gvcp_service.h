@@ -5,6 +5,7 @@
 #include "device.h"
 #include "fault_plan.h"
 #include "gvcp.h"
+#include "repeated_writes.h"
 
 #include <chrono>
 #include <cstdint>
@@ -30,7 +31,7 @@ struct GvcpReply
 };
 
 /// Turns one datagram into a reply, with the faults of the plan. It sees neither sockets nor time. A write command that
-/// arrives twice from one requester with one id is executed once and acknowledged twice. Used from one thread.
+/// arrives twice from the holder of control is executed once and acknowledged twice. Used from one thread.
 class GvcpService
 {
   public:
@@ -45,6 +46,7 @@ class GvcpService
         std::vector<std::uint8_t> body;
         std::chrono::milliseconds busy{0};
         bool reset = false;
+        bool tookControl = false;
     };
 
     Outcome Execute(const Endpoint& from, const GvcpCommand& command);
@@ -52,16 +54,12 @@ class GvcpService
     Outcome WriteRegisters(const Endpoint& from, const GvcpCommand& command);
     Outcome ReadMemory(const Endpoint& from, const GvcpCommand& command);
     Outcome WriteMemory(const Endpoint& from, const GvcpCommand& command);
-    bool IsRepeatedWrite(const Endpoint& from, std::span<const std::uint8_t> datagram) const;
+    GvcpReply Acknowledge(const Endpoint& from, const GvcpCommand& command, std::span<const std::uint8_t> datagram);
     void ApplyFaults(GvcpReply& reply, std::uint16_t id, bool pendingAllowed);
 
     Device& m_device;
     FaultPlan& m_faults;
-
-    /// The latest write that was executed, and its acknowledge.
-    Endpoint m_lastWriter;
-    std::vector<std::uint8_t> m_lastWrite;
-    std::vector<std::uint8_t> m_lastAck;
+    RepeatedWrites m_writes;
 };
 
 } // namespace nq::camera
