@@ -186,7 +186,7 @@ GvcpStatus Device::Check(std::uint32_t address, std::uint32_t value) const
     case kAcquisitionFrameCount:
         return value == 0 ? GvcpStatus::InvalidParameter : upTo(65535);
     case kAcquisitionFrameRate:
-        return within(0, 100000);
+        return value == 0 ? GvcpStatus::Success : within(0.001F, 100000);
     case kExposureTime:
         return within(1, 10000000);
     case kGain:

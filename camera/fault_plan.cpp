@@ -10,11 +10,11 @@ namespace nq::camera
 
 const std::array<FaultInfo, kFaultCount> kFaults{{
     {Fault::LostAck, "lost-ack", 0, 1, "executes the command and sends no answer"},
-    {Fault::LateAck, "late-ack", 300, 1, "answers ARG milliseconds late"},
+    {Fault::LateAck, "late-ack", 300, 1, "answers ARG milliseconds late", true},
     {Fault::WrongAckId, "wrong-ack-id", 1, 1, "adds ARG to the id of the answer"},
-    {Fault::PendingAck, "pending-ack", 500, 1, "asks for ARG milliseconds of patience, then answers"},
-    {Fault::Silent, "silent", 0, 0, "ignores every packet; ARG milliseconds long when not 0"},
-    {Fault::Reboot, "reboot", 2000, 1, "drops everything, is away for ARG milliseconds, starts from defaults"},
+    {Fault::PendingAck, "pending-ack", 500, 1, "asks for ARG milliseconds of patience, then answers", true},
+    {Fault::Silent, "silent", 0, 0, "ignores every packet; ARG milliseconds long when not 0", true},
+    {Fault::Reboot, "reboot", 2000, 1, "drops everything, is away for ARG milliseconds, starts from defaults", true},
     {Fault::PrivilegeTaken, "privilege-taken", 1, 1, "gives control to somebody else, register value ARG"},
     {Fault::ShortFrame, "short-frame", 0, 1, "cuts ARG bytes off the frame's end; 0 is half the pixel data"},
     {Fault::EmptyFrame, "empty-frame", 0, 1, "sends a message of 0 bytes in place of a frame"},
@@ -26,13 +26,16 @@ const std::array<FaultInfo, kFaultCount> kFaults{{
     {Fault::IdBackwards, "id-backwards", 5, 1, "goes ARG frame ids back"},
     {Fault::RejectConnect, "reject-connect", 0, 0, "rejects every RDMA connection"},
     {Fault::DisconnectMidFrame, "disconnect-mid-frame", 0, 1, "disconnects while a frame is on its way"},
-    {Fault::SlowAccept, "slow-accept", 1000, 0, "accepts an RDMA connection ARG milliseconds late"},
+    {Fault::SlowAccept, "slow-accept", 1000, 0, "accepts an RDMA connection ARG milliseconds late", true},
     {Fault::HugePayloadSize, "huge-payload-size", 0xFFFFFFF0, 0, "claims a payload of ARG bytes in the settings"},
     {Fault::WrongEventSize, "wrong-event-size", 23, 1, "sends the event packet with ARG bytes in all"},
 }};
 
 namespace
 {
+
+/// A day.
+constexpr std::uint64_t kLongestTime = 86400000;
 
 std::size_t Index(Fault fault)
 {
@@ -98,6 +101,11 @@ Fault FaultPlan::Arm(std::string_view text)
 void FaultPlan::Arm(Fault fault, std::optional<std::uint64_t> argument, std::optional<std::uint64_t> count)
 {
     const FaultInfo& info = kFaults[Index(fault)];
+    if (info.isTime && argument.value_or(0) > kLongestTime)
+    {
+        throw std::invalid_argument("the fault '" + std::string(info.name) + "' lasts at most " +
+                                    std::to_string(kLongestTime) + " milliseconds");
+    }
     const std::lock_guard lock(m_mutex);
     State& state = m_states[Index(fault)];
     state.armed = true;

@@ -47,6 +47,8 @@ struct FaultInfo
     /// How often it strikes when no count is given; 0 is until it is cleared.
     std::uint64_t count;
     const char* help;
+    /// The argument is a time in milliseconds.
+    bool isTime = false;
 };
 
 constexpr std::size_t kFaultCount = 20;
@@ -58,7 +60,7 @@ class FaultPlan
 {
   public:
     /// Arms a fault written as NAME[:ARGUMENT[:COUNT]], numbers decimal or with 0x. Throws std::invalid_argument with a
-    /// one-line text when there is no such fault or a number is none.
+    /// one-line text when there is no such fault, a number is none, or a time is longer than a day.
     Fault Arm(std::string_view text);
     void Arm(Fault fault, std::optional<std::uint64_t> argument, std::optional<std::uint64_t> count);
 

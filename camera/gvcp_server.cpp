@@ -15,6 +15,10 @@ namespace
 constexpr std::uint32_t kLimitedBroadcast = 0xFFFFFFFF;
 /// Larger than any GVCP packet, so that one that is too long shows its true size.
 constexpr std::size_t kReceiveSize = 2048;
+/// Datagrams after which heartbeat, delayed answers and the end are looked at.
+constexpr int kDatagramsPerTurn = 64;
+/// Answers that may wait at once; what is late beyond them is lost.
+constexpr std::size_t kMostDelayed = 64;
 
 std::unique_ptr<UdpSocket> BindDirectedBroadcast(const LocalInterface& network)
 {
@@ -71,12 +75,7 @@ void GvcpServer::Run()
         poll(sockets.data(), sockets.size(), WaitTime());
         m_wake.Clear();
         SendDelayed();
-        Drain(m_unicast, false);
-        Drain(m_limitedBroadcast, true);
-        if (m_directedBroadcast)
-        {
-            Drain(*m_directedBroadcast, true);
-        }
+        TakeDatagrams();
     }
 }
 
@@ -108,18 +107,41 @@ void GvcpServer::SendDelayed()
     std::erase_if(m_delayed, [now](const Delayed& delayed) { return delayed.when <= now; });
 }
 
-void GvcpServer::Drain(const UdpSocket& socket, bool broadcast)
+void GvcpServer::TakeDatagrams()
 {
-    std::array<std::uint8_t, kReceiveSize> buffer;
-    while (const auto datagram = socket.Receive(buffer))
+    const std::array<const UdpSocket*, 3> sockets{&m_unicast, &m_limitedBroadcast, m_directedBroadcast.get()};
+    int taken = 0;
+    bool more = true;
+    while (more)
     {
-        // Every interface's broadcasts arrive; only those of the camera's own are meant for it.
-        const bool mine = !broadcast || datagram->interfaceIndex == m_network.index;
-        if (mine && !IgnoresEverything())
+        more = false;
+        // In turns, so that a flood on one of them hides nothing that comes by the others.
+        for (const UdpSocket* socket : sockets)
         {
-            Answer(datagram->from, std::span(buffer).first(datagram->size));
+            if (socket != nullptr && taken < kDatagramsPerTurn && TakeOne(*socket, socket != &m_unicast))
+            {
+                more = true;
+                ++taken;
+            }
         }
     }
+}
+
+bool GvcpServer::TakeOne(const UdpSocket& socket, bool broadcast)
+{
+    std::array<std::uint8_t, kReceiveSize> buffer;
+    const auto datagram = socket.Receive(buffer);
+    if (!datagram)
+    {
+        return false;
+    }
+    // Every interface's broadcasts arrive; only those of the camera's own are meant for it.
+    const bool mine = !broadcast || datagram->interfaceIndex == m_network.index;
+    if (mine && !IgnoresEverything())
+    {
+        Answer(datagram->from, std::span(buffer).first(datagram->size));
+    }
+    return true;
 }
 
 bool GvcpServer::IgnoresEverything()
@@ -158,7 +180,7 @@ void GvcpServer::Answer(const Endpoint& from, std::span<const std::uint8_t> data
     {
         m_unicast.Send(reply.now, broadcast ? Endpoint{kLimitedBroadcast, from.port} : from);
     }
-    if (!reply.later.empty())
+    if (!reply.later.empty() && m_delayed.size() < kMostDelayed)
     {
         m_delayed.push_back({Clock::now() + reply.delay, std::move(reply.later), from});
     }

@@ -49,7 +49,8 @@ class GvcpServer
 
     void Run();
     int WaitTime();
-    void Drain(const UdpSocket& socket, bool broadcast);
+    void TakeDatagrams();
+    bool TakeOne(const UdpSocket& socket, bool broadcast);
     void Answer(const Endpoint& from, std::span<const std::uint8_t> datagram);
     bool IgnoresEverything();
     void SendDelayed();

@@ -95,8 +95,8 @@ void Define(CLI::App& app, Typed& typed)
     app.add_option("--pattern", camera.pattern, "picture: MovingRamp, ColorBar or Noise")
         ->transform(CLI::CheckedTransformer(
             std::map<std::string, std::uint32_t>{{"MovingRamp", 0}, {"ColorBar", 1}, {"Noise", 2}}));
-    app.add_option("--fps", camera.frameRate, "frames per second; 0 is as fast as the host grants credits")
-        ->check(CLI::Range(0.0, 100000.0))
+    app.add_option("--fps", camera.frameRate,
+                   "frames per second, 0.001 to 100000; 0 is as fast as the host grants credits")
         ->capture_default_str();
     app.add_option("--frames", camera.frameLimit, "fall quiet after this many frames; 0 is never");
     app.add_flag("--free-run,!--no-free-run", camera.freeRun,
@@ -162,6 +162,11 @@ ProgramOptions Resolve(Typed& typed)
         throw std::invalid_argument("a frame may not be larger than 1 GiB");
     }
     CheckTexts(typed.camera);
+    const double rate = typed.camera.frameRate;
+    if (rate != 0 && !(rate >= 0.001 && rate <= 100000))
+    {
+        throw std::invalid_argument("--fps is neither 0 nor between 0.001 and 100000");
+    }
     const LocalInterface first = typed.address.empty() ? FindInterfaceByName(typed.interface)
                                                        : FindInterfaceByAddress(ParseAddress(typed.address));
     for (unsigned i = 0; i < typed.count; ++i)
