@@ -48,6 +48,8 @@ class ControlPrivilege
     /// What the register reads.
     std::uint32_t Value() const { return m_value; }
     std::optional<Endpoint> Holder() const { return m_holder; }
+    /// Since TakeAway, until Release.
+    bool IsTakenAway() const { return m_takenAway; }
 
   private:
     std::optional<Endpoint> m_holder;

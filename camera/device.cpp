@@ -432,7 +432,10 @@ void Device::TakePrivilege(std::uint32_t value)
 void Device::ReleasePrivilege()
 {
     const std::lock_guard lock(m_mutex);
-    EndControl();
+    if (m_privilege.IsTakenAway())
+    {
+        EndControl();
+    }
 }
 
 std::uint32_t Device::Privilege()

@@ -68,7 +68,7 @@ class Device
     void PowerCycle();
     /// Gives control to an application that never speaks.
     void TakePrivilege(std::uint32_t value);
-    /// Ends what TakePrivilege began.
+    /// Ends what TakePrivilege began; without it nothing happens.
     void ReleasePrivilege();
 
     /// What the privilege register reads.

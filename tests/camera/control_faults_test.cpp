@@ -168,6 +168,16 @@ TEST(CameraFaults, PrivilegeTakenShowsTheValueGiven)
     EXPECT_EQ(RawHost().Read(0x0A00), 2U);
 }
 
+TEST(CameraFaults, ClearingThemLeavesControlWithItsHolder)
+{
+    const VirtualCamera camera;
+    const RawHost host;
+    host.TakeControl();
+    EXPECT_EQ(camera.Control(R"({"cmd":"clear"})"), R"({"ok":true})");
+    EXPECT_EQ(host.Read(0x0A00), 2U);
+    EXPECT_EQ(host.Write(1, 0x10000, 100), 0U);
+}
+
 TEST(CameraFaults, HugePayloadSizeStandsInTheSettings)
 {
     const VirtualCamera camera({"--fault", "huge-payload-size:0x1122334455667788:1"});
