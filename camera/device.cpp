@@ -129,6 +129,13 @@ bool Device::MayWrite(const Endpoint& from)
     return m_privilege.MayWrite(from);
 }
 
+bool Device::IsControlledFrom(std::uint32_t address)
+{
+    const std::lock_guard lock(m_mutex);
+    const auto holder = m_privilege.Holder();
+    return holder && !m_privilege.IsTakenAway() && holder->address == address;
+}
+
 Device::WriteResult Device::Write(const Endpoint& from, std::uint32_t address, std::uint32_t value)
 {
     const std::lock_guard lock(m_mutex);

@@ -53,6 +53,8 @@ class Device
     WriteResult Write(const Endpoint& from, std::uint32_t address, std::uint32_t value);
     /// Whether a packet of `from` counts as coming from the holder of control.
     bool MayWrite(const Endpoint& from);
+    /// Whether the holder of control has this address.
+    bool IsControlledFrom(std::uint32_t address);
 
     /// The 248 bytes that a discovery acknowledge carries.
     std::vector<std::uint8_t> DiscoveryBody();

@@ -8,6 +8,7 @@
 #include <arpa/inet.h>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -21,17 +22,27 @@ namespace
 
 constexpr std::uint16_t kRdmaPort = 4791;
 constexpr int kBacklog = 8;
+/// A host that lives answers an acceptance within milliseconds.
+constexpr std::chrono::seconds kEstablishTime{5};
 
 [[noreturn]] void ThrowErrno(const char* call)
 {
     throw std::system_error(errno, std::generic_category(), call);
 }
 
+/// The earlier of two times, either of which may be none.
+std::optional<RdmaServer::Clock::time_point> Earlier(std::optional<RdmaServer::Clock::time_point> one,
+                                                     std::optional<RdmaServer::Clock::time_point> other)
+{
+    return one && other ? std::min(*one, *other) : one.has_value() ? one : other;
+}
+
 } // namespace
 
 RdmaServer::RdmaServer(std::uint32_t address, Acquisition& acquisition, MessageChannel& messages, FaultPlan& faults,
-                       std::uint32_t sendBuffers)
-    : m_acquisition(acquisition), m_messages(messages), m_faults(faults), m_sendBuffers(sendBuffers)
+                       std::uint32_t sendBuffers, Admission admission)
+    : m_acquisition(acquisition), m_messages(messages), m_faults(faults), m_sendBuffers(sendBuffers),
+      m_admission(std::move(admission))
 {
     Listen(address);
 }
@@ -119,9 +130,13 @@ void RdmaServer::Run()
         {
             Accept();
         }
+        if (m_establishBy && Clock::now() >= *m_establishBy)
+        {
+            CloseConnection();
+        }
         const auto due = SendFrames();
         Publish();
-        Wait(m_acceptAt ? m_acceptAt : due);
+        Wait(Earlier(Earlier(m_acceptAt, m_establishBy), due));
     }
 }
 
@@ -171,7 +186,11 @@ void RdmaServer::TakeConnectionEvent()
         OnRequest(id);
         break;
     case RDMA_CM_EVENT_ESTABLISHED:
-        m_established = m_established || current;
+        if (current)
+        {
+            m_established = true;
+            m_establishBy.reset();
+        }
         if (current && m_endOnceEstablished)
         {
             CloseConnection();
@@ -198,7 +217,7 @@ void RdmaServer::OnRequest(rdma_cm_id* id)
     {
         EndConnection(); // the request may come from the next host already
     }
-    if (m_connection || m_faults.Strike(Fault::RejectConnect))
+    if (m_connection || !IsAdmitted(id) || m_faults.Strike(Fault::RejectConnect))
     {
         ++m_rejected;
         rdma_reject(id, nullptr, 0);
@@ -217,12 +236,25 @@ void RdmaServer::OnRequest(rdma_cm_id* id)
     }
 }
 
+bool RdmaServer::IsAdmitted(rdma_cm_id* id) const
+{
+    const sockaddr* const peer = rdma_get_peer_addr(id);
+    if (peer->sa_family != AF_INET)
+    {
+        return false;
+    }
+    sockaddr_in place{};
+    std::memcpy(&place, peer, sizeof(place));
+    return m_admission(ntohl(place.sin_addr.s_addr));
+}
+
 void RdmaServer::Accept()
 {
     m_acceptAt.reset();
     try
     {
         m_connection->Accept();
+        m_establishBy = Clock::now() + kEstablishTime;
         ++m_accepted;
     }
     catch (const std::exception&)
@@ -303,7 +335,7 @@ RdmaServer::AfterSend RdmaServer::SendFrame(FrameTicket ticket)
 void RdmaServer::EndConnection()
 {
     // An accepted request that is given up before the host's last word reaches it would look to the host like a
-    // connection that stands.
+    // connection that stands. If that word never comes, the connection ends when its time is over.
     const bool underWay = m_connection && !m_acceptAt && !m_established;
     if (underWay)
     {
@@ -324,6 +356,7 @@ void RdmaServer::CloseConnection()
     m_established = false;
     m_endOnceEstablished = false;
     m_acceptAt.reset();
+    m_establishBy.reset();
     m_connection.reset();
 }
 

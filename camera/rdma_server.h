@@ -12,6 +12,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -19,20 +20,25 @@
 namespace nq::camera
 {
 
-/// Listens for RDMA connections on port 4791 of the camera's address and streams to one host at a time.
+/// Listens for RDMA connections on port 4791 of the camera's address and streams to one host at a time, which is the
+/// holder of control, known by its address.
 ///
 ///     listening --request--> accepting --established--> connected --disconnect, failure, DropConnection--> listening
 ///
-/// Requests are rejected in every state but the first. All verbs calls happen on one thread of its own between Start
+/// Requests are rejected in every state but the first, and those of other hosts always. A request that was accepted and
+/// is not established within seconds is given up. All verbs calls happen on one thread of its own between Start
 /// and Stop; it also draws the frames.
 class RdmaServer
 {
   public:
     using Clock = Acquisition::Clock;
 
+    /// Whether the host of this address may connect now. Called on the server's thread.
+    using Admission = std::function<bool(std::uint32_t address)>;
+
     /// Begins to listen; throws std::system_error naming the call that failed.
     RdmaServer(std::uint32_t address, Acquisition& acquisition, MessageChannel& messages, FaultPlan& faults,
-               std::uint32_t sendBuffers);
+               std::uint32_t sendBuffers, Admission admission);
     ~RdmaServer();
     RdmaServer(const RdmaServer&) = delete;
     RdmaServer& operator=(const RdmaServer&) = delete;
@@ -76,6 +82,7 @@ class RdmaServer
     void Wait(std::optional<Clock::time_point> until);
     void TakeConnectionEvent();
     void OnRequest(rdma_cm_id* id);
+    bool IsAdmitted(rdma_cm_id* id) const;
     void Accept();
     void TakeCompletions();
     std::optional<Clock::time_point> SendFrames();
@@ -88,6 +95,7 @@ class RdmaServer
     MessageChannel& m_messages;
     FaultPlan& m_faults;
     const std::uint32_t m_sendBuffers;
+    const Admission m_admission;
 
     std::unique_ptr<rdma_event_channel, ChannelDeleter> m_channel;
     std::unique_ptr<rdma_cm_id, IdDeleter> m_listener;
@@ -96,6 +104,8 @@ class RdmaServer
     bool m_endOnceEstablished = false;
     /// When the request of m_connection is to be accepted.
     std::optional<Clock::time_point> m_acceptAt;
+    /// Until when an accepted request may take to be established.
+    std::optional<Clock::time_point> m_establishBy;
     std::unique_ptr<TestPicture> m_picture;
     std::uint64_t m_pictureNumber = 0;
 

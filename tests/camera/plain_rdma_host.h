@@ -97,10 +97,13 @@ class PlainRdmaHost
     PlainRdmaHost(const PlainRdmaHost&) = delete;
     PlainRdmaHost& operator=(const PlainRdmaHost&) = delete;
 
+    /// Asks for the connection. It is not established before NextEvent has taken the answer.
+    void Request() { Require(rdma_connect(m_id, nullptr) == 0, "rdma_connect"); }
+
     /// Asks for the connection; the event that ends the attempt.
     int Connect()
     {
-        Require(rdma_connect(m_id, nullptr) == 0, "rdma_connect");
+        Request();
         return NextEvent();
     }
 

@@ -407,6 +407,8 @@ TEST_F(CameraStream, FaultsOfTheIdShiftItFromThereOn)
 TEST_F(CameraStream, FaultRejectConnectLastsUntilCleared)
 {
     m_camera = std::make_unique<VirtualCamera>(std::vector<std::string>{"--fault", "reject-connect"});
+    const RawHost holder;
+    holder.TakeControl();
     EXPECT_EQ(PlainRdmaHost(kFrame).Connect(), RDMA_CM_EVENT_REJECTED);
     EXPECT_EQ(PlainRdmaHost(kFrame).Connect(), RDMA_CM_EVENT_REJECTED);
     m_camera->Control(R"({"cmd":"clear"})");
@@ -416,6 +418,8 @@ TEST_F(CameraStream, FaultRejectConnectLastsUntilCleared)
 TEST_F(CameraStream, FaultSlowAcceptTakesItsTime)
 {
     m_camera = std::make_unique<VirtualCamera>(std::vector<std::string>{"--fault", "slow-accept:150"});
+    const RawHost holder;
+    holder.TakeControl();
     PlainRdmaHost host(kFrame);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(host.Connect(), RDMA_CM_EVENT_ESTABLISHED);
