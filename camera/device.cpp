@@ -5,6 +5,7 @@
 #include "bootstrap.h"
 #include "byte_order.h"
 #include "feature_registers.h"
+#include "genicam_description.h"
 
 #include <algorithm>
 #include <array>
@@ -51,7 +52,8 @@ bool InRange(float value, float low, float high)
 Device::Device(const CameraOptions& options, DeviceClock& clock, Acquisition& acquisition, MessageChannel& messages,
                StreamChannel& stream, FaultPlan& faults, std::function<void()> dropConnection)
     : m_options(options), m_clock(clock), m_acquisition(acquisition), m_messages(messages), m_stream(stream),
-      m_faults(faults), m_dropConnection(std::move(dropConnection))
+      m_faults(faults), m_dropConnection(std::move(dropConnection)), m_description(MakeGenicamXml(options)),
+      m_zippedDescription(ZipOneFile("NQVirtualCamera.xml", m_description))
 {
     PowerCycle();
 }

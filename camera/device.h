@@ -18,6 +18,7 @@
 #include <mutex>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace nq::camera
@@ -101,6 +102,9 @@ class Device
     StreamChannel& m_stream;
     FaultPlan& m_faults;
     const std::function<void()> m_dropConnection;
+    /// For GenICam, as text and in a ZIP archive.
+    const std::string m_description;
+    const std::vector<std::uint8_t> m_zippedDescription;
 
     std::mutex m_mutex;
     RegisterMap m_registers;

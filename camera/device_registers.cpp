@@ -4,7 +4,6 @@
 #include "byte_order.h"
 #include "device.h"
 #include "feature_registers.h"
-#include "genicam_description.h"
 
 #include <array>
 #include <cstdio>
@@ -127,15 +126,14 @@ void Device::AddFeatures()
 
 void Device::AddDescription()
 {
-    const std::string xml = MakeGenicamXml(m_options);
-    const auto zip = ZipOneFile("NQVirtualCamera.xml", xml);
+    const std::string& xml = m_description;
     m_registers.AddBlob(feature::kXmlAddress, {reinterpret_cast<const std::uint8_t*>(xml.data()), xml.size()});
-    m_registers.AddBlob(feature::kZipAddress, zip);
+    m_registers.AddBlob(feature::kZipAddress, m_zippedDescription);
     constexpr std::uint32_t kUrlSize = 512;
     m_registers.AddText(bootstrap::kFirstUrl, kUrlSize, Access::ReadOnly,
                         LocalUrl("xml", feature::kXmlAddress, xml.size()));
     m_registers.AddText(bootstrap::kSecondUrl, kUrlSize, Access::ReadOnly,
-                        LocalUrl("zip", feature::kZipAddress, zip.size()));
+                        LocalUrl("zip", feature::kZipAddress, m_zippedDescription.size()));
 }
 
 } // namespace nq::camera
