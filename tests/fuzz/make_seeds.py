@@ -326,5 +326,75 @@ def rendezvous_seeds():
         seed("loopback_rendezvous", name, steps)
 
 
-for make in (acknowledge_seeds, discovery_seeds, event_seeds, gendc_seeds, text_seeds, port_seeds, call_seeds, stream_seeds, rendezvous_seeds):
+# ---- the virtual camera
+
+
+def camera_command(code, body, ident=1, flags=1, host=0):
+    packet = [0x42, flags] + word(code) + word(len(body)) + word(ident) + list(body)
+    return [0, host] + word(len(packet)) + packet
+
+
+def camera_write(address, value, ident=1, host=0):
+    return camera_command(0x82, dword(address) + dword(value), ident, host=host)
+
+
+def camera_read(address, host=0):
+    return camera_command(0x80, dword(address), 2, host=host)
+
+
+def camera_packet_seeds():
+    take = camera_write(0x0A00, 2)
+    enable = camera_write(0xE030, 0x80000000, 3)
+    repeat = [4, 0]
+    frame = [7, 1]
+    other = camera_read(0x0A00, host=1) + camera_write(0x10000, 9, host=1)
+    seed("camera_packet", "discovery", camera_command(2, [], flags=0x11))
+    seed("camera_packet", "control_and_a_stranger", take + other + camera_write(0x0A00, 0, 4) + other)
+    seed("camera_packet", "exclusive", camera_write(0x0A00, 1) + camera_read(0x0904, host=2) + camera_read(0x0A00, host=2))
+    geometry = [(0x10000, 32), (0x10008, 32), (0x10004, 24), (0x1000C, 24), (0x10010, 0x02180014), (0x1003C, 2)]
+    steps = [step for n, (at, value) in enumerate(geometry) for step in camera_write(at, value, 16 + n)]
+    seed("camera_packet", "geometry", take + steps + enable + frame + frame)
+    seed("camera_packet", "frames", take + enable + frame * 4 + camera_write(0xE030, 0, 4) + frame)
+    rate = camera_write(0x10030, 0x3A83126F, 5)
+    seed("camera_packet", "frame_rate", take + rate + enable + frame * 3 + [7, 0])
+    trigger = camera_write(0x10040, 1, 5) + enable + camera_write(0x10048, 1, 6)
+    seed("camera_packet", "trigger", take + trigger + frame * 2)
+    channel = camera_write(0x0B10, 0x7F000001, 5) + camera_write(0x0B00, 5000, 6)
+    event = camera_write(0x10064, 1, 7)
+    seed("camera_packet", "repeated_event", take + channel + event + camera_read(0x0904, 1) + repeat + [6, 3] + word(0x9000))
+    stream = camera_write(0x0D18, 0x7F000001, 5) + camera_write(0x0D00, 5001, 6)
+    seed("camera_packet", "packet_size_test", take + stream + camera_write(0x0D04, 0xC0000578, 7))
+    seed("camera_packet", "reset", take + camera_write(0x1005C, 1, 5) + repeat + camera_read(0x0A00))
+    user_set = camera_write(0x10050, 1, 5) + camera_write(0x10058, 1, 6) + camera_write(0x10054, 1, 7)
+    seed("camera_packet", "user_set", take + user_set)
+    memory = camera_command(0x84, dword(0x0200) + dword(536)) + camera_command(0x86, dword(0xE8) + [69] * 16)
+    outside = camera_command(0x82, [0] * 544) + camera_command(0x84, dword(0xFFFFFFFC) + dword(8))
+    seed("camera_packet", "memory", take + memory + outside)
+    for fault in range(20):
+        armed = [5, fault] + [0, 0, 0, 0] + dword(100) + [0, 2]
+        seed("camera_packet", f"fault_{fault}", take + armed + enable + frame * 2 + camera_read(0xE600) + channel + event)
+
+
+def camera_control_seeds():
+    def line(text, client=0, end=1):
+        return [client, 2, len(text)] + list(text) + [end]
+
+    read = [0, 1]
+    status = b'{"cmd":"status"}'
+    seed("camera_control", "status", line(status) + read + line(b'{"cmd":"status","camera":1}') + read)
+    faults = (b'{"fault":"late-ack:200:3"}', b'{"cmd":"fault","name":"id-jump","arg":7,"count":2}')
+    armed = [step for text in faults for step in line(text) + read]
+    seed("camera_control", "faults", armed + line(status) + read + line(b'{"cmd":"clear","name":"late-ack"}') + read)
+    seed("camera_control", "reboot", line(b'{"fault":"reboot:0"}') + line(b'{"fault":"privilege-taken:1"}') + line(b'{"cmd":"clear"}'))
+    seed("camera_control", "event", line(b'{"cmd":"event","id":36881}') + line(b'{"cmd":"trigger","camera":0}') + read)
+    seed("camera_control", "no_utf8", line(b'{"cmd":"\xff"}') + line(b"\xff") + read)
+    seed("camera_control", "pieces", line(b'{"cmd":', 1, 0) + line(status) + line(b'"status"}', 1) + [1, 1] + [0, 0])
+    seed("camera_control", "never_reads", (line(b"\n" * 200, 2) + line(status, 2)) * 6)
+    odd = [b"[]", b"{}", b"null", b'{"cmd":7}', b'{"fault":{}}', b"[" * 200]
+    odd += [b'{"cmd":"event","id":-1}', b'{"cmd":"status","camera":1e99}']
+    seed("camera_control", "odd", [step for text in odd for step in line(text) + read])
+
+
+for make in (acknowledge_seeds, discovery_seeds, event_seeds, gendc_seeds, text_seeds, port_seeds, call_seeds, stream_seeds,
+             rendezvous_seeds, camera_packet_seeds, camera_control_seeds):
     make()
