@@ -2,6 +2,7 @@
 // The module tree of a producer, opened downward and closed by scope.
 #include "camera_tree.h"
 
+#include "exit_codes.h"
 #include "nq_gev_gentl.h"
 
 #include <algorithm>
@@ -19,6 +20,17 @@ std::string DottedAddress(uint64_t address)
 {
     return fmt::format("{}.{}.{}.{}", (address >> 24) & 0xFF, (address >> 16) & 0xFF, (address >> 8) & 0xFF,
                        address & 0xFF);
+}
+
+/// The length of a list as the producer tells it. Throws ToolFailure for one that no network has.
+uint32_t Believable(uint32_t count, const char* function)
+{
+    constexpr uint32_t most = 4096;
+    if (count > most)
+    {
+        throw ToolFailure(ExitCode::Failure, fmt::format("{} claims {} entries", function, count));
+    }
+    return count;
 }
 
 } // namespace
@@ -51,7 +63,7 @@ std::vector<std::string> System::InterfaceIds() const
     uint32_t count = 0;
     GenTLLibrary::Check(m_library.TLGetNumInterfaces(m_handle, &count), "TLGetNumInterfaces");
     std::vector<std::string> ids;
-    for (uint32_t index = 0; index < count; ++index)
+    for (uint32_t index = 0; index < Believable(count, "TLGetNumInterfaces"); ++index)
     {
         ids.push_back(GenTLLibrary::Id(
             [&](char* text, size_t* size) { return m_library.TLGetInterfaceID(m_handle, index, text, size); },
@@ -85,10 +97,10 @@ CameraEntry Interface::Describe(const std::string& cameraId) const
     entry.model = GenTLLibrary::Text(call(GenTL::DEVICE_INFO_MODEL));
     entry.serial = GenTLLibrary::Text(call(GenTL::DEVICE_INFO_SERIAL_NUMBER));
     entry.userName = GenTLLibrary::Text(call(GenTL::DEVICE_INFO_USER_DEFINED_NAME));
-    entry.accessStatus = GenTLLibrary::Number(call(GenTL::DEVICE_INFO_ACCESS_STATUS));
+    entry.accessStatus = GenTLLibrary::Number(call(GenTL::DEVICE_INFO_ACCESS_STATUS)).value_or(0);
     if (m_system.IsOurs())
     {
-        entry.address = DottedAddress(GenTLLibrary::Number(call(GenTL::NQ_DEVICE_INFO_IP)));
+        entry.address = DottedAddress(GenTLLibrary::Number(call(GenTL::NQ_DEVICE_INFO_IP)).value_or(0));
     }
     return entry;
 }
@@ -104,7 +116,7 @@ InterfaceEntry Interface::Scan(uint64_t timeoutMs) const
     });
     uint32_t count = 0;
     GenTLLibrary::Check(library.IFGetNumDevices(m_handle, &count), "IFGetNumDevices");
-    for (uint32_t index = 0; index < count; ++index)
+    for (uint32_t index = 0; index < Believable(count, "IFGetNumDevices"); ++index)
     {
         entry.cameras.push_back(Describe(GenTLLibrary::Id(
             [&](char* text, size_t* size) { return library.IFGetDeviceID(m_handle, index, text, size); },

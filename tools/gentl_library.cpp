@@ -19,6 +19,13 @@ namespace nq::tool
 
 namespace fs = std::filesystem;
 
+namespace
+{
+
+constexpr size_t maxTextBytes = size_t{64} * 1024;
+
+} // namespace
+
 GenTLLibrary::GenTLLibrary(const std::string& path) : m_path(path)
 {
     m_library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -72,11 +79,12 @@ std::string GenTLLibrary::Text(const InfoCall& call)
 {
     GenTL::INFO_DATATYPE type = GenTL::INFO_DATATYPE_UNKNOWN;
     size_t size = 0;
-    if (call(&type, nullptr, &size) != GenTL::GC_ERR_SUCCESS || type != GenTL::INFO_DATATYPE_STRING)
+    if (call(&type, nullptr, &size) != GenTL::GC_ERR_SUCCESS || type != GenTL::INFO_DATATYPE_STRING ||
+        size > maxTextBytes)
     {
         return {};
     }
-    std::vector<char> text(size + 1, '\0');
+    std::vector<char> text(size + 1, '\0'); // ends, whether the producer ends it or not
     if (call(&type, text.data(), &size) != GenTL::GC_ERR_SUCCESS)
     {
         return {};
@@ -84,22 +92,66 @@ std::string GenTLLibrary::Text(const InfoCall& call)
     return text.data();
 }
 
-uint64_t GenTLLibrary::Number(const InfoCall& call, uint64_t fallback)
+namespace
+{
+
+/// The number that the first bytes of `bytes` hold, as the type says; nothing for a type that is no number.
+std::optional<uint64_t> Decode(GenTL::INFO_DATATYPE type, const void* bytes)
+{
+    const auto as = [&]<typename Value>(Value value) -> std::optional<uint64_t> {
+        std::memcpy(&value, bytes, sizeof value);
+        return value < Value{} ? std::nullopt : std::optional<uint64_t>(value);
+    };
+    switch (type)
+    {
+    case GenTL::INFO_DATATYPE_INT16:
+        return as(int16_t{});
+    case GenTL::INFO_DATATYPE_UINT16:
+        return as(uint16_t{});
+    case GenTL::INFO_DATATYPE_INT32:
+        return as(int32_t{});
+    case GenTL::INFO_DATATYPE_UINT32:
+        return as(uint32_t{});
+    case GenTL::INFO_DATATYPE_INT64:
+    case GenTL::INFO_DATATYPE_PTRDIFF:
+        return as(int64_t{});
+    case GenTL::INFO_DATATYPE_UINT64:
+    case GenTL::INFO_DATATYPE_SIZET:
+        return as(uint64_t{});
+    case GenTL::INFO_DATATYPE_BOOL8:
+        return as(uint8_t{});
+    default:
+        return std::nullopt;
+    }
+}
+
+} // namespace
+
+std::optional<uint64_t> GenTLLibrary::Number(const InfoCall& call)
 {
     GenTL::INFO_DATATYPE type = GenTL::INFO_DATATYPE_UNKNOWN;
-    uint64_t value = 0; // Little endian: a narrower unsigned value lands in the low bytes.
-    size_t size = sizeof value;
-    if (call(&type, &value, &size) != GenTL::GC_ERR_SUCCESS)
-    {
-        return fallback;
-    }
-    return value;
+    uint64_t bytes = 0;
+    size_t size = sizeof bytes;
+    return call(&type, &bytes, &size) == GenTL::GC_ERR_SUCCESS ? Decode(type, &bytes) : std::nullopt;
+}
+
+const void* GenTLLibrary::Pointer(const InfoCall& call)
+{
+    GenTL::INFO_DATATYPE type = GenTL::INFO_DATATYPE_UNKNOWN;
+    const void* address = nullptr;
+    size_t size = sizeof address;
+    return call(&type, &address, &size) == GenTL::GC_ERR_SUCCESS && type == GenTL::INFO_DATATYPE_PTR ? address
+                                                                                                     : nullptr;
 }
 
 std::string GenTLLibrary::Id(const IdCall& call, const char* function)
 {
     size_t size = 0;
     Check(call(nullptr, &size), function);
+    if (size > maxTextBytes)
+    {
+        throw ToolFailure(ExitCode::Failure, fmt::format("{} claims an id of {} bytes", function, size));
+    }
     std::vector<char> text(size + 1, '\0');
     Check(call(text.data(), &size), function);
     return text.data();

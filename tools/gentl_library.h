@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -45,13 +46,17 @@ class GenTLLibrary
     /// Throws GenTLError when `code` is not 0. `function` is the name for the message.
     static void Check(GenTL::GC_ERROR code, const char* function);
 
-    /// A text by an info function; an empty one when the producer does not offer it.
+    /// A text by an info function; an empty one when the producer does not offer it or claims more than 64 KiB.
     static std::string Text(const InfoCall& call);
 
-    /// An integer of any width by an info function; `fallback` when the producer does not offer it.
-    static uint64_t Number(const InfoCall& call, uint64_t fallback = 0);
+    /// A number by an info function, read by the type that the producer names; nothing when the producer does not offer
+    /// it, or it is negative or no integer.
+    static std::optional<uint64_t> Number(const InfoCall& call);
 
-    /// An id by its two-call protocol: size first, then text. Throws GenTLError.
+    /// An address by an info function; null when the producer does not offer it.
+    static const void* Pointer(const InfoCall& call);
+
+    /// An id by its two-call protocol: size first, then text. Throws GenTLError, and ToolFailure beyond 64 KiB.
     static std::string Id(const IdCall& call, const char* function);
 
     const std::string& Path() const { return m_path; }

@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <linux/capability.h>
+#include <new>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -50,6 +52,29 @@ std::string LockedMemoryComplaint(uint64_t needed)
 }
 
 } // namespace
+
+BufferMemory::BufferMemory(size_t size) : m_memory(nullptr, Unmap{size})
+{
+    void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (memory == MAP_FAILED)
+    {
+        throw std::bad_alloc();
+    }
+    m_memory.reset(memory);
+}
+
+bool BufferMemory::Holds(const void* data, size_t size) const
+{
+    const auto begin = reinterpret_cast<uintptr_t>(Begin());
+    const auto at = reinterpret_cast<uintptr_t>(data);
+    const size_t all = m_memory.get_deleter().size;
+    return at >= begin && at - begin <= all && size <= all - (at - begin);
+}
+
+void BufferMemory::Unmap::operator()(void* memory) const
+{
+    munmap(memory, size);
+}
 
 GrabSession::GrabSession(const System& system, const CameraEntry& camera, BufferOrigin origin, size_t bufferCount)
     : m_library(system.Library()), m_ours(system.IsOurs()), m_interface(system, camera.interfaceId),
@@ -105,25 +130,46 @@ void GrabSession::OpenStream()
     GenTLLibrary::Check(m_library.GCRegisterEvent(m_stream, GenTL::EVENT_NEW_BUFFER, &m_newBuffer), "GCRegisterEvent");
 }
 
+uint64_t GrabSession::PayloadSize(size_t count) const
+{
+    const std::optional<uint64_t> size =
+        GenTLLibrary::Number([this](GenTL::INFO_DATATYPE* type, void* buffer, size_t* space) {
+            return m_library.DSGetInfo(m_stream, GenTL::STREAM_INFO_PAYLOAD_SIZE, type, buffer, space);
+        });
+    if (!size || *size == 0)
+    {
+        throw ToolFailure(ExitCode::NoStream, "the stream did not start: the producer tells no payload size");
+    }
+    const uint64_t memory = static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<uint64_t>(getpagesize());
+    if (*size > memory / count)
+    {
+        throw ToolFailure(
+            ExitCode::NoStream,
+            fmt::format("the stream did not start: {} buffers for the payload of {} bytes do not fit this "
+                        "machine's memory of {} bytes",
+                        count, *size, memory));
+    }
+    return *size;
+}
+
 void GrabSession::AnnounceBuffers(BufferOrigin origin, size_t count)
 {
-    const uint64_t size = GenTLLibrary::Number([this](GenTL::INFO_DATATYPE* type, void* buffer, size_t* space) {
-        return m_library.DSGetInfo(m_stream, GenTL::STREAM_INFO_PAYLOAD_SIZE, type, buffer, space);
-    });
-    m_lockedBytes = count * size;
+    m_bufferBytes = PayloadSize(count);
+    m_lockedBytes = count * m_bufferBytes;
     for (size_t index = 0; index < count; ++index)
     {
         GenTL::BUFFER_HANDLE buffer = nullptr;
         if (origin == BufferOrigin::Library)
         {
-            GenTLLibrary::Check(m_library.DSAllocAndAnnounceBuffer(m_stream, size, nullptr, &buffer),
+            GenTLLibrary::Check(m_library.DSAllocAndAnnounceBuffer(m_stream, m_bufferBytes, nullptr, &buffer),
                                 "DSAllocAndAnnounceBuffer");
         }
         else
         {
-            m_memory.emplace_back(size);
-            GenTLLibrary::Check(m_library.DSAnnounceBuffer(m_stream, m_memory.back().data(), size, nullptr, &buffer),
-                                "DSAnnounceBuffer");
+            m_memory.emplace_back(m_bufferBytes);
+            GenTLLibrary::Check(
+                m_library.DSAnnounceBuffer(m_stream, m_memory.back().Begin(), m_bufferBytes, nullptr, &buffer),
+                "DSAnnounceBuffer");
         }
         m_buffers.push_back(buffer);
         GenTLLibrary::Check(m_library.DSQueueBuffer(m_stream, buffer), "DSQueueBuffer");
@@ -175,18 +221,43 @@ std::optional<Frame> GrabSession::Next(uint64_t timeoutMs)
     m_anyFrame = true;
     Frame frame;
     frame.buffer = data.BufferHandle;
-    frame.data = reinterpret_cast<const uint8_t*>(BufferNumber(frame.buffer, GenTL::BUFFER_INFO_BASE));
-    frame.size = BufferNumber(frame.buffer, GenTL::BUFFER_INFO_SIZE_FILLED);
+    frame.refusal = Describe(frame);
+    return frame;
+}
+
+std::string GrabSession::Describe(Frame& frame)
+{
+    const auto known = std::find(m_buffers.begin(), m_buffers.end(), frame.buffer);
+    if (known == m_buffers.end())
+    {
+        frame.buffer = nullptr;
+        return "it comes in a buffer that nobody announced";
+    }
+    frame.data =
+        static_cast<const uint8_t*>(GenTLLibrary::Pointer([&](GenTL::INFO_DATATYPE* type, void* value, size_t* size) {
+            return m_library.DSGetBufferInfo(m_stream, frame.buffer, GenTL::BUFFER_INFO_BASE, type, value, size);
+        }));
+    frame.size = BufferNumber(frame.buffer, GenTL::BUFFER_INFO_SIZE_FILLED, Frame::untold);
     frame.width = BufferNumber(frame.buffer, GenTL::BUFFER_INFO_WIDTH);
     frame.height = BufferNumber(frame.buffer, GenTL::BUFFER_INFO_HEIGHT);
     frame.pixelFormat = BufferNumber(frame.buffer, GenTL::BUFFER_INFO_PIXELFORMAT);
     frame.frameId = BufferNumber(frame.buffer, GenTL::BUFFER_INFO_FRAMEID);
     frame.incomplete = SeesNewIncomplete(frame.buffer);
-    return frame;
+    const auto index = static_cast<size_t>(known - m_buffers.begin());
+    std::string refusal = WhyRefused(frame, m_bufferBytes);
+    if (refusal.empty() && !m_memory.empty() && !m_memory[index].Holds(frame.data, frame.size))
+    {
+        refusal = "it is said to lie outside its buffer";
+    }
+    return refusal;
 }
 
 void GrabSession::Requeue(const Frame& frame)
 {
+    if (frame.buffer == nullptr)
+    {
+        return;
+    }
     GenTLLibrary::Check(m_library.DSQueueBuffer(m_stream, frame.buffer), "DSQueueBuffer");
 }
 
@@ -205,18 +276,20 @@ bool GrabSession::SeesNewIncomplete(GenTL::BUFFER_HANDLE buffer)
     return !seen || !m_ours;
 }
 
-uint64_t GrabSession::BufferNumber(GenTL::BUFFER_HANDLE buffer, GenTL::BUFFER_INFO_CMD command) const
+uint64_t GrabSession::BufferNumber(GenTL::BUFFER_HANDLE buffer, GenTL::BUFFER_INFO_CMD command, uint64_t fallback) const
 {
     return GenTLLibrary::Number([&](GenTL::INFO_DATATYPE* type, void* value, size_t* size) {
-        return m_library.DSGetBufferInfo(m_stream, buffer, command, type, value, size);
-    });
+               return m_library.DSGetBufferInfo(m_stream, buffer, command, type, value, size);
+           })
+        .value_or(fallback);
 }
 
 uint64_t GrabSession::Underruns() const
 {
     return GenTLLibrary::Number([this](GenTL::INFO_DATATYPE* type, void* value, size_t* size) {
-        return m_library.DSGetInfo(m_stream, GenTL::STREAM_INFO_NUM_UNDERRUN, type, value, size);
-    });
+               return m_library.DSGetInfo(m_stream, GenTL::STREAM_INFO_NUM_UNDERRUN, type, value, size);
+           })
+        .value_or(0);
 }
 
 std::optional<uint32_t> GrabSession::ReadRegister(uint64_t address) const

@@ -3,8 +3,10 @@
 #pragma once
 
 #include "camera_tree.h"
+#include "frame.h"
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,17 +21,23 @@ enum class BufferOrigin
     Consumer, ///< DSAnnounceBuffer with memory of this program
 };
 
-/// One delivered frame. The data is valid until the buffer is queued again.
-struct Frame
+/// Zeroed memory for one buffer of this program; it takes room only where it is written. Throws std::bad_alloc.
+class BufferMemory
 {
-    GenTL::BUFFER_HANDLE buffer = nullptr;
-    const uint8_t* data = nullptr;
-    size_t size = 0; ///< bytes of picture data
-    size_t width = 0;
-    size_t height = 0;
-    uint64_t pixelFormat = 0;
-    uint64_t frameId = 0;
-    bool incomplete = false;
+  public:
+    explicit BufferMemory(size_t size);
+    void* Begin() const { return m_memory.get(); }
+
+    /// Whether the `size` bytes from `data` lie in this memory.
+    bool Holds(const void* data, size_t size) const;
+
+  private:
+    struct Unmap
+    {
+        size_t size;
+        void operator()(void* memory) const;
+    };
+    std::unique_ptr<void, Unmap> m_memory;
 };
 
 /// A running acquisition: everything is opened by the constructor and Start(), and closed by the destructor.
@@ -47,7 +55,7 @@ class GrabSession
     void Start();
     void Stop();
 
-    /// The next frame; nothing when none came in `timeoutMs` milliseconds.
+    /// The next frame, or why it is refused; nothing when none came in `timeoutMs` milliseconds.
     std::optional<Frame> Next(uint64_t timeoutMs);
 
     /// Gives the frame's buffer back to the stream.
@@ -64,8 +72,10 @@ class GrabSession
     void Close();
     void OpenStream();
     void AnnounceBuffers(BufferOrigin origin, size_t count);
+    uint64_t PayloadSize(size_t count) const;
     std::optional<uint32_t> ReadRegister(uint64_t address) const;
-    uint64_t BufferNumber(GenTL::BUFFER_HANDLE buffer, GenTL::BUFFER_INFO_CMD command) const;
+    std::string Describe(Frame& frame);
+    uint64_t BufferNumber(GenTL::BUFFER_HANDLE buffer, GenTL::BUFFER_INFO_CMD command, uint64_t fallback = 0) const;
     bool SeesNewIncomplete(GenTL::BUFFER_HANDLE buffer);
 
     GenTLLibrary& m_library;
@@ -78,7 +88,8 @@ class GrabSession
     GenTL::EVENT_HANDLE m_newBuffer = nullptr;
     std::vector<GenTL::BUFFER_HANDLE> m_buffers;
     std::vector<GenTL::BUFFER_HANDLE> m_seenIncomplete;
-    std::vector<std::vector<uint8_t>> m_memory;
+    std::vector<BufferMemory> m_memory; ///< of the buffer of the same index; empty for those of the library
+    uint64_t m_bufferBytes = 0;
     uint64_t m_lockedBytes = 0; ///< What a running stream has to lock, at least.
     bool m_anyFrame = false;
     bool m_started = false;

@@ -2,7 +2,7 @@
 // Frames as PNG files.
 #pragma once
 
-#include "grab_session.h"
+#include "frame.h"
 
 #include <filesystem>
 #include <string>

@@ -39,13 +39,14 @@ struct Totals
     uint64_t frames = 0;
     uint64_t lost = 0;
     uint64_t incomplete = 0;
+    uint64_t refused = 0;
     uint64_t underruns = 0;
     uint64_t bytes = 0;
     uint64_t wrongBytes = 0;
     size_t pictures = 0;
     double seconds = 0;
 
-    bool Perfect() const { return lost == 0 && incomplete == 0 && wrongBytes == 0; }
+    bool Perfect() const { return lost == 0 && incomplete == 0 && refused == 0 && wrongBytes == 0; }
     double FramesPerSecond() const { return seconds > 0 ? static_cast<double>(frames) / seconds : 0; }
     double MegabytesPerSecond() const { return seconds > 0 ? static_cast<double>(bytes) / seconds / 1e6 : 0; }
 };
@@ -74,7 +75,7 @@ class Grabber
     {
         const Clock::time_point start = Clock::now();
         std::string reason;
-        while (m_totals.frames < m_options.count && reason.empty() && !g_interrupted)
+        while (m_totals.frames + m_totals.refused < m_options.count && reason.empty() && !g_interrupted)
         {
             const std::optional<Frame> frame = WaitForFrame();
             if (frame)
@@ -95,6 +96,9 @@ class Grabber
 
     const Totals& Result() const { return m_totals; }
 
+    /// Why the first of the refused frames was.
+    const std::string& FirstRefusal() const { return m_firstRefusal; }
+
   private:
     std::optional<Frame> WaitForFrame()
     {
@@ -111,9 +115,16 @@ class Grabber
 
     void Take(const Frame& frame)
     {
-        if (m_totals.frames > 0 && frame.frameId > m_lastId + 1)
+        if (!frame.refusal.empty())
         {
-            m_totals.lost += frame.frameId - m_lastId - 1;
+            m_firstRefusal = m_totals.refused == 0 ? frame.refusal : m_firstRefusal;
+            ++m_totals.refused;
+            return;
+        }
+        if (m_totals.frames > 0 && frame.frameId > m_lastId)
+        {
+            const uint64_t missing = frame.frameId - m_lastId - 1;
+            m_totals.lost += std::min(missing, UINT64_MAX - m_totals.lost);
         }
         m_lastId = frame.frameId;
         m_totals.incomplete += frame.incomplete ? 1 : 0;
@@ -159,6 +170,7 @@ class Grabber
     std::unique_ptr<PictureWriter> m_writer;
     MovingRamp m_ramp;
     Totals m_totals;
+    std::string m_firstRefusal;
     uint64_t m_lastId = 0;
     Clock::time_point m_nextProgress{};
 };
@@ -171,6 +183,7 @@ void PrintSummary(const CommonOptions& common, const GrabOptions& options, const
         nlohmann::ordered_json summary = {{"frames", totals.frames},
                                           {"lost", totals.lost},
                                           {"incomplete", totals.incomplete},
+                                          {"refused", totals.refused},
                                           {"underruns", totals.underruns},
                                           {"pictures", totals.pictures},
                                           {"seconds", totals.seconds},
@@ -193,6 +206,10 @@ void PrintSummary(const CommonOptions& common, const GrabOptions& options, const
     fmt::print("pictures   {}\n", totals.pictures);
     fmt::print("frames     {}\nlost       {}\nincomplete {}\nunderruns  {}\n", totals.frames, totals.lost,
                totals.incomplete, totals.underruns);
+    if (totals.refused != 0)
+    {
+        fmt::print("refused    {}\n", totals.refused);
+    }
     if (options.verify)
     {
         fmt::print("wrong      {} bytes\n", totals.wrongBytes);
@@ -227,6 +244,11 @@ ExitCode Grab(const CommonOptions& common, const GrabOptions& options)
         throw ToolFailure(ExitCode::CameraLost,
                           fmt::format("no frame for {} ms after {} of {}: {}", options.frameTimeoutMs, totals.frames,
                                       options.count, reason));
+    }
+    if (totals.refused != 0)
+    {
+        throw ToolFailure(ExitCode::WrongPicture, fmt::format("{} frames refused; the first because {}", totals.refused,
+                                                              grabber.FirstRefusal()));
     }
     if (options.verify && !totals.Perfect())
     {

@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev against the virtual camera: what a user sees, and the exit codes.
-#include "support/child_process.h"
 #include "support/network.h"
+#include "support/temporary_folder.h"
+#include "support/tool.h"
 #include "support/virtual_camera.h"
 
-#include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
-#include <iterator>
 
 namespace
 {
@@ -15,53 +13,6 @@ namespace
 using namespace nq::test;
 using testing::HasSubstr;
 using namespace std::chrono_literals;
-
-constexpr auto longTime = 60s;
-
-struct Outcome
-{
-    int exitCode;
-    std::string output;
-};
-
-Outcome RunTool(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {})
-{
-    std::vector<std::string> command = {NQ_TOOL_PATH, "--producer", NQ_CTI_PATH};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    ChildProcess tool(command, environment);
-    const int code = tool.WaitForExit(longTime);
-    return {code, tool.Output()};
-}
-
-/// A folder for pictures, gone with the test.
-class PictureFolder
-{
-  public:
-    PictureFolder() { std::filesystem::create_directories(m_path); }
-    ~PictureFolder() { std::filesystem::remove_all(m_path); }
-    const std::string& Path() const { return m_path; }
-
-    std::vector<std::filesystem::path> Files() const
-    {
-        std::vector<std::filesystem::path> files;
-        for (const auto& entry : std::filesystem::directory_iterator(m_path))
-        {
-            files.push_back(entry.path());
-        }
-        return files;
-    }
-
-  private:
-    std::string m_path = "/tmp/nq-pictures-" + std::to_string(getpid());
-};
-
-bool IsWholePng(const std::filesystem::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-    const std::string end("\0\0\0\0IEND\xAE\x42\x60\x82", 12);
-    return bytes.starts_with("\x89PNG\r\n\x1a\n") && bytes.ends_with(end);
-}
 
 TEST(ToolList, ShowsTheCameraWithItsModelSerialNumberAddressAndAccess)
 {
@@ -141,7 +92,7 @@ INSTANTIATE_TEST_SUITE_P(Buffers, ToolGrabOrigin, testing::Values("library", "an
 TEST(ToolGrab, WritesEachFrameAsAWholePngFile)
 {
     const VirtualCamera camera({"--width", "320", "--height", "200"});
-    const PictureFolder folder;
+    const TemporaryFolder folder;
     const Outcome grab = RunTool({"grab", "--count", "5", "--out", folder.Path()}, camera.Environment());
     EXPECT_EQ(grab.exitCode, 0) << grab.output;
     const auto files = folder.Files();
@@ -164,7 +115,7 @@ TEST(ToolGrab, SaysThatTheCameraRefusedTheRdmaConnection)
 TEST(ToolGrab, SaysThatTheCameraWentSilentAndWhatCameBefore)
 {
     VirtualCamera camera({"--width", "320", "--height", "200", "--fps", "20"});
-    const PictureFolder folder;
+    const TemporaryFolder folder;
     std::vector<std::string> command = {NQ_TOOL_PATH, "--producer",  NQ_CTI_PATH,       "grab", "--count", "100000",
                                         "--out",      folder.Path(), "--frame-timeout", "1500"};
     ChildProcess tool(command, camera.Environment());

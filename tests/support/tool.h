@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+// nq-gev as a test runs it.
+#pragma once
+
+#include "support/child_process.h"
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace nq::test
+{
+
+constexpr std::chrono::seconds longTime{60};
+
+/// How a program ended, -1 for not in a minute, and what it printed.
+struct Outcome
+{
+    int exitCode;
+    std::string output;
+};
+
+/// Runs a program to its end. `environment` holds further "NAME=value" entries.
+inline Outcome RunProgram(const std::vector<std::string>& command, const std::vector<std::string>& environment = {})
+{
+    ChildProcess program(command, environment);
+    const int code = program.WaitForExit(longTime);
+    return {code, program.Output()};
+}
+
+/// The same for nq-gev with our producer.
+inline Outcome RunTool(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {})
+{
+    std::vector<std::string> command = {NQ_TOOL_PATH, "--producer", NQ_CTI_PATH};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return RunProgram(command, environment);
+}
+
+inline std::string BytesOf(const std::filesystem::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+inline bool IsWholePng(const std::filesystem::path& path)
+{
+    const std::string bytes = BytesOf(path);
+    const std::string end("\0\0\0\0IEND\xAE\x42\x60\x82", 12);
+    return bytes.starts_with("\x89PNG\r\n\x1a\n") && bytes.ends_with(end);
+}
+
+} // namespace nq::test

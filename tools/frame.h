@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+// One delivered frame as the producer describes it, and the one judgement whether that may be believed.
+#pragma once
+
+#include "GenTL/GenTL.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace nq::tool
+{
+
+/// One delivered frame. The data is valid until the buffer is queued again.
+struct Frame
+{
+    static constexpr uint64_t untold = UINT64_MAX;
+
+    GenTL::BUFFER_HANDLE buffer = nullptr;
+    const uint8_t* data = nullptr;
+    size_t size = untold; ///< bytes of picture data
+    size_t width = 0;
+    size_t height = 0;
+    uint64_t pixelFormat = 0;
+    uint64_t frameId = 0;
+    bool incomplete = false;
+    std::string refusal; ///< why nothing of the frame may be read; empty for a good one
+};
+
+/// Why nothing of the frame may be read, in words; empty when its `size` bytes lie within the `announced` bytes of its
+/// buffer and a picture of its width, height and pixel format would fit there too.
+std::string WhyRefused(const Frame& frame, size_t announced);
+
+} // namespace nq::tool
