@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev: lists cameras and grabs pictures through any GenTL producer.
 #include "gentl_library.h"
+#include "printable.h"
 #include "verbs.h"
 
 #include <cstdio>
@@ -49,18 +50,21 @@ int Run(int argc, char** argv)
 int main(int argc, char** argv)
 {
     using namespace nq::tool;
+    const auto tell = [](const std::exception& failure) {
+        std::fprintf(stderr, "nq-gev: %s\n", Printable(failure.what()).c_str());
+    };
     try
     {
         return Run(argc, argv);
     }
     catch (const ToolFailure& failure)
     {
-        std::fprintf(stderr, "nq-gev: %s\n", failure.what());
+        tell(failure);
         return static_cast<int>(failure.Code());
     }
     catch (const std::exception& failure)
     {
-        std::fprintf(stderr, "nq-gev: %s\n", failure.what());
+        tell(failure);
         return static_cast<int>(ExitCode::Failure);
     }
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev list: the interfaces of this machine and the cameras that answer on them.
 #include "camera_tree.h"
+#include "printable.h"
 #include "verbs.h"
 
 #include <fmt/format.h>
@@ -16,11 +17,12 @@ void PrintText(const std::vector<InterfaceEntry>& interfaces)
 {
     for (const InterfaceEntry& interface : interfaces)
     {
-        fmt::print("{}  {}\n", interface.id, interface.displayName);
+        fmt::print("{}  {}\n", Printable(interface.id), Printable(interface.displayName));
         for (const CameraEntry& camera : interface.cameras)
         {
-            fmt::print("  {}\n    model {}  serial {}  address {}  access {}\n", camera.id, camera.model, camera.serial,
-                       camera.address.empty() ? "-" : camera.address, AccessStatusText(camera.accessStatus));
+            fmt::print("  {}\n    model {}  serial {}  address {}  access {}\n", Printable(camera.id),
+                       Printable(camera.model), Printable(camera.serial), camera.address.empty() ? "-" : camera.address,
+                       AccessStatusText(camera.accessStatus));
         }
     }
 }
@@ -43,7 +45,9 @@ void PrintJson(const std::vector<InterfaceEntry>& interfaces)
         }
         all.push_back({{"id", interface.id}, {"name", interface.displayName}, {"cameras", cameras}});
     }
-    fmt::print("{}\n", nlohmann::ordered_json{{"interfaces", all}}.dump(2));
+    // ASCII alone, so that no terminal obeys a name; what is no UTF-8 becomes U+FFFD.
+    const nlohmann::ordered_json list = {{"interfaces", all}};
+    fmt::print("{}\n", list.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace));
 }
 
 ExitCode List(const CommonOptions& common)
