@@ -28,7 +28,8 @@ constexpr size_t maxTextBytes = size_t{64} * 1024;
 
 GenTLLibrary::GenTLLibrary(const std::string& path) : m_path(path)
 {
-    m_library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    // The loader looks a name without a slash up in its own folders, and would find a namesake there.
+    m_library = dlopen(fs::absolute(path).c_str(), RTLD_NOW | RTLD_LOCAL);
     if (m_library == nullptr)
     {
         throw ToolFailure(ExitCode::NoProducer, fmt::format("cannot load the producer: {}", dlerror()));

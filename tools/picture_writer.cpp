@@ -3,12 +3,15 @@
 #include "picture_writer.h"
 
 #include "exit_codes.h"
+#include "new_file.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <csetjmp>
 #include <cstdio>
 #include <fmt/format.h>
-#include <memory>
 #include <png.h>
+#include <system_error>
 #include <vector>
 
 namespace nq::tool
@@ -47,28 +50,32 @@ PngForm FormOf(uint64_t pixelFormat)
     }
 }
 
-/// The picture's bytes in PNG order: padded with zeros where the frame was short, 16-bit samples big-endian.
-std::vector<uint8_t> PngBytes(const Frame& frame, const PngForm& form)
+/// Row `y` of the picture in PNG order: zeros where the frame was short, 16-bit samples big-endian.
+void FillRow(std::vector<uint8_t>& row, const Frame& frame, const PngForm& form, size_t y)
 {
-    std::vector<uint8_t> bytes(frame.width * frame.height * form.bytesPerPixel);
-    const size_t present = std::min(bytes.size(), frame.size);
-    std::copy_n(frame.data, present, bytes.begin());
+    const size_t begin = std::min(frame.size, y * row.size());
+    const size_t present = std::min(row.size(), frame.size - begin);
+    std::fill(std::copy_n(frame.data + begin, present, row.begin()), row.end(), uint8_t{0});
     if (form.bitDepth == 16)
     {
-        for (size_t at = 0; at + 1 < bytes.size(); at += 2)
+        for (size_t at = 0; at + 1 < row.size(); at += 2)
         {
-            const unsigned sample = (bytes[at] | static_cast<unsigned>(bytes[at + 1]) << 8) << form.shift;
-            bytes[at] = static_cast<uint8_t>(sample >> 8);
-            bytes[at + 1] = static_cast<uint8_t>(sample);
+            const unsigned sample = (row[at] | static_cast<unsigned>(row[at + 1]) << 8) << form.shift;
+            row[at] = static_cast<uint8_t>(sample >> 8);
+            row[at + 1] = static_cast<uint8_t>(sample);
         }
     }
-    return bytes;
 }
 
-bool Encode(std::FILE* file, const Frame& frame, const PngForm& form, const std::vector<uint8_t>& bytes)
+bool Encode(std::FILE* file, const Frame& frame, const PngForm& form, std::vector<uint8_t>& row)
 {
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png_create_info_struct(png);
+    png_infop info = png != nullptr ? png_create_info_struct(png) : nullptr;
+    if (info == nullptr)
+    {
+        png_destroy_write_struct(&png, nullptr);
+        return false;
+    }
     if (setjmp(png_jmpbuf(png)) != 0)
     {
         png_destroy_write_struct(&png, &info);
@@ -80,10 +87,10 @@ bool Encode(std::FILE* file, const Frame& frame, const PngForm& form, const std:
                  form.bitDepth, form.colourType, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                  PNG_FILTER_TYPE_DEFAULT);
     png_write_info(png, info);
-    const size_t rowBytes = frame.width * form.bytesPerPixel;
     for (size_t y = 0; y < frame.height; ++y)
     {
-        png_write_row(png, bytes.data() + y * rowBytes);
+        FillRow(row, frame, form, y);
+        png_write_row(png, row.data());
     }
     png_write_end(png, info);
     png_destroy_write_struct(&png, &info);
@@ -105,22 +112,20 @@ PictureWriter::PictureWriter(const std::string& folder) : m_folder(folder)
 void PictureWriter::Write(const Frame& frame)
 {
     const PngForm form = FormOf(frame.pixelFormat);
-    const std::vector<uint8_t> bytes = PngBytes(frame, form);
+    std::vector<uint8_t> row(frame.width * form.bytesPerPixel);
     const std::filesystem::path path = m_folder / fmt::format("frame-{:08}.png", frame.frameId);
-    const std::filesystem::path partial = path.string() + ".part";
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(partial.c_str(), "wbe"), std::fclose);
-    const bool encoded = file && Encode(file.get(), frame, form, bytes);
-    const bool closed = file && std::fclose(file.release()) == 0;
-    std::error_code failure;
-    if (encoded && closed)
+    try
     {
-        std::filesystem::rename(partial, path, failure);
+        NewFile file(path);
+        if (!Encode(file.Stream(), frame, form, row))
+        {
+            throw std::system_error(errno, std::generic_category(), path.string());
+        }
+        file.Publish();
     }
-    if (!encoded || !closed || failure)
+    catch (const std::system_error& failure)
     {
-        std::error_code ignored;
-        std::filesystem::remove(partial, ignored);
-        throw ToolFailure(ExitCode::Failure, fmt::format("cannot write {} (is the disk full?)", path.string()));
+        throw ToolFailure(ExitCode::Failure, fmt::format("cannot write {}", failure.what()));
     }
     ++m_written;
 }

@@ -233,7 +233,11 @@ ExitCode Grab(const CommonOptions& common, const GrabOptions& options)
     GrabSession session(system, *camera, options.announce ? BufferOrigin::Consumer : BufferOrigin::Library,
                         options.buffers);
     Grabber grabber(session, options);
-    std::signal(SIGINT, OnInterrupt);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+    {
+        std::signal(number, OnInterrupt);
+    }
+    std::signal(SIGXFSZ, SIG_IGN); // a file that grows too large fails instead
     session.Start();
     const std::string reason = grabber.Run();
     session.Stop();

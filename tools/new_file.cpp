@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+// A file that appears under its name when it is whole, or never.
+#include "new_file.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <string>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace nq::tool
+{
+
+namespace
+{
+
+constexpr mode_t forAll = 0666; // less what the user's mask takes away
+
+[[noreturn]] void Fail(const std::filesystem::path& path)
+{
+    throw std::system_error(errno, std::generic_category(), path.string());
+}
+
+/// Links what `descriptor` has open to `path`.
+bool Link(int descriptor, const std::filesystem::path& path)
+{
+    const std::string open = "/proc/self/fd/" + std::to_string(descriptor);
+    return linkat(AT_FDCWD, open.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;
+}
+
+} // namespace
+
+NewFile::NewFile(std::filesystem::path path) : m_path(std::move(path)), m_stream(nullptr, std::fclose)
+{
+    int descriptor = open(m_path.parent_path().c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, forAll);
+    if (descriptor == -1 && errno == EOPNOTSUPP)
+    {
+        const std::filesystem::path partial = m_path.string() + ".part";
+        descriptor = open(partial.c_str(), O_CREAT | O_EXCL | O_NOFOLLOW | O_WRONLY | O_CLOEXEC, forAll);
+        if (descriptor == -1)
+        {
+            Fail(partial);
+        }
+        m_partial = partial;
+    }
+    if (descriptor == -1)
+    {
+        Fail(m_path);
+    }
+    m_stream.reset(fdopen(descriptor, "wb"));
+    if (!m_stream)
+    {
+        const std::system_error failure(errno, std::generic_category(), m_path.string());
+        close(descriptor);
+        unlink(m_partial.c_str());
+        throw failure;
+    }
+}
+
+NewFile::~NewFile()
+{
+    if (!m_partial.empty())
+    {
+        unlink(m_partial.c_str());
+    }
+}
+
+void NewFile::Publish()
+{
+    if (std::fflush(m_stream.get()) != 0)
+    {
+        Fail(m_path);
+    }
+    if (m_partial.empty())
+    {
+        const int descriptor = fileno(m_stream.get());
+        if (!Link(descriptor, m_path) && (errno != EEXIST || unlink(m_path.c_str()) != 0 || !Link(descriptor, m_path)))
+        {
+            Fail(m_path);
+        }
+        return;
+    }
+    if (std::fclose(m_stream.release()) != 0 || rename(m_partial.c_str(), m_path.c_str()) != 0)
+    {
+        Fail(m_path);
+    }
+    m_partial.clear();
+}
+
+} // namespace nq::tool

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+// A file that appears under its name when it is whole, or never.
+#pragma once
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+
+namespace nq::tool
+{
+
+/// A file being written. Until Publish() it has no name, and no signal leaves it behind. A file system that knows no
+/// files without a name gets NAME.part, which must not be there yet; that one the object removes. Links are not
+/// followed. Failures are std::system_error.
+class NewFile
+{
+  public:
+    explicit NewFile(std::filesystem::path path);
+    ~NewFile();
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+
+    std::FILE* Stream() const { return m_stream.get(); }
+
+    /// Gives the file its name, in place of a file or link of that name. Call it once, when everything is written.
+    void Publish();
+
+  private:
+    std::filesystem::path m_path;
+    std::filesystem::path m_partial; ///< empty while the file has no name
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> m_stream;
+};
+
+} // namespace nq::tool
