@@ -1,8 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
-# Hardening of the library, which lives in other people's processes. Sanitizer builds go without: they check more, and
-# their run-times replace the functions that fortified calls go to.
+# Hardening of the library, which lives in other people's processes, and of the programs beside it, which run as root.
+# Sanitizer builds go without: they check more, and their run-times replace the functions that fortified calls go to.
 #
-# nq_harden_objects(TARGET) for what is compiled, nq_harden_library(TARGET) for what is linked.
+# nq_harden_objects(TARGET) for what is compiled, nq_harden_library(TARGET) or nq_harden_program(TARGET) for what is
+# linked.
 include(CheckCXXCompilerFlag)
 check_cxx_compiler_flag(-fcf-protection=full NQ_HAS_CF_PROTECTION)
 check_cxx_compiler_flag(-fstack-clash-protection NQ_HAS_STACK_CLASH)
@@ -37,4 +38,9 @@ function(nq_harden_library target)
     endif()
     target_link_options(${target} PRIVATE -Wl,-z,${ibt},-z,shstk -Wl,-init=nq_no_init,-fini=nq_no_fini)
   endif()
+endfunction()
+
+# Without the property of control-flow protection: the C library's start files, which no program does without, may lack it.
+function(nq_harden_program target)
+  target_link_options(${target} PRIVATE -pie -Wl,-z,relro,-z,now,-z,noexecstack)
 endfunction()

@@ -33,6 +33,11 @@ struct Lie
     const char* told;
 };
 
+void PrintTo(const Lie& lie, std::ostream* out)
+{
+    *out << lie.name;
+}
+
 class ToolFrame : public testing::TestWithParam<Lie>
 {
 };

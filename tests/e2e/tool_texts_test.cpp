@@ -25,6 +25,11 @@ struct Shown
     const char* shown;
 };
 
+void PrintTo(const Shown& text, std::ostream* out)
+{
+    *out << text.name;
+}
+
 class ToolText : public testing::TestWithParam<Shown>
 {
 };
