@@ -44,7 +44,7 @@ std::string Footer()
     }
     return text + "\nExamples:\n"
                   "  nq-gev-camera --address 10.9.0.2 --width 1920 --height 1080 --fps 60\n"
-                  "  nq-gev-camera --interface eth1 --fault short-frame:100:3 --control /tmp/camera.sock\n";
+                  "  nq-gev-camera --interface eth1 --fault short-frame:100:3 --control camera.sock\n";
 }
 
 std::uint64_t ParseMac(const std::string& text)

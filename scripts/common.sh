@@ -31,8 +31,9 @@ install() {
     [ ${#missing[@]} = 0 ] && return
     echo "installing ${missing[*]}"
     export DEBIAN_FRONTEND=noninteractive
-    { apt-get -q update && apt-get -q install -y --no-install-recommends "${missing[@]}"; } >/tmp/nq-apt.log 2>&1 ||
-        fail "apt-get could not install ${missing[*]}; see /tmp/nq-apt.log"
+    mkdir -p out
+    { apt-get -q update && apt-get -q install -y --no-install-recommends "${missing[@]}"; } >out/apt.log 2>&1 ||
+        fail "apt-get could not install ${missing[*]}; see out/apt.log"
 }
 
 need_namespaces() {

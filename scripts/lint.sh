@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# ./run lint: formatting, shell scripts, every file through both compilers with warnings as errors, clang-tidy on
+# ./run lint: formatting, shell scripts, no fixed names in /tmp, every file through both compilers with warnings as errors, clang-tidy on
 # everything that is not a test.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
@@ -14,6 +14,8 @@ echo "clang-format"
 git ls-files '*.h' '*.cpp' '*.c' | xargs clang-format --dry-run -Werror || fail "run clang-format -i on the files above"
 echo "shellcheck"
 git ls-files run .ci/run '*.sh' | xargs shellcheck -x
+echo "names in /tmp"
+scripts/check_tmp.sh || fail "use mktemp for the names above"
 
 # configure FOLDER CXX CC: gives compile_commands.json, without a build. Each file stands alone: no precompiled headers.
 configure() {

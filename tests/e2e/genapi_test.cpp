@@ -533,8 +533,8 @@ TEST_F(GenApi, TheWritableFeaturesOfTheDeviceKeepWhatIsWritten)
 {
     OpenDevice();
     Engine engine(gentl, device);
-    EXPECT_TRUE(engine.Set("XMLFile", "/tmp/description.xml"));
-    EXPECT_EQ(engine.Value("XMLFile"), "/tmp/description.xml");
+    EXPECT_TRUE(engine.Set("XMLFile", "/folder/description.xml"));
+    EXPECT_EQ(engine.Value("XMLFile"), "/folder/description.xml");
     EXPECT_TRUE(engine.Set("EventNotification", "Off"));
     EXPECT_EQ(engine.Value("EventNotification"), "Off");
     EXPECT_TRUE(engine.Execute("UpdateXML"));

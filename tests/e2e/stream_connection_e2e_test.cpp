@@ -3,6 +3,7 @@
 // nothing is left, and that the next acquisition works.
 #include "support/fake_logger.h"
 #include "support/stream_consumer.h"
+#include "support/temporary_folder.h"
 
 #include <gmock/gmock.h>
 
@@ -255,7 +256,8 @@ TEST(StreamAddress, AHostThatNobodyReachesByRdmaFailsTheStart)
     const VirtualCamera camera{SmallFrames()};
     Consumer consumer;
     // The camera answers on its control channel; this process looks for RDMA listeners elsewhere.
-    setenv("NQ_RDMA_LOOPBACK_DIR", "/tmp/nq-test-nobody", 1);
+    const nq::test::TemporaryFolder nobody;
+    setenv("NQ_RDMA_LOOPBACK_DIR", nobody.Path().c_str(), 1);
     consumer.AnnounceAndQueue(3);
     const long threads = nq::test::Count("task");
     EXPECT_EQ(consumer.Start(), -1001);
@@ -264,7 +266,6 @@ TEST(StreamAddress, AHostThatNobodyReachesByRdmaFailsTheStart)
     EXPECT_EQ(consumer.Start(), -1001);
     EXPECT_EQ(Settled(idle), idle);
     EXPECT_EQ(consumer.Stop(), -1004);
-    std::filesystem::remove_all("/tmp/nq-test-nobody");
     setenv("NQ_RDMA_LOOPBACK_DIR", nq::test::RdmaFolder().c_str(), 1);
 }
 
