@@ -13,11 +13,33 @@ fail() {
 }
 
 # Becomes root, by sudo where that is needed, and keeps the arguments of the calling script and what chooses its build.
+# What root makes in the checkout of a user who called sudo is that user's afterwards. Then locks the checkout.
 become_root() {
     if [ "$(id -u)" != 0 ]; then
         command -v sudo >/dev/null || fail "this needs root (network namespaces, packages), and there is no sudo"
-        exec sudo --preserve-env=CI,NQ_BUILD,NQ_BUILD_ARGUMENTS,NQ_TEST_JOBS,ASAN_OPTIONS "$0" "$@"
+        local name settings=()
+        for name in CI NQ_BUILD NQ_BUILD_ARGUMENTS NQ_TEST_JOBS ASAN_OPTIONS; do
+            [ -z "${!name+set}" ] || settings+=("$name=${!name}")
+        done
+        # Not by sudo itself, which needs a right of its own for that (SETENV).
+        exec sudo env "${settings[@]}" "$0" "$@"
     fi
+    if [ "${SUDO_UID:-0}" != 0 ] && [ "$(stat -c %u .)" = "$SUDO_UID" ] && [ -z "${NQ_FOR_CALLER:-}" ]; then
+        NQ_FOR_CALLER=1 exec scripts/for_caller.sh "$0" "$@"
+    fi
+    lock_checkout "$@"
+}
+
+# Keeps other runs out of this checkout until this one and all that it started have ended: they would delete each other's
+# builds and results. A script that a run calls is part of that run.
+lock_checkout() {
+    local lock
+    [ "${NQ_LOCKED:-}" != "$PWD" ] || return 0
+    exec {lock}<>.run.lock
+    flock --nonblock "$lock" ||
+        fail "another run is at work in this checkout: $(cat .run.lock); wait for its end, or take another checkout"
+    echo "./run $(basename "$0" .sh)${*:+ $*} (process $$)" >.run.lock
+    export NQ_LOCKED=$PWD
 }
 
 # install PACKAGE...: installs what is missing with apt-get.

@@ -12,4 +12,4 @@ need_namespaces
 NQ_TARGETS="nq_gev_rdma_tl nq-gev nq-gev-camera nq_rdma_loopback" build build
 rm -rf out/demo
 export CAMERA_ARGUMENTS="--width 1280 --height 1024"
-exec unshare --net scripts/two_hosts.sh scripts/demo_grab.sh
+exec scripts/two_hosts.sh scripts/demo_grab.sh

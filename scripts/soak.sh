@@ -20,4 +20,4 @@ mkdir -p out/soak
 # machine would end a run of many minutes.
 export MORE_CAMERA_ADDRESSES="10.77.0.3 10.77.0.4"
 export CAMERA_ARGUMENTS="--count 3 --serial SOAK0 --width 64 --height 64 --fps 0 --heartbeat 3600000"
-exec unshare --net scripts/two_hosts.sh /usr/bin/python3 scripts/soak.py "$minutes" build/tests/soak out/soak
+exec scripts/two_hosts.sh /usr/bin/python3 scripts/soak.py "$minutes" build/tests/soak out/soak

@@ -1,21 +1,24 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# two_hosts.sh COMMAND...: inside a fresh network namespace, makes a second one joined by a virtual cable and starts the
-# virtual camera there (10.77.0.2 and MORE_CAMERA_ADDRESSES; arguments in CAMERA_ARGUMENTS), then runs COMMAND here
-# (10.77.0.1). Everything ends with this script. Both hosts use the software RDMA of build/.
+# two_hosts.sh COMMAND...: makes two hosts joined by a virtual cable, starts the virtual camera on one (10.77.0.2 and
+# MORE_CAMERA_ADDRESSES; arguments in CAMERA_ARGUMENTS) and runs COMMAND on the other (10.77.0.1). Both use the software
+# RDMA of build/. Everything ends with this script, even when it is killed.
 set -euo pipefail
+if [ "${1:-}" != --inside ]; then
+    # The first process of the namespaces goes with its parent, and takes all others, its mounts and the hosts along.
+    setpriv --pdeathsig KILL unshare --net --pid --mount-proc --fork --kill-child "$0" --inside "$@" <&0 &
+    hosts=$!
+    trap 'kill -KILL $hosts; wait; exit 143' TERM INT HUP
+    status=0
+    wait $hosts || status=$?
+    exit $status
+fi
+shift
 ip link set lo up
-work=$(mktemp -d)
+work=/dev/shm # one of its own, that goes with the namespace
+mount -t tmpfs -o mode=700 tmpfs $work
 unshare --net sleep infinity &
 holder=$!
-camera=
-cleanup() {
-    [ -z "$camera" ] || kill "$camera" 2>/dev/null || true
-    [ -z "$camera" ] || wait "$camera" 2>/dev/null || true
-    kill "$holder" 2>/dev/null || true
-    rm -rf "$work"
-}
-trap cleanup EXIT
 until [ "$(readlink /proc/$holder/ns/net)" != "$(readlink /proc/$$/ns/net)" ]; do sleep 0.01; done
 
 ip link add host0 type veth peer name cam0
