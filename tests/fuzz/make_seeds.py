@@ -155,6 +155,20 @@ def port_seeds():
     seed("port", "buffer", [buffer, 0, 1, 1, 1, 0, 0, 0, 4])
 
 
+# The first byte chooses the verb; then each answer has one, below 160 for the truth.
+def tool_seeds():
+    type_of, value, text, size, code = 0xA0 | 1, 0xA0 | 2, 0xA0 | 4, 0xA0 | 8, 0xB0
+    for name, first in (("list", 1), ("grab", 0x40), ("announce", 0x42), ("verify", 0x44), ("pictures", 0x48)):
+        seed("tool", name, [first])
+        # One lie each, at places that are reached one after the other.
+        for at in (5, 20, 40):
+            seed("tool", f"{name}_no_size_{at}", [first] + [0] * at + [size, 250])
+            seed("tool", f"{name}_edge_{at}", [first] + [0] * at + [value, 249, value, 251, value, 247])
+            seed("tool", f"{name}_type_{at}", [first] + [0] * at + [type_of, 9])
+            seed("tool", f"{name}_refused_{at}", [first] + [0] * at + [code, 3])
+    seed("tool", "latin1", [1] + [text, 3, 0x4B, 0xFC, 0x1B] * 20)
+
+
 # ---- call sequences
 
 
@@ -395,6 +409,6 @@ def camera_control_seeds():
     seed("camera_control", "odd", [step for text in odd for step in line(text) + read])
 
 
-for make in (acknowledge_seeds, discovery_seeds, event_seeds, gendc_seeds, text_seeds, port_seeds, call_seeds, stream_seeds,
-             rendezvous_seeds, camera_packet_seeds, camera_control_seeds):
+for make in (acknowledge_seeds, discovery_seeds, event_seeds, gendc_seeds, text_seeds, port_seeds, tool_seeds, call_seeds,
+             stream_seeds, rendezvous_seeds, camera_packet_seeds, camera_control_seeds):
     make()
