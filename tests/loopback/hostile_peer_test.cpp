@@ -40,7 +40,7 @@ class HostilePeer
     }
     ~HostilePeer()
     {
-        m_host.join();
+        Await();
         for (const int open : {m_waiting, m_control, m_streams[0], m_streams[1]})
         {
             close(open);
@@ -48,6 +48,15 @@ class HostilePeer
     }
     HostilePeer(const HostilePeer&) = delete;
     HostilePeer& operator=(const HostilePeer&) = delete;
+
+    /// Waits until the offer is taken.
+    void Await()
+    {
+        if (m_host.joinable())
+        {
+            m_host.join();
+        }
+    }
 
     /// Sends the request back as a message of another kind.
     void Say(uint32_t kind)
@@ -104,6 +113,7 @@ struct Victim
         side.Resolve(Address("127.0.0.1", 4791));
         side.MakeQueuePair();
         Require(rdma_connect(side.id, nullptr) == 0, "rdma_connect");
+        peer.Await();
     }
 
     void Establish()
