@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <dlfcn.h>
+#include <link.h>
 #include <sys/mman.h>
 #include <type_traits>
 #include <unistd.h>
@@ -57,13 +58,23 @@ constinit Target<NQLSetGlobalDebugLevelFunction> g_setGlobalDebugLevel{
     "NQLSetGlobalDebugLevel", &NQLSetGlobalDebugLevel, g_pFnSetGlobalDebugLevel};
 constinit Target<NQLTraceAFunction> g_traceA{"NQLTraceA", &NQLTraceA, g_pFnTraceA};
 
+// Whether `code` only leads to a function of another object: what a program has whose code takes the function's
+// address.
+bool IsDoor(const void* code)
+{
+    Dl_info object{};
+    const ElfW(Sym)* symbol = nullptr;
+    return dladdr1(code, &object, const_cast<void**>(reinterpret_cast<const void**>(&symbol)), RTLD_DL_SYMENT) != 0 &&
+           symbol != nullptr && symbol->st_shndx == SHN_UNDEF;
+}
+
 // Stores the address of the target. A null handle searches the process, where this library's own function of that name
-// is not an answer: it would call itself.
+// is not an answer, nor a door to it: it would call itself.
 template <class Function>
 bool Resolve(Target<Function>& target, void* library)
 {
     auto* found = reinterpret_cast<Function>(dlsym(library, target.symbol));
-    if (found == target.own)
+    if (found == target.own || IsDoor(reinterpret_cast<void*>(found)))
     {
         found = nullptr;
     }

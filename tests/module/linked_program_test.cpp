@@ -53,4 +53,11 @@ TEST(LinkedProgram, SetsTheModeThatTheLibraryReadsAndReadsTheSlotsThatItSets)
         << "the write of mode 2 and the close";
 }
 
+TEST(LinkedProgram, ThatTakesTheAddressOfALoggingFunctionIsNoLoggingLibrary)
+{
+    EXPECT_EQ(OutputOf({NQ_LINKED_PROGRAM_PATH}), "return GetLastError();\n"
+                                                  "OpenDLL ffffffff\n"
+                                                  "NQLSetGlobalDebugLevel 0\n");
+}
+
 } // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // An ordinary program: linked with the library, compiled without position-independent code, so that the exported
-// variables lie in the program. Its argument is the path of a logging library; it prints what it sees, a line each.
+// variables lie in the program. Its argument is the path of a logging library, if it is to have one; it prints what it
+// sees, a line each.
 #include <dlfcn.h>
 #include <stdbool.h>
 #include <stdio.h>
@@ -18,6 +19,8 @@ extern void* g_pFnTraceA;
 int openCamera(unsigned long* handle, unsigned int ip, unsigned int localIP, unsigned int unused, int mode);
 int closeCamera(unsigned long handle);
 int Camera_setGigECameraRegister(unsigned long handle, unsigned int address, unsigned int value, unsigned int key);
+unsigned int OpenDLL(void);
+bool NQLSetGlobalDebugLevel(unsigned long level);
 bool NQLInit(void);
 void NQLClose(void);
 int GCInitLib(void);
@@ -46,8 +49,21 @@ static void PrintSlots(void* library)
     printf("g_pFnTraceA %s\n", Same(g_pFnTraceA, library, "NQLTraceA"));
 }
 
+/// A program that takes the address of a function answers for it when the process is searched for that name.
+static int RunWithoutLibrary(void)
+{
+    bool (*volatile setLevel)(unsigned long) = NQLSetGlobalDebugLevel;
+    printf("OpenDLL %x\n", OpenDLL());
+    printf("NQLSetGlobalDebugLevel %d\n", setLevel(1));
+    return 0;
+}
+
 int main(int count, char** arguments)
 {
+    if (count == 1)
+    {
+        return RunWithoutLibrary();
+    }
     void* const library = count == 2 ? dlopen(arguments[1], RTLD_NOW | RTLD_LOCAL) : NULL;
     unsigned long camera = 0;
     if (library == NULL || openCamera(&camera, LOOPBACK, LOOPBACK, 3000, 0) != 0)
