@@ -22,15 +22,14 @@ std::string DottedAddress(uint64_t address)
                        address & 0xFF);
 }
 
-/// The length of a list as the producer tells it. Throws ToolFailure for one that no network has.
-uint32_t Believable(uint32_t count, const char* function)
+/// Throws ToolFailure for a list that is longer than any network has.
+void CheckLength(uint32_t count, const char* function)
 {
     constexpr uint32_t most = 4096;
     if (count > most)
     {
         throw ToolFailure(ExitCode::Failure, fmt::format("{} claims {} entries", function, count));
     }
-    return count;
 }
 
 } // namespace
@@ -62,8 +61,9 @@ std::vector<std::string> System::InterfaceIds() const
 {
     uint32_t count = 0;
     GenTLLibrary::Check(m_library.TLGetNumInterfaces(m_handle, &count), "TLGetNumInterfaces");
+    CheckLength(count, "TLGetNumInterfaces");
     std::vector<std::string> ids;
-    for (uint32_t index = 0; index < Believable(count, "TLGetNumInterfaces"); ++index)
+    for (uint32_t index = 0; index < count; ++index)
     {
         ids.push_back(GenTLLibrary::Id(
             [&](char* text, size_t* size) { return m_library.TLGetInterfaceID(m_handle, index, text, size); },
@@ -116,7 +116,8 @@ InterfaceEntry Interface::Scan(uint64_t timeoutMs) const
     });
     uint32_t count = 0;
     GenTLLibrary::Check(library.IFGetNumDevices(m_handle, &count), "IFGetNumDevices");
-    for (uint32_t index = 0; index < Believable(count, "IFGetNumDevices"); ++index)
+    CheckLength(count, "IFGetNumDevices");
+    for (uint32_t index = 0; index < count; ++index)
     {
         entry.cameras.push_back(Describe(GenTLLibrary::Id(
             [&](char* text, size_t* size) { return library.IFGetDeviceID(m_handle, index, text, size); },

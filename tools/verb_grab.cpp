@@ -243,16 +243,18 @@ ExitCode Grab(const CommonOptions& common, const GrabOptions& options)
     session.Stop();
     const Totals& totals = grabber.Result();
     PrintSummary(common, options, totals);
+    const std::string refused = totals.refused == 0 ? std::string()
+                                                    : fmt::format("{} frames refused; the first because {}",
+                                                                  totals.refused, grabber.FirstRefusal());
     if (!reason.empty())
     {
         throw ToolFailure(ExitCode::CameraLost,
-                          fmt::format("no frame for {} ms after {} of {}: {}", options.frameTimeoutMs, totals.frames,
-                                      options.count, reason));
+                          fmt::format("no frame for {} ms after {} of {}: {}{}{}", options.frameTimeoutMs,
+                                      totals.frames, options.count, reason, refused.empty() ? "" : "; ", refused));
     }
-    if (totals.refused != 0)
+    if (!refused.empty())
     {
-        throw ToolFailure(ExitCode::WrongPicture, fmt::format("{} frames refused; the first because {}", totals.refused,
-                                                              grabber.FirstRefusal()));
+        throw ToolFailure(ExitCode::WrongPicture, refused);
     }
     if (options.verify && !totals.Perfect())
     {

@@ -101,6 +101,15 @@ TEST(ToolLies, OneRefusedFrameLeavesTheOthers)
     EXPECT_EQ(folder.Files().size(), 2U);
 }
 
+TEST(ToolLies, ARefusedFrameIsToldOfWhenNoMoreCome)
+{
+    const Outcome grab = RunWith("EventGetData.value=4660", {"grab", "--count", "9", "--frame-timeout", "1"});
+    EXPECT_EQ(grab.exitCode, 6) << grab.output;
+    EXPECT_THAT(grab.output, HasSubstr("no frame for 1 ms after 0 of 9: "));
+    EXPECT_THAT(grab.output,
+                HasSubstr("; 4 frames refused; the first because it comes in a buffer that nobody announced"));
+}
+
 TEST(ToolLies, AShortFrameIsPaddedWithZeros)
 {
     const TemporaryFolder folder;
