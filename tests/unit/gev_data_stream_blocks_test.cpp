@@ -226,7 +226,7 @@ TEST_F(GevDataStreamLargeBlocks, ABufferFlushedToTheOutputAfterARestartShowsMemo
 {
     const auto shown = ShowFramesOfTheRunBefore();
     ASSERT_EQ(stream->FlushQueue(GenTL::ACQ_QUEUE_INPUT_TO_OUTPUT), 0);
-    for (int buffer = 0; buffer < 2; ++buffer)
+    for (std::size_t buffer = 0; buffer < 2; ++buffer)
     {
         ASSERT_EQ(NextBuffer(), buffers[buffer]);
         EXPECT_EQ(BaseOf(buffers[buffer]), shown[buffer]);
@@ -239,7 +239,7 @@ TEST_F(GevDataStreamLargeBlocks, ABufferFlushedToTheOutputAfterARestartShowsMemo
 TEST_F(GevDataStreamLargeBlocks, ABlockOfTheRunBeforeGoesAsSoonAsItsBufferTakesAnotherFrame)
 {
     const auto shown = ShowFramesOfTheRunBefore();
-    for (int buffer = 0; buffer < 2; ++buffer)
+    for (std::size_t buffer = 0; buffer < 2; ++buffer)
     {
         EXPECT_TRUE(nq::test::IsMapped(shown[buffer]));
         ASSERT_EQ(Receive(7), buffers[buffer]);
