@@ -125,6 +125,7 @@ TEST_F(ForkWithAnOpenTree, TheChildsDescriptorsAreClosed)
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     Forked([&] {
+        close(ends[0]); // either side is left with one end
         EXPECT_EQ(p.GCCloseLib(), 0);
         inChild = Descriptors();
         EXPECT_EQ(write(ends[1], &inChild, sizeof inChild), static_cast<ssize_t>(sizeof inChild));
