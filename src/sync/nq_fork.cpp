@@ -3,7 +3,6 @@
 #include "sync/nq_fork.h"
 
 #include <chrono>
-#include <ctime>
 #include <mutex>
 #include <new>
 #include <pthread.h>
@@ -14,7 +13,7 @@ namespace
 
 /// A lock is free soon, unless its holder waits for another lock, which may be one that the fork has taken already:
 /// then all are given back for a moment. Whoever does not give way in the end sleeps, and is not waited for.
-constexpr long g_SoonNs = 5000000;
+constexpr int g_Looks = 20;
 constexpr std::chrono::microseconds g_Pause{100};
 constexpr std::chrono::milliseconds g_Limit{500};
 
@@ -128,13 +127,16 @@ unsigned int NQProcessGeneration()
 
 bool NQForkHook::TakeSoon(pthread_mutex_t* mutex)
 {
-    constexpr long nanosecondsPerSecond = 1000000000;
-    timespec deadline{};
-    clock_gettime(CLOCK_MONOTONIC, &deadline);
-    deadline.tv_nsec += g_SoonNs;
-    deadline.tv_sec += deadline.tv_nsec / nanosecondsPerSecond;
-    deadline.tv_nsec %= nanosecondsPerSecond;
-    return pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &deadline) == 0;
+    // Each look after a sleep, so that the holder gets the processor.
+    for (int look = 1; pthread_mutex_trylock(mutex) != 0; ++look)
+    {
+        if (look == g_Looks)
+        {
+            return false;
+        }
+        std::this_thread::sleep_for(g_Pause);
+    }
+    return true;
 }
 
 NQForkHook::NQForkHook(void* lock, Action action) : m_lock(lock), m_action(action)

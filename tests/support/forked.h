@@ -18,6 +18,13 @@ namespace nq::test
 class Forked
 {
   public:
+    /// ThreadSanitizer ends a process that starts a thread where a thread of its parent was.
+#if defined(__SANITIZE_THREAD__)
+    static constexpr bool mayStartThreads = false;
+#else
+    static constexpr bool mayStartThreads = true;
+#endif
+
     template <typename Function>
     explicit Forked(Function function, unsigned int seconds = 30)
     {
@@ -38,7 +45,10 @@ class Forked
             _exit(testing::Test::HasFailure() ? 1 : 0);
         }
     }
-    ~Forked() { Join(); }
+    ~Forked()
+    {
+        Join();
+    }
     Forked(const Forked&) = delete;
     Forked& operator=(const Forked&) = delete;
 
