@@ -7,6 +7,7 @@
 #include "support/network.h"
 
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <nlohmann/json.hpp>
@@ -50,7 +51,12 @@ class Cameras
         sockaddr_un place{};
         place.sun_family = AF_UNIX;
         std::strncpy(place.sun_path, (m_folder + "/control").c_str(), sizeof(place.sun_path) - 1);
-        Require(connect(fd, reinterpret_cast<const sockaddr*>(&place), sizeof(place)) == 0, "the socket listens");
+        int result = 0;
+        do
+        {
+            result = connect(fd, reinterpret_cast<const sockaddr*>(&place), sizeof(place));
+        } while (result != 0 && errno == EINTR); // by the fuzzer's timer
+        Require(result == 0, "the socket listens", errno);
         return fd;
     }
 
@@ -93,8 +99,9 @@ class Client
         static_cast<void>(send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT));
     }
 
-    /// Takes what is there. Every whole line is a JSON object that says whether the command was good.
-    void Read()
+    /// Takes what is there; false when the camera hung up. Every whole line is a JSON object that says whether the
+    /// command was good.
+    bool Read()
     {
         std::array<char, 4096> block;
         const ssize_t size = recv(m_fd, block.data(), block.size(), MSG_DONTWAIT);
@@ -106,16 +113,19 @@ class Client
             Require(answer["ok"] != answer.contains("error"), "what failed says why");
             ++m_answers;
         }
+        return size != 0;
     }
 
-    /// Waits for the next answer.
+    /// Waits for the next answer; the fuzzer ends a run that takes too long.
     bool HearsAnswer()
     {
         const int before = m_answers;
         pollfd waiting{m_fd, POLLIN, 0};
-        while (m_answers == before && poll(&waiting, 1, 10000) == 1 && (waiting.revents & POLLIN) != 0)
+        bool open = true;
+        while (open && m_answers == before)
         {
-            Read();
+            // The fuzzer's timer interrupts waits.
+            open = poll(&waiting, 1, -1) < 0 ? errno == EINTR : Read();
         }
         return m_answers != before;
     }
@@ -137,7 +147,7 @@ void Step(const Cameras& cameras, std::array<std::unique_ptr<Client>, 3>& client
     case 1:
         if (client)
         {
-            client->Read();
+            static_cast<void>(client->Read());
         }
         break;
     default:

@@ -124,6 +124,15 @@ class Camera
         return command;
     }
 
+    static std::uint16_t CodeOf(const Bytes& datagram) { return GetBig<std::uint16_t>(&datagram[2]); }
+
+    /// A command with a good header.
+    static bool IsWhole(const Bytes& datagram)
+    {
+        return datagram.size() >= 8 && datagram[0] == 0x42 &&
+               GetBig<std::uint16_t>(&datagram[4]) == datagram.size() - 8 && (datagram[6] | datagram[7]) != 0;
+    }
+
     void WriteRegisters(FuzzInput& input)
     {
         const std::size_t host = input.Below(3);
@@ -234,8 +243,11 @@ class Camera
         Require(reply.delay <= std::chrono::hours(24) || !m_faulty, "a late answer is at most a day late");
         // Who has lost control since is told again that he wrote.
         CheckAnswer(datagram, answer, held || m_last[host].command == datagram);
-        const bool write = datagram.size() >= 4 && (datagram[3] == 0x82 || datagram[3] == 0x86) && datagram[2] == 0;
-        m_last[host] = {datagram, answer, write, held, m_device.MayWrite(from), m_faulty};
+        if (IsWhole(datagram) && datagram.size() <= 548 && CodeOf(datagram) != 0x0002)
+        {
+            const bool write = CodeOf(datagram) == 0x0082 || CodeOf(datagram) == 0x0086;
+            m_last[host] = {datagram, answer, write, held, m_device.MayWrite(from), m_faulty};
+        }
         if (reply.reset)
         {
             m_device.PowerCycle();
@@ -263,13 +275,12 @@ class Camera
         }
         Require(answer.size() >= 8, "a command that wants an answer gets one");
         const auto status = GetBig<std::uint16_t>(&answer[0]);
-        const auto code = GetBig<std::uint16_t>(&datagram[2]);
+        const std::uint16_t code = CodeOf(datagram);
         Require(GetBig<std::uint16_t>(&answer[2]) == static_cast<std::uint16_t>(code + 1),
                 "the answer names the command");
         Require(GetBig<std::uint16_t>(&answer[4]) == answer.size() - 8, "the answer tells its length");
         Require(answer[6] == datagram[6] && answer[7] == datagram[7], "the answer has the command's id");
-        const bool whole =
-            GetBig<std::uint16_t>(&datagram[4]) == datagram.size() - 8 && (datagram[6] | datagram[7]) != 0;
+        const bool whole = IsWhole(datagram);
         Require(whole || status == 0x800E, "a command of another length has a bad header", status);
         Require(!whole || datagram.size() <= 548 || status == 0x8002, "a command that is too long is refused", status);
         const bool writes = whole && datagram.size() > 8 + 4 && (code == 0x0082 || code == 0x0086);
@@ -277,6 +288,7 @@ class Camera
                 "only the holder writes", status);
     }
 
+    /// The latest whole command of a host but for discoveries, and what became of it.
     struct Last
     {
         Bytes command;
