@@ -220,7 +220,7 @@ NQGigE_RETURN Network::receiveCommand(Command& command, timeval* timeout, unsign
 
 void Network::dropOwedAnswers()
 {
-    if (!mOwed.any())
+    if (!canExchange() || !mOwed.any())
     {
         return;
     }
