@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# ./run lint: formatting, shell scripts, no fixed names in /tmp, every file through both compilers with warnings as errors, clang-tidy on
-# everything that is not a test.
+# ./run lint: formatting, shell scripts, no fixed names in /tmp, every file through both compilers with warnings as
+# errors, clang-tidy on everything that is not a test.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh
