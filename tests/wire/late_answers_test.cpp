@@ -89,7 +89,7 @@ class LateAnswers : public testing::Test
     {
         SCOPED_TRACE("access " + std::to_string(round));
         const auto address = static_cast<unsigned int>(0x1000 + 4 * round);
-        const auto expected = static_cast<unsigned int>(0x01010101 * (round % 250));
+        const unsigned int expected = 0x01010101U * static_cast<unsigned int>(round % 250);
         std::array<unsigned char, 4> data{};
         unsigned int value = 0;
         switch (round % 4)
