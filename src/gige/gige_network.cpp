@@ -24,8 +24,10 @@ constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kPendingWaitOffset = 10;
 constexpr timeval kAnswerTime{0, 400000};
 
-// What one search for owed answers looks at: nobody who floods the port may hold it up, or fill the memory.
+// What one search for owed answers looks at, and what all searches set aside: nobody who floods the port may hold a
+// search up, or fill the memory.
 constexpr int kMostLookedAt = 256;
+constexpr std::size_t kMostSetAside = 256;
 
 sockaddr_in ipv4(unsigned int ip, unsigned int port)
 {
@@ -227,7 +229,9 @@ void Network::dropOwedAnswers()
     timeval wait = timeLeft(kAnswerTime, mLastSend);
     std::deque<Datagram> others = std::move(mSetAside);
     mSetAside.clear();
-    for (int looked = 0; looked < kMostLookedAt && mOwed.any() && waitReadable(mSocket, &wait) == 1; ++looked)
+    for (int looked = 0;
+         looked < kMostLookedAt && others.size() < kMostSetAside && mOwed.any() && waitReadable(mSocket, &wait) == 1;
+         ++looked)
     {
         Datagram datagram;
         if (take(datagram.packet, datagram.sender) == -1 && errno == EINTR)

@@ -49,7 +49,7 @@ class Network
     /// Takes the answers that are still owed for earlier commands, until none is owed or 400 ms have passed since the
     /// last send (or the time that a pending acknowledge for one of them asks for), and drops them. Any other datagram
     /// that comes meanwhile is kept, and receiveCommand() finds it as if it were only coming. What is then still owed
-    /// is given up. Without a debt nothing is done at all.
+    /// is given up. Without a debt, and in a forked child for a network of the parent, nothing is done at all.
     void dropOwedAnswers();
 
     /// Sends the command once to 255.255.255.255, at the remote port.

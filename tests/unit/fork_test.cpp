@@ -236,6 +236,18 @@ TEST(Fork, ANetworkOfTheParentSendsAndTakesNothingInTheChild)
     EXPECT_NE(network.receiveCommand(command, &wait, nullptr, nullptr), 0) << "only its own command came";
 }
 
+TEST(Fork, AnAnswerThatTheParentIsOwedIsLeftToTheParent)
+{
+    GigETL::Network network(loopbackAddress, 40004, loopbackAddress, 40004); // it hears itself
+    const GigETL::Command command(0x0080, 4, 1);
+    GigETL::Command answer;
+    timeval wait{1, 0};
+    EXPECT_EQ(network.sendCommand(command), 0);
+    Forked([&] { network.dropOwedAnswers(); });
+    EXPECT_EQ(network.receiveCommand(answer, &wait, nullptr, nullptr), 0);
+    EXPECT_EQ(answer.getSize(), 12) << "the child took it";
+}
+
 using ForkOfAStream = nq::test::StreamFixture;
 
 TEST_F(ForkOfAStream, AStopInTheChildWaitsForNoFrame)

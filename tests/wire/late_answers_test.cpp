@@ -332,4 +332,29 @@ TEST_F(LateAnswers, AFloodDoesNotHoldAnAccessUp)
     flood.join();
 }
 
+TEST_F(LateAnswers, WhatIsKeptOfAFloodDoesNotGrowWithEachAccess)
+{
+    GigETL::Network& network = *m_camera.getNetwork();
+    const auto port = static_cast<std::uint16_t>(m_camera.getLocalPort());
+    m_peer.Otherwise(Silent());
+    for (int round = 0; round < 10; ++round)
+    {
+        ASSERT_EQ(network.sendCommand(GigETL::Command(0x0080, 4, 1)), 0);
+        for (int sent = 0; sent < 256; ++sent)
+        {
+            m_peer.Send({0, 0, 0, 0x81, 0, 4, 0xFF, 0xFF, 0, 0, 0, 9}, "127.0.0.1", port);
+        }
+        network.dropOwedAnswers();
+    }
+    GigETL::Command taken;
+    timeval none{};
+    int kept = 0;
+    while (network.receiveCommand(taken, &none, nullptr, nullptr) == 0)
+    {
+        ++kept;
+    }
+    EXPECT_GT(kept, 0);
+    EXPECT_LT(kept, 1000) << "2560 were sent, and the system keeps some 300 of them";
+}
+
 } // namespace
