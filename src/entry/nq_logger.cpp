@@ -31,8 +31,9 @@ constexpr const char* g_LibraryName = "libNQLogLinux.so.1";
 
 NQLoggerHold g_hold;
 
-// The handle whose reference OpenDLL took and CloseDLL is to give back.
-std::atomic<void*> g_owned = nullptr;
+// Whether OpenDLL made g_hold hold the library. Its reference is not the one of g_hModule: another copy of this
+// library, loaded globally, has the same g_hModule and may close that one.
+std::atomic<bool> g_owns = false;
 
 // The handle that a failed load gave back at once, though g_hModule keeps it.
 std::atomic<void*> g_refused = nullptr;
@@ -142,6 +143,23 @@ auto Forward(const Target<Function>& target, Arguments... arguments)
     return use.Get() == nullptr ? Result() : use.Get()(arguments...);
 }
 
+void HoldLibrary()
+{
+    void* const library = dlopen(g_LibraryName, RTLD_LAZY);
+    if (library == nullptr)
+    {
+        return;
+    }
+    if (!g_hold.Hold(library))
+    {
+        dlclose(library);
+    }
+    else if (g_owns.exchange(true))
+    {
+        g_hold.Leave(); // Another thread was first.
+    }
+}
+
 } // namespace
 
 extern "C"
@@ -169,9 +187,9 @@ unsigned int OpenDLL()
     {
         dlclose(library);
     }
-    else if (library != nullptr && g_hold.Hold(library))
+    else if (library != nullptr && !g_owns)
     {
-        g_owned = library;
+        HoldLibrary();
     }
     g_hModule = library;
     return complete ? 0 : 0xFFFFFFFF;
@@ -181,17 +199,13 @@ void CloseDLL()
 {
     // Deliberate: the slots keep their values.
     void* const library = g_hModule.exchange(nullptr);
-    if (library == nullptr || library == g_refused)
+    if (library != nullptr && library != g_refused)
     {
-        return;
+        dlclose(library);
     }
-    if (void* owned = library; g_owned.compare_exchange_strong(owned, nullptr))
+    if (g_owns.exchange(false))
     {
         g_hold.Leave();
-    }
-    else
-    {
-        dlclose(library); // stored by the host
     }
 }
 

@@ -169,6 +169,27 @@ TEST(Load, ASecondCopyLoadedGloballyTracesUntilTheFirstClosesTheLogger)
     EXPECT_FALSE(registerModule("m", 1)) << "the logging library is gone";
 }
 
+TEST(Load, ASecondCopyLoadedGloballyClosesTheLoggerWhileTheFirstUsesIt)
+{
+    const auto isLoaded = [] {
+        void* const library = dlopen("libNQLogLinux.so.1", RTLD_LAZY | RTLD_NOLOAD);
+        return library != nullptr && dlclose(library) == 0;
+    };
+    const Producer first(NQ_CTI_PATH, RTLD_NOW | RTLD_GLOBAL);
+    const LibraryCopy copy(RTLD_NOW | RTLD_GLOBAL);
+    FakeLogger fake;
+    for (const Producer* const producer : {&first, &copy.producer})
+    {
+        ASSERT_TRUE(reinterpret_cast<bool (*)()>(producer->Find("NQLInit"))());
+    }
+    fake.LetGo();
+    reinterpret_cast<void (*)()>(copy.producer.Find("NQLClose"))();
+    auto* const registerModule = reinterpret_cast<bool (*)(const char*, unsigned int)>(first.Find("NQLRegisterModule"));
+    EXPECT_EQ(registerModule("m", 1), isLoaded());
+    reinterpret_cast<void (*)()>(first.Find("NQLClose"))();
+    EXPECT_FALSE(isLoaded()) << "nobody needs it any more";
+}
+
 TEST(Load, MayBeGivenBackOpenAndLoadedAgain)
 {
     {
