@@ -42,6 +42,7 @@ NQGenTLController::~NQGenTLController() = default;
 
 int NQGenTLController::Init()
 {
+    const NQGenTLLock lock(m_lifeLock);
     if (IsInitialized())
     {
         return GenTL::GC_ERR_RESOURCE_IN_USE;
@@ -63,6 +64,7 @@ int NQGenTLController::Init()
 
 int NQGenTLController::Close()
 {
+    const NQGenTLLock lock(m_lifeLock);
     if (!IsInitialized())
     {
         return GenTL::GC_ERR_NOT_INITIALIZED;

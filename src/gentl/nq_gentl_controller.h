@@ -22,9 +22,9 @@ class NQGenTLSystem;
 ///
 ///     not initialised --Init--> initialised --Close--> not initialised
 ///
-/// Operations may be called from any thread. No lock is held while a module operation runs, and a module closed on one
-/// thread while in use on another is the consumer's error. Results are GenTL codes; ordinary failures are traced by the
-/// exported functions.
+/// Operations may be called from any thread. While a module operation runs no lock is held, but by Close its own. A
+/// module closed on one thread while in use on another is the consumer's error. Results are GenTL codes; ordinary
+/// failures are traced by the exported functions.
 class NQGenTLController
 {
   public:
@@ -39,7 +39,8 @@ class NQGenTLController
     virtual int DoInit() = 0;
     virtual int DoClose() = 0;
 
-    /// -1004 when already initialised; else what DoInit says, or -1001 without a system module.
+    /// -1004 when already initialised; else what DoInit says, or -1001 without a system module. Of several threads that
+    /// call Init or Close at once, each waits for the outcome of the one before.
     int Init();
     /// Closes every open module. A system module that is not open stays allocated for ever, so that its handle is never
     /// that of another module, but gives back what it holds. -1002 when not initialised.
@@ -98,7 +99,8 @@ class NQGenTLController
     NQGenTLErrorContainer m_errors;
     std::atomic<NQGenTLSystem*> m_pSystem;
     std::atomic<bool> m_bInitialized;
-    NQGenTLModuleContainer m_abandoned; ///< The system modules that Close found closed and left allocated.
+    NQGenTLMutex m_lifeLock{NQHeld::Long}; ///< Held by Init and Close to their end; taken by nothing else.
+    NQGenTLModuleContainer m_abandoned;    ///< The system modules that Close found closed and left allocated.
 };
 
 } // namespace GigERDMA

@@ -5,6 +5,8 @@
 #include "gentl/nq_gentl_module_base.h"
 #include "gentl/nq_gentl_system.h"
 #include "gige/nq_gev_tl_linux.h"
+#include "support/asleep.h"
+#include "support/gate.h"
 #include "support/trace_capture.h"
 
 #include <gmock/gmock.h>
@@ -132,6 +134,66 @@ TEST(Controller, InitMakesTheSystemAndASecondInitIsRefused)
     EXPECT_TRUE(controller.IsInitialized());
     ASSERT_EQ(controller.systems.size(), 1U);
     delete controller.systems[0];
+}
+
+/// A controller whose first DoInit and first DoClose take until the gates open.
+class SlowController : public Controller
+{
+  public:
+    int DoInit() override
+    {
+        initGate.Pass();
+        return Controller::DoInit();
+    }
+    int DoClose() override
+    {
+        closeGate.Pass();
+        return Controller::DoClose();
+    }
+
+    nq::test::Gate initGate;
+    nq::test::Gate closeGate;
+};
+
+TEST(Controller, OfTwoSimultaneousInitsTheSecondIsRefused)
+{
+    SlowController controller;
+    int firstResult = 1;
+    int secondResult = 1;
+    nq::test::CallingThread first([&] { firstResult = controller.Init(); });
+    controller.initGate.AwaitCaller();
+    nq::test::CallingThread second([&] { secondResult = controller.Init(); });
+    second.AwaitAsleep();
+    controller.initGate.Open();
+    first.Join();
+    second.Join();
+    EXPECT_EQ(firstResult, 0);
+    EXPECT_EQ(secondResult, -1004);
+    EXPECT_EQ(controller.systems.size(), 1U);
+    for (const NQGenTLSystem* const system : controller.systems)
+    {
+        delete system;
+    }
+}
+
+TEST(Controller, OfTwoSimultaneousClosesTheSecondFindsTheLibraryClosed)
+{
+    SlowController controller;
+    controller.initGate.Open();
+    ASSERT_EQ(controller.Init(), 0);
+    controller.RegisterModule(static_cast<NQGenTLModuleBase*>(controller.systems[0]));
+    int firstResult = 1;
+    int secondResult = 1;
+    nq::test::CallingThread first([&] { firstResult = controller.Close(); });
+    controller.closeGate.AwaitCaller();
+    nq::test::CallingThread second([&] { secondResult = controller.Close(); });
+    second.AwaitAsleep();
+    controller.closeGate.Open();
+    first.Join();
+    second.Join();
+    EXPECT_EQ(firstResult, 0);
+    EXPECT_EQ(secondResult, -1002);
+    EXPECT_THAT(controller.log, ElementsAre("delete TLSystem", "DoClose"));
 }
 
 TEST(Controller, AFailingDoInitIsTracedAndReturned)
