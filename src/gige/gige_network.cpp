@@ -105,6 +105,8 @@ void Network::init(unsigned int remoteIP, unsigned int remotePort, unsigned int 
     }
     mSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     mOrigin = NQOrigin();
+    mOwed.forget();
+    mSetAside.clear();
     mValid = mSocket != -1;
     mLocal = ipv4(localIP, localPort);
     if (bind(mSocket, generic(mLocal), sizeof mLocal) == -1)

@@ -287,6 +287,25 @@ TEST_F(LateAnswers, ASilentCameraCostsNoFurtherWait)
     EXPECT_THAT(seen, ElementsAre(200)) << "and they were given up";
 }
 
+TEST_F(LateAnswers, ANewSocketOwesNothingAndKeepsNothing)
+{
+    LeaveOneAnswerOwed();
+    GigETL::Network& network = *m_camera.getNetwork();
+    const auto port = static_cast<std::uint16_t>(m_camera.getLocalPort());
+    m_peer.Send({0, 0, 0, 0x81, 0, 4, 0xFF, 0xFF, 0, 0, 0, 9}, "127.0.0.1", port);
+    network.dropOwedAnswers(); // sets it aside
+    ASSERT_EQ(network.sendCommand(GigETL::Command(0x0080, 4, 1)), 0);
+    ASSERT_TRUE(m_peer.WaitForCount(1));
+    network.init(kLoopback, 3956, kLoopback, 0);
+    m_peer.Next(Value(2));
+    std::vector<long> seen;
+    waits = &seen;
+    EXPECT_EQ(Get(), 0);
+    waits = nullptr;
+    EXPECT_EQ(m_value, 2U);
+    EXPECT_THAT(seen, ElementsAre(200));
+}
+
 TEST_F(LateAnswers, WhatCameBeforeTheTimeWasOverIsDroppedAfterIt)
 {
     m_peer.Next(Late(250ms, Value(1)));
