@@ -142,6 +142,18 @@ TEST_F(ForkWithAnOpenTree, TheChildsDescriptorsAreClosed)
     EXPECT_EQ(inChild, Descriptors());
 }
 
+TEST_F(ForkWithAnOpenTree, AGrandchildClosesWhatItInheritedAndMayStartAnew)
+{
+    tree.camera.Forget();
+    Forked([&] {
+        Forked([&] { EXPECT_EQ(p.GCCloseLib(), 0); });
+        EXPECT_EQ(p.GCCloseLib(), 0);
+    });
+    EXPECT_THAT(tree.camera.Accesses(), IsEmpty());
+    Forked([&] { Forked([&] { StartAnew(); }); });
+    EXPECT_EQ(ReadRegister(), 0);
+}
+
 TEST_F(ForkWithAnOpenTree, TheChildMayStartAnew)
 {
     Forked([&] { StartAnew(); });
