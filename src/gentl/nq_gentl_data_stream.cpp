@@ -195,6 +195,7 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
         return GenTL::GC_ERR_INVALID_PARAMETER;
     }
     // Two starts at once would both find the stream stopped: the second waits for the outcome of the first.
+    const StartUnderWay underWay(*this);
     NQGenTLLock start(m_startLock);
     bool started = false;
     {
@@ -226,9 +227,32 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
     return GenTL::GC_ERR_SUCCESS;
 }
 
-void NQGenTLDataStream::WaitForStart()
+NQGenTLDataStream::StartUnderWay::StartUnderWay(NQGenTLDataStream& stream) : m_stream(stream)
 {
-    NQGenTLLock start(m_startLock);
+    NQGenTLLock lock(m_stream.m_moduleLock);
+    ++m_stream.m_startsUnderWay;
+}
+
+NQGenTLDataStream::StartUnderWay::~StartUnderWay()
+{
+    NQGenTLLock lock(m_stream.m_moduleLock);
+    if (--m_stream.m_startsUnderWay == 0)
+    {
+        ++m_stream.m_timesWithoutStart;
+        m_stream.m_noStart.Signal();
+    }
+}
+
+void NQGenTLDataStream::WaitForStarts()
+{
+    // Starts that threads of the parent had under way at a fork never leave.
+    if (m_origin.IsInherited())
+        return;
+    NQGenTLLock lock(m_moduleLock);
+    const unsigned long before = m_timesWithoutStart;
+    while (m_startsUnderWay != 0 && m_timesWithoutStart == before)
+        m_noStart.Wait(m_moduleLock);
+    m_noStart.Signal(); // to the next that waits
 }
 
 int NQGenTLDataStream::StopAcquisition(int flags)

@@ -106,8 +106,9 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     bool IsStarting();
 
   protected:
-    /// Returns when no start is under way. Not to be called within a start, nor on the acquisition thread.
-    void WaitForStart();
+    /// Returns when every start that had begun before has left, one that waited for another included. Not to be called
+    /// within a start, nor on the acquisition thread.
+    void WaitForStarts();
 
     /// For a transport whose last run is over, its blocks about to go: unbinds all announced buffers from them, and
     /// lets no late frame of that run count towards the limit of the next. Waits for a delivery and for a return of
@@ -115,6 +116,19 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     void ForgetLastRun();
 
   private:
+    /// Counts a thread among those within a start, for as long as it lives.
+    class StartUnderWay
+    {
+      public:
+        explicit StartUnderWay(NQGenTLDataStream& stream);
+        ~StartUnderWay();
+        StartUnderWay(const StartUnderWay&) = delete;
+        StartUnderWay& operator=(const StartUnderWay&) = delete;
+
+      private:
+        NQGenTLDataStream& m_stream;
+    };
+
     void Announce(void* buffer, unsigned long size, void* userPtr, void** handle);
     int GetCounterInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
     NQGenTLBuffer* TakeBufferFor(void* rdmaId) NQ_REQUIRES(m_transferLock);
@@ -134,6 +148,9 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     NQGenTLBufferQueue m_buffers;
     bool m_started NQ_GUARDED_BY(m_moduleLock) = false;
     std::atomic<bool> m_starting = false;
+    unsigned int m_startsUnderWay NQ_GUARDED_BY(m_moduleLock) = 0;
+    unsigned long m_timesWithoutStart NQ_GUARDED_BY(m_moduleLock) = 0; ///< How often the last start under way has left.
+    NQGenTLCondition m_noStart;
     unsigned long m_numToAcquire NQ_GUARDED_BY(m_moduleLock) = 0;
     unsigned long m_numAcquired NQ_GUARDED_BY(m_moduleLock) = 0;
     const std::string m_id;

@@ -109,15 +109,15 @@ int NQGevDataStream::DoOpen()
 
 int NQGevDataStream::DoClose()
 {
-    EndStart();
+    EndStarts();
     NQGenTLDataStream::DoClose();
     return GenTL::GC_ERR_SUCCESS;
 }
 
-/// Ends a start that another thread has under way, and waits until it has left.
-void NQGevDataStream::EndStart()
+/// Ends the starts that other threads have under way, and waits until they have left.
+void NQGevDataStream::EndStarts()
 {
-    m_closing = true;
+    ++m_closing;
     if (!m_connected)
     {
         if (const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma())
@@ -125,8 +125,8 @@ void NQGevDataStream::EndStart()
             endpoint->Disconnect();
         }
     }
-    WaitForStart();
-    m_closing = false;
+    WaitForStarts();
+    --m_closing;
 }
 
 int NQGevDataStream::DoStartAcquisition(unsigned int, unsigned int)
@@ -176,7 +176,7 @@ bool NQGevDataStream::Connect()
     SetRdma(endpoint);
     const std::string address = AddressText(*m_device);
     m_device->EnableStream(false);
-    if (m_closing || !endpoint->Connect(address.c_str(), RdmaPort))
+    if (m_closing != 0 || !endpoint->Connect(address.c_str(), RdmaPort))
     {
         // The endpoint stays for the next start to remove.
         TraceStart("%s m_pRdma->ConnectR Failed   CamAddr: %s", address.c_str());

@@ -22,7 +22,8 @@ class NQRMAXThreadAcquisition;
 /// still points into outlive it (FrameBlocks says for how long). The acquisition thread is not joined at a stop, which
 /// may run on that very thread; the next start and the destructor wait for it before anything goes that it could touch.
 ///
-/// A close ends a start that waits for the camera on another thread, and waits until that start has left.
+/// A close ends a start that waits for the camera on another thread, and waits until that start has left, and with it
+/// any that waits for its turn.
 ///
 /// The consumer's threads call everything but AcquireImage, which belongs to the acquisition thread.
 class NQGevDataStream : public GigERDMA::NQGenTLDataStream
@@ -75,7 +76,7 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
 
     std::shared_ptr<GevRdmaEndpoint> Rdma();
     void SetRdma(std::shared_ptr<GevRdmaEndpoint> endpoint);
-    void EndStart();
+    void EndStarts();
     void EndLastRun();
     bool Connect();
     bool StartFlow();
@@ -94,7 +95,7 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     std::atomic<std::uint64_t> m_framesReceived{0};
     std::atomic<std::uint64_t> m_nextFrameId{0};
     std::atomic<bool> m_connected{false};
-    std::atomic<bool> m_closing{false}; // A start under way is to end.
+    std::atomic<int> m_closing{0}; // While not zero, the starts under way are to end.
     std::shared_ptr<GevRdmaEndpoint> m_pRdma NQ_GUARDED_BY(m_rdmaLock);
     std::unique_ptr<NQRMAXThreadAcquisition> m_thread;
     FrameInfo m_frame{};

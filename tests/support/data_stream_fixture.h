@@ -30,7 +30,7 @@ struct NQGevDataStreamAccess
     static LvEndpoint& Endpoint(NQGevDataStream& stream) { return GevRdmaEndpointAccess::Endpoint(*stream.Rdma()); }
     static std::uint64_t NextFrameId(const NQGevDataStream& stream) { return stream.m_nextFrameId; }
     static void WaitForThread(NQGevDataStream& stream) { stream.m_thread->WaitForEnd(); }
-    static bool Closing(const NQGevDataStream& stream) { return stream.m_closing; }
+    static bool Closing(const NQGevDataStream& stream) { return stream.m_closing != 0; }
     static std::uint32_t Mtu(const NQGevDataStream& stream) { return stream.m_mtu; }
 };
 

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // The RDMA data stream between a camera that is a map of registers and a scripted device: start, frames, stop, restart.
+#include "support/asleep.h"
 #include "support/data_stream_fixture.h"
 #include "support/private_member.h"
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <functional>
 
 namespace nq::test
@@ -17,6 +19,7 @@ struct StoredValue
 template struct Reveal<StoredValue, &NQRMAXThreadAcquisition::m_value>;
 } // namespace nq::test
 
+using nq::test::CallingThread;
 using nq::test::CountOfProcess;
 using nq::test::GenDCFrame;
 using nq::test::infinite;
@@ -438,6 +441,26 @@ TEST_F(GevDataStream, ACloseOnAnotherThreadEndsAStartThatWaitsForTheCamera)
     ASSERT_EQ(stream->Open(), 0);
     EXPECT_EQ(stream->StartAcquisition(0, infinite), 0) << "the stream works as before";
     EXPECT_EQ(stream->Close(), 0);
+}
+
+TEST_F(GevDataStream, ACloseEndsAStartThatWaitsForTheCameraAndOneThatWaitsForThatStart)
+{
+    for (int round = 1; round <= 5; ++round)
+    {
+        ASSERT_EQ(stream->Open(), 0);
+        fake.answers = 2;
+        const auto start = [&] { EXPECT_EQ(stream->StartAcquisition(0, infinite), -1001); };
+        CallingThread first(start);
+        fake.WaitForCalls("rdma_connect", round);
+        CallingThread second(start);
+        second.AwaitAsleep();
+        EXPECT_EQ(stream->Close(), 0);
+        const auto lines = trace.At(2);
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), "StartAcquisition DoStartAcquisition Failed! ret:-1001"),
+                  2 * round)
+            << "both left first";
+        stream->DoClose(); // of a start that did not
+    }
 }
 
 TEST_F(GevDataStream, TheDestructorWaitsForAStartOnAnotherThread)
