@@ -35,14 +35,15 @@ using AcquisitionPause = nq::test::DataStreamFixture;
 
 TEST_F(AcquisitionPause, IsNotMadeForTheFramesThatAHealthyStreamRejects)
 {
+    Run(5);
+    EXPECT_NE(Receive(1), nullptr); // the thread may have paused until the start was over
     g_pauses = 0;
-    Run(4);
-    nq::test::FrameBytes frame = GenDCFrame(1, 16, 4);
+    nq::test::FrameBytes frame = GenDCFrame(2, 16, 4);
     nq::test::Put32(frame, 56, 65); // no component where the first one has to be
     fake.DeliverFrame(frame);
     fake.DeliverFrame(frame);
     fake.DeliverFrame({});
-    EXPECT_NE(Receive(4), nullptr);
+    EXPECT_NE(Receive(5), nullptr);
     EXPECT_EQ(g_pauses, 0);
 }
 
