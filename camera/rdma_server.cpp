@@ -22,8 +22,9 @@ namespace
 
 constexpr std::uint16_t kRdmaPort = 4791;
 constexpr int kBacklog = 8;
-/// A host that lives answers an acceptance within milliseconds.
-constexpr std::chrono::seconds kEstablishTime{5};
+/// A host that lives answers an acceptance within milliseconds; when its word is lost on the way, each repetition takes
+/// some 4 s.
+constexpr std::chrono::seconds kEstablishTime{10};
 
 [[noreturn]] void ThrowErrno(const char* call)
 {
@@ -217,7 +218,12 @@ void RdmaServer::OnRequest(rdma_cm_id* id)
     {
         EndConnection(); // the request may come from the next host already
     }
-    if (m_connection || !IsAdmitted(id) || m_faults.Strike(Fault::RejectConnect))
+    const bool admitted = IsAdmitted(id);
+    if (admitted && m_endOnceEstablished)
+    {
+        CloseConnection(); // what is left of an earlier control does not keep out the host that has it now
+    }
+    if (m_connection || !admitted || m_faults.Strike(Fault::RejectConnect))
     {
         ++m_rejected;
         rdma_reject(id, nullptr, 0);
