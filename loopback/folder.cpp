@@ -6,6 +6,7 @@
 #include "error.h"
 #include "log.h"
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
@@ -25,6 +26,7 @@ namespace
 {
 
 constexpr int backlog = 128;
+constexpr std::chrono::milliseconds longestPause{16};
 constexpr const char* unfinished = "unfinished_";
 
 UniqueFd OpenFolder(std::string path)
@@ -109,6 +111,7 @@ Folder::Lock::Lock(const Folder& folder) : m_fd(folder.m_fd.Get())
 {
     // A holder that was stopped must not hold up everybody for ever.
     const Clock::time_point end = Clock::now() + Settings::Get().connectTimeout;
+    std::chrono::milliseconds pause(1);
     while (flock(m_fd, LOCK_EX | LOCK_NB) != 0)
     {
         if (errno != EWOULDBLOCK && errno != EINTR)
@@ -119,7 +122,9 @@ Folder::Lock::Lock(const Folder& folder) : m_fd(folder.m_fd.Get())
         {
             Throw(ETIMEDOUT);
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        // Hundreds that ask every millisecond would leave the holder no processor.
+        std::this_thread::sleep_for(pause);
+        pause = std::min(2 * pause, longestPause);
     }
 }
 

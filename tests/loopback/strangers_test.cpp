@@ -258,6 +258,21 @@ TEST(LoopbackStrangers, BindGivesUpOnOneThatHoldsTheFolder)
     EXPECT_EQ(BindError(), 0);
 }
 
+TEST(LoopbackStrangers, BindThatWaitsLeavesTheProcessorToTheHolder)
+{
+    setenv("NQ_RDMA_LOOPBACK_TIMEOUT_MS", "500", 1);
+    const Folder folder;
+    const int holder = open(folder.path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(flock(holder, LOCK_EX), 0);
+    rusage before{};
+    rusage after{};
+    getrusage(RUSAGE_THREAD, &before);
+    EXPECT_EQ(BindError(), ETIMEDOUT);
+    getrusage(RUSAGE_THREAD, &after);
+    EXPECT_LT(after.ru_nvcsw - before.ru_nvcsw, 100) << "sleeps in half a second";
+    close(holder);
+}
+
 TEST(LoopbackStrangers, OfManyThatBindOneAddressAtOnceOneGetsIt)
 {
     const Folder folder;
