@@ -58,6 +58,19 @@ void OnInterrupt(int)
     g_interrupted = true;
 }
 
+void CatchSignals()
+{
+    for (const int number : {SIGINT, SIGTERM, SIGQUIT})
+    {
+        std::signal(number, OnInterrupt);
+    }
+    if (std::signal(SIGHUP, OnInterrupt) == SIG_IGN)
+    {
+        std::signal(SIGHUP, SIG_IGN); // the user asked by nohup
+    }
+    std::signal(SIGXFSZ, SIG_IGN); // a file that grows too large fails instead
+}
+
 /// Takes frames until the count is reached, none comes in time, or the user interrupts.
 class Grabber
 {
@@ -230,15 +243,14 @@ ExitCode Grab(const CommonOptions& common, const GrabOptions& options)
                               ? NoCameraAdvice(interfaces)
                               : fmt::format("no camera fits \"{}\"; see `nq-gev list`", options.camera));
     }
+    CatchSignals(); // from here on a camera is held, which has to be given back
     GrabSession session(system, *camera, options.announce ? BufferOrigin::Consumer : BufferOrigin::Library,
                         options.buffers);
     Grabber grabber(session, options);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+    if (!g_interrupted)
     {
-        std::signal(number, OnInterrupt);
+        session.Start();
     }
-    std::signal(SIGXFSZ, SIG_IGN); // a file that grows too large fails instead
-    session.Start();
     const std::string reason = grabber.Run();
     session.Stop();
     const Totals& totals = grabber.Result();

@@ -3,6 +3,7 @@
 #include "support/temporary_folder.h"
 #include "support/tool.h"
 
+#include <csignal>
 #include <gmock/gmock.h>
 
 namespace
@@ -154,6 +155,22 @@ const Lie payloads[] = {
 
 INSTANTIATE_TEST_SUITE_P(Size, ToolPayload, testing::ValuesIn(payloads),
                          [](const auto& lie) { return lie.param.name; });
+
+TEST(ToolSignal, InTheMiddleOfAnOpenOrAStartGivesTheCameraBack)
+{
+    for (const std::string function : {"IFOpenDevice", "DevOpenDataStream", "DSQueueBuffer", "DSStartAcquisition"})
+    {
+        for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+        {
+            const std::string lie = function + ".signal=" + std::to_string(number);
+            const Outcome grab = RunWith(lie, {"grab", "--count", "1000000000"});
+            EXPECT_EQ(grab.exitCode, 1) << lie << grab.output;
+            EXPECT_THAT(grab.output, HasSubstr("frames     0\n")) << lie;
+            // The signal of the one that gives back shows that it is called.
+            EXPECT_EQ(RunWith(lie + "\nDevClose.signal=9", {"grab", "--count", "1000000000"}).exitCode, 128 + SIGKILL);
+        }
+    }
+}
 
 TEST(ToolLies, ATextOfAllMemoryIsNone)
 {

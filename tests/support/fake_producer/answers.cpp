@@ -4,6 +4,7 @@
 
 #include "fuzz/fuzz_input.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -89,6 +90,10 @@ void Apply(const Rule& rule, Answer& answer)
     else if (rule.field == "text")
     {
         answer = Text(rule.value);
+    }
+    else if (rule.field == "signal")
+    {
+        std::raise(static_cast<int>(number));
     }
     else
     {
