@@ -167,7 +167,7 @@ std::string FirstCti(const fs::path& folder)
     std::error_code ignored;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder, ignored))
     {
-        if (entry.path().extension() == ".cti")
+        if (entry.path().extension() == ".cti" && entry.is_regular_file(ignored))
         {
             found.push_back(entry.path().string());
         }

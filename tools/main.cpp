@@ -4,8 +4,11 @@
 #include "printable.h"
 #include "verbs.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <string>
+#include <system_error>
 
 namespace
 {
@@ -42,7 +45,13 @@ int Run(int argc, char** argv)
     {
         return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::Usage);
     }
-    return static_cast<int>(chosen());
+    const ExitCode code = chosen();
+    if (std::fflush(stdout) != 0)
+    {
+        throw ToolFailure(ExitCode::Failure,
+                          std::string("cannot write the output: ") + std::generic_category().message(errno));
+    }
+    return static_cast<int>(code);
 }
 
 } // namespace

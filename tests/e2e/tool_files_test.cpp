@@ -67,6 +67,27 @@ TEST(ToolProducer, IsTheNamedFileAndNoNamesakeOfTheLibraryPath)
     EXPECT_THAT(list.output, HasSubstr("model Model"));
 }
 
+TEST(ToolProducer, IsNoFolderThatIsCalledLikeOne)
+{
+    const TemporaryFolder folder;
+    fs::create_directory(folder / "a.cti");
+    fs::create_symlink(NQ_FAKE_PRODUCER_PATH, folder / "b.cti");
+    const Outcome list = RunProgram({NQ_TOOL_PATH, "list"}, {"GENICAM_GENTL64_PATH=" + folder.Path()});
+    EXPECT_EQ(list.exitCode, 0) << list.output;
+    EXPECT_THAT(list.output, HasSubstr("model Model"));
+}
+
+TEST(ToolOutput, ThatCannotBeWrittenIsAFailure)
+{
+    for (const std::string verb : {"list", "--json list", "grab"})
+    {
+        const std::string line = " --producer " NQ_FAKE_PRODUCER_PATH " " + verb + " >/dev/full";
+        const Outcome outcome = RunProgram({"/bin/sh", "-c", NQ_TOOL_PATH + line});
+        EXPECT_EQ(outcome.exitCode, 1) << verb;
+        EXPECT_EQ(outcome.output, "nq-gev: cannot write the output: No space left on device\n");
+    }
+}
+
 /// With and without files that have no name.
 class ToolPictures : public testing::TestWithParam<bool>
 {
@@ -150,6 +171,21 @@ TEST_P(ToolPictures, LeaveNothingHalfAfterASignal)
         fs::remove_all(m_folder.Path());
         fs::create_directory(m_folder.Path());
     }
+}
+
+TEST_P(ToolPictures, GoOnAfterAHangUpThatNohupIgnores)
+{
+    std::vector<std::string> command = Grab(m_folder.Path(), "1000000000");
+    command.insert(command.begin(), {"/usr/bin/env", "--ignore-signal=HUP"});
+    const auto grab = Start(command);
+    while (m_folder.Files().size() < 3)
+    {
+        ASSERT_EQ(grab->WaitForExit(1ms), -1) << grab->Output();
+    }
+    grab->Signal(SIGHUP);
+    EXPECT_EQ(grab->WaitForExit(500ms), -1) << grab->Output();
+    grab->Signal(SIGTERM);
+    EXPECT_EQ(grab->WaitForExit(longTime), 1) << grab->Output();
 }
 
 INSTANTIATE_TEST_SUITE_P(FileSystem, ToolPictures, testing::Bool(),
