@@ -3,9 +3,11 @@
 # for_caller.sh COMMAND...: runs the command as root and, however it ended, gives what belongs to root in this checkout to
 # the user who called sudo.
 set -euo pipefail
-"$@" <&0 &
+# The shell would have what it starts in the background ignore Ctrl-C. That reaches the command and all of its own by itself.
+env --default-signal=INT,QUIT "$@" <&0 &
 command=$!
-trap 'kill -TERM $command 2>/dev/null || true' INT TERM HUP
+trap : INT QUIT
+trap 'kill -TERM $command 2>/dev/null || true' TERM HUP
 status=0
 while kill -0 $command 2>/dev/null; do
     status=0

@@ -3,6 +3,7 @@
 #include "support/temporary_folder.h"
 #include "support/tool.h"
 
+#include <csignal>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,6 +29,7 @@ mkdir -p out build
 touch out/result build/result
 case ${1:-} in
 wait) exec sleep 60 ;;
+long) sh -c 'trap "sleep 0.3; touch out/late; exit 130" INT; echo ready; for i in $(seq 100); do sleep 0.1; done' ;;
 nested) ./run demo inner ;;
 fail) exit 9 ;;
 esac
@@ -125,6 +127,20 @@ TEST_F(Checkout, WhatSudoMakesBelongsToTheCallerHoweverTheCommandEnds)
         }
         fs::remove_all(m_folder / "out");
     }
+}
+
+TEST_F(Checkout, CtrlCEndsAllThatSudoStartedBeforeFilesAreGivenBack)
+{
+    Shell("chown -R 54321:54321 " + m_folder.Path());
+    // As from a terminal: a group of its own, in which nobody ignores the signal.
+    ChildProcess run({"/usr/bin/setsid", "--wait", "/usr/bin/env", "--default-signal=INT", "SUDO_UID=54321",
+                      "SUDO_GID=54321", "/bin/sh", "-c", "echo group $$; exec " + (m_folder / "run") + " demo long"});
+    ASSERT_TRUE(run.WaitForOutput("ready", longTime));
+    const std::string group = run.Output().substr(6, run.Output().find('\n') - 6);
+    Shell("kill -INT -" + group);
+    EXPECT_EQ(run.WaitForExit(longTime), 128 + SIGINT) << run.Output();
+    EXPECT_EQ(OwnerOf(m_folder / "out/late"), somebody);
+    EXPECT_NE(RunProgram({"/bin/sh", "-c", "kill -0 -" + group}).exitCode, 0);
 }
 
 TEST_F(Checkout, OfRootStaysRoots)
