@@ -4,10 +4,16 @@
 # when there is one. Whoever makes the name first, or a link of that name, has what a root writes there: use mktemp.
 set -euo pipefail
 cd "${1:-$(dirname "$(readlink -f "$0")")/..}"
+folder='(/tmp|/dev/shm)'
+ours='[A-Za-z0-9_.-]*'
 # The software RDMA lets no folder pass that is a link or not its own; programs that are to meet need a name they know.
-allowed='XXXXXX|nq-rdma-loopback-'
-found=$(grep -rnIE '(/tmp|/dev/shm)/[A-Za-z0-9_.$]' --exclude-dir='build*' --exclude-dir=out --exclude-dir=.git . |
-    grep -vE "$allowed") || true
+allowed="$folder/${ours}XXXXXX|temp_directory_path\(\) / \"${ours}XXXXXX|/tmp/nq-rdma-loopback-(\" \+ std::to_string\(geteuid\(\)\)|UID)"
+# A name behind the folder, in or after the quotes or braces around it; one that is joined to it; functions that name.
+names="${folder}[]\"'})]*/[\"']*[A-Za-z0-9_.\$%{<]"
+joined="$folder/?[\"']\)? *([+,/]|<<)"
+functions='temp_directory_path\(\)|TempDir\(\)|gettempdir|tempnam|tmpnam|mktemp\(|mktemp (-[a-z]+ )*-[a-z]*u'
+found=$(grep -rnIE "$names|$joined|$functions" --exclude-dir='build*' --exclude-dir=out --exclude-dir=.git \
+    --exclude=check_tmp.sh . | sed -E "s&$allowed&&g" | grep -E "$names|$joined|$functions") || true
 [ -z "$found" ] || {
     echo "$found" >&2
     echo "check_tmp.sh: fixed names in a folder of everybody" >&2

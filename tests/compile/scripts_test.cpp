@@ -160,12 +160,30 @@ TEST(Scripts, TheCheckForSuchNamesFindsThem)
 {
     const TemporaryFolder tree;
     const std::string everybody = "/tmp";
-    Write(tree / "a.sh", "folder=$(mktemp -d " + everybody + "/ours.XXXXXX)\n");
-    EXPECT_EQ(RunProgram({NQ_SOURCE_DIR "/scripts/check_tmp.sh", tree.Path()}).exitCode, 0);
-    Write(tree / "b.sh", "mkdir -p " + everybody + "/ours\n");
-    const Outcome outcome = RunProgram({NQ_SOURCE_DIR "/scripts/check_tmp.sh", tree.Path()});
-    EXPECT_EQ(outcome.exitCode, 1);
-    EXPECT_THAT(outcome.output, HasSubstr("b.sh:1:mkdir"));
+    const auto check = [&](const std::string& line) {
+        Write(tree / "a.sh", line + '\n');
+        return RunProgram({NQ_SOURCE_DIR "/scripts/check_tmp.sh", tree.Path()});
+    };
+    for (const std::string& line :
+         {"folder=$(mktemp -d " + everybody + "/ours.XXXXXX)", "char name[] = \"" + everybody + "/ours-XXXXXX\";",
+          "mount -t tmpfs tmpfs " + everybody + " ;;", std::string("folder=$(mktemp -d)")})
+    {
+        EXPECT_EQ(check(line).exitCode, 0) << line;
+    }
+    for (const std::string& line :
+         {"mkdir -p " + everybody + "/ours", "touch " + everybody + "/$name", "touch " + everybody + "/\"$name\"",
+          "touch \"" + everybody + "\"/ours", "touch \"${TMPDIR:-" + everybody + "}/ours\"",
+          "printf -v name " + everybody + "/%d", "open(f'" + everybody + "/{name}')",
+          "open('" + everybody + "/' + name)", "os.path.join('" + everybody + "', name)",
+          "path(\"" + everybody + "\") / name", "touch " + everybody + "/ours # XXXXXX",
+          "touch " + everybody + "/nq-rdma-" + "loopback-log",
+          std::string("temp_directory") + "_path() / (\"ours-\" + pid)", std::string("testing::Temp") + "Dir() + pid",
+          std::string("name=$(mktemp -d") + " -u)"})
+    {
+        const Outcome outcome = check(line);
+        EXPECT_EQ(outcome.exitCode, 1) << line;
+        EXPECT_THAT(outcome.output, HasSubstr("a.sh:1:" + line.substr(0, 3))) << line;
+    }
 }
 
 } // namespace

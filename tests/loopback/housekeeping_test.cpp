@@ -2,6 +2,7 @@
 // What the software RDMA keeps, counts and leaves behind, and where it is stricter than real devices.
 #include "loopback/loopback_control.h"
 #include "loopback/rdma_side.h"
+#include "support/temporary_folder.h"
 
 #include <filesystem>
 #include <fstream>
@@ -181,7 +182,8 @@ TEST(LoopbackHousekeeping, WhatTheDeviceDoesNotHaveIsRefused)
 
 TEST(LoopbackHousekeeping, LogGoesToItsFileAndNowhereElse)
 {
-    const std::string path = testing::TempDir() + "nq-loopback-log-" + std::to_string(getpid());
+    const TemporaryFolder folder;
+    const std::string path = folder / "log";
     setenv("NQ_RDMA_LOOPBACK_LOG", path.c_str(), 1);
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
@@ -193,7 +195,6 @@ TEST(LoopbackHousekeeping, LogGoesToItsFileAndNowhereElse)
     std::ifstream file(path);
     const std::string text((std::istreambuf_iterator<char>(file)), {});
     EXPECT_NE(text.find("RDMA_CM_EVENT_ESTABLISHED"), std::string::npos);
-    std::filesystem::remove(path);
 }
 
 } // namespace nq::test

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Loading the library: what it does to the process, in which ways it loads, and its logger on a machine without one.
 #include "support/fake_logger.h"
+#include "support/temporary_folder.h"
 
 #include <gmock/gmock.h>
 
@@ -101,15 +102,16 @@ TEST(Load, ByAnotherNameOfTheSameFileGivesOneLibrary)
 /// A copy of the library's file, gone again once it is loaded.
 struct LibraryCopy
 {
-    explicit LibraryCopy(int flags) : producer(Make(), flags) { std::filesystem::remove(Path()); }
+    explicit LibraryCopy(int flags) : producer(Make(), flags) { std::filesystem::remove(path); }
 
-    static std::string Path() { return std::filesystem::temp_directory_path() / ("copy-" + std::to_string(getpid())); }
-    static std::string Make()
+    std::string Make() const
     {
-        std::filesystem::copy_file(NQ_CTI_PATH, Path());
-        return Path();
+        std::filesystem::copy_file(NQ_CTI_PATH, path);
+        return path;
     }
 
+    const TemporaryFolder folder;
+    const std::string path = folder / "copy.cti";
     const Producer producer;
 };
 
