@@ -200,6 +200,32 @@ TEST_F(ForkWithAnOpenTree, WhileAnotherThreadIsInAnExchangeWithASilentCamera)
     EXPECT_EQ(ReadRegister(), 0);
 }
 
+/// Which of the closing functions another thread is in.
+class ForkDuringAClose : public ForkWithAnOpenTree, public testing::WithParamInterface<int>
+{
+};
+
+TEST_P(ForkDuringAClose, TheChildClosesTheLibraryAndMayInitialiseIt)
+{
+    tree.camera.SetSilent(true);
+    CallingThread closer([&] {
+        EXPECT_EQ(GetParam() == 0   ? p.DevClose(tree.device)
+                  : GetParam() == 1 ? p.IFClose(tree.interface)
+                  : GetParam() == 2 ? p.TLClose(tree.system)
+                                    : p.GCCloseLib(),
+                  0);
+    });
+    ASSERT_TRUE(tree.camera.WaitFor("write 0x0A00 = 0x00000000"));
+    Forked([&] {
+        EXPECT_EQ(p.GCCloseLib(), 0);
+        EXPECT_EQ(p.GCInitLib(), 0);
+        EXPECT_EQ(p.TLOpen(&tree.system), 0);
+        EXPECT_EQ(p.GCCloseLib(), 0);
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(OfEachModule, ForkDuringAClose, testing::Range(0, 4));
+
 TEST_F(ForkWithAnOpenTree, WhileAnotherThreadOpensACamera)
 {
     ASSERT_EQ(p.DevClose(tree.device), 0);
