@@ -99,6 +99,8 @@ void NQGenTLDataStream::Announce(void* buffer, unsigned long size, void* userPtr
 
 int NQGenTLDataStream::RevokeBuffer(void* handle, void** buffer, void** userPtr)
 {
+    // Goes last, without a lock: it may have the only share in a block of an earlier run.
+    std::unique_ptr<NQGenTLBuffer> revoked;
     // The acquisition thread may be filling the buffer, and other threads look at it: they end first.
     NQGenTLLock transfer(m_transferLock);
     NQGenTLLock queueing(m_queueingLock);
@@ -112,7 +114,7 @@ int NQGenTLDataStream::RevokeBuffer(void* handle, void** buffer, void** userPtr)
         TraceDataStream("%s GC_ERR_BUSY", "RevokeBuffer");
         return GenTL::GC_ERR_BUSY;
     }
-    const std::unique_ptr<NQGenTLBuffer> revoked(m_buffers.FindByHandle(NQ_BUFFER_TYPE_ANNOUNCED, handle, true));
+    revoked.reset(m_buffers.FindByHandle(NQ_BUFFER_TYPE_ANNOUNCED, handle, true));
     if (!revoked)
     {
         TraceDataStream("%s GC_ERR_ERROR", "RevokeBuffer");
@@ -416,12 +418,13 @@ void NQGenTLDataStream::Deliver(NQGenTLBuffer* buffer, int status)
 
 void NQGenTLDataStream::ForgetLastRun()
 {
+    std::vector<std::shared_ptr<const void>> handedOut; // Goes last, without a lock.
     NQGenTLLock transfer(m_transferLock);
     NQGenTLLock queueing(m_queueingLock);
     for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
          ++i)
         buffer->SetRdmaId(nullptr);
-    m_handedOut.clear();
+    m_handedOut.swap(handedOut);
     NQGenTLLock lock(m_moduleLock);
     m_numAcquired = 0;
 }

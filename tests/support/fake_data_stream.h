@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace nq::test
@@ -55,7 +56,7 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
         handedOver.push_back(rdmaId);
         if (onHandOver)
             onHandOver();
-        return nullptr;
+        return std::exchange(share, nullptr);
     }
     int DoGetPayloadsize(int* piType, void* pBuffer, unsigned long* piSize) override
     {
@@ -69,6 +70,7 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
     std::function<int()> onStart;
     std::function<int()> onStop;
     std::function<void()> onHandOver;
+    std::shared_ptr<const void> share; ///< In the block handed over next.
     int requeueResult = 0;
     long payloadSize = 0;
 };

@@ -6,6 +6,8 @@
 #include "support/trace_capture.h"
 
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -144,6 +146,42 @@ TEST_F(DataStreamBuffers, RevokeOfABufferWithoutMemoryHandsTheAddressInTheBlockB
     Frame(0, 1);
     EXPECT_EQ(stream.RevokeBuffer(handles[0], &base, nullptr), 0);
     EXPECT_EQ(base, frame);
+}
+
+// A large block takes the system milliseconds to take back.
+TEST_F(DataStreamBuffers, AFrameBlockGoesWhileNoLockKeepsOtherThreadsWaiting)
+{
+    RegisterNewBuffer();
+    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    int gone = 0;
+    std::vector<std::thread> others;
+    const auto goes = [&](const char*) {
+        ++gone;
+        const auto done = std::make_shared<std::promise<void>>();
+        std::thread other([this, done] {
+            stream.FlushQueue(GenTL::ACQ_QUEUE_OUTPUT_DISCARD); // takes the lock of a delivery
+            stream.QueueBuffer(nullptr);                        // and that of a return
+            done->set_value();
+        });
+        EXPECT_EQ(done->get_future().wait_for(std::chrono::seconds(2)), std::future_status::ready);
+        others.push_back(std::move(other));
+    };
+    for (const bool address : {false, true})
+    {
+        ASSERT_EQ(stream.AllocAndAnnounceBuffer(8, nullptr, &handles[0]), 0);
+        ASSERT_EQ(stream.QueueBuffer(handles[0]), 0);
+        stream.share = std::shared_ptr<const char>(blocks, goes);
+        Frame(0, 1);
+        ASSERT_EQ(Take(), handles[0]);
+        void* handedOut = nullptr;
+        EXPECT_EQ(stream.RevokeBuffer(handles[0], address ? &handedOut : nullptr, nullptr), 0);
+        EXPECT_EQ(gone, 1) << "kept for whoever got the address";
+    }
+    EXPECT_EQ(stream.StopAcquisition(1), 0);
+    EXPECT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    EXPECT_EQ(gone, 2);
+    for (std::thread& other : others)
+        other.join();
 }
 
 TEST_F(DataStreamBuffers, RevokeIsRefusedForUnknownAndForQueuedBuffers)
