@@ -134,7 +134,8 @@ std::string AnswerControlLine(const std::vector<std::unique_ptr<VirtualCamera>>&
         answer["ok"] = true;
         if (request.contains("camera") || cameras.size() == 1)
         {
-            answer.update(Execute(*cameras.at(NumberOf(request, "camera", 0)), command, request));
+            const auto number = NumberOf(request, "camera", 0, cameras.size() - 1);
+            answer.update(Execute(*cameras[number], command, request));
         }
         else
         {

@@ -98,7 +98,8 @@ void Define(CLI::App& app, Typed& typed)
     app.add_option("--fps", camera.frameRate,
                    "frames per second, 0.001 to 100000; 0 is as fast as the host grants credits")
         ->capture_default_str();
-    app.add_option("--frames", camera.frameLimit, "fall quiet after this many frames; 0 is never");
+    app.add_option("--frames", camera.frameLimit, "fall quiet after this many frames; 0 is never")
+        ->check([](const std::string& number) { return std::string(number.starts_with('-') ? "below 0" : ""); });
     app.add_flag("--free-run,!--no-free-run", camera.freeRun,
                  "enabling the stream starts a continuous acquisition (default); without it AcquisitionStart does");
     app.add_option("--send-buffers", camera.sendBuffers, "frames that may be on their way at once")
@@ -118,7 +119,8 @@ void Define(CLI::App& app, Typed& typed)
         ->capture_default_str();
     app.add_option("--fault", typed.program.faults, "arm a fault: NAME[:ARG[:COUNT]]; may be given several times")
         ->take_all();
-    app.add_option("--control", typed.program.control, "path of a UNIX socket for JSON commands");
+    app.add_option("--control", typed.program.control, "path of a UNIX socket for JSON commands")
+        ->check([](const std::string& path) { return std::string(path.empty() ? "the path is empty" : ""); });
     app.add_flag("--quiet", typed.program.quiet, "print nothing but errors and the line \"ready ADDRESS\"");
 }
 

@@ -215,7 +215,8 @@ TEST(CameraControlSocket, MistakesAreToldInTheAnswer)
     EXPECT_EQ(camera.Control(R"({"fault":"silent:x"})"), R"({"error":"'x' in a fault is no number","ok":false})");
     EXPECT_EQ(camera.Control(R"({"cmd":"dance"})"), R"({"error":"there is no command 'dance'","ok":false})");
     EXPECT_THAT(camera.Control("nonsense"), HasSubstr(R"("ok":false)"));
-    EXPECT_THAT(camera.Control(R"({"cmd":"status","camera":7})"), HasSubstr(R"("ok":false)"));
+    EXPECT_EQ(camera.Control(R"({"cmd":"status","camera":7})"),
+              R"({"error":"'camera' is no whole number from 0 to 0","ok":false})");
     EXPECT_THAT(camera.Control("[]"), HasSubstr(R"("ok":false)"));
 }
 
@@ -282,6 +283,8 @@ TEST(CameraProgram, MistakesAreToldInOneLine)
         {{"--address", "127.0.0.1", "--fault", "silent:abc"}, "nq-gev-camera: 'abc' in a fault is no number\n"},
         {{"--address", "127.0.0.1", "--pixel-format", "Mono7"}, "nq-gev-camera: there is no pixel format 'Mono7'\n"},
         {{"--address", "127.0.0.1", "--mac", "zz"}, "nq-gev-camera: 'zz' is no MAC address\n"},
+        {{"--address", "127.0.0.1", "--control", ""}, "nq-gev-camera: --control: the path is empty\n"},
+        {{"--address", "127.0.0.1", "--frames", "-1"}, "nq-gev-camera: --frames: below 0\n"},
         {{"--address", "127.0.0.1", "--serial", std::string(17, '1')},
          "nq-gev-camera: --serial is longer than 16 bytes\n"},
         {{"--address", "127.0.0.1", "--width", "65535", "--height", "65535"},
