@@ -33,6 +33,7 @@ int Run(int argc, char** argv)
         ->check(CLI::ExistingFile);
     app.add_flag("--json", common.json, "Print JSON instead of text");
     app.add_option("--timeout", common.timeoutMs, "How long to look for cameras on each interface, in milliseconds")
+        ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
     Verb chosen;
     AddListVerb(app, common, chosen);

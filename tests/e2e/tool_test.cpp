@@ -68,6 +68,15 @@ TEST(ToolArguments, UnknownOnesGiveExitCodeTwo)
     EXPECT_EQ(RunTool({}).exitCode, 2);
 }
 
+TEST(ToolArguments, NoTimeIsNegative)
+{
+    for (const char* option : {"--timeout", "--frame-timeout"})
+    {
+        const Outcome grab = RunProgram({NQ_TOOL_PATH, "--producer", NQ_FAKE_PRODUCER_PATH, "grab", option, "-5"});
+        EXPECT_EQ(grab.exitCode, 2) << grab.output;
+    }
+}
+
 class ToolGrabOrigin : public testing::TestWithParam<const char*>
 {
 };
