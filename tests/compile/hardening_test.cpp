@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <fstream>
 #include <regex>
 #include <string>
 #include <vector>
@@ -135,6 +136,31 @@ TEST_P(HardeningWithoutSanitizer, EveryObjectIsBuiltForControlFlowProtection)
     {
         EXPECT_THAT(Readelf("-n", object), ContainsRegex("x86 feature: IBT, SHSTK")) << object;
     }
+}
+
+// Most measures show in the file as soon as one object has them, and some nowhere else than in large stack frames.
+TEST_P(HardeningWithoutSanitizer, EveryObjectIsCompiledWithEachMeasure)
+{
+    std::ifstream commands(NQ_BINARY_DIR "/compile_commands.json");
+    const std::string output = " -o " + GetParam().folder + "/CMakeFiles/";
+    long compiled = 0;
+    for (std::string line; std::getline(commands, line);)
+    {
+        if (line.find(output) == std::string::npos)
+        {
+            continue;
+        }
+        ++compiled;
+        for (const char* flag : {" -fstack-protector-strong ", " -fstack-clash-protection ", " -fcf-protection=full "})
+        {
+            EXPECT_THAT(line, HasSubstr(flag));
+        }
+        if (NQ_OPTIMISED)
+        {
+            EXPECT_THAT(line, ContainsRegex(" -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=[23] "));
+        }
+    }
+    EXPECT_GE(compiled, GetParam().folder == "src" ? 50 : 10);
 }
 
 std::string NameOf(const testing::TestParamInfo<Built>& built)
