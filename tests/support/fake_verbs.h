@@ -4,6 +4,7 @@
 #pragma once
 
 #include "support/call_recorder.h"
+#include "support/object_list.h"
 
 #include <atomic>
 #include <cerrno>
@@ -139,18 +140,10 @@ class FakeVerbs : public CallRecorder
     }
 
     /// Names of the objects that exist, empty when everything was given back.
-    std::multiset<std::string> LiveObjects() const
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_live;
-    }
+    std::multiset<std::string> LiveObjects() const { return m_objects.Live(); }
 
     /// Rules that were broken: an object destroyed while something of it was outstanding.
-    std::vector<std::string> Violations() const
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_violations;
-    }
+    std::vector<std::string> Violations() const { return m_objects.Violations(); }
 
     ibv_qp_init_attr qpAttributes{};
     int cqEntries = 0;
@@ -175,7 +168,7 @@ class FakeVerbs : public CallRecorder
         }
         m_eventFd = eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE);
         m_eventChannel.fd = m_eventFd;
-        Born("event channel");
+        m_objects.Born("event channel");
         return &m_eventChannel;
     }
 
@@ -189,7 +182,7 @@ class FakeVerbs : public CallRecorder
             delete event;
         }
         m_events.clear();
-        Gone("event channel");
+        m_objects.Gone("event channel");
     }
 
     int CreateId(rdma_cm_id** id, rdma_port_space space)
@@ -200,7 +193,7 @@ class FakeVerbs : public CallRecorder
         }
         portSpace = space;
         *id = &m_id;
-        Born("id");
+        m_objects.Born("id");
         return 0;
     }
 
@@ -210,9 +203,9 @@ class FakeVerbs : public CallRecorder
         const std::lock_guard lock(m_mutex);
         if (m_unackedEvents != 0)
         {
-            m_violations.emplace_back("id destroyed with an unacknowledged event: this blocks for ever");
+            m_objects.Violated("id destroyed with an unacknowledged event: this blocks for ever");
         }
-        Gone("id");
+        m_objects.Gone("id");
         return succeeds ? 0 : -1;
     }
 
@@ -257,8 +250,7 @@ class FakeVerbs : public CallRecorder
         const bool succeeds = Enter("rdma_disconnect");
         if (m_id.verbs == nullptr)
         {
-            const std::lock_guard lock(m_mutex);
-            m_violations.emplace_back("id disconnected before it had a device: this crashes");
+            m_objects.Violated("id disconnected before it had a device: this crashes");
         }
         if (!succeeds)
         {
@@ -321,7 +313,7 @@ class FakeVerbs : public CallRecorder
         m_error = false;
         m_qp.context = &m_context;
         id->qp = &m_qp;
-        Born("queue pair");
+        m_objects.Born("queue pair");
         return 0;
     }
 
@@ -334,7 +326,7 @@ class FakeVerbs : public CallRecorder
             return nullptr;
         }
         m_pd.context = &m_context;
-        Born("protection domain");
+        m_objects.Born("protection domain");
         return &m_pd;
     }
 
@@ -348,7 +340,7 @@ class FakeVerbs : public CallRecorder
         }
         m_compChannel.context = &m_context;
         m_compChannel.fd = eventfd(0, EFD_CLOEXEC | EFD_SEMAPHORE);
-        Born("completion channel");
+        m_objects.Born("completion channel");
         return &m_compChannel;
     }
 
@@ -375,7 +367,7 @@ class FakeVerbs : public CallRecorder
         cqVector = vector;
         m_cq.context = &m_context;
         m_cq.channel = channel;
-        Born("completion queue");
+        m_objects.Born("completion queue");
         return &m_cq;
     }
 
@@ -385,7 +377,7 @@ class FakeVerbs : public CallRecorder
             const std::lock_guard lock(m_mutex);
             if (m_unackedCompletionEvents != 0)
             {
-                m_violations.emplace_back("queue destroyed with an unacknowledged event: this blocks for ever");
+                m_objects.Violated("queue destroyed with an unacknowledged event: this blocks for ever");
             }
         }
         return Destroy("ibv_destroy_cq", "completion queue");
@@ -495,7 +487,7 @@ class FakeVerbs : public CallRecorder
         const std::lock_guard lock(m_mutex);
         regionAccess.push_back(access);
         regionLengths.push_back(length);
-        m_live.insert("region");
+        m_objects.Born("region");
         return region.release();
     }
 
@@ -530,27 +522,9 @@ class FakeVerbs : public CallRecorder
         const int error = EnterWithError(function);
         if (error == 0)
         {
-            const std::lock_guard lock(m_mutex);
-            Gone(object);
+            m_objects.Gone(object);
         }
         return error;
-    }
-
-    void Born(const std::string& object)
-    {
-        const std::lock_guard lock(m_mutex);
-        m_live.insert(object);
-    }
-
-    void Gone(const std::string& object)
-    {
-        const auto found = m_live.find(object);
-        if (found == m_live.end())
-        {
-            m_violations.push_back(object + " given back twice");
-            return;
-        }
-        m_live.erase(found);
     }
 
     void Complete(std::uint64_t id, ibv_wc_status status, ibv_wc_opcode opcode, std::uint32_t length)
@@ -578,8 +552,7 @@ class FakeVerbs : public CallRecorder
         return context;
     }
 
-    std::multiset<std::string> m_live;
-    std::vector<std::string> m_violations;
+    ObjectList m_objects;
 
     ibv_context m_context = MakeContext();
     rdma_event_channel m_eventChannel{-1};

@@ -4,7 +4,6 @@
 
 #include "support/endpoint_access.h"
 #include "support/fake_verbs.h"
-#include "support/forked.h"
 #include "support/trace_capture.h"
 
 #include <fcntl.h>
@@ -99,30 +98,6 @@ TEST_F(LvEndpointConnection, TheObjectsOfTheConnectionHaveTheirFixedValues)
     EXPECT_EQ(fake.qpAttributes.cap.max_recv_sge, 1U);
     EXPECT_EQ(fake.qpAttributes.cap.max_inline_data, 0U);
     EXPECT_EQ(fake.qpAttributes.sq_sig_all, 0);
-}
-
-TEST_F(LvEndpointConnection, InAForkedChildItIsNothingButDescriptorsToClose)
-{
-    auto endpoint = std::make_unique<LvEndpoint>();
-    StartStreaming(*endpoint, 2);
-    fake.WaitForCalls("ibv_post_send", 2);
-    std::this_thread::sleep_for(std::chrono::milliseconds(50)); // its threads sleep, and hold nothing of the recorder
-    for (const bool destroyOnly : {false, true})
-    {
-        nq::test::Forked([&] {
-            fake.ForgetCalls();
-            const long descriptors = CountOfProcess("fd");
-            if (!destroyOnly)
-            {
-                endpoint->DeInit();
-            }
-            endpoint.reset();
-            EXPECT_EQ(CountOfProcess("fd"), descriptors - 3);
-            EXPECT_THAT(fake.Calls(), IsEmpty());
-        });
-    }
-    endpoint.reset();
-    EXPECT_EQ(fake.Count("rdma_disconnect"), 1);
 }
 
 TEST_F(LvEndpointConnection, BuildParamsHasNoEffectOnWhatConnectSends)
