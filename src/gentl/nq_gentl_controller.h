@@ -22,9 +22,10 @@ class NQGenTLSystem;
 ///
 ///     not initialised --Init--> initialised --Close--> not initialised
 ///
-/// Operations may be called from any thread. While a module operation runs no lock is held, but by Close its own. A
-/// module closed on one thread while in use on another is the consumer's error. Results are GenTL codes; ordinary
-/// failures are traced by the exported functions.
+/// Thread-safe. While a module operation runs no lock is held, but by Close its own. A module closed on one thread
+/// while in use on another is the consumer's error. Results are GenTL codes, sizes are in bytes; ordinary failures are
+/// traced by the exported functions. Where nothing else is said, `*piSize` is the room behind a pointer and receives
+/// the size needed, and a null pointer asks for that size only.
 class NQGenTLController
 {
   public:
@@ -35,32 +36,40 @@ class NQGenTLController
 
     /// Makes the root of the module tree; the controller owns it. Null on failure.
     virtual NQGenTLSystem* CreateSystem() = 0;
-    /// The transport's part of Init and Close.
+    /// The transport's part of Init and Close. What either gives but GC_ERR_SUCCESS is the result of that call.
     virtual int DoInit() = 0;
     virtual int DoClose() = 0;
 
-    /// -1004 when already initialised; else what DoInit says, or -1001 without a system module. Of several threads that
-    /// call Init or Close at once, each waits for the outcome of the one before.
+    /// GC_ERR_RESOURCE_IN_USE when already initialised; else what DoInit says, or GC_ERR_ERROR without a system module.
+    /// Of several threads that call Init or Close at once, each waits for the outcome of the one before.
     int Init();
     /// Closes every open module. A system module that is not open stays allocated for ever, so that its handle is never
-    /// that of another module, but gives back what it holds. -1002 when not initialised.
+    /// that of another module, but gives back what it holds. GC_ERR_NOT_INITIALIZED when not initialised; else what
+    /// DoClose says, and the controller is not initialised any more.
     int Close();
     bool IsInitialized() const;
 
-    /// The system module's GetInfo, also before TLOpen.
+    // Only while initialised.
+
+    /// One TL_INFO command to the system module, open or not. GC_ERR_INVALID_PARAMETER for a null `piType` or `piSize`,
+    /// GC_ERR_NOT_IMPLEMENTED for any other command, GC_ERR_BUFFER_TOO_SMALL.
     int GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
 
-    /// Stores the system module's handle. -1009 for a null pointer, -1004 when it is open.
+    /// Opens the system module and stores its handle; it stays owned here. GC_ERR_INVALID_PARAMETER for a null pointer,
+    /// GC_ERR_RESOURCE_IN_USE when it is open.
     int OpenSystemModule(void** phTL);
-    /// Closes the system module and keeps the object. -1006 for any other handle.
+    /// Closes the system module, with all that is open below it, and keeps the object. GC_ERR_INVALID_HANDLE for any
+    /// other handle, GC_ERR_ERROR when it is not open.
     int CloseSystemModule(void* hTL);
 
-    /// Makes a module's address a valid handle. True unless it was listed already or is null.
+    /// Makes a module's address a valid handle; the module is not owned here. True unless it was listed already or is
+    /// null.
     bool RegisterModule(void* hModule);
     /// Ends a handle's validity; with `bDestroy` closes and deletes the module, if it was listed. True if it was.
     bool UnregisterModule(void* hModule, bool bDestroy);
 
-    // The listed module with that address and kind, or null.
+    // The listed module with that address and kind, or null. An address that is not listed is only compared. The module
+    // stays its owner's, and nothing keeps it from being closed while the pointer is used.
 
     NQGenTLModuleBase* GetSystemModule(void* hModule);
     NQGenTLModuleBase* GetInterfaceModule(void* hModule);
@@ -68,28 +77,53 @@ class NQGenTLController
     NQGenTLModuleBase* GetDataStreamModule(void* hModule);
     NQGenTLModuleBase* GetRemoteDeviceModule(void* hModule);
 
-    // Port operations on any listed module: -1006 for an unknown handle, -1003 for a module without a port.
+    // Port operations on any listed module, buffers included: GC_ERR_INVALID_HANDLE for an unknown handle,
+    // GC_ERR_NOT_IMPLEMENTED for a module without a port; else what the module's operation of the same name says, which
+    // for each of them is GC_ERR_INVALID_PARAMETER for a null pointer that it needs.
 
+    /// Reads a register, or `*piSize` bytes of a camera, at `address`. GC_ERR_INVALID_ADDRESS where no register begins,
+    /// GC_ERR_BUFFER_TOO_SMALL for too little room; for a camera GC_ERR_IO when it does not answer.
     int ReadPort(void* hPort, unsigned long address, void* pBuffer, unsigned long* piSize);
+
+    /// Writes a register, or `*piSize` bytes of a camera, at `address`. GC_ERR_INVALID_ADDRESS where no register
+    /// begins, GC_ERR_ACCESS_DENIED for one that is only read; for a camera GC_ERR_IO when it does not acknowledge.
     int WritePort(void* hPort, unsigned long address, const void* pBuffer, unsigned long* piSize);
+
+    /// Serves `*piNumEntries` entries in order up to the first failure, whose code is the result. The number stays.
     int ReadPortStacked(void* hPort, GenTL::S_PORT_REGISTER_STACK_ENTRY* pEntries, unsigned long* piNumEntries);
     int WritePortStacked(void* hPort, GenTL::S_PORT_REGISTER_STACK_ENTRY* pEntries, unsigned long* piNumEntries);
+
+    /// All URLs of the port, each with its NUL, closed by an empty string. GC_ERR_BUFFER_TOO_SMALL.
     int GetPortURL(void* hPort, char* sURL, unsigned long* piSize);
+
+    /// One PORT_INFO command, its type in `*piType`. GC_ERR_NOT_IMPLEMENTED for any other, GC_ERR_BUFFER_TOO_SMALL.
     int GetPortInfo(void* hPort, int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
+
     int GetNumPortURLs(void* hPort, unsigned int* piNumURLs);
+
+    /// The URL at an index, with URL_INFO_URL. GC_ERR_NOT_IMPLEMENTED for any other command, GC_ERR_INVALID_INDEX,
+    /// GC_ERR_BUFFER_TOO_SMALL.
     int GetPortURLInfo(void* hPort, unsigned int iURLIndex, int iInfoCmd, int* piType, void* pBuffer,
                        unsigned long* piSize);
 
-    /// The event with that address among the events of all listed modules, or null.
+    /// The event with that address among the events of all listed modules, or null. The address is only compared. The
+    /// event stays its module's, and nothing keeps it from being unregistered while the pointer is used.
     NQGenTLEvent* FindEventModule(void* hEvent);
-    /// Registers an event on a listed module; the module owns it.
+
+    /// Registers an event on a listed module and stores its handle; the module owns it. GC_ERR_INVALID_HANDLE for an
+    /// unknown module, GC_ERR_NOT_IMPLEMENTED when it does not offer the event, GC_ERR_RESOURCE_IN_USE when it is
+    /// registered already, GC_ERR_INVALID_PARAMETER for a null `phEvent`.
     int RegisterEvent(void* hEventSrc, int iEventID, void** phEvent);
+
+    /// Deletes an event, in which nobody may wait any more. GC_ERR_INVALID_HANDLE for an unknown module,
+    /// GC_ERR_NOT_IMPLEMENTED when it does not offer the event, GC_ERR_NOT_INITIALIZED when it is not registered.
     int UnregisterEvent(void* hEventSrc, int iEventID);
 
     /// Records the calling thread's last error; works whether the library is initialised or not.
     void SetLastError(int code);
-    /// The calling thread's last error. With a null `sErrText` only the size is asked for; a buffer that is too small
-    /// gives -1016 and leaves code and size untouched.
+    /// The calling thread's last error; GC_ERR_SUCCESS and "No Error" when it never had one. With a null `sErrText`
+    /// only code and size are asked for. GC_ERR_INVALID_PARAMETER for a null `piErrorCode` or `piSize`; a buffer that
+    /// is too small gives GC_ERR_BUFFER_TOO_SMALL and leaves code and size untouched.
     int GetLastError(int* piErrorCode, char* sErrText, unsigned long* piSize);
 
   private:
