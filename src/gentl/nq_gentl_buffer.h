@@ -15,8 +15,34 @@ namespace GigERDMA
 /// but nobody is to treat a buffer as a module, hence the private base. The base comes first, so that the address of
 /// the buffer, its handle, and the address of its module part are one.
 ///
-/// The buffer is linked to a frame block of the transport by its RDMA id and knows nothing else of it. The acquisition
-/// thread writes while the consumer's threads read: each operation is atomic for itself, a group of them is not.
+/// The buffer is linked to a frame block of the transport by its RDMA id and knows nothing else of it. The states that
+/// its stream, NQGenTLDataStream, takes it through:
+///
+///                        QueueBuffer             EndOfTransfer              with a new buffer event
+///     with the consumer -------------> waiting ------------------> filling -------------------------> delivered
+///       ^    ^                            |                           |                                 |    |
+///       |    +------- ALL_DISCARD --------+                           | with none       UnregisterEvent |    |
+///       |                                 | INPUT_TO_OUTPUT, with     v                                 |    |
+///       |                                 +-------------------> out of reach <--------------------------+    |
+///       |                                   no event                                                         |
+///       +------- GetData or Flush of the event, OUTPUT_DISCARD, ALL_DISCARD --------------------------------+
+///
+///     state               input list   event   queued flag
+///     with the consumer   no           no      no
+///     waiting             yes          no      yes
+///     filling             no           no      yes
+///     delivered           no           yes     yes
+///     out of reach        no           no      yes, so that it cannot be queued any more
+///
+/// It starts with the consumer, and is on the announced list until a revocation deletes it, from any state but waiting;
+/// one that is being filled is waited for. The flags new data, image present and incomplete are set by frames; of these
+/// only new data is cleared again, by ALL_DISCARD of a waiting buffer. The capitals are values of FlushQueue:
+/// INPUT_TO_OUTPUT with a registered event delivers waiting buffers without a frame. UNQUEUED_TO_INPUT lets every
+/// buffer without the queued flag wait, once more if it does already, and it goes on its way without that flag; so does
+/// ALL_TO_INPUT, after it has taken back what is delivered.
+///
+/// Thread-safe: the acquisition thread writes while the consumer's threads read. Each operation is atomic for itself, a
+/// group of them is not.
 class NQGenTLBuffer : private NQGenTLModuleBase
 {
   public:
@@ -37,6 +63,8 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     _NQ_GENTL_PORT_INFO GetPortInfo() override;
     _NQ_GENTL_XML_INFO GetXMLInfo() override;
     std::vector<std::string> GetURLList() override;
+
+    /// Always GC_ERR_NOT_IMPLEMENTED.
     int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
     int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
     std::string GetName() override;
@@ -61,7 +89,10 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     /// Sets the queued flag; false if it was set already.
     bool TrySetQueueFlag();
 
-    /// Answers one buffer info command.
+    /// Answers one BUFFER_INFO command; `*piSize` bytes of `pBuffer` are cleared first. GC_ERR_INVALID_PARAMETER for a
+    /// null `piType` or `piSize`, GC_ERR_NOT_AVAILABLE for a value of the frame before the first one,
+    /// GC_ERR_NOT_IMPLEMENTED for any other command and for a width, height or pixel format of 0,
+    /// GC_ERR_BUFFER_TOO_SMALL.
     int GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
 
     /// The module part, whose address is the buffer's handle.
