@@ -17,7 +17,7 @@ namespace GigERDMA::NQSync
 ///
 /// A forked child has no such thread: there the object is finished, and nothing waits for it.
 ///
-/// The object itself is for one thread at a time, except that IsFinished and WaitUntilFinished may run on any.
+/// Reentrant, but for IsFinished and WaitUntilFinished, which are thread-safe.
 class thread
 {
   public:

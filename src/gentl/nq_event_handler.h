@@ -11,7 +11,7 @@ namespace GigERDMA
 ///
 /// A wait sleeps only while no bit is set, and clears nothing but a kill that came while it slept: a kill pending when
 /// the wait begins stays set until ResetEvent. Setting bits and waking are one step for a waiter, so that no signal
-/// falls between its look at the bits and its sleep. Any thread may call anything; one signal wakes one waiter.
+/// falls between its look at the bits and its sleep. Thread-safe; one signal wakes one waiter.
 ///
 /// An owner kills the handler before it goes; nobody may be waiting by then.
 class NQEventHandler

@@ -19,9 +19,9 @@ enum NQ_BUFFER_TYPE_LIST : unsigned int
 };
 
 /// A buffer that was handed to the consumer is in neither list but the announced one: the output queue is the new
-/// buffer event. The acquisition thread and the consumer's threads meet here; each operation holds the recursive lock
-/// for its whole run. Searches walk from the front and take the first match; a miss is null. With `remove` the entry
-/// found also leaves the list, the others keep their order.
+/// buffer event. Thread-safe, since the acquisition thread and the consumer's threads meet here: each operation holds
+/// the recursive lock for its whole run. Searches walk from the front and take the first match; a miss is null. With
+/// `remove` the entry found also leaves the list, the others keep their order.
 class NQGenTLBufferQueue
 {
   public:

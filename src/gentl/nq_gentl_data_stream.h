@@ -22,10 +22,10 @@ namespace GigERDMA
 ///     EndOfTransfer                             + in the new buffer event, new data set
 ///     EventGetData                              with the consumer, queued flag cleared; then QueueBuffer again
 ///
-/// The consumer's threads call everything but StartOfTransfer, SetTransferCompleted, EndOfTransfer and DoHandOver,
-/// which belong to the acquisition thread. StopAcquisition also runs on the acquisition thread, when the last frame
-/// asked for has come: DoStopAcquisition therefore must not wait for that thread. The acquisition thread may go on for
-/// a while after a stop; a subclass's destructor makes sure that it has ended. All operations return GenTL codes.
+/// Thread-safe, but for StartOfTransfer, SetTransferCompleted, EndOfTransfer and DoHandOver, which are thread-bound to
+/// the acquisition thread. StopAcquisition also runs there, when the last frame asked for has come: DoStopAcquisition
+/// therefore must not wait for that thread. The acquisition thread may go on for a while after a stop; a subclass's
+/// destructor makes sure that it has ended. Results are GenTL codes, sizes are in bytes.
 ///
 /// Order of locking: start lock, stop lock, transfer lock, queueing lock, module lock, then the locks of list, buffer
 /// and event. The module lock is never held over a call of DoStartAcquisition, DoStopAcquisition or over a wait.
@@ -45,10 +45,14 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     /// Starts the transport for `count` announced buffers, of which the biggest has `biggestSize` bytes. Calls
     /// ForgetLastRun once no frame of an earlier run can come any more.
     virtual int DoStartAcquisition(unsigned int biggestSize, unsigned int count) = 0;
+
+    /// Stops the transport without waiting for the acquisition thread. What it gives is traced and goes no further.
     virtual int DoStopAcquisition(int flags) = 0;
 
-    /// Gives a frame block back to the camera.
+    /// Gives a frame block back to the camera. The result is not looked at.
     virtual int DoRequeueBuffer(void* rdmaId) = 0;
+
+    /// STREAM_INFO_PAYLOAD_SIZE, as a number of bytes.
     virtual int DoGetPayloadsize(int* piType, void* pBuffer, unsigned long* piSize) = 0;
 
     /// Between these two a stop with flags 0 waits.
@@ -68,41 +72,50 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     virtual std::shared_ptr<const void> DoHandOver(void* rdmaId, const NQGenTLBuffer* shownBy);
     virtual void DoEndShow(void* rdmaId, const NQGenTLBuffer* shownBy);
 
-    /// Announces `size` bytes of the consumer's memory. -1009, or -1004 when that memory is announced already. The
-    /// caller registers the handle at the controller.
+    /// Announces `size` bytes of the consumer's memory. GC_ERR_INVALID_PARAMETER for a null `buffer` or `handle`, or
+    /// GC_ERR_RESOURCE_IN_USE when that memory is announced already. The caller registers the handle at the controller.
     int AnnounceBuffer(void* buffer, unsigned long size, void* userPtr, void** handle);
 
-    /// Announces a buffer that will point into the frame blocks; no memory is allocated. -1009. The caller registers
-    /// the handle at the controller.
+    /// Announces a buffer that will point into the frame blocks; no memory is allocated. GC_ERR_INVALID_PARAMETER for a
+    /// null `handle`. The caller registers the handle at the controller.
     int AllocAndAnnounceBuffer(unsigned long size, void* userPtr, void** handle);
 
     /// Deletes a buffer and hands its memory and user pointer back, each if asked for. Waits for a delivery under way.
-    /// -1006, or -1022 while it is on the input list.
+    /// GC_ERR_INVALID_HANDLE for a buffer that is not announced here, or GC_ERR_BUSY while it is on the input list.
     int RevokeBuffer(void* handle, void** buffer, void** userPtr);
 
-    /// Gives the buffer's frame block, if it has one, back to the camera and puts the buffer on the input list. -1006,
-    /// or -1004 when it is queued already.
+    /// Gives the buffer's frame block, if it has one, back to the camera and puts the buffer on the input list.
+    /// GC_ERR_INVALID_HANDLE for a buffer that is not announced here, or GC_ERR_RESOURCE_IN_USE when it is queued
+    /// already.
     int QueueBuffer(void* handle);
 
+    /// The handle of the buffer at `index`, in the order of announcing; it stays owned here. GC_ERR_INVALID_PARAMETER
+    /// for a null `handle`, GC_ERR_INVALID_INDEX.
     int GetBufferID(unsigned int index, void** handle);
+
+    /// One BUFFER_INFO command. GC_ERR_INVALID_HANDLE for a buffer that is not announced here; else as
+    /// NQGenTLBuffer::GetInfo.
     int GetBufferInfo(void* handle, int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
 
-    /// Moves or drops buffers, by one of the ACQ_QUEUE_TYPE values; -1003 for any other. Never reaches the transport.
+    /// Moves or drops buffers, by one of the ACQ_QUEUE_TYPE values; GC_ERR_NOT_IMPLEMENTED for any other. Never reaches
+    /// the transport.
     int FlushQueue(int operation);
 
-    /// Starts for `numToAcquire` frames; GENTL_INFINITE means no limit. `flags` is not read. -1009, -1004 when running,
-    /// or what the transport returns.
+    /// Starts for `numToAcquire` frames; GENTL_INFINITE means no limit. `flags` is not read. GC_ERR_INVALID_PARAMETER
+    /// for 0 frames, GC_ERR_RESOURCE_IN_USE when running, or what the transport returns.
     int StartAcquisition(int flags, unsigned long numToAcquire);
 
-    /// Stops; with `flags` 0 waits up to 3000 ms for a frame under way, with 1 or less than 0 at once. -1003 for flags
-    /// above 1, -1004 when not running; 0 even when the transport fails. In a forked child, for a stream of the parent,
-    /// never waits.
+    /// Stops; with `flags` 0 waits up to 3000 ms for a frame under way, with 1 or less than 0 at once.
+    /// GC_ERR_NOT_IMPLEMENTED for flags above 1, GC_ERR_RESOURCE_IN_USE when not running; 0 even when the transport
+    /// fails. In a forked child, for a stream of the parent, never waits.
     int StopAcquisition(int flags);
 
+    /// One STREAM_INFO command; `*piSize` bytes of `pBuffer` are cleared first, and a null `pBuffer` asks for the size.
+    /// GC_ERR_INVALID_PARAMETER for a null `piType` or `piSize`, GC_ERR_NOT_IMPLEMENTED for the commands that this
+    /// library does not answer, GC_ERR_ERROR for any other, GC_ERR_BUFFER_TOO_SMALL.
     int GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
 
-    /// True while a start is under way: frames that come so early are better held back, since they would not count. Any
-    /// thread.
+    /// True while a start is under way: frames that come so early are better held back, since they would not count.
     bool IsStarting();
 
   protected:

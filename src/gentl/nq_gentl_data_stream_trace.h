@@ -7,7 +7,7 @@
 namespace GigERDMA
 {
 
-/// `format` begins with a %s for the operation's name.
+/// `format`, a literal, begins with a %s for the operation's name. Thread-safe.
 template <typename... Values>
 void TraceDataStream(const char* format, const char* operation, Values... values)
 {

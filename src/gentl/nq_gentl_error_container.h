@@ -20,7 +20,7 @@ struct _NQ_GENTL_ERROR_INTERNAL
 };
 
 /// Keeps one record for each thread that ever failed, until the container goes. A record is written and read by its own
-/// thread alone. A new thread that gets the pthread id of an ended one inherits that one's record.
+/// thread alone. Thread-safe. A new thread that gets the pthread id of an ended one inherits that one's record.
 class NQGenTLErrorContainer
 {
   public:

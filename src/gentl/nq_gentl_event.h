@@ -17,10 +17,11 @@ namespace GigERDMA
 /// handle the consumer holds. Producers hand entries in with Signal, consumers take them out with GetData.
 ///
 ///     signal     no bit               bit 0, no kill bit          kill bits
-///     GetData    sleeps               takes an entry at once      -1012 at once; the bits stay
+///     GetData    sleeps               takes an entry at once      aborts at once; the bits stay
 ///
-/// A kill that wakes a sleeping GetData is used up by it; one that comes while nobody sleeps stays until Flush. Any
-/// number of threads may call Signal and GetData. The module deletes the event only when nobody is inside GetData.
+/// A kill that wakes a sleeping GetData is used up by it; one that comes while nobody sleeps stays until Flush.
+/// Thread-safe. The module deletes the event only when nobody is inside GetData. Results are GenTL codes, sizes are in
+/// bytes.
 ///
 /// What nobody fetches is kept, up to a limit that only guards the machine: see Signal.
 ///
@@ -42,7 +43,8 @@ class NQGenTLEvent
     /// Delivers `entry` to `pBuffer`, which may be null and is otherwise big enough, and gives the entry up.
     virtual void DoEventGetData(void* entry, void* pBuffer, unsigned long* piSize) = 0;
 
-    /// Answers one event data info command on a record as DoEventGetData delivered it.
+    /// Answers one event data info command on a record as DoEventGetData delivered it. GC_ERR_NOT_IMPLEMENTED for any
+    /// other command, GC_ERR_BUFFER_TOO_SMALL.
     virtual int DoEventGetDataInfo(const void* pInBuffer, int iInfoCmd, int* piType, void* pOutBuffer,
                                    unsigned long* piOutSize) = 0;
 
@@ -69,13 +71,20 @@ class NQGenTLEvent
     int Flush();
 
     /// Waits for the oldest entry and delivers it. `iTimeout` is in milliseconds; its low 32 bits count, as a signed
-    /// number: negative waits without limit. A null `pBuffer` loses the entry. -1009, -1016 (with the size needed),
-    /// -1011 on a timeout, -1012 when killed.
+    /// number: negative waits without limit. A null `pBuffer` loses the entry. GC_ERR_INVALID_PARAMETER for a null
+    /// `piSize`, GC_ERR_BUFFER_TOO_SMALL (with the size needed), GC_ERR_TIMEOUT on a timeout, GC_ERR_ABORT when killed.
     int GetData(void* pBuffer, unsigned long* piSize, unsigned long iTimeout);
 
+    /// Answers one event data info command on a record that GetData delivered; `*piOutSize` bytes of `pOutBuffer` are
+    /// cleared first, and a null `pOutBuffer` asks for the size. GC_ERR_INVALID_PARAMETER for a null `piType` or
+    /// `piOutSize` and for an `iInSize` of 0, which else is not looked at, GC_ERR_INVALID_HANDLE for a null
+    /// `pInBuffer`; else as DoEventGetDataInfo.
     int GetDataInfo(const void* pInBuffer, unsigned long iInSize, int iInfoCmd, int* piType, void* pOutBuffer,
                     unsigned long* piOutSize);
 
+    /// Answers one EVENT_INFO command; `*piSize` bytes of `pBuffer` are cleared first, and a null `pBuffer` asks for
+    /// the size. GC_ERR_INVALID_PARAMETER for a null `piType` or `piSize`, GC_ERR_NOT_IMPLEMENTED for any other
+    /// command, GC_ERR_BUFFER_TOO_SMALL.
     int GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
 
   protected:

@@ -10,8 +10,8 @@
 namespace GigERDMA
 {
 
-/// Unbounded (its event looks after that), and never touches what its entries point to. Any thread may call anything;
-/// each operation holds the mutex.
+/// Unbounded (its event looks after that), and never touches what its entries point to. Thread-safe: each operation
+/// holds the mutex.
 class NQGenTLEventDataQueue
 {
   public:

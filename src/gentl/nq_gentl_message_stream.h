@@ -10,7 +10,7 @@ namespace GigERDMA
 class NQGenTLDevice;
 class NQGenTLThreadMessageReceiver;
 
-/// The owner starts it after the camera is open and stops it before the camera closes, both on one thread at a time. It
+/// The owner starts it after the camera is open and stops it before the camera closes. Start and Stop are reentrant. It
 /// must be stopped before it is destroyed: the receiver thread calls the subclass's operations.
 class NQGenTLMessageStream
 {
@@ -21,15 +21,16 @@ class NQGenTLMessageStream
     NQGenTLMessageStream(const NQGenTLMessageStream&) = delete;
     NQGenTLMessageStream& operator=(const NQGenTLMessageStream&) = delete;
 
-    /// Sets the channel up, on the thread that calls Start. The receiver thread runs whatever it returns.
+    /// Sets the channel up; thread-bound to the thread that calls Start. The receiver thread runs whatever it returns.
     virtual bool OnInit() = 0;
 
-    /// Tears the channel down, on the receiver thread.
+    /// Tears the channel down. Thread-bound to the receiver thread.
     virtual void OnDestroy() = 0;
 
-    /// Waits a short while for one message and handles it, on the receiver thread.
+    /// Waits a short while for one message and handles it. Thread-bound to the receiver thread.
     virtual void OnGetMessage() = 0;
 
+    /// The number that the constructor was given. Thread-safe.
     unsigned int GetChannelID() const { return m_channelId; }
 
     /// Makes and starts the receiver thread unless there is one.
@@ -39,7 +40,7 @@ class NQGenTLMessageStream
     void Stop();
 
     /// Signals the device's remote device event, if the consumer registered it and `data` is not null. `length` is in
-    /// bytes, at most 540; more ends the process.
+    /// bytes, at most 540; more ends the process. The data are copied. Thread-safe.
     void TriggerRemoteDeviceEvent(unsigned int id, unsigned short length, void* data);
 
   private:

@@ -22,8 +22,11 @@ class NQGenTLEvent;
 ///     closed ---Open---> open ---Close---> closed ---Open---> open ...
 ///
 /// A failing DoOpen or DoClose leaves the state as it was. Registered events survive closing and reopening. All results
-/// are GenTL codes, all sizes are in bytes. Any thread may call anything, but nothing protects a module from being
-/// closed or deleted while another thread uses it: that is the owner's business.
+/// are GenTL codes, all sizes are in bytes. Where nothing else is said, `*piSize` is the room behind a pointer and
+/// receives the size needed, and a null pointer asks for that size only.
+///
+/// Thread-safe, but nothing protects a module from being closed or deleted while another thread uses it: that is the
+/// owner's business.
 class NQGenTLModuleBase
 {
   public:
@@ -41,45 +44,59 @@ class NQGenTLModuleBase
     /// Whether the event `id` may be registered here.
     virtual bool IsEventImplemented(int id) = 0;
 
+    /// What the port info commands tell; the caller's own copy.
     virtual _NQ_GENTL_PORT_INFO GetPortInfo() = 0;
+
+    /// The register description that the port serves, empty where it has none; the caller's own copy.
     virtual _NQ_GENTL_XML_INFO GetXMLInfo() = 0;
 
     /// URLs of the port's register descriptions.
     virtual std::vector<std::string> GetURLList() = 0;
 
+    /// Reads or writes at `address`, `*size` bytes or one register. GC_ERR_INVALID_PARAMETER for a null pointer,
+    /// GC_ERR_INVALID_ADDRESS where no register begins, GC_ERR_BUFFER_TOO_SMALL for a register that does not fit, with
+    /// the size needed in `*size`, GC_ERR_ACCESS_DENIED for one that is only read, GC_ERR_IO when a camera does not
+    /// answer.
     virtual int ReadPort(unsigned long address, void* buffer, unsigned long* size) = 0;
     virtual int WritePort(unsigned long address, const void* buffer, unsigned long* size) = 0;
 
     /// Serves the entries in order up to the first failure, whose code is the result; what came before stays done. The
-    /// entries and their number are left as they are.
+    /// entries and their number are left as they are. GC_ERR_INVALID_PARAMETER for a null pointer.
     virtual int ReadPortStacked(GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, unsigned long* piNumEntries);
     virtual int WritePortStacked(GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, unsigned long* piNumEntries);
 
-    /// All URLs, each with its NUL, closed by an empty string.
+    /// All URLs, each with its NUL, closed by an empty string. GC_ERR_INVALID_PARAMETER for a null `piSize`,
+    /// GC_ERR_BUFFER_TOO_SMALL.
     virtual int GetPortURL(char* sURL, unsigned long* piSize);
 
-    /// One port info command, 0 to 12.
+    /// One port info command, 0 to 12. `*piSize` bytes of `pBuffer` are cleared first. GC_ERR_INVALID_PARAMETER for a
+    /// null `piType` or `piSize`, GC_ERR_NOT_IMPLEMENTED for any other command, GC_ERR_BUFFER_TOO_SMALL.
     virtual int GetPortInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
 
+    /// GC_ERR_INVALID_PARAMETER for a null pointer.
     virtual int GetNumPortURLs(unsigned int* piNumURLs);
 
-    /// One URL info command of the URL at an index; only 0, the URL itself.
+    /// One URL info command of the URL at an index; only 0, the URL itself. GC_ERR_INVALID_PARAMETER for a null
+    /// `piType` or `piSize`, GC_ERR_NOT_IMPLEMENTED for any other command, GC_ERR_INVALID_INDEX,
+    /// GC_ERR_BUFFER_TOO_SMALL.
     virtual int GetPortURLInfo(unsigned int iURLIndex, int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
 
     /// The fixed word of the module's kind, against which handles are checked.
     virtual std::string GetName() = 0;
 
+    /// What the module is found by in the list of its parent.
     virtual std::string GetId() = 0;
 
-    /// The subclass's part of Open and Close, called with no lock held but the one of Open.
+    /// The subclass's part of Open and Close, called with no lock held but the one of Open. What either gives but
+    /// GC_ERR_SUCCESS fails that call.
     virtual int DoOpen() = 0;
     virtual int DoClose() = 0;
 
-    /// -1004 when open already, else what DoOpen gives. Of several threads that open at once, each waits for the
-    /// outcome of the one before.
+    /// GC_ERR_RESOURCE_IN_USE when open already, else what DoOpen gives. Of several threads that open at once, each
+    /// waits for the outcome of the one before.
     int Open();
 
-    /// -1001 when not open, else what DoClose gives.
+    /// GC_ERR_ERROR when not open, else what DoClose gives.
     int Close();
 
     bool IsOpen();
@@ -89,7 +106,8 @@ class NQGenTLModuleBase
     /// The registered event at that address, or null. The address is only compared. The event stays owned here.
     NQGenTLEvent* FindEventByHandle(void* handle);
 
-    /// The registered event of that id, or null. With `remove` the caller owns it from then on.
+    /// The registered event of that id, or null. The event stays owned here; with `remove` the caller owns it from then
+    /// on.
     NQGenTLEvent* FindEventById(int id, bool remove);
 
     /// Hands `entry` to the registered event of that id. False when there is none, or when it takes no more; the entry
@@ -97,11 +115,13 @@ class NQGenTLModuleBase
     /// unregisters the event.
     bool SignalEvent(int id, void* entry);
 
-    /// Makes the event of that id and stores its handle in `phEvent`. -1003 when the module does not offer the event,
-    /// -1004 when it is registered already, -1009 when there is nowhere to store the handle.
+    /// Makes the event of that id and stores its handle in `phEvent`. GC_ERR_NOT_IMPLEMENTED when the module does not
+    /// offer the event, GC_ERR_RESOURCE_IN_USE when it is registered already, GC_ERR_INVALID_PARAMETER when there is
+    /// nowhere to store the handle.
     int RegisterEvent(int iEventID, void** phEvent);
 
-    /// Deletes the event of that id. -1003 when the module does not offer it, -1002 when it is not registered.
+    /// Deletes the event of that id. GC_ERR_NOT_IMPLEMENTED when the module does not offer it, GC_ERR_NOT_INITIALIZED
+    /// when it is not registered.
     int UnregisterEvent(int iEventID);
 
   protected:

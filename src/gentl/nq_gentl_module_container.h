@@ -15,7 +15,7 @@ class NQGenTLModuleBase;
 /// The controller keeps one of every live module, which is what makes a handle valid; the other modules keep one of
 /// their children. Entries stay in the order of their adding.
 ///
-/// Every operation holds the recursive mutex for its whole run and may be called on any thread. Names and ids are asked
+/// Thread-safe: every operation holds the recursive mutex for its whole run. Names and ids are asked
 /// for with the mutex held, so only of modules that the list knows: an unknown address is compared, never dereferenced.
 /// A found pointer is used without the mutex; who removes an entry decides what becomes of it.
 class NQGenTLModuleContainer

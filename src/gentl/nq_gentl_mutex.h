@@ -10,7 +10,7 @@
 namespace GigERDMA
 {
 
-/// A recursive pthread mutex. Any thread may use it; the thread that locked it n times unlocks it n times.
+/// A recursive pthread mutex. Thread-safe; the thread that locked it n times unlocks it n times.
 class NQ_CAPABILITY("mutex") NQGenTLMutex
 {
   public:
@@ -53,7 +53,7 @@ class NQ_SCOPED_CAPABILITY NQGenTLLock
     NQGenTLMutex& m_mutex;
 };
 
-/// A condition with default attributes.
+/// A condition with default attributes. Thread-safe.
 class NQGenTLCondition
 {
   public:

@@ -12,7 +12,7 @@ namespace GigERDMA
 
 /// Makes the opening of one id one step for other threads: whoever wants the same id waits for the outcome, and then
 /// finds the child open, or tries for itself. Different ids are opened side by side. No lock is held while an id is
-/// being opened, so the lists of children can be asked meanwhile. Any thread may call.
+/// being opened, so the lists of children can be asked meanwhile. Thread-safe.
 class NQGenTLOpenings
 {
   public:

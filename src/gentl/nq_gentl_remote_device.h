@@ -9,7 +9,7 @@
 namespace GigERDMA
 {
 
-/// The camera's own port. Its address space, its register description and its channels are the camera's.
+/// The camera's own port. Its address space, its register description and its channels are the camera's. Thread-safe.
 class NQGenTLRemoteDevice : public NQGenTLModuleBase
 {
   public:

@@ -9,7 +9,7 @@ namespace GigERDMA
 {
 
 /// Holds small values in order. It allocates only to grow and keeps its memory, so that a list whose length goes up and
-/// down with every frame costs no allocation. Not thread-safe.
+/// down with every frame costs no allocation. Reentrant.
 template <typename Value>
 class NQGenTLRing
 {

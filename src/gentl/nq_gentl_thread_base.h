@@ -18,7 +18,7 @@ namespace GigERDMA
 /// its most derived class, whose Run and members the body uses, calls WaitUntilEnded first in its destructor, after it
 /// has told the body to return. The destructor of this class comes too late for that and only detaches.
 ///
-/// Start, IsRunning, Wait and TimedWait may be called on any thread but the worker's own.
+/// Run is thread-bound to the worker's thread; Start, IsRunning, Wait and TimedWait are thread-safe on every other.
 class NQGenTLThreadBase
 {
   public:
@@ -55,7 +55,7 @@ class NQGenTLThreadBase
     /// The body must have been told to return.
     void WaitUntilEnded();
 
-    /// Whether the caller is the worker's own thread.
+    /// Whether the caller is the worker's own thread. Thread-safe.
     bool IsOwnThread();
 
   private:

@@ -25,10 +25,10 @@ class NQGenTLThreadHeartbeat : public NQGenTLThreadBase
 
     void Run() override;
 
-    /// One beat, on the heartbeat thread. May call RequestExit.
+    /// One beat; thread-bound to the heartbeat thread. May call RequestExit.
     virtual void OnHeartBeat() = 0;
 
-    /// Ends the thread before its next beat. Any thread may call it.
+    /// Ends the thread before its next beat. Thread-safe, also on the heartbeat thread.
     void RequestExit();
 
   private:

@@ -24,8 +24,10 @@ class NQGenTLThreadMessageReceiver : public NQGenTLThreadBase
 
     void Run() override;
 
-    /// Ends the thread after the message under way. Any thread may call it.
+    /// Ends the thread after the message under way. Thread-safe.
     void RequestExit();
+
+    /// As Wait. Not on the receiver's own thread.
     void WaitForExit();
 
   private:

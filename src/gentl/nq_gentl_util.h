@@ -9,10 +9,12 @@
 namespace NQGenTLUtil
 {
 
+// All are reentrant.
+
 // Every GetInfo of the library ends in one of the CopyInfo functions. They store the GenTL data type in `*piType`
 // unless it is null, and always the needed size, in bytes, in `*piSize`. A null `pBuffer` asks for that size only.
-// Results: 0, -1009 for a null `piSize`, -1016 when `*piSize` held less than the needed size; then the buffer is left
-// alone.
+// Results: GC_ERR_SUCCESS, GC_ERR_INVALID_PARAMETER for a null `piSize`, GC_ERR_BUFFER_TOO_SMALL when `*piSize` held
+// less than the needed size; then the buffer is left alone.
 
 /// The text with its terminating zero.
 NQ_EXPORT int CopyInfoString(std::string value, int* piType, void* pBuffer, unsigned long* piSize);
