@@ -76,8 +76,8 @@ inline constexpr char g_XmlFileNameInterface[] = "NQGenTLGev_IF_1_0_0.xml";
 inline constexpr char g_XmlFileNameDevice[] = "NQGenTLGev_DEV_1_0_0.xml";
 inline constexpr char g_XmlFileNameDataStream[] = "NQGenTLGev_DS_1_0_0.xml";
 
-/// The register description of a module's port, a GenApi 1.1 text: the same text at each call, owned by the caller. May
-/// run on any thread; nothing fails but memory.
+/// The register description of a module's port, a GenApi 1.1 text: the same text at each call, owned by the caller.
+/// Thread-safe; nothing fails but memory.
 std::string CreateXmlFileSystem();
 std::string CreateXmlFileInterface();
 std::string CreateXmlFileDevice();

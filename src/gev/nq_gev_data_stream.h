@@ -25,7 +25,7 @@ class NQRMAXThreadAcquisition;
 /// A close ends a start that waits for the camera on another thread, and waits until that start has left, and with it
 /// any that waits for its turn.
 ///
-/// The consumer's threads call everything but AcquireImage, which belongs to the acquisition thread.
+/// Thread-safe, but for AcquireImage and IsFlowing, which are thread-bound to the acquisition thread.
 class NQGevDataStream : public GigERDMA::NQGenTLDataStream
 {
   public:
@@ -49,26 +49,32 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
 
     std::string GetId() override;
 
-    /// Returns -1014 when the camera has no RDMA stream, -1001 when it cannot be asked.
+    /// GC_ERR_NOT_AVAILABLE when the camera has no RDMA stream, GC_ERR_ERROR when it cannot be asked.
     int DoOpen() override;
+
+    /// Always GC_ERR_SUCCESS.
     int DoClose() override;
 
     /// Both arguments are ignored: the camera says how large its frames are, and the buffers are counted anew.
+    /// GC_ERR_RESOURCE_IN_USE when connected, GC_ERR_ERROR when there is no camera, no connection or no flow.
     int DoStartAcquisition(unsigned int biggestSize, unsigned int count) override;
+
+    /// GC_ERR_ERROR without a camera or an endpoint; else GC_ERR_SUCCESS.
     int DoStopAcquisition(int flags) override;
+
+    /// GC_ERR_ERROR for a null id or without a connection.
     int DoRequeueBuffer(void* rdmaId) override;
 
     std::shared_ptr<const void> DoHandOver(void* rdmaId, const GigERDMA::NQGenTLBuffer* shownBy) override;
     void DoEndShow(void* rdmaId, const GigERDMA::NQGenTLBuffer* shownBy) override;
 
-    /// Asks the camera at every call.
+    /// Asks the camera at every call; 0 bytes when it does not answer.
     int DoGetPayloadsize(int* piType, void* pBuffer, unsigned long* piSize) override;
 
-    /// One pass of the acquisition loop: waits for a frame and delivers it. Returns 0, or -1001 when there was none.
+    /// One pass of the acquisition loop: waits for a frame and delivers it. GC_ERR_ERROR when there was none.
     int AcquireImage();
 
-    /// Whether AcquireImage still waits for frames: false once the endpoint is down or has stopped by itself. Belongs
-    /// to the acquisition thread.
+    /// Whether AcquireImage still waits for frames: false once the endpoint is down or has stopped by itself.
     bool IsFlowing();
 
   private:

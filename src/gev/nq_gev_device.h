@@ -22,8 +22,7 @@ class NQGevTL;
 ///
 /// Opening opens the remote device (which takes the control privilege and starts the heartbeat), makes the data stream
 /// modules and starts the message channels; closing undoes all of it in the opposite order. An open that fails half way
-/// leaves nothing behind. Operations may run on any thread of the consumer; the heartbeat and message threads come here
-/// only to find events.
+/// leaves nothing behind. Thread-safe; the heartbeat and message threads come here only to find events.
 class NQGevDevice : public GigERDMA::NQGenTLDevice
 {
   public:
@@ -49,7 +48,11 @@ class NQGevDevice : public GigERDMA::NQGenTLDevice
     int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
 
     std::string GetId() override;
+
+    /// What the remote device's Open gives.
     int DoOpen() override;
+
+    /// Always GC_ERR_SUCCESS. Waits for the message threads, the heartbeat and the streams' acquisition threads.
     int DoClose() override;
 
     int GetInfo(int command, int* type, void* buffer, unsigned long* size) override;

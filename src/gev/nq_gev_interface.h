@@ -20,7 +20,7 @@ class NQGevPortReader;
 /// and keyed by `id`: a scan replaces the entries that answered, erases the others and appends the new ones. Owns the
 /// device modules that the consumer opened; a device that vanishes from the list stays open until it is closed.
 ///
-/// All operations may run on any of the consumer's threads. The module mutex guards the list, the selector and the
+/// Thread-safe. The module mutex guards the list, the selector and the
 /// updating flag, and is never held while a packet is awaited. Scans and probes share the socket without an order: each
 /// takes what it happens to receive and drops what it did not ask for.
 class NQGevInterface : public GigERDMA::NQGenTLInterface
@@ -48,6 +48,9 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
     using NQGenTLModuleBase::GetPortInfo;
 
     std::string GetId() override;
+
+    /// Opening makes the sockets and makes the handle valid: GC_ERR_ERROR without the first socket or its address.
+    /// Closing gives both back, then closes and deletes the devices: always GC_ERR_SUCCESS.
     int DoOpen() override;
     int DoClose() override;
 
@@ -57,7 +60,7 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
     int GetNumDevices(unsigned int* count) override;
     int GetDeviceID(unsigned int index, char* buffer, unsigned long* size) override;
 
-    /// Blocks for `timeout` milliseconds and at most 100 more. Always 0, also when nothing could be sent.
+    /// Blocks for `timeout` milliseconds and at most 100 more. Always GC_ERR_SUCCESS, also when nothing could be sent.
     int UpdateDeviceList(bool* changed, unsigned long timeout) override;
 
     /// Asks the open device of that id, or else answers from the list; the access status costs one exchange with the

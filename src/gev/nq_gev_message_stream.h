@@ -11,8 +11,8 @@ class NQGevRemoteDevice;
 
 /// One message channel of a camera on a UDP socket of its own.
 ///
-/// OnInit runs on the thread that opens the device, OnGetMessage and OnDestroy on the receiver thread. A set-up that
-/// fails leaves the camera without events and the receiver thread idle until it is stopped.
+/// OnInit is thread-bound to the thread that opens the device, OnGetMessage and OnDestroy to the receiver thread. A
+/// set-up that fails leaves the camera without events and the receiver thread idle until it is stopped.
 class NQGevMessageStream : public GigERDMA::NQGenTLMessageStream
 {
   public:
@@ -34,7 +34,7 @@ class NQGevMessageStream : public GigERDMA::NQGenTLMessageStream
     void OnGetMessage() override;
 
     /// For a channel that a later one of the same camera has replaced: from now on it waits only briefly for packets,
-    /// and its end leaves the camera's registers alone.
+    /// and its end leaves the camera's registers alone. Thread-safe.
     void Retire();
 
   private:

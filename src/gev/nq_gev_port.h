@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the ports of this transport's modules share: their identity, their register description and the way in which
-// values pass between a register and the caller's buffer.
+// values pass between a register and the caller's buffer. All of it is reentrant.
 #pragma once
 
 #include "gentl/nq_gentl_port_info.h"
@@ -13,26 +13,28 @@
 /// The identity of a little-endian port that can be read and written.
 GigERDMA::_NQ_GENTL_PORT_INFO NQGevPortInfo(const char* module, const char* portName);
 
+/// The description `xml` under the name that its URL gives it.
 GigERDMA::_NQ_GENTL_XML_INFO NQGevXmlInfo(const char* fileName, std::string xml);
 
 /// The one URL of a port that serves its own description.
 std::vector<std::string> NQGevUrlList(const GigERDMA::_NQ_GENTL_XML_INFO& info);
 
-/// Traces the refusal of a port access without a buffer or a size; its code.
+/// Traces the refusal of a port access without a buffer or a size; its code, GC_ERR_INVALID_PARAMETER.
 int NQGevPortRefused(const char* operation);
 
 /// The caller's buffer in the read of one register. Every operation gives the result of the read; a value that does not
-/// fit is -1016, with the size it needs in `*size`.
+/// fit is GC_ERR_BUFFER_TOO_SMALL, with the size it needs in `*size`.
 class NQGevPortReader
 {
   public:
     NQGevPortReader(void* buffer, unsigned long* size) : m_buffer(buffer), m_size(size) {}
 
+    /// 4 bytes, 8 bytes, or the text with its terminating zero.
     int Number(unsigned int value) const;
     int LongNumber(unsigned long value) const;
     int Text(const std::string& value) const;
 
-    /// Copies as much of the description as the buffer takes; `*size` stays.
+    /// Copies as much of the description as the buffer takes; `*size` stays. Always GC_ERR_SUCCESS.
     int Description(const GigERDMA::_NQ_GENTL_XML_INFO& info) const;
 
   private:

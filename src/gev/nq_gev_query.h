@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the info queries of the gev modules share: refusing with a trace line and clearing the caller's buffer.
+// What the info queries of the gev modules share: refusing with a trace line and clearing the caller's buffer. All of
+// it is reentrant.
 #pragma once
 
 #include "GenTL/GenTL.h"
@@ -16,7 +17,7 @@ int NQGevFailed(int code, const char* format, Arguments... arguments)
     return code;
 }
 
-/// The refusal of arguments that an info query and its like may not be given.
+/// Traces the refusal of arguments that an info query and its like may not be given; GC_ERR_INVALID_PARAMETER.
 inline int NQGevInvalidParameter(const char* operation)
 {
     return NQGevFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s GC_ERR_INVALID_PARAMETER", operation);

@@ -31,9 +31,9 @@ static_assert(sizeof(buffer_Layout) == 16);
 /// The camera as a GenTL port.
 ///
 /// Opening takes the control privilege (unless the device is opened read-only), reads the heartbeat timeout and starts
-/// the heartbeat; closing stops it and gives the privilege back. Consumer threads, the heartbeat thread and the message
-/// thread come here at the same time: one exchange with the camera is atomic, a port access of several chunks is not.
-/// The class does not reconnect; the heartbeat notices a lost camera.
+/// the heartbeat; closing stops it and gives the privilege back. Thread-safe, since the consumer's threads, heartbeat,
+/// message and acquisition thread come here at the same time: one exchange with the camera is atomic, a port access of
+/// several chunks is not. The class does not reconnect; the heartbeat notices a lost camera.
 class NQGevRemoteDevice : public GigERDMA::NQGenTLRemoteDevice
 {
   public:
@@ -56,19 +56,26 @@ class NQGevRemoteDevice : public GigERDMA::NQGenTLRemoteDevice
     std::vector<std::string> GetURLList() override;
 
     /// Reads `*size` bytes of the camera. One to 4 bytes are one register access in network order, more are memory
-    /// accesses of at most 512 bytes each. Returns -1010 when the camera did not answer all of them; then `buffer` is
-    /// left alone. `*size` is never changed.
+    /// accesses of at most 512 bytes each. GC_ERR_INVALID_PARAMETER for a null pointer, or when the low 32 bits of the
+    /// size come to 2 GiB or more, GC_ERR_IO when the camera did not answer all of them; then `buffer` is left alone.
+    /// `*size` is never changed.
     int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
 
     /// Writes `*size` bytes to the camera, rounded up to a multiple of 4: four are one register access, up to 508 one
     /// memory access, more are memory accesses of at most 512 bytes each. A register and the last of several accesses
     /// take up to three bytes behind the size from the caller's memory, zeros where it ends; one memory access is
-    /// filled up with zeros. -1002 while the module is closed, -1009 for a null pointer or a size of 2 GiB, -1010 when
-    /// the camera did not acknowledge all of them: the earlier ones are then written. `*size` is never changed.
+    /// filled up with zeros. GC_ERR_NOT_INITIALIZED before the first opening, GC_ERR_INVALID_PARAMETER for a null
+    /// pointer or a size of 2 GiB, GC_ERR_IO when the camera did not acknowledge all of them: the earlier ones are then
+    /// written. `*size` is never changed.
     int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
 
     std::string GetId() override;
+
+    /// GC_ERR_ERROR when there is no local port for the camera. A camera that does not answer, or refuses the
+    /// privilege, is opened all the same.
     int DoOpen() override;
+
+    /// Always GC_ERR_SUCCESS. Waits for the heartbeat thread.
     int DoClose() override;
 
     unsigned int GetStreamChannelCount() override;
@@ -91,11 +98,13 @@ class NQGevRemoteDevice : public GigERDMA::NQGenTLRemoteDevice
     /// ... and an IPv4 address of this host, in host order.
     bool SetMessageAddress(int address);
 
+    /// Reads the stream capability word; false, with `capability` left alone, when the camera cannot be asked.
     bool GetStreachannelCapability(_NQ_STREAM_CAPABILITY* capability);
 
     /// Fills all of `settings` but `bufferCount` from the camera's settings block; its bytes are 0 when the read fails.
     bool GetBufferSettings(gevrdmaBufferSettings* settings);
 
+    /// Reads 16 bytes from the address that the camera keeps for them; false, with all of them 0, when that read fails.
     bool GetbufferLayout(buffer_Layout* layout);
 
     /// Finds the largest packet, in bytes, that the camera gets through to this host, by letting it send test packets.
@@ -108,6 +117,7 @@ class NQGevRemoteDevice : public GigERDMA::NQGenTLRemoteDevice
     /// This object's own copy of the device record, with what DoOpen added to it.
     const _NQ_GEV_DEVICE_INFO& GetDeviceInfo() const { return m_info; }
 
+    /// Always null: nothing fills the list of streams kept here, since the device has them.
     NQGevDataStream* _findStream(unsigned int index);
 
   private:

@@ -16,7 +16,7 @@ class NQGevPortReader;
 /// `id`: a scan erases what is gone and appends what is new, and never refreshes an entry that stays. Owns the
 /// interface modules that the consumer opened; an interface whose adapter vanishes stays open until it is closed.
 ///
-/// All operations may run on any of the consumer's threads. The module mutex guards the list, the selector and the
+/// Thread-safe. The module mutex guards the list, the selector and the
 /// updating flag, and is never held during a scan.
 class NQGevSystem : public GigERDMA::NQGenTLSystem
 {
@@ -41,11 +41,14 @@ class NQGevSystem : public GigERDMA::NQGenTLSystem
     using NQGenTLModuleBase::GetPortInfo;
 
     std::string GetId() override;
+
+    /// Always GC_ERR_SUCCESS. Opening makes the handle valid; closing closes and deletes the interfaces first.
     int DoOpen() override;
     int DoClose() override;
     int GetInfo(int command, int* type, void* buffer, unsigned long* size) override;
 
-    /// Always 0, also when nothing could be scanned. The timeout is ignored: a scan takes no noticeable time.
+    /// Always GC_ERR_SUCCESS, also when nothing could be scanned. The timeout is ignored: a scan takes no noticeable
+    /// time.
     int UpdateInterfaceList(bool* changed, unsigned long timeout) override;
 
     int GetNumInterfaces(unsigned int* count) override;
@@ -59,6 +62,8 @@ class NQGevSystem : public GigERDMA::NQGenTLSystem
     int OpenInterface(const char* id, void** handle) override;
 
     int CloseInterface(void* handle) override;
+
+    /// Gives back the list of adapters. Nobody uses the module any more.
     void Abandon() override;
 
     /// Whether a register that describes the system itself, its list or its selection begins at `address`.

@@ -22,10 +22,11 @@ class NQGevThreadHeartbeat : public GigERDMA::NQGenTLThreadHeartbeat
     NQGevThreadHeartbeat(const NQGevThreadHeartbeat&) = delete;
     NQGevThreadHeartbeat& operator=(const NQGevThreadHeartbeat&) = delete;
 
-    /// One beat, on the heartbeat thread.
+    /// One beat. Thread-bound to the heartbeat thread.
     void OnHeartBeat() override;
 
-    /// Signals the connection event of the remote device's parent, if the consumer registered it.
+    /// Signals the connection event of the remote device's parent, if the consumer registered it. Of `text` at most 255
+    /// characters go with it. Thread-safe.
     void _sendConnectionEvent(int status, std::string text);
 
   private:

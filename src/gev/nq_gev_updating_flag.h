@@ -5,7 +5,7 @@
 #include "gentl/nq_gentl_mutex.h"
 
 /// Sets `flag` at construction and clears it at destruction, both under `mutex`, which is free in between. Two at once
-/// on one flag: the first to end clears it.
+/// on one flag: the first to end clears it. Thread-safe.
 class NQGevUpdatingFlag
 {
   public:

@@ -7,7 +7,7 @@
 
 struct _NQ_GEV_INTERFACE_INFO;
 
-/// Any thread may call any of these; none keeps state between calls.
+/// Reentrant: none keeps state between calls.
 class NQGevUtil
 {
   public:

@@ -95,8 +95,7 @@ struct NQGevXmlPort
     std::string_view imposedAccessMode = {};
 };
 
-/// One register description in the making. Call the operations in the order of the text, then Finish() once. Used by
-/// one thread.
+/// One register description in the making. Call the operations in the order of the text, then Finish() once. Reentrant.
 class NQGevXmlWriter
 {
   public:
