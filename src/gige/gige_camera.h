@@ -19,10 +19,11 @@ class CameraImpl;
 /// What is still to come of an exchange is awaited and dropped at the start of this camera's next one, for 400 ms from
 /// the last send at most, so that it is not taken for the next answer.
 ///
-/// Every exchange is one critical section under GigETL::lock, across all cameras, so any thread may call; a silent
-/// camera holds up the others for 600 ms, one whose answer is owed for 400 ms more, and either longer while the camera
-/// asks for more time. Failures are NQGigE_RETURN
-/// codes; only running out of memory throws.
+/// Thread-safe, but for getLocalIP and getLocalPort, which are reentrant: every exchange is one critical section under
+/// GigETL::lock, across all cameras. A silent camera holds up the others for 600 ms, one whose answer is owed for 400
+/// ms more, and either longer while the camera asks for more time. Failures are NQGigE_RETURN codes, of which each
+/// exchange can give NQGigE_NO_CONNECTION, NQGigE_TIMEOUT, NQGigE_SOCKET_ERROR, NQGigE_BAD_ACK and the camera's own
+/// status; only running out of memory throws.
 class Camera
 {
   public:
@@ -33,6 +34,7 @@ class Camera
     Camera(const Camera&) = delete;
     Camera& operator=(const Camera&) = delete;
 
+    /// Writes one register.
     NQGigE_RETURN setGigECameraRegister(unsigned int address, unsigned int value);
 
     /// Writes the first register and, if that succeeds, the second. The first failure.
@@ -55,7 +57,8 @@ class Camera
 
     /// Broadcasts one discovery from `localIP`, calls `callback` for each camera that answers within `timeoutMs`
     /// milliseconds in all, and keeps a record of each. NQGigE_SUCCESS as soon as any camera is known, an earlier
-    /// discovery's included. Takes no lock: a register exchange on another thread makes it skip answers.
+    /// discovery's included; else why the wait ended, NQGigE_TIMEOUT mostly. NQGigE_NO_LOCAL_PORT without a port to
+    /// receive at. Takes no lock: a register exchange on another thread makes it skip answers.
     static NQGigE_RETURN discoverCameras(unsigned int port, unsigned int localIP, unsigned long timeoutMs,
                                          NQGigE_CALLBACK callback, void* context);
 
@@ -66,7 +69,7 @@ class Camera
     NQGigE_RETURN processUnlink();
 
     /// The status of the acknowledge when its id and code are the expected ones. Else NQGigE_BAD_ACK, after taking at
-    /// most one further datagram that was waiting, unseen, from the network.
+    /// most one further datagram that was waiting, unseen, from the network. Reentrant.
     static NQGigE_RETURN validateAck(Network& network, const Command& ack, unsigned int id, unsigned int code);
 
     /// The discovered camera with this camera's address, or null. Valid until the next discovery or shutdownCameras().
@@ -74,12 +77,20 @@ class Camera
 
     /// 32-bit sum of address and port: the same for every opening of one camera.
     unsigned long handle() const;
+
+    /// The camera's network, owned by it.
     Network* getNetwork() const;
     Network* getControlConnection() const;
+
+    /// Addresses and port in host order; the local ones 0 when unknown.
     unsigned int getIP() const;
     unsigned int getLocalIP() const;
     unsigned int getLocalPort() const;
+
+    /// Always false.
     bool isConnected() const;
+
+    // Always 0.
 
     int isNetworkInterfaceValid() const;
     int isNetworkInterfaceValid2() const;
@@ -92,6 +103,8 @@ class Camera
     [[maybe_unused]] unsigned int mReserved = 0;
     [[maybe_unused]] unsigned short mReserved2 = 0;
 };
+
+// Reentrant.
 
 /// Value of one hexadecimal digit of either case; 0 for any other character.
 unsigned char atohex(char digit);

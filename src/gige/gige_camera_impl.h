@@ -10,7 +10,7 @@
 namespace GigETL
 {
 
-/// Private part of Camera.
+/// Private part of Camera. Reentrant.
 class CameraImpl
 {
   public:

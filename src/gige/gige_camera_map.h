@@ -11,7 +11,7 @@
 namespace GigETL
 {
 
-/// Owns one record per IP address (host order) until clear() or the end of the process. Any thread may call.
+/// Owns one record per IP address (host order) until clear() or the end of the process. Thread-safe.
 class CameraMap
 {
   public:

@@ -14,7 +14,7 @@ namespace GigETL
 /// matched against the newest id of the process: from building a command to checking its answer nobody else may build
 /// one, which the lock of the camera layer sees to.
 ///
-/// The accessors take byte offsets and do no range checks. One thread uses an object at a time.
+/// The accessors take byte offsets and do no range checks. Reentrant, but for getRequestID, which is thread-safe.
 class Command
 {
   public:

@@ -9,8 +9,9 @@
 namespace GigETL
 {
 
-/// A plain, non-recursive mutex with default attributes. Use it through NQLock. Nothing is destroyed with it: there is
-/// nothing to give back, and a heartbeat that nobody ended may still take the lock while the process exits.
+/// A plain, non-recursive mutex with default attributes. Thread-safe. Use it through NQLock. Nothing is destroyed with
+/// it: there is nothing to give back, and a heartbeat that nobody ended may still take the lock while the process
+/// exits.
 class NQ_CAPABILITY("mutex") tMutexLock
 {
   public:

@@ -20,9 +20,9 @@ namespace GigETL
 /// interface are in host order.
 ///
 /// A remote address of 0 at construction puts the object in broadcast state. When the socket cannot be made or bound
-/// the object exists all the same, and getLocalPort() is 0. A signal handler that runs ends no call. Has no lock: the
-/// users of one object take turns. Nothing but running out of memory throws. In a forked child a network of the parent
-/// has no socket to exchange packets with: its commands would be the parent's, and its answers would be taken from it.
+/// the object exists all the same, and getLocalPort() is 0. A signal handler that runs ends no call. Reentrant: it has
+/// no lock. Nothing but running out of memory throws. In a forked child a network of the parent has no socket to
+/// exchange packets with: its commands would be the parent's, and its answers would be taken from it.
 class Network
 {
   public:
@@ -52,9 +52,10 @@ class Network
     /// is given up. Without a debt, and in a forked child for a network of the parent, nothing is done at all.
     void dropOwedAnswers();
 
-    /// Sends the command once to 255.255.255.255, at the remote port.
+    /// Sends the command once to 255.255.255.255, at the remote port. The results of sendCommand().
     NQGigE_RETURN broadcastCommand(const Command& command);
 
+    /// Whether the remote address is 255.255.255.255.
     bool isBroadcasting() const;
 
     /// The bound address or port, asked from the system when it chose them. 0 when unknown, or when the port could not
@@ -70,11 +71,12 @@ class Network
     /// The IPv4 address of the interface with this kernel index, 0 when there is none.
     static unsigned int getNetAdapterIP(int index);
 
+    /// These do nothing.
     static void initWinsocks();
     static void printIP(unsigned int ip);
     static void printMAC(unsigned int upper, unsigned int lower);
 
-    /// Count of living objects.
+    /// Count of living objects. Thread-safe.
     static std::atomic<int> mInstanceCounter;
 
   private:

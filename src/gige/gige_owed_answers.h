@@ -10,7 +10,7 @@ namespace GigETL
 {
 
 /// One entry per command sent and not yet answered, by request id. A camera answers every copy of a command, so one
-/// that is sent twice is owed twice. Has no lock: it belongs to one Network.
+/// that is sent twice is owed twice. Reentrant: it belongs to one Network.
 class OwedAnswers
 {
   public:

@@ -17,7 +17,8 @@ extern NQMutex& mLock;
 extern std::map<unsigned long, GigETL::Camera*>& mCameras NQ_GUARDED_BY(mLock);
 
 /// The camera of a handle, found as getCamera() finds it and kept alive while this object lives: a camera closed
-/// meanwhile is deleted when the last use of it ends. Any thread may hold one.
+/// meanwhile is deleted when the last use of it ends. Reentrant, and any number of threads may hold one camera each in
+/// a CameraUse of their own.
 class CameraUse
 {
   public:
@@ -39,6 +40,8 @@ class CameraUse
 
 } // namespace cams
 
+// Thread-safe.
+
 /// Stores the camera under its handle; the map owns it from then on. A camera that was there is set aside, not deleted:
 /// it goes when the handle is closed.
 void addCameraToMap(GigETL::Camera* camera);
@@ -46,7 +49,8 @@ void addCameraToMap(GigETL::Camera* camera);
 /// Erases the entry of the camera's handle; the camera is the caller's again.
 void removeCameraFromMap(GigETL::Camera* camera);
 
-/// The camera of a handle, or null. Asking for an unknown handle leaves an entry with a null value behind.
+/// The camera of a handle, or null; nothing keeps it from being closed meanwhile. Asking for an unknown handle leaves
+/// an entry with a null value behind.
 GigETL::Camera* getCamera(unsigned long handle);
 
 /// Register access without access key and without the g_mcMode rule. NQGigE_NO_CONNECTION for an unknown handle. The

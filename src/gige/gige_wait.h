@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Waiting until a socket is readable, with the time accounting of select() and no limit on the descriptor's number.
+// Waiting until a socket is readable, with the time accounting of select() and no limit on the descriptor's number. All
+// of it is reentrant.
 #pragma once
 
 #include <cerrno>

@@ -10,8 +10,8 @@
 /// a datagram to no socket that is bound to one address of the host. Bound to 255.255.255.255, at the port of the
 /// first.
 ///
-/// Without it, because it was never opened or could not be, everything works on the first socket alone. Open() comes
-/// before all else; the rest any thread may call at any time, as on NQGevSocket.
+/// Without it, because it was never opened or could not be, everything works on the first socket alone. Open() is
+/// reentrant and comes before all else; the rest is thread-safe, as NQGevSocket is.
 class NQGevBroadcastReceiver
 {
   public:
@@ -20,6 +20,7 @@ class NQGevBroadcastReceiver
     /// does not let it.
     bool Open(NQGevSocket& first, const std::string& adapter, int bufferSize);
 
+    /// Gives the second socket back; a Receive() that waits there wakes up with false.
     void Close();
 
     /// Takes one datagram from `first` or from the receiver, whichever has the one that arrived earlier; else as

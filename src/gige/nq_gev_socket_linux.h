@@ -9,7 +9,7 @@
 
 /// One socket that can be made and destroyed again and again. Results are true or false; nothing is logged.
 ///
-/// Any thread may call. Destroy() may be called while another thread waits in a receive: that thread wakes up with
+/// Thread-safe. Destroy() may be called while another thread waits in a receive: that thread wakes up with
 /// false, and the descriptor is closed only when no call works on it any more, so a number that the process has given
 /// to another file is never touched. Signal handlers that run meanwhile end no call. Timeouts are in milliseconds; a
 /// negative one is refused with false at once. Without a descriptor a timed wait lasts its time and everything fails.
@@ -54,7 +54,10 @@ class NQGevSocket
     /// Shuts the socket down and closes it; nothing without one.
     void Destroy();
 
+    /// Lets the socket send to broadcast addresses.
     bool SetBroadcast();
+
+    /// Limits the receives that have no time of their own; 0 takes the limit away.
     bool SetReceiveTimeout(int timeoutMs);
 
     /// Sets the receive buffer to `size` bytes.

@@ -4,7 +4,7 @@
 
 #include "gige/nq_gev_socket_linux.h"
 
-/// A copy of the descriptor for the length of one call, -1 when there is none.
+/// A copy of the descriptor for the length of one call, -1 when there is none. Reentrant.
 class NQGevSocket::Use
 {
   public:

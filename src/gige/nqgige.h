@@ -13,7 +13,7 @@ inline constexpr unsigned int NQGigE_ACCESS_KEY = 0x4E514745;
 
 static_assert(sizeof(std::atomic<int>) == sizeof(int) && std::atomic<int>::is_always_lock_free);
 
-// Addresses and ports are in host order, timeouts in milliseconds, sizes in bytes. Any thread may call.
+// Addresses and ports are in host order, timeouts in milliseconds, sizes in bytes. All are thread-safe.
 extern "C"
 {
 
@@ -33,7 +33,7 @@ NQ_EXPORT NQGigE_RETURN discoverCamerasExt(unsigned int port, unsigned int local
 NQ_EXPORT NQGigE_RETURN discoverCameras(unsigned int localIP, unsigned long timeoutMs, NQGigE_CALLBACK callback,
                                         void* context);
 
-/// Forgets every discovered camera.
+/// Forgets every discovered camera. Always NQGigE_SUCCESS.
 NQ_EXPORT NQGigE_RETURN shutdownCameras();
 
 /// Opens a camera and stores its handle, which is valid until closeCamera(), even when the result is

@@ -71,5 +71,6 @@ struct NQGigE_SIGNAL
 /// Signal type of a camera that answered the discovery.
 inline constexpr std::uint32_t NQGigE_SIGNAL_CAMERA_FOUND = 14;
 
-/// Receives one signal per answering camera on the thread that runs the discovery. The result is not looked at.
+/// Receives one signal per answering camera; thread-bound to the thread that runs the discovery. The result is not
+/// looked at.
 using NQGigE_CALLBACK = NQGigE_RETURN (*)(NQGigE_SIGNAL* signal, void* context);
