@@ -7,7 +7,8 @@
 #include <cstdint>
 
 /// The memory that one frame is received into. The endpoint registers `GetBuffer()` once and keeps the object until its
-/// own end, and buffers that point into it may keep it for longer.
+/// own end, and buffers that point into it may keep it for longer. Reentrant; who may touch the
+/// block itself is for FrameBlocks to say.
 ///
 /// The block is a mapping of its own: an RDMA device pins whole pages, and those of a block hold nothing else.
 class GenDCBuffer

@@ -40,7 +40,7 @@
 /// which the buffer has for as long as it points there: until it takes another frame or is revoked. A revocation that
 /// hands the address out leaves the share with the stream until the next start. The last share frees the memory.
 ///
-/// Any thread may call anything here. Make allocates, nothing else does.
+/// Thread-safe. Make allocates, nothing else does.
 class FrameBlocks
 {
   public:

@@ -35,8 +35,10 @@
 ///     posted
 ///
 /// and a send descriptor alternates between posted and `m_free_sends`. Init, SetBufferSettings,
-/// AllocateAndRegisterMemory and StartWorkerThread run on the starting thread, in this order; GetBuffer, the requeue
-/// calls and DeInit may come from any thread. The object must not be deleted while another thread is inside it.
+/// AllocateAndRegisterMemory and StartWorkerThread are thread-bound to the starting thread and come in this order, the
+/// bodies of the three threads and what they call to their threads. DeInit is thread-safe, and so are GetBuffer,
+/// IsFlowing, HandOver, EndShow and the requeue calls once the memory is registered. The object must not be deleted
+/// while another thread is inside it.
 class LvEndpoint
 {
   public:
@@ -71,9 +73,12 @@ class LvEndpoint
 
     /// Stops the flow when the event tells of a disconnect; every other event is dropped. On the event thread.
     void On_cm_event(rdma_cm_event* event);
+
+    /// The body of the event thread: takes events until the stop.
     void Cm_event_loop();
     static void* Cm_event_thread(void* endpoint);
 
+    /// Keeps the payload size and the number of blocks for AllocateAndRegisterMemory.
     void SetBufferSettings(gevrdmaBufferSettings& settings);
 
     /// Makes `bufferCount` frame blocks and as many ready messages, and registers them. A registration that the system
@@ -90,17 +95,20 @@ class LvEndpoint
     void Post_receive(msg_buffer_mem* message);
     void Post_send(msg_buffer_mem* message);
 
+    /// The body of the worker: posts everything, then what is requeued, until the stop.
     void Worker_thread();
     static void* Worker_thread_helper(void* endpoint);
 
+    /// The body of the completion thread: hands completions on until one has failed, or the end.
     void Cq_polling_loop();
     static void* Cq_polling_thread(void* endpoint);
 
     /// Hands a completed descriptor to its queue. Returns non-zero when the completion failed and the flow must end.
     int On_completion(ibv_wc* completion);
 
-    /// Waits without limit for a frame and fills `out`. Returns 0, -1003 when not connected, -1004 when stopped (at the
-    /// latest 800 ms after the stop; a frame that arrived meanwhile is then not delivered).
+    /// Waits without limit for a frame and fills `out`. GC_ERR_NOT_IMPLEMENTED when not connected,
+    /// GC_ERR_RESOURCE_IN_USE when stopped (at the latest 800 ms after the stop; a frame that arrived meanwhile is then
+    /// not delivered).
     int GetBuffer(gevrdmaBuffer* out);
 
     /// Whether GetBuffer waits for frames: false when not connected and when stopped.
@@ -113,8 +121,8 @@ class LvEndpoint
     void EndShow(void* id, const void* shownBy);
 
     /// Gives a frame block back: the first one that GetBuffer brought, the second one that was handed over and is not
-    /// on show. Returns 0, or -1003 when not connected. Ids that name no registered receive descriptor of this endpoint
-    /// are dropped, and so is any other block: the camera would write into a frame that is being read.
+    /// on show. GC_ERR_NOT_IMPLEMENTED when not connected. Ids that name no registered receive descriptor of this
+    /// endpoint are dropped, and so is any other block: the camera would write into a frame that is being read.
     int RequeueBuffer(gevrdmaBuffer* buffer);
     int RequeueBufferByID(void* id);
 
@@ -180,5 +188,5 @@ class LvEndpoint
     NQMutex m_teardown{NQHeld::Long}; // Held by each step of the start, and by the teardown, to its end.
 };
 
-/// Fills connection parameters that no connection uses: rdma_connect is called without any.
+/// Fills connection parameters that no connection uses: rdma_connect is called without any. Reentrant.
 void build_params(rdma_conn_param* params);

@@ -8,8 +8,8 @@
 #include <cstddef>
 #include <vector>
 
-/// A FIFO of descriptors it does not own, with its own lock. Push and Pop allocate nothing while no more entries are
-/// held than were reserved. Any thread may call anything here; no two queues are ever locked at once.
+/// A FIFO of descriptors it does not own, with its own lock. Thread-safe. Push and Pop allocate nothing while no more
+/// entries are held than were reserved. No two queues are ever locked at once.
 class MessageQueue
 {
   public:

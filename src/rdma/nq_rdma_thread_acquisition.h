@@ -24,15 +24,16 @@ class NQRMAXThreadAcquisition : public GigERDMA::NQGenTLThreadBase
     NQRMAXThreadAcquisition(const NQRMAXThreadAcquisition&) = delete;
     NQRMAXThreadAcquisition& operator=(const NQRMAXThreadAcquisition&) = delete;
 
+    /// The body; thread-bound to the acquisition thread.
     void Run() override;
 
-    /// Asks the body to end and returns without waiting. Any thread, the acquisition thread included.
+    /// Asks the body to end and returns without waiting. Thread-safe, also on the acquisition thread.
     void Stop();
 
-    /// Stops the body and waits until it has returned; on the acquisition thread only stops.
+    /// Stops the body and waits until it has returned; on the acquisition thread only stops. Thread-safe.
     void WaitForEnd();
 
-    /// If not running, stores the value, clears the stop flag and starts. Nothing in the library calls it.
+    /// If not running, stores the value, clears the stop flag and starts. Thread-safe. Nothing here calls it.
     void StartAcquisition(unsigned long value);
 
   private:

@@ -11,8 +11,8 @@
 
 /// Owns one LvEndpoint, resolves the camera's address, and decodes received frames (GenDC: one component, one part).
 ///
-/// Connect and Start run on the thread of the start call, GetNextFrame and HandOver on the acquisition thread, the
-/// requeue calls on the consumer's threads, Disconnect on any thread at any time. The endpoint's queues synchronise.
+/// Connect and Start are thread-bound to the thread of the start call, GetBuffer and GetNextFrame to the acquisition
+/// thread. Disconnect is thread-safe, and so is the rest once Start has returned. The endpoint's queues synchronise.
 class GevRdmaEndpoint
 {
   public:
@@ -39,7 +39,7 @@ class GevRdmaEndpoint
     /// data inside its block. The block of such a frame stays out of the flow until somebody gives it back.
     bool GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer);
 
-    /// False when GetBuffer and GetNextFrame return at once, without a frame. Any thread but that of Connect.
+    /// False when GetBuffer and GetNextFrame return at once, without a frame.
     bool IsFlowing() const;
 
     /// The frame of the block has been delivered or dropped. Once nobody shows it (`shownBy`, until EndShow), the block
@@ -47,6 +47,7 @@ class GevRdmaEndpoint
     std::shared_ptr<const void> HandOver(void* id, const void* shownBy = nullptr);
     void EndShow(void* id, const void* shownBy);
 
+    /// Gives a block, whose frame GetBuffer brought, back to the camera. False when there is no connection.
     bool RequeueBuffer(gevrdmaBuffer& buffer);
 
     /// Gives a block that was handed over and is not on show back to the camera. False when there is no connection.
