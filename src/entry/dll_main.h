@@ -6,6 +6,6 @@
 
 extern "C"
 {
-/// Does nothing and returns 1; nothing calls it.
+/// Does nothing and returns 1; nothing calls it. Thread-safe.
 NQ_EXPORT int DllMain(void* module, unsigned long reason, void* reserved);
 }

@@ -8,7 +8,7 @@
 
 class NQGevTL;
 
-/// Adds the camera access object, through which all modules reach their cameras.
+/// Adds the camera access object, through which all modules reach their cameras. Thread-safe, as its base is.
 class NQGevController : public GigERDMA::NQGenTLController
 {
   public:
@@ -18,10 +18,10 @@ class NQGevController : public GigERDMA::NQGenTLController
     /// A new NQGevSystem; the caller owns it.
     GigERDMA::NQGenTLSystem* CreateSystem() override;
 
-    /// 0, or -1001 when the camera layer does not start.
+    /// GC_ERR_ERROR when the camera layer does not start.
     int DoInit() override;
 
-    /// Always 0.
+    /// Always GC_ERR_SUCCESS.
     int DoClose() override;
 
     /// The camera access object, owned by the controller.

@@ -30,7 +30,8 @@ class NQGenTLSystem;
 ///
 /// A call that is refused, because the library is not initialised or the handle is not valid, has its result set,
 /// traced and recorded as the thread's last error; then the operation is left out and no exit line follows. The first
-/// "%s" of every format takes the function's name. The frame takes no lock and never translates a code.
+/// "%s" of every format takes the function's name. The frame takes no lock and never translates a code. Reentrant:
+/// each call has a frame of its own.
 class NQGevEntryFrame
 {
   public:
@@ -42,10 +43,10 @@ class NQGevEntryFrame
         Trace(g_callFlow, format, arguments...);
     }
 
-    /// False refuses the call with -1002.
+    /// False refuses the call with GC_ERR_NOT_INITIALIZED.
     bool IsInitialized();
 
-    // The object behind a handle. Null refuses the call, with -1002 or -1006.
+    // The object behind a handle. Null refuses the call, with GC_ERR_NOT_INITIALIZED or GC_ERR_INVALID_HANDLE.
 
     GigERDMA::NQGenTLSystem* FindSystem(void* hTL);
     GigERDMA::NQGenTLInterface* FindInterface(void* hIface);
@@ -71,7 +72,7 @@ class NQGevEntryFrame
     /// As Finish, but the failure line names the command.
     void FinishBufferInfo(int iInfoCmd, int result);
 
-    /// Ends a function that is not implemented: records -1003 without a trace.
+    /// Ends a function that is not implemented: records GC_ERR_NOT_IMPLEMENTED without a trace.
     void FinishNotImplemented();
 
     /// Answers a question for a module's parent: output pointer first, then the handle, which `find` looks up.

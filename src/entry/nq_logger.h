@@ -7,7 +7,8 @@
 #include <atomic>
 #include <cstdarg>
 
-// The C layer owns the library's handle and the addresses of its seven functions. All are zero at load.
+// The C layer owns the library's handle and the addresses of its seven functions. All are zero at load. Thread-safe,
+// but for OpenDLL, CloseDLL, NQLInit and NQLClose: the host makes one of them at a time.
 
 extern "C"
 {
@@ -57,7 +58,8 @@ NQ_EXPORT void NQLTraceA(const char* module, unsigned long level, const char* fo
 ///
 ///     closed --Open() reaches the library--> open --Close(), or the end of the process--> closed
 ///
-/// No operation takes a lock or waits. TraceA may run on any thread, also while another calls Close.
+/// No operation takes a lock or waits. Thread-safe, but for Open and Close: the host makes one of them at a time, and
+/// the others, TraceA above all, may run meanwhile.
 class NQ_EXPORT NQLogger
 {
   public:

@@ -7,8 +7,8 @@
 #include <dlfcn.h>
 
 /// Counts who needs one loaded library: its owner and every thread inside it. Whoever leaves last gives it back, so
-/// nobody waits: a thread that is held up inside, or that a fork left behind, only keeps the library loaded. Takes no
-/// lock; any thread may call.
+/// nobody waits: a thread that is held up inside, or that a fork left behind, only keeps the library loaded.
+/// Thread-safe; takes no lock.
 ///
 ///     nothing held --Hold()--> held, entered at will --the last Leave()--> given back, nothing held
 class NQLoggerHold

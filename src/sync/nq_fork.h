@@ -5,9 +5,10 @@
 #include <pthread.h>
 
 /// A number that a forked child does not share with its parent, or its parent's parents. Costs no system call.
+/// Thread-safe.
 unsigned int NQProcessGeneration();
 
-/// Remembers in which process its owner was made.
+/// Remembers in which process its owner was made. Reentrant.
 class NQOrigin
 {
   public:

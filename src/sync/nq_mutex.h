@@ -23,7 +23,7 @@
 #define NQ_RELEASE(...) NQ_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 #define NQ_REQUIRES(...) NQ_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 
-/// A standard mutex under an annotated name.
+/// A standard mutex under an annotated name. Thread-safe.
 template <class Standard>
 class NQ_CAPABILITY("mutex") NQMutexOf
 {
@@ -50,7 +50,7 @@ class NQ_CAPABILITY("mutex") NQMutexOf
 using NQMutex = NQMutexOf<std::mutex>;
 using NQRecursiveMutex = NQMutexOf<std::recursive_mutex>;
 
-/// Holds a mutex from construction to destruction, but for the time between an unlock() and a lock().
+/// Holds a mutex from construction to destruction, but for the time between an unlock() and a lock(). Reentrant.
 template <class Mutex>
 class NQ_SCOPED_CAPABILITY NQLock
 {
@@ -67,7 +67,7 @@ class NQ_SCOPED_CAPABILITY NQLock
     std::unique_lock<Mutex> m_lock;
 };
 
-/// A condition for NQMutex. Waits may also end without a notification.
+/// A condition for NQMutex. Thread-safe. Waits may also end without a notification.
 class NQCondition
 {
   public:
