@@ -1,66 +1,32 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every lock of src/ stands in docs/threading.md with what it guards, as `name` in `file`.
+#include "support/source_text.h"
+
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <regex>
-#include <set>
-#include <sstream>
 #include <string>
-#include <vector>
+
+using nq::test::All;
+using nq::test::Names;
+using nq::test::Sources;
+using nq::test::StatementsOf;
+using nq::test::TextOf;
+using nq::test::TextOfFile;
+using nq::test::Without;
 
 namespace fs = std::filesystem;
 
 namespace
 {
 
-using Names = std::set<std::string>;
-
-std::string TextOf(const fs::path& path)
-{
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-/// What the group of the expression catches, wherever it fits.
-Names All(const std::string& text, const std::string& expression)
-{
-    const std::regex regex(expression);
-    Names names;
-    for (std::sregex_iterator match(text.begin(), text.end(), regex); match != std::sregex_iterator(); ++match)
-    {
-        names.insert((*match)[1]);
-    }
-    return names;
-}
-
 /// The classes that are annotated as something to lock.
 Names LockClassesIn(const std::string& text)
 {
     return text.find("NQ_CAPABILITY") == std::string::npos ? Names()
                                                            : All(text, R"(\bNQ_CAPABILITY\("[^"]*"\)\s*(\w+))");
-}
-
-/// The statements of `text`, each with the character that ends it, without the comments of their lines.
-std::vector<std::string> StatementsOf(const std::string& text)
-{
-    std::vector<std::string> statements(1);
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);)
-    {
-        for (const char one : line.substr(0, line.find("//")) + " ")
-        {
-            statements.back() += one;
-            if (one == ';' || one == '{' || one == '}')
-            {
-                statements.emplace_back();
-            }
-        }
-    }
-    return statements;
 }
 
 /// The names of the objects that `text` defines with a type that can be locked: one of `classes`, or anything called a
@@ -78,8 +44,9 @@ Names LocksIn(const std::string& text, const Names& classes)
     const std::regex other(R"(\bextern\b|\bstd::\w*lock(?:_guard)?<)");
     const std::string definition = R"(\b(?:)" + types + R"()(?:<[^;(){}]*>)*(?:\s*>)*)";
     Names names;
-    for (const std::string& statement : StatementsOf(text))
+    for (const nq::test::Statement& one : StatementsOf(text))
     {
+        const std::string& statement = one.code;
         const auto holds = [&statement](const std::string& word) { return statement.find(word) != std::string::npos; };
         if (std::any_of(words.begin(), words.end(), holds) && !std::regex_search(statement, other))
         {
@@ -88,19 +55,6 @@ Names LocksIn(const std::string& text, const Names& classes)
         }
     }
     return names;
-}
-
-std::vector<fs::path> Sources()
-{
-    std::vector<fs::path> files;
-    for (const auto& entry : fs::recursive_directory_iterator(fs::path(NQ_SOURCE_DIR) / "src"))
-    {
-        if (entry.path().extension() == ".h" || entry.path().extension() == ".cpp")
-        {
-            files.push_back(entry.path());
-        }
-    }
-    return files;
 }
 
 /// "`name` in `file`" for each lock of src/.
@@ -122,16 +76,9 @@ Names LocksOfTheLibrary()
     return locks;
 }
 
-Names Without(const Names& all, const Names& without)
-{
-    Names rest;
-    std::set_difference(all.begin(), all.end(), without.begin(), without.end(), std::inserter(rest, rest.end()));
-    return rest;
-}
-
 Names DocumentedLocks()
 {
-    return All(TextOf(fs::path(NQ_SOURCE_DIR) / "docs/threading.md"), R"((`\w+` in `[\w.]+`))");
+    return All(TextOfFile("docs/threading.md"), R"((`\w+` in `[\w.]+`))");
 }
 
 TEST(Locks, EveryLockOfTheLibraryIsDocumented)
