@@ -79,8 +79,8 @@ bool Resolve(Target<Function>& target, void* library)
     {
         found = nullptr;
     }
-    target.found = library != nullptr ? found : nullptr;
     target.slot = found;
+    target.found = library != nullptr ? found : nullptr; // In this order: see Use.
     return found != nullptr;
 }
 
@@ -98,18 +98,13 @@ class Use
   public:
     explicit Use(const Target<Function>& target) : m_entered(g_hold.Enter()), m_function(target.slot)
     {
-        if (m_entered || m_function == nullptr)
-        {
-            return;
-        }
         // Not, or no longer, this library's to keep: others may have it loaded, and a host may have stored a function
         // of its own.
-        m_borrowed = dlopen(g_LibraryName, RTLD_LAZY | RTLD_NOLOAD);
-        void* const code = reinterpret_cast<void*>(m_function);
-        const bool isLoaded = m_borrowed != nullptr && dlsym(m_borrowed, target.symbol) == code;
-        if (!isLoaded && (m_function == target.found || !IsMapped(code)))
+        while (!m_entered && m_function != nullptr && !IsToBeCalled(target))
         {
-            m_function = nullptr;
+            // What was found is gone. What a load has put in its place meanwhile is another matter.
+            const Function latest = target.slot;
+            m_function = latest != m_function ? latest : nullptr;
         }
     }
     ~Use()
@@ -129,6 +124,22 @@ class Use
     Function Get() const { return m_function; }
 
   private:
+    bool IsToBeCalled(const Target<Function>& target)
+    {
+        void* const code = reinterpret_cast<void*>(m_function);
+        if (m_borrowed == nullptr)
+        {
+            m_borrowed = dlopen(g_LibraryName, RTLD_LAZY | RTLD_NOLOAD);
+        }
+        if (m_borrowed != nullptr && dlsym(m_borrowed, target.symbol) == code)
+        {
+            return true;
+        }
+        // A load stores what it found in the slot first: what stands there still, and was not found, is a host's.
+        const bool wasFound = m_function == target.found;
+        return !wasFound && m_function == target.slot && IsMapped(code);
+    }
+
     const bool m_entered;
     Function m_function;
     void* m_borrowed = nullptr;

@@ -213,7 +213,8 @@ TEST(Fork, ASocketOfTheParentIsClosedInTheChildAndGoesOnInTheParent)
         EXPECT_TRUE(socket.Create(AF_INET, SOCK_DGRAM, 0)) << "it can be made again";
         EXPECT_TRUE(socket.Bind(loopbackAddress, 40002));
     });
-    EXPECT_TRUE(peer.SendTo(reinterpret_cast<sockaddr*>(&to), data.data(), 5));
+    std::array<char, 5> sent{};
+    EXPECT_TRUE(peer.SendTo(reinterpret_cast<sockaddr*>(&to), sent.data(), sent.size()));
     receiver.Join();
     EXPECT_EQ(received, 5U);
 }
