@@ -127,9 +127,11 @@ class StreamChaos : public testing::Test
         ++restarts;
         EXPECT_EQ(consumer.Stop(), 0);
         Below(2) == 0 ? consumer.RenewBuffers() : consumer.QueueAll();
+        int refusals = 0;
         while (const int result = consumer.Start())
         {
             ASSERT_EQ(result, -1001) << "refused by the camera";
+            ASSERT_LT(++refusals, 100) << "as if this host had lost control of it";
         }
     }
 
