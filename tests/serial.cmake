@@ -5,4 +5,5 @@ set_tests_properties(
   unit.DeviceModule.SixtyFiveThousandClaimedChannelsEndAtTheLimitOfGigEVision
   module.LyingCamera.SixtyFiveThousandChannelsOfEachKindAre512
   e2e.CpuStarved.LosesNoFrameAndKeepsTheCamera
+  e2e.StreamChaos.SpoilsNoFrameThatAConsumerHasAndLeavesAStreamThatWorks
   PROPERTIES RUN_SERIAL TRUE)
