@@ -186,4 +186,14 @@ TEST(Scripts, TheCheckForSuchNamesFindsThem)
     }
 }
 
+TEST(Scripts, TheCheckForSuchNamesFailsWhenItCannotSearch)
+{
+    const TemporaryFolder tree;
+    Write(tree / "a.sh", "true\n");
+    Write(tree / "bin/grep", "#!/bin/sh\nexit 2\n");
+    const std::string path = "PATH=" + (tree / "bin") + ":/usr/bin:/bin";
+    const std::string script = NQ_SOURCE_DIR "/scripts/check_tmp.sh";
+    EXPECT_EQ(RunProgram({"/usr/bin/env", path, script, tree.Path()}).exitCode, 1);
+}
+
 } // namespace
