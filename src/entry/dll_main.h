@@ -2,7 +2,7 @@
 // Load hook kept for its exported name.
 #pragma once
 
-#include "entry/nq_export.h"
+#include "base/nq_export.h"
 
 extern "C"
 {

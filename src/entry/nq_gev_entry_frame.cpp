@@ -2,12 +2,12 @@
 // The call frame that all exported GenTL functions share.
 #include "entry/nq_gev_entry_frame.h"
 
-#include "entry/nq_gev_controller.h"
 #include "gentl/nq_gentl_data_stream.h"
 #include "gentl/nq_gentl_device.h"
 #include "gentl/nq_gentl_event.h"
 #include "gentl/nq_gentl_interface.h"
 #include "gentl/nq_gentl_system.h"
+#include "gev/nq_gev_controller.h"
 
 #include <cstring>
 

@@ -2,7 +2,7 @@
 // The call frame that all exported GenTL functions share.
 #pragma once
 
-#include "entry/nq_logger.h"
+#include "base/nq_logger.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The controller instance, and the exported functions of library, ports and events.
-#include "entry/nq_export.h"
-#include "entry/nq_gev_controller.h"
+#include "base/nq_export.h"
 #include "entry/nq_gev_entry_frame.h"
 #include "gentl/nq_gentl_event.h"
+#include "gev/nq_gev_controller.h"
 
 #include <cstddef>
 #include <new>
@@ -22,6 +22,11 @@ namespace
 [[maybe_unused]] const NQGevController* const g_builtAtLoad = new (nqOwnController) NQGevController;
 
 } // namespace
+
+GigERDMA::NQGenTLController& GigERDMA::TheController()
+{
+    return g_Controller;
+}
 
 namespace GenTL
 {

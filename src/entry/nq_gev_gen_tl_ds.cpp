@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The exported functions of the data stream.
-#include "entry/nq_gev_controller.h"
 #include "entry/nq_gev_entry_frame.h"
 #include "gentl/nq_gentl_data_stream.h"
+#include "gev/nq_gev_controller.h"
 
 namespace GenTL
 {

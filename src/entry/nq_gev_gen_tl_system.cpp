@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The exported functions of system and interface.
-#include "entry/nq_gev_controller.h"
 #include "entry/nq_gev_entry_frame.h"
 #include "gentl/nq_gentl_interface.h"
 #include "gentl/nq_gentl_system.h"
+#include "gev/nq_gev_controller.h"
 
 #include "nq_gev_gentl.h"
 

@@ -2,7 +2,7 @@
 // The wrapper of one POSIX thread.
 #pragma once
 
-#include "sync/nq_fork.h"
+#include "base/nq_fork.h"
 
 #include <atomic>
 #include <memory>

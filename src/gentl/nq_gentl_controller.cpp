@@ -2,7 +2,7 @@
 // The object behind the exported interface: library state, list of live modules, last errors.
 #include "gentl/nq_gentl_controller.h"
 
-#include "entry/nq_logger.h"
+#include "base/nq_logger.h"
 #include "gentl/nq_gentl_module_base.h"
 #include "gentl/nq_gentl_system.h"
 

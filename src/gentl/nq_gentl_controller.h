@@ -137,4 +137,7 @@ class NQGenTLController
     NQGenTLModuleContainer m_abandoned;    ///< The system modules that Close found closed and left allocated.
 };
 
+/// The controller behind the exported functions, which are where it is defined. Thread-safe.
+NQGenTLController& TheController();
+
 } // namespace GigERDMA

@@ -2,8 +2,8 @@
 // Announcing, queueing and revoking buffers, and the delivery of frames into them.
 #include "gentl/nq_gentl_data_stream.h"
 
-#include "entry/nq_gev_controller.h"
 #include "gentl/nq_gentl_buffer.h"
+#include "gentl/nq_gentl_controller.h"
 #include "gentl/nq_gentl_data_stream_trace.h"
 #include "gentl/nq_gentl_event.h"
 
@@ -35,7 +35,7 @@ NQGenTLDataStream::~NQGenTLDataStream()
     // No handle may outlive its buffer in the list of valid ones.
     for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
          ++i)
-        g_Controller.UnregisterModule(buffer->GetModule(), false);
+        TheController().UnregisterModule(buffer->GetModule(), false);
 }
 
 bool NQGenTLDataStream::IsEventImplemented(int id)
@@ -130,7 +130,7 @@ int NQGenTLDataStream::RevokeBuffer(void* handle, void** buffer, void** userPtr)
         *userPtr = revoked->GetUserPointer();
 
     // Nothing that is still looked at may point to the deleted buffer.
-    g_Controller.UnregisterModule(handle, false);
+    TheController().UnregisterModule(handle, false);
     NQGenTLLock lock(m_moduleLock);
     if (NQGenTLEvent* const event = FindEventById(GenTL::EVENT_NEW_BUFFER, false))
         event->Withdraw(revoked.get());

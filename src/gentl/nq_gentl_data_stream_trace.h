@@ -2,7 +2,7 @@
 // The trace line that all data stream operations write.
 #pragma once
 
-#include "entry/nq_logger.h"
+#include "base/nq_logger.h"
 
 namespace GigERDMA
 {

@@ -3,7 +3,7 @@
 #include "gentl/nq_gentl_event.h"
 
 #include "GenTL/GenTL.h"
-#include "entry/nq_logger.h"
+#include "base/nq_logger.h"
 #include "gentl/nq_gentl_util.h"
 
 #include <cstring>

@@ -2,7 +2,7 @@
 // Opening and closing, port information and registered events of all modules.
 #include "gentl/nq_gentl_module_base.h"
 
-#include "entry/nq_logger.h"
+#include "base/nq_logger.h"
 #include "gentl/nq_gentl_event_device_connection.h"
 #include "gentl/nq_gentl_event_error.h"
 #include "gentl/nq_gentl_event_module.h"

@@ -2,7 +2,7 @@
 // The framework's recursive mutex, its guard and its condition, which release what they hold on every way out.
 #pragma once
 
-#include "sync/nq_mutex.h"
+#include "base/nq_mutex.h"
 
 #include <ctime>
 #include <pthread.h>

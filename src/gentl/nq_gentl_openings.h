@@ -2,7 +2,7 @@
 // Which children of a module are being opened right now.
 #pragma once
 
-#include "sync/nq_mutex.h"
+#include "base/nq_mutex.h"
 
 #include <map>
 #include <string>

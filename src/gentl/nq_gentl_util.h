@@ -2,7 +2,7 @@
 // Exported helpers without state: answers to info queries, URLs of register maps, text, paths and a clock.
 #pragma once
 
-#include "entry/nq_export.h"
+#include "base/nq_export.h"
 
 #include <string>
 

@@ -2,12 +2,12 @@
 // Start, stop and delivery of the RDMA data stream.
 #include "gev/nq_gev_data_stream.h"
 
-#include "entry/nq_logger.h"
+#include "base/nq_logger.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_common.h"
 #include "gev/nq_gev_port.h"
 #include "gev/nq_gev_remote_device.h"
-#include "rdma/nq_rdma_thread_acquisition.h"
+#include "gev/nq_rdma_thread_acquisition.h"
 #include "rdma/tld_RdmaTL.h"
 
 #include <GenTL/GenTL.h>

@@ -2,9 +2,9 @@
 // The device module's life cycle, its data streams and its fixed answers.
 #include "gev/nq_gev_device.h"
 
-#include "entry/nq_gev_controller.h"
 #include "gentl/nq_gentl_mutex.h"
 #include "gentl/nq_gentl_util.h"
+#include "gev/nq_gev_controller.h"
 #include "gev/nq_gev_data_stream.h"
 #include "gev/nq_gev_message_stream.h"
 #include "gev/nq_gev_port.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Discovery: finding the cameras behind an interface, and asking one who controls it.
-#include "entry/nq_logger.h"
+#include "base/nq_logger.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_interface.h"
 #include "gev/nq_gev_query.h"

@@ -2,9 +2,9 @@
 // The interface module: its identity, its life and the queries about itself and its device list.
 #include "gev/nq_gev_interface.h"
 
-#include "entry/nq_gev_controller.h"
-#include "entry/nq_logger.h"
+#include "base/nq_logger.h"
 #include "gentl/nq_gentl_util.h"
+#include "gev/nq_gev_controller.h"
 #include "gev/nq_gev_query.h"
 #include "gev/nq_gev_util.h"
 #include "nq_gev_gentl.h"

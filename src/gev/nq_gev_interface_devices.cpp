@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The interface module's opening and closing of device modules.
-#include "entry/nq_gev_controller.h"
+#include "gev/nq_gev_controller.h"
 #include "gev/nq_gev_device.h"
 #include "gev/nq_gev_interface.h"
 #include "gev/nq_gev_query.h"

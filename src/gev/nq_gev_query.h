@@ -4,7 +4,7 @@
 #pragma once
 
 #include "GenTL/GenTL.h"
-#include "entry/nq_logger.h"
+#include "base/nq_logger.h"
 
 #include <cstring>
 

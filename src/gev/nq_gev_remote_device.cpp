@@ -2,7 +2,7 @@
 // The remote device's life cycle, its camera registers and what other modules read of the camera.
 #include "gev/nq_gev_remote_device.h"
 
-#include "entry/nq_logger.h"
+#include "base/nq_logger.h"
 #include "gev/nq_gev_camera_registers.h"
 #include "gev/nq_gev_port.h"
 #include "gev/nq_gev_thread_heartbeat.h"

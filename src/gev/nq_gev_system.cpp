@@ -2,8 +2,8 @@
 // The system module: its identity, its list of adapters and the interfaces opened on it.
 #include "gev/nq_gev_system.h"
 
-#include "entry/nq_gev_controller.h"
 #include "gentl/nq_gentl_util.h"
+#include "gev/nq_gev_controller.h"
 #include "gev/nq_gev_interface.h"
 #include "gev/nq_gev_query.h"
 #include "gev/nq_gev_util.h"

@@ -2,8 +2,8 @@
 // The cameras that discoveries have found.
 #pragma once
 
+#include "base/nq_mutex.h"
 #include "gige/nqgige_types.h"
-#include "sync/nq_mutex.h"
 
 #include <cstddef>
 #include <map>

@@ -2,7 +2,7 @@
 // The one lock of the camera layer.
 #pragma once
 
-#include "sync/nq_mutex.h"
+#include "base/nq_mutex.h"
 
 #include <pthread.h>
 

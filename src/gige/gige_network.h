@@ -2,10 +2,10 @@
 // The UDP endpoint of the camera layer: one socket with a fixed local and a fixed remote address.
 #pragma once
 
+#include "base/nq_fork.h"
 #include "gige/gige_command.h"
 #include "gige/gige_owed_answers.h"
 #include "gige/nqgige_types.h"
-#include "sync/nq_fork.h"
 
 #include <atomic>
 #include <deque>

@@ -2,8 +2,8 @@
 // The open cameras by handle, and register access by handle.
 #pragma once
 
+#include "base/nq_mutex.h"
 #include "gige/gige_camera.h"
-#include "sync/nq_mutex.h"
 
 #include <map>
 

@@ -2,7 +2,7 @@
 // A general socket object for the interface modules and the message channels.
 #pragma once
 
-#include "sync/nq_mutex.h"
+#include "base/nq_mutex.h"
 
 #include <netinet/in.h>
 #include <sys/socket.h>

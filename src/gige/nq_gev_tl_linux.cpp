@@ -2,7 +2,7 @@
 // Camera access for the modules, with a trace line per failure.
 #include "gige/nq_gev_tl_linux.h"
 
-#include "entry/nq_logger.h"
+#include "base/nq_logger.h"
 #include "gige/nqgige.h"
 
 namespace

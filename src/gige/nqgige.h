@@ -2,7 +2,7 @@
 // The exported camera functions: a numeric handle stands for a camera.
 #pragma once
 
-#include "entry/nq_export.h"
+#include "base/nq_export.h"
 #include "gige/nqgige_types.h"
 
 #include <atomic>

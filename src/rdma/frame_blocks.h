@@ -2,8 +2,8 @@
 // The one record of who may touch which frame block.
 #pragma once
 
+#include "base/nq_mutex.h"
 #include "rdma/GenDCBuffer.h"
-#include "sync/nq_mutex.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -2,7 +2,7 @@
 // The connection side of the endpoint: setup through the connection manager, the watch for a disconnect, teardown.
 #include "rdma/lvEndPoint.h"
 
-#include "entry/nq_logger.h"
+#include "base/nq_logger.h"
 
 #include <array>
 #include <cerrno>

@@ -2,10 +2,10 @@
 // The host end of one reliable RDMA connection to a camera's stream port, and the flow of frames over it.
 #pragma once
 
+#include "base/nq_mutex.h"
 #include "rdma/frame_blocks.h"
 #include "rdma/message_queue.h"
 #include "rdma/rdma_records.h"
-#include "sync/nq_mutex.h"
 
 #include <atomic>
 #include <cstdint>

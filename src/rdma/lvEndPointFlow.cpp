@@ -2,7 +2,7 @@
 // The data flow of the endpoint: registered memory, work requests, the worker and the completion thread.
 #include "rdma/lvEndPoint.h"
 
-#include "entry/nq_logger.h"
+#include "base/nq_logger.h"
 
 #include <GenTL/GenTL.h>
 #include <algorithm>

@@ -2,8 +2,8 @@
 // The FIFO through which the endpoint's threads pass descriptors.
 #pragma once
 
+#include "base/nq_mutex.h"
 #include "rdma/rdma_records.h"
-#include "sync/nq_mutex.h"
 
 #include <cstddef>
 #include <vector>

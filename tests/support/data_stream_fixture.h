@@ -4,11 +4,11 @@
 
 #include "gev/nq_gev_data_stream.h"
 
-#include "entry/nq_gev_controller.h"
 #include "gentl/nq_gentl_event.h"
+#include "gev/nq_gev_controller.h"
 #include "gev/nq_gev_remote_device.h"
+#include "gev/nq_rdma_thread_acquisition.h"
 #include "gige/nq_gev_tl_linux.h"
-#include "rdma/nq_rdma_thread_acquisition.h"
 #include "rdma/tld_RdmaTL.h"
 #include "support/device_record.h"
 #include "support/endpoint_access.h"

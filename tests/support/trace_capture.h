@@ -2,7 +2,7 @@
 // The trace lines of the library under test, for unit tests that link it.
 #pragma once
 
-#include "entry/nq_logger.h"
+#include "base/nq_logger.h"
 
 #include <algorithm>
 #include <cstdio>

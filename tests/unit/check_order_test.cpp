@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Where two checks of an operation would both fail: the one that answers, and what the other then leaves alone.
-#include "entry/nq_gev_controller.h"
 #include "gentl/nq_gentl_buffer.h"
 #include "gentl/nq_gentl_event_error.h"
 #include "gentl/nq_gentl_event_new_buffer.h"
+#include "gev/nq_gev_controller.h"
 #include "support/fake_module.h"
 #include "support/stream_fixture.h"
 #include "support/trace_capture.h"

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The controller on modules of the test: states, handles, ports, events and last errors.
-#include "entry/nq_gev_controller.h"
 #include "gentl/nq_gentl_controller.h"
 #include "gentl/nq_gentl_module_base.h"
 #include "gentl/nq_gentl_system.h"
+#include "gev/nq_gev_controller.h"
 #include "gige/nq_gev_tl_linux.h"
 #include "support/asleep.h"
 #include "support/gate.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Announcing, revoking, queueing and flushing the buffers of a data stream.
-#include "entry/nq_gev_controller.h"
+#include "gev/nq_gev_controller.h"
 #include "support/private_member.h"
 #include "support/stream_fixture.h"
 #include "support/trace_capture.h"

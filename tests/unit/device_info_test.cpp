@@ -2,7 +2,7 @@
 // The device module's info commands and register map, row by row.
 #include "gev/nq_gev_device.h"
 
-#include "entry/nq_gev_controller.h"
+#include "gev/nq_gev_controller.h"
 #include "support/device_record.h"
 #include "support/module_queries.h"
 #include "support/register_camera.h"

@@ -2,7 +2,7 @@
 // The device module's life cycle: what opening and closing do at the camera and in the list of handles.
 #include "gev/nq_gev_device.h"
 
-#include "entry/nq_gev_controller.h"
+#include "gev/nq_gev_controller.h"
 #include "gev/nq_gev_remote_device.h"
 #include "support/device_record.h"
 #include "support/event_device.h"

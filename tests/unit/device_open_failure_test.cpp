@@ -2,7 +2,7 @@
 // Opens of a device that fail half way: nothing may be left behind, whichever step fails.
 #include "gev/nq_gev_device.h"
 
-#include "entry/nq_gev_controller.h"
+#include "gev/nq_gev_controller.h"
 #include "support/device_record.h"
 #include "support/interface_module.h"
 #include "support/no_sockets.h"

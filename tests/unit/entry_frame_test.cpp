@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The call frame of the exported functions on results and modules that the whole library does not bring about.
-#include "entry/nq_gev_controller.h"
 #include "entry/nq_gev_entry_frame.h"
 #include "gentl/nq_gentl_device.h"
 #include "gentl/nq_gentl_interface.h"
 #include "gentl/nq_gentl_system.h"
+#include "gev/nq_gev_controller.h"
 #include "support/fake_data_stream.h"
 #include "support/fake_module.h"
 #include "support/trace_capture.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The interface module: identity, life, and the queries about itself and its device list.
-#include "entry/nq_gev_controller.h"
+#include "gev/nq_gev_controller.h"
 #include "support/interface_module.h"
 #include "support/trace_capture.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The trace facade on a fake logging library, on an incomplete one and on none.
-#include "entry/nq_logger.h"
+#include "base/nq_logger.h"
 #include "support/fake_logger.h"
 
 #include <gmock/gmock.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Several threads that open one id at once: one opens it, the others wait for its outcome.
-#include "entry/nq_gev_controller.h"
+#include "gev/nq_gev_controller.h"
 #include "gev/nq_gev_device.h"
 #include "support/asleep.h"
 #include "support/device_record.h"

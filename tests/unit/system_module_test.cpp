@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The system module: identity, interface list with its merge, queries, and opening interfaces.
-#include "entry/nq_gev_controller.h"
+#include "gev/nq_gev_controller.h"
 #include "support/no_sockets.h"
 #include "support/system_module.h"
 #include "support/trace_capture.h"

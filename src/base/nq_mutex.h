@@ -3,7 +3,7 @@
 // forked child finds all of them free, without waiters.
 #pragma once
 
-#include "sync/nq_fork.h"
+#include "base/nq_fork.h"
 
 #include <chrono>
 #include <condition_variable>

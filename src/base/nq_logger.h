@@ -2,7 +2,7 @@
 // Trace facade: forwards to a logging library loaded at run time, and does nothing on a machine without it.
 #pragma once
 
-#include "entry/nq_export.h"
+#include "base/nq_export.h"
 
 #include <atomic>
 #include <cstdarg>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The controller of this transport.
-#include "entry/nq_gev_controller.h"
+#include "gev/nq_gev_controller.h"
 
 #include "gev/nq_gev_system.h"
 #include "gige/nq_gev_tl_linux.h"

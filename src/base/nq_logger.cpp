@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Trace facade: the C layer over the logging library, and the class over the C layer.
-#include "entry/nq_logger.h"
+#include "base/nq_logger.h"
 
-#include "entry/nq_logger_hold.h"
+#include "base/nq_logger_hold.h"
 
 #include <cstdint>
 #include <cstdio>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The list of all locks, and what fork() does to them.
-#include "sync/nq_fork.h"
+#include "base/nq_fork.h"
 
 #include <chrono>
 #include <mutex>

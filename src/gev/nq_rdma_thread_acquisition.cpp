@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The acquisition loop.
-#include "rdma/nq_rdma_thread_acquisition.h"
+#include "gev/nq_rdma_thread_acquisition.h"
 
 #include "gev/nq_gev_data_stream.h"
 

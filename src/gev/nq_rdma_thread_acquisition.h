@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // The thread that turns endpoint frames into GenTL deliveries.
-// Layer exception: derives from the framework's thread base and calls the data stream it works for.
 #pragma once
 
 #include "gentl/nq_gentl_thread_base.h"
