@@ -13,9 +13,9 @@ namespace
 
 /// A lock is free soon, unless its holder waits for another lock, which may be one that the fork has taken already:
 /// then all are given back for a moment. Whoever does not give way in the end sleeps, and is not waited for.
-constexpr int g_Looks = 20;
-constexpr std::chrono::microseconds g_Pause{100};
-constexpr std::chrono::milliseconds g_Limit{500};
+constexpr int kLooks = 20;
+constexpr std::chrono::microseconds kPause{100};
+constexpr std::chrono::milliseconds kLimit{500};
 
 unsigned int g_generation = 0; // written in a child while it has one thread
 
@@ -62,11 +62,11 @@ class NQForkHooks
     {
         NQForkHooks& all = All();
         all.m_mutex.lock();
-        const auto deadline = std::chrono::steady_clock::now() + g_Limit;
+        const auto deadline = std::chrono::steady_clock::now() + kLimit;
         while (!all.TakeLocks(std::chrono::steady_clock::now() > deadline))
         {
             all.m_mutex.unlock();
-            std::this_thread::sleep_for(g_Pause);
+            std::this_thread::sleep_for(kPause);
             all.m_mutex.lock();
         }
     }
@@ -130,11 +130,11 @@ bool NQForkHook::TakeSoon(pthread_mutex_t* mutex)
     // Each look after a sleep, so that the holder gets the processor.
     for (int look = 1; pthread_mutex_trylock(mutex) != 0; ++look)
     {
-        if (look == g_Looks)
+        if (look == kLooks)
         {
             return false;
         }
-        std::this_thread::sleep_for(g_Pause);
+        std::this_thread::sleep_for(kPause);
     }
     return true;
 }

@@ -27,7 +27,7 @@ std::atomic<NQLTraceAFunction> g_pFnTraceA = nullptr;
 namespace
 {
 
-constexpr const char* g_LibraryName = "libNQLogLinux.so.1";
+constexpr const char* kLibraryName = "libNQLogLinux.so.1";
 
 NQLoggerHold g_hold;
 
@@ -129,7 +129,7 @@ class Use
         void* const code = reinterpret_cast<void*>(m_function);
         if (m_borrowed == nullptr)
         {
-            m_borrowed = dlopen(g_LibraryName, RTLD_LAZY | RTLD_NOLOAD);
+            m_borrowed = dlopen(kLibraryName, RTLD_LAZY | RTLD_NOLOAD);
         }
         if (m_borrowed != nullptr && dlsym(m_borrowed, target.symbol) == code)
         {
@@ -156,7 +156,7 @@ auto Forward(const Target<Function>& target, Arguments... arguments)
 
 void HoldLibrary()
 {
-    void* const library = dlopen(g_LibraryName, RTLD_LAZY);
+    void* const library = dlopen(kLibraryName, RTLD_LAZY);
     if (library == nullptr)
     {
         return;
@@ -178,7 +178,7 @@ extern "C"
 
 unsigned int OpenDLL()
 {
-    void* const library = dlopen(g_LibraryName, RTLD_LAZY);
+    void* const library = dlopen(kLibraryName, RTLD_LAZY);
     if (library == nullptr)
     {
         // Deliberate: the one console line of the library, with this wording.

@@ -18,11 +18,11 @@ class NQLoggerHold
     /// the reference is still the caller's then.
     bool Hold(void* library)
     {
-        const auto handle = reinterpret_cast<std::uint64_t>(library) << g_CountBits;
+        const auto handle = reinterpret_cast<std::uint64_t>(library) << kCountBits;
         for (std::uint64_t state = m_state;;)
         {
-            const bool held = (state & g_CountMask) != 0;
-            if (held && (state & ~g_CountMask) != handle)
+            const bool held = (state & kCountMask) != 0;
+            if (held && (state & ~kCountMask) != handle)
             {
                 return false;
             }
@@ -41,7 +41,7 @@ class NQLoggerHold
     bool Enter()
     {
         std::uint64_t state = m_state;
-        while ((state & g_CountMask) != 0)
+        while ((state & kCountMask) != 0)
         {
             if (m_state.compare_exchange_weak(state, state + 1))
             {
@@ -54,15 +54,15 @@ class NQLoggerHold
     void Leave()
     {
         const std::uint64_t before = m_state.fetch_sub(1);
-        if ((before & g_CountMask) == 1)
+        if ((before & kCountMask) == 1)
         {
-            dlclose(reinterpret_cast<void*>(before >> g_CountBits));
+            dlclose(reinterpret_cast<void*>(before >> kCountBits));
         }
     }
 
   private:
-    static constexpr unsigned int g_CountBits = 16;
-    static constexpr std::uint64_t g_CountMask = (1U << g_CountBits) - 1;
+    static constexpr unsigned int kCountBits = 16;
+    static constexpr std::uint64_t kCountMask = (1U << kCountBits) - 1;
 
     /// The handle, which has 48 bits on this machine, above the count: one word, so that they change together.
     std::atomic<std::uint64_t> m_state = 0;

@@ -76,7 +76,7 @@ bool NQGevEntryFrame::HasOutput(void** output)
 
 void NQGevEntryFrame::Refuse(const char* format, int code)
 {
-    Trace(g_failure, format);
+    Trace(kFailure, format);
     g_Controller.SetLastError(code);
     m_result = code;
 }
@@ -91,7 +91,7 @@ void NQGevEntryFrame::Finish(int result)
 {
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        Trace(g_failure, "%s Failed:%d", result);
+        Trace(kFailure, "%s Failed:%d", result);
         g_Controller.SetLastError(result);
     }
     End(result);
@@ -113,7 +113,7 @@ void NQGevEntryFrame::FinishEventWait(int result)
         Finish(result);
         return;
     }
-    Trace(g_expected, "%s Failed! GC_ERR_TIMEOUT");
+    Trace(kExpected, "%s Failed! GC_ERR_TIMEOUT");
     End(result);
 }
 
@@ -121,7 +121,7 @@ void NQGevEntryFrame::FinishLastErrorQuery(int result)
 {
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        Trace(g_failure, "%s Failed:%d", result);
+        Trace(kFailure, "%s Failed:%d", result);
     }
     End(result);
 }
@@ -130,7 +130,7 @@ void NQGevEntryFrame::FinishBufferInfo(int iInfoCmd, int result)
 {
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        Trace(g_failure, "%s iInfoCmd:%d Failed:%d", iInfoCmd, result);
+        Trace(kFailure, "%s iInfoCmd:%d Failed:%d", iInfoCmd, result);
         g_Controller.SetLastError(result);
     }
     End(result);

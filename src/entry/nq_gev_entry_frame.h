@@ -40,7 +40,7 @@ class NQGevEntryFrame
     template <class... Arguments>
     void TraceEntry(const char* format, Arguments... arguments) const
     {
-        Trace(g_callFlow, format, arguments...);
+        Trace(kCallFlow, format, arguments...);
     }
 
     /// False refuses the call with GC_ERR_NOT_INITIALIZED.
@@ -95,7 +95,7 @@ class NQGevEntryFrame
     {
         if (m_finished)
         {
-            Trace(g_callFlow, format, arguments..., m_result);
+            Trace(kCallFlow, format, arguments..., m_result);
         }
         return m_result;
     }
@@ -103,9 +103,9 @@ class NQGevEntryFrame
     int Result() const { return m_result; }
 
   private:
-    static constexpr unsigned long g_failure = 2;
-    static constexpr unsigned long g_expected = 8;
-    static constexpr unsigned long g_callFlow = 32;
+    static constexpr unsigned long kFailure = 2;
+    static constexpr unsigned long kExpected = 8;
+    static constexpr unsigned long kCallFlow = 32;
 
     template <class... Arguments>
     void Trace(unsigned long level, const char* format, Arguments... arguments) const

@@ -19,7 +19,7 @@ NQ_EXPORT extern NQGevController nqExportedController __asm__("g_Controller") __
 namespace
 {
 
-[[maybe_unused]] const NQGevController* const g_builtAtLoad = new (nqOwnController) NQGevController;
+[[maybe_unused]] const NQGevController* const kBuiltAtLoad = new (nqOwnController) NQGevController;
 
 } // namespace
 

@@ -10,7 +10,7 @@ namespace GigERDMA
 namespace
 {
 
-constexpr long g_NanosecondsPerSecond = 1000000000;
+constexpr long kNanosecondsPerSecond = 1000000000;
 
 /// On the clock that nobody sets: on the other one, a step back of an hour would make a wait an hour longer.
 timespec DeadlineIn(int milliseconds)
@@ -19,17 +19,17 @@ timespec DeadlineIn(int milliseconds)
     clock_gettime(CLOCK_MONOTONIC, &deadline);
     deadline.tv_sec += milliseconds / 1000;
     deadline.tv_nsec += milliseconds % 1000 * 1000000L;
-    if (deadline.tv_nsec >= g_NanosecondsPerSecond)
+    if (deadline.tv_nsec >= kNanosecondsPerSecond)
     {
         deadline.tv_sec += 1;
-        deadline.tv_nsec -= g_NanosecondsPerSecond;
+        deadline.tv_nsec -= kNanosecondsPerSecond;
     }
     return deadline;
 }
 
 } // namespace
 
-NQEventHandler::NQEventHandler(unsigned int mask) : m_mask(mask | g_KillBits) {}
+NQEventHandler::NQEventHandler(unsigned int mask) : m_mask(mask | kKillBits) {}
 
 void NQEventHandler::SetEvent(unsigned int bits)
 {
@@ -79,8 +79,8 @@ unsigned int NQEventHandler::TakeBits()
 {
     NQGenTLLock state(m_stateLock);
     const unsigned int bits = m_bits;
-    if (bits > ~g_KillBits)
-        m_bits &= ~g_KillBits;
+    if (bits > ~kKillBits)
+        m_bits &= ~kKillBits;
     return bits;
 }
 

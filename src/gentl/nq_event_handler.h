@@ -17,7 +17,7 @@ namespace GigERDMA
 class NQEventHandler
 {
   public:
-    static constexpr unsigned int g_KillBits = 0xF0000000;
+    static constexpr unsigned int kKillBits = 0xF0000000;
 
     /// Accepts the bits of `mask` and the kill bits.
     explicit NQEventHandler(unsigned int mask);
@@ -34,7 +34,7 @@ class NQEventHandler
     /// time has run out or after a wake-up without a bit, above 0x0FFFFFFF when killed.
     unsigned int WaitForEvent(int timeout);
 
-    void Kill() { SetEvent(g_KillBits); }
+    void Kill() { SetEvent(kKillBits); }
 
   private:
     unsigned int ReadBits();

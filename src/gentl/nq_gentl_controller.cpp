@@ -14,12 +14,12 @@ namespace GigERDMA
 namespace
 {
 
-constexpr unsigned long g_failure = 2;
+constexpr unsigned long kFailure = 2;
 
 template <class... Arguments>
 void TraceFailure(const char* format, Arguments... arguments)
 {
-    NQLogger::getInstance().TraceA("NQGenTL", g_failure, format, arguments...);
+    NQLogger::getInstance().TraceA("NQGenTL", kFailure, format, arguments...);
 }
 
 // The form that all port operations share.

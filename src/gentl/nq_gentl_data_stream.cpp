@@ -16,17 +16,17 @@ namespace GigERDMA
 namespace
 {
 
-constexpr int g_StopWaitMs = 3000;
-constexpr unsigned int g_CompletedBit = 1;
-constexpr int g_StatusIncomplete = 1;
+constexpr int kStopWaitMs = 3000;
+constexpr unsigned int kCompletedBit = 1;
+constexpr int kStatusIncomplete = 1;
 
 /// An event this class offers, for which there is no event class.
-constexpr int g_UnsupportedEvent = 5000;
+constexpr int kUnsupportedEvent = 5000;
 
 } // namespace
 
 NQGenTLDataStream::NQGenTLDataStream(unsigned int index, NQGenTLModuleBase* parent)
-    : NQGenTLModuleBase(parent), m_id(std::to_string(index)), m_transferCompleted(g_CompletedBit)
+    : NQGenTLModuleBase(parent), m_id(std::to_string(index)), m_transferCompleted(kCompletedBit)
 {
 }
 
@@ -40,7 +40,7 @@ NQGenTLDataStream::~NQGenTLDataStream()
 
 bool NQGenTLDataStream::IsEventImplemented(int id)
 {
-    return id == GenTL::EVENT_NEW_BUFFER || id == g_UnsupportedEvent;
+    return id == GenTL::EVENT_NEW_BUFFER || id == kUnsupportedEvent;
 }
 
 std::string NQGenTLDataStream::GetName()
@@ -52,7 +52,7 @@ int NQGenTLDataStream::DoOpen()
 {
     NQGenTLLock lock(m_moduleLock);
     m_started = false;
-    m_transferCompleted.ResetEvent(g_CompletedBit);
+    m_transferCompleted.ResetEvent(kCompletedBit);
     return GenTL::GC_ERR_SUCCESS;
 }
 
@@ -274,7 +274,7 @@ int NQGenTLDataStream::StopAcquisition(int flags)
     }
     // In a forked child nothing is transferred into a stream of the parent.
     if (flags == GenTL::ACQ_STOP_FLAGS_DEFAULT && !m_origin.IsInherited() &&
-        m_transferCompleted.WaitForEvent(g_StopWaitMs) == 0)
+        m_transferCompleted.WaitForEvent(kStopWaitMs) == 0)
         TraceDataStream("%s failed! WAIT_EVENT_TRANSFER_COMPLETED", "StopAcquisition");
 
     // A stop by the consumer and one by the acquisition thread can meet here: the transport is stopped once.
@@ -290,12 +290,12 @@ int NQGenTLDataStream::StopAcquisition(int flags)
 
 void NQGenTLDataStream::StartOfTransfer()
 {
-    m_transferCompleted.ResetEvent(g_CompletedBit);
+    m_transferCompleted.ResetEvent(kCompletedBit);
 }
 
 void NQGenTLDataStream::SetTransferCompleted()
 {
-    m_transferCompleted.SetEvent(g_CompletedBit);
+    m_transferCompleted.SetEvent(kCompletedBit);
 }
 
 void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned long frameId, unsigned long timestamp,
@@ -309,7 +309,7 @@ void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned
         DoHandOver(rdmaId, nullptr);
         StopAcquisition(GenTL::ACQ_STOP_FLAGS_KILL);
     }
-    else if (status <= g_StatusIncomplete)
+    else if (status <= kStatusIncomplete)
     {
         NQGenTLLock transfer(m_transferLock);
         if (NQGenTLBuffer* const buffer = TakeBufferFor(rdmaId))
@@ -411,7 +411,7 @@ void NQGenTLDataStream::Deliver(NQGenTLBuffer* buffer, int status)
         return;
     ++m_numDelivered;
     ++m_numAcquired;
-    if (status == g_StatusIncomplete)
+    if (status == kStatusIncomplete)
         buffer->SetIncompleteFlag(true);
     event->Signal(buffer);
 }

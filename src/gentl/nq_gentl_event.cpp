@@ -14,12 +14,12 @@ namespace GigERDMA
 namespace
 {
 
-constexpr unsigned long g_QueueTraceLevel = 0x10000000;
+constexpr unsigned long kQueueTraceLevel = 0x10000000;
 
 } // namespace
 
 NQGenTLEvent::NQGenTLEvent(int id, unsigned long mostPendingBytes)
-    : m_bEnabled(true), m_id(id), m_mostPendingBytes(mostPendingBytes), m_signal(g_DataBit)
+    : m_bEnabled(true), m_id(id), m_mostPendingBytes(mostPendingBytes), m_signal(kDataBit)
 {
 }
 
@@ -38,7 +38,7 @@ unsigned long NQGenTLEvent::GetNumInQueue()
 
 bool NQGenTLEvent::Signal(void* entry)
 {
-    NQLogger::getInstance().TraceA("NQGenTL", g_QueueTraceLevel, "%s Entry! Queue:%d", "Signal",
+    NQLogger::getInstance().TraceA("NQGenTL", kQueueTraceLevel, "%s Entry! Queue:%d", "Signal",
                                    static_cast<int>(m_queue.GetSize()));
     NQGenTLLock pending(m_pendingLock);
     if ((m_queue.GetSize() + 1) * m_eventSizeMax > m_mostPendingBytes)
@@ -47,7 +47,7 @@ bool NQGenTLEvent::Signal(void* entry)
         return false;
     }
     m_queue.Add(entry);
-    m_signal.SetEvent(g_DataBit);
+    m_signal.SetEvent(kDataBit);
     return true;
 }
 
@@ -60,7 +60,7 @@ void NQGenTLEvent::Withdraw(void* entry)
 
 int NQGenTLEvent::Kill()
 {
-    NQLogger::getInstance().TraceA("NQGenTL", g_QueueTraceLevel, "%s Entry! Queue:%d", "Kill",
+    NQLogger::getInstance().TraceA("NQGenTL", kQueueTraceLevel, "%s Entry! Queue:%d", "Kill",
                                    static_cast<int>(m_queue.GetSize()));
     m_signal.Kill();
     return GenTL::GC_ERR_SUCCESS;
@@ -74,7 +74,7 @@ int NQGenTLEvent::Flush()
         while (m_queue.GetSize() > 0)
             FlushFront();
     } while (!ResetIfEmpty());
-    m_signal.ResetEvent(NQEventHandler::g_KillBits);
+    m_signal.ResetEvent(NQEventHandler::kKillBits);
     return GenTL::GC_ERR_SUCCESS;
 }
 
@@ -84,16 +84,16 @@ int NQGenTLEvent::GetData(void* pBuffer, unsigned long* piSize, unsigned long iT
         return error;
 
     const unsigned int bits = m_signal.WaitForEvent(static_cast<int>(iTimeout));
-    if (bits > ~NQEventHandler::g_KillBits)
+    if (bits > ~NQEventHandler::kKillBits)
         return GenTL::GC_ERR_ABORT;
-    if ((bits & g_DataBit) != 0)
+    if ((bits & kDataBit) != 0)
     {
         DeliverFront(pBuffer, piSize);
         return GenTL::GC_ERR_SUCCESS;
     }
     if (bits == 0)
         return GenTL::GC_ERR_TIMEOUT;
-    NQLogger::getInstance().TraceA("NQGenTL", g_QueueTraceLevel, "%s GC_ERR_ERROR Queue:%d", "GetData",
+    NQLogger::getInstance().TraceA("NQGenTL", kQueueTraceLevel, "%s GC_ERR_ERROR Queue:%d", "GetData",
                                    static_cast<int>(m_queue.GetSize()));
     return GenTL::GC_ERR_ERROR;
 }
@@ -161,7 +161,7 @@ bool NQGenTLEvent::ResetIfEmpty()
     NQGenTLLock pending(m_pendingLock);
     if (m_queue.GetSize() != 0)
         return false;
-    m_signal.ResetEvent(g_DataBit);
+    m_signal.ResetEvent(kDataBit);
     return true;
 }
 

@@ -30,10 +30,10 @@ class NQGenTLEvent
 {
   public:
     /// More than 1 GiB of records that nobody fetched would end the machine before the application.
-    static constexpr unsigned long g_MostPendingBytes = 1UL << 30;
+    static constexpr unsigned long kMostPendingBytes = 1UL << 30;
 
     /// Keeps no more pending entries than fill `mostPendingBytes` with what they deliver.
-    explicit NQGenTLEvent(int id, unsigned long mostPendingBytes = g_MostPendingBytes);
+    explicit NQGenTLEvent(int id, unsigned long mostPendingBytes = kMostPendingBytes);
 
     /// Kills the signal. Entries still in the queue are left as they are.
     virtual ~NQGenTLEvent();
@@ -109,7 +109,7 @@ class NQGenTLEvent
     }
 
   private:
-    static constexpr unsigned int g_DataBit = 1;
+    static constexpr unsigned int kDataBit = 1;
 
     int _validateEventGetDataParam(void* pBuffer, unsigned long* piSize);
     void FlushFront();

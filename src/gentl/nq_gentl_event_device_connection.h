@@ -22,7 +22,7 @@ static_assert(sizeof(NQGenTLEventDeviceConnectionRecord) == 260);
 class NQGenTLEventDeviceConnection : public NQGenTLEvent
 {
   public:
-    explicit NQGenTLEventDeviceConnection(unsigned long mostPendingBytes = g_MostPendingBytes);
+    explicit NQGenTLEventDeviceConnection(unsigned long mostPendingBytes = kMostPendingBytes);
 
     void DoEventGetData(void* entry, void* pBuffer, unsigned long* piSize) override;
     int DoEventGetDataInfo(const void* pInBuffer, int iInfoCmd, int* piType, void* pOutBuffer,

@@ -22,7 +22,7 @@ static_assert(sizeof(NQGenTLEventErrorRecord) == 1028);
 class NQGenTLEventError : public NQGenTLEvent
 {
   public:
-    explicit NQGenTLEventError(unsigned long mostPendingBytes = g_MostPendingBytes);
+    explicit NQGenTLEventError(unsigned long mostPendingBytes = kMostPendingBytes);
 
     void DoEventGetData(void* entry, void* pBuffer, unsigned long* piSize) override;
     int DoEventGetDataInfo(const void* pInBuffer, int iInfoCmd, int* piType, void* pOutBuffer,

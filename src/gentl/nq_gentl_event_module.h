@@ -22,7 +22,7 @@ static_assert(sizeof(NQGenTLEventModuleRecord) == 548);
 class NQGenTLEventModule : public NQGenTLEvent
 {
   public:
-    explicit NQGenTLEventModule(unsigned long mostPendingBytes = g_MostPendingBytes);
+    explicit NQGenTLEventModule(unsigned long mostPendingBytes = kMostPendingBytes);
 
     void DoEventGetData(void* entry, void* pBuffer, unsigned long* piSize) override;
     int DoEventGetDataInfo(const void* pInBuffer, int iInfoCmd, int* piType, void* pOutBuffer,

@@ -12,7 +12,7 @@ namespace GigERDMA
 class NQGenTLEventNewBuffer : public NQGenTLEvent
 {
   public:
-    explicit NQGenTLEventNewBuffer(unsigned long mostPendingBytes = g_MostPendingBytes);
+    explicit NQGenTLEventNewBuffer(unsigned long mostPendingBytes = kMostPendingBytes);
 
     void DoEventGetData(void* entry, void* pBuffer, unsigned long* piSize) override;
     int DoEventGetDataInfo(const void* pInBuffer, int iInfoCmd, int* piType, void* pOutBuffer,

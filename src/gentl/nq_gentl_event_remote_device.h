@@ -23,7 +23,7 @@ static_assert(sizeof(NQGenTLEventRemoteDeviceRecord) == 546);
 class NQGenTLEventRemoteDevice : public NQGenTLEvent
 {
   public:
-    explicit NQGenTLEventRemoteDevice(unsigned long mostPendingBytes = g_MostPendingBytes);
+    explicit NQGenTLEventRemoteDevice(unsigned long mostPendingBytes = kMostPendingBytes);
 
     void DoEventGetData(void* entry, void* pBuffer, unsigned long* piSize) override;
     int DoEventGetDataInfo(const void* pInBuffer, int iInfoCmd, int* piType, void* pOutBuffer,

@@ -20,11 +20,11 @@ namespace GigERDMA
 namespace
 {
 
-constexpr unsigned long g_FailureLevel = 2;
+constexpr unsigned long kFailureLevel = 2;
 
 void TraceFailure(const char* operation, const char* text)
 {
-    NQLogger::getInstance().TraceA("NQGenTL", g_FailureLevel, text, operation);
+    NQLogger::getInstance().TraceA("NQGenTL", kFailureLevel, text, operation);
 }
 
 /// Null for an id that has no event.

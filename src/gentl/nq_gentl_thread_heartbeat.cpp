@@ -13,14 +13,14 @@ bool NQGenTLThreadHeartbeat::Start(unsigned long timeoutMs)
     if (IsRunning())
         return false;
     m_timeoutMs.store(timeoutMs, std::memory_order_relaxed);
-    m_exit.ResetEvent(NQEventHandler::g_KillBits);
+    m_exit.ResetEvent(NQEventHandler::kKillBits);
     return NQGenTLThreadBase::Start();
 }
 
 void NQGenTLThreadHeartbeat::Run()
 {
     const int period = static_cast<int>(m_timeoutMs.load(std::memory_order_relaxed) >> 1);
-    while (m_exit.WaitForEvent(period) <= ~NQEventHandler::g_KillBits)
+    while (m_exit.WaitForEvent(period) <= ~NQEventHandler::kKillBits)
         OnHeartBeat();
 }
 

@@ -10,12 +10,12 @@ namespace GigERDMA
 namespace
 {
 
-constexpr unsigned int g_RunningBit = 1;
+constexpr unsigned int kRunningBit = 1;
 
 } // namespace
 
 NQGenTLThreadMessageReceiver::NQGenTLThreadMessageReceiver(NQGenTLMessageStream* stream)
-    : m_signal(g_RunningBit), m_stream(stream)
+    : m_signal(kRunningBit), m_stream(stream)
 {
 }
 
@@ -30,14 +30,14 @@ bool NQGenTLThreadMessageReceiver::Start()
     if (IsRunning())
         return false;
     m_stream->OnInit();
-    m_signal.SetEvent(g_RunningBit);
+    m_signal.SetEvent(kRunningBit);
     return NQGenTLThreadBase::Start();
 }
 
 void NQGenTLThreadMessageReceiver::Run()
 {
     // The running bit is never cleared, so the wait is only the test for a kill; OnGetMessage paces the loop.
-    while (m_signal.WaitForEvent(-1) <= ~NQEventHandler::g_KillBits)
+    while (m_signal.WaitForEvent(-1) <= ~NQEventHandler::kKillBits)
         m_stream->OnGetMessage();
     m_stream->OnDestroy();
 }

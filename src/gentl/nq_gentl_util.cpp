@@ -18,13 +18,13 @@ namespace NQGenTLUtil
 namespace
 {
 
-constexpr char g_separators[] = "/\\";
-constexpr unsigned char g_noDigit = 255;
+constexpr char kSeparators[] = "/\\";
+constexpr unsigned char kNoDigit = 255;
 
-// Value of each hexadecimal digit; every other character gives g_noDigit.
-constexpr std::array<unsigned char, 256> g_hexToDec = [] {
+// Value of each hexadecimal digit; every other character gives kNoDigit.
+constexpr std::array<unsigned char, 256> kHexToDec = [] {
     std::array<unsigned char, 256> table{};
-    table.fill(g_noDigit);
+    table.fill(kNoDigit);
     for (unsigned char value = 0; value < 10; ++value)
     {
         table['0' + value] = value;
@@ -39,7 +39,7 @@ constexpr std::array<unsigned char, 256> g_hexToDec = [] {
 
 unsigned char HexToDec(char digit)
 {
-    return g_hexToDec[static_cast<unsigned char>(digit)];
+    return kHexToDec[static_cast<unsigned char>(digit)];
 }
 
 int CopyBytes(const void* value, unsigned long count, int type, int* piType, void* pBuffer, unsigned long* piSize)
@@ -179,13 +179,13 @@ bool IsLittleEndian()
 
 std::string FilenameFromPath(const std::string& path)
 {
-    const std::size_t separator = path.find_last_of(g_separators);
+    const std::size_t separator = path.find_last_of(kSeparators);
     return separator == std::string::npos ? path : path.substr(separator + 1);
 }
 
 std::string DirectoryFromPath(const std::string& path)
 {
-    const std::size_t separator = path.find_last_of(g_separators);
+    const std::size_t separator = path.find_last_of(kSeparators);
     return separator == std::string::npos ? std::string() : path.substr(0, separator);
 }
 
@@ -197,7 +197,7 @@ std::string UriDecode(const std::string& text)
     while (position < text.size())
     {
         const bool escape = text[position] == '%' && position + 2 < text.size() &&
-                            HexToDec(text[position + 1]) != g_noDigit && HexToDec(text[position + 2]) != g_noDigit;
+                            HexToDec(text[position + 1]) != kNoDigit && HexToDec(text[position + 2]) != kNoDigit;
         if (escape)
         {
             decoded += static_cast<char>(HexToDec(text[position + 1]) << 4 | HexToDec(text[position + 2]));

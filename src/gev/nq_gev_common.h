@@ -66,10 +66,10 @@ struct _NQ_GEV_DEVICE_INFO : GigERDMA::_NQ_GENTL_DEVICE_INFO
 };
 
 /// UDP port of GVCP at the camera. Source: GigE Vision, GVCP transport.
-inline constexpr unsigned short g_GvcpPort = 3956;
+inline constexpr unsigned short kGvcpPort = 3956;
 
 /// Address at which every module's port serves its register description.
-inline constexpr unsigned long g_XmlAddress = 0x10000;
+inline constexpr unsigned long kXmlAddress = 0x10000;
 
 inline constexpr char g_XmlFileNameSystem[] = "NQGenTLGev_TL_1_0_0.xml";
 inline constexpr char g_XmlFileNameInterface[] = "NQGenTLGev_IF_1_0_0.xml";

@@ -40,7 +40,7 @@ int NQGevDevice::ReadPort(unsigned long address, void* buffer, unsigned long* si
     const NQGevPortReader reader(buffer, size);
     switch (address)
     {
-    case g_XmlAddress:
+    case kXmlAddress:
         return reader.Description(GetXMLInfo());
     case deviceId:
         return GetInfo(GenTL::DEVICE_INFO_ID, &type, buffer, size);
@@ -136,7 +136,7 @@ int NQGevDevice::WritePort(unsigned long address, const void* buffer, unsigned l
     case eventNotification:
         m_eventNotification.store(NQGevRegisterValue(buffer, *size), std::memory_order_relaxed);
         return GenTL::GC_ERR_SUCCESS;
-    case g_XmlAddress:
+    case kXmlAddress:
     case deviceId:
     case deviceVendorName:
     case deviceModelName:

@@ -18,23 +18,23 @@ namespace
 {
 
 // Source of codes, offsets and sizes: GigE Vision, GVCP and bootstrap registers.
-constexpr std::size_t g_PacketSize = 548;
-constexpr unsigned short g_DiscoveryCommand = 0x0002;
-constexpr unsigned short g_DiscoveryAck = 0x0003;
-constexpr unsigned short g_ReadRegisterCommand = 0x0080;
-constexpr unsigned short g_ReadRegisterAck = 0x0081;
-constexpr unsigned char g_AckRequired = 0x01;
-constexpr unsigned char g_AckRequiredBroadcastAllowed = 0x11;
-constexpr unsigned short g_RequestId = 1;
-constexpr unsigned int g_DiscoveryAckSize = 256;
+constexpr std::size_t kPacketSize = 548;
+constexpr unsigned short kDiscoveryCommand = 0x0002;
+constexpr unsigned short kDiscoveryAck = 0x0003;
+constexpr unsigned short kReadRegisterCommand = 0x0080;
+constexpr unsigned short kReadRegisterAck = 0x0081;
+constexpr unsigned char kAckRequired = 0x01;
+constexpr unsigned char kAckRequiredBroadcastAllowed = 0x11;
+constexpr unsigned short kRequestId = 1;
+constexpr unsigned int kDiscoveryAckSize = 256;
 
-constexpr int g_ReceiveWait = 100; // milliseconds
+constexpr int kReceiveWait = 100; // milliseconds
 
 // Plain text comparison, so 3.0 and 10.0.0 are older.
-constexpr std::string_view g_OldestVersion = "3.0.0";
+constexpr std::string_view kOldestVersion = "3.0.0";
 
 // More cameras than a network carries. What answers beyond it within one scan is noise that must not eat the memory.
-constexpr std::size_t g_MaxCameras = 4096;
+constexpr std::size_t kMaxCameras = 4096;
 
 enum AccessStatus : unsigned int
 {
@@ -69,7 +69,7 @@ class Packet
     }
 
   private:
-    std::array<unsigned char, g_PacketSize> m_bytes{};
+    std::array<unsigned char, kPacketSize> m_bytes{};
 };
 
 /// The camera that a discovery acknowledge describes; what belongs to the interface is left out.
@@ -97,7 +97,7 @@ _NQ_GEV_DEVICE_INFO Describe(const Packet& ack)
     info.subnetMask = ack.DWord(60);
     info.gateway = ack.DWord(76);
     info.controlAddress.sin_family = AF_INET;
-    info.controlAddress.sin_port = htons(g_GvcpPort);
+    info.controlAddress.sin_port = htons(kGvcpPort);
     std::memcpy(&info.controlAddress.sin_addr, ack.At(44), sizeof info.controlAddress.sin_addr);
     return info;
 }
@@ -113,7 +113,7 @@ class Findings
         const auto known = m_lastAnswer.find(info.id);
         if (known == m_lastAnswer.end())
         {
-            if (m_lastAnswer.size() < g_MaxCameras)
+            if (m_lastAnswer.size() < kMaxCameras)
             {
                 m_lastAnswer.emplace(info.id, 0);
                 m_found.push_back(std::move(info));
@@ -158,10 +158,10 @@ bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, u
         return false;
     }
     std::vector<unsigned char> command =
-        NQGevUtil::CreateGVCPCommand(g_DiscoveryCommand, nullptr, 0, g_AckRequiredBroadcastAllowed, g_RequestId);
+        NQGevUtil::CreateGVCPCommand(kDiscoveryCommand, nullptr, 0, kAckRequiredBroadcastAllowed, kRequestId);
     sockaddr_in everyone{};
     everyone.sin_family = AF_INET;
-    everyone.sin_port = htons(g_GvcpPort);
+    everyone.sin_port = htons(kGvcpPort);
     everyone.sin_addr.s_addr = htonl(INADDR_BROADCAST);
     if (!m_socket.SendTo(reinterpret_cast<sockaddr*>(&everyone), reinterpret_cast<char*>(command.data()),
                          static_cast<unsigned short>(command.size())))
@@ -174,15 +174,15 @@ bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, u
     {
         Packet ack;
         unsigned int received = 0;
-        if (!m_broadcasts.Receive(m_socket, ack.Chars(), g_PacketSize, received, g_ReceiveWait) ||
-            received < g_DiscoveryAckSize || ack.AckCode() != g_DiscoveryAck)
+        if (!m_broadcasts.Receive(m_socket, ack.Chars(), kPacketSize, received, kReceiveWait) ||
+            received < kDiscoveryAckSize || ack.AckCode() != kDiscoveryAck)
         {
             continue;
         }
         _NQ_GEV_DEVICE_INFO info = Describe(ack);
         info.interfaceIp = NQGevUtil::IPAddressToUint32(m_info.ipAddress);
         info.interfaceMask = NQGevUtil::IPAddressToUint32(m_info.subnetMask);
-        if (info.deviceVersion >= g_OldestVersion)
+        if (info.deviceVersion >= kOldestVersion)
         {
             findings.Add(std::move(info));
         }
@@ -235,9 +235,8 @@ unsigned int NQGevInterface::_getDeviceAccessStatus(const sockaddr_in* controlAd
         return StatusNoAccess;
     }
     std::array<unsigned char, 4> controlChannelPrivilege = {0x00, 0x00, 0x0A, 0x00};
-    std::vector<unsigned char> command =
-        NQGevUtil::CreateGVCPCommand(g_ReadRegisterCommand, controlChannelPrivilege.data(),
-                                     controlChannelPrivilege.size(), g_AckRequired, g_RequestId);
+    std::vector<unsigned char> command = NQGevUtil::CreateGVCPCommand(
+        kReadRegisterCommand, controlChannelPrivilege.data(), controlChannelPrivilege.size(), kAckRequired, kRequestId);
     sockaddr_in camera = *controlAddress;
     if (!m_socket.SendTo(reinterpret_cast<sockaddr*>(&camera), reinterpret_cast<char*>(command.data()),
                          static_cast<unsigned short>(command.size())))
@@ -246,11 +245,11 @@ unsigned int NQGevInterface::_getDeviceAccessStatus(const sockaddr_in* controlAd
     }
     Packet ack;
     unsigned int received = 0;
-    if (!m_socket.ReceiveFrom(reinterpret_cast<sockaddr*>(&camera), ack.Bytes(), g_PacketSize, received, g_ReceiveWait))
+    if (!m_socket.ReceiveFrom(reinterpret_cast<sockaddr*>(&camera), ack.Bytes(), kPacketSize, received, kReceiveWait))
     {
         return StatusUnknown;
     }
-    if (ack.AckCode() != g_ReadRegisterAck)
+    if (ack.AckCode() != kReadRegisterAck)
     {
         NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! WRONG ACK", "_getDeviceAccessStatus");
         return StatusUnknown;

@@ -14,8 +14,8 @@ using namespace GigERDMA;
 namespace
 {
 
-constexpr int g_ReceiveTimeout = 100;      // milliseconds
-constexpr int g_ReceiveBufferSize = 54800; // bytes: room for a hundred full packets
+constexpr int kReceiveTimeout = 100;      // milliseconds
+constexpr int kReceiveBufferSize = 54800; // bytes: room for a hundred full packets
 
 /// The addresses of an adapter as they are now, empty for an adapter that is gone.
 struct AdapterAddresses
@@ -53,12 +53,12 @@ int NQGevInterface::DoOpen()
         return NQGevFailed(GenTL::GC_ERR_ERROR, "%s socket bind failed!", "DoOpen");
     }
     m_socket.SetBroadcast();
-    m_socket.SetReceiveTimeout(g_ReceiveTimeout);
-    m_socket.SetReceiveBufferSize(g_ReceiveBufferSize);
+    m_socket.SetReceiveTimeout(kReceiveTimeout);
+    m_socket.SetReceiveBufferSize(kReceiveBufferSize);
     if (!_isExcluded())
     {
         // Deliberate: without it cameras of other subnets are not heard, and nothing else is missing.
-        m_broadcasts.Open(m_socket, m_info.adapterName, g_ReceiveBufferSize);
+        m_broadcasts.Open(m_socket, m_info.adapterName, kReceiveBufferSize);
     }
     g_Controller.RegisterModule(this);
     return GenTL::GC_ERR_SUCCESS;

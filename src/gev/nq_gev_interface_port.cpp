@@ -11,28 +11,28 @@ using namespace GigERDMA;
 namespace
 {
 
-constexpr unsigned long g_InterfaceID = 0x60000;
-constexpr unsigned long g_DeviceUpdateList = 0x60104;
-constexpr unsigned long g_DeviceSelector = 0x60108;
-constexpr unsigned long g_DeviceID = 0x6010C;
-constexpr unsigned long g_DeviceVendorName = 0x6020C;
-constexpr unsigned long g_DeviceModelName = 0x6030C;
-constexpr unsigned long g_DeviceAccessStatus = 0x6040C;
-constexpr unsigned long g_NrDevices = 0x60410;
-constexpr unsigned long g_GatewaySelector = 0x60414;
-constexpr unsigned long g_NrGateways = 0x60418;
-constexpr unsigned long g_Gateway = 0x6041C;
-constexpr unsigned long g_MACAddress = 0x60420;
-constexpr unsigned long g_SubnetSelector = 0x60428;
-constexpr unsigned long g_NrSubnets = 0x60430;
-constexpr unsigned long g_SubnetIPAddress = 0x60434;
-constexpr unsigned long g_SubnetMask = 0x60438;
-constexpr unsigned long g_DeviceIPAddress = 0x6043C;
-constexpr unsigned long g_DeviceSubnetMask = 0x60440;
-constexpr unsigned long g_DeviceMACAddress = 0x60444;
-constexpr unsigned long g_NoRegister = 0x60448;
+constexpr unsigned long kInterfaceID = 0x60000;
+constexpr unsigned long kDeviceUpdateList = 0x60104;
+constexpr unsigned long kDeviceSelector = 0x60108;
+constexpr unsigned long kDeviceID = 0x6010C;
+constexpr unsigned long kDeviceVendorName = 0x6020C;
+constexpr unsigned long kDeviceModelName = 0x6030C;
+constexpr unsigned long kDeviceAccessStatus = 0x6040C;
+constexpr unsigned long kNrDevices = 0x60410;
+constexpr unsigned long kGatewaySelector = 0x60414;
+constexpr unsigned long kNrGateways = 0x60418;
+constexpr unsigned long kGateway = 0x6041C;
+constexpr unsigned long kMACAddress = 0x60420;
+constexpr unsigned long kSubnetSelector = 0x60428;
+constexpr unsigned long kNrSubnets = 0x60430;
+constexpr unsigned long kSubnetIPAddress = 0x60434;
+constexpr unsigned long kSubnetMask = 0x60438;
+constexpr unsigned long kDeviceIPAddress = 0x6043C;
+constexpr unsigned long kDeviceSubnetMask = 0x60440;
+constexpr unsigned long kDeviceMACAddress = 0x60444;
+constexpr unsigned long kNoRegister = 0x60448;
 
-constexpr unsigned long g_PortScanTimeout = 5000; // milliseconds
+constexpr unsigned long kPortScanTimeout = 5000; // milliseconds
 
 } // namespace
 
@@ -71,18 +71,18 @@ int NQGevInterface::ReadPort(unsigned long address, void* buffer, unsigned long*
     const NQGevPortReader reader(buffer, size);
     switch (address)
     {
-    case g_XmlAddress:
+    case kXmlAddress:
         return reader.Description(GetXMLInfo());
-    case g_InterfaceID:
+    case kInterfaceID:
         return GetInfo(GenTL::INTERFACE_INFO_ID, &type, buffer, size);
-    case g_GatewaySelector:
-    case g_NrGateways:
-    case g_Gateway:
-    case g_MACAddress:
-    case g_SubnetSelector:
-    case g_NrSubnets:
-    case g_SubnetIPAddress:
-    case g_SubnetMask:
+    case kGatewaySelector:
+    case kNrGateways:
+    case kGateway:
+    case kMACAddress:
+    case kSubnetSelector:
+    case kNrSubnets:
+    case kSubnetIPAddress:
+    case kSubnetMask:
         return _readAdapterRegister(address, reader);
     default:
         return _readListRegister(address, reader);
@@ -94,13 +94,13 @@ int NQGevInterface::_readAdapterRegister(unsigned long address, const NQGevPortR
     switch (address)
     {
     // Deliberate: the selectors take writes and keep reading 0, since there is one gateway and one subnet.
-    case g_GatewaySelector:
-    case g_SubnetSelector:
+    case kGatewaySelector:
+    case kSubnetSelector:
         return reader.Number(0);
-    case g_NrGateways:
-    case g_NrSubnets:
+    case kNrGateways:
+    case kNrSubnets:
         return reader.Number(1);
-    case g_MACAddress:
+    case kMACAddress:
         return reader.LongNumber(NQGevUtil::MacAddressToUint64(m_info.macAddress));
     // Deliberate: subnet address and mask read the gateway, which is not known, as it does itself.
     default:
@@ -113,11 +113,11 @@ int NQGevInterface::_readListRegister(unsigned long address, const NQGevPortRead
     const NQGenTLLock lock(m_moduleLock);
     switch (address)
     {
-    case g_DeviceUpdateList:
+    case kDeviceUpdateList:
         return reader.Number(m_updating ? 1 : 0);
-    case g_DeviceSelector:
+    case kDeviceSelector:
         return reader.Number(m_deviceSelector);
-    case g_NrDevices:
+    case kNrDevices:
         return reader.Number(static_cast<unsigned int>(m_deviceList.size()));
     default:
         return _readSelectedDevice(address, reader);
@@ -131,20 +131,20 @@ int NQGevInterface::_readSelectedDevice(unsigned long address, const NQGevPortRe
     const _NQ_GEV_DEVICE_INFO selected = listed ? m_deviceList[m_deviceSelector] : _NQ_GEV_DEVICE_INFO{};
     switch (address)
     {
-    case g_DeviceID:
+    case kDeviceID:
         return reader.Text(selected.id);
-    case g_DeviceVendorName:
+    case kDeviceVendorName:
         return reader.Text(selected.vendorName);
-    case g_DeviceModelName:
+    case kDeviceModelName:
         return reader.Text(selected.modelName);
     // Deliberate: the stored status, always unknown. Only GetDeviceInfo asks the camera.
-    case g_DeviceAccessStatus:
+    case kDeviceAccessStatus:
         return reader.Number(selected.accessStatus);
-    case g_DeviceIPAddress:
+    case kDeviceIPAddress:
         return reader.Number(selected.ipAddress);
-    case g_DeviceSubnetMask:
+    case kDeviceSubnetMask:
         return reader.Number(selected.subnetMask);
-    case g_DeviceMACAddress:
+    case kDeviceMACAddress:
         return reader.LongNumber(static_cast<unsigned long>(selected.macHigh) << 32 | selected.macLow);
     default:
         return GenTL::GC_ERR_INVALID_ADDRESS;
@@ -159,37 +159,37 @@ int NQGevInterface::WritePort(unsigned long address, const void* buffer, unsigne
     }
     switch (address)
     {
-    case g_DeviceUpdateList: {
+    case kDeviceUpdateList: {
         const NQGevUpdatingFlag updating(m_moduleLock, m_updating);
-        UpdateDeviceList(nullptr, g_PortScanTimeout);
+        UpdateDeviceList(nullptr, kPortScanTimeout);
         return GenTL::GC_ERR_SUCCESS;
     }
-    case g_DeviceSelector: {
+    case kDeviceSelector: {
         const NQGenTLLock lock(m_moduleLock);
         m_deviceSelector = NQGevRegisterValue(buffer, *size);
         return GenTL::GC_ERR_SUCCESS;
     }
     // Deliberate: there is no register at the last of these, but a write to it has always been taken.
-    case g_GatewaySelector:
-    case g_SubnetSelector:
-    case g_NoRegister:
+    case kGatewaySelector:
+    case kSubnetSelector:
+    case kNoRegister:
         return GenTL::GC_ERR_SUCCESS;
-    case g_XmlAddress:
-    case g_InterfaceID:
-    case g_DeviceID:
-    case g_DeviceVendorName:
-    case g_DeviceModelName:
-    case g_DeviceAccessStatus:
-    case g_NrDevices:
-    case g_NrGateways:
-    case g_Gateway:
-    case g_MACAddress:
-    case g_NrSubnets:
-    case g_SubnetIPAddress:
-    case g_SubnetMask:
-    case g_DeviceIPAddress:
-    case g_DeviceSubnetMask:
-    case g_DeviceMACAddress:
+    case kXmlAddress:
+    case kInterfaceID:
+    case kDeviceID:
+    case kDeviceVendorName:
+    case kDeviceModelName:
+    case kDeviceAccessStatus:
+    case kNrDevices:
+    case kNrGateways:
+    case kGateway:
+    case kMACAddress:
+    case kNrSubnets:
+    case kSubnetIPAddress:
+    case kSubnetMask:
+    case kDeviceIPAddress:
+    case kDeviceSubnetMask:
+    case kDeviceMACAddress:
         return GenTL::GC_ERR_ACCESS_DENIED;
     default:
         return GenTL::GC_ERR_INVALID_ADDRESS;

@@ -39,7 +39,7 @@ GigERDMA::_NQ_GENTL_XML_INFO NQGevXmlInfo(const char* fileName, std::string xml)
 
 std::vector<std::string> NQGevUrlList(const GigERDMA::_NQ_GENTL_XML_INFO& info)
 {
-    return {NQGenTLUtil::BuildLocalURL(info.fileName, info.xml, g_XmlAddress)};
+    return {NQGenTLUtil::BuildLocalURL(info.fileName, info.xml, kXmlAddress)};
 }
 
 int NQGevPortRefused(const char* operation)

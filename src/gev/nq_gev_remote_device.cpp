@@ -121,7 +121,7 @@ std::string NQGevRemoteDevice::GetId()
 int NQGevRemoteDevice::DoOpen()
 {
     OpenCamera camera(*m_tl, m_handle);
-    if (!m_tl->CameraOpen(&m_handle, m_info.ipAddress, g_GvcpPort))
+    if (!m_tl->CameraOpen(&m_handle, m_info.ipAddress, kGvcpPort))
     {
         return GenTL::GC_ERR_ERROR;
     }

@@ -17,7 +17,7 @@ using namespace GigERDMA;
 namespace
 {
 
-constexpr unsigned long g_OpenScanTimeout = 1000; // milliseconds
+constexpr unsigned long kOpenScanTimeout = 1000; // milliseconds
 
 auto HasId(const std::string& id)
 {
@@ -230,7 +230,7 @@ int NQGevSystem::OpenInterface(const char* id, void** handle)
     _NQ_GEV_INTERFACE_INFO info;
     if (!_findInterfaceInfoById(id, info))
     {
-        UpdateInterfaceList(nullptr, g_OpenScanTimeout);
+        UpdateInterfaceList(nullptr, kOpenScanTimeout);
         if (!_findInterfaceInfoById(id, info))
         {
             return NQGevFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "OpenInterface");

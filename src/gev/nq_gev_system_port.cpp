@@ -11,23 +11,23 @@ using namespace GigERDMA;
 namespace
 {
 
-constexpr unsigned long g_TLVendorName = 0x50000;
-constexpr unsigned long g_TLModelName = 0x50100;
-constexpr unsigned long g_TLID = 0x50200;
-constexpr unsigned long g_TLVersion = 0x50300;
-constexpr unsigned long g_TLPath = 0x50400;
-constexpr unsigned long g_GenTLVersionMajor = 0x50504;
-constexpr unsigned long g_GenTLVersionMinor = 0x50508;
-constexpr unsigned long g_InterfaceUpdateList = 0x5050C;
-constexpr unsigned long g_InterfaceSelector = 0x50510;
-constexpr unsigned long g_InterfaceID = 0x50514;
-constexpr unsigned long g_NrInterfaces = 0x50614;
-constexpr unsigned long g_MACAddress = 0x50618;
-constexpr unsigned long g_DefaultIPAddress = 0x50620;
-constexpr unsigned long g_DefaultSubnetMask = 0x50624;
-constexpr unsigned long g_DefaultGateway = 0x50628;
+constexpr unsigned long kTLVendorName = 0x50000;
+constexpr unsigned long kTLModelName = 0x50100;
+constexpr unsigned long kTLID = 0x50200;
+constexpr unsigned long kTLVersion = 0x50300;
+constexpr unsigned long kTLPath = 0x50400;
+constexpr unsigned long kGenTLVersionMajor = 0x50504;
+constexpr unsigned long kGenTLVersionMinor = 0x50508;
+constexpr unsigned long kInterfaceUpdateList = 0x5050C;
+constexpr unsigned long kInterfaceSelector = 0x50510;
+constexpr unsigned long kInterfaceID = 0x50514;
+constexpr unsigned long kNrInterfaces = 0x50614;
+constexpr unsigned long kMACAddress = 0x50618;
+constexpr unsigned long kDefaultIPAddress = 0x50620;
+constexpr unsigned long kDefaultSubnetMask = 0x50624;
+constexpr unsigned long kDefaultGateway = 0x50628;
 
-constexpr unsigned long g_PortScanTimeout = 5000; // milliseconds
+constexpr unsigned long kPortScanTimeout = 5000; // milliseconds
 
 } // namespace
 
@@ -66,21 +66,21 @@ int NQGevSystem::ReadPort(unsigned long address, void* buffer, unsigned long* si
     const NQGevPortReader reader(buffer, size);
     switch (address)
     {
-    case g_XmlAddress:
+    case kXmlAddress:
         return reader.Description(GetXMLInfo());
-    case g_TLVendorName:
+    case kTLVendorName:
         return GetInfo(GenTL::TL_INFO_VENDOR, &type, buffer, size);
-    case g_TLModelName:
+    case kTLModelName:
         return GetInfo(GenTL::TL_INFO_MODEL, &type, buffer, size);
-    case g_TLID:
+    case kTLID:
         return GetInfo(GenTL::TL_INFO_ID, &type, buffer, size);
-    case g_TLVersion:
+    case kTLVersion:
         return GetInfo(GenTL::TL_INFO_VERSION, &type, buffer, size);
-    case g_TLPath:
+    case kTLPath:
         return GetInfo(GenTL::TL_INFO_PATHNAME, &type, buffer, size);
-    case g_GenTLVersionMajor:
+    case kGenTLVersionMajor:
         return GetInfo(GenTL::TL_INFO_GENTL_VER_MAJOR, &type, buffer, size);
-    case g_GenTLVersionMinor:
+    case kGenTLVersionMinor:
         return GetInfo(GenTL::TL_INFO_GENTL_VER_MINOR, &type, buffer, size);
     default:
         return _readListRegister(address, reader);
@@ -92,11 +92,11 @@ int NQGevSystem::_readListRegister(unsigned long address, const NQGevPortReader&
     const NQGenTLLock lock(m_moduleLock);
     switch (address)
     {
-    case g_InterfaceUpdateList:
+    case kInterfaceUpdateList:
         return reader.Number(m_updating ? 1 : 0);
-    case g_InterfaceSelector:
+    case kInterfaceSelector:
         return reader.Number(m_interfaceSelector);
-    case g_NrInterfaces:
+    case kNrInterfaces:
         return reader.Number(static_cast<unsigned int>(m_interfaceList.size()));
     default:
         return _readSelectedInterface(address, reader);
@@ -110,15 +110,15 @@ int NQGevSystem::_readSelectedInterface(unsigned long address, const NQGevPortRe
     const _NQ_GEV_INTERFACE_INFO selected = listed ? m_interfaceList[m_interfaceSelector] : _NQ_GEV_INTERFACE_INFO{};
     switch (address)
     {
-    case g_InterfaceID:
+    case kInterfaceID:
         return reader.Text(selected.id);
-    case g_MACAddress:
+    case kMACAddress:
         return reader.LongNumber(NQGevUtil::MacAddressToUint64(selected.macAddress));
-    case g_DefaultIPAddress:
+    case kDefaultIPAddress:
         return reader.Number(NQGevUtil::IPAddressToUint32(selected.ipAddress));
     // Deliberate: the gateway reads the mask, since no gateway is known.
-    case g_DefaultSubnetMask:
-    case g_DefaultGateway:
+    case kDefaultSubnetMask:
+    case kDefaultGateway:
         return reader.Number(NQGevUtil::IPAddressToUint32(selected.subnetMask));
     default:
         return GenTL::GC_ERR_INVALID_ADDRESS;
@@ -133,30 +133,30 @@ int NQGevSystem::WritePort(unsigned long address, const void* buffer, unsigned l
     }
     switch (address)
     {
-    case g_InterfaceUpdateList: {
+    case kInterfaceUpdateList: {
         const NQGevUpdatingFlag updating(m_moduleLock, m_updating);
-        UpdateInterfaceList(nullptr, g_PortScanTimeout);
+        UpdateInterfaceList(nullptr, kPortScanTimeout);
         return GenTL::GC_ERR_SUCCESS;
     }
-    case g_InterfaceSelector: {
+    case kInterfaceSelector: {
         const NQGenTLLock lock(m_moduleLock);
         m_interfaceSelector = NQGevRegisterValue(buffer, *size);
         return GenTL::GC_ERR_SUCCESS;
     }
-    case g_XmlAddress:
-    case g_TLVendorName:
-    case g_TLModelName:
-    case g_TLID:
-    case g_TLVersion:
-    case g_TLPath:
-    case g_GenTLVersionMajor:
-    case g_GenTLVersionMinor:
-    case g_InterfaceID:
-    case g_NrInterfaces:
-    case g_MACAddress:
-    case g_DefaultIPAddress:
-    case g_DefaultSubnetMask:
-    case g_DefaultGateway:
+    case kXmlAddress:
+    case kTLVendorName:
+    case kTLModelName:
+    case kTLID:
+    case kTLVersion:
+    case kTLPath:
+    case kGenTLVersionMajor:
+    case kGenTLVersionMinor:
+    case kInterfaceID:
+    case kNrInterfaces:
+    case kMACAddress:
+    case kDefaultIPAddress:
+    case kDefaultSubnetMask:
+    case kDefaultGateway:
         return GenTL::GC_ERR_ACCESS_DENIED;
     default:
         return GenTL::GC_ERR_INVALID_ADDRESS;
@@ -168,18 +168,18 @@ bool NQGevSystem::_isAddressValid(unsigned long address)
 {
     switch (address)
     {
-    case g_XmlAddress:
-    case g_TLVendorName:
-    case g_TLModelName:
-    case g_TLID:
-    case g_TLVersion:
-    case g_TLPath:
-    case g_GenTLVersionMajor:
-    case g_GenTLVersionMinor:
-    case g_InterfaceUpdateList:
-    case g_InterfaceSelector:
-    case g_InterfaceID:
-    case g_NrInterfaces:
+    case kXmlAddress:
+    case kTLVendorName:
+    case kTLModelName:
+    case kTLID:
+    case kTLVersion:
+    case kTLPath:
+    case kGenTLVersionMajor:
+    case kGenTLVersionMinor:
+    case kInterfaceUpdateList:
+    case kInterfaceSelector:
+    case kInterfaceID:
+    case kNrInterfaces:
         return true;
     default:
         return false;

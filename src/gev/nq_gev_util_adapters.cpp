@@ -19,9 +19,9 @@ namespace
 {
 
 // Deliberate: one fixed request of 1024 bytes, so 25 addresses; what does not fit is not seen.
-constexpr std::size_t g_TableSize = 1024;
-constexpr std::size_t g_MaxEntries = g_TableSize / sizeof(ifreq);
-static_assert(g_MaxEntries == 25);
+constexpr std::size_t kTableSize = 1024;
+constexpr std::size_t kMaxEntries = kTableSize / sizeof(ifreq);
+static_assert(kMaxEntries == 25);
 
 /// A datagram socket on which to ask about adapters.
 class AdapterQuery
@@ -52,7 +52,7 @@ class AdapterQuery
     bool List()
     {
         ifconf request{};
-        request.ifc_len = g_TableSize;
+        request.ifc_len = kTableSize;
         request.ifc_req = m_table.data();
         if (ioctl(m_socket, SIOCGIFCONF, &request) < 0)
         {
@@ -61,7 +61,7 @@ class AdapterQuery
             m_abandoned = true;
             return false;
         }
-        m_count = std::min(static_cast<std::size_t>(request.ifc_len) / sizeof(ifreq), g_MaxEntries);
+        m_count = std::min(static_cast<std::size_t>(request.ifc_len) / sizeof(ifreq), kMaxEntries);
         return true;
     }
 
@@ -71,7 +71,7 @@ class AdapterQuery
     bool Ask(unsigned long what, ifreq& request) const { return ioctl(m_socket, what, &request) >= 0; }
 
   private:
-    std::array<ifreq, g_MaxEntries + 1> m_table{}; ///< With room for the odd bytes of the table.
+    std::array<ifreq, kMaxEntries + 1> m_table{}; ///< With room for the odd bytes of the table.
     std::size_t m_count = 0;
     int m_socket;
     bool m_abandoned = false;

@@ -6,7 +6,7 @@
 namespace
 {
 
-constexpr std::string_view g_Port = "StreamPort";
+constexpr std::string_view kPort = "StreamPort";
 
 void AddCategories(NQGevXmlWriter& xml)
 {
@@ -165,24 +165,24 @@ void AddEventControl(NQGevXmlWriter& xml)
 
 void AddPolled(NQGevXmlWriter& xml, std::string_view name, std::string_view address, std::string_view length)
 {
-    xml.AddInteger({name, address, length, "RO", g_Port, "", "", "NoCache", "1000"});
+    xml.AddInteger({name, address, length, "RO", kPort, "", "", "NoCache", "1000"});
 }
 
 void AddRegisters(NQGevXmlWriter& xml)
 {
     // Deliberate: the two event registers lie just above the description itself and are big-endian, unlike all others.
     xml.BeginGroup("EventControl Register");
-    xml.AddInteger({"EventSelector_reg", "0x10100", "4", "RW", g_Port, "", "", "NoCache", "", "", "BigEndian"});
-    xml.AddInteger({"EventNotification_reg", "0x10104", "4", "RW", g_Port, "", "", "NoCache", "", "", "BigEndian"});
+    xml.AddInteger({"EventSelector_reg", "0x10100", "4", "RW", kPort, "", "", "NoCache", "", "", "BigEndian"});
+    xml.AddInteger({"EventNotification_reg", "0x10104", "4", "RW", kPort, "", "", "NoCache", "", "", "BigEndian"});
     xml.EndGroup();
     // Deliberate: all three groups of stream registers carry the same comment.
     xml.BeginGroup("StreamInformation Registers");
-    xml.AddString({"StreamID_Reg", "0x80000", "256", "RO", g_Port});
+    xml.AddString({"StreamID_Reg", "0x80000", "256", "RO", kPort});
     xml.EndGroup();
     xml.BeginGroup("StreamInformation Registers");
     AddPolled(xml, "StreamAnnouncedBufferCount_Reg", "0x80100", "4");
-    xml.AddInteger({"StreamBufferHandlingMode_Reg", "0x80104", "4", "RW", g_Port});
-    xml.AddInteger({"StreamAnnounceBufferMinimum_Reg", "0x80108", "4", "RO", g_Port, "", "Invisible"});
+    xml.AddInteger({"StreamBufferHandlingMode_Reg", "0x80104", "4", "RW", kPort});
+    xml.AddInteger({"StreamAnnounceBufferMinimum_Reg", "0x80108", "4", "RO", kPort, "", "Invisible"});
     // Deliberate: no feature shows this register; its feature is disabled.
     AddPolled(xml, "StreamDeliveredFrameCount_Reg", "0x8010C", "8");
     xml.EndGroup();
@@ -203,5 +203,5 @@ std::string CreateXmlFileDataStream()
     AddStatistics(xml);
     AddEventControl(xml);
     AddRegisters(xml);
-    return xml.Finish({{.name = g_Port, .displayName = "Stream Port", .imposedAccessMode = "RW"}});
+    return xml.Finish({{.name = kPort, .displayName = "Stream Port", .imposedAccessMode = "RW"}});
 }

@@ -6,8 +6,8 @@
 namespace
 {
 
-constexpr std::string_view g_Port = "DevicePort";
-constexpr std::string_view g_EventPort = "RemoteDeviceConnectionStatePort";
+constexpr std::string_view kPort = "DevicePort";
+constexpr std::string_view kEventPort = "RemoteDeviceConnectionStatePort";
 
 void AddSubCategory(NQGevXmlWriter& xml, std::string_view name, std::string_view nameSpace, std::string_view text,
                     std::string_view displayName, std::string_view visibility,
@@ -204,33 +204,33 @@ void AddEventControl(NQGevXmlWriter& xml)
 void AddDeviceRegisters(NQGevXmlWriter& xml)
 {
     xml.BeginGroup("DeviceInformation Registers");
-    xml.AddString({"DeviceID_Reg", "0x70000", "256", "RO", g_Port});
-    xml.AddString({"DeviceVendorName_Reg", "0x70100", "256", "RO", g_Port});
-    xml.AddString({"DeviceModelName_Reg", "0x70200", "256", "RO", g_Port});
-    xml.AddInteger({"DeviceAccessStatus_Reg", "0x70300", "4", "RO", g_Port});
-    xml.AddInteger({"GevDeviceMACAddress_Reg", "0x7040C", "8", "RO", g_Port});
-    xml.AddInteger({"GevDeviceIPAddress_Reg", "0x70410", "4", "RO", g_Port});
-    xml.AddInteger({"GevDeviceSubnetMask_Reg", "0x70414", "4", "RO", g_Port});
-    xml.AddInteger({"GevDeviceGateway_Reg", "0x70418", "4", "RO", g_Port});
+    xml.AddString({"DeviceID_Reg", "0x70000", "256", "RO", kPort});
+    xml.AddString({"DeviceVendorName_Reg", "0x70100", "256", "RO", kPort});
+    xml.AddString({"DeviceModelName_Reg", "0x70200", "256", "RO", kPort});
+    xml.AddInteger({"DeviceAccessStatus_Reg", "0x70300", "4", "RO", kPort});
+    xml.AddInteger({"GevDeviceMACAddress_Reg", "0x7040C", "8", "RO", kPort});
+    xml.AddInteger({"GevDeviceIPAddress_Reg", "0x70410", "4", "RO", kPort});
+    xml.AddInteger({"GevDeviceSubnetMask_Reg", "0x70414", "4", "RO", kPort});
+    xml.AddInteger({"GevDeviceGateway_Reg", "0x70418", "4", "RO", kPort});
     xml.EndGroup();
     xml.BeginGroup("StreamEnumeration Registers");
     xml.AddInteger({.name = "StreamSelector_Reg",
                     .address = "0x70304",
                     .length = "4",
                     .accessMode = "RW",
-                    .port = g_Port,
+                    .port = kPort,
                     .cachable = "NoCache"});
     xml.AddString({.name = "StreamID_Reg",
                    .address = "0x70308",
                    .length = "256",
                    .accessMode = "RO",
-                   .port = g_Port,
+                   .port = kPort,
                    .invalidator = "StreamSelector_Reg"});
     xml.AddInteger({.name = "NrStreams_Reg",
                     .address = "0x70408",
                     .length = "4",
                     .accessMode = "RO",
-                    .port = g_Port,
+                    .port = kPort,
                     .cachable = "NoCache"});
     xml.EndGroup();
 }
@@ -238,18 +238,18 @@ void AddDeviceRegisters(NQGevXmlWriter& xml)
 void AddUpdateRegisters(NQGevXmlWriter& xml)
 {
     xml.BeginGroup("UpdateXML Registers");
-    xml.AddString({"UpdateXMLFile_Reg", "0x7041C", "512", "RW", g_Port});
+    xml.AddString({"UpdateXMLFile_Reg", "0x7041C", "512", "RW", kPort});
     xml.DisableString({.name = "UpdateXMLStatus_Reg",
                        .address = "0x7051C",
                        .length = "256",
                        .accessMode = "RO",
-                       .port = g_Port,
+                       .port = kPort,
                        .invalidator = "UpdateXML_Reg"});
     xml.AddInteger({.name = "UpdateXML_Reg",
                     .address = "0x7052C",
                     .length = "4",
                     .accessMode = "RW",
-                    .port = g_Port,
+                    .port = kPort,
                     .cachable = "NoCache"});
     xml.EndGroup();
 }
@@ -261,11 +261,10 @@ void AddEventRegisters(NQGevXmlWriter& xml)
                     .address = "0x70530",
                     .length = "4",
                     .accessMode = "RW",
-                    .port = g_Port,
+                    .port = kPort,
                     .cachable = "NoCache"});
-    xml.AddInteger({"EventRemoteDeviceConnectionStateID_Reg", "0x00", "4", "RO", g_EventPort, "Custom", "Invisible"});
-    xml.AddInteger(
-        {"EventRemoteDeviceConnectionStateState_Reg", "0x04", "4", "RO", g_EventPort, "Custom", "Invisible"});
+    xml.AddInteger({"EventRemoteDeviceConnectionStateID_Reg", "0x00", "4", "RO", kEventPort, "Custom", "Invisible"});
+    xml.AddInteger({"EventRemoteDeviceConnectionStateState_Reg", "0x04", "4", "RO", kEventPort, "Custom", "Invisible"});
     xml.EndGroup();
 }
 
@@ -286,6 +285,6 @@ std::string CreateXmlFileDevice()
     xml.Add(NQGevXmlFormula{"StreamListNonEmpty_Form", "", "NRSTRMS", "NrStreams_Reg", "NRSTRMS > 0"});
     xml.Add(NQGevXmlFormula{"StreamListMax_Form", "", "NRSTRMS", "NrStreams_Reg", "NRSTRMS - 1"});
     xml.EndGroup();
-    return xml.Finish({{.name = g_EventPort, .eventId = "77777701"},
-                       {.name = g_Port, .displayName = "Device Port", .imposedAccessMode = "RW"}});
+    return xml.Finish({{.name = kEventPort, .eventId = "77777701"},
+                       {.name = kPort, .displayName = "Device Port", .imposedAccessMode = "RW"}});
 }

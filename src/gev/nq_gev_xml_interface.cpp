@@ -6,8 +6,8 @@
 namespace
 {
 
-constexpr std::string_view g_Port = "InterfacePort";
-constexpr std::string_view g_DeviceListed = "DeviceListNonEmpty_Form";
+constexpr std::string_view kPort = "InterfacePort";
+constexpr std::string_view kDeviceListed = "DeviceListNonEmpty_Form";
 
 void AddCategories(NQGevXmlWriter& xml)
 {
@@ -154,14 +154,14 @@ void AddDeviceEnumeration(NQGevXmlWriter& xml)
                             .reg = "DeviceUpdateList_Reg",
                             .commandValue = "1"});
     AddSelector(xml, "DeviceSelector", "Selector for the different devices on this interface.", "Device Selector",
-                g_DeviceListed, "DeviceSelector_Reg", "DeviceListMax_Form",
+                kDeviceListed, "DeviceSelector_Reg", "DeviceListMax_Form",
                 {"DeviceID", "DeviceVendorName", "DeviceModelName", "DeviceAccessStatus", "DeviceTLVersionMajor",
                  "DeviceTLVersionMinor", "GevDeviceIPAddress", "GevDeviceSubnetMask", "GevDeviceMACAddress"});
-    AddText(xml, "DeviceID", "Interface wide unique identifier of the selected device.", "Device ID", g_DeviceListed,
+    AddText(xml, "DeviceID", "Interface wide unique identifier of the selected device.", "Device ID", kDeviceListed,
             "DeviceID_Reg");
-    AddText(xml, "DeviceVendorName", "Name of the vendor of the selected device.", "Device Vendor Name", g_DeviceListed,
+    AddText(xml, "DeviceVendorName", "Name of the vendor of the selected device.", "Device Vendor Name", kDeviceListed,
             "DeviceVendorName_Reg");
-    AddText(xml, "DeviceModelName", "Name of the model of the selected device.", "Device Model Name", g_DeviceListed,
+    AddText(xml, "DeviceModelName", "Name of the model of the selected device.", "Device Model Name", kDeviceListed,
             "DeviceModelName_Reg");
     xml.Add(NQGevXmlFeature{.type = "Enumeration",
                             .name = "DeviceAccessStatus",
@@ -169,7 +169,7 @@ void AddDeviceEnumeration(NQGevXmlWriter& xml)
                             .toolTip = "Access status of the selected device at the moment of its last update.",
                             .displayName = "Device Access Status",
                             .visibility = "Expert",
-                            .available = g_DeviceListed,
+                            .available = kDeviceListed,
                             .entries = NQGevXmlAccessStatusEntries(),
                             .reg = "DeviceAccessStatus_Reg"});
     AddVersion(xml, "DeviceTLVersionMajor", "Major version number of the transport layer of the selected device.",
@@ -177,11 +177,11 @@ void AddDeviceEnumeration(NQGevXmlWriter& xml)
     AddVersion(xml, "DeviceTLVersionMinor", "Minor version number of the transport layer of the selected device.",
                "Device TL Version Minor", "3", "Mandatory element");
     AddAddress(xml, "GevDeviceIPAddress", "Current IP address of the selected device.", "Gev Device IP Address",
-               g_DeviceListed, "GevDeviceIPAddress_Reg");
+               kDeviceListed, "GevDeviceIPAddress_Reg");
     AddAddress(xml, "GevDeviceSubnetMask", "Current subnet mask of the selected device.", "Gev Device Subnet Mask",
-               g_DeviceListed, "GevDeviceSubnetMask_Reg");
+               kDeviceListed, "GevDeviceSubnetMask_Reg");
     AddAddress(xml, "GevDeviceMACAddress", "48-bit MAC address of the selected device.", "Gev Device MAC Address",
-               g_DeviceListed, "GevDeviceMACAddress_Reg", "MACAddress");
+               kDeviceListed, "GevDeviceMACAddress_Reg", "MACAddress");
     xml.EndGroup();
 }
 
@@ -192,7 +192,7 @@ void AddNumber(NQGevXmlWriter& xml, std::string_view name, std::string_view addr
                     .address = address,
                     .length = length,
                     .accessMode = accessMode,
-                    .port = g_Port,
+                    .port = kPort,
                     .cachable = cachable,
                     .invalidator = invalidator});
 }
@@ -203,7 +203,7 @@ void AddString(NQGevXmlWriter& xml, std::string_view name, std::string_view addr
                    .address = address,
                    .length = "256",
                    .accessMode = "RO",
-                   .port = g_Port,
+                   .port = kPort,
                    .invalidator = invalidator});
 }
 
@@ -264,5 +264,5 @@ std::string CreateXmlFileInterface()
     AddInterfaceRegisters(xml);
     AddDeviceRegisters(xml);
     AddFormulas(xml);
-    return xml.Finish({{.name = g_Port, .displayName = "Interface Port", .imposedAccessMode = "RW"}});
+    return xml.Finish({{.name = kPort, .displayName = "Interface Port", .imposedAccessMode = "RW"}});
 }

@@ -6,7 +6,7 @@
 namespace
 {
 
-constexpr std::string_view g_Port = "TLPort";
+constexpr std::string_view kPort = "TLPort";
 
 void AddCategories(NQGevXmlWriter& xml)
 {
@@ -189,15 +189,15 @@ void AddSystemRegisters(NQGevXmlWriter& xml)
 {
     xml.BeginGroup("SystemInformation Registers");
     const auto text = [&xml](std::string_view name, std::string_view address) {
-        xml.AddString({name, address, "256", "RO", g_Port, "Standard"});
+        xml.AddString({name, address, "256", "RO", kPort, "Standard"});
     };
     text("TLVendorName_Reg", "0x50000");
     text("TLModelName_Reg", "0x50100");
     text("TLID_Reg", "0x50200");
     text("TLVersion_Reg", "0x50300");
     text("TLPath_Reg", "0x50400");
-    xml.AddInteger({"GenTLVersionMajor_Reg", "0x50504", "4", "RO", g_Port, "Standard"});
-    xml.AddInteger({"GenTLVersionMinor_Reg", "0x50508", "4", "RO", g_Port, "Standard"});
+    xml.AddInteger({"GenTLVersionMajor_Reg", "0x50504", "4", "RO", kPort, "Standard"});
+    xml.AddInteger({"GenTLVersionMinor_Reg", "0x50508", "4", "RO", kPort, "Standard"});
     xml.EndGroup();
 }
 
@@ -210,18 +210,18 @@ void AddInterfaceRegisters(NQGevXmlWriter& xml)
                    .address = "0x50514",
                    .length = "256",
                    .accessMode = "RO",
-                   .port = g_Port,
+                   .port = kPort,
                    .invalidator = selector});
-    xml.AddInteger({update, "0x5050C", "4", "RW", g_Port, "", "", "NoCache"});
-    xml.AddInteger({selector, "0x50510", "4", "RW", g_Port, "", "", "NoCache", "", update});
-    xml.AddInteger({"NrInterfaces_Reg", "0x50614", "4", "RO", g_Port, "", "", "NoCache", "", update});
+    xml.AddInteger({update, "0x5050C", "4", "RW", kPort, "", "", "NoCache"});
+    xml.AddInteger({selector, "0x50510", "4", "RW", kPort, "", "", "NoCache", "", update});
+    xml.AddInteger({"NrInterfaces_Reg", "0x50614", "4", "RO", kPort, "", "", "NoCache", "", update});
     const auto address = [&](std::string_view name, std::string_view at, std::string_view length,
                              std::string_view visibility) {
         xml.AddInteger({.name = name,
                         .address = at,
                         .length = length,
                         .accessMode = "RO",
-                        .port = g_Port,
+                        .port = kPort,
                         .visibility = visibility,
                         .invalidator = selector});
     };
@@ -246,5 +246,5 @@ std::string CreateXmlFileSystem()
     xml.Add(NQGevXmlFormula{"InterfaceListNonEmpty_Form", "", "NRINTS", "NrInterfaces_Reg", "NRINTS > 0"});
     xml.Add(NQGevXmlFormula{"InterfaceSelectorMax_Form", "", "NRINTS", "NrInterfaces_Reg", "NRINTS - 1"});
     xml.EndGroup();
-    return xml.Finish({{.name = g_Port, .displayName = "TL Port", .imposedAccessMode = "RW"}});
+    return xml.Finish({{.name = kPort, .displayName = "TL Port", .imposedAccessMode = "RW"}});
 }

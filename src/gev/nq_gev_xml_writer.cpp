@@ -7,13 +7,13 @@
 namespace
 {
 
-constexpr std::string_view g_Indent = "  ";
-constexpr std::string_view g_Asterisks = "*************************************************************";
-constexpr std::string_view g_EqualSigns = "=============================================================";
+constexpr std::string_view kIndent = "  ";
+constexpr std::string_view kAsterisks = "*************************************************************";
+constexpr std::string_view kEqualSigns = "=============================================================";
 
 // One pair for all four texts: they are versioned together.
-constexpr std::string_view g_ProductGuid = "5D0E3B0C-7C5A-4B0E-9A53-2F6D41C8B7E1";
-constexpr std::string_view g_VersionGuid = "A8F1C2D4-63B7-4E29-8D10-7B95E0F3246C";
+constexpr std::string_view kProductGuid = "5D0E3B0C-7C5A-4B0E-9A53-2F6D41C8B7E1";
+constexpr std::string_view kVersionGuid = "A8F1C2D4-63B7-4E29-8D10-7B95E0F3246C";
 
 std::string Escape(std::string_view text)
 {
@@ -58,8 +58,8 @@ NQGevXmlWriter::NQGevXmlWriter(std::string_view modelName, std::string_view tool
         {"MajorVersion", "1"},
         {"MinorVersion", "0"},
         {"SubMinorVersion", "0"},
-        {"ProductGuid", g_ProductGuid},
-        {"VersionGuid", g_VersionGuid},
+        {"ProductGuid", kProductGuid},
+        {"VersionGuid", kVersionGuid},
         {"xmlns", "http://www.genicam.org/GenApi/Version_1_1"},
         {"xmlns:xsi", "http://www.w3.org/2001/XMLSchema-instance"},
         {"xsi:schemaLocation", "http://www.genicam.org/GenApi/Version_1_1 "
@@ -72,19 +72,19 @@ NQGevXmlWriter::NQGevXmlWriter(std::string_view modelName, std::string_view tool
         root += "\n  " + Attribute(name, value);
     }
     Line(root + ">");
-    m_indent = g_Indent;
+    m_indent = kIndent;
 }
 
 void NQGevXmlWriter::BeginGroup(std::string_view comment, bool banner)
 {
     if (banner)
     {
-        Comment(g_Asterisks);
+        Comment(kAsterisks);
         Comment(comment);
-        Comment(g_Asterisks);
+        Comment(kAsterisks);
     }
     Line("<Group " + Attribute("Comment", comment) + ">");
-    m_indent += g_Indent;
+    m_indent += kIndent;
 }
 
 void NQGevXmlWriter::EndGroup()
@@ -226,7 +226,7 @@ void NQGevXmlWriter::DisableString(const NQGevXmlRegister& reg)
 std::string NQGevXmlWriter::Finish(std::initializer_list<NQGevXmlPort> ports)
 {
     Comment("Register Port");
-    Comment(g_EqualSigns);
+    Comment(kEqualSigns);
     for (const NQGevXmlPort& port : ports)
     {
         Open("Port", port.name, "Standard");
@@ -258,12 +258,12 @@ void NQGevXmlWriter::Open(std::string_view element, std::string_view name, std::
         line += " " + Attribute("NameSpace", nameSpace);
     }
     Line(line + ">");
-    m_indent += g_Indent;
+    m_indent += kIndent;
 }
 
 void NQGevXmlWriter::Close(std::string_view element)
 {
-    m_indent.resize(m_indent.size() - g_Indent.size());
+    m_indent.resize(m_indent.size() - kIndent.size());
     Line("</" + std::string(element) + ">");
 }
 

@@ -11,7 +11,7 @@ using namespace nq::test;
 namespace
 {
 
-[[maybe_unused]] const bool g_preloaded = PreloadLoopback();
+[[maybe_unused]] const bool kPreloaded = PreloadLoopback();
 
 constexpr std::size_t kFrame = 176 + 64 * 48;
 /// A second address of the test's host.

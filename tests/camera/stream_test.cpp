@@ -13,7 +13,7 @@ using testing::HasSubstr;
 namespace
 {
 
-[[maybe_unused]] const bool g_preloaded = PreloadLoopback();
+[[maybe_unused]] const bool kPreloaded = PreloadLoopback();
 
 constexpr std::size_t kDescriptor = 176;
 constexpr std::size_t kPixels = 64 * 48;

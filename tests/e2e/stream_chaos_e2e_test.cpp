@@ -17,14 +17,14 @@ using nq::test::SmallFrames;
 using nq::test::VirtualCamera;
 
 #if defined(__SANITIZE_ADDRESS__)
-constexpr int g_Seconds = 60;
+constexpr int kSeconds = 60;
 #else
-constexpr int g_Seconds = 8;
+constexpr int kSeconds = 8;
 #endif
 
-constexpr std::array g_Faults = {"short-frame",      "short-frame:1024",   "empty-frame",      "wrong-component-offset",
-                                 "wild-part-offset", "wild-data-offset",   "huge-data-size",   "id-jump",
-                                 "id-backwards",     "reject-connect:0:1", "slow-accept:50:1", "disconnect-mid-frame"};
+constexpr std::array kFaults = {"short-frame",      "short-frame:1024",   "empty-frame",      "wrong-component-offset",
+                                "wild-part-offset", "wild-data-offset",   "huge-data-size",   "id-jump",
+                                "id-backwards",     "reject-connect:0:1", "slow-accept:50:1", "disconnect-mid-frame"};
 
 class StreamChaos : public testing::Test
 {
@@ -52,7 +52,7 @@ class StreamChaos : public testing::Test
     /// The stream works as if nothing had been.
     void ExpectFrames()
     {
-        for (const std::string fault : g_Faults)
+        for (const std::string fault : kFaults)
         {
             camera.Control(R"({"cmd":"clear","name":")" + fault.substr(0, fault.find(':')) + R"("})");
         }
@@ -98,7 +98,7 @@ class StreamChaos : public testing::Test
         const int chance = Below(20);
         if (chance < 10)
         {
-            camera.Fault(g_Faults[static_cast<std::size_t>(Below(static_cast<int>(g_Faults.size())))]);
+            camera.Fault(kFaults[static_cast<std::size_t>(Below(static_cast<int>(kFaults.size())))]);
             return;
         }
         // While buffers move in a way that nobody could follow, nobody has one.
@@ -135,7 +135,7 @@ class StreamChaos : public testing::Test
         }
     }
 
-    nq::test::RandomRun run{g_Seconds};
+    nq::test::RandomRun run{kSeconds};
     std::mt19937 random{run.seed};
     std::shared_mutex hands; ///< Shared by whoever has a buffer.
     std::atomic<bool> disturbing = false;

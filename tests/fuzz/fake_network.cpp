@@ -12,7 +12,7 @@ namespace nq::fuzz
 namespace
 {
 
-const std::thread::id g_mainThread = std::this_thread::get_id();
+const std::thread::id kMainThread = std::this_thread::get_id();
 
 } // namespace
 
@@ -24,7 +24,7 @@ FakeNetwork& FakeNetwork::Instance()
 
 bool FakeNetwork::OnMainThread()
 {
-    return std::this_thread::get_id() == g_mainThread;
+    return std::this_thread::get_id() == kMainThread;
 }
 
 void FakeNetwork::React(Reaction reaction)

@@ -24,10 +24,10 @@ namespace nq::test
 {
 
 /// What the cases start, such as ip, is to run without what this program was preloaded with.
-inline const bool g_childrenArePlain = unsetenv("LD_PRELOAD") == 0;
+inline const bool kChildrenArePlain = unsetenv("LD_PRELOAD") == 0;
 
 /// A peer on a machine under load may be late. Cases about a peer that is unreachable set less.
-inline const bool g_peersMayBeLate = setenv("NQ_RDMA_LOOPBACK_TIMEOUT_MS", "60000", 0) == 0;
+inline const bool kPeersMayBeLate = setenv("NQ_RDMA_LOOPBACK_TIMEOUT_MS", "60000", 0) == 0;
 
 /// Access rights as a plain number: ibv_reg_mr is a macro that combines them with those of another enumeration.
 constexpr int localWrite = IBV_ACCESS_LOCAL_WRITE;

@@ -17,7 +17,7 @@ using nq::test::Producer;
 namespace
 {
 
-const Producer* g_producer = nullptr;
+const Producer* kProducer = nullptr;
 void* g_system = nullptr;
 
 /// Calls that go through the controller, its module list, the last errors and the network. The number that failed.
@@ -49,9 +49,9 @@ TEST_F(ProcessEnd, CallsAfterTheLibrarysStaticObjectsAreGoneAnswerAsBefore)
     EXPECT_EXIT(
         {
             // Registered before the library is loaded, so it runs after the library's own destructors.
-            std::atexit([] { std::_Exit(WrongAnswers(*g_producer, g_system)); });
-            g_producer = new Producer;
-            if (g_producer->GCInitLib() != 0 || g_producer->TLOpen(&g_system) != 0)
+            std::atexit([] { std::_Exit(WrongAnswers(*kProducer, g_system)); });
+            kProducer = new Producer;
+            if (kProducer->GCInitLib() != 0 || kProducer->TLOpen(&g_system) != 0)
             {
                 std::_Exit(100);
             }
@@ -64,8 +64,8 @@ TEST_F(ProcessEnd, ThreadsThatCallInWhileTheProcessExitsDoNotBringItDown)
 {
     EXPECT_EXIT(
         {
-            g_producer = new Producer;
-            if (g_producer->GCInitLib() != 0 || g_producer->TLOpen(&g_system) != 0)
+            kProducer = new Producer;
+            if (kProducer->GCInitLib() != 0 || kProducer->TLOpen(&g_system) != 0)
             {
                 std::_Exit(100);
             }
@@ -76,7 +76,7 @@ TEST_F(ProcessEnd, ThreadsThatCallInWhileTheProcessExitsDoNotBringItDown)
                     ++calling;
                     while (true)
                     {
-                        WrongAnswers(*g_producer, g_system);
+                        WrongAnswers(*kProducer, g_system);
                     }
                 }).detach();
             }
@@ -93,8 +93,8 @@ TEST_F(ProcessEnd, AnOpenCameraWithItsHeartbeatMayBeLeftBehind)
 {
     EXPECT_EXIT(
         {
-            g_producer = new Producer;
-            new OpenTree(*g_producer, 0);
+            kProducer = new Producer;
+            new OpenTree(*kProducer, 0);
             std::exit(0);
         },
         testing::ExitedWithCode(0), "");

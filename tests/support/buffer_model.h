@@ -136,7 +136,7 @@ class BufferModel
     std::vector<int> input;     ///< A buffer can be on it twice.
     std::vector<int> output;
     std::deque<int> credits;  ///< The blocks that the camera may fill, in this order.
-    std::vector<int> shownBy; ///< For each block the buffer whose frame is on show there, g_Nobody or g_Camera.
+    std::vector<int> shownBy; ///< For each block the buffer whose frame is on show there, kNobody or kCamera.
     std::set<Place> handedOut;
     bool running = false;
     int run = 0;
@@ -145,8 +145,8 @@ class BufferModel
     std::uint64_t underrun = 0;
 
   private:
-    static constexpr int g_Nobody = -1;
-    static constexpr int g_Camera = -2;
+    static constexpr int kNobody = -1;
+    static constexpr int kCamera = -2;
 
     Buffer& At(int buffer) { return buffers[static_cast<std::size_t>(buffer)]; }
     int& ShownBy(int block) { return shownBy[static_cast<std::size_t>(block)]; }
@@ -166,7 +166,7 @@ class BufferModel
         At(buffer).holds = false;
         if (At(buffer).id >= 0 && ShownBy(At(buffer).id) == buffer)
         {
-            ShownBy(At(buffer).id) = g_Nobody;
+            ShownBy(At(buffer).id) = kNobody;
         }
     }
 
@@ -178,9 +178,9 @@ class BufferModel
         }
         EndShow(buffer);
         const int block = At(buffer).id;
-        if (running && block >= 0 && ShownBy(block) == g_Nobody)
+        if (running && block >= 0 && ShownBy(block) == kNobody)
         {
-            ShownBy(block) = g_Camera;
+            ShownBy(block) = kCamera;
             credits.push_back(block);
         }
         At(buffer).queued = true;
@@ -252,7 +252,7 @@ class BufferModel
     {
         const int block = credits.front();
         credits.pop_front();
-        ShownBy(block) = g_Nobody;
+        ShownBy(block) = kNobody;
         return block;
     }
 
@@ -289,7 +289,7 @@ class BufferModel
         delivered = 0;
         underrun = 0;
         handedOut.clear();
-        shownBy.assign(announced.size(), g_Camera);
+        shownBy.assign(announced.size(), kCamera);
         credits.clear();
         for (std::size_t block = 0; block < announced.size(); ++block)
         {

@@ -16,7 +16,7 @@ namespace nq::test
 class StreamFixture : public testing::Test
 {
   protected:
-    static constexpr unsigned long g_Infinite = 0xFFFFFFFFFFFFFFFF;
+    static constexpr unsigned long kInfinite = 0xFFFFFFFFFFFFFFFF;
 
     /// Announces memory 0, 1, ... in that order.
     void Announce(int count)

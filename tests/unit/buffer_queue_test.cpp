@@ -15,9 +15,9 @@ using namespace GigERDMA;
 namespace
 {
 
-constexpr auto g_Queued = NQ_BUFFER_TYPE_QUEUED;
-constexpr auto g_Announced = NQ_BUFFER_TYPE_ANNOUNCED;
-constexpr auto g_Nothing = static_cast<NQ_BUFFER_TYPE_LIST>(2);
+constexpr auto kQueued = NQ_BUFFER_TYPE_QUEUED;
+constexpr auto kAnnounced = NQ_BUFFER_TYPE_ANNOUNCED;
+constexpr auto kNothing = static_cast<NQ_BUFFER_TYPE_LIST>(2);
 
 class Watched : public NQGenTLBuffer
 {
@@ -45,7 +45,7 @@ class BufferQueue : public testing::Test
     void QueueAll()
     {
         for (NQGenTLBuffer* buffer : {&a, &b, &c})
-            queue.Add(g_Queued, buffer);
+            queue.Add(kQueued, buffer);
     }
     using List = std::vector<NQGenTLBuffer*>;
 
@@ -60,194 +60,194 @@ class BufferQueue : public testing::Test
 
 TEST_F(BufferQueue, StartsEmpty)
 {
-    EXPECT_EQ(queue.GetCount(g_Queued), 0U);
-    EXPECT_EQ(queue.GetCount(g_Announced), 0U);
-    EXPECT_EQ(queue.GetBiggestSize(g_Queued), 0U);
-    EXPECT_EQ(queue.GetFront(g_Queued, true), nullptr);
-    EXPECT_EQ(queue.FindByIndex(g_Queued, 0, true), nullptr);
+    EXPECT_EQ(queue.GetCount(kQueued), 0U);
+    EXPECT_EQ(queue.GetCount(kAnnounced), 0U);
+    EXPECT_EQ(queue.GetBiggestSize(kQueued), 0U);
+    EXPECT_EQ(queue.GetFront(kQueued, true), nullptr);
+    EXPECT_EQ(queue.FindByIndex(kQueued, 0, true), nullptr);
 }
 
 TEST_F(BufferQueue, TheListsAreSeparateAndKeepTheirOrder)
 {
     QueueAll();
-    EXPECT_EQ(Entries(g_Queued), (List{&a, &b, &c}));
-    EXPECT_EQ(queue.GetCount(g_Announced), 0U);
+    EXPECT_EQ(Entries(kQueued), (List{&a, &b, &c}));
+    EXPECT_EQ(queue.GetCount(kAnnounced), 0U);
 }
 
 TEST_F(BufferQueue, AddOfNullIsRefused)
 {
-    EXPECT_FALSE(queue.Add(g_Queued, nullptr));
-    EXPECT_EQ(queue.GetCount(g_Queued), 0U);
+    EXPECT_FALSE(queue.Add(kQueued, nullptr));
+    EXPECT_EQ(queue.GetCount(kQueued), 0U);
 }
 
 TEST_F(BufferQueue, TheSameBufferTwiceIsTwoEntriesAndARemovingSearchTakesTheFirst)
 {
-    EXPECT_TRUE(queue.Add(g_Queued, &a));
-    queue.Add(g_Queued, &b);
-    EXPECT_TRUE(queue.Add(g_Queued, &a));
-    EXPECT_EQ(queue.GetCount(g_Queued), 3U);
-    EXPECT_EQ(queue.FindByHandle(g_Queued, &a, true), &a);
-    EXPECT_EQ(Entries(g_Queued), (List{&b, &a}));
+    EXPECT_TRUE(queue.Add(kQueued, &a));
+    queue.Add(kQueued, &b);
+    EXPECT_TRUE(queue.Add(kQueued, &a));
+    EXPECT_EQ(queue.GetCount(kQueued), 3U);
+    EXPECT_EQ(queue.FindByHandle(kQueued, &a, true), &a);
+    EXPECT_EQ(Entries(kQueued), (List{&b, &a}));
 }
 
 TEST_F(BufferQueue, BiggestSize)
 {
     QueueAll();
-    EXPECT_EQ(queue.GetBiggestSize(g_Queued), 30U);
+    EXPECT_EQ(queue.GetBiggestSize(kQueued), 30U);
 }
 
 // Deliberate: sizes are taken as 32 bits.
 TEST_F(BufferQueue, BiggestSizeOfABufferBeyond4GiBIsItsLow32Bits)
 {
     NQGenTLBuffer huge(nullptr, 0x100000007, false, nullptr, nullptr);
-    queue.Add(g_Queued, &huge);
-    EXPECT_EQ(queue.GetBiggestSize(g_Queued), 7U);
-    queue.Add(g_Queued, &a);
-    EXPECT_EQ(queue.GetBiggestSize(g_Queued), 10U);
+    queue.Add(kQueued, &huge);
+    EXPECT_EQ(queue.GetBiggestSize(kQueued), 7U);
+    queue.Add(kQueued, &a);
+    EXPECT_EQ(queue.GetBiggestSize(kQueued), 10U);
 }
 
 TEST_F(BufferQueue, FrontWithAndWithoutRemove)
 {
     QueueAll();
-    EXPECT_EQ(queue.GetFront(g_Queued, false), &a);
-    EXPECT_EQ(queue.GetFront(g_Queued, true), &a);
-    EXPECT_EQ(Entries(g_Queued), (List{&b, &c}));
+    EXPECT_EQ(queue.GetFront(kQueued, false), &a);
+    EXPECT_EQ(queue.GetFront(kQueued, true), &a);
+    EXPECT_EQ(Entries(kQueued), (List{&b, &c}));
 }
 
 TEST_F(BufferQueue, FindByIndexAtTheCountGivesNull)
 {
     QueueAll();
-    EXPECT_EQ(queue.FindByIndex(g_Queued, 3, true), nullptr);
-    EXPECT_EQ(queue.FindByIndex(g_Queued, 0xFFFFFFFF, true), nullptr);
-    EXPECT_EQ(queue.FindByIndex(g_Queued, 1, true), &b);
-    EXPECT_EQ(Entries(g_Queued), (List{&a, &c}));
+    EXPECT_EQ(queue.FindByIndex(kQueued, 3, true), nullptr);
+    EXPECT_EQ(queue.FindByIndex(kQueued, 0xFFFFFFFF, true), nullptr);
+    EXPECT_EQ(queue.FindByIndex(kQueued, 1, true), &b);
+    EXPECT_EQ(Entries(kQueued), (List{&a, &c}));
 }
 
 TEST_F(BufferQueue, FindByRdmaID)
 {
     QueueAll();
     int block = 0;
-    EXPECT_EQ(queue.FindByRdmaID(g_Queued, nullptr, true), nullptr) << "not even a buffer without an id";
-    EXPECT_EQ(queue.FindByRdmaID(g_Queued, &block, true), nullptr);
+    EXPECT_EQ(queue.FindByRdmaID(kQueued, nullptr, true), nullptr) << "not even a buffer without an id";
+    EXPECT_EQ(queue.FindByRdmaID(kQueued, &block, true), nullptr);
     b.SetRdmaId(&block);
     c.SetRdmaId(&block);
-    EXPECT_EQ(queue.FindByRdmaID(g_Queued, &block, false), &b);
-    EXPECT_EQ(queue.FindByRdmaID(g_Queued, &block, true), &b);
-    EXPECT_EQ(queue.FindByRdmaID(g_Queued, &block, true), &c);
-    EXPECT_EQ(Entries(g_Queued), (List{&a}));
+    EXPECT_EQ(queue.FindByRdmaID(kQueued, &block, false), &b);
+    EXPECT_EQ(queue.FindByRdmaID(kQueued, &block, true), &b);
+    EXPECT_EQ(queue.FindByRdmaID(kQueued, &block, true), &c);
+    EXPECT_EQ(Entries(kQueued), (List{&a}));
 }
 
 TEST_F(BufferQueue, FindByHandle)
 {
     QueueAll();
-    EXPECT_EQ(queue.FindByHandle(g_Queued, nullptr, true), nullptr);
-    EXPECT_EQ(queue.FindByHandle(g_Queued, this, true), nullptr);
-    EXPECT_EQ(queue.FindByHandle(g_Announced, &b, true), nullptr);
-    EXPECT_EQ(queue.FindByHandle(g_Queued, &b, false), &b);
-    EXPECT_EQ(queue.FindByHandle(g_Queued, &b, true), &b);
-    EXPECT_EQ(Entries(g_Queued), (List{&a, &c}));
+    EXPECT_EQ(queue.FindByHandle(kQueued, nullptr, true), nullptr);
+    EXPECT_EQ(queue.FindByHandle(kQueued, this, true), nullptr);
+    EXPECT_EQ(queue.FindByHandle(kAnnounced, &b, true), nullptr);
+    EXPECT_EQ(queue.FindByHandle(kQueued, &b, false), &b);
+    EXPECT_EQ(queue.FindByHandle(kQueued, &b, true), &b);
+    EXPECT_EQ(Entries(kQueued), (List{&a, &c}));
 }
 
 TEST_F(BufferQueue, FindByBuffer)
 {
     QueueAll();
     NQGenTLBuffer bare(nullptr, 1, false, nullptr, nullptr);
-    queue.Add(g_Queued, &bare);
-    EXPECT_EQ(queue.FindByBuffer(g_Queued, nullptr, true), nullptr) << "not even a buffer without memory";
-    EXPECT_EQ(queue.FindByBuffer(g_Queued, &bare, true), nullptr);
-    EXPECT_EQ(queue.FindByBuffer(g_Queued, &memory[2], false), &c);
-    EXPECT_EQ(queue.FindByBuffer(g_Queued, &memory[2], true), &c);
-    EXPECT_EQ(Entries(g_Queued), (List{&a, &b, &bare}));
+    queue.Add(kQueued, &bare);
+    EXPECT_EQ(queue.FindByBuffer(kQueued, nullptr, true), nullptr) << "not even a buffer without memory";
+    EXPECT_EQ(queue.FindByBuffer(kQueued, &bare, true), nullptr);
+    EXPECT_EQ(queue.FindByBuffer(kQueued, &memory[2], false), &c);
+    EXPECT_EQ(queue.FindByBuffer(kQueued, &memory[2], true), &c);
+    EXPECT_EQ(Entries(kQueued), (List{&a, &b, &bare}));
 }
 
 TEST_F(BufferQueue, MoveToAppendsTheFirstEntry)
 {
     QueueAll();
-    queue.MoveTo(g_Announced, g_Queued, false);
-    EXPECT_EQ(Entries(g_Queued), (List{&a, &b, &c}));
-    EXPECT_EQ(Entries(g_Announced), (List{&a}));
-    queue.MoveTo(g_Announced, g_Queued, true);
-    queue.MoveTo(g_Announced, g_Queued, true);
-    EXPECT_EQ(Entries(g_Queued), (List{&c}));
-    EXPECT_EQ(Entries(g_Announced), (List{&a, &a, &b}));
-    queue.Clear(g_Announced, false);
-    queue.MoveTo(g_Queued, g_Announced, true);
-    EXPECT_EQ(Entries(g_Queued), (List{&c}));
+    queue.MoveTo(kAnnounced, kQueued, false);
+    EXPECT_EQ(Entries(kQueued), (List{&a, &b, &c}));
+    EXPECT_EQ(Entries(kAnnounced), (List{&a}));
+    queue.MoveTo(kAnnounced, kQueued, true);
+    queue.MoveTo(kAnnounced, kQueued, true);
+    EXPECT_EQ(Entries(kQueued), (List{&c}));
+    EXPECT_EQ(Entries(kAnnounced), (List{&a, &a, &b}));
+    queue.Clear(kAnnounced, false);
+    queue.MoveTo(kQueued, kAnnounced, true);
+    EXPECT_EQ(Entries(kQueued), (List{&c}));
 }
 
 TEST_F(BufferQueue, MoveToOfAListToItselfMovesTheFrontToTheBack)
 {
     QueueAll();
-    queue.MoveTo(g_Queued, g_Queued, true);
-    EXPECT_EQ(Entries(g_Queued), (List{&b, &c, &a}));
+    queue.MoveTo(kQueued, kQueued, true);
+    EXPECT_EQ(Entries(kQueued), (List{&b, &c, &a}));
 }
 
 TEST_F(BufferQueue, FlushToAppendsAllInOrderAndEmptiesTheSource)
 {
-    queue.Add(g_Announced, &c);
-    queue.Add(g_Queued, &a);
-    queue.Add(g_Queued, &b);
-    queue.FlushTo(g_Announced, g_Queued, true);
-    EXPECT_EQ(Entries(g_Announced), (List{&c, &a, &b}));
-    EXPECT_EQ(queue.GetCount(g_Queued), 0U);
-    queue.Clear(g_Announced, false);
+    queue.Add(kAnnounced, &c);
+    queue.Add(kQueued, &a);
+    queue.Add(kQueued, &b);
+    queue.FlushTo(kAnnounced, kQueued, true);
+    EXPECT_EQ(Entries(kAnnounced), (List{&c, &a, &b}));
+    EXPECT_EQ(queue.GetCount(kQueued), 0U);
+    queue.Clear(kAnnounced, false);
 }
 
 TEST_F(BufferQueue, FlushToWithoutClearLeavesTheEntriesInBothLists)
 {
     QueueAll();
-    queue.FlushTo(g_Announced, g_Queued, false);
-    EXPECT_EQ(Entries(g_Queued), (List{&a, &b, &c}));
-    EXPECT_EQ(Entries(g_Announced), (List{&a, &b, &c}));
-    queue.Clear(g_Announced, false);
+    queue.FlushTo(kAnnounced, kQueued, false);
+    EXPECT_EQ(Entries(kQueued), (List{&a, &b, &c}));
+    EXPECT_EQ(Entries(kAnnounced), (List{&a, &b, &c}));
+    queue.Clear(kAnnounced, false);
 }
 
 TEST_F(BufferQueue, FlushToOfAListToItselfDoublesIt)
 {
     QueueAll();
-    queue.FlushTo(g_Queued, g_Queued, false);
-    EXPECT_EQ(Entries(g_Queued), (List{&a, &b, &c, &a, &b, &c}));
+    queue.FlushTo(kQueued, kQueued, false);
+    EXPECT_EQ(Entries(kQueued), (List{&a, &b, &c, &a, &b, &c}));
 }
 
 TEST_F(BufferQueue, AValueAboveOneSelectsNothing)
 {
     QueueAll();
-    EXPECT_EQ(queue.GetCount(g_Nothing), 0U);
-    EXPECT_EQ(queue.GetBiggestSize(g_Nothing), 0U);
-    EXPECT_FALSE(queue.Add(g_Nothing, &a));
-    queue.Clear(g_Nothing, true);
-    EXPECT_EQ(queue.GetFront(g_Nothing, true), nullptr);
-    queue.MoveTo(g_Nothing, g_Queued, true);
-    queue.MoveTo(g_Queued, g_Nothing, true);
-    queue.FlushTo(g_Nothing, g_Queued, true);
-    queue.FlushTo(g_Queued, g_Nothing, true);
-    EXPECT_EQ(queue.FindByRdmaID(g_Nothing, &a, true), nullptr);
-    EXPECT_EQ(queue.FindByIndex(g_Nothing, 0, true), nullptr);
-    EXPECT_EQ(queue.FindByHandle(g_Nothing, &a, true), nullptr);
-    EXPECT_EQ(queue.FindByBuffer(g_Nothing, &memory[0], true), nullptr);
-    EXPECT_EQ(Entries(g_Queued), (List{&a, &b, &c}));
+    EXPECT_EQ(queue.GetCount(kNothing), 0U);
+    EXPECT_EQ(queue.GetBiggestSize(kNothing), 0U);
+    EXPECT_FALSE(queue.Add(kNothing, &a));
+    queue.Clear(kNothing, true);
+    EXPECT_EQ(queue.GetFront(kNothing, true), nullptr);
+    queue.MoveTo(kNothing, kQueued, true);
+    queue.MoveTo(kQueued, kNothing, true);
+    queue.FlushTo(kNothing, kQueued, true);
+    queue.FlushTo(kQueued, kNothing, true);
+    EXPECT_EQ(queue.FindByRdmaID(kNothing, &a, true), nullptr);
+    EXPECT_EQ(queue.FindByIndex(kNothing, 0, true), nullptr);
+    EXPECT_EQ(queue.FindByHandle(kNothing, &a, true), nullptr);
+    EXPECT_EQ(queue.FindByBuffer(kNothing, &memory[0], true), nullptr);
+    EXPECT_EQ(Entries(kQueued), (List{&a, &b, &c}));
 }
 
 TEST_F(BufferQueue, ClearDeletesOnlyWhenAsked)
 {
     int deleted = 0;
     auto kept = std::make_unique<Watched>(deleted);
-    queue.Add(g_Queued, kept.get());
-    queue.Clear(g_Queued, false);
+    queue.Add(kQueued, kept.get());
+    queue.Clear(kQueued, false);
     EXPECT_EQ(deleted, 0);
-    queue.Add(g_Queued, kept.release());
-    queue.Clear(g_Queued, true);
+    queue.Add(kQueued, kept.release());
+    queue.Clear(kQueued, true);
     EXPECT_EQ(deleted, 1);
-    EXPECT_EQ(queue.GetCount(g_Queued), 0U);
+    EXPECT_EQ(queue.GetCount(kQueued), 0U);
 }
 
 TEST_F(BufferQueue, ABufferInAListTwiceIsDeletedOnce)
 {
     int deleted = 0;
     auto* twice = new Watched(deleted);
-    queue.Add(g_Announced, twice);
-    queue.Add(g_Announced, twice);
-    queue.Clear(g_Announced, true);
+    queue.Add(kAnnounced, twice);
+    queue.Add(kAnnounced, twice);
+    queue.Clear(kAnnounced, true);
     EXPECT_EQ(deleted, 1);
 }
 
@@ -259,10 +259,10 @@ TEST_F(BufferQueue, DestructionDeletesEachAnnouncedBufferOnce)
         for (int i = 0; i < 3; ++i)
         {
             auto* buffer = new Watched(deleted);
-            owner.Add(g_Announced, buffer);
-            owner.Add(g_Queued, buffer);
+            owner.Add(kAnnounced, buffer);
+            owner.Add(kQueued, buffer);
         }
-        owner.Add(g_Queued, &a);
+        owner.Add(kQueued, &a);
     }
     EXPECT_EQ(deleted, 3);
 }
@@ -282,9 +282,9 @@ TEST_F(BufferQueue, TwoThreadsCanPassBuffersRound)
             std::this_thread::yield();
         }
     };
-    std::thread other([&] { pass(g_Announced, g_Queued); });
-    pass(g_Queued, g_Announced);
+    std::thread other([&] { pass(kAnnounced, kQueued); });
+    pass(kQueued, kAnnounced);
     other.join();
-    EXPECT_EQ(queue.GetCount(g_Queued) + queue.GetCount(g_Announced), 3U);
-    queue.Clear(g_Announced, false);
+    EXPECT_EQ(queue.GetCount(kQueued) + queue.GetCount(kAnnounced), 3U);
+    queue.Clear(kAnnounced, false);
 }

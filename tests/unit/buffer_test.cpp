@@ -39,8 +39,8 @@ std::string RawOf(Value value)
     return std::string(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
-const std::string g_True("\1", 1);
-const std::string g_False("\0", 1);
+const std::string kTrue("\1", 1);
+const std::string kFalse("\0", 1);
 
 unsigned char g_Frame[8] = {1, 2, 3, 4, 5, 6, 7, 8};
 
@@ -137,7 +137,7 @@ TEST(Buffer, AFreshBufferHasNoFrameToTellOf)
     NQGenTLBuffer buffer(memory, sizeof memory, false, nullptr, nullptr);
     for (const int command : {3, 9, 10, 11, 16, 20})
         EXPECT_EQ(Info(buffer, command).result, -1014) << command;
-    EXPECT_EQ(Info(buffer, 17).bytes, g_False);
+    EXPECT_EQ(Info(buffer, 17).bytes, kFalse);
     EXPECT_FALSE(buffer.IsImagePresent());
     EXPECT_FALSE(buffer.IsQueued());
     EXPECT_EQ(buffer.GetRdmaId(), nullptr);
@@ -170,12 +170,12 @@ TEST_P(BufferInfoTable, AnswersAfterAFrame)
 INSTANTIATE_TEST_SUITE_P(Buffer, BufferInfoTable,
                          testing::Values(InfoRow{0, 10, RawOf(&g_Memory[0])}, InfoRow{1, 12, RawOf(16UL)},
                                          InfoRow{2, 10, RawOf(&g_User)}, InfoRow{3, 8, RawOf(22UL)},
-                                         InfoRow{4, 11, g_False}, InfoRow{5, 11, g_False}, InfoRow{6, 11, g_False},
-                                         InfoRow{7, 11, g_False}, InfoRow{8, 1, std::string("GEV\0", 4)},
+                                         InfoRow{4, 11, kFalse}, InfoRow{5, 11, kFalse}, InfoRow{6, 11, kFalse},
+                                         InfoRow{7, 11, kFalse}, InfoRow{8, 1, std::string("GEV\0", 4)},
                                          InfoRow{9, 12, RawOf(8UL)}, InfoRow{10, 12, RawOf(33UL)},
                                          InfoRow{11, 12, RawOf(44UL)}, InfoRow{16, 8, RawOf(11UL)},
-                                         InfoRow{17, 11, g_True}, InfoRow{19, 12, RawOf(1UL)},
-                                         InfoRow{20, 8, RawOf(0x01080001UL)}, InfoRow{30, 11, g_False}),
+                                         InfoRow{17, 11, kTrue}, InfoRow{19, 12, RawOf(1UL)},
+                                         InfoRow{20, 8, RawOf(0x01080001UL)}, InfoRow{30, 11, kFalse}),
                          [](const auto& row) { return "Command" + std::to_string(row.param.command); });
 
 TEST(Buffer, CommandsOutsideTheTableAreRefused)
@@ -211,7 +211,7 @@ TEST(Buffer, AZeroDimensionOrFormatIsNotImplementedThoughAnImageIsPresent)
     EXPECT_EQ(Info(buffer, 10).result, -1003);
     EXPECT_EQ(Info(buffer, 11).result, -1003);
     EXPECT_EQ(Info(buffer, 20).result, -1003);
-    EXPECT_EQ(Info(buffer, 17).bytes, g_True);
+    EXPECT_EQ(Info(buffer, 17).bytes, kTrue);
     EXPECT_EQ(Info(buffer, 3).bytes, RawOf(0UL));
     EXPECT_EQ(Info(buffer, 16).bytes, RawOf(0UL));
 }
@@ -238,9 +238,9 @@ TEST(Buffer, EachFlagHasItsOwnCommand)
     {
         (buffer.*flag.set)(true);
         for (const auto& other : flags)
-            EXPECT_EQ(Info(buffer, other.command).bytes, other.command == flag.command ? g_True : g_False);
+            EXPECT_EQ(Info(buffer, other.command).bytes, other.command == flag.command ? kTrue : kFalse);
         (buffer.*flag.set)(false);
-        EXPECT_EQ(Info(buffer, flag.command).bytes, g_False);
+        EXPECT_EQ(Info(buffer, flag.command).bytes, kFalse);
     }
 }
 
@@ -316,7 +316,7 @@ TEST(Buffer, IncompleteOnceSetStaysSet)
     buffer.SetIncompleteFlag(true);
     Update(buffer);
     buffer.SetNewDataFlag(true);
-    EXPECT_EQ(Info(buffer, 7).bytes, g_True);
+    EXPECT_EQ(Info(buffer, 7).bytes, kTrue);
 }
 
 TEST(Buffer, IsWrittenAndReadAtOnce)

@@ -165,7 +165,7 @@ TEST_F(StreamChecks, ABufferStillFlaggedIsRefusedBeforeItsBlockIsGivenBack)
     Announce(1);
     Queue(1);
     RegisterNewBuffer();
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     Frame(0, 1);
     EXPECT_EQ(stream.QueueBuffer(handles[0]), -1004);
     EXPECT_THAT(stream.requeued, IsEmpty());
@@ -204,7 +204,7 @@ TEST_F(StreamChecks, TheLimitComesBeforeTheStatusAndTheStatusBeforeTheBuffer)
     Announce(1);
     Queue(1);
     RegisterNewBuffer();
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     Frame(0, 1, 2);
     EXPECT_EQ(Number(4), 1U) << "no buffer is taken for a frame that is dropped";
     EXPECT_EQ(Number(2), 0U);

@@ -23,7 +23,7 @@ using Calls = std::vector<std::string>;
 class DataStreamAcquisition : public nq::test::StreamFixture
 {
   protected:
-    void StartWith(int buffers, unsigned long limit = g_Infinite)
+    void StartWith(int buffers, unsigned long limit = kInfinite)
     {
         Announce(buffers);
         Queue(buffers);
@@ -36,7 +36,7 @@ class DataStreamAcquisition : public nq::test::StreamFixture
 
 TEST_F(DataStreamAcquisition, StartWithoutBuffersPassesZeroAndZero)
 {
-    EXPECT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    EXPECT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     EXPECT_EQ(stream.calls, Calls{"start 0 0"});
 }
 
@@ -290,7 +290,7 @@ TEST_F(DataStreamAcquisition, AFrameThatComesWhileTheStartIsUnderWayIsDeliveredB
         Frame(1, 2); // finds no buffer
         return 0;
     };
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     EXPECT_EQ(Take(), handles[0]);
     EXPECT_EQ(Number(1), 0U);
     EXPECT_EQ(Number(2), 0U);
@@ -484,7 +484,7 @@ TEST_F(DataStreamAcquisition, WithoutTheEventAFrameMovesNoCounterAndItsBufferLea
 {
     Announce(1);
     Queue(1);
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     Frame(0, 1, 1);
     EXPECT_EQ(Number(1), 0U);
     EXPECT_EQ(Number(2), 0U);
@@ -502,7 +502,7 @@ TEST_F(DataStreamAcquisition, AStartUnbindsTheBuffersFromTheBlocksOfTheRunBefore
     Frame(0, 1);
     ASSERT_EQ(Take(), handles[0]);
     ASSERT_EQ(stream.StopAcquisition(1), 0);
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     ASSERT_EQ(stream.QueueBuffer(handles[0]), 0);
     EXPECT_TRUE(stream.requeued.empty()) << "the old block is not the new transport's";
     Frame(0, 2);
@@ -514,7 +514,7 @@ TEST_F(DataStreamAcquisition, ARefusedSecondStartLeavesTheBindingsAlone)
     StartWith(1);
     Frame(0, 1);
     ASSERT_EQ(Take(), handles[0]);
-    EXPECT_EQ(stream.StartAcquisition(0, g_Infinite), -1004);
+    EXPECT_EQ(stream.StartAcquisition(0, kInfinite), -1004);
     ASSERT_EQ(stream.QueueBuffer(handles[0]), 0);
     EXPECT_EQ(stream.requeued, std::vector<void*>{&blocks[0]});
 }
@@ -556,7 +556,7 @@ TEST_F(DataStreamAcquisition, ManyFramesReachAConsumerThatRequeuesThemOnAnotherT
     {
         GenTL::S_EVENT_NEW_BUFFER data{};
         unsigned long size = sizeof data;
-        const int result = event->GetData(&data, &size, g_Infinite);
+        const int result = event->GetData(&data, &size, kInfinite);
         if (result == -1012 && done)
             break;
         ASSERT_EQ(result, 0);

@@ -142,7 +142,7 @@ TEST_F(DataStreamBuffers, RevokeOfABufferWithoutMemoryHandsTheAddressInTheBlockB
 
     ASSERT_EQ(stream.AllocAndAnnounceBuffer(8, nullptr, &handles[0]), 0);
     Queue(1);
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     Frame(0, 1);
     EXPECT_EQ(stream.RevokeBuffer(handles[0], &base, nullptr), 0);
     EXPECT_EQ(base, frame);
@@ -152,7 +152,7 @@ TEST_F(DataStreamBuffers, RevokeOfABufferWithoutMemoryHandsTheAddressInTheBlockB
 TEST_F(DataStreamBuffers, AFrameBlockGoesWhileNoLockKeepsOtherThreadsWaiting)
 {
     RegisterNewBuffer();
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     int gone = 0;
     std::vector<std::thread> others;
     const auto goes = [&](const char*) {
@@ -178,7 +178,7 @@ TEST_F(DataStreamBuffers, AFrameBlockGoesWhileNoLockKeepsOtherThreadsWaiting)
         EXPECT_EQ(gone, 1) << "kept for whoever got the address";
     }
     EXPECT_EQ(stream.StopAcquisition(1), 0);
-    EXPECT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    EXPECT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     EXPECT_EQ(gone, 2);
     for (std::thread& other : others)
         other.join();
@@ -242,7 +242,7 @@ TEST_F(DataStreamBuffers, ARevokedBufferThatAwaitsDeliveryIsNotDelivered)
     Announce(2);
     Queue(2);
     RegisterNewBuffer();
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     Frame(0, 1);
     Frame(1, 2);
     EXPECT_EQ(stream.RevokeBuffer(handles[0], nullptr, nullptr), 0);
@@ -255,7 +255,7 @@ TEST_F(DataStreamBuffers, RevokeWaitsForAFrameThatIsBeingDelivered)
 {
     constexpr std::size_t size = 8 << 20;
     const auto source = std::make_unique<unsigned char[]>(size);
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     for (int i = 0; i < 20; ++i)
     {
         auto target = std::make_unique<unsigned char[]>(size);
@@ -295,7 +295,7 @@ TEST_F(DataStreamBuffers, QueueingABoundBufferGivesItsBlockBackAndIgnoresARefusa
     Announce(1);
     Queue(1);
     RegisterNewBuffer();
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     Frame(2, 1);
     EXPECT_EQ(stream.QueueBuffer(handles[0]), -1004) << "still flagged until it is taken";
     EXPECT_TRUE(stream.requeued.empty());
@@ -353,7 +353,7 @@ TEST_F(DataStreamBuffers, FlushOutputDiscardMakesTheBuffersQueueableAgain)
     Announce(3);
     Queue(3);
     RegisterNewBuffer();
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     Frame(0, 1);
     Frame(1, 2);
     EXPECT_EQ(stream.FlushQueue(1), 0);
@@ -379,7 +379,7 @@ TEST_F(DataStreamBuffers, FlushAllToInputAddsTheUnqueuedWithoutFlaggingThem)
     ASSERT_EQ(stream.QueueBuffer(handles[1]), 0);
     ASSERT_EQ(stream.QueueBuffer(handles[2]), 0);
     RegisterNewBuffer();
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     Frame(0, 1); // into buffer 1, which awaits delivery
     EXPECT_EQ(stream.FlushQueue(2), 0);
     EXPECT_EQ(Number(5), 0U);
@@ -397,7 +397,7 @@ TEST_F(DataStreamBuffers, FlushUnqueuedToInputLeavesTheOutputAlone)
     Announce(3);
     ASSERT_EQ(stream.QueueBuffer(handles[1]), 0);
     RegisterNewBuffer();
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     Frame(0, 1); // into buffer 1
     EXPECT_EQ(stream.FlushQueue(3), 0);
     EXPECT_EQ(Number(5), 1U);
@@ -411,7 +411,7 @@ TEST_F(DataStreamBuffers, FlushAllDiscardEmptiesBothAndClearsNewData)
     Announce(2);
     Queue(2);
     RegisterNewBuffer();
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     Frame(0, 1);
     ASSERT_EQ(Take(), handles[0]);
     ASSERT_EQ(stream.QueueBuffer(handles[0]), 0); // queued with its new data flag still set

@@ -40,7 +40,7 @@ TEST_P(StreamInfoTable, AnswersDuringAcquisition)
     Queue(2);
     RegisterNewBuffer();
     stream.payloadSize = 0x123456789;
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     for (unsigned char i = 0; i < 4; ++i)
         Frame(i, i);
     ASSERT_EQ(Take(), handles[0]);
@@ -81,7 +81,7 @@ TEST_F(DataStreamInfo, WithoutTheEventNothingAwaitsDelivery)
 // Deliberate: false at all times.
 TEST_F(DataStreamInfo, IsGrabbingAnswersFalseDuringAcquisition)
 {
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     EXPECT_EQ(Number(8), 0U);
 }
 

@@ -17,8 +17,8 @@ using nq::test::CallingThread;
 namespace
 {
 
-constexpr unsigned int g_Kill = 0xF0000000;
-constexpr unsigned int g_GreatestLowValue = 0x0FFFFFFF;
+constexpr unsigned int kKill = 0xF0000000;
+constexpr unsigned int kGreatestLowValue = 0x0FFFFFFF;
 
 } // namespace
 
@@ -103,9 +103,9 @@ TEST(EventHandler, AKillWithoutAWaiterStaysUntilItIsReset)
 {
     NQEventHandler handler(1);
     handler.Kill();
-    EXPECT_EQ(handler.WaitForEvent(-1), g_Kill);
-    EXPECT_EQ(handler.WaitForEvent(0), g_Kill);
-    handler.ResetEvent(g_Kill);
+    EXPECT_EQ(handler.WaitForEvent(-1), kKill);
+    EXPECT_EQ(handler.WaitForEvent(0), kKill);
+    handler.ResetEvent(kKill);
     EXPECT_EQ(handler.WaitForEvent(0), 0U);
 }
 
@@ -114,8 +114,8 @@ TEST(EventHandler, AKillBesideOtherBitsGivesBoth)
     NQEventHandler handler(1);
     handler.SetEvent(1);
     handler.Kill();
-    EXPECT_EQ(handler.WaitForEvent(-1), g_Kill | 1U);
-    EXPECT_EQ(handler.WaitForEvent(-1), g_Kill | 1U);
+    EXPECT_EQ(handler.WaitForEvent(-1), kKill | 1U);
+    EXPECT_EQ(handler.WaitForEvent(-1), kKill | 1U);
 }
 
 TEST(EventHandler, AKillThatWakesASleeperIsUsedUp)
@@ -126,7 +126,7 @@ TEST(EventHandler, AKillThatWakesASleeperIsUsedUp)
     sleeper.AwaitAsleep();
     handler.Kill();
     sleeper.Join();
-    EXPECT_GT(seen, g_GreatestLowValue);
+    EXPECT_GT(seen, kGreatestLowValue);
 
     CallingThread next([&] { seen = handler.WaitForEvent(-1); });
     next.AwaitAsleep();
@@ -222,7 +222,7 @@ TEST(EventHandler, AKillIsNeverLostBetweenTheTestOfTheBitsAndTheSleep)
     for (int i = 0; i < 2000; ++i)
     {
         NQEventHandler handler(1);
-        std::thread waiter([&] { EXPECT_GT(handler.WaitForEvent(-1), g_GreatestLowValue); });
+        std::thread waiter([&] { EXPECT_GT(handler.WaitForEvent(-1), kGreatestLowValue); });
         handler.Kill();
         waiter.join();
     }

@@ -24,8 +24,8 @@ using nq::test::TraceCapture;
 namespace
 {
 
-constexpr unsigned long g_Infinite = 0xFFFFFFFFFFFFFFFF;
-constexpr unsigned long g_QueueLevel = 0x10000000;
+constexpr unsigned long kInfinite = 0xFFFFFFFFFFFFFFFF;
+constexpr unsigned long kQueueLevel = 0x10000000;
 
 /// Entries are plain ints of the test; what becomes of them is recorded.
 class IntEvent : public GigERDMA::NQGenTLEvent
@@ -84,7 +84,7 @@ TEST_F(Event, EntriesArriveInTheOrderOfTheirSignals)
         event.Signal(&entry);
     for (const int expected : {10, 20, 30, 40})
     {
-        EXPECT_EQ(GetData(g_Infinite), 0);
+        EXPECT_EQ(GetData(kInfinite), 0);
         EXPECT_EQ(value, expected);
     }
     EXPECT_EQ(GetData(0), -1011);
@@ -132,7 +132,7 @@ TEST_F(Event, ALimitedWaitEndsWithATimeout)
 
 TEST_F(Event, TimeoutsWithBit31SetWaitWithoutLimit)
 {
-    for (const unsigned long timeout : {0x80000000UL, 0xFFFFFFFFUL, g_Infinite})
+    for (const unsigned long timeout : {0x80000000UL, 0xFFFFFFFFUL, kInfinite})
     {
         CallingThread consumer([&] { EXPECT_EQ(GetData(timeout), 0); });
         consumer.AwaitAsleep();
@@ -145,11 +145,11 @@ TEST_F(Event, TimeoutsWithBit31SetWaitWithoutLimit)
 TEST_F(Event, ASmallBufferIsRefusedBeforeAnyWaitWithTheNeededSize)
 {
     unsigned long size = 3;
-    EXPECT_EQ(event.GetData(&value, &size, g_Infinite), -1016);
+    EXPECT_EQ(event.GetData(&value, &size, kInfinite), -1016);
     EXPECT_EQ(size, 4U);
     event.Signal(&entries[0]);
     size = 0;
-    EXPECT_EQ(event.GetData(&value, &size, g_Infinite), -1016);
+    EXPECT_EQ(event.GetData(&value, &size, kInfinite), -1016);
     EXPECT_EQ(size, 4U);
     EXPECT_EQ(event.GetNumInQueue(), 1U);
 }
@@ -175,7 +175,7 @@ TEST_F(Event, AKillWithoutAWaiterStopsEveryGetDataUntilFlush)
 {
     event.Signal(&entries[0]);
     EXPECT_EQ(event.Kill(), 0);
-    EXPECT_EQ(GetData(g_Infinite), -1012);
+    EXPECT_EQ(GetData(kInfinite), -1012);
     EXPECT_EQ(GetData(0), -1012);
     EXPECT_EQ(event.GetNumInQueue(), 1U);
     EXPECT_EQ(event.Flush(), 0);
@@ -189,7 +189,7 @@ TEST_F(Event, AKillWithoutAWaiterStopsEveryGetDataUntilFlush)
 TEST_F(Event, AKillThatWakesAWaiterIsUsedUp)
 {
     int result = 1;
-    CallingThread consumer([&] { result = GetData(g_Infinite); });
+    CallingThread consumer([&] { result = GetData(kInfinite); });
     consumer.AwaitAsleep();
     event.Kill();
     consumer.Join();
@@ -287,7 +287,7 @@ TEST_F(Event, TheQueueIsTraced)
     event.Signal(&entries[0]);
     event.Signal(&entries[1]);
     event.Kill();
-    EXPECT_EQ(trace.At(g_QueueLevel),
+    EXPECT_EQ(trace.At(kQueueLevel),
               (std::vector<std::string>{"Signal Entry! Queue:0", "Signal Entry! Queue:1", "Kill Entry! Queue:2"}));
 }
 
@@ -308,7 +308,7 @@ TEST_F(Event, ABitThatIsNeitherDataNorKillIsAnError)
     signal.ResetEvent(1);
     TraceCapture trace;
     EXPECT_EQ(GetData(0), -1001);
-    EXPECT_EQ(trace.At(g_QueueLevel), (std::vector<std::string>{"GetData GC_ERR_ERROR Queue:0"}));
+    EXPECT_EQ(trace.At(kQueueLevel), (std::vector<std::string>{"GetData GC_ERR_ERROR Queue:0"}));
     EXPECT_EQ(value, -1);
 }
 
@@ -416,7 +416,7 @@ TEST_F(Event, NoEntryIsLostBetweenProducersAndAConsumerThatWaitsWithoutLimit)
     for (int n = 0; n < producers * each; ++n)
     {
         value = -1;
-        ASSERT_EQ(GetData(g_Infinite), 0);
+        ASSERT_EQ(GetData(kInfinite), 0);
         ASSERT_NE(value, -1) << "success with nothing delivered";
     }
     for (std::thread& thread : threads)

@@ -253,7 +253,7 @@ using ForkOfAStream = nq::test::StreamFixture;
 
 TEST_F(ForkOfAStream, AStopInTheChildWaitsForNoFrame)
 {
-    ASSERT_EQ(stream.StartAcquisition(0, g_Infinite), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     constexpr unsigned int lessThanTheWaitOfThreeSeconds = 2;
     Forked([&] { EXPECT_EQ(stream.StopAcquisition(0), 0); }, lessThanTheWaitOfThreeSeconds);
     EXPECT_EQ(stream.StopAcquisition(1), 0);

@@ -20,8 +20,8 @@ using nq::test::ModelPlayer;
 using nq::test::Move;
 using nq::test::Step;
 
-constexpr std::size_t g_Buffers = 4;
-constexpr int g_MovesPerRound = 400;
+constexpr std::size_t kBuffers = 4;
+constexpr int kMovesPerRound = 400;
 
 /// Counts the fetches that its acquisition thread is done with.
 class CountingStream : public NQGevDataStream
@@ -61,14 +61,14 @@ class Round : public nq::test::DataStreamFixture, public nq::test::ModelTranspor
         m_counting = counting.get();
         stream = std::move(counting);
         EXPECT_EQ(stream->Open(), 0);
-        m_player = std::make_unique<ModelPlayer>(*stream, *this, g_Buffers);
+        m_player = std::make_unique<ModelPlayer>(*stream, *this, kBuffers);
     }
 
     void Play()
     {
         std::atomic<bool> over = false;
         std::thread watcher([&] { Watch(over); });
-        for (int move = 0; move < g_MovesPerRound && !HasFailure(); ++move)
+        for (int move = 0; move < kMovesPerRound && !HasFailure(); ++move)
         {
             PlayOne();
         }
@@ -109,7 +109,7 @@ class Round : public nq::test::DataStreamFixture, public nq::test::ModelTranspor
     Step AnyStep()
     {
         const int chance = Below(200);
-        const int buffer = Below(g_Buffers);
+        const int buffer = Below(kBuffers);
         return chance < 60    ? Step{Move::Queue, buffer}
                : chance < 115 ? Step{Move::Frame}
                : chance < 155 ? Step{Move::Take}

@@ -17,7 +17,7 @@ using nq::test::ModelPlayer;
 using nq::test::Move;
 using nq::test::Step;
 
-constexpr std::size_t g_Length = NQ_SANITIZED ? 5 : 6;
+constexpr std::size_t kLength = NQ_SANITIZED ? 5 : 6;
 
 /// A transport without threads whose blocks are real.
 class BlockStream : public nq::test::FakeDataStream, public nq::test::ModelTransport
@@ -125,11 +125,11 @@ class Run
     ModelPlayer player{m_stream, m_stream, 2};
 };
 
-const Step g_Restart{Move::Start};
+const Step kRestart{Move::Start};
 
-const Sequence g_Moves = {{Move::Queue, 0}, {Move::Queue, 1}, {Move::Take},     {Move::Flush, 0},  {Move::Flush, 1},
-                          {Move::Flush, 2}, {Move::Flush, 3}, {Move::Flush, 4}, {Move::Revoke, 0}, {Move::Revoke, 1},
-                          {Move::Announce}, {Move::Frame},    {Move::OddFrame}, g_Restart};
+const Sequence kMoves = {{Move::Queue, 0}, {Move::Queue, 1}, {Move::Take},     {Move::Flush, 0},  {Move::Flush, 1},
+                         {Move::Flush, 2}, {Move::Flush, 3}, {Move::Flush, 4}, {Move::Revoke, 0}, {Move::Revoke, 1},
+                         {Move::Announce}, {Move::Frame},    {Move::OddFrame}, kRestart};
 
 /// Plays a sequence and compares after the last move; those before are sequences of their own.
 class Explorer
@@ -153,11 +153,11 @@ class Explorer
         run.player.Check();
         ++played;
         // What changes nothing, as a call that is refused, leads to nothing new.
-        if (testing::Test::HasFailure() || sequence.size() == g_Length || run.player.model == before)
+        if (testing::Test::HasFailure() || sequence.size() == kLength || run.player.model == before)
         {
             return;
         }
-        for (const Step& step : g_Moves)
+        for (const Step& step : kMoves)
         {
             const bool second = step.move == Move::Start && Restarted(sequence);
             sequence.push_back(step);
@@ -193,16 +193,16 @@ class FrameBlocksSequences : public testing::TestWithParam<std::size_t>
 
 TEST_P(FrameBlocksSequences, KeepEveryCreditEveryAddressAndEveryFrame)
 {
-    Sequence sequence = {g_Moves[GetParam()]};
+    Sequence sequence = {kMoves[GetParam()]};
     Explorer explorer;
     explorer.Explore(sequence);
     EXPECT_EQ(explorer.played > 0, sequence.front().move != Move::Announce) << "both are announced";
 }
 
-INSTANTIATE_TEST_SUITE_P(BeginningWith, FrameBlocksSequences, testing::Range<std::size_t>(0, g_Moves.size()),
+INSTANTIATE_TEST_SUITE_P(BeginningWith, FrameBlocksSequences, testing::Range<std::size_t>(0, kMoves.size()),
                          [](const auto& first) {
                              std::ostringstream name;
-                             name << g_Moves[first.param].move << g_Moves[first.param].argument;
+                             name << kMoves[first.param].move << kMoves[first.param].argument;
                              return name.str();
                          });
 

@@ -24,7 +24,7 @@
 namespace
 {
 
-const char* g_release = nullptr; ///< Of the system, while set.
+const char* kRelease = nullptr; ///< Of the system, while set.
 
 } // namespace
 
@@ -32,9 +32,9 @@ const char* g_release = nullptr; ///< Of the system, while set.
 extern "C" int uname(utsname* system) noexcept
 {
     const auto result = static_cast<int>(syscall(SYS_uname, system));
-    if (result == 0 && g_release != nullptr)
+    if (result == 0 && kRelease != nullptr)
     {
-        std::strncpy(system->release, g_release, sizeof system->release - 1);
+        std::strncpy(system->release, kRelease, sizeof system->release - 1);
     }
     return result;
 }
@@ -205,12 +205,12 @@ std::ostream& operator<<(std::ostream& out, const System& system)
 class GenDCBufferFork : public testing::TestWithParam<System>
 {
   protected:
-    ~GenDCBufferFork() override { g_release = nullptr; }
+    ~GenDCBufferFork() override { kRelease = nullptr; }
 };
 
 TEST_P(GenDCBufferFork, KeepsTheBlockFromTheChildOnlyWhereItWouldTearItsPages)
 {
-    g_release = GetParam().release;
+    kRelease = GetParam().release;
     for (const std::size_t size : {std::size_t{0}, std::size_t{1000}, 8 * MiB})
     {
         const GenDCBuffer buffer(size);
