@@ -11,7 +11,7 @@ install $build_packages $test_packages $lint_packages
 need_disk
 
 echo "clang-format"
-git ls-files '*.h' '*.cpp' '*.c' | xargs clang-format --dry-run -Werror || fail "run clang-format -i on the files above"
+git ls-files '*.h' '*.cpp' '*.c' | xargs clang-format-16 --dry-run -Werror || fail "run clang-format-16 -i on the files above"
 echo "shellcheck"
 git ls-files run .ci/run '*.sh' | xargs shellcheck -x
 echo "names in /tmp"

@@ -31,7 +31,9 @@ thread::thread(void (*function)(void*), void* argument)
 thread::~thread()
 {
     if (m_handle != 0 && !m_origin.IsInherited())
+    {
         pthread_detach(m_handle);
+    }
 }
 
 void* thread::wrapper_function(void* start) noexcept
@@ -47,7 +49,9 @@ void thread::join()
 {
     // Deliberate: a function that has returned is not joined; the destructor detaches its thread, so nothing leaks.
     if (m_handle == 0 || IsFinished() || IsCurrent())
+    {
         return;
+    }
     pthread_join(m_handle, nullptr);
     m_handle = 0;
 }
@@ -55,7 +59,9 @@ void thread::join()
 void thread::timedjoin(long long milliseconds)
 {
     if (m_handle == 0 || IsFinished())
+    {
         return;
+    }
     // Deliberate: the time goes in as if it were an instant, which lies in the past, so the call never waits. The
     // thread is given up all the same.
     timespec instant{};
@@ -78,13 +84,17 @@ bool thread::IsCurrent() const
 void thread::WaitUntilFinished() const
 {
     if (!IsFinished())
+    {
         m_finished->wait(false);
+    }
 }
 
 void thread::Collect()
 {
     if (m_handle == 0 || m_origin.IsInherited() || !IsFinished() || IsCurrent())
+    {
         return;
+    }
     pthread_join(m_handle, nullptr);
     m_handle = 0;
 }

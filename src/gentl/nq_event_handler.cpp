@@ -39,7 +39,9 @@ void NQEventHandler::SetEvent(unsigned int bits)
     {
         NQGenTLLock state(m_stateLock);
         if ((bits & m_mask) == 0)
+        {
             return;
+        }
         m_bits |= bits;
     }
     m_condition.Signal();
@@ -49,13 +51,17 @@ void NQEventHandler::ResetEvent(unsigned int bits)
 {
     NQGenTLLock state(m_stateLock);
     if ((bits & m_mask) != 0)
+    {
         m_bits &= ~bits;
+    }
 }
 
 unsigned int NQEventHandler::WaitForEvent(int timeout)
 {
     if (const unsigned int bits = ReadBits())
+    {
         return bits;
+    }
 
     NQGenTLLock wait(m_waitLock);
     if (ReadBits() == 0)
@@ -64,7 +70,9 @@ unsigned int NQEventHandler::WaitForEvent(int timeout)
         const int error =
             timeout < 0 ? m_condition.Wait(m_waitLock) : m_condition.WaitUntil(m_waitLock, DeadlineIn(timeout));
         if (error != 0)
+        {
             return 0;
+        }
     }
     return TakeBits();
 }
@@ -80,7 +88,9 @@ unsigned int NQEventHandler::TakeBits()
     NQGenTLLock state(m_stateLock);
     const unsigned int bits = m_bits;
     if (bits > ~kKillBits)
+    {
         m_bits &= ~kKillBits;
+    }
     return bits;
 }
 

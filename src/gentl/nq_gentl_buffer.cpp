@@ -15,16 +15,22 @@ NQGenTLBuffer::NQGenTLBuffer(void* buffer, unsigned long size, bool allocate, vo
       m_userPtr(userPtr), m_tlType(tlType != nullptr ? tlType : TLTypeGEVName)
 {
     if (buffer != nullptr)
+    {
         return;
+    }
     m_origin = allocate ? ORIGIN_ALLOCATED : ORIGIN_TRANSPORT;
     if (allocate)
+    {
         m_data = new unsigned char[size];
+    }
 }
 
 NQGenTLBuffer::~NQGenTLBuffer()
 {
     if (m_origin == ORIGIN_ALLOCATED)
+    {
         delete[] m_data;
+    }
 }
 
 bool NQGenTLBuffer::IsPortImplemented()
@@ -93,7 +99,9 @@ void NQGenTLBuffer::UpdateData(unsigned long size, unsigned long frameId, unsign
     m_height = height;
     m_pixelFormat = pixelFormat;
     if (data == nullptr)
+    {
         return;
+    }
 
     if (m_origin == ORIGIN_TRANSPORT)
     {
@@ -104,7 +112,9 @@ void NQGenTLBuffer::UpdateData(unsigned long size, unsigned long frameId, unsign
         // Deliberate: both sizes count as signed 32 bits; where one of them is negative then, nothing is copied.
         const int length = std::min(static_cast<int>(m_size), static_cast<int>(size));
         if (length > 0)
+        {
             std::memcpy(m_data, data, static_cast<std::size_t>(length));
+        }
     }
     m_imagePresent = true;
 }
@@ -113,7 +123,9 @@ bool NQGenTLBuffer::TrySetQueueFlag()
 {
     NQGenTLLock lock(m_lock);
     if (m_queued)
+    {
         return false;
+    }
     m_queued = true;
     return true;
 }
@@ -204,9 +216,13 @@ void* NQGenTLBuffer::GetUserPointer() const
 int NQGenTLBuffer::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
 {
     if (piType == nullptr || piSize == nullptr)
+    {
         return GenTL::GC_ERR_INVALID_PARAMETER;
+    }
     if (pBuffer != nullptr && *piSize != 0)
+    {
         std::memset(pBuffer, 0, *piSize);
+    }
 
     NQGenTLLock lock(m_lock);
     switch (iInfoCmd)
@@ -268,7 +284,9 @@ int NQGenTLBuffer::_getUserPtr(int* piType, void* pBuffer, unsigned long* piSize
 int NQGenTLBuffer::_getTimestamp(int* piType, void* pBuffer, unsigned long* piSize)
 {
     if (!m_imagePresent)
+    {
         return GenTL::GC_ERR_NOT_AVAILABLE;
+    }
     return NQGenTLUtil::CopyInfoUint64(m_timestamp, piType, pBuffer, piSize);
 }
 
@@ -300,32 +318,44 @@ int NQGenTLBuffer::_getTLType(int* piType, void* pBuffer, unsigned long* piSize)
 int NQGenTLBuffer::_getSizeFilled(int* piType, void* pBuffer, unsigned long* piSize)
 {
     if (!m_imagePresent)
+    {
         return GenTL::GC_ERR_NOT_AVAILABLE;
+    }
     return NQGenTLUtil::CopyInfoSizeT(m_sizeFilled, piType, pBuffer, piSize);
 }
 
 int NQGenTLBuffer::_getWidth(int* piType, void* pBuffer, unsigned long* piSize)
 {
     if (!m_imagePresent)
+    {
         return GenTL::GC_ERR_NOT_AVAILABLE;
+    }
     if (m_width == 0)
+    {
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    }
     return NQGenTLUtil::CopyInfoSizeT(m_width, piType, pBuffer, piSize);
 }
 
 int NQGenTLBuffer::_getHeight(int* piType, void* pBuffer, unsigned long* piSize)
 {
     if (!m_imagePresent)
+    {
         return GenTL::GC_ERR_NOT_AVAILABLE;
+    }
     if (m_height == 0)
+    {
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    }
     return NQGenTLUtil::CopyInfoSizeT(m_height, piType, pBuffer, piSize);
 }
 
 int NQGenTLBuffer::_getFrameId(int* piType, void* pBuffer, unsigned long* piSize)
 {
     if (!m_imagePresent)
+    {
         return GenTL::GC_ERR_NOT_AVAILABLE;
+    }
     return NQGenTLUtil::CopyInfoUint64(m_frameId, piType, pBuffer, piSize);
 }
 
@@ -342,9 +372,13 @@ int NQGenTLBuffer::_getPayloadType(int* piType, void* pBuffer, unsigned long* pi
 int NQGenTLBuffer::_getPixelFormat(int* piType, void* pBuffer, unsigned long* piSize)
 {
     if (!m_imagePresent)
+    {
         return GenTL::GC_ERR_NOT_AVAILABLE;
+    }
     if (m_pixelFormat == 0)
+    {
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    }
     return NQGenTLUtil::CopyInfoUint64(m_pixelFormat, piType, pBuffer, piSize);
 }
 

@@ -34,13 +34,19 @@ NQGenTLBuffer* NQGenTLBufferQueue::Find(NQ_BUFFER_TYPE_LIST list, Match match, b
     NQGenTLLock lock(m_lock);
     Buffers* const buffers = _getBufferQueue(list);
     if (buffers == nullptr)
+    {
         return nullptr;
+    }
     const auto found = std::find_if(buffers->begin(), buffers->end(), match);
     if (found == buffers->end())
+    {
         return nullptr;
+    }
     NQGenTLBuffer* const buffer = *found;
     if (remove)
+    {
         buffers->erase(found);
+    }
     return buffer;
 }
 
@@ -59,7 +65,9 @@ unsigned int NQGenTLBufferQueue::GetBiggestSize(NQ_BUFFER_TYPE_LIST list)
     {
         // Deliberate: of a size of 4 GiB and more only the low 32 bits count.
         for (NQGenTLBuffer* const buffer : *buffers)
+        {
             biggest = std::max(biggest, static_cast<unsigned int>(buffer->GetSize()));
+        }
     }
     return biggest;
 }
@@ -69,7 +77,9 @@ bool NQGenTLBufferQueue::Add(NQ_BUFFER_TYPE_LIST list, NQGenTLBuffer* buffer)
     NQGenTLLock lock(m_lock);
     Buffers* const buffers = _getBufferQueue(list);
     if (buffers == nullptr || buffer == nullptr)
+    {
         return false;
+    }
     buffers->push_back(buffer);
     return true;
 }
@@ -79,7 +89,9 @@ void NQGenTLBufferQueue::Clear(NQ_BUFFER_TYPE_LIST list, bool deleteBuffers)
     NQGenTLLock lock(m_lock);
     Buffers* const buffers = _getBufferQueue(list);
     if (buffers == nullptr)
+    {
         return;
+    }
     if (deleteBuffers)
     {
         // A buffer that was added twice is deleted once.
@@ -104,11 +116,15 @@ void NQGenTLBufferQueue::MoveTo(NQ_BUFFER_TYPE_LIST dest, NQ_BUFFER_TYPE_LIST so
     Buffers* const from = _getBufferQueue(source);
     Buffers* const to = _getBufferQueue(dest);
     if (from == nullptr || to == nullptr || from->empty())
+    {
         return;
+    }
     NQGenTLBuffer* const moved = from->front();
     to->push_back(moved);
     if (remove)
+    {
         from->erase(from->begin());
+    }
 }
 
 void NQGenTLBufferQueue::FlushTo(NQ_BUFFER_TYPE_LIST dest, NQ_BUFFER_TYPE_LIST source, bool clear)
@@ -117,17 +133,23 @@ void NQGenTLBufferQueue::FlushTo(NQ_BUFFER_TYPE_LIST dest, NQ_BUFFER_TYPE_LIST s
     Buffers* const from = _getBufferQueue(source);
     Buffers* const to = _getBufferQueue(dest);
     if (from == nullptr || to == nullptr)
+    {
         return;
+    }
     const Buffers moved = *from;
     to->insert(to->end(), moved.begin(), moved.end());
     if (clear)
+    {
         from->clear();
+    }
 }
 
 NQGenTLBuffer* NQGenTLBufferQueue::FindByRdmaID(NQ_BUFFER_TYPE_LIST list, void* id, bool remove)
 {
     if (id == nullptr)
+    {
         return nullptr;
+    }
     return Find(
         list, [&](NQGenTLBuffer* buffer) { return buffer->GetRdmaId() == id; }, remove);
 }
@@ -137,18 +159,24 @@ NQGenTLBuffer* NQGenTLBufferQueue::FindByIndex(NQ_BUFFER_TYPE_LIST list, unsigne
     NQGenTLLock lock(m_lock);
     Buffers* const buffers = _getBufferQueue(list);
     if (buffers == nullptr || index >= buffers->size())
+    {
         return nullptr;
+    }
     const auto found = buffers->begin() + index;
     NQGenTLBuffer* const buffer = *found;
     if (remove)
+    {
         buffers->erase(found);
+    }
     return buffer;
 }
 
 NQGenTLBuffer* NQGenTLBufferQueue::FindByHandle(NQ_BUFFER_TYPE_LIST list, void* handle, bool remove)
 {
     if (handle == nullptr)
+    {
         return nullptr;
+    }
     return Find(
         list, [&](NQGenTLBuffer* buffer) { return buffer->GetModule() == handle; }, remove);
 }
@@ -156,7 +184,9 @@ NQGenTLBuffer* NQGenTLBufferQueue::FindByHandle(NQ_BUFFER_TYPE_LIST list, void* 
 NQGenTLBuffer* NQGenTLBufferQueue::FindByBuffer(NQ_BUFFER_TYPE_LIST list, void* data, bool remove)
 {
     if (data == nullptr)
+    {
         return nullptr;
+    }
     return Find(
         list, [&](NQGenTLBuffer* buffer) { return buffer->GetData() == data; }, remove);
 }

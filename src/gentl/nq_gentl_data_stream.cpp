@@ -35,7 +35,9 @@ NQGenTLDataStream::~NQGenTLDataStream()
     // No handle may outlive its buffer in the list of valid ones.
     for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
          ++i)
+    {
         TheController().UnregisterModule(buffer->GetModule(), false);
+    }
 }
 
 bool NQGenTLDataStream::IsEventImplemented(int id)
@@ -59,7 +61,9 @@ int NQGenTLDataStream::DoOpen()
 int NQGenTLDataStream::DoClose()
 {
     if (IsStarted())
+    {
         StopAcquisition(GenTL::ACQ_STOP_FLAGS_DEFAULT);
+    }
     return GenTL::GC_ERR_SUCCESS;
 }
 
@@ -127,13 +131,17 @@ int NQGenTLDataStream::RevokeBuffer(void* handle, void** buffer, void** userPtr)
         KeepMemory(revoked->GetMemory());
     }
     if (userPtr != nullptr)
+    {
         *userPtr = revoked->GetUserPointer();
+    }
 
     // Nothing that is still looked at may point to the deleted buffer.
     TheController().UnregisterModule(handle, false);
     NQGenTLLock lock(m_moduleLock);
     if (NQGenTLEvent* const event = FindEventById(GenTL::EVENT_NEW_BUFFER, false))
+    {
         event->Withdraw(revoked.get());
+    }
     return GenTL::GC_ERR_SUCCESS;
 }
 
@@ -155,7 +163,9 @@ int NQGenTLDataStream::QueueBuffer(void* handle)
     }
     EndShow(buffer);
     if (void* const rdmaId = buffer->GetRdmaId())
+    {
         DoRequeueBuffer(rdmaId);
+    }
     m_buffers.Add(NQ_BUFFER_TYPE_QUEUED, buffer);
     return GenTL::GC_ERR_SUCCESS;
 }
@@ -249,11 +259,15 @@ void NQGenTLDataStream::WaitForStarts()
 {
     // Starts that threads of the parent had under way at a fork never leave.
     if (m_origin.IsInherited())
+    {
         return;
+    }
     NQGenTLLock lock(m_moduleLock);
     const unsigned long before = m_timesWithoutStart;
     while (m_startsUnderWay != 0 && m_timesWithoutStart == before)
+    {
         m_noStart.Wait(m_moduleLock);
+    }
     m_noStart.Signal(); // to the next that waits
 }
 
@@ -275,14 +289,20 @@ int NQGenTLDataStream::StopAcquisition(int flags)
     // In a forked child nothing is transferred into a stream of the parent.
     if (flags == GenTL::ACQ_STOP_FLAGS_DEFAULT && !m_origin.IsInherited() &&
         m_transferCompleted.WaitForEvent(kStopWaitMs) == 0)
+    {
         TraceDataStream("%s failed! WAIT_EVENT_TRANSFER_COMPLETED", "StopAcquisition");
+    }
 
     // A stop by the consumer and one by the acquisition thread can meet here: the transport is stopped once.
     NQGenTLLock stop(m_stopLock);
     if (!IsStarted())
+    {
         return GenTL::GC_ERR_SUCCESS;
+    }
     if (const int error = DoStopAcquisition(flags))
+    {
         TraceDataStream("%s failed! DoStopAcquisition:%d", "StopAcquisition", error);
+    }
     NQGenTLLock lock(m_moduleLock);
     m_started = false;
     return GenTL::GC_ERR_SUCCESS;
@@ -348,7 +368,9 @@ NQGenTLBuffer* NQGenTLDataStream::TakeBufferFor(void* rdmaId)
 {
     NQGenTLLock queueing(m_queueingLock);
     if (NQGenTLBuffer* const bound = m_buffers.FindByRdmaID(NQ_BUFFER_TYPE_QUEUED, rdmaId, true))
+    {
         return bound;
+    }
     NQGenTLBuffer* const front = m_buffers.GetFront(NQ_BUFFER_TYPE_QUEUED, true);
     if (front != nullptr)
     {
@@ -377,7 +399,9 @@ void NQGenTLDataStream::CountUnderrun()
 void NQGenTLDataStream::EndShow(NQGenTLBuffer* buffer)
 {
     if (void* const rdmaId = buffer->GetRdmaId())
+    {
         DoEndShow(rdmaId, buffer);
+    }
 }
 
 /// For a buffer that has taken the frame in the block. The share in what it showed before.
@@ -392,7 +416,9 @@ void NQGenTLDataStream::KeepMemory(std::shared_ptr<const void> memory)
 {
     // Once for each block, however many buffers that showed it are revoked.
     if (memory != nullptr && std::find(m_handedOut.begin(), m_handedOut.end(), memory) == m_handedOut.end())
+    {
         m_handedOut.push_back(std::move(memory));
+    }
 }
 
 std::shared_ptr<const void> NQGenTLDataStream::DoHandOver(void*, const NQGenTLBuffer*)
@@ -408,11 +434,15 @@ void NQGenTLDataStream::Deliver(NQGenTLBuffer* buffer, int status)
     NQGenTLLock lock(m_moduleLock);
     NQGenTLEvent* const event = FindEventById(GenTL::EVENT_NEW_BUFFER, false);
     if (event == nullptr)
+    {
         return;
+    }
     ++m_numDelivered;
     ++m_numAcquired;
     if (status == kStatusIncomplete)
+    {
         buffer->SetIncompleteFlag(true);
+    }
     event->Signal(buffer);
 }
 
@@ -423,7 +453,9 @@ void NQGenTLDataStream::ForgetLastRun()
     NQGenTLLock queueing(m_queueingLock);
     for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
          ++i)
+    {
         buffer->SetRdmaId(nullptr);
+    }
     m_handedOut.swap(handedOut);
     NQGenTLLock lock(m_moduleLock);
     m_numAcquired = 0;

@@ -43,14 +43,18 @@ int NQGenTLDataStream::FlushQueue(int operation)
 void NQGenTLDataStream::SignalInput()
 {
     while (NQGenTLBuffer* const buffer = m_buffers.GetFront(NQ_BUFFER_TYPE_QUEUED, true))
+    {
         SignalEvent(GenTL::EVENT_NEW_BUFFER, buffer);
+    }
 }
 
 void NQGenTLDataStream::FlushNewBufferEvent()
 {
     NQGenTLLock lock(m_moduleLock);
     if (NQGenTLEvent* const event = FindEventById(GenTL::EVENT_NEW_BUFFER, false))
+    {
         event->Flush();
+    }
 }
 
 void NQGenTLDataStream::AddUnqueuedToInput()
@@ -60,7 +64,9 @@ void NQGenTLDataStream::AddUnqueuedToInput()
          ++i)
     {
         if (!buffer->IsQueued())
+        {
             m_buffers.Add(NQ_BUFFER_TYPE_QUEUED, buffer);
+        }
     }
 }
 
@@ -81,7 +87,9 @@ int NQGenTLDataStream::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigne
         return GenTL::GC_ERR_INVALID_PARAMETER;
     }
     if (pBuffer != nullptr && *piSize != 0)
+    {
         std::memset(pBuffer, 0, *piSize);
+    }
     switch (iInfoCmd)
     {
     case GenTL::STREAM_INFO_ID:

@@ -72,7 +72,9 @@ int NQGenTLEvent::Flush()
     do
     {
         while (m_queue.GetSize() > 0)
+        {
             FlushFront();
+        }
     } while (!ResetIfEmpty());
     m_signal.ResetEvent(NQEventHandler::kKillBits);
     return GenTL::GC_ERR_SUCCESS;
@@ -81,18 +83,24 @@ int NQGenTLEvent::Flush()
 int NQGenTLEvent::GetData(void* pBuffer, unsigned long* piSize, unsigned long iTimeout)
 {
     if (const int error = _validateEventGetDataParam(pBuffer, piSize))
+    {
         return error;
+    }
 
     const unsigned int bits = m_signal.WaitForEvent(static_cast<int>(iTimeout));
     if (bits > ~NQEventHandler::kKillBits)
+    {
         return GenTL::GC_ERR_ABORT;
+    }
     if ((bits & kDataBit) != 0)
     {
         DeliverFront(pBuffer, piSize);
         return GenTL::GC_ERR_SUCCESS;
     }
     if (bits == 0)
+    {
         return GenTL::GC_ERR_TIMEOUT;
+    }
     NQLogger::getInstance().TraceA("NQGenTL", kQueueTraceLevel, "%s GC_ERR_ERROR Queue:%d", "GetData",
                                    static_cast<int>(m_queue.GetSize()));
     return GenTL::GC_ERR_ERROR;
@@ -102,20 +110,30 @@ int NQGenTLEvent::GetDataInfo(const void* pInBuffer, unsigned long iInSize, int 
                               unsigned long* piOutSize)
 {
     if (piOutSize == nullptr || iInSize == 0 || piType == nullptr)
+    {
         return GenTL::GC_ERR_INVALID_PARAMETER;
+    }
     if (pInBuffer == nullptr)
+    {
         return GenTL::GC_ERR_INVALID_HANDLE;
+    }
     if (pOutBuffer != nullptr && *piOutSize != 0)
+    {
         std::memset(pOutBuffer, 0, *piOutSize);
+    }
     return DoEventGetDataInfo(pInBuffer, iInfoCmd, piType, pOutBuffer, piOutSize);
 }
 
 int NQGenTLEvent::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
 {
     if (piType == nullptr || piSize == nullptr)
+    {
         return GenTL::GC_ERR_INVALID_PARAMETER;
+    }
     if (pBuffer != nullptr && *piSize != 0)
+    {
         std::memset(pBuffer, 0, *piSize);
+    }
     switch (iInfoCmd)
     {
     case GenTL::EVENT_EVENT_TYPE:
@@ -134,9 +152,13 @@ int NQGenTLEvent::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned lon
 int NQGenTLEvent::_validateEventGetDataParam(void* pBuffer, unsigned long* piSize)
 {
     if (piSize == nullptr)
+    {
         return GenTL::GC_ERR_INVALID_PARAMETER;
+    }
     if (pBuffer == nullptr || *piSize >= m_eventSizeMax)
+    {
         return GenTL::GC_ERR_SUCCESS;
+    }
     *piSize = m_eventSizeMax;
     return GenTL::GC_ERR_BUFFER_TOO_SMALL;
 }
@@ -152,7 +174,9 @@ void NQGenTLEvent::DeliverFront(void* pBuffer, unsigned long* piSize)
 {
     NQGenTLLock pending(m_pendingLock);
     if (void* const entry = m_queue.GetFront(true))
+    {
         DoEventGetData(entry, pBuffer, piSize);
+    }
     ResetIfEmpty();
 }
 
@@ -160,7 +184,9 @@ bool NQGenTLEvent::ResetIfEmpty()
 {
     NQGenTLLock pending(m_pendingLock);
     if (m_queue.GetSize() != 0)
+    {
         return false;
+    }
     m_signal.ResetEvent(kDataBit);
     return true;
 }

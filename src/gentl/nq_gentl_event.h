@@ -98,7 +98,9 @@ class NQGenTLEvent
     {
         const std::unique_ptr<Record> record(static_cast<Record*>(entry));
         if (pBuffer != nullptr)
+        {
             std::memcpy(pBuffer, record.get(), sizeof(Record));
+        }
     }
 
     /// The text of a record's field, which need not be terminated.

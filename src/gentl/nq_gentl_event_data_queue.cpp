@@ -15,10 +15,14 @@ void* NQGenTLEventDataQueue::GetFront(bool remove)
 {
     NQGenTLLock lock(m_lock);
     if (m_entries.IsEmpty())
+    {
         return nullptr;
+    }
     void* const front = m_entries[0];
     if (remove)
+    {
         m_entries.Erase(0);
+    }
     return front;
 }
 
@@ -33,7 +37,9 @@ void NQGenTLEventDataQueue::Remove(void* entry)
     NQGenTLLock lock(m_lock);
     const auto matches = [entry](void* other) { return other == entry; };
     for (std::size_t index = m_entries.FindIf(matches); index < m_entries.Size(); index = m_entries.FindIf(matches))
+    {
         m_entries.Erase(index);
+    }
 }
 
 void NQGenTLEventDataQueue::Clear()
@@ -47,7 +53,9 @@ std::deque<void*> NQGenTLEventDataQueue::Copy()
     NQGenTLLock lock(m_lock);
     std::deque<void*> copy;
     for (std::size_t index = 0; index < m_entries.Size(); ++index)
+    {
         copy.push_back(m_entries[index]);
+    }
     return copy;
 }
 

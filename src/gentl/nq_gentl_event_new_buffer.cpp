@@ -20,7 +20,9 @@ void NQGenTLEventNewBuffer::DoEventGetData(void* entry, void* pBuffer, unsigned 
 {
     auto* const buffer = static_cast<NQGenTLBuffer*>(entry);
     if (buffer == nullptr)
+    {
         return;
+    }
     if (pBuffer != nullptr)
     {
         const GenTL::S_EVENT_NEW_BUFFER data{buffer->GetModule(), buffer->GetUserPointer()};
@@ -51,7 +53,9 @@ int NQGenTLEventNewBuffer::DoEventGetDataInfo(const void* pInBuffer, int iInfoCm
 void NQGenTLEventNewBuffer::DoFlushEntry(void* entry)
 {
     if (entry != nullptr)
+    {
         static_cast<NQGenTLBuffer*>(entry)->SetQueueFlag(false);
+    }
 }
 
 static_assert(sizeof(GenTL::S_EVENT_NEW_BUFFER) == 16);

@@ -23,7 +23,9 @@ NQGenTLMessageStream::~NQGenTLMessageStream() = default;
 void NQGenTLMessageStream::Start()
 {
     if (m_receiver)
+    {
         return;
+    }
     m_receiver = std::make_unique<NQGenTLThreadMessageReceiver>(this);
     m_receiver->Start();
 }
@@ -31,7 +33,9 @@ void NQGenTLMessageStream::Start()
 void NQGenTLMessageStream::Stop()
 {
     if (!m_receiver)
+    {
         return;
+    }
     m_receiver->RequestExit();
     m_receiver->WaitForExit();
     m_receiver.reset();
@@ -40,15 +44,21 @@ void NQGenTLMessageStream::Stop()
 void NQGenTLMessageStream::TriggerRemoteDeviceEvent(unsigned int id, unsigned short length, void* data)
 {
     if (data == nullptr || m_device->FindEventById(GenTL::EVENT_REMOTE_DEVICE, false) == nullptr)
+    {
         return;
+    }
     auto record = std::make_unique<NQGenTLEventRemoteDeviceRecord>();
     if (length > sizeof(record->data))
+    {
         std::abort(); // A mistake of the caller, not of the camera: it must never write past the record.
+    }
     record->id = id;
     record->length = length;
     std::memcpy(record->data, data, length);
     if (m_device->SignalEvent(GenTL::EVENT_REMOTE_DEVICE, record.get()))
+    {
         static_cast<void>(record.release());
+    }
 }
 
 } // namespace GigERDMA

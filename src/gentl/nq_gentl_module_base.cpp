@@ -52,14 +52,18 @@ template <typename Access>
 int ForEachEntry(const GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, const unsigned long* piNumEntries, Access access)
 {
     if (entries == nullptr || piNumEntries == nullptr)
+    {
         return GenTL::GC_ERR_INVALID_PARAMETER;
+    }
     const unsigned long count = *piNumEntries;
     for (unsigned long i = 0; i < count; ++i)
     {
         // Deliberate: a size the port changes stays in this copy and is not handed back.
         unsigned long size = entries[i].Size;
         if (const int error = access(entries[i].Address, entries[i].pBuffer, &size))
+        {
             return error;
+        }
     }
     return GenTL::GC_ERR_SUCCESS;
 }
@@ -132,7 +136,9 @@ int NQGenTLModuleBase::WritePortStacked(GenTL::S_PORT_REGISTER_STACK_ENTRY* entr
 int NQGenTLModuleBase::GetPortURL(char* sURL, unsigned long* piSize)
 {
     if (piSize == nullptr)
+    {
         return GenTL::GC_ERR_INVALID_PARAMETER;
+    }
     return _getPortURL(sURL, piSize);
 }
 
@@ -149,18 +155,26 @@ int NQGenTLModuleBase::GetPortInfo(int iInfoCmd, int* piType, void* pBuffer, uns
     static_assert(std::size(getters) == GenTL::PORT_INFO_PORTNAME + 1);
 
     if (piType == nullptr || piSize == nullptr)
+    {
         return GenTL::GC_ERR_INVALID_PARAMETER;
+    }
     if (pBuffer != nullptr && *piSize != 0)
+    {
         std::memset(pBuffer, 0, *piSize);
+    }
     if (iInfoCmd < 0 || iInfoCmd > GenTL::PORT_INFO_PORTNAME)
+    {
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    }
     return (this->*getters[iInfoCmd])(piType, pBuffer, piSize);
 }
 
 int NQGenTLModuleBase::GetNumPortURLs(unsigned int* piNumURLs)
 {
     if (piNumURLs == nullptr)
+    {
         return GenTL::GC_ERR_INVALID_PARAMETER;
+    }
     *piNumURLs = static_cast<unsigned int>(GetURLList().size());
     return GenTL::GC_ERR_SUCCESS;
 }
@@ -169,9 +183,13 @@ int NQGenTLModuleBase::GetPortURLInfo(unsigned int iURLIndex, int iInfoCmd, int*
                                       unsigned long* piSize)
 {
     if (piSize == nullptr || piType == nullptr)
+    {
         return GenTL::GC_ERR_INVALID_PARAMETER;
+    }
     if (iInfoCmd != GenTL::URL_INFO_URL)
+    {
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    }
     return _getURLInfoURL(iURLIndex, piType, pBuffer, piSize);
 }
 
@@ -189,9 +207,13 @@ NQGenTLEvent* NQGenTLModuleBase::FindEventById(int id, bool remove)
     const auto found =
         std::find_if(m_events.begin(), m_events.end(), [&](const auto& event) { return event->GetEventId() == id; });
     if (found == m_events.end())
+    {
         return nullptr;
+    }
     if (!remove)
+    {
         return found->get();
+    }
     NQGenTLEvent* const event = found->release();
     m_events.erase(found);
     return event;
@@ -207,17 +229,25 @@ bool NQGenTLModuleBase::SignalEvent(int id, void* entry)
 int NQGenTLModuleBase::RegisterEvent(int iEventID, void** phEvent)
 {
     if (!IsEventImplemented(iEventID))
+    {
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    }
 
     // One step for other threads, or two registrations at once could both succeed.
     NQGenTLLock lock(m_moduleLock);
     if (FindEventById(iEventID, false) != nullptr)
+    {
         return GenTL::GC_ERR_RESOURCE_IN_USE;
+    }
     auto event = MakeEvent(iEventID);
     if (!event)
+    {
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    }
     if (phEvent == nullptr)
+    {
         return GenTL::GC_ERR_INVALID_PARAMETER;
+    }
     m_events.push_back(std::move(event));
     *phEvent = m_events.back().get();
     return GenTL::GC_ERR_SUCCESS;
@@ -226,7 +256,9 @@ int NQGenTLModuleBase::RegisterEvent(int iEventID, void** phEvent)
 int NQGenTLModuleBase::UnregisterEvent(int iEventID)
 {
     if (!IsEventImplemented(iEventID))
+    {
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    }
     const std::unique_ptr<NQGenTLEvent> event(FindEventById(iEventID, true));
     // Deliberate: an event that was never registered answers like one that is not initialised.
     return event ? GenTL::GC_ERR_SUCCESS : GenTL::GC_ERR_NOT_INITIALIZED;
@@ -301,7 +333,9 @@ int NQGenTLModuleBase::_getURLInfoURL(unsigned int index, int* piType, void* pBu
 {
     const std::vector<std::string> urls = GetURLList();
     if (index >= urls.size())
+    {
         return GenTL::GC_ERR_INVALID_INDEX;
+    }
     return NQGenTLUtil::CopyInfoString(urls[index], piType, pBuffer, piSize);
 }
 
@@ -309,7 +343,9 @@ int NQGenTLModuleBase::_getPortURL(char* sURL, unsigned long* piSize)
 {
     std::string all;
     for (const std::string& url : GetURLList())
+    {
         all.append(url).push_back('\0');
+    }
     int type = GenTL::INFO_DATATYPE_UNKNOWN;
     return NQGenTLUtil::CopyInfoString(all, &type, sURL, piSize);
 }

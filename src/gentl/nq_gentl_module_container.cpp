@@ -21,9 +21,13 @@ NQGenTLModuleBase* NQGenTLModuleContainer::Find(Match match, bool remove)
     {
         NQGenTLModuleBase* const module = m_modules[i];
         if (!match(module))
+        {
             continue;
+        }
         if (remove)
+        {
             m_modules.erase(m_modules.begin() + static_cast<std::ptrdiff_t>(i));
+        }
         return module;
     }
     return nullptr;
@@ -38,7 +42,9 @@ unsigned int NQGenTLModuleContainer::GetCount()
 bool NQGenTLModuleContainer::Add(NQGenTLModuleBase* module)
 {
     if (module == nullptr)
+    {
         return false;
+    }
     NQGenTLLock lock(m_lock);
     m_modules.push_back(module);
     return true;
@@ -47,7 +53,9 @@ bool NQGenTLModuleContainer::Add(NQGenTLModuleBase* module)
 NQGenTLModuleBase* NQGenTLModuleContainer::FindById(const char* id, bool remove)
 {
     if (id == nullptr)
+    {
         return nullptr;
+    }
     return Find([&](NQGenTLModuleBase* module) { return std::strcmp(module->GetId().c_str(), id) == 0; }, remove);
 }
 
@@ -55,24 +63,32 @@ NQGenTLModuleBase* NQGenTLModuleContainer::FindByIndex(unsigned int index, bool 
 {
     NQGenTLLock lock(m_lock);
     if (index >= m_modules.size())
+    {
         return nullptr;
+    }
     NQGenTLModuleBase* const module = m_modules[index];
     if (remove)
+    {
         m_modules.erase(m_modules.begin() + index);
+    }
     return module;
 }
 
 NQGenTLModuleBase* NQGenTLModuleContainer::FindByHandle(void* handle, bool remove)
 {
     if (handle == nullptr)
+    {
         return nullptr;
+    }
     return Find([&](NQGenTLModuleBase* module) { return module == handle; }, remove);
 }
 
 NQGenTLModuleBase* NQGenTLModuleContainer::FindByHandleAndName(void* handle, const char* name, bool remove)
 {
     if (handle == nullptr)
+    {
         return nullptr;
+    }
     return Find(
         [&](NQGenTLModuleBase* module) {
             return module == handle && std::strcmp(module->GetName().c_str(), name) == 0;
@@ -86,7 +102,9 @@ NQGenTLEvent* NQGenTLModuleContainer::FindEventByHandle(void* handle)
     for (NQGenTLModuleBase* const module : m_modules)
     {
         if (NQGenTLEvent* const event = module->FindEventByHandle(handle))
+        {
             return event;
+        }
     }
     return nullptr;
 }

@@ -11,7 +11,9 @@ bool NQGenTLThreadBase::Start()
 {
     NQGenTLLock lock(m_threadLock);
     if (m_thread)
+    {
         return false;
+    }
     m_thread = std::make_unique<NQSync::thread>(ThreadFunction, this);
     return true;
 }
@@ -26,7 +28,9 @@ void NQGenTLThreadBase::Wait()
 {
     NQGenTLLock lock(m_threadLock);
     if (!m_thread)
+    {
         return;
+    }
     m_thread->join();
     m_thread.reset();
 }
@@ -35,7 +39,9 @@ void NQGenTLThreadBase::TimedWait(long long milliseconds)
 {
     NQGenTLLock lock(m_threadLock);
     if (!m_thread)
+    {
         return;
+    }
     m_thread->timedjoin(milliseconds);
     m_thread.reset();
 }
@@ -51,7 +57,9 @@ void NQGenTLThreadBase::WaitUntilEnded()
     {
         NQGenTLLock lock(m_threadLock);
         if (!m_thread || m_thread->IsCurrent())
+        {
             return;
+        }
         running = m_thread.get();
     }
     running->WaitUntilFinished();

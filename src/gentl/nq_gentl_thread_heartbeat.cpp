@@ -11,7 +11,9 @@ bool NQGenTLThreadHeartbeat::Start(unsigned long timeoutMs)
 {
     NQGenTLLock lock(m_threadLock);
     if (IsRunning())
+    {
         return false;
+    }
     m_timeoutMs.store(timeoutMs, std::memory_order_relaxed);
     m_exit.ResetEvent(NQEventHandler::kKillBits);
     return NQGenTLThreadBase::Start();
@@ -21,7 +23,9 @@ void NQGenTLThreadHeartbeat::Run()
 {
     const int period = static_cast<int>(m_timeoutMs.load(std::memory_order_relaxed) >> 1);
     while (m_exit.WaitForEvent(period) <= ~NQEventHandler::kKillBits)
+    {
         OnHeartBeat();
+    }
 }
 
 void NQGenTLThreadHeartbeat::RequestExit()

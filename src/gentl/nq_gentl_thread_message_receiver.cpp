@@ -28,7 +28,9 @@ NQGenTLThreadMessageReceiver::~NQGenTLThreadMessageReceiver()
 bool NQGenTLThreadMessageReceiver::Start()
 {
     if (IsRunning())
+    {
         return false;
+    }
     m_stream->OnInit();
     m_signal.SetEvent(kRunningBit);
     return NQGenTLThreadBase::Start();
@@ -38,7 +40,9 @@ void NQGenTLThreadMessageReceiver::Run()
 {
     // The running bit is never cleared, so the wait is only the test for a kill; OnGetMessage paces the loop.
     while (m_signal.WaitForEvent(-1) <= ~NQEventHandler::kKillBits)
+    {
         m_stream->OnGetMessage();
+    }
     m_stream->OnDestroy();
 }
 

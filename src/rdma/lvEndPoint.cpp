@@ -50,9 +50,9 @@ void Start(pthread_t& thread, void* (*body)(void*), void* argument)
 
 LvEndpoint::LvEndpoint()
     : m_stop(0), m_event_channel(nullptr), m_cm_id_listener(nullptr), m_cm_id_connection(nullptr), m_qp(nullptr),
-      m_pd(nullptr), m_cq(nullptr), m_comp_channel(nullptr), m_cq_thread(0), m_cm_thread(0),
-      m_worker_thread(0), m_settings{}, m_connected(false), m_event(nullptr), m_receiveCount(0), m_sendCount(0),
-      m_cancelled(false), m_ending(false), m_flushExpected(false), m_wake(-1)
+      m_pd(nullptr), m_cq(nullptr), m_comp_channel(nullptr), m_cq_thread(0), m_cm_thread(0), m_worker_thread(0),
+      m_settings{}, m_connected(false), m_event(nullptr), m_receiveCount(0), m_sendCount(0), m_cancelled(false),
+      m_ending(false), m_flushExpected(false), m_wake(-1)
 {
 }
 

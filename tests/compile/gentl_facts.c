@@ -9,7 +9,7 @@
 #define NQ_CHECK(condition) _Static_assert(condition, #condition);
 #include "gentl_facts.inc"
 
-_Static_assert(_Generic((bool8_t)0, unsigned char : 1, default : 0), "bool8_t is unsigned in C");
+_Static_assert(_Generic((bool8_t)0, unsigned char: 1, default: 0), "bool8_t is unsigned in C");
 
-#define NQ_CHECK_FUNCTION(name) _Static_assert(_Generic(&name, P##name : 1, default : 0), #name);
+#define NQ_CHECK_FUNCTION(name) _Static_assert(_Generic(&name, P##name: 1, default: 0), #name);
 GENTL_FUNCTIONS(NQ_CHECK_FUNCTION)

@@ -30,16 +30,22 @@ class CallingThread
     void Join()
     {
         if (m_thread.joinable())
+        {
             m_thread.join();
+        }
     }
 
     /// Returns also when the function has ended without a wait.
     void AwaitAsleep() const
     {
         while (m_tid == 0)
+        {
             std::this_thread::yield();
+        }
         for (int seen = 0; seen < 3 && !m_ended; std::this_thread::yield())
+        {
             seen = IsAsleep() ? seen + 1 : 0;
+        }
     }
 
   private:

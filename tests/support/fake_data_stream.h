@@ -37,7 +37,9 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
     {
         calls.push_back("start " + std::to_string(biggestSize) + " " + std::to_string(count));
         if (onLateFrame)
+        {
             onLateFrame();
+        }
         ForgetLastRun(); // as a transport whose blocks are made anew
         return onStart ? onStart() : 0;
     }
@@ -55,7 +57,9 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
     {
         handedOver.push_back(rdmaId);
         if (onHandOver)
+        {
             onHandOver();
+        }
         return std::exchange(share, nullptr);
     }
     int DoGetPayloadsize(int* piType, void* pBuffer, unsigned long* piSize) override

@@ -22,7 +22,9 @@ class FakeModule : public GigERDMA::NQGenTLModuleBase
     ~FakeModule() override
     {
         if (onDelete)
+        {
             onDelete();
+        }
     }
 
     using NQGenTLModuleBase::GetPortInfo;

@@ -45,17 +45,16 @@ class Forked
             _exit(testing::Test::HasFailure() ? 1 : 0);
         }
     }
-    ~Forked()
-    {
-        Join();
-    }
+    ~Forked() { Join(); }
     Forked(const Forked&) = delete;
     Forked& operator=(const Forked&) = delete;
 
     void Join()
     {
         if (m_pid <= 0)
+        {
             return;
+        }
         int status = 0;
         waitpid(m_pid, &status, 0);
         m_pid = 0;

@@ -16,7 +16,9 @@ class Gate
     {
         std::unique_lock lock(m_mutex);
         if (m_came)
+        {
             return;
+        }
         m_came = true;
         m_changed.notify_all();
         m_changed.wait(lock, [this] { return m_open; });

@@ -22,12 +22,16 @@ class StreamFixture : public testing::Test
     void Announce(int count)
     {
         for (int i = 0; i < count; ++i)
+        {
             ASSERT_EQ(stream.AnnounceBuffer(memory[i], sizeof memory[i], &user[i], &handles[i]), 0);
+        }
     }
     void Queue(int count)
     {
         for (int i = 0; i < count; ++i)
+        {
             ASSERT_EQ(stream.QueueBuffer(handles[i]), 0);
+        }
     }
     GigERDMA::NQGenTLEvent* RegisterNewBuffer()
     {

@@ -39,13 +39,17 @@ class BufferQueue : public testing::Test
     {
         std::vector<NQGenTLBuffer*> entries;
         for (unsigned int i = 0; i < queue.GetCount(list); ++i)
+        {
             entries.push_back(queue.FindByIndex(list, i, false));
+        }
         return entries;
     }
     void QueueAll()
     {
         for (NQGenTLBuffer* buffer : {&a, &b, &c})
+        {
             queue.Add(kQueued, buffer);
+        }
     }
     using List = std::vector<NQGenTLBuffer*>;
 

@@ -29,7 +29,9 @@ Answer Info(NQGenTLBuffer& buffer, int command)
     unsigned long size = sizeof out;
     answer.result = buffer.GetInfo(command, &answer.type, out, &size);
     if (answer.result == 0)
+    {
         answer.bytes.assign(out, size);
+    }
     return answer;
 }
 
@@ -57,7 +59,9 @@ TEST(Buffer, IsAModuleInFormOnly)
     unsigned long size = 0;
     EXPECT_FALSE(buffer.IsPortImplemented());
     for (const int id : {0, 1, 4, 5, 4000})
+    {
         EXPECT_FALSE(buffer.IsEventImplemented(id));
+    }
     EXPECT_EQ(buffer.ReadPort(0, nullptr, &size), -1003);
     EXPECT_EQ(buffer.WritePort(0, nullptr, &size), -1003);
     EXPECT_EQ(buffer.GetName(), "TLBuffer");
@@ -136,7 +140,9 @@ TEST(Buffer, AFreshBufferHasNoFrameToTellOf)
     unsigned char memory[8];
     NQGenTLBuffer buffer(memory, sizeof memory, false, nullptr, nullptr);
     for (const int command : {3, 9, 10, 11, 16, 20})
+    {
         EXPECT_EQ(Info(buffer, command).result, -1014) << command;
+    }
     EXPECT_EQ(Info(buffer, 17).bytes, kFalse);
     EXPECT_FALSE(buffer.IsImagePresent());
     EXPECT_FALSE(buffer.IsQueued());
@@ -183,7 +189,9 @@ TEST(Buffer, CommandsOutsideTheTableAreRefused)
     NQGenTLBuffer buffer(nullptr, 8, false, nullptr, nullptr);
     Update(buffer);
     for (const int command : {12, 13, 14, 15, 18, 21, 22, 23, 24, 25, 26, 27, 28, 29, 31, 1000, -1})
+    {
         EXPECT_EQ(Info(buffer, command).result, -1003) << command;
+    }
 }
 
 TEST(Buffer, InfoNeedsTypeAndSizeAndClearsTheBuffer)
@@ -238,7 +246,9 @@ TEST(Buffer, EachFlagHasItsOwnCommand)
     {
         (buffer.*flag.set)(true);
         for (const auto& other : flags)
+        {
             EXPECT_EQ(Info(buffer, other.command).bytes, other.command == flag.command ? kTrue : kFalse);
+        }
         (buffer.*flag.set)(false);
         EXPECT_EQ(Info(buffer, flag.command).bytes, kFalse);
     }

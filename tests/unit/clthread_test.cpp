@@ -30,7 +30,9 @@ struct Body
         body->started.set_value(pthread_self());
         body->release.get_future().wait();
         if (body->detachItself)
+        {
             pthread_detach(pthread_self());
+        }
         body->returned = true;
     }
 };
@@ -86,7 +88,9 @@ TEST(Thread, ADetachedBodyOutlivesItsObject)
     body.started.get_future().wait();
     nq::test::CallingThread observer([&] {
         while (!body.returned)
+        {
             std::this_thread::yield();
+        }
     });
     worker.reset();
     EXPECT_FALSE(body.returned);

@@ -244,7 +244,9 @@ TEST_F(DataStreamAcquisition, SimultaneousStopsStopTheTransportOnce)
             });
         }
         for (std::thread& thread : threads)
+        {
             thread.join();
+        }
         EXPECT_EQ(stream.calls.size(), 2U);
     }
 }
@@ -272,7 +274,9 @@ TEST_F(DataStreamAcquisition, SimultaneousStartsStartTheTransportOnce)
             });
         }
         for (std::thread& thread : threads)
+        {
             thread.join();
+        }
         EXPECT_EQ(succeeded, 1);
         EXPECT_EQ(stream.calls.size(), 1U);
         ASSERT_EQ(stream.StopAcquisition(1), 0);
@@ -384,12 +388,16 @@ TEST_F(DataStreamAcquisition, ABlockFindsItsBufferWhateverTheOrderOfTheList)
 {
     StartWith(3);
     for (int block = 0; block < 3; ++block)
+    {
         Frame(block, static_cast<unsigned char>(block));
+    }
     while (Take() != nullptr)
     {
     }
     for (const int buffer : {2, 0, 1})
+    {
         ASSERT_EQ(stream.QueueBuffer(handles[buffer]), 0);
+    }
     EXPECT_EQ(stream.requeued, (std::vector<void*>{&blocks[2], &blocks[0], &blocks[1]}));
     Frame(1, 11);
     EXPECT_EQ(Take(), handles[1]);
@@ -558,7 +566,9 @@ TEST_F(DataStreamAcquisition, ManyFramesReachAConsumerThatRequeuesThemOnAnotherT
         unsigned long size = sizeof data;
         const int result = event->GetData(&data, &size, kInfinite);
         if (result == -1012 && done)
+        {
             break;
+        }
         ASSERT_EQ(result, 0);
         ASSERT_NE(data.BufferHandle, nullptr);
         ASSERT_EQ(stream.QueueBuffer(data.BufferHandle), 0) << "every delivered buffer can be queued again";
@@ -584,9 +594,13 @@ TEST_F(DataStreamAcquisition, TheEventMayBeUnregisteredAndQueuesFlushedWhileFram
     for (int i = 0; i < 100; ++i)
     {
         for (const int operation : {0, 1, 2, 3, 4})
+        {
             EXPECT_EQ(stream.FlushQueue(operation), 0);
+        }
         for (void* handle : handles)
+        {
             stream.QueueBuffer(handle);
+        }
         Number(5);
         EXPECT_EQ(stream.UnregisterEvent(1), 0);
         RegisterNewBuffer();

@@ -181,7 +181,9 @@ TEST_F(DataStreamBuffers, AFrameBlockGoesWhileNoLockKeepsOtherThreadsWaiting)
     EXPECT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     EXPECT_EQ(gone, 2);
     for (std::thread& other : others)
+    {
         other.join();
+    }
 }
 
 TEST_F(DataStreamBuffers, RevokeIsRefusedForUnknownAndForQueuedBuffers)
@@ -215,7 +217,9 @@ TEST_F(DataStreamBuffers, ABufferThatLeavesTheListDuringItsRevocationIsAnError)
         while (!done)
         {
             if (auto* const buffer = lists.FindByIndex(GigERDMA::NQ_BUFFER_TYPE_ANNOUNCED, 0, true))
+            {
                 lists.Add(GigERDMA::NQ_BUFFER_TYPE_ANNOUNCED, buffer);
+            }
         }
     });
     int result = 0;
@@ -263,7 +267,9 @@ TEST_F(DataStreamBuffers, RevokeWaitsForAFrameThatIsBeingDelivered)
         Queue(1);
         std::thread acquisition([&] { stream.EndOfTransfer(&blocks[0], size, 1, 1, 1, 1, 1, source.get(), 0); });
         while (stream.RevokeBuffer(handles[0], nullptr, nullptr) == -1022)
+        {
             std::this_thread::yield();
+        }
         target.reset();
         acquisition.join();
     }
@@ -314,9 +320,13 @@ TEST_F(DataStreamBuffers, OnlyOneOfManyQueueingsAtOnceSucceeds)
         std::atomic<int> succeeded = 0;
         std::vector<std::thread> threads;
         for (int i = 0; i < 3; ++i)
+        {
             threads.emplace_back([&] { succeeded += stream.QueueBuffer(handles[0]) == 0; });
+        }
         for (std::thread& thread : threads)
+        {
             thread.join();
+        }
         EXPECT_EQ(succeeded, 1);
         EXPECT_EQ(Number(4), 1U);
         EXPECT_EQ(stream.FlushQueue(4), 0);
@@ -368,7 +378,9 @@ TEST_F(DataStreamBuffers, FlushWorksWithoutTheEvent)
 {
     Announce(1);
     for (const int operation : {1, 4})
+    {
         EXPECT_EQ(stream.FlushQueue(operation), 0);
+    }
     EXPECT_EQ(Number(4), 0U);
 }
 
@@ -430,7 +442,9 @@ TEST_F(DataStreamBuffers, OtherFlushOperationsAreRefused)
 {
     TraceCapture trace;
     for (const int operation : {5, -1, 1000})
+    {
         EXPECT_EQ(stream.FlushQueue(operation), -1003);
+    }
     EXPECT_EQ(trace.At(2), (Lines{"FlushQueue GC_ERR_NOT_IMPLEMENTED :5", "FlushQueue GC_ERR_NOT_IMPLEMENTED :-1",
                                   "FlushQueue GC_ERR_NOT_IMPLEMENTED :1000"}));
 }

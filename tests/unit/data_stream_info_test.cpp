@@ -42,7 +42,9 @@ TEST_P(StreamInfoTable, AnswersDuringAcquisition)
     stream.payloadSize = 0x123456789;
     ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     for (unsigned char i = 0; i < 4; ++i)
+    {
         Frame(i, i);
+    }
     ASSERT_EQ(Take(), handles[0]);
     ASSERT_EQ(stream.QueueBuffer(handles[0]), 0);
 
@@ -126,9 +128,13 @@ TEST_F(DataStreamInfo, NeedsTypeAndSize)
 TEST_F(DataStreamInfo, OffersTheNewBufferEventAndOneWithoutAClass)
 {
     for (const int id : {1, 5000})
+    {
         EXPECT_TRUE(stream.IsEventImplemented(id));
+    }
     for (const int id : {0, 2, 3, 4, 5, 4000})
+    {
         EXPECT_FALSE(stream.IsEventImplemented(id));
+    }
     void* handle = nullptr;
     EXPECT_EQ(stream.RegisterEvent(5000, &handle), -1003);
     EXPECT_EQ(stream.RegisterEvent(1, &handle), 0);

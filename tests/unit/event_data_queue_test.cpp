@@ -76,7 +76,9 @@ TEST_F(EventDataQueue, RemoveTakesEveryOccurrenceAndKeepsTheRest)
 TEST_F(EventDataQueue, HasNoLimitAndDropsNothing)
 {
     for (int i = 0; i < 100000; ++i)
+    {
         queue.Add(&a);
+    }
     EXPECT_EQ(queue.GetSize(), 100000U);
 }
 
@@ -88,15 +90,21 @@ TEST_F(EventDataQueue, ManyThreadsMayAddAndTakeAtOnce)
     {
         threads.emplace_back([&] {
             for (int n = 0; n < 1000; ++n)
+            {
                 queue.Add(&a);
+            }
         });
         threads.emplace_back([&] {
             while (taken < 3000)
+            {
                 taken += queue.GetFront(true) != nullptr;
+            }
         });
     }
     for (std::thread& thread : threads)
+    {
         thread.join();
+    }
     EXPECT_EQ(taken, 3000);
     EXPECT_EQ(queue.GetSize(), 0U);
 }

@@ -162,7 +162,9 @@ TEST(EventHandler, OneSignalWakesOneWaiter)
 
     handler.SetEvent(1);
     while (woken == 0)
+    {
         std::this_thread::yield();
+    }
     handler.ResetEvent(1);
     EXPECT_EQ(woken, 1);
 
@@ -244,6 +246,8 @@ TEST(EventHandler, ManyThreadsMaySetAndResetAtOnce)
         });
     }
     for (std::thread& thread : threads)
+    {
         thread.join();
+    }
     EXPECT_EQ(handler.WaitForEvent(0), 0U);
 }

@@ -34,7 +34,9 @@ Answer DataInfo(NQGenTLEvent& event, const std::vector<unsigned char>& record, i
     unsigned long size = out.size();
     const int result = event.GetDataInfo(record.data(), record.size(), command, &type, out.data(), &size);
     if (result != 0)
+    {
         return {result, type, {}};
+    }
     return {result, type, out.substr(0, size)};
 }
 
@@ -264,7 +266,9 @@ TEST(PendingRecords, OfEveryKindMayFillOneGibibyte)
     NQGenTLEventErrorRecord record;
     NQGenTLEventError event;
     for (unsigned long taken = 0; taken < 1044495; ++taken)
+    {
         ASSERT_TRUE(event.Signal(&record)) << taken;
+    }
     EXPECT_FALSE(event.Signal(&record));
 }
 

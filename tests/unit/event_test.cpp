@@ -41,9 +41,13 @@ class IntEvent : public GigERDMA::NQGenTLEvent
     {
         delivered.push_back(*static_cast<int*>(entry));
         if (pBuffer != nullptr)
+        {
             std::memcpy(pBuffer, entry, sizeof(int));
+        }
         if (onDeliver)
+        {
             onDeliver();
+        }
     }
     int DoEventGetDataInfo(const void* pInBuffer, int iInfoCmd, int* piType, void* pOutBuffer,
                            unsigned long* piOutSize) override
@@ -81,7 +85,9 @@ class Event : public testing::Test
 TEST_F(Event, EntriesArriveInTheOrderOfTheirSignals)
 {
     for (int& entry : entries)
+    {
         event.Signal(&entry);
+    }
     for (const int expected : {10, 20, 30, 40})
     {
         EXPECT_EQ(GetData(kInfinite), 0);
@@ -94,7 +100,9 @@ TEST_F(Event, TheNewestEntryIsDroppedWhenThePendingOnesFillTheirMemory)
 {
     IntEvent limited(3 * sizeof(int) + 3);
     for (int index = 0; index < 3; ++index)
+    {
         EXPECT_TRUE(limited.Signal(&entries[index]));
+    }
     EXPECT_FALSE(limited.Signal(&entries[3]));
     EXPECT_EQ(limited.GetNumInQueue(), 3U);
     EXPECT_EQ(limited.flushed, std::vector<int>{40}) << "what is dropped is left in a clean state";
@@ -102,7 +110,9 @@ TEST_F(Event, TheNewestEntryIsDroppedWhenThePendingOnesFillTheirMemory)
     EXPECT_EQ(limited.GetData(&value, &size, 0), 0);
     EXPECT_TRUE(limited.Signal(&entries[0])) << "a fetch makes room";
     while (limited.GetNumInQueue() != 0)
+    {
         EXPECT_EQ(limited.GetData(&value, &size, 0), 0);
+    }
     EXPECT_EQ(limited.delivered, (std::vector<int>{10, 20, 30, 10}));
 }
 
@@ -200,7 +210,9 @@ TEST_F(Event, AKillThatWakesAWaiterIsUsedUp)
 TEST_F(Event, FlushGivesEveryEntryBackInOrder)
 {
     for (int& entry : entries)
+    {
         event.Signal(&entry);
+    }
     EXPECT_EQ(event.Flush(), 0);
     EXPECT_EQ(event.flushed, (std::vector<int>{10, 20, 30, 40}));
     EXPECT_EQ(event.GetNumInQueue(), 0U);
@@ -410,7 +422,9 @@ TEST_F(Event, NoEntryIsLostBetweenProducersAndAConsumerThatWaitsWithoutLimit)
     {
         threads.emplace_back([this, i] {
             for (int n = 0; n < each; ++n)
+            {
                 event.Signal(&entries[i]);
+            }
         });
     }
     for (int n = 0; n < producers * each; ++n)
@@ -420,7 +434,9 @@ TEST_F(Event, NoEntryIsLostBetweenProducersAndAConsumerThatWaitsWithoutLimit)
         ASSERT_NE(value, -1) << "success with nothing delivered";
     }
     for (std::thread& thread : threads)
+    {
         thread.join();
+    }
     EXPECT_EQ(event.delivered.size(), std::size_t{producers * each});
     EXPECT_EQ(GetData(0), -1011);
 }

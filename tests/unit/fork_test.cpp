@@ -80,7 +80,9 @@ TEST(Fork, LocksThatOtherThreadsHoldAreFreeInTheChild)
         NQGenTLLock d(lasting);
         NQLock e(GigETL::lock);
         if (!Forked::mayStartThreads)
+        {
             return;
+        }
         // They work as ever: another thread waits for them.
         bool done = false;
         CallingThread other([&] {
@@ -107,7 +109,9 @@ TEST(Fork, ConditionsWithWaitersGoAndWakeInTheChild)
     CallingThread alsoWaits([&] {
         NQLock lock(mutex);
         while (!ended)
+        {
             plain->Wait(mutex);
+        }
     });
     alsoWaits.AwaitAsleep();
     Forked([&] {
@@ -136,11 +140,15 @@ TEST(Fork, WhatABrieflyHeldMutexGuardsIsInOrderInTheChild)
         while (!stop)
         {
             for (int turn = 0; turn < 500; ++turn)
+            {
                 elsewhere = turn;
+            }
             NQGenTLLock lock(mutex);
             first = first + 1;
             for (int turn = 0; turn < 500; ++turn)
+            {
                 second = turn;
+            }
             second = first;
         }
     });
@@ -148,7 +156,9 @@ TEST(Fork, WhatABrieflyHeldMutexGuardsIsInOrderInTheChild)
     {
         Forked([&] { EXPECT_EQ(first, second); });
         if (HasFailure())
+        {
             break;
+        }
     }
     stop = true;
     writer.join();

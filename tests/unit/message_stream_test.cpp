@@ -47,7 +47,9 @@ class Stream : public GigERDMA::NQGenTLMessageStream
     void AwaitMessages(int count) const
     {
         while (messages < count)
+        {
             std::this_thread::yield();
+        }
     }
 
     bool initResult = true;
@@ -257,7 +259,9 @@ TEST_F(RemoteDeviceEvents, TheEventMayBeUnregisteredWhileTheyAreSignalled)
     std::atomic<bool> stop = false;
     std::thread producer([&] {
         while (!stop)
+        {
             stream.TriggerRemoteDeviceEvent(1, 16, data);
+        }
     });
     for (int i = 0; i < 300; ++i)
     {
@@ -268,7 +272,9 @@ TEST_F(RemoteDeviceEvents, TheEventMayBeUnregisteredWhileTheyAreSignalled)
         // Records that are pending at the end are never freed, so none is left behind here.
         device.FindEventById(4, true);
         while (event->GetNumInQueue() > 0)
+        {
             EXPECT_EQ(event->GetData(record, &size, 0), 0);
+        }
         delete event;
     }
     stop = true;

@@ -431,7 +431,9 @@ TEST(ModuleBase, AnEventWithoutAClassIsNotRegistered)
     module.events = {2, 3, 5000};
     void* handle = nullptr;
     for (const int id : {2, 3, 5000})
+    {
         EXPECT_EQ(module.RegisterEvent(id, &handle), -1003);
+    }
     EXPECT_EQ(handle, nullptr);
 }
 
@@ -542,7 +544,9 @@ TEST(ModuleBase, OnlyOneOfManyRegistrationsAtOnceSucceeds)
             });
         }
         for (std::thread& thread : threads)
+        {
             thread.join();
+        }
         EXPECT_EQ(succeeded, 1);
         EXPECT_EQ(module.UnregisterEvent(5), 0);
     }
@@ -556,7 +560,9 @@ TEST(ModuleBase, AnEventMayBeUnregisteredWhileProducersSignalIt)
     std::thread producer([&] {
         static int entry = 0; // not a record of the event: nothing takes it out
         while (!stop)
+        {
             module.SignalEvent(5, &entry);
+        }
     });
     for (int i = 0; i < 500; ++i)
     {

@@ -197,7 +197,9 @@ TEST_F(ModuleContainer, ClearWithDestroyDeletesWithoutClosingInOrder)
         module->Open();
         module->onDelete = [&log, module] {
             for (const std::string& call : module->calls)
+            {
                 log.push_back(call);
+            }
             log.push_back("delete " + module->id);
         };
         list.Add(module);

@@ -60,7 +60,9 @@ TEST(Condition, ASignalWakesAWaiter)
     CallingThread waiter([&] {
         NQGenTLLock lock(mutex);
         while (!ready)
+        {
             EXPECT_EQ(condition.Wait(mutex), 0);
+        }
     });
     waiter.AwaitAsleep();
     {

@@ -175,7 +175,9 @@ TEST(ThreadBase, DestructionWaitsForTheBody)
         {
             Worker worker([&] {
                 while (!stop)
+                {
                     ++*touched;
+                }
             });
             worker.Start();
             stop = true;

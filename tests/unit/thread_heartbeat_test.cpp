@@ -25,7 +25,9 @@ class Heart : public GigERDMA::NQGenTLThreadHeartbeat
     {
         ++beats;
         if (onBeat)
+        {
             onBeat();
+        }
     }
 
     std::atomic<int> beats = 0;

@@ -74,14 +74,8 @@ class Caller
     void FlushEvent(Module& stream);
     void AddUnqueued(Module& stream);
     void AfterOpening(Module& interface, void* handle);
-    bool CameraHelps() const
-    {
-        return m_mood == FakeCamera::Mood::Helpful;
-    }
-    bool CameraIsSilent() const
-    {
-        return m_mood == FakeCamera::Mood::Silent;
-    }
+    bool CameraHelps() const { return m_mood == FakeCamera::Mood::Helpful; }
+    bool CameraIsSilent() const { return m_mood == FakeCamera::Mood::Silent; }
 
     /// The text that a call gets as id: the right one, a wrong one, an empty one or none.
     const char* Id(const char* right);
