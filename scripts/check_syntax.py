@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""check_syntax.py BUILD_FOLDER...: runs every compile command of the folders with -fsyntax-only, in parallel."""
+"""check_syntax.py BUILD_FOLDER [LEFT_OUT...]: runs every compile command of the folder with -fsyntax-only, in parallel,
+but those of C++ files below the folders left out."""
 import concurrent.futures
 import json
 import os
@@ -18,11 +19,12 @@ def check(command):
     return "" if result.returncode == 0 else f"{command['file']} ({words[0]}):\n{result.stderr}"
 
 
-def main(folders):
-    commands = []
-    for folder in folders:
-        with open(os.path.join(folder, "compile_commands.json"), encoding="utf-8") as file:
-            commands += json.load(file)
+def main(folder, *left_out):
+    root = os.path.dirname(os.path.abspath(folder))
+    with open(os.path.join(folder, "compile_commands.json"), encoding="utf-8") as file:
+        commands = [command for command in json.load(file)
+                    if not (command["file"].endswith(".cpp")
+                            and os.path.relpath(command["file"], root).startswith(left_out))]
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         complaints = [text for text in pool.map(check, commands) if text]
     print("\n".join(complaints), end="")
@@ -30,4 +32,4 @@ def main(folders):
     return 1 if complaints or not commands else 0
 
 
-sys.exit(main(sys.argv[1:]))
+sys.exit(main(*sys.argv[1:]))

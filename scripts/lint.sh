@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # ./run lint: formatting, shell scripts, no fixed names in /tmp, every file through both compilers with warnings as
-# errors, clang-tidy on everything that is not a test.
+# errors, clang-tidy on everything that is not a test (which gives the warnings of clang++ too).
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh
@@ -17,24 +17,26 @@ git ls-files run .ci/run '*.sh' | xargs shellcheck -x
 echo "names in /tmp"
 scripts/check_tmp.sh || fail "use mktemp for the names above"
 
-# configure FOLDER CXX CC: gives compile_commands.json, without a build. Each file stands alone: no precompiled headers.
+# configure FOLDER CXX CC [ARGUMENT...]: gives compile_commands.json, without a build.
 configure() {
-    cmake -S . -B "$1" -G Ninja -DNQ_WARNINGS_AS_ERRORS=ON -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER="$2" \
-        -DCMAKE_C_COMPILER="$3" -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON >"out/$1.log" 2>&1 || fail "cmake failed; see out/$1.log"
+    local folder=$1 cxx=$2 cc=$3
+    shift 3
+    cmake -S . -B "$folder" -G Ninja -DNQ_WARNINGS_AS_ERRORS=ON -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER="$cxx" \
+        -DCMAKE_C_COMPILER="$cc" "$@" >"out/$folder.log" 2>&1 || fail "cmake failed; see out/$folder.log"
 }
 configure build-lint-clang clang++ clang
-folders=build-lint-clang
-# The builds of CI are made by g++ with warnings as errors, of the same files.
-if [ -z "${CI:-}" ]; then
-    configure build-lint-gcc g++ gcc
-    folders="build-lint-gcc $folders"
-fi
 echo "warnings of the compilers"
-# shellcheck disable=SC2086
-python3 scripts/check_syntax.py $folders || fail "the compilers found something"
+# The builds of CI are made by g++ with warnings as errors, of the same files. Here each file stands alone.
+if [ -z "${CI:-}" ]; then
+    configure build-lint-gcc g++ gcc -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
+    python3 scripts/check_syntax.py build-lint-gcc || fail "g++ found something"
+fi
+ninja -C build-lint-clang test_headers >out/test_headers.log 2>&1 || fail "clang++ found something; see out/test_headers.log"
+tidied=(src/ camera/ loopback/ tools/)
+python3 scripts/check_syntax.py build-lint-clang "${tidied[@]}" || fail "clang++ found something"
 
 echo "clang-tidy"
-git ls-files 'src/*.cpp' 'camera/*.cpp' 'loopback/*.cpp' 'tools/*.cpp' |
+git ls-files "${tidied[@]/%/*.cpp}" |
     xargs -P "$(nproc)" -n 4 clang-tidy -p build-lint-clang --quiet --warnings-as-errors='*' >out/clang-tidy.log 2>/dev/null || {
     grep -E '(warning|error):' out/clang-tidy.log | sort -u | head -n 60 >&2
     fail "clang-tidy found something; see out/clang-tidy.log"
