@@ -5,6 +5,7 @@
 #include "gev/nq_gev_interface.h"
 #include "gev/nq_gev_query.h"
 #include "gev/nq_gev_util.h"
+#include "gige/gvcp_wire.h"
 
 #include <array>
 #include <cstring>
@@ -17,14 +18,6 @@ using namespace GigERDMA;
 namespace
 {
 
-// Source of codes, offsets and sizes: GigE Vision, GVCP and bootstrap registers.
-constexpr std::size_t kPacketSize = 548;
-constexpr unsigned short kDiscoveryCommand = 0x0002;
-constexpr unsigned short kDiscoveryAck = 0x0003;
-constexpr unsigned short kReadRegisterCommand = 0x0080;
-constexpr unsigned short kReadRegisterAck = 0x0081;
-constexpr unsigned char kAckRequired = 0x01;
-constexpr unsigned char kAckRequiredBroadcastAllowed = 0x11;
 constexpr unsigned short kRequestId = 1;
 constexpr unsigned int kDiscoveryAckSize = 256;
 
@@ -52,7 +45,7 @@ class Packet
     char* Chars() { return reinterpret_cast<char*>(m_bytes.data()); }
 
     const unsigned char* At(std::size_t offset) const { return m_bytes.data() + offset; }
-    unsigned short AckCode() const { return static_cast<unsigned short>(Word(2)); }
+    unsigned short AckCode() const { return static_cast<unsigned short>(Word(gvcp_wire::kCodeOffset)); }
 
     unsigned int Word(std::size_t offset) const
     {
@@ -69,7 +62,7 @@ class Packet
     }
 
   private:
-    std::array<unsigned char, kPacketSize> m_bytes{};
+    std::array<unsigned char, gvcp_wire::kLargestPacket> m_bytes{};
 };
 
 /// The camera that a discovery acknowledge describes; what belongs to the interface is left out.
@@ -157,8 +150,8 @@ bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, u
     {
         return false;
     }
-    std::vector<unsigned char> command =
-        NQGevUtil::CreateGVCPCommand(kDiscoveryCommand, nullptr, 0, kAckRequiredBroadcastAllowed, kRequestId);
+    std::vector<unsigned char> command = NQGevUtil::CreateGVCPCommand(
+        gvcp_wire::kDiscovery, nullptr, 0, gvcp_wire::kAckRequired | gvcp_wire::kBroadcastAckAllowed, kRequestId);
     sockaddr_in everyone{};
     everyone.sin_family = AF_INET;
     everyone.sin_port = htons(kGvcpPort);
@@ -174,8 +167,8 @@ bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, u
     {
         Packet ack;
         unsigned int received = 0;
-        if (!m_broadcasts.Receive(m_socket, ack.Chars(), kPacketSize, received, kReceiveWait) ||
-            received < kDiscoveryAckSize || ack.AckCode() != kDiscoveryAck)
+        if (!m_broadcasts.Receive(m_socket, ack.Chars(), gvcp_wire::kLargestPacket, received, kReceiveWait) ||
+            received < kDiscoveryAckSize || ack.AckCode() != gvcp_wire::kDiscoveryAck)
         {
             continue;
         }
@@ -235,8 +228,9 @@ unsigned int NQGevInterface::_getDeviceAccessStatus(const sockaddr_in* controlAd
         return StatusNoAccess;
     }
     std::array<unsigned char, 4> controlChannelPrivilege = {0x00, 0x00, 0x0A, 0x00};
-    std::vector<unsigned char> command = NQGevUtil::CreateGVCPCommand(
-        kReadRegisterCommand, controlChannelPrivilege.data(), controlChannelPrivilege.size(), kAckRequired, kRequestId);
+    std::vector<unsigned char> command =
+        NQGevUtil::CreateGVCPCommand(gvcp_wire::kReadRegister, controlChannelPrivilege.data(),
+                                     controlChannelPrivilege.size(), gvcp_wire::kAckRequired, kRequestId);
     sockaddr_in camera = *controlAddress;
     if (!m_socket.SendTo(reinterpret_cast<sockaddr*>(&camera), reinterpret_cast<char*>(command.data()),
                          static_cast<unsigned short>(command.size())))
@@ -245,16 +239,17 @@ unsigned int NQGevInterface::_getDeviceAccessStatus(const sockaddr_in* controlAd
     }
     Packet ack;
     unsigned int received = 0;
-    if (!m_socket.ReceiveFrom(reinterpret_cast<sockaddr*>(&camera), ack.Bytes(), kPacketSize, received, kReceiveWait))
+    if (!m_socket.ReceiveFrom(reinterpret_cast<sockaddr*>(&camera), ack.Bytes(), gvcp_wire::kLargestPacket, received,
+                              kReceiveWait))
     {
         return StatusUnknown;
     }
-    if (ack.AckCode() != kReadRegisterAck)
+    if (ack.AckCode() != gvcp_wire::kReadRegisterAck)
     {
         NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! WRONG ACK", "_getDeviceAccessStatus");
         return StatusUnknown;
     }
-    switch (ack.DWord(8))
+    switch (ack.DWord(gvcp_wire::kReadValueOffset))
     {
     case 0: // no application has control
         return StatusReadWrite;

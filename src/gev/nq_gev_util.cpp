@@ -2,6 +2,8 @@
 // Free-standing GVCP commands.
 #include "gev/nq_gev_util.h"
 
+#include "gige/gvcp_wire.h"
+
 std::vector<unsigned char> NQGevUtil::CreateGVCPCommand(unsigned short command, unsigned char* payload,
                                                         unsigned short length, unsigned char flags,
                                                         unsigned short requestId)
@@ -10,7 +12,7 @@ std::vector<unsigned char> NQGevUtil::CreateGVCPCommand(unsigned short command, 
     {
         return {};
     }
-    std::vector<unsigned char> packet{0x42, flags};
+    std::vector<unsigned char> packet{gvcp_wire::kKey, flags};
     for (const unsigned short word : {command, length, requestId})
     {
         packet.push_back(static_cast<unsigned char>(word >> 8));

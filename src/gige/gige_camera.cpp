@@ -5,6 +5,7 @@
 #include "gige/gige_camera_impl.h"
 #include "gige/gige_camera_map.h"
 #include "gige/gige_mutex.h"
+#include "gige/gvcp_wire.h"
 
 #include <array>
 #include <cstring>
@@ -15,27 +16,6 @@ namespace GigETL
 namespace
 {
 
-// GVCP command codes and the codes of their acknowledges (GigE Vision, GVCP).
-constexpr unsigned int kReadRegister = 0x0080;
-constexpr unsigned int kReadRegisterAck = 0x0081;
-constexpr unsigned int kWriteRegister = 0x0082;
-constexpr unsigned int kWriteRegisterAck = 0x0083;
-constexpr unsigned int kReadMemory = 0x0084;
-constexpr unsigned int kReadMemoryAck = 0x0085;
-constexpr unsigned int kWriteMemory = 0x0086;
-constexpr unsigned int kWriteMemoryAck = 0x0087;
-constexpr unsigned char kAcknowledgeRequired = 0x01;
-
-// Offsets in the packets.
-constexpr int kFlags = 1;
-constexpr int kStatusAndCode = 0;
-constexpr int kLengthAndId = 4;
-constexpr int kAddress = 8;
-constexpr int kValue = 8;
-constexpr int kWrittenValue = 12;
-constexpr int kReadCount = 14;
-constexpr int kData = 12;
-
 // Stream channel 0 (GigE Vision, bootstrap registers).
 constexpr unsigned int kStreamPort = 0x0D00;
 constexpr unsigned int kStreamDestination = 0x0D18;
@@ -44,7 +24,6 @@ constexpr long kFirstWaitMicroseconds = 200000;
 constexpr long kSecondWaitMicroseconds = 400000;
 constexpr long kDrainMicroseconds = 1000;
 constexpr int kAttempts = 4;
-constexpr unsigned int kMaxWrite = 520;
 
 /// Which outcomes of the first wait lead to a second sending.
 enum class Resend
@@ -67,7 +46,7 @@ NQGigE_RETURN exchange(Network& network, Command& command, Command& ack, Resend 
     {
         return result;
     }
-    command.setByte(kFlags, kAcknowledgeRequired);
+    command.setByte(gvcp_wire::kFlagsOffset, gvcp_wire::kAckRequired);
     result = network.sendCommand(command);
     if (result != NQGigE_SUCCESS)
     {
@@ -114,10 +93,10 @@ NQGigE_RETURN Camera::setGigECameraRegister(unsigned int address, unsigned int v
         return NQGigE_NO_CONNECTION;
     }
     Command ack;
-    return registerExchange(network, ack, kWriteRegisterAck, [&] {
-        Command command(kWriteRegister, 8, kAcknowledgeRequired);
-        command.setDWord(kAddress, address);
-        command.setDWord(kWrittenValue, value);
+    return registerExchange(network, ack, gvcp_wire::kWriteRegisterAck, [&] {
+        Command command(gvcp_wire::kWriteRegister, gvcp_wire::kWriteRegisterBody, gvcp_wire::kAckRequired);
+        command.setDWord(gvcp_wire::kAddressOffset, address);
+        command.setDWord(gvcp_wire::kWrittenValueOffset, value);
         return command;
     });
 }
@@ -139,14 +118,14 @@ NQGigE_RETURN Camera::getGigECameraRegister(unsigned int address, unsigned int* 
         return NQGigE_NO_CONNECTION;
     }
     Command ack;
-    const NQGigE_RETURN result = registerExchange(network, ack, kReadRegisterAck, [&] {
-        Command command(kReadRegister, 4, kAcknowledgeRequired);
-        command.setDWord(kAddress, address);
+    const NQGigE_RETURN result = registerExchange(network, ack, gvcp_wire::kReadRegisterAck, [&] {
+        Command command(gvcp_wire::kReadRegister, gvcp_wire::kReadRegisterBody, gvcp_wire::kAckRequired);
+        command.setDWord(gvcp_wire::kAddressOffset, address);
         return command;
     });
     if (result == NQGigE_SUCCESS)
     {
-        *value = ack.getDWord(kValue);
+        *value = ack.getDWord(gvcp_wire::kReadValueOffset);
     }
     return result;
 }
@@ -174,7 +153,7 @@ NQGigE_RETURN Camera::getGigECameraRegister2(unsigned int address1, unsigned int
 NQGigE_RETURN Camera::writeCameraMemory(unsigned int address, unsigned char* data, unsigned int count)
 {
     Command ack;
-    if (count > kMaxWrite)
+    if (count > gvcp_wire::kLargestWrite)
     {
         return NQGigE_WRONG_SIZE;
     }
@@ -182,15 +161,17 @@ NQGigE_RETURN Camera::writeCameraMemory(unsigned int address, unsigned char* dat
     Network& network = *mImpl->mNetwork;
     network.dropOwedAnswers();
     // The address and the data, padded to whole words by the zeros of the new packet.
-    Command command(kWriteMemory, static_cast<int>((count + 7) & ~3U), kAcknowledgeRequired);
+    const unsigned int body = (gvcp_wire::kAddressSize + count + 3) & ~3U;
+    Command command(gvcp_wire::kWriteMemory, static_cast<int>(body), gvcp_wire::kAckRequired);
     if (network.isBroadcasting())
     {
         return NQGigE_NO_CONNECTION;
     }
-    command.setDWord(kAddress, address);
-    command.writeMemory(kData, data, count);
+    command.setDWord(gvcp_wire::kAddressOffset, address);
+    command.writeMemory(gvcp_wire::kDataOffset, data, count);
     const NQGigE_RETURN result = exchange(network, command, ack, Resend::AfterTimeout);
-    return result == NQGigE_SUCCESS ? validateAck(network, ack, Command::getRequestID(), kWriteMemoryAck) : result;
+    return result == NQGigE_SUCCESS ? validateAck(network, ack, Command::getRequestID(), gvcp_wire::kWriteMemoryAck)
+                                    : result;
 }
 
 NQGigE_RETURN Camera::readCameraMemory(unsigned int address, unsigned char* data, unsigned int count)
@@ -199,27 +180,27 @@ NQGigE_RETURN Camera::readCameraMemory(unsigned int address, unsigned char* data
     const NQLock guard(GigETL::lock);
     Network& network = *mImpl->mNetwork;
     network.dropOwedAnswers();
-    Command command(kReadMemory, 8, kAcknowledgeRequired);
+    Command command(gvcp_wire::kReadMemory, gvcp_wire::kReadMemoryBody, gvcp_wire::kAckRequired);
     if (network.isBroadcasting())
     {
         return NQGigE_NO_CONNECTION;
     }
-    command.setDWord(kAddress, address);
-    command.setWord(kReadCount, static_cast<unsigned short>(count & 0xFFFF));
+    command.setDWord(gvcp_wire::kAddressOffset, address);
+    command.setWord(gvcp_wire::kReadCountOffset, static_cast<unsigned short>(count & 0xFFFF));
     NQGigE_RETURN result = exchange(network, command, ack, Resend::AfterAnyFailure);
     if (result == NQGigE_SUCCESS)
     {
-        result = validateAck(network, ack, Command::getRequestID(), kReadMemoryAck);
+        result = validateAck(network, ack, Command::getRequestID(), gvcp_wire::kReadMemoryAck);
     }
     if (result != NQGigE_SUCCESS)
     {
         return result;
     }
-    if (static_cast<long>(ack.getSize()) - kData < static_cast<long>(count))
+    if (static_cast<long>(ack.getSize()) - gvcp_wire::kDataOffset < static_cast<long>(count))
     {
         return NQGigE_WRONG_SIZE;
     }
-    ack.readMemory(kData, data, count);
+    ack.readMemory(gvcp_wire::kDataOffset, data, count);
     return NQGigE_SUCCESS;
 }
 
@@ -230,8 +211,9 @@ NQGigE_RETURN Camera::processUnlink()
 
 NQGigE_RETURN Camera::validateAck(Network& network, const Command& ack, unsigned int id, unsigned int code)
 {
-    const unsigned int statusAndCode = ack.getDWord(kStatusAndCode);
-    if ((ack.getDWord(kLengthAndId) & 0xFFFF) == id && (statusAndCode & 0xFFFF) == code)
+    const unsigned int statusAndCode = ack.getDWord(gvcp_wire::kStatusOffset);
+    const unsigned int lengthAndId = ack.getDWord(gvcp_wire::kLengthOffset);
+    if ((lengthAndId & 0xFFFF) == id && (statusAndCode & 0xFFFF) == code)
     {
         return static_cast<NQGigE_RETURN>(statusAndCode >> 16);
     }

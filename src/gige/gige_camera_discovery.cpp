@@ -3,6 +3,7 @@
 #include "gige/gige_camera.h"
 #include "gige/gige_camera_map.h"
 #include "gige/gige_wait.h"
+#include "gige/gvcp_wire.h"
 
 #include <algorithm>
 #include <array>
@@ -15,10 +16,6 @@ namespace GigETL
 {
 namespace
 {
-
-constexpr unsigned int kDiscovery = 0x0002;
-constexpr unsigned int kDiscoveryAck = 0x0003;
-constexpr unsigned char kAcknowledgeByBroadcast = 0x11;
 
 // Offsets in the discovery acknowledge (GigE Vision, DISCOVERY_ACK).
 constexpr int kSpecVersion = 8;
@@ -84,7 +81,8 @@ NQGigE_RETURN collectAnswers(Network& network, timeval wait, unsigned int localI
                              void* context)
 {
     const auto camera = std::make_unique<NQGigE_CAMERA>();
-    NQGigE_RETURN result = network.broadcastCommand(Command(kDiscovery, 8, kAcknowledgeByBroadcast));
+    NQGigE_RETURN result = network.broadcastCommand(Command(gvcp_wire::kDiscovery, gvcp_wire::kDiscoveryZeros,
+                                                            gvcp_wire::kAckRequired | gvcp_wire::kBroadcastAckAllowed));
     if (result != NQGigE_SUCCESS)
     {
         return result;
@@ -98,7 +96,7 @@ NQGigE_RETURN collectAnswers(Network& network, timeval wait, unsigned int localI
         {
             return result;
         }
-        if (Camera::validateAck(network, ack, Command::getRequestID(), kDiscoveryAck) != NQGigE_SUCCESS)
+        if (Camera::validateAck(network, ack, Command::getRequestID(), gvcp_wire::kDiscoveryAck) != NQGigE_SUCCESS)
         {
             continue;
         }

@@ -2,6 +2,8 @@
 // Building and reading of one GVCP packet.
 #include "gige/gige_command.h"
 
+#include "gige/gvcp_wire.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
@@ -13,9 +15,7 @@ namespace GigETL
 namespace
 {
 
-constexpr int kHeaderSize = 8;
-constexpr unsigned char kKey = 0x42;
-constexpr unsigned int kLastRequestID = 65535;
+using gvcp_wire::kHeaderSize;
 
 /// The size of a packet with `length` body bytes, wrapped around as 32-bit numbers are.
 int packetSize(int length)
@@ -43,8 +43,8 @@ Command::Command(unsigned int command, int length, unsigned char flags)
     const auto body = static_cast<unsigned int>(mSize - kHeaderSize);
     const auto upper = [](unsigned int word) { return static_cast<unsigned char>(word >> 8 & 0xFF); };
     const auto lower = [](unsigned int word) { return static_cast<unsigned char>(word & 0xFF); };
-    const std::array<unsigned char, kHeaderSize> header{kKey,        flags,       upper(command), lower(command),
-                                                        upper(body), lower(body), upper(id),      lower(id)};
+    const std::array<unsigned char, kHeaderSize> header{gvcp_wire::kKey, flags,       upper(command), lower(command),
+                                                        upper(body),     lower(body), upper(id),      lower(id)};
     std::copy_n(header.begin(), std::min(header.size(), mBuffer.size()), mBuffer.begin());
 }
 
@@ -63,7 +63,7 @@ unsigned int Command::nextRequestID()
     unsigned int next = 0;
     do
     {
-        next = last + 1 > kLastRequestID ? 1 : last + 1;
+        next = last + 1 > gvcp_wire::kLastRequestId ? 1 : last + 1;
     } while (!mRequestID.compare_exchange_weak(last, next, std::memory_order_relaxed));
     return next;
 }

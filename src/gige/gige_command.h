@@ -2,6 +2,8 @@
 // One GVCP packet: a command being built, or the buffer into which an acknowledge is received.
 #pragma once
 
+#include "gige/gvcp_wire.h"
+
 #include <atomic>
 #include <vector>
 
@@ -18,8 +20,8 @@ namespace GigETL
 class Command
 {
   public:
-    /// Bytes of a receive buffer: the 8-byte header and 540 bytes of body.
-    static constexpr int kReceiveSize = 548;
+    /// Bytes of a receive buffer: a header and 540 bytes of body.
+    static constexpr int kReceiveSize = gvcp_wire::kLargestPacket;
 
     /// Builds the command `command` (lower 16 bits) with `length` zero body bytes and the next request id. Throws
     /// std::length_error when `length` and the header together are a negative number of bytes in 32 bits.

@@ -3,6 +3,7 @@
 #include "gige/gige_network.h"
 
 #include "gige/gige_wait.h"
+#include "gige/gvcp_wire.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -20,8 +21,6 @@ namespace
 {
 
 constexpr in_addr_t kBroadcastAddress = 0xFFFFFFFF;
-constexpr std::size_t kHeaderSize = 8;
-constexpr std::size_t kPendingWaitOffset = 10;
 constexpr timeval kAnswerTime{0, 400000};
 
 // What one search for owed answers looks at, and what all searches set aside: nobody who floods the port may hold a
@@ -53,25 +52,32 @@ void allowBroadcast(int descriptor, int allowed)
     setsockopt(descriptor, SOL_SOCKET, SO_BROADCAST, &allowed, sizeof allowed);
 }
 
-/// The waiting time in milliseconds that a received packet asks for, or -1 when it is no pending acknowledge.
-int pendingTime(const std::vector<unsigned char>& packet)
+int wordAt(const std::vector<unsigned char>& packet, std::size_t offset)
 {
-    if (packet.size() < kPendingWaitOffset + 2 || packet[2] != 0x00 || packet[3] != 0x89)
-    {
-        return -1;
-    }
-    return packet[kPendingWaitOffset] << 8 | packet[kPendingWaitOffset + 1];
+    return packet[offset] << 8 | packet[offset + 1];
 }
 
 /// The command or acknowledge code of a packet, and its request id; 0 when it has none.
 unsigned int codeOf(const std::vector<unsigned char>& packet)
 {
-    return packet.size() < kHeaderSize ? 0U : static_cast<unsigned int>(packet[2] << 8 | packet[3]);
+    return packet.size() < gvcp_wire::kHeaderSize ? 0U
+                                                  : static_cast<unsigned int>(wordAt(packet, gvcp_wire::kCodeOffset));
 }
 
 unsigned int idOf(const std::vector<unsigned char>& packet)
 {
-    return packet.size() < kHeaderSize ? 0U : static_cast<unsigned int>(packet[6] << 8 | packet[7]);
+    return packet.size() < gvcp_wire::kHeaderSize ? 0U
+                                                  : static_cast<unsigned int>(wordAt(packet, gvcp_wire::kIdOffset));
+}
+
+/// The waiting time in milliseconds that a received packet asks for, or -1 when it is no pending acknowledge.
+int pendingTime(const std::vector<unsigned char>& packet)
+{
+    if (packet.size() < gvcp_wire::kPendingAckSize || codeOf(packet) != gvcp_wire::kPendingAck)
+    {
+        return -1;
+    }
+    return wordAt(packet, gvcp_wire::kPendingTimeOffset);
 }
 
 } // namespace
