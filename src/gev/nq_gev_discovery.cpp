@@ -19,8 +19,6 @@ namespace
 {
 
 constexpr unsigned short kRequestId = 1;
-constexpr unsigned int kDiscoveryAckSize = 256;
-
 constexpr int kReceiveWait = 100; // milliseconds
 
 // Plain text comparison, so 3.0 and 10.0.0 are older.
@@ -69,29 +67,30 @@ class Packet
 _NQ_GEV_DEVICE_INFO Describe(const Packet& ack)
 {
     _NQ_GEV_DEVICE_INFO info;
-    const unsigned char* const mac = ack.At(18);
+    const unsigned char* const mac = ack.At(gvcp_wire::kDiscoveryMac);
     // Deliberate: the texts run to their zero byte, so one that fills its field continues with the next field.
-    info.vendorName = ack.Text(80);
-    info.modelName = ack.Text(112);
+    info.vendorName = ack.Text(gvcp_wire::kDiscoveryManufacturer);
+    info.modelName = ack.Text(gvcp_wire::kDiscoveryModel);
     info.displayName = info.modelName;
     info.tlType = "GEV";
     info.id = info.modelName + ":" +
               NQGenTLUtil::Printf("%02x-%02x-%02x-%02x-%02x-%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    info.userDefinedName = ack.Text(240);
-    info.serialNumber = ack.Text(224);
-    info.deviceVersion = ack.Text(144);
-    info.specVersion = ack.DWord(8);
-    info.deviceMode = ack.DWord(12);
-    info.macHigh = ack.Word(18);
-    info.macLow = ack.DWord(20);
-    info.ipConfigOptions = ack.DWord(24);
-    info.ipConfigCurrent = ack.DWord(28);
-    info.ipAddress = ack.DWord(44);
-    info.subnetMask = ack.DWord(60);
-    info.gateway = ack.DWord(76);
+    info.userDefinedName = ack.Text(gvcp_wire::kDiscoveryUserDefinedName);
+    info.serialNumber = ack.Text(gvcp_wire::kDiscoverySerialNumber);
+    info.deviceVersion = ack.Text(gvcp_wire::kDiscoveryDeviceVersion);
+    info.specVersion = ack.DWord(gvcp_wire::kDiscoverySpecVersion);
+    info.deviceMode = ack.DWord(gvcp_wire::kDiscoveryDeviceMode);
+    info.macHigh = ack.Word(gvcp_wire::kDiscoveryMac);
+    info.macLow = ack.DWord(gvcp_wire::kDiscoveryMacLow);
+    info.ipConfigOptions = ack.DWord(gvcp_wire::kDiscoveryIpOptions);
+    info.ipConfigCurrent = ack.DWord(gvcp_wire::kDiscoveryIpCurrent);
+    info.ipAddress = ack.DWord(gvcp_wire::kDiscoveryIpAddress);
+    info.subnetMask = ack.DWord(gvcp_wire::kDiscoverySubnetMask);
+    info.gateway = ack.DWord(gvcp_wire::kDiscoveryGateway);
     info.controlAddress.sin_family = AF_INET;
     info.controlAddress.sin_port = htons(kGvcpPort);
-    std::memcpy(&info.controlAddress.sin_addr, ack.At(44), sizeof info.controlAddress.sin_addr);
+    std::memcpy(&info.controlAddress.sin_addr, ack.At(gvcp_wire::kDiscoveryIpAddress),
+                sizeof info.controlAddress.sin_addr);
     return info;
 }
 
@@ -168,7 +167,7 @@ bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, u
         Packet ack;
         unsigned int received = 0;
         if (!m_broadcasts.Receive(m_socket, ack.Chars(), gvcp_wire::kLargestPacket, received, kReceiveWait) ||
-            received < kDiscoveryAckSize || ack.AckCode() != gvcp_wire::kDiscoveryAck)
+            received < gvcp_wire::kDiscoveryAckSize || ack.AckCode() != gvcp_wire::kDiscoveryAck)
         {
             continue;
         }

@@ -3,6 +3,7 @@
 #include "gev/nq_gev_message_stream.h"
 
 #include "gev/nq_gev_remote_device.h"
+#include "gige/gvcp_wire.h"
 
 #include <algorithm>
 #include <array>
@@ -16,16 +17,13 @@ constexpr unsigned short firstPort = 3456;
 constexpr unsigned short lastPort = 3520;
 constexpr int receiveTimeout = 100;      // milliseconds
 constexpr int retiredReceiveTimeout = 1; // milliseconds
-constexpr unsigned short messageSize = 612;
 
-// Event packet (GigE Vision, GVCP): key, flags, command code at 2, event data from 8 on with the event id at 10.
-constexpr std::size_t eventPacketSize = 24;
-constexpr unsigned char gvcpKey = 0x42;
-constexpr unsigned char eventCodeHigh = 0x00;
-constexpr unsigned char eventCodeLow = 0xC0;
-constexpr std::size_t eventDataOffset = 8;
-constexpr unsigned short eventDataSize = 16;
-constexpr std::size_t eventIdOffset = 10;
+using Message = std::array<unsigned char, gvcp_wire::kLargestMessage>;
+
+unsigned int WordAt(const Message& message, std::size_t offset)
+{
+    return static_cast<unsigned int>(message[offset] << 8 | message[offset + 1]);
+}
 
 } // namespace
 
@@ -88,16 +86,17 @@ void NQGevMessageStream::OnDestroy()
 
 void NQGevMessageStream::OnGetMessage()
 {
-    std::array<unsigned char, messageSize> message = {};
+    Message message = {};
     unsigned int received = 0;
     const int timeout = m_retired ? retiredReceiveTimeout : receiveTimeout;
-    if (!m_socket.ReceiveFrom(nullptr, message.data(), messageSize, received, timeout) || received < eventPacketSize ||
-        message[0] != gvcpKey || message[2] != eventCodeHigh || message[3] != eventCodeLow)
+    if (!m_socket.ReceiveFrom(nullptr, message.data(), gvcp_wire::kLargestMessage, received, timeout) ||
+        received < gvcp_wire::kEventPacketSize || message[gvcp_wire::kKeyOffset] != gvcp_wire::kKey ||
+        WordAt(message, gvcp_wire::kCodeOffset) != gvcp_wire::kEvent)
     {
         return;
     }
-    const auto id = static_cast<unsigned int>(message[eventIdOffset] << 8 | message[eventIdOffset + 1]);
-    TriggerRemoteDeviceEvent(id, eventDataSize, message.data() + eventDataOffset);
+    TriggerRemoteDeviceEvent(WordAt(message, gvcp_wire::kEventIdOffset), gvcp_wire::kEventDataSize,
+                             message.data() + gvcp_wire::kEventDataOffset);
 }
 
 void NQGevMessageStream::Retire()

@@ -6,6 +6,7 @@
 #include "gev/nq_gev_camera_registers.h"
 #include "gev/nq_gev_port.h"
 #include "gev/nq_gev_thread_heartbeat.h"
+#include "gige/gvcp_wire.h"
 #include "gige/nq_gev_tl_linux.h"
 #include "rdma/rdma_records.h"
 
@@ -17,7 +18,6 @@ namespace
 {
 
 constexpr unsigned int writeEventSupported = 0x20;
-constexpr unsigned int bigEndianDevice = 0x80000000;
 constexpr std::size_t settingsBlockSize = 176;
 
 /// What a GenTL access mode asks of the camera's control privilege register.
@@ -102,7 +102,7 @@ bool NQGevRemoteDevice::IsEventImplemented(int)
 GigERDMA::_NQ_GENTL_PORT_INFO NQGevRemoteDevice::GetPortInfo()
 {
     GigERDMA::_NQ_GENTL_PORT_INFO info = NQGevPortInfo("Device", "Device");
-    info.bigEndian = (m_info.deviceMode & bigEndianDevice) != 0;
+    info.bigEndian = (m_info.deviceMode & gvcp_wire::kBigEndianDevice) != 0;
     info.littleEndian = !info.bigEndian;
     info.accessWrite = m_accessMode != GenTL::DEVICE_ACCESS_READONLY;
     return info;

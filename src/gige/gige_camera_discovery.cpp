@@ -17,20 +17,6 @@ namespace GigETL
 namespace
 {
 
-// Offsets in the discovery acknowledge (GigE Vision, DISCOVERY_ACK).
-constexpr int kSpecVersion = 8;
-constexpr int kMacUpper = 16;
-constexpr int kMacLower = 20;
-constexpr int kIpAddress = 44;
-constexpr int kSubnetMask = 60;
-constexpr int kDefaultGateway = 76;
-constexpr int kManufacturer = 80;
-constexpr int kModel = 112;
-constexpr int kDeviceVersion = 144;
-constexpr int kManufacturerInfo = 176;
-constexpr int kSerialNumber = 224;
-constexpr int kUserDefinedName = 240;
-
 /// Copies a text up to its end or the field's, and fills the rest of the field with zeros.
 template <std::size_t Size>
 void copyText(const Command& ack, int offset, char (&field)[Size])
@@ -54,23 +40,23 @@ void formatMac(unsigned int upper, unsigned int lower, char (&field)[Size])
 
 void fillRecord(const Command& ack, unsigned int localIP, NQGigE_CAMERA& camera)
 {
-    camera.ipAddress = ack.getDWord(kIpAddress);
-    camera.subnetMask = ack.getDWord(kSubnetMask);
-    camera.defaultGateway = ack.getDWord(kDefaultGateway);
-    const unsigned int macUpper = ack.getDWord(kMacUpper) & 0xFFFF;
-    const unsigned int macLower = ack.getDWord(kMacLower);
+    camera.ipAddress = ack.getDWord(gvcp_wire::kDiscoveryIpAddress);
+    camera.subnetMask = ack.getDWord(gvcp_wire::kDiscoverySubnetMask);
+    camera.defaultGateway = ack.getDWord(gvcp_wire::kDiscoveryGateway);
+    const unsigned int macUpper = ack.getDWord(gvcp_wire::kDiscoveryMacWord) & 0xFFFF;
+    const unsigned int macLower = ack.getDWord(gvcp_wire::kDiscoveryMacLow);
     camera.macUpper = macUpper;
     camera.macLower = macLower;
     formatAddress(camera.ipAddress, camera.ipAddressText);
     formatAddress(camera.subnetMask, camera.subnetMaskText);
     formatMac(macUpper, macLower, camera.macText);
-    copyText(ack, kManufacturer, camera.manufacturer);
-    copyText(ack, kModel, camera.model);
-    copyText(ack, kManufacturerInfo, camera.manufacturerInfo);
-    copyText(ack, kDeviceVersion, camera.deviceVersion);
-    copyText(ack, kSerialNumber, camera.serialNumber);
-    copyText(ack, kUserDefinedName, camera.userDefinedName);
-    const unsigned int version = ack.getDWord(kSpecVersion);
+    copyText(ack, gvcp_wire::kDiscoveryManufacturer, camera.manufacturer);
+    copyText(ack, gvcp_wire::kDiscoveryModel, camera.model);
+    copyText(ack, gvcp_wire::kDiscoveryManufacturerInfo, camera.manufacturerInfo);
+    copyText(ack, gvcp_wire::kDiscoveryDeviceVersion, camera.deviceVersion);
+    copyText(ack, gvcp_wire::kDiscoverySerialNumber, camera.serialNumber);
+    copyText(ack, gvcp_wire::kDiscoveryUserDefinedName, camera.userDefinedName);
+    const unsigned int version = ack.getDWord(gvcp_wire::kDiscoverySpecVersion);
     camera.specVersionMajor = static_cast<std::uint16_t>(version >> 16);
     camera.specVersionMinor = static_cast<std::uint16_t>(version & 0xFFFF);
     camera.adapterIpAddress = localIP;

@@ -8,11 +8,11 @@
 namespace gvcp_wire
 {
 
-// ---- Header of a command. GigE Vision, GVCP header ------------------------------------------------------------------
+// ---- Header of a command. GigE Vision, GVCP header
 inline constexpr int kHeaderSize = 8;
 inline constexpr int kKeyOffset = 0;    // 1 byte
-inline constexpr int kCodeOffset = 2;   // 2 bytes
 inline constexpr int kFlagsOffset = 1;  // 1 byte
+inline constexpr int kCodeOffset = 2;   // 2 bytes
 inline constexpr int kLengthOffset = 4; // 2 bytes: how many follow the header
 inline constexpr int kIdOffset = 6;     // 2 bytes
 
@@ -21,10 +21,10 @@ inline constexpr unsigned char kAckRequired = 0x01;         // flag
 inline constexpr unsigned char kBroadcastAckAllowed = 0x10; // flag of a discovery
 inline constexpr unsigned int kLastRequestId = 0xFFFF;      // 0 is never sent
 
-// ---- Header of an acknowledge. GigE Vision, GVCP header; code, length and id lie as in a command --------------------
+// ---- Header of an acknowledge. GigE Vision, GVCP header; code, length and id lie as in a command
 inline constexpr int kStatusOffset = 0; // 2 bytes, 0 for success
 
-// ---- Codes of commands and acknowledges. GigE Vision, GVCP ----------------------------------------------------------
+// ---- Codes of commands and acknowledges. GigE Vision, GVCP
 inline constexpr unsigned int kDiscovery = 0x0002;
 inline constexpr unsigned int kDiscoveryAck = 0x0003;
 inline constexpr unsigned int kReadRegister = 0x0080;
@@ -39,7 +39,6 @@ inline constexpr unsigned int kPendingAck = 0x0089;
 inline constexpr unsigned int kEvent = 0x00C0;
 
 // ---- Bodies of register and memory accesses. GigE Vision, GVCP: READREG, WRITEREG, READMEM, WRITEMEM, PENDING_ACK
-// ----
 inline constexpr int kAddressOffset = 8; // 4 bytes, in each of the four commands
 inline constexpr int kAddressSize = 4;
 inline constexpr int kReadRegisterBody = 4;
@@ -52,9 +51,37 @@ inline constexpr int kDataOffset = 12;        // what is written, and in the ack
 inline constexpr int kPendingTimeOffset = 10; // 2 bytes: milliseconds until the acknowledge
 inline constexpr int kPendingAckSize = 12;    // header and body
 
-// ---- Limits of both. Our own choice, within the 576 bytes of an IP packet that every host takes ---------------------
-inline constexpr int kLargestPacket = 548;         // that is received: header and body
-inline constexpr unsigned int kLargestWrite = 520; // data of one WRITEMEM
-inline constexpr int kDiscoveryZeros = 8;          // body of the discovery that the camera layer sends
+// ---- The acknowledge of a discovery. GigE Vision, DISCOVERY_ACK
+inline constexpr int kDiscoverySpecVersion = 8;        // 2 bytes major, 2 bytes minor
+inline constexpr int kDiscoveryDeviceMode = 12;        // 4 bytes
+inline constexpr int kDiscoveryMacWord = 16;           // 4 bytes, the lower two of them are
+inline constexpr int kDiscoveryMac = 18;               // 6 bytes
+inline constexpr int kDiscoveryMacLow = 20;            // 4 bytes, the last of the six
+inline constexpr int kDiscoveryIpOptions = 24;         // 4 bytes: IP configurations the camera supports
+inline constexpr int kDiscoveryIpCurrent = 28;         // 4 bytes: the one in use
+inline constexpr int kDiscoveryIpAddress = 44;         // 4 bytes
+inline constexpr int kDiscoverySubnetMask = 60;        // 4 bytes
+inline constexpr int kDiscoveryGateway = 76;           // 4 bytes
+inline constexpr int kDiscoveryManufacturer = 80;      // text of 32 bytes
+inline constexpr int kDiscoveryModel = 112;            // text of 32 bytes
+inline constexpr int kDiscoveryDeviceVersion = 144;    // text of 32 bytes
+inline constexpr int kDiscoveryManufacturerInfo = 176; // text of 48 bytes
+inline constexpr int kDiscoverySerialNumber = 224;     // text of 16 bytes
+inline constexpr int kDiscoveryUserDefinedName = 240;  // text of 16 bytes
+inline constexpr unsigned int kDiscoveryAckSize = 256; // header and body
+
+inline constexpr unsigned int kBigEndianDevice = 0x80000000; // in the device mode
+
+// ---- An event, a command of the camera. GigE Vision, EVENT_CMD
+inline constexpr int kEventDataOffset = 8;
+inline constexpr int kEventIdOffset = 10;            // 2 bytes
+inline constexpr unsigned short kEventDataSize = 16; // of one event
+inline constexpr unsigned int kEventPacketSize = 24; // header and one event
+
+// ---- Sizes of packets. Our own choice
+inline constexpr int kLargestPacket = 548;             // that is received: header and body
+inline constexpr unsigned short kLargestMessage = 612; // that the message channel receives
+inline constexpr unsigned int kLargestWrite = 520;     // data of one WRITEMEM
+inline constexpr int kDiscoveryZeros = 8;              // body of the discovery that the camera layer sends
 
 } // namespace gvcp_wire
