@@ -65,9 +65,6 @@ struct _NQ_GEV_DEVICE_INFO : GigERDMA::_NQ_GENTL_DEVICE_INFO
     sockaddr_in controlAddress{};   ///< Where the camera takes GVCP commands, in network order.
 };
 
-/// UDP port of GVCP at the camera. Source: GigE Vision, GVCP transport.
-inline constexpr unsigned short kGvcpPort = 3956;
-
 /// Address at which every module's port serves its register description.
 inline constexpr unsigned long kXmlAddress = 0x10000;
 

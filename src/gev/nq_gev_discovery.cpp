@@ -88,7 +88,7 @@ _NQ_GEV_DEVICE_INFO Describe(const Packet& ack)
     info.subnetMask = ack.DWord(gvcp_wire::kDiscoverySubnetMask);
     info.gateway = ack.DWord(gvcp_wire::kDiscoveryGateway);
     info.controlAddress.sin_family = AF_INET;
-    info.controlAddress.sin_port = htons(kGvcpPort);
+    info.controlAddress.sin_port = htons(gvcp_wire::kControlPort);
     std::memcpy(&info.controlAddress.sin_addr, ack.At(gvcp_wire::kDiscoveryIpAddress),
                 sizeof info.controlAddress.sin_addr);
     return info;
@@ -153,7 +153,7 @@ bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, u
         gvcp_wire::kDiscovery, nullptr, 0, gvcp_wire::kAckRequired | gvcp_wire::kBroadcastAckAllowed, kRequestId);
     sockaddr_in everyone{};
     everyone.sin_family = AF_INET;
-    everyone.sin_port = htons(kGvcpPort);
+    everyone.sin_port = htons(gvcp_wire::kControlPort);
     everyone.sin_addr.s_addr = htonl(INADDR_BROADCAST);
     if (!m_socket.SendTo(reinterpret_cast<sockaddr*>(&everyone), reinterpret_cast<char*>(command.data()),
                          static_cast<unsigned short>(command.size())))

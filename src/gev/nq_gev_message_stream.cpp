@@ -13,8 +13,6 @@
 namespace
 {
 
-constexpr unsigned short firstPort = 3456;
-constexpr unsigned short lastPort = 3520;
 constexpr int receiveTimeout = 100;      // milliseconds
 constexpr int retiredReceiveTimeout = 1; // milliseconds
 
@@ -58,14 +56,14 @@ bool NQGevMessageStream::OnInit()
     camera.sin_family = AF_INET;
     camera.sin_port = htons(static_cast<unsigned short>(m_remote->GetSourcePort()));
     camera.sin_addr.s_addr = htonl(info.ipAddress);
-    std::array<char, 12> opener = {};
+    std::array<char, gvcp_wire::kMessageOpener> opener = {};
     m_socket.SendTo(reinterpret_cast<sockaddr*>(&camera), opener.data(), opener.size());
     return true;
 }
 
 unsigned short NQGevMessageStream::BindPort()
 {
-    for (unsigned short port = firstPort; port <= lastPort; ++port)
+    for (unsigned short port = gvcp_wire::kFirstMessagePort; port <= gvcp_wire::kLastMessagePort; ++port)
     {
         if (m_socket.Bind(INADDR_ANY, port))
         {

@@ -121,7 +121,7 @@ std::string NQGevRemoteDevice::GetId()
 int NQGevRemoteDevice::DoOpen()
 {
     OpenCamera camera(*m_tl, m_handle);
-    if (!m_tl->CameraOpen(&m_handle, m_info.ipAddress, kGvcpPort))
+    if (!m_tl->CameraOpen(&m_handle, m_info.ipAddress, gvcp_wire::kControlPort))
     {
         return GenTL::GC_ERR_ERROR;
     }

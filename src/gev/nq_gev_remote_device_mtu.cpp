@@ -3,6 +3,7 @@
 #include "gev/nq_gev_camera_registers.h"
 #include "gev/nq_gev_remote_device.h"
 #include "gige/gige_wait.h"
+#include "gige/gvcp_wire.h"
 
 #include <chrono>
 #include <memory>
@@ -14,8 +15,6 @@
 namespace
 {
 
-constexpr unsigned short firstPort = 3500;
-constexpr unsigned short lastPort = 3564;
 constexpr unsigned int largestSize = 9000;  // bytes
 constexpr unsigned int standardSize = 1500; // bytes
 constexpr unsigned int packetHeaders = 28;  // bytes of IPv4 and UDP header
@@ -44,7 +43,7 @@ class TestSocket
     /// The bound port, 0 when none was free.
     unsigned short Bind() const
     {
-        for (unsigned short port = firstPort; port <= lastPort; ++port)
+        for (unsigned short port = gvcp_wire::kFirstTestPort; port <= gvcp_wire::kLastTestPort; ++port)
         {
             sockaddr_in local = {};
             local.sin_family = AF_INET;
@@ -62,7 +61,7 @@ class TestSocket
 
     void SendOpener(unsigned int ip, unsigned short port) const
     {
-        const unsigned char opener[8] = {};
+        const unsigned char opener[gvcp_wire::kTestOpener] = {};
         sockaddr_in camera = {};
         camera.sin_family = AF_INET;
         camera.sin_port = htons(port);

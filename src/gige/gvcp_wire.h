@@ -8,6 +8,15 @@
 namespace gvcp_wire
 {
 
+// ---- UDP port of the camera. GigE Vision, GVCP transport
+inline constexpr unsigned short kControlPort = 3956;
+
+// ---- UDP ports of this host, the first free one of each range. Our own choice
+inline constexpr unsigned short kFirstMessagePort = 3456; // takes a camera's events
+inline constexpr unsigned short kLastMessagePort = 3520;
+inline constexpr unsigned short kFirstTestPort = 3500; // takes a camera's test packets
+inline constexpr unsigned short kLastTestPort = 3564;
+
 // ---- Header of a command. GigE Vision, GVCP header
 inline constexpr int kHeaderSize = 8;
 inline constexpr int kKeyOffset = 0;    // 1 byte
@@ -82,6 +91,8 @@ inline constexpr unsigned int kEventPacketSize = 24; // header and one event
 inline constexpr int kLargestPacket = 548;             // that is received: header and body
 inline constexpr unsigned short kLargestMessage = 612; // that the message channel receives
 inline constexpr unsigned int kLargestWrite = 520;     // data of one WRITEMEM
+inline constexpr int kMessageOpener = 12;              // zeros that open the way for events through a firewall
+inline constexpr int kTestOpener = 8;                  // zeros that open the way for test packets
 inline constexpr int kDiscoveryZeros = 8;              // body of the discovery that the camera layer sends
 
 } // namespace gvcp_wire

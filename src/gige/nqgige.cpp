@@ -3,13 +3,13 @@
 #include "gige/nqgige.h"
 
 #include "gige/gige_tl.h"
+#include "gige/gvcp_wire.h"
 
 #include <memory>
 
 namespace
 {
 
-constexpr unsigned int kControlPort = 3956;
 constexpr unsigned int kControlPrivilege = 0x0A00;
 
 /// The answer to a caller that may not go on, else success.
@@ -60,7 +60,7 @@ NQGigE_RETURN discoverCamerasExt(unsigned int port, unsigned int localIP, unsign
 
 NQGigE_RETURN discoverCameras(unsigned int localIP, unsigned long timeoutMs, NQGigE_CALLBACK callback, void* context)
 {
-    return discoverCamerasExt(kControlPort, localIP, timeoutMs, callback, context);
+    return discoverCamerasExt(gvcp_wire::kControlPort, localIP, timeoutMs, callback, context);
 }
 
 NQGigE_RETURN shutdownCameras()
@@ -85,7 +85,7 @@ NQGigE_RETURN openCameraExt(unsigned long* handle, unsigned int ip, unsigned int
 NQGigE_RETURN openCamera(unsigned long* handle, unsigned int ip, unsigned int localIP, unsigned int unusedArgument,
                          MULTICAST_MODE mode)
 {
-    return openCameraExt(handle, ip, kControlPort, localIP, unusedArgument, mode);
+    return openCameraExt(handle, ip, gvcp_wire::kControlPort, localIP, unusedArgument, mode);
 }
 
 NQGigE_RETURN closeCamera(unsigned long handle)
