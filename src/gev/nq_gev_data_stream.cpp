@@ -8,10 +8,12 @@
 #include "gev/nq_gev_port.h"
 #include "gev/nq_gev_remote_device.h"
 #include "gev/nq_rdma_thread_acquisition.h"
+#include "gige/gvcp_wire.h"
 #include "rdma/tld_RdmaTL.h"
 
 #include <GenTL/GenTL.h>
 #include <arpa/inet.h>
+#include <bit>
 #include <utility>
 
 namespace
@@ -19,9 +21,6 @@ namespace
 
 constexpr const char* RdmaPort = "4791";
 constexpr std::uint32_t MtuValue = 9000;
-
-/// In the fourth byte of the camera's stream capability word.
-constexpr unsigned char RdmaCapability = 0x04;
 
 /// The camera's address as dotted decimal.
 std::string AddressText(const NQGevRemoteDevice& device)
@@ -99,7 +98,7 @@ int NQGevDataStream::DoOpen()
     {
         return GenTL::GC_ERR_ERROR;
     }
-    if ((capability.bytes[3] & RdmaCapability) == 0)
+    if ((std::bit_cast<unsigned int>(capability) & gvcp_wire::kRdmaSupported) == 0)
     {
         return GenTL::GC_ERR_NOT_AVAILABLE;
     }

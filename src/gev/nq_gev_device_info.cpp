@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The device's info commands: its record's texts, and what is asked of the camera at each call.
 #include "gentl/nq_gentl_util.h"
-#include "gev/nq_gev_camera_registers.h"
 #include "gev/nq_gev_device.h"
 #include "gev/nq_gev_query.h"
 #include "gev/nq_gev_remote_device.h"
+#include "gige/gvcp_wire.h"
 
 #include <GenTL/GenTL.h>
 #include <cstring>
@@ -109,7 +109,7 @@ int NQGevDevice::_getAccessStatus(int* type, void* buffer, unsigned long* size)
 int NQGevDevice::_getUserDefinedName(int* type, void* buffer, unsigned long* size)
 {
     char name[512] = {};
-    const int result = ReadCamera(nq::reg::userDefinedName, name, sizeof name);
+    const int result = ReadCamera(gvcp_wire::kRegUserDefinedName, name, sizeof name);
     if (result != GenTL::GC_ERR_SUCCESS)
     {
         return NQGevFailed(result, "%s ReadPort(GVCP_USERDEFINED_NAME):%d", "_getUserDefinedName", result);
@@ -131,13 +131,13 @@ int NQGevDevice::_getTimestampFreq(int* type, void* buffer, unsigned long* size)
 {
     // Deliberate: each half keeps the network order in which the port delivers it; consumers of this command expect it.
     unsigned int low = 0;
-    int result = ReadCamera(nq::reg::timestampFrequencyLow, &low, sizeof low);
+    int result = ReadCamera(gvcp_wire::kRegTimestampFrequencyLow, &low, sizeof low);
     if (result != GenTL::GC_ERR_SUCCESS)
     {
         return NQGevFailed(result, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_LO):%d", "_getTimestampFreq", result);
     }
     unsigned int high = 0;
-    result = ReadCamera(nq::reg::timestampFrequencyHigh, &high, sizeof high);
+    result = ReadCamera(gvcp_wire::kRegTimestampFrequencyHigh, &high, sizeof high);
     if (result != GenTL::GC_ERR_SUCCESS)
     {
         return NQGevFailed(result, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_HI):%d", "_getTimestampFreq", result);
@@ -147,17 +147,17 @@ int NQGevDevice::_getTimestampFreq(int* type, void* buffer, unsigned long* size)
 
 int NQGevDevice::_getPersistentIP(int* type, void* buffer, unsigned long* size)
 {
-    return GetPersistentAddress("_getPersistentIP", nq::reg::persistentIp, type, buffer, size);
+    return GetPersistentAddress("_getPersistentIP", gvcp_wire::kRegPersistentIp, type, buffer, size);
 }
 
 int NQGevDevice::_getPersistentSubnet(int* type, void* buffer, unsigned long* size)
 {
-    return GetPersistentAddress("_getPersistentSubnet", nq::reg::persistentSubnet, type, buffer, size);
+    return GetPersistentAddress("_getPersistentSubnet", gvcp_wire::kRegPersistentSubnet, type, buffer, size);
 }
 
 int NQGevDevice::_getPersistentGateway(int* type, void* buffer, unsigned long* size)
 {
-    return GetPersistentAddress("_getPersistentGateway", nq::reg::persistentGateway, type, buffer, size);
+    return GetPersistentAddress("_getPersistentGateway", gvcp_wire::kRegPersistentGateway, type, buffer, size);
 }
 
 int NQGevDevice::GetPersistentAddress(const char* operation, unsigned long address, int* type, void* buffer,

@@ -8,6 +8,7 @@
 #include "gige/gvcp_wire.h"
 
 #include <array>
+#include <bit>
 #include <cstring>
 #include <string_view>
 #include <unordered_map>
@@ -226,10 +227,10 @@ unsigned int NQGevInterface::_getDeviceAccessStatus(const sockaddr_in* controlAd
     {
         return StatusNoAccess;
     }
-    std::array<unsigned char, 4> controlChannelPrivilege = {0x00, 0x00, 0x0A, 0x00};
-    std::vector<unsigned char> command =
-        NQGevUtil::CreateGVCPCommand(gvcp_wire::kReadRegister, controlChannelPrivilege.data(),
-                                     controlChannelPrivilege.size(), gvcp_wire::kAckRequired, kRequestId);
+    auto address =
+        std::bit_cast<std::array<unsigned char, gvcp_wire::kAddressSize>>(htonl(gvcp_wire::kRegControlPrivilege));
+    std::vector<unsigned char> command = NQGevUtil::CreateGVCPCommand(
+        gvcp_wire::kReadRegister, address.data(), address.size(), gvcp_wire::kAckRequired, kRequestId);
     sockaddr_in camera = *controlAddress;
     if (!m_socket.SendTo(reinterpret_cast<sockaddr*>(&camera), reinterpret_cast<char*>(command.data()),
                          static_cast<unsigned short>(command.size())))
@@ -250,11 +251,11 @@ unsigned int NQGevInterface::_getDeviceAccessStatus(const sockaddr_in* controlAd
     }
     switch (ack.DWord(gvcp_wire::kReadValueOffset))
     {
-    case 0: // no application has control
+    case gvcp_wire::kNoControl:
         return StatusReadWrite;
-    case 1: // exclusive access
+    case gvcp_wire::kExclusiveAccess:
         return StatusNoAccess;
-    case 2: // control access
+    case gvcp_wire::kControlAccess:
         return StatusReadOnly;
     default:
         return StatusUnknown;

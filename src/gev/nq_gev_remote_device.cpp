@@ -3,7 +3,6 @@
 #include "gev/nq_gev_remote_device.h"
 
 #include "base/nq_logger.h"
-#include "gev/nq_gev_camera_registers.h"
 #include "gev/nq_gev_port.h"
 #include "gev/nq_gev_thread_heartbeat.h"
 #include "gige/gvcp_wire.h"
@@ -17,7 +16,6 @@
 namespace
 {
 
-constexpr unsigned int writeEventSupported = 0x20;
 constexpr std::size_t settingsBlockSize = 176;
 
 /// What a GenTL access mode asks of the camera's control privilege register.
@@ -26,11 +24,11 @@ unsigned int PrivilegeOf(int accessMode)
     switch (accessMode)
     {
     case GenTL::DEVICE_ACCESS_CONTROL:
-        return 2;
+        return gvcp_wire::kControlAccess;
     case GenTL::DEVICE_ACCESS_EXCLUSIVE:
-        return 1;
+        return gvcp_wire::kExclusiveAccess;
     default:
-        return 0;
+        return gvcp_wire::kNoControl;
     }
 }
 
@@ -128,16 +126,16 @@ int NQGevRemoteDevice::DoOpen()
     if (m_accessMode != GenTL::DEVICE_ACCESS_READONLY)
     {
         // Deliberate: a camera that refuses the privilege is opened all the same; its access status tells.
-        _gvcpWritereg(nq::reg::controlPrivilege, PrivilegeOf(m_accessMode), false);
-        _gvcpReadReg(nq::reg::heartbeatTimeout, &m_info.spareWord, false);
-        _gvcpReadReg(nq::reg::gvcpCapability, &m_info.spareWord2, false);
-        if ((m_info.spareWord2 & writeEventSupported) != 0)
+        _gvcpWritereg(gvcp_wire::kRegControlPrivilege, PrivilegeOf(m_accessMode), false);
+        _gvcpReadReg(gvcp_wire::kRegHeartbeatTimeout, &m_info.spareWord, false);
+        _gvcpReadReg(gvcp_wire::kRegGvcpCapability, &m_info.spareWord2, false);
+        if ((m_info.spareWord2 & gvcp_wire::kPendingAckSupported) != 0)
         {
-            _gvcpWritereg(nq::reg::gvcpConfiguration, 2, false);
+            _gvcpWritereg(gvcp_wire::kRegGvcpConfiguration, gvcp_wire::kPendingAckEnable, false);
         }
     }
     m_register0D3C = 0;
-    _gvcpReadReg(nq::reg::camera0D3C, &m_register0D3C, true);
+    _gvcpReadReg(gvcp_wire::kReg0D3C, &m_register0D3C, true);
     // Deliberate: a camera opened read-only is not asked for its timeout, so its heartbeat runs without a pause.
     m_heartbeat->Start(m_info.spareWord);
     camera.Keep();
@@ -148,7 +146,7 @@ int NQGevRemoteDevice::DoClose()
 {
     if (m_heartbeat->IsRunning())
     {
-        _gvcpWritereg(nq::reg::controlPrivilege, 0, false);
+        _gvcpWritereg(gvcp_wire::kRegControlPrivilege, gvcp_wire::kNoControl, false);
         m_heartbeat->RequestExit();
         m_heartbeat->Wait();
     }
@@ -161,7 +159,7 @@ unsigned int NQGevRemoteDevice::GetStreamChannelCount()
     unsigned int count = 0;
     if (m_handle != 0)
     {
-        _gvcpReadReg(nq::reg::streamChannels, &count, false);
+        _gvcpReadReg(gvcp_wire::kRegStreamChannels, &count, false);
     }
     return count;
 }
@@ -171,14 +169,14 @@ unsigned int NQGevRemoteDevice::GetMessageChannelCount()
     unsigned int count = 0;
     if (m_handle != 0)
     {
-        _gvcpReadReg(nq::reg::messageChannels, &count, false);
+        _gvcpReadReg(gvcp_wire::kRegMessageChannels, &count, false);
     }
     return count;
 }
 
 bool NQGevRemoteDevice::EnableStream(bool on)
 {
-    return _gvcpWritereg(nq::reg::rdmaStreamEnable, on ? 0x80000000U : 0, false);
+    return _gvcpWritereg(gvcp_wire::kRegRdmaStreamEnable, on ? gvcp_wire::kRdmaStreamOn : 0, false);
 }
 
 bool NQGevRemoteDevice::_gvcpReadReg(unsigned int address, unsigned int* value, bool swap)
@@ -204,7 +202,7 @@ bool NQGevRemoteDevice::_gvcpWriteMem(unsigned int address, unsigned char* data,
 unsigned int NQGevRemoteDevice::GetSourcePort()
 {
     unsigned int port = 0;
-    if (m_handle != 0 && !_gvcpReadReg(nq::reg::messageSourcePort, &port, false))
+    if (m_handle != 0 && !_gvcpReadReg(gvcp_wire::kRegMessageSourcePort, &port, false))
     {
         NQLogger::getInstance().TraceA("NQGenTL", 2, "%s Failed! _gvcpReadReg", "GetSourcePort");
     }
@@ -217,7 +215,7 @@ bool NQGevRemoteDevice::SetMessagePort(int port)
     {
         return false;
     }
-    if (!_gvcpWritereg(nq::reg::messagePort, static_cast<unsigned int>(port), false))
+    if (!_gvcpWritereg(gvcp_wire::kRegMessagePort, static_cast<unsigned int>(port), false))
     {
         NQLogger::getInstance().TraceA("NQGenTL", 2, "%s Failed! _gvcpWritereg", "SetMessagePort");
         return false;
@@ -231,7 +229,7 @@ bool NQGevRemoteDevice::SetMessageAddress(int address)
     {
         return false;
     }
-    if (!_gvcpWritereg(nq::reg::messageAddress, static_cast<unsigned int>(address), false))
+    if (!_gvcpWritereg(gvcp_wire::kRegMessageAddress, static_cast<unsigned int>(address), false))
     {
         NQLogger::getInstance().TraceA("NQGenTL", 2, "%s Failed! _gvcpWritereg", "SetMessageAddress");
         return false;
@@ -242,7 +240,7 @@ bool NQGevRemoteDevice::SetMessageAddress(int address)
 bool NQGevRemoteDevice::GetStreachannelCapability(_NQ_STREAM_CAPABILITY* capability)
 {
     unsigned int value = 0;
-    if (m_handle == 0 || !_gvcpReadReg(nq::reg::streamCapability, &value, false))
+    if (m_handle == 0 || !_gvcpReadReg(gvcp_wire::kRegStreamCapability, &value, false))
     {
         return false;
     }
@@ -254,7 +252,7 @@ bool NQGevRemoteDevice::GetBufferSettings(gevrdmaBufferSettings* settings)
 {
     unsigned char block[settingsBlockSize] = {};
     // Deliberate: a block that could not be read is handed on as zeros; the acquisition then fails by itself.
-    const bool read = _gvcpReadMem(nq::reg::rdmaSettings, block, sizeof block);
+    const bool read = _gvcpReadMem(gvcp_wire::kRegRdmaSettings, block, sizeof block);
     settings->blockWord160 = ReadAt<unsigned int>(block, 160);
     settings->blockWord164 = ReadAt<unsigned int>(block, 164);
     settings->payloadSize = ReadAt<unsigned long>(block, 32);
@@ -267,8 +265,8 @@ bool NQGevRemoteDevice::GetbufferLayout(buffer_Layout* layout)
     unsigned int address = 0;
     unsigned int unused = 0;
     buffer_Layout block = {};
-    _gvcpReadReg(nq::reg::bufferLayout, &address, false);
-    _gvcpReadReg(nq::reg::bufferLayout2, &unused, false);
+    _gvcpReadReg(gvcp_wire::kRegBufferLayout, &address, false);
+    _gvcpReadReg(gvcp_wire::kRegBufferLayout2, &unused, false);
     const bool read = _gvcpReadMem(address, block.bytes, sizeof block.bytes);
     NQLogger::getInstance().TraceA("NQGenTL", 2, "%s  *bufferLayout = layoutt ENTER", "GetbufferLayout");
     *layout = block;
@@ -282,19 +280,19 @@ int NQGevRemoteDevice::GetAccessStatus()
         return GenTL::DEVICE_ACCESS_STATUS_UNKNOWN;
     }
     unsigned int privilege = 0;
-    if (!_gvcpReadReg(nq::reg::controlPrivilege, &privilege, false))
+    if (!_gvcpReadReg(gvcp_wire::kRegControlPrivilege, &privilege, false))
     {
         NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! ReadPort: address:0x%x error:%d", "GetAccessStatus",
-                                       nq::reg::controlPrivilege, GenTL::GC_ERR_IO);
+                                       gvcp_wire::kRegControlPrivilege, GenTL::GC_ERR_IO);
         return GenTL::DEVICE_ACCESS_STATUS_NOACCESS;
     }
     NQLogger::getInstance().TraceA("NQGenTL", 8, "%s currentAccessStatus:%d", "GetAccessStatus", privilege);
     switch (privilege)
     {
-    case 1:
+    case gvcp_wire::kExclusiveAccess:
         // Deliberate: exclusive access counts as no access, even where it is this object's own.
         return GenTL::DEVICE_ACCESS_STATUS_NOACCESS;
-    case 2:
+    case gvcp_wire::kControlAccess:
         return GenTL::DEVICE_ACCESS_STATUS_OPEN_READWRITE;
     default:
         return static_cast<int>(privilege);

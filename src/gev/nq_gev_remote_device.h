@@ -4,6 +4,7 @@
 
 #include "gentl/nq_gentl_remote_device.h"
 #include "gev/nq_gev_common.h"
+#include "gige/gvcp_wire.h"
 
 #include <memory>
 #include <string>
@@ -24,7 +25,7 @@ static_assert(sizeof(_NQ_STREAM_CAPABILITY) == 4);
 /// A block of the camera that is handed on as it arrives.
 struct buffer_Layout
 {
-    unsigned char bytes[16];
+    unsigned char bytes[gvcp_wire::kBufferLayoutSize];
 };
 static_assert(sizeof(buffer_Layout) == 16);
 

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // The search for the largest packet that gets from the camera to this host.
-#include "gev/nq_gev_camera_registers.h"
 #include "gev/nq_gev_remote_device.h"
 #include "gige/gige_wait.h"
 #include "gige/gvcp_wire.h"
@@ -18,7 +17,6 @@ namespace
 constexpr unsigned int largestSize = 9000;  // bytes
 constexpr unsigned int standardSize = 1500; // bytes
 constexpr unsigned int packetHeaders = 28;  // bytes of IPv4 and UDP header
-constexpr unsigned int testPacketAndDoNotFragment = 0xC0000000;
 constexpr int attempts = 4;
 
 /// A UDP socket on the first free port of the test range, and the block its packets go to.
@@ -96,14 +94,14 @@ unsigned int NQGevRemoteDevice::GetMaxSizeMTU(unsigned int, unsigned int bufferE
 {
     const unsigned int size = MeasurePacketSize(bufferExtra);
     unsigned int accepted = 0;
-    _gvcpWritereg(nq::reg::streamPacketSize, size, false);
-    _gvcpReadReg(nq::reg::streamPacketSize, &accepted, false);
+    _gvcpWritereg(gvcp_wire::kRegStreamPacketSize, size, false);
+    _gvcpReadReg(gvcp_wire::kRegStreamPacketSize, &accepted, false);
     if (size >= accepted)
     {
         return accepted;
     }
-    _gvcpWritereg(nq::reg::streamPacketSize, accepted - 512, false);
-    _gvcpReadReg(nq::reg::streamPacketSize, &accepted, false);
+    _gvcpWritereg(gvcp_wire::kRegStreamPacketSize, accepted - 512, false);
+    _gvcpReadReg(gvcp_wire::kRegStreamPacketSize, &accepted, false);
     return accepted;
 }
 
@@ -123,16 +121,17 @@ unsigned int NQGevRemoteDevice::MeasurePacketSize(unsigned int bufferExtra)
         test.Receive();
     }
     unsigned int tested = 0;
-    _gvcpWritereg(nq::reg::streamPacketSize, largestSize, false);
-    _gvcpWritereg(nq::reg::streamAddress, m_info.interfaceIp, false);
-    _gvcpWritereg(nq::reg::streamPort, port, false);
-    _gvcpReadReg(nq::reg::streamPacketSize, &tested, false);
+    _gvcpWritereg(gvcp_wire::kRegStreamPacketSize, largestSize, false);
+    _gvcpWritereg(gvcp_wire::kRegStreamAddress, m_info.interfaceIp, false);
+    _gvcpWritereg(gvcp_wire::kRegStreamPort, port, false);
+    _gvcpReadReg(gvcp_wire::kRegStreamPacketSize, &tested, false);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
 
     int ready = 0;
     for (int attempt = 0; attempt < attempts && ready == 0; ++attempt)
     {
-        _gvcpWritereg(nq::reg::streamPacketSize, tested + testPacketAndDoNotFragment, false);
+        _gvcpWritereg(gvcp_wire::kRegStreamPacketSize,
+                      tested + (gvcp_wire::kFireTestPacket | gvcp_wire::kDoNotFragment), false);
         // Deliberate: the budget is not renewed, so the later waits are short or only look.
         ready = test.Wait();
     }
@@ -145,6 +144,6 @@ unsigned int NQGevRemoteDevice::MeasurePacketSize(unsigned int bufferExtra)
     {
         size = tested;
     }
-    _gvcpWritereg(nq::reg::streamPort, 0, false);
+    _gvcpWritereg(gvcp_wire::kRegStreamPort, 0, false);
     return size;
 }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The remote device's port: reads and writes of any size as register and memory exchanges, and the camera's URLs.
-#include "gev/nq_gev_camera_registers.h"
 #include "gev/nq_gev_port.h"
 #include "gev/nq_gev_remote_device.h"
+#include "gige/gvcp_wire.h"
 
 #include <GenTL/GenTL.h>
 #include <algorithm>
@@ -13,7 +13,6 @@ namespace
 {
 
 constexpr int chunkSize = 512;
-constexpr std::size_t urlSize = 512;
 
 /// A size in bytes, up to the next multiple of 4, in the 32 bits that a camera access has.
 int RoundedSize(unsigned long size)
@@ -130,13 +129,13 @@ std::vector<std::string> NQGevRemoteDevice::GetURLList()
         }
     }
     std::vector<std::string> urls;
-    char buffer[urlSize] = {};
-    for (const unsigned int address : {nq::reg::firstUrl, nq::reg::secondUrl})
+    char buffer[gvcp_wire::kUrlSize] = {};
+    for (const unsigned int address : {gvcp_wire::kRegFirstUrl, gvcp_wire::kRegSecondUrl})
     {
         // Deliberate: an empty text is an entry like any other, so a camera with one URL lists two.
-        if (_gvcpReadMem(address, reinterpret_cast<unsigned char*>(buffer), urlSize))
+        if (_gvcpReadMem(address, reinterpret_cast<unsigned char*>(buffer), gvcp_wire::kUrlSize))
         {
-            urls.emplace_back(buffer, strnlen(buffer, urlSize));
+            urls.emplace_back(buffer, strnlen(buffer, gvcp_wire::kUrlSize));
         }
     }
     const NQLock lock(m_urlMutex);

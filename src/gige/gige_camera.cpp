@@ -16,10 +16,6 @@ namespace GigETL
 namespace
 {
 
-// Stream channel 0 (GigE Vision, bootstrap registers).
-constexpr unsigned int kStreamPort = 0x0D00;
-constexpr unsigned int kStreamDestination = 0x0D18;
-
 constexpr long kFirstWaitMicroseconds = 200000;
 constexpr long kSecondWaitMicroseconds = 400000;
 constexpr long kDrainMicroseconds = 1000;
@@ -206,7 +202,7 @@ NQGigE_RETURN Camera::readCameraMemory(unsigned int address, unsigned char* data
 
 NQGigE_RETURN Camera::processUnlink()
 {
-    return setGigECameraRegister(kStreamPort, 0, kStreamDestination, 0);
+    return setGigECameraRegister(gvcp_wire::kRegStreamPort, 0, gvcp_wire::kRegStreamAddress, 0);
 }
 
 NQGigE_RETURN Camera::validateAck(Network& network, const Command& ack, unsigned int id, unsigned int code)

@@ -87,6 +87,47 @@ inline constexpr int kEventIdOffset = 10;            // 2 bytes
 inline constexpr unsigned short kEventDataSize = 16; // of one event
 inline constexpr unsigned int kEventPacketSize = 24; // header and one event
 
+// ---- Registers of a camera, a value below its register. GigE Vision, bootstrap registers
+inline constexpr unsigned int kRegUserDefinedName = 0x00E8;
+inline constexpr unsigned int kRegFirstUrl = 0x0200;  // text of 512 bytes
+inline constexpr unsigned int kRegSecondUrl = 0x0400; // text of 512 bytes
+inline constexpr unsigned int kUrlSize = 512;
+inline constexpr unsigned int kRegPersistentIp = 0x064C;
+inline constexpr unsigned int kRegPersistentSubnet = 0x065C;
+inline constexpr unsigned int kRegPersistentGateway = 0x066C;
+inline constexpr unsigned int kRegMessageChannels = 0x0900; // how many there are
+inline constexpr unsigned int kRegStreamChannels = 0x0904;  // how many there are
+inline constexpr unsigned int kRegStreamCapability = 0x092C;
+inline constexpr unsigned int kRegGvcpCapability = 0x0934;
+inline constexpr unsigned int kPendingAckSupported = 0x00000020;
+inline constexpr unsigned int kRegHeartbeatTimeout = 0x0938;       // milliseconds
+inline constexpr unsigned int kRegTimestampFrequencyHigh = 0x093C; // ticks per second
+inline constexpr unsigned int kRegTimestampFrequencyLow = 0x0940;
+inline constexpr unsigned int kRegGvcpConfiguration = 0x0954;
+inline constexpr unsigned int kPendingAckEnable = 0x00000002;
+inline constexpr unsigned int kRegControlPrivilege = 0x0A00;
+inline constexpr unsigned int kNoControl = 0; // of any host
+inline constexpr unsigned int kExclusiveAccess = 1;
+inline constexpr unsigned int kControlAccess = 2;
+inline constexpr unsigned int kRegMessagePort = 0x0B00; // 0: no events
+inline constexpr unsigned int kRegMessageAddress = 0x0B10;
+inline constexpr unsigned int kRegMessageSourcePort = 0x0B1C;
+inline constexpr unsigned int kRegStreamPort = 0x0D00; // of stream channel 0, as the next two
+inline constexpr unsigned int kRegStreamPacketSize = 0x0D04;
+inline constexpr unsigned int kFireTestPacket = 0x80000000; // bits beside the packet size
+inline constexpr unsigned int kDoNotFragment = 0x40000000;
+inline constexpr unsigned int kRegStreamAddress = 0x0D18;
+
+// ---- Registers of the RDMA stream. Cameras of this product; rdma/gendc_wire.h has the layout of the settings block
+inline constexpr unsigned int kRdmaSupported = 0x04000000; // in the stream capability
+inline constexpr unsigned int kReg0D3C = 0x0D3C;           // read at opening, and kept
+inline constexpr unsigned int kRegRdmaStreamEnable = 0xE030;
+inline constexpr unsigned int kRdmaStreamOn = 0x80000000;
+inline constexpr unsigned int kRegBufferLayout = 0xE034;  // address of a block of kBufferLayoutSize bytes
+inline constexpr unsigned int kRegBufferLayout2 = 0xE038; // read, and dropped
+inline constexpr unsigned int kBufferLayoutSize = 16;
+inline constexpr unsigned int kRegRdmaSettings = 0xE600; // the settings block
+
 // ---- Sizes of packets. Our own choice
 inline constexpr int kLargestPacket = 548;             // that is received: header and body
 inline constexpr unsigned short kLargestMessage = 612; // that the message channel receives

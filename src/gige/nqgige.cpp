@@ -10,8 +10,6 @@
 namespace
 {
 
-constexpr unsigned int kControlPrivilege = 0x0A00;
-
 /// The answer to a caller that may not go on, else success.
 NQGigE_RETURN check(const cams::CameraUse& camera, unsigned int key)
 {
@@ -93,7 +91,7 @@ NQGigE_RETURN closeCamera(unsigned long handle)
     cams::CameraUse camera(handle);
     if (camera)
     {
-        camera->setGigECameraRegister(kControlPrivilege, 0);
+        camera->setGigECameraRegister(gvcp_wire::kRegControlPrivilege, gvcp_wire::kNoControl);
         camera.close();
     }
     return NQGigE_SUCCESS;
