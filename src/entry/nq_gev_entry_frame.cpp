@@ -2,6 +2,7 @@
 // The call frame that all exported GenTL functions share.
 #include "entry/nq_gev_entry_frame.h"
 
+#include "base/nq_logger.h"
 #include "gentl/nq_gentl_data_stream.h"
 #include "gentl/nq_gentl_device.h"
 #include "gentl/nq_gentl_event.h"
@@ -76,7 +77,7 @@ bool NQGevEntryFrame::HasOutput(void** output)
 
 void NQGevEntryFrame::Refuse(const char* format, int code)
 {
-    Trace(kFailure, format);
+    NQTrace(NQTraceLevel::Failure, format, m_name);
     g_Controller.SetLastError(code);
     m_result = code;
 }
@@ -91,7 +92,7 @@ void NQGevEntryFrame::Finish(int result)
 {
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        Trace(kFailure, "%s Failed:%d", result);
+        NQTrace(NQTraceLevel::Failure, "%s Failed:%d", m_name, result);
         g_Controller.SetLastError(result);
     }
     End(result);
@@ -113,7 +114,7 @@ void NQGevEntryFrame::FinishEventWait(int result)
         Finish(result);
         return;
     }
-    Trace(kExpected, "%s Failed! GC_ERR_TIMEOUT");
+    NQTrace(NQTraceLevel::Expected, "%s Failed! GC_ERR_TIMEOUT", m_name);
     End(result);
 }
 
@@ -121,7 +122,7 @@ void NQGevEntryFrame::FinishLastErrorQuery(int result)
 {
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        Trace(kFailure, "%s Failed:%d", result);
+        NQTrace(NQTraceLevel::Failure, "%s Failed:%d", m_name, result);
     }
     End(result);
 }
@@ -130,7 +131,7 @@ void NQGevEntryFrame::FinishBufferInfo(int iInfoCmd, int result)
 {
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        Trace(kFailure, "%s iInfoCmd:%d Failed:%d", iInfoCmd, result);
+        NQTrace(NQTraceLevel::Failure, "%s iInfoCmd:%d Failed:%d", m_name, iInfoCmd, result);
         g_Controller.SetLastError(result);
     }
     End(result);

@@ -2,7 +2,7 @@
 // The call frame that all exported GenTL functions share.
 #pragma once
 
-#include "base/nq_logger.h"
+#include "base/nq_trace.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -40,7 +40,7 @@ class NQGevEntryFrame
     template <class... Arguments>
     void TraceEntry(const char* format, Arguments... arguments) const
     {
-        Trace(kCallFlow, format, arguments...);
+        NQTrace(NQTraceLevel::CallFlow, format, m_name, arguments...);
     }
 
     /// False refuses the call with GC_ERR_NOT_INITIALIZED.
@@ -95,7 +95,7 @@ class NQGevEntryFrame
     {
         if (m_finished)
         {
-            Trace(kCallFlow, format, arguments..., m_result);
+            NQTrace(NQTraceLevel::CallFlow, format, m_name, arguments..., m_result);
         }
         return m_result;
     }
@@ -103,16 +103,6 @@ class NQGevEntryFrame
     int Result() const { return m_result; }
 
   private:
-    static constexpr unsigned long kFailure = 2;
-    static constexpr unsigned long kExpected = 8;
-    static constexpr unsigned long kCallFlow = 32;
-
-    template <class... Arguments>
-    void Trace(unsigned long level, const char* format, Arguments... arguments) const
-    {
-        NQLogger::getInstance().TraceA("NQGenTL", level, format, m_name, arguments...);
-    }
-
     template <class Object>
     Object* Known(Object* object, const char* refusal);
     template <class Module>

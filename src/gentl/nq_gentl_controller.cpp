@@ -2,7 +2,7 @@
 // The object behind the exported interface: library state, list of live modules, last errors.
 #include "gentl/nq_gentl_controller.h"
 
-#include "base/nq_logger.h"
+#include "base/nq_trace.h"
 #include "gentl/nq_gentl_module_base.h"
 #include "gentl/nq_gentl_system.h"
 
@@ -13,14 +13,6 @@ namespace GigERDMA
 {
 namespace
 {
-
-constexpr unsigned long kFailure = 2;
-
-template <class... Arguments>
-void TraceFailure(const char* format, Arguments... arguments)
-{
-    NQLogger::getInstance().TraceA("NQGenTL", kFailure, format, arguments...);
-}
 
 // The form that all port operations share.
 template <class Operation>
@@ -49,14 +41,12 @@ int NQGenTLController::Init()
     }
     if (const int result = DoInit(); result != GenTL::GC_ERR_SUCCESS)
     {
-        TraceFailure("%s ret", "Init");
-        return result;
+        return NQFailed(result, "%s ret", "Init");
     }
     m_pSystem = CreateSystem();
     if (m_pSystem == nullptr)
     {
-        TraceFailure("%s GC_ERR_ERROR", "Init");
-        return GenTL::GC_ERR_ERROR;
+        return NQFailed(GenTL::GC_ERR_ERROR, "%s GC_ERR_ERROR", "Init");
     }
     m_bInitialized.store(true, std::memory_order_release);
     return GenTL::GC_ERR_SUCCESS;
@@ -80,7 +70,7 @@ int NQGenTLController::Close()
     const int result = DoClose();
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        TraceFailure("%s ret", "Close");
+        NQTrace(NQTraceLevel::Failure, "%s ret", "Close");
     }
     m_moduleList.Clear(false);
     m_bInitialized.store(false, std::memory_order_release);
@@ -101,8 +91,7 @@ int NQGenTLController::OpenSystemModule(void** phTL)
 {
     if (phTL == nullptr)
     {
-        TraceFailure("%s Failed: GC_ERR_INVALID_PARAMETER", "OpenSystemModule");
-        return GenTL::GC_ERR_INVALID_PARAMETER;
+        return NQFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s Failed: GC_ERR_INVALID_PARAMETER", "OpenSystemModule");
     }
     NQGenTLModuleBase* const system = m_pSystem.load();
     const int result = system->Open();
@@ -118,8 +107,7 @@ int NQGenTLController::CloseSystemModule(void* hTL)
     NQGenTLModuleBase* const system = m_pSystem.load();
     if (hTL != system)
     {
-        TraceFailure("%s Failed: GC_ERR_INVALID_HANDLE", "CloseSystemModule");
-        return GenTL::GC_ERR_INVALID_HANDLE;
+        return NQFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s Failed: GC_ERR_INVALID_HANDLE", "CloseSystemModule");
     }
     return system->Close();
 }

@@ -2,9 +2,9 @@
 // Announcing, queueing and revoking buffers, and the delivery of frames into them.
 #include "gentl/nq_gentl_data_stream.h"
 
+#include "base/nq_trace.h"
 #include "gentl/nq_gentl_buffer.h"
 #include "gentl/nq_gentl_controller.h"
-#include "gentl/nq_gentl_data_stream_trace.h"
 #include "gentl/nq_gentl_event.h"
 
 #include <algorithm>
@@ -71,13 +71,11 @@ int NQGenTLDataStream::AnnounceBuffer(void* buffer, unsigned long size, void* us
 {
     if (buffer == nullptr || handle == nullptr)
     {
-        TraceDataStream("%s GC_ERR_INVALID_PARAMETER", "AnnounceBuffer");
-        return GenTL::GC_ERR_INVALID_PARAMETER;
+        return NQFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s GC_ERR_INVALID_PARAMETER", "AnnounceBuffer");
     }
     if (m_buffers.FindByBuffer(NQ_BUFFER_TYPE_ANNOUNCED, buffer, false) != nullptr)
     {
-        TraceDataStream("%s GC_ERR_RESOURCE_IN_USE", "AnnounceBuffer");
-        return GenTL::GC_ERR_RESOURCE_IN_USE;
+        return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "AnnounceBuffer");
     }
     Announce(buffer, size, userPtr, handle);
     return GenTL::GC_ERR_SUCCESS;
@@ -87,8 +85,7 @@ int NQGenTLDataStream::AllocAndAnnounceBuffer(unsigned long size, void* userPtr,
 {
     if (handle == nullptr)
     {
-        TraceDataStream("%s GC_ERR_INVALID_PARAMETER", "AllocAndAnnounceBuffer");
-        return GenTL::GC_ERR_INVALID_PARAMETER;
+        return NQFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s GC_ERR_INVALID_PARAMETER", "AllocAndAnnounceBuffer");
     }
     Announce(nullptr, size, userPtr, handle);
     return GenTL::GC_ERR_SUCCESS;
@@ -110,19 +107,16 @@ int NQGenTLDataStream::RevokeBuffer(void* handle, void** buffer, void** userPtr)
     NQGenTLLock queueing(m_queueingLock);
     if (m_buffers.FindByHandle(NQ_BUFFER_TYPE_ANNOUNCED, handle, false) == nullptr)
     {
-        TraceDataStream("%s GC_ERR_INVALID_HANDLE", "RevokeBuffer");
-        return GenTL::GC_ERR_INVALID_HANDLE;
+        return NQFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", "RevokeBuffer");
     }
     if (m_buffers.FindByHandle(NQ_BUFFER_TYPE_QUEUED, handle, false) != nullptr)
     {
-        TraceDataStream("%s GC_ERR_BUSY", "RevokeBuffer");
-        return GenTL::GC_ERR_BUSY;
+        return NQFailed(GenTL::GC_ERR_BUSY, "%s GC_ERR_BUSY", "RevokeBuffer");
     }
     revoked.reset(m_buffers.FindByHandle(NQ_BUFFER_TYPE_ANNOUNCED, handle, true));
     if (!revoked)
     {
-        TraceDataStream("%s GC_ERR_ERROR", "RevokeBuffer");
-        return GenTL::GC_ERR_ERROR;
+        return NQFailed(GenTL::GC_ERR_ERROR, "%s GC_ERR_ERROR", "RevokeBuffer");
     }
     EndShow(revoked.get());
     if (buffer != nullptr)
@@ -152,14 +146,12 @@ int NQGenTLDataStream::QueueBuffer(void* handle)
     NQGenTLBuffer* const buffer = m_buffers.FindByHandle(NQ_BUFFER_TYPE_ANNOUNCED, handle, false);
     if (buffer == nullptr)
     {
-        TraceDataStream("%s GC_ERR_INVALID_HANDLE", "QueueBuffer");
-        return GenTL::GC_ERR_INVALID_HANDLE;
+        return NQFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", "QueueBuffer");
     }
     // Set before the buffer is on the list, from where another thread may deliver it and clear the flag at any time.
     if (!buffer->TrySetQueueFlag())
     {
-        TraceDataStream("%s GC_ERR_RESOURCE_IN_USE", "QueueBuffer");
-        return GenTL::GC_ERR_RESOURCE_IN_USE;
+        return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "QueueBuffer");
     }
     EndShow(buffer);
     if (void* const rdmaId = buffer->GetRdmaId())
@@ -174,14 +166,12 @@ int NQGenTLDataStream::GetBufferID(unsigned int index, void** handle)
 {
     if (handle == nullptr)
     {
-        TraceDataStream("%s GC_ERR_INVALID_PARAMETER", "GetBufferID");
-        return GenTL::GC_ERR_INVALID_PARAMETER;
+        return NQFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s GC_ERR_INVALID_PARAMETER", "GetBufferID");
     }
     NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, index, false);
     if (buffer == nullptr)
     {
-        TraceDataStream("%s GC_ERR_INVALID_INDEX", "GetBufferID");
-        return GenTL::GC_ERR_INVALID_INDEX;
+        return NQFailed(GenTL::GC_ERR_INVALID_INDEX, "%s GC_ERR_INVALID_INDEX", "GetBufferID");
     }
     *handle = buffer->GetModule();
     return GenTL::GC_ERR_SUCCESS;
@@ -193,8 +183,7 @@ int NQGenTLDataStream::GetBufferInfo(void* handle, int iInfoCmd, int* piType, vo
     NQGenTLBuffer* const buffer = m_buffers.FindByHandle(NQ_BUFFER_TYPE_ANNOUNCED, handle, false);
     if (buffer == nullptr)
     {
-        TraceDataStream("%s GC_ERR_INVALID_HANDLE", "GetBufferInfo");
-        return GenTL::GC_ERR_INVALID_HANDLE;
+        return NQFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", "GetBufferInfo");
     }
     return buffer->GetInfo(iInfoCmd, piType, pBuffer, piSize);
 }
@@ -203,8 +192,7 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
 {
     if (numToAcquire == 0)
     {
-        TraceDataStream("%s GC_ERR_INVALID_PARAMETER", "StartAcquisition");
-        return GenTL::GC_ERR_INVALID_PARAMETER;
+        return NQFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s GC_ERR_INVALID_PARAMETER", "StartAcquisition");
     }
     // Two starts at once would both find the stream stopped: the second waits for the outcome of the first.
     const StartUnderWay underWay(*this);
@@ -219,8 +207,7 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
     }
     if (started)
     {
-        TraceDataStream("%s GC_ERR_RESOURCE_IN_USE", "StartAcquisition");
-        return GenTL::GC_ERR_RESOURCE_IN_USE;
+        return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "StartAcquisition");
     }
     m_starting = true;
     const int error = DoStartAcquisition(m_buffers.GetBiggestSize(NQ_BUFFER_TYPE_ANNOUNCED),
@@ -228,8 +215,7 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
     if (error != GenTL::GC_ERR_SUCCESS)
     {
         m_starting = false;
-        TraceDataStream("%s DoStartAcquisition Failed! ret:%d", "StartAcquisition", error);
-        return error;
+        return NQFailed(error, "%s DoStartAcquisition Failed! ret:%d", "StartAcquisition", error);
     }
     NQGenTLLock lock(m_moduleLock);
     m_started = true;
@@ -274,23 +260,21 @@ void NQGenTLDataStream::WaitForStarts()
 int NQGenTLDataStream::StopAcquisition(int flags)
 {
     // Deliberate: this line stands at every stop and means no failure.
-    TraceDataStream("%s GC_ERR_NOT_IMPLEMENTED Enter:%d", "StopAcquisition", flags);
+    NQTrace(NQTraceLevel::Failure, "%s GC_ERR_NOT_IMPLEMENTED Enter:%d", "StopAcquisition", flags);
     // Deliberate: signed, so that a negative value is none of the flags and yet no other value either.
     if (flags > GenTL::ACQ_STOP_FLAGS_KILL)
     {
-        TraceDataStream("%s GC_ERR_NOT_IMPLEMENTED Flags:%d", "StopAcquisition", flags);
-        return GenTL::GC_ERR_NOT_IMPLEMENTED;
+        return NQFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED Flags:%d", "StopAcquisition", flags);
     }
     if (!IsStarted())
     {
-        TraceDataStream("%s GC_ERR_RESOURCE_IN_USE", "StopAcquisition");
-        return GenTL::GC_ERR_RESOURCE_IN_USE;
+        return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "StopAcquisition");
     }
     // In a forked child nothing is transferred into a stream of the parent.
     if (flags == GenTL::ACQ_STOP_FLAGS_DEFAULT && !m_origin.IsInherited() &&
         m_transferCompleted.WaitForEvent(kStopWaitMs) == 0)
     {
-        TraceDataStream("%s failed! WAIT_EVENT_TRANSFER_COMPLETED", "StopAcquisition");
+        NQTrace(NQTraceLevel::Failure, "%s failed! WAIT_EVENT_TRANSFER_COMPLETED", "StopAcquisition");
     }
 
     // A stop by the consumer and one by the acquisition thread can meet here: the transport is stopped once.
@@ -301,7 +285,7 @@ int NQGenTLDataStream::StopAcquisition(int flags)
     }
     if (const int error = DoStopAcquisition(flags))
     {
-        TraceDataStream("%s failed! DoStopAcquisition:%d", "StopAcquisition", error);
+        NQTrace(NQTraceLevel::Failure, "%s failed! DoStopAcquisition:%d", "StopAcquisition", error);
     }
     NQGenTLLock lock(m_moduleLock);
     m_started = false;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Flushing a data stream's queues, and the answers to its info commands.
+#include "base/nq_trace.h"
 #include "gentl/nq_gentl_buffer.h"
 #include "gentl/nq_gentl_data_stream.h"
-#include "gentl/nq_gentl_data_stream_trace.h"
 #include "gentl/nq_gentl_event.h"
 #include "gentl/nq_gentl_util.h"
 
@@ -35,8 +35,7 @@ int NQGenTLDataStream::FlushQueue(int operation)
         DiscardInput();
         return GenTL::GC_ERR_SUCCESS;
     default:
-        TraceDataStream("%s GC_ERR_NOT_IMPLEMENTED :%d", "FlushQueue", operation);
-        return GenTL::GC_ERR_NOT_IMPLEMENTED;
+        return NQFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED :%d", "FlushQueue", operation);
     }
 }
 
@@ -83,8 +82,7 @@ int NQGenTLDataStream::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigne
 {
     if (piType == nullptr || piSize == nullptr)
     {
-        TraceDataStream("%s GC_ERR_INVALID_PARAMETER", "GetInfo");
-        return GenTL::GC_ERR_INVALID_PARAMETER;
+        return NQFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s GC_ERR_INVALID_PARAMETER", "GetInfo");
     }
     if (pBuffer != nullptr && *piSize != 0)
     {
@@ -114,11 +112,9 @@ int NQGenTLDataStream::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigne
     case GenTL::STREAM_INFO_NUM_STARTED:
     case GenTL::STREAM_INFO_NUM_CHUNKS_MAX:
     case GenTL::STREAM_INFO_BUF_ALIGNMENT:
-        TraceDataStream("%s iInfoCmd:%d GC_ERR_NOT_IMPLEMENTED", "GetInfo", iInfoCmd);
-        return GenTL::GC_ERR_NOT_IMPLEMENTED;
+        return NQFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s iInfoCmd:%d GC_ERR_NOT_IMPLEMENTED", "GetInfo", iInfoCmd);
     default:
-        TraceDataStream("%s GC_ERR_ERROR :%d", "GetInfo", iInfoCmd);
-        return GenTL::GC_ERR_ERROR;
+        return NQFailed(GenTL::GC_ERR_ERROR, "%s GC_ERR_ERROR :%d", "GetInfo", iInfoCmd);
     }
 }
 

@@ -3,20 +3,13 @@
 #include "gentl/nq_gentl_event.h"
 
 #include "GenTL/GenTL.h"
-#include "base/nq_logger.h"
+#include "base/nq_trace.h"
 #include "gentl/nq_gentl_util.h"
 
 #include <cstring>
 
 namespace GigERDMA
 {
-
-namespace
-{
-
-constexpr unsigned long kQueueTraceLevel = 0x10000000;
-
-} // namespace
 
 NQGenTLEvent::NQGenTLEvent(int id, unsigned long mostPendingBytes)
     : m_bEnabled(true), m_id(id), m_mostPendingBytes(mostPendingBytes), m_signal(kDataBit)
@@ -38,8 +31,7 @@ unsigned long NQGenTLEvent::GetNumInQueue()
 
 bool NQGenTLEvent::Signal(void* entry)
 {
-    NQLogger::getInstance().TraceA("NQGenTL", kQueueTraceLevel, "%s Entry! Queue:%d", "Signal",
-                                   static_cast<int>(m_queue.GetSize()));
+    NQTrace(NQTraceLevel::EventQueue, "%s Entry! Queue:%d", "Signal", static_cast<int>(m_queue.GetSize()));
     NQGenTLLock pending(m_pendingLock);
     if ((m_queue.GetSize() + 1) * m_eventSizeMax > m_mostPendingBytes)
     {
@@ -60,8 +52,7 @@ void NQGenTLEvent::Withdraw(void* entry)
 
 int NQGenTLEvent::Kill()
 {
-    NQLogger::getInstance().TraceA("NQGenTL", kQueueTraceLevel, "%s Entry! Queue:%d", "Kill",
-                                   static_cast<int>(m_queue.GetSize()));
+    NQTrace(NQTraceLevel::EventQueue, "%s Entry! Queue:%d", "Kill", static_cast<int>(m_queue.GetSize()));
     m_signal.Kill();
     return GenTL::GC_ERR_SUCCESS;
 }
@@ -101,8 +92,7 @@ int NQGenTLEvent::GetData(void* pBuffer, unsigned long* piSize, unsigned long iT
     {
         return GenTL::GC_ERR_TIMEOUT;
     }
-    NQLogger::getInstance().TraceA("NQGenTL", kQueueTraceLevel, "%s GC_ERR_ERROR Queue:%d", "GetData",
-                                   static_cast<int>(m_queue.GetSize()));
+    NQTrace(NQTraceLevel::EventQueue, "%s GC_ERR_ERROR Queue:%d", "GetData", static_cast<int>(m_queue.GetSize()));
     return GenTL::GC_ERR_ERROR;
 }
 

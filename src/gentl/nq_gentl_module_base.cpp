@@ -2,7 +2,7 @@
 // Opening and closing, port information and registered events of all modules.
 #include "gentl/nq_gentl_module_base.h"
 
-#include "base/nq_logger.h"
+#include "base/nq_trace.h"
 #include "gentl/nq_gentl_event_device_connection.h"
 #include "gentl/nq_gentl_event_error.h"
 #include "gentl/nq_gentl_event_module.h"
@@ -19,13 +19,6 @@ namespace GigERDMA
 
 namespace
 {
-
-constexpr unsigned long kFailureLevel = 2;
-
-void TraceFailure(const char* operation, const char* text)
-{
-    NQLogger::getInstance().TraceA("NQGenTL", kFailureLevel, text, operation);
-}
 
 /// Null for an id that has no event.
 std::unique_ptr<NQGenTLEvent> MakeEvent(int id)
@@ -83,13 +76,11 @@ int NQGenTLModuleBase::Open()
     NQGenTLLock opening(m_openLock);
     if (IsOpen())
     {
-        TraceFailure("Open", "%s GC_ERR_RESOURCE_IN_USE");
-        return GenTL::GC_ERR_RESOURCE_IN_USE;
+        return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "Open");
     }
     if (const int error = DoOpen())
     {
-        TraceFailure("Open", "%s ret");
-        return error;
+        return NQFailed(error, "%s ret", "Open");
     }
     NQGenTLLock lock(m_moduleLock);
     m_bOpen = true;
@@ -100,13 +91,11 @@ int NQGenTLModuleBase::Close()
 {
     if (!IsOpen())
     {
-        TraceFailure("Close", "%s GC_ERR_ERROR");
-        return GenTL::GC_ERR_ERROR;
+        return NQFailed(GenTL::GC_ERR_ERROR, "%s GC_ERR_ERROR", "Close");
     }
     if (const int error = DoClose())
     {
-        TraceFailure("Close", "%s ret");
-        return error;
+        return NQFailed(error, "%s ret", "Close");
     }
     NQGenTLLock lock(m_moduleLock);
     m_bOpen = false;

@@ -2,7 +2,7 @@
 // Start, stop and delivery of the RDMA data stream.
 #include "gev/nq_gev_data_stream.h"
 
-#include "base/nq_logger.h"
+#include "base/nq_trace.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_common.h"
 #include "gev/nq_gev_port.h"
@@ -30,12 +30,6 @@ std::string AddressText(const NQGevRemoteDevice& device)
     address.s_addr = htonl(device.GetDeviceInfo().ipAddress);
     inet_ntop(AF_INET, &address, text, sizeof text);
     return text;
-}
-
-template <typename... Arguments>
-void TraceStart(const char* format, Arguments... arguments)
-{
-    NQLogger::getInstance().TraceA("NQGenTL", 2, format, "DoStartAcquisition", arguments...);
 }
 
 } // namespace
@@ -130,16 +124,14 @@ void NQGevDataStream::EndStarts()
 
 int NQGevDataStream::DoStartAcquisition(unsigned int, unsigned int)
 {
-    TraceStart("%s ENTER");
+    NQTrace(NQTraceLevel::Failure, "%s ENTER", "DoStartAcquisition");
     if (m_device == nullptr)
     {
-        TraceStart("%s GC_ERR_ERROR");
-        return GenTL::GC_ERR_ERROR;
+        return NQFailed(GenTL::GC_ERR_ERROR, "%s GC_ERR_ERROR", "DoStartAcquisition");
     }
     if (m_connected)
     {
-        TraceStart("%s GC_ERR_RESOURCE_IN_USE");
-        return GenTL::GC_ERR_RESOURCE_IN_USE;
+        return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "DoStartAcquisition");
     }
     m_mtu = MtuValue;
     EndLastRun();
@@ -178,7 +170,8 @@ bool NQGevDataStream::Connect()
     if (m_closing != 0 || !endpoint->Connect(address.c_str(), RdmaPort))
     {
         // The endpoint stays for the next start to remove.
-        TraceStart("%s m_pRdma->ConnectR Failed   CamAddr: %s", address.c_str());
+        NQTrace(NQTraceLevel::Failure, "%s m_pRdma->ConnectR Failed   CamAddr: %s", "DoStartAcquisition",
+                address.c_str());
         return false;
     }
     return true;
@@ -200,7 +193,7 @@ bool NQGevDataStream::StartFlow()
     {
         m_device->EnableStream(false);
         SetRdma(nullptr);
-        TraceStart("%s Start RDMA Failed");
+        NQTrace(NQTraceLevel::Failure, "%s Start RDMA Failed", "DoStartAcquisition");
         return false;
     }
     return true;
@@ -214,19 +207,16 @@ void NQGevDataStream::StartThread()
 
 int NQGevDataStream::DoStopAcquisition(int)
 {
-    NQLogger& log = NQLogger::getInstance();
     // Deliberate: the text reports nothing wrong; it marks every entry.
-    log.TraceA("NQGenTL", 2, "%s GC_ERR_NOT_IMPLEMENTED Enter:", "DoStopAcquisition");
+    NQTrace(NQTraceLevel::Failure, "%s GC_ERR_NOT_IMPLEMENTED Enter:", "DoStopAcquisition");
     if (m_device == nullptr)
     {
-        log.TraceA("NQGenTL", 2, "%s GC_ERR_ERROR", "DoStopAcquisition");
-        return GenTL::GC_ERR_ERROR;
+        return NQFailed(GenTL::GC_ERR_ERROR, "%s GC_ERR_ERROR", "DoStopAcquisition");
     }
     const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma();
     if (endpoint == nullptr)
     {
-        log.TraceA("NQGenTL", 2, "%s GC_ERR_ERROR RDMA not initialized", "DoStopAcquisition");
-        return GenTL::GC_ERR_ERROR;
+        return NQFailed(GenTL::GC_ERR_ERROR, "%s GC_ERR_ERROR RDMA not initialized", "DoStopAcquisition");
     }
     m_device->EnableStream(false);
     if (m_thread != nullptr)

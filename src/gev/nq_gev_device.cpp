@@ -2,6 +2,7 @@
 // The device module's life cycle, its data streams and its fixed answers.
 #include "gev/nq_gev_device.h"
 
+#include "base/nq_trace.h"
 #include "gentl/nq_gentl_mutex.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_controller.h"
@@ -105,7 +106,7 @@ int NQGevDevice::DoOpen()
     const int result = m_remote->Open();
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        return NQGevFailed(result, "%s failed! NQGevRemoteDevice::Open %d", "DoOpen", result);
+        return NQFailed(result, "%s failed! NQGevRemoteDevice::Open %d", "DoOpen", result);
     }
     Rollback undo([this] {
         StopMessageChannels();
@@ -225,7 +226,7 @@ int NQGevDevice::GetDataStreamID(unsigned int index, char* buffer, unsigned long
     GigERDMA::NQGenTLModuleBase* const stream = m_streams.FindByIndex(index, false);
     if (stream == nullptr)
     {
-        return NQGevFailed(GenTL::GC_ERR_INVALID_INDEX, "%s GC_ERR_INVALID_INDEX", "GetDataStreamID");
+        return NQFailed(GenTL::GC_ERR_INVALID_INDEX, "%s GC_ERR_INVALID_INDEX", "GetDataStreamID");
     }
     NQGevClear(buffer, size);
     int type = 0;
@@ -241,7 +242,7 @@ int NQGevDevice::OpenDataStream(const char* id, void** stream)
     GigERDMA::NQGenTLModuleBase* const module = m_streams.FindById(id, false);
     if (module == nullptr)
     {
-        return NQGevFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "OpenDataStream");
+        return NQFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "OpenDataStream");
     }
     const int result = module->Open();
     if (result == GenTL::GC_ERR_SUCCESS)

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The device's info commands: its record's texts, and what is asked of the camera at each call.
+#include "base/nq_trace.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_device.h"
 #include "gev/nq_gev_query.h"
@@ -71,7 +72,7 @@ int NQGevDevice::GetAddressInfo(int command, int* type, void* buffer, unsigned l
     case GenTL::NQ_DEVICE_INFO_PERSISTENT_GATEWAY:
         return _getPersistentGateway(type, buffer, size);
     default:
-        return NQGevFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED :%d", "GetInfo", command);
+        return NQFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED :%d", "GetInfo", command);
     }
 }
 
@@ -112,7 +113,7 @@ int NQGevDevice::_getUserDefinedName(int* type, void* buffer, unsigned long* siz
     const int result = ReadCamera(gvcp_wire::kRegUserDefinedName, name, sizeof name);
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        return NQGevFailed(result, "%s ReadPort(GVCP_USERDEFINED_NAME):%d", "_getUserDefinedName", result);
+        return NQFailed(result, "%s ReadPort(GVCP_USERDEFINED_NAME):%d", "_getUserDefinedName", result);
     }
     return NQGenTLUtil::CopyInfoString(std::string(name, strnlen(name, sizeof name)), type, buffer, size);
 }
@@ -134,13 +135,13 @@ int NQGevDevice::_getTimestampFreq(int* type, void* buffer, unsigned long* size)
     int result = ReadCamera(gvcp_wire::kRegTimestampFrequencyLow, &low, sizeof low);
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        return NQGevFailed(result, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_LO):%d", "_getTimestampFreq", result);
+        return NQFailed(result, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_LO):%d", "_getTimestampFreq", result);
     }
     unsigned int high = 0;
     result = ReadCamera(gvcp_wire::kRegTimestampFrequencyHigh, &high, sizeof high);
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        return NQGevFailed(result, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_HI):%d", "_getTimestampFreq", result);
+        return NQFailed(result, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_HI):%d", "_getTimestampFreq", result);
     }
     return NQGenTLUtil::CopyInfoUint64((static_cast<unsigned long>(high) << 32) | low, type, buffer, size);
 }
@@ -168,7 +169,7 @@ int NQGevDevice::GetPersistentAddress(const char* operation, unsigned long addre
     if (result != GenTL::GC_ERR_SUCCESS)
     {
         // Deliberate: the text names the timestamp register, as log readers know it for every register read here.
-        return NQGevFailed(result, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_LO):%d", operation, result);
+        return NQFailed(result, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_LO):%d", operation, result);
     }
     return NQGenTLUtil::CopyInfoUint32(ntohl(value), type, buffer, size);
 }

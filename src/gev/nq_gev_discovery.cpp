@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Discovery: finding the cameras behind an interface, and asking one who controls it.
-#include "base/nq_logger.h"
+#include "base/nq_trace.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_interface.h"
 #include "gev/nq_gev_query.h"
@@ -246,7 +246,7 @@ unsigned int NQGevInterface::_getDeviceAccessStatus(const sockaddr_in* controlAd
     }
     if (ack.AckCode() != gvcp_wire::kReadRegisterAck)
     {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! WRONG ACK", "_getDeviceAccessStatus");
+        NQTrace(NQTraceLevel::Failure, "%s failed! WRONG ACK", "_getDeviceAccessStatus");
         return StatusUnknown;
     }
     switch (ack.DWord(gvcp_wire::kReadValueOffset))

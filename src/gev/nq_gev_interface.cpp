@@ -2,7 +2,7 @@
 // The interface module: its identity, its life and the queries about itself and its device list.
 #include "gev/nq_gev_interface.h"
 
-#include "base/nq_logger.h"
+#include "base/nq_trace.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_controller.h"
 #include "gev/nq_gev_query.h"
@@ -46,11 +46,11 @@ int NQGevInterface::DoOpen()
 {
     if (!m_socket.Create(AF_INET, SOCK_DGRAM, IPPROTO_UDP))
     {
-        return NQGevFailed(GenTL::GC_ERR_ERROR, "%s socket create failed!", "DoOpen");
+        return NQFailed(GenTL::GC_ERR_ERROR, "%s socket create failed!", "DoOpen");
     }
     if (!m_socket.Bind(NQGevUtil::IPAddressToUint32(m_info.ipAddress), 0))
     {
-        return NQGevFailed(GenTL::GC_ERR_ERROR, "%s socket bind failed!", "DoOpen");
+        return NQFailed(GenTL::GC_ERR_ERROR, "%s socket bind failed!", "DoOpen");
     }
     m_socket.SetBroadcast();
     m_socket.SetReceiveTimeout(kReceiveTimeout);
@@ -100,7 +100,7 @@ int NQGevInterface::GetInfo(int command, int* type, void* buffer, unsigned long*
     case GenTL::NQ_INTERFACE_INFO_GATEWAY:
         return NQGenTLUtil::CopyInfoString(AdapterAddresses(m_info.adapterName).gateway, type, buffer, size);
     default:
-        return NQGevFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED :%d", "GetInfo", command);
+        return NQFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED :%d", "GetInfo", command);
     }
 }
 
@@ -125,7 +125,7 @@ int NQGevInterface::GetDeviceID(unsigned int index, char* buffer, unsigned long*
     if (!_findDeviceInfoByIndex(index, info))
     {
         // Deliberate: traced as an expected condition, unlike the other failures here: consumers walk the list so.
-        NQLogger::getInstance().TraceA("NQGenTL", 8, "%s GC_ERR_INVALID_INDEX", "GetDeviceID");
+        NQTrace(NQTraceLevel::Expected, "%s GC_ERR_INVALID_INDEX", "GetDeviceID");
         return GenTL::GC_ERR_INVALID_INDEX;
     }
     NQGevClear(buffer, size);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The interface module's opening and closing of device modules.
+#include "base/nq_trace.h"
 #include "gev/nq_gev_controller.h"
 #include "gev/nq_gev_device.h"
 #include "gev/nq_gev_interface.h"
@@ -44,7 +45,7 @@ int NQGevInterface::OpenDevice(const char* id, int flags, void** handle)
     const GigERDMA::NQGenTLOpenings::Turn turn(m_openings, id);
     if (m_devices.FindById(id, false) != nullptr)
     {
-        return NQGevFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "OpenDevice");
+        return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "OpenDevice");
     }
     _NQ_GEV_DEVICE_INFO info;
     if (!_findDeviceInfoById(id, info))
@@ -52,18 +53,18 @@ int NQGevInterface::OpenDevice(const char* id, int flags, void** handle)
         UpdateDeviceList(nullptr, scanTimeout);
         if (!_findDeviceInfoById(id, info))
         {
-            return NQGevFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "OpenDevice");
+            return NQFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "OpenDevice");
         }
     }
     if (!IsAccessMode(flags))
     {
-        return NQGevFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED", "OpenDevice");
+        return NQFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED", "OpenDevice");
     }
     const unsigned int status = _getDeviceAccessStatus(&info.controlAddress, info.interfaceIp, info.interfaceMask,
                                                        info.ipAddress, info.subnetMask);
     if (!IsGranted(flags, status))
     {
-        return NQGevFailed(GenTL::GC_ERR_ACCESS_DENIED, "%s failed! Device not accessible", "OpenDevice");
+        return NQFailed(GenTL::GC_ERR_ACCESS_DENIED, "%s failed! Device not accessible", "OpenDevice");
     }
     auto device = std::make_unique<NQGevDevice>(g_Controller.GetTL(), info, flags, this);
     const int result = device->Open();
@@ -82,7 +83,7 @@ int NQGevInterface::CloseDevice(void* handle)
     std::unique_ptr<GigERDMA::NQGenTLModuleBase> device(m_devices.FindByHandle(handle, true));
     if (!device)
     {
-        return NQGevFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", "CloseDevice");
+        return NQFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", "CloseDevice");
     }
     const int result = device->Close();
     if (result != GenTL::GC_ERR_SUCCESS)

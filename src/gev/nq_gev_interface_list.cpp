@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Look-ups and queries on the device list of an interface module.
+#include "base/nq_trace.h"
 #include "gentl/nq_gentl_device.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_interface.h"
@@ -83,7 +84,7 @@ int NQGevInterface::_getDeviceInfo(const char* id, int command, int* type, void*
     _NQ_GEV_DEVICE_INFO info;
     if (!_findDeviceInfoById(id, info))
     {
-        return NQGevFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "_getDeviceInfo");
+        return NQFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "_getDeviceInfo");
     }
     if (type == nullptr || size == nullptr)
     {
@@ -127,6 +128,6 @@ int NQGevInterface::_getDeviceInfo(const char* id, int command, int* type, void*
     case GenTL::NQ_DEVICE_INFO_IPCONFIG_OPTIONS:
         return NQGenTLUtil::CopyInfoUint32(info.ipConfigOptions, type, buffer, size);
     default:
-        return NQGevFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED :%d", "_getDeviceInfo", command);
+        return NQFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED :%d", "_getDeviceInfo", command);
     }
 }

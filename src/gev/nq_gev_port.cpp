@@ -2,6 +2,7 @@
 // The shared part of the module ports.
 #include "gev/nq_gev_port.h"
 
+#include "base/nq_trace.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_common.h"
 #include "gev/nq_gev_query.h"
@@ -44,7 +45,7 @@ std::vector<std::string> NQGevUrlList(const GigERDMA::_NQ_GENTL_XML_INFO& info)
 
 int NQGevPortRefused(const char* operation)
 {
-    return NQGevFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", operation);
+    return NQFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", operation);
 }
 
 int NQGevPortReader::Number(unsigned int value) const

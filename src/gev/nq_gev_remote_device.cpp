@@ -2,7 +2,7 @@
 // The remote device's life cycle, its camera registers and what other modules read of the camera.
 #include "gev/nq_gev_remote_device.h"
 
-#include "base/nq_logger.h"
+#include "base/nq_trace.h"
 #include "gev/nq_gev_port.h"
 #include "gev/nq_gev_thread_heartbeat.h"
 #include "gige/gvcp_wire.h"
@@ -60,7 +60,7 @@ bool Traced(bool done, const char* operation, unsigned int address)
 {
     if (!done)
     {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! Address:0x%x", operation, address);
+        NQTrace(NQTraceLevel::Failure, "%s failed! Address:0x%x", operation, address);
     }
     return done;
 }
@@ -204,7 +204,7 @@ unsigned int NQGevRemoteDevice::GetSourcePort()
     unsigned int port = 0;
     if (m_handle != 0 && !_gvcpReadReg(gvcp_wire::kRegMessageSourcePort, &port, false))
     {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s Failed! _gvcpReadReg", "GetSourcePort");
+        NQTrace(NQTraceLevel::Failure, "%s Failed! _gvcpReadReg", "GetSourcePort");
     }
     return port;
 }
@@ -217,7 +217,7 @@ bool NQGevRemoteDevice::SetMessagePort(int port)
     }
     if (!_gvcpWritereg(gvcp_wire::kRegMessagePort, static_cast<unsigned int>(port), false))
     {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s Failed! _gvcpWritereg", "SetMessagePort");
+        NQTrace(NQTraceLevel::Failure, "%s Failed! _gvcpWritereg", "SetMessagePort");
         return false;
     }
     return true;
@@ -231,7 +231,7 @@ bool NQGevRemoteDevice::SetMessageAddress(int address)
     }
     if (!_gvcpWritereg(gvcp_wire::kRegMessageAddress, static_cast<unsigned int>(address), false))
     {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s Failed! _gvcpWritereg", "SetMessageAddress");
+        NQTrace(NQTraceLevel::Failure, "%s Failed! _gvcpWritereg", "SetMessageAddress");
         return false;
     }
     return true;
@@ -268,7 +268,7 @@ bool NQGevRemoteDevice::GetbufferLayout(buffer_Layout* layout)
     _gvcpReadReg(gvcp_wire::kRegBufferLayout, &address, false);
     _gvcpReadReg(gvcp_wire::kRegBufferLayout2, &unused, false);
     const bool read = _gvcpReadMem(address, block.bytes, sizeof block.bytes);
-    NQLogger::getInstance().TraceA("NQGenTL", 2, "%s  *bufferLayout = layoutt ENTER", "GetbufferLayout");
+    NQTrace(NQTraceLevel::Failure, "%s  *bufferLayout = layoutt ENTER", "GetbufferLayout");
     *layout = block;
     return read;
 }
@@ -282,11 +282,11 @@ int NQGevRemoteDevice::GetAccessStatus()
     unsigned int privilege = 0;
     if (!_gvcpReadReg(gvcp_wire::kRegControlPrivilege, &privilege, false))
     {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed! ReadPort: address:0x%x error:%d", "GetAccessStatus",
-                                       gvcp_wire::kRegControlPrivilege, GenTL::GC_ERR_IO);
+        NQTrace(NQTraceLevel::Failure, "%s failed! ReadPort: address:0x%x error:%d", "GetAccessStatus",
+                gvcp_wire::kRegControlPrivilege, GenTL::GC_ERR_IO);
         return GenTL::DEVICE_ACCESS_STATUS_NOACCESS;
     }
-    NQLogger::getInstance().TraceA("NQGenTL", 8, "%s currentAccessStatus:%d", "GetAccessStatus", privilege);
+    NQTrace(NQTraceLevel::Expected, "%s currentAccessStatus:%d", "GetAccessStatus", privilege);
     switch (privilege)
     {
     case gvcp_wire::kExclusiveAccess:

@@ -2,6 +2,7 @@
 // The system module: its identity, its list of adapters and the interfaces opened on it.
 #include "gev/nq_gev_system.h"
 
+#include "base/nq_trace.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_controller.h"
 #include "gev/nq_gev_interface.h"
@@ -82,7 +83,7 @@ int NQGevSystem::GetInfo(int command, int* type, void* buffer, unsigned long* si
     case GenTL::TL_INFO_GENTL_VER_MINOR:
         return NQGenTLUtil::CopyInfoUint32(5, type, buffer, size);
     default:
-        return NQGevFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED :%d", "GetInfo", command);
+        return NQFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED :%d", "GetInfo", command);
     }
 }
 
@@ -162,7 +163,7 @@ int NQGevSystem::GetInterfaceID(unsigned int index, char* buffer, unsigned long*
     _NQ_GEV_INTERFACE_INFO info;
     if (!_findInterfaceInfoByIndex(index, info))
     {
-        return NQGevFailed(GenTL::GC_ERR_INVALID_INDEX, "%s GC_ERR_INVALID_INDEX", "GetInterfaceID");
+        return NQFailed(GenTL::GC_ERR_INVALID_INDEX, "%s GC_ERR_INVALID_INDEX", "GetInterfaceID");
     }
     NQGevClear(buffer, size);
     int type = 0;
@@ -187,7 +188,7 @@ int NQGevSystem::_getInterfaceInfo(const char* id, int command, int* type, void*
     _NQ_GEV_INTERFACE_INFO info;
     if (id == nullptr || !_findInterfaceInfoById(id, info))
     {
-        return NQGevFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "_getInterfaceInfo");
+        return NQFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "_getInterfaceInfo");
     }
     if (type == nullptr || size == nullptr)
     {
@@ -212,7 +213,7 @@ int NQGevSystem::_getInterfaceInfo(const char* id, int command, int* type, void*
         return NQGenTLUtil::CopyInfoString(info.gateway, type, buffer, size);
     default:
         // Deliberate: an open interface answers such a command with GC_ERR_NOT_IMPLEMENTED instead.
-        return NQGevFailed(GenTL::GC_ERR_NOT_AVAILABLE, "%s GC_ERR_NOT_AVAILABLE :%d", "_getInterfaceInfo", command);
+        return NQFailed(GenTL::GC_ERR_NOT_AVAILABLE, "%s GC_ERR_NOT_AVAILABLE :%d", "_getInterfaceInfo", command);
     }
 }
 
@@ -225,7 +226,7 @@ int NQGevSystem::OpenInterface(const char* id, void** handle)
     const NQGenTLOpenings::Turn turn(m_openings, id);
     if (m_interfaces.FindById(id, false) != nullptr)
     {
-        return NQGevFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "OpenInterface");
+        return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "OpenInterface");
     }
     _NQ_GEV_INTERFACE_INFO info;
     if (!_findInterfaceInfoById(id, info))
@@ -233,7 +234,7 @@ int NQGevSystem::OpenInterface(const char* id, void** handle)
         UpdateInterfaceList(nullptr, kOpenScanTimeout);
         if (!_findInterfaceInfoById(id, info))
         {
-            return NQGevFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "OpenInterface");
+            return NQFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "OpenInterface");
         }
     }
     auto module = std::make_unique<NQGevInterface>(info, this);
@@ -260,7 +261,7 @@ int NQGevSystem::CloseInterface(void* handle)
     NQGenTLModuleBase* const module = m_interfaces.FindByHandle(handle, true);
     if (module == nullptr)
     {
-        return NQGevFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", "CloseInterface");
+        return NQFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", "CloseInterface");
     }
     const int result = module->Close();
     // Deliberate: a module that refuses to close is out of the list but not deleted, for it is still at work.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The host's network adapters as the kernel lists them, and addresses between text and number.
-#include "base/nq_logger.h"
+#include "base/nq_trace.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_common.h"
 #include "gev/nq_gev_util.h"
@@ -31,7 +31,7 @@ class AdapterQuery
     {
         if (!IsOpen())
         {
-            NQLogger::getInstance().TraceA("NQGenTL", 2, "%s socket creation failed!", operation);
+            NQTrace(NQTraceLevel::Failure, "%s socket creation failed!", operation);
         }
     }
 

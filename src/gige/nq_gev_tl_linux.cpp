@@ -2,13 +2,12 @@
 // Camera access for the modules, with a trace line per failure.
 #include "gige/nq_gev_tl_linux.h"
 
-#include "base/nq_logger.h"
+#include "base/nq_trace.h"
 #include "gige/nqgige.h"
 
 namespace
 {
 
-constexpr unsigned long kLevelFailure = 2;
 constexpr unsigned int kUnusedArgument = 3000;
 
 /// True on success; else traces the operation's name and the code in the words of `format`.
@@ -18,7 +17,7 @@ bool succeeded(NQGigE_RETURN result, const char* format, const char* operation)
     {
         return true;
     }
-    NQLogger::getInstance().TraceA("NQGenTL", kLevelFailure, format, operation, static_cast<int>(result));
+    NQTrace(NQTraceLevel::Failure, format, operation, static_cast<int>(result));
     return false;
 }
 

@@ -2,7 +2,7 @@
 // The connection side of the endpoint: setup through the connection manager, the watch for a disconnect, teardown.
 #include "rdma/lvEndPoint.h"
 
-#include "base/nq_logger.h"
+#include "base/nq_trace.h"
 
 #include <array>
 #include <cerrno>
@@ -81,7 +81,7 @@ bool LvEndpoint::Init(const sockaddr_in* address)
     }
     catch (const std::exception&)
     {
-        NQLogger::getInstance().TraceA("NQGenTL", 2, "%s GC_ERR_ERROR Failed ", "Init");
+        NQTrace(NQTraceLevel::Failure, "%s GC_ERR_ERROR Failed ", "Init");
         TearDown();
         return false;
     }
@@ -310,7 +310,7 @@ void LvEndpoint::On_cm_event(rdma_cm_event* event)
     if (event->event == RDMA_CM_EVENT_DISCONNECTED)
     {
         m_stop = 1;
-        NQLogger::getInstance().TraceA("NQGenTL", 8, "%s RDMA_CM_EVENT_DISCONNECTED ", "On_cm_event");
+        NQTrace(NQTraceLevel::Expected, "%s RDMA_CM_EVENT_DISCONNECTED ", "On_cm_event");
     }
 }
 
@@ -388,7 +388,6 @@ void LvEndpoint::JoinThreads()
 
 void LvEndpoint::DestroyQueues()
 {
-    NQLogger& log = NQLogger::getInstance();
     if (m_qp != nullptr)
     {
         if (ibv_destroy_qp(m_qp) == 0)
@@ -397,7 +396,7 @@ void LvEndpoint::DestroyQueues()
         }
         else
         {
-            log.TraceA("NQGenTL", 8, "%s ibv_destroy_qp Failed ", "DeInit");
+            NQTrace(NQTraceLevel::Expected, "%s ibv_destroy_qp Failed ", "DeInit");
         }
     }
     if (m_cq != nullptr)
@@ -408,7 +407,7 @@ void LvEndpoint::DestroyQueues()
         }
         else
         {
-            log.TraceA("NQGenTL", 8, "%s ibv_destroy_cq Failed ", "DeInit");
+            NQTrace(NQTraceLevel::Expected, "%s ibv_destroy_cq Failed ", "DeInit");
         }
     }
     if (m_comp_channel != nullptr)
@@ -419,7 +418,7 @@ void LvEndpoint::DestroyQueues()
         }
         else
         {
-            log.TraceA("NQGenTL", 2, "%s GC_ERR_ERROR Exit ibv_destroy_comp_channel", "DeInit");
+            NQTrace(NQTraceLevel::Failure, "%s GC_ERR_ERROR Exit ibv_destroy_comp_channel", "DeInit");
         }
     }
 }
@@ -448,12 +447,11 @@ void LvEndpoint::ReleaseRegions()
 
 void LvEndpoint::DestroyIds()
 {
-    NQLogger& log = NQLogger::getInstance();
     if (m_cm_id_connection != nullptr)
     {
         if (rdma_destroy_id(m_cm_id_connection) != 0)
         {
-            log.TraceA("NQGenTL", 8, "%s GC_ERR_ERROR rdma_destroy_id m_cm_id_connection Failed", "DeInit");
+            NQTrace(NQTraceLevel::Expected, "%s GC_ERR_ERROR rdma_destroy_id m_cm_id_connection Failed", "DeInit");
         }
         m_cm_id_connection = nullptr;
     }
@@ -461,7 +459,7 @@ void LvEndpoint::DestroyIds()
     {
         if (rdma_destroy_id(m_cm_id_listener) != 0)
         {
-            log.TraceA("NQGenTL", 8, "%s GC_ERR_ERROR rdma_destroy_id m_cm_id_listener Failed", "DeInit");
+            NQTrace(NQTraceLevel::Expected, "%s GC_ERR_ERROR rdma_destroy_id m_cm_id_listener Failed", "DeInit");
         }
         m_cm_id_listener = nullptr;
     }

@@ -2,7 +2,7 @@
 // The data flow of the endpoint: registered memory, work requests, the worker and the completion thread.
 #include "rdma/lvEndPoint.h"
 
-#include "base/nq_logger.h"
+#include "base/nq_trace.h"
 
 #include <GenTL/GenTL.h>
 #include <algorithm>
@@ -317,8 +317,7 @@ int LvEndpoint::RequeueBufferByID(void* id)
     if (!m_connected)
     {
         // Deliberate: the text names another failure than the code, which callers only test for zero.
-        NQLogger::getInstance().TraceA("NQGenTL", 8, "%s GC_ERR_ERROR connection not established ",
-                                       "RequeueBufferByID");
+        NQTrace(NQTraceLevel::Expected, "%s GC_ERR_ERROR connection not established ", "RequeueBufferByID");
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
     }
     Return(id);

@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <regex>
 #include <string>
 
@@ -120,13 +121,31 @@ TEST(Diagnostics, EveryExplainedTextIsOneOfTheLibrary)
     EXPECT_THAT(unknown, IsEmpty());
 }
 
+TEST(Diagnostics, OnlyTheGroundNamesTheModuleAndTheLogger)
+{
+    Names others;
+    for (const auto& file : nq::test::Sources())
+    {
+        const bool isGround = file.parent_path().filename() == "base";
+        for (const Statement& one : StatementsOf(TextOf(file)))
+        {
+            const bool namesModule = std::ranges::count(one.literals, "NQGenTL") != 0;
+            if (!isGround && (namesModule || one.code.find("TraceA(") != std::string::npos))
+            {
+                others.insert(file.filename().string());
+            }
+        }
+    }
+    EXPECT_THAT(others, IsEmpty()) << "use base/nq_trace.h";
+}
+
 TEST(Diagnostics, TextsAreFoundHoweverTheyAreWritten)
 {
     Lines lines;
     Collect(R"code(
         NQLogger::getInstance().TraceA("NQGenTL", 2, "%s failed; so what :%d",
                                        "Open", code);
-        return NQGevFailed(-1, "%s GC_ERR_ERROR", operation); // "%s in words"
+        return NQFailed(-1, "%s GC_ERR_ERROR", operation); // "%s in words"
         frame.TraceEntry("%s Entry");
         std::perror("ioctl()");
     throw std::runtime_error("no \"worker\": [" + text + "]");

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+// The trace lines of this library's own code. All of them go through here, in printf form with the operation's name for
+// the first %s, and cost the test of one flag while the logger is closed.
+#pragma once
+
+/// What a line is about. A logging library selects by these bits.
+enum class NQTraceLevel : unsigned long
+{
+    Failure = 2,
+    Expected = 8,           ///< a condition that occurs in good order, such as a timeout
+    CallFlow = 32,          ///< entry and exit of the exported functions
+    EventQueue = 0x10000000 ///< an event's queue grew, ended or was found empty
+};
+
+/// One line of the module "NQGenTL". Thread-safe.
+void NQTrace(NQTraceLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+/// One line at the level of failures; gives `code` back. Thread-safe.
+int NQFailed(int code, const char* format, ...) __attribute__((format(printf, 2, 3)));
