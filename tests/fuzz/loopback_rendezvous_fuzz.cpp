@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // How processes on the software RDMA find and connect to each other, with strangers in the folder, hosts that offer
 // what they like and listeners that answer what they like.
-#include "cm_channel.h"
-#include "faults.h"
+#include "base/faults.h"
+#include "base/tally.h"
+#include "cm/cm_channel.h"
 #include "fuzz/fuzz_input.h"
 #include "fuzz/loopback/turned_engine.h"
-#include "tally.h"
 
 #include <algorithm>
 #include <arpa/inet.h>

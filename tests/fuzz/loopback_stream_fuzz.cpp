@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The two streams of a reliable connection of the software RDMA, from a peer that writes what it likes: the completions
 // keep the rules of verbs and no memory is touched but that of posted receives.
-#include "error.h"
+#include "base/error.h"
 #include "fuzz/fuzz_input.h"
 #include "fuzz/loopback/turned_engine.h"
-#include "queue_pair.h"
+#include "verbs/queue_pair.h"
 
 #include <array>
 #include <cstring>

@@ -2,7 +2,7 @@
 // The loopback's own calls, looked up in the preloaded library.
 #pragma once
 
-#include "../loopback/nq_rdma_loopback.h"
+#include "../loopback/api/nq_rdma_loopback.h"
 
 #include <dlfcn.h>
 #include <stdexcept>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The software RDMA without its thread: the fuzzer turns the engine.
-#include "engine.h"
+#include "base/engine.h"
 #include "fuzz/loopback/turned_engine.h"
 
 #include "fuzz/fuzz_input.h"
