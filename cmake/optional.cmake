@@ -1,12 +1,20 @@
 # SPDX-License-Identifier: Apache-2.0
-# nq_optional(FOLDER PACKAGES ...): adds the folder when every package is found, else says in one line what is missing.
+# nq_optional(FOLDER [PACKAGES ...] [PKGCONFIG ...]): adds the folder when every package is found, else says in one line
+# what is missing. A module NAME of pkg-config is then the target PkgConfig::NAME, in capitals.
 function(nq_optional folder)
-  cmake_parse_arguments(arg "" "" "PACKAGES" ${ARGN})
+  cmake_parse_arguments(arg "" "" "PACKAGES;PKGCONFIG" ${ARGN})
   set(missing "")
   foreach(package IN LISTS arg_PACKAGES)
     find_package(${package} QUIET)
     if(NOT ${package}_FOUND)
       list(APPEND missing ${package})
+    endif()
+  endforeach()
+  foreach(module IN LISTS arg_PKGCONFIG)
+    string(TOUPPER ${module} prefix)
+    pkg_check_modules(${prefix} QUIET IMPORTED_TARGET GLOBAL ${module})
+    if(NOT ${prefix}_FOUND)
+      list(APPEND missing ${module})
     endif()
   endforeach()
   if(missing)
