@@ -3,7 +3,7 @@
 #include "program_options.h"
 
 #include "fault_plan.h"
-#include "test_picture.h"
+#include "picture_painter.h"
 #include "udp_socket.h"
 
 #include <CLI/CLI.hpp>

@@ -313,18 +313,18 @@ RdmaServer::AfterSend RdmaServer::SendFrame(FrameTicket ticket)
     m_acquisition.ShiftId(shift);
     ticket.id += static_cast<std::uint64_t>(shift);
     m_messages.Notify(EventKind::ExposureEnd, ticket.id);
-    if (!m_picture || !(m_picture->Settings() == ticket.picture))
+    if (!m_painter || !(m_painter->Settings() == ticket.picture))
     {
-        m_picture = std::make_unique<TestPicture>(ticket.picture);
+        m_painter = std::make_unique<PicturePainter>(ticket.picture);
         ++m_pictureNumber;
     }
     try
     {
         const auto block = m_connection->TakeBlock(gendc::kDescriptorSize + ticket.picture.Payload());
         WriteGenDcDescriptor(ticket, block.bytes.first<gendc::kDescriptorSize>());
-        if (!m_picture->IsStill() || block.picture != m_pictureNumber)
+        if (!m_painter->IsStill() || block.picture != m_pictureNumber)
         {
-            m_picture->Draw(ticket.id, block.bytes.subspan(gendc::kDescriptorSize));
+            m_painter->Draw(ticket.id, block.bytes.subspan(gendc::kDescriptorSize));
             block.picture = m_pictureNumber;
         }
         const std::size_t size = ApplyFrameFaults(m_faults, block.bytes);

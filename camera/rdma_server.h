@@ -5,8 +5,8 @@
 #include "acquisition.h"
 #include "fault_plan.h"
 #include "message_channel.h"
+#include "picture_painter.h"
 #include "rdma_connection.h"
-#include "test_picture.h"
 #include "wake_event.h"
 
 #include <atomic>
@@ -106,7 +106,7 @@ class RdmaServer
     std::optional<Clock::time_point> m_acceptAt;
     /// Until when an accepted request may take to be established.
     std::optional<Clock::time_point> m_establishBy;
-    std::unique_ptr<TestPicture> m_picture;
+    std::unique_ptr<PicturePainter> m_painter;
     std::uint64_t m_pictureNumber = 0;
 
     std::atomic<bool> m_stop{false};

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev grab: takes frames from a camera, checks them, writes them as pictures and sums up.
 #include "grab_session.h"
+#include "moving_ramp.h"
 #include "picture_writer.h"
-#include "test_pattern.h"
 #include "verbs.h"
 
 #include <algorithm>

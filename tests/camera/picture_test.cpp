@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The pictures that the virtual camera draws.
-#include "camera/test_picture.h"
+#include "camera/picture_painter.h"
 
 #include <gtest/gtest.h>
 
@@ -20,7 +20,7 @@ PictureSettings Settings(std::uint32_t width, std::uint32_t height, std::uint32_
 std::vector<std::uint8_t> Draw(const PictureSettings& settings, std::uint64_t frameId)
 {
     std::vector<std::uint8_t> pixels(settings.Payload());
-    TestPicture(settings).Draw(frameId, pixels);
+    PicturePainter(settings).Draw(frameId, pixels);
     return pixels;
 }
 

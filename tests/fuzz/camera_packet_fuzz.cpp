@@ -7,8 +7,8 @@
 #include "camera/gendc_frame.h"
 #include "camera/gvcp_service.h"
 #include "camera/message_channel.h"
+#include "camera/picture_painter.h"
 #include "camera/stream_channel.h"
-#include "camera/test_picture.h"
 #include "fuzz/fuzz_input.h"
 #include "support/network.h"
 
@@ -224,7 +224,7 @@ class Camera
         std::vector<std::uint8_t> block(gendc::kDescriptorSize + ticket.picture.Payload());
         const std::span bytes(block);
         WriteGenDcDescriptor(ticket, bytes.first<gendc::kDescriptorSize>());
-        TestPicture(ticket.picture).Draw(ticket.id, bytes.subspan(gendc::kDescriptorSize));
+        PicturePainter(ticket.picture).Draw(ticket.id, bytes.subspan(gendc::kDescriptorSize));
         Require(ApplyFrameFaults(m_faults, block) <= block.size(), "no more is sent than was drawn");
     }
 

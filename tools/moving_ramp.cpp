@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The moving ramp of nq-gev-camera, recomputed to check every byte of a frame.
-#include "test_pattern.h"
+#include "moving_ramp.h"
 
 #include <algorithm>
 #include <cstring>

@@ -44,10 +44,10 @@ struct PictureSettings
 /// with x and y counted from the picture's upper left corner, c the channel (0 but for the green and blue of RGB8) and
 /// levels 256, 1024, 4096 or 65536 by pixel format. Two-byte values lie with the least significant byte first. A row is
 /// one copy out of a prepared ramp. Not safe for concurrent use.
-class TestPicture
+class PicturePainter
 {
   public:
-    explicit TestPicture(const PictureSettings& settings);
+    explicit PicturePainter(const PictureSettings& settings);
 
     const PictureSettings& Settings() const { return m_settings; }
 

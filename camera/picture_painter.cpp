@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Draws the camera's pictures.
-#include "test_picture.h"
+#include "picture_painter.h"
 
 #include "byte_order.h"
 
@@ -18,7 +18,7 @@ constexpr std::uint32_t kFrameStep = 7;
 
 } // namespace
 
-TestPicture::TestPicture(const PictureSettings& settings) : m_settings(settings)
+PicturePainter::PicturePainter(const PictureSettings& settings) : m_settings(settings)
 {
     if (m_settings.pattern == TestPattern::MovingRamp)
     {
@@ -30,7 +30,7 @@ TestPicture::TestPicture(const PictureSettings& settings) : m_settings(settings)
     }
 }
 
-void TestPicture::PutPixel(std::size_t index, std::uint32_t channel, std::uint32_t value)
+void PicturePainter::PutPixel(std::size_t index, std::uint32_t channel, std::uint32_t value)
 {
     const PixelFormat& format = m_settings.format;
     const std::size_t channelBytes = format.bytesPerPixel / format.channels;
@@ -45,7 +45,7 @@ void TestPicture::PutPixel(std::size_t index, std::uint32_t channel, std::uint32
     }
 }
 
-void TestPicture::PrepareRamp()
+void PicturePainter::PrepareRamp()
 {
     const PixelFormat& format = m_settings.format;
     const std::size_t pixels = std::size_t{m_settings.width} + format.levels;
@@ -59,7 +59,7 @@ void TestPicture::PrepareRamp()
     }
 }
 
-void TestPicture::PrepareBars()
+void PicturePainter::PrepareBars()
 {
     // White, yellow, cyan, green, magenta, red, blue, black; in a format without colour their brightness.
     constexpr std::array<std::array<std::uint32_t, 3>, 8> kBars{
@@ -83,7 +83,7 @@ void TestPicture::PrepareBars()
     }
 }
 
-void TestPicture::DrawNoise(std::uint64_t frameId, std::span<std::uint8_t> pixels) const
+void PicturePainter::DrawNoise(std::uint64_t frameId, std::span<std::uint8_t> pixels) const
 {
     std::uint64_t state = (frameId + 1) * 0x9E3779B97F4A7C15;
     const auto highByteMask = static_cast<std::uint8_t>((m_settings.format.levels - 1) >> 8);
@@ -101,7 +101,7 @@ void TestPicture::DrawNoise(std::uint64_t frameId, std::span<std::uint8_t> pixel
     }
 }
 
-void TestPicture::Draw(std::uint64_t frameId, std::span<std::uint8_t> pixels) const
+void PicturePainter::Draw(std::uint64_t frameId, std::span<std::uint8_t> pixels) const
 {
     if (m_settings.pattern == TestPattern::Noise)
     {
