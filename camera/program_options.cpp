@@ -3,6 +3,7 @@
 #include "program_options.h"
 
 #include "fault_plan.h"
+#include "nq_version.h"
 #include "picture_painter.h"
 #include "udp_socket.h"
 
@@ -193,6 +194,7 @@ std::optional<ProgramOptions> ReadCommandLine(int argc, char** argv, int& exitCo
 {
     CLI::App app("A virtual GigE Vision camera: GVCP control on UDP port 3956, frames by RDMA on port 4791.",
                  "nq-gev-camera");
+    app.set_version_flag("--version", NQ_VERSION_TEXT("nq-gev-camera"), "print versions and the commit, and end");
     Typed typed;
     Define(app, typed);
     app.footer(Footer());
@@ -201,9 +203,9 @@ std::optional<ProgramOptions> ReadCommandLine(int argc, char** argv, int& exitCo
         app.parse(argc, argv);
         return Resolve(typed);
     }
-    catch (const CLI::CallForHelp& help)
+    catch (const CLI::Success& answered) // --help, --version
     {
-        exitCode = app.exit(help);
+        exitCode = app.exit(answered);
     }
     catch (const std::exception& error)
     {

@@ -8,6 +8,7 @@
 
 using namespace nq::test;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 
 namespace
 {
@@ -320,6 +321,14 @@ TEST(CameraProgram, WithoutRdmaItSaysSoAndServesControl)
     const RawHost host("127.0.0.1");
     host.Send(Hex(kRead), "127.0.0.1");
     EXPECT_EQ(host.Receive(), kReadAnswer);
+}
+
+TEST(CameraProgram, VersionTellsProgramLibraryGenTLAndCommit)
+{
+    ChildProcess camera({NQ_CAMERA_PATH, "--version"});
+    EXPECT_EQ(camera.WaitForExit(std::chrono::seconds(20)), 0);
+    EXPECT_THAT(camera.Output(), MatchesRegex("nq-gev-camera 2\\.5\\.5\nlibrary nq_gev_rdma_tl 2\\.5\\.5\nGenTL 1\\.5\n"
+                                              "commit (unknown|[0-9a-f]+(-dirty)?)\n"));
 }
 
 TEST(CameraProgram, HelpTellsTheFormulaAndEveryFault)
