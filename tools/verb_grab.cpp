@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev grab: takes frames from a camera, checks them, writes them as pictures and sums up.
 #include "grab_session.h"
+#include "grab_totals.h"
 #include "moving_ramp.h"
 #include "picture_writer.h"
 #include "verbs.h"
@@ -20,7 +21,7 @@ namespace nq::tool
 namespace
 {
 
-using Clock = std::chrono::steady_clock;
+using Clock = GrabTotals::Clock;
 
 struct GrabOptions
 {
@@ -32,23 +33,6 @@ struct GrabOptions
     bool announce = false;
     bool verify = false;
     uint64_t frameTimeoutMs = 5000;
-};
-
-struct Totals
-{
-    uint64_t frames = 0;
-    uint64_t lost = 0;
-    uint64_t incomplete = 0;
-    uint64_t refused = 0;
-    uint64_t underruns = 0;
-    uint64_t bytes = 0;
-    uint64_t wrongBytes = 0;
-    size_t pictures = 0;
-    double seconds = 0;
-
-    bool Perfect() const { return lost == 0 && incomplete == 0 && refused == 0 && wrongBytes == 0; }
-    double FramesPerSecond() const { return seconds > 0 ? static_cast<double>(frames) / seconds : 0; }
-    double MegabytesPerSecond() const { return seconds > 0 ? static_cast<double>(bytes) / seconds / 1e6 : 0; }
 };
 
 std::atomic<bool> g_interrupted{false};
@@ -86,16 +70,14 @@ class Grabber
     /// The reason when frames stopped coming; empty when all frames came.
     std::string Run()
     {
-        const Clock::time_point start = Clock::now();
         std::string reason;
         while (m_totals.frames + m_totals.refused < m_options.count && reason.empty() && !g_interrupted)
         {
             const std::optional<Frame> frame = WaitForFrame();
             if (frame)
             {
-                Take(*frame);
+                Take(*frame, Clock::now());
                 m_session.Requeue(*frame);
-                m_totals.seconds = std::chrono::duration<double>(Clock::now() - start).count();
                 ShowProgress();
             }
             else if (!g_interrupted)
@@ -107,7 +89,7 @@ class Grabber
         return reason;
     }
 
-    const Totals& Result() const { return m_totals; }
+    const GrabTotals& Result() const { return m_totals; }
 
     /// Why the first of the refused frames was.
     const std::string& FirstRefusal() const { return m_firstRefusal; }
@@ -126,7 +108,7 @@ class Grabber
         return std::nullopt;
     }
 
-    void Take(const Frame& frame)
+    void Take(const Frame& frame, Clock::time_point arrival)
     {
         if (!frame.refusal.empty())
         {
@@ -141,17 +123,17 @@ class Grabber
         }
         m_lastId = frame.frameId;
         m_totals.incomplete += frame.incomplete ? 1 : 0;
-        m_totals.bytes += frame.size;
+        const bool wanted = m_totals.frames % m_options.saveEvery == 0;
+        m_totals.Arrived(arrival, frame.size);
         if (m_options.verify)
         {
             Verify(frame);
         }
-        if (m_writer && m_totals.frames % m_options.saveEvery == 0)
+        if (m_writer && wanted)
         {
             m_writer->Write(frame);
             m_totals.pictures = m_writer->Written();
         }
-        ++m_totals.frames;
     }
 
     void Verify(const Frame& frame)
@@ -175,35 +157,27 @@ class Grabber
         }
         m_nextProgress = now + std::chrono::milliseconds(200);
         fmt::print(stderr, "\r{}/{} frames, {:.1f} frames/s ", m_totals.frames, m_options.count,
-                   m_totals.FramesPerSecond());
+                   m_totals.FramesPerSecond().value_or(0));
     }
 
     GrabSession& m_session;
     const GrabOptions& m_options;
     std::unique_ptr<PictureWriter> m_writer;
     MovingRamp m_ramp;
-    Totals m_totals;
+    GrabTotals m_totals;
     std::string m_firstRefusal;
     uint64_t m_lastId = 0;
     Clock::time_point m_nextProgress{};
 };
 
-void PrintSummary(const CommonOptions& common, const GrabOptions& options, const Totals& totals)
+void PrintSummary(const CommonOptions& common, const GrabOptions& options, const GrabTotals& totals)
 {
     const char* origin = options.announce ? "consumer-announced" : "library-allocated";
     if (common.json)
     {
-        nlohmann::ordered_json summary = {{"frames", totals.frames},
-                                          {"lost", totals.lost},
-                                          {"incomplete", totals.incomplete},
-                                          {"refused", totals.refused},
-                                          {"underruns", totals.underruns},
-                                          {"pictures", totals.pictures},
-                                          {"seconds", totals.seconds},
-                                          {"frames_per_second", totals.FramesPerSecond()},
-                                          {"megabytes_per_second", totals.MegabytesPerSecond()},
-                                          {"buffers", options.buffers},
-                                          {"buffer_origin", origin}};
+        nlohmann::ordered_json summary = totals.Json();
+        summary["buffers"] = options.buffers;
+        summary["buffer_origin"] = origin;
         if (options.verify)
         {
             summary["wrong_bytes"] = totals.wrongBytes;
@@ -216,18 +190,11 @@ void PrintSummary(const CommonOptions& common, const GrabOptions& options, const
         fmt::print(stderr, "\r");
     }
     fmt::print("buffers    {} {}\n", options.buffers, origin);
-    fmt::print("pictures   {}\n", totals.pictures);
-    fmt::print("frames     {}\nlost       {}\nincomplete {}\nunderruns  {}\n", totals.frames, totals.lost,
-               totals.incomplete, totals.underruns);
-    if (totals.refused != 0)
-    {
-        fmt::print("refused    {}\n", totals.refused);
-    }
+    fmt::print("{}", totals.Text());
     if (options.verify)
     {
         fmt::print("wrong      {} bytes\n", totals.wrongBytes);
     }
-    fmt::print("rate       {:.1f} frames/s, {:.1f} MB/s\n", totals.FramesPerSecond(), totals.MegabytesPerSecond());
 }
 
 ExitCode Grab(const CommonOptions& common, const GrabOptions& options)
@@ -253,7 +220,7 @@ ExitCode Grab(const CommonOptions& common, const GrabOptions& options)
     }
     const std::string reason = grabber.Run();
     session.Stop();
-    const Totals& totals = grabber.Result();
+    const GrabTotals& totals = grabber.Result();
     PrintSummary(common, options, totals);
     const std::string refused = totals.refused == 0 ? std::string()
                                                     : fmt::format("{} frames refused; the first because {}",
@@ -268,7 +235,7 @@ ExitCode Grab(const CommonOptions& common, const GrabOptions& options)
     {
         throw ToolFailure(ExitCode::WrongPicture, refused);
     }
-    if (options.verify && !totals.Perfect())
+    if (options.verify && (totals.lost != 0 || totals.incomplete != 0 || totals.wrongBytes != 0))
     {
         throw ToolFailure(ExitCode::WrongPicture, fmt::format("{} lost, {} incomplete, {} wrong bytes", totals.lost,
                                                               totals.incomplete, totals.wrongBytes));

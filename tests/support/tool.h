@@ -39,6 +39,14 @@ inline Outcome RunTool(const std::vector<std::string>& arguments, const std::vec
     return RunProgram(command, environment);
 }
 
+/// The same with the fake producer, whose answers `lies` changes.
+inline Outcome RunOnFake(const std::string& lies, const std::vector<std::string>& arguments)
+{
+    std::vector<std::string> command = {NQ_TOOL_PATH, "--producer", NQ_FAKE_PRODUCER_PATH};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return RunProgram(command, {"NQ_FAKE_PRODUCER=" + lies});
+}
+
 inline std::string BytesOf(const std::filesystem::path& path)
 {
     std::ifstream file(path, std::ios::binary);

@@ -4,11 +4,13 @@
 
 #include "fuzz/fuzz_input.h"
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <sstream>
+#include <thread>
 
 namespace nq::fake
 {
@@ -94,6 +96,10 @@ void Apply(const Rule& rule, Answer& answer)
     else if (rule.field == "signal")
     {
         std::raise(static_cast<int>(number));
+    }
+    else if (rule.field == "sleep")
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(number));
     }
     else
     {

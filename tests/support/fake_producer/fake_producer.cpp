@@ -4,8 +4,9 @@
 //
 // NQ_FAKE_PRODUCER in the environment holds lines FUNCTION[.COMMAND][@CALL].FIELD=VALUE. COMMAND is the number of an
 // info command, CALL the one call that is meant, counted from 1, FIELD one of code, type, size (numbers), value (a
-// number of the answer's type), text, and signal (the number of one that the call raises). A size need not fit what is
-// copied; nothing is ever written past the caller's space. A fuzzer chooses by NQFakeProducerFuzz().
+// number of the answer's type), text, signal (the number of one that the call raises), and sleep (milliseconds that the
+// call takes). A size need not fit what is copied; nothing is ever written past the caller's space. A fuzzer chooses by
+// NQFakeProducerFuzz().
 #include "GenTL/GenTL.h"
 #include "support/fake_producer/answers.h"
 
