@@ -17,7 +17,7 @@ enum class ExitCode : int
     NoCamera = 4,     ///< no camera, or none that fits --camera
     NoStream = 5,     ///< the camera's stream could not be started
     CameraLost = 6,   ///< frames stopped coming
-    WrongPicture = 7, ///< frames were refused; or --verify found wrong bytes, or lost or incomplete frames
+    WrongPicture = 7, ///< frames were lost after the first, incomplete, wrong or refused
 };
 
 /// A failure of a verb: the text for the user and the exit code of the program.

@@ -1,15 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev grab: takes frames from a camera, checks them, writes them as pictures and sums up.
+#include "grab_options.h"
 #include "grab_session.h"
-#include "grab_totals.h"
-#include "moving_ramp.h"
-#include "picture_writer.h"
+#include "grabber.h"
+#include "stop_signals.h"
 #include "verbs.h"
 
-#include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <csignal>
 #include <fmt/format.h>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -20,155 +16,6 @@ namespace nq::tool
 
 namespace
 {
-
-using Clock = GrabTotals::Clock;
-
-struct GrabOptions
-{
-    std::string camera;
-    std::string out;
-    uint64_t count = 1;
-    uint64_t saveEvery = 1;
-    size_t buffers = 4;
-    bool announce = false;
-    bool verify = false;
-    uint64_t frameTimeoutMs = 5000;
-};
-
-std::atomic<bool> g_interrupted{false};
-
-void OnInterrupt(int)
-{
-    g_interrupted = true;
-}
-
-void CatchSignals()
-{
-    for (const int number : {SIGINT, SIGTERM, SIGQUIT})
-    {
-        std::signal(number, OnInterrupt);
-    }
-    if (std::signal(SIGHUP, OnInterrupt) == SIG_IGN)
-    {
-        std::signal(SIGHUP, SIG_IGN); // the user asked by nohup
-    }
-    std::signal(SIGXFSZ, SIG_IGN); // a file that grows too large fails instead
-}
-
-/// Takes frames until the count is reached, none comes in time, or the user interrupts.
-class Grabber
-{
-  public:
-    Grabber(GrabSession& session, const GrabOptions& options) : m_session(session), m_options(options)
-    {
-        if (!options.out.empty())
-        {
-            m_writer = std::make_unique<PictureWriter>(options.out);
-        }
-    }
-
-    /// The reason when frames stopped coming; empty when all frames came.
-    std::string Run()
-    {
-        std::string reason;
-        while (m_totals.frames + m_totals.refused < m_options.count && reason.empty() && !g_interrupted)
-        {
-            const std::optional<Frame> frame = WaitForFrame();
-            if (frame)
-            {
-                Take(*frame, Clock::now());
-                m_session.Requeue(*frame);
-                ShowProgress();
-            }
-            else if (!g_interrupted)
-            {
-                reason = m_session.WhyNoFrames();
-            }
-        }
-        m_totals.underruns = m_session.Underruns();
-        return reason;
-    }
-
-    const GrabTotals& Result() const { return m_totals; }
-
-    /// Why the first of the refused frames was.
-    const std::string& FirstRefusal() const { return m_firstRefusal; }
-
-  private:
-    std::optional<Frame> WaitForFrame()
-    {
-        constexpr uint64_t sliceMs = 200; // how soon an interrupt is noticed
-        for (uint64_t waited = 0; waited < m_options.frameTimeoutMs && !g_interrupted; waited += sliceMs)
-        {
-            if (std::optional<Frame> frame = m_session.Next(std::min(sliceMs, m_options.frameTimeoutMs - waited)))
-            {
-                return frame;
-            }
-        }
-        return std::nullopt;
-    }
-
-    void Take(const Frame& frame, Clock::time_point arrival)
-    {
-        if (!frame.refusal.empty())
-        {
-            m_firstRefusal = m_totals.refused == 0 ? frame.refusal : m_firstRefusal;
-            ++m_totals.refused;
-            return;
-        }
-        if (m_totals.frames > 0 && frame.frameId > m_lastId)
-        {
-            const uint64_t missing = frame.frameId - m_lastId - 1;
-            m_totals.lost += std::min(missing, UINT64_MAX - m_totals.lost);
-        }
-        m_lastId = frame.frameId;
-        m_totals.incomplete += frame.incomplete ? 1 : 0;
-        const bool wanted = m_totals.frames % m_options.saveEvery == 0;
-        m_totals.Arrived(arrival, frame.size);
-        if (m_options.verify)
-        {
-            Verify(frame);
-        }
-        if (m_writer && wanted)
-        {
-            m_writer->Write(frame);
-            m_totals.pictures = m_writer->Written();
-        }
-    }
-
-    void Verify(const Frame& frame)
-    {
-        constexpr uint64_t mono8 = 0x01080001;
-        if (frame.pixelFormat != mono8)
-        {
-            throw ToolFailure(
-                ExitCode::Failure,
-                fmt::format("--verify knows the test pattern only in Mono8, not in 0x{:08x}", frame.pixelFormat));
-        }
-        m_totals.wrongBytes += m_ramp.CountWrongBytes(frame.data, frame.size, frame.width, frame.height, frame.frameId);
-    }
-
-    void ShowProgress()
-    {
-        const Clock::time_point now = Clock::now();
-        if (isatty(STDERR_FILENO) == 0 || now < m_nextProgress)
-        {
-            return;
-        }
-        m_nextProgress = now + std::chrono::milliseconds(200);
-        fmt::print(stderr, "\r{}/{} frames, {:.1f} frames/s ", m_totals.frames, m_options.count,
-                   m_totals.FramesPerSecond().value_or(0));
-    }
-
-    GrabSession& m_session;
-    const GrabOptions& m_options;
-    std::unique_ptr<PictureWriter> m_writer;
-    MovingRamp m_ramp;
-    GrabTotals m_totals;
-    std::string m_firstRefusal;
-    uint64_t m_lastId = 0;
-    Clock::time_point m_nextProgress{};
-};
 
 void PrintSummary(const CommonOptions& common, const GrabOptions& options, const GrabTotals& totals)
 {
@@ -210,37 +57,22 @@ ExitCode Grab(const CommonOptions& common, const GrabOptions& options)
                               ? NoCameraAdvice(interfaces)
                               : fmt::format("no camera fits \"{}\"; see `nq-gev list`", options.camera));
     }
-    CatchSignals(); // from here on a camera is held, which has to be given back
+    CatchStopSignals(); // from here on a camera is held, which has to be given back
     GrabSession session(system, *camera, options.announce ? BufferOrigin::Consumer : BufferOrigin::Library,
                         options.buffers);
     Grabber grabber(session, options);
-    if (!g_interrupted)
+    if (!StopAsked())
     {
         session.Start();
     }
-    const std::string reason = grabber.Run();
+    grabber.Run();
     session.Stop();
-    const GrabTotals& totals = grabber.Result();
-    PrintSummary(common, options, totals);
-    const std::string refused = totals.refused == 0 ? std::string()
-                                                    : fmt::format("{} frames refused; the first because {}",
-                                                                  totals.refused, grabber.FirstRefusal());
-    if (!reason.empty())
+    PrintSummary(common, options, grabber.Totals());
+    if (const std::optional<ToolFailure> failure = grabber.Failure())
     {
-        throw ToolFailure(ExitCode::CameraLost,
-                          fmt::format("no frame for {} ms after {} of {}: {}{}{}", options.frameTimeoutMs,
-                                      totals.frames, options.count, reason, refused.empty() ? "" : "; ", refused));
+        throw ToolFailure(*failure);
     }
-    if (!refused.empty())
-    {
-        throw ToolFailure(ExitCode::WrongPicture, refused);
-    }
-    if (options.verify && (totals.lost != 0 || totals.incomplete != 0 || totals.wrongBytes != 0))
-    {
-        throw ToolFailure(ExitCode::WrongPicture, fmt::format("{} lost, {} incomplete, {} wrong bytes", totals.lost,
-                                                              totals.incomplete, totals.wrongBytes));
-    }
-    return g_interrupted ? ExitCode::Failure : ExitCode::Success;
+    return StopAsked() ? ExitCode::Failure : ExitCode::Success;
 }
 
 } // namespace
@@ -257,6 +89,9 @@ void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
         ->capture_default_str();
     verb->add_option("--buffers", options->buffers, "Number of buffers")
         ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    verb->add_option("--allow-loss", options->allowLoss, "Lost and incomplete frames that are no failure (exit code 7)")
+        ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
     verb->add_flag("--announce", options->announce,
                    "Announce buffers of this program instead of library-allocated ones");

@@ -238,7 +238,7 @@ throughput() {
 
 # measure_ours DEPTH FRAMES: bytes of pixels per second, in $speed.
 measure_ours() {
-    on host 180 "$bin/nq-gev --producer $bin/libnq_gev_rdma_tl.cti --timeout 3000 --json grab --buffers $1 --count $2 --frame-timeout 30000" || {
+    on host 180 "$bin/nq-gev --producer $bin/libnq_gev_rdma_tl.cti --timeout 3000 --json grab --buffers $1 --count $2 --allow-loss $2 --frame-timeout 30000" || {
         reason="nq-gev: $(complaint host "$job")"
         return 1
     }

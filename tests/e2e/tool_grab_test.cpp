@@ -43,4 +43,48 @@ TEST(GrabRate, IsOfTheFramesAfterTheFirstByTheTimeFromTheFirstToTheLast)
     EXPECT_THAT(text.output, ContainsRegex("\nrate       (1\\.0|0\\.[0-9]) frames/s, 0\\.0 MB/s\n"));
 }
 
+TEST(GrabLoss, AfterTheFirstFrameGivesExitCodeSevenAndTheLineThatMendsIt)
+{
+    // Frames 1, 12, 3 and 4: ten are missing before the second.
+    const char* lies = "DSGetBufferInfo.16@2.value=12";
+    const Outcome text = RunOnFake(lies, {"grab", "--count", "4", "--buffers", "8"});
+    EXPECT_EQ(text.exitCode, 7) << text.output;
+    EXPECT_THAT(text.output, HasSubstr("frames     4\nlost       10\nincomplete 0\n"));
+    EXPECT_THAT(text.output,
+                HasSubstr("nq-gev: 10 frames lost, 0 incomplete (of 14); more buffers bridge the time in which none "
+                          "is free: nq-gev grab --buffers 32; or accept it: --allow-loss 10\n"));
+    const Outcome json = RunOnFake(lies, {"--json", "grab", "--count", "4"});
+    EXPECT_EQ(json.exitCode, 7) << json.output;
+    EXPECT_THAT(json.output, HasSubstr("\"lost\": 10,"));
+    EXPECT_EQ(RunOnFake(lies, {"grab", "--count", "4", "--allow-loss", "9"}).exitCode, 7);
+    EXPECT_EQ(RunOnFake(lies, {"grab", "--count", "4", "--allow-loss", "10"}).exitCode, 0);
+}
+
+TEST(GrabLoss, BeforeTheFirstFrameIsNone)
+{
+    const Outcome grab =
+        RunOnFake("DSGetBufferInfo.16@1.value=2000\nDSGetBufferInfo.16@2.value=2001", {"grab", "--count", "2"});
+    EXPECT_EQ(grab.exitCode, 0) << grab.output;
+    EXPECT_THAT(grab.output, HasSubstr("lost       0\n"));
+}
+
+TEST(GrabLoss, OfPartsOfFramesCountsToo)
+{
+    const char* lies = "DSGetBufferInfo.9@2.value=100\nDSGetBufferInfo.7@2.value=1";
+    const Outcome grab = RunOnFake(lies, {"grab", "--count", "3"});
+    EXPECT_EQ(grab.exitCode, 7) << grab.output;
+    EXPECT_THAT(grab.output, HasSubstr("nq-gev: 0 frames lost, 1 incomplete (of 3); incomplete ones come so from the "
+                                       "camera: look at its payload settings and at the cable; or accept it: "
+                                       "--allow-loss 1\n"));
+    EXPECT_EQ(RunOnFake(lies, {"grab", "--count", "3", "--allow-loss", "1"}).exitCode, 0);
+}
+
+TEST(GrabLoss, ThatIsAllowedCoversNoWrongBytes)
+{
+    const Outcome grab =
+        RunOnFake("DSGetBufferInfo.16@2.value=3", {"grab", "--count", "2", "--verify", "--allow-loss", "100"});
+    EXPECT_EQ(grab.exitCode, 7) << grab.output;
+    EXPECT_THAT(grab.output, HasSubstr("3072 wrong bytes (of 3)\n"));
+}
+
 } // namespace

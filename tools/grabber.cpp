@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: Apache-2.0
+// The loop of a grab: takes frames, counts and checks them, and hands them on.
+#include "grabber.h"
+
+#include "stop_signals.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <unistd.h>
+
+namespace nq::tool
+{
+
+using Clock = GrabTotals::Clock;
+
+Grabber::Grabber(GrabSession& session, const GrabOptions& options) : m_session(session), m_options(options)
+{
+    if (!options.out.empty())
+    {
+        m_writer = std::make_unique<PictureWriter>(options.out);
+    }
+}
+
+void Grabber::Run()
+{
+    try
+    {
+        while (m_totals.frames + m_totals.refused < m_options.count && !m_failure && !StopAsked())
+        {
+            const std::optional<Frame> frame = WaitForFrame();
+            if (frame)
+            {
+                Take(*frame, Clock::now());
+                m_session.Requeue(*frame);
+                ShowProgress();
+            }
+            else if (!StopAsked())
+            {
+                const std::string refusals = Refusals();
+                m_failure.emplace(ExitCode::CameraLost,
+                                  fmt::format("no frame for {} ms after {} of {}: {}{}{}", m_options.frameTimeoutMs,
+                                              m_totals.frames, m_options.count, m_session.WhyNoFrames(),
+                                              refusals.empty() ? "" : "; ", refusals));
+            }
+        }
+    }
+    catch (const ToolFailure& failure)
+    {
+        m_failure = failure;
+    }
+    m_totals.underruns = m_session.Underruns();
+}
+
+std::optional<ToolFailure> Grabber::Failure() const
+{
+    if (m_failure)
+    {
+        return m_failure;
+    }
+    if (m_totals.refused != 0)
+    {
+        return ToolFailure(ExitCode::WrongPicture, Refusals());
+    }
+    const std::string loss = LossComplaint(m_totals, m_options);
+    return loss.empty() ? std::nullopt : std::optional(ToolFailure(ExitCode::WrongPicture, loss));
+}
+
+std::string Grabber::Refusals() const
+{
+    return m_totals.refused == 0
+               ? std::string()
+               : fmt::format("{} frames refused; the first because {}", m_totals.refused, m_firstRefusal);
+}
+
+std::optional<Frame> Grabber::WaitForFrame()
+{
+    constexpr uint64_t sliceMs = 200; // how soon a signal is noticed
+    for (uint64_t waited = 0; waited < m_options.frameTimeoutMs && !StopAsked(); waited += sliceMs)
+    {
+        if (std::optional<Frame> frame = m_session.Next(std::min(sliceMs, m_options.frameTimeoutMs - waited)))
+        {
+            return frame;
+        }
+    }
+    return std::nullopt;
+}
+
+void Grabber::Take(const Frame& frame, Clock::time_point arrival)
+{
+    if (!frame.refusal.empty())
+    {
+        m_firstRefusal = m_totals.refused == 0 ? frame.refusal : m_firstRefusal;
+        ++m_totals.refused;
+        return;
+    }
+    if (m_totals.frames > 0 && frame.frameId > m_lastId)
+    {
+        const uint64_t missing = frame.frameId - m_lastId - 1;
+        m_totals.lost += std::min(missing, UINT64_MAX - m_totals.lost);
+    }
+    m_lastId = frame.frameId;
+    m_totals.incomplete += frame.incomplete ? 1 : 0;
+    const bool wanted = m_totals.frames % m_options.saveEvery == 0;
+    m_totals.Arrived(arrival, frame.size);
+    if (m_options.verify)
+    {
+        Verify(frame);
+    }
+    if (m_writer && wanted)
+    {
+        m_writer->Write(frame);
+        m_totals.pictures = m_writer->Written();
+    }
+}
+
+void Grabber::Verify(const Frame& frame)
+{
+    constexpr uint64_t mono8 = 0x01080001;
+    if (frame.pixelFormat != mono8)
+    {
+        throw ToolFailure(
+            ExitCode::Failure,
+            fmt::format("--verify knows the test pattern only in Mono8, not in 0x{:08x}", frame.pixelFormat));
+    }
+    m_totals.wrongBytes += m_ramp.CountWrongBytes(frame.data, frame.size, frame.width, frame.height, frame.frameId);
+}
+
+void Grabber::ShowProgress()
+{
+    const Clock::time_point now = Clock::now();
+    if (isatty(STDERR_FILENO) == 0 || now < m_nextProgress)
+    {
+        return;
+    }
+    m_nextProgress = now + std::chrono::milliseconds(200);
+    fmt::print(stderr, "\r{}/{} frames, {:.1f} frames/s ", m_totals.frames, m_options.count,
+               m_totals.FramesPerSecond().value_or(0));
+}
+
+std::string LossComplaint(const GrabTotals& totals, const GrabOptions& options)
+{
+    const uint64_t missing = totals.lost + std::min(totals.incomplete, UINT64_MAX - totals.lost);
+    if (missing <= options.allowLoss && totals.wrongBytes == 0)
+    {
+        return {};
+    }
+    std::string text = fmt::format("{} frames lost, {} incomplete", totals.lost, totals.incomplete);
+    if (totals.wrongBytes != 0)
+    {
+        text += fmt::format(", {} wrong bytes", totals.wrongBytes);
+    }
+    text += fmt::format(" (of {})", totals.frames + std::min(totals.lost, UINT64_MAX - totals.frames));
+    if (missing <= options.allowLoss)
+    {
+        return text;
+    }
+    if (totals.lost != 0)
+    {
+        text += fmt::format("; more buffers bridge the time in which none is free: nq-gev grab --buffers {}",
+                            options.buffers * 4);
+    }
+    if (totals.incomplete != 0)
+    {
+        text += "; incomplete ones come so from the camera: look at its payload settings and at the cable";
+    }
+    return text + fmt::format("; or accept it: --allow-loss {}", missing);
+}
+
+} // namespace nq::tool

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+// The loop of a grab: takes frames, counts and checks them, and hands them on.
+#pragma once
+
+#include "exit_codes.h"
+#include "grab_options.h"
+#include "grab_session.h"
+#include "grab_totals.h"
+#include "moving_ramp.h"
+#include "picture_writer.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace nq::tool
+{
+
+/// Takes frames until the count is reached, none comes in time, a file cannot be written, or a signal asks to stop.
+class Grabber
+{
+  public:
+    Grabber(GrabSession& session, const GrabOptions& options);
+
+    /// Runs to the end. What went wrong is Failure()'s; it throws only what the producer's calls do.
+    void Run();
+
+    const GrabTotals& Totals() const { return m_totals; }
+
+    /// What went wrong, if anything did, by its rank: a failure on the way, frames that stopped coming, refused
+    /// frames, lost ones beyond what is allowed.
+    std::optional<ToolFailure> Failure() const;
+
+  private:
+    std::optional<Frame> WaitForFrame();
+    void Take(const Frame& frame, GrabTotals::Clock::time_point arrival);
+    void Verify(const Frame& frame);
+    void ShowProgress();
+    std::string Refusals() const;
+
+    GrabSession& m_session;
+    const GrabOptions& m_options;
+    std::unique_ptr<PictureWriter> m_writer;
+    MovingRamp m_ramp;
+    GrabTotals m_totals;
+    std::string m_firstRefusal;
+    std::optional<ToolFailure> m_failure;
+    uint64_t m_lastId = 0;
+    GrabTotals::Clock::time_point m_nextProgress{};
+};
+
+/// What is to be told of lost, incomplete and wrong frames, with what mends it; empty when they are within
+/// `options.allowLoss`.
+std::string LossComplaint(const GrabTotals& totals, const GrabOptions& options);
+
+} // namespace nq::tool
