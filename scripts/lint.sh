@@ -13,7 +13,7 @@ need_disk
 echo "clang-format"
 git ls-files '*.h' '*.cpp' '*.c' | xargs clang-format-16 --dry-run -Werror || fail "run clang-format-16 -i on the files above"
 echo "shellcheck"
-git ls-files run .ci/run '*.sh' | xargs shellcheck -x
+git ls-files run .ci/run tools/nq-gev-standard '*.sh' | xargs shellcheck -x
 echo "names in /tmp"
 scripts/check_tmp.sh || fail "use mktemp for the names above"
 

@@ -2,6 +2,7 @@
 // A buffer's memory, the values of its last frame, and the answers to buffer info commands.
 #include "gentl/nq_gentl_buffer.h"
 
+#include "gentl/nq_gentl_clear.h"
 #include "gentl/nq_gentl_util.h"
 
 #include <algorithm>
@@ -10,9 +11,10 @@
 namespace GigERDMA
 {
 
-NQGenTLBuffer::NQGenTLBuffer(void* buffer, unsigned long size, bool allocate, void* userPtr, const char* tlType)
-    : NQGenTLModuleBase(nullptr), m_origin(ORIGIN_CONSUMER), m_data(static_cast<unsigned char*>(buffer)), m_size(size),
-      m_userPtr(userPtr), m_tlType(tlType != nullptr ? tlType : TLTypeGEVName)
+NQGenTLBuffer::NQGenTLBuffer(void* buffer, unsigned long size, bool allocate, void* userPtr, const char* tlType,
+                             const NQAnswers& answers)
+    : NQGenTLModuleBase(nullptr, answers), m_origin(ORIGIN_CONSUMER), m_data(static_cast<unsigned char*>(buffer)),
+      m_size(size), m_userPtr(userPtr), m_tlType(tlType != nullptr ? tlType : TLTypeGEVName)
 {
     if (buffer != nullptr)
     {
@@ -219,10 +221,7 @@ int NQGenTLBuffer::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned lo
     {
         return GenTL::GC_ERR_INVALID_PARAMETER;
     }
-    if (pBuffer != nullptr && *piSize != 0)
-    {
-        std::memset(pBuffer, 0, *piSize);
-    }
+    ClearForInfo(Answers(), pBuffer, piSize);
 
     NQGenTLLock lock(m_lock);
     switch (iInfoCmd)

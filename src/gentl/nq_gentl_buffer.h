@@ -2,6 +2,7 @@
 // One GenTL buffer: what the consumer announced or asked for, and what is known of the last frame in it.
 #pragma once
 
+#include "base/nq_answers.h"
 #include "gentl/nq_gentl_module_base.h"
 
 #include <memory>
@@ -55,7 +56,9 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     };
 
     /// `size` is in bytes. A null `buffer` with `allocate` makes the memory here. A null `tlType` stands for "GEV".
-    NQGenTLBuffer(void* buffer, unsigned long size, bool allocate, void* userPtr, const char* tlType);
+    /// Gives `answers`, which outlive the buffer.
+    NQGenTLBuffer(void* buffer, unsigned long size, bool allocate, void* userPtr, const char* tlType,
+                  const NQAnswers& answers = kStatedAnswers);
     ~NQGenTLBuffer() override;
 
     bool IsPortImplemented() override;

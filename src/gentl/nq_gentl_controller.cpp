@@ -2,6 +2,7 @@
 // The object behind the exported interface: library state, list of live modules, last errors.
 #include "gentl/nq_gentl_controller.h"
 
+#include "base/nq_answers.h"
 #include "base/nq_trace.h"
 #include "gentl/nq_gentl_module_base.h"
 #include "gentl/nq_gentl_system.h"
@@ -28,7 +29,7 @@ int OnPort(NQGenTLModuleContainer& modules, void* hPort, Operation operation)
 
 } // namespace
 
-NQGenTLController::NQGenTLController() : m_pSystem(nullptr), m_bInitialized(false) {}
+NQGenTLController::NQGenTLController() : m_pSystem(nullptr), m_bInitialized(false), m_answers(&kStatedAnswers) {}
 
 NQGenTLController::~NQGenTLController() = default;
 
@@ -43,6 +44,7 @@ int NQGenTLController::Init()
     {
         return NQFailed(result, "%s ret", "Init");
     }
+    m_answers = &AnswersAskedFor();
     m_pSystem = CreateSystem();
     if (m_pSystem == nullptr)
     {
@@ -80,6 +82,11 @@ int NQGenTLController::Close()
 bool NQGenTLController::IsInitialized() const
 {
     return m_bInitialized.load(std::memory_order_acquire);
+}
+
+const NQAnswers& NQGenTLController::Answers() const
+{
+    return *m_answers;
 }
 
 int NQGenTLController::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)

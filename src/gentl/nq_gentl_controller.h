@@ -10,6 +10,8 @@
 #include <atomic>
 #include <string>
 
+struct NQAnswers;
+
 namespace GigERDMA
 {
 
@@ -48,6 +50,10 @@ class NQGenTLController
     /// DoClose says, and the controller is not initialised any more.
     int Close();
     bool IsInitialized() const;
+
+    /// The answers of the session that the last Init began, the library's own before the first. They never change or
+    /// go.
+    const NQAnswers& Answers() const;
 
     // Only while initialised.
 
@@ -133,6 +139,7 @@ class NQGenTLController
     NQGenTLErrorContainer m_errors;
     std::atomic<NQGenTLSystem*> m_pSystem;
     std::atomic<bool> m_bInitialized;
+    std::atomic<const NQAnswers*> m_answers;
     NQGenTLMutex m_lifeLock{NQHeld::Long}; ///< Held by Init and Close to their end; taken by nothing else.
     NQGenTLModuleContainer m_abandoned;    ///< The system modules that Close found closed and left allocated.
 };

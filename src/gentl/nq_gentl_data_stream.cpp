@@ -93,7 +93,7 @@ int NQGenTLDataStream::AllocAndAnnounceBuffer(unsigned long size, void* userPtr,
 
 void NQGenTLDataStream::Announce(void* buffer, unsigned long size, void* userPtr, void** handle)
 {
-    auto announced = std::make_unique<NQGenTLBuffer>(buffer, size, false, userPtr, nullptr);
+    auto announced = std::make_unique<NQGenTLBuffer>(buffer, size, false, userPtr, nullptr, Answers());
     m_buffers.Add(NQ_BUFFER_TYPE_ANNOUNCED, announced.get());
     *handle = announced.release()->GetModule();
 }

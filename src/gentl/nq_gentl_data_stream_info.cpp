@@ -2,11 +2,10 @@
 // Flushing a data stream's queues, and the answers to its info commands.
 #include "base/nq_trace.h"
 #include "gentl/nq_gentl_buffer.h"
+#include "gentl/nq_gentl_clear.h"
 #include "gentl/nq_gentl_data_stream.h"
 #include "gentl/nq_gentl_event.h"
 #include "gentl/nq_gentl_util.h"
-
-#include <cstring>
 
 namespace GigERDMA
 {
@@ -84,10 +83,7 @@ int NQGenTLDataStream::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigne
     {
         return NQFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s GC_ERR_INVALID_PARAMETER", "GetInfo");
     }
-    if (pBuffer != nullptr && *piSize != 0)
-    {
-        std::memset(pBuffer, 0, *piSize);
-    }
+    ClearForInfo(Answers(), pBuffer, piSize);
     switch (iInfoCmd)
     {
     case GenTL::STREAM_INFO_ID:

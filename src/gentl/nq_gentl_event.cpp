@@ -4,6 +4,7 @@
 
 #include "GenTL/GenTL.h"
 #include "base/nq_trace.h"
+#include "gentl/nq_gentl_clear.h"
 #include "gentl/nq_gentl_util.h"
 
 #include <cstring>
@@ -12,7 +13,7 @@ namespace GigERDMA
 {
 
 NQGenTLEvent::NQGenTLEvent(int id, unsigned long mostPendingBytes)
-    : m_bEnabled(true), m_id(id), m_mostPendingBytes(mostPendingBytes), m_signal(kDataBit)
+    : m_answers(&kStatedAnswers), m_bEnabled(true), m_id(id), m_mostPendingBytes(mostPendingBytes), m_signal(kDataBit)
 {
 }
 
@@ -107,10 +108,7 @@ int NQGenTLEvent::GetDataInfo(const void* pInBuffer, unsigned long iInSize, int 
     {
         return GenTL::GC_ERR_INVALID_HANDLE;
     }
-    if (pOutBuffer != nullptr && *piOutSize != 0)
-    {
-        std::memset(pOutBuffer, 0, *piOutSize);
-    }
+    ClearForInfo(*m_answers, pOutBuffer, piOutSize);
     return DoEventGetDataInfo(pInBuffer, iInfoCmd, piType, pOutBuffer, piOutSize);
 }
 
@@ -120,10 +118,7 @@ int NQGenTLEvent::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned lon
     {
         return GenTL::GC_ERR_INVALID_PARAMETER;
     }
-    if (pBuffer != nullptr && *piSize != 0)
-    {
-        std::memset(pBuffer, 0, *piSize);
-    }
+    ClearForInfo(*m_answers, pBuffer, piSize);
     switch (iInfoCmd)
     {
     case GenTL::EVENT_EVENT_TYPE:

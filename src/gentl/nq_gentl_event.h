@@ -10,6 +10,8 @@
 #include <memory>
 #include <string>
 
+struct NQAnswers;
+
 namespace GigERDMA
 {
 
@@ -52,6 +54,9 @@ class NQGenTLEvent
     virtual void DoFlushEntry(void* entry);
 
     int GetEventId() const { return m_id; }
+
+    /// Gives `answers`, which outlive the event, instead of the library's own. Before anybody else knows the event.
+    void UseAnswers(const NQAnswers& answers) { m_answers = &answers; }
 
     /// Number of pending entries.
     unsigned long GetNumInQueue();
@@ -118,6 +123,7 @@ class NQGenTLEvent
     void DeliverFront(void* pBuffer, unsigned long* piSize);
     bool ResetIfEmpty();
 
+    const NQAnswers* m_answers;
     NQGenTLEventDataQueue m_queue;
     [[maybe_unused]] const bool m_bEnabled; ///< Read by nothing.
     const int m_id;

@@ -2,7 +2,9 @@
 // Opening and closing, port information and registered events of all modules.
 #include "gentl/nq_gentl_module_base.h"
 
+#include "base/nq_answers.h"
 #include "base/nq_trace.h"
+#include "gentl/nq_gentl_clear.h"
 #include "gentl/nq_gentl_event_device_connection.h"
 #include "gentl/nq_gentl_event_error.h"
 #include "gentl/nq_gentl_event_module.h"
@@ -63,7 +65,15 @@ int ForEachEntry(const GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, const unsign
 
 } // namespace
 
-NQGenTLModuleBase::NQGenTLModuleBase(NQGenTLModuleBase* parent) : m_pParent(parent) {}
+NQGenTLModuleBase::NQGenTLModuleBase(NQGenTLModuleBase* parent)
+    : NQGenTLModuleBase(parent, parent != nullptr ? parent->m_answers : kStatedAnswers)
+{
+}
+
+NQGenTLModuleBase::NQGenTLModuleBase(NQGenTLModuleBase* parent, const NQAnswers& answers)
+    : m_pParent(parent), m_answers(answers)
+{
+}
 
 NQGenTLModuleBase::~NQGenTLModuleBase()
 {
@@ -147,10 +157,7 @@ int NQGenTLModuleBase::GetPortInfo(int iInfoCmd, int* piType, void* pBuffer, uns
     {
         return GenTL::GC_ERR_INVALID_PARAMETER;
     }
-    if (pBuffer != nullptr && *piSize != 0)
-    {
-        std::memset(pBuffer, 0, *piSize);
-    }
+    ClearForInfo(m_answers, pBuffer, piSize);
     if (iInfoCmd < 0 || iInfoCmd > GenTL::PORT_INFO_PORTNAME)
     {
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
@@ -237,6 +244,7 @@ int NQGenTLModuleBase::RegisterEvent(int iEventID, void** phEvent)
     {
         return GenTL::GC_ERR_INVALID_PARAMETER;
     }
+    event->UseAnswers(m_answers);
     m_events.push_back(std::move(event));
     *phEvent = m_events.back().get();
     return GenTL::GC_ERR_SUCCESS;

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+struct NQAnswers;
+
 namespace GigERDMA
 {
 
@@ -31,7 +33,11 @@ class NQGenTLModuleBase
 {
   public:
     /// Closed and without events. `parent` is not owned; null for the system and for buffers.
+    /// Gives the parent's answers, without a parent the library's own.
     explicit NQGenTLModuleBase(NQGenTLModuleBase* parent);
+
+    /// As above, but gives `answers`, which outlive the module.
+    NQGenTLModuleBase(NQGenTLModuleBase* parent, const NQAnswers& answers);
 
     /// Deletes the registered events; closes nothing.
     virtual ~NQGenTLModuleBase();
@@ -103,6 +109,9 @@ class NQGenTLModuleBase
 
     NQGenTLModuleBase* GetParent() const { return m_pParent; }
 
+    /// Which answers the module gives.
+    const NQAnswers& Answers() const { return m_answers; }
+
     /// The registered event at that address, or null. The address is only compared. The event stays owned here.
     NQGenTLEvent* FindEventByHandle(void* handle);
 
@@ -145,6 +154,7 @@ class NQGenTLModuleBase
     int _getPortURL(char* sURL, unsigned long* piSize);
 
     NQGenTLModuleBase* const m_pParent;
+    const NQAnswers& m_answers;
     NQGenTLMutex m_openLock{NQHeld::Long}; ///< Held while DoOpen runs; taken by nothing else.
     bool m_bOpen NQ_GUARDED_BY(m_moduleLock) = false;
     std::vector<std::unique_ptr<NQGenTLEvent>> m_events NQ_GUARDED_BY(m_moduleLock); ///< At most one of each id.

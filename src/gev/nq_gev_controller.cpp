@@ -11,7 +11,7 @@ NQGevController::~NQGevController() = default;
 
 GigERDMA::NQGenTLSystem* NQGevController::CreateSystem()
 {
-    return std::make_unique<NQGevSystem>().release();
+    return std::make_unique<NQGevSystem>(Answers()).release();
 }
 
 int NQGevController::DoInit()

@@ -2,6 +2,7 @@
 // The register port of the data stream.
 #include "gev/nq_gev_data_stream.h"
 
+#include "gentl/nq_gentl_clear.h"
 #include "gev/nq_gev_port.h"
 
 #include <GenTL/GenTL.h>
@@ -55,6 +56,7 @@ int NQGevDataStream::ReadPort(unsigned long address, void* buffer, unsigned long
     {
         return NQGevPortRefused("ReadPort");
     }
+    GigERDMA::ClearForPort(Answers(), buffer, size);
     switch (address)
     {
     case RegisterMapText:

@@ -3,6 +3,7 @@
 #include "gev/nq_gev_device.h"
 
 #include "base/nq_trace.h"
+#include "gentl/nq_gentl_clear.h"
 #include "gentl/nq_gentl_mutex.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_controller.h"
@@ -228,7 +229,7 @@ int NQGevDevice::GetDataStreamID(unsigned int index, char* buffer, unsigned long
     {
         return NQFailed(GenTL::GC_ERR_INVALID_INDEX, "%s GC_ERR_INVALID_INDEX", "GetDataStreamID");
     }
-    NQGevClear(buffer, size);
+    GigERDMA::ClearForInfo(Answers(), buffer, size);
     int type = 0;
     return NQGenTLUtil::CopyInfoString(stream->GetId(), &type, buffer, size);
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The device's info commands: its record's texts, and what is asked of the camera at each call.
 #include "base/nq_trace.h"
+#include "gentl/nq_gentl_clear.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_device.h"
 #include "gev/nq_gev_query.h"
@@ -18,7 +19,7 @@ int NQGevDevice::GetInfo(int command, int* type, void* buffer, unsigned long* si
     {
         return NQGevInvalidParameter("GetInfo");
     }
-    NQGevClear(buffer, size);
+    GigERDMA::ClearForInfo(Answers(), buffer, size);
     switch (command)
     {
     case GenTL::DEVICE_INFO_ID:

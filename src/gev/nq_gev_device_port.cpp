@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The virtual register map of the device port.
+#include "gentl/nq_gentl_clear.h"
 #include "gentl/nq_gentl_mutex.h"
 #include "gev/nq_gev_device.h"
 #include "gev/nq_gev_port.h"
@@ -36,6 +37,7 @@ int NQGevDevice::ReadPort(unsigned long address, void* buffer, unsigned long* si
     {
         return NQGevPortRefused("ReadPort");
     }
+    GigERDMA::ClearForPort(Answers(), buffer, size);
     int type = 0;
     const NQGevPortReader reader(buffer, size);
     switch (address)

@@ -3,6 +3,7 @@
 #include "gev/nq_gev_interface.h"
 
 #include "base/nq_trace.h"
+#include "gentl/nq_gentl_clear.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_controller.h"
 #include "gev/nq_gev_query.h"
@@ -82,7 +83,7 @@ int NQGevInterface::GetInfo(int command, int* type, void* buffer, unsigned long*
     {
         return NQGevInvalidParameter("GetInfo");
     }
-    NQGevClear(buffer, size);
+    ClearForInfo(Answers(), buffer, size);
     switch (command)
     {
     case GenTL::INTERFACE_INFO_ID:
@@ -128,7 +129,7 @@ int NQGevInterface::GetDeviceID(unsigned int index, char* buffer, unsigned long*
         NQTrace(NQTraceLevel::Expected, "%s GC_ERR_INVALID_INDEX", "GetDeviceID");
         return GenTL::GC_ERR_INVALID_INDEX;
     }
-    NQGevClear(buffer, size);
+    ClearForInfo(Answers(), buffer, size);
     int type = 0;
     return NQGenTLUtil::CopyInfoString(info.id, &type, buffer, size);
 }

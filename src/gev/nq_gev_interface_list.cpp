@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Look-ups and queries on the device list of an interface module.
 #include "base/nq_trace.h"
+#include "gentl/nq_gentl_clear.h"
 #include "gentl/nq_gentl_device.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_interface.h"
@@ -90,7 +91,7 @@ int NQGevInterface::_getDeviceInfo(const char* id, int command, int* type, void*
     {
         return NQGevInvalidParameter("_getDeviceInfo");
     }
-    NQGevClear(buffer, size);
+    ClearForInfo(Answers(), buffer, size);
     switch (command)
     {
     case GenTL::DEVICE_INFO_ID:

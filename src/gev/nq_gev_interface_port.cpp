@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The port of the interface module: its identity, its register description and its virtual register map.
+#include "gentl/nq_gentl_clear.h"
 #include "gev/nq_gev_common.h"
 #include "gev/nq_gev_interface.h"
 #include "gev/nq_gev_port.h"
@@ -67,6 +68,7 @@ int NQGevInterface::ReadPort(unsigned long address, void* buffer, unsigned long*
     {
         return NQGevPortRefused("ReadPort");
     }
+    ClearForPort(Answers(), buffer, size);
     int type = 0;
     const NQGevPortReader reader(buffer, size);
     switch (address)

@@ -3,6 +3,7 @@
 #include "gev/nq_gev_system.h"
 
 #include "base/nq_trace.h"
+#include "gentl/nq_gentl_clear.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_controller.h"
 #include "gev/nq_gev_interface.h"
@@ -27,7 +28,7 @@ auto HasId(const std::string& id)
 
 } // namespace
 
-NQGevSystem::NQGevSystem() : NQGenTLSystem(nullptr) {}
+NQGevSystem::NQGevSystem(const NQAnswers& answers) : NQGenTLSystem(nullptr, answers) {}
 
 std::string NQGevSystem::GetId()
 {
@@ -56,7 +57,7 @@ int NQGevSystem::GetInfo(int command, int* type, void* buffer, unsigned long* si
     {
         return NQGevInvalidParameter("GetInfo");
     }
-    NQGevClear(buffer, size);
+    ClearForInfo(Answers(), buffer, size);
     const _NQ_GENTL_PORT_INFO port = GetPortInfo();
     switch (command)
     {
@@ -165,7 +166,7 @@ int NQGevSystem::GetInterfaceID(unsigned int index, char* buffer, unsigned long*
     {
         return NQFailed(GenTL::GC_ERR_INVALID_INDEX, "%s GC_ERR_INVALID_INDEX", "GetInterfaceID");
     }
-    NQGevClear(buffer, size);
+    ClearForInfo(Answers(), buffer, size);
     int type = 0;
     return NQGenTLUtil::CopyInfoString(info.id, &type, buffer, size);
 }
@@ -194,7 +195,7 @@ int NQGevSystem::_getInterfaceInfo(const char* id, int command, int* type, void*
     {
         return NQGevInvalidParameter("_getInterfaceInfo");
     }
-    NQGevClear(buffer, size);
+    ClearForInfo(Answers(), buffer, size);
     switch (command)
     {
     case GenTL::INTERFACE_INFO_ID:

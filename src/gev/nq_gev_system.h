@@ -2,6 +2,7 @@
 // The system module: the host's adapters and the interfaces that are open on them.
 #pragma once
 
+#include "base/nq_answers.h"
 #include "gentl/nq_gentl_module_container.h"
 #include "gentl/nq_gentl_openings.h"
 #include "gentl/nq_gentl_system.h"
@@ -21,7 +22,8 @@ class NQGevPortReader;
 class NQGevSystem : public GigERDMA::NQGenTLSystem
 {
   public:
-    NQGevSystem();
+    /// Gives `answers`, as all modules below it do.
+    explicit NQGevSystem(const NQAnswers& answers = kStatedAnswers);
 
     bool IsPortImplemented() override;
     bool IsEventImplemented(int type) override;

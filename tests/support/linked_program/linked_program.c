@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // An ordinary program: linked with the library, compiled without position-independent code, so that the exported
 // variables lie in the program. Its argument is the path of a logging library, if it is to have one; it prints what it
-// sees, a line each.
+// sees, a line each. With the argument "answers" it prints whose answers the library gives it.
 #include <dlfcn.h>
 #include <stdbool.h>
 #include <stdio.h>
+#include <string.h>
 
 extern int g_mcMode;
 extern void* g_hModule;
@@ -25,6 +26,7 @@ bool NQLInit(void);
 void NQLClose(void);
 int GCInitLib(void);
 int GCCloseLib(void);
+int GCGetInfo(int command, int* type, void* buffer, size_t* size);
 
 enum
 {
@@ -58,8 +60,27 @@ static int RunWithoutLibrary(void)
     return 0;
 }
 
+/// An info call that clears what it is given shows the library's own answers.
+static int PrintAnswers(void)
+{
+    char text[64];
+    memset(text, 'x', sizeof text);
+    int type = 0;
+    size_t size = sizeof text;
+    if (GCInitLib() != 0 || GCGetInfo(0, &type, text, &size) != 0)
+    {
+        return 1;
+    }
+    puts(text[sizeof text - 1] == 'x' ? "standard" : "stated");
+    return GCCloseLib();
+}
+
 int main(int count, char** arguments)
 {
+    if (count == 2 && strcmp(arguments[1], "answers") == 0)
+    {
+        return PrintAnswers();
+    }
     if (count == 1)
     {
         return RunWithoutLibrary();

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+// Which answers a session of the library gives: its own, as the hosts written for it know them, or the standard's.
+#pragma once
+
+// clang-format off
+
+/// The one list of the answers that differ: a flag, the subject, the library's own answer, the standard's. The record
+/// below, the two sets of it and docs/standard-answers.md follow from it. One row a line, in the order of the document.
+#define NQ_ANSWER_ROWS(row)                                                                                            \
+    row(infoWritesValueOnly, "info calls", "clear `*size` bytes first", "write the value's bytes and no more")
+
+// clang-format on
+
+/// One flag for each row, true for the standard's answer. The place where an answer differs asks its own flag and
+/// nothing else. Only the two sets below exist outside of tests; they never change, so any thread may read them.
+struct NQAnswers
+{
+#define NQ_ANSWER_FLAG(flag, subject, stated, standard) bool flag = false;
+    NQ_ANSWER_ROWS(NQ_ANSWER_FLAG)
+#undef NQ_ANSWER_FLAG
+};
+
+/// The library's own answers.
+inline constexpr NQAnswers kStatedAnswers{};
+
+/// The standard's, in all rows.
+#define NQ_ANSWER_TRUE(flag, subject, stated, standard) .flag = true,
+inline constexpr NQAnswers kStandardAnswers{NQ_ANSWER_ROWS(NQ_ANSWER_TRUE)};
+#undef NQ_ANSWER_TRUE
+
+/// The standard's answers where the environment says NQ_GEV_TL_STANDARD=1, exactly so, else the library's own; in a
+/// program that runs with more rights than its user always the latter. Not to be called while another thread changes
+/// the environment.
+const NQAnswers& AnswersAskedFor();
