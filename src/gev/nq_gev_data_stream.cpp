@@ -9,6 +9,7 @@
 #include "gev/nq_gev_remote_device.h"
 #include "gev/nq_rdma_thread_acquisition.h"
 #include "gige/gvcp_wire.h"
+#include "rdma/gendc_wire.h"
 #include "rdma/tld_RdmaTL.h"
 
 #include <GenTL/GenTL.h>
@@ -19,7 +20,6 @@
 namespace
 {
 
-constexpr const char* RdmaPort = "4791";
 constexpr std::uint32_t MtuValue = 9000;
 
 /// The camera's address as dotted decimal.
@@ -167,7 +167,7 @@ bool NQGevDataStream::Connect()
     SetRdma(endpoint);
     const std::string address = AddressText(*m_device);
     m_device->EnableStream(false);
-    if (m_closing != 0 || !endpoint->Connect(address.c_str(), RdmaPort))
+    if (m_closing != 0 || !endpoint->Connect(address.c_str(), gendc_wire::kPort))
     {
         // The endpoint stays for the next start to remove.
         NQTrace(NQTraceLevel::Failure, "%s m_pRdma->ConnectR Failed   CamAddr: %s", "DoStartAcquisition",

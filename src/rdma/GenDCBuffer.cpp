@@ -13,7 +13,7 @@
 struct GenDCBufferLayout
 {
     static_assert(offsetof(GenDCBuffer, m_descriptor) == 0);
-    static_assert(offsetof(GenDCBuffer, m_payload) == 176);
+    static_assert(offsetof(GenDCBuffer, m_payload) == gendc_wire::kDescriptorSize);
     static_assert(offsetof(GenDCBuffer, m_payloadSize) == 184);
     static_assert(offsetof(GenDCBuffer, m_buffer) == 192);
     static_assert(offsetof(GenDCBuffer, m_bufferSize) == 200);
@@ -28,11 +28,11 @@ constexpr std::size_t HugePagesFrom = std::size_t{4} << 20;
 /// Work requests carry 32-bit lengths. A larger block would be registered with a length that wrapped.
 std::uint32_t BlockSize(std::size_t payloadSize)
 {
-    if (payloadSize > std::numeric_limits<std::uint32_t>::max() - GenDCBuffer::DescriptorSize)
+    if (payloadSize > std::numeric_limits<std::uint32_t>::max() - gendc_wire::kDescriptorSize)
     {
         throw std::length_error("frame block exceeds 32 bits");
     }
-    return static_cast<std::uint32_t>(payloadSize + GenDCBuffer::DescriptorSize);
+    return static_cast<std::uint32_t>(payloadSize + gendc_wire::kDescriptorSize);
 }
 
 std::size_t RoundUp(std::size_t size, std::size_t unit)
@@ -94,7 +94,7 @@ GenDCBuffer::GenDCBuffer(std::size_t size) : m_payloadSize(size), m_buffer(nullp
         madvise(m_buffer, m_bufferSize, MADV_DONTFORK);
     }
     // The descriptor and the payload would be copied here, but all of it is zero already.
-    m_payload = m_buffer + DescriptorSize;
+    m_payload = m_buffer + gendc_wire::kDescriptorSize;
 }
 
 GenDCBuffer::~GenDCBuffer()

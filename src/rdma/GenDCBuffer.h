@@ -2,6 +2,8 @@
 // One frame memory block: room for a GenDC descriptor and the payload behind it.
 #pragma once
 
+#include "rdma/gendc_wire.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -14,9 +16,6 @@
 class GenDCBuffer
 {
   public:
-    /// Container header 64, component header 56 and part header 56 bytes.
-    static constexpr std::size_t DescriptorSize = 176;
-
     /// Makes a block for `size` bytes of payload, all zero, at the start of a page; from 4 MiB on at the start of a
     /// huge page, which the system is asked to use.
     /// Throws std::length_error when block and descriptor together do not fit in 32 bits, before anything is allocated,
@@ -35,7 +34,7 @@ class GenDCBuffer
   private:
     friend struct GenDCBufferLayout;
 
-    [[maybe_unused]] std::array<unsigned char, DescriptorSize> m_descriptor{};
+    [[maybe_unused]] std::array<unsigned char, gendc_wire::kDescriptorSize> m_descriptor{};
     [[maybe_unused]] unsigned char*
         m_payload; // Where the payload lies in the block: nobody reads another copy of its zeroes.
     [[maybe_unused]] std::uint64_t m_payloadSize;

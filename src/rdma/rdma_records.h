@@ -2,6 +2,8 @@
 // The records that pass between the RDMA endpoint, its facade and the data stream.
 #pragma once
 
+#include "rdma/gendc_wire.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -56,8 +58,8 @@ static_assert(offsetof(gevrdmaBuffer, size) == 16);
 static_assert(offsetof(gevrdmaBuffer, received) == 20);
 static_assert(sizeof(gevrdmaBuffer) == 24);
 
-/// One decoded frame. The fields from `headerType` to `padding` are the 56 bytes of the GenDC part header as they lie
-/// in the frame block (EMVA GenDC, two-dimensional part header).
+/// One decoded frame. The fields from `headerType` to `padding` are the GenDC part header as it lies in the frame
+/// block.
 struct FrameInfo
 {
     std::uint16_t headerType;
@@ -76,18 +78,18 @@ struct FrameInfo
     std::uint64_t frameId;   ///< The container id.
 };
 
-static_assert(offsetof(FrameInfo, headerType) == 0);
-static_assert(offsetof(FrameInfo, headerFlags) == 2);
-static_assert(offsetof(FrameInfo, headerSize) == 4);
-static_assert(offsetof(FrameInfo, pixelFormat) == 8);
-static_assert(offsetof(FrameInfo, flowInfo) == 12);
-static_assert(offsetof(FrameInfo, flowOffset) == 16);
-static_assert(offsetof(FrameInfo, dataSize) == 24);
-static_assert(offsetof(FrameInfo, dataOffset) == 32);
-static_assert(offsetof(FrameInfo, width) == 40);
-static_assert(offsetof(FrameInfo, height) == 44);
-static_assert(offsetof(FrameInfo, padding) == 48);
-static_assert(offsetof(FrameInfo, data) == 56);
+static_assert(offsetof(FrameInfo, headerType) == gendc_wire::kPartType);
+static_assert(offsetof(FrameInfo, headerFlags) == gendc_wire::kPartFlags);
+static_assert(offsetof(FrameInfo, headerSize) == gendc_wire::kPartSize);
+static_assert(offsetof(FrameInfo, pixelFormat) == gendc_wire::kPartFormat);
+static_assert(offsetof(FrameInfo, flowInfo) == gendc_wire::kPartFlowId);
+static_assert(offsetof(FrameInfo, flowOffset) == gendc_wire::kPartFlowOffset);
+static_assert(offsetof(FrameInfo, dataSize) == gendc_wire::kPartDataSize);
+static_assert(offsetof(FrameInfo, dataOffset) == gendc_wire::kPartDataOffset);
+static_assert(offsetof(FrameInfo, width) == gendc_wire::kPartWidth);
+static_assert(offsetof(FrameInfo, height) == gendc_wire::kPartHeight);
+static_assert(offsetof(FrameInfo, padding) == gendc_wire::kPartPadding);
+static_assert(offsetof(FrameInfo, data) == gendc_wire::kPartHeaderSize);
 static_assert(offsetof(FrameInfo, timestamp) == 64);
 static_assert(offsetof(FrameInfo, frameId) == 72);
 static_assert(sizeof(FrameInfo) == 80);

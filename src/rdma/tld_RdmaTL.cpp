@@ -2,6 +2,8 @@
 // Address resolution, and the decoding of received frames.
 #include "rdma/tld_RdmaTL.h"
 
+#include "rdma/gendc_wire.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -9,17 +11,6 @@
 
 namespace
 {
-
-// Offsets from the start of a frame block, little-endian (EMVA GenDC: container header, component header). Every block
-// has room for these headers, however little of it was received.
-constexpr std::uint64_t ContainerIdOffset = 16;
-constexpr std::uint64_t FirstComponentOffset = 56;
-constexpr std::uint64_t TimestampOffset = 88;
-constexpr std::uint64_t FirstPartOffset = 112;
-
-constexpr std::uint32_t ExpectedComponentOffset = 64;
-constexpr std::uint64_t PartHeaderSize = offsetof(FrameInfo, data);
-static_assert(PartHeaderSize == 56);
 
 template <typename Value>
 Value ReadAt(const unsigned char* block, std::uint64_t offset)
@@ -125,26 +116,27 @@ bool GevRdmaEndpoint::IsFlowing() const
 
 bool GevRdmaEndpoint::Decode(const gevrdmaBuffer& frame, FrameInfo* info)
 {
-    info->frameId = ReadAt<std::uint64_t>(frame.data, ContainerIdOffset);
-    if (ReadAt<std::uint32_t>(frame.data, FirstComponentOffset) != ExpectedComponentOffset)
+    // Every block has room for the headers, however little of it was received.
+    info->frameId = ReadAt<std::uint64_t>(frame.data, gendc_wire::kContainerId);
+    if (ReadAt<std::uint32_t>(frame.data, gendc_wire::kComponentOffset) != gendc_wire::kContainerHeaderSize)
     {
         return false;
     }
-    const std::uint64_t part = ReadAt<std::uint32_t>(frame.data, FirstPartOffset);
-    if (!Fits(part, PartHeaderSize, frame.size))
+    const std::uint64_t part = ReadAt<std::uint32_t>(frame.data, gendc_wire::kPartOffset);
+    if (!Fits(part, gendc_wire::kPartHeaderSize, frame.size))
     {
         return false;
     }
     // Read once: what is delivered is what was checked, even if somebody writes to the block meanwhile.
     FrameInfo decoded{};
-    std::memcpy(&decoded, frame.data + part, PartHeaderSize);
+    std::memcpy(&decoded, frame.data + part, gendc_wire::kPartHeaderSize);
     const std::uint64_t dataOffset = static_cast<std::uint32_t>(decoded.dataOffset);
     if (!Fits(dataOffset, decoded.dataSize, frame.size))
     {
         return false;
     }
     decoded.data = frame.data + dataOffset;
-    decoded.timestamp = ReadAt<std::uint64_t>(frame.data, TimestampOffset);
+    decoded.timestamp = ReadAt<std::uint64_t>(frame.data, gendc_wire::kTimestamp);
     decoded.frameId = info->frameId;
     *info = decoded;
     return true;
