@@ -7,6 +7,7 @@
 #include "gev/nq_gev_thread_heartbeat.h"
 #include "gige/gvcp_wire.h"
 #include "gige/nq_gev_tl_linux.h"
+#include "rdma/gendc_wire.h"
 #include "rdma/rdma_records.h"
 
 #include <GenTL/GenTL.h>
@@ -15,8 +16,6 @@
 
 namespace
 {
-
-constexpr std::size_t settingsBlockSize = 176;
 
 /// What a GenTL access mode asks of the camera's control privilege register.
 unsigned int PrivilegeOf(int accessMode)
@@ -250,13 +249,13 @@ bool NQGevRemoteDevice::GetStreachannelCapability(_NQ_STREAM_CAPABILITY* capabil
 
 bool NQGevRemoteDevice::GetBufferSettings(gevrdmaBufferSettings* settings)
 {
-    unsigned char block[settingsBlockSize] = {};
+    unsigned char block[gendc_wire::kSettingsSize] = {};
     // Deliberate: a block that could not be read is handed on as zeros; the acquisition then fails by itself.
     const bool read = _gvcpReadMem(gvcp_wire::kRegRdmaSettings, block, sizeof block);
-    settings->blockWord160 = ReadAt<unsigned int>(block, 160);
-    settings->blockWord164 = ReadAt<unsigned int>(block, 164);
-    settings->payloadSize = ReadAt<unsigned long>(block, 32);
-    settings->blockByte130 = block[130];
+    settings->blockWord160 = ReadAt<unsigned int>(block, gendc_wire::kSettingsWord160);
+    settings->blockWord164 = ReadAt<unsigned int>(block, gendc_wire::kSettingsWord164);
+    settings->payloadSize = ReadAt<unsigned long>(block, gendc_wire::kSettingsPayloadSize);
+    settings->blockByte130 = block[gendc_wire::kSettingsByte130];
     return read;
 }
 

@@ -40,4 +40,17 @@ inline constexpr std::size_t kPartWidth = 40;      // 4
 inline constexpr std::size_t kPartHeight = 44;     // 4
 inline constexpr std::size_t kPartPadding = 48;    // 8
 
+// ---- Ready message, a credit for one frame: zeros but for two bytes. This product's own
+inline constexpr std::size_t kReadySize = 60;
+inline constexpr std::size_t kReadyFirst = 0;
+inline constexpr std::size_t kReadySecond = 3;
+inline constexpr unsigned char kReadyMark = 1; // in both
+
+// ---- Settings block, read over GVCP from the register kRegRdmaSettings. This product's own
+inline constexpr std::size_t kSettingsSize = 176;
+inline constexpr std::size_t kSettingsPayloadSize = 32; // 8: bytes behind the three headers
+inline constexpr std::size_t kSettingsByte130 = 130;    // 1, carried unread
+inline constexpr std::size_t kSettingsWord160 = 160;    // 4, carried unread
+inline constexpr std::size_t kSettingsWord164 = 164;    // 4, carried unread
+
 } // namespace gendc_wire

@@ -3,6 +3,7 @@
 #include "rdma/lvEndPoint.h"
 
 #include "base/nq_trace.h"
+#include "rdma/gendc_wire.h"
 
 #include <GenTL/GenTL.h>
 #include <algorithm>
@@ -16,7 +17,6 @@
 namespace
 {
 
-constexpr std::uint32_t ReadyMessageSize = 60;
 constexpr int LocalWrite = IBV_ACCESS_LOCAL_WRITE;
 
 /// Some network cards take a receive entry of 2^31 bytes or more for one of another kind.
@@ -88,10 +88,10 @@ bool LvEndpoint::RegisterBlock(std::uint32_t index)
 bool LvEndpoint::RegisterReadyMessage(std::uint32_t index)
 {
     msg_buffer_mem& send = m_send_msgs[index];
-    send.addr = new unsigned char[ReadyMessageSize]{};
-    send.addr[0] = 1;
-    send.addr[3] = 1;
-    send.mr = ibv_reg_mr(m_pd, send.addr, ReadyMessageSize, 0);
+    send.addr = new unsigned char[gendc_wire::kReadySize]{};
+    send.addr[gendc_wire::kReadyFirst] = gendc_wire::kReadyMark;
+    send.addr[gendc_wire::kReadySecond] = gendc_wire::kReadyMark;
+    send.mr = ibv_reg_mr(m_pd, send.addr, gendc_wire::kReadySize, 0);
     return send.mr != nullptr;
 }
 
