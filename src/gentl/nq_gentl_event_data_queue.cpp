@@ -18,12 +18,7 @@ void* NQGenTLEventDataQueue::GetFront(bool remove)
     {
         return nullptr;
     }
-    void* const front = m_entries[0];
-    if (remove)
-    {
-        m_entries.Erase(0);
-    }
-    return front;
+    return remove ? m_entries.PopFront() : m_entries[0];
 }
 
 unsigned long NQGenTLEventDataQueue::GetSize()
@@ -35,10 +30,14 @@ unsigned long NQGenTLEventDataQueue::GetSize()
 void NQGenTLEventDataQueue::Remove(void* entry)
 {
     NQGenTLLock lock(m_lock);
-    const auto matches = [entry](void* other) { return other == entry; };
-    for (std::size_t index = m_entries.FindIf(matches); index < m_entries.Size(); index = m_entries.FindIf(matches))
+    // Once round: what stays goes to the back in its order.
+    for (std::size_t left = m_entries.Size(); left != 0; --left)
     {
-        m_entries.Erase(index);
+        void* const oldest = m_entries.PopFront();
+        if (oldest != entry)
+        {
+            m_entries.PushBack(oldest);
+        }
     }
 }
 

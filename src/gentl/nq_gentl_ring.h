@@ -30,33 +30,16 @@ class NQGenTLRing
         ++m_count;
     }
 
-    /// Takes the entry at `index` out; those behind it move up.
-    void Erase(std::size_t index)
+    /// Takes the oldest entry out. There is one.
+    Value PopFront()
     {
-        if (index == 0)
-        {
-            m_front = Slot(1);
-        }
-        for (std::size_t next = index; index != 0 && next + 1 < m_count; ++next)
-        {
-            m_slots[Slot(next)] = m_slots[Slot(next + 1)];
-        }
+        const Value front = m_slots[m_front];
+        m_front = Slot(1);
         --m_count;
+        return front;
     }
 
     void Clear() { m_front = m_count = 0; }
-
-    /// The first index whose entry fits, or Size().
-    template <typename Match>
-    std::size_t FindIf(Match match) const
-    {
-        std::size_t index = 0;
-        while (index < m_count && !match((*this)[index]))
-        {
-            ++index;
-        }
-        return index;
-    }
 
   private:
     std::size_t Slot(std::size_t index) const { return (m_front + index) % m_slots.size(); }

@@ -73,6 +73,27 @@ TEST_F(EventDataQueue, RemoveTakesEveryOccurrenceAndKeepsTheRest)
     EXPECT_EQ(queue.Copy(), (std::deque<void*>{&b}));
 }
 
+TEST_F(EventDataQueue, RemoveOfFirstMiddleAndLastKeepsTheOrderOfTheRest)
+{
+    std::vector<int> values(40);
+    for (int& value : values)
+    {
+        queue.Add(&value);
+    }
+    queue.Remove(&values[0]);
+    queue.Remove(&values[20]);
+    queue.Remove(&values[39]);
+    queue.Remove(&a); // not there
+    for (std::size_t at = 1; at < 39; ++at)
+    {
+        if (at != 20)
+        {
+            EXPECT_EQ(queue.GetFront(true), &values[at]);
+        }
+    }
+    EXPECT_EQ(queue.GetFront(true), nullptr);
+}
+
 TEST_F(EventDataQueue, HasNoLimitAndDropsNothing)
 {
     for (int i = 0; i < 100000; ++i)

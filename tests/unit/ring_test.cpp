@@ -36,7 +36,7 @@ TEST(Ring, KeepsTheOrderWhenItGrowsInTheMiddleOfARound)
     NQGenTLRing<int> ring = RingOf(16);
     for (int taken = 0; taken < 10; ++taken)
     {
-        ring.Erase(0);
+        EXPECT_EQ(ring.PopFront(), taken);
     }
     for (int value = 16; value < 40; ++value)
     {
@@ -49,22 +49,14 @@ TEST(Ring, KeepsTheOrderWhenItGrowsInTheMiddleOfARound)
     }
 }
 
-TEST(Ring, ErasesFirstMiddleAndLast)
+TEST(Ring, GivesTheOldestFirstUntilItIsEmpty)
 {
-    NQGenTLRing<int> ring = RingOf(5);
-    ring.Erase(0);
-    EXPECT_THAT(Entries(ring), ElementsAre(1, 2, 3, 4));
-    ring.Erase(1);
-    EXPECT_THAT(Entries(ring), ElementsAre(1, 3, 4));
-    ring.Erase(2);
-    EXPECT_THAT(Entries(ring), ElementsAre(1, 3));
-}
-
-TEST(Ring, FindsTheFirstFitOrTheSize)
-{
-    const NQGenTLRing<int> ring = RingOf(4);
-    EXPECT_EQ(ring.FindIf([](int value) { return value >= 2; }), 2U);
-    EXPECT_EQ(ring.FindIf([](int value) { return value == 9; }), 4U);
+    NQGenTLRing<int> ring = RingOf(3);
+    EXPECT_EQ(ring.PopFront(), 0);
+    EXPECT_THAT(Entries(ring), ElementsAre(1, 2));
+    EXPECT_EQ(ring.PopFront(), 1);
+    EXPECT_EQ(ring.PopFront(), 2);
+    EXPECT_TRUE(ring.IsEmpty());
 }
 
 TEST(Ring, IsEmptyAfterClearAndUsableAgain)
