@@ -18,7 +18,7 @@ bool NQGevEntryFrame::IsInitialized()
 {
     if (!g_Controller.IsInitialized())
     {
-        Refuse("%s GC_ERR_NOT_INITIALIZED", GenTL::GC_ERR_NOT_INITIALIZED);
+        Refuse(GenTL::GC_ERR_NOT_INITIALIZED, "%s GC_ERR_NOT_INITIALIZED");
         return false;
     }
     return true;
@@ -29,7 +29,7 @@ Object* NQGevEntryFrame::Known(Object* object, const char* refusal)
 {
     if (object == nullptr)
     {
-        Refuse(refusal, GenTL::GC_ERR_INVALID_HANDLE);
+        Refuse(GenTL::GC_ERR_INVALID_HANDLE, refusal);
     }
     return object;
 }
@@ -68,79 +68,45 @@ NQGenTLEvent* NQGevEntryFrame::FindEvent(void* hEvent)
 
 bool NQGevEntryFrame::HasOutput(void** output)
 {
+    if (!IsInitialized())
+    {
+        return false;
+    }
     if (output == nullptr)
     {
-        Refuse("%s GC_ERR_INVALID_PARAMETER", GenTL::GC_ERR_INVALID_PARAMETER);
+        Refuse(GenTL::GC_ERR_INVALID_PARAMETER, "%s GC_ERR_INVALID_PARAMETER");
     }
     return output != nullptr;
 }
 
-void NQGevEntryFrame::Refuse(const char* format, int code)
+void NQGevEntryFrame::Record(int code)
 {
-    NQTrace(NQTraceLevel::Failure, format, m_name);
     g_Controller.SetLastError(code);
     m_result = code;
 }
 
-void NQGevEntryFrame::End(int result)
+void NQGevEntryFrame::Finish(int result, Failures failures)
 {
     m_result = result;
     m_finished = true;
-}
-
-void NQGevEntryFrame::Finish(int result)
-{
-    if (result != GenTL::GC_ERR_SUCCESS)
+    if (result == GenTL::GC_ERR_SUCCESS)
     {
-        NQTrace(NQTraceLevel::Failure, "%s Failed:%d", m_name, result);
-        g_Controller.SetLastError(result);
-    }
-    End(result);
-}
-
-void NQGevEntryFrame::FinishListUpdate(int result)
-{
-    FinishEventWait(result);
-    if (result == GenTL::GC_ERR_TIMEOUT)
-    {
-        g_Controller.SetLastError(result);
-    }
-}
-
-void NQGevEntryFrame::FinishEventWait(int result)
-{
-    if (result != GenTL::GC_ERR_TIMEOUT)
-    {
-        Finish(result);
         return;
     }
-    NQTrace(NQTraceLevel::Expected, "%s Failed! GC_ERR_TIMEOUT", m_name);
-    End(result);
-}
-
-void NQGevEntryFrame::FinishLastErrorQuery(int result)
-{
-    if (result != GenTL::GC_ERR_SUCCESS)
+    const bool timeoutsDiffer = failures == Failures::TimeoutsExpected || failures == Failures::TimeoutsUnrecorded;
+    const bool isExpected = timeoutsDiffer && result == GenTL::GC_ERR_TIMEOUT;
+    if (isExpected)
+    {
+        NQTrace(NQTraceLevel::Expected, "%s Failed! GC_ERR_TIMEOUT", m_name);
+    }
+    else
     {
         NQTrace(NQTraceLevel::Failure, "%s Failed:%d", m_name, result);
     }
-    End(result);
-}
-
-void NQGevEntryFrame::FinishBufferInfo(int iInfoCmd, int result)
-{
-    if (result != GenTL::GC_ERR_SUCCESS)
+    if (failures != Failures::Unrecorded && !(isExpected && failures == Failures::TimeoutsUnrecorded))
     {
-        NQTrace(NQTraceLevel::Failure, "%s iInfoCmd:%d Failed:%d", m_name, iInfoCmd, result);
-        g_Controller.SetLastError(result);
+        Record(result);
     }
-    End(result);
-}
-
-void NQGevEntryFrame::FinishNotImplemented()
-{
-    g_Controller.SetLastError(GenTL::GC_ERR_NOT_IMPLEMENTED);
-    End(GenTL::GC_ERR_NOT_IMPLEMENTED);
 }
 
 std::size_t TracedSpace(const std::size_t* piSize)

@@ -54,40 +54,31 @@ class NQGevEntryFrame
     GigERDMA::NQGenTLDataStream* FindDataStream(void* hDataStream);
     GigERDMA::NQGenTLEvent* FindEvent(void* hEvent);
 
-    /// Refuses the call for a reason of its own.
-    void Refuse(const char* format, int code);
+    /// False refuses the call, with GC_ERR_NOT_INITIALIZED or GC_ERR_INVALID_PARAMETER.
+    bool HasOutput(void** output);
 
-    /// Takes the operation's result; a failure is traced and becomes the thread's last error.
-    void Finish(int result);
-
-    /// As Finish, but a timeout is traced as an expected condition.
-    void FinishListUpdate(int result);
-
-    /// As Finish, but a timeout is traced as an expected condition and does not become the thread's last error.
-    void FinishEventWait(int result);
-
-    /// As Finish, but reading the last error never overwrites it.
-    void FinishLastErrorQuery(int result);
-
-    /// As Finish, but the failure line names the command.
-    void FinishBufferInfo(int iInfoCmd, int result);
-
-    /// Ends a function that is not implemented: records GC_ERR_NOT_IMPLEMENTED without a trace.
-    void FinishNotImplemented();
-
-    /// Answers a question for a module's parent: output pointer first, then the handle, which `find` looks up.
-    template <class Module>
-    void FinishParentQuery(void* handle, void** phParent, Module* (NQGevEntryFrame::*find)(void*))
+    /// Refuses the call for a reason of its own, with a line that tells it.
+    template <class... Arguments>
+    void Refuse(int code, const char* format, Arguments... arguments)
     {
-        if (IsInitialized() && HasOutput(phParent))
-        {
-            if (Module* const module = (this->*find)(handle))
-            {
-                *phParent = module->GetParent();
-                End(0);
-            }
-        }
+        NQTrace(NQTraceLevel::Failure, format, m_name, arguments...);
+        Record(code);
     }
+
+    /// Makes a failure the call's result and the thread's last error, without a line.
+    void Record(int code);
+
+    /// What a function makes of failures that others trace at level 2 and record.
+    enum class Failures
+    {
+        Recorded,
+        TimeoutsExpected,   ///< a timeout is traced as an expected condition
+        TimeoutsUnrecorded, ///< and is not recorded either
+        Unrecorded          ///< none is recorded: reading the last error never overwrites it
+    };
+
+    /// Takes the operation's result; a failure is traced, and recorded as the thread's last error.
+    void Finish(int result, Failures failures = Failures::Recorded);
 
     /// Traces the exit line of a call that was not refused, with the result as its last argument, and gives the result.
     template <class... Arguments>
@@ -107,8 +98,6 @@ class NQGevEntryFrame
     Object* Known(Object* object, const char* refusal);
     template <class Module>
     Module* FindModule(GigERDMA::NQGenTLModuleBase* (*lookup)(void*), void* handle);
-    bool HasOutput(void** output);
-    void End(int result);
 
     const char* const m_name;
     int m_result = 0;

@@ -67,7 +67,7 @@ GC_API GCGetLastError(GC_ERROR* piErrorCode, char* sErrText, size_t* piSize)
     frame.TraceEntry("%s Entry");
     if (frame.IsInitialized())
     {
-        frame.FinishLastErrorQuery(g_Controller.GetLastError(piErrorCode, sErrText, piSize));
+        frame.Finish(g_Controller.GetLastError(piErrorCode, sErrText, piSize), NQGevEntryFrame::Failures::Unrecorded);
     }
     return frame.Result();
 }
@@ -196,7 +196,7 @@ GC_API EventGetData(EVENT_HANDLE hEvent, void* pBuffer, size_t* piSize, uint64_t
     frame.TraceEntry("%s Entry hEvent:0x%x iTimeout:%lld", Low32(hEvent), static_cast<long long>(iTimeout));
     if (auto* const event = frame.FindEvent(hEvent))
     {
-        frame.FinishEventWait(event->GetData(pBuffer, piSize, iTimeout));
+        frame.Finish(event->GetData(pBuffer, piSize, iTimeout), NQGevEntryFrame::Failures::TimeoutsUnrecorded);
     }
     return frame.TraceExit("%s Exit hEvent:0x%x iTimeout:%lld ret:%d", Low32(hEvent), static_cast<long long>(iTimeout));
 }

@@ -81,7 +81,7 @@ GC_API DevClose(DEV_HANDLE hDevice)
         }
         else
         {
-            frame.Refuse("%s Failed: GC_ERR_ERROR", GC_ERR_ERROR);
+            frame.Refuse(GC_ERR_ERROR, "%s Failed: GC_ERR_ERROR");
         }
     }
     return frame.Result();
@@ -91,7 +91,14 @@ GC_API DevGetParentIF(DEV_HANDLE hDevice, IF_HANDLE* phIface)
 {
     NQGevEntryFrame frame(__func__);
     frame.TraceEntry("%s Entry");
-    frame.FinishParentQuery(hDevice, phIface, &NQGevEntryFrame::FindDevice);
+    if (frame.HasOutput(phIface))
+    {
+        if (auto* const device = frame.FindDevice(hDevice))
+        {
+            *phIface = device->GetParent();
+            frame.Finish(GC_ERR_SUCCESS);
+        }
+    }
     return frame.Result();
 }
 

@@ -138,7 +138,10 @@ GC_API DSGetBufferInfo(DS_HANDLE hDataStream, BUFFER_HANDLE hBuffer, BUFFER_INFO
     frame.TraceEntry("%s Entry");
     if (auto* const stream = frame.FindDataStream(hDataStream))
     {
-        frame.FinishBufferInfo(iInfoCmd, stream->GetBufferInfo(hBuffer, iInfoCmd, piType, pBuffer, piSize));
+        if (const int result = stream->GetBufferInfo(hBuffer, iInfoCmd, piType, pBuffer, piSize))
+        {
+            frame.Refuse(result, "%s iInfoCmd:%d Failed:%d", iInfoCmd, result);
+        }
     }
     return frame.Result();
 }
@@ -147,7 +150,14 @@ GC_API DSGetParentDev(DS_HANDLE hDataStream, DEV_HANDLE* phDevice)
 {
     NQGevEntryFrame frame(__func__);
     frame.TraceEntry("%s Entry");
-    frame.FinishParentQuery(hDataStream, phDevice, &NQGevEntryFrame::FindDataStream);
+    if (frame.HasOutput(phDevice))
+    {
+        if (auto* const stream = frame.FindDataStream(hDataStream))
+        {
+            *phDevice = stream->GetParent();
+            frame.Finish(GC_ERR_SUCCESS);
+        }
+    }
     return frame.Result();
 }
 
@@ -157,7 +167,7 @@ GC_API DSGetBufferChunkData(DS_HANDLE, BUFFER_HANDLE, SINGLE_CHUNK_DATA*, size_t
     frame.TraceEntry("%s Entry");
     if (frame.IsInitialized())
     {
-        frame.FinishNotImplemented();
+        frame.Record(GC_ERR_NOT_IMPLEMENTED);
     }
     return frame.Result();
 }
@@ -168,7 +178,7 @@ GC_API DSGetNumBufferParts(DS_HANDLE, BUFFER_HANDLE, uint32_t*)
     frame.TraceEntry("%s Entry");
     if (frame.IsInitialized())
     {
-        frame.FinishNotImplemented();
+        frame.Record(GC_ERR_NOT_IMPLEMENTED);
     }
     return frame.Result();
 }

@@ -101,7 +101,7 @@ GC_API TLUpdateInterfaceList(TL_HANDLE hTL, bool8_t* pbChanged, uint64_t iTimeou
     frame.TraceEntry("%s Entry hTL:0x%x iTimeout:%lld", Low32(hTL), static_cast<long long>(iTimeout));
     if (auto* const system = frame.FindSystem(hTL))
     {
-        frame.FinishListUpdate(system->UpdateInterfaceList(pbChanged, iTimeout));
+        frame.Finish(system->UpdateInterfaceList(pbChanged, iTimeout), NQGevEntryFrame::Failures::TimeoutsExpected);
     }
     return frame.TraceExit("%s Exit hTL:0x%x iTimeout:%lld ret:%d", Low32(hTL), static_cast<long long>(iTimeout));
 }
@@ -118,7 +118,7 @@ GC_API IFClose(IF_HANDLE hIface)
         }
         else
         {
-            frame.Refuse("%s Failed: GC_ERR_ERROR", GC_ERR_ERROR);
+            frame.Refuse(GC_ERR_ERROR, "%s Failed: GC_ERR_ERROR");
         }
     }
     return frame.TraceExit("%s Exit hIface:0x%x ret:%d", Low32(hIface));
@@ -163,7 +163,7 @@ GC_API IFUpdateDeviceList(IF_HANDLE hIface, bool8_t* pbChanged, uint64_t iTimeou
     frame.TraceEntry("%s Entry");
     if (auto* const iface = frame.FindInterface(hIface))
     {
-        frame.FinishListUpdate(iface->UpdateDeviceList(pbChanged, iTimeout));
+        frame.Finish(iface->UpdateDeviceList(pbChanged, iTimeout), NQGevEntryFrame::Failures::TimeoutsExpected);
     }
     return frame.Result();
 }
@@ -195,7 +195,14 @@ GC_API IFGetParentTL(IF_HANDLE hIface, TL_HANDLE* phSystem)
 {
     NQGevEntryFrame frame(__func__);
     frame.TraceEntry("%s Entry");
-    frame.FinishParentQuery(hIface, phSystem, &NQGevEntryFrame::FindInterface);
+    if (frame.HasOutput(phSystem))
+    {
+        if (auto* const iface = frame.FindInterface(hIface))
+        {
+            *phSystem = iface->GetParent();
+            frame.Finish(GC_ERR_SUCCESS);
+        }
+    }
     return frame.Result();
 }
 
