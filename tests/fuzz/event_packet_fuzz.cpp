@@ -5,7 +5,7 @@
 #include "gev/nq_gev_remote_device.h"
 #include "gige/nq_gev_tl_linux.h"
 #include "support/device_record.h"
-#include "support/event_device.h"
+#include "support/fake_device.h"
 
 #include <cstring>
 
@@ -80,7 +80,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         NQGevTL tl;
         NQGevRemoteDevice remote(&tl, nq::test::LoopbackCamera(), 3, nullptr);
         Require(remote.Open() == 0, "a camera is opened");
-        nq::test::EventDevice device;
+        nq::test::FakeDevice device;
         nq::test::RegisteredEvent event(device, 4);
         NQGevMessageStream channel(0, &device, &remote);
         Require(channel.OnInit(), "the channel is set up");

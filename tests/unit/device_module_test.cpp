@@ -5,7 +5,7 @@
 #include "gev/nq_gev_controller.h"
 #include "gev/nq_gev_remote_device.h"
 #include "support/device_record.h"
-#include "support/event_device.h"
+#include "support/fake_device.h"
 #include "support/register_camera.h"
 #include "support/trace_capture.h"
 

@@ -5,7 +5,7 @@
 
 #include "gige/nq_gev_tl_linux.h"
 #include "support/device_record.h"
-#include "support/event_device.h"
+#include "support/fake_device.h"
 #include "support/network.h"
 #include "support/register_camera.h"
 
@@ -17,7 +17,7 @@
 #include <string>
 #include <thread>
 
-using nq::test::EventDevice;
+using nq::test::FakeDevice;
 using nq::test::LoopbackCamera;
 using nq::test::RegisterCamera;
 using nq::test::RegisteredEvent;
@@ -92,7 +92,7 @@ class Heartbeat : public testing::Test
 
     RegisterCamera camera;
     NQGevTL tl;
-    EventDevice parent;
+    FakeDevice parent;
 };
 
 TEST_F(Heartbeat, ACameraOpenedForControlGivesOneEventWithStatusFive)

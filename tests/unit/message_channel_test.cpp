@@ -5,7 +5,7 @@
 #include "gev/nq_gev_remote_device.h"
 #include "gige/nq_gev_tl_linux.h"
 #include "support/device_record.h"
-#include "support/event_device.h"
+#include "support/fake_device.h"
 #include "support/no_sockets.h"
 #include "support/register_camera.h"
 
@@ -23,7 +23,7 @@
 #include <thread>
 #include <unistd.h>
 
-using nq::test::EventDevice;
+using nq::test::FakeDevice;
 using nq::test::LoopbackCamera;
 using nq::test::RegisterCamera;
 using nq::test::RegisteredEvent;
@@ -123,7 +123,7 @@ class MessageChannel : public testing::Test
 
     RegisterCamera camera;
     NQGevTL tl;
-    EventDevice parent;
+    FakeDevice parent;
     RegisteredEvent event;
     NQGevRemoteDevice remote;
 };
