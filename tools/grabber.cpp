@@ -48,6 +48,10 @@ void Grabber::Run()
     {
         m_failure = failure;
     }
+    catch (const GenTLError& error)
+    {
+        m_failure.emplace(ExitCode::Failure, error.what());
+    }
     m_totals.underruns = m_session.Underruns();
 }
 

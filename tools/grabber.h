@@ -22,7 +22,7 @@ class Grabber
   public:
     Grabber(GrabSession& session, const GrabOptions& options);
 
-    /// Runs to the end. What went wrong is Failure()'s; it throws only what the producer's calls do.
+    /// Runs to the end; what went wrong on the way is in Failure().
     void Run();
 
     const GrabTotals& Totals() const { return m_totals; }

@@ -68,11 +68,16 @@ ExitCode Grab(const CommonOptions& common, const GrabOptions& options)
     grabber.Run();
     session.Stop();
     PrintSummary(common, options, grabber.Totals());
-    if (const std::optional<ToolFailure> failure = grabber.Failure())
+    const std::optional<ToolFailure> failure = grabber.Failure();
+    if (failure && StopAsked() && failure->Code() == ExitCode::WrongPicture)
+    {
+        throw ToolFailure(StopCode(), failure->what());
+    }
+    if (failure)
     {
         throw ToolFailure(*failure);
     }
-    return StopAsked() ? ExitCode::Failure : ExitCode::Success;
+    return StopAsked() ? StopCode() : ExitCode::Success;
 }
 
 } // namespace

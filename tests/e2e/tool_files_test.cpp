@@ -165,7 +165,7 @@ TEST_P(ToolPictures, LeaveNothingHalfAfterASignal)
             ASSERT_EQ(grab->WaitForExit(1ms), -1) << grab->Output();
         }
         grab->Signal(number);
-        EXPECT_EQ(grab->WaitForExit(longTime), 1) << number << grab->Output();
+        EXPECT_EQ(grab->WaitForExit(longTime), 128 + number) << grab->Output();
         EXPECT_THAT(grab->Output(), HasSubstr("pictures   "));
         EXPECT_EQ(Partials(m_folder), 0U) << number;
         fs::remove_all(m_folder.Path());
@@ -185,7 +185,7 @@ TEST_P(ToolPictures, GoOnAfterAHangUpThatNohupIgnores)
     grab->Signal(SIGHUP);
     EXPECT_EQ(grab->WaitForExit(500ms), -1) << grab->Output();
     grab->Signal(SIGTERM);
-    EXPECT_EQ(grab->WaitForExit(longTime), 1) << grab->Output();
+    EXPECT_EQ(grab->WaitForExit(longTime), 143) << grab->Output();
 }
 
 INSTANTIATE_TEST_SUITE_P(FileSystem, ToolPictures, testing::Bool(),

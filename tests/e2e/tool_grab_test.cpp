@@ -3,12 +3,14 @@
 #include "support/temporary_folder.h"
 #include "support/tool.h"
 
+#include <csignal>
 #include <gmock/gmock.h>
 
 namespace
 {
 
 using namespace nq::test;
+using namespace std::chrono_literals;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 
@@ -86,5 +88,38 @@ TEST(GrabLoss, ThatIsAllowedCoversNoWrongBytes)
     EXPECT_EQ(grab.exitCode, 7) << grab.output;
     EXPECT_THAT(grab.output, HasSubstr("3072 wrong bytes (of 3)\n"));
 }
+
+class GrabSignal : public testing::TestWithParam<int>
+{
+};
+
+TEST_P(GrabSignal, EndsItCleanlyWithItsExitCodeAndASecondOneAtOnce)
+{
+    const TemporaryFolder folder;
+    // The stop takes longer than anybody here waits; or it is quick.
+    for (const char* stop : {"", "DSStopAcquisition.sleep=100000"})
+    {
+        ChildProcess grab({NQ_TOOL_PATH, "--producer", NQ_FAKE_PRODUCER_PATH, "--json", "grab", "--count", "100000000",
+                           "--out", folder.Path()},
+                          {std::string("NQ_FAKE_PRODUCER=EventGetData.sleep=1\n") + stop});
+        const size_t before = folder.Files().size();
+        while (folder.Files().size() == before)
+        {
+            ASSERT_EQ(grab.WaitForExit(1ms), -1) << grab.Output();
+        }
+        grab.Signal(GetParam());
+        const bool clean = *stop == 0;
+        if (!clean)
+        {
+            EXPECT_EQ(grab.WaitForExit(1s), -1);
+            grab.Signal(GetParam());
+        }
+        EXPECT_EQ(grab.WaitForExit(longTime), 128 + GetParam()) << grab.Output();
+        EXPECT_EQ(grab.Output().find("\"frames\": ") != std::string::npos, clean) << grab.Output();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, GrabSignal, testing::Values(SIGINT, SIGTERM),
+                         [](const auto& number) { return number.param == SIGINT ? "Interrupt" : "Termination"; });
 
 } // namespace
