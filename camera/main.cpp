@@ -5,10 +5,15 @@
 #include "udp_socket.h"
 #include "virtual_camera.h"
 
+#include <cerrno>
 #include <csignal>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <pthread.h>
+#include <string_view>
+#include <system_error>
+#include <unistd.h>
 #include <vector>
 
 namespace
@@ -28,7 +33,9 @@ void SwitchOn(const ProgramOptions& options, std::vector<std::unique_ptr<Virtual
     }
     if (!cameras.front()->StreamProblem().empty())
     {
-        std::cerr << "nq-gev-camera: no RDMA here (" << cameras.front()->StreamProblem() << "), serving control only\n";
+        std::cerr << "nq-gev-camera: no RDMA here (" << cameras.front()->StreamProblem()
+                  << "), serving control only; for a host on this machine none is needed: give both nq-gev-camera and "
+                     "nq-gev the option --software-rdma\n";
     }
 }
 
@@ -45,6 +52,40 @@ void Announce(const ProgramOptions& options)
     }
 }
 
+/// Hosts leave 127.0.0.1 out when they look for cameras.
+void WarnOfUnseen(const ProgramOptions& options)
+{
+    if (AddressText(options.cameras.front().network.address) == "127.0.0.1")
+    {
+        std::cerr << "nq-gev-camera: no host looks for cameras at 127.0.0.1; take another address of this machine "
+                     "(`ip addr`)\n";
+    }
+}
+
+/// Replaces this process by the same command without --software-rdma, on the software RDMA. Returns when it cannot.
+void StartAgainOnSoftwareRdma(int argc, char** argv)
+{
+    std::error_code error;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+    std::vector<std::string> words = {self.parent_path() / "nq-software-rdma", self};
+    for (int i = 1; i < argc; ++i)
+    {
+        if (std::string_view(argv[i]) != "--software-rdma")
+        {
+            words.emplace_back(argv[i]);
+        }
+    }
+    std::vector<char*> command;
+    for (std::string& word : words)
+    {
+        command.push_back(word.data());
+    }
+    command.push_back(nullptr);
+    execv(command[0], command.data());
+    std::cerr << "nq-gev-camera: --software-rdma: cannot start " << words[0] << ": "
+              << std::generic_category().message(errno) << "\n";
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -55,6 +96,12 @@ int main(int argc, char** argv)
     {
         return exitCode;
     }
+    if (options->softwareRdma)
+    {
+        StartAgainOnSoftwareRdma(argc, argv);
+        return 1;
+    }
+    WarnOfUnseen(*options);
     // Blocked before any thread starts, so that only sigwait below sees them.
     sigset_t endSignals;
     sigemptyset(&endSignals);

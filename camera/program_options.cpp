@@ -44,6 +44,7 @@ std::string Footer()
                 std::to_string(fault.count) + "\n      " + fault.help + "\n";
     }
     return text + "\nExamples:\n"
+                  "  nq-gev-camera --software-rdma --interface eth0\n"
                   "  nq-gev-camera --address 10.9.0.2 --width 1920 --height 1080 --fps 60\n"
                   "  nq-gev-camera --interface eth1 --fault short-frame:100:3 --control camera.sock\n";
 }
@@ -122,6 +123,8 @@ void Define(CLI::App& app, Typed& typed)
         ->take_all();
     app.add_option("--control", typed.program.control, "path of a UNIX socket for JSON commands")
         ->check([](const std::string& path) { return std::string(path.empty() ? "the path is empty" : ""); });
+    app.add_flag("--software-rdma", typed.program.softwareRdma,
+                 "stream by RDMA made of software, to hosts on this machine that do so too");
     app.add_flag("--quiet", typed.program.quiet, "print nothing but errors and the line \"ready ADDRESS\"");
 }
 

@@ -20,6 +20,8 @@ struct ProgramOptions
     /// Path of the control socket; empty for none.
     std::string control;
     bool quiet = false;
+    /// Everything else is for the process that is started on the software RDMA.
+    bool softwareRdma = false;
 };
 
 /// Reads the command line. When the program has nothing further to do, for help or for a mistake, which it has then

@@ -3,9 +3,9 @@
 #include "grab_session.h"
 
 #include "exit_codes.h"
+#include "software_rdma.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <fmt/format.h>
 #include <linux/capability.h>
 #include <new>
@@ -22,13 +22,6 @@ namespace
 
 constexpr uint64_t controlPrivilegeRegister = 0x0A00; // GigE Vision bootstrap register
 constexpr uint64_t streamEnableRegister = 0xE030;     // RDMA block: bit 31 is set while the camera's stream runs
-
-bool MachineHasRdmaDevice()
-{
-    std::error_code ignored;
-    const std::filesystem::directory_iterator devices("/sys/class/infiniband", ignored);
-    return !ignored && devices != std::filesystem::directory_iterator();
-}
 
 bool MayLockAnyAmount()
 {
@@ -188,15 +181,27 @@ void GrabSession::Start()
     {
         throw ToolFailure(ExitCode::CameraLost, WhyNoFrames());
     }
-    std::string hint = MachineHasRdmaDevice() ? "" : " This machine shows no RDMA device (`rdma link`).";
+    throw ToolFailure(ExitCode::NoStream,
+                      fmt::format("the stream did not start: {} ({}). {}", ErrorName(code), code, WhyNoStart(code)));
+}
+
+std::string GrabSession::WhyNoStart(GenTL::GC_ERROR code) const
+{
     if (const std::string complaint = LockedMemoryComplaint(m_lockedBytes); !complaint.empty())
     {
-        hint += fmt::format(" Note that {}.", complaint);
+        return fmt::format("It wants more memory than it may have: {}. Raise that limit, or take fewer --buffers.",
+                           complaint);
     }
-    throw ToolFailure(ExitCode::NoStream,
-                      fmt::format("the stream did not start: {} ({}). The camera {} answers on its control channel but "
-                                  "refused or did not answer the RDMA connection.{}",
-                                  ErrorName(code), code, m_address, hint));
+    if (code == GenTL::GC_ERR_OUT_OF_MEMORY || code == GenTL::GC_ERR_RESOURCE_EXHAUSTED)
+    {
+        return "This machine has too little memory for it: take fewer --buffers.";
+    }
+    const std::string advice = SoftwareRdmaAdvice();
+    return fmt::format("The camera {} answers on its control channel{}", m_address,
+                       advice.empty()
+                           ? " but refused or did not answer the RDMA connection, or the RDMA device of this "
+                             "machine had no room for it."
+                           : "." + advice);
 }
 
 void GrabSession::Stop()

@@ -73,6 +73,7 @@ class GrabSession
     void OpenStream();
     void AnnounceBuffers(BufferOrigin origin, size_t count);
     uint64_t PayloadSize(size_t count) const;
+    std::string WhyNoStart(GenTL::GC_ERROR code) const;
     std::optional<uint32_t> ReadRegister(uint64_t address) const;
     std::string Describe(Frame& frame);
     uint64_t BufferNumber(GenTL::BUFFER_HANDLE buffer, GenTL::BUFFER_INFO_CMD command, uint64_t fallback = 0) const;

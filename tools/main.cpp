@@ -2,6 +2,7 @@
 // nq-gev: lists cameras and grabs pictures through any GenTL producer.
 #include "gentl_library.h"
 #include "printable.h"
+#include "software_rdma.h"
 #include "verbs.h"
 
 #include <cerrno>
@@ -19,6 +20,7 @@ constexpr const char* exitCodesText =
     "Examples:\n"
     "  nq-gev list\n"
     "  nq-gev grab --count 10 --out pictures\n"
+    "  nq-gev --software-rdma grab --count 10\n"
     "  nq-gev --producer /opt/vendor/producer.cti list --json";
 
 int Run(int argc, char** argv)
@@ -35,6 +37,8 @@ int Run(int argc, char** argv)
     app.add_option("--timeout", common.timeoutMs, "How long to look for cameras on each interface, in milliseconds")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
+    app.add_flag("--software-rdma")
+        ->description("Run on RDMA made of software, for a camera that does so on this machine");
     Verb chosen;
     AddListVerb(app, common, chosen);
     AddGrabVerb(app, common, chosen);
@@ -65,6 +69,7 @@ int main(int argc, char** argv)
     };
     try
     {
+        StartAgainOnSoftwareRdma(argc, argv);
         return Run(argc, argv);
     }
     catch (const ToolFailure& failure)

@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: Apache-2.0
+// Running nq-gev on the software RDMA of this project.
+#pragma once
+
+#include <string>
+
+namespace nq::tool
+{
+
+/// Replaces this process by the same command without --software-rdma, started by nq-software-rdma. Returns when the
+/// option is not among the arguments; throws ToolFailure when nq-software-rdma cannot be started.
+void StartAgainOnSoftwareRdma(int argc, char** argv);
+
+/// True in a process that runs on the software RDMA.
+bool RunsOnSoftwareRdma();
+
+/// What a machine without an RDMA device can do, a sentence with a space before it; empty where it would not help.
+std::string SoftwareRdmaAdvice();
+
+} // namespace nq::tool
