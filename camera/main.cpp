@@ -76,6 +76,7 @@ void StartAgainOnSoftwareRdma(int argc, char** argv)
         }
     }
     std::vector<char*> command;
+    command.reserve(words.size() + 1);
     for (std::string& word : words)
     {
         command.push_back(word.data());

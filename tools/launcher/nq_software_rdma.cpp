@@ -51,7 +51,7 @@ fs::path FindLibrary()
     const fs::path here = fs::read_symlink("/proc/self/exe", ignored).parent_path();
     for (const char* folder : {".", "../lib", "../lib/x86_64-linux-gnu", "../lib64"})
     {
-        const fs::path path = fs::weakly_canonical(here / folder / kLibrary, ignored);
+        fs::path path = fs::weakly_canonical(here / folder / kLibrary, ignored);
         if (fs::is_regular_file(path, ignored))
         {
             return path;
