@@ -14,6 +14,17 @@ using namespace nq::test;
 using testing::HasSubstr;
 using testing::Not;
 
+TEST(ToolVersion, TellsProgramLibraryGenTLAndCommit)
+{
+    for (const std::string name : {"nq-gev", "nq-software-rdma"})
+    {
+        const Outcome version = RunProgram({NQ_BINARY_DIR "/" + name, "--version"});
+        EXPECT_EQ(version.exitCode, 0);
+        EXPECT_THAT(version.output, testing::MatchesRegex(name + " 2\\.5\\.5\nlibrary nq_gev_rdma_tl 2\\.5\\.5\nGenTL "
+                                                                 "1\\.5\ncommit (unknown|[0-9a-f]+(-dirty)?)\n"));
+    }
+}
+
 TEST(ToolStart, BlamesTheMemoryWhereItMayLockTooLittle)
 {
     const VirtualCamera camera({"--width", "640", "--height", "480"});

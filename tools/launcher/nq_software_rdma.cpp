@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-software-rdma COMMAND...: runs a command with the software RDMA of this project in front of the real one.
+#include "nq_version.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -167,9 +169,11 @@ int main(int argc, char** argv)
         std::fputs(kUsage, stderr);
         return 2;
     }
-    if (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)
+    const std::string_view first = argv[1];
+    if (first == "--help" || first == "-h" || first == "--version")
     {
-        return std::fputs(kUsage, stdout) < 0 || std::fflush(stdout) != 0 ? 1 : 0;
+        const char* answer = first == "--version" ? NQ_VERSION_TEXT("nq-software-rdma") "\n" : kUsage;
+        return std::fputs(answer, stdout) < 0 || std::fflush(stdout) != 0 ? 1 : 0;
     }
     const fs::path library = FindLibrary();
     if (library.empty())
