@@ -5,6 +5,7 @@
 #include "printable.h"
 #include "software_rdma.h"
 #include "verbs.h"
+#include "whole_number.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -37,7 +38,7 @@ int Run(int argc, char** argv)
         ->check(CLI::ExistingFile);
     app.add_flag("--json", common.json, "Print JSON instead of text");
     app.add_option("--timeout", common.timeoutMs, "How long to look for cameras on each interface, in milliseconds")
-        ->check(CLI::NonNegativeNumber)
+        ->check(WholeNumber(1, mostMs, "milliseconds"))
         ->capture_default_str();
     app.add_flag("--software-rdma")
         ->description("Run on RDMA made of software, for a camera that does so on this machine");

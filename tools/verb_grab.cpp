@@ -5,6 +5,7 @@
 #include "grabber.h"
 #include "stop_signals.h"
 #include "verbs.h"
+#include "whole_number.h"
 
 #include <fmt/format.h>
 #include <memory>
@@ -86,23 +87,24 @@ void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
 {
     CLI::App* verb = app.add_subcommand("grab", "Take frames from a camera");
     auto options = std::make_shared<GrabOptions>();
-    verb->add_option("--count", options->count, "Number of frames")->check(CLI::PositiveNumber)->capture_default_str();
+    constexpr uint64_t most = 1'000'000'000'000;
+    verb->add_option("--count", options->count, "Number of frames")->check(WholeNumber(1, most))->capture_default_str();
     verb->add_option("--camera", options->camera, "Id, serial number, name or address (default: the first camera)");
     verb->add_option("--out", options->out, "Folder for the pictures, as PNG files");
     verb->add_option("--save-every", options->saveEvery, "Write only every Nth frame")
-        ->check(CLI::PositiveNumber)
+        ->check(WholeNumber(1, most))
         ->capture_default_str();
     verb->add_option("--buffers", options->buffers, "Number of buffers")
-        ->check(CLI::PositiveNumber)
+        ->check(WholeNumber(1, 65536))
         ->capture_default_str();
     verb->add_option("--allow-loss", options->allowLoss, "Lost and incomplete frames that are no failure (exit code 7)")
-        ->check(CLI::NonNegativeNumber)
+        ->check(WholeNumber(0, most))
         ->capture_default_str();
     verb->add_flag("--announce", options->announce,
                    "Announce buffers of this program instead of library-allocated ones");
     verb->add_flag("--verify", options->verify, "Check every byte against the moving ramp of nq-gev-camera");
     verb->add_option("--frame-timeout", options->frameTimeoutMs, "How long to wait for one frame, in milliseconds")
-        ->check(CLI::PositiveNumber)
+        ->check(WholeNumber(1, mostMs, "milliseconds"))
         ->capture_default_str();
     verb->callback([&, options] { chosen = [&common, options] { return Grab(common, *options); }; });
 }

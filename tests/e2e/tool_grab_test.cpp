@@ -122,4 +122,53 @@ TEST_P(GrabSignal, EndsItCleanlyWithItsExitCodeAndASecondOneAtOnce)
 INSTANTIATE_TEST_SUITE_P(Of, GrabSignal, testing::Values(SIGINT, SIGTERM),
                          [](const auto& number) { return number.param == SIGINT ? "Interrupt" : "Termination"; });
 
+struct BadNumber
+{
+    const char* name;
+    std::vector<std::string> arguments;
+    const char* told;
+};
+
+void PrintTo(const BadNumber& number, std::ostream* out)
+{
+    *out << number.name;
+}
+
+class GrabNumber : public testing::TestWithParam<BadNumber>
+{
+};
+
+TEST_P(GrabNumber, OutOfRangeIsToldInOurWords)
+{
+    const Outcome grab = RunOnFake("", GetParam().arguments);
+    EXPECT_EQ(grab.exitCode, 2) << grab.output;
+    EXPECT_THAT(grab.output, testing::StartsWith(GetParam().told));
+}
+
+const BadNumber numbers[] = {
+    {"NegativeTimeout",
+     {"--timeout", "-1", "grab"},
+     "--timeout: takes a whole number from 1 to 86400000 milliseconds, not \"-1\"\n"},
+    {"NoTimeout",
+     {"--timeout", "0", "list"},
+     "--timeout: takes a whole number from 1 to 86400000 milliseconds, not \"0\"\n"},
+    {"NegativeFrameTimeout",
+     {"grab", "--frame-timeout", "-1"},
+     "--frame-timeout: takes a whole number from 1 to 86400000 milliseconds, not \"-1\"\n"},
+    {"NoFrames", {"grab", "--count", "0"}, "--count: takes a whole number from 1 to 1000000000000, not \"0\"\n"},
+    {"Fraction", {"grab", "--count", "1.5"}, "--count: takes a whole number from 1 to 1000000000000, not \"1.5\"\n"},
+    {"BeyondSixtyFourBits",
+     {"grab", "--save-every", "18446744073709551617"},
+     "--save-every: takes a whole number from 1 to 1000000000000, not \"18446744073709551617\"\n"},
+    {"TooManyBuffers",
+     {"grab", "--buffers", "65537"},
+     "--buffers: takes a whole number from 1 to 65536, not \"65537\"\n"},
+    {"Word",
+     {"grab", "--allow-loss", "some"},
+     "--allow-loss: takes a whole number from 0 to 1000000000000, not \"some\"\n"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Of, GrabNumber, testing::ValuesIn(numbers),
+                         [](const auto& number) { return std::string(number.param.name); });
+
 } // namespace
