@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The register description of the data stream module's port.
 #include "gev/nq_gev_common.h"
+#include "gev/nq_gev_data_stream_registers.h"
 #include "gev/nq_gev_xml_writer.h"
 
 namespace
@@ -163,32 +164,38 @@ void AddEventControl(NQGevXmlWriter& xml)
     xml.EndGroup();
 }
 
-void AddPolled(NQGevXmlWriter& xml, std::string_view name, std::string_view address, std::string_view length)
+void AddPolled(NQGevXmlWriter& xml, const NQGevRegister& row)
 {
-    xml.AddInteger({name, address, length, "RO", kPort, "", "", "NoCache", "1000"});
+    xml.AddInteger({.row = row, .port = kPort, .cachable = "NoCache", .pollingTime = "1000"});
+}
+
+/// One that the port does not serve: it lies just above the description itself.
+void AddEventRegister(NQGevXmlWriter& xml, const NQGevRegister& row)
+{
+    xml.AddInteger({.row = row, .port = kPort, .cachable = "NoCache", .endianess = "BigEndian"});
 }
 
 void AddRegisters(NQGevXmlWriter& xml)
 {
     // Deliberate: the two event registers lie just above the description itself and are big-endian, unlike all others.
     xml.BeginGroup("EventControl Register");
-    xml.AddInteger({"EventSelector_reg", "0x10100", "4", "RW", kPort, "", "", "NoCache", "", "", "BigEndian"});
-    xml.AddInteger({"EventNotification_reg", "0x10104", "4", "RW", kPort, "", "", "NoCache", "", "", "BigEndian"});
+    AddEventRegister(xml, kDataStreamRegisters["EventSelector_reg"]);
+    AddEventRegister(xml, kDataStreamRegisters["EventNotification_reg"]);
     xml.EndGroup();
     // Deliberate: all three groups of stream registers carry the same comment.
     xml.BeginGroup("StreamInformation Registers");
-    xml.AddString({"StreamID_Reg", "0x80000", "256", "RO", kPort});
+    xml.AddString({kDataStreamRegisters["StreamID_Reg"], kPort});
     xml.EndGroup();
     xml.BeginGroup("StreamInformation Registers");
-    AddPolled(xml, "StreamAnnouncedBufferCount_Reg", "0x80100", "4");
-    xml.AddInteger({"StreamBufferHandlingMode_Reg", "0x80104", "4", "RW", kPort});
-    xml.AddInteger({"StreamAnnounceBufferMinimum_Reg", "0x80108", "4", "RO", kPort, "", "Invisible"});
+    AddPolled(xml, kDataStreamRegisters["StreamAnnouncedBufferCount_Reg"]);
+    xml.AddInteger({kDataStreamRegisters["StreamBufferHandlingMode_Reg"], kPort});
+    xml.AddInteger({kDataStreamRegisters["StreamAnnounceBufferMinimum_Reg"], kPort, "", "Invisible"});
     // Deliberate: no feature shows this register; its feature is disabled.
-    AddPolled(xml, "StreamDeliveredFrameCount_Reg", "0x8010C", "8");
+    AddPolled(xml, kDataStreamRegisters["StreamDeliveredFrameCount_Reg"]);
     xml.EndGroup();
     xml.BeginGroup("StreamInformation Registers");
-    AddPolled(xml, "FrameLoss_Reg", "0x80110", "4");
-    AddPolled(xml, "FramesReceived_Reg", "0x80114", "4");
+    AddPolled(xml, kDataStreamRegisters["FrameLoss_Reg"]);
+    AddPolled(xml, kDataStreamRegisters["FramesReceived_Reg"]);
     xml.EndGroup();
 }
 

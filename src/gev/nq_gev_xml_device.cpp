@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The register description of the device module's port.
 #include "gev/nq_gev_common.h"
+#include "gev/nq_gev_device_registers.h"
 #include "gev/nq_gev_xml_writer.h"
 
 namespace
@@ -204,67 +205,37 @@ void AddEventControl(NQGevXmlWriter& xml)
 void AddDeviceRegisters(NQGevXmlWriter& xml)
 {
     xml.BeginGroup("DeviceInformation Registers");
-    xml.AddString({"DeviceID_Reg", "0x70000", "256", "RO", kPort});
-    xml.AddString({"DeviceVendorName_Reg", "0x70100", "256", "RO", kPort});
-    xml.AddString({"DeviceModelName_Reg", "0x70200", "256", "RO", kPort});
-    xml.AddInteger({"DeviceAccessStatus_Reg", "0x70300", "4", "RO", kPort});
-    xml.AddInteger({"GevDeviceMACAddress_Reg", "0x7040C", "8", "RO", kPort});
-    xml.AddInteger({"GevDeviceIPAddress_Reg", "0x70410", "4", "RO", kPort});
-    xml.AddInteger({"GevDeviceSubnetMask_Reg", "0x70414", "4", "RO", kPort});
-    xml.AddInteger({"GevDeviceGateway_Reg", "0x70418", "4", "RO", kPort});
+    xml.AddString({kDeviceRegisters["DeviceID_Reg"], kPort});
+    xml.AddString({kDeviceRegisters["DeviceVendorName_Reg"], kPort});
+    xml.AddString({kDeviceRegisters["DeviceModelName_Reg"], kPort});
+    xml.AddInteger({kDeviceRegisters["DeviceAccessStatus_Reg"], kPort});
+    xml.AddInteger({kDeviceRegisters["GevDeviceMACAddress_Reg"], kPort});
+    xml.AddInteger({kDeviceRegisters["GevDeviceIPAddress_Reg"], kPort});
+    xml.AddInteger({kDeviceRegisters["GevDeviceSubnetMask_Reg"], kPort});
+    xml.AddInteger({kDeviceRegisters["GevDeviceGateway_Reg"], kPort});
     xml.EndGroup();
     xml.BeginGroup("StreamEnumeration Registers");
-    xml.AddInteger({.name = "StreamSelector_Reg",
-                    .address = "0x70304",
-                    .length = "4",
-                    .accessMode = "RW",
-                    .port = kPort,
-                    .cachable = "NoCache"});
-    xml.AddString({.name = "StreamID_Reg",
-                   .address = "0x70308",
-                   .length = "256",
-                   .accessMode = "RO",
-                   .port = kPort,
-                   .invalidator = "StreamSelector_Reg"});
-    xml.AddInteger({.name = "NrStreams_Reg",
-                    .address = "0x70408",
-                    .length = "4",
-                    .accessMode = "RO",
-                    .port = kPort,
-                    .cachable = "NoCache"});
+    xml.AddInteger({.row = kDeviceRegisters["StreamSelector_Reg"], .port = kPort, .cachable = "NoCache"});
+    xml.AddString({.row = kDeviceRegisters["StreamID_Reg"], .port = kPort, .invalidator = "StreamSelector_Reg"});
+    xml.AddInteger({.row = kDeviceRegisters["NrStreams_Reg"], .port = kPort, .cachable = "NoCache"});
     xml.EndGroup();
 }
 
 void AddUpdateRegisters(NQGevXmlWriter& xml)
 {
     xml.BeginGroup("UpdateXML Registers");
-    xml.AddString({"UpdateXMLFile_Reg", "0x7041C", "512", "RW", kPort});
-    xml.DisableString({.name = "UpdateXMLStatus_Reg",
-                       .address = "0x7051C",
-                       .length = "256",
-                       .accessMode = "RO",
-                       .port = kPort,
-                       .invalidator = "UpdateXML_Reg"});
-    xml.AddInteger({.name = "UpdateXML_Reg",
-                    .address = "0x7052C",
-                    .length = "4",
-                    .accessMode = "RW",
-                    .port = kPort,
-                    .cachable = "NoCache"});
+    xml.AddString({kDeviceRegisters["UpdateXMLFile_Reg"], kPort});
+    xml.DisableString({.row = kDeviceRegisters["UpdateXMLStatus_Reg"], .port = kPort, .invalidator = "UpdateXML_Reg"});
+    xml.AddInteger({.row = kDeviceRegisters["UpdateXML_Reg"], .port = kPort, .cachable = "NoCache"});
     xml.EndGroup();
 }
 
 void AddEventRegisters(NQGevXmlWriter& xml)
 {
     xml.BeginGroup("Event Control Registers");
-    xml.AddInteger({.name = "EventNotification_Reg",
-                    .address = "0x70530",
-                    .length = "4",
-                    .accessMode = "RW",
-                    .port = kPort,
-                    .cachable = "NoCache"});
-    xml.AddInteger({"EventRemoteDeviceConnectionStateID_Reg", "0x00", "4", "RO", kEventPort, "Custom", "Invisible"});
-    xml.AddInteger({"EventRemoteDeviceConnectionStateState_Reg", "0x04", "4", "RO", kEventPort, "Custom", "Invisible"});
+    xml.AddInteger({.row = kDeviceRegisters["EventNotification_Reg"], .port = kPort, .cachable = "NoCache"});
+    xml.AddInteger({kDeviceRegisters["EventRemoteDeviceConnectionStateID_Reg"], kEventPort, "Custom", "Invisible"});
+    xml.AddInteger({kDeviceRegisters["EventRemoteDeviceConnectionStateState_Reg"], kEventPort, "Custom", "Invisible"});
     xml.EndGroup();
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The register description of the interface module's port.
 #include "gev/nq_gev_common.h"
+#include "gev/nq_gev_interface_registers.h"
 #include "gev/nq_gev_xml_writer.h"
 
 namespace
@@ -185,41 +186,30 @@ void AddDeviceEnumeration(NQGevXmlWriter& xml)
     xml.EndGroup();
 }
 
-void AddNumber(NQGevXmlWriter& xml, std::string_view name, std::string_view address, std::string_view length,
-               std::string_view accessMode, std::string_view invalidator = "", std::string_view cachable = "")
+void AddNumber(NQGevXmlWriter& xml, const NQGevRegister& row, std::string_view invalidator = "",
+               std::string_view cachable = "")
 {
-    xml.AddInteger({.name = name,
-                    .address = address,
-                    .length = length,
-                    .accessMode = accessMode,
-                    .port = kPort,
-                    .cachable = cachable,
-                    .invalidator = invalidator});
+    xml.AddInteger({.row = row, .port = kPort, .cachable = cachable, .invalidator = invalidator});
 }
 
-void AddString(NQGevXmlWriter& xml, std::string_view name, std::string_view address, std::string_view invalidator)
+void AddString(NQGevXmlWriter& xml, const NQGevRegister& row, std::string_view invalidator = "")
 {
-    xml.AddString({.name = name,
-                   .address = address,
-                   .length = "256",
-                   .accessMode = "RO",
-                   .port = kPort,
-                   .invalidator = invalidator});
+    xml.AddString({.row = row, .port = kPort, .invalidator = invalidator});
 }
 
 void AddInterfaceRegisters(NQGevXmlWriter& xml)
 {
     xml.BeginGroup("InterfaceInformation Registers");
-    AddString(xml, "InterfaceID_Reg", "0x60000", "");
-    AddNumber(xml, "GevInterfaceGatewaySelector_Reg", "0x60414", "4", "RW");
-    AddNumber(xml, "NrGateways_Reg", "0x60418", "4", "RO");
-    AddNumber(xml, "GevInterfaceGateway_Reg", "0x6041C", "4", "RO", "GevInterfaceGatewaySelector_Reg");
-    AddNumber(xml, "GevInterfaceMACAddress_Reg", "0x60420", "8", "RO");
-    AddNumber(xml, "GevInterfaceSubnetSelector_Reg", "0x60428", "4", "RW");
-    AddNumber(xml, "NrSubnets_Reg", "0x60430", "4", "RO");
-    AddNumber(xml, "GevInterfaceSubnetIPAddress_Reg", "0x60434", "4", "RO", "GevInterfaceSubnetSelector_Reg");
+    AddString(xml, kInterfaceRegisters["InterfaceID_Reg"]);
+    AddNumber(xml, kInterfaceRegisters["GevInterfaceGatewaySelector_Reg"]);
+    AddNumber(xml, kInterfaceRegisters["NrGateways_Reg"]);
+    AddNumber(xml, kInterfaceRegisters["GevInterfaceGateway_Reg"], "GevInterfaceGatewaySelector_Reg");
+    AddNumber(xml, kInterfaceRegisters["GevInterfaceMACAddress_Reg"]);
+    AddNumber(xml, kInterfaceRegisters["GevInterfaceSubnetSelector_Reg"]);
+    AddNumber(xml, kInterfaceRegisters["NrSubnets_Reg"]);
+    AddNumber(xml, kInterfaceRegisters["GevInterfaceSubnetIPAddress_Reg"], "GevInterfaceSubnetSelector_Reg");
     // Deliberate: the mask names itself as its invalidator. There is only one subnet, so no selection changes it.
-    AddNumber(xml, "GevInterfaceSubnetMask_Reg", "0x60438", "4", "RO", "GevInterfaceSubnetMask_Reg");
+    AddNumber(xml, kInterfaceRegisters["GevInterfaceSubnetMask_Reg"], "GevInterfaceSubnetMask_Reg");
     xml.EndGroup();
 }
 
@@ -228,16 +218,16 @@ void AddDeviceRegisters(NQGevXmlWriter& xml)
     constexpr std::string_view selector = "DeviceSelector_Reg";
     constexpr std::string_view update = "DeviceUpdateList_Reg";
     xml.BeginGroup("DeviceEnumeration Registers");
-    AddString(xml, "DeviceID_Reg", "0x6010C", selector);
-    AddString(xml, "DeviceVendorName_Reg", "0x6020C", selector);
-    AddString(xml, "DeviceModelName_Reg", "0x6030C", selector);
-    AddNumber(xml, update, "0x60104", "4", "RW", "", "NoCache");
-    AddNumber(xml, selector, "0x60108", "4", "RW", update, "NoCache");
-    AddNumber(xml, "DeviceAccessStatus_Reg", "0x6040C", "4", "RO", selector);
-    AddNumber(xml, "NrDevices_Reg", "0x60410", "4", "RO", update, "NoCache");
-    AddNumber(xml, "GevDeviceIPAddress_Reg", "0x6043C", "4", "RO", selector);
-    AddNumber(xml, "GevDeviceSubnetMask_Reg", "0x60440", "4", "RO", selector);
-    AddNumber(xml, "GevDeviceMACAddress_Reg", "0x60444", "8", "RO", selector);
+    AddString(xml, kInterfaceRegisters["DeviceID_Reg"], selector);
+    AddString(xml, kInterfaceRegisters["DeviceVendorName_Reg"], selector);
+    AddString(xml, kInterfaceRegisters["DeviceModelName_Reg"], selector);
+    AddNumber(xml, kInterfaceRegisters[update], "", "NoCache");
+    AddNumber(xml, kInterfaceRegisters[selector], update, "NoCache");
+    AddNumber(xml, kInterfaceRegisters["DeviceAccessStatus_Reg"], selector);
+    AddNumber(xml, kInterfaceRegisters["NrDevices_Reg"], update, "NoCache");
+    AddNumber(xml, kInterfaceRegisters["GevDeviceIPAddress_Reg"], selector);
+    AddNumber(xml, kInterfaceRegisters["GevDeviceSubnetMask_Reg"], selector);
+    AddNumber(xml, kInterfaceRegisters["GevDeviceMACAddress_Reg"], selector);
     xml.EndGroup();
 }
 

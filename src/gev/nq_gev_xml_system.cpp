@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The register description of the system module's port.
 #include "gev/nq_gev_common.h"
+#include "gev/nq_gev_system_registers.h"
 #include "gev/nq_gev_xml_writer.h"
 
 namespace
@@ -188,16 +189,13 @@ void AddInterfaceEnumeration(NQGevXmlWriter& xml)
 void AddSystemRegisters(NQGevXmlWriter& xml)
 {
     xml.BeginGroup("SystemInformation Registers");
-    const auto text = [&xml](std::string_view name, std::string_view address) {
-        xml.AddString({name, address, "256", "RO", kPort, "Standard"});
-    };
-    text("TLVendorName_Reg", "0x50000");
-    text("TLModelName_Reg", "0x50100");
-    text("TLID_Reg", "0x50200");
-    text("TLVersion_Reg", "0x50300");
-    text("TLPath_Reg", "0x50400");
-    xml.AddInteger({"GenTLVersionMajor_Reg", "0x50504", "4", "RO", kPort, "Standard"});
-    xml.AddInteger({"GenTLVersionMinor_Reg", "0x50508", "4", "RO", kPort, "Standard"});
+    xml.AddString({kSystemRegisters["TLVendorName_Reg"], kPort, "Standard"});
+    xml.AddString({kSystemRegisters["TLModelName_Reg"], kPort, "Standard"});
+    xml.AddString({kSystemRegisters["TLID_Reg"], kPort, "Standard"});
+    xml.AddString({kSystemRegisters["TLVersion_Reg"], kPort, "Standard"});
+    xml.AddString({kSystemRegisters["TLPath_Reg"], kPort, "Standard"});
+    xml.AddInteger({kSystemRegisters["GenTLVersionMajor_Reg"], kPort, "Standard"});
+    xml.AddInteger({kSystemRegisters["GenTLVersionMinor_Reg"], kPort, "Standard"});
     xml.EndGroup();
 }
 
@@ -206,29 +204,18 @@ void AddInterfaceRegisters(NQGevXmlWriter& xml)
     constexpr std::string_view selector = "InterfaceSelector_Reg";
     constexpr std::string_view update = "InterfaceUpdateList_Reg";
     xml.BeginGroup("InterfaceEnumeration Registers");
-    xml.AddString({.name = "InterfaceID_Reg",
-                   .address = "0x50514",
-                   .length = "256",
-                   .accessMode = "RO",
-                   .port = kPort,
-                   .invalidator = selector});
-    xml.AddInteger({update, "0x5050C", "4", "RW", kPort, "", "", "NoCache"});
-    xml.AddInteger({selector, "0x50510", "4", "RW", kPort, "", "", "NoCache", "", update});
-    xml.AddInteger({"NrInterfaces_Reg", "0x50614", "4", "RO", kPort, "", "", "NoCache", "", update});
-    const auto address = [&](std::string_view name, std::string_view at, std::string_view length,
-                             std::string_view visibility) {
-        xml.AddInteger({.name = name,
-                        .address = at,
-                        .length = length,
-                        .accessMode = "RO",
-                        .port = kPort,
-                        .visibility = visibility,
-                        .invalidator = selector});
+    xml.AddString({.row = kSystemRegisters["InterfaceID_Reg"], .port = kPort, .invalidator = selector});
+    xml.AddInteger({.row = kSystemRegisters[update], .port = kPort, .cachable = "NoCache"});
+    xml.AddInteger({.row = kSystemRegisters[selector], .port = kPort, .cachable = "NoCache", .invalidator = update});
+    xml.AddInteger(
+        {.row = kSystemRegisters["NrInterfaces_Reg"], .port = kPort, .cachable = "NoCache", .invalidator = update});
+    const auto address = [&](const NQGevRegister& row, std::string_view visibility) {
+        xml.AddInteger({.row = row, .port = kPort, .visibility = visibility, .invalidator = selector});
     };
-    address("GevInterfaceMACAddress_Reg", "0x50618", "8", "Invisible");
-    address("GevInterfaceDefaultIPAddress_Reg", "0x50620", "4", "Invisible");
-    address("GevInterfaceDefaultSubnetMask_Reg", "0x50624", "4", "");
-    address("GevInterfaceDefaultGateway_Reg", "0x50628", "4", "");
+    address(kSystemRegisters["GevInterfaceMACAddress_Reg"], "Invisible");
+    address(kSystemRegisters["GevInterfaceDefaultIPAddress_Reg"], "Invisible");
+    address(kSystemRegisters["GevInterfaceDefaultSubnetMask_Reg"], "");
+    address(kSystemRegisters["GevInterfaceDefaultGateway_Reg"], "");
     xml.EndGroup();
 }
 

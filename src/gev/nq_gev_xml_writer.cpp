@@ -2,6 +2,7 @@
 // Writes register descriptions; the element order of each kind of node is that of the GenApi 1.1 schema.
 #include "gev/nq_gev_xml_writer.h"
 
+#include <cstdio>
 #include <utility>
 
 namespace
@@ -41,6 +42,13 @@ std::string Escape(std::string_view text)
 std::string Attribute(std::string_view name, std::string_view value)
 {
     return std::string(name).append("=\"").append(value).append("\"");
+}
+
+std::string AddressText(unsigned long address)
+{
+    char text[2 + 2 * sizeof address + 1];
+    std::snprintf(text, sizeof text, "0x%02lX", address);
+    return text;
 }
 
 } // namespace
@@ -161,7 +169,7 @@ void NQGevXmlWriter::Entry(const NQGevXmlEnumEntry& entry)
 
 void NQGevXmlWriter::AddInteger(const NQGevXmlRegister& reg)
 {
-    Open("IntReg", reg.name, reg.nameSpace);
+    Open("IntReg", reg.row.name, reg.nameSpace);
     RegisterHead(reg);
     Element("Sign", "Unsigned");
     Element("Endianess", reg.endianess);
@@ -170,7 +178,7 @@ void NQGevXmlWriter::AddInteger(const NQGevXmlRegister& reg)
 
 void NQGevXmlWriter::AddString(const NQGevXmlRegister& reg)
 {
-    Open("StringReg", reg.name, reg.nameSpace);
+    Open("StringReg", reg.row.name, reg.nameSpace);
     RegisterHead(reg);
     Close("StringReg");
 }
@@ -178,9 +186,9 @@ void NQGevXmlWriter::AddString(const NQGevXmlRegister& reg)
 void NQGevXmlWriter::RegisterHead(const NQGevXmlRegister& reg)
 {
     Element("Visibility", reg.visibility);
-    Element("Address", reg.address);
-    Element("Length", reg.length);
-    Element("AccessMode", reg.accessMode);
+    Element("Address", AddressText(reg.row.address));
+    Element("Length", std::to_string(reg.row.length));
+    Element("AccessMode", reg.row.access == NQGevAccess::ReadOnly ? "RO" : "RW");
     Element("pPort", reg.port);
     Element("Cachable", reg.cachable);
     Element("PollingTime", reg.pollingTime);

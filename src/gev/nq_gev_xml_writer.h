@@ -2,6 +2,8 @@
 // Writes register descriptions of GenApi schema 1.1 from tables, so that the element order stands in one place.
 #pragma once
 
+#include "gev/nq_gev_register_map.h"
+
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -65,10 +67,7 @@ struct NQGevXmlFeature
 
 struct NQGevXmlRegister
 {
-    std::string_view name;
-    std::string_view address;
-    std::string_view length;
-    std::string_view accessMode;
+    const NQGevRegister& row; ///< Its name, address, length and access.
     std::string_view port;
     std::string_view nameSpace = {};
     std::string_view visibility = {};
