@@ -2,6 +2,7 @@
 // The device module's life cycle, its data streams and its fixed answers.
 #include "gev/nq_gev_device.h"
 
+#include "base/nq_rollback.h"
 #include "base/nq_trace.h"
 #include "gentl/nq_gentl_clear.h"
 #include "gentl/nq_gentl_mutex.h"
@@ -22,28 +23,6 @@ namespace
 
 /// GigE Vision knows no camera with more stream or message channels, whatever a camera claims.
 constexpr unsigned int maxChannels = 512;
-
-/// Runs a function at the end of a scope that was left before Dismiss().
-template <typename Function>
-class Rollback
-{
-  public:
-    explicit Rollback(Function function) : m_function(std::move(function)) {}
-    Rollback(const Rollback&) = delete;
-    Rollback& operator=(const Rollback&) = delete;
-    ~Rollback()
-    {
-        if (m_armed)
-        {
-            m_function();
-        }
-    }
-    void Dismiss() { m_armed = false; }
-
-  private:
-    Function m_function;
-    bool m_armed = true;
-};
 
 } // namespace
 
@@ -109,7 +88,7 @@ int NQGevDevice::DoOpen()
     {
         return NQFailed(result, "%s failed! NQGevRemoteDevice::Open %d", "DoOpen", result);
     }
-    Rollback undo([this] {
+    NQRollback undo([this] {
         StopMessageChannels();
         CloseStreams();
         CloseRemoteDevice();

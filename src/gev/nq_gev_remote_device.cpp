@@ -2,6 +2,7 @@
 // The remote device's life cycle, its camera registers and what other modules read of the camera.
 #include "gev/nq_gev_remote_device.h"
 
+#include "base/nq_rollback.h"
 #include "base/nq_trace.h"
 #include "gev/nq_gev_port.h"
 #include "gev/nq_gev_thread_heartbeat.h"
@@ -30,29 +31,6 @@ unsigned int PrivilegeOf(int accessMode)
         return gvcp_wire::kNoControl;
     }
 }
-
-/// Closes a camera unless it was released to its owner.
-class OpenCamera
-{
-  public:
-    OpenCamera(NQGevTL& tl, unsigned long& handle) : m_tl(tl), m_handle(handle) {}
-    OpenCamera(const OpenCamera&) = delete;
-    OpenCamera& operator=(const OpenCamera&) = delete;
-    ~OpenCamera()
-    {
-        if (!m_kept && m_handle != 0)
-        {
-            m_tl.CameraClose(m_handle);
-            m_handle = 0;
-        }
-    }
-    void Keep() { m_kept = true; }
-
-  private:
-    NQGevTL& m_tl;
-    unsigned long& m_handle;
-    bool m_kept = false;
-};
 
 /// Gives `done` back; traces an access that was not done.
 bool Traced(bool done, const char* operation, unsigned int address)
@@ -117,7 +95,13 @@ std::string NQGevRemoteDevice::GetId()
 
 int NQGevRemoteDevice::DoOpen()
 {
-    OpenCamera camera(*m_tl, m_handle);
+    NQRollback undo([this] {
+        if (m_handle != 0)
+        {
+            m_tl->CameraClose(m_handle);
+            m_handle = 0;
+        }
+    });
     if (!m_tl->CameraOpen(&m_handle, m_info.ipAddress, gvcp_wire::kControlPort))
     {
         return GenTL::GC_ERR_ERROR;
@@ -137,7 +121,7 @@ int NQGevRemoteDevice::DoOpen()
     _gvcpReadReg(gvcp_wire::kReg0D3C, &m_register0D3C, true);
     // Deliberate: a camera opened read-only is not asked for its timeout, so its heartbeat runs without a pause.
     m_heartbeat->Start(m_info.spareWord);
-    camera.Keep();
+    undo.Dismiss();
     return GenTL::GC_ERR_SUCCESS;
 }
 

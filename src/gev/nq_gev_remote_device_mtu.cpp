@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The search for the largest packet that gets from the camera to this host.
+#include "base/nq_rollback.h"
 #include "gev/nq_gev_remote_device.h"
 #include "gige/gige_wait.h"
 #include "gige/gvcp_wire.h"
@@ -28,15 +29,6 @@ class TestSocket
           m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
     {
     }
-    ~TestSocket()
-    {
-        if (m_socket != -1 && !m_abandoned)
-        {
-            close(m_socket);
-        }
-    }
-    TestSocket(const TestSocket&) = delete;
-    TestSocket& operator=(const TestSocket&) = delete;
 
     /// The bound port, 0 when none was free.
     unsigned short Bind() const
@@ -55,7 +47,7 @@ class TestSocket
     }
 
     /// Leaves the socket open for the rest of the process.
-    void Abandon() { m_abandoned = true; }
+    void Abandon() { m_closing.Dismiss(); }
 
     void SendOpener(unsigned int ip, unsigned short port) const
     {
@@ -85,7 +77,12 @@ class TestSocket
     std::size_t m_blockSize;
     int m_socket;
     timeval m_left = {0, 20000};
-    bool m_abandoned = false;
+    NQRollback m_closing{[this] {
+        if (m_socket != -1)
+        {
+            close(m_socket);
+        }
+    }};
 };
 
 } // namespace

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The host's network adapters as the kernel lists them, and addresses between text and number.
+#include "base/nq_rollback.h"
 #include "base/nq_trace.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_common.h"
@@ -35,17 +36,6 @@ class AdapterQuery
         }
     }
 
-    ~AdapterQuery()
-    {
-        if (IsOpen() && !m_abandoned)
-        {
-            close(m_socket);
-        }
-    }
-
-    AdapterQuery(const AdapterQuery&) = delete;
-    AdapterQuery& operator=(const AdapterQuery&) = delete;
-
     bool IsOpen() const { return m_socket >= 0; }
 
     /// Fills the table with all adapter addresses; false, told on standard error, when the kernel refuses.
@@ -58,7 +48,7 @@ class AdapterQuery
         {
             perror("ioctl(SIOCGIFCONF)");
             // Deliberate: the socket stays open, as the console line is the only trace of a host in this state.
-            m_abandoned = true;
+            m_closing.Dismiss();
             return false;
         }
         m_count = std::min(static_cast<std::size_t>(request.ifc_len) / sizeof(ifreq), kMaxEntries);
@@ -74,7 +64,12 @@ class AdapterQuery
     std::array<ifreq, kMaxEntries + 1> m_table{}; ///< With room for the odd bytes of the table.
     std::size_t m_count = 0;
     int m_socket;
-    bool m_abandoned = false;
+    NQRollback m_closing{[this] {
+        if (IsOpen())
+        {
+            close(m_socket);
+        }
+    }};
 };
 
 std::string AddressText(const sockaddr& address)
