@@ -7,12 +7,12 @@
 #include "gev/nq_gev_util.h"
 #include "gige/gvcp_wire.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstring>
+#include <iterator>
 #include <string_view>
-#include <unordered_map>
-#include <unordered_set>
 
 using namespace GigERDMA;
 
@@ -95,37 +95,32 @@ _NQ_GEV_DEVICE_INFO Describe(const Packet& ack)
     return info;
 }
 
-/// Collects the cameras of one scan. The merge needs the first and the last answer of each, so no more are kept.
-class Findings
+bool HoldsId(const std::vector<_NQ_GEV_DEVICE_INFO>& infos, const std::string& id)
 {
-  public:
-    explicit Findings(std::vector<_NQ_GEV_DEVICE_INFO>& found) : m_found(found) {}
+    return std::ranges::any_of(infos, NQGevHasId(id));
+}
+
+/// The answers of one scan: of each camera the first and the latest further one, as the merge needs no more.
+struct Answers
+{
+    std::vector<_NQ_GEV_DEVICE_INFO> first;
+    std::vector<_NQ_GEV_DEVICE_INFO> further;
 
     void Add(_NQ_GEV_DEVICE_INFO&& info)
     {
-        const auto known = m_lastAnswer.find(info.id);
-        if (known == m_lastAnswer.end())
+        if (const auto known = std::ranges::find_if(further, NQGevHasId(info.id)); known != further.end())
         {
-            if (m_lastAnswer.size() < kMaxCameras)
-            {
-                m_lastAnswer.emplace(info.id, 0);
-                m_found.push_back(std::move(info));
-            }
+            *known = std::move(info);
         }
-        else if (known->second == 0)
+        else if (HoldsId(first, info.id))
         {
-            m_found.push_back(std::move(info));
-            known->second = m_found.size() - 1; // never 0, the first answer comes before
+            further.push_back(std::move(info));
         }
-        else
+        else if (first.size() < kMaxCameras)
         {
-            m_found[known->second] = std::move(info);
+            first.push_back(std::move(info));
         }
     }
-
-  private:
-    std::vector<_NQ_GEV_DEVICE_INFO>& m_found;
-    std::unordered_map<std::string, std::size_t> m_lastAnswer; ///< Place of the last answer, 0 while there is only one.
 };
 
 } // namespace
@@ -161,7 +156,7 @@ bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, u
     {
         return false;
     }
-    Findings findings(found);
+    Answers answers;
     const unsigned long start = NQGenTLUtil::QueryCounterMS();
     while (NQGenTLUtil::QueryCounterMS() - start < timeout)
     {
@@ -177,35 +172,30 @@ bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, u
         info.interfaceMask = NQGevUtil::IPAddressToUint32(m_info.subnetMask);
         if (info.deviceVersion >= kOldestVersion)
         {
-            findings.Add(std::move(info));
+            answers.Add(std::move(info));
         }
     }
+    std::ranges::move(answers.first, std::back_inserter(found));
+    std::ranges::move(answers.further, std::back_inserter(found));
     return true;
 }
 
 void NQGevInterface::_updateDeviceList(const std::vector<_NQ_GEV_DEVICE_INFO>& found, bool* changed)
 {
-    std::unordered_map<std::string_view, const _NQ_GEV_DEVICE_INFO*> lastAnswer;
-    for (const _NQ_GEV_DEVICE_INFO& info : found)
-    {
-        lastAnswer[info.id] = &info;
-    }
     bool differs = false;
     {
         const NQGenTLLock lock(m_moduleLock);
-        differs = std::erase_if(m_deviceList, [&lastAnswer](const _NQ_GEV_DEVICE_INFO& listed) {
-                      return lastAnswer.count(listed.id) == 0;
+        differs = std::erase_if(m_deviceList, [&found](const _NQ_GEV_DEVICE_INFO& listed) {
+                      return !HoldsId(found, listed.id);
                   }) != 0;
-        std::unordered_set<std::string_view> listed;
-        for (const _NQ_GEV_DEVICE_INFO& info : m_deviceList)
+        for (const _NQ_GEV_DEVICE_INFO& listed : m_deviceList)
         {
-            const auto answer = lastAnswer.find(info.id);
-            listed.insert(answer->first);
-            _updateDeviceInfoById(info.id, *answer->second);
+            const auto latest = std::find_if(found.rbegin(), found.rend(), NQGevHasId(listed.id));
+            _updateDeviceInfoById(listed.id, *latest);
         }
         for (const _NQ_GEV_DEVICE_INFO& info : found)
         {
-            if (listed.insert(info.id).second)
+            if (!HoldsId(m_deviceList, info.id))
             {
                 m_deviceList.push_back(info);
                 differs = true;

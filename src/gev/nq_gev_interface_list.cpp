@@ -12,16 +12,6 @@
 
 using namespace GigERDMA;
 
-namespace
-{
-
-auto HasId(const std::string& id)
-{
-    return [&id](const _NQ_GEV_DEVICE_INFO& info) { return info.id == id; };
-}
-
-} // namespace
-
 bool NQGevInterface::_findDeviceInfoByIndex(unsigned int index, _NQ_GEV_DEVICE_INFO& info)
 {
     const NQGenTLLock lock(m_moduleLock);
@@ -36,7 +26,7 @@ bool NQGevInterface::_findDeviceInfoByIndex(unsigned int index, _NQ_GEV_DEVICE_I
 bool NQGevInterface::_findDeviceInfoById(const std::string& id, _NQ_GEV_DEVICE_INFO& info)
 {
     const NQGenTLLock lock(m_moduleLock);
-    const auto found = std::find_if(m_deviceList.begin(), m_deviceList.end(), HasId(id));
+    const auto found = std::find_if(m_deviceList.begin(), m_deviceList.end(), NQGevHasId(id));
     if (found == m_deviceList.end())
     {
         return false;
@@ -48,7 +38,7 @@ bool NQGevInterface::_findDeviceInfoById(const std::string& id, _NQ_GEV_DEVICE_I
 void NQGevInterface::_updateDeviceInfoById(const std::string& id, const _NQ_GEV_DEVICE_INFO& info)
 {
     const NQGenTLLock lock(m_moduleLock);
-    const auto found = std::find_if(m_deviceList.begin(), m_deviceList.end(), HasId(id));
+    const auto found = std::find_if(m_deviceList.begin(), m_deviceList.end(), NQGevHasId(id));
     if (found != m_deviceList.end())
     {
         *found = info;

@@ -21,11 +21,6 @@ namespace
 
 constexpr unsigned long kOpenScanTimeout = 1000; // milliseconds
 
-auto HasId(const std::string& id)
-{
-    return [&id](const _NQ_GEV_INTERFACE_INFO& info) { return info.id == id; };
-}
-
 } // namespace
 
 NQGevSystem::NQGevSystem(const NQAnswers& answers) : NQGenTLSystem(nullptr, answers) {}
@@ -102,13 +97,13 @@ void NQGevSystem::_updateInterfaceList(const std::vector<_NQ_GEV_INTERFACE_INFO>
     {
         const NQGenTLLock lock(m_moduleLock);
         differs = std::erase_if(m_interfaceList, [&found](const _NQ_GEV_INTERFACE_INFO& listed) {
-                      return std::none_of(found.begin(), found.end(), HasId(listed.id));
+                      return std::none_of(found.begin(), found.end(), NQGevHasId(listed.id));
                   }) != 0;
         // Deliberate: an entry that stays keeps the values of the scan that brought it; only the id tells adapters
         // apart.
         for (const _NQ_GEV_INTERFACE_INFO& info : found)
         {
-            if (std::none_of(m_interfaceList.begin(), m_interfaceList.end(), HasId(info.id)))
+            if (std::none_of(m_interfaceList.begin(), m_interfaceList.end(), NQGevHasId(info.id)))
             {
                 m_interfaceList.push_back(info);
                 differs = true;
@@ -146,7 +141,7 @@ bool NQGevSystem::_findInterfaceInfoByIndex(unsigned int index, _NQ_GEV_INTERFAC
 bool NQGevSystem::_findInterfaceInfoById(const std::string& id, _NQ_GEV_INTERFACE_INFO& info)
 {
     const NQGenTLLock lock(m_moduleLock);
-    const auto found = std::find_if(m_interfaceList.begin(), m_interfaceList.end(), HasId(id));
+    const auto found = std::find_if(m_interfaceList.begin(), m_interfaceList.end(), NQGevHasId(id));
     if (found == m_interfaceList.end())
     {
         return false;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The device list of an interface: its merge, its look-ups and its updates.
 #include "support/interface_module.h"
+#include "support/random_run.h"
 
 #include <gmock/gmock.h>
 
@@ -77,6 +78,75 @@ TEST(DeviceList, ManyDevicesMergeInTheirOrder)
     EXPECT_TRUE(module.Merge(found));
     EXPECT_EQ(module.Ids().size(), 999u);
     EXPECT_EQ(module.Ids()[500], "camera 501");
+}
+
+// The rule of the merge, entry by entry; whether it changed anything.
+bool MergeByTheLetter(std::vector<_NQ_GEV_DEVICE_INFO>& list, const std::vector<_NQ_GEV_DEVICE_INFO>& found)
+{
+    bool changed = false;
+    for (std::size_t at = 0; at < list.size();)
+    {
+        bool matched = false;
+        const std::string id = list[at].id;
+        for (const _NQ_GEV_DEVICE_INFO& info : found)
+        {
+            if (info.id == id)
+            {
+                list[at] = info;
+                matched = true;
+            }
+        }
+        if (matched)
+        {
+            ++at;
+            continue;
+        }
+        list.erase(list.begin() + static_cast<std::ptrdiff_t>(at));
+        changed = true;
+    }
+    for (const _NQ_GEV_DEVICE_INFO& info : found)
+    {
+        bool listed = false;
+        for (const _NQ_GEV_DEVICE_INFO& other : list)
+        {
+            listed = listed || other.id == info.id;
+        }
+        if (!listed)
+        {
+            list.push_back(info);
+            changed = true;
+        }
+    }
+    return changed;
+}
+
+std::vector<std::string> IdsAndVendors(const std::vector<_NQ_GEV_DEVICE_INFO>& devices)
+{
+    std::vector<std::string> texts;
+    for (const _NQ_GEV_DEVICE_INFO& info : devices)
+    {
+        texts.push_back(info.id + " " + info.vendorName);
+    }
+    return texts;
+}
+
+TEST(DeviceList, MergesOfRandomScansFollowTheRuleByTheLetter)
+{
+    const RandomRun run(1);
+    std::mt19937 random(run.seed);
+    const auto below = [&random](int count) { return std::uniform_int_distribution<int>(0, count - 1)(random); };
+    InterfaceModule module;
+    std::vector<_NQ_GEV_DEVICE_INFO> expected;
+    for (int answer = 0; !run.IsOver() && !testing::Test::HasFailure();)
+    {
+        std::vector<_NQ_GEV_DEVICE_INFO> found;
+        for (int left = below(12); left > 0; --left)
+        {
+            found.push_back(Device(std::to_string(below(8)), std::to_string(++answer)));
+        }
+        EXPECT_EQ(module.Merge(found), MergeByTheLetter(expected, found));
+        EXPECT_EQ(IdsAndVendors(module.Devices()), IdsAndVendors(expected));
+    }
 }
 
 TEST(DeviceList, LookUpsHandOutCopiesOfTheExactId)
