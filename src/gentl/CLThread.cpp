@@ -19,12 +19,13 @@ thread::thread(void (*function)(void*), void* argument)
     : m_finished(std::make_shared<std::atomic<bool>>(false)), m_function(function), m_argument(argument)
 {
     auto start = std::make_unique<Start>(Start{m_function, m_argument, m_finished});
-    if (pthread_create(&m_handle, nullptr, wrapper_function, start.get()) == 0)
+    pthread_t handle = 0;
+    if (pthread_create(&handle, nullptr, wrapper_function, start.get()) == 0)
     {
+        m_handle = handle;
         static_cast<void>(start.release());
         return;
     }
-    m_handle = 0;
     *m_finished = true;
 }
 
@@ -48,17 +49,20 @@ void* thread::wrapper_function(void* start) noexcept
 void thread::join()
 {
     // Deliberate: a function that has returned is not joined; the destructor detaches its thread, so nothing leaks.
-    if (m_handle == 0 || IsFinished() || IsCurrent())
+    if (!IsFinished() && !IsCurrent())
     {
-        return;
+        JoinOnce();
     }
-    pthread_join(m_handle, nullptr);
-    m_handle = 0;
 }
 
 void thread::timedjoin(long long milliseconds)
 {
-    if (m_handle == 0 || IsFinished())
+    if (IsFinished())
+    {
+        return;
+    }
+    const pthread_t handle = m_handle.exchange(0);
+    if (handle == 0)
     {
         return;
     }
@@ -67,8 +71,7 @@ void thread::timedjoin(long long milliseconds)
     timespec instant{};
     instant.tv_sec = milliseconds / 1000;
     instant.tv_nsec = milliseconds % 1000 * 1000000;
-    pthread_timedjoin_np(m_handle, nullptr, &instant);
-    m_handle = 0;
+    pthread_timedjoin_np(handle, nullptr, &instant);
 }
 
 bool thread::IsFinished() const
@@ -81,22 +84,23 @@ bool thread::IsCurrent() const
     return m_handle != 0 && !m_origin.IsInherited() && pthread_equal(m_handle, pthread_self()) != 0;
 }
 
-void thread::WaitUntilFinished() const
+void thread::WaitUntilGone()
 {
-    if (!IsFinished())
-    {
-        m_finished->wait(false);
-    }
-}
-
-void thread::Collect()
-{
-    if (m_handle == 0 || m_origin.IsInherited() || !IsFinished() || IsCurrent())
+    if (m_origin.IsInherited() || IsCurrent())
     {
         return;
     }
-    pthread_join(m_handle, nullptr);
-    m_handle = 0;
+    m_finished->wait(false);
+    JoinOnce();
+}
+
+void thread::JoinOnce()
+{
+    const pthread_t handle = m_handle.exchange(0);
+    if (handle != 0)
+    {
+        pthread_join(handle, nullptr);
+    }
 }
 
 } // namespace GigERDMA::NQSync

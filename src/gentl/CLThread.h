@@ -17,7 +17,7 @@ namespace GigERDMA::NQSync
 ///
 /// A forked child has no such thread: there the object is finished, and nothing waits for it.
 ///
-/// Reentrant, but for IsFinished and WaitUntilFinished, which are thread-safe.
+/// Reentrant, but for IsFinished and WaitUntilGone, which are thread-safe.
 class thread
 {
   public:
@@ -43,11 +43,9 @@ class thread
     /// Whether the caller is the thread of this object.
     bool IsCurrent() const;
 
-    /// Sleeps until IsFinished. Never called on the thread itself.
-    void WaitUntilFinished() const;
-
-    /// Joins the thread of a function that has returned, so that no instruction of it is left to run.
-    void Collect();
+    /// Waits until the function has returned and joins its thread, so that no instruction of it is left to run; of
+    /// several callers one joins. Returns at once on the thread itself, and without a thread.
+    void WaitUntilGone();
 
   private:
     /// Shared by the object and its thread. Setting it is the last thing the thread does.
@@ -55,8 +53,9 @@ class thread
     struct Start;
 
     static void* wrapper_function(void* start) noexcept;
+    void JoinOnce();
 
-    pthread_t m_handle = 0; ///< 0 when there is no joinable thread.
+    std::atomic<pthread_t> m_handle = 0; ///< 0 when there is no joinable thread.
     Flag m_finished;
     NQOrigin m_origin;
     void (*m_function)(void*);

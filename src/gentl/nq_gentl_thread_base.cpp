@@ -14,7 +14,7 @@ bool NQGenTLThreadBase::Start()
     {
         return false;
     }
-    m_thread = std::make_unique<NQSync::thread>(ThreadFunction, this);
+    m_thread = std::make_shared<NQSync::thread>(ThreadFunction, this);
     return true;
 }
 
@@ -53,25 +53,15 @@ void NQGenTLThreadBase::ThreadFunction(void* object)
 
 void NQGenTLThreadBase::WaitUntilEnded()
 {
-    const NQSync::thread* running = nullptr;
+    std::shared_ptr<NQSync::thread> running;
     {
         NQGenTLLock lock(m_threadLock);
-        if (!m_thread || m_thread->IsCurrent())
-        {
-            return;
-        }
-        running = m_thread.get();
+        running = m_thread;
     }
-    running->WaitUntilFinished();
-
-    NQGenTLLock lock(m_threadLock);
-    m_thread->Collect();
-}
-
-bool NQGenTLThreadBase::IsOwnThread()
-{
-    NQGenTLLock lock(m_threadLock);
-    return m_thread && m_thread->IsCurrent();
+    if (running)
+    {
+        running->WaitUntilGone();
+    }
 }
 
 } // namespace GigERDMA

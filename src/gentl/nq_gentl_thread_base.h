@@ -55,14 +55,11 @@ class NQGenTLThreadBase
     /// The body must have been told to return.
     void WaitUntilEnded();
 
-    /// Whether the caller is the worker's own thread. Thread-safe.
-    bool IsOwnThread();
-
   private:
-    std::unique_ptr<NQSync::thread> m_thread NQ_GUARDED_BY(m_threadLock);
+    std::shared_ptr<NQSync::thread> m_thread NQ_GUARDED_BY(m_threadLock);
 
   protected:
-    NQGenTLMutex m_threadLock{NQHeld::Long}; ///< Guards the thread object, and the start and stop state of subclasses.
+    NQGenTLMutex m_threadLock{NQHeld::Long}; ///< Guards m_thread, and the start and stop state of subclasses.
 };
 
 } // namespace GigERDMA

@@ -7,9 +7,12 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <future>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
+#include <thread>
 
 using GigERDMA::NQSync::thread;
 
@@ -38,6 +41,14 @@ struct Body
 };
 
 void Nothing(void*) {}
+
+void AwaitFinish(const thread& worker)
+{
+    while (!worker.IsFinished())
+    {
+        std::this_thread::yield();
+    }
+}
 
 } // namespace
 
@@ -76,7 +87,7 @@ TEST(Thread, ASecondJoinReturnsAtOnce)
 TEST(Thread, JoinOfAFinishedBodyReturnsWithoutJoiningAndTheDestructorDetaches)
 {
     thread worker(Nothing, nullptr);
-    worker.WaitUntilFinished();
+    AwaitFinish(worker);
     worker.join();
     EXPECT_TRUE(worker.IsFinished());
 }
@@ -112,13 +123,13 @@ TEST(Thread, TimedJoinDoesNotWaitAndGivesTheThreadUp)
     worker.join(); // no thread any more: returns at once
     EXPECT_FALSE(body.returned);
     body.release.set_value();
-    worker.WaitUntilFinished();
+    AwaitFinish(worker);
 }
 
 TEST(Thread, TimedJoinOfAFinishedBodyReturnsAtOnce)
 {
     thread worker(Nothing, nullptr);
-    worker.WaitUntilFinished();
+    AwaitFinish(worker);
     worker.timedjoin(60000);
 }
 
@@ -130,22 +141,31 @@ TEST(Thread, ARefusedThreadIsFinishedAndNeverCallsTheFunction)
     EXPECT_TRUE(worker.IsFinished());
     worker.join();
     worker.timedjoin(1);
-    worker.WaitUntilFinished();
-    worker.Collect();
+    worker.WaitUntilGone();
     EXPECT_FALSE(called);
 }
 
-TEST(Thread, CollectJoinsAnEndedBodyAndLeavesARunningOneAlone)
+TEST(Thread, WaitUntilGoneWaitsForTheBodyAndMayBeRepeated)
 {
     Body body;
     thread worker(Body::Run, &body);
-    body.started.get_future().wait();
-    worker.Collect();
+    nq::test::CallingThread waiter([&] { worker.WaitUntilGone(); });
+    waiter.AwaitAsleep();
+    EXPECT_FALSE(body.returned);
     body.release.set_value();
-    worker.WaitUntilFinished();
+    waiter.Join();
     EXPECT_TRUE(body.returned);
-    worker.Collect();
-    worker.Collect();
+    worker.WaitUntilGone();
+}
+
+TEST(Thread, WaitUntilGoneJoinsAlsoABodyThatHasReturned)
+{
+    const auto threads = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); };
+    const auto before = threads();
+    thread worker(Nothing, nullptr);
+    AwaitFinish(worker);
+    worker.WaitUntilGone();
+    EXPECT_EQ(threads(), before);
 }
 
 TEST(Thread, AnExceptionThatLeavesTheBodyEndsTheProcess)

@@ -173,9 +173,8 @@ TEST(Fork, NobodyWaitsInTheChildForAThreadOfTheParent)
     Forked([&] {
         EXPECT_TRUE(thread.IsFinished());
         EXPECT_FALSE(thread.IsCurrent());
-        thread.WaitUntilFinished();
+        thread.WaitUntilGone();
         thread.join();
-        thread.Collect();
         thread.timedjoin(1000);
     });
     EXPECT_FALSE(thread.IsFinished());

@@ -7,8 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <future>
+#include <thread>
+#include <vector>
 
 namespace
 {
@@ -19,7 +22,6 @@ class Worker : public GigERDMA::NQGenTLThreadBase
     explicit Worker(std::function<void()> function) : m_body(std::move(function)) {}
     ~Worker() override { WaitUntilEnded(); }
 
-    using NQGenTLThreadBase::IsOwnThread;
     using NQGenTLThreadBase::m_threadLock;
     using NQGenTLThreadBase::WaitUntilEnded;
 
@@ -153,17 +155,49 @@ TEST(ThreadBase, WaitUntilEndedLetsTheBodyUseTheMutex)
 
 TEST(ThreadBase, AWorkerDoesNotWaitForItself)
 {
-    std::promise<bool> own;
+    std::promise<void> passed;
     Worker* self = nullptr;
     Worker worker([&] {
         self->WaitUntilEnded();
-        own.set_value(self->IsOwnThread());
+        passed.set_value();
     });
     self = &worker;
     worker.Start();
-    EXPECT_TRUE(own.get_future().get());
-    EXPECT_FALSE(worker.IsOwnThread());
+    passed.get_future().wait();
     worker.Wait();
+}
+
+TEST(ThreadBase, ManyMayWaitForTheEndWhileTheWorkerIsWaitedForAndStartedAnew)
+{
+    for (int round = 0; round < 50; ++round)
+    {
+        std::promise<void> release;
+        std::shared_future<void> released = release.get_future().share();
+        std::atomic<int> ended = 0;
+        Worker worker([&, released] {
+            released.wait();
+            ++ended;
+        });
+        worker.Start();
+        std::vector<std::thread> waiters;
+        for (int i = 0; i < 3; ++i)
+        {
+            waiters.emplace_back([&] {
+                worker.WaitUntilEnded();
+                EXPECT_GE(ended, 1);
+            });
+        }
+        waiters.emplace_back([&] { worker.Wait(); });
+        release.set_value();
+        for (std::thread& waiter : waiters)
+        {
+            waiter.join();
+        }
+        EXPECT_FALSE(worker.IsRunning());
+        EXPECT_TRUE(worker.Start());
+        worker.Wait();
+        EXPECT_EQ(ended, 2);
+    }
 }
 
 TEST(ThreadBase, DestructionWaitsForTheBody)
