@@ -7,7 +7,11 @@
 /// The one list of the answers that differ: a flag, the subject, the library's own answer, the standard's. The record
 /// below, the two sets of it and docs/standard-answers.md follow from it. One row a line, in the order of the document.
 #define NQ_ANSWER_ROWS(row)                                                                                            \
-    row(infoWritesValueOnly, "info calls", "clear `*size` bytes first", "write the value's bytes and no more")
+    row(infoWritesValueOnly, "info calls", "clear `*size` bytes first", "write the value's bytes and no more")         \
+    row(incompleteOfFrame, "`IS_INCOMPLETE`", "stays set for the buffer's life", "tells of the frame in the buffer")   \
+    row(timestampInHertz, "timestamp frequency", "bytes turned round", "the camera's number; `TIMESTAMP_NS` given, both not available where it is 0 or unreadable") \
+    row(frameInfos, "`DATA_SIZE`, `XOFFSET`, `YOFFSET`, `XPADDING`, `YPADDING`, `IMAGEOFFSET`, `PIXELFORMAT_NAMESPACE`, `DELIVERED_IMAGEHEIGHT`, `PIXEL_ENDIANNESS`, `DATA_LARGER_THAN_BUFFER`", "not implemented", "given") \
+    row(sizeFilledIsWritten, "`SIZE_FILLED`", "the frame's size, also in a buffer too small for it", "what was written, 0 while queued; a buffer too small is incomplete")
 
 // clang-format on
 

@@ -94,7 +94,7 @@ void NQGenTLBuffer::UpdateData(unsigned long size, unsigned long frameId, unsign
                                unsigned long height, unsigned long pixelFormat, unsigned char* data)
 {
     NQGenTLLock lock(m_lock);
-    m_sizeFilled = size;
+    _takeSize(size);
     m_frameId = frameId;
     m_timestamp = timestamp;
     m_width = width;
@@ -261,7 +261,7 @@ int NQGenTLBuffer::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned lo
     case GenTL::BUFFER_INFO_CONTAINS_CHUNKDATA:
         return _getContainsChunkData(piType, pBuffer, piSize);
     default:
-        return GenTL::GC_ERR_NOT_IMPLEMENTED;
+        return _getFrameInfo(iInfoCmd, piType, pBuffer, piSize);
     }
 }
 
@@ -320,7 +320,8 @@ int NQGenTLBuffer::_getSizeFilled(int* piType, void* pBuffer, unsigned long* piS
     {
         return GenTL::GC_ERR_NOT_AVAILABLE;
     }
-    return NQGenTLUtil::CopyInfoSizeT(m_sizeFilled, piType, pBuffer, piSize);
+    return NQGenTLUtil::CopyInfoSizeT(Answers().sizeFilledIsWritten && m_queued ? 0 : m_sizeFilled, piType, pBuffer,
+                                      piSize);
 }
 
 int NQGenTLBuffer::_getWidth(int* piType, void* pBuffer, unsigned long* piSize)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/nq_answers.h"
+#include "gentl/nq_gentl_frame_details.h"
 #include "gentl/nq_gentl_module_base.h"
 
 #include <memory>
@@ -37,7 +38,8 @@ namespace GigERDMA
 ///
 /// It starts with the consumer, and is on the announced list until a revocation deletes it, from any state but waiting;
 /// one that is being filled is waited for. The flags new data, image present and incomplete are set by frames; of these
-/// only new data is cleared again, by ALL_DISCARD of a waiting buffer. The capitals are values of FlushQueue:
+/// only new data is cleared again, by ALL_DISCARD of a waiting buffer, and with the standard's answers incomplete, by a
+/// whole frame. The capitals are values of FlushQueue:
 /// INPUT_TO_OUTPUT with a registered event delivers waiting buffers without a frame. UNQUEUED_TO_INPUT lets every
 /// buffer without the queued flag wait, once more if it does already, and it goes on its way without that flag; so does
 /// ALL_TO_INPUT, after it has taken back what is delivered.
@@ -79,6 +81,12 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     /// `data` changes only the frame's values.
     void UpdateData(unsigned long size, unsigned long frameId, unsigned long timestamp, unsigned long width,
                     unsigned long height, unsigned long pixelFormat, unsigned char* data);
+
+    /// Takes what else is known of the frame that the next UpdateData brings.
+    void UpdateDetails(const NQFrameDetails& details);
+
+    /// Whether the last frame has more bytes than the buffer.
+    bool IsTooSmall();
 
     bool IsQueued();
     bool IsImagePresent();
@@ -135,6 +143,13 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     int _getPixelFormat(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
     int _getContainsChunkData(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
 
+    void _takeSize(unsigned long size) NQ_REQUIRES(m_lock);
+    int _getFrameInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getFormatInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getOfFrame(unsigned long value, int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    int _getTimestampNs(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
+    unsigned long _deliveredLines() const NQ_REQUIRES(m_lock);
+
     void* m_rdmaId NQ_GUARDED_BY(m_lock) = nullptr; ///< Null until the first frame binds a frame block.
     Origin m_origin;
     unsigned char* m_data NQ_GUARDED_BY(m_lock);
@@ -147,7 +162,9 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     bool m_acquiring NQ_GUARDED_BY(m_lock) = false;
     bool m_incomplete NQ_GUARDED_BY(m_lock) = false;
     const std::string m_tlType;
-    unsigned long m_sizeFilled NQ_GUARDED_BY(m_lock) = 0;
+    unsigned long m_frameSize NQ_GUARDED_BY(m_lock) = 0;  ///< Bytes of pixels that the last frame has.
+    unsigned long m_sizeFilled NQ_GUARDED_BY(m_lock) = 0; ///< Bytes that count as filled.
+    NQFrameDetails m_details NQ_GUARDED_BY(m_lock);
     unsigned long m_width NQ_GUARDED_BY(m_lock) = 0;
     unsigned long m_height NQ_GUARDED_BY(m_lock) = 0;
     unsigned long m_frameId NQ_GUARDED_BY(m_lock) = 0;

@@ -2,6 +2,7 @@
 // Announcing, queueing and revoking buffers, and the delivery of frames into them.
 #include "gentl/nq_gentl_data_stream.h"
 
+#include "base/nq_answers.h"
 #include "base/nq_trace.h"
 #include "gentl/nq_gentl_buffer.h"
 #include "gentl/nq_gentl_controller.h"
@@ -319,6 +320,7 @@ void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned
         if (NQGenTLBuffer* const buffer = TakeBufferFor(rdmaId))
         {
             buffer->SetAcquiringFlag(true);
+            buffer->UpdateDetails(m_details);
             buffer->UpdateData(size, frameId, timestamp, width, height, pixelFormat, data);
             buffer->SetAcquiringFlag(false);
             formerMemory = HandOverTo(buffer, rdmaId);
@@ -423,11 +425,18 @@ void NQGenTLDataStream::Deliver(NQGenTLBuffer* buffer, int status)
     }
     ++m_numDelivered;
     ++m_numAcquired;
-    if (status == kStatusIncomplete)
-    {
-        buffer->SetIncompleteFlag(true);
-    }
+    MarkIncomplete(buffer, status == kStatusIncomplete);
     event->Signal(buffer);
+}
+
+void NQGenTLDataStream::MarkIncomplete(NQGenTLBuffer* buffer, bool shortFrame)
+{
+    const bool incomplete = shortFrame || (Answers().sizeFilledIsWritten && buffer->IsTooSmall());
+    // Deliberate: the library's own answer stays set for the buffer's life.
+    if (incomplete || Answers().incompleteOfFrame)
+    {
+        buffer->SetIncompleteFlag(incomplete);
+    }
 }
 
 void NQGenTLDataStream::ForgetLastRun()

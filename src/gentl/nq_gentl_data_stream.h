@@ -4,6 +4,7 @@
 
 #include "gentl/nq_event_handler.h"
 #include "gentl/nq_gentl_buffer_queue.h"
+#include "gentl/nq_gentl_frame_details.h"
 #include "gentl/nq_gentl_module_base.h"
 
 #include <atomic>
@@ -128,6 +129,9 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     /// a block under way: from now on no thread reaches the transport with an id of that run.
     void ForgetLastRun();
 
+    /// What is known of the frame that the next EndOfTransfer delivers. Thread-bound to the acquisition thread.
+    void SetFrameDetails(const NQFrameDetails& details) { m_details = details; }
+
   private:
     /// Counts a thread among those within a start, for as long as it lives.
     class StartUnderWay
@@ -151,6 +155,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     void KeepMemory(std::shared_ptr<const void> memory) NQ_REQUIRES(m_queueingLock);
     void CountUnderrun();
     void Deliver(NQGenTLBuffer* buffer, int status) NQ_REQUIRES(m_transferLock);
+    void MarkIncomplete(NQGenTLBuffer* buffer, bool shortFrame);
     bool PassesLimit();
     bool IsStarted();
     void AddUnqueuedToInput() NQ_REQUIRES(m_transferLock);
@@ -159,6 +164,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     void FlushNewBufferEvent();
 
     NQGenTLBufferQueue m_buffers;
+    NQFrameDetails m_details;
     bool m_started NQ_GUARDED_BY(m_moduleLock) = false;
     std::atomic<bool> m_starting = false;
     unsigned int m_startsUnderWay NQ_GUARDED_BY(m_moduleLock) = 0;

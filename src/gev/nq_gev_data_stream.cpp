@@ -2,6 +2,7 @@
 // Start, stop and delivery of the RDMA data stream.
 #include "gev/nq_gev_data_stream.h"
 
+#include "base/nq_answers.h"
 #include "base/nq_trace.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_common.h"
@@ -135,6 +136,7 @@ int NQGevDataStream::DoStartAcquisition(unsigned int, unsigned int)
     }
     m_mtu = MtuValue;
     EndLastRun();
+    m_tickFrequency = Answers().timestampInHertz ? m_device->GetTickFrequency() : 0;
     if (!Connect() || !StartFlow())
     {
         return GenTL::GC_ERR_ERROR;
@@ -274,11 +276,25 @@ int NQGevDataStream::AcquireImage()
     }
     const int status = buffer.size != buffer.received ? 1 : 0;
     StartOfTransfer();
+    DescribeFrame(buffer);
     EndOfTransfer(buffer.id, m_frame.dataSize, m_frame.frameId, m_frame.timestamp, m_frame.width, m_frame.height,
                   m_frame.pixelFormat, m_frame.data, status);
     ++m_framesReceived;
     CountFrame(m_frame.frameId);
     return GenTL::GC_ERR_SUCCESS;
+}
+
+void NQGevDataStream::DescribeFrame(const gevrdmaBuffer& buffer)
+{
+    const FrameRegion region = GevRdmaEndpoint::RegionOf(buffer, m_frame);
+    GigERDMA::NQFrameDetails details;
+    details.received = region.received;
+    details.xOffset = region.x;
+    details.yOffset = region.y;
+    details.xPadding = region.xPadding;
+    details.yPadding = region.yPadding;
+    details.tickFrequency = m_tickFrequency;
+    SetFrameDetails(details);
 }
 
 bool NQGevDataStream::IsFlowing()

@@ -88,6 +88,7 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     bool StartFlow();
     void StartThread();
     void CountFrame(std::uint64_t frameId);
+    void DescribeFrame(const gevrdmaBuffer& buffer);
     int ReadInfo32(int command, void* buffer, unsigned long* size);
     int ReadLockedInfo(int command, void* buffer, unsigned long* size);
     int ReadCounter(const std::atomic<std::uint64_t>& counter, void* buffer, unsigned long* size);
@@ -105,6 +106,7 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     std::shared_ptr<GevRdmaEndpoint> m_pRdma NQ_GUARDED_BY(m_rdmaLock);
     std::unique_ptr<NQRMAXThreadAcquisition> m_thread;
     FrameInfo m_frame{};
+    unsigned long m_tickFrequency = 0; ///< Of the camera at the last start; written while no acquisition thread runs.
 
     NQMutex m_rdmaLock; // So that a requeue during a restart never meets a dead endpoint.
 };

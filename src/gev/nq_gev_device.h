@@ -77,6 +77,7 @@ class NQGevDevice : public GigERDMA::NQGenTLDevice
     int _getPersistentGateway(int* type, void* buffer, unsigned long* size);
 
     int GetAddressInfo(int command, int* type, void* buffer, unsigned long* size);
+    int GetTickFrequencyInfo(int* type, void* buffer, unsigned long* size);
     int GetPersistentAddress(const char* operation, unsigned long address, int* type, void* buffer,
                              unsigned long* size);
     int ReadCamera(unsigned long address, void* buffer, unsigned long size);

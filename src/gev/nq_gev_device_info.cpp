@@ -131,6 +131,10 @@ int NQGevDevice::_getVersion(int* type, void* buffer, unsigned long* size)
 
 int NQGevDevice::_getTimestampFreq(int* type, void* buffer, unsigned long* size)
 {
+    if (Answers().timestampInHertz)
+    {
+        return GetTickFrequencyInfo(type, buffer, size);
+    }
     // Deliberate: each half keeps the network order in which the port delivers it; consumers of this command expect it.
     unsigned int low = 0;
     int result = ReadCamera(gvcp_wire::kRegTimestampFrequencyLow, &low, sizeof low);
@@ -145,6 +149,16 @@ int NQGevDevice::_getTimestampFreq(int* type, void* buffer, unsigned long* size)
         return NQFailed(result, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_HI):%d", "_getTimestampFreq", result);
     }
     return NQGenTLUtil::CopyInfoUint64((static_cast<unsigned long>(high) << 32) | low, type, buffer, size);
+}
+
+int NQGevDevice::GetTickFrequencyInfo(int* type, void* buffer, unsigned long* size)
+{
+    const unsigned long frequency = m_remote ? m_remote->GetTickFrequency() : 0;
+    if (frequency == 0)
+    {
+        return NQGevFailed(GenTL::GC_ERR_NOT_AVAILABLE, "%s GC_ERR_NOT_AVAILABLE", "_getTimestampFreq");
+    }
+    return NQGenTLUtil::CopyInfoUint64(frequency, type, buffer, size);
 }
 
 int NQGevDevice::_getPersistentIP(int* type, void* buffer, unsigned long* size)

@@ -6,6 +6,7 @@
 #include "base/nq_trace.h"
 
 #include <string>
+
 /// Traces the refusal of arguments that an info query and its like may not be given; GC_ERR_INVALID_PARAMETER.
 inline int NQGevInvalidParameter(const char* operation)
 {

@@ -231,6 +231,18 @@ bool NQGevRemoteDevice::GetStreachannelCapability(_NQ_STREAM_CAPABILITY* capabil
     return true;
 }
 
+unsigned long NQGevRemoteDevice::GetTickFrequency()
+{
+    unsigned int high = 0;
+    unsigned int low = 0;
+    if (m_handle == 0 || !_gvcpReadReg(nq::reg::timestampFrequencyHigh, &high, false) ||
+        !_gvcpReadReg(nq::reg::timestampFrequencyLow, &low, false))
+    {
+        return 0;
+    }
+    return static_cast<unsigned long>(high) << 32 | low;
+}
+
 bool NQGevRemoteDevice::GetBufferSettings(gevrdmaBufferSettings* settings)
 {
     unsigned char block[gendc_wire::kSettingsSize] = {};

@@ -102,6 +102,9 @@ class NQGevRemoteDevice : public GigERDMA::NQGenTLRemoteDevice
     /// Reads the stream capability word; false, with `capability` left alone, when the camera cannot be asked.
     bool GetStreachannelCapability(_NQ_STREAM_CAPABILITY* capability);
 
+    /// Ticks of the camera's clock in a second, 0 when it cannot be asked.
+    unsigned long GetTickFrequency();
+
     /// Fills all of `settings` but `bufferCount` from the camera's settings block; its bytes are 0 when the read fails.
     bool GetBufferSettings(gevrdmaBufferSettings* settings);
 

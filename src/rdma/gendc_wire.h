@@ -24,6 +24,8 @@ inline constexpr std::size_t kContainerId = 16;     // 8
 inline constexpr std::size_t kComponentOffset = 56; // 8
 
 // ---- Component header, from the start of the frame, behind a container header with one component. EMVA GenDC
+inline constexpr std::size_t kRegionX = 80;     // 4: pixels from the left of the sensor's image
+inline constexpr std::size_t kRegionY = 84;     // 4: lines from its top
 inline constexpr std::size_t kTimestamp = 88;   // 8
 inline constexpr std::size_t kPartOffset = 112; // 8
 

@@ -78,6 +78,16 @@ struct FrameInfo
     std::uint64_t frameId;   ///< The container id.
 };
 
+/// Where the pixels of a frame belong, and how many came (EMVA GenDC: component header, two-dimensional part header).
+struct FrameRegion
+{
+    std::uint32_t x;        ///< Pixels from the left of the sensor's image.
+    std::uint32_t y;        ///< Lines from its top.
+    std::uint16_t xPadding; ///< Bytes behind each line.
+    std::uint16_t yPadding; ///< Bytes behind the last line.
+    std::uint64_t received; ///< Bytes that arrived from the first pixel on.
+};
+
 static_assert(offsetof(FrameInfo, headerType) == gendc_wire::kPartType);
 static_assert(offsetof(FrameInfo, headerFlags) == gendc_wire::kPartFlags);
 static_assert(offsetof(FrameInfo, headerSize) == gendc_wire::kPartSize);

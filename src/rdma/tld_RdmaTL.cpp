@@ -142,6 +142,19 @@ bool GevRdmaEndpoint::Decode(const gevrdmaBuffer& frame, FrameInfo* info)
     return true;
 }
 
+FrameRegion GevRdmaEndpoint::RegionOf(const gevrdmaBuffer& frame, const FrameInfo& info)
+{
+    FrameRegion region{};
+    region.x = ReadAt<std::uint32_t>(frame.data, gendc_wire::kRegionX);
+    region.y = ReadAt<std::uint32_t>(frame.data, gendc_wire::kRegionY);
+    // The last 8 bytes of the part header: two paddings of 16 bits, then 4 bytes that mean nothing.
+    region.xPadding = static_cast<std::uint16_t>(info.padding);
+    region.yPadding = static_cast<std::uint16_t>(info.padding >> 16);
+    const auto before = static_cast<std::uint64_t>(info.data - frame.data);
+    region.received = frame.received > before ? frame.received - before : 0;
+    return region;
+}
+
 std::shared_ptr<const void> GevRdmaEndpoint::HandOver(void* id, const void* shownBy)
 {
     return m_endpoint != nullptr ? m_endpoint->HandOver(id, shownBy) : nullptr;

@@ -39,6 +39,9 @@ class GevRdmaEndpoint
     /// data inside its block. The block of such a frame stays out of the flow until somebody gives it back.
     bool GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer);
 
+    /// Where the pixels of a decoded frame belong, and how many of them came.
+    static FrameRegion RegionOf(const gevrdmaBuffer& frame, const FrameInfo& info);
+
     /// False when GetBuffer and GetNextFrame return at once, without a frame.
     bool IsFlowing() const;
 

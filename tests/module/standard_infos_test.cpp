@@ -178,4 +178,35 @@ TEST_F(StandardInfos, EveryEntryOfAStackIsFilledUpWithZeros)
     EXPECT_EQ(second.Bytes(), Padded("Vendor", 32));
 }
 
+/// What DevGetInfo says of the camera's clock: its code, type and value.
+struct Clock
+{
+    int code;
+    int type;
+    std::uint64_t hertz;
+    bool operator==(const Clock&) const = default;
+};
+
+Clock ClockOf(const Producer& p, void* device)
+{
+    Clock clock{0, 0, 0};
+    std::size_t size = sizeof clock.hertz;
+    clock.code = p.DevGetInfo(device, GenTL::DEVICE_INFO_TIMESTAMP_FREQUENCY, &clock.type, &clock.hertz, &size);
+    return clock;
+}
+
+TEST_F(StandardInfos, TheFrequencyIsTheCamerasNumber)
+{
+    tree.camera.SetRegister(0x093C, 0x00000001);
+    tree.camera.SetRegister(0x0940, 0x3B9ACA00);
+    EXPECT_EQ(ClockOf(p, tree.device), (Clock{0, 8, 5294967296}));
+}
+
+TEST_F(StandardInfos, AFrequencyOfNoneIsNotAvailable)
+{
+    tree.camera.SetRegister(0x093C, 0);
+    tree.camera.SetRegister(0x0940, 0);
+    EXPECT_EQ(ClockOf(p, tree.device), (Clock{-1014, 0, 0}));
+}
+
 } // namespace

@@ -12,6 +12,7 @@
 #include "rdma/tld_RdmaTL.h"
 #include "support/device_record.h"
 #include "support/endpoint_access.h"
+#include "support/fake_module.h"
 #include "support/fake_verbs.h"
 #include "support/gendc_bytes.h"
 #include "support/register_camera.h"
@@ -46,7 +47,7 @@ inline constexpr const char* readSettings = "read memory 0xE600, 176 bytes";
 class DataStreamFixture : public testing::Test
 {
   protected:
-    DataStreamFixture()
+    explicit DataStreamFixture(const NQAnswers& answers = kStatedAnswers) : root(answers)
     {
         camera.SetRegister(0x0938, 60000);
         camera.SetRegister(0x092C, 0x04000000);
@@ -158,9 +159,10 @@ class DataStreamFixture : public testing::Test
     TraceCapture trace;
     FakeVerbs fake;
     RegisterCamera camera;
+    FakeModule root;
     NQGevTL tl;
     NQGevRemoteDevice device{&tl, LoopbackCamera(), 3, nullptr};
-    std::unique_ptr<NQGevDataStream> stream = std::make_unique<NQGevDataStream>(&device, 2, nullptr);
+    std::unique_ptr<NQGevDataStream> stream = std::make_unique<NQGevDataStream>(&device, 2, &root);
     std::vector<void*> buffers;
     GigERDMA::NQGenTLEvent* newBuffer = nullptr;
 };

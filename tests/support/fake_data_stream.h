@@ -23,6 +23,7 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
     }
 
     using NQGenTLDataStream::ForgetLastRun;
+    using NQGenTLDataStream::SetFrameDetails;
     using NQGenTLModuleBase::GetPortInfo;
 
     bool IsPortImplemented() override { return false; }

@@ -2,6 +2,7 @@
 // A module whose every answer a test chooses, and which records what it is asked to do.
 #pragma once
 
+#include "base/nq_answers.h"
 #include "gentl/nq_gentl_module_base.h"
 
 #include <functional>
@@ -19,6 +20,8 @@ class FakeModule : public GigERDMA::NQGenTLModuleBase
         : NQGenTLModuleBase(parent), id(std::move(moduleId)), name(std::move(moduleName))
     {
     }
+    /// The root of modules that give `answers`.
+    explicit FakeModule(const NQAnswers& answers) : NQGenTLModuleBase(nullptr, answers), name("Fake") {}
     ~FakeModule() override
     {
         if (onDelete)

@@ -4,6 +4,7 @@
 
 #include "gentl/nq_gentl_event.h"
 #include "support/fake_data_stream.h"
+#include "support/fake_module.h"
 
 #include <gtest/gtest.h>
 
@@ -16,6 +17,8 @@ namespace nq::test
 class StreamFixture : public testing::Test
 {
   protected:
+    explicit StreamFixture(const NQAnswers& answers = kStatedAnswers) : root(answers) {}
+
     static constexpr unsigned long kInfinite = 0xFFFFFFFFFFFFFFFF;
 
     /// Announces memory 0, 1, ... in that order.
@@ -82,7 +85,8 @@ class StreamFixture : public testing::Test
     char blocks[4] = {};
     unsigned char frame[8] = {0, 2, 3, 4, 5, 6, 7, 8};
     void* handles[4] = {};
-    FakeDataStream stream;
+    FakeModule root;
+    FakeDataStream stream{0, &root};
 };
 
 } // namespace nq::test
