@@ -11,7 +11,12 @@
     row(incompleteOfFrame, "`IS_INCOMPLETE`", "stays set for the buffer's life", "tells of the frame in the buffer")   \
     row(timestampInHertz, "timestamp frequency", "bytes turned round", "the camera's number; `TIMESTAMP_NS` given, both not available where it is 0 or unreadable") \
     row(frameInfos, "`DATA_SIZE`, `XOFFSET`, `YOFFSET`, `XPADDING`, `YPADDING`, `IMAGEOFFSET`, `PIXELFORMAT_NAMESPACE`, `DELIVERED_IMAGEHEIGHT`, `PIXEL_ENDIANNESS`, `DATA_LARGER_THAN_BUFFER`", "not implemented", "given") \
-    row(sizeFilledIsWritten, "`SIZE_FILLED`", "the frame's size, also in a buffer too small for it", "what was written, 0 while queued; a buffer too small is incomplete")
+    row(sizeFilledIsWritten, "`SIZE_FILLED`", "the frame's size, also in a buffer too small for it", "what was written, 0 while queued; a buffer too small is incomplete") \
+    row(streamInfos, "`IS_GRABBING`, `NUM_STARTED`, `NUM_CHUNKS_MAX`, `BUF_ALIGNMENT`, `NUM_UNDERRUN`, unknown commands of `DSGetInfo`", "false; not implemented; begins anew with each start; -1001", "as the standard has them: -1003 for an unknown command, `NUM_UNDERRUN` from open to close") \
+    row(limitEndsWithLast, "limited acquisition", "ends with frame N+1", "ends with frame N; the stop that is due then succeeds") \
+    row(idleStopAtOnce, "default stop before the first frame", "3000 ms", "at once") \
+    row(flushQueuesOnce, "flush to the input", "may list a buffer twice", "once, as `DSQueueBuffer` does") \
+    row(newDataOfFrame, "`NEW_DATA`", "stays set when a buffer is queued again", "false until the next frame is in the buffer")
 
 // clang-format on
 

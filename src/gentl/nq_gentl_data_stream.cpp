@@ -55,6 +55,8 @@ int NQGenTLDataStream::DoOpen()
 {
     NQGenTLLock lock(m_moduleLock);
     m_started = false;
+    m_numStarted = 0;
+    m_numUnderrun = Answers().streamInfos ? 0 : m_numUnderrun;
     m_transferCompleted.ResetEvent(kCompletedBit);
     return GenTL::GC_ERR_SUCCESS;
 }
@@ -149,10 +151,24 @@ int NQGenTLDataStream::QueueBuffer(void* handle)
     {
         return NQFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", "QueueBuffer");
     }
+    if (!Enqueue(buffer))
+    {
+        return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "QueueBuffer");
+    }
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+/// False for a buffer that is queued already.
+bool NQGenTLDataStream::Enqueue(NQGenTLBuffer* buffer)
+{
     // Set before the buffer is on the list, from where another thread may deliver it and clear the flag at any time.
     if (!buffer->TrySetQueueFlag())
     {
-        return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "QueueBuffer");
+        return false;
+    }
+    if (Answers().newDataOfFrame)
+    {
+        buffer->SetNewDataFlag(false);
     }
     EndShow(buffer);
     if (void* const rdmaId = buffer->GetRdmaId())
@@ -160,7 +176,7 @@ int NQGenTLDataStream::QueueBuffer(void* handle)
         DoRequeueBuffer(rdmaId);
     }
     m_buffers.Add(NQ_BUFFER_TYPE_QUEUED, buffer);
-    return GenTL::GC_ERR_SUCCESS;
+    return true;
 }
 
 int NQGenTLDataStream::GetBufferID(unsigned int index, void** handle)
@@ -211,6 +227,10 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
         return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "StartAcquisition");
     }
     m_starting = true;
+    if (Answers().idleStopAtOnce)
+    {
+        SetTransferCompleted();
+    }
     const int error = DoStartAcquisition(m_buffers.GetBiggestSize(NQ_BUFFER_TYPE_ANNOUNCED),
                                          m_buffers.GetCount(NQ_BUFFER_TYPE_ANNOUNCED));
     if (error != GenTL::GC_ERR_SUCCESS)
@@ -221,7 +241,8 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
     NQGenTLLock lock(m_moduleLock);
     m_started = true;
     m_numDelivered = 0;
-    m_numUnderrun = 0;
+    m_numUnderrun = Answers().streamInfos ? m_numUnderrun : 0;
+    m_stopDue = false;
     m_starting = false;
     return GenTL::GC_ERR_SUCCESS;
 }
@@ -267,8 +288,13 @@ int NQGenTLDataStream::StopAcquisition(int flags)
     {
         return NQFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED Flags:%d", "StopAcquisition", flags);
     }
+    const bool due = TakeStopDue();
     if (!IsStarted())
     {
+        if (due)
+        {
+            return GenTL::GC_ERR_SUCCESS;
+        }
         return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "StopAcquisition");
     }
     // In a forked child nothing is transferred into a stream of the parent.
@@ -277,7 +303,13 @@ int NQGenTLDataStream::StopAcquisition(int flags)
     {
         NQTrace(NQTraceLevel::Failure, "%s failed! WAIT_EVENT_TRANSFER_COMPLETED", "StopAcquisition");
     }
+    const int result = EndRun(flags);
+    TakeStopDue(); // The last frame may have come meanwhile: its stop is this one.
+    return result;
+}
 
+int NQGenTLDataStream::EndRun(int flags)
+{
     // A stop by the consumer and one by the acquisition thread can meet here: the transport is stopped once.
     NQGenTLLock stop(m_stopLock);
     if (!IsStarted())
@@ -312,13 +344,14 @@ void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned
     if (PassesLimit())
     {
         DoHandOver(rdmaId, nullptr);
-        StopAcquisition(GenTL::ACQ_STOP_FLAGS_KILL);
+        Answers().limitEndsWithLast ? EndRun(GenTL::ACQ_STOP_FLAGS_KILL) : StopAcquisition(GenTL::ACQ_STOP_FLAGS_KILL);
     }
     else if (status <= kStatusIncomplete)
     {
         NQGenTLLock transfer(m_transferLock);
         if (NQGenTLBuffer* const buffer = TakeBufferFor(rdmaId))
         {
+            CountStarted();
             buffer->SetAcquiringFlag(true);
             buffer->UpdateDetails(m_details);
             buffer->UpdateData(size, frameId, timestamp, width, height, pixelFormat, data);
@@ -328,7 +361,31 @@ void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned
             Deliver(buffer, status);
         }
     }
+    if (Answers().limitEndsWithLast && PassesLimit())
+    {
+        EndWithLastFrame();
+    }
     SetTransferCompleted();
+}
+
+/// After the last frame asked for. The consumer's own stop is due all the same, and succeeds.
+void NQGenTLDataStream::EndWithLastFrame()
+{
+    {
+        NQGenTLLock lock(m_moduleLock);
+        if (!m_started)
+        {
+            return;
+        }
+        m_stopDue = true;
+    }
+    EndRun(GenTL::ACQ_STOP_FLAGS_KILL);
+}
+
+bool NQGenTLDataStream::TakeStopDue()
+{
+    NQGenTLLock lock(m_moduleLock);
+    return std::exchange(m_stopDue, false);
 }
 
 /// For a frame that has come: whether it is the one past the last one asked for.
@@ -379,6 +436,12 @@ void NQGenTLDataStream::CountUnderrun()
 {
     NQGenTLLock lock(m_moduleLock);
     ++m_numUnderrun;
+}
+
+void NQGenTLDataStream::CountStarted()
+{
+    NQGenTLLock lock(m_moduleLock);
+    ++m_numStarted;
 }
 
 /// Tells that the buffer's frame is not looked at any more: the buffer waits for another one, has got it, or goes.

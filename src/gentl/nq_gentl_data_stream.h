@@ -147,6 +147,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     };
 
     void Announce(void* buffer, unsigned long size, void* userPtr, void** handle);
+    int GetFixedInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
     int GetCounterInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
     NQGenTLBuffer* TakeBufferFor(void* rdmaId) NQ_REQUIRES(m_transferLock);
     void Bind(NQGenTLBuffer* buffer, void* rdmaId) NQ_REQUIRES(m_queueingLock);
@@ -157,6 +158,11 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     void Deliver(NQGenTLBuffer* buffer, int status) NQ_REQUIRES(m_transferLock);
     void MarkIncomplete(NQGenTLBuffer* buffer, bool shortFrame);
     bool PassesLimit();
+    void EndWithLastFrame();
+    int EndRun(int flags);
+    bool TakeStopDue();
+    bool Enqueue(NQGenTLBuffer* buffer) NQ_REQUIRES(m_queueingLock);
+    void CountStarted();
     bool IsStarted();
     void AddUnqueuedToInput() NQ_REQUIRES(m_transferLock);
     void SignalInput() NQ_REQUIRES(m_transferLock);
@@ -175,6 +181,9 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     const std::string m_id;
     unsigned long m_numDelivered NQ_GUARDED_BY(m_moduleLock) = 0;
     unsigned long m_numUnderrun NQ_GUARDED_BY(m_moduleLock) = 0;
+    unsigned long m_numStarted NQ_GUARDED_BY(m_moduleLock) = 0; ///< Frames that began to go into a buffer.
+    bool m_stopDue NQ_GUARDED_BY(m_moduleLock) =
+        false; ///< Ended with the last frame; the consumer has not stopped yet.
     const bool m_isGrabbing = false;
     const bool m_definesPayloadSize = true;
     const std::string m_tlType = "GEV";

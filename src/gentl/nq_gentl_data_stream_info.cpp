@@ -57,11 +57,17 @@ void NQGenTLDataStream::FlushNewBufferEvent()
 
 void NQGenTLDataStream::AddUnqueuedToInput()
 {
-    // Deliberate: the queued flag stays false, so a QueueBuffer that follows puts the buffer on the list once more.
+    // Deliberate: the library's own answer leaves the queued flag false, so a QueueBuffer that follows puts the buffer
+    // on the list once more.
     for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
          ++i)
     {
-        if (!buffer->IsQueued())
+        if (Answers().flushQueuesOnce)
+        {
+            NQGenTLLock queueing(m_queueingLock);
+            static_cast<void>(Enqueue(buffer));
+        }
+        else if (!buffer->IsQueued())
         {
             m_buffers.Add(NQ_BUFFER_TYPE_QUEUED, buffer);
         }
@@ -97,8 +103,8 @@ int NQGenTLDataStream::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigne
     case GenTL::STREAM_INFO_PAYLOAD_SIZE:
         return DoGetPayloadsize(piType, pBuffer, piSize);
     case GenTL::STREAM_INFO_IS_GRABBING:
-        // Deliberate: false even while acquisition runs.
-        return NQGenTLUtil::CopyInfoBool(m_isGrabbing, piType, pBuffer, piSize);
+        // Deliberate: the library's own answer is false even while acquisition runs.
+        return NQGenTLUtil::CopyInfoBool(Answers().streamInfos ? IsStarted() : m_isGrabbing, piType, pBuffer, piSize);
     case GenTL::STREAM_INFO_DEFINES_PAYLOADSIZE:
         return NQGenTLUtil::CopyInfoBool(m_definesPayloadSize, piType, pBuffer, piSize);
     case GenTL::STREAM_INFO_TLTYPE:
@@ -108,9 +114,30 @@ int NQGenTLDataStream::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigne
     case GenTL::STREAM_INFO_NUM_STARTED:
     case GenTL::STREAM_INFO_NUM_CHUNKS_MAX:
     case GenTL::STREAM_INFO_BUF_ALIGNMENT:
+        if (Answers().streamInfos)
+        {
+            return GetFixedInfo(iInfoCmd, piType, pBuffer, piSize);
+        }
         return NQFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s iInfoCmd:%d GC_ERR_NOT_IMPLEMENTED", "GetInfo", iInfoCmd);
     default:
-        return NQFailed(GenTL::GC_ERR_ERROR, "%s GC_ERR_ERROR :%d", "GetInfo", iInfoCmd);
+        NQTrace(NQTraceLevel::Failure, "%s GC_ERR_ERROR :%d", "GetInfo", iInfoCmd);
+        return Answers().streamInfos ? GenTL::GC_ERR_NOT_IMPLEMENTED : GenTL::GC_ERR_ERROR;
+    }
+}
+
+/// What does not depend on the frames, and the one counter of the standard's that the library's own answers leave out.
+int NQGenTLDataStream::GetFixedInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
+{
+    switch (iInfoCmd)
+    {
+    case GenTL::STREAM_INFO_NUM_STARTED: {
+        NQGenTLLock lock(m_moduleLock);
+        return NQGenTLUtil::CopyInfoUint64(m_numStarted, piType, pBuffer, piSize);
+    }
+    case GenTL::STREAM_INFO_NUM_CHUNKS_MAX:
+        return NQGenTLUtil::CopyInfoSizeT(0, piType, pBuffer, piSize);
+    default: // any address will do
+        return NQGenTLUtil::CopyInfoSizeT(1, piType, pBuffer, piSize);
     }
 }
 

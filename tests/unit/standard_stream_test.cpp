@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: Apache-2.0
+// The standard's answers of a data stream: its infos, its limit, its stop and its flushes.
+#include "support/stream_fixture.h"
+
+#include <future>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+constexpr int kResourceInUse = -1004;
+constexpr int kKill = 1;
+using Calls = std::vector<std::string>;
+
+class StandardStream : public nq::test::StreamFixture
+{
+  protected:
+    StandardStream() : StreamFixture(kStandardAnswers) {}
+
+    void SetUp() override { ASSERT_EQ(stream.Open(), 0); }
+
+    void StartWith(int buffers, unsigned long limit = kInfinite)
+    {
+        Announce(buffers);
+        Queue(buffers);
+        RegisterNewBuffer();
+        ASSERT_EQ(stream.StartAcquisition(0, limit), 0);
+    }
+
+    /// Type code, size and value of an info.
+    struct Info
+    {
+        int type;
+        unsigned long size;
+        unsigned long value;
+        bool operator==(const Info&) const = default;
+    };
+    Info Of(int command)
+    {
+        Info info{0, 8, 0};
+        EXPECT_EQ(stream.GetInfo(command, &info.type, &info.value, &info.size), 0) << command;
+        return info;
+    }
+};
+
+TEST_F(StandardStream, TellsWhetherItIsStarted)
+{
+    EXPECT_EQ(Of(8), (Info{11, 1, 0}));
+    StartWith(1);
+    EXPECT_EQ(Of(8), (Info{11, 1, 1}));
+    ASSERT_EQ(stream.StopAcquisition(kKill), 0);
+    EXPECT_EQ(Of(8), (Info{11, 1, 0}));
+}
+
+TEST_F(StandardStream, CountsStartedFramesAndUnderrunsFromOpenToClose)
+{
+    StartWith(1);
+    EXPECT_EQ(Of(6), (Info{8, 8, 0}));
+    Frame(0, 1);
+    Frame(1, 2); // finds no buffer
+    EXPECT_EQ(Of(6), (Info{8, 8, 1}));
+    EXPECT_EQ(Of(2), (Info{8, 8, 1}));
+    ASSERT_EQ(stream.StopAcquisition(kKill), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
+    EXPECT_EQ(Of(6), (Info{8, 8, 1}));
+    EXPECT_EQ(Of(2), (Info{8, 8, 1}));
+    EXPECT_EQ(Of(1), (Info{8, 8, 0})) << "what is delivered counts from the start";
+    ASSERT_EQ(stream.Close(), 0);
+    ASSERT_EQ(stream.Open(), 0);
+    EXPECT_EQ(Of(6), (Info{8, 8, 0}));
+    EXPECT_EQ(Of(2), (Info{8, 8, 0}));
+}
+
+TEST_F(StandardStream, HasNoChunksAndTakesAnyAddress)
+{
+    EXPECT_EQ(Of(11), (Info{12, 8, 0}));
+    EXPECT_EQ(Of(13), (Info{12, 8, 1}));
+}
+
+TEST_F(StandardStream, DoesNotImplementAnUnknownCommand)
+{
+    for (const int command : {-1, 14, 15, 999, 1000, 0xA000})
+    {
+        unsigned long value = 0;
+        unsigned long size = sizeof value;
+        int type = 0;
+        EXPECT_EQ(stream.GetInfo(command, &type, &value, &size), -1003) << command;
+    }
+}
+
+TEST_F(StandardStream, EndsWithTheLastFrameAskedFor)
+{
+    StartWith(3, 2);
+    Frame(0, 1);
+    EXPECT_EQ(Of(8).value, 1U);
+    Frame(1, 2);
+    EXPECT_EQ(Of(8).value, 0U);
+    EXPECT_EQ(stream.calls, (Calls{"start 8 3", "stop 1"}));
+    EXPECT_EQ(Take(), handles[0]);
+    EXPECT_EQ(Take(), handles[1]);
+    EXPECT_EQ(Take(), nullptr);
+
+    Frame(2, 3); // was on its way
+    EXPECT_EQ(Take(), nullptr);
+    EXPECT_EQ(Of(1).value, 2U);
+}
+
+TEST_F(StandardStream, ThatEndedByItselfIsStoppedOnceAndStartsAgain)
+{
+    StartWith(2, 1);
+    Frame(0, 1);
+    Frame(1, 2); // was on its way
+    EXPECT_EQ(stream.StopAcquisition(0), 0);
+    EXPECT_EQ(stream.StopAcquisition(0), kResourceInUse);
+    EXPECT_EQ(stream.calls, (Calls{"start 8 2", "stop 1"}));
+
+    ASSERT_EQ(stream.StartAcquisition(0, 1), 0);
+    Frame(1, 3);
+    EXPECT_EQ(Of(8).value, 0U);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0) << "without the stop in between";
+    EXPECT_EQ(stream.StopAcquisition(0), 0);
+    EXPECT_EQ(stream.StopAcquisition(0), kResourceInUse);
+}
+
+TEST_F(StandardStream, CountsNoFrameWithoutABufferTowardsTheLimit)
+{
+    StartWith(1, 2);
+    Frame(0, 1);
+    Frame(1, 2); // finds no buffer
+    EXPECT_EQ(Of(8).value, 1U);
+    EXPECT_EQ(Take(), handles[0]);
+    ASSERT_EQ(stream.QueueBuffer(handles[0]), 0);
+    Frame(0, 3);
+    EXPECT_EQ(Of(8).value, 0U);
+}
+
+TEST_F(StandardStream, BeforeTheFirstFrameStopsWithoutAWait)
+{
+    StartWith(1);
+    auto stopped = std::async(std::launch::async, [this] { return stream.StopAcquisition(0); });
+    ASSERT_EQ(stopped.wait_for(std::chrono::milliseconds(2500)), std::future_status::ready) << "less than the 3000 ms";
+    EXPECT_EQ(stopped.get(), 0);
+}
+
+TEST_F(StandardStream, WithAFrameUnderWayWaitsForItsEnd)
+{
+    StartWith(1);
+    stream.StartOfTransfer();
+    auto stopped = std::async(std::launch::async, [this] { return stream.StopAcquisition(0); });
+    EXPECT_EQ(stopped.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+    Frame(0, 1);
+    EXPECT_EQ(stopped.get(), 0);
+    EXPECT_EQ(Take(), handles[0]);
+}
+
+TEST_F(StandardStream, AFlushToTheInputQueuesEachBufferOnce)
+{
+    Announce(3);
+    for (const int flush : {3, 3, 2})
+    {
+        EXPECT_EQ(stream.FlushQueue(flush), 0);
+        EXPECT_EQ(Of(4).value, 3U);
+    }
+    EXPECT_EQ(BufferNumber(handles[1], 5), 1U);
+    EXPECT_EQ(stream.QueueBuffer(handles[1]), kResourceInUse);
+    EXPECT_EQ(Of(4).value, 3U);
+    EXPECT_EQ(stream.RevokeBuffer(handles[1], nullptr, nullptr), -1022);
+}
+
+TEST_F(StandardStream, AFlushToTheInputGivesTheBlocksBack)
+{
+    StartWith(2);
+    Frame(0, 1);
+    Frame(1, 2);
+    EXPECT_EQ(Take(), handles[0]);
+    EXPECT_EQ(stream.FlushQueue(3), 0) << "unqueued ones";
+    EXPECT_EQ(stream.requeued, (std::vector<void*>{&blocks[0]}));
+    EXPECT_EQ(Of(4).value, 1U);
+    EXPECT_EQ(Of(5).value, 1U) << "what is delivered stays";
+    EXPECT_EQ(stream.FlushQueue(2), 0) << "all";
+    EXPECT_EQ(stream.requeued, (std::vector<void*>{&blocks[0], &blocks[1]}));
+    EXPECT_EQ(Of(4).value, 2U);
+    EXPECT_EQ(Of(5).value, 0U);
+    Frame(0, 3);
+    Frame(1, 4);
+    EXPECT_EQ(Take(), handles[0]);
+    EXPECT_EQ(Take(), handles[1]);
+}
+
+TEST_F(StandardStream, ABufferFlushedToTheOutputHasNoNewData)
+{
+    StartWith(1);
+    Frame(0, 1);
+    EXPECT_EQ(Take(), handles[0]);
+    EXPECT_EQ(BufferNumber(handles[0], 4), 1U);
+    ASSERT_EQ(stream.QueueBuffer(handles[0]), 0);
+    EXPECT_EQ(BufferNumber(handles[0], 4), 0U);
+    EXPECT_EQ(stream.FlushQueue(0), 0);
+    EXPECT_EQ(Take(), handles[0]);
+    EXPECT_EQ(BufferNumber(handles[0], 4), 0U);
+}
+
+} // namespace
