@@ -156,7 +156,7 @@ int NQGevDevice::GetTickFrequencyInfo(int* type, void* buffer, unsigned long* si
     const unsigned long frequency = m_remote ? m_remote->GetTickFrequency() : 0;
     if (frequency == 0)
     {
-        return NQGevFailed(GenTL::GC_ERR_NOT_AVAILABLE, "%s GC_ERR_NOT_AVAILABLE", "_getTimestampFreq");
+        return NQFailed(GenTL::GC_ERR_NOT_AVAILABLE, "%s GC_ERR_NOT_AVAILABLE", "_getTimestampFreq");
     }
     return NQGenTLUtil::CopyInfoUint64(frequency, type, buffer, size);
 }

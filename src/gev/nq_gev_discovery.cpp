@@ -101,7 +101,7 @@ bool HoldsId(const std::vector<_NQ_GEV_DEVICE_INFO>& infos, const std::string& i
 }
 
 /// The answers of one scan: of each camera the first and the latest further one, as the merge needs no more.
-struct Answers
+struct ScanAnswers
 {
     std::vector<_NQ_GEV_DEVICE_INFO> first;
     std::vector<_NQ_GEV_DEVICE_INFO> further;
@@ -156,7 +156,7 @@ bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, u
     {
         return false;
     }
-    Answers answers;
+    ScanAnswers answers;
     const unsigned long start = NQGenTLUtil::QueryCounterMS();
     while (NQGenTLUtil::QueryCounterMS() - start < timeout)
     {

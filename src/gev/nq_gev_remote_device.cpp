@@ -235,8 +235,8 @@ unsigned long NQGevRemoteDevice::GetTickFrequency()
 {
     unsigned int high = 0;
     unsigned int low = 0;
-    if (m_handle == 0 || !_gvcpReadReg(nq::reg::timestampFrequencyHigh, &high, false) ||
-        !_gvcpReadReg(nq::reg::timestampFrequencyLow, &low, false))
+    if (m_handle == 0 || !_gvcpReadReg(gvcp_wire::kRegTimestampFrequencyHigh, &high, false) ||
+        !_gvcpReadReg(gvcp_wire::kRegTimestampFrequencyLow, &low, false))
     {
         return 0;
     }
