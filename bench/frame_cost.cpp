@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What one frame costs inside the producer: heap allocations and copied bytes per frame, counted, and the throughput.
 // Run beside a virtual camera by `./run bench`. Prints JSON.
-#include "exit_codes.h"
+#include "camera_choice.h"
 #include "grab_session.h"
 
 #include <atomic>
@@ -168,19 +168,15 @@ int main(int argc, char** argv)
 {
     try
     {
-        GenTLLibrary library(FindProducer(""));
+        const FoundCamera used = ChooseCamera(CommonOptions{}, "");
+        GenTLLibrary library(used.producer);
         dl_iterate_phdr(FindCode, const_cast<char*>("libnq_gev_rdma_tl.cti"));
         const System system(library);
-        const std::optional<CameraEntry> camera = FindCamera(ScanAll(system, 500), "");
-        if (!camera)
-        {
-            throw ToolFailure(ExitCode::NoCamera, "no camera");
-        }
         const uint64_t frames = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 2000;
         nlohmann::ordered_json results = nlohmann::ordered_json::array();
         for (const BufferOrigin origin : {BufferOrigin::Library, BufferOrigin::Consumer})
         {
-            results.push_back(Measure(system, *camera, origin, frames));
+            results.push_back(Measure(system, used.camera, origin, frames));
         }
         fmt::print("{}\n", nlohmann::ordered_json{{"frame_cost", results}}.dump(2));
         return 0;

@@ -100,6 +100,7 @@ CameraEntry Interface::Describe(const std::string& cameraId) const
     entry.accessStatus = GenTLLibrary::Number(call(GenTL::DEVICE_INFO_ACCESS_STATUS)).value_or(0);
     if (m_system.IsOurs())
     {
+        entry.macAddress = GenTLLibrary::Number(call(GenTL::NQ_DEVICE_INFO_MAC)).value_or(0);
         entry.address = DottedAddress(GenTLLibrary::Number(call(GenTL::NQ_DEVICE_INFO_IP)).value_or(0));
     }
     return entry;
@@ -126,41 +127,36 @@ InterfaceEntry Interface::Scan(uint64_t timeoutMs) const
     return entry;
 }
 
-std::vector<InterfaceEntry> ScanAll(const System& system, uint64_t timeoutMs)
+void Interface::LookFor(const std::string& cameraId, uint64_t timeoutMs) const
+{
+    for (const uint64_t ms : ShortScansFirst(timeoutMs))
+    {
+        const std::vector<CameraEntry> cameras = Scan(ms).cameras;
+        if (std::any_of(cameras.begin(), cameras.end(),
+                        [&](const CameraEntry& camera) { return camera.id == cameraId; }))
+        {
+            return;
+        }
+    }
+}
+
+std::vector<uint64_t> ShortScansFirst(uint64_t longestMs)
+{
+    std::vector<uint64_t> scansMs = {50, 100, 300};
+    std::erase_if(scansMs, [longestMs](uint64_t ms) { return ms >= longestMs; });
+    scansMs.push_back(longestMs);
+    return scansMs;
+}
+
+std::vector<InterfaceEntry> ScanAll(const System& system, uint64_t timeoutMs, const std::function<void()>& afterEach)
 {
     std::vector<InterfaceEntry> interfaces;
     for (const std::string& id : system.InterfaceIds())
     {
         interfaces.push_back(Interface(system, id).Scan(timeoutMs));
+        afterEach();
     }
     return interfaces;
-}
-
-std::optional<CameraEntry> FindCamera(const std::vector<InterfaceEntry>& interfaces, const std::string& wanted)
-{
-    for (const InterfaceEntry& interface : interfaces)
-    {
-        for (const CameraEntry& camera : interface.cameras)
-        {
-            if (wanted.empty() || wanted == camera.id || wanted == camera.serial || wanted == camera.userName ||
-                wanted == camera.address)
-            {
-                return camera;
-            }
-        }
-    }
-    return std::nullopt;
-}
-
-std::string NoCameraAdvice(const std::vector<InterfaceEntry>& interfaces)
-{
-    if (interfaces.empty())
-    {
-        return "No network interface was found. Look at: `ip addr` (is the adapter up, with an IPv4 address?).";
-    }
-    return "No camera answered. Look at: the camera's power and link; `ip addr` (is the adapter on the camera's "
-           "subnet?); "
-           "a firewall that drops UDP port 3956; another application on the camera; --timeout for a slow network.";
 }
 
 std::string AccessStatusText(uint64_t status)

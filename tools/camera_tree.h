@@ -4,7 +4,7 @@
 
 #include "gentl_library.h"
 
-#include <optional>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,7 +20,8 @@ struct CameraEntry
     std::string model;
     std::string serial;
     std::string userName;
-    std::string address; ///< dotted IPv4 text; empty when the producer does not tell
+    std::string address;     ///< dotted IPv4 text; empty when the producer does not tell
+    uint64_t macAddress = 0; ///< 0 when the producer does not tell
     uint64_t accessStatus = 0;
 };
 
@@ -67,6 +68,9 @@ class Interface
     /// Looks for cameras during `timeoutMs` milliseconds and describes what it found.
     InterfaceEntry Scan(uint64_t timeoutMs) const;
 
+    /// Scans shortly first and then longer, up to `timeoutMs` milliseconds, until the camera is in the list.
+    void LookFor(const std::string& cameraId, uint64_t timeoutMs) const;
+
     GenTL::IF_HANDLE Handle() const { return m_handle; }
 
   private:
@@ -77,15 +81,12 @@ class Interface
     GenTL::IF_HANDLE m_handle = nullptr;
 };
 
-/// Scans every interface.
-std::vector<InterfaceEntry> ScanAll(const System& system, uint64_t timeoutMs);
+/// How long to scan again and again for a camera that is likely to answer at once: a few short times, then `longestMs`.
+std::vector<uint64_t> ShortScansFirst(uint64_t longestMs);
 
-/// The first camera whose id, serial number, user-defined name or address is `wanted`; the first of all when `wanted`
-/// is empty.
-std::optional<CameraEntry> FindCamera(const std::vector<InterfaceEntry>& interfaces, const std::string& wanted);
-
-/// What to look at when no camera answers, as lines of text.
-std::string NoCameraAdvice(const std::vector<InterfaceEntry>& interfaces);
+/// Scans every interface, and calls `afterEach` behind each.
+std::vector<InterfaceEntry> ScanAll(
+    const System& system, uint64_t timeoutMs, const std::function<void()>& afterEach = [] {});
 
 /// The GenTL name of an access status, in words.
 std::string AccessStatusText(uint64_t status);

@@ -4,15 +4,12 @@
 
 #include "exit_codes.h"
 
-#include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 #include <filesystem>
 #include <fmt/format.h>
 #include <map>
-#include <sstream>
 
 namespace nq::tool
 {
@@ -156,52 +153,6 @@ std::string GenTLLibrary::Id(const IdCall& call, const char* function)
     std::vector<char> text(size + 1, '\0');
     Check(call(text.data(), &size), function);
     return text.data();
-}
-
-namespace
-{
-
-std::string FirstCti(const fs::path& folder)
-{
-    std::vector<std::string> found;
-    std::error_code ignored;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder, ignored))
-    {
-        if (entry.path().extension() == ".cti" && entry.is_regular_file(ignored))
-        {
-            found.push_back(entry.path().string());
-        }
-    }
-    return found.empty() ? std::string() : *std::min_element(found.begin(), found.end());
-}
-
-} // namespace
-
-std::string FindProducer(const std::string& argument)
-{
-    if (!argument.empty())
-    {
-        return argument;
-    }
-    if (const char* folders = std::getenv("GENICAM_GENTL64_PATH"); folders != nullptr)
-    {
-        std::istringstream stream(folders);
-        for (std::string folder; std::getline(stream, folder, ':');)
-        {
-            if (std::string path = FirstCti(folder); !path.empty())
-            {
-                return path;
-            }
-        }
-        throw ToolFailure(ExitCode::NoProducer, fmt::format("no .cti in GENICAM_GENTL64_PATH ({})", folders));
-    }
-    std::error_code ignored;
-    std::string beside = FirstCti(fs::read_symlink("/proc/self/exe", ignored).parent_path());
-    if (beside.empty())
-    {
-        throw ToolFailure(ExitCode::NoProducer, "no producer: give --producer PATH or set GENICAM_GENTL64_PATH");
-    }
-    return beside;
 }
 
 std::string ErrorName(GenTL::GC_ERROR code)

@@ -72,10 +72,6 @@ class GenTLLibrary
     void* m_library = nullptr;
 };
 
-/// The producer to use: `argument` if not empty, else the first .cti in the folders of GENICAM_GENTL64_PATH, else the
-/// one beside this program. Throws ToolFailure(NoProducer).
-std::string FindProducer(const std::string& argument);
-
 /// The name of a GenTL error code, for example "GC_ERR_TIMEOUT"; the number for an unknown one.
 std::string ErrorName(GenTL::GC_ERROR code);
 

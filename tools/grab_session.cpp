@@ -75,7 +75,7 @@ GrabSession::GrabSession(const System& system, const CameraEntry& camera, Buffer
 {
     try
     {
-        m_interface.Scan(500);
+        m_interface.LookFor(camera.id, 500);
         GenTLLibrary::Check(
             m_library.IFOpenDevice(m_interface.Handle(), camera.id.c_str(), GenTL::DEVICE_ACCESS_CONTROL, &m_device),
             "IFOpenDevice");

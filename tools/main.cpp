@@ -34,7 +34,7 @@ int Run(int argc, char** argv)
     app.footer(exitCodesText);
     app.fallthrough();
     CommonOptions common;
-    app.add_option("--producer", common.producer, "The .cti to load (else GENICAM_GENTL64_PATH, else ours)")
+    app.add_option("--producer", common.producer, "The .cti to load (else all in GENICAM_GENTL64_PATH, else ours)")
         ->check(CLI::ExistingFile);
     app.add_flag("--json", common.json, "Print JSON instead of text");
     app.add_option("--timeout", common.timeoutMs, "How long to look for cameras on each interface, in milliseconds")

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev grab: takes frames from a camera, checks them, writes them as pictures and sums up.
+#include "camera_choice.h"
 #include "grab_options.h"
 #include "grab_session.h"
 #include "grabber.h"
+#include "printable.h"
 #include "stop_signals.h"
 #include "verbs.h"
 #include "whole_number.h"
@@ -18,25 +20,29 @@ namespace nq::tool
 namespace
 {
 
-void PrintSummary(const CommonOptions& common, const GrabOptions& options, const GrabTotals& totals)
+void PrintSummary(const CommonOptions& common, const GrabOptions& options, const FoundCamera& used,
+                  const GrabTotals& totals)
 {
     const char* origin = options.announce ? "consumer-announced" : "library-allocated";
     if (common.json)
     {
         nlohmann::ordered_json summary = totals.Json();
+        summary["camera"] = used.camera.id;
+        summary["producer"] = used.producer;
         summary["buffers"] = options.buffers;
         summary["buffer_origin"] = origin;
         if (options.verify)
         {
             summary["wrong_bytes"] = totals.wrongBytes;
         }
-        fmt::print("{}\n", summary.dump(2));
+        fmt::print("{}\n", summary.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace));
         return;
     }
     if (isatty(STDERR_FILENO) != 0)
     {
         fmt::print(stderr, "\r");
     }
+    fmt::print("camera     {}\nproducer   {}\n", Printable(used.camera.id), Printable(used.producer));
     fmt::print("buffers    {} {}\n", options.buffers, origin);
     fmt::print("{}", totals.Text());
     if (options.verify)
@@ -47,19 +53,11 @@ void PrintSummary(const CommonOptions& common, const GrabOptions& options, const
 
 ExitCode Grab(const CommonOptions& common, const GrabOptions& options)
 {
-    GenTLLibrary library(FindProducer(common.producer));
+    const FoundCamera used = ChooseCamera(common, options.camera);
+    GenTLLibrary library(used.producer);
     const System system(library);
-    const std::vector<InterfaceEntry> interfaces = ScanAll(system, common.timeoutMs);
-    const std::optional<CameraEntry> camera = FindCamera(interfaces, options.camera);
-    if (!camera)
-    {
-        throw ToolFailure(ExitCode::NoCamera,
-                          options.camera.empty() || !FindCamera(interfaces, "")
-                              ? NoCameraAdvice(interfaces)
-                              : fmt::format("no camera fits \"{}\"; see `nq-gev list`", options.camera));
-    }
     CatchStopSignals(); // from here on a camera is held, which has to be given back
-    GrabSession session(system, *camera, options.announce ? BufferOrigin::Consumer : BufferOrigin::Library,
+    GrabSession session(system, used.camera, options.announce ? BufferOrigin::Consumer : BufferOrigin::Library,
                         options.buffers);
     Grabber grabber(session, options);
     if (!StopAsked())
@@ -68,7 +66,7 @@ ExitCode Grab(const CommonOptions& common, const GrabOptions& options)
     }
     grabber.Run();
     session.Stop();
-    PrintSummary(common, options, grabber.Totals());
+    PrintSummary(common, options, used, grabber.Totals());
     const std::optional<ToolFailure> failure = grabber.Failure();
     if (failure && StopAsked() && failure->Code() == ExitCode::WrongPicture)
     {
@@ -89,7 +87,8 @@ void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
     auto options = std::make_shared<GrabOptions>();
     constexpr uint64_t most = 1'000'000'000'000;
     verb->add_option("--count", options->count, "Number of frames")->check(WholeNumber(1, most))->capture_default_str();
-    verb->add_option("--camera", options->camera, "Id, serial number, name or address (default: the first camera)");
+    verb->add_option("--camera", options->camera,
+                     "Id, serial number, user-defined name, MAC or IP address (default: the only one)");
     verb->add_option("--out", options->out, "Folder for the pictures, as PNG files");
     verb->add_option("--save-every", options->saveEvery, "Write only every Nth frame")
         ->check(WholeNumber(1, most))

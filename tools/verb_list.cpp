@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev list: the interfaces of this machine and the cameras that answer on them.
-#include "camera_tree.h"
+#include "camera_choice.h"
 #include "printable.h"
 #include "verbs.h"
 
@@ -13,52 +13,62 @@ namespace nq::tool
 namespace
 {
 
-void PrintText(const std::vector<InterfaceEntry>& interfaces)
+void PrintText(const std::vector<ProducerEntry>& producers)
 {
-    for (const InterfaceEntry& interface : interfaces)
+    for (const ProducerEntry& producer : producers)
     {
-        fmt::print("{}  {}\n", Printable(interface.id), Printable(interface.displayName));
-        for (const CameraEntry& camera : interface.cameras)
+        for (const InterfaceEntry& interface : producer.interfaces)
         {
-            fmt::print("  {}\n    model {}  serial {}  address {}  access {}\n", Printable(camera.id),
-                       Printable(camera.model), Printable(camera.serial), camera.address.empty() ? "-" : camera.address,
-                       AccessStatusText(camera.accessStatus));
+            fmt::print("{}  {}\n", Printable(interface.id), Printable(interface.displayName));
+            for (const CameraEntry& camera : interface.cameras)
+            {
+                fmt::print("  {}\n    model {}  serial {}  address {}  access {}\n    producer {}\n",
+                           Printable(camera.id), Printable(camera.model), Printable(camera.serial),
+                           camera.address.empty() ? "-" : camera.address, AccessStatusText(camera.accessStatus),
+                           Printable(producer.path));
+            }
         }
     }
 }
 
-void PrintJson(const std::vector<InterfaceEntry>& interfaces)
+void PrintJson(const std::vector<ProducerEntry>& producers)
 {
     nlohmann::ordered_json all = nlohmann::ordered_json::array();
-    for (const InterfaceEntry& interface : interfaces)
+    nlohmann::ordered_json states = nlohmann::ordered_json::array();
+    for (const ProducerEntry& producer : producers)
     {
-        nlohmann::ordered_json cameras = nlohmann::ordered_json::array();
-        for (const CameraEntry& camera : interface.cameras)
+        states.push_back({{"path", producer.path}, {"problem", producer.problem}});
+        for (const InterfaceEntry& interface : producer.interfaces)
         {
-            cameras.push_back({{"id", camera.id},
-                               {"vendor", camera.vendor},
-                               {"model", camera.model},
-                               {"serial", camera.serial},
-                               {"user_name", camera.userName},
-                               {"address", camera.address},
-                               {"access", AccessStatusText(camera.accessStatus)}});
+            nlohmann::ordered_json cameras = nlohmann::ordered_json::array();
+            for (const CameraEntry& camera : interface.cameras)
+            {
+                cameras.push_back({{"id", camera.id},
+                                   {"vendor", camera.vendor},
+                                   {"model", camera.model},
+                                   {"serial", camera.serial},
+                                   {"user_name", camera.userName},
+                                   {"address", camera.address},
+                                   {"access", AccessStatusText(camera.accessStatus)},
+                                   {"producer", producer.path}});
+            }
+            all.push_back({{"id", interface.id}, {"name", interface.displayName}, {"cameras", cameras}});
         }
-        all.push_back({{"id", interface.id}, {"name", interface.displayName}, {"cameras", cameras}});
     }
     // ASCII alone, so that no terminal obeys a name; what is no UTF-8 becomes U+FFFD.
-    const nlohmann::ordered_json list = {{"interfaces", all}};
+    const nlohmann::ordered_json list = {{"interfaces", all}, {"producers", states}};
     fmt::print("{}\n", list.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace));
 }
 
 ExitCode List(const CommonOptions& common)
 {
-    GenTLLibrary library(FindProducer(common.producer));
-    const System system(library);
-    const std::vector<InterfaceEntry> interfaces = ScanAll(system, common.timeoutMs);
-    common.json ? PrintJson(interfaces) : PrintText(interfaces);
-    if (!FindCamera(interfaces, ""))
+    SearchPlan plan;
+    plan.scansMs = {common.timeoutMs};
+    const std::vector<ProducerEntry> producers = AskProducers(common.producer, plan);
+    common.json ? PrintJson(producers) : PrintText(producers);
+    if (CamerasOf(producers).empty())
     {
-        throw ToolFailure(ExitCode::NoCamera, NoCameraAdvice(interfaces));
+        throw ToolFailure(ExitCode::NoCamera, NoCameraAdvice(producers));
     }
     return ExitCode::Success;
 }

@@ -1,0 +1,217 @@
+// SPDX-License-Identifier: Apache-2.0
+// Which producers nq-gev asks and which camera it takes: each line is a command, its words and its JSON.
+#include "support/network.h"
+#include "support/temporary_folder.h"
+#include "support/tool.h"
+#include "support/virtual_camera.h"
+
+#include <chrono>
+#include <fstream>
+#include <gmock/gmock.h>
+
+namespace
+{
+
+using namespace nq::test;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace fs = std::filesystem;
+
+/// A folder of producers, as GENICAM_GENTL64_PATH names one.
+class ToolProducers : public testing::Test
+{
+  protected:
+    std::string Add(const std::string& name, const std::string& file)
+    {
+        fs::create_symlink(file, m_folder / name);
+        return m_folder / name;
+    }
+
+    /// A producer of its own file, with the fake one's answers.
+    std::string AddFake(const std::string& name)
+    {
+        fs::copy_file(NQ_FAKE_PRODUCER_PATH, m_folder / name);
+        return m_folder / name;
+    }
+
+    Outcome Run(const std::vector<std::string>& arguments, std::vector<std::string> environment = {})
+    {
+        std::vector<std::string> command = {NQ_TOOL_PATH};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        environment.push_back("GENICAM_GENTL64_PATH=" + m_folder.Path());
+        return RunProgram(command, environment);
+    }
+
+    const TemporaryFolder m_folder;
+};
+
+TEST_F(ToolProducers, AllOnThePathAreAskedAndNamed)
+{
+    const VirtualCamera camera({"--serial", "SN-4711"});
+    const std::string ours = Add("ours.cti", NQ_CTI_PATH);
+    const std::string fake = AddFake("zzz.cti");
+    const Outcome list = Run({"list"}, camera.Environment());
+    EXPECT_EQ(list.exitCode, 0) << list.output;
+    EXPECT_THAT(list.output, HasSubstr("serial SN-4711  address 10.77.0.2  access read/write\n    producer " + ours));
+    EXPECT_THAT(list.output, HasSubstr("serial Serial  address -  access read/write\n    producer " + fake));
+    EXPECT_THAT(list.output, Not(HasSubstr("warning")));
+    const Outcome json = Run({"--json", "list"}, camera.Environment());
+    EXPECT_THAT(json.output, HasSubstr("\"producer\": \"" + ours + "\""));
+    EXPECT_THAT(json.output, HasSubstr("\"producer\": \"" + fake + "\""));
+}
+
+TEST_F(ToolProducers, OneThatCrashesOrDoesNotLoadIsAWarning)
+{
+    const VirtualCamera camera({"--serial", "SN-4711"});
+    const std::string broken = m_folder / "a.cti";
+    std::ofstream(broken) << "no library";
+    const std::string crashing = AddFake("b.cti");
+    const std::string works = Add("c.cti", NQ_CTI_PATH);
+    std::vector<std::string> environment = camera.Environment();
+    environment.emplace_back("NQ_FAKE_PRODUCER=IFUpdateDeviceList.signal=11");
+    const Outcome list = Run({"--json", "list"}, environment);
+    EXPECT_EQ(list.exitCode, 0) << list.output;
+    EXPECT_THAT(list.output, HasSubstr("nq-gev: warning: " + broken + " is left out: cannot load the producer: "));
+    EXPECT_THAT(list.output,
+                HasSubstr("nq-gev: warning: " + crashing + " is left out: it crashed: Segmentation fault\n"));
+    EXPECT_THAT(list.output, HasSubstr("\"producer\": \"" + works + "\""));
+    EXPECT_THAT(list.output,
+                HasSubstr("\"path\": \"" + broken + "\",\n      \"problem\": \"cannot load the producer: "));
+    const Outcome grab = Run({"grab"}, environment);
+    EXPECT_EQ(grab.exitCode, 0) << grab.output;
+    EXPECT_THAT(grab.output, HasSubstr("producer   " + works + "\n"));
+}
+
+struct End
+{
+    const char* name;
+    const char* lie;
+    const char* told;
+};
+
+TEST_F(ToolProducers, TheLastOneThatCrashesOrHangsIsAFailure)
+{
+    AddFake("a.cti");
+    const End ends[] = {
+        {"crash", "TLOpen.signal=11", "it crashed: Segmentation fault"},
+        {"late crash", "IFGetNumDevices.signal=6", "it crashed: Aborted"},
+        {"hang", "IFUpdateDeviceList.signal=19", "it has not answered for 5100 ms"},
+        {"refusal", "GCInitLib.code=-1001", "GCInitLib failed: GC_ERR_ERROR (-1001)"},
+    };
+    for (const End& end : ends)
+    {
+        const Outcome list = Run({"--timeout", "100", "list"}, {"NQ_FAKE_PRODUCER=" + std::string(end.lie)});
+        EXPECT_THAT(list.exitCode, testing::AnyOf(1, 3)) << end.name << list.output;
+        EXPECT_THAT(list.output, HasSubstr(std::string("nq-gev: ") + end.told)) << end.name;
+    }
+}
+
+TEST_F(ToolProducers, OneFileByTwoNamesIsAskedOnce)
+{
+    AddFake("a.cti");
+    Add("b.cti", m_folder / "a.cti");
+    const Outcome grab = Run({"grab"});
+    EXPECT_EQ(grab.exitCode, 0) << grab.output;
+}
+
+TEST_F(ToolProducers, OneCameraOfTwoProducersIsAQuestionOfTheProducer)
+{
+    const std::string one = AddFake("a.cti");
+    const std::string two = AddFake("b.cti");
+    const Outcome grab = Run({"grab"});
+    EXPECT_EQ(grab.exitCode, 2) << grab.output;
+    EXPECT_THAT(grab.output, HasSubstr("  Camera  serial Serial  name Name  address -  producer " + one + "\n"));
+    EXPECT_THAT(grab.output, HasSubstr("  Camera  serial Serial  name Name  address -  producer " + two + "\n"));
+    EXPECT_THAT(grab.output,
+                HasSubstr("2 cameras answered; they are one that several producers see: choose by --producer\n"));
+    const Outcome chosen = Run({"--producer", two, "grab"});
+    EXPECT_EQ(chosen.exitCode, 0) << chosen.output;
+    EXPECT_THAT(chosen.output, HasSubstr("camera     Camera\nproducer   " + two + "\n"));
+    const Outcome json = Run({"--producer", two, "--json", "grab"});
+    EXPECT_THAT(json.output, HasSubstr("\"camera\": \"Camera\",\n  \"producer\": \"" + two + "\""));
+}
+
+TEST_F(ToolProducers, TextsThatAreNoUtf8ComeAsTheyAre)
+{
+    AddFake("a.cti");
+    const Outcome list = Run({"list"}, {"NQ_FAKE_PRODUCER=IFGetDeviceInfo.2.text=K\xfchl\x1b[2J"});
+    EXPECT_THAT(list.output, HasSubstr("model K\\xfchl\\x1b[2J  serial Serial"));
+}
+
+TEST(ToolProducer, AnEmptyPathIsAsGoodAsNone)
+{
+    const VirtualCamera camera;
+    std::vector<std::string> environment = camera.Environment();
+    environment.emplace_back("GENICAM_GENTL64_PATH=");
+    const Outcome list = RunProgram({NQ_TOOL_PATH, "list"}, environment);
+    EXPECT_EQ(list.exitCode, 0) << list.output;
+    EXPECT_THAT(list.output, HasSubstr("address 10.77.0.2"));
+}
+
+/// Two cameras on one host, at 10.77.0.2 and 10.77.0.3.
+class ToolCamera : public testing::Test
+{
+  protected:
+    ToolCamera()
+    {
+        m_first.Machine().Shell("ip addr add 10.77.0.3/24 dev cam0");
+        m_second = std::make_unique<ChildProcess>(std::vector<std::string>{NQ_CAMERA_PATH, "--address", "10.77.0.3",
+                                                                           "--serial", "SN-2", "--user-name", "left",
+                                                                           "--mac", "02:00:0a:0b:0c:0d"},
+                                                  m_first.Environment(), &m_first.Machine());
+        if (!m_second->WaitForOutput("ready", longTime))
+        {
+            throw std::runtime_error(m_second->Output());
+        }
+    }
+
+    Outcome Grab(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.begin(), "grab");
+        return RunTool(arguments, m_first.Environment());
+    }
+
+  private:
+    const VirtualCamera m_first{{"--serial", "SN-1", "--user-name", "left"}};
+    std::unique_ptr<ChildProcess> m_second;
+};
+
+TEST_F(ToolCamera, IsFoundByAnyOfItsNames)
+{
+    for (const char* name : {"NQ-GEV-Camera:02-00-0a-0b-0c-0d", "SN-2", "10.77.0.3", "02:00:0a:0b:0c:0d",
+                             "02-00-0A-0B-0C-0D", "02000a0b0c0d", "0200.0a0b.0c0d", "2:0:a:b:c:d"})
+    {
+        const Outcome grab = Grab({"--camera", name});
+        EXPECT_EQ(grab.exitCode, 0) << name << grab.output;
+        EXPECT_THAT(grab.output, HasSubstr("camera     NQ-GEV-Camera:02-00-0a-0b-0c-0d\nproducer   " NQ_CTI_PATH "\n"));
+    }
+}
+
+TEST_F(ToolCamera, OneOfSeveralHasToBeNamed)
+{
+    const Outcome any = Grab({});
+    EXPECT_EQ(any.exitCode, 2) << any.output;
+    EXPECT_THAT(any.output, HasSubstr("serial SN-1  name left  address 10.77.0.2  producer " NQ_CTI_PATH "\n"));
+    EXPECT_THAT(any.output, HasSubstr("serial SN-2  name left  address 10.77.0.3  producer " NQ_CTI_PATH "\n"));
+    EXPECT_THAT(any.output, HasSubstr("nq-gev: 2 cameras answered; choose one by --camera ID\n"));
+    const Outcome both = Grab({"--camera", "left"});
+    EXPECT_EQ(both.exitCode, 2) << both.output;
+    EXPECT_THAT(both.output, HasSubstr("nq-gev: 2 cameras fit \"left\"; choose one by --camera ID\n"));
+    const Outcome none = Grab({"--camera", "02:00:0a:0b:0c:0e"});
+    EXPECT_EQ(none.exitCode, 4) << none.output;
+    EXPECT_THAT(none.output, HasSubstr("serial SN-1"));
+}
+
+TEST(ToolGrabOfOneFrame, EndsTheSearchWhenTheCameraIsThere)
+{
+    const VirtualCamera camera({"--serial", "SN-1"});
+    // Not a time but a choice: without it the search takes a minute, and the tool is ended with -1.
+    const Outcome grab = RunTool({"--timeout", "100000", "grab", "--camera", "SN-1"}, camera.Environment());
+    EXPECT_EQ(grab.exitCode, 0) << grab.output;
+    const Outcome any = RunTool({"--timeout", "100000", "grab"}, camera.Environment());
+    EXPECT_EQ(any.exitCode, 0) << any.output;
+}
+
+} // namespace

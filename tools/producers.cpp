@@ -1,0 +1,208 @@
+// SPDX-License-Identifier: Apache-2.0
+// Which producers there are, and what each of them sees.
+#include "producers.h"
+
+#include "printable.h"
+#include "producer_child.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fmt/format.h>
+#include <memory>
+#include <poll.h>
+#include <set>
+#include <sstream>
+
+namespace nq::tool
+{
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+/// The .cti files of a folder by name, without those of which `known` has the file already.
+std::vector<std::string> NewProducersIn(const fs::path& folder, std::set<fs::path>& known)
+{
+    std::vector<fs::path> files;
+    std::error_code ignored;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder, ignored))
+    {
+        if (entry.path().extension() == ".cti" && entry.is_regular_file(ignored))
+        {
+            files.push_back(entry.path());
+        }
+    }
+    std::sort(files.begin(), files.end());
+    std::vector<std::string> found;
+    for (const fs::path& file : files)
+    {
+        if (known.insert(fs::weakly_canonical(file, ignored)).second)
+        {
+            found.push_back(file);
+        }
+    }
+    return found;
+}
+
+std::vector<ProducerEntry> AskInThisProcess(const std::string& path, const SearchPlan& plan)
+{
+    GenTLLibrary library(path);
+    const System system(library);
+    std::vector<ProducerEntry> asked(1);
+    asked[0].path = path;
+    for (const uint64_t ms : plan.scansMs)
+    {
+        asked[0].interfaces = ScanAll(system, ms);
+        ++asked[0].scans;
+        if (plan.enough(asked))
+        {
+            break;
+        }
+    }
+    return asked;
+}
+
+/// Waits until one of the children says something or is overdue, and takes it. False when all have ended.
+bool HearNext(std::vector<std::unique_ptr<ProducerChild>>& children, std::vector<ProducerEntry>& asked)
+{
+    std::vector<pollfd> pipes;
+    auto soonest = ProducerChild::Clock::time_point::max();
+    for (const auto& child : children)
+    {
+        pipes.push_back({child->Pipe(), POLLIN, 0}); // one of -1 is not looked at
+        soonest = child->Pipe() < 0 ? soonest : std::min(soonest, child->Deadline());
+    }
+    if (soonest == ProducerChild::Clock::time_point::max())
+    {
+        return false;
+    }
+    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(soonest - ProducerChild::Clock::now());
+    poll(pipes.data(), pipes.size(), static_cast<int>(std::clamp<int64_t>(wait.count(), 0, 1000)));
+    for (size_t at = 0; at < children.size(); ++at)
+    {
+        if (pipes[at].revents != 0)
+        {
+            children[at]->Hear(asked[at]);
+        }
+        else if (pipes[at].fd >= 0 && ProducerChild::Clock::now() >= children[at]->Deadline())
+        {
+            children[at]->GiveUp(asked[at]);
+        }
+    }
+    return true;
+}
+
+std::vector<ProducerEntry> AskChildren(const std::vector<std::string>& paths, const SearchPlan& plan)
+{
+    std::vector<ProducerEntry> asked;
+    std::vector<std::unique_ptr<ProducerChild>> children;
+    for (const std::string& path : paths)
+    {
+        asked.emplace_back().path = path;
+        children.push_back(std::make_unique<ProducerChild>(path, plan.scansMs));
+    }
+    while (!plan.enough(asked) && HearNext(children, asked))
+    {
+    }
+    return asked;
+}
+
+/// Warns of the producers that do not work, or throws when that is all of them.
+void TellProblems(const std::vector<ProducerEntry>& asked)
+{
+    const auto works = [](const ProducerEntry& producer) { return producer.problem.empty(); };
+    if (std::none_of(asked.begin(), asked.end(), works))
+    {
+        std::string all;
+        for (const ProducerEntry& producer : asked)
+        {
+            all += fmt::format("{}{}: {}", all.empty() ? "" : "; ", producer.path, producer.problem);
+        }
+        throw ToolFailure(asked.front().code,
+                          asked.size() == 1 ? asked.front().problem : fmt::format("no producer works: {}", all));
+    }
+    for (const ProducerEntry& producer : asked)
+    {
+        if (!works(producer))
+        {
+            fmt::print(stderr, "nq-gev: warning: {} is left out: {}\n", Printable(producer.path),
+                       Printable(producer.problem));
+        }
+    }
+}
+
+} // namespace
+
+std::vector<std::string> FindProducers(const std::string& argument)
+{
+    if (!argument.empty())
+    {
+        return {argument};
+    }
+    std::vector<std::string> found;
+    std::set<fs::path> known;
+    const char* folders = std::getenv("GENICAM_GENTL64_PATH");
+    if (folders != nullptr && *folders != '\0')
+    {
+        std::istringstream stream(folders);
+        for (std::string folder; std::getline(stream, folder, ':');)
+        {
+            const std::vector<std::string> here = NewProducersIn(folder, known);
+            found.insert(found.end(), here.begin(), here.end());
+        }
+        if (found.empty())
+        {
+            throw ToolFailure(ExitCode::NoProducer, fmt::format("no .cti in GENICAM_GENTL64_PATH ({})", folders));
+        }
+        return found;
+    }
+    std::error_code ignored;
+    found = NewProducersIn(fs::read_symlink("/proc/self/exe", ignored).parent_path(), known);
+    if (found.empty())
+    {
+        throw ToolFailure(ExitCode::NoProducer, "no producer: give --producer PATH or set GENICAM_GENTL64_PATH");
+    }
+    return found;
+}
+
+std::vector<FoundCamera> CamerasOf(const std::vector<ProducerEntry>& producers)
+{
+    std::vector<FoundCamera> cameras;
+    for (const ProducerEntry& producer : producers)
+    {
+        for (const InterfaceEntry& interface : producer.interfaces)
+        {
+            for (const CameraEntry& camera : interface.cameras)
+            {
+                const auto known = std::find_if(cameras.begin(), cameras.end(), [&](const FoundCamera& other) {
+                    return other.producer == producer.path && other.camera.id == camera.id;
+                });
+                if (known == cameras.end())
+                {
+                    cameras.push_back({producer.path, camera});
+                }
+                else if (camera.accessStatus == GenTL::DEVICE_ACCESS_STATUS_READWRITE &&
+                         known->camera.accessStatus != GenTL::DEVICE_ACCESS_STATUS_READWRITE)
+                {
+                    known->camera = camera;
+                }
+            }
+        }
+    }
+    return cameras;
+}
+
+std::vector<ProducerEntry> AskProducers(const std::string& argument, const SearchPlan& plan)
+{
+    if (!argument.empty())
+    {
+        return AskInThisProcess(argument, plan);
+    }
+    std::vector<ProducerEntry> asked = AskChildren(FindProducers(argument), plan);
+    TellProblems(asked);
+    return asked;
+}
+
+} // namespace nq::tool

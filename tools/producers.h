@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+// Which producers there are, and what each of them sees.
+#pragma once
+
+#include "camera_tree.h"
+#include "exit_codes.h"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace nq::tool
+{
+
+/// The producers to ask: `argument` alone if not empty, else every .cti in the folders of GENICAM_GENTL64_PATH, or
+/// beside this program where that is unset or empty. Each file once. Throws ToolFailure(NoProducer).
+std::vector<std::string> FindProducers(const std::string& argument);
+
+/// One producer and what it saw.
+struct ProducerEntry
+{
+    std::string path;
+    std::vector<InterfaceEntry> interfaces; ///< as the last whole scan has them
+    size_t scans = 0;                       ///< whole scans, each of every interface
+    std::string problem;                    ///< why it sees nothing; empty for a producer that works
+    ExitCode code = ExitCode::Success;      ///< the exit code that fits the problem
+};
+
+/// One camera and the producer that sees it.
+struct FoundCamera
+{
+    std::string producer;
+    CameraEntry camera;
+};
+
+/// Every camera once: of several interfaces of a producer that see it, the one that gives the most access.
+std::vector<FoundCamera> CamerasOf(const std::vector<ProducerEntry>& producers);
+
+/// Says after a scan that no further one is needed.
+using Enough = std::function<bool(const std::vector<ProducerEntry>&)>;
+
+/// How to look for cameras.
+struct SearchPlan
+{
+    std::vector<uint64_t> scansMs; ///< how long each scan listens on each interface, in milliseconds
+    Enough enough = [](const std::vector<ProducerEntry>&) { return false; };
+};
+
+/// Asks the producers. One that the user named runs in this process; the ones that were found run in a child process
+/// each, side by side, so that one that crashes, hangs or cannot be loaded is a problem of its own alone. Those are
+/// warned of on standard error. Throws ToolFailure when no producer works.
+std::vector<ProducerEntry> AskProducers(const std::string& argument, const SearchPlan& plan);
+
+} // namespace nq::tool
