@@ -3,8 +3,9 @@
 # Shared by the commands of ./run: packages, the build, private networks.
 
 build_packages="g++ cmake ninja-build pkg-config iproute2 libibverbs-dev librdmacm-dev libcli11-dev nlohmann-json3-dev
-    libpng-dev libfmt-dev libzip-dev zlib1g-dev"
-test_packages="libgtest-dev libgmock-dev python3 tshark aravis-tools aravis-tools-cli libaravis-dev libxml2-dev libxml2-utils tcpdump lld git"
+    libpng-dev libtiff-dev libfmt-dev libzip-dev zlib1g-dev"
+test_packages="libgtest-dev libgmock-dev python3 tshark aravis-tools aravis-tools-cli libaravis-dev libxml2-dev libxml2-utils tcpdump lld git
+    python3-pil python3-tifffile ffmpeg"
 lint_packages="clang clang-format-16 clang-tidy shellcheck"
 
 fail() {

@@ -5,4 +5,4 @@ set -euo pipefail
 export GENICAM_GENTL64_PATH=$PWD/build
 build/nq-gev list
 echo
-build/nq-gev grab --count 300 --verify --out out/demo --save-every 30
+build/nq-gev grab --count 300 --verify --out out/demo --overwrite --save-every 30

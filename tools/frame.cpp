@@ -12,13 +12,12 @@ namespace
 
 constexpr size_t maxSide = 1'000'000; // pixels; libpng writes no larger ones
 
-/// PFNC names the bits of a pixel in its formats; 0 for what is none of them.
+} // namespace
+
 size_t BitsPerPixel(uint64_t pixelFormat)
 {
     return pixelFormat <= UINT32_MAX ? (pixelFormat >> 16) & 0xFF : 0;
 }
-
-} // namespace
 
 std::string WhyRefused(const Frame& frame, size_t announced)
 {

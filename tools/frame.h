@@ -27,6 +27,9 @@ struct Frame
     std::string refusal; ///< why nothing of the frame may be read; empty for a good one
 };
 
+/// PFNC names the bits of a pixel in its formats; 0 for what is none of them.
+size_t BitsPerPixel(uint64_t pixelFormat);
+
 /// Why nothing of the frame may be read, in words; empty when its `size` bytes lie within the `announced` bytes of its
 /// buffer and a picture of its width, height and pixel format would fit there too.
 std::string WhyRefused(const Frame& frame, size_t announced);

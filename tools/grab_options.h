@@ -2,6 +2,8 @@
 // What the user asked of a grab.
 #pragma once
 
+#include "picture_writer.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -12,7 +14,7 @@ namespace nq::tool
 struct GrabOptions
 {
     std::string camera;
-    std::string out;
+    PictureOptions pictures;
     uint64_t count = 1;
     uint64_t saveEvery = 1;
     uint64_t allowLoss = 0; ///< lost and incomplete frames that are no failure

@@ -52,6 +52,7 @@ nlohmann::ordered_json GrabTotals::Json() const
             {"refused", refused},
             {"underruns", underruns},
             {"pictures", pictures},
+            {"waits", waits},
             {"seconds", Seconds()},
             {"frames_per_second", NumberOrNull(FramesPerSecond())},
             {"megabytes_per_second", NumberOrNull(MegabytesPerSecond())}};
@@ -64,6 +65,10 @@ std::string GrabTotals::Text() const
     if (refused != 0)
     {
         text += fmt::format("refused    {}\n", refused);
+    }
+    if (waits != 0)
+    {
+        text += fmt::format("waits      {} for the writing of pictures\n", waits);
     }
     const std::optional<double> rate = FramesPerSecond();
     return text + (rate ? fmt::format("rate       {:.1f} frames/s, {:.1f} MB/s\n", *rate, *MegabytesPerSecond())

@@ -25,6 +25,7 @@ struct GrabTotals
     uint64_t bytes = 0;
     uint64_t wrongBytes = 0;
     size_t pictures = 0;
+    uint64_t waits = 0; ///< how often a frame had to wait because pictures were written too slowly
 
     /// Counts one more frame of `size` bytes that came `now`.
     void Arrived(Clock::time_point now, size_t size);

@@ -15,9 +15,9 @@ using Clock = GrabTotals::Clock;
 
 Grabber::Grabber(GrabSession& session, const GrabOptions& options) : m_session(session), m_options(options)
 {
-    if (!options.out.empty())
+    if (!options.pictures.out.empty())
     {
-        m_writer = std::make_unique<PictureWriter>(options.out);
+        m_writer = std::make_unique<PictureWriter>(options.pictures);
     }
 }
 
@@ -53,6 +53,24 @@ void Grabber::Run()
         m_failure.emplace(ExitCode::Failure, error.what());
     }
     m_totals.underruns = m_session.Underruns();
+}
+
+void Grabber::Finish()
+{
+    if (!m_writer)
+    {
+        return;
+    }
+    try
+    {
+        m_writer->Finish();
+    }
+    catch (const ToolFailure& failure)
+    {
+        m_failure = m_failure ? m_failure : failure;
+    }
+    m_totals.pictures = m_writer->Written();
+    m_totals.waits = m_writer->Waits();
 }
 
 std::optional<ToolFailure> Grabber::Failure() const
@@ -112,8 +130,7 @@ void Grabber::Take(const Frame& frame, Clock::time_point arrival)
     }
     if (m_writer && wanted)
     {
-        m_writer->Write(frame);
-        m_totals.pictures = m_writer->Written();
+        m_writer->Write(frame, std::chrono::system_clock::now());
     }
 }
 
@@ -158,7 +175,14 @@ std::string LossComplaint(const GrabTotals& totals, const GrabOptions& options)
     {
         return text;
     }
-    if (totals.lost != 0)
+    if (totals.lost != 0 && totals.waits != 0)
+    {
+        text +=
+            fmt::format("; the files were written too slowly {} times: a faster --out, --format raw, or --save-every "
+                        "{}",
+                        totals.waits, options.saveEvery * 2);
+    }
+    else if (totals.lost != 0)
     {
         text += fmt::format("; more buffers bridge the time in which none is free: nq-gev grab --buffers {}",
                             options.buffers * 4);

@@ -25,6 +25,9 @@ class Grabber
     /// Runs to the end; what went wrong on the way is in Failure().
     void Run();
 
+    /// Waits until all pictures are written. The camera may be closed before.
+    void Finish();
+
     const GrabTotals& Totals() const { return m_totals; }
 
     /// What went wrong, if anything did, by its rank: a failure on the way, frames that stopped coming, refused

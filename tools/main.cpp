@@ -8,6 +8,7 @@
 #include "whole_number.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -67,6 +68,7 @@ int Run(int argc, char** argv)
 int main(int argc, char** argv)
 {
     using namespace nq::tool;
+    std::signal(SIGPIPE, SIG_IGN); // a closed pipe is a failure like a full disk
     const auto tell = [](const std::exception& failure) {
         std::fprintf(stderr, "nq-gev: %s\n", Printable(failure.what()).c_str());
     };

@@ -3,8 +3,10 @@
 #include "new_file.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <string>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -27,6 +29,32 @@ bool Link(int descriptor, const std::filesystem::path& path)
 {
     const std::string open = "/proc/self/fd/" + std::to_string(descriptor);
     return linkat(AT_FDCWD, open.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;
+}
+
+bool Rename(const std::filesystem::path& from, const std::filesystem::path& to, bool overwrite)
+{
+    if (overwrite)
+    {
+        return rename(from.c_str(), to.c_str()) == 0;
+    }
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+    {
+        return true;
+    }
+    if (errno != EINVAL)
+    {
+        return false;
+    }
+    // A file system that cannot do both at once.
+    struct stat there
+    {
+    };
+    if (lstat(to.c_str(), &there) == 0)
+    {
+        errno = EEXIST;
+        return false;
+    }
+    return rename(from.c_str(), to.c_str()) == 0;
 }
 
 } // namespace
@@ -66,7 +94,7 @@ NewFile::~NewFile()
     }
 }
 
-void NewFile::Publish()
+void NewFile::Publish(bool overwrite)
 {
     if (std::fflush(m_stream.get()) != 0)
     {
@@ -75,13 +103,14 @@ void NewFile::Publish()
     if (m_partial.empty())
     {
         const int descriptor = fileno(m_stream.get());
-        if (!Link(descriptor, m_path) && (errno != EEXIST || unlink(m_path.c_str()) != 0 || !Link(descriptor, m_path)))
+        if (!Link(descriptor, m_path) &&
+            (errno != EEXIST || !overwrite || unlink(m_path.c_str()) != 0 || !Link(descriptor, m_path)))
         {
             Fail(m_path);
         }
         return;
     }
-    if (std::fclose(m_stream.release()) != 0 || rename(m_partial.c_str(), m_path.c_str()) != 0)
+    if (std::fclose(m_stream.release()) != 0 || !Rename(m_partial, m_path, overwrite))
     {
         Fail(m_path);
     }

@@ -22,8 +22,9 @@ class NewFile
 
     std::FILE* Stream() const { return m_stream.get(); }
 
-    /// Gives the file its name, in place of a file or link of that name. Call it once, when everything is written.
-    void Publish();
+    /// Gives the file its name. What has that name already is replaced if `overwrite`; else it stays, and the failure
+    /// is EEXIST. Call it once, when everything is written.
+    void Publish(bool overwrite);
 
   private:
     std::filesystem::path m_path;

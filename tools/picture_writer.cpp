@@ -1,18 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-// Frames as PNG files.
+// Frames as files in a folder, or as a row of bytes into a pipe.
 #include "picture_writer.h"
 
-#include "exit_codes.h"
+#include "name_pattern.h"
 #include "new_file.h"
+#include "picture_files.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <csetjmp>
 #include <cstdio>
 #include <fmt/format.h>
-#include <png.h>
 #include <system_error>
-#include <vector>
+#include <utility>
 
 namespace nq::tool
 {
@@ -20,114 +19,153 @@ namespace nq::tool
 namespace
 {
 
-/// How a PFNC pixel format becomes PNG samples. `shift` moves the significant bits of a 16-bit sample to the top.
-struct PngForm
-{
-    int colourType;
-    int bitDepth;
-    unsigned shift;
-    size_t bytesPerPixel;
-};
+constexpr size_t kWriters = 4;
+constexpr size_t kQueuedBytes = 256U << 20;
+constexpr size_t kMostQueued = 256;
 
-PngForm FormOf(uint64_t pixelFormat)
+[[noreturn]] void Fail(const std::string& what)
 {
-    switch (pixelFormat)
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+bool WriteRaw(std::FILE* file, const Picture& picture)
+{
+    return std::fwrite(picture.bytes.data(), 1, picture.bytes.size(), file) == picture.bytes.size();
+}
+
+bool Encode(std::FILE* file, const Picture& picture, const PictureOptions& options)
+{
+    switch (options.format)
     {
-    case 0x01080001: // Mono8
-    case 0x01080009: // BayerRG8: the raw mosaic
-        return {PNG_COLOR_TYPE_GRAY, 8, 0, 1};
-    case 0x01100003: // Mono10
-        return {PNG_COLOR_TYPE_GRAY, 16, 6, 2};
-    case 0x01100005: // Mono12
-        return {PNG_COLOR_TYPE_GRAY, 16, 4, 2};
-    case 0x01100007: // Mono16
-        return {PNG_COLOR_TYPE_GRAY, 16, 0, 2};
-    case 0x02180014: // RGB8
-        return {PNG_COLOR_TYPE_RGB, 8, 0, 3};
+    case PictureFormat::Png:
+        return WritePng(file, SamplesOf(picture, options.debayer));
+    case PictureFormat::Tiff:
+        return WriteTiff(file, SamplesOf(picture, options.debayer));
     default:
-        throw ToolFailure(ExitCode::Failure,
-                          fmt::format("pixel format 0x{:08x} cannot be written as PNG", pixelFormat));
+        return WriteRaw(file, picture);
     }
-}
-
-/// Row `y` of the picture in PNG order: zeros where the frame was short, 16-bit samples big-endian.
-void FillRow(std::vector<uint8_t>& row, const Frame& frame, const PngForm& form, size_t y)
-{
-    const size_t begin = std::min(frame.size, y * row.size());
-    const size_t present = std::min(row.size(), frame.size - begin);
-    std::fill(std::copy_n(frame.data + begin, present, row.begin()), row.end(), uint8_t{0});
-    if (form.bitDepth == 16)
-    {
-        for (size_t at = 0; at + 1 < row.size(); at += 2)
-        {
-            const unsigned sample = (row[at] | static_cast<unsigned>(row[at + 1]) << 8) << form.shift;
-            row[at] = static_cast<uint8_t>(sample >> 8);
-            row[at + 1] = static_cast<uint8_t>(sample);
-        }
-    }
-}
-
-bool Encode(std::FILE* file, const Frame& frame, const PngForm& form, std::vector<uint8_t>& row)
-{
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png != nullptr ? png_create_info_struct(png) : nullptr;
-    if (info == nullptr)
-    {
-        png_destroy_write_struct(&png, nullptr);
-        return false;
-    }
-    if (setjmp(png_jmpbuf(png)) != 0)
-    {
-        png_destroy_write_struct(&png, &info);
-        return false;
-    }
-    png_init_io(png, file);
-    png_set_compression_level(png, 1);
-    png_set_IHDR(png, info, static_cast<png_uint_32>(frame.width), static_cast<png_uint_32>(frame.height),
-                 form.bitDepth, form.colourType, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-                 PNG_FILTER_TYPE_DEFAULT);
-    png_write_info(png, info);
-    for (size_t y = 0; y < frame.height; ++y)
-    {
-        FillRow(row, frame, form, y);
-        png_write_row(png, row.data());
-    }
-    png_write_end(png, info);
-    png_destroy_write_struct(&png, &info);
-    return true;
 }
 
 } // namespace
 
-PictureWriter::PictureWriter(const std::string& folder) : m_folder(folder)
+const char* ExtensionOf(PictureFormat format)
+{
+    return format == PictureFormat::Png ? "png" : format == PictureFormat::Tiff ? "tiff" : "raw";
+}
+
+PictureWriter::PictureWriter(PictureOptions options) : m_options(std::move(options))
 {
     std::error_code failure;
-    std::filesystem::create_directories(m_folder, failure);
+    if (m_options.out != "-")
+    {
+        std::filesystem::create_directories(m_options.out, failure);
+    }
     if (failure)
     {
-        throw ToolFailure(ExitCode::Failure, fmt::format("cannot make the folder {}: {}", folder, failure.message()));
+        throw ToolFailure(ExitCode::Failure,
+                          fmt::format("cannot make the folder {}: {}", m_options.out, failure.message()));
     }
 }
 
-void PictureWriter::Write(const Frame& frame)
+PictureWriter::~PictureWriter() = default;
+
+void PictureWriter::Write(const Frame& frame, std::chrono::system_clock::time_point arrival)
 {
-    const PngForm form = FormOf(frame.pixelFormat);
-    std::vector<uint8_t> row(frame.width * form.bytesPerPixel);
-    const std::filesystem::path path = m_folder / fmt::format("frame-{:08}.png", frame.frameId);
+    ThrowFailure();
+    auto picture = std::make_shared<Picture>(CopyOf(frame, arrival, SpareMemory()));
+    if (!m_queue)
+    {
+        // A pipe keeps the order of the frames.
+        const size_t bound = kQueuedBytes / std::max<size_t>(picture->bytes.size(), 1);
+        m_queue =
+            std::make_unique<WorkQueue>(m_options.out == "-" ? 1 : kWriters, std::clamp(bound, kWriters, kMostQueued));
+    }
+    m_queue->Add([this, picture] { Work(*picture); });
+}
+
+void PictureWriter::Finish()
+{
+    if (m_queue)
+    {
+        m_queue->Finish();
+    }
+    ThrowFailure();
+}
+
+void PictureWriter::ThrowFailure()
+{
+    const std::lock_guard lock(m_mutex);
+    if (m_failure)
+    {
+        throw ToolFailure(*m_failure);
+    }
+}
+
+std::vector<uint8_t> PictureWriter::SpareMemory()
+{
+    const std::lock_guard lock(m_mutex);
+    if (m_spare.empty())
+    {
+        return {};
+    }
+    std::vector<uint8_t> memory = std::move(m_spare.back());
+    m_spare.pop_back();
+    return memory;
+}
+
+void PictureWriter::Work(Picture& picture)
+{
+    std::optional<ToolFailure> failure;
     try
     {
-        NewFile file(path);
-        if (!Encode(file.Stream(), frame, form, row))
+        WriteFile(picture);
+        ++m_written;
+    }
+    catch (const ToolFailure& unfit)
+    {
+        failure = unfit;
+    }
+    catch (const std::exception& refused)
+    {
+        failure.emplace(ExitCode::Failure, fmt::format("cannot write {}", refused.what()));
+    }
+    const std::lock_guard lock(m_mutex);
+    m_failure = m_failure ? m_failure : failure;
+    m_spare.push_back(std::move(picture.bytes));
+}
+
+void PictureWriter::WriteFile(const Picture& picture) const
+{
+    if (m_options.out == "-")
+    {
+        if (!Encode(stdout, picture, m_options) || std::fflush(stdout) != 0)
         {
-            throw std::system_error(errno, std::generic_category(), path.string());
+            Fail("the output");
         }
-        file.Publish();
+        return;
+    }
+    const std::string name = NameBy(m_options.name, {m_options.camera, picture.frameId, picture.arrival});
+    const std::filesystem::path path =
+        std::filesystem::path(m_options.out) / (name + "." + ExtensionOf(m_options.format));
+    NewFile file(path);
+    if (!Encode(file.Stream(), picture, m_options))
+    {
+        Fail(path.string());
+    }
+    try
+    {
+        file.Publish(m_options.overwrite);
     }
     catch (const std::system_error& failure)
     {
-        throw ToolFailure(ExitCode::Failure, fmt::format("cannot write {}", failure.what()));
+        if (failure.code() == std::errc::file_exists && !m_options.overwrite)
+        {
+            throw ToolFailure(
+                ExitCode::Failure,
+                fmt::format("{} is there already; --overwrite replaces it, --name gives other names", path.string()));
+        }
+        throw;
     }
-    ++m_written;
 }
 
 } // namespace nq::tool

@@ -1,31 +1,76 @@
 // SPDX-License-Identifier: Apache-2.0
-// Frames as PNG files.
+// Frames as files in a folder, or as a row of bytes into a pipe.
 #pragma once
 
-#include "frame.h"
+#include "exit_codes.h"
+#include "picture.h"
+#include "work_queue.h"
 
+#include <atomic>
 #include <filesystem>
+#include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace nq::tool
 {
 
-/// Writes frames into one folder. A file appears under its name only when it is whole.
+enum class PictureFormat
+{
+    Png,
+    Tiff,
+    Raw, ///< the bytes as the camera sent them
+};
+
+/// What becomes of the frames that are to be kept.
+struct PictureOptions
+{
+    std::string out; ///< a folder, or "-" for standard output; empty for nothing
+    PictureFormat format = PictureFormat::Png;
+    std::string name = "frame-{id}";
+    std::string camera; ///< for {camera}
+    bool debayer = false;
+    bool overwrite = false;
+};
+
+/// Copies frames and writes them by threads of its own, so that no frame waits for a file. A file appears under its
+/// name only when it is whole. Used from one thread.
 class PictureWriter
 {
   public:
     /// Makes the folder. Throws ToolFailure when that is impossible.
-    explicit PictureWriter(const std::string& folder);
+    explicit PictureWriter(PictureOptions options);
+    ~PictureWriter();
 
-    /// Writes the frame as frame-NUMBER.png. Throws ToolFailure when the disk refuses or the pixel format has no PNG
-    /// form.
-    void Write(const Frame& frame);
+    /// Copies the frame and has it written. Waits only while the queue of frames is full. Throws what failed of an
+    /// earlier one as ToolFailure: the disk refused, the file is there already, the pixel format has no such form.
+    void Write(const Frame& frame, std::chrono::system_clock::time_point arrival);
+
+    /// Waits until everything is written; throws as Write does.
+    void Finish();
 
     size_t Written() const { return m_written; }
 
+    /// How often a frame had to wait because the queue was full.
+    uint64_t Waits() const { return m_queue ? m_queue->Waits() : 0; }
+
   private:
-    std::filesystem::path m_folder;
-    size_t m_written = 0;
+    void Work(Picture& picture);
+    void WriteFile(const Picture& picture) const;
+    void ThrowFailure();
+    std::vector<uint8_t> SpareMemory();
+
+    const PictureOptions m_options;
+    std::atomic<size_t> m_written{0};
+    std::mutex m_mutex; ///< guards what follows
+    std::optional<ToolFailure> m_failure;
+    std::vector<std::vector<uint8_t>> m_spare; ///< memory of written pictures, to be used again
+    std::unique_ptr<WorkQueue> m_queue;        ///< last, so that it ends first
 };
+
+/// The extension of the files of a format, without the dot.
+const char* ExtensionOf(PictureFormat format);
 
 } // namespace nq::tool

@@ -4,12 +4,15 @@
 #include "grab_options.h"
 #include "grab_session.h"
 #include "grabber.h"
+#include "name_pattern.h"
+#include "picture_files.h"
 #include "printable.h"
 #include "stop_signals.h"
 #include "verbs.h"
 #include "whole_number.h"
 
 #include <fmt/format.h>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
@@ -20,9 +23,11 @@ namespace nq::tool
 namespace
 {
 
+/// To standard output, or standard error when pictures go there.
 void PrintSummary(const CommonOptions& common, const GrabOptions& options, const FoundCamera& used,
                   const GrabTotals& totals)
 {
+    std::FILE* const file = options.pictures.out == "-" ? stderr : stdout;
     const char* origin = options.announce ? "consumer-announced" : "library-allocated";
     if (common.json)
     {
@@ -35,37 +40,40 @@ void PrintSummary(const CommonOptions& common, const GrabOptions& options, const
         {
             summary["wrong_bytes"] = totals.wrongBytes;
         }
-        fmt::print("{}\n", summary.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace));
+        fmt::print(file, "{}\n", summary.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace));
         return;
     }
     if (isatty(STDERR_FILENO) != 0)
     {
         fmt::print(stderr, "\r");
     }
-    fmt::print("camera     {}\nproducer   {}\n", Printable(used.camera.id), Printable(used.producer));
-    fmt::print("buffers    {} {}\n", options.buffers, origin);
-    fmt::print("{}", totals.Text());
+    fmt::print(file, "camera     {}\nproducer   {}\n", Printable(used.camera.id), Printable(used.producer));
+    fmt::print(file, "buffers    {} {}\n{}", options.buffers, origin, totals.Text());
     if (options.verify)
     {
-        fmt::print("wrong      {} bytes\n", totals.wrongBytes);
+        fmt::print(file, "wrong      {} bytes\n", totals.wrongBytes);
     }
 }
 
-ExitCode Grab(const CommonOptions& common, const GrabOptions& options)
+ExitCode Grab(const CommonOptions& common, GrabOptions options)
 {
     const FoundCamera used = ChooseCamera(common, options.camera);
     GenTLLibrary library(used.producer);
     const System system(library);
+    options.pictures.camera = !used.camera.userName.empty() ? used.camera.userName
+                              : !used.camera.serial.empty() ? used.camera.serial
+                                                            : used.camera.id;
     CatchStopSignals(); // from here on a camera is held, which has to be given back
-    GrabSession session(system, used.camera, options.announce ? BufferOrigin::Consumer : BufferOrigin::Library,
-                        options.buffers);
-    Grabber grabber(session, options);
+    auto session = std::make_unique<GrabSession>(
+        system, used.camera, options.announce ? BufferOrigin::Consumer : BufferOrigin::Library, options.buffers);
+    Grabber grabber(*session, options);
     if (!StopAsked())
     {
-        session.Start();
+        session->Start();
     }
     grabber.Run();
-    session.Stop();
+    session.reset(); // the camera is free before the last pictures are written
+    grabber.Finish();
     PrintSummary(common, options, used, grabber.Totals());
     const std::optional<ToolFailure> failure = grabber.Failure();
     if (failure && StopAsked() && failure->Code() == ExitCode::WrongPicture)
@@ -79,6 +87,37 @@ ExitCode Grab(const CommonOptions& common, const GrabOptions& options)
     return StopAsked() ? StopCode() : ExitCode::Success;
 }
 
+void AddPictureOptions(CLI::App& verb, PictureOptions& options)
+{
+    std::map<std::string, PictureFormat> formats = {{"png", PictureFormat::Png}, {"raw", PictureFormat::Raw}};
+    if (kWithTiff)
+    {
+        formats.emplace("tiff", PictureFormat::Tiff);
+    }
+    verb.add_option("--out", options.out, "Folder for the pictures; with --format raw also - for standard output");
+    verb.add_option("--format", options.format,
+                    "How pictures are written: png, tiff, or raw (as the camera sends them)")
+        ->transform(CLI::CheckedTransformer(formats).description(kWithTiff ? "png, tiff or raw" : "png or raw"))
+        ->default_str("png");
+    verb.add_option("--name", options.name, "Names of the files: {camera}, {id} and {time} are filled in")
+        ->check([](const std::string& pattern) { return WhyNoPattern(pattern); })
+        ->capture_default_str();
+    verb.add_flag("--overwrite", options.overwrite, "Replace files that are there already");
+    verb.add_flag("--debayer", options.debayer, "Write the mosaic of a Bayer format as colours");
+}
+
+void CheckPictureOptions(const GrabOptions& options)
+{
+    if (options.pictures.out == "-" && options.pictures.format != PictureFormat::Raw)
+    {
+        throw CLI::ValidationError("--out -", "takes --format raw");
+    }
+    if (options.pictures.debayer && options.pictures.format == PictureFormat::Raw)
+    {
+        throw CLI::ValidationError("--debayer", "is for --format png and tiff: raw is what the camera sends");
+    }
+}
+
 } // namespace
 
 void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
@@ -89,7 +128,6 @@ void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
     verb->add_option("--count", options->count, "Number of frames")->check(WholeNumber(1, most))->capture_default_str();
     verb->add_option("--camera", options->camera,
                      "Id, serial number, user-defined name, MAC or IP address (default: the only one)");
-    verb->add_option("--out", options->out, "Folder for the pictures, as PNG files");
     verb->add_option("--save-every", options->saveEvery, "Write only every Nth frame")
         ->check(WholeNumber(1, most))
         ->capture_default_str();
@@ -105,7 +143,11 @@ void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
     verb->add_option("--frame-timeout", options->frameTimeoutMs, "How long to wait for one frame, in milliseconds")
         ->check(WholeNumber(1, mostMs, "milliseconds"))
         ->capture_default_str();
-    verb->callback([&, options] { chosen = [&common, options] { return Grab(common, *options); }; });
+    AddPictureOptions(*verb, options->pictures);
+    verb->callback([&, options] {
+        CheckPictureOptions(*options);
+        chosen = [&common, options] { return Grab(common, *options); };
+    });
 }
 
 } // namespace nq::tool

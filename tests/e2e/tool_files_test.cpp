@@ -24,7 +24,8 @@ using testing::HasSubstr;
 
 std::vector<std::string> Grab(const std::string& folder, const std::string& count)
 {
-    return {NQ_TOOL_PATH, "--producer", NQ_FAKE_PRODUCER_PATH, "grab", "--count", count, "--out", folder};
+    return {NQ_TOOL_PATH, "--producer", NQ_FAKE_PRODUCER_PATH, "grab", "--overwrite", "--count", count,
+            "--out",      folder};
 }
 
 /// What this thread starts from now on finds no file system with files that have no name.

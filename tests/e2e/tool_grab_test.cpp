@@ -95,15 +95,14 @@ class GrabSignal : public testing::TestWithParam<int>
 
 TEST_P(GrabSignal, EndsItCleanlyWithItsExitCodeAndASecondOneAtOnce)
 {
-    const TemporaryFolder folder;
     // The stop takes longer than anybody here waits; or it is quick.
     for (const char* stop : {"", "DSStopAcquisition.sleep=100000"})
     {
+        const TemporaryFolder folder;
         ChildProcess grab({NQ_TOOL_PATH, "--producer", NQ_FAKE_PRODUCER_PATH, "--json", "grab", "--count", "100000000",
                            "--out", folder.Path()},
                           {std::string("NQ_FAKE_PRODUCER=EventGetData.sleep=1\n") + stop});
-        const size_t before = folder.Files().size();
-        while (folder.Files().size() == before)
+        while (folder.Files().empty())
         {
             ASSERT_EQ(grab.WaitForExit(1ms), -1) << grab.Output();
         }

@@ -7,12 +7,17 @@
 // number of the answer's type), text, signal (the number of one that the call raises), and sleep (milliseconds that the
 // call takes). A size need not fit what is copied; nothing is ever written past the caller's space. A fuzzer chooses by
 // NQFakeProducerFuzz().
+//
+// NQ_FAKE_PRODUCER_PICTURE names a file: its bytes are the frames then.
 #include "GenTL/GenTL.h"
 #include "support/fake_producer/answers.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <vector>
 
@@ -155,7 +160,7 @@ Answer TruthOfBuffer(const Buffer& buffer, BUFFER_INFO_CMD command)
     case BUFFER_INFO_FRAMEID:
         return Value(INFO_DATATYPE_UINT64, buffer.frame);
     case BUFFER_INFO_IS_INCOMPLETE:
-        return Value(INFO_DATATYPE_BOOL8, buffer.filled < width * height ? 1 : 0);
+        return Value(INFO_DATATYPE_BOOL8, buffer.filled < std::min(buffer.size, width * height) ? 1 : 0);
     default:
         return Refused(GC_ERR_NOT_IMPLEMENTED);
     }
@@ -178,10 +183,23 @@ std::size_t IndexOf(BUFFER_HANDLE handle)
     return std::min(reinterpret_cast<std::uintptr_t>(handle) - 1, g_stream.buffers.size());
 }
 
-/// The ramp, as far as the buffer has room.
+std::string ReadPicture()
+{
+    const char* path = std::getenv("NQ_FAKE_PRODUCER_PICTURE");
+    std::ifstream file(path == nullptr ? "" : path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// The ramp or the chosen picture, as far as the buffer has room.
 void Fill(Buffer& buffer)
 {
+    static const std::string picture = ReadPicture();
     buffer.frame = ++g_stream.frames;
+    if (!picture.empty())
+    {
+        buffer.filled = picture.copy(reinterpret_cast<char*>(buffer.data), buffer.size);
+        return;
+    }
     buffer.filled = std::min(buffer.size, width * height);
     for (std::size_t at = 0; at < buffer.filled; ++at)
     {

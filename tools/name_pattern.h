@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+// Names of pictures by a pattern with {camera}, {id} and {time}.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace nq::tool
+{
+
+/// What a name can tell.
+struct NameFields
+{
+    std::string camera;
+    uint64_t id = 0;
+    std::chrono::system_clock::time_point time;
+};
+
+/// Why no names can be made by the pattern, in words for the user; empty when they can.
+std::string WhyNoPattern(const std::string& pattern);
+
+/// The name without an extension: {camera} with "_" for what is no letter, digit, "-", "_" or inner dot, {id} with
+/// eight digits or more, {time} in UTC to the microsecond, as 20260131T235959.123456Z.
+std::string NameBy(const std::string& pattern, const NameFields& fields);
+
+} // namespace nq::tool

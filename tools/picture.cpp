@@ -1,0 +1,185 @@
+// SPDX-License-Identifier: Apache-2.0
+// A copied frame, and what viewers want of it: samples of 8 or 16 bits in rows.
+#include "picture.h"
+
+#include "exit_codes.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fmt/format.h>
+#include <utility>
+
+namespace nq::tool
+{
+
+namespace
+{
+
+/// Which colour lies in the upper left corner of a Bayer mosaic: its column and row of red.
+struct Mosaic
+{
+    size_t redX;
+    size_t redY;
+};
+
+constexpr Mosaic rg{0, 0};
+constexpr Mosaic gr{1, 0};
+constexpr Mosaic gb{0, 1};
+constexpr Mosaic bg{1, 1};
+
+/// How PFNC lays out one pixel format.
+struct Layout
+{
+    uint64_t pixelFormat;
+    size_t bits;         ///< of one sample
+    bool packed = false; ///< samples follow each other bit by bit, the lowest first
+    size_t channels = 1;
+    bool blueFirst = false;
+    const Mosaic* mosaic = nullptr;
+};
+
+constexpr Layout layouts[] = {
+    {0x01080001, 8},
+    {0x01100003, 10},
+    {0x01100005, 12},
+    {0x01100025, 14},
+    {0x01100007, 16},
+    {0x010A0046, 10, true},
+    {0x010C0047, 12, true},
+    {0x02180014, 8, false, 3},
+    {0x02180015, 8, false, 3, true},
+    {0x02300018, 10, false, 3},
+    {0x0230001A, 12, false, 3},
+    {0x02300033, 16, false, 3},
+    {0x01080008, 8, false, 1, false, &gr},
+    {0x01080009, 8, false, 1, false, &rg},
+    {0x0108000A, 8, false, 1, false, &gb},
+    {0x0108000B, 8, false, 1, false, &bg},
+    {0x0110000C, 10, false, 1, false, &gr},
+    {0x0110000D, 10, false, 1, false, &rg},
+    {0x0110000E, 10, false, 1, false, &gb},
+    {0x0110000F, 10, false, 1, false, &bg},
+    {0x01100010, 12, false, 1, false, &gr},
+    {0x01100011, 12, false, 1, false, &rg},
+    {0x01100012, 12, false, 1, false, &gb},
+    {0x01100013, 12, false, 1, false, &bg},
+    {0x0110002E, 16, false, 1, false, &gr},
+    {0x0110002F, 16, false, 1, false, &rg},
+    {0x01100030, 16, false, 1, false, &gb},
+    {0x01100031, 16, false, 1, false, &bg},
+    {0x010A0052, 10, true, 1, false, &bg},
+    {0x010C0053, 12, true, 1, false, &bg},
+    {0x010A0054, 10, true, 1, false, &gb},
+    {0x010C0055, 12, true, 1, false, &gb},
+    {0x010A0056, 10, true, 1, false, &gr},
+    {0x010C0057, 12, true, 1, false, &gr},
+    {0x010A0058, 10, true, 1, false, &rg},
+    {0x010C0059, 12, true, 1, false, &rg},
+};
+
+const Layout& LayoutOf(uint64_t pixelFormat)
+{
+    const auto* const found = std::find_if(std::begin(layouts), std::end(layouts),
+                                           [&](const Layout& layout) { return layout.pixelFormat == pixelFormat; });
+    if (found == std::end(layouts))
+    {
+        throw ToolFailure(
+            ExitCode::Failure,
+            fmt::format("pixel format 0x{:08x} has no form as a picture; --format raw writes any", pixelFormat));
+    }
+    return *found;
+}
+
+/// Sample `index` of a format with more than 8 bits, moved to the top of 16.
+uint16_t WideSample(const std::vector<uint8_t>& bytes, const Layout& layout, size_t index)
+{
+    const size_t first = layout.packed ? index * layout.bits : index * 16;
+    const auto byte = [&](size_t at) { return at < bytes.size() ? static_cast<unsigned>(bytes[at]) : 0U; };
+    const unsigned word = byte(first / 8) | byte(first / 8 + 1) << 8;
+    return static_cast<uint16_t>(word >> first % 8 << (16 - layout.bits));
+}
+
+/// The mean of the pixels of each colour in the three by three around (x, y); of its own colour the pixel alone.
+template <class Sample>
+void Debayer(const Sample* from, Sample* to, size_t width, size_t height, const Mosaic& mosaic)
+{
+    const auto colour = [&](size_t x, size_t y) { return ((x + mosaic.redX) & 1) + ((y + mosaic.redY) & 1); };
+    for (size_t y = 0; y < height; ++y)
+    {
+        for (size_t x = 0; x < width; ++x)
+        {
+            uint32_t sum[3] = {};
+            uint32_t count[3] = {};
+            for (size_t row = y - std::min<size_t>(y, 1); row < std::min(y + 2, height); ++row)
+            {
+                for (size_t column = x - std::min<size_t>(x, 1); column < std::min(x + 2, width); ++column)
+                {
+                    sum[colour(column, row)] += from[row * width + column];
+                    ++count[colour(column, row)];
+                }
+            }
+            const size_t own = colour(x, y);
+            sum[own] = from[y * width + x];
+            count[own] = 1;
+            for (size_t channel = 0; channel < 3; ++channel)
+            {
+                *to++ = static_cast<Sample>(count[channel] == 0 ? 0 : sum[channel] / count[channel]);
+            }
+        }
+    }
+}
+
+Samples Debayered(const Samples& grey, const Mosaic& mosaic)
+{
+    Samples colour = grey;
+    colour.channels = 3;
+    colour.bytes.resize(grey.bytes.size() * 3);
+    if (grey.bits == 8)
+    {
+        Debayer(grey.bytes.data(), colour.bytes.data(), grey.width, grey.height, mosaic);
+    }
+    else
+    {
+        Debayer(reinterpret_cast<const uint16_t*>(grey.bytes.data()), reinterpret_cast<uint16_t*>(colour.bytes.data()),
+                grey.width, grey.height, mosaic);
+    }
+    return colour;
+}
+
+} // namespace
+
+Picture CopyOf(const Frame& frame, std::chrono::system_clock::time_point arrival, std::vector<uint8_t> memory)
+{
+    const size_t bits = BitsPerPixel(frame.pixelFormat);
+    const size_t size = bits == 0 ? frame.size : (frame.width * frame.height * bits + 7) / 8;
+    memory.assign(frame.data, frame.data + std::min(size, frame.size));
+    memory.resize(size);
+    return {frame.width, frame.height, frame.pixelFormat, frame.frameId, arrival, std::move(memory)};
+}
+
+Samples SamplesOf(const Picture& picture, bool debayer)
+{
+    const Layout& layout = LayoutOf(picture.pixelFormat);
+    Samples samples{picture.width, picture.height, layout.channels, layout.bits == 8 ? 8U : 16U, layout.bits, {}};
+    const size_t count = picture.width * picture.height * layout.channels;
+    if (layout.bits == 8)
+    {
+        samples.bytes = picture.bytes;
+    }
+    else
+    {
+        samples.bytes.resize(count * 2);
+        for (size_t index = 0; index < count; ++index)
+        {
+            const uint16_t sample = WideSample(picture.bytes, layout, index);
+            std::memcpy(&samples.bytes[index * 2], &sample, sizeof sample);
+        }
+    }
+    for (size_t at = 0; layout.blueFirst && at < samples.bytes.size(); at += 3)
+    {
+        std::swap(samples.bytes[at], samples.bytes[at + 2]);
+    }
+    return debayer && layout.mosaic != nullptr ? Debayered(samples, *layout.mosaic) : samples;
+}
+
+} // namespace nq::tool
