@@ -48,6 +48,11 @@ int NQGevPortRefused(const char* operation)
     return NQFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s failed! GC_ERR_INVALID_PARAMETER", operation);
 }
 
+int NQGevWriteRefused(const NQGevRegisterMap& map, unsigned long address)
+{
+    return map.Find(address) != nullptr ? GenTL::GC_ERR_ACCESS_DENIED : GenTL::GC_ERR_INVALID_ADDRESS;
+}
+
 int NQGevPortReader::Number(unsigned int value) const
 {
     int type = 0;

@@ -5,6 +5,7 @@
 
 #include "gentl/nq_gentl_port_info.h"
 #include "gentl/nq_gentl_xml_info.h"
+#include "gev/nq_gev_register_map.h"
 
 #include <cstddef>
 #include <string>
@@ -21,6 +22,10 @@ std::vector<std::string> NQGevUrlList(const GigERDMA::_NQ_GENTL_XML_INFO& info);
 
 /// Traces the refusal of a port access without a buffer or a size; its code, GC_ERR_INVALID_PARAMETER.
 int NQGevPortRefused(const char* operation);
+
+/// The result of a write to an address of which no register takes one: GC_ERR_ACCESS_DENIED where the map has a row,
+/// else GC_ERR_INVALID_ADDRESS.
+int NQGevWriteRefused(const NQGevRegisterMap& map, unsigned long address);
 
 /// The caller's buffer in the read of one register. Every operation gives the result of the read; a value that does not
 /// fit is GC_ERR_BUFFER_TOO_SMALL, with the size it needs in `*size`.

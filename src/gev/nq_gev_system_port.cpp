@@ -4,6 +4,7 @@
 #include "gev/nq_gev_common.h"
 #include "gev/nq_gev_port.h"
 #include "gev/nq_gev_system.h"
+#include "gev/nq_gev_system_registers.h"
 #include "gev/nq_gev_updating_flag.h"
 #include "gev/nq_gev_util.h"
 
@@ -11,22 +12,6 @@ using namespace GigERDMA;
 
 namespace
 {
-
-constexpr unsigned long kTLVendorName = 0x50000;
-constexpr unsigned long kTLModelName = 0x50100;
-constexpr unsigned long kTLID = 0x50200;
-constexpr unsigned long kTLVersion = 0x50300;
-constexpr unsigned long kTLPath = 0x50400;
-constexpr unsigned long kGenTLVersionMajor = 0x50504;
-constexpr unsigned long kGenTLVersionMinor = 0x50508;
-constexpr unsigned long kInterfaceUpdateList = 0x5050C;
-constexpr unsigned long kInterfaceSelector = 0x50510;
-constexpr unsigned long kInterfaceID = 0x50514;
-constexpr unsigned long kNrInterfaces = 0x50614;
-constexpr unsigned long kMACAddress = 0x50618;
-constexpr unsigned long kDefaultIPAddress = 0x50620;
-constexpr unsigned long kDefaultSubnetMask = 0x50624;
-constexpr unsigned long kDefaultGateway = 0x50628;
 
 constexpr unsigned long kPortScanTimeout = 5000; // milliseconds
 
@@ -70,19 +55,19 @@ int NQGevSystem::ReadPort(unsigned long address, void* buffer, unsigned long* si
     {
     case kXmlAddress:
         return reader.Description(GetXMLInfo());
-    case kTLVendorName:
+    case kSystemRegisters.At("TLVendorName_Reg"):
         return GetInfo(GenTL::TL_INFO_VENDOR, &type, buffer, size);
-    case kTLModelName:
+    case kSystemRegisters.At("TLModelName_Reg"):
         return GetInfo(GenTL::TL_INFO_MODEL, &type, buffer, size);
-    case kTLID:
+    case kSystemRegisters.At("TLID_Reg"):
         return GetInfo(GenTL::TL_INFO_ID, &type, buffer, size);
-    case kTLVersion:
+    case kSystemRegisters.At("TLVersion_Reg"):
         return GetInfo(GenTL::TL_INFO_VERSION, &type, buffer, size);
-    case kTLPath:
+    case kSystemRegisters.At("TLPath_Reg"):
         return GetInfo(GenTL::TL_INFO_PATHNAME, &type, buffer, size);
-    case kGenTLVersionMajor:
+    case kSystemRegisters.At("GenTLVersionMajor_Reg"):
         return GetInfo(GenTL::TL_INFO_GENTL_VER_MAJOR, &type, buffer, size);
-    case kGenTLVersionMinor:
+    case kSystemRegisters.At("GenTLVersionMinor_Reg"):
         return GetInfo(GenTL::TL_INFO_GENTL_VER_MINOR, &type, buffer, size);
     default:
         return _readListRegister(address, reader);
@@ -94,11 +79,11 @@ int NQGevSystem::_readListRegister(unsigned long address, const NQGevPortReader&
     const NQGenTLLock lock(m_moduleLock);
     switch (address)
     {
-    case kInterfaceUpdateList:
+    case kSystemRegisters.At("InterfaceUpdateList_Reg"):
         return reader.Number(m_updating ? 1 : 0);
-    case kInterfaceSelector:
+    case kSystemRegisters.At("InterfaceSelector_Reg"):
         return reader.Number(m_interfaceSelector);
-    case kNrInterfaces:
+    case kSystemRegisters.At("NrInterfaces_Reg"):
         return reader.Number(static_cast<unsigned int>(m_interfaceList.size()));
     default:
         return _readSelectedInterface(address, reader);
@@ -112,15 +97,15 @@ int NQGevSystem::_readSelectedInterface(unsigned long address, const NQGevPortRe
     const _NQ_GEV_INTERFACE_INFO selected = listed ? m_interfaceList[m_interfaceSelector] : _NQ_GEV_INTERFACE_INFO{};
     switch (address)
     {
-    case kInterfaceID:
+    case kSystemRegisters.At("InterfaceID_Reg"):
         return reader.Text(selected.id);
-    case kMACAddress:
+    case kSystemRegisters.At("GevInterfaceMACAddress_Reg"):
         return reader.LongNumber(NQGevUtil::MacAddressToUint64(selected.macAddress));
-    case kDefaultIPAddress:
+    case kSystemRegisters.At("GevInterfaceDefaultIPAddress_Reg"):
         return reader.Number(NQGevUtil::IPAddressToUint32(selected.ipAddress));
     // Deliberate: the gateway reads the mask, since no gateway is known.
-    case kDefaultSubnetMask:
-    case kDefaultGateway:
+    case kSystemRegisters.At("GevInterfaceDefaultSubnetMask_Reg"):
+    case kSystemRegisters.At("GevInterfaceDefaultGateway_Reg"):
         return reader.Number(NQGevUtil::IPAddressToUint32(selected.subnetMask));
     default:
         return GenTL::GC_ERR_INVALID_ADDRESS;
@@ -135,55 +120,24 @@ int NQGevSystem::WritePort(unsigned long address, const void* buffer, unsigned l
     }
     switch (address)
     {
-    case kInterfaceUpdateList: {
+    case kSystemRegisters.At("InterfaceUpdateList_Reg"): {
         const NQGevUpdatingFlag updating(m_moduleLock, m_updating);
         UpdateInterfaceList(nullptr, kPortScanTimeout);
         return GenTL::GC_ERR_SUCCESS;
     }
-    case kInterfaceSelector: {
+    case kSystemRegisters.At("InterfaceSelector_Reg"): {
         const NQGenTLLock lock(m_moduleLock);
         m_interfaceSelector = NQGevRegisterValue(buffer, *size);
         return GenTL::GC_ERR_SUCCESS;
     }
-    case kXmlAddress:
-    case kTLVendorName:
-    case kTLModelName:
-    case kTLID:
-    case kTLVersion:
-    case kTLPath:
-    case kGenTLVersionMajor:
-    case kGenTLVersionMinor:
-    case kInterfaceID:
-    case kNrInterfaces:
-    case kMACAddress:
-    case kDefaultIPAddress:
-    case kDefaultSubnetMask:
-    case kDefaultGateway:
-        return GenTL::GC_ERR_ACCESS_DENIED;
     default:
-        return GenTL::GC_ERR_INVALID_ADDRESS;
+        return NQGevWriteRefused(kSystemRegisters, address);
     }
 }
 
 // Deliberate: the four address registers are missing, and nothing here asks: reads and writes match for themselves.
 bool NQGevSystem::_isAddressValid(unsigned long address)
 {
-    switch (address)
-    {
-    case kXmlAddress:
-    case kTLVendorName:
-    case kTLModelName:
-    case kTLID:
-    case kTLVersion:
-    case kTLPath:
-    case kGenTLVersionMajor:
-    case kGenTLVersionMinor:
-    case kInterfaceUpdateList:
-    case kInterfaceSelector:
-    case kInterfaceID:
-    case kNrInterfaces:
-        return true;
-    default:
-        return false;
-    }
+    const NQGevRegister* const row = kSystemRegisters.Find(address);
+    return row != nullptr && row->kind != NQGevRowKind::NotListed;
 }
