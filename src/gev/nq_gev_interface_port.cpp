@@ -3,6 +3,7 @@
 #include "gentl/nq_gentl_clear.h"
 #include "gev/nq_gev_common.h"
 #include "gev/nq_gev_interface.h"
+#include "gev/nq_gev_interface_registers.h"
 #include "gev/nq_gev_port.h"
 #include "gev/nq_gev_updating_flag.h"
 #include "gev/nq_gev_util.h"
@@ -11,27 +12,6 @@ using namespace GigERDMA;
 
 namespace
 {
-
-constexpr unsigned long kInterfaceID = 0x60000;
-constexpr unsigned long kDeviceUpdateList = 0x60104;
-constexpr unsigned long kDeviceSelector = 0x60108;
-constexpr unsigned long kDeviceID = 0x6010C;
-constexpr unsigned long kDeviceVendorName = 0x6020C;
-constexpr unsigned long kDeviceModelName = 0x6030C;
-constexpr unsigned long kDeviceAccessStatus = 0x6040C;
-constexpr unsigned long kNrDevices = 0x60410;
-constexpr unsigned long kGatewaySelector = 0x60414;
-constexpr unsigned long kNrGateways = 0x60418;
-constexpr unsigned long kGateway = 0x6041C;
-constexpr unsigned long kMACAddress = 0x60420;
-constexpr unsigned long kSubnetSelector = 0x60428;
-constexpr unsigned long kNrSubnets = 0x60430;
-constexpr unsigned long kSubnetIPAddress = 0x60434;
-constexpr unsigned long kSubnetMask = 0x60438;
-constexpr unsigned long kDeviceIPAddress = 0x6043C;
-constexpr unsigned long kDeviceSubnetMask = 0x60440;
-constexpr unsigned long kDeviceMACAddress = 0x60444;
-constexpr unsigned long kNoRegister = 0x60448;
 
 constexpr unsigned long kPortScanTimeout = 5000; // milliseconds
 
@@ -75,16 +55,16 @@ int NQGevInterface::ReadPort(unsigned long address, void* buffer, unsigned long*
     {
     case kXmlAddress:
         return reader.Description(GetXMLInfo());
-    case kInterfaceID:
+    case kInterfaceRegisters.At("InterfaceID_Reg"):
         return GetInfo(GenTL::INTERFACE_INFO_ID, &type, buffer, size);
-    case kGatewaySelector:
-    case kNrGateways:
-    case kGateway:
-    case kMACAddress:
-    case kSubnetSelector:
-    case kNrSubnets:
-    case kSubnetIPAddress:
-    case kSubnetMask:
+    case kInterfaceRegisters.At("GevInterfaceGatewaySelector_Reg"):
+    case kInterfaceRegisters.At("NrGateways_Reg"):
+    case kInterfaceRegisters.At("GevInterfaceGateway_Reg"):
+    case kInterfaceRegisters.At("GevInterfaceMACAddress_Reg"):
+    case kInterfaceRegisters.At("GevInterfaceSubnetSelector_Reg"):
+    case kInterfaceRegisters.At("NrSubnets_Reg"):
+    case kInterfaceRegisters.At("GevInterfaceSubnetIPAddress_Reg"):
+    case kInterfaceRegisters.At("GevInterfaceSubnetMask_Reg"):
         return _readAdapterRegister(address, reader);
     default:
         return _readListRegister(address, reader);
@@ -96,13 +76,13 @@ int NQGevInterface::_readAdapterRegister(unsigned long address, const NQGevPortR
     switch (address)
     {
     // Deliberate: the selectors take writes and keep reading 0, since there is one gateway and one subnet.
-    case kGatewaySelector:
-    case kSubnetSelector:
+    case kInterfaceRegisters.At("GevInterfaceGatewaySelector_Reg"):
+    case kInterfaceRegisters.At("GevInterfaceSubnetSelector_Reg"):
         return reader.Number(0);
-    case kNrGateways:
-    case kNrSubnets:
+    case kInterfaceRegisters.At("NrGateways_Reg"):
+    case kInterfaceRegisters.At("NrSubnets_Reg"):
         return reader.Number(1);
-    case kMACAddress:
+    case kInterfaceRegisters.At("GevInterfaceMACAddress_Reg"):
         return reader.LongNumber(NQGevUtil::MacAddressToUint64(m_info.macAddress));
     // Deliberate: subnet address and mask read the gateway, which is not known, as it does itself.
     default:
@@ -115,11 +95,11 @@ int NQGevInterface::_readListRegister(unsigned long address, const NQGevPortRead
     const NQGenTLLock lock(m_moduleLock);
     switch (address)
     {
-    case kDeviceUpdateList:
+    case kInterfaceRegisters.At("DeviceUpdateList_Reg"):
         return reader.Number(m_updating ? 1 : 0);
-    case kDeviceSelector:
+    case kInterfaceRegisters.At("DeviceSelector_Reg"):
         return reader.Number(m_deviceSelector);
-    case kNrDevices:
+    case kInterfaceRegisters.At("NrDevices_Reg"):
         return reader.Number(static_cast<unsigned int>(m_deviceList.size()));
     default:
         return _readSelectedDevice(address, reader);
@@ -133,20 +113,20 @@ int NQGevInterface::_readSelectedDevice(unsigned long address, const NQGevPortRe
     const _NQ_GEV_DEVICE_INFO selected = listed ? m_deviceList[m_deviceSelector] : _NQ_GEV_DEVICE_INFO{};
     switch (address)
     {
-    case kDeviceID:
+    case kInterfaceRegisters.At("DeviceID_Reg"):
         return reader.Text(selected.id);
-    case kDeviceVendorName:
+    case kInterfaceRegisters.At("DeviceVendorName_Reg"):
         return reader.Text(selected.vendorName);
-    case kDeviceModelName:
+    case kInterfaceRegisters.At("DeviceModelName_Reg"):
         return reader.Text(selected.modelName);
     // Deliberate: the stored status, always unknown. Only GetDeviceInfo asks the camera.
-    case kDeviceAccessStatus:
+    case kInterfaceRegisters.At("DeviceAccessStatus_Reg"):
         return reader.Number(selected.accessStatus);
-    case kDeviceIPAddress:
+    case kInterfaceRegisters.At("GevDeviceIPAddress_Reg"):
         return reader.Number(selected.ipAddress);
-    case kDeviceSubnetMask:
+    case kInterfaceRegisters.At("GevDeviceSubnetMask_Reg"):
         return reader.Number(selected.subnetMask);
-    case kDeviceMACAddress:
+    case kInterfaceRegisters.At("GevDeviceMACAddress_Reg"):
         return reader.LongNumber(static_cast<unsigned long>(selected.macHigh) << 32 | selected.macLow);
     default:
         return GenTL::GC_ERR_INVALID_ADDRESS;
@@ -161,39 +141,22 @@ int NQGevInterface::WritePort(unsigned long address, const void* buffer, unsigne
     }
     switch (address)
     {
-    case kDeviceUpdateList: {
+    case kInterfaceRegisters.At("DeviceUpdateList_Reg"): {
         const NQGevUpdatingFlag updating(m_moduleLock, m_updating);
         UpdateDeviceList(nullptr, kPortScanTimeout);
         return GenTL::GC_ERR_SUCCESS;
     }
-    case kDeviceSelector: {
+    case kInterfaceRegisters.At("DeviceSelector_Reg"): {
         const NQGenTLLock lock(m_moduleLock);
         m_deviceSelector = NQGevRegisterValue(buffer, *size);
         return GenTL::GC_ERR_SUCCESS;
     }
     // Deliberate: there is no register at the last of these, but a write to it has always been taken.
-    case kGatewaySelector:
-    case kSubnetSelector:
-    case kNoRegister:
+    case kInterfaceRegisters.At("GevInterfaceGatewaySelector_Reg"):
+    case kInterfaceRegisters.At("GevInterfaceSubnetSelector_Reg"):
+    case kInterfaceRegisters.At("NoRegister"):
         return GenTL::GC_ERR_SUCCESS;
-    case kXmlAddress:
-    case kInterfaceID:
-    case kDeviceID:
-    case kDeviceVendorName:
-    case kDeviceModelName:
-    case kDeviceAccessStatus:
-    case kNrDevices:
-    case kNrGateways:
-    case kGateway:
-    case kMACAddress:
-    case kNrSubnets:
-    case kSubnetIPAddress:
-    case kSubnetMask:
-    case kDeviceIPAddress:
-    case kDeviceSubnetMask:
-    case kDeviceMACAddress:
-        return GenTL::GC_ERR_ACCESS_DENIED;
     default:
-        return GenTL::GC_ERR_INVALID_ADDRESS;
+        return NQGevWriteRefused(kInterfaceRegisters, address);
     }
 }
