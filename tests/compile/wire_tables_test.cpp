@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The numbers that go over the wire stand in two tables, and nowhere else in src/.
+// The numbers of the wire stand in two tables, the registers of a module in one, and none elsewhere in src/.
 #include "support/source_text.h"
 
 #include <gmock/gmock.h>
@@ -122,6 +122,26 @@ TEST(WireTables, EachGroupNamesItsSource)
         // Nothing stands in front of the first group.
         EXPECT_GT(text.find("constexpr"), text.find("\n// ---- ")) << table;
     }
+}
+
+// The virtual registers of the modules lie from 0x50000 on, those of two events behind the description at 0x10000.
+TEST(RegisterTables, EachAddressStandsOnceAndInATable)
+{
+    const std::regex address("0x([5-8][0-9A-Fa-f]{4}|10[01]0[04])");
+    std::map<std::string, int> times;
+    ForEachStatement([&](const std::string& file, const Statement& one) {
+        std::vector<std::string> numbers = IntegersOf(one);
+        numbers.insert(numbers.end(), one.literals.begin(), one.literals.end());
+        for (const std::string& number : numbers)
+        {
+            if (std::regex_match(number, address))
+            {
+                EXPECT_EQ(++times[number], 1) << number << " again in " << file;
+                EXPECT_TRUE(file.ends_with("_registers.h") || number == "0x10000") << number << " in " << file;
+            }
+        }
+    });
+    EXPECT_GE(times.size(), 70U);
 }
 
 } // namespace
