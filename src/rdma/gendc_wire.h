@@ -6,7 +6,7 @@
 
 /// One table for all of src/, as gige/gvcp_wire.h is for UDP. Offsets and sizes are in bytes. A number of several bytes
 /// goes over the wire with its least significant byte first. Each group names its public source, or says that the
-/// layout is this product's own.
+/// layout is this product's own. A number behind an offset is the size of the field.
 namespace gendc_wire
 {
 
