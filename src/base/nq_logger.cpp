@@ -181,7 +181,8 @@ unsigned int OpenDLL()
     void* const library = dlopen(kLibraryName, RTLD_LAZY);
     if (library == nullptr)
     {
-        // Deliberate: the one console line of the library, with this wording.
+        // Deliberate(ConsoleLine): the one console line of the library. Where there is no logging library nothing else
+        // could tell; hosts look for this wording.
         std::puts("return GetLastError();");
     }
     bool complete = Resolve(g_init, library);
@@ -192,7 +193,8 @@ unsigned int OpenDLL()
     complete = Resolve(g_setGlobalDebugLevel, library) && complete;
     complete = Resolve(g_traceA, library) && complete;
 
-    // Deliberate: handle and slots keep their values after a failed load.
+    // Deliberate(FailedLoadKeepsTheSlots): handle and slots keep their values after a failed load: they are exported,
+    // and a host sees from them which function was missing.
     g_refused = complete ? nullptr : library;
     if (library != nullptr && !complete)
     {
@@ -208,7 +210,8 @@ unsigned int OpenDLL()
 
 void CloseDLL()
 {
-    // Deliberate: the slots keep their values.
+    // Deliberate(CloseKeepsTheSlots): the slots keep their values, as others in the process may keep the library loaded
+    // and go on tracing through them.
     void* const library = g_hModule.exchange(nullptr);
     if (library != nullptr && library != g_refused)
     {

@@ -100,7 +100,8 @@ GC_API DSClose(DS_HANDLE hDataStream)
 {
     NQGevEntryFrame frame(__func__);
     frame.TraceEntry("%s Entry");
-    // Deliberate: the stream stays in the lists of its device and of the controller, and its handle stays valid.
+    // Deliberate(ClosedStreamStays): the stream stays in the lists of its device and of the controller, and its handle
+    // stays valid: the device owns it and opens it again under that handle.
     if (auto* const stream = frame.FindDataStream(hDataStream))
     {
         frame.Finish(stream->Close());

@@ -48,7 +48,8 @@ void* thread::wrapper_function(void* start) noexcept
 
 void thread::join()
 {
-    // Deliberate: a function that has returned is not joined; the destructor detaches its thread, so nothing leaks.
+    // Deliberate(FinishedIsNotJoined): a function that has returned is not joined, so that a join never waits for a
+    // thread on its way out; the destructor detaches it, so nothing leaks.
     if (!IsFinished() && !IsCurrent())
     {
         JoinOnce();
@@ -66,8 +67,8 @@ void thread::timedjoin(long long milliseconds)
     {
         return;
     }
-    // Deliberate: the time goes in as if it were an instant, which lies in the past, so the call never waits. The
-    // thread is given up all the same.
+    // Deliberate(TimedJoinNeverWaits): the time goes in as if it were an instant, which lies in the past: who gives a
+    // thread up with a time limit is not to be held by it. The thread is given up all the same.
     timespec instant{};
     instant.tv_sec = milliseconds / 1000;
     instant.tv_nsec = milliseconds % 1000 * 1000000;

@@ -66,7 +66,8 @@ unsigned int NQEventHandler::WaitForEvent(int timeout)
     NQGenTLLock wait(m_waitLock);
     if (ReadBits() == 0)
     {
-        // Deliberate: no loop. A wake-up without a bit ends the wait like a timeout; the owners count on nothing else.
+        // Deliberate(WaitHasNoLoop): a wake-up without a bit ends the wait like a timeout. Every owner takes that
+        // result for one and decides anew, so a loop here would only hide a wake-up from it.
         const int error =
             timeout < 0 ? m_condition.Wait(m_waitLock) : m_condition.WaitUntil(m_waitLock, DeadlineIn(timeout));
         if (error != 0)

@@ -111,7 +111,8 @@ void NQGenTLBuffer::UpdateData(unsigned long size, unsigned long frameId, unsign
     }
     else
     {
-        // Deliberate: both sizes count as signed 32 bits; where one of them is negative then, nothing is copied.
+        // Deliberate(CopySizesAreSigned): both sizes count as signed 32 bits. One that is negative then is no size that
+        // anybody meant, and nothing is copied.
         const int length = std::min(static_cast<int>(m_size), static_cast<int>(size));
         if (length > 0)
         {

@@ -63,7 +63,8 @@ unsigned int NQGenTLBufferQueue::GetBiggestSize(NQ_BUFFER_TYPE_LIST list)
     unsigned int biggest = 0;
     if (const Buffers* const buffers = _getBufferQueue(list))
     {
-        // Deliberate: of a size of 4 GiB and more only the low 32 bits count.
+        // Deliberate(BiggestSizeHas32Bits): of a size of 4 GiB and more only the low 32 bits count: a start takes the
+        // size as 32 bits, and the transport goes by the camera's size instead.
         for (NQGenTLBuffer* const buffer : *buffers)
         {
             biggest = std::max(biggest, static_cast<unsigned int>(buffer->GetSize()));

@@ -64,8 +64,9 @@ int NQGenTLController::Close()
     NQGenTLSystem* const system = m_pSystem.load();
     if (!UnregisterModule(static_cast<NQGenTLModuleBase*>(system), true))
     {
-        // Deliberate: a system module that is not open is left allocated, and m_pSystem goes on pointing at it. Were it
-        // deleted, a handle that a consumer still holds could become the handle of something else.
+        // Deliberate(ClosedSystemStays): a system module that is not open is left allocated, and m_pSystem goes on
+        // pointing at it. Were it deleted, a handle that a consumer still holds could become the handle of something
+        // else.
         system->Abandon();
         m_abandoned.Add(system);
     }
@@ -246,7 +247,8 @@ int NQGenTLController::GetLastError(int* piErrorCode, char* sErrText, unsigned l
     const unsigned long needed = text.size() + 1;
     if (sErrText != nullptr)
     {
-        // Deliberate: the size needed is not reported here; a null text asks for it.
+        // Deliberate(ErrorTextSizeStays): the size needed is not reported here, so the caller's size still says how
+        // large its buffer is; a null text asks for it.
         if (*piSize < needed)
         {
             return GenTL::GC_ERR_BUFFER_TOO_SMALL;

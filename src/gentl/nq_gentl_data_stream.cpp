@@ -216,7 +216,8 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
     NQGenTLLock start(m_startLock);
     bool started = false;
     {
-        // Deliberate: a start that is refused because acquisition runs has already set a new limit.
+        // Deliberate(RefusedStartSetsTheLimit): limit and count change in the same locked step that looks whether
+        // acquisition runs, so a frame never meets half of them; a start that is then refused has set a new limit.
         NQGenTLLock lock(m_moduleLock);
         m_numToAcquire = numToAcquire;
         m_numAcquired = 0;
@@ -240,6 +241,8 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
     }
     NQGenTLLock lock(m_moduleLock);
     m_started = true;
+    // Deliberate(CountingStartsLate): counting starts once the transport has started, whatever it has brought until
+    // then, so that a start which fails leaves the counters of the run before.
     m_numDelivered = 0;
     m_numUnderrun = Answers().streamInfos ? m_numUnderrun : 0;
     m_stopDue = false;
@@ -281,9 +284,11 @@ void NQGenTLDataStream::WaitForStarts()
 
 int NQGenTLDataStream::StopAcquisition(int flags)
 {
-    // Deliberate: this line stands at every stop and means no failure.
+    // Deliberate(StopLineIsNoFailure): the line stands at every stop and means no failure; at this level it is in every
+    // log, where it tells one run from the next.
     NQTrace(NQTraceLevel::Failure, "%s GC_ERR_NOT_IMPLEMENTED Enter:%d", "StopAcquisition", flags);
-    // Deliberate: signed, so that a negative value is none of the flags and yet no other value either.
+    // Deliberate(StopFlagsAreSigned): compared as signed, so a negative value is none of the flags and yet not refused:
+    // a stream that cannot be stopped is worse than a flag without a meaning.
     if (flags > GenTL::ACQ_STOP_FLAGS_KILL)
     {
         return NQFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED Flags:%d", "StopAcquisition", flags);
@@ -479,7 +484,8 @@ void NQGenTLDataStream::DoEndShow(void*, const NQGenTLBuffer*) {}
 
 void NQGenTLDataStream::Deliver(NQGenTLBuffer* buffer, int status)
 {
-    // Deliberate: with nobody registered for new buffers nothing is counted and the buffer stays out of the lists.
+    // Deliberate(NobodyRegistered): with nobody registered for new buffers nothing is counted and the buffer stays out
+    // of the lists: nobody could take it, and a count would claim that somebody did.
     NQGenTLLock lock(m_moduleLock);
     NQGenTLEvent* const event = FindEventById(GenTL::EVENT_NEW_BUFFER, false);
     if (event == nullptr)
@@ -495,7 +501,8 @@ void NQGenTLDataStream::Deliver(NQGenTLBuffer* buffer, int status)
 void NQGenTLDataStream::MarkIncomplete(NQGenTLBuffer* buffer, bool shortFrame)
 {
     const bool incomplete = shortFrame || (Answers().sizeFilledIsWritten && buffer->IsTooSmall());
-    // Deliberate: the library's own answer stays set for the buffer's life.
+    // Deliberate(IncompleteStays): in the library's own answer nothing clears the flag, so that a consumer which looks
+    // late still learns that the buffer has held a broken frame.
     if (incomplete || Answers().incompleteOfFrame)
     {
         buffer->SetIncompleteFlag(incomplete);

@@ -57,8 +57,8 @@ void NQGenTLDataStream::FlushNewBufferEvent()
 
 void NQGenTLDataStream::AddUnqueuedToInput()
 {
-    // Deliberate: the library's own answer leaves the queued flag false, so a QueueBuffer that follows puts the buffer
-    // on the list once more.
+    // Deliberate(FlushDoesNotFlag): the flag says that the consumer queued a buffer, which it did not do with these. A
+    // QueueBuffer that follows puts the buffer on the list once more.
     for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
          ++i)
     {
@@ -103,7 +103,8 @@ int NQGenTLDataStream::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigne
     case GenTL::STREAM_INFO_PAYLOAD_SIZE:
         return DoGetPayloadsize(piType, pBuffer, piSize);
     case GenTL::STREAM_INFO_IS_GRABBING:
-        // Deliberate: the library's own answer is false even while acquisition runs.
+        // Deliberate(IsGrabbingIsFalse): false even while acquisition runs: it tells of a transport that grabs by
+        // itself, and this one sends only what it was given credit for.
         return NQGenTLUtil::CopyInfoBool(Answers().streamInfos ? IsStarted() : m_isGrabbing, piType, pBuffer, piSize);
     case GenTL::STREAM_INFO_DEFINES_PAYLOADSIZE:
         return NQGenTLUtil::CopyInfoBool(m_definesPayloadSize, piType, pBuffer, piSize);
@@ -119,6 +120,8 @@ int NQGenTLDataStream::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigne
             return GetFixedInfo(iInfoCmd, piType, pBuffer, piSize);
         }
         return NQFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s iInfoCmd:%d GC_ERR_NOT_IMPLEMENTED", "GetInfo", iInfoCmd);
+    // Deliberate(UnknownStreamCommandIsAnError): a plain error, which tells a command that nobody knows from one of the
+    // standard that is not implemented here.
     default:
         NQTrace(NQTraceLevel::Failure, "%s GC_ERR_ERROR :%d", "GetInfo", iInfoCmd);
         return Answers().streamInfos ? GenTL::GC_ERR_NOT_IMPLEMENTED : GenTL::GC_ERR_ERROR;

@@ -19,7 +19,8 @@ NQGenTLEvent::NQGenTLEvent(int id, unsigned long mostPendingBytes)
 
 NQGenTLEvent::~NQGenTLEvent()
 {
-    // Deliberate: records still pending are not freed here, as little as by Flush.
+    // Deliberate(RecordsAreNotFreed): records still pending are not freed here, as little as by Flush: an entry may be
+    // a buffer of the stream, and this class cannot tell.
     m_signal.Kill();
 }
 
@@ -60,7 +61,8 @@ int NQGenTLEvent::Kill()
 
 int NQGenTLEvent::Flush()
 {
-    // Deliberate: only an event whose entries are not its own gets them back; a flushed record is not freed.
+    // Deliberate(RecordsAreNotFreed): an entry may be a buffer of the stream, and this class cannot tell. So a flushed
+    // record is not freed, and only an event whose entries are not its own gets them back.
     do
     {
         while (m_queue.GetSize() > 0)
@@ -86,6 +88,8 @@ int NQGenTLEvent::GetData(void* pBuffer, unsigned long* piSize, unsigned long iT
     }
     if ((bits & kDataBit) != 0)
     {
+        // Deliberate(NullBufferConsumes): a null buffer asks for no size, since each event has a fixed one; the entry
+        // is taken, which drops an event that nobody wants to read.
         DeliverFront(pBuffer, piSize);
         return GenTL::GC_ERR_SUCCESS;
     }

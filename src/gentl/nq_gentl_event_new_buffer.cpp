@@ -43,7 +43,8 @@ int NQGenTLEventNewBuffer::DoEventGetDataInfo(const void* pInBuffer, int iInfoCm
     case GenTL::EVENT_DATA_VALUE:
         return NQGenTLUtil::CopyInfoPtr(data->pUserPointer, piType, pOutBuffer, piOutSize);
     case GenTL::EVENT_DATA_NUMID:
-        // Deliberate: the number of a delivered buffer is the address of the consumer's record itself.
+        // Deliberate(BufferNumberIsItsAddress): a delivered buffer has no number of its own, and the address of the
+        // consumer's record is one that no other record shares.
         return NQGenTLUtil::CopyInfoSizeT(reinterpret_cast<unsigned long>(pInBuffer), piType, pOutBuffer, piOutSize);
     default:
         return GenTL::GC_ERR_NOT_IMPLEMENTED;

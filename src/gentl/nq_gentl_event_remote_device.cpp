@@ -29,7 +29,8 @@ int NQGenTLEventRemoteDevice::DoEventGetDataInfo(const void* pInBuffer, int iInf
     case GenTL::EVENT_DATA_ID:
         return NQGenTLUtil::CopyInfoString(NQGenTLUtil::Printf("%08x", record->id), piType, pOutBuffer, piOutSize);
     case GenTL::EVENT_DATA_VALUE:
-        // Deliberate: all of the field, whatever the record's length says.
+        // Deliberate(WholeEventField): all of the field, whatever the record's length says, so that one size of buffer
+        // takes the value of every event.
         return NQGenTLUtil::CopyInfoBuffer(const_cast<unsigned char*>(record->data), sizeof(record->data), piType,
                                            pOutBuffer, piOutSize);
     case GenTL::EVENT_DATA_NUMID:

@@ -53,7 +53,8 @@ int ForEachEntry(const GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, const unsign
     const unsigned long count = *piNumEntries;
     for (unsigned long i = 0; i < count; ++i)
     {
-        // Deliberate: a size the port changes stays in this copy and is not handed back.
+        // Deliberate(StackedSizesStay): a size the port changes stays in this copy: the entries are the consumer's
+        // request, which it may use again as it stands.
         unsigned long size = entries[i].Size;
         if (const int error = access(entries[i].Address, entries[i].pBuffer, &size))
         {
@@ -257,7 +258,8 @@ int NQGenTLModuleBase::UnregisterEvent(int iEventID)
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
     }
     const std::unique_ptr<NQGenTLEvent> event(FindEventById(iEventID, true));
-    // Deliberate: an event that was never registered answers like one that is not initialised.
+    // Deliberate(UnregisteredIsNotInitialized): an event that was never registered answers like one that is not
+    // initialised, which tells it from one that the module does not offer.
     return event ? GenTL::GC_ERR_SUCCESS : GenTL::GC_ERR_NOT_INITIALIZED;
 }
 

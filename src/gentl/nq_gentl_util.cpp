@@ -89,7 +89,8 @@ int CopyInfoInt16(short value, int* piType, void* pBuffer, unsigned long* piSize
 
 int CopyInfoUint16(unsigned short value, int* piType, void* pBuffer, unsigned long* piSize)
 {
-    // Deliberate: the value is stored before the space is compared.
+    // Deliberate(NumberStoredBeforeTheSpace): a number of two bytes is stored before the space is compared. Consumers
+    // ask for these with a size left over from another query, and use the value.
     if (piSize != nullptr && pBuffer != nullptr)
     {
         std::memcpy(pBuffer, &value, sizeof(value));
@@ -214,7 +215,8 @@ std::string UriDecode(const std::string& text)
 
 std::string UriEncode(const std::string& text)
 {
-    // Deliberate: only the space is encoded; reserved and non-ASCII bytes pass unchanged.
+    // Deliberate(OnlyTheSpaceIsEncoded): reserved and non-ASCII bytes pass unchanged, since consumers undo no other
+    // escape before they open the file.
     std::string encoded;
     encoded.reserve(text.size());
     for (const char byte : text)

@@ -189,7 +189,8 @@ bool NQGevDataStream::StartFlow()
     GetInfo(GenTL::STREAM_INFO_NUM_ANNOUNCED, &type, &announced, &size);
     settings.bufferCount = static_cast<std::uint32_t>(announced);
 
-    // Deliberate: the camera streams before any memory is registered; it sends nothing before the first ready message.
+    // Deliberate(StreamsBeforeRegistration): the camera streams before any memory is registered; it sends nothing
+    // before the first ready message.
     m_device->EnableStream(true);
     if (!Rdma()->Start(settings, 0))
     {
@@ -209,7 +210,8 @@ void NQGevDataStream::StartThread()
 
 int NQGevDataStream::DoStopAcquisition(int)
 {
-    // Deliberate: the text reports nothing wrong; it marks every entry.
+    // Deliberate(StopLineIsNoFailure): the text reports nothing wrong; it marks every entry, beside the line of the
+    // stop that led here.
     NQTrace(NQTraceLevel::Failure, "%s GC_ERR_NOT_IMPLEMENTED Enter:", "DoStopAcquisition");
     if (m_device == nullptr)
     {
@@ -308,8 +310,9 @@ void NQGevDataStream::CountFrame(std::uint64_t frameId)
     const std::uint64_t expected = m_nextFrameId;
     if (frameId < expected)
     {
-        // Deliberate: only an id that runs backwards moves the counter, downwards and modulo 2 to the 64. A jump
-        // forward, which is what lost frames look like, counts nothing.
+        // Deliberate(FrameLossRunsBackwards): only an id that runs backwards moves the counter, downwards and modulo 2
+        // to the 64, for that is a fault of the camera's count. A jump forward counts nothing: a camera without credit
+        // skips frames in good order.
         m_frameLoss += frameId - expected;
     }
     else

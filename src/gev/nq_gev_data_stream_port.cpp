@@ -40,7 +40,8 @@ int NQGevDataStream::ReadPort(unsigned long address, void* buffer, unsigned long
     case kDataStreamRegisters.At("StreamDeliveredFrameCount_Reg"):
         return ReadLockedInfo(GenTL::STREAM_INFO_NUM_DELIVERED, buffer, size);
     case kDataStreamRegisters.At("FrameLoss_Reg"):
-        // Deliberate: this register and the next are 4 bytes long in the register map and 8 bytes here.
+        // Deliberate(CountersHaveEightBytes): this register and the next are 4 bytes long in the register map and 8
+        // bytes here, as the counters behind them are; a read of 4 is refused rather than cut.
         return ReadCounter(m_frameLoss, buffer, size);
     case kDataStreamRegisters.At("FramesReceived_Reg"):
         return ReadCounter(m_framesReceived, buffer, size);
@@ -53,7 +54,8 @@ int NQGevDataStream::ReadPort(unsigned long address, void* buffer, unsigned long
         return NQGevPortReader(buffer, size).Number(m_registerValue);
     }
     default:
-        // Deliberate: the event registers of the description are not served either.
+        // Deliberate(EventRegistersAreNotServed): the event registers of the map, 0x10100 and 0x10104, are not served
+        // either: the stream has no event that they could select.
         return GenTL::GC_ERR_INVALID_ADDRESS;
     }
 }
@@ -96,7 +98,8 @@ int NQGevDataStream::WritePort(unsigned long address, const void* buffer, unsign
     }
     if (address == kDataStreamRegisters.At("StreamBufferHandlingMode_Reg"))
     {
-        // Deliberate: accepted and dropped; the stream always works oldest first.
+        // Deliberate(HandlingModeIsDropped): accepted and dropped, so that a consumer which sets a mode at its start
+        // goes on; the stream always works oldest first.
         return GenTL::GC_ERR_SUCCESS;
     }
     if (address == kDataStreamRegisters.At("PlainValue"))

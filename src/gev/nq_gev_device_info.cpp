@@ -49,7 +49,8 @@ int NQGevDevice::GetInfo(int command, int* type, void* buffer, unsigned long* si
 
 int NQGevDevice::GetAddressInfo(int command, int* type, void* buffer, unsigned long* size)
 {
-    // Deliberate: the first six answer from an empty record, not from the camera's; the port registers tell its values.
+    // Deliberate(AnswersFromAnEmptyRecord): the first six answer from an empty record, not from the camera's; the port
+    // registers tell its values.
     const _NQ_GEV_DEVICE_INFO empty;
     switch (command)
     {
@@ -135,7 +136,8 @@ int NQGevDevice::_getTimestampFreq(int* type, void* buffer, unsigned long* size)
     {
         return GetTickFrequencyInfo(type, buffer, size);
     }
-    // Deliberate: each half keeps the network order in which the port delivers it; consumers of this command expect it.
+    // Deliberate(FrequencyKeepsNetworkOrder): each half keeps the network order in which the port delivers it;
+    // consumers of this command expect it.
     unsigned int low = 0;
     int result = ReadCamera(gvcp_wire::kRegTimestampFrequencyLow, &low, sizeof low);
     if (result != GenTL::GC_ERR_SUCCESS)
@@ -183,7 +185,8 @@ int NQGevDevice::GetPersistentAddress(const char* operation, unsigned long addre
     const int result = ReadCamera(address, &value, sizeof value);
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        // Deliberate: the text names the timestamp register, as log readers know it for every register read here.
+        // Deliberate(TextNamesTheTimestamp): the text names the timestamp register, as log readers know it for every
+        // register read here.
         return NQFailed(result, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_LO):%d", operation, result);
     }
     return NQGenTLUtil::CopyInfoUint32(ntohl(value), type, buffer, size);

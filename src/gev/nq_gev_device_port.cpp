@@ -119,7 +119,8 @@ int NQGevDevice::WritePort(unsigned long address, const void* buffer, unsigned l
         m_eventNotification.store(NQGevRegisterValue(buffer, *size), std::memory_order_relaxed);
         return GenTL::GC_ERR_SUCCESS;
     default:
-        // Deliberate: the status of the update is denied like a register, though nothing can be read there.
+        // Deliberate(UpdateStatusIsDenied): denied like a register, though nothing can be read there: the register map
+        // lists it as one that is read only.
         return NQGevWriteRefused(kDeviceRegisters, address);
     }
 }

@@ -69,7 +69,8 @@ _NQ_GEV_DEVICE_INFO Describe(const Packet& ack)
 {
     _NQ_GEV_DEVICE_INFO info;
     const unsigned char* const mac = ack.At(gvcp_wire::kDiscoveryMac);
-    // Deliberate: the texts run to their zero byte, so one that fills its field continues with the next field.
+    // Deliberate(TextsRunOn): the texts run to their zero byte, so one that fills its field continues with the next
+    // field. The id holds the model's name, and consumers have such ids stored.
     info.vendorName = ack.Text(gvcp_wire::kDiscoveryManufacturer);
     info.modelName = ack.Text(gvcp_wire::kDiscoveryModel);
     info.displayName = info.modelName;
@@ -129,7 +130,7 @@ int NQGevInterface::UpdateDeviceList(bool* changed, unsigned long timeout)
 {
     std::vector<_NQ_GEV_DEVICE_INFO> found;
     _discoverDevices(found, timeout);
-    // Deliberate: a scan that could not be made found nothing, so it empties the list.
+    // Deliberate(FailedScanEmptiesTheList): a scan that could not be made found nothing, so it empties the list.
     _updateDeviceList(found, changed);
     return GenTL::GC_ERR_SUCCESS;
 }
@@ -212,7 +213,8 @@ unsigned int NQGevInterface::_getDeviceAccessStatus(const sockaddr_in* controlAd
                                                     unsigned int interfaceMask, unsigned int ipAddress,
                                                     unsigned int subnetMask)
 {
-    // Deliberate: each side is masked with its own mask, so equal networks of different length can differ.
+    // Deliberate(EachSideHasItsMask): each side is masked with its own mask, so equal networks of different length can
+    // differ: to one of the two the other is then behind a router, and no answer comes back.
     if ((interfaceIp & interfaceMask) != (ipAddress & subnetMask))
     {
         return StatusNoAccess;

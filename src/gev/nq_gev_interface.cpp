@@ -58,7 +58,8 @@ int NQGevInterface::DoOpen()
     m_socket.SetReceiveBufferSize(kReceiveBufferSize);
     if (!_isExcluded())
     {
-        // Deliberate: without it cameras of other subnets are not heard, and nothing else is missing.
+        // Deliberate(ReceiverMayBeMissing): without it cameras of other subnets are not heard, and nothing else is
+        // missing.
         m_broadcasts.Open(m_socket, m_info.adapterName, kReceiveBufferSize);
     }
     g_Controller.RegisterModule(this);
@@ -125,7 +126,8 @@ int NQGevInterface::GetDeviceID(unsigned int index, char* buffer, unsigned long*
     _NQ_GEV_DEVICE_INFO info;
     if (!_findDeviceInfoByIndex(index, info))
     {
-        // Deliberate: traced as an expected condition, unlike the other failures here: consumers walk the list so.
+        // Deliberate(PastTheEndIsExpected): traced as an expected condition, unlike the other failures here: consumers
+        // walk the list so.
         NQTrace(NQTraceLevel::Expected, "%s GC_ERR_INVALID_INDEX", "GetDeviceID");
         return GenTL::GC_ERR_INVALID_INDEX;
     }

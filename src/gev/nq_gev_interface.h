@@ -120,5 +120,7 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
     GigERDMA::NQGenTLOpenings m_openings;       ///< The ids of devices on the way to m_devices.
     bool m_updating = false; ///< Under the module lock: a scan asked for through the port is running.
     unsigned int m_deviceSelector NQ_GUARDED_BY(m_moduleLock) = 0; ///< Index into m_deviceList, possibly past its end.
-    unsigned short m_requestId = 1; ///< Deliberate: nothing uses it, both packets carry the fixed id 1.
+    // Deliberate(RequestIdIsFixed): nothing uses it: both packets carry the fixed id 1, as no answer here is told from
+    // another by its id.
+    unsigned short m_requestId = 1;
 };

@@ -88,7 +88,8 @@ int NQGevInterface::CloseDevice(void* handle)
     const int result = device->Close();
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        // Deliberate: a device that refuses to close is given up, not deleted: its threads may still use it.
+        // Deliberate(RefusedCloseIsNotDeleted): a device that refuses to close is given up, not deleted: its threads
+        // may still use it.
         static_cast<void>(device.release());
     }
     return result;

@@ -54,7 +54,8 @@ void NQGevInterface::_updateDeviceInfoByIndex(unsigned int index, const _NQ_GEV_
     }
 }
 
-// Deliberate: nothing is stored; a status is only worth what the camera says at the moment of the question.
+// Deliberate(NoStatusIsStored): nothing is stored; a status is only worth what the camera says at the moment of the
+// question.
 void NQGevInterface::_updateDeviceAccessStatus(const std::string& /*id*/, unsigned int /*status*/) {}
 
 int NQGevInterface::GetDeviceInfo(const char* id, int command, int* type, void* buffer, unsigned long* size)

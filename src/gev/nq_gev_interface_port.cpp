@@ -75,7 +75,8 @@ int NQGevInterface::_readAdapterRegister(unsigned long address, const NQGevPortR
 {
     switch (address)
     {
-    // Deliberate: the selectors take writes and keep reading 0, since there is one gateway and one subnet.
+    // Deliberate(SelectorsReadZero): the selectors take writes and keep reading 0, since there is one gateway and one
+    // subnet.
     case kInterfaceRegisters.At("GevInterfaceGatewaySelector_Reg"):
     case kInterfaceRegisters.At("GevInterfaceSubnetSelector_Reg"):
         return reader.Number(0);
@@ -84,7 +85,7 @@ int NQGevInterface::_readAdapterRegister(unsigned long address, const NQGevPortR
         return reader.Number(1);
     case kInterfaceRegisters.At("GevInterfaceMACAddress_Reg"):
         return reader.LongNumber(NQGevUtil::MacAddressToUint64(m_info.macAddress));
-    // Deliberate: subnet address and mask read the gateway, which is not known, as it does itself.
+    // Deliberate(MaskReadsTheGateway): subnet address and mask read the gateway, which is not known, as it does itself.
     default:
         return reader.Number(NQGevUtil::IPAddressToUint32(m_info.gateway));
     }
@@ -108,7 +109,8 @@ int NQGevInterface::_readListRegister(unsigned long address, const NQGevPortRead
 
 int NQGevInterface::_readSelectedDevice(unsigned long address, const NQGevPortReader& reader)
 {
-    // Deliberate: past the end of the list every register of the selection reads empty, with success.
+    // Deliberate(PastTheEndIsEmpty): past the end of the list every register of the selection reads empty, with
+    // success, so that a display of a list that shrinks meanwhile shows nothing rather than an error.
     const bool listed = m_deviceSelector < m_deviceList.size();
     const _NQ_GEV_DEVICE_INFO selected = listed ? m_deviceList[m_deviceSelector] : _NQ_GEV_DEVICE_INFO{};
     switch (address)
@@ -119,7 +121,7 @@ int NQGevInterface::_readSelectedDevice(unsigned long address, const NQGevPortRe
         return reader.Text(selected.vendorName);
     case kInterfaceRegisters.At("DeviceModelName_Reg"):
         return reader.Text(selected.modelName);
-    // Deliberate: the stored status, always unknown. Only GetDeviceInfo asks the camera.
+    // Deliberate(StoredStatusIsUnknown): the stored status, always unknown. Only GetDeviceInfo asks the camera.
     case kInterfaceRegisters.At("DeviceAccessStatus_Reg"):
         return reader.Number(selected.accessStatus);
     case kInterfaceRegisters.At("GevDeviceIPAddress_Reg"):
@@ -151,7 +153,8 @@ int NQGevInterface::WritePort(unsigned long address, const void* buffer, unsigne
         m_deviceSelector = NQGevRegisterValue(buffer, *size);
         return GenTL::GC_ERR_SUCCESS;
     }
-    // Deliberate: there is no register at the last of these, but a write to it has always been taken.
+    // Deliberate(WriteWithoutARegister): there is no register at the last of these; a write to it is taken, for
+    // consumers that fill the selection's block word by word up to its end.
     case kInterfaceRegisters.At("GevInterfaceGatewaySelector_Reg"):
     case kInterfaceRegisters.At("GevInterfaceSubnetSelector_Reg"):
     case kInterfaceRegisters.At("NoRegister"):

@@ -108,7 +108,8 @@ int NQGevRemoteDevice::DoOpen()
     }
     if (m_accessMode != GenTL::DEVICE_ACCESS_READONLY)
     {
-        // Deliberate: a camera that refuses the privilege is opened all the same; its access status tells.
+        // Deliberate(RefusedPrivilegeOpens): a camera that refuses the privilege is opened all the same; its access
+        // status tells.
         _gvcpWritereg(gvcp_wire::kRegControlPrivilege, PrivilegeOf(m_accessMode), false);
         _gvcpReadReg(gvcp_wire::kRegHeartbeatTimeout, &m_info.spareWord, false);
         _gvcpReadReg(gvcp_wire::kRegGvcpCapability, &m_info.spareWord2, false);
@@ -119,7 +120,8 @@ int NQGevRemoteDevice::DoOpen()
     }
     m_register0D3C = 0;
     _gvcpReadReg(gvcp_wire::kReg0D3C, &m_register0D3C, true);
-    // Deliberate: a camera opened read-only is not asked for its timeout, so its heartbeat runs without a pause.
+    // Deliberate(ReadOnlyBeatsWithoutAPause): a camera opened read-only is not asked for its timeout, so its heartbeat
+    // runs without a pause.
     m_heartbeat->Start(m_info.spareWord);
     undo.Dismiss();
     return GenTL::GC_ERR_SUCCESS;
@@ -246,7 +248,8 @@ unsigned long NQGevRemoteDevice::GetTickFrequency()
 bool NQGevRemoteDevice::GetBufferSettings(gevrdmaBufferSettings* settings)
 {
     unsigned char block[gendc_wire::kSettingsSize] = {};
-    // Deliberate: a block that could not be read is handed on as zeros; the acquisition then fails by itself.
+    // Deliberate(UnreadSettingsAreZero): a block that could not be read is handed on as zeros; the acquisition then
+    // fails by itself.
     const bool read = _gvcpReadMem(gvcp_wire::kRegRdmaSettings, block, sizeof block);
     settings->blockWord160 = ReadAt<unsigned int>(block, gendc_wire::kSettingsWord160);
     settings->blockWord164 = ReadAt<unsigned int>(block, gendc_wire::kSettingsWord164);
@@ -285,7 +288,8 @@ int NQGevRemoteDevice::GetAccessStatus()
     switch (privilege)
     {
     case gvcp_wire::kExclusiveAccess:
-        // Deliberate: exclusive access counts as no access, even where it is this object's own.
+        // Deliberate(ExclusiveIsNoAccess): exclusive access counts as no access, even where it is this object's own,
+        // for the register does not say whose it is.
         return GenTL::DEVICE_ACCESS_STATUS_NOACCESS;
     case gvcp_wire::kControlAccess:
         return GenTL::DEVICE_ACCESS_STATUS_OPEN_READWRITE;

@@ -108,7 +108,8 @@ unsigned int NQGevRemoteDevice::MeasurePacketSize(unsigned int bufferExtra)
     const unsigned short port = test.Bind();
     if (port == 0)
     {
-        // Deliberate: a socket for which there is no port is not closed. Whoever counts descriptors sees the attempt.
+        // Deliberate(PortlessSocketStaysOpen): a socket for which there is no port is not closed. Whoever counts
+        // descriptors sees the attempt.
         test.Abandon();
         return largestSize;
     }
@@ -129,7 +130,8 @@ unsigned int NQGevRemoteDevice::MeasurePacketSize(unsigned int bufferExtra)
     {
         _gvcpWritereg(gvcp_wire::kRegStreamPacketSize,
                       tested + (gvcp_wire::kFireTestPacket | gvcp_wire::kDoNotFragment), false);
-        // Deliberate: the budget is not renewed, so the later waits are short or only look.
+        // Deliberate(OneBudgetForAllTests): the budget is not renewed, so that a camera without test packets costs an
+        // open 20 ms and not four times as much; the later waits are short or only look.
         ready = test.Wait();
     }
     unsigned int size = standardSize;

@@ -83,8 +83,9 @@ int NQGevRemoteDevice::WritePort(unsigned long address, const void* buffer, unsi
     std::memcpy(block.data(), buffer, *size);
     if (rounded == 4 || rounded >= chunkSize)
     {
-        // Deliberate: a register and the last chunk of a long write go out as whole words of the caller's memory, up to
-        // three bytes past the size. A short memory write is filled up with zeros.
+        // Deliberate(WholeWordsGoOut): cameras take whole words only, so a register and the last chunk of a long write
+        // go out as whole words of the caller's memory, up to three bytes past the size. A short memory write is filled
+        // up with zeros.
         NQGevCopyReadable(static_cast<const unsigned char*>(buffer) + *size, block.data() + *size,
                           static_cast<std::size_t>(rounded) - *size);
     }
@@ -132,7 +133,8 @@ std::vector<std::string> NQGevRemoteDevice::GetURLList()
     char buffer[gvcp_wire::kUrlSize] = {};
     for (const unsigned int address : {gvcp_wire::kRegFirstUrl, gvcp_wire::kRegSecondUrl})
     {
-        // Deliberate: an empty text is an entry like any other, so a camera with one URL lists two.
+        // Deliberate(EmptyUrlIsAnEntry): an empty text is an entry like any other, so that the index of a URL always
+        // names the same register of the camera; one with one URL lists two.
         if (_gvcpReadMem(address, reinterpret_cast<unsigned char*>(buffer), gvcp_wire::kUrlSize))
         {
             urls.emplace_back(buffer, strnlen(buffer, gvcp_wire::kUrlSize));

@@ -99,8 +99,8 @@ void NQGevSystem::_updateInterfaceList(const std::vector<_NQ_GEV_INTERFACE_INFO>
         differs = std::erase_if(m_interfaceList, [&found](const _NQ_GEV_INTERFACE_INFO& listed) {
                       return std::none_of(found.begin(), found.end(), NQGevHasId(listed.id));
                   }) != 0;
-        // Deliberate: an entry that stays keeps the values of the scan that brought it; only the id tells adapters
-        // apart.
+        // Deliberate(StayingAdapterKeepsItsValues): an entry that stays keeps the values of the scan that brought it;
+        // only the id tells adapters apart.
         for (const _NQ_GEV_INTERFACE_INFO& info : found)
         {
             if (std::none_of(m_interfaceList.begin(), m_interfaceList.end(), NQGevHasId(info.id)))
@@ -208,7 +208,8 @@ int NQGevSystem::_getInterfaceInfo(const char* id, int command, int* type, void*
     case GenTL::NQ_INTERFACE_INFO_GATEWAY:
         return NQGenTLUtil::CopyInfoString(info.gateway, type, buffer, size);
     default:
-        // Deliberate: an open interface answers such a command with GC_ERR_NOT_IMPLEMENTED instead.
+        // Deliberate(NotAvailableWhileClosed): an open interface answers such a command with GC_ERR_NOT_IMPLEMENTED
+        // instead; for one that is not open this list may merely lack the value.
         return NQFailed(GenTL::GC_ERR_NOT_AVAILABLE, "%s GC_ERR_NOT_AVAILABLE :%d", "_getInterfaceInfo", command);
     }
 }
@@ -260,7 +261,8 @@ int NQGevSystem::CloseInterface(void* handle)
         return NQFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", "CloseInterface");
     }
     const int result = module->Close();
-    // Deliberate: a module that refuses to close is out of the list but not deleted, for it is still at work.
+    // Deliberate(RefusedCloseIsNotDeleted): a module that refuses to close is out of the list but not deleted, for it
+    // is still at work.
     if (result == GenTL::GC_ERR_SUCCESS)
     {
         delete module;

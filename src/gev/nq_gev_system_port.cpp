@@ -92,7 +92,8 @@ int NQGevSystem::_readListRegister(unsigned long address, const NQGevPortReader&
 
 int NQGevSystem::_readSelectedInterface(unsigned long address, const NQGevPortReader& reader)
 {
-    // Deliberate: past the end of the list every register of the selection reads empty, with success.
+    // Deliberate(PastTheEndIsEmpty): past the end of the list every register of the selection reads empty, with
+    // success, so that a display of a list that shrinks meanwhile shows nothing rather than an error.
     const bool listed = m_interfaceSelector < m_interfaceList.size();
     const _NQ_GEV_INTERFACE_INFO selected = listed ? m_interfaceList[m_interfaceSelector] : _NQ_GEV_INTERFACE_INFO{};
     switch (address)
@@ -103,7 +104,7 @@ int NQGevSystem::_readSelectedInterface(unsigned long address, const NQGevPortRe
         return reader.LongNumber(NQGevUtil::MacAddressToUint64(selected.macAddress));
     case kSystemRegisters.At("GevInterfaceDefaultIPAddress_Reg"):
         return reader.Number(NQGevUtil::IPAddressToUint32(selected.ipAddress));
-    // Deliberate: the gateway reads the mask, since no gateway is known.
+    // Deliberate(GatewayReadsTheMask): the gateway reads the mask, since no gateway is known.
     case kSystemRegisters.At("GevInterfaceDefaultSubnetMask_Reg"):
     case kSystemRegisters.At("GevInterfaceDefaultGateway_Reg"):
         return reader.Number(NQGevUtil::IPAddressToUint32(selected.subnetMask));
@@ -135,7 +136,8 @@ int NQGevSystem::WritePort(unsigned long address, const void* buffer, unsigned l
     }
 }
 
-// Deliberate: the four address registers are missing, and nothing here asks: reads and writes match for themselves.
+// Deliberate(AddressPredicateIsShort): the four address registers are missing, and nothing here asks: reads and writes
+// match for themselves.
 bool NQGevSystem::_isAddressValid(unsigned long address)
 {
     const NQGevRegister* const row = kSystemRegisters.Find(address);

@@ -31,8 +31,9 @@ NQGevThreadHeartbeat::~NQGevThreadHeartbeat()
 
 void NQGevThreadHeartbeat::OnHeartBeat()
 {
-    // Deliberate: one status for the whole process, kept across close and open. Cameras in the same state report it
-    // once; cameras in different states report a change at each other's beats.
+    // Deliberate(OneStatusForTheProcess): one status for the whole process, kept across close and open, so that a
+    // camera which comes back unchanged is not reported anew. Cameras in the same state report it once; cameras in
+    // different states report a change at each other's beats.
     static std::atomic<int> currAccessStatus = 0;
 
     const _NQ_GEV_DEVICE_INFO info = m_remote->GetDeviceInfo();

@@ -18,7 +18,8 @@ std::vector<unsigned char> NQGevUtil::CreateGVCPCommand(unsigned short command, 
         packet.push_back(static_cast<unsigned char>(word >> 8));
         packet.push_back(static_cast<unsigned char>(word & 0xFF));
     }
-    // Deliberate: without a payload the length field keeps what it was given, a body that is not there included.
+    // Deliberate(LengthWithoutAPayload): without a payload the length field keeps what it was given, a body that is not
+    // there included: the caller alone answers for what its header claims.
     if (payload != nullptr)
     {
         packet.insert(packet.end(), payload, payload + length);

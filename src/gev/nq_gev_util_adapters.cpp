@@ -19,7 +19,8 @@
 namespace
 {
 
-// Deliberate: one fixed request of 1024 bytes, so 25 addresses; what does not fit is not seen.
+// Deliberate(TwentyFiveAddresses): one fixed request of 1024 bytes, so 25 addresses, more than a host has adapters for
+// cameras; what does not fit is not seen.
 constexpr std::size_t kTableSize = 1024;
 constexpr std::size_t kMaxEntries = kTableSize / sizeof(ifreq);
 static_assert(kMaxEntries == 25);
@@ -47,7 +48,8 @@ class AdapterQuery
         if (ioctl(m_socket, SIOCGIFCONF, &request) < 0)
         {
             perror("ioctl(SIOCGIFCONF)");
-            // Deliberate: the socket stays open, as the console line is the only trace of a host in this state.
+            // Deliberate(UnreadableTableKeepsItsSocket): the socket stays open, as the console line is the only other
+            // trace of a host in this state.
             m_closing.Dismiss();
             return false;
         }
@@ -98,7 +100,8 @@ std::optional<_NQ_GEV_INTERFACE_INFO> Describe(const AdapterQuery& query, const 
 {
     _NQ_GEV_INTERFACE_INFO info;
     info.ipAddress = AddressText(entry.ifr_addr);
-    // Deliberate: only this one text is left out, so further loopback addresses are interfaces.
+    // Deliberate(OneLoopbackIsLeftOut): only this one text is left out, so further loopback addresses are interfaces,
+    // on which a camera in software is tried without a network.
     if (info.ipAddress == "127.0.0.1")
     {
         return std::nullopt;
@@ -134,7 +137,8 @@ bool NQGevUtil::DiscoverInterfaces(int /*tlType*/, std::vector<_NQ_GEV_INTERFACE
     }
     if (!query.List())
     {
-        // Deliberate: an unreadable table counts as a host without adapters here, but not in GetAdapterInfo.
+        // Deliberate(UnreadableTableIsEmpty): an unreadable table counts as a host without adapters here, but not in
+        // GetAdapterInfo: a list may be empty, while a question about one adapter wants an answer.
         return true;
     }
     for (const ifreq& entry : query)
@@ -155,7 +159,8 @@ bool NQGevUtil::GetAdapterInfo(std::string adapterName, std::string& ipAddress, 
     {
         return false;
     }
-    // Deliberate: no stop at a match, so of several entries of one name the last one's values stand.
+    // Deliberate(LastEntryStands): no stop at a match, so of several entries of one name the last one's values stand:
+    // an address that was added comes behind the one it is to replace.
     for (const ifreq& entry : query)
     {
         if (NameOf(entry) != adapterName)
@@ -184,7 +189,8 @@ unsigned int NQGevUtil::IPAddressToUint32(std::string address)
 
 std::string NQGevUtil::IPAddressToString(unsigned int address)
 {
-    // Deliberate: no byte swap, so this is not the inverse of IPAddressToUint32; it takes network byte order.
+    // Deliberate(AddressTextIsNotSwapped): no byte swap, so this is not the inverse of IPAddressToUint32; it takes
+    // network byte order.
     const in_addr internet{address};
     char text[INET_ADDRSTRLEN] = {};
     inet_ntop(AF_INET, &internet, text, sizeof text);

@@ -128,7 +128,8 @@ void AddStatistics(NQGevXmlWriter& xml)
     xml.BeginGroup("ChannelStatistics");
     xml.Add(Counter("FrameLoss", "Custom", "Number of frames that have been lost since last acquisition start.", "",
                     "Frame Loss", "FrameLoss_Reg"));
-    // Deliberate: the tool tip is that of the announced buffers; consumers know it so.
+    // Deliberate(ToolTipOfTheBuffers): the tool tip is that of the announced buffers. Consumers keep copies of the text
+    // by its hash, so it does not change for a word; the description says what is counted.
     xml.Add(Counter("FramesReceived", "Custom", "Number of announced (known) buffers on this stream.",
                     "the number of frames that have been received since last acquisition start.", "Frames Received",
                     "FramesReceived_Reg"));
@@ -148,7 +149,7 @@ void AddEventControl(NQGevXmlWriter& xml)
         .entries = {{"EventFrameStartOfTransfer", "The transfer of a frame began.", "Frame Start Of Transfer", "0"},
                     {"EventFrameCompleted", "A frame arrived whole.", "Frame Completed", "1"},
                     {"EventFrameIncomplete", "A frame arrived with data missing.", "Frame Incomplete", "2"},
-                    // Deliberate: spelled so; consumers select the entry by this name.
+                    // Deliberate(FrameAbondoned): spelled so; consumers select the entry by this name.
                     {"EventFrameAbondoned", "A frame was given up.", "Frame Abandoned", "3"}},
         .reg = "EventSelector_reg",
         .selected = {"EventNotification"}});
@@ -177,12 +178,14 @@ void AddEventRegister(NQGevXmlWriter& xml, const NQGevRegister& row)
 
 void AddRegisters(NQGevXmlWriter& xml)
 {
-    // Deliberate: the two event registers lie just above the description itself and are big-endian, unlike all others.
+    // Deliberate(EventRegistersAboveTheText): the two event registers lie just above the description itself and are
+    // big-endian, unlike all others: they have the form of a camera's registers, and no port serves them.
     xml.BeginGroup("EventControl Register");
     AddEventRegister(xml, kDataStreamRegisters["EventSelector_reg"]);
     AddEventRegister(xml, kDataStreamRegisters["EventNotification_reg"]);
     xml.EndGroup();
-    // Deliberate: all three groups of stream registers carry the same comment.
+    // Deliberate(OneCommentForThreeGroups): all three groups of stream registers carry the same comment, since they are
+    // one block of addresses that the order of the features cut in three.
     xml.BeginGroup("StreamInformation Registers");
     xml.AddString({kDataStreamRegisters["StreamID_Reg"], kPort});
     xml.EndGroup();
@@ -190,7 +193,7 @@ void AddRegisters(NQGevXmlWriter& xml)
     AddPolled(xml, kDataStreamRegisters["StreamAnnouncedBufferCount_Reg"]);
     xml.AddInteger({kDataStreamRegisters["StreamBufferHandlingMode_Reg"], kPort});
     xml.AddInteger({kDataStreamRegisters["StreamAnnounceBufferMinimum_Reg"], kPort, "", "Invisible"});
-    // Deliberate: no feature shows this register; its feature is disabled.
+    // Deliberate(RegisterWithoutAFeature): no feature shows this register; its feature is disabled.
     AddPolled(xml, kDataStreamRegisters["StreamDeliveredFrameCount_Reg"]);
     xml.EndGroup();
     xml.BeginGroup("StreamInformation Registers");

@@ -116,7 +116,8 @@ void AddInterfaceInformation(NQGevXmlWriter& xml)
                             .name = "InterfaceType",
                             .nameSpace = "Standard",
                             .toolTip = "Identifies the transport layer technology of the interface.",
-                            // Deliberate: consumers show the transport of every module under this one name.
+                            // Deliberate(TransportIsADeviceType): consumers show the transport of every module under
+                            // this one name.
                             .displayName = "Device Type",
                             .visibility = "Expert",
                             .imposedAccessMode = "RO",
@@ -208,7 +209,8 @@ void AddInterfaceRegisters(NQGevXmlWriter& xml)
     AddNumber(xml, kInterfaceRegisters["GevInterfaceSubnetSelector_Reg"]);
     AddNumber(xml, kInterfaceRegisters["NrSubnets_Reg"]);
     AddNumber(xml, kInterfaceRegisters["GevInterfaceSubnetIPAddress_Reg"], "GevInterfaceSubnetSelector_Reg");
-    // Deliberate: the mask names itself as its invalidator. There is only one subnet, so no selection changes it.
+    // Deliberate(MaskInvalidatesItself): the mask names itself as its invalidator. There is only one subnet, so no
+    // selection changes it.
     AddNumber(xml, kInterfaceRegisters["GevInterfaceSubnetMask_Reg"], "GevInterfaceSubnetMask_Reg");
     xml.EndGroup();
 }
@@ -233,7 +235,8 @@ void AddDeviceRegisters(NQGevXmlWriter& xml)
 
 void AddFormulas(NQGevXmlWriter& xml)
 {
-    // Deliberate: these three stand outside any group; consumers that list the groups do not show them.
+    // Deliberate(FormulasOutsideGroups): these three stand outside any group; consumers that list the groups do not
+    // show them.
     xml.Add(NQGevXmlFormula{"GevInterfaceGatewaySelectorMax_Form", "Custom", "NRGWYS", "NrGateways_Reg", "NRGWYS - 1"});
     xml.Add(NQGevXmlFormula{"GatewayListNotEmpty_Form", "Custom", "NRGWYS", "NrGateways_Reg", "NRGWYS > 0"});
     xml.Add(NQGevXmlFormula{"GevInterfaceSubnetSelectorMax_Form", "Custom", "NRSUBS", "NrSubnets_Reg", "NRSUBS - 1"});

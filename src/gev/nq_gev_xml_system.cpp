@@ -94,7 +94,8 @@ void AddSystemInformation(NQGevXmlWriter& xml)
                             .name = "TLType",
                             .nameSpace = "Standard",
                             .toolTip = "Identifies the transport layer technology of the GenTL Producer.",
-                            // Deliberate: consumers show the transport of every module under this one name.
+                            // Deliberate(TransportIsADeviceType): consumers show the transport of every module under
+                            // this one name.
                             .displayName = "Device Type",
                             .visibility = "Expert",
                             .imposedAccessMode = "RO",
@@ -115,8 +116,9 @@ void AddSystemInformation(NQGevXmlWriter& xml)
 
 void AddInterfaceSelection(NQGevXmlWriter& xml)
 {
-    // Deliberate: the command has a value of its own and reaches no register. A consumer starts a scan through the C
-    // interface or by writing InterfaceUpdateList_Reg, so that walking the features never rescans the adapters.
+    // Deliberate(UpdateCommandReachesNoRegister): the command has a value of its own and reaches no register. A
+    // consumer starts a scan through the C interface or by writing InterfaceUpdateList_Reg, so that walking the
+    // features never rescans the adapters.
     xml.Add(NQGevXmlFeature{.type = "Command",
                             .name = "InterfaceUpdateList",
                             .nameSpace = "Standard",

@@ -111,14 +111,15 @@ NQGigE_RETURN Camera::discoverCameras(unsigned int port, unsigned int localIP, u
     auto network = std::make_unique<Network>(0U, port, localIP, 0U);
     if (network->getLocalPort() == 0)
     {
-        // Deliberate: a network without a port is not freed, so its place in the count of living networks stays taken.
+        // Deliberate(PortlessNetworkStays): a network without a port is not freed, so its place in the count of living
+        // networks stays taken and the count tells how often the host had no port to give.
         keepUnusable(std::move(network));
         return NQGigE_NO_LOCAL_PORT;
     }
     const timeval wait = timevalFromMs(static_cast<long>(timeoutMs));
     const NQGigE_RETURN result = collectAnswers(*network, wait, localIP, callback, context);
-    // Deliberate: the map is not emptied before a discovery, so cameras of an earlier one make this one succeed as
-    // well.
+    // Deliberate(EarlierCamerasCount): the map is not emptied before a discovery, since cameras of an earlier one can
+    // still be opened by their records; they make this one succeed as well.
     return cameras.empty() ? result : NQGigE_SUCCESS;
 }
 

@@ -137,8 +137,8 @@ NQGigE_RETURN Network::sendCommand(const Command& command)
     const auto size = static_cast<std::size_t>(std::clamp(command.getSize(), 0, command.getMaxSize()));
     const ssize_t sent = uninterrupted(
         [&] { return sendto(mSocket, command.mBuffer.data(), size, 0, generic(mRemote), sizeof mRemote); });
-    // Deliberate: a failed send has the code of a timeout. Callers treat a camera that cannot be reached as a silent
-    // one.
+    // Deliberate(FailedSendIsATimeout): a failed send has the code of a timeout. Callers treat a camera that cannot be
+    // reached as a silent one.
     if (sent < 0)
     {
         return NQGigE_TIMEOUT;
@@ -202,7 +202,8 @@ NQGigE_RETURN Network::receiveCommand(Command& command, timeval* timeout, unsign
         }
         if (received <= 0)
         {
-            // Deliberate: nothing taken is a success with the packet as it was; the check of the acknowledge decides.
+            // Deliberate(NothingTakenIsASuccess): nothing taken is a success and leaves the packet alone; the check of
+            // the acknowledge decides, as it does for every other datagram that is no answer.
             return NQGigE_SUCCESS;
         }
         const std::vector<unsigned char>& buffer = command.mBuffer;
@@ -220,7 +221,7 @@ NQGigE_RETURN Network::receiveCommand(Command& command, timeval* timeout, unsign
             }
             return NQGigE_SUCCESS;
         }
-        // Deliberate: there is no limit, so a busy camera may extend the wait as often as it has to.
+        // Deliberate(PendingHasNoLimit): there is no limit, so a busy camera may extend the wait as often as it has to.
         if (timeout != nullptr)
         {
             *timeout = timevalFromMs(pending);

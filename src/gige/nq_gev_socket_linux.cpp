@@ -101,12 +101,13 @@ bool NQGevSocket::Create(int family, int type, int protocol)
     guard.lock();
     if (descriptor != 0 && m_socket == 0)
     {
-        // Deliberate: -1 is stored like a descriptor. The calls that follow fail, and their callers report it.
+        // Deliberate(RefusedSocketIsStored): -1 is stored like a descriptor. The calls that follow fail, and their
+        // callers report it.
         m_socket = descriptor;
         return true;
     }
     guard.unlock();
-    // Deliberate: 0 stands for no descriptor, so a socket of that number cannot be kept.
+    // Deliberate(ZeroIsNoDescriptor): 0 stands for no descriptor, so a socket of that number cannot be kept.
     close(descriptor);
     return false;
 }
@@ -135,7 +136,8 @@ bool NQGevSocket::SendTo(sockaddr* to, char* data, unsigned short size)
 bool NQGevSocket::SendTo(sockaddr* to, char* data, unsigned short size, bool setBuffer, unsigned int bufferSize)
 {
     const Use use(*this);
-    // Deliberate: the receive buffer, though this is a send: what is sized here is the room for the answers.
+    // Deliberate(SendSizesTheReceiveBuffer): the receive buffer, though this is a send: what is sized here is the room
+    // for the answers.
     if (setBuffer && !setOption(use.Descriptor(), SO_RCVBUF, bufferSize))
     {
         return false;

@@ -76,7 +76,8 @@ NQGigE_RETURN openCameraExt(unsigned long* handle, unsigned int ip, unsigned int
     addCameraToMap(camera.get());
     static_cast<void>(camera.release());
     *handle = opened;
-    // Deliberate: without a local port the camera stays open under its handle, and the caller closes it like any other.
+    // Deliberate(OpenWithoutAPort): without a local port the camera stays open under its handle, and the caller closes
+    // it like any other.
     return hasPort ? NQGigE_SUCCESS : NQGigE_SOCKET_ERROR;
 }
 
@@ -107,8 +108,8 @@ NQGigE_RETURN Camera_setGigECameraRegister(unsigned long handle, unsigned int ad
         return checked;
     }
     const int mode = g_mcMode.load(std::memory_order_relaxed);
-    // Deliberate: in the other modes another application controls the camera, so a write is reported as done and left
-    // out. Reads and memory accesses know no such rule.
+    // Deliberate(ListenersDoNotWrite): in the other modes another application controls the camera, so a write is
+    // reported as done and left out. Reads and memory accesses know no such rule.
     return mode == 0 || mode == 2 ? camera->setGigECameraRegister(address, value) : NQGigE_SUCCESS;
 }
 

@@ -106,7 +106,8 @@ void LvEndpoint::ThrowingConnect(const sockaddr_in* address)
         Fail("Error rdma_resolve_addr(): [" + ErrnoText() + "]");
     }
 
-    // Deliberate: a mismatch of the first event leaves it unacknowledged for now; teardown acknowledges it.
+    // Deliberate(FirstEventStays): a mismatch of the first event leaves it unacknowledged for now: nothing but teardown
+    // can follow, and that acknowledges it.
     ExpectEvent(RDMA_CM_EVENT_ADDR_RESOLVED, "RDMA_CM_EVENT_ADDR_RESOLVED", false);
     On_addr_resolved(m_event->id);
     AckEvent();
@@ -247,8 +248,8 @@ void LvEndpoint::On_route_resolved(rdma_cm_id* id)
 {
     rdma_conn_param params{};
     build_params(&params);
-    // Deliberate: the parameters are dropped. A null argument lets librdmacm use the most that the device can do, and
-    // that is what the cameras are known to work with.
+    // Deliberate(ParametersAreDropped): the parameters are dropped. A null argument lets librdmacm use the most that
+    // the device can do, and that is what the cameras are known to work with.
     const int result = rdma_connect(id, nullptr);
     if (result != 0)
     {
@@ -453,6 +454,8 @@ void LvEndpoint::DestroyIds()
         {
             NQTrace(NQTraceLevel::Expected, "%s GC_ERR_ERROR rdma_destroy_id m_cm_id_connection Failed", "DeInit");
         }
+        // Deliberate(UndestroyedIdIsForgotten): an id that could not be destroyed is forgotten; what is left of it
+        // nobody knows, so a second try could reach into freed memory.
         m_cm_id_connection = nullptr;
     }
     if (m_cm_id_listener != nullptr)
@@ -507,6 +510,7 @@ void build_params(rdma_conn_param* params)
     params->flow_control = 0;
     params->retry_count = 10;
     params->rnr_retry_count = 7;
-    // Deliberate: one number of the process's sequence is used up and dropped, as it always was.
+    // Deliberate(RandomNumberUsedUp): one number of the process's sequence is used up and dropped. A program that seeds
+    // the sequence to repeat its own runs then finds the rest of it unchanged across versions of this library.
     static_cast<void>(std::rand());
 }

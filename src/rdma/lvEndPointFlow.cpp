@@ -316,7 +316,8 @@ int LvEndpoint::RequeueBufferByID(void* id)
 {
     if (!m_connected)
     {
-        // Deliberate: the text names another failure than the code, which callers only test for zero.
+        // Deliberate(RequeueNamesAnotherFailure): the text names another failure than the code, which callers only test
+        // for zero.
         NQTrace(NQTraceLevel::Expected, "%s GC_ERR_ERROR connection not established ", "RequeueBufferByID");
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
     }

@@ -98,10 +98,12 @@ gevrdmaBuffer GevRdmaEndpoint::GetBuffer()
 bool GevRdmaEndpoint::GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer)
 {
     const gevrdmaBuffer frame = GetBuffer();
-    // Deliberate: an empty frame looks exactly like a stop.
+    // Deliberate(EmptyFrameIsAStop): an empty frame looks exactly like a stop: either way there is nothing to deliver,
+    // and the caller asks the stream itself whether to go on.
     if (frame.received == 0 || !Decode(frame, info))
     {
-        // Deliberate: the block is not requeued here. A camera that sends such frames is out of step.
+        // Deliberate(UndecodedBlockStays): the block is not requeued here. A camera that sends such frames is out of
+        // step and gets one credit fewer.
         HandOver(frame.id);
         return false;
     }

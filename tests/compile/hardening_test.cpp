@@ -120,7 +120,7 @@ TEST_P(HardeningWithoutSanitizer, CopiesIntoArraysOfKnownSizeAreBounded)
 
 TEST_P(HardeningWithoutSanitizer, ALibraryTakesPartInControlFlowProtection)
 {
-    // Deliberate: programs do not, as the C library's start files may have been built without.
+    // Programs do not, as the C library's start files may have been built without.
     EXPECT_EQ(std::regex_search(Readelf("-n", GetParam().file), std::regex("x86 feature: IBT, SHSTK")),
               GetParam().IsLibrary());
     // What the start files bring along need not have been built for it, so nothing of a library calls it.

@@ -410,6 +410,7 @@ TEST_F(GenApi, TheSelectorOfTheSystemSelectsAnInterface)
     EXPECT_EQ(engine.Number("GevInterfaceDefaultSubnetMask"), 0xFFFF0000);
 }
 
+// Deliberate(UpdateCommandReachesNoRegister)
 TEST_F(GenApi, DeliberateTheUpdateCommandOfTheSystemReachesNoRegister)
 {
     Engine engine(gentl, system);

@@ -245,7 +245,7 @@ const RefusedTeardown refusedTeardowns[] = {
     {"CompletionQueue", "ibv_destroy_cq:1:EBUSY", {queueStays, channelStays}},
     {"CompletionChannel", "ibv_destroy_comp_channel:1:EBUSY", {channelStays}},
     {"Region", "ibv_dereg_mr:1:EBUSY", {}},
-    // Deliberate: an id that is not destroyed is forgotten; nothing tries again.
+    // An id that is not destroyed is forgotten; nothing tries again.
     {"Id", "rdma_destroy_id:1:EBUSY", {idStays}, 1}};
 
 INSTANTIATE_TEST_SUITE_P(Of, StreamTeardown, testing::ValuesIn(refusedTeardowns),

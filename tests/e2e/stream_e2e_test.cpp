@@ -106,7 +106,7 @@ TEST(Stream, TheFrameAfterTheLastOneAskedForStopsTheStream)
     EXPECT_EQ(consumer.Take(5), Ids(1, 5));
 }
 
-// Deliberate: nobody is told of the frames, and the buffers do not come back.
+// Deliberate(NobodyRegistered): nobody is told of the frames, and the buffers do not come back.
 TEST(Stream, WithoutTheEventFramesCountForNothingAndCostTheirBuffers)
 {
     const VirtualCamera camera(SmallFrames());

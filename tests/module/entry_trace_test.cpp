@@ -179,6 +179,7 @@ TEST(EntryTrace, AnUnknownPortOrEventSourceFailsInTheOperationAndHasItsExit)
                             "NQGenTL 32 GCUnregisterEvent Exit hEventSrc:0x2345678f iEventID:5 ret:-1006"));
 }
 
+// Deliberate(ExitLineSaysEntry)
 TEST(EntryTrace, TheExitLineOfThePortInfoSaysEntry)
 {
     const Producer producer;

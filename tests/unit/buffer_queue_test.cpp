@@ -100,7 +100,7 @@ TEST_F(BufferQueue, BiggestSize)
     EXPECT_EQ(queue.GetBiggestSize(kQueued), 30U);
 }
 
-// Deliberate: sizes are taken as 32 bits.
+// Deliberate(BiggestSizeHas32Bits): sizes are taken as 32 bits.
 TEST_F(BufferQueue, BiggestSizeOfABufferBeyond4GiBIsItsLow32Bits)
 {
     NQGenTLBuffer huge(nullptr, 0x100000007, false, nullptr, nullptr);

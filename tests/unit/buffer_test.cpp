@@ -292,7 +292,7 @@ TEST(Buffer, AFrameShorterThanTheBufferLeavesTheRestAlone)
     EXPECT_EQ(std::string(memory, memory + 8), std::string("\1\2\3\x9\x9\x9\x9\x9", 8));
 }
 
-// Deliberate: sizes count as signed 32 bits, and a negative one copies nothing.
+// Deliberate(CopySizesAreSigned): sizes count as signed 32 bits, and a negative one copies nothing.
 TEST(Buffer, ASizeThatIsNegativeInSigned32BitsCopiesNothing)
 {
     unsigned char memory[8] = {};
@@ -311,7 +311,7 @@ TEST(Buffer, ASizeThatIsNegativeInSigned32BitsCopiesNothing)
     EXPECT_EQ(std::string(memory, memory + 8), std::string(8, '\0'));
 }
 
-// Deliberate: of sizes beyond 32 bits only the low half counts.
+// Deliberate(CopySizesAreSigned): of sizes beyond 32 bits only the low half counts.
 TEST(Buffer, OnlyTheLow32BitsOfASizeCount)
 {
     unsigned char memory[8] = {};
@@ -320,6 +320,7 @@ TEST(Buffer, OnlyTheLow32BitsOfASizeCount)
     EXPECT_EQ(std::string(memory, memory + 8), std::string("\1\2\0\0\0\0\0\0", 8));
 }
 
+// Deliberate(IncompleteStays)
 TEST(Buffer, IncompleteOnceSetStaysSet)
 {
     NQGenTLBuffer buffer(nullptr, 8, false, nullptr, nullptr);

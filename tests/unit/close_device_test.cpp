@@ -43,6 +43,7 @@ TEST(CloseDevice, AnUnknownHandleIsInvalid)
                 ElementsAre("CloseDevice GC_ERR_INVALID_HANDLE", "CloseDevice GC_ERR_INVALID_HANDLE"));
 }
 
+// Deliberate(RefusedCloseIsNotDeleted)
 TEST(CloseDevice, DeliberatelyADeviceThatRefusesToCloseIsGivenUp)
 {
     const nq::test::Host far;

@@ -84,6 +84,7 @@ TEST(Thread, ASecondJoinReturnsAtOnce)
     worker.join();
 }
 
+// Deliberate(FinishedIsNotJoined)
 TEST(Thread, JoinOfAFinishedBodyReturnsWithoutJoiningAndTheDestructorDetaches)
 {
     thread worker(Nothing, nullptr);
@@ -109,8 +110,8 @@ TEST(Thread, ADetachedBodyOutlivesItsObject)
     observer.Join();
 }
 
-// Deliberate: the time is taken for an instant in the past, so even a minute waits for nothing, and the thread is then
-// neither joined nor detached.
+// Deliberate(TimedJoinNeverWaits): the time is taken for an instant in the past, so even a minute waits for nothing,
+// and the thread is then neither joined nor detached.
 TEST(Thread, TimedJoinDoesNotWaitAndGivesTheThreadUp)
 {
     Body body;

@@ -152,6 +152,7 @@ TEST(Controller, CloseClosesAndDeletesARegisteredSystemBeforeDoClose)
     EXPECT_THAT(controller.log, ElementsAre("close TLSystem", "delete TLSystem", "DoClose"));
 }
 
+// Deliberate(ClosedSystemStays)
 TEST(Controller, CloseLeavesASystemThatIsNotOpenAllocatedForEverAndEachInitMakesAFreshOne)
 {
     Controller controller;
@@ -486,6 +487,7 @@ TEST(ControllerLastError, AThreadThatNeverFailedGetsNoErrorOfSizeNine)
     EXPECT_EQ(size, 9U);
 }
 
+// Deliberate(ErrorTextSizeStays)
 TEST(ControllerLastError, ABufferTooSmallLeavesSizeAndCodeUntouched)
 {
     Controller controller;

@@ -189,6 +189,7 @@ TEST(CopyInfoBool, WithZeroSizeAndABufferIsTooSmall)
     EXPECT_FALSE(value);
 }
 
+// Deliberate(NumberStoredBeforeTheSpace)
 TEST(CopyInfoUint16, StoresTheValueBeforeTheSpaceIsCompared)
 {
     unsigned char buffer[3] = {0x5a, 0x5a, 0x5a};

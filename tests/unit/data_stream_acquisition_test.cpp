@@ -84,7 +84,7 @@ TEST_F(DataStreamAcquisition, AFailedStartKeepsTheCountersOfTheRunBefore)
     EXPECT_EQ(Number(2), 0U);
 }
 
-// Deliberate: the refused start has already set the new limit.
+// Deliberate(RefusedStartSetsTheLimit): the refused start has already set the new limit.
 TEST_F(DataStreamAcquisition, ASecondStartIsRefusedButHasReplacedTheLimitAndZeroedWhatWasAcquired)
 {
     StartWith(4, 2);
@@ -138,6 +138,7 @@ TEST_F(DataStreamAcquisition, StopWithOtherFlagsIsRefusedWithoutLookingAtStarted
     EXPECT_EQ(stream.calls.size(), 1U);
 }
 
+// Deliberate(StopFlagsAreSigned)
 TEST_F(DataStreamAcquisition, NegativeFlagsAreNoOtherFlagsAndStopAtOnce)
 {
     TraceCapture trace;
@@ -154,7 +155,7 @@ TEST_F(DataStreamAcquisition, NegativeFlagsAreNoOtherFlagsAndStopAtOnce)
     EXPECT_EQ(stream.StopAcquisition(0x7FFFFFFF), -1003);
 }
 
-// Deliberate: the line names a code, yet nothing failed.
+// Deliberate(StopLineIsNoFailure): the line names a code, yet nothing failed.
 TEST_F(DataStreamAcquisition, EveryStopWritesItsEntryLine)
 {
     stream.StartAcquisition(0, 1);
@@ -283,7 +284,7 @@ TEST_F(DataStreamAcquisition, SimultaneousStartsStartTheTransportOnce)
     }
 }
 
-// Deliberate: counting starts once the transport has started, whatever it has brought until then.
+// Deliberate(CountingStartsLate): counting starts once the transport has started, whatever it has brought until then.
 TEST_F(DataStreamAcquisition, AFrameThatComesWhileTheStartIsUnderWayIsDeliveredButNotCounted)
 {
     Announce(1);
@@ -449,7 +450,7 @@ TEST_F(DataStreamAcquisition, AShortFrameIsDeliveredAsIncomplete)
     EXPECT_EQ(BufferNumber(handles[0], 7), 1U);
 }
 
-// Deliberate: nothing clears the flag.
+// Deliberate(IncompleteStays): nothing clears the flag.
 TEST_F(DataStreamAcquisition, IncompleteOnceSetStaysSetThroughAWholeFrame)
 {
     StartWith(1);
@@ -487,7 +488,7 @@ TEST_F(DataStreamAcquisition, AFrameOnAnEmptyInputListIsOneUnderrunAndCostsTheTr
     EXPECT_EQ(stream.handedOver, (std::vector<void*>{&blocks[0], &blocks[1], &blocks[2]}));
 }
 
-// Deliberate: nobody is told of the frame, and the buffer does not come back.
+// Deliberate(NobodyRegistered): nobody is told of the frame, and the buffer does not come back.
 TEST_F(DataStreamAcquisition, WithoutTheEventAFrameMovesNoCounterAndItsBufferLeavesTheList)
 {
     Announce(1);

@@ -384,7 +384,7 @@ TEST_F(DataStreamBuffers, FlushWorksWithoutTheEvent)
     EXPECT_EQ(Number(4), 0U);
 }
 
-// Deliberate: the queued flag is not set, so the buffer can come to the list twice.
+// Deliberate(FlushDoesNotFlag): the queued flag is not set, so the buffer can come to the list twice.
 TEST_F(DataStreamBuffers, FlushAllToInputAddsTheUnqueuedWithoutFlaggingThem)
 {
     Announce(3);

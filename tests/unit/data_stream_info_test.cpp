@@ -80,7 +80,7 @@ TEST_F(DataStreamInfo, WithoutTheEventNothingAwaitsDelivery)
     EXPECT_EQ(Number(5), 0U);
 }
 
-// Deliberate: false at all times.
+// Deliberate(IsGrabbingIsFalse): false at all times.
 TEST_F(DataStreamInfo, IsGrabbingAnswersFalseDuringAcquisition)
 {
     ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
@@ -103,7 +103,7 @@ TEST_F(DataStreamInfo, SomeCommandsAreNotImplemented)
                                                      "GetInfo iInfoCmd:13 GC_ERR_NOT_IMPLEMENTED"}));
 }
 
-// Deliberate: an unknown command is a plain error here, not something not implemented.
+// Deliberate(UnknownStreamCommandIsAnError): an unknown command is a plain error here, not something not implemented.
 TEST_F(DataStreamInfo, ACommandAbove13IsAnError)
 {
     TraceCapture trace;

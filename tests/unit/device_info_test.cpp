@@ -147,6 +147,7 @@ TEST_F(DeviceAnswers, AUserDefinedNameWithoutAZeroByteEndsWithTheField)
     EXPECT_EQ(answer.Text(), std::string(512, 'n'));
 }
 
+// Deliberate(FrequencyKeepsNetworkOrder)
 TEST_F(DeviceAnswers, DeliberatelyTheTimestampFrequencyKeepsTheNetworkOrderOfItsHalves)
 {
     camera.SetRegister(0x0940, 0x3B9ACA00);
@@ -176,6 +177,7 @@ TEST_F(DeviceAnswers, PersistentAddressesAreInHostOrder)
     EXPECT_THAT(camera.Accesses(), ElementsAre("read 0x064C", "read 0x065C", "read 0x066C"));
 }
 
+// Deliberate(AnswersFromAnEmptyRecord)
 TEST_F(DeviceAnswers, DeliberatelyTheAddressCommandsAnswerFromAnEmptyRecord)
 {
     EXPECT_EQ(Info(0xB000).type, uint64Type);
@@ -249,6 +251,7 @@ TEST_F(DeviceAnswers, FailedCameraReadsGiveTheirCodeAndTheirText)
     EXPECT_TRUE(TraceCapture::Has(2, "_getTimestampFreq ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_HI):-1010"));
 }
 
+// Deliberate(TextNamesTheTimestamp)
 TEST_F(DeviceAnswers, DeliberatelyAFailedPersistentAddressNamesTheTimestampRegister)
 {
     for (const unsigned int address : {0x064CU, 0x065CU, 0x066CU})
@@ -318,6 +321,7 @@ TEST_F(DeviceAnswers, ASelectorPastTheStreamsReadsAnEmptyIdWithSuccess)
     EXPECT_EQ(answer.Text(), "");
 }
 
+// Deliberate(UpdateStatusIsDenied)
 TEST_F(DeviceAnswers, DeliberatelyTheUpdateStatusCannotBeReadAndDeniesAWrite)
 {
     EXPECT_EQ(Read(0x7051C).result, -1015);
@@ -377,6 +381,7 @@ TEST_F(DeviceAnswers, NullArgumentsOfThePortAreInvalidParameters)
                             "WritePort failed! GC_ERR_INVALID_PARAMETER"));
 }
 
+// Deliberate(RegisterTakesAWord)
 TEST_F(DeviceAnswers, DeliberatelySelectorAndNotificationTakeTheFirstFourBytesWhateverTheSizeSays)
 {
     for (const unsigned long address : {0x70304UL, 0x70530UL})

@@ -178,6 +178,7 @@ TEST(DeviceList, AnUpdateOverwritesAllFieldsTheIdIncluded)
     EXPECT_EQ(module.Devices()[0].vendorName, "new");
 }
 
+// Deliberate(NoStatusIsStored)
 TEST(DeviceList, DeliberateNoStatusIsStored)
 {
     InterfaceModule module;

@@ -262,6 +262,7 @@ TEST_F(DeviceModule, FixedAnswers)
     EXPECT_EQ(device->GetId(), "Model:02-00-00-00-00-01");
 }
 
+// Deliberate(PortVersionOfItsOwn)
 TEST_F(DeviceModule, DeliberatelyThePortsVersionIsOneBehindTheProducers)
 {
     const GigERDMA::_NQ_GENTL_PORT_INFO info = Device()->GetPortInfo();

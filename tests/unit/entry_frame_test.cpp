@@ -190,6 +190,7 @@ TEST_F(EntryFrame, ADeviceWithoutAParentDoesNotCloseAndIsNotAskedForItsPort)
     EXPECT_THAT(TraceCapture::At(2), ElementsAre("DevClose Failed: GC_ERR_ERROR"));
 }
 
+// Deliberate(PortAskedBeforeTheClose)
 TEST_F(EntryFrame, ADeviceIsAskedForItsPortBeforeItsParentClosesItAndTheAnswerIsDropped)
 {
     Interface iface(nullptr);

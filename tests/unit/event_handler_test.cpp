@@ -174,7 +174,7 @@ TEST(EventHandler, OneSignalWakesOneWaiter)
     EXPECT_EQ(woken, 2);
 }
 
-// Deliberate: an unlimited wait woken without a bit returns 0, which its caller takes for a timeout.
+// Deliberate(WaitHasNoLoop): an unlimited wait woken without a bit returns 0, which its caller takes for a timeout.
 TEST(EventHandler, AWakeUpWithoutABitEndsEvenAnUnlimitedWait)
 {
     NQEventHandler handler(1);

@@ -161,7 +161,7 @@ TEST(RemoteDeviceEvent, TheIdIsAnEightDigitText)
     EXPECT_EQ(id.bytes, std::string("0000abcd\0", 9));
 }
 
-// Deliberate: the length of the record does not shorten the value.
+// Deliberate(WholeEventField): the length of the record does not shorten the value.
 TEST(RemoteDeviceEvent, TheValueIsAlwaysThe540BytesOfTheField)
 {
     NQGenTLEventRemoteDevice event;
@@ -213,7 +213,7 @@ TEST(HeapRecords, ANullBufferLosesTheRecordWithoutALeak)
     EXPECT_EQ(event.GetData(nullptr, &size, 0), -1011);
 }
 
-// Deliberate: flushing does not free records.
+// Deliberate(RecordsAreNotFreed): flushing does not free records.
 TEST(HeapRecords, FlushedRecordsAreNotFreed)
 {
     const auto record = std::make_unique<NQGenTLEventErrorRecord>();
@@ -225,7 +225,7 @@ TEST(HeapRecords, FlushedRecordsAreNotFreed)
     EXPECT_EQ(record->code, 7);
 }
 
-// Deliberate: neither does the end of the event.
+// Deliberate(RecordsAreNotFreed): neither does the end of the event.
 TEST(HeapRecords, PendingRecordsAreNotFreedWithTheEvent)
 {
     const auto record = std::make_unique<NQGenTLEventErrorRecord>();
@@ -342,7 +342,7 @@ TEST(NewBufferEvent, ANullEntryDoesNothing)
     EXPECT_EQ(data[0], 1);
 }
 
-// Deliberate: the numeric id is the address of the record.
+// Deliberate(BufferNumberIsItsAddress): the numeric id is the address of the record.
 TEST(NewBufferEvent, TheNumericIdIsTheAddressOfTheRecord)
 {
     NQGenTLEventNewBuffer event;

@@ -170,7 +170,7 @@ TEST_F(Event, ANullSizeIsRefused)
     EXPECT_EQ(event.GetData(nullptr, nullptr, 0), -1009);
 }
 
-// Deliberate: there is no size query on GetData.
+// Deliberate(NullBufferConsumes): there is no size query on GetData.
 TEST_F(Event, ANullBufferConsumesTheEntry)
 {
     event.Signal(&entries[0]);

@@ -119,6 +119,7 @@ TEST(UriDecode, KeepsWhatIsNoEscape)
     EXPECT_EQ(NQGenTLUtil::UriDecode("%"), "%");
 }
 
+// Deliberate(OnlyTheSpaceIsEncoded)
 TEST(UriEncode, EncodesOnlyTheSpace)
 {
     EXPECT_EQ(NQGenTLUtil::UriEncode("a b/c"), "a%20b/c");

@@ -14,6 +14,7 @@ namespace
 
 using GevDataStreamPort = nq::test::DataStreamFixture;
 
+// Deliberate(EventRegistersAreNotServed)
 TEST_F(GevDataStreamPort, AnyOtherAddressIsInvalidEvenTheEventRegistersOfTheMap)
 {
     std::uint64_t value = 0;
@@ -87,6 +88,7 @@ TEST_F(GevDataStreamPort, RegistersOfAFreshStreamReadTheirFirstValues)
     EXPECT_EQ(Read32(0x80434), 1000U);
 }
 
+// Deliberate(CountersHaveEightBytes)
 TEST_F(GevDataStreamPort, ACounterReadWithTheFourBytesOfTheMapFailsWithTheSizeNeeded)
 {
     for (const unsigned long address : {0x80110UL, 0x80114UL})
@@ -99,6 +101,7 @@ TEST_F(GevDataStreamPort, ACounterReadWithTheFourBytesOfTheMapFailsWithTheSizeNe
     }
 }
 
+// Deliberate(HandlingModeIsDropped)
 TEST_F(GevDataStreamPort, TheBufferHandlingModeTakesAnyWriteAndStaysOldestFirst)
 {
     EXPECT_EQ(Write(0x80104, std::uint32_t{2}), 0);
@@ -106,6 +109,7 @@ TEST_F(GevDataStreamPort, TheBufferHandlingModeTakesAnyWriteAndStaysOldestFirst)
     EXPECT_EQ(Read32(0x80104), 0U);
 }
 
+// Deliberate(RegisterTakesAWord)
 TEST_F(GevDataStreamPort, DeliberatelyThePlainValueTakesTheFirstFourBytesWhateverTheSizeSays)
 {
     nq::test::ExpectWritesOfAnySizeStoreFourBytes(*stream, 0x80434);

@@ -103,6 +103,7 @@ TEST_F(GevDataStream, AStreamWithoutADeviceFailsEverythingThatNeedsOne)
 
 // ---- start
 
+// Deliberate(StreamsBeforeRegistration)
 TEST_F(GevDataStream, AStartGoesThroughTheCameraInOrder)
 {
     int enabledBeforeRegistration = 0;
@@ -186,6 +187,7 @@ TEST_F(GevDataStream, AnIncompleteFrameIsDeliveredAndAdvancesFramesReceived)
     EXPECT_EQ(Read64(0x8010C), 1U);
 }
 
+// Deliberate(FrameLossRunsBackwards)
 TEST_F(GevDataStream, AForwardJumpOfFrameIdsCountsNothing)
 {
     Run(4);
@@ -196,6 +198,7 @@ TEST_F(GevDataStream, AForwardJumpOfFrameIdsCountsNothing)
     EXPECT_EQ(NQGevDataStreamAccess::NextFrameId(*stream), 101U);
 }
 
+// Deliberate(FrameLossRunsBackwards)
 TEST_F(GevDataStream, AFrameWithALowerIdLowersFrameLossAndLeavesTheNextFrameId)
 {
     Run(4);
@@ -257,6 +260,7 @@ TEST_F(GevDataStream, ABlockWhoseFrameFoundNoBufferFlowsAgainOnceTheBufferBoundT
 
 // ---- stop and restart
 
+// Deliberate(StopLineIsNoFailure)
 TEST_F(GevDataStream, AStopDisablesTheStreamAndDisconnects)
 {
     Run(1);

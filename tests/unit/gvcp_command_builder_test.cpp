@@ -38,6 +38,7 @@ TEST(CreateGVCPCommand, PayloadOfLengthZeroGivesAnEmptyVector)
     EXPECT_THAT(NQGevUtil::CreateGVCPCommand(0x0002, &payload, 0, 0x11, 1), IsEmpty());
 }
 
+// Deliberate(LengthWithoutAPayload)
 TEST(CreateGVCPCommand, NullPayloadKeepsALengthThatClaimsABody)
 {
     EXPECT_THAT(NQGevUtil::CreateGVCPCommand(0x0080, nullptr, 0x0104, 0x01, 1),

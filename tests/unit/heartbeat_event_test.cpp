@@ -182,6 +182,7 @@ TEST_F(Heartbeat, AnyOtherValueIsReportedAsItIsAndTheThreadGoesOn)
     EXPECT_EQ(StatusOf(event.Next()), 5);
 }
 
+// Deliberate(ReadOnlyBeatsWithoutAPause)
 TEST_F(Heartbeat, DeliberatelyTheBeatsOfAReadOnlyCameraFollowEachOtherWithoutAPause)
 {
     RegisteredEvent event(parent, connectionEvent);
@@ -191,6 +192,7 @@ TEST_F(Heartbeat, DeliberatelyTheBeatsOfAReadOnlyCameraFollowEachOtherWithoutAPa
     EXPECT_EQ(event.Pending(), 0U) << "nobody controls the camera, as the status was from the start";
 }
 
+// Deliberate(OneStatusForTheProcess)
 TEST_F(Heartbeat, DeliberatelyOneStatusForTheWholeProcess)
 {
     RegisteredEvent event(parent, connectionEvent);
@@ -206,6 +208,7 @@ TEST_F(Heartbeat, DeliberatelyOneStatusForTheWholeProcess)
     EXPECT_EQ(event.Pending(), 0U) << "the second camera is in the state of the first";
 }
 
+// Deliberate(OneStatusForTheProcess)
 TEST_F(Heartbeat, DeliberatelyTwoCamerasInDifferentStatesReportAChangeAtEachOthersBeats)
 {
     RegisteredEvent event(parent, connectionEvent);
@@ -233,6 +236,7 @@ TEST_F(Heartbeat, DeliberatelyTwoCamerasInDifferentStatesReportAChangeAtEachOthe
     }
 }
 
+// Deliberate(OneStatusForTheProcess)
 TEST_F(Heartbeat, DeliberatelyALostCameraMakesTheOtherOneReportItsStateAgain)
 {
     RegisteredEvent event(parent, connectionEvent);

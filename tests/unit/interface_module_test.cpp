@@ -122,6 +122,7 @@ TEST(InterfaceModule, NumberOfDevicesNeedsACount)
     EXPECT_TRUE(module.Devices().empty());
 }
 
+// Deliberate(PastTheEndIsExpected)
 TEST(InterfaceModule, DeliberateADeviceIndexPastTheEndIsTracedAsAnExpectedCondition)
 {
     const TraceCapture trace;

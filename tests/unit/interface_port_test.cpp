@@ -35,6 +35,7 @@ TEST(InterfacePort, EveryRegisterReadsWhatItsRowSays)
     EXPECT_EQ(ReadText(module, 0x6020C), "Nerquil");
 }
 
+// Deliberate(MaskReadsTheGateway)
 TEST(InterfacePort, DeliberateGatewaySubnetAddressAndMaskReadTheUnknownGateway)
 {
     InterfaceModule module;
@@ -51,6 +52,7 @@ TEST(InterfacePort, DeliberateGatewaySubnetAddressAndMaskReadTheUnknownGateway)
     }
 }
 
+// Deliberate(PastTheEndIsEmpty)
 TEST(InterfacePort, DeliberatePastTheEndTheSelectionReadsEmptyWithSuccess)
 {
     InterfaceModule module;
@@ -92,6 +94,7 @@ TEST(InterfacePort, TheDescriptionIsReadInFullOrInPartAndTheSizeStays)
     EXPECT_EQ(std::string(buffer.data(), 11), xml.substr(0, 10) + "#");
 }
 
+// Deliberate(SelectorsReadZero)
 TEST(InterfacePort, AWriteToASelectorSucceedsAndAReadStillGivesZero)
 {
     InterfaceModule module;
@@ -102,6 +105,7 @@ TEST(InterfacePort, AWriteToASelectorSucceedsAndAReadStillGivesZero)
     }
 }
 
+// Deliberate(WriteWithoutARegister)
 TEST(InterfacePort, DeliberateAWriteWhereNoRegisterLiesSucceedsAt60448Alone)
 {
     InterfaceModule module;
@@ -150,6 +154,7 @@ TEST(InterfacePort, PortCallsNeedBufferAndSize)
                             "WritePort failed! GC_ERR_INVALID_PARAMETER"));
 }
 
+// Deliberate(RegisterTakesAWord)
 TEST(InterfacePort, DeliberatelyTheSelectorTakesTheFirstFourBytesWhateverTheSizeSays)
 {
     InterfaceModule module;

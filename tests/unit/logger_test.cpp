@@ -57,6 +57,7 @@ TEST(LoggerC, ForwardsNothingBeforeAnyLoad)
     EXPECT_EQ(g_hModule, nullptr);
 }
 
+// Deliberate(ConsoleLine)
 TEST(LoggerC, WithoutTheLibraryInitPrintsOneLineAndGivesFalse)
 {
     testing::internal::CaptureStdout();
@@ -126,6 +127,7 @@ TEST(LoggerC, InitGivesWhatTheLibraryAnswers)
     EXPECT_TRUE(NQLInit());
 }
 
+// Deliberate(CloseKeepsTheSlots)
 TEST(LoggerC, TheSlotsKeepTheirValuesAfterCloseDll)
 {
     FakeLogger fake;
@@ -320,6 +322,7 @@ TEST(LoggerC, ALibraryThatLacksAnyOfTheSevenFunctionsIsRefused)
     }
 }
 
+// Deliberate(FailedLoadKeepsTheSlots)
 TEST(LoggerC, HandleAndSlotsKeepTheirValuesAfterAFailedLoad)
 {
     FakeLogger incomplete(NQ_INCOMPLETE_FAKE_LOGGER_PATH);

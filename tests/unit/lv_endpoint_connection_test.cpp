@@ -100,6 +100,7 @@ TEST_F(LvEndpointConnection, TheObjectsOfTheConnectionHaveTheirFixedValues)
     EXPECT_EQ(fake.qpAttributes.sq_sig_all, 0);
 }
 
+// Deliberate(ParametersAreDropped)
 TEST_F(LvEndpointConnection, BuildParamsHasNoEffectOnWhatConnectSends)
 {
     LvEndpoint endpoint;
@@ -125,6 +126,7 @@ TEST_F(LvEndpointConnection, BuildParamsFillsTheRecordAndLeavesTheRest)
     EXPECT_EQ(params.qp_num, 0xABCDEFU);
 }
 
+// Deliberate(RandomNumberUsedUp)
 TEST_F(LvEndpointConnection, BuildParamsUsesUpOneRandomNumber)
 {
     std::srand(1);
@@ -294,6 +296,7 @@ TEST_F(LvEndpointConnection, AProcessWithoutDescriptorsLeftFailsInitCleanly)
     EXPECT_THAT(trace.At(2), ElementsAre("Init GC_ERR_ERROR Failed "));
 }
 
+// Deliberate(FirstEventStays)
 TEST_F(LvEndpointConnection, AMismatchOfTheFirstEventIsAcknowledgedOnlyByTeardown)
 {
     fake.addressAnswer = RDMA_CM_EVENT_ADDR_ERROR;
@@ -507,6 +510,7 @@ TEST_F(LvEndpointConnection, ARegionThatCannotGoIsTriedAgainByTheNextTeardown)
     EXPECT_THAT(fake.LiveObjects(), UnorderedElementsAre("protection domain"));
 }
 
+// Deliberate(UndestroyedIdIsForgotten)
 TEST_F(LvEndpointConnection, AListenerIsDestroyedBehindTheConnectionAndForgottenEvenIfThatFails)
 {
     for (const int nth : {2, 4})

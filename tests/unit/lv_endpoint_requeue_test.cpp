@@ -19,6 +19,7 @@ class LvEndpointRequeue : public nq::test::EndpointFlowFixture
 {
 };
 
+// Deliberate(RequeueNamesAnotherFailure)
 TEST_F(LvEndpointRequeue, ARequeueBeforeInitReturnsNotConnectedAndOneBeforeRegistrationPostsNothing)
 {
     msg_buffer_mem early{};

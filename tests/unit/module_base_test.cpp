@@ -263,7 +263,7 @@ TEST(ModuleBase, AStackedWriteStopsAtTheFirstFailure)
     EXPECT_EQ(count, 3U);
 }
 
-// Deliberate: a size that the port changes does not reach the entry.
+// Deliberate(StackedSizesStay): a size that the port changes does not reach the entry.
 TEST(ModuleBase, AStackedAccessDoesNotHandChangedSizesBack)
 {
     FakeModule module;
@@ -458,7 +458,7 @@ TEST(ModuleBase, RegisteringWithNowhereToStoreTheHandleRegistersNothing)
     EXPECT_EQ(module.FindEventById(5, false), nullptr);
 }
 
-// Deliberate: the code is that of something not initialised.
+// Deliberate(UnregisteredIsNotInitialized): the code is that of something not initialised.
 TEST(ModuleBase, UnregisteringAnOfferedEventThatIsNotRegisteredGivesNotInitialized)
 {
     FakeModule module;

@@ -131,6 +131,7 @@ TEST(NetworkAdapters, ASecondAddressOnOneAdapterGivesASecondRecordWithTheSameId)
     EXPECT_EQ(found[1].subnetMask, "255.255.0.0");
 }
 
+// Deliberate(OneLoopbackIsLeftOut)
 TEST(NetworkAdapters, AnEntryWithTheAddress127002IsListed)
 {
     Shell("ip addr add 127.0.0.2/8 dev lo");
@@ -163,6 +164,7 @@ TEST(NetworkAdapters, AScanAppendsAndNeverClears)
     EXPECT_EQ(found[0].id, "before");
 }
 
+// Deliberate(TwentyFiveAddresses)
 TEST(NetworkAdapters, AScanSeesTwentyFiveAddressesAndNoMore)
 {
     AddAdapter("cam0", "02:00:00:00:00:01", "10.9.0.1/24");
@@ -200,6 +202,7 @@ TEST(NetworkAdapters, WithoutASocketTheQueryIsFalseAndSaysSo)
     EXPECT_TRUE(trace.Has(2, "GetAdapterInfo socket creation failed!"));
 }
 
+// Deliberate(UnreadableTableIsEmpty)
 TEST(NetworkAdapters, DeliberateAnUnreadableTableIsTrueForTheScanAndFalseForTheQuery)
 {
     AddAdapter("cam0", "02:00:00:00:00:01", "10.9.0.1/24");
@@ -215,6 +218,7 @@ TEST(NetworkAdapters, DeliberateAnUnreadableTableIsTrueForTheScanAndFalseForTheQ
               "ioctl(SIOCGIFCONF): Operation not permitted\nioctl(SIOCGIFCONF): Operation not permitted\n");
 }
 
+// Deliberate(UnreadableTableKeepsItsSocket)
 TEST(NetworkAdapters, DeliberateTheSocketStaysOpenAfterAnUnreadableTable)
 {
     g_RefusedRequest = SIOCGIFCONF;
@@ -290,6 +294,7 @@ TEST(NetworkAdapters, TheNameOfTheQueryMatchesExactly)
     }
 }
 
+// Deliberate(LastEntryStands)
 TEST(NetworkAdapters, OfSeveralEntriesOfOneNameTheLastOneStands)
 {
     AddAdapter("cam0", "02:00:00:00:00:01", "10.9.0.1/24");
@@ -357,6 +362,7 @@ TEST(AddressTexts, IPAddressToUint32OfATextThatIsNoAddressIsZero)
     }
 }
 
+// Deliberate(AddressTextIsNotSwapped)
 TEST(AddressTexts, DeliberateIPAddressToStringDoesNotSwap)
 {
     EXPECT_EQ(NQGevUtil::IPAddressToString(0x0A01A8C0), "192.168.1.10");

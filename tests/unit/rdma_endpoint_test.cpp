@@ -345,6 +345,7 @@ INSTANTIATE_TEST_SUITE_P(
                     WildField{"DataSizeZero", 144, 0, 8, true}, WildField{"DataSizeExact", 144, 64, 8, true}),
     [](const auto& field) { return std::string(field.param.name); });
 
+// Deliberate(UndecodedBlockStays)
 TEST_F(RdmaEndpoint, AFrameWhoseComponentIsNotAt64IsDroppedAndTheEndpointRunsWithOneReceiveFewer)
 {
     Stream(2);
@@ -388,6 +389,7 @@ TEST_F(RdmaEndpoint, TheBlockOfAFrameOnItsWayIsGivenBackOnlyOnceItWasHandedOver)
     EXPECT_EQ(buffer.id, first);
 }
 
+// Deliberate(EmptyFrameIsAStop)
 TEST_F(RdmaEndpoint, AZeroLengthFrameLooksExactlyLikeAStop)
 {
     Stream(1);

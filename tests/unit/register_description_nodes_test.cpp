@@ -106,6 +106,7 @@ TEST(RegisterDescriptionNodes, AddressesAreHexadecimalWithUpperCaseDigits)
     });
 }
 
+// Deliberate(ToolTipOfTheBuffers)
 TEST(RegisterDescriptionNodes, QuotedToolTipsStandAsTheyAre)
 {
     const XmlNode device = ParseXml(CreateXmlFileDevice());
@@ -130,6 +131,7 @@ TEST(RegisterDescriptionNodes, TheGatewayOfTheSystemMapAndItsNeighboursHaveRegis
     EXPECT_THAT(text, testing::HasSubstr("<Address>0x50628</Address>"));
 }
 
+// Deliberate(UpdateCommandReachesNoRegister)
 TEST(RegisterDescriptionNodes, TheUpdateCommandOfTheSystemMapReachesNoRegister)
 {
     const XmlNode root = ParseXml(CreateXmlFileSystem());
@@ -139,6 +141,7 @@ TEST(RegisterDescriptionNodes, TheUpdateCommandOfTheSystemMapReachesNoRegister)
     }
 }
 
+// Deliberate(MaskInvalidatesItself)
 TEST(RegisterDescriptionNodes, TheSubnetMaskRegisterNamesItselfAsItsInvalidator)
 {
     const XmlNode root = ParseXml(CreateXmlFileInterface());
@@ -247,6 +250,7 @@ TEST(RegisterDescriptionNodes, DisabledElementsOfTheDataStreamMapStayAsComments)
                                        {"pValue", "StreamDeliveredFrameCount_Reg"}}));
 }
 
+// Deliberate(RegisterWithoutAFeature)
 TEST(RegisterDescriptionNodes, TheDeliveredFrameCountRegisterHasNoFeature)
 {
     const XmlNode root = ParseXml(CreateXmlFileDataStream());

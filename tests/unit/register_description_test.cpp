@@ -72,6 +72,7 @@ TEST(RegisterDescription, RootCarriesItsAttributesInOrder)
     EXPECT_EQ(guids.size(), 1u) << "one pair for all four texts";
 }
 
+// Deliberate(OneCommentForThreeGroups)
 TEST(RegisterDescription, GroupsStandInOrder)
 {
     ForEachMap([](const Map& map, const XmlNode& root) {
@@ -162,6 +163,7 @@ TEST(RegisterDescription, CategoriesMatchTheirRows)
     });
 }
 
+// Deliberate(TransportIsADeviceType)
 TEST(RegisterDescription, FeaturesMatchTheirRows)
 {
     ForEachMap([](const Map& map, const XmlNode& root) {
@@ -220,6 +222,7 @@ TEST(RegisterDescription, FeaturesStandInTheGroupOfTheirCategory)
     });
 }
 
+// Deliberate(FrameAbondoned)
 TEST(RegisterDescription, EnumerationEntriesMatchTheirRows)
 {
     ForEachMap([](const Map& map, const XmlNode& root) {
@@ -253,6 +256,7 @@ TEST(RegisterDescription, EnumerationEntriesMatchTheirRows)
     });
 }
 
+// Deliberate(EventRegistersAboveTheText)
 TEST(RegisterDescription, RegistersMatchTheirRows)
 {
     ForEachMap([](const Map& map, const XmlNode& root) {
@@ -316,6 +320,7 @@ TEST(RegisterDescription, RegistersStandInTheirGroups)
     EXPECT_EQ(names(Group(system, "SystemInformation Registers")).size(), 7u);
 }
 
+// Deliberate(FormulasOutsideGroups)
 TEST(RegisterDescription, FormulasMatchTheirRows)
 {
     ForEachMap([](const Map& map, const XmlNode& root) {

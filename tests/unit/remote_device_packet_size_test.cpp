@@ -144,6 +144,7 @@ TEST_F(PacketSize, LeavesTheStreamPortAtZero)
     EXPECT_EQ(camera.Register(0x0D00), 0U);
 }
 
+// Deliberate(OneBudgetForAllTests)
 TEST_F(PacketSize, DeliberatelyFourTestsShareOneBudgetOfTime)
 {
     EXPECT_EQ(device->GetMaxSizeMTU(0, 16000), 1500U);
@@ -246,6 +247,7 @@ TEST_F(PacketSize, TheSocketIsClosedAgain)
     EXPECT_EQ(NextDescriptor(), before);
 }
 
+// Deliberate(PortlessSocketStaysOpen)
 TEST_F(PacketSize, DeliberatelyTheSocketStaysOpenWhenAllPortsAreTaken)
 {
     const TakenPorts taken(3500, 3564);

@@ -215,6 +215,7 @@ TEST_F(RemoteDevicePort, WriteOfFourBytesIsAWriteRegisterCommandWithTheCallersBy
     EXPECT_EQ(camera.Register(0xA000), 0x01020304U);
 }
 
+// Deliberate(WholeWordsGoOut)
 TEST_F(RemoteDevicePort, DeliberatelyAWriteOfTwoBytesIsAWriteRegisterCommandWithFourBytesOfTheCallersBuffer)
 {
     Open();
@@ -225,6 +226,7 @@ TEST_F(RemoteDevicePort, DeliberatelyAWriteOfTwoBytesIsAWriteRegisterCommandWith
     EXPECT_EQ(Body(datagram), (Bytes{0x00, 0x00, 0xA0, 0x00, 0x11, 0x22, 0x33, 0x44}));
 }
 
+// Deliberate(WholeWordsGoOut)
 TEST_F(RemoteDevicePort, DeliberatelyTheLastChunkOfALongWriteReachesPastTheSize)
 {
     Open();
@@ -341,6 +343,7 @@ TEST_F(RemoteDevicePort, UrlsAreTheCamerasTextsReadOnceAndKept)
     EXPECT_EQ(camera.Accesses().size(), 2U);
 }
 
+// Deliberate(EmptyUrlIsAnEntry)
 TEST_F(RemoteDevicePort, DeliberatelyAnEmptySecondUrlIsAnEntry)
 {
     camera.SetMemory(0x0200, "Local:a.zip;C0000;1234");

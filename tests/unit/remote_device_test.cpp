@@ -101,6 +101,7 @@ TEST_F(RemoteDevice, CapabilityBitTwentyHexMakesOpenWriteTwoToTheConfiguration)
     EXPECT_EQ(device.GetDeviceInfo().spareWord2, 0x80000020U);
 }
 
+// Deliberate(RefusedPrivilegeOpens)
 TEST_F(RemoteDevice, DeliberatelyACameraThatRefusesThePrivilegeIsOpenedAllTheSame)
 {
     camera.SetStatus(0x0A00, 0x8006);
@@ -193,6 +194,7 @@ TEST_F(RemoteDevice, AccessStatusMapsThePrivilegeRegister)
     EXPECT_EQ(device.GetAccessStatus(), 77);
 }
 
+// Deliberate(ExclusiveIsNoAccess)
 TEST_F(RemoteDevice, DeliberatelyExclusiveAccessCountsAsNoAccess)
 {
     NQGevRemoteDevice device(&tl, LoopbackCamera(), exclusive, nullptr);
@@ -323,6 +325,7 @@ TEST_F(RemoteDevice, BufferSettingsAreTakenUnswappedFromOneReadOfTheSettingsBloc
     EXPECT_EQ(settings.bufferCount, 5U) << "left to the caller";
 }
 
+// Deliberate(UnreadSettingsAreZero)
 TEST_F(RemoteDevice, DeliberatelyBufferSettingsThatCannotBeReadAreZero)
 {
     camera.SetStatus(0xE600, 0x8003);

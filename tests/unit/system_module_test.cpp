@@ -128,6 +128,7 @@ TEST(SystemModule, InterfaceInfoAnswersEachCommandFromTheList)
     }
 }
 
+// Deliberate(NotAvailableWhileClosed)
 TEST(SystemModule, DeliberateAnUnknownCommandIsNotAvailableHere)
 {
     const TraceCapture trace;
@@ -175,6 +176,7 @@ TEST(SystemModule, MergeErasesNeighboursThatAreBothGone)
     EXPECT_THAT(system.Ids(), ElementsAre("c"));
 }
 
+// Deliberate(StayingAdapterKeepsItsValues)
 TEST(SystemModule, MergeNeverRefreshesAnEntryThatStays)
 {
     SystemModule system;
@@ -348,6 +350,7 @@ TEST(SystemModule, ClosingAnUnknownInterfaceIsAnInvalidHandle)
                 ElementsAre("CloseInterface GC_ERR_INVALID_HANDLE", "CloseInterface GC_ERR_INVALID_HANDLE"));
 }
 
+// Deliberate(RefusedCloseIsNotDeleted)
 TEST(SystemModule, DeliberateAnInterfaceThatRefusesToCloseIsOutOfTheListAndNotDeleted)
 {
     AddAdapter("cam0", "02:00:00:00:00:01", "10.9.0.1/24");

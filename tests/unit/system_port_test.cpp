@@ -88,6 +88,7 @@ TEST(SystemPort, EveryRegisterReadsWhatItsRowSays)
     EXPECT_EQ(ReadNumber<unsigned int>(system, 0x50620), 0x0A040506u);
 }
 
+// Deliberate(GatewayReadsTheMask)
 TEST(SystemPort, DeliberateTheGatewayRegisterReadsTheSubnetMask)
 {
     SystemModule system;
@@ -95,6 +96,7 @@ TEST(SystemPort, DeliberateTheGatewayRegisterReadsTheSubnetMask)
     EXPECT_EQ(ReadNumber<unsigned int>(system, 0x50628), 0xFFFF0000u);
 }
 
+// Deliberate(PastTheEndIsEmpty)
 TEST(SystemPort, DeliberatePastTheEndTheSelectionReadsEmptyWithSuccess)
 {
     SystemModule system;
@@ -171,6 +173,7 @@ TEST(SystemPort, PortCallsNeedBufferAndSize)
                             "WritePort failed! GC_ERR_INVALID_PARAMETER"));
 }
 
+// Deliberate(RegisterTakesAWord)
 TEST(SystemPort, DeliberatelyTheSelectorTakesTheFirstFourBytesWhateverTheSizeSays)
 {
     SystemModule system;
@@ -223,6 +226,7 @@ TEST(SystemPort, TheUpdateRegisterReadsZeroAfterAScanThatThrew)
     EXPECT_EQ(ReadNumber<unsigned int>(system, 0x5050C), 0u);
 }
 
+// Deliberate(AddressPredicateIsShort)
 TEST(SystemPort, DeliberateTheAddressPredicateMissesTheLastFourRegisters)
 {
     std::vector<unsigned long> valid;

@@ -98,6 +98,7 @@ TEST_F(AccessProbe, ControlRegisterValue3GivesUnknown)
     EXPECT_EQ(Status(), 0u);
 }
 
+// Deliberate(StoredStatusIsUnknown)
 TEST_F(AccessProbe, TheStatusRegisterReadsZeroForAFreeCameraWhileTheInfoGivesOne)
 {
     EXPECT_EQ(ReadNumber<unsigned int>(module, 0x6040C), 0u);
@@ -185,6 +186,7 @@ TEST_F(AccessProbe, ACameraOnAnotherSubnetIsListedReadsNoAccessAndIsNotAsked)
     EXPECT_THAT(peer.Received(), IsEmpty());
 }
 
+// Deliberate(EachSideHasItsMask)
 TEST_F(AccessProbe, DeliberateEachSideIsMaskedWithItsOwnMask)
 {
     EXPECT_NE(StatusOfNetworks(module, 0x0A000001, 0xFF000000, 0x0A000002, 0xFFFFFF00), 3u);

@@ -377,6 +377,7 @@ TEST(BroadcastAnswer, ThereIsNoReceiverForTheExcludedAddresses)
     }
 }
 
+// Deliberate(ReceiverMayBeMissing)
 TEST(BroadcastAnswer, AScanWorksWithoutTheReceiverAndLogsNothing)
 {
     refusesBroadcastAddress = true;

@@ -96,6 +96,7 @@ GvcpDiscovery CameraOfVersion(unsigned int number, const std::string& version)
 
 } // namespace
 
+// Deliberate(RequestIdIsFixed)
 TEST_F(Discovery, OneBroadcastOfEightBytesGoesOut)
 {
     module.Scan();
@@ -222,6 +223,7 @@ TEST_F(Discovery, AVersionFrom300OnIsListedByPlainTextComparison)
     EXPECT_THAT(versions, testing::ElementsAreArray(listed));
 }
 
+// Deliberate(TextsRunOn)
 TEST_F(Discovery, DeliberateANameThatFillsItsFieldRunsIntoTheNext)
 {
     GvcpDiscovery camera = Camera();
@@ -404,6 +406,7 @@ TEST_F(Discovery, ACameraKeepsItsIdentityAcrossAddressChanges)
     EXPECT_EQ(module.Devices()[0].controlAddress.sin_addr.s_addr, inet_addr("10.9.0.99"));
 }
 
+// Deliberate(FailedScanEmptiesTheList)
 TEST_F(Discovery, AFailedSendEmptiesTheList)
 {
     EXPECT_TRUE(module.Scan());

@@ -225,6 +225,7 @@ TEST_F(Discovery, TimeoutIsOneBudgetForAllAnswers)
     EXPECT_LE(m_found.size(), 3U);
 }
 
+// Deliberate(EarlierCamerasCount)
 TEST_F(Discovery, SecondDiscoveryWithoutAnAnswerSucceedsWhenTheFirstFoundACamera)
 {
     ASSERT_EQ(Discover(), 0);
@@ -253,6 +254,7 @@ TEST_F(Discovery, ForeignLocalAddressGivesNoLocalPort)
     EXPECT_EQ(Discover(20, 3956, 0x0B000001), -102);
 }
 
+// Deliberate(PortlessNetworkStays)
 TEST_F(Discovery, NetworkWithoutALocalPortIsNotFreed)
 {
     EXPECT_EQ(Discover(20, 3956, 0x0B000001), -102);

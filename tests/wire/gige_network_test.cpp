@@ -212,6 +212,7 @@ TEST(Network, SizeAboveTheBufferSendsTheBufferOnly)
     EXPECT_EQ(peer.ReceivedBytes()[0].size(), 12U);
 }
 
+// Deliberate(FailedSendIsATimeout)
 TEST(Network, FailedSendSharesItsCodeWithATimeout)
 {
     Network unreachable(0x0A090002, 3956, 0, 0);
@@ -276,6 +277,7 @@ TEST(Network, PendingAcknowledgeOf1500MsChangesTheWaitToOneSecondAnd500000Micros
     EXPECT_LE(exchange.wait.tv_usec, 100000);
 }
 
+// Deliberate(PendingHasNoLimit)
 TEST(Network, PendingAcknowledgeMayExtendTheWaitAsOftenAsTheCameraLikes)
 {
     GvcpPeer peer;
@@ -314,6 +316,7 @@ TEST(Network, PendingAcknowledgeWithoutATimeKeepsWaiting)
     EXPECT_EQ(ack.getDWord(8), 5U);
 }
 
+// Deliberate(NothingTakenIsASuccess)
 TEST(Network, EmptyDatagramIsASuccessWithAnUnchangedSize)
 {
     GvcpPeer peer;

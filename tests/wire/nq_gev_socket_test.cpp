@@ -100,6 +100,7 @@ TEST(NQGevSocket, CreateWithADescriptorIsFalseAndOpensNoSecondSocket)
     EXPECT_EQ(OpenFiles(), before);
 }
 
+// Deliberate(RefusedSocketIsStored)
 TEST(NQGevSocket, CreateThatTheSystemRefusesCountsAsSuccessAndWhatFollowsFails)
 {
     NQGevSocket socket;
@@ -114,6 +115,7 @@ TEST(NQGevSocket, CreateThatTheSystemRefusesCountsAsSuccessAndWhatFollowsFails)
     EXPECT_TRUE(socket.Bind(0, 0));
 }
 
+// Deliberate(ZeroIsNoDescriptor)
 TEST(NQGevSocket, CreateIsFalseWhenTheSystemHandsOutDescriptorZero)
 {
     const int input = fcntl(0, F_DUPFD_CLOEXEC, 10);
@@ -254,6 +256,7 @@ TEST_F(NQGevSocketAtPeer, SendThatTheSystemRefusesIsFalse)
     EXPECT_FALSE(m_socket.SendTo(Generic(unreachable), &data, 1, true, 10000));
 }
 
+// Deliberate(SendSizesTheReceiveBuffer)
 TEST_F(NQGevSocketAtPeer, SendWithABufferSizeSetsTheReceiveBufferNotTheSendBuffer)
 {
     m_peer.Otherwise(Silent());

@@ -60,6 +60,7 @@ TEST_F(FlatFunctions, OpenAtAnotherPort)
     EXPECT_THAT(elsewhere.ReceivedBytes(), SizeIs(1));
 }
 
+// Deliberate(OpenWithoutAPort)
 TEST_F(FlatFunctions, OpenWithoutALocalPortIsASocketErrorWithAValidHandle)
 {
     EXPECT_EQ(openCamera(&m_handle, kLoopback, 0x0A090909, 3000, MULTICAST_OFF), -10);
@@ -196,6 +197,7 @@ TEST_F(FlatFunctions, ModeIsZeroAtLoad)
     EXPECT_EQ(g_mcMode, 0);
 }
 
+// Deliberate(ListenersDoNotWrite)
 TEST_F(FlatFunctions, RegisterWritesAtModeOneOrThreeReportSuccessAndSendNothing)
 {
     Open();

@@ -74,7 +74,7 @@ GC_ERROR Give(const char* function, std::uint64_t truth, void* where, std::size_
 
 GC_ERROR GiveHandle(const char* function, char& handle, void** where)
 {
-    // Deliberate: always the true one, as handles are for the producer alone to look at.
+    // Always the true one, as handles are for the producer alone to look at.
     *where = &handle;
     return Code(function);
 }
