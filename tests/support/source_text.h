@@ -48,12 +48,12 @@ inline Names Without(const Names& all, const Names& without)
     return rest;
 }
 
-/// The headers and sources of src/.
-inline std::vector<std::filesystem::path> Sources()
+/// The headers and sources of a folder of the tree.
+inline std::vector<std::filesystem::path> Sources(const std::string& folder = "src")
 {
     std::vector<std::filesystem::path> files;
     for (const auto& entry :
-         std::filesystem::recursive_directory_iterator(std::filesystem::path(NQ_SOURCE_DIR) / "src"))
+         std::filesystem::recursive_directory_iterator(std::filesystem::path(NQ_SOURCE_DIR) / folder))
     {
         if (entry.path().extension() == ".h" || entry.path().extension() == ".cpp")
         {
