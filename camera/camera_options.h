@@ -4,9 +4,12 @@
 
 #include "local_interface.h"
 #include "pixel_format.h"
+#include "rgb_picture.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <vector>
 
 namespace nq::camera
 {
@@ -30,6 +33,8 @@ struct CameraOptions
     PixelFormat pixelFormat = kPixelFormats[0];
     /// Value of the TestPattern feature.
     std::uint32_t pattern = 0;
+    /// What the pattern Scene shows; null for the drawn one.
+    std::shared_ptr<const std::vector<RgbPicture>> images = {};
     /// Frames per second; 0 sends as fast as the host grants credits.
     double frameRate = 0;
     /// Total number of frames to send, after which the camera falls quiet; 0 is no limit.

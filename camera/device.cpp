@@ -189,7 +189,7 @@ GvcpStatus Device::Check(std::uint32_t address, std::uint32_t value) const
     case kPixelFormat:
         return CheckGeometry(address, value);
     case kTestPattern:
-        return Streaming() ? GvcpStatus::WriteProtect : upTo(2);
+        return Streaming() ? GvcpStatus::WriteProtect : upTo(3);
     case kAcquisitionMode:
         return m_acquisition.Count().running ? GvcpStatus::WriteProtect : upTo(2);
     case kAcquisitionFrameCount:
@@ -338,7 +338,7 @@ AcquisitionSettings Device::CurrentSettings() const
     AcquisitionSettings settings;
     settings.picture = {m_registers.Get(kWidth), m_registers.Get(kHeight),
                         *FindPixelFormat(m_registers.Get(kPixelFormat)),
-                        static_cast<TestPattern>(m_registers.Get(kTestPattern))};
+                        static_cast<TestPattern>(m_registers.Get(kTestPattern)), m_options.images};
     settings.offsetX = m_registers.Get(kOffsetX);
     settings.offsetY = m_registers.Get(kOffsetY);
     settings.mode = static_cast<AcquisitionMode>(m_registers.Get(kAcquisitionMode));

@@ -88,8 +88,8 @@ void WriteImageFormatControl(Writer& xml)
         formats.emplace_back(format.name, format.code);
     }
     xml.Enumeration("PixelFormat", feature::kPixelFormat, formats, LockedWhileStreaming());
-    xml.Enumeration("TestPattern", feature::kTestPattern, {{"MovingRamp", 0}, {"ColorBar", 1}, {"Noise", 2}},
-                    LockedWhileStreaming());
+    xml.Enumeration("TestPattern", feature::kTestPattern,
+                    {{"MovingRamp", 0}, {"ColorBar", 1}, {"Noise", 2}, {"Scene", 3}}, LockedWhileStreaming());
 }
 
 void WriteAcquisitionControl(Writer& xml)

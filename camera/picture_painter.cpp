@@ -4,6 +4,7 @@
 
 #include "byte_order.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -15,6 +16,7 @@ namespace
 
 constexpr std::uint32_t kChannelStep = 85;
 constexpr std::uint32_t kFrameStep = 7;
+constexpr std::uint32_t kBayerRg8 = 0x01080009;
 
 } // namespace
 
@@ -27,6 +29,10 @@ PicturePainter::PicturePainter(const PictureSettings& settings) : m_settings(set
     else if (m_settings.pattern == TestPattern::ColorBar)
     {
         PrepareBars();
+    }
+    else if (m_settings.pattern == TestPattern::Scene && !m_settings.images)
+    {
+        m_scene = std::make_unique<Scene>(m_settings.width, m_settings.height);
     }
 }
 
@@ -101,8 +107,44 @@ void PicturePainter::DrawNoise(std::uint64_t frameId, std::span<std::uint8_t> pi
     }
 }
 
-void PicturePainter::Draw(std::uint64_t frameId, std::span<std::uint8_t> pixels) const
+void PicturePainter::DrawColours(const RgbPicture& picture, std::span<std::uint8_t> pixels) const
 {
+    const auto& [width, height, format, pattern, images] = m_settings;
+    std::uint8_t* to = pixels.data();
+    for (std::uint32_t y = 0; y < height; ++y)
+    {
+        const auto row = static_cast<std::uint32_t>(std::uint64_t{y} * picture.height / height);
+        for (std::uint32_t x = 0; x < width; ++x)
+        {
+            const Rgb& colour = picture.At(static_cast<std::uint32_t>(std::uint64_t{x} * picture.width / width), row);
+            const auto& [red, green, blue] = colour;
+            if (format.channels == 3)
+            {
+                to = std::copy(colour.begin(), colour.end(), to);
+                continue;
+            }
+            // RG in even rows of a Bayer picture, GB in odd ones.
+            const std::uint32_t grey = (299U * red + 587U * green + 114U * blue) / 1000;
+            const std::uint32_t value = format.code == kBayerRg8 ? colour[x % 2 + y % 2] : grey;
+            if (format.bytesPerPixel == 1)
+            {
+                *to++ = static_cast<std::uint8_t>(value);
+                continue;
+            }
+            PutLittle(to, static_cast<std::uint16_t>(value * (format.levels - 1) / 255));
+            to += 2;
+        }
+    }
+}
+
+void PicturePainter::Draw(std::uint64_t frameId, std::span<std::uint8_t> pixels)
+{
+    if (m_settings.pattern == TestPattern::Scene)
+    {
+        const auto& images = m_settings.images;
+        DrawColours(images ? (*images)[frameId % images->size()] : m_scene->Draw(frameId), pixels);
+        return;
+    }
     if (m_settings.pattern == TestPattern::Noise)
     {
         DrawNoise(frameId, pixels);

@@ -3,8 +3,10 @@
 #pragma once
 
 #include "pixel_format.h"
+#include "scene.h"
 
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -17,6 +19,8 @@ enum class TestPattern : std::uint32_t
     MovingRamp = 0,
     ColorBar = 1,
     Noise = 2,
+    /// A drawn scene, or the pictures that the camera was given.
+    Scene = 3,
 };
 
 /// Size and kind of the pictures of one stream.
@@ -26,11 +30,13 @@ struct PictureSettings
     std::uint32_t height = 0;
     PixelFormat format = kPixelFormats[0];
     TestPattern pattern = TestPattern::MovingRamp;
+    /// Null for none.
+    std::shared_ptr<const std::vector<RgbPicture>> images = {};
 
     bool operator==(const PictureSettings& other) const
     {
         return width == other.width && height == other.height && format.code == other.format.code &&
-               pattern == other.pattern;
+               pattern == other.pattern && images == other.images;
     }
 
     /// Bytes of one picture, without padding.
@@ -43,7 +49,10 @@ struct PictureSettings
 ///
 /// with x and y counted from the picture's upper left corner, c the channel (0 but for the green and blue of RGB8) and
 /// levels 256, 1024, 4096 or 65536 by pixel format. Two-byte values lie with the least significant byte first. A row is
-/// one copy out of a prepared ramp. Not safe for concurrent use.
+/// one copy out of a prepared ramp.
+///
+/// Scene is for eyes. Its colours become brightness in a format without any, and the filter's in a Bayer format; images
+/// of another size are scaled. Not safe for concurrent use.
 class PicturePainter
 {
   public:
@@ -55,17 +64,20 @@ class PicturePainter
     bool IsStill() const { return m_settings.pattern == TestPattern::ColorBar; }
 
     /// Fills `pixels`, which holds Payload() bytes.
-    void Draw(std::uint64_t frameId, std::span<std::uint8_t> pixels) const;
+    void Draw(std::uint64_t frameId, std::span<std::uint8_t> pixels);
 
   private:
     void PrepareRamp();
     void PrepareBars();
     void DrawNoise(std::uint64_t frameId, std::span<std::uint8_t> pixels) const;
+    void DrawColours(const RgbPicture& picture, std::span<std::uint8_t> pixels) const;
     void PutPixel(std::size_t index, std::uint32_t channel, std::uint32_t value);
 
     PictureSettings m_settings;
     /// The source of all rows: a ramp longer than a row by its period, or one row of bars.
     std::vector<std::uint8_t> m_row;
+    /// Null where no scene is to be drawn.
+    std::unique_ptr<Scene> m_scene;
 };
 
 } // namespace nq::camera

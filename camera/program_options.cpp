@@ -3,6 +3,7 @@
 #include "program_options.h"
 
 #include "fault_plan.h"
+#include "image_files.h"
 #include "nq_version.h"
 #include "picture_painter.h"
 #include "udp_socket.h"
@@ -28,6 +29,7 @@ struct Typed
     std::string interface;
     std::string mac;
     std::string pixelFormat = "Mono8";
+    std::string images;
     unsigned count = 1;
 };
 
@@ -94,9 +96,12 @@ void Define(CLI::App& app, Typed& typed)
     app.add_option("--height", camera.height, "lines")->check(CLI::Range(1, 65535))->capture_default_str();
     app.add_option("--pixel-format", typed.pixelFormat, "Mono8, Mono10, Mono12, Mono16, BayerRG8 or RGB8")
         ->capture_default_str();
-    app.add_option("--pattern", camera.pattern, "picture: MovingRamp, ColorBar or Noise")
+    app.add_option("--pattern", camera.pattern, "picture: MovingRamp, ColorBar, Noise or Scene, parts on a belt")
         ->transform(CLI::CheckedTransformer(
-            std::map<std::string, std::uint32_t>{{"MovingRamp", 0}, {"ColorBar", 1}, {"Noise", 2}}));
+            std::map<std::string, std::uint32_t>{{"MovingRamp", 0}, {"ColorBar", 1}, {"Noise", 2}, {"Scene", 3}}));
+    app.add_option("--images", typed.images,
+                   "folder of PNG files that Scene, then the pattern at power on, shows one after the other")
+        ->excludes("--pattern");
     app.add_option("--fps", camera.frameRate,
                    "frames per second, 0.001 to 100000; 0 is as fast as the host grants credits")
         ->capture_default_str();
@@ -168,6 +173,11 @@ ProgramOptions Resolve(Typed& typed)
         throw std::invalid_argument("a frame may not be larger than 1 GiB");
     }
     CheckTexts(typed.camera);
+    if (!typed.images.empty())
+    {
+        typed.camera.pattern = static_cast<std::uint32_t>(TestPattern::Scene);
+        typed.camera.images = std::make_shared<const std::vector<RgbPicture>>(ReadImages(typed.images));
+    }
     const double rate = typed.camera.frameRate;
     if (rate != 0 && !(rate >= 0.001 && rate <= 100000))
     {

@@ -196,7 +196,7 @@ TEST(CameraRegisters, ImpossibleValuesAreRefused)
     EXPECT_EQ(host.Write(4, 0x10010, 0x01080099), 0x8002U);
     EXPECT_EQ(host.Write(5, 0x10030, 0xBF800000), 0x8002U); // -1.0 frames per second
     EXPECT_EQ(host.Write(6, 0x10030, 0x7FC00000), 0x8002U); // not a number
-    EXPECT_EQ(host.Write(7, 0x1003C, 3), 0x8002U);
+    EXPECT_EQ(host.Write(7, 0x1003C, 4), 0x8002U);
     EXPECT_EQ(host.Write(8, 0x0A00, 4), 0x8002U);
     EXPECT_EQ(host.Read(0x10000), 640U);
 }
