@@ -16,7 +16,17 @@
     row(limitEndsWithLast, "limited acquisition", "ends with frame N+1", "ends with frame N; the stop that is due then succeeds") \
     row(idleStopAtOnce, "default stop before the first frame", "3000 ms", "at once") \
     row(flushQueuesOnce, "flush to the input", "may list a buffer twice", "once, as `DSQueueBuffer` does") \
-    row(newDataOfFrame, "`NEW_DATA`", "stays set when a buffer is queued again", "false until the next frame is in the buffer")
+    row(newDataOfFrame, "`NEW_DATA`", "stays set when a buffer is queued again", "false until the next frame is in the buffer") \
+    row(openEndsWithAnswer, "open by id on a fresh interface", "waits 2 s and fills the device list", "returns when the camera has answered; the list stays as it was") \
+    row(boundedScans, "scans with a timeout of more than a minute, an infinite one too", "take as long", "one scan of 1 s") \
+    row(probeOneCamera, "access probe", "any datagram of the interface's socket is the answer", "only the camera asked, with the id sent") \
+    row(statusOfEach, "access status of several cameras", "one for the process; held by another: `READONLY` or `NOACCESS`", "each its own; held by another: `BUSY`") \
+    row(exclusiveGoesOn, "exclusive open", "heartbeat ends at its first beat; status `NOACCESS`", "goes on; `OPEN_READWRITE`") \
+    row(readOnlyBeats, "read-only open", "reads without a pause; status as the privilege register says", "a beat a second; `OPEN_READONLY`") \
+    row(startNeedsControl, "start without control of the camera", "succeeds, no frame", "`GC_ERR_ACCESS_DENIED`") \
+    row(adaptersRefreshed, "adapter whose address changed", "the entry keeps the old one", "refreshed, `changed` true") \
+    row(eventBytesWritten, "records by `EventGetData`", "`*piSize` as it was", "bytes written") \
+    row(errorSizeTold, "`GCGetLastError` with a small buffer", "no size told", "needed size told")
 
 // clang-format on
 

@@ -251,6 +251,7 @@ int NQGenTLController::GetLastError(int* piErrorCode, char* sErrText, unsigned l
         // large its buffer is; a null text asks for it.
         if (*piSize < needed)
         {
+            *piSize = Answers().errorSizeTold ? needed : *piSize;
             return GenTL::GC_ERR_BUFFER_TOO_SMALL;
         }
         std::memcpy(sErrText, text.c_str(), needed);

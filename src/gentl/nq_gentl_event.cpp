@@ -165,6 +165,10 @@ void NQGenTLEvent::DeliverFront(void* pBuffer, unsigned long* piSize)
     if (void* const entry = m_queue.GetFront(true))
     {
         DoEventGetData(entry, pBuffer, piSize);
+        if (m_answers->eventBytesWritten && pBuffer != nullptr)
+        {
+            *piSize = m_eventSizeMax; // a record is as large as it says
+        }
     }
     ResetIfEmpty();
 }

@@ -134,6 +134,10 @@ int NQGevDataStream::DoStartAcquisition(unsigned int, unsigned int)
     {
         return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "DoStartAcquisition");
     }
+    if (const int refused = Answers().startNeedsControl ? m_device->CheckControl() : 0)
+    {
+        return NQFailed(refused, "%s no control, ret:%d", "DoStartAcquisition", refused);
+    }
     m_mtu = MtuValue;
     EndLastRun();
     m_tickFrequency = Answers().timestampInHertz ? m_device->GetTickFrequency() : 0;

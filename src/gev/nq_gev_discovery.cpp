@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Discovery: finding the cameras behind an interface, and asking one who controls it.
+#include "base/nq_answers.h"
 #include "base/nq_trace.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_interface.h"
@@ -20,7 +21,13 @@ namespace
 {
 
 constexpr unsigned short kRequestId = 1;
+constexpr unsigned int kPrivilegeAckSize = gvcp_wire::kReadValueOffset + 4;
+
 constexpr int kReceiveWait = 100; // milliseconds
+
+// With the standard's answers a scan that would take longer than the first takes the second; milliseconds.
+constexpr unsigned long kLongestScan = 60000;
+constexpr unsigned long kBoundedScan = 1000;
 
 // Plain text comparison, so 3.0 and 10.0.0 are older.
 constexpr std::string_view kOldestVersion = "3.0.0";
@@ -33,7 +40,8 @@ enum AccessStatus : unsigned int
     StatusUnknown = 0,
     StatusReadWrite = 1,
     StatusReadOnly = 2,
-    StatusNoAccess = 3
+    StatusNoAccess = 3,
+    StatusBusy = 4
 };
 
 /// One datagram. What was not received reads as zero.
@@ -96,6 +104,37 @@ _NQ_GEV_DEVICE_INFO Describe(const Packet& ack)
     return info;
 }
 
+/// Who holds a camera, as its control privilege register says.
+AccessStatus StatusOf(unsigned int privilege)
+{
+    switch (privilege)
+    {
+    case gvcp_wire::kNoControl:
+        return StatusReadWrite;
+    case gvcp_wire::kExclusiveAccess:
+        return StatusNoAccess;
+    case gvcp_wire::kControlAccess:
+        return StatusReadOnly;
+    default:
+        return StatusUnknown;
+    }
+}
+
+std::vector<unsigned char> ReadPrivilegeCommand(unsigned short requestId)
+{
+    auto address =
+        std::bit_cast<std::array<unsigned char, gvcp_wire::kAddressSize>>(htonl(gvcp_wire::kRegControlPrivilege));
+    return NQGevUtil::CreateGVCPCommand(gvcp_wire::kReadRegister, address.data(), address.size(),
+                                        gvcp_wire::kAckRequired, requestId);
+}
+
+// Deliberate(EachSideHasItsMask): each side is masked with its own mask, so equal networks of different length can
+// differ: to one of the two the other is then behind a router, and no answer comes back.
+bool OnOneNetwork(unsigned int ip, unsigned int mask, unsigned int otherIp, unsigned int otherMask)
+{
+    return (ip & mask) == (otherIp & otherMask);
+}
+
 bool HoldsId(const std::vector<_NQ_GEV_DEVICE_INFO>& infos, const std::string& id)
 {
     return std::ranges::any_of(infos, NQGevHasId(id));
@@ -129,7 +168,7 @@ struct ScanAnswers
 int NQGevInterface::UpdateDeviceList(bool* changed, unsigned long timeout)
 {
     std::vector<_NQ_GEV_DEVICE_INFO> found;
-    _discoverDevices(found, timeout);
+    _discoverDevices(found, Answers().boundedScans && timeout > kLongestScan ? kBoundedScan : timeout);
     // Deliberate(FailedScanEmptiesTheList): a scan that could not be made found nothing, so it empties the list.
     _updateDeviceList(found, changed);
     return GenTL::GC_ERR_SUCCESS;
@@ -140,7 +179,7 @@ bool NQGevInterface::_isExcluded() const
     return m_info.ipAddress == "0.0.0.0" || m_info.ipAddress == "127.0.0.1";
 }
 
-bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, unsigned long timeout)
+bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, unsigned long timeout, const char* until)
 {
     if (_isExcluded())
     {
@@ -173,7 +212,12 @@ bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, u
         info.interfaceMask = NQGevUtil::IPAddressToUint32(m_info.subnetMask);
         if (info.deviceVersion >= kOldestVersion)
         {
+            const bool last = until != nullptr && info.id == until;
             answers.Add(std::move(info));
+            if (last)
+            {
+                break;
+            }
         }
     }
     std::ranges::move(answers.first, std::back_inserter(found));
@@ -213,16 +257,15 @@ unsigned int NQGevInterface::_getDeviceAccessStatus(const sockaddr_in* controlAd
                                                     unsigned int interfaceMask, unsigned int ipAddress,
                                                     unsigned int subnetMask)
 {
-    // Deliberate(EachSideHasItsMask): each side is masked with its own mask, so equal networks of different length can
-    // differ: to one of the two the other is then behind a router, and no answer comes back.
-    if ((interfaceIp & interfaceMask) != (ipAddress & subnetMask))
+    if (!OnOneNetwork(interfaceIp, interfaceMask, ipAddress, subnetMask))
     {
         return StatusNoAccess;
     }
-    auto address =
-        std::bit_cast<std::array<unsigned char, gvcp_wire::kAddressSize>>(htonl(gvcp_wire::kRegControlPrivilege));
-    std::vector<unsigned char> command = NQGevUtil::CreateGVCPCommand(
-        gvcp_wire::kReadRegister, address.data(), address.size(), gvcp_wire::kAckRequired, kRequestId);
+    if (Answers().probeOneCamera)
+    {
+        return _probeAlone(*controlAddress);
+    }
+    std::vector<unsigned char> command = ReadPrivilegeCommand(kRequestId);
     sockaddr_in camera = *controlAddress;
     if (!m_socket.SendTo(reinterpret_cast<sockaddr*>(&camera), reinterpret_cast<char*>(command.data()),
                          static_cast<unsigned short>(command.size())))
@@ -241,15 +284,48 @@ unsigned int NQGevInterface::_getDeviceAccessStatus(const sockaddr_in* controlAd
         NQTrace(NQTraceLevel::Failure, "%s failed! WRONG ACK", "_getDeviceAccessStatus");
         return StatusUnknown;
     }
-    switch (ack.DWord(gvcp_wire::kReadValueOffset))
+    return StatusOf(ack.DWord(gvcp_wire::kReadValueOffset));
+}
+
+/// Asks by a socket of its own, so that no scan takes the answer and no other camera's is taken for it.
+unsigned int NQGevInterface::_probeAlone(const sockaddr_in& camera)
+{
+    NQGevSocket socket;
+    sockaddr_in address = camera;
+    const unsigned short id = ++m_probeId != 0 ? m_probeId.load() : ++m_probeId;
+    std::vector<unsigned char> command = ReadPrivilegeCommand(id);
+    if (!socket.Create(AF_INET, SOCK_DGRAM, IPPROTO_UDP) ||
+        !socket.Bind(NQGevUtil::IPAddressToUint32(m_info.ipAddress), 0) ||
+        !socket.SendTo(reinterpret_cast<sockaddr*>(&address), reinterpret_cast<char*>(command.data()),
+                       static_cast<unsigned short>(command.size())))
     {
-    case gvcp_wire::kNoControl:
-        return StatusReadWrite;
-    case gvcp_wire::kExclusiveAccess:
-        return StatusNoAccess;
-    case gvcp_wire::kControlAccess:
-        return StatusReadOnly;
-    default:
         return StatusUnknown;
     }
+    const unsigned long start = NQGenTLUtil::QueryCounterMS();
+    for (unsigned long past = 0; past < kReceiveWait; past = NQGenTLUtil::QueryCounterMS() - start)
+    {
+        Packet ack;
+        unsigned int received = 0;
+        sockaddr_in from{};
+        if (socket.ReceiveFrom(reinterpret_cast<sockaddr*>(&from), ack.Bytes(), gvcp_wire::kLargestPacket, received,
+                               kReceiveWait - static_cast<int>(past)) &&
+            received >= kPrivilegeAckSize && from.sin_addr.s_addr == camera.sin_addr.s_addr &&
+            from.sin_port == camera.sin_port && ack.AckCode() == gvcp_wire::kReadRegisterAck &&
+            ack.Word(gvcp_wire::kIdOffset) == id)
+        {
+            return ack.Word(gvcp_wire::kStatusOffset) == 0 ? StatusOf(ack.DWord(gvcp_wire::kReadValueOffset))
+                                                           : StatusUnknown;
+        }
+    }
+    return StatusUnknown;
+}
+
+unsigned int NQGevInterface::_getListedAccessStatus(const _NQ_GEV_DEVICE_INFO& info)
+{
+    const unsigned int status = _getDeviceAccessStatus(&info.controlAddress, info.interfaceIp, info.interfaceMask,
+                                                       info.ipAddress, info.subnetMask);
+    const bool held = status == StatusReadOnly ||
+                      (status == StatusNoAccess &&
+                       OnOneNetwork(info.interfaceIp, info.interfaceMask, info.ipAddress, info.subnetMask));
+    return Answers().statusOfEach && held ? static_cast<unsigned int>(StatusBusy) : status;
 }

@@ -9,6 +9,7 @@
 #include "gige/nq_gev_broadcast_receiver.h"
 #include "gige/nq_gev_socket_linux.h"
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -80,7 +81,8 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
   protected:
     /// Appends the cameras that answer one broadcast within `timeout` milliseconds; one that answers again and again is
     /// there twice, as it answered first and last. False when nothing was sent.
-    bool _discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, unsigned long timeout);
+    /// With `until` the scan ends as soon as that camera has answered.
+    bool _discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, unsigned long timeout, const char* until = nullptr);
 
     /// Makes the list that of a scan. `changed` (may be null) receives whether a device came or went.
     void _updateDeviceList(const std::vector<_NQ_GEV_DEVICE_INFO>& found, bool* changed);
@@ -108,6 +110,9 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
 
   private:
     bool _isExcluded() const;
+    bool _findForOpening(const char* id, _NQ_GEV_DEVICE_INFO& info);
+    unsigned int _getListedAccessStatus(const _NQ_GEV_DEVICE_INFO& info);
+    unsigned int _probeAlone(const sockaddr_in& camera);
     int _readAdapterRegister(unsigned long address, const NQGevPortReader& reader);
     int _readListRegister(unsigned long address, const NQGevPortReader& reader);
     int _readSelectedDevice(unsigned long address, const NQGevPortReader& reader) NQ_REQUIRES(m_moduleLock);
@@ -120,6 +125,7 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
     GigERDMA::NQGenTLOpenings m_openings;       ///< The ids of devices on the way to m_devices.
     bool m_updating = false; ///< Under the module lock: a scan asked for through the port is running.
     unsigned int m_deviceSelector NQ_GUARDED_BY(m_moduleLock) = 0; ///< Index into m_deviceList, possibly past its end.
+    std::atomic<unsigned short> m_probeId = 0;                     ///< Id of the last probe by a socket of its own.
     // Deliberate(RequestIdIsFixed): nothing uses it: both packets carry the fixed id 1, as no answer here is told from
     // another by its id.
     unsigned short m_requestId = 1;

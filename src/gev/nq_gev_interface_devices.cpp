@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The interface module's opening and closing of device modules.
+#include "base/nq_answers.h"
 #include "base/nq_trace.h"
 #include "gev/nq_gev_controller.h"
 #include "gev/nq_gev_device.h"
@@ -7,6 +8,7 @@
 #include "gev/nq_gev_query.h"
 
 #include <GenTL/GenTL.h>
+#include <algorithm>
 #include <memory>
 
 namespace
@@ -48,13 +50,9 @@ int NQGevInterface::OpenDevice(const char* id, int flags, void** handle)
         return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "OpenDevice");
     }
     _NQ_GEV_DEVICE_INFO info;
-    if (!_findDeviceInfoById(id, info))
+    if (!_findForOpening(id, info))
     {
-        UpdateDeviceList(nullptr, scanTimeout);
-        if (!_findDeviceInfoById(id, info))
-        {
-            return NQFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "OpenDevice");
-        }
+        return NQFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "OpenDevice");
     }
     if (!IsAccessMode(flags))
     {
@@ -76,6 +74,30 @@ int NQGevInterface::OpenDevice(const char* id, int flags, void** handle)
     m_devices.Add(device.get());
     static_cast<void>(device.release());
     return GenTL::GC_ERR_SUCCESS;
+}
+
+/// The camera of that id, from the list or from a scan.
+bool NQGevInterface::_findForOpening(const char* id, _NQ_GEV_DEVICE_INFO& info)
+{
+    if (_findDeviceInfoById(id, info))
+    {
+        return true;
+    }
+    if (!Answers().openEndsWithAnswer)
+    {
+        UpdateDeviceList(nullptr, scanTimeout);
+        return _findDeviceInfoById(id, info);
+    }
+    std::vector<_NQ_GEV_DEVICE_INFO> found;
+    _discoverDevices(found, scanTimeout, id);
+    const auto answer =
+        std::find_if(found.rbegin(), found.rend(), [id](const _NQ_GEV_DEVICE_INFO& each) { return each.id == id; });
+    if (answer == found.rend())
+    {
+        return false;
+    }
+    info = *answer;
+    return true;
 }
 
 int NQGevInterface::CloseDevice(void* handle)

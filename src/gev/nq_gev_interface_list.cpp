@@ -96,8 +96,7 @@ int NQGevInterface::_getDeviceInfo(const char* id, int command, int* type, void*
     case GenTL::DEVICE_INFO_DISPLAYNAME:
         return NQGenTLUtil::CopyInfoString(info.displayName, type, buffer, size);
     case GenTL::DEVICE_INFO_ACCESS_STATUS: {
-        const unsigned int status = _getDeviceAccessStatus(&info.controlAddress, info.interfaceIp, info.interfaceMask,
-                                                           info.ipAddress, info.subnetMask);
+        const unsigned int status = _getListedAccessStatus(info);
         return NQGenTLUtil::CopyInfoInt32(static_cast<int>(status), type, buffer, size);
     }
     case GenTL::DEVICE_INFO_USER_DEFINED_NAME:

@@ -2,6 +2,7 @@
 // The remote device's life cycle, its camera registers and what other modules read of the camera.
 #include "gev/nq_gev_remote_device.h"
 
+#include "base/nq_answers.h"
 #include "base/nq_rollback.h"
 #include "base/nq_trace.h"
 #include "gev/nq_gev_port.h"
@@ -17,6 +18,9 @@
 
 namespace
 {
+
+/// Of a heartbeat that keeps no privilege: a beat comes twice in it. Milliseconds.
+constexpr unsigned int kReadOnlyTimeout = 2000;
 
 /// What a GenTL access mode asks of the camera's control privilege register.
 unsigned int PrivilegeOf(int accessMode)
@@ -110,7 +114,7 @@ int NQGevRemoteDevice::DoOpen()
     {
         // Deliberate(RefusedPrivilegeOpens): a camera that refuses the privilege is opened all the same; its access
         // status tells.
-        _gvcpWritereg(gvcp_wire::kRegControlPrivilege, PrivilegeOf(m_accessMode), false);
+        m_privileged = _gvcpWritereg(gvcp_wire::kRegControlPrivilege, PrivilegeOf(m_accessMode), false);
         _gvcpReadReg(gvcp_wire::kRegHeartbeatTimeout, &m_info.spareWord, false);
         _gvcpReadReg(gvcp_wire::kRegGvcpCapability, &m_info.spareWord2, false);
         if ((m_info.spareWord2 & gvcp_wire::kPendingAckSupported) != 0)
@@ -120,9 +124,10 @@ int NQGevRemoteDevice::DoOpen()
     }
     m_register0D3C = 0;
     _gvcpReadReg(gvcp_wire::kReg0D3C, &m_register0D3C, true);
-    // Deliberate(ReadOnlyBeatsWithoutAPause): a camera opened read-only is not asked for its timeout, so its heartbeat
-    // runs without a pause.
-    m_heartbeat->Start(m_info.spareWord);
+    // Deliberate(ReadOnlyBeatsWithoutAPause): a camera opened read-only is not asked for its timeout, so by the
+    // library's own answers its heartbeat runs without a pause.
+    const bool slow = Answers().readOnlyBeats && m_accessMode == GenTL::DEVICE_ACCESS_READONLY;
+    m_heartbeat->Start(slow ? kReadOnlyTimeout : m_info.spareWord);
     undo.Dismiss();
     return GenTL::GC_ERR_SUCCESS;
 }
@@ -233,6 +238,21 @@ bool NQGevRemoteDevice::GetStreachannelCapability(_NQ_STREAM_CAPABILITY* capabil
     return true;
 }
 
+int NQGevRemoteDevice::CheckControl()
+{
+    const unsigned int needed = PrivilegeOf(m_accessMode);
+    if (needed == 0 || !m_privileged)
+    {
+        return GenTL::GC_ERR_ACCESS_DENIED;
+    }
+    unsigned int privilege = 0;
+    if (!_gvcpReadReg(gvcp_wire::kRegControlPrivilege, &privilege, false))
+    {
+        return GenTL::GC_ERR_IO;
+    }
+    return (privilege & needed) != 0 ? GenTL::GC_ERR_SUCCESS : GenTL::GC_ERR_ACCESS_DENIED;
+}
+
 unsigned long NQGevRemoteDevice::GetTickFrequency()
 {
     unsigned int high = 0;
@@ -285,11 +305,19 @@ int NQGevRemoteDevice::GetAccessStatus()
         return GenTL::DEVICE_ACCESS_STATUS_NOACCESS;
     }
     NQTrace(NQTraceLevel::Expected, "%s currentAccessStatus:%d", "GetAccessStatus", privilege);
+    if (Answers().readOnlyBeats && m_accessMode == GenTL::DEVICE_ACCESS_READONLY)
+    {
+        return GenTL::DEVICE_ACCESS_STATUS_OPEN_READONLY;
+    }
     switch (privilege)
     {
     case gvcp_wire::kExclusiveAccess:
-        // Deliberate(ExclusiveIsNoAccess): exclusive access counts as no access, even where it is this object's own,
-        // for the register does not say whose it is.
+        if (Answers().exclusiveGoesOn && m_accessMode == GenTL::DEVICE_ACCESS_EXCLUSIVE)
+        {
+            return GenTL::DEVICE_ACCESS_STATUS_OPEN_READWRITE;
+        }
+        // Deliberate(ExclusiveIsNoAccess): exclusive access counts as no access, by the library's own answers even
+        // where it is this object's own, for the register does not say whose it is.
         return GenTL::DEVICE_ACCESS_STATUS_NOACCESS;
     case gvcp_wire::kControlAccess:
         return GenTL::DEVICE_ACCESS_STATUS_OPEN_READWRITE;

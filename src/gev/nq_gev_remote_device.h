@@ -6,6 +6,7 @@
 #include "gev/nq_gev_common.h"
 #include "gige/gvcp_wire.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -102,6 +103,10 @@ class NQGevRemoteDevice : public GigERDMA::NQGenTLRemoteDevice
     /// Reads the stream capability word; false, with `capability` left alone, when the camera cannot be asked.
     bool GetStreachannelCapability(_NQ_STREAM_CAPABILITY* capability);
 
+    /// Whether the camera can be told to stream: GC_ERR_ACCESS_DENIED when it is opened read-only, refused the
+    /// privilege or has lost it to another, GC_ERR_IO when it does not answer.
+    int CheckControl();
+
     /// Ticks of the camera's clock in a second, 0 when it cannot be asked.
     unsigned long GetTickFrequency();
 
@@ -136,6 +141,7 @@ class NQGevRemoteDevice : public GigERDMA::NQGenTLRemoteDevice
     std::vector<std::string> m_urls NQ_GUARDED_BY(m_urlMutex);
     std::vector<NQGevDataStream*> m_streams NQ_GUARDED_BY(m_moduleLock);
     std::unique_ptr<NQGevThreadHeartbeat> m_heartbeat;
+    std::atomic<bool> m_privileged = false; ///< The camera has acknowledged the privilege at the last opening.
     unsigned int m_register0D3C = 0;
 
     NQMutex m_urlMutex; // Never held during an exchange with the camera.

@@ -21,6 +21,23 @@ namespace
 
 constexpr unsigned long kOpenScanTimeout = 1000; // milliseconds
 
+/// Gives each entry the values of the first adapter found with its id. Whether any has changed.
+bool RefreshAdapters(std::vector<_NQ_GEV_INTERFACE_INFO>& listed, const std::vector<_NQ_GEV_INTERFACE_INFO>& found)
+{
+    bool changed = false;
+    for (_NQ_GEV_INTERFACE_INFO& entry : listed)
+    {
+        const auto now = std::find_if(found.begin(), found.end(), NQGevHasId(entry.id));
+        if (now != found.end() && (now->ipAddress != entry.ipAddress || now->subnetMask != entry.subnetMask ||
+                                   now->adapterName != entry.adapterName))
+        {
+            entry = *now;
+            changed = true;
+        }
+    }
+    return changed;
+}
+
 } // namespace
 
 NQGevSystem::NQGevSystem(const NQAnswers& answers) : NQGenTLSystem(nullptr, answers) {}
@@ -109,6 +126,7 @@ void NQGevSystem::_updateInterfaceList(const std::vector<_NQ_GEV_INTERFACE_INFO>
                 differs = true;
             }
         }
+        differs = (Answers().adaptersRefreshed && RefreshAdapters(m_interfaceList, found)) || differs;
     }
     if (changed != nullptr)
     {

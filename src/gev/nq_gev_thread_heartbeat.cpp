@@ -2,6 +2,7 @@
 // One beat: read the camera's control privilege and report a change of status.
 #include "gev/nq_gev_thread_heartbeat.h"
 
+#include "base/nq_answers.h"
 #include "gentl/nq_gentl_event_device_connection.h"
 #include "gev/nq_gev_remote_device.h"
 
@@ -38,7 +39,8 @@ void NQGevThreadHeartbeat::OnHeartBeat()
 
     const _NQ_GEV_DEVICE_INFO info = m_remote->GetDeviceInfo();
     const int status = m_remote->GetAccessStatus();
-    if (currAccessStatus.exchange(status, std::memory_order_relaxed) == status)
+    std::atomic<int>& current = m_remote->Answers().statusOfEach ? m_ownStatus : currAccessStatus;
+    if (current.exchange(status, std::memory_order_relaxed) == status)
     {
         return;
     }

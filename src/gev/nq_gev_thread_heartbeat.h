@@ -4,6 +4,7 @@
 
 #include "gentl/nq_gentl_thread_heartbeat.h"
 
+#include <atomic>
 #include <string>
 
 class NQGevRemoteDevice;
@@ -31,4 +32,5 @@ class NQGevThreadHeartbeat : public GigERDMA::NQGenTLThreadHeartbeat
 
   private:
     NQGevRemoteDevice* m_remote;
+    std::atomic<int> m_ownStatus = 0; ///< Of this camera, with the standard's answers.
 };

@@ -14,7 +14,8 @@ namespace nq::test
 class FakeDevice : public GigERDMA::NQGenTLDevice
 {
   public:
-    FakeDevice() : NQGenTLDevice(nullptr) {}
+    /// With a `parent` it gives that one's answers.
+    explicit FakeDevice(GigERDMA::NQGenTLModuleBase* parent = nullptr) : NQGenTLDevice(parent) {}
 
     using NQGenTLModuleBase::GetPortInfo;
 

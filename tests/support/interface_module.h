@@ -2,6 +2,7 @@
 // The interface module with its scan, merge and probe in reach, for unit and wire tests.
 #pragma once
 
+#include "base/nq_answers.h"
 #include "gev/nq_gev_interface.h"
 #include "support/gvcp_peer.h"
 #include "support/module_queries.h"
@@ -53,7 +54,11 @@ class InterfaceModule : public NQGevInterface
     using NQGevInterface::_updateDeviceInfoByIndex;
     using NQGevInterface::_updateDeviceList;
 
-    explicit InterfaceModule(const _NQ_GEV_INTERFACE_INFO& info = Adapter()) : NQGevInterface(info, nullptr) {}
+    explicit InterfaceModule(const _NQ_GEV_INTERFACE_INFO& info = Adapter(),
+                             GigERDMA::NQGenTLModuleBase* parent = nullptr)
+        : NQGevInterface(info, parent)
+    {
+    }
 
     bool Merge(const std::vector<_NQ_GEV_DEVICE_INFO>& found)
     {
@@ -96,9 +101,9 @@ class InterfaceModule : public NQGevInterface
 
     Info DeviceInfo(const std::string& id, int command)
     {
-        return Ask([&](int* type, void* buffer, unsigned long* size) {
-            return GetDeviceInfo(id.c_str(), command, type, buffer, size);
-        });
+        return Ask([&](int* type, void* buffer,
+                       unsigned long* size) { return GetDeviceInfo(id.c_str(), command, type, buffer, size); },
+                   &Answers() == &kStandardAnswers);
     }
 
     Info OwnInfo(int command)

@@ -17,6 +17,7 @@ class SystemModule : public NQGevSystem
   public:
     using NQGevSystem::_getInterfaceInfo;
     using NQGevSystem::_updateInterfaceList;
+    using NQGevSystem::NQGevSystem;
 
     bool Merge(const std::vector<_NQ_GEV_INTERFACE_INFO>& found)
     {
@@ -46,9 +47,9 @@ class SystemModule : public NQGevSystem
 
     Info InterfaceInfo(const char* id, int command)
     {
-        return Ask([&](int* type, void* buffer, unsigned long* size) {
-            return GetInterfaceInfo(id, command, type, buffer, size);
-        });
+        return Ask([&](int* type, void* buffer,
+                       unsigned long* size) { return GetInterfaceInfo(id, command, type, buffer, size); },
+                   &Answers() == &kStandardAnswers);
     }
 
     Info OwnInfo(int command)
