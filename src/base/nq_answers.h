@@ -26,7 +26,10 @@
     row(startNeedsControl, "start without control of the camera", "succeeds, no frame", "`GC_ERR_ACCESS_DENIED`") \
     row(adaptersRefreshed, "adapter whose address changed", "the entry keeps the old one", "refreshed, `changed` true") \
     row(eventBytesWritten, "records by `EventGetData`", "`*piSize` as it was", "bytes written") \
-    row(errorSizeTold, "`GCGetLastError` with a small buffer", "no size told", "needed size told")
+    row(errorSizeTold, "`GCGetLastError` with a small buffer", "no size told", "needed size told") \
+    row(killEndsOneWait, "`EventKill`", "with nobody waiting ends every wait until a flush; several at once are one", "each ends one wait, the next one if nobody waits, before any data") \
+    row(waitersEnd, "unregister, close", "waiters may sleep on", "waiters end with `GC_ERR_ABORT`") \
+    row(closeEndsStream, "`DSClose`", "handle stays valid, nothing flushed", "ends the handle, its events and its buffers")
 
 // clang-format on
 

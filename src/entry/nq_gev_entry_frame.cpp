@@ -2,6 +2,7 @@
 // The call frame that all exported GenTL functions share.
 #include "entry/nq_gev_entry_frame.h"
 
+#include "base/nq_answers.h"
 #include "base/nq_logger.h"
 #include "gentl/nq_gentl_data_stream.h"
 #include "gentl/nq_gentl_device.h"
@@ -13,6 +14,14 @@
 #include <cstring>
 
 using namespace GigERDMA;
+
+NQGevEntryFrame::~NQGevEntryFrame()
+{
+    if (m_entered != nullptr)
+    {
+        m_entered->Leave();
+    }
+}
 
 bool NQGevEntryFrame::IsInitialized()
 {
@@ -63,7 +72,13 @@ NQGenTLDataStream* NQGevEntryFrame::FindDataStream(void* hDataStream)
 
 NQGenTLEvent* NQGevEntryFrame::FindEvent(void* hEvent)
 {
-    return IsInitialized() ? Known(g_Controller.FindEventModule(hEvent), "%s GC_ERR_INVALID_HANDLE") : nullptr;
+    if (!IsInitialized())
+    {
+        return nullptr;
+    }
+    NQGenTLEvent* const event = Known(g_Controller.FindEventModule(hEvent), "%s GC_ERR_INVALID_HANDLE");
+    m_entered = g_Controller.Answers().waitersEnd ? event : nullptr;
+    return event;
 }
 
 bool NQGevEntryFrame::HasOutput(void** output)

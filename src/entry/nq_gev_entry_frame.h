@@ -36,6 +36,9 @@ class NQGevEntryFrame
 {
   public:
     explicit NQGevEntryFrame(const char* name) : m_name(name) {}
+    ~NQGevEntryFrame();
+    NQGevEntryFrame(const NQGevEntryFrame&) = delete;
+    NQGevEntryFrame& operator=(const NQGevEntryFrame&) = delete;
 
     template <class... Arguments>
     void TraceEntry(const char* format, Arguments... arguments) const
@@ -100,6 +103,7 @@ class NQGevEntryFrame
     Module* FindModule(GigERDMA::NQGenTLModuleBase* (*lookup)(void*), void* handle);
 
     const char* const m_name;
+    GigERDMA::NQGenTLEvent* m_entered = nullptr; ///< The event that this call keeps from being deleted.
     int m_result = 0;
     bool m_finished = false;
 };

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The exported functions of the data stream.
+#include "base/nq_answers.h"
 #include "entry/nq_gev_entry_frame.h"
 #include "gentl/nq_gentl_data_stream.h"
 #include "gev/nq_gev_controller.h"
@@ -104,7 +105,12 @@ GC_API DSClose(DS_HANDLE hDataStream)
     // stays valid: the device owns it and opens it again under that handle.
     if (auto* const stream = frame.FindDataStream(hDataStream))
     {
-        frame.Finish(stream->Close());
+        const GC_ERROR result = stream->Close();
+        if (result == GC_ERR_SUCCESS && stream->Answers().closeEndsStream)
+        {
+            g_Controller.UnregisterModule(stream, false);
+        }
+        frame.Finish(result);
     }
     return frame.Result();
 }

@@ -78,6 +78,52 @@ unsigned int NQEventHandler::WaitForEvent(int timeout)
     return TakeBits();
 }
 
+void NQEventHandler::KillOnce()
+{
+    NQGenTLLock wait(m_waitLock);
+    ++m_kills;
+    m_condition.Signal();
+}
+
+void NQEventHandler::End()
+{
+    NQGenTLLock wait(m_waitLock);
+    m_ended = true;
+    m_condition.Signal();
+}
+
+unsigned int NQEventHandler::WaitOnce(int timeout)
+{
+    const timespec deadline = DeadlineIn(timeout < 0 ? 0 : timeout);
+    NQGenTLLock wait(m_waitLock);
+    unsigned int bits = TakeOnce();
+    for (int error = 0; bits == 0 && error == 0; bits = TakeOnce())
+    {
+        error = timeout < 0 ? m_condition.Wait(m_waitLock) : m_condition.WaitUntil(m_waitLock, deadline);
+    }
+    // One signal wakes one waiter: what is left is the next one's.
+    if (m_ended || m_kills != 0 || (bits > ~kKillBits && ReadBits() != 0))
+    {
+        m_condition.Signal();
+    }
+    return bits;
+}
+
+/// What there is for a WaitOnce: a kill before any bit.
+unsigned int NQEventHandler::TakeOnce()
+{
+    if (m_ended)
+    {
+        return kKillBits;
+    }
+    if (m_kills != 0)
+    {
+        --m_kills;
+        return kKillBits;
+    }
+    return ReadBits();
+}
+
 unsigned int NQEventHandler::ReadBits()
 {
     NQGenTLLock state(m_stateLock);

@@ -36,8 +36,19 @@ class NQEventHandler
 
     void Kill() { SetEvent(kKillBits); }
 
+    /// Ends one WaitOnce: one that sleeps, else the next. Such kills add up, and no SetEvent or ResetEvent takes one
+    /// back.
+    void KillOnce();
+
+    /// Ends every WaitOnce, now and from now on.
+    void End();
+
+    /// As WaitForEvent, but 0 says that the time has run out, nothing else, and a kill is one of KillOnce or End.
+    unsigned int WaitOnce(int timeout);
+
   private:
     unsigned int ReadBits();
+    unsigned int TakeOnce() NQ_REQUIRES(m_waitLock);
 
     /// Reads the bits and uses up a kill among them.
     unsigned int TakeBits();
@@ -48,6 +59,8 @@ class NQEventHandler
     NQGenTLCondition m_condition NQ_GUARDED_BY(m_waitLock);
     const unsigned int m_mask;
     unsigned int m_bits NQ_GUARDED_BY(m_stateLock) = 0;
+    unsigned int m_kills NQ_GUARDED_BY(m_waitLock) = 0;
+    bool m_ended NQ_GUARDED_BY(m_waitLock) = false;
 };
 
 } // namespace GigERDMA

@@ -214,7 +214,7 @@ int NQGenTLController::GetPortURLInfo(void* hPort, unsigned int iURLIndex, int i
 
 NQGenTLEvent* NQGenTLController::FindEventModule(void* hEvent)
 {
-    return hEvent == nullptr ? nullptr : m_moduleList.FindEventByHandle(hEvent);
+    return hEvent == nullptr ? nullptr : m_moduleList.FindEventByHandle(hEvent, Answers().waitersEnd);
 }
 
 int NQGenTLController::RegisterEvent(void* hEventSrc, int iEventID, void** phEvent)

@@ -113,7 +113,8 @@ class NQGenTLController
                        unsigned long* piSize);
 
     /// The event with that address among the events of all listed modules, or null. The address is only compared. The
-    /// event stays its module's, and nothing keeps it from being unregistered while the pointer is used.
+    /// event stays its module's. With the standard's answers it is entered, and not deleted until the caller leaves it;
+    /// else nothing keeps it from being unregistered while the pointer is used.
     NQGenTLEvent* FindEventModule(void* hEvent);
 
     /// Registers an event on a listed module and stores its handle; the module owns it. GC_ERR_INVALID_HANDLE for an

@@ -67,7 +67,26 @@ int NQGenTLDataStream::DoClose()
     {
         StopAcquisition(GenTL::ACQ_STOP_FLAGS_DEFAULT);
     }
+    if (Answers().closeEndsStream)
+    {
+        EndBuffers();
+    }
     return GenTL::GC_ERR_SUCCESS;
+}
+
+/// Revokes all buffers. A frame under way is waited for.
+void NQGenTLDataStream::EndBuffers()
+{
+    std::vector<std::unique_ptr<NQGenTLBuffer>> revoked; // Go last, without a lock.
+    NQGenTLLock transfer(m_transferLock);
+    NQGenTLLock queueing(m_queueingLock);
+    DiscardInput();
+    while (NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, 0, true))
+    {
+        revoked.emplace_back(buffer);
+        EndShow(buffer);
+        TheController().UnregisterModule(buffer->GetModule(), false);
+    }
 }
 
 int NQGenTLDataStream::AnnounceBuffer(void* buffer, unsigned long size, void* userPtr, void** handle)

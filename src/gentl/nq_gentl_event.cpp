@@ -7,7 +7,9 @@
 #include "gentl/nq_gentl_clear.h"
 #include "gentl/nq_gentl_util.h"
 
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 namespace GigERDMA
 {
@@ -22,6 +24,25 @@ NQGenTLEvent::~NQGenTLEvent()
     // Deliberate(RecordsAreNotFreed): records still pending are not freed here, as little as by Flush: an entry may be
     // a buffer of the stream, and this class cannot tell.
     m_signal.Kill();
+}
+
+void NQGenTLEvent::EndWaits()
+{
+    if (!m_answers->waitersEnd)
+    {
+        return;
+    }
+    m_signal.End();
+    // In a forked child those of the parent's threads that were inside never leave.
+    for (int inside = m_inside; inside != 0 && !m_origin.IsInherited(); inside = m_inside)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+void NQGenTLEvent::Leave()
+{
+    --m_inside; // The event may go from here on.
 }
 
 void NQGenTLEvent::DoFlushEntry(void*) {}
@@ -55,7 +76,7 @@ void NQGenTLEvent::Withdraw(void* entry)
 int NQGenTLEvent::Kill()
 {
     NQTrace(NQTraceLevel::EventQueue, "%s Entry! Queue:%d", "Kill", static_cast<int>(m_queue.GetSize()));
-    m_signal.Kill();
+    m_answers->killEndsOneWait ? m_signal.KillOnce() : m_signal.Kill();
     return GenTL::GC_ERR_SUCCESS;
 }
 
@@ -81,7 +102,12 @@ int NQGenTLEvent::GetData(void* pBuffer, unsigned long* piSize, unsigned long iT
         return error;
     }
 
-    const unsigned int bits = m_signal.WaitForEvent(static_cast<int>(iTimeout));
+    return Fetch(pBuffer, piSize, static_cast<int>(iTimeout));
+}
+
+int NQGenTLEvent::Fetch(void* pBuffer, unsigned long* piSize, int timeout)
+{
+    const unsigned int bits = WaitForData(timeout);
     if (bits > ~NQEventHandler::kKillBits)
     {
         return GenTL::GC_ERR_ABORT;
@@ -90,7 +116,10 @@ int NQGenTLEvent::GetData(void* pBuffer, unsigned long* piSize, unsigned long iT
     {
         // Deliberate(NullBufferConsumes): a null buffer asks for no size, since each event has a fixed one; the entry
         // is taken, which drops an event that nobody wants to read.
-        DeliverFront(pBuffer, piSize);
+        if (!DeliverFront(pBuffer, piSize) && m_answers->waitersEnd)
+        {
+            return Fetch(pBuffer, piSize, timeout); // another thread was faster
+        }
         return GenTL::GC_ERR_SUCCESS;
     }
     if (bits == 0)
@@ -99,6 +128,11 @@ int NQGenTLEvent::GetData(void* pBuffer, unsigned long* piSize, unsigned long iT
     }
     NQTrace(NQTraceLevel::EventQueue, "%s GC_ERR_ERROR Queue:%d", "GetData", static_cast<int>(m_queue.GetSize()));
     return GenTL::GC_ERR_ERROR;
+}
+
+unsigned int NQGenTLEvent::WaitForData(int timeout)
+{
+    return m_answers->killEndsOneWait ? m_signal.WaitOnce(timeout) : m_signal.WaitForEvent(timeout);
 }
 
 int NQGenTLEvent::GetDataInfo(const void* pInBuffer, unsigned long iInSize, int iInfoCmd, int* piType, void* pOutBuffer,
@@ -158,11 +192,12 @@ void NQGenTLEvent::FlushFront()
     DoFlushEntry(m_queue.GetFront(true));
 }
 
-/// When another thread took the last entry meanwhile, nothing is delivered.
-void NQGenTLEvent::DeliverFront(void* pBuffer, unsigned long* piSize)
+/// False when another thread took the last entry meanwhile; nothing is delivered then.
+bool NQGenTLEvent::DeliverFront(void* pBuffer, unsigned long* piSize)
 {
     NQGenTLLock pending(m_pendingLock);
-    if (void* const entry = m_queue.GetFront(true))
+    void* const entry = m_queue.GetFront(true);
+    if (entry != nullptr)
     {
         DoEventGetData(entry, pBuffer, piSize);
         if (m_answers->eventBytesWritten && pBuffer != nullptr)
@@ -171,6 +206,7 @@ void NQGenTLEvent::DeliverFront(void* pBuffer, unsigned long* piSize)
         }
     }
     ResetIfEmpty();
+    return entry != nullptr;
 }
 
 bool NQGenTLEvent::ResetIfEmpty()

@@ -2,9 +2,11 @@
 // The base of the GenTL events: a queue of occurrences that a consumer waits on.
 #pragma once
 
+#include "base/nq_fork.h"
 #include "gentl/nq_event_handler.h"
 #include "gentl/nq_gentl_event_data_queue.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstring>
 #include <memory>
@@ -57,6 +59,15 @@ class NQGenTLEvent
 
     /// Gives `answers`, which outlive the event, instead of the library's own. Before anybody else knows the event.
     void UseAnswers(const NQAnswers& answers) { m_answers = &answers; }
+
+    /// Between Enter and Leave an EndWaits waits. To be entered while the lock of the event's module is held, so that
+    /// the event cannot go before.
+    void Enter() { ++m_inside; }
+    void Leave();
+
+    /// For an event about to be deleted that nobody finds any more: with the standard's answers ends every GetData and
+    /// returns when nobody is inside.
+    void EndWaits();
 
     /// Number of pending entries.
     unsigned long GetNumInQueue();
@@ -118,9 +129,11 @@ class NQGenTLEvent
   private:
     static constexpr unsigned int kDataBit = 1;
 
+    int Fetch(void* pBuffer, unsigned long* piSize, int timeout);
+    unsigned int WaitForData(int timeout);
     int _validateEventGetDataParam(void* pBuffer, unsigned long* piSize);
     void FlushFront();
-    void DeliverFront(void* pBuffer, unsigned long* piSize);
+    bool DeliverFront(void* pBuffer, unsigned long* piSize);
     bool ResetIfEmpty();
 
     const NQAnswers* m_answers;
@@ -131,6 +144,8 @@ class NQGenTLEvent
     unsigned long m_eventSizeMax = 0;
     unsigned long m_infoDataSizeMax = 0;
     NQEventHandler m_signal;
+    const NQOrigin m_origin;
+    std::atomic<int> m_inside = 0; ///< Calls between Enter and Leave.
 
     /// Held where the queue and bit 0 change together, so that an entry never waits behind a cleared bit, and while an
     /// entry is delivered, so that Withdraw ends behind it. Taken before the locks of both.

@@ -78,8 +78,21 @@ NQGenTLModuleBase::NQGenTLModuleBase(NQGenTLModuleBase* parent, const NQAnswers&
 
 NQGenTLModuleBase::~NQGenTLModuleBase()
 {
-    NQGenTLLock lock(m_moduleLock);
-    m_events.clear();
+    EndEvents();
+}
+
+/// Unregisters all events.
+void NQGenTLModuleBase::EndEvents()
+{
+    std::vector<std::unique_ptr<NQGenTLEvent>> events; // Go without the lock: somebody may be inside.
+    {
+        NQGenTLLock lock(m_moduleLock);
+        m_events.swap(events);
+    }
+    for (const auto& event : events)
+    {
+        event->EndWaits();
+    }
 }
 
 int NQGenTLModuleBase::Open()
@@ -103,6 +116,10 @@ int NQGenTLModuleBase::Close()
     if (!IsOpen())
     {
         return NQFailed(GenTL::GC_ERR_ERROR, "%s GC_ERR_ERROR", "Close");
+    }
+    if (m_answers.waitersEnd)
+    {
+        EndEvents();
     }
     if (const int error = DoClose())
     {
@@ -190,12 +207,20 @@ int NQGenTLModuleBase::GetPortURLInfo(unsigned int iURLIndex, int iInfoCmd, int*
     return _getURLInfoURL(iURLIndex, piType, pBuffer, piSize);
 }
 
-NQGenTLEvent* NQGenTLModuleBase::FindEventByHandle(void* handle)
+NQGenTLEvent* NQGenTLModuleBase::FindEventByHandle(void* handle, bool enter)
 {
     NQGenTLLock lock(m_moduleLock);
     const auto found =
         std::find_if(m_events.begin(), m_events.end(), [&](const auto& event) { return event.get() == handle; });
-    return found == m_events.end() ? nullptr : found->get();
+    if (found == m_events.end())
+    {
+        return nullptr;
+    }
+    if (enter)
+    {
+        (*found)->Enter();
+    }
+    return found->get();
 }
 
 NQGenTLEvent* NQGenTLModuleBase::FindEventById(int id, bool remove)
@@ -258,6 +283,11 @@ int NQGenTLModuleBase::UnregisterEvent(int iEventID)
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
     }
     const std::unique_ptr<NQGenTLEvent> event(FindEventById(iEventID, true));
+    if (event && m_answers.waitersEnd)
+    {
+        event->EndWaits();
+        event->Flush(); // What it still has is the consumer's again.
+    }
     // Deliberate(UnregisteredIsNotInitialized): an event that was never registered answers like one that is not
     // initialised, which tells it from one that the module does not offer.
     return event ? GenTL::GC_ERR_SUCCESS : GenTL::GC_ERR_NOT_INITIALIZED;

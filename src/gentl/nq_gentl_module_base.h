@@ -113,7 +113,8 @@ class NQGenTLModuleBase
     const NQAnswers& Answers() const { return m_answers; }
 
     /// The registered event at that address, or null. The address is only compared. The event stays owned here.
-    NQGenTLEvent* FindEventByHandle(void* handle);
+    /// With `enter` it is entered and stays until it is left.
+    NQGenTLEvent* FindEventByHandle(void* handle, bool enter = false);
 
     /// The registered event of that id, or null. The event stays owned here; with `remove` the caller owns it from then
     /// on.
@@ -152,6 +153,8 @@ class NQGenTLModuleBase
     int _getPortName(int* piType, void* pBuffer, unsigned long* piSize);
     int _getURLInfoURL(unsigned int index, int* piType, void* pBuffer, unsigned long* piSize);
     int _getPortURL(char* sURL, unsigned long* piSize);
+
+    void EndEvents();
 
     NQGenTLModuleBase* const m_pParent;
     const NQAnswers& m_answers;

@@ -96,12 +96,12 @@ NQGenTLModuleBase* NQGenTLModuleContainer::FindByHandleAndName(void* handle, con
         remove);
 }
 
-NQGenTLEvent* NQGenTLModuleContainer::FindEventByHandle(void* handle)
+NQGenTLEvent* NQGenTLModuleContainer::FindEventByHandle(void* handle, bool enter)
 {
     NQGenTLLock lock(m_lock);
     for (NQGenTLModuleBase* const module : m_modules)
     {
-        if (NQGenTLEvent* const event = module->FindEventByHandle(handle))
+        if (NQGenTLEvent* const event = module->FindEventByHandle(handle, enter))
         {
             return event;
         }

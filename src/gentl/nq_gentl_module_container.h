@@ -41,7 +41,7 @@ class NQGenTLModuleContainer
 
     /// The event at that address on any module of the list, or null. Unlike a walk by index, no module that leaves the
     /// list before it is deleted can vanish under the search.
-    NQGenTLEvent* FindEventByHandle(void* handle);
+    NQGenTLEvent* FindEventByHandle(void* handle, bool enter = false);
 
     /// Empties the list. With `destroy` deletes the modules first, without closing them.
     void Clear(bool destroy);

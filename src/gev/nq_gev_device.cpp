@@ -228,6 +228,7 @@ int NQGevDevice::OpenDataStream(const char* id, void** stream)
     const int result = module->Open();
     if (result == GenTL::GC_ERR_SUCCESS)
     {
+        g_Controller.RegisterModule(module); // A close may have ended its handle.
         *stream = module;
     }
     return result;

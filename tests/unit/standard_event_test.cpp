@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: Apache-2.0
+// The standard's answers of an event that is killed, and of one that is unregistered.
+#include "support/asleep.h"
+#include "support/stream_fixture.h"
+
+#include <memory>
+#include <vector>
+
+using nq::test::CallingThread;
+
+namespace
+{
+
+constexpr int kAbort = -1012;
+constexpr int kTimeout = -1011;
+
+class StandardEvent : public nq::test::StreamFixture
+{
+  protected:
+    StandardEvent() : StreamFixture(kStandardAnswers) {}
+
+    void SetUp() override
+    {
+        Announce(3);
+        Queue(3);
+        event = RegisterNewBuffer();
+        ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
+    }
+
+    int Wait(unsigned long timeout)
+    {
+        GenTL::S_EVENT_NEW_BUFFER data{};
+        unsigned long size = sizeof data;
+        return event->GetData(&data, &size, timeout);
+    }
+
+    GigERDMA::NQGenTLEvent* event = nullptr;
+};
+
+TEST_F(StandardEvent, AKillWithNobodyWaitingEndsTheNextWaitOnce)
+{
+    event->Kill();
+    EXPECT_EQ(Wait(0), kAbort);
+    EXPECT_EQ(Wait(0), kTimeout);
+    event->Kill();
+    EXPECT_EQ(Wait(kInfinite), kAbort);
+    EXPECT_EQ(Wait(1), kTimeout);
+}
+
+TEST_F(StandardEvent, AKillGoesBeforeDataAndLosesNone)
+{
+    Frame(0, 1);
+    event->Kill();
+    EXPECT_EQ(Wait(0), kAbort);
+    EXPECT_EQ(event->GetNumInQueue(), 1U);
+    EXPECT_EQ(Take(), handles[0]);
+}
+
+TEST_F(StandardEvent, AsManyKillsEndAsManyWaits)
+{
+    event->Kill();
+    event->Kill();
+    EXPECT_EQ(event->Flush(), 0) << "takes none back";
+    EXPECT_EQ(Wait(0), kAbort);
+    EXPECT_EQ(Wait(0), kAbort);
+    EXPECT_EQ(Wait(0), kTimeout);
+}
+
+TEST_F(StandardEvent, AKillEndsOneOfSeveralWaiters)
+{
+    std::atomic<int> aborted = 0;
+    const auto wait = [&] { aborted += Wait(kInfinite) == kAbort ? 1 : 0; };
+    {
+        CallingThread first(wait);
+        CallingThread second(wait);
+        first.AwaitAsleep();
+        second.AwaitAsleep();
+        event->Kill();
+        while (aborted == 0)
+        {
+            std::this_thread::yield();
+        }
+        Frame(0, 1); // for the one that goes on waiting
+    }
+    EXPECT_EQ(aborted, 1);
+    EXPECT_EQ(event->GetNumInQueue(), 0U);
+    EXPECT_EQ(Wait(0), kTimeout);
+}
+
+TEST_F(StandardEvent, TheBuffersOfAnUnregisteredEventAreUnqueued)
+{
+    Frame(0, 1);
+    EXPECT_EQ(BufferNumber(handles[0], 5), 1U);
+    ASSERT_EQ(stream.UnregisterEvent(1), 0);
+    EXPECT_EQ(BufferNumber(handles[0], 5), 0U);
+    EXPECT_EQ(BufferNumber(handles[1], 5), 1U) << "waits for a frame";
+    EXPECT_EQ(stream.QueueBuffer(handles[0]), 0);
+}
+
+} // namespace
