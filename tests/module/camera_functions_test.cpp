@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The camera functions as an application finds them in the loaded library, under their plain names.
-#include "support/gvcp_peer.h"
+#include "support/gvcp_camera.h"
 #include "support/producer.h"
 
 #include <gmock/gmock.h>
@@ -10,7 +10,7 @@
 namespace
 {
 
-using nq::test::GvcpPeer;
+using nq::test::GvcpCamera;
 using nq::test::Producer;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -65,7 +65,7 @@ struct CameraFunctions
 
 TEST(CameraFunctions, AreExportedUnderTheirPlainNamesAndWorkWithoutGCInitLib)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     const CameraFunctions library;
     unsigned long handle = 0;
     ASSERT_EQ(library.openCamera(&handle, kLoopback, kLoopback, 3000, 0), 0);
@@ -83,7 +83,7 @@ TEST(CameraFunctions, AreExportedUnderTheirPlainNamesAndWorkWithoutGCInitLib)
 
 TEST(CameraFunctions, AccessWithAnotherKeyIsRefused)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     const CameraFunctions library;
     unsigned long handle = 0;
     ASSERT_EQ(library.openCameraExt(&handle, kLoopback, 3956, kLoopback, 0, 0), 0);
@@ -96,7 +96,7 @@ TEST(CameraFunctions, AccessWithAnotherKeyIsRefused)
 
 TEST(CameraFunctions, ModeIsAnExportedIntegerThatStartsAtZero)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     const CameraFunctions library;
     EXPECT_EQ(*library.mode, 0);
     unsigned long handle = 0;

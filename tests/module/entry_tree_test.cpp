@@ -173,7 +173,7 @@ TEST_F(EntryTree, ClosingTheLibraryClosesTheWholeTree)
     EXPECT_EQ(producer.DSGetInfo(tree.stream, 0, &type, nullptr, &size), -1006);
     EXPECT_EQ(producer.GCReadPort(buffer, 0, &type, &size), -1006);
     // Released: the control privilege was given back.
-    EXPECT_EQ(tree.camera.Register(0x0A00), 0U);
+    EXPECT_EQ(tree.camera.GetRegister(0x0A00), 0U);
 }
 
 TEST_F(EntryTree, AnExpiredWaitLeavesTheLastErrorAlone)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The library against a camera of foreign make: the fake GigE Vision camera of the aravis project.
 #include "support/child_process.h"
-#include "support/gvcp_peer.h"
+#include "support/gvcp_camera.h"
 #include "support/network.h"
 #include "support/producer.h"
 
@@ -21,7 +21,7 @@ namespace
 
 using nq::test::Bytes;
 using nq::test::ChildProcess;
-using nq::test::GvcpPeer;
+using nq::test::GvcpCamera;
 using nq::test::Host;
 using nq::test::Producer;
 using testing::ElementsAre;
@@ -74,7 +74,7 @@ class ForeignCamera
 
     void Relay()
     {
-        m_relay = std::make_unique<GvcpPeer>();
+        m_relay = std::make_unique<GvcpCamera>();
         m_relay->Otherwise([](const Bytes& command) -> std::vector<nq::test::GvcpReply> {
             Bytes acknowledge = command == discovery ? Ask(command) : Bytes{};
             if (acknowledge.size() != 256)
@@ -92,7 +92,7 @@ class ForeignCamera
   private:
     Host m_host;
     std::unique_ptr<ChildProcess> m_process;
-    std::unique_ptr<GvcpPeer> m_relay;
+    std::unique_ptr<GvcpCamera> m_relay;
 };
 
 class WithForeignCamera : public testing::Test

@@ -114,11 +114,11 @@ TEST_F(ForkWithAnOpenTree, EveryClosingFunctionAnswersInTheChildAndTheCameraHear
 
     // All of it goes on in the parent: control, and the message channel, whose thread sleeps at its socket.
     EXPECT_EQ(ReadRegister(), 0);
-    RegisterCamera::Bytes packet(24);
+    nq::test::Bytes packet(24);
     packet[0] = 0x42;
     packet[3] = 0xC0;
-    tree.camera.Send("10.9.0.1", static_cast<std::uint16_t>(tree.camera.Register(0x0B00)), packet);
-    RegisterCamera::Bytes record(1024);
+    tree.camera.Send(packet, "10.9.0.1", static_cast<std::uint16_t>(tree.camera.GetRegister(0x0B00)));
+    nq::test::Bytes record(1024);
     size_t size = record.size();
     EXPECT_EQ(p.EventGetData(remoteEvent, record.data(), &size, 5000), 0);
 }

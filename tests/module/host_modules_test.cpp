@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Adapters, interfaces and discovery through the library's C interface, as a consumer uses them.
-#include "support/gvcp_peer.h"
+#include "support/gvcp_camera.h"
 #include "support/module_queries.h"
 #include "support/network.h"
 #include "support/producer.h"
@@ -88,7 +88,7 @@ class HostModules : public testing::Test
     }
 
     Host host;
-    GvcpPeer peer{&host};
+    GvcpCamera peer{&host};
     Producer gentl;
     GenTL::TL_HANDLE system = nullptr;
 };

@@ -208,7 +208,7 @@ TEST_F(InfoRows, OfAClosedDevice)
 TEST_F(InfoRows, OfADataStream)
 {
     // The payload size stands in the camera's settings, in the order of the host.
-    tree.camera.SetMemory(0xE620, RegisterCamera::Bytes{0x21, 0x43, 0x65, 0x87, 0x09, 0, 0, 0});
+    tree.camera.SetMemory(0xE620, nq::test::Bytes{0x21, 0x43, 0x65, 0x87, 0x09, 0, 0, 0});
     const InfoQuery ask = [&](int c, int* t, void* b, size_t* s) { return p.DSGetInfo(tree.stream, c, t, b, s); };
     for (const int command : {6, 11, 13})
     {

@@ -84,7 +84,7 @@ TEST_F(LifeCycle, EveryModuleOpensAgainAfterItsClose)
         {
             EXPECT_EQ(UrlsOf(module), 1U);
         }
-        EXPECT_EQ(tree.camera.Register(0x0A00), 2U) << "controlled";
+        EXPECT_EQ(tree.camera.GetRegister(0x0A00), 2U) << "controlled";
     }
 }
 
@@ -268,9 +268,9 @@ class TwoInterfaces : public LifeCycle
     TwoInterfaces()
     {
         other.Connect("cam1", "10.9.1.1/24", "eth0", "10.9.1.2/24");
-        camera = std::make_unique<RegisterCamera>(&other);
+        camera = std::make_unique<GvcpCamera>(&other);
         camera->SetDiscovery(DiscoveryFrom(1));
-        for (RegisterCamera* const one : {&tree.camera, camera.get()})
+        for (GvcpCamera* const one : {&tree.camera, camera.get()})
         {
             one->SetRegister(0x0900, 1);
             one->SetRegister(0x0904, 1);
@@ -312,7 +312,7 @@ class TwoInterfaces : public LifeCycle
     }
 
     Host other;
-    std::unique_ptr<RegisterCamera> camera;
+    std::unique_ptr<GvcpCamera> camera;
     void* interface = nullptr;
     void* device = nullptr;
     void* stream = nullptr;
@@ -361,7 +361,7 @@ TEST_F(LifeCycle, ASecondConsumerSharesTheStateOfTheFirst)
     EXPECT_EQ(second.GCCloseLib(), 0) << "nobody counts the inits";
     EXPECT_EQ(p.IFGetNumDevices(tree.interface, &count), -1002);
     EXPECT_EQ(p.GCCloseLib(), -1002);
-    EXPECT_EQ(tree.camera.Register(0x0A00), 0U) << "released";
+    EXPECT_EQ(tree.camera.GetRegister(0x0A00), 0U) << "released";
 }
 
 TEST_F(LifeCycle, LastErrorsOfAllThreadsOutliveACloseOfTheLibrary)

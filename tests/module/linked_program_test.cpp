@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // An ordinary program that is linked with the library: both see one set of exported variables.
 #include "support/command_output.h"
-#include "support/gvcp_peer.h"
+#include "support/gvcp_camera.h"
 
 #include <gmock/gmock.h>
 
@@ -28,7 +28,7 @@ TEST(LinkedProgram, HoldsTheVariablesItself)
 
 TEST(LinkedProgram, SetsTheModeThatTheLibraryReadsAndReadsTheSlotsThatItSets)
 {
-    GvcpPeer camera;
+    GvcpCamera camera;
     EXPECT_EQ(OutputOf({NQ_LINKED_PROGRAM_PATH, NQ_FAKE_LOGGER_PATH}), "mode 1: 0\n"
                                                                        "mode 2: 0\n"
                                                                        "mode 3: 0\n"

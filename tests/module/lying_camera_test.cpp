@@ -2,7 +2,7 @@
 // Cameras and strangers that say what they should not, met by a consumer of the exported functions: every call comes
 // back with the result that is due, in time, and touches no byte beyond its buffer.
 #include "nq_gev_gentl.h"
-#include "support/gvcp_peer.h"
+#include "support/gvcp_camera.h"
 #include "support/network.h"
 #include "support/producer.h"
 
@@ -42,7 +42,7 @@ class LyingCamera : public testing::Test
         far.Connect("cam0", "10.9.0.1/24", "eth0", "10.9.0.2/24");
         far.Shell("ip addr add 10.9.0.3/24 dev eth0");
         Shell("ip route add 255.255.255.255/32 dev cam0");
-        camera = std::make_unique<GvcpPeer>(&far);
+        camera = std::make_unique<GvcpCamera>(&far);
         camera->AwaitPath(hostAddress);
         body.ipAddress = 0x0A090002;
         body.subnetMask = 0xFFFFFF00;
@@ -129,8 +129,8 @@ class LyingCamera : public testing::Test
     }
 
     Host far;
-    std::unique_ptr<GvcpPeer> other; ///< Ends after the camera, whose thread may send through it.
-    std::unique_ptr<GvcpPeer> camera;
+    std::unique_ptr<GvcpCamera> other; ///< Ends after the camera, whose thread may send through it.
+    std::unique_ptr<GvcpCamera> camera;
     GvcpDiscovery body;
     Producer producer;
     void* system = nullptr;
@@ -311,7 +311,7 @@ TEST_F(LyingCamera, EveryStatusButSuccessIsAnIoFailureWithoutASecondAttempt)
 TEST_F(LyingCamera, AcknowledgesFromAnotherAddressAreTakenByTheirIdAlone)
 {
     Open();
-    other = std::make_unique<GvcpPeer>(&far, "10.9.0.3", 0);
+    other = std::make_unique<GvcpCamera>(&far, "10.9.0.3", 0);
     camera->Otherwise([this](const Bytes& command) -> std::vector<GvcpReply> {
         for (const GvcpReply& reply : gvcp::Value(0x01020304)(command))
         {

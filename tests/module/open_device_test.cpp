@@ -1,19 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 // Opening and closing devices through the exported interface, against a camera behind a virtual cable.
 #include "nq_gev_gentl.h"
+#include "support/gvcp_camera.h"
 #include "support/network.h"
 #include "support/producer.h"
-#include "support/register_camera.h"
 
 #include <chrono>
-#include <cstring>
 #include <gmock/gmock.h>
 #include <string>
 #include <vector>
 
+using nq::test::GvcpCamera;
+using nq::test::GvcpDiscovery;
 using nq::test::Host;
 using nq::test::Producer;
-using nq::test::RegisterCamera;
 using testing::ElementsAre;
 
 namespace
@@ -24,24 +24,21 @@ constexpr int control = 3;
 constexpr int exclusive = 4;
 const std::string id = "Model:02-0a-0b-01-02-03";
 
-void Put(RegisterCamera::Bytes& body, std::size_t offset, const std::string& text)
+/// A camera of version 3.0.0 at 10.9.0.2/24.
+GvcpDiscovery Discovery()
 {
-    std::memcpy(body.data() + offset, text.data(), text.size());
-}
-
-/// The body of a discovery acknowledge: a camera of version 3.0.0 at 10.9.0.2/24.
-RegisterCamera::Bytes Discovery()
-{
-    RegisterCamera::Bytes body(248);
-    Put(body, 0, std::string("\x00\x02\x00\x00\x80\x00\x00\x01", 8));
-    Put(body, 10, std::string("\x02\x0a\x0b\x01\x02\x03", 6));
-    Put(body, 36, std::string("\x0a\x09\x00\x02", 4));
-    Put(body, 52, std::string("\xff\xff\xff\x00", 4));
-    Put(body, 72, "Vendor");
-    Put(body, 104, "Model");
-    Put(body, 136, "3.0.0");
-    Put(body, 216, "SN-7");
-    return body;
+    return {.specMinor = 0,
+            .macHigh = 0x020A,
+            .macLow = 0x0B010203,
+            .ipConfigOptions = 0,
+            .ipConfigCurrent = 0,
+            .ipAddress = 0x0A090002,
+            .subnetMask = 0xFFFFFF00,
+            .manufacturer = "Vendor",
+            .deviceVersion = "3.0.0",
+            .manufacturerInfo = "",
+            .serialNumber = "SN-7",
+            .userDefinedName = ""};
 }
 
 class OpenDevice : public testing::Test
@@ -51,7 +48,7 @@ class OpenDevice : public testing::Test
     {
         far.Connect("here", "10.9.0.1/24", "there", "10.9.0.2/24");
         nq::test::Shell("ip route add 255.255.255.255/32 dev here");
-        camera = std::make_unique<RegisterCamera>(&far);
+        camera = std::make_unique<GvcpCamera>(&far);
         camera->SetDiscovery(Discovery());
         camera->SetRegister(0x0938, 60000);
         camera->SetRegister(0x0904, 1);
@@ -75,7 +72,7 @@ class OpenDevice : public testing::Test
     int Open(int flags) { return producer.IFOpenDevice(interface, id.c_str(), flags, &device); }
 
     Host far;
-    std::unique_ptr<RegisterCamera> camera;
+    std::unique_ptr<GvcpCamera> camera;
     Producer producer;
     void* system = nullptr;
     void* interface = nullptr;
@@ -233,8 +230,9 @@ TEST_F(OpenDevice, AnEventOfTheCameraReachesTheConsumer)
     void* event = nullptr;
     ASSERT_EQ(producer.GCRegisterEvent(device, 4, &event), 0);
     EXPECT_EQ(producer.GCRegisterEvent(device, 1, &event), -1003);
-    camera->Send("10.9.0.1", 3456, {0x42, 0x01, 0x00, 0xC0, 0x00, 0x10, 0x00, 0x07, 0x00, 0x00, 0x90, 0x01,
-                                    0xFF, 0xFF, 0x00, 0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88});
+    camera->Send({0x42, 0x01, 0x00, 0xC0, 0x00, 0x10, 0x00, 0x07, 0x00, 0x00, 0x90, 0x01,
+                  0xFF, 0xFF, 0x00, 0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88},
+                 "10.9.0.1", 3456);
     std::vector<unsigned char> record(546);
     std::size_t size = record.size();
     ASSERT_EQ(producer.EventGetData(event, record.data(), &size, 5000), 0);

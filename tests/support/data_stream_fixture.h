@@ -15,7 +15,7 @@
 #include "support/fake_module.h"
 #include "support/fake_verbs.h"
 #include "support/gendc_bytes.h"
-#include "support/register_camera.h"
+#include "support/gvcp_camera.h"
 #include "support/trace_capture.h"
 
 #include <GenTL/GenTL.h>
@@ -51,7 +51,7 @@ class DataStreamFixture : public testing::Test
     {
         camera.SetRegister(0x0938, 60000);
         camera.SetRegister(0x092C, 0x04000000);
-        RegisterCamera::Bytes settings(176, 0xEE);
+        nq::test::Bytes settings(176, 0xEE);
         const std::uint64_t payload = 64;
         std::memcpy(settings.data() + 32, &payload, 8);
         camera.SetMemory(0xE600, settings);
@@ -158,7 +158,7 @@ class DataStreamFixture : public testing::Test
 
     TraceCapture trace;
     FakeVerbs fake;
-    RegisterCamera camera;
+    GvcpCamera camera;
     FakeModule root;
     NQGevTL tl;
     NQGevRemoteDevice device{&tl, LoopbackCamera(), 3, nullptr};

@@ -4,7 +4,7 @@
 
 #include "base/nq_answers.h"
 #include "gev/nq_gev_interface.h"
-#include "support/gvcp_peer.h"
+#include "support/gvcp_camera.h"
 #include "support/module_queries.h"
 #include "support/network.h"
 

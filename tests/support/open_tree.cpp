@@ -2,7 +2,6 @@
 // The library opened down to a data stream of a scripted camera, one virtual cable away.
 #include "support/open_tree.h"
 
-#include <algorithm>
 #include <stdexcept>
 
 namespace nq::test
@@ -23,11 +22,6 @@ const Host* Connected(const Host& host)
     host.Connect("cam0", "10.9.0.1/24", "eth0", "10.9.0.2/24");
     Shell("ip route add 255.255.255.255/32 dev cam0"); // the way of the discovery broadcast
     return &host;
-}
-
-void Put(RegisterCamera::Bytes& body, std::size_t offset, const std::string& bytes)
-{
-    std::copy(bytes.begin(), bytes.end(), body.begin() + static_cast<std::ptrdiff_t>(offset));
 }
 
 // The id at which the query's other answer, an address, is `address`; empty when there is none.
@@ -54,20 +48,22 @@ std::string InterfaceAt(const Producer& producer, void* system, const std::strin
 
 } // namespace
 
-RegisterCamera::Bytes DiscoveryFrom(unsigned char subnet)
+GvcpDiscovery DiscoveryFrom(unsigned char subnet)
 {
-    RegisterCamera::Bytes body(248);
-    Put(body, 0, std::string("\x00\x02\x00\x01\x80\x00\x00\x01", 8)); // GigE Vision 2.1, big-endian
-    Put(body, 10, std::string("\x02\x00\x00\x00\x00\x09", 6));        // MAC address
-    Put(body, 36, std::string("\x0a\x09\x00\x02", 4));                // IP address
-    body[14] = subnet;
-    body[38] = subnet;
-    Put(body, 52, std::string("\xff\xff\xff\x00", 4)); // subnet mask
-    Put(body, 72, "Vendor");
-    Put(body, 104, "Model");
-    Put(body, 136, "3.0.0"); // older ones are not listed
-    Put(body, 216, "S1");
-    return body;
+    return {.specMajor = 2,
+            .specMinor = 1,
+            .macHigh = 0x0200,
+            .macLow = 0x00000009U | subnet << 8,
+            .ipConfigOptions = 0,
+            .ipConfigCurrent = 0,
+            .ipAddress = 0x0A090002U | subnet << 8,
+            .subnetMask = 0xFFFFFF00,
+            .manufacturer = "Vendor",
+            .model = "Model",
+            .deviceVersion = "3.0.0", // older ones are not listed
+            .manufacturerInfo = "",
+            .serialNumber = "S1",
+            .userDefinedName = ""};
 }
 
 OpenTree::OpenTree(const Producer& producer, std::uint32_t heartbeatMs) : camera(Connected(host))

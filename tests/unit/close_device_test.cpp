@@ -3,16 +3,15 @@
 #include "gev/nq_gev_interface.h"
 
 #include "gentl/nq_gentl_module_base.h"
+#include "support/gvcp_camera.h"
 #include "support/network.h"
-#include "support/register_camera.h"
 #include "support/trace_capture.h"
 
-#include <cstring>
 #include <gmock/gmock.h>
 #include <memory>
 #include <string>
 
-using nq::test::RegisterCamera;
+using nq::test::GvcpCamera;
 using nq::test::TraceCapture;
 using testing::ElementsAre;
 
@@ -49,15 +48,21 @@ TEST(CloseDevice, DeliberatelyADeviceThatRefusesToCloseIsGivenUp)
     const nq::test::Host far;
     far.Connect("here", "10.9.0.1/24", "there", "10.9.0.2/24");
     nq::test::Shell("ip route add 255.255.255.255/32 dev here");
-    RegisterCamera camera(&far);
-    RegisterCamera::Bytes body(248);
-    const unsigned char address[4] = {10, 9, 0, 2};
-    const unsigned char mask[4] = {255, 255, 255, 0};
-    std::memcpy(body.data() + 36, address, 4);
-    std::memcpy(body.data() + 52, mask, 4);
-    std::memcpy(body.data() + 104, "Model", 5);
-    std::memcpy(body.data() + 136, "3.0.0", 5);
-    camera.SetDiscovery(body);
+    GvcpCamera camera(&far);
+    camera.SetDiscovery({.specMajor = 0,
+                         .specMinor = 0,
+                         .deviceMode = 0,
+                         .macHigh = 0,
+                         .macLow = 0,
+                         .ipConfigOptions = 0,
+                         .ipConfigCurrent = 0,
+                         .ipAddress = 0x0A090002,
+                         .subnetMask = 0xFFFFFF00,
+                         .manufacturer = "",
+                         .deviceVersion = "3.0.0",
+                         .manufacturerInfo = "",
+                         .serialNumber = "",
+                         .userDefinedName = ""});
     camera.SetRegister(0x0938, 60000);
 
     NQGevInterface interface(Adapter(), nullptr);

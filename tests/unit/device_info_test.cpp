@@ -4,8 +4,8 @@
 
 #include "gev/nq_gev_controller.h"
 #include "support/device_record.h"
+#include "support/gvcp_camera.h"
 #include "support/module_queries.h"
-#include "support/register_camera.h"
 #include "support/trace_capture.h"
 
 #include <cstring>
@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
+using nq::test::GvcpCamera;
 using nq::test::LoopbackCamera;
-using nq::test::RegisterCamera;
 using nq::test::TraceCapture;
 using testing::ElementsAre;
 
@@ -83,7 +83,7 @@ class DeviceAnswers : public testing::Test
 
     int Write32(unsigned long address, unsigned int value) { return Write(address, &value, sizeof value); }
 
-    RegisterCamera camera;
+    GvcpCamera camera;
     std::unique_ptr<NQGevDevice> device;
 };
 

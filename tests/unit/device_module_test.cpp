@@ -6,7 +6,7 @@
 #include "gev/nq_gev_remote_device.h"
 #include "support/device_record.h"
 #include "support/fake_device.h"
-#include "support/register_camera.h"
+#include "support/gvcp_camera.h"
 #include "support/trace_capture.h"
 
 #include <algorithm>
@@ -16,8 +16,8 @@
 #include <string>
 #include <vector>
 
+using nq::test::GvcpCamera;
 using nq::test::LoopbackCamera;
-using nq::test::RegisterCamera;
 using nq::test::RegisteredEvent;
 using nq::test::TraceCapture;
 using testing::ElementsAre;
@@ -59,7 +59,7 @@ class DeviceModule : public testing::Test
         return std::make_unique<NQGevDevice>(g_Controller.GetTL(), LoopbackCamera(), accessMode, nullptr);
     }
 
-    RegisterCamera camera;
+    GvcpCamera camera;
 };
 
 TEST_F(DeviceModule, OpenForControlReachesTheCameraInThisOrder)
@@ -199,9 +199,9 @@ TEST_F(DeviceModule, EachMessageChannelTakesItsOwnPortAndTheCameraKeepsTheLast)
     ASSERT_EQ(device->Open(), 0);
     EXPECT_EQ(camera.Count("write 0x0B00 = 0x00000D80"), 1U);
     EXPECT_EQ(camera.Count("write 0x0B00 = 0x00000D81"), 1U);
-    EXPECT_EQ(camera.Register(0x0B00), 3458U);
+    EXPECT_EQ(camera.GetRegister(0x0B00), 3458U);
     ASSERT_EQ(device->Close(), 0);
-    EXPECT_EQ(camera.Register(0x0B00), 0U);
+    EXPECT_EQ(camera.GetRegister(0x0B00), 0U);
 }
 
 TEST_F(DeviceModule, ACameraWithoutChannelsHasNeitherStreamsNorAMessageThread)
@@ -223,8 +223,9 @@ TEST_F(DeviceModule, AMessageOfTheCameraArrivesAtTheDevicesEvent)
     const auto device = Device();
     RegisteredEvent event(*device, 4);
     ASSERT_EQ(device->Open(), 0);
-    camera.Send("127.0.0.1", 3456, {0x42, 0x01, 0x00, 0xC0, 0x00, 0x10, 0x00, 0x07, 0x00, 0x00, 0x90, 0x01,
-                                    0xFF, 0xFF, 0x00, 0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88});
+    camera.Send({0x42, 0x01, 0x00, 0xC0, 0x00, 0x10, 0x00, 0x07, 0x00, 0x00, 0x90, 0x01,
+                 0xFF, 0xFF, 0x00, 0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88},
+                "127.0.0.1", 3456);
     EXPECT_FALSE(event.Next().empty());
     ASSERT_EQ(device->Close(), 0);
 }

@@ -4,9 +4,9 @@
 
 #include "gev/nq_gev_controller.h"
 #include "support/device_record.h"
+#include "support/gvcp_camera.h"
 #include "support/interface_module.h"
 #include "support/no_sockets.h"
-#include "support/register_camera.h"
 #include "support/system_module.h"
 #include "support/trace_capture.h"
 
@@ -17,9 +17,9 @@
 #include <new>
 #include <string>
 
+using nq::test::GvcpCamera;
 using nq::test::InterfaceModule;
 using nq::test::LoopbackCamera;
-using nq::test::RegisterCamera;
 using nq::test::SystemModule;
 using nq::test::TraceCapture;
 
@@ -97,7 +97,7 @@ class DeviceOpenFailure : public testing::Test
         return std::make_unique<NQGevDevice>(g_Controller.GetTL(), LoopbackCamera(), 3, nullptr);
     }
 
-    RegisterCamera camera;
+    GvcpCamera camera;
     std::size_t threads = 0;
     std::size_t descriptors = 0;
 };
@@ -119,7 +119,7 @@ TEST_F(DeviceOpenFailure, AnExhaustedMemoryAtAnyStepLeavesNothingBehind)
             EXPECT_FALSE(device->IsOpen());
             EXPECT_EQ(EntriesOf("/proc/self/task"), threads) << failing;
             EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors) << failing;
-            EXPECT_EQ(camera.Register(0x0A00), 0U) << failing;
+            EXPECT_EQ(camera.GetRegister(0x0A00), 0U) << failing;
             unsigned int count = 0;
             EXPECT_EQ(g_Controller.GetNumPortURLs(device.get(), &count), -1006) << failing;
         }
@@ -155,7 +155,7 @@ TEST_F(DeviceOpenFailure, ADeviceDeletedWhileOpenIsClosed)
     device.reset();
     EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
     EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
-    EXPECT_EQ(camera.Register(0x0A00), 0U);
+    EXPECT_EQ(camera.GetRegister(0x0A00), 0U);
     unsigned int count = 0;
     EXPECT_EQ(g_Controller.GetNumPortURLs(handle, &count), -1006);
 }
@@ -207,7 +207,7 @@ TEST_F(DeviceOpenFailureOnInterface, AnExhaustedMemoryAtAnyStepLeavesNoDeviceBeh
         {
             EXPECT_EQ(EntriesOf("/proc/self/task"), threads) << failing;
             EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors) << failing;
-            EXPECT_EQ(camera.Register(0x0A00), 0U) << failing;
+            EXPECT_EQ(camera.GetRegister(0x0A00), 0U) << failing;
         }
         allocationsLeft = -1;
     }

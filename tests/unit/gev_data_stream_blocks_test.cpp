@@ -13,8 +13,8 @@
 
 using nq::test::CountOfProcess;
 using nq::test::GenDCFrame;
+using nq::test::GvcpCamera;
 using nq::test::infinite;
-using nq::test::RegisterCamera;
 using nq::test::streamOff;
 
 namespace
@@ -199,7 +199,7 @@ class GevDataStreamLargeBlocks : public GevDataStreamBlocks
 
     void SetPayload(std::uint64_t payload)
     {
-        RegisterCamera::Bytes bytes(sizeof payload);
+        nq::test::Bytes bytes(sizeof payload);
         std::memcpy(bytes.data(), &payload, sizeof payload);
         camera.SetMemory(0xE620, bytes);
     }

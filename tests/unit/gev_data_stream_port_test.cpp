@@ -5,8 +5,8 @@
 
 #include <gmock/gmock.h>
 
+using nq::test::GvcpCamera;
 using nq::test::readSettings;
-using nq::test::RegisterCamera;
 using testing::ElementsAre;
 
 namespace
@@ -124,7 +124,7 @@ TEST_F(GevDataStreamPort, ThePayloadSizeIsAskedOfTheCameraEachTime)
     EXPECT_EQ(value, 64);
     EXPECT_EQ(type, 7);
     const std::uint64_t payload = 4096;
-    RegisterCamera::Bytes bytes(8);
+    nq::test::Bytes bytes(8);
     std::memcpy(bytes.data(), &payload, 8);
     camera.SetMemory(0xE620, bytes);
     EXPECT_EQ(stream->DoGetPayloadsize(&type, &value, &size), 0);

@@ -22,9 +22,9 @@ template struct Reveal<StoredValue, &NQRMAXThreadAcquisition::m_value>;
 using nq::test::CallingThread;
 using nq::test::CountOfProcess;
 using nq::test::GenDCFrame;
+using nq::test::GvcpCamera;
 using nq::test::infinite;
 using nq::test::readSettings;
-using nq::test::RegisterCamera;
 using nq::test::streamOff;
 using nq::test::streamOn;
 using testing::ElementsAre;
@@ -144,7 +144,7 @@ TEST_F(GevDataStream, AFailedConnectIsLoggedAndTheNextStartRemovesTheEndpoint)
 
 TEST_F(GevDataStream, AFailedTransportStartDisablesTheStreamAndLeavesNothing)
 {
-    camera.SetMemory(0xE620, RegisterCamera::Bytes(8, 0xFF));
+    camera.SetMemory(0xE620, nq::test::Bytes(8, 0xFF));
     Announce(1);
     EXPECT_EQ(stream->DoStartAcquisition(0, 0), -1001);
     EXPECT_TRUE(trace.Has(2, "DoStartAcquisition Start RDMA Failed"));

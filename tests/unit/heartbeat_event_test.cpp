@@ -6,8 +6,8 @@
 #include "gige/nq_gev_tl_linux.h"
 #include "support/device_record.h"
 #include "support/fake_device.h"
+#include "support/gvcp_camera.h"
 #include "support/network.h"
-#include "support/register_camera.h"
 
 #include <chrono>
 #include <cstring>
@@ -18,8 +18,8 @@
 #include <thread>
 
 using nq::test::FakeDevice;
+using nq::test::GvcpCamera;
 using nq::test::LoopbackCamera;
-using nq::test::RegisterCamera;
 using nq::test::RegisteredEvent;
 
 namespace
@@ -49,11 +49,11 @@ class SecondCamera
     SecondCamera()
     {
         m_host.Connect("here", "10.9.0.1/24", "there", "10.9.0.2/24");
-        m_camera = std::make_unique<RegisterCamera>(&m_host);
+        m_camera = std::make_unique<GvcpCamera>(&m_host);
         m_camera->SetRegister(0x0938, 100);
     }
 
-    RegisterCamera& Get() const { return *m_camera; }
+    GvcpCamera& Get() const { return *m_camera; }
 
     static _NQ_GEV_DEVICE_INFO Record()
     {
@@ -65,7 +65,7 @@ class SecondCamera
 
   private:
     nq::test::Host m_host;
-    std::unique_ptr<RegisterCamera> m_camera;
+    std::unique_ptr<GvcpCamera> m_camera;
 };
 
 /// Keeps what a thread allocates out of the search for leaks, in a program that has one. An event that is unregistered
@@ -90,7 +90,7 @@ class Heartbeat : public testing::Test
         return !camera.WaitFor("read 0x0A00", 1, std::chrono::milliseconds(400));
     }
 
-    RegisterCamera camera;
+    GvcpCamera camera;
     NQGevTL tl;
     FakeDevice parent;
 };

@@ -228,7 +228,7 @@ TEST(InterfaceModule, AnInterfaceWithTheAddress0000OpensAndNeverListsADevice)
 {
     const CameraNetwork network;
     Shell("ip route add default dev cam0");
-    GvcpPeer peer(&network.host);
+    GvcpCamera peer(&network.host);
     peer.SetDiscovery(Camera());
     InterfaceModule module(Adapter("0.0.0.0"));
     ASSERT_EQ(module.Open(), 0);

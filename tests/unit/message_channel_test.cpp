@@ -6,8 +6,8 @@
 #include "gige/nq_gev_tl_linux.h"
 #include "support/device_record.h"
 #include "support/fake_device.h"
+#include "support/gvcp_camera.h"
 #include "support/no_sockets.h"
-#include "support/register_camera.h"
 
 #include <arpa/inet.h>
 #include <atomic>
@@ -24,12 +24,12 @@
 #include <unistd.h>
 
 using nq::test::FakeDevice;
+using nq::test::GvcpCamera;
 using nq::test::LoopbackCamera;
-using nq::test::RegisterCamera;
 using nq::test::RegisteredEvent;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Bytes = RegisterCamera::Bytes;
+using Bytes = nq::test::Bytes;
 
 namespace
 {
@@ -115,13 +115,13 @@ class MessageChannel : public testing::Test
     /// Sends something and then an event, so that the something has been handled when the event arrives.
     void ExpectDropped(const Bytes& datagram)
     {
-        camera.Send("127.0.0.1", 3456, datagram);
-        camera.Send("127.0.0.1", 3456, eventPacket);
+        camera.Send(datagram, "127.0.0.1", 3456);
+        camera.Send(eventPacket, "127.0.0.1", 3456);
         ASSERT_FALSE(event.Next().empty());
         EXPECT_EQ(event.Pending(), 0U);
     }
 
-    RegisterCamera camera;
+    GvcpCamera camera;
     NQGevTL tl;
     FakeDevice parent;
     RegisteredEvent event;
@@ -153,7 +153,7 @@ TEST_F(MessageChannel, TakesTheFirstFreePortOfTheRange)
     const auto taken = TakePorts(3456, 3519);
     NQGevMessageStream channel(0, &parent, &remote);
     EXPECT_TRUE(channel.OnInit());
-    EXPECT_EQ(camera.Register(0x0B00), 3520U);
+    EXPECT_EQ(camera.GetRegister(0x0B00), 3520U);
 }
 
 TEST_F(MessageChannel, StopClosesTheSocketAndWritesZeroToThePort)
@@ -198,7 +198,7 @@ TEST_F(MessageChannel, AnEventPacketOfTwentyFourBytesGivesARecordOfLengthSixteen
 {
     NQGevMessageStream channel(0, &parent, &remote);
     channel.Start();
-    camera.Send("127.0.0.1", 3456, eventPacket);
+    camera.Send(eventPacket, "127.0.0.1", 3456);
     const Bytes record = event.Next();
     ASSERT_FALSE(record.empty());
     EXPECT_EQ(Bytes(record.begin(), record.begin() + 6), (Bytes{0x01, 0x90, 0x00, 0x00, 0x10, 0x00}));
@@ -213,7 +213,7 @@ TEST_F(MessageChannel, ALongerEventPacketStillGivesSixteenBytes)
     channel.Start();
     Bytes packet = eventPacket;
     packet.resize(1400, 0x77);
-    camera.Send("127.0.0.1", 3456, packet);
+    camera.Send(packet, "127.0.0.1", 3456);
     const Bytes record = event.Next();
     ASSERT_FALSE(record.empty());
     EXPECT_EQ(record[4], 16);
@@ -259,7 +259,7 @@ TEST_F(MessageChannel, NoAnswerIsSentWhateverTheFlagsSay)
     NQGevMessageStream channel(0, &parent, &remote);
     channel.Start();
     camera.Forget();
-    camera.Send("127.0.0.1", 3456, eventPacket);
+    camera.Send(eventPacket, "127.0.0.1", 3456);
     ASSERT_FALSE(event.Next().empty());
     channel.Stop();
     EXPECT_THAT(camera.Accesses(), ElementsAre("write 0x0B00 = 0x00000000"));
@@ -280,7 +280,7 @@ TEST_F(MessageChannel, WithoutARegisteredEventPacketsAreDropped)
     ASSERT_EQ(parent.UnregisterEvent(remoteDeviceEvent), 0);
     NQGevMessageStream channel(0, &parent, &remote);
     channel.Start();
-    camera.Send("127.0.0.1", 3456, eventPacket);
+    camera.Send(eventPacket, "127.0.0.1", 3456);
     channel.Stop();
 }
 
@@ -292,7 +292,7 @@ TEST_F(MessageChannel, EventsKeepTheirOrder)
     {
         Bytes packet = eventPacket;
         packet[11] = number;
-        camera.Send("127.0.0.1", 3456, packet);
+        camera.Send(packet, "127.0.0.1", 3456);
     }
     for (unsigned char number = 0; number < 20; ++number)
     {
@@ -369,7 +369,7 @@ TEST_F(MessageChannel, AnEventStormDoesNotHoldUpTheStop)
     std::thread sender([&] {
         while (storm)
         {
-            camera.Send("127.0.0.1", 3456, eventPacket);
+            camera.Send(eventPacket, "127.0.0.1", 3456);
         }
     });
     const bool arrived = !event.Next().empty();

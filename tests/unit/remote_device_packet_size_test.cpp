@@ -4,9 +4,9 @@
 
 #include "gige/nq_gev_tl_linux.h"
 #include "support/device_record.h"
+#include "support/gvcp_camera.h"
 #include "support/network.h"
 #include "support/no_sockets.h"
-#include "support/register_camera.h"
 
 #include <arpa/inet.h>
 #include <atomic>
@@ -22,8 +22,8 @@
 #include <unistd.h>
 #include <vector>
 
+using nq::test::GvcpCamera;
 using nq::test::LoopbackCamera;
-using nq::test::RegisterCamera;
 using testing::ElementsAre;
 
 namespace
@@ -94,14 +94,14 @@ class PacketSize : public testing::Test
         camera.OnWrite([this, payload](std::uint32_t address, std::uint32_t value) {
             if (address == 0x0D04 && (value & 0x80000000) != 0)
             {
-                camera.Send("127.0.0.1", static_cast<std::uint16_t>(camera.Register(0x0D00)),
-                            RegisterCamera::Bytes(payload, 0x55));
+                camera.Send(nq::test::Bytes(payload, 0x55), "127.0.0.1",
+                            static_cast<std::uint16_t>(camera.GetRegister(0x0D00)));
                 camera.SetRegister(0x0D04, value & 0xFFFF);
             }
         });
     }
 
-    RegisterCamera camera;
+    GvcpCamera camera;
     NQGevTL tl;
     std::unique_ptr<NQGevRemoteDevice> device;
 };
@@ -138,10 +138,10 @@ TEST_F(PacketSize, LeavesTheStreamPortAtZero)
 {
     SendTestPacketsOf(9000 - 28);
     device->GetMaxSizeMTU(0, 16000);
-    EXPECT_EQ(camera.Register(0x0D00), 0U);
+    EXPECT_EQ(camera.GetRegister(0x0D00), 0U);
     camera.OnWrite(nullptr);
     device->GetMaxSizeMTU(0, 16000);
-    EXPECT_EQ(camera.Register(0x0D00), 0U);
+    EXPECT_EQ(camera.GetRegister(0x0D00), 0U);
 }
 
 // Deliberate(OneBudgetForAllTests)
@@ -149,7 +149,7 @@ TEST_F(PacketSize, DeliberatelyFourTestsShareOneBudgetOfTime)
 {
     EXPECT_EQ(device->GetMaxSizeMTU(0, 16000), 1500U);
     EXPECT_EQ(camera.Count("write 0x0D04 = 0xC0002328"), 4U);
-    EXPECT_EQ(camera.Register(0x0D04), 1500U);
+    EXPECT_EQ(camera.GetRegister(0x0D04), 1500U);
 }
 
 TEST_F(PacketSize, APacketOfAnotherSizeGivesFifteenHundred)
@@ -215,7 +215,7 @@ TEST(PacketSizeOpener, IsEightZeroBytesToTheSamePortOfTheCamera)
 {
     const nq::test::Host far;
     far.Connect("here", "10.9.0.1/24", "there", "10.9.0.2/24");
-    RegisterCamera camera(&far);
+    GvcpCamera camera(&far);
     int listener = -1;
     far.Run([&listener] {
         sockaddr_in local = {};
@@ -271,7 +271,7 @@ TEST_F(PacketSize, AWaitThatFailsGivesNineThousand)
     // The answer to the read of the tested size tells nothing, so only the failed wait can give 9000.
     EXPECT_EQ(device->GetMaxSizeMTU(0, 16000), 9000U);
     EXPECT_EQ(camera.Count("write 0x0D04 = 0xC0002328"), 1U) << "no further attempt";
-    EXPECT_EQ(camera.Register(0x0D00), 0U);
+    EXPECT_EQ(camera.GetRegister(0x0D00), 0U);
 }
 
 TEST_F(PacketSize, ABlockSizeThatWrapsInThirtyTwoBitsIsHarmless)

@@ -5,7 +5,7 @@
 #include "gige/nq_gev_tl_linux.h"
 #include "support/device_record.h"
 #include "support/fence.h"
-#include "support/register_camera.h"
+#include "support/gvcp_camera.h"
 #include "support/trace_capture.h"
 
 #include <algorithm>
@@ -18,13 +18,13 @@
 #include <vector>
 
 using nq::test::Fence;
+using nq::test::GvcpCamera;
 using nq::test::LoopbackCamera;
-using nq::test::RegisterCamera;
 using nq::test::TraceCapture;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Bytes = RegisterCamera::Bytes;
+using Bytes = nq::test::Bytes;
 
 namespace
 {
@@ -72,7 +72,7 @@ class RemoteDevicePort : public testing::Test
         return device->WritePort(address, buffer, &size);
     }
 
-    RegisterCamera camera;
+    GvcpCamera camera;
     NQGevTL tl;
     std::unique_ptr<NQGevRemoteDevice> device;
 };
@@ -84,8 +84,8 @@ TEST_F(RemoteDevicePort, ReadOfFourBytesIsAReadRegisterCommandInNetworkOrder)
     Bytes bytes(4);
     ASSERT_EQ(Read(0xA000, bytes.data(), 4), 0);
     EXPECT_THAT(bytes, ElementsAre(1, 2, 3, 4));
-    ASSERT_EQ(camera.Datagrams().size(), 1U);
-    const Bytes datagram = camera.Datagrams()[0];
+    ASSERT_EQ(camera.ReceivedBytes().size(), 1U);
+    const Bytes datagram = camera.ReceivedBytes()[0];
     EXPECT_EQ(Bytes(datagram.begin(), datagram.begin() + 6), (Bytes{0x42, 0x01, 0x00, 0x80, 0x00, 0x04}));
     EXPECT_EQ(Body(datagram), (Bytes{0x00, 0x00, 0xA0, 0x00}));
 }
@@ -209,10 +209,10 @@ TEST_F(RemoteDevicePort, WriteOfFourBytesIsAWriteRegisterCommandWithTheCallersBy
     Open();
     const Fence bytes({1, 2, 3, 4});
     ASSERT_EQ(Write(0xA000, bytes.Data(), 4), 0);
-    const Bytes datagram = camera.Datagrams().at(0);
+    const Bytes datagram = camera.ReceivedBytes().at(0);
     EXPECT_EQ(Bytes(datagram.begin(), datagram.begin() + 6), (Bytes{0x42, 0x01, 0x00, 0x82, 0x00, 0x08}));
     EXPECT_EQ(Body(datagram), (Bytes{0x00, 0x00, 0xA0, 0x00, 1, 2, 3, 4}));
-    EXPECT_EQ(camera.Register(0xA000), 0x01020304U);
+    EXPECT_EQ(camera.GetRegister(0xA000), 0x01020304U);
 }
 
 // Deliberate(WholeWordsGoOut)
@@ -221,7 +221,7 @@ TEST_F(RemoteDevicePort, DeliberatelyAWriteOfTwoBytesIsAWriteRegisterCommandWith
     Open();
     const Fence bytes({0x11, 0x22, 0x33, 0x44});
     ASSERT_EQ(Write(0xA000, bytes.Data(), 2), 0);
-    const Bytes datagram = camera.Datagrams().at(0);
+    const Bytes datagram = camera.ReceivedBytes().at(0);
     EXPECT_EQ(Bytes(datagram.begin(), datagram.begin() + 6), (Bytes{0x42, 0x01, 0x00, 0x82, 0x00, 0x08}));
     EXPECT_EQ(Body(datagram), (Bytes{0x00, 0x00, 0xA0, 0x00, 0x11, 0x22, 0x33, 0x44}));
 }
@@ -232,7 +232,7 @@ TEST_F(RemoteDevicePort, DeliberatelyTheLastChunkOfALongWriteReachesPastTheSize)
     Open();
     const Fence bytes(Ramp(1028));
     ASSERT_EQ(Write(0xA000, bytes.Data(), 1025), 0);
-    EXPECT_EQ(camera.Memory(0xA000, 1028), Ramp(1028));
+    EXPECT_EQ(camera.GetMemory(0xA000, 1028), Ramp(1028));
 }
 
 TEST_F(RemoteDevicePort, AWriteAtTheEndOfTheCallersMemoryIsFilledUpWithZerosInstead)
@@ -248,7 +248,7 @@ TEST_F(RemoteDevicePort, AWriteAtTheEndOfTheCallersMemoryIsFilledUpWithZerosInst
         sent.resize(4);
         Bytes body = {0x00, 0x00, 0xA0, 0x00};
         body.insert(body.end(), sent.begin(), sent.end());
-        EXPECT_EQ(Body(camera.Datagrams().at(0)), body);
+        EXPECT_EQ(Body(camera.ReceivedBytes().at(0)), body);
     }
 }
 
@@ -257,7 +257,7 @@ TEST_F(RemoteDevicePort, WriteOfFiveBytesIsAMemoryWriteOfEightFilledUpWithZeros)
     Open();
     const Fence bytes({1, 2, 3, 4, 5});
     ASSERT_EQ(Write(0xA000, bytes.Data(), 5), 0);
-    const Bytes datagram = camera.Datagrams().at(0);
+    const Bytes datagram = camera.ReceivedBytes().at(0);
     EXPECT_EQ(Bytes(datagram.begin(), datagram.begin() + 6), (Bytes{0x42, 0x01, 0x00, 0x86, 0x00, 0x0C}));
     EXPECT_EQ(Body(datagram), (Bytes{0x00, 0x00, 0xA0, 0x00, 1, 2, 3, 4, 5, 0, 0, 0}));
 }
@@ -268,7 +268,7 @@ TEST_F(RemoteDevicePort, WriteOfFiveHundredAndTwelveBytesIsOneChunk)
     const Fence bytes(Ramp(512));
     ASSERT_EQ(Write(0xA000, bytes.Data(), 512), 0);
     EXPECT_THAT(camera.Accesses(), ElementsAre("write memory 0xA000, 512 bytes"));
-    EXPECT_EQ(camera.Memory(0xA000, 512), Ramp(512));
+    EXPECT_EQ(camera.GetMemory(0xA000, 512), Ramp(512));
 }
 
 TEST_F(RemoteDevicePort, AWritesLastChunkIsRoundedUpAndFilledWithZerosAtTheEndOfMemory)
@@ -280,7 +280,7 @@ TEST_F(RemoteDevicePort, AWritesLastChunkIsRoundedUpAndFilledWithZerosAtTheEndOf
                                                "write memory 0xA400, 4 bytes"));
     Bytes expected = Ramp(1025);
     expected.resize(1028);
-    EXPECT_EQ(camera.Memory(0xA000, 1028), expected);
+    EXPECT_EQ(camera.GetMemory(0xA000, 1028), expected);
 }
 
 TEST_F(RemoteDevicePort, AWriteThatRoundsUpToTwoChunksSendsTwoFullOnes)
@@ -291,7 +291,7 @@ TEST_F(RemoteDevicePort, AWriteThatRoundsUpToTwoChunksSendsTwoFullOnes)
     EXPECT_THAT(camera.Accesses(), ElementsAre("write memory 0xA000, 512 bytes", "write memory 0xA200, 512 bytes"));
     Bytes expected = Ramp(1022);
     expected.resize(1024);
-    EXPECT_EQ(camera.Memory(0xA000, 1024), expected);
+    EXPECT_EQ(camera.GetMemory(0xA000, 1024), expected);
 }
 
 TEST_F(RemoteDevicePort, WriteOfNoBytesSendsAMemoryWriteOfNone)
@@ -472,7 +472,7 @@ TEST_F(RemoteDevicePort, EverySizeOfAWriteBecomesTheseCommands)
         EXPECT_EQ(camera.Accesses(), row.accesses);
         if (row.size > 4)
         {
-            EXPECT_EQ(camera.Memory(0xA000, row.size), Ramp(row.size));
+            EXPECT_EQ(camera.GetMemory(0xA000, row.size), Ramp(row.size));
         }
     }
 }

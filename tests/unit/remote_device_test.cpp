@@ -5,7 +5,7 @@
 #include "gige/nq_gev_tl_linux.h"
 #include "rdma/rdma_records.h"
 #include "support/device_record.h"
-#include "support/register_camera.h"
+#include "support/gvcp_camera.h"
 #include "support/trace_capture.h"
 
 #include <dirent.h>
@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
+using nq::test::GvcpCamera;
 using nq::test::LoopbackCamera;
-using nq::test::RegisterCamera;
 using nq::test::TraceCapture;
 using testing::ElementsAre;
 using Texts = std::vector<std::string>;
@@ -48,7 +48,7 @@ class RemoteDevice : public testing::Test
   protected:
     RemoteDevice() { camera.SetRegister(0x0938, 60000); }
 
-    RegisterCamera camera;
+    GvcpCamera camera;
     NQGevTL tl;
 };
 
@@ -199,7 +199,7 @@ TEST_F(RemoteDevice, DeliberatelyExclusiveAccessCountsAsNoAccess)
 {
     NQGevRemoteDevice device(&tl, LoopbackCamera(), exclusive, nullptr);
     ASSERT_EQ(device.Open(), 0);
-    EXPECT_EQ(camera.Register(0x0A00), 1U);
+    EXPECT_EQ(camera.GetRegister(0x0A00), 1U);
     EXPECT_EQ(device.GetAccessStatus(), 3);
 }
 
@@ -305,7 +305,7 @@ TEST_F(RemoteDevice, StreamCapabilityIsTheRegisterInHostOrder)
 
 TEST_F(RemoteDevice, BufferSettingsAreTakenUnswappedFromOneReadOfTheSettingsBlock)
 {
-    RegisterCamera::Bytes block(176);
+    nq::test::Bytes block(176);
     for (std::size_t index = 0; index < block.size(); ++index)
     {
         block[index] = static_cast<unsigned char>(index);

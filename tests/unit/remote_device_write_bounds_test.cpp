@@ -4,7 +4,7 @@
 
 #include "gige/nq_gev_tl_linux.h"
 #include "support/device_record.h"
-#include "support/register_camera.h"
+#include "support/gvcp_camera.h"
 
 #include <algorithm>
 #include <atomic>
@@ -55,7 +55,7 @@ namespace
 
 TEST(RemoteDeviceWriteBounds, NoWriteCopiesPastItsOwnBlock)
 {
-    nq::test::RegisterCamera camera;
+    nq::test::GvcpCamera camera;
     camera.SetRegister(0x0938, 600000);
     NQGevTL tl;
     NQGevRemoteDevice device(&tl, nq::test::LoopbackCamera(), 3, nullptr);

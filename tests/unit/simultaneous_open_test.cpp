@@ -6,9 +6,8 @@
 #include "support/device_record.h"
 #include "support/fake_module.h"
 #include "support/gate.h"
-#include "support/gvcp_peer.h"
+#include "support/gvcp_camera.h"
 #include "support/interface_module.h"
-#include "support/register_camera.h"
 #include "support/system_module.h"
 
 #include <algorithm>
@@ -98,7 +97,7 @@ class SimultaneousOpen : public testing::Test
   protected:
     SimultaneousOpen() { camera.SetRegister(0x0938, 60000); }
 
-    RegisterCamera camera;
+    GvcpCamera camera;
     std::array<void*, 3> handles = {};
 };
 
@@ -182,7 +181,7 @@ TEST_F(SimultaneousOpen, AnInterfaceOpensOnceAndTheSystemAnswersMeanwhile)
 
 TEST(SimultaneousOpenOfAStream, OneThreadGetsItFromACameraThatTakesItsTime)
 {
-    GvcpPeer camera(nullptr, "127.0.0.1");
+    GvcpCamera camera(nullptr, "127.0.0.1");
     camera.SetRegister(0x0938, 600000);
     camera.SetRegister(0x0904, 1);
     camera.SetRegister(0x092C, 0x04000000);

@@ -57,7 +57,7 @@ class AccessProbe : public testing::Test
     }
 
     CameraNetwork network;
-    GvcpPeer peer{&network.host};
+    GvcpCamera peer{&network.host};
     InterfaceModule module;
 };
 
@@ -167,7 +167,7 @@ TEST_F(AccessProbe, AShortAcknowledgeReadsAsZeros)
 TEST_F(AccessProbe, TheAnswerOfAnotherSenderDoesNotMoveTheCamera)
 {
     network.host.Shell("ip addr add 10.9.0.99/24 dev eth0");
-    const auto stranger = std::make_shared<GvcpPeer>(&network.host, "10.9.0.99", std::uint16_t{4000});
+    const auto stranger = std::make_shared<GvcpCamera>(&network.host, "10.9.0.99", std::uint16_t{4000});
     peer.Otherwise([this, stranger](const Bytes&) -> std::vector<GvcpReply> {
         stranger->Send({0, 0, 0, 0x81, 0, 4, 0, 1, 0, 0, 0, 2}, "10.9.0.1", peer.Received().back().senderPort);
         return {};

@@ -111,7 +111,7 @@ GvcpDiscovery FarCamera()
 }
 
 /// Has the peer answer each command with these datagrams, each to the address that stands before it.
-void AnswerTo(GvcpPeer& peer, const std::vector<std::pair<std::string, Bytes>>& datagrams)
+void AnswerTo(GvcpCamera& peer, const std::vector<std::pair<std::string, Bytes>>& datagrams)
 {
     peer.Otherwise([&peer, datagrams](const Bytes&) {
         const std::uint16_t port = peer.Received().back().senderPort;
@@ -133,7 +133,7 @@ class BroadcastAnswers : public testing::TestWithParam<bool>
 TEST_P(BroadcastAnswers, ACameraOnAnotherSubnetIsListedAndNotAsked)
 {
     const Cable cable("192.168.7.5/24");
-    GvcpPeer peer(&cable.host);
+    GvcpCamera peer(&cable.host);
     AnswerTo(peer, {{"255.255.255.255", Acknowledge(FarCamera())}});
     InterfaceModule module;
     ASSERT_EQ(module.Open(), 0);
@@ -150,8 +150,8 @@ TEST_P(BroadcastAnswers, OnlyThoseOfItsOwnAdapterAreHeard)
 {
     const Cable cable("192.168.7.5/24");
     const Cable second("192.168.8.5/24", "cam1", "10.7.0.1/24");
-    GvcpPeer peer(&cable.host);
-    GvcpPeer neighbour(&second.host);
+    GvcpCamera peer(&cable.host);
+    GvcpCamera neighbour(&second.host);
     InterfaceModule module;
     ASSERT_EQ(module.Open(), 0);
     // Both hosts send to the port of the one module.
@@ -172,7 +172,7 @@ TEST_P(BroadcastAnswers, AFloodOfAnotherAdapterDoesNotHoldAReceiveUp)
 {
     const Cable cable("192.168.7.5/24");
     const Cable second("192.168.8.5/24", "cam1", "10.7.0.1/24");
-    GvcpPeer neighbour(&second.host);
+    GvcpCamera neighbour(&second.host);
     NQGevSocket socket;
     ASSERT_TRUE(socket.Create(AF_INET, SOCK_DGRAM, 0));
     ASSERT_TRUE(socket.Bind(0x0A090001, 4000));
@@ -253,7 +253,7 @@ class BroadcastReceiver : public testing::Test
     }
 
     Cable cable{"10.9.0.5/24"};
-    GvcpPeer peer{&cable.host};
+    GvcpCamera peer{&cable.host};
     NQGevSocket socket;
     NQGevBroadcastReceiver receiver;
 };
@@ -309,7 +309,7 @@ TEST_F(BroadcastReceiver, BelongsToAnAdapterByItsNameOrAnAliasOfIt)
 TEST(BroadcastAnswer, OfTwoAnswersOfOneCameraTheLaterArrivalWins)
 {
     const Cable cable("10.9.0.5/24");
-    GvcpPeer peer(&cable.host);
+    GvcpCamera peer(&cable.host);
     GvcpDiscovery first = Camera();
     first.serialNumber = "first";
     GvcpDiscovery second = Camera();
@@ -333,7 +333,7 @@ TEST(BroadcastAnswer, OfTwoAnswersOfOneCameraTheLaterArrivalWins)
 TEST(BroadcastAnswer, AProbeDoesNotReadIt)
 {
     const Cable cable("10.9.0.5/24");
-    GvcpPeer peer(&cable.host);
+    GvcpCamera peer(&cable.host);
     peer.SetDiscovery(Camera());
     InterfaceModule module;
     ASSERT_EQ(module.Open(), 0);
@@ -351,7 +351,7 @@ TEST(BroadcastAnswer, AProbeDoesNotReadIt)
 TEST(BroadcastAnswer, TheReceiverIsThereWhileTheInterfaceIsOpen)
 {
     const Cable cable("10.9.0.5/24");
-    GvcpPeer peer(&cable.host);
+    GvcpCamera peer(&cable.host);
     InterfaceModule module;
     EXPECT_THAT(PortsOfBroadcastReceivers(), IsEmpty());
     ASSERT_EQ(module.Open(), 0);
@@ -382,7 +382,7 @@ TEST(BroadcastAnswer, AScanWorksWithoutTheReceiverAndLogsNothing)
 {
     refusesBroadcastAddress = true;
     const Cable cable("10.9.0.5/24");
-    GvcpPeer peer(&cable.host);
+    GvcpCamera peer(&cable.host);
     peer.SetDiscovery(Camera());
     const TraceCapture trace;
     InterfaceModule module;

@@ -112,7 +112,7 @@ class CommandBytes : public testing::Test
     }
 
     CameraNetwork network;
-    GvcpPeer camera{&network.host};
+    GvcpCamera camera{&network.host};
     std::unique_ptr<Capture> capture;
     NQGevTL tl;
 };

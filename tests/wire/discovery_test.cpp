@@ -48,7 +48,7 @@ class Discovery : public testing::Test
     }
 
     /// Sends one more datagram to the peer, so that whatever was sent before has arrived when it has.
-    std::vector<GvcpPeer::Datagram> ReceivedSoFar()
+    std::vector<GvcpCamera::Datagram> ReceivedSoFar()
     {
         const int sender = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         sockaddr_in to{};
@@ -59,7 +59,7 @@ class Discovery : public testing::Test
         close(sender);
         for (;;)
         {
-            std::vector<GvcpPeer::Datagram> received = peer.Received();
+            std::vector<GvcpCamera::Datagram> received = peer.Received();
             if (!received.empty() && received.back().bytes == Bytes{'m', 'a', 'r', 'k'})
             {
                 received.pop_back();
@@ -74,7 +74,7 @@ class Discovery : public testing::Test
     }
 
     CameraNetwork network;
-    GvcpPeer peer{&network.host};
+    GvcpCamera peer{&network.host};
     InterfaceModule module;
 };
 
@@ -100,7 +100,7 @@ GvcpDiscovery CameraOfVersion(unsigned int number, const std::string& version)
 TEST_F(Discovery, OneBroadcastOfEightBytesGoesOut)
 {
     module.Scan();
-    const std::vector<GvcpPeer::Datagram> received = ReceivedSoFar();
+    const std::vector<GvcpCamera::Datagram> received = ReceivedSoFar();
     ASSERT_EQ(received.size(), 1u);
     EXPECT_EQ(received[0].bytes, (Bytes{0x42, 0x11, 0x00, 0x02, 0x00, 0x00, 0x00, 0x01}));
     EXPECT_EQ(received[0].senderAddress, "10.9.0.1");
@@ -189,7 +189,7 @@ TEST_F(Discovery, StatusLengthAndIdAreNotLookedAt)
 TEST_F(Discovery, TheSenderIsNotLookedAt)
 {
     network.host.Shell("ip addr add 10.9.0.99/24 dev eth0");
-    const auto stranger = std::make_shared<GvcpPeer>(&network.host, "10.9.0.99", std::uint16_t{4000});
+    const auto stranger = std::make_shared<GvcpCamera>(&network.host, "10.9.0.99", std::uint16_t{4000});
     peer.Otherwise([this, stranger](const Bytes&) -> std::vector<GvcpReply> {
         stranger->Send(Acknowledge(CameraNumber(1)), "10.9.0.1", peer.Received().back().senderPort);
         return {};
@@ -422,7 +422,7 @@ TEST_F(Discovery, OnlyTheCamerasOfItsOwnAdapterAreFound)
     Host other;
     other.Connect("cam1", "10.7.0.1/16", "eth0", "10.7.0.5/16");
     WaitForCarrier(other, "cam1", "eth0");
-    GvcpPeer neighbour(&other);
+    GvcpCamera neighbour(&other);
     GvcpDiscovery camera = Camera();
     camera.model = "Neighbour";
     camera.ipAddress = 0x0A070005;
@@ -461,7 +461,7 @@ TEST(DiscoveryAddresses, TheExcludedAddressesSendNothing)
 {
     const CameraNetwork network;
     Shell("ip route add default dev cam0");
-    GvcpPeer peer(&network.host);
+    GvcpCamera peer(&network.host);
     for (const char* address : {"0.0.0.0", "127.0.0.1"})
     {
         InterfaceModule module(Adapter(address));
@@ -482,7 +482,7 @@ TEST(DiscoveryAddresses, AnEmptyAddressTextPassesTheCheck)
 {
     const CameraNetwork network;
     Shell("ip route add default dev cam0");
-    GvcpPeer peer(&network.host);
+    GvcpCamera peer(&network.host);
     peer.SetDiscovery(Camera());
     InterfaceModule module(Adapter(""));
     ASSERT_EQ(module.Open(), 0);

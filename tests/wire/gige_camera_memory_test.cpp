@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Memory access of GigETL::Camera against a scripted peer.
 #include "gige/gige_camera.h"
-#include "support/gvcp_peer.h"
+#include "support/gvcp_camera.h"
 
 #include <gmock/gmock.h>
 
@@ -20,7 +20,7 @@ namespace
 using GigETL::Camera;
 using GigETL::Command;
 using nq::test::Bytes;
-using nq::test::GvcpPeer;
+using nq::test::GvcpCamera;
 using testing::Each;
 using testing::ElementsAre;
 using testing::SizeIs;
@@ -75,7 +75,7 @@ class CameraMemory : public testing::Test
         return m_camera.writeCameraMemory(0x00010200, data.data(), 4);
     }
 
-    GvcpPeer m_peer;
+    GvcpCamera m_peer;
     Camera m_camera{kLoopback, 3956, kLoopback, MULTICAST_OFF};
     Bytes m_data;
 };

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Register access of GigETL::Camera: every datagram that a scripted peer sees, and what follows from its answers.
 #include "gige/gige_camera.h"
-#include "support/gvcp_peer.h"
+#include "support/gvcp_camera.h"
 
 #include <gmock/gmock.h>
 
@@ -14,7 +14,7 @@ namespace
 
 using GigETL::Camera;
 using nq::test::Bytes;
-using nq::test::GvcpPeer;
+using nq::test::GvcpCamera;
 using testing::ElementsAre;
 using testing::SizeIs;
 using namespace nq::test::gvcp;
@@ -52,7 +52,7 @@ class CameraRegister : public testing::Test
         m_peer.Send(datagram, "127.0.0.1", static_cast<std::uint16_t>(m_camera.getLocalPort()));
     }
 
-    GvcpPeer m_peer;
+    GvcpCamera m_peer;
     Camera m_camera{kLoopback, 3956, kLoopback, MULTICAST_OFF};
     unsigned int m_value = 0x55555555;
 };
@@ -367,7 +367,7 @@ TEST_F(CameraRegister, ValidateAckRefusesEitherMismatch)
 
 TEST_F(CameraRegister, ExchangesOfSeveralCamerasOnSeveralThreadsNeverMixTheirAnswers)
 {
-    GvcpPeer second(nullptr, "127.0.0.1", 3957);
+    GvcpCamera second(nullptr, "127.0.0.1", 3957);
     m_peer.Otherwise(Value(0x11));
     second.Otherwise(Value(0x22));
     Camera other(kLoopback, 3957, kLoopback, MULTICAST_OFF);

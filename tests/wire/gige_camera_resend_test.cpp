@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A camera that cannot be reached any more when its command is to be sent again.
 #include "gige/gige_camera.h"
-#include "support/gvcp_peer.h"
+#include "support/gvcp_camera.h"
 
 #include <gmock/gmock.h>
 
@@ -22,7 +22,7 @@ namespace
 
 using GigETL::Camera;
 using nq::test::Bytes;
-using nq::test::GvcpPeer;
+using nq::test::GvcpCamera;
 using nq::test::GvcpRule;
 using testing::SizeIs;
 using namespace nq::test::gvcp;
@@ -47,7 +47,7 @@ class LostWay : public testing::Test
         return result;
     }
 
-    GvcpPeer m_peer;
+    GvcpCamera m_peer;
     std::array<unsigned char, 4> m_data{};
     unsigned int m_value = 0;
 };

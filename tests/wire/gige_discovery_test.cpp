@@ -3,7 +3,7 @@
 #include "gige/gige_camera.h"
 #include "gige/gige_camera_map.h"
 #include "gige/nqgige.h"
-#include "support/gvcp_peer.h"
+#include "support/gvcp_camera.h"
 #include "support/network.h"
 
 #include <gmock/gmock.h>
@@ -22,8 +22,8 @@ using GigETL::Camera;
 using GigETL::Command;
 using GigETL::Network;
 using nq::test::Bytes;
+using nq::test::GvcpCamera;
 using nq::test::GvcpDiscovery;
-using nq::test::GvcpPeer;
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -45,7 +45,7 @@ class Discovery : public testing::Test
     void SetUp() override
     {
         m_there.Connect("nq0", "10.9.0.1/24", "cam0", "10.9.0.2/24");
-        m_peer = std::make_unique<GvcpPeer>(&m_there);
+        m_peer = std::make_unique<GvcpCamera>(&m_there);
         m_record.ipAddress = 0x0A090002;
         m_record.subnetMask = 0xFFFFFF00;
         m_record.gateway = 0x0A0900FE;
@@ -79,7 +79,7 @@ class Discovery : public testing::Test
     }
 
     nq::test::Host m_there;
-    std::unique_ptr<GvcpPeer> m_peer;
+    std::unique_ptr<GvcpCamera> m_peer;
     GvcpDiscovery m_record;
     std::vector<NQGigE_CAMERA> m_found;
     std::function<void(NQGigE_CAMERA&)> m_onFound;
@@ -331,7 +331,7 @@ TEST_F(Discovery, FlatFunctionsNeedACallback)
 
 TEST_F(Discovery, FlatFunctionsUseTheGivenOrTheStandardPort)
 {
-    GvcpPeer elsewhere(&m_there, "0.0.0.0", 3999);
+    GvcpCamera elsewhere(&m_there, "0.0.0.0", 3999);
     elsewhere.Otherwise(Sequence({Acknowledge(m_record.Body()), Pending(0)}));
     EXPECT_EQ(discoverCameras(kLocal, 10000, &Take, this), 0);
     EXPECT_THAT(m_peer->ReceivedBytes(), SizeIs(1));

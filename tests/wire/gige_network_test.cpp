@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // GigETL::Network against a scripted peer and against plain sockets.
 #include "gige/gige_network.h"
-#include "support/gvcp_peer.h"
+#include "support/gvcp_camera.h"
 #include "support/network.h"
 
 #include <gmock/gmock.h>
@@ -22,7 +22,7 @@ namespace
 using GigETL::Command;
 using GigETL::Network;
 using nq::test::Bytes;
-using nq::test::GvcpPeer;
+using nq::test::GvcpCamera;
 using testing::ElementsAre;
 using namespace nq::test::gvcp;
 
@@ -191,7 +191,7 @@ TEST(Network, WithoutASocketEveryOperationSaysNoConnectionWithoutASystemCall)
 
 TEST(Network, SendsTheCurrentSizeOfTheCommand)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     Network network(kLoopback, 3956, kLoopback, 0);
     Command command(0x0086, 8, 0x01);
     command.setSize(10);
@@ -203,7 +203,7 @@ TEST(Network, SendsTheCurrentSizeOfTheCommand)
 
 TEST(Network, SizeAboveTheBufferSendsTheBufferOnly)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     Network network(kLoopback, 3956, kLoopback, 0);
     Command command(0x0080, 4, 0x01);
     command.setSize(60000);
@@ -221,7 +221,7 @@ TEST(Network, FailedSendSharesItsCodeWithATimeout)
 
 TEST(Network, ReceivesWithSenderInHostOrder)
 {
-    GvcpPeer peer(nullptr, "127.0.0.5");
+    GvcpCamera peer(nullptr, "127.0.0.5");
     Network network(0x7F000005, 3956, kLoopback, 0);
     network.sendCommand(Command(0x0080, 4, 0x01));
     Command ack;
@@ -237,7 +237,7 @@ TEST(Network, ReceivesWithSenderInHostOrder)
 
 TEST(Network, NothingInTimeIsATimeoutAndTheTimeIsUsedUp)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     peer.Otherwise(Silent());
     Exchange exchange;
     exchange.wait = {0, 5000};
@@ -256,7 +256,7 @@ TEST(Network, FailedWaitIsASocketError)
 
 TEST(Network, TimeLeftIsWrittenBack)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     peer.Otherwise(Late(std::chrono::milliseconds(20), Value(1)));
     Exchange exchange;
     EXPECT_EQ(exchange.Run(), 0);
@@ -266,7 +266,7 @@ TEST(Network, TimeLeftIsWrittenBack)
 
 TEST(Network, PendingAcknowledgeOf1500MsChangesTheWaitToOneSecondAnd500000Microseconds)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     peer.Otherwise(Sequence({Pending(1500), Late(std::chrono::milliseconds(400), Value(0x11223344))}));
     Exchange exchange;
     exchange.wait = {0, 200000};
@@ -280,7 +280,7 @@ TEST(Network, PendingAcknowledgeOf1500MsChangesTheWaitToOneSecondAnd500000Micros
 // Deliberate(PendingHasNoLimit)
 TEST(Network, PendingAcknowledgeMayExtendTheWaitAsOftenAsTheCameraLikes)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     std::vector<nq::test::GvcpRule> rules(100, Pending(5000));
     rules.push_back(Value(7));
     peer.Otherwise(Sequence(rules));
@@ -291,7 +291,7 @@ TEST(Network, PendingAcknowledgeMayExtendTheWaitAsOftenAsTheCameraLikes)
 
 TEST(Network, PendingAcknowledgeOfZeroEndsTheWait)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     peer.Otherwise(Pending(0));
     Exchange exchange;
     EXPECT_EQ(exchange.Run(), -212);
@@ -299,7 +299,7 @@ TEST(Network, PendingAcknowledgeOfZeroEndsTheWait)
 
 TEST(Network, ShortPendingAcknowledgeAsksForNoTime)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     peer.Otherwise(Short(8, Pending(60000)));
     Exchange exchange;
     EXPECT_EQ(exchange.Run(), -212);
@@ -307,7 +307,7 @@ TEST(Network, ShortPendingAcknowledgeAsksForNoTime)
 
 TEST(Network, PendingAcknowledgeWithoutATimeKeepsWaiting)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     peer.Otherwise(Sequence({Pending(0), Value(5)}));
     Network network(kLoopback, 3956, kLoopback, 0);
     network.sendCommand(Command(0x0080, 4, 0x01));
@@ -319,7 +319,7 @@ TEST(Network, PendingAcknowledgeWithoutATimeKeepsWaiting)
 // Deliberate(NothingTakenIsASuccess)
 TEST(Network, EmptyDatagramIsASuccessWithAnUnchangedSize)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     peer.Otherwise(Literal({}));
     Exchange exchange;
     exchange.ack.setReceivedSize(77);
@@ -331,7 +331,7 @@ TEST(Network, EmptyDatagramIsASuccessWithAnUnchangedSize)
 
 TEST(Network, EmptyDatagramStoresNoSender)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     peer.Otherwise(Literal({}));
     Network network(kLoopback, 3956, kLoopback, 0);
     network.sendCommand(Command(0x0080, 4, 0x01));
@@ -346,7 +346,7 @@ TEST(Network, EmptyDatagramStoresNoSender)
 
 TEST(Network, BytesBehindAShortDatagramReadAsZero)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     peer.Otherwise(Short(9, Value(0xFFFFFFFF)));
     Exchange exchange;
     for (int offset = 0; offset < 548; ++offset)
@@ -361,7 +361,7 @@ TEST(Network, BytesBehindAShortDatagramReadAsZero)
 
 TEST(Network, DatagramLargerThanTheBufferIsCutToIt)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     peer.Otherwise(Oversized(9000, Value(3)));
     Exchange exchange;
     EXPECT_EQ(exchange.Run(), 0);
@@ -372,7 +372,7 @@ TEST(Network, DatagramLargerThanTheBufferIsCutToIt)
 
 TEST(Network, ReceivesIntoASmallCommandUpToItsMaximumSize)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     peer.Otherwise(Pending(100));
     Network network(kLoopback, 3956, kLoopback, 0);
     Command small(0x0080, 0, 0x01);
@@ -384,7 +384,7 @@ TEST(Network, ReceivesIntoASmallCommandUpToItsMaximumSize)
 
 TEST(Network, TakesWhateverArrivesWhoeverSentIt)
 {
-    GvcpPeer stranger(nullptr, "127.0.0.1", 0);
+    GvcpCamera stranger(nullptr, "127.0.0.1", 0);
     Network network(kLoopback, 3956, kLoopback, 0);
     stranger.Send({0xDE, 0xAD}, "127.0.0.1", static_cast<std::uint16_t>(network.getLocalPort()));
     Command ack;
@@ -399,7 +399,7 @@ TEST(Network, BroadcastReachesACameraOnTheCableAndGoesToTheRemotePort)
 {
     const nq::test::Host camera;
     camera.Connect("nq0", "10.9.0.1/24", "cam0", "10.9.0.2/24");
-    GvcpPeer peer(&camera, "0.0.0.0", 3999);
+    GvcpCamera peer(&camera, "0.0.0.0", 3999);
     peer.AwaitPath("10.9.0.1");
     Network network(0x0A090063, 3999, 0x0A090001, 0);
     EXPECT_EQ(network.broadcastCommand(Command(0x0002, 8, 0x11)), 0);
@@ -430,7 +430,7 @@ TEST(Network, BroadcastThatCannotBeSentLeavesAddressAndOptionAsTheyWere)
 
 TEST(Network, RawSendGoesToTheRemoteAddressAndAlwaysReturnsZero)
 {
-    GvcpPeer peer;
+    GvcpCamera peer;
     peer.Otherwise(Silent());
     Network network(kLoopback, 3956, kLoopback, 0);
     std::string text = "abc";

@@ -4,7 +4,7 @@
 #include "gige/gige_camera.h"
 #include "gige/nq_gev_tl_linux.h"
 #include "support/device_record.h"
-#include "support/gvcp_peer.h"
+#include "support/gvcp_camera.h"
 
 #include <gmock/gmock.h>
 
@@ -26,7 +26,7 @@ namespace
 
 using GigETL::Camera;
 using nq::test::Bytes;
-using nq::test::GvcpPeer;
+using nq::test::GvcpCamera;
 using nq::test::GvcpRule;
 using testing::ElementsAre;
 using testing::SizeIs;
@@ -133,7 +133,7 @@ class LateAnswers : public testing::Test
         m_peer.Forget();
     }
 
-    GvcpPeer m_peer;
+    GvcpCamera m_peer;
     Camera m_camera{kLoopback, 3956, kLoopback, MULTICAST_OFF};
     std::atomic<int> m_next = 0;
     unsigned int m_value = 0;

@@ -2,7 +2,7 @@
 // NQGevSocket against plain sockets.
 #include "gige/nq_gev_socket_linux.h"
 #include "support/asleep.h"
-#include "support/gvcp_peer.h"
+#include "support/gvcp_camera.h"
 
 #include <gmock/gmock.h>
 
@@ -22,7 +22,7 @@
 namespace
 {
 
-using nq::test::GvcpPeer;
+using nq::test::GvcpCamera;
 using testing::ElementsAre;
 using namespace nq::test::gvcp;
 
@@ -76,7 +76,7 @@ class NQGevSocketAtPeer : public testing::Test
 
     void FromPeer(const nq::test::Bytes& bytes) { m_peer.Send(bytes, "127.0.0.1", 40200); }
 
-    GvcpPeer m_peer;
+    GvcpCamera m_peer;
     NQGevSocket m_socket;
     int m_descriptor = -1;
     sockaddr_in m_to = At(0x7F000001, 3956);

@@ -2,7 +2,7 @@
 // NQGevTL against a scripted peer, with its trace lines.
 #include "gige/gige_tl.h"
 #include "gige/nq_gev_tl_linux.h"
-#include "support/gvcp_peer.h"
+#include "support/gvcp_camera.h"
 #include "support/trace_capture.h"
 
 #include <gmock/gmock.h>
@@ -15,7 +15,7 @@ namespace
 {
 
 using nq::test::Bytes;
-using nq::test::GvcpPeer;
+using nq::test::GvcpCamera;
 using nq::test::TraceCapture;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -33,7 +33,7 @@ class TransportLayer : public testing::Test
     void TearDown() override { m_tl.CameraClose(m_handle); }
 
     TraceCapture m_trace;
-    GvcpPeer m_peer;
+    GvcpCamera m_peer;
     NQGevTL m_tl;
     unsigned long m_handle = 0;
     unsigned int m_value = 0x55555555;
@@ -123,7 +123,7 @@ TEST_F(TransportLayer, MemoryIsReadAndWritten)
     Open();
     EXPECT_TRUE(m_tl.CameraWriteMemory(m_handle, 0x1000, m_data.data(), 4));
     EXPECT_THAT(m_peer.GetMemory(0x1000, 4), ElementsAre(1, 2, 3, 4));
-    m_peer.SetMemory(0x1000, {9, 8, 7, 6});
+    m_peer.SetMemory(0x1000, Bytes{9, 8, 7, 6});
     EXPECT_TRUE(m_tl.CameraReadMemory(m_handle, 0x1000, m_data.data(), 4));
     EXPECT_THAT(m_data, ElementsAre(9, 8, 7, 6));
     EXPECT_THAT(TraceCapture::At(2), IsEmpty());

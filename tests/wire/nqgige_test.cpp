@@ -4,7 +4,7 @@
 #include "gige/gige_tl.h"
 #include "gige/nqgige.h"
 #include "support/asleep.h"
-#include "support/gvcp_peer.h"
+#include "support/gvcp_camera.h"
 #include "support/network.h"
 
 #include <gmock/gmock.h>
@@ -20,7 +20,7 @@ namespace
 
 using GigETL::Network;
 using nq::test::Bytes;
-using nq::test::GvcpPeer;
+using nq::test::GvcpCamera;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -38,7 +38,7 @@ class FlatFunctions : public testing::Test
 
     void TearDown() override { closeCamera(m_handle); }
 
-    GvcpPeer m_peer;
+    GvcpCamera m_peer;
     unsigned long m_handle = 0;
     unsigned int m_value = 0x55555555;
     std::array<unsigned char, 4> m_data{1, 2, 3, 4};
@@ -53,7 +53,7 @@ TEST_F(FlatFunctions, OpenGivesTheSumOfAddressAndPortAsHandleAndSendsNothing)
 
 TEST_F(FlatFunctions, OpenAtAnotherPort)
 {
-    GvcpPeer elsewhere(nullptr, "127.0.0.1", 3999);
+    GvcpCamera elsewhere(nullptr, "127.0.0.1", 3999);
     ASSERT_EQ(openCameraExt(&m_handle, kLoopback, 3999, kLoopback, 0, MULTICAST_ON), 0);
     EXPECT_EQ(m_handle, 0x7F000001UL + 3999UL);
     EXPECT_EQ(Camera_setGigECameraRegister(m_handle, 0x0A00, 2, kKey), 0);

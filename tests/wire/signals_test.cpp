@@ -41,7 +41,7 @@ class Signals : public testing::TestWithParam<int>
     }
 
     CameraNetwork network;
-    GvcpPeer peer{&network.host};
+    GvcpCamera peer{&network.host};
 };
 
 TEST_P(Signals, TwoHundredReadsOfASlowCameraSucceed)
