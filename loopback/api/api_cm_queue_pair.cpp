@@ -14,8 +14,8 @@ namespace
 
 ProtectionDomain* SharedDomain()
 {
-    static auto* const domain = new ProtectionDomain(&Context::Shared());
-    return domain;
+    static auto& domain = *new ProtectionDomain(&Context::Shared());
+    return &domain;
 }
 
 void DestroyOwnQueue(ibv_cq*& queue, ibv_comp_channel*& channel)

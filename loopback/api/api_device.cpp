@@ -19,8 +19,8 @@ using namespace nq::loopback;
 namespace
 {
 
-constexpr uint64_t deviceGuid = 0x026E71FFFE6C6F6FULL; // locally administered
-constexpr uint64_t longestMessage = 1ULL << 31;
+constexpr uint64_t kDeviceGuid = 0x026E71FFFE6C6F6FULL; // locally administered
+constexpr uint64_t kLongestMessage = 1ULL << 31;
 
 template <typename Pointer>
 Pointer* NullTerminated(Pointer first)
@@ -78,7 +78,7 @@ int ibv_get_device_index(ibv_device*)
 
 __be64 ibv_get_device_guid(ibv_device*)
 {
-    return htobe64(deviceGuid);
+    return htobe64(kDeviceGuid);
 }
 
 ibv_context* ibv_open_device(ibv_device*)
@@ -102,8 +102,8 @@ int ibv_query_device(ibv_context*, ibv_device_attr* attributes)
     return InvokeCode("ibv_query_device", [&] {
         *attributes = {};
         std::strcpy(attributes->fw_ver, "1.0");
-        attributes->node_guid = htobe64(deviceGuid);
-        attributes->sys_image_guid = htobe64(deviceGuid);
+        attributes->node_guid = htobe64(kDeviceGuid);
+        attributes->sys_image_guid = htobe64(kDeviceGuid);
         attributes->max_mr_size = UINT64_MAX;
         attributes->page_size_cap = 4096;
         attributes->max_qp = 65536;
@@ -130,7 +130,7 @@ int ibv_query_port(ibv_context*, uint8_t port, _compat_ibv_port_attr* compatible
         attributes->max_mtu = IBV_MTU_4096;
         attributes->active_mtu = IBV_MTU_4096;
         attributes->gid_tbl_len = 1;
-        attributes->max_msg_sz = static_cast<uint32_t>(longestMessage);
+        attributes->max_msg_sz = static_cast<uint32_t>(kLongestMessage);
         attributes->pkey_tbl_len = 1;
         attributes->active_width = 2;
         attributes->active_speed = 32;

@@ -20,7 +20,7 @@ extern "C"
 
 const char* ibv_wc_status_str(ibv_wc_status status)
 {
-    static constexpr std::array texts = {
+    static constexpr std::array kTexts = {
         "success",
         "local length error",
         "local QP operation error",
@@ -46,12 +46,12 @@ const char* ibv_wc_status_str(ibv_wc_status status)
         "TM error",
         "TM software rendezvous",
     };
-    return TextOf(texts, status, "unknown");
+    return TextOf(kTexts, status, "unknown");
 }
 
 const char* ibv_event_type_str(ibv_event_type event)
 {
-    static constexpr std::array texts = {
+    static constexpr std::array kTexts = {
         "CQ error",
         "local work queue catastrophic error",
         "invalid request local work queue error",
@@ -73,24 +73,24 @@ const char* ibv_event_type_str(ibv_event_type event)
         "GID table change",
         "WQ fatal",
     };
-    return TextOf(texts, event, "unknown");
+    return TextOf(kTexts, event, "unknown");
 }
 
 const char* ibv_port_state_str(ibv_port_state state)
 {
-    static constexpr std::array texts = {"no state change (NOP)", "down", "init", "armed", "active", "active defer"};
-    return TextOf(texts, state, "unknown");
+    static constexpr std::array kTexts = {"no state change (NOP)", "down", "init", "armed", "active", "active defer"};
+    return TextOf(kTexts, state, "unknown");
 }
 
 const char* ibv_node_type_str(ibv_node_type type)
 {
-    static constexpr std::array texts = {
+    static constexpr std::array kTexts = {
         "unknown",           "InfiniBand channel adapter",
         "InfiniBand switch", "InfiniBand router",
         "iWARP NIC",         "usNIC",
         "usNIC UDP",         "unspecified",
     };
-    return TextOf(texts, type, "unknown");
+    return TextOf(kTexts, type, "unknown");
 }
 
 } // extern "C"

@@ -20,7 +20,7 @@ namespace
 std::mutex g_instanceMutex;
 Engine* g_instance = nullptr;
 
-constexpr uint64_t wakeKey = 0;
+constexpr uint64_t kWakeKey = 0;
 
 // Out of memory or descriptors: one connection may stall but the host's process goes on.
 template <typename Call>
@@ -43,7 +43,7 @@ Engine& Engine::Instance()
     const std::lock_guard lock(g_instanceMutex);
     if (g_instance == nullptr)
     {
-        [[maybe_unused]] static const int registered = pthread_atfork(nullptr, nullptr, ForgetInChild);
+        [[maybe_unused]] static const int kRegistered = pthread_atfork(nullptr, nullptr, ForgetInChild);
         g_instance = new Engine;
     }
     return *g_instance;
@@ -63,7 +63,7 @@ Engine::Engine() : m_epoll(epoll_create1(EPOLL_CLOEXEC)), m_wake(eventfd(0, EFD_
     }
     epoll_event event{};
     event.events = EPOLLIN;
-    event.data.u64 = wakeKey;
+    event.data.u64 = kWakeKey;
     if (epoll_ctl(m_epoll.Get(), EPOLL_CTL_ADD, m_wake.Get(), &event) != 0)
     {
         Throw(errno);
@@ -207,7 +207,7 @@ int Engine::Turn(int longest)
         epoll_wait(m_epoll.Get(), events, 32, longest < 0 || (next >= 0 && next < longest) ? next : longest);
     for (int index = 0; index < count; ++index)
     {
-        if (events[index].data.u64 == wakeKey)
+        if (events[index].data.u64 == kWakeKey)
         {
             uint64_t value = 0;
             [[maybe_unused]] const ssize_t got = read(m_wake.Get(), &value, sizeof value);

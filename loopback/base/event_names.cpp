@@ -11,7 +11,7 @@ namespace
 {
 
 // In the order of rdma_cm_event_type.
-constexpr const char* names[] = {
+constexpr const char* kNames[] = {
     "RDMA_CM_EVENT_ADDR_RESOLVED",  "RDMA_CM_EVENT_ADDR_ERROR",      "RDMA_CM_EVENT_ROUTE_RESOLVED",
     "RDMA_CM_EVENT_ROUTE_ERROR",    "RDMA_CM_EVENT_CONNECT_REQUEST", "RDMA_CM_EVENT_CONNECT_RESPONSE",
     "RDMA_CM_EVENT_CONNECT_ERROR",  "RDMA_CM_EVENT_UNREACHABLE",     "RDMA_CM_EVENT_REJECTED",
@@ -24,14 +24,14 @@ constexpr const char* names[] = {
 
 const char* CmEventName(int event)
 {
-    return event >= 0 && event < static_cast<int>(std::size(names)) ? names[event] : "UNKNOWN EVENT";
+    return event >= 0 && event < static_cast<int>(std::size(kNames)) ? kNames[event] : "UNKNOWN EVENT";
 }
 
 std::optional<int> CmEventByName(const std::string& name)
 {
-    for (int event = 0; event < static_cast<int>(std::size(names)); ++event)
+    for (int event = 0; event < static_cast<int>(std::size(kNames)); ++event)
     {
-        if (name == names[event])
+        if (name == kNames[event])
         {
             return event;
         }

@@ -18,9 +18,9 @@ namespace nq::loopback
 namespace
 {
 
-constexpr int linkDown = 0;
-constexpr int linkUp = 1;
-constexpr int linkBreak = 2;
+constexpr int kLinkDown = 0;
+constexpr int kLinkUp = 1;
+constexpr int kLinkBreak = 2;
 
 std::optional<int> ErrnoByName(const std::string& name)
 {
@@ -45,24 +45,24 @@ std::optional<int> LinkByName(const std::string& name)
 {
     if (name == "up")
     {
-        return linkUp;
+        return kLinkUp;
     }
     if (name == "down")
     {
-        return linkDown;
+        return kLinkDown;
     }
-    return name == "break" ? std::optional<int>(linkBreak) : std::nullopt;
+    return name == "break" ? std::optional<int>(kLinkBreak) : std::nullopt;
 }
 
 void SwitchLink(int how)
 {
-    if (how == linkBreak)
+    if (how == kLinkBreak)
     {
         BreakLink();
     }
     else
     {
-        SetLink(how == linkUp);
+        SetLink(how == kLinkUp);
     }
 }
 
@@ -70,8 +70,8 @@ void SwitchLink(int how)
 
 Faults& Faults::Instance()
 {
-    static Faults* const faults = new Faults;
-    return *faults;
+    static Faults& faults = *new Faults;
+    return faults;
 }
 
 Faults::Faults()

@@ -19,10 +19,10 @@ namespace
 
 int LogFile()
 {
-    static const int file = Settings::Get().logFile.empty() ? -1
-                                                            : open(Settings::Get().logFile.c_str(),
-                                                                   O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    return file;
+    static const int kFile = Settings::Get().logFile.empty() ? -1
+                                                             : open(Settings::Get().logFile.c_str(),
+                                                                    O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    return kFile;
 }
 
 } // namespace

@@ -27,9 +27,9 @@ unsigned long long Number(const char* name, unsigned long long fallback)
 
 std::chrono::milliseconds Milliseconds(const char* name, unsigned long long fallback)
 {
-    constexpr unsigned long long oneDay = 24ULL * 3600 * 1000;
+    constexpr unsigned long long kOneDay = 24ULL * 3600 * 1000;
     const unsigned long long value = Number(name, fallback);
-    return std::chrono::milliseconds(value < oneDay ? value : oneDay);
+    return std::chrono::milliseconds(value < kOneDay ? value : kOneDay);
 }
 
 Settings Read()
@@ -61,8 +61,8 @@ Settings Read()
 const Settings& Settings::Get()
 {
     // Never destroyed: the engine's thread may still read it while the process exits.
-    static const Settings* const settings = new Settings(Read());
-    return *settings;
+    static const Settings& settings = *new Settings(Read());
+    return settings;
 }
 
 } // namespace nq::loopback

@@ -77,7 +77,7 @@ Received ReceiveMessage(int control, CmMessage& message, UniqueFd& first, Unique
         return errno == EAGAIN ? Received::Nothing : Received::End;
     }
     TakeDescriptors(header, first, second);
-    const bool sound = count == static_cast<ssize_t>(sizeof message) && message.magic == CmMessage::expectedMagic;
+    const bool sound = count == static_cast<ssize_t>(sizeof message) && message.magic == CmMessage::kExpectedMagic;
     return sound ? Received::Message : Received::End;
 }
 

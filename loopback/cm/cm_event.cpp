@@ -55,7 +55,7 @@ void CmId::Post(rdma_cm_event_type type, int status, const CmMessage* peer, uint
 void CmId::PostRequest(std::shared_ptr<Connection> connection)
 {
     auto posted = std::make_unique<CmEvent>(*this, RDMA_CM_EVENT_CONNECT_REQUEST, 0);
-    SetParameters(*posted, connection->Peer(), requestPrivateData);
+    SetParameters(*posted, connection->Peer(), kRequestPrivateData);
     posted->listen_id = this;
     posted->connection = std::move(connection);
     Log("id %p: connect request", static_cast<void*>(this));

@@ -21,8 +21,8 @@ namespace nq::loopback
 namespace
 {
 
-constexpr int streamBuffer = 1 << 20; // bytes
-constexpr int bindAttempts = 100;
+constexpr int kStreamBuffer = 1 << 20; // bytes
+constexpr int kBindAttempts = 100;
 
 uint16_t EphemeralPort()
 {
@@ -42,9 +42,9 @@ void MakeStream(int type, UniqueFd& here, UniqueFd& there)
     for (const int end : ends)
     {
         // Without the privilege for the first the second gives what the system's limit allows.
-        if (setsockopt(end, SOL_SOCKET, SO_SNDBUFFORCE, &streamBuffer, sizeof streamBuffer) != 0)
+        if (setsockopt(end, SOL_SOCKET, SO_SNDBUFFORCE, &kStreamBuffer, sizeof kStreamBuffer) != 0)
         {
-            setsockopt(end, SOL_SOCKET, SO_SNDBUF, &streamBuffer, sizeof streamBuffer);
+            setsockopt(end, SOL_SOCKET, SO_SNDBUF, &kStreamBuffer, sizeof kStreamBuffer);
         }
     }
 }
@@ -142,7 +142,7 @@ void CmId::BindHere(Endpoint address)
         }
         catch (const std::system_error& error)
         {
-            if (!anyPort || error.code().value() != EADDRINUSE || attempt == bindAttempts)
+            if (!anyPort || error.code().value() != EADDRINUSE || attempt == kBindAttempts)
             {
                 throw;
             }
@@ -205,7 +205,7 @@ void CmId::ResolveRoute()
 CmMessage CmId::MakeRequest(const rdma_conn_param* parameters) const
 {
     CmMessage request;
-    Fill(request, parameters, requestPrivateData);
+    Fill(request, parameters, kRequestPrivateData);
     request.kind = CmKind::Request;
     request.netScope = m_scope->Identity();
     request.destinationIsLocal = m_scope->IsLocal(m_destination);
@@ -245,7 +245,7 @@ void CmId::Connect(const rdma_conn_param* parameters)
     if (found.outcome == FoundListener::Outcome::Refused)
     {
         CmMessage rejection;
-        Post(RDMA_CM_EVENT_REJECTED, rejectInvalidService, &rejection, rejectPrivateData);
+        Post(RDMA_CM_EVENT_REJECTED, rejectInvalidService, &rejection, kRejectPrivateData);
         return;
     }
     m_connection =
@@ -274,7 +274,7 @@ void CmId::Accept(const rdma_conn_param* parameters)
 {
     const std::lock_guard lock(CmMutex());
     CmMessage reply;
-    Fill(reply, parameters, replyPrivateData);
+    Fill(reply, parameters, kReplyPrivateData);
     reply.kind = CmKind::Reply;
     if (qp != nullptr)
     {
@@ -298,7 +298,7 @@ void CmId::Reject(const void* privateData, uint8_t length)
     CmMessage rejection;
     rejection.kind = CmKind::Reject;
     rejection.status = rejectByConsumer;
-    if (length > rejectPrivateData)
+    if (length > kRejectPrivateData)
     {
         Throw(EINVAL);
     }

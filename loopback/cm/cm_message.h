@@ -34,17 +34,17 @@ enum RejectReason : uint32_t
 };
 
 /// Private data that fits into each message with the IP addressing of the connection manager in use.
-constexpr uint8_t requestPrivateData = 56;
-constexpr uint8_t replyPrivateData = 196;
-constexpr uint8_t rejectPrivateData = 148;
+constexpr uint8_t kRequestPrivateData = 56;
+constexpr uint8_t kReplyPrivateData = 196;
+constexpr uint8_t kRejectPrivateData = 148;
 
 /// Both ends run on one machine and mostly from one build: the layout is that of the compiler, the version tells
 /// others.
 struct CmMessage
 {
-    static constexpr uint32_t expectedMagic = 0x4E514C33;
+    static constexpr uint32_t kExpectedMagic = 0x4E514C33;
 
-    uint32_t magic = expectedMagic;
+    uint32_t magic = kExpectedMagic;
     CmKind kind = CmKind::Request;
     uint32_t status = 0;
     uint32_t queuePairNumber = 0;

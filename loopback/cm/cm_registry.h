@@ -18,8 +18,8 @@ class CmRegistry
     static bool Contains(CmId* id) { return Ids().count(id) != 0; }
     static std::set<CmId*>& Ids()
     {
-        static auto* const ids = new std::set<CmId*>;
-        return *ids;
+        static auto& ids = *new std::set<CmId*>;
+        return ids;
     }
 };
 

@@ -16,8 +16,8 @@ namespace nq::loopback
 
 std::mutex& CmMutex()
 {
-    static auto* const mutex = new std::mutex;
-    return *mutex;
+    static auto& mutex = *new std::mutex;
+    return mutex;
 }
 
 Connection::Connection(UniqueFd control, UniqueFd data, UniqueFd acknowledgements, CmId& id)
@@ -162,7 +162,7 @@ void Connection::OnMessage(const CmMessage& message, UniqueFd data, UniqueFd ack
         {
             m_state = State::Replied;
             m_peer = message;
-            m_id->Post(RDMA_CM_EVENT_CONNECT_RESPONSE, 0, &m_peer, replyPrivateData);
+            m_id->Post(RDMA_CM_EVENT_CONNECT_RESPONSE, 0, &m_peer, kReplyPrivateData);
         }
         break;
     case CmKind::ReadyToUse:
@@ -231,7 +231,7 @@ void Connection::OnRejected(const CmMessage& message)
     }
     if (m_id != nullptr)
     {
-        m_id->Post(RDMA_CM_EVENT_REJECTED, static_cast<int>(message.status), &message, rejectPrivateData);
+        m_id->Post(RDMA_CM_EVENT_REJECTED, static_cast<int>(message.status), &message, kRejectPrivateData);
     }
     Close();
 }

@@ -25,9 +25,9 @@ namespace nq::loopback
 namespace
 {
 
-constexpr int backlog = 128;
-constexpr std::chrono::milliseconds longestPause{16};
-constexpr const char* unfinished = "unfinished_";
+constexpr int kBacklog = 128;
+constexpr std::chrono::milliseconds kLongestPause{16};
+constexpr const char* kUnfinished = "unfinished_";
 
 UniqueFd OpenFolder(std::string path)
 {
@@ -88,7 +88,7 @@ std::string FolderEntry::NewName(const Endpoint& address, const NetScope& scope)
 {
     static std::atomic<unsigned> last{0};
     return std::to_string(address.Port()) + "_" + std::to_string(scope.Identity()) + "_" +
-           (address.IsAny() ? anyHost : address.HostText()) + "_" + std::to_string(getpid()) + "_" +
+           (address.IsAny() ? kAnyHost : address.HostText()) + "_" + std::to_string(getpid()) + "_" +
            std::to_string(++last);
 }
 
@@ -124,7 +124,7 @@ Folder::Lock::Lock(const Folder& folder) : m_fd(folder.m_fd.Get())
         }
         // Hundreds that ask every millisecond would leave the holder no processor.
         std::this_thread::sleep_for(pause);
-        pause = std::min(2 * pause, longestPause);
+        pause = std::min(2 * pause, kLongestPause);
     }
 }
 
@@ -192,7 +192,7 @@ void Folder::RemoveDead(const Lock& lock) const
         // What a process in another process namespace owns looks dead too; only the connection tells.
         const bool mayBeDead = entry && kill(entry->process, 0) != 0 && errno == ESRCH;
         // Whoever had begun and still lived would hold the lock.
-        if (mayBeDead || name.starts_with(unfinished))
+        if (mayBeDead || name.starts_with(kUnfinished))
         {
             RemoveIfDead(name, lock);
         }
@@ -210,9 +210,9 @@ void Folder::RemoveIfDead(const std::string& name, const Lock&) const
 
 void Folder::Publish(int socket, const std::string& name, const Lock&) const
 {
-    const std::string hidden = unfinished + name;
+    const std::string hidden = kUnfinished + name;
     const sockaddr_un path = PathOf(m_fd.Get(), hidden);
-    if (bind(socket, reinterpret_cast<const sockaddr*>(&path), sizeof path) != 0 || listen(socket, backlog) != 0 ||
+    if (bind(socket, reinterpret_cast<const sockaddr*>(&path), sizeof path) != 0 || listen(socket, kBacklog) != 0 ||
         renameat(m_fd.Get(), hidden.c_str(), m_fd.Get(), name.c_str()) != 0)
     {
         const int error = errno;

@@ -19,10 +19,10 @@ struct FolderEntry
     std::string name;
     unsigned port = 0;
     unsigned long long scope = 0;
-    std::string host; ///< FolderEntry::anyHost for all addresses.
+    std::string host; ///< FolderEntry::kAnyHost for all addresses.
     int process = 0;
 
-    static constexpr const char* anyHost = "any";
+    static constexpr const char* kAnyHost = "any";
 
     /// The name of a new socket of this process, never given twice.
     static std::string NewName(const Endpoint& address, const NetScope& scope);

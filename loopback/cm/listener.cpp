@@ -16,8 +16,8 @@ namespace nq::loopback
 namespace
 {
 
-constexpr int longestBacklog = 1024;
-constexpr std::chrono::milliseconds pauseWithoutDescriptors{100};
+constexpr int kLongestBacklog = 1024;
+constexpr std::chrono::milliseconds kPauseWithoutDescriptors{100};
 
 } // namespace
 
@@ -34,7 +34,7 @@ void Listener::Start()
 
 void Listener::Listen(int backlog)
 {
-    m_backlog = backlog <= 0 || backlog > longestBacklog ? longestBacklog : backlog;
+    m_backlog = backlog <= 0 || backlog > kLongestBacklog ? kLongestBacklog : backlog;
 }
 
 void Listener::Close()
@@ -113,7 +113,7 @@ void Listener::OnReady(int, uint32_t)
     {
         // Out of descriptors, most likely: the offer stays, and so would the event.
         m_watch.Want(0);
-        Engine::Instance().CallAt(Clock::now() + pauseWithoutDescriptors, shared_from_this());
+        Engine::Instance().CallAt(Clock::now() + kPauseWithoutDescriptors, shared_from_this());
         return;
     }
     if (control && m_id != nullptr && PeerIsSameUser(control.Get()))

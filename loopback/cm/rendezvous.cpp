@@ -62,7 +62,7 @@ CmKind Ask(int control, const CmMessage& question, int first, int second, Clock:
 bool MayOwn(const FolderEntry& entry, const CmMessage& request)
 {
     const bool sameScope = entry.scope == request.netScope;
-    const bool sameHost = entry.host == FolderEntry::anyHost || entry.host == request.destination.HostText();
+    const bool sameHost = entry.host == FolderEntry::kAnyHost || entry.host == request.destination.HostText();
     return sameHost && sameScope == request.destinationIsLocal;
 }
 
@@ -70,7 +70,8 @@ void RefuseDoubleUse(const Folder& folder, const Endpoint& address, const NetSco
 {
     for (const FolderEntry& entry : folder.Entries())
     {
-        const bool overlaps = address.IsAny() || entry.host == FolderEntry::anyHost || entry.host == address.HostText();
+        const bool overlaps =
+            address.IsAny() || entry.host == FolderEntry::kAnyHost || entry.host == address.HostText();
         if (entry.port == address.Port() && entry.scope == scope.Identity() && overlaps && folder.Reach(entry))
         {
             Throw(EADDRINUSE);

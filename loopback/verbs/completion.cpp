@@ -13,15 +13,15 @@ namespace nq::loopback
 namespace
 {
 
-constexpr int maximumEntries = 1 << 20;
+constexpr int kMaximumEntries = 1 << 20;
 
 } // namespace
 
 ibv_wc FailedCompletion(uint64_t work, ibv_wc_status status, uint32_t queuePair, ibv_wc_opcode opcode)
 {
-    constexpr int poison = 0xA5;
+    constexpr int kPoison = 0xA5;
     ibv_wc completion;
-    std::memset(&completion, poison, sizeof completion);
+    std::memset(&completion, kPoison, sizeof completion);
     completion.wr_id = work;
     completion.status = status;
     completion.qp_num = queuePair;
@@ -39,7 +39,7 @@ CompletionChannel::CompletionChannel(ibv_context* owner) : ibv_comp_channel{}
 CompletionQueue::CompletionQueue(ibv_context* owner, int entries, void* userContext, CompletionChannel* tells)
     : ibv_cq{}, m_capacity(static_cast<size_t>(entries))
 {
-    if (entries < 1 || entries > maximumEntries)
+    if (entries < 1 || entries > kMaximumEntries)
     {
         Throw(EINVAL);
     }
@@ -100,7 +100,7 @@ bool CompletionQueue::Push(const ibv_wc& completion, bool solicited)
 void CompletionQueue::Resize(int entries)
 {
     const std::lock_guard lock(m_mutex);
-    if (entries < 1 || entries > maximumEntries || static_cast<size_t>(entries) < m_completions.size())
+    if (entries < 1 || entries > kMaximumEntries || static_cast<size_t>(entries) < m_completions.size())
     {
         Throw(EINVAL);
     }

@@ -14,7 +14,7 @@ namespace nq::loopback
 
 ibv_device* LoopbackDevice()
 {
-    static ibv_device* const device = [] {
+    static ibv_device& device = *[] {
         auto* made = new ibv_device{};
         made->node_type = IBV_NODE_CA;
         made->transport_type = IBV_TRANSPORT_IB;
@@ -22,7 +22,7 @@ ibv_device* LoopbackDevice()
         std::strcpy(made->dev_name, "nq_loop0");
         return made;
     }();
-    return device;
+    return &device;
 }
 
 Context::Context() : ibv_context{}
@@ -49,8 +49,8 @@ Context& Context::Shared()
     {
         Throw(ENODEV);
     }
-    static Context* const context = new Context;
-    return *context;
+    static Context& context = *new Context;
+    return context;
 }
 
 ProtectionDomain::ProtectionDomain(ibv_context* owner) : ibv_pd{}

@@ -16,28 +16,28 @@ namespace nq::loopback
 namespace
 {
 
-constexpr size_t pageSize = 4096;
+constexpr size_t kPageSize = 4096;
 
 size_t PagesOf(const void* start, size_t bytes)
 {
     const auto address = reinterpret_cast<uintptr_t>(start);
-    return (address % pageSize + bytes + pageSize - 1) / pageSize;
+    return (address % kPageSize + bytes + kPageSize - 1) / kPageSize;
 }
 
 bool IsMapped(const void* start, size_t bytes)
 {
-    const auto first = reinterpret_cast<uintptr_t>(start) / pageSize * pageSize;
-    constexpr size_t step = 4096;
-    unsigned char residency[step];
+    const auto first = reinterpret_cast<uintptr_t>(start) / kPageSize * kPageSize;
+    constexpr size_t kStep = 4096;
+    unsigned char residency[kStep];
     size_t left = PagesOf(start, bytes);
     for (uintptr_t page = first; left > 0;)
     {
-        const size_t count = std::min(left, step);
-        if (mincore(reinterpret_cast<void*>(page), count * pageSize, residency) != 0)
+        const size_t count = std::min(left, kStep);
+        if (mincore(reinterpret_cast<void*>(page), count * kPageSize, residency) != 0)
         {
             return false;
         }
-        page += count * pageSize;
+        page += count * kPageSize;
         left -= count;
     }
     return true;
@@ -65,14 +65,14 @@ MemoryRegion::~MemoryRegion()
 
 MemoryTable& MemoryTable::Instance()
 {
-    static auto* const table = new MemoryTable;
-    return *table;
+    static auto& table = *new MemoryTable;
+    return table;
 }
 
 MemoryRegion* MemoryTable::Register(ProtectionDomain& domain, void* start, size_t bytes, int access)
 {
     const auto address = reinterpret_cast<uintptr_t>(start);
-    if (bytes == 0 || address + bytes < address || address + bytes > UINTPTR_MAX - pageSize)
+    if (bytes == 0 || address + bytes < address || address + bytes > UINTPTR_MAX - kPageSize)
     {
         Throw(EINVAL);
     }
@@ -84,7 +84,7 @@ MemoryRegion* MemoryTable::Register(ProtectionDomain& domain, void* start, size_
     const size_t pages = PagesOf(start, bytes);
     const std::unique_lock lock(m_mutex);
     const std::optional<size_t> limit = Settings::Get().memoryLimit;
-    if (limit && m_lockedPages + pages > *limit / pageSize)
+    if (limit && m_lockedPages + pages > *limit / kPageSize)
     {
         Throw(ENOMEM);
     }

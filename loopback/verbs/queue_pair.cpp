@@ -10,9 +10,9 @@ namespace nq::loopback
 namespace
 {
 
-constexpr uint32_t maximumWork = 16384;
-constexpr uint32_t maximumEntries = 32;
-constexpr uint32_t maximumInline = 1024;
+constexpr uint32_t kMaximumWork = 16384;
+constexpr uint32_t kMaximumEntries = 32;
+constexpr uint32_t kMaximumInline = 1024;
 
 void Check(const ProtectionDomain& domain, const ibv_qp_init_attr& attributes)
 {
@@ -26,8 +26,8 @@ void Check(const ProtectionDomain& domain, const ibv_qp_init_attr& attributes)
     {
         Throw(EINVAL);
     }
-    if (cap.max_send_wr > maximumWork || cap.max_recv_wr > maximumWork || cap.max_send_sge > maximumEntries ||
-        cap.max_recv_sge > maximumEntries || cap.max_inline_data > maximumInline)
+    if (cap.max_send_wr > kMaximumWork || cap.max_recv_wr > kMaximumWork || cap.max_send_sge > kMaximumEntries ||
+        cap.max_recv_sge > kMaximumEntries || cap.max_inline_data > kMaximumInline)
     {
         Throw(EINVAL);
     }

@@ -17,7 +17,7 @@ namespace
 {
 
 // How much one call reads before other connections get their turn.
-constexpr uint64_t readBudget = 4ULL << 20;
+constexpr uint64_t kReadBudget = 4ULL << 20;
 
 } // namespace
 
@@ -62,7 +62,7 @@ void ReliableTransport::PostReceive(const ibv_recv_wr& work)
 void ReliableTransport::Receive()
 {
     uint64_t before = m_payloadBytes;
-    for (uint64_t budget = readBudget; m_data && !m_peerGone && budget > 0;)
+    for (uint64_t budget = kReadBudget; m_data && !m_peerGone && budget > 0;)
     {
         if (ReceiveHeader() == Step::Stop || ReceivePayload() == Step::Stop)
         {
@@ -90,7 +90,7 @@ ReliableTransport::Step ReliableTransport::ReceiveHeader()
             return Step::Stop;
         }
         m_payloadBytes = 0;
-        if (m_header.magic != headerMagic)
+        if (m_header.magic != kHeaderMagic)
         {
             Log("queue pair %u: the stream is broken", m_pair->qp_num);
             PeerIsGone();
@@ -208,12 +208,12 @@ void ReliableTransport::CompleteFrontReceive(ibv_wc_status status)
     completion.byte_len = static_cast<uint32_t>(m_header.length);
     completion.qp_num = m_pair->qp_num;
     completion.src_qp = m_peerNumber;
-    if ((m_header.flags & flagImmediate) != 0)
+    if ((m_header.flags & kFlagImmediate) != 0)
     {
         completion.wc_flags = IBV_WC_WITH_IMM;
         completion.imm_data = m_header.immediate;
     }
-    Complete(CompletionQueue::From(m_pair->recv_cq), completion, (m_header.flags & flagSolicited) != 0);
+    Complete(CompletionQueue::From(m_pair->recv_cq), completion, (m_header.flags & kFlagSolicited) != 0);
 }
 
 void ReliableTransport::Acknowledge()

@@ -17,8 +17,8 @@ namespace nq::loopback
 namespace
 {
 
-constexpr uint64_t longestMessage = 1ULL << 31;
-constexpr uint64_t sentByPoster = uint64_t{64} * 1024;
+constexpr uint64_t kLongestMessage = 1ULL << 31;
+constexpr uint64_t kSentByPoster = uint64_t{64} * 1024;
 
 // Appends to `vectors` what of `bytes` at `base` is left after skipping `skip` bytes; `skip` becomes what is left of
 // it.
@@ -62,7 +62,7 @@ ReliableTransport::SendWork ReliableTransport::MakeSend(const ibv_send_wr& work)
         made.length += entry.length;
     }
     const bool inlined = (work.send_flags & IBV_SEND_INLINE) != 0;
-    if (made.length > longestMessage || (inlined && made.length > m_capacity.max_inline_data))
+    if (made.length > kLongestMessage || (inlined && made.length > m_capacity.max_inline_data))
     {
         Throw(EINVAL);
     }
@@ -94,7 +94,7 @@ void ReliableTransport::PostSend(const ibv_send_wr& work)
     made.sequence = ++m_lastSequence;
     const Clock::time_point start = made.notBefore;
     const bool delayed = Faults::Instance().MessageDelay().count() != 0;
-    const bool direct = made.length <= sentByPoster && !delayed;
+    const bool direct = made.length <= kSentByPoster && !delayed;
     m_sends.push_back(std::move(made));
     if (m_state == IBV_QPS_ERR)
     {
@@ -118,9 +118,9 @@ void ReliableTransport::PostSend(const ibv_send_wr& work)
 ReliableTransport::Header ReliableTransport::HeaderOf(const SendWork& work)
 {
     Header header{};
-    header.magic = headerMagic;
+    header.magic = kHeaderMagic;
     header.flags =
-        ((work.flags & IBV_SEND_SOLICITED) != 0 ? flagSolicited : 0) | (work.withImmediate ? flagImmediate : 0);
+        ((work.flags & IBV_SEND_SOLICITED) != 0 ? kFlagSolicited : 0) | (work.withImmediate ? kFlagImmediate : 0);
     header.sequence = work.sequence;
     header.length = work.length;
     header.immediate = work.immediate;

@@ -92,9 +92,9 @@ class ReliableTransport final : public Pollable
         uint32_t reserved;
     };
     static_assert(sizeof(Header) == 32);
-    static constexpr uint32_t headerMagic = 0x4E51524D;
-    static constexpr uint32_t flagSolicited = 1;
-    static constexpr uint32_t flagImmediate = 2;
+    static constexpr uint32_t kHeaderMagic = 0x4E51524D;
+    static constexpr uint32_t kFlagSolicited = 1;
+    static constexpr uint32_t kFlagImmediate = 2;
 
     enum class AckKind : uint32_t
     {
