@@ -580,32 +580,3 @@ TEST_F(DataStreamAcquisition, ManyFramesReachAConsumerThatRequeuesThemOnAnotherT
     EXPECT_EQ(taken + Number(5), Number(1));
     EXPECT_EQ(stream.StopAcquisition(0), 0);
 }
-
-TEST_F(DataStreamAcquisition, TheEventMayBeUnregisteredAndQueuesFlushedWhileFramesArrive)
-{
-    StartWith(4);
-    std::atomic<bool> stop = false;
-    std::thread acquisition([&] {
-        for (unsigned char i = 0; !stop; ++i)
-        {
-            Frame(i % 4, i);
-            std::this_thread::yield();
-        }
-    });
-    for (int i = 0; i < 100; ++i)
-    {
-        for (const int operation : {0, 1, 2, 3, 4})
-        {
-            EXPECT_EQ(stream.FlushQueue(operation), 0);
-        }
-        for (void* handle : handles)
-        {
-            stream.QueueBuffer(handle);
-        }
-        Number(5);
-        EXPECT_EQ(stream.UnregisterEvent(1), 0);
-        RegisterNewBuffer();
-    }
-    stop = true;
-    acquisition.join();
-}

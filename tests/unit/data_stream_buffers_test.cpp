@@ -448,3 +448,35 @@ TEST_F(DataStreamBuffers, OtherFlushOperationsAreRefused)
     EXPECT_EQ(trace.At(2), (Lines{"FlushQueue GC_ERR_NOT_IMPLEMENTED :5", "FlushQueue GC_ERR_NOT_IMPLEMENTED :-1",
                                   "FlushQueue GC_ERR_NOT_IMPLEMENTED :1000"}));
 }
+
+TEST_F(DataStreamBuffers, TheEventMayBeUnregisteredAndQueuesFlushedWhileFramesArrive)
+{
+    Announce(4);
+    Queue(4);
+    RegisterNewBuffer();
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
+    std::atomic<bool> stop = false;
+    std::thread acquisition([&] {
+        for (unsigned char i = 0; !stop; ++i)
+        {
+            Frame(i % 4, i);
+            std::this_thread::yield();
+        }
+    });
+    for (int i = 0; i < 100; ++i)
+    {
+        for (const int operation : {0, 1, 2, 3, 4})
+        {
+            EXPECT_EQ(stream.FlushQueue(operation), 0);
+        }
+        for (void* handle : handles)
+        {
+            stream.QueueBuffer(handle);
+        }
+        Number(5);
+        EXPECT_EQ(stream.UnregisterEvent(1), 0);
+        RegisterNewBuffer();
+    }
+    stop = true;
+    acquisition.join();
+}
