@@ -2,6 +2,7 @@
 // Start, stop and delivery of the RDMA data stream.
 #include "gev/nq_gev_data_stream.h"
 
+#include "GenTL/GenTL.h"
 #include "base/nq_answers.h"
 #include "base/nq_trace.h"
 #include "gentl/nq_gentl_util.h"
@@ -13,7 +14,6 @@
 #include "rdma/gendc_wire.h"
 #include "rdma/tld_RdmaTL.h"
 
-#include <GenTL/GenTL.h>
 #include <arpa/inet.h>
 #include <bit>
 #include <utility>

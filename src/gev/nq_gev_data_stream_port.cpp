@@ -2,12 +2,11 @@
 // The register port of the data stream.
 #include "gev/nq_gev_data_stream.h"
 
+#include "GenTL/GenTL.h"
 #include "gentl/nq_gentl_clear.h"
 #include "gev/nq_gev_common.h"
 #include "gev/nq_gev_data_stream_registers.h"
 #include "gev/nq_gev_port.h"
-
-#include <GenTL/GenTL.h>
 
 namespace
 {

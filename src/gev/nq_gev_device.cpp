@@ -2,6 +2,7 @@
 // The device module's life cycle, its data streams and its fixed answers.
 #include "gev/nq_gev_device.h"
 
+#include "GenTL/GenTL.h"
 #include "base/nq_rollback.h"
 #include "base/nq_trace.h"
 #include "gentl/nq_gentl_clear.h"
@@ -14,7 +15,6 @@
 #include "gev/nq_gev_query.h"
 #include "gev/nq_gev_remote_device.h"
 
-#include <GenTL/GenTL.h>
 #include <algorithm>
 #include <utility>
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The device's info commands: its record's texts, and what is asked of the camera at each call.
+#include "GenTL/GenTL.h"
 #include "base/nq_trace.h"
 #include "gentl/nq_gentl_clear.h"
 #include "gentl/nq_gentl_util.h"
@@ -7,11 +8,10 @@
 #include "gev/nq_gev_query.h"
 #include "gev/nq_gev_remote_device.h"
 #include "gige/gvcp_wire.h"
+#include "nq_gev_gentl.h"
 
-#include <GenTL/GenTL.h>
 #include <cstring>
 #include <netinet/in.h>
-#include <nq_gev_gentl.h>
 
 int NQGevDevice::GetInfo(int command, int* type, void* buffer, unsigned long* size)
 {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The virtual register map of the device port.
+#include "GenTL/GenTL.h"
 #include "gentl/nq_gentl_clear.h"
 #include "gentl/nq_gentl_mutex.h"
 #include "gev/nq_gev_device.h"
@@ -7,7 +8,6 @@
 #include "gev/nq_gev_port.h"
 #include "gev/nq_gev_remote_device.h"
 
-#include <GenTL/GenTL.h>
 #include <algorithm>
 #include <cstring>
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The interface module's opening and closing of device modules.
+#include "GenTL/GenTL.h"
 #include "base/nq_answers.h"
 #include "base/nq_trace.h"
 #include "gev/nq_gev_controller.h"
@@ -7,7 +8,6 @@
 #include "gev/nq_gev_interface.h"
 #include "gev/nq_gev_query.h"
 
-#include <GenTL/GenTL.h>
 #include <algorithm>
 #include <memory>
 

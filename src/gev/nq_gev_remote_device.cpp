@@ -2,6 +2,7 @@
 // The remote device's life cycle, its camera registers and what other modules read of the camera.
 #include "gev/nq_gev_remote_device.h"
 
+#include "GenTL/GenTL.h"
 #include "base/nq_answers.h"
 #include "base/nq_rollback.h"
 #include "base/nq_trace.h"
@@ -12,7 +13,6 @@
 #include "rdma/gendc_wire.h"
 #include "rdma/rdma_records.h"
 
-#include <GenTL/GenTL.h>
 #include <cstring>
 #include <utility>
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The remote device's port: reads and writes of any size as register and memory exchanges, and the camera's URLs.
+#include "GenTL/GenTL.h"
 #include "gev/nq_gev_port.h"
 #include "gev/nq_gev_remote_device.h"
 #include "gige/gvcp_wire.h"
 
-#include <GenTL/GenTL.h>
 #include <algorithm>
 #include <climits>
 #include <cstring>

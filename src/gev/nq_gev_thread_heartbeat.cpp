@@ -2,11 +2,11 @@
 // One beat: read the camera's control privilege and report a change of status.
 #include "gev/nq_gev_thread_heartbeat.h"
 
+#include "GenTL/GenTL.h"
 #include "base/nq_answers.h"
 #include "gentl/nq_gentl_event_device_connection.h"
 #include "gev/nq_gev_remote_device.h"
 
-#include <GenTL/GenTL.h>
 #include <algorithm>
 #include <atomic>
 #include <cstring>

@@ -2,10 +2,10 @@
 // The data flow of the endpoint: registered memory, work requests, the worker and the completion thread.
 #include "rdma/lvEndPoint.h"
 
+#include "GenTL/GenTL.h"
 #include "base/nq_trace.h"
 #include "rdma/gendc_wire.h"
 
-#include <GenTL/GenTL.h>
 #include <algorithm>
 #include <cerrno>
 #include <chrono>

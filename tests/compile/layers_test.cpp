@@ -19,12 +19,13 @@ struct Include
 {
     std::string from; ///< relative to the tree's root
     std::string what;
+    bool quoted = false;
 };
 
 std::vector<Include> IncludesOf(const std::string& folder)
 {
     const fs::path root = NQ_SOURCE_DIR;
-    const std::regex directive(R"(^\s*#\s*include\s*["<]([^">]+)[">])");
+    const std::regex directive(R"(^\s*#\s*include\s*(["<])([^">]+)[">])");
     std::vector<Include> includes;
     for (const auto& entry : fs::recursive_directory_iterator(root / folder))
     {
@@ -39,7 +40,7 @@ std::vector<Include> IncludesOf(const std::string& folder)
             std::smatch match;
             if (std::regex_search(line, match, directive))
             {
-                includes.push_back({fs::relative(entry.path(), root).string(), match[1]});
+                includes.push_back({fs::relative(entry.path(), root).string(), match[2], match[1] == "\""});
             }
         }
     }
@@ -168,6 +169,21 @@ TEST(Layers, ModuleAndEndToEndTestsSeeOnlyThePublicHeaders)
         for (const Include& one : IncludesOf(folder))
         {
             EXPECT_FALSE(headers.contains(one.what)) << one.from << " includes " << one.what;
+        }
+    }
+}
+
+TEST(Layers, HeadersOfTheProjectAreIncludedInQuotesFromTheRootOfTheirLayers)
+{
+    for (const char* const folder : {"src", "camera", "loopback", "tools", "tests"})
+    {
+        const std::vector<Include> includes = IncludesOf(folder);
+        EXPECT_GT(includes.size(), 50U) << folder;
+        for (const Include& one : includes)
+        {
+            const fs::path header = fs::path(NQ_SOURCE_DIR) / "include" / one.what;
+            EXPECT_TRUE(one.quoted || !fs::exists(header)) << one.from << " includes <" << one.what << ">";
+            EXPECT_FALSE(one.what.starts_with("./")) << one.from << " includes " << one.what;
         }
     }
 }

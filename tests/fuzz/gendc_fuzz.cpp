@@ -1,18 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 // Frames of any content, from the completion of a receive to the consumer's buffer: block, offsets and sizes, buffers
 // of the library and of the consumer.
+#include "GenTL/GenTL.h"
 #include "fuzz/fuzz_input.h"
 #include "gentl/nq_gentl_event.h"
 #include "gev/nq_gev_data_stream.h"
+#include "rdma/tld_RdmaTL.h"
 #include "support/endpoint_access.h"
 #include "support/fake_verbs.h"
 #include "support/gendc_bytes.h"
 
-#include <GenTL/GenTL.h>
 #include <cstring>
 #include <memory>
-
-#include "rdma/tld_RdmaTL.h"
 
 /// The endpoint's facade around an endpoint that needs no peer.
 struct GevRdmaEndpointAccess

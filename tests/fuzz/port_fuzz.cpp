@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Reads and writes of any address and size, one by one and stacked, on the ports of all modules of an open tree.
+#include "GenTL/GenTL.h"
 #include "fuzz/fake_camera.h"
 #include "fuzz/port_registers.h"
 
-#include <GenTL/GenTL.h>
 #include <memory>
 #include <optional>
 

@@ -4,6 +4,7 @@
 
 #include "gev/nq_gev_data_stream.h"
 
+#include "GenTL/GenTL.h"
 #include "gentl/nq_gentl_event.h"
 #include "gev/nq_gev_controller.h"
 #include "gev/nq_gev_remote_device.h"
@@ -18,7 +19,6 @@
 #include "support/gvcp_camera.h"
 #include "support/trace_capture.h"
 
-#include <GenTL/GenTL.h>
 #include <gmock/gmock.h>
 
 struct GevRdmaEndpointAccess

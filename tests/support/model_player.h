@@ -2,13 +2,13 @@
 // Makes the moves of a BufferModel on a data stream and compares the two.
 #pragma once
 
+#include "GenTL/GenTL.h"
 #include "gentl/nq_gentl_data_stream.h"
 #include "gentl/nq_gentl_event.h"
 #include "support/buffer_model.h"
 #include "support/gendc_bytes.h"
 #include "support/mapped.h"
 
-#include <GenTL/GenTL.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>

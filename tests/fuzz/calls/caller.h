@@ -2,11 +2,11 @@
 // Calls each of the 57 functions with arguments of the input's choice and compares what comes back with the model.
 #pragma once
 
+#include "GenTL/GenTL.h"
+#include "GenTL/GenTLFunctions.h"
 #include "fuzz/calls/model.h"
 #include "fuzz/fake_camera.h"
 
-#include <GenTL/GenTL.h>
-#include <GenTL/GenTLFunctions.h>
 #include <initializer_list>
 
 namespace nq::fuzz
