@@ -6,7 +6,7 @@
 #include "support/device_record.h"
 #include "support/fake_device.h"
 #include "support/fake_module.h"
-#include "support/register_camera.h"
+#include "support/gvcp_camera.h"
 #include "support/system_module.h"
 
 #include <gtest/gtest.h>
@@ -39,7 +39,7 @@ TEST(StandardSystem, AnAdapterWithSeveralAddressesKeepsItsFirst)
 
 TEST(StandardHeartbeat, EachCameraReportsItsOwnStatus)
 {
-    RegisterCamera camera;
+    GvcpCamera camera;
     camera.SetRegister(0x0938, 600000);
     NQGevTL tl;
     FakeModule root(kStandardAnswers);
