@@ -49,7 +49,7 @@ class StandardAccess : public testing::Test
     }
 
     CameraNetwork network;
-    GvcpPeer peer{&network.host};
+    GvcpCamera peer{&network.host};
     FakeModule root{kStandardAnswers};
     InterfaceModule module{Adapter(), &root};
 };
@@ -65,7 +65,7 @@ TEST_F(StandardAccess, OnlyTheCameraAskedAnswersWithTheIdSent)
 {
     ExpectStatus(4, gvcp::Sequence({gvcp::WrongId(gvcp::Value(0)), gvcp::WithCode(0x0003, gvcp::Value(0)),
                                     gvcp::Short(11, gvcp::Value(0)), gvcp::Value(2)}));
-    GvcpPeer stranger(&network.host, "10.9.0.5", 3957);
+    GvcpCamera stranger(&network.host, "10.9.0.5", 3957);
     ExpectStatus(4, [&](const Bytes& command) {
         const std::uint16_t port = peer.Received().back().senderPort;
         Bytes free = gvcp::Value(0)(command).front().bytes;
