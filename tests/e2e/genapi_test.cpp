@@ -74,7 +74,9 @@ gboolean ReadMemory(ArvDevice* device, guint64 address, guint32 size, void* buff
     return Outcome(device, reinterpret_cast<PortDevice*>(device)->port->Read(address, buffer, size), error);
 }
 
-gboolean WriteMemory(ArvDevice* device, guint64 address, guint32 size, void* buffer, GError** error)
+/// What is written is `void` for older engines and `const void` for newer ones.
+template <typename Data>
+gboolean WriteMemory(ArvDevice* device, guint64 address, guint32 size, Data* buffer, GError** error)
 {
     return Outcome(device, reinterpret_cast<PortDevice*>(device)->port->Write(address, buffer, size), error);
 }

@@ -109,7 +109,10 @@ std::vector<Packet> Dissect(const std::string& path, const std::string& filter, 
         std::istringstream values(line);
         for (const std::string& field : fields)
         {
-            std::getline(values, packet[field], '|');
+            std::string& value = packet[field];
+            std::getline(values, value, '|');
+            // Newer versions spell a flag out.
+            value = value == "True" ? "1" : value == "False" ? "0" : value;
         }
         packets.push_back(packet);
     }
