@@ -11,5 +11,5 @@ install $build_packages
 need_namespaces
 NQ_TARGETS="nq_gev_rdma_tl nq-gev-camera nq_rdma_loopback frame_cost" build build
 mkdir -p out/bench
-export GENICAM_GENTL64_PATH=$PWD/build
+export GENICAM_GENTL64_PATH=build
 scripts/two_hosts.sh build/bench/frame_cost "${1:-2000}" | tee out/bench/frame_cost.json

@@ -13,10 +13,28 @@ fail() {
     exit 1
 }
 
+# missing_packages PACKAGE...: those that are not installed.
+missing_packages() {
+    local package
+    for package in "$@"; do
+        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || echo "$package"
+    done
+}
+
 # Becomes root, by sudo where that is needed, and keeps the arguments of the calling script and what chooses its build.
+# A user for whom all of $packages are installed is root enough in a user namespace; where there is none, $one_host_will_do
+# lets the user go on as they are.
 # What root makes in the checkout of a user who called sudo is that user's afterwards. Then locks the checkout.
 become_root() {
     if [ "$(id -u)" != 0 ]; then
+        # shellcheck disable=SC2086
+        if [ -n "${packages:-}" ] && [ -z "$(missing_packages $packages)" ]; then
+            ! unshare --map-root-user --net true 2>/dev/null || exec unshare --map-root-user "$0" "$@"
+            if [ -n "${one_host_will_do:-}" ]; then
+                lock_checkout "$@"
+                return
+            fi
+        fi
         command -v sudo >/dev/null || fail "this needs root (network namespaces, packages), and there is no sudo"
         local name settings=()
         for name in CI NQ_BUILD NQ_BUILD_ARGUMENTS NQ_TEST_JOBS ASAN_OPTIONS; do
@@ -45,12 +63,10 @@ lock_checkout() {
 
 # install PACKAGE...: installs what is missing with apt-get.
 install() {
-    local missing=() package
+    local missing
     command -v apt-get >/dev/null ||
         fail "there is no apt-get here; install by hand: $*"
-    for package in "$@"; do
-        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
-    done
+    mapfile -t missing < <(missing_packages "$@")
     [ ${#missing[@]} = 0 ] && return
     echo "installing ${missing[*]}"
     export DEBIAN_FRONTEND=noninteractive

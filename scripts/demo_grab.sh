@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# What ./run demo does beside its camera.
+# demo_grab.sh ARGUMENT...: what ./run demo does beside its camera.
 set -euo pipefail
-export GENICAM_GENTL64_PATH=$PWD/build
+# Relative, for a colon would end the path.
+export GENICAM_GENTL64_PATH=build
 build/nq-gev list
 echo
-build/nq-gev grab --count 300 --verify --out out/demo --overwrite --save-every 30
+build/nq-gev grab --camera "$CAMERA_ADDRESS" "$@"
