@@ -1,10 +1,15 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# ./run test [--label KIND]... [--filter REGEX] [--list]: builds and runs the tests, and sums them up. NQ_BUILD and
-# NQ_BUILD_ARGUMENTS choose another build, NQ_TEST_JOBS how many cases run at a time, as the sanitizer commands do.
+# ./run test [--label KIND]... [--filter REGEX] [--list]: builds and runs the tests, and sums them up. A kind is a folder
+# of tests/; the expression is for names of cases, which --list explains. The first time takes about ten minutes on two
+# cores, four of them for the tests. NQ_BUILD and NQ_BUILD_ARGUMENTS choose another build, NQ_TEST_JOBS how many cases run
+# at a time, as the sanitizer commands do.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh
+# Cases about users want a real root, if there is a way to become it.
+# shellcheck disable=SC2034
+command -v sudo >/dev/null || packages="$build_packages $test_packages"
 become_root "$@"
 labels='' filter='' list='' NQ_TARGETS=''
 while [ $# -gt 0 ]; do
@@ -34,11 +39,13 @@ if [ -n "$list" ]; then
     exit
 fi
 progress=()
-[ ! -t 1 ] || progress=(--progress)
+[ ! -t 1 ] || progress=(--terminal)
 # Results of an earlier run must not stand for this one, and the run fails when ctest says so, whatever the sum.
 rm -f "$folder/tests.xml"
 status=0
-ctest --test-dir "$folder" "${select[@]}" "${progress[@]}" -j "${NQ_TEST_JOBS:-$(($(nproc) * 2))}" --no-tests=error \
-    --output-junit "$PWD/$folder/tests.xml" >"$folder/tests.log" 2>&1 || status=$?
+scripts/private_tmp.sh ctest --test-dir "$folder" "${select[@]}" -j "${NQ_TEST_JOBS:-$(($(nproc) * 2))}" --no-tests=error \
+    --output-junit "$PWD/$folder/tests.xml" 2>&1 |
+    python3 scripts/show_progress.py "$folder/tests.log" "${progress[@]}" || status=$?
+[ "$status" != 130 ] || exit 130
 python3 scripts/sum_up.py "$folder/tests.xml" || fail "see $folder/tests.log"
 [ "$status" = 0 ] || fail "ctest ended with $status; see $folder/tests.log"

@@ -1,0 +1,86 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# on.sh SUITE COMMAND [ARGUMENT...]: ./run COMMAND --on SUITE, on another Debian. The system comes through this machine's
+# own apt sources and stays in the user's cache. The checkout is copied to build-SUITE-COMMAND/, without .git, and the
+# command works there, without any network.
+set -euo pipefail
+cd "$(dirname "$(readlink -f "$0")")/.."
+. scripts/common.sh
+
+# The mirror that this machine has its own Debian from.
+own_mirror() {
+    # shellcheck disable=SC1091,SC2016
+    apt-get indextargets --format '$(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' |
+        awk -v release="$(. /etc/os-release && echo "${VERSION_CODENAME:-}")" \
+            '$2 == release && $3 == "main" { print $1; exit }'
+}
+
+# make_root SUITE FOLDER PACKAGE...: a Debian with these packages. One that is there and was made with them is kept.
+make_root() {
+    local suite=$1 root=$2 mirror settings
+    shift 2
+    [ "$(cat "$root/packages" 2>/dev/null)" != "$*" ] || return 0
+    install mmdebstrap debian-archive-keyring
+    mirror=$(own_mirror)
+    [ -n "$mirror" ] || fail "no Debian $suite: the apt sources of this machine name no mirror of its own Debian"
+    echo "making a Debian $suite in $root from $mirror"
+    mkdir -p "$(dirname "$root")"
+    rm -rf --one-file-system "$root" "$root.new"
+    settings=$(mktemp)
+    apt-config dump Acquire | grep -E '^Acquire::(https?|Check)' >"$settings" || true
+    mmdebstrap --mode=root --variant=minbase --components=main --aptopt="$settings" --include="$(tr -s ' ' , <<<"$*")" \
+        "$suite" "$root.new" "$mirror" >out/root.log 2>&1 || {
+        rm -rf --one-file-system "$root.new" "$settings"
+        fail "no Debian $suite: $mirror did not give it; see out/root.log"
+    }
+    rm "$settings"
+    echo "$*" >"$root.new/packages"
+    mv "$root.new" "$root"
+}
+
+# inside ROOT COPY COMMAND...: in namespaces of its own, makes ROOT the root, with the copy in it, and runs the command.
+inside() {
+    local root=$1 copy=$2
+    shift 2
+    mkdir -p "$root/checkout"
+    mount --bind "$root" "$root"
+    mount -t proc proc "$root/proc"
+    mount -t sysfs sysfs "$root/sys"
+    mount --rbind /dev "$root/dev"
+    mount -t tmpfs tmpfs "$root/dev/shm"
+    mount -t tmpfs tmpfs "$root/tmp"
+    mount --bind "$copy" "$root/checkout"
+    cd "$root"
+    # Not chroot, in which nobody could make a user namespace.
+    pivot_root . mnt
+    cd /checkout
+    umount -l /mnt
+    ip link set lo up
+    env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM="${TERM:-dumb}" ${CI:+CI="$CI"} ./run "$@"
+}
+
+if [ "${1:-}" = --inside ]; then
+    shift
+    inside "$@"
+    exit
+fi
+become_root "$@"
+suite=$1 command=$2
+shift 2
+need_disk
+need_namespaces
+packages=$build_packages
+[ "$command" = demo ] || packages="$packages $test_packages"
+root=${XDG_CACHE_HOME:-$HOME/.cache}/nq-gev-rdma-tl/$suite-$command
+# shellcheck disable=SC2086
+make_root "$suite" "$root" $packages
+copy=$PWD/build-$suite-$command
+mkdir -p "$copy"
+find "$copy" -mindepth 1 -maxdepth 1 ! -name 'build*' -exec rm -rf {} +
+tar -c --exclude=./.git --exclude='./build*' --exclude=./out --exclude=./.run.lock . | tar -x -C "$copy"
+status=0
+# All mounts go with the namespaces, however the command ends.
+setpriv --pdeathsig KILL unshare --net --mount --pid --fork --kill-child \
+    "$0" --inside "$root" "$copy" "$command" "$@" || status=$?
+echo "what Debian $suite calls /checkout is $copy"
+exit $status

@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+// What ./run says: help, how far the tests are, and where they leave files.
+#include "support/temporary_folder.h"
+#include "support/tool.h"
+
+#include <csignal>
+#include <gmock/gmock.h>
+
+namespace
+{
+
+namespace fs = std::filesystem;
+using namespace nq::test;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr const char* runPath = NQ_SOURCE_DIR "/run";
+
+TEST(Run, EveryCommandHelps)
+{
+    for (const std::string command :
+         {"demo", "test", "lint", "asan", "tsan", "coverage", "mutate", "fuzz", "roce", "bench", "faults", "soak"})
+    {
+        for (const char* option : {"--help", "-h"})
+        {
+            const Outcome outcome = RunProgram({runPath, command, option});
+            EXPECT_EQ(outcome.exitCode, 0) << command;
+            EXPECT_THAT(outcome.output, AllOf(HasSubstr("  " + command + " "), HasSubstr("\n./run " + command)));
+            EXPECT_THAT(outcome.output, Not(HasSubstr("shellcheck"))) << command;
+        }
+    }
+    EXPECT_THAT(RunProgram({runPath, "demo", "--help"}).output, HasSubstr("1280 x 1024"));
+}
+
+TEST(Run, AnotherDebianIsForDemoAndTestAndHasAName)
+{
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>>{{"lint", "--on", "trixie"}, {"test", "--on", "sid"}, {"demo", "--on"}})
+    {
+        std::vector<std::string> command = {runPath};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        const Outcome outcome = RunProgram(command);
+        EXPECT_EQ(outcome.exitCode, 2) << arguments[0];
+        EXPECT_EQ(outcome.output, "run: --on bookworm (Debian 12) and --on trixie (Debian 13) go with demo and test\n");
+    }
+}
+
+/// The progress of a run whose ctest is the script.
+std::vector<std::string> Progress(const std::string& script, const std::string& log)
+{
+    return {"/bin/sh", "-c",
+            "(" + script + ") | exec python3 " NQ_SOURCE_DIR "/scripts/show_progress.py " + log + " --terminal"};
+}
+
+const std::string twoOfSeven = "echo '      Start 11: unit.A.Works'; "
+                               "echo '1/7 Test #11: unit.A.Works ........   Passed    0.18 sec'; "
+                               "echo '2/7 Test #12: unit.B.Works ........***Failed    0.18 sec'; "
+                               "echo '      Start 13: unit.C.Works'; ";
+
+TEST(TestProgress, TellsWhichCaseOfHowManyRunsAndWhichFailed)
+{
+    const TemporaryFolder folder;
+    const Outcome outcome = RunProgram(Progress(twoOfSeven, folder / "log"));
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_THAT(outcome.output,
+                AllOf(HasSubstr("1 of 7 cases, 0 failed, 0 s, unit.A.Works"), HasSubstr("\033[Kunit.B.Works failed\n"),
+                      HasSubstr("2 of 7 cases, 1 failed, 0 s, unit.C.Works")));
+    EXPECT_THAT(BytesOf(folder / "log"), HasSubstr("Start 13: unit.C.Works\n"));
+}
+
+TEST(TestProgress, AfterCtrlCSaysHowFarTheRunCame)
+{
+    const TemporaryFolder folder;
+    // As from a terminal: a group of its own, in which nobody ignores the signal.
+    std::vector<std::string> command = {"/usr/bin/setsid", "--wait", "/usr/bin/env", "--default-signal=INT"};
+    const auto progress = Progress("echo $$ >" + (folder / "group") + "; " + twoOfSeven + "sleep 60", folder / "log");
+    command.insert(command.end(), progress.begin(), progress.end());
+    ChildProcess run(command);
+    ASSERT_TRUE(run.WaitForOutput("unit.C.Works", longTime));
+    EXPECT_EQ(RunProgram({"/bin/sh", "-c", "kill -INT -$(cat " + (folder / "group") + ")"}).exitCode, 0);
+    EXPECT_EQ(run.WaitForExit(longTime), 130);
+    EXPECT_THAT(run.Output(), HasSubstr("ended by ^C after 2 of 7 cases, 1 failed, "));
+}
+
+TEST(PrivateTmp, LeavesNothingBehindHoweverItEnds)
+{
+    const TemporaryFolder checkout; // itself below /tmp
+    const std::string name = fs::path(checkout.Path()).filename().string() + "-left";
+    ChildProcess run({"/usr/bin/env", "-C", checkout.Path(), NQ_SOURCE_DIR "/scripts/private_tmp.sh", "/bin/sh", "-c",
+                      "pwd; cd ..; ls; touch " + name + " " + (checkout / "kept") +
+                          "; (trap '' INT; sleep 100) & "
+                          "echo made; wait"});
+    ASSERT_TRUE(run.WaitForOutput("made", longTime));
+    EXPECT_EQ(run.Output(), checkout.Path() + "\n" + fs::path(checkout.Path()).filename().string() + "\nmade\n");
+    run.Signal(SIGKILL);
+    EXPECT_EQ(run.WaitForExit(longTime), 128 + SIGKILL);
+    EXPECT_TRUE(fs::exists(checkout / "kept"));
+    EXPECT_FALSE(fs::exists(fs::path(checkout.Path()).parent_path() / name));
+}
+
+} // namespace
