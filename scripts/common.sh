@@ -75,6 +75,13 @@ install() {
         fail "apt-get could not install ${missing[*]}; see out/apt.log"
 }
 
+# The version of LLVM that this Debian's clang is, for packages that have it in their name.
+clang_version() {
+    # A fresh system knows no package before the first update.
+    apt-cache show clang >/dev/null 2>&1 || apt-get -q update >/dev/null
+    apt-cache depends clang | sed -n 's/.*Depends: clang-\([0-9]*\)$/\1/p'
+}
+
 need_namespaces() {
     unshare --net true 2>/dev/null || fail "no right to make network namespaces here (unshare --net failed)"
 }

@@ -22,7 +22,7 @@ for target in "${targets[@]}"; do
 done
 need_disk
 # shellcheck disable=SC2086
-install $build_packages clang libclang-rt-14-dev lld
+install $build_packages clang "libclang-rt-$(clang_version)-dev" lld
 NQ_TARGETS=$(printf '%s_fuzz ' "${targets[@]}")
 build "$folder" -DNQ_FUZZ=ON -DNQ_SANITIZE=address,undefined,fuzzer-no-link -DCMAKE_BUILD_TYPE=Debug \
     -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ "-DCMAKE_CXX_FLAGS_DEBUG=-g1 -O1" \

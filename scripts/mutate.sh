@@ -8,7 +8,7 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 become_root "$@"
 need_disk
 # shellcheck disable=SC2086
-install $build_packages $test_packages python3-clang-14 libclang-common-14-dev binutils
+install $build_packages $test_packages "python3-clang-$(clang_version)" "libclang-common-$(clang_version)-dev" binutils
 need_namespaces
 folder=$PWD/out/mutate
 mkdir -p "$folder/build-lines"

@@ -46,6 +46,20 @@ TEST(Run, AnotherDebianIsForDemoAndTestAndHasAName)
     }
 }
 
+TEST(Run, AsksForThePackagesOfTheClangThatThisDebianHas)
+{
+    const TemporaryFolder programs;
+    std::ofstream(programs / "apt-cache")
+        << "#!/bin/sh\necho clang; echo '  Depends: clang-19'; echo '  Suggests: x'\n";
+    fs::permissions(programs / "apt-cache", fs::perms::owner_all);
+    const auto version = [&](const std::string& path) {
+        return RunProgram({"/usr/bin/env", "PATH=" + path, "/bin/bash", "-c",
+                           ". " NQ_SOURCE_DIR "/scripts/common.sh; clang_version"})
+            .output;
+    };
+    EXPECT_EQ(version(programs.Path() + ":/usr/bin:/bin"), "19\n");
+}
+
 /// The progress of a run whose ctest is the script.
 std::vector<std::string> Progress(const std::string& script, const std::string& log)
 {
