@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+// The project configures without what only a part of it needs, and says which part is left out.
+#include "support/temporary_folder.h"
+#include "support/tool.h"
+
+#include <gmock/gmock.h>
+
+namespace
+{
+
+using namespace nq::test;
+using testing::HasSubstr;
+
+class WithoutPackage : public testing::TestWithParam<std::string>
+{
+};
+
+TEST_P(WithoutPackage, LeavesOutWhatNeedsItWithALine)
+{
+    const TemporaryFolder build;
+    const Outcome outcome = RunProgram({"/usr/bin/cmake", "-S", NQ_SOURCE_DIR, "-B", build.Path(),
+                                        "-DCMAKE_DISABLE_FIND_PACKAGE_" + GetParam() + "=ON"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
+    EXPECT_THAT(outcome.output, HasSubstr("/ is left out: " + GetParam() + " not found"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Project, WithoutPackage, testing::Values("CLI11", "nlohmann_json", "PNG", "fmt", "GTest"),
+                         [](const auto& tested) { return tested.param; });
+
+} // namespace
