@@ -24,6 +24,7 @@ namespace GigERDMA
 ///     GetData    sleeps               takes an entry at once      aborts at once; the bits stay
 ///
 /// A kill that wakes a sleeping GetData is used up by it; one that comes while nobody sleeps stays until Flush.
+/// With the standard's answers each kill ends one GetData, the next if none sleeps, and Flush takes none back.
 /// Thread-safe. The module deletes the event only when nobody is inside GetData. Results are GenTL codes, sizes are in
 /// bytes.
 ///
