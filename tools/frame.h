@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace nq::tool
@@ -23,6 +24,8 @@ struct Frame
     size_t height = 0;
     uint64_t pixelFormat = 0;
     uint64_t frameId = 0;
+    std::optional<uint64_t> cameraTime;   ///< in ticks of the camera
+    std::optional<uint64_t> cameraTimeNs; ///< in nanoseconds
     bool incomplete = false;
     std::string refusal; ///< why nothing of the frame may be read; empty for a good one
 };

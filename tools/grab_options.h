@@ -15,7 +15,9 @@ struct GrabOptions
 {
     std::string camera;
     PictureOptions pictures;
-    uint64_t count = 1;
+    std::string metadata;   ///< file for one line of JSON per frame; empty for none
+    uint64_t count = 0;     ///< 0 for as many as come
+    uint64_t durationS = 0; ///< seconds; 0 for as long as it takes
     uint64_t saveEvery = 1;
     uint64_t allowLoss = 0; ///< lost and incomplete frames that are no failure
     size_t buffers = 4;

@@ -2,6 +2,7 @@
 // One camera opened for control with its first stream, its buffers and its new-buffer event.
 #include "grab_session.h"
 
+#include "available_memory.h"
 #include "exit_codes.h"
 #include "software_rdma.h"
 
@@ -123,7 +124,7 @@ void GrabSession::OpenStream()
     GenTLLibrary::Check(m_library.GCRegisterEvent(m_stream, GenTL::EVENT_NEW_BUFFER, &m_newBuffer), "GCRegisterEvent");
 }
 
-uint64_t GrabSession::PayloadSize(size_t count) const
+uint64_t GrabSession::PayloadSize() const
 {
     const std::optional<uint64_t> size =
         GenTLLibrary::Number([this](GenTL::INFO_DATATYPE* type, void* buffer, size_t* space) {
@@ -133,22 +134,32 @@ uint64_t GrabSession::PayloadSize(size_t count) const
     {
         throw ToolFailure(ExitCode::NoStream, "the stream did not start: the producer tells no payload size");
     }
-    const uint64_t memory = static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<uint64_t>(getpagesize());
-    if (*size > memory / count)
+    return *size;
+}
+
+void GrabSession::CheckMemory(size_t count) const
+{
+    const uint64_t memory = AvailableMemory();
+    if (m_bufferBytes > memory / count)
     {
         throw ToolFailure(
             ExitCode::NoStream,
             fmt::format("the stream did not start: {} buffers for the payload of {} bytes do not fit this "
-                        "machine's memory of {} bytes",
-                        count, *size, memory));
+                        "machine's memory, of which {} bytes are available; at most --buffers {} would",
+                        count, m_bufferBytes, memory, memory / m_bufferBytes));
     }
-    return *size;
+    const std::string complaint = m_ours && MachineHasRdmaDevice() ? LockedMemoryComplaint(m_lockedBytes) : "";
+    if (!complaint.empty())
+    {
+        throw ToolFailure(ExitCode::NoStream, "the stream did not start: " + complaint);
+    }
 }
 
 void GrabSession::AnnounceBuffers(BufferOrigin origin, size_t count)
 {
-    m_bufferBytes = PayloadSize(count);
+    m_bufferBytes = PayloadSize();
     m_lockedBytes = count * m_bufferBytes;
+    CheckMemory(count);
     for (size_t index = 0; index < count; ++index)
     {
         GenTL::BUFFER_HANDLE buffer = nullptr;
@@ -247,6 +258,8 @@ std::string GrabSession::Describe(Frame& frame)
     frame.height = BufferNumber(frame.buffer, GenTL::BUFFER_INFO_HEIGHT);
     frame.pixelFormat = BufferNumber(frame.buffer, GenTL::BUFFER_INFO_PIXELFORMAT);
     frame.frameId = BufferNumber(frame.buffer, GenTL::BUFFER_INFO_FRAMEID);
+    frame.cameraTime = MaybeNumber(frame.buffer, GenTL::BUFFER_INFO_TIMESTAMP);
+    frame.cameraTimeNs = MaybeNumber(frame.buffer, GenTL::BUFFER_INFO_TIMESTAMP_NS);
     frame.incomplete = SeesNewIncomplete(frame.buffer);
     const auto index = static_cast<size_t>(known - m_buffers.begin());
     std::string refusal = WhyRefused(frame, m_bufferBytes);
@@ -281,12 +294,11 @@ bool GrabSession::SeesNewIncomplete(GenTL::BUFFER_HANDLE buffer)
     return !seen || !m_ours;
 }
 
-uint64_t GrabSession::BufferNumber(GenTL::BUFFER_HANDLE buffer, GenTL::BUFFER_INFO_CMD command, uint64_t fallback) const
+std::optional<uint64_t> GrabSession::MaybeNumber(GenTL::BUFFER_HANDLE buffer, GenTL::BUFFER_INFO_CMD command) const
 {
     return GenTLLibrary::Number([&](GenTL::INFO_DATATYPE* type, void* value, size_t* size) {
-               return m_library.DSGetBufferInfo(m_stream, buffer, command, type, value, size);
-           })
-        .value_or(fallback);
+        return m_library.DSGetBufferInfo(m_stream, buffer, command, type, value, size);
+    });
 }
 
 uint64_t GrabSession::Underruns() const

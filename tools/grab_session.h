@@ -72,11 +72,16 @@ class GrabSession
     void Close();
     void OpenStream();
     void AnnounceBuffers(BufferOrigin origin, size_t count);
-    uint64_t PayloadSize(size_t count) const;
+    uint64_t PayloadSize() const;
+    void CheckMemory(size_t count) const;
     std::string WhyNoStart(GenTL::GC_ERROR code) const;
     std::optional<uint32_t> ReadRegister(uint64_t address) const;
     std::string Describe(Frame& frame);
-    uint64_t BufferNumber(GenTL::BUFFER_HANDLE buffer, GenTL::BUFFER_INFO_CMD command, uint64_t fallback = 0) const;
+    std::optional<uint64_t> MaybeNumber(GenTL::BUFFER_HANDLE buffer, GenTL::BUFFER_INFO_CMD command) const;
+    uint64_t BufferNumber(GenTL::BUFFER_HANDLE buffer, GenTL::BUFFER_INFO_CMD command, uint64_t fallback = 0) const
+    {
+        return MaybeNumber(buffer, command).value_or(fallback);
+    }
     bool SeesNewIncomplete(GenTL::BUFFER_HANDLE buffer);
 
     GenTLLibrary& m_library;

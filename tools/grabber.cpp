@@ -2,45 +2,54 @@
 // The loop of a grab: takes frames, counts and checks them, and hands them on.
 #include "grabber.h"
 
+#include "name_pattern.h"
 #include "stop_signals.h"
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <unistd.h>
+#include <nlohmann/json.hpp>
 
 namespace nq::tool
 {
 
 using Clock = GrabTotals::Clock;
 
-Grabber::Grabber(GrabSession& session, const GrabOptions& options) : m_session(session), m_options(options)
+Grabber::Grabber(GrabSession& session, const GrabOptions& options)
+    : m_session(session), m_options(options),
+      m_progress(options.count, options.pictures.out == "-" ? "" : options.pictures.out)
 {
     if (!options.pictures.out.empty())
     {
         m_writer = std::make_unique<PictureWriter>(options.pictures);
     }
+    if (!options.metadata.empty())
+    {
+        m_metadata = std::make_unique<MetadataFile>(options.metadata, options.pictures.overwrite);
+    }
+}
+
+bool Grabber::WantsMore() const
+{
+    const bool all = m_options.count != 0 && m_totals.frames + m_totals.refused >= m_options.count;
+    return !all && !m_failure && !StopAsked() && !TimeIsOver();
 }
 
 void Grabber::Run()
 {
+    m_end = Clock::now() + std::chrono::seconds(m_options.durationS);
     try
     {
-        while (m_totals.frames + m_totals.refused < m_options.count && !m_failure && !StopAsked())
+        while (WantsMore())
         {
             const std::optional<Frame> frame = WaitForFrame();
             if (frame)
             {
                 Take(*frame, Clock::now());
                 m_session.Requeue(*frame);
-                ShowProgress();
             }
-            else if (!StopAsked())
+            else if (!StopAsked() && (!TimeIsOver() || m_totals.frames == 0))
             {
-                const std::string refusals = Refusals();
-                m_failure.emplace(ExitCode::CameraLost,
-                                  fmt::format("no frame for {} ms after {} of {}: {}{}{}", m_options.frameTimeoutMs,
-                                              m_totals.frames, m_options.count, m_session.WhyNoFrames(),
-                                              refusals.empty() ? "" : "; ", refusals));
+                m_failure.emplace(ExitCode::CameraLost, WhyNoneCame());
             }
         }
     }
@@ -57,20 +66,26 @@ void Grabber::Run()
 
 void Grabber::Finish()
 {
-    if (!m_writer)
+    const auto finish = [this](auto& writer) {
+        try
+        {
+            writer.Finish();
+        }
+        catch (const ToolFailure& failure)
+        {
+            m_failure = m_failure ? m_failure : failure;
+        }
+    };
+    if (m_metadata)
     {
-        return;
+        finish(*m_metadata);
     }
-    try
+    if (m_writer)
     {
-        m_writer->Finish();
+        finish(*m_writer);
+        m_totals.pictures = m_writer->Written();
+        m_totals.waits = m_writer->Waits();
     }
-    catch (const ToolFailure& failure)
-    {
-        m_failure = m_failure ? m_failure : failure;
-    }
-    m_totals.pictures = m_writer->Written();
-    m_totals.waits = m_writer->Waits();
 }
 
 std::optional<ToolFailure> Grabber::Failure() const
@@ -87,6 +102,17 @@ std::optional<ToolFailure> Grabber::Failure() const
     return loss.empty() ? std::nullopt : std::optional(ToolFailure(ExitCode::WrongPicture, loss));
 }
 
+std::string Grabber::WhyNoneCame() const
+{
+    const std::string refusals = Refusals();
+    const std::string wanted = m_options.count == 0 ? "" : fmt::format(" of {}", m_options.count);
+    const std::string time = TimeIsOver()
+                                 ? fmt::format("{} s", m_options.durationS)
+                                 : fmt::format("{} ms after {}{}", m_options.frameTimeoutMs, m_totals.frames, wanted);
+    return fmt::format("no frame for {}: {}{}{}", time, m_session.WhyNoFrames(), refusals.empty() ? "" : "; ",
+                       refusals);
+}
+
 std::string Grabber::Refusals() const
 {
     return m_totals.refused == 0
@@ -97,8 +123,9 @@ std::string Grabber::Refusals() const
 std::optional<Frame> Grabber::WaitForFrame()
 {
     constexpr uint64_t sliceMs = 200; // how soon a signal is noticed
-    for (uint64_t waited = 0; waited < m_options.frameTimeoutMs && !StopAsked(); waited += sliceMs)
+    for (uint64_t waited = 0; waited < m_options.frameTimeoutMs && !StopAsked() && !TimeIsOver(); waited += sliceMs)
     {
+        m_progress.Show(m_totals);
         if (std::optional<Frame> frame = m_session.Next(std::min(sliceMs, m_options.frameTimeoutMs - waited)))
         {
             return frame;
@@ -109,17 +136,20 @@ std::optional<Frame> Grabber::WaitForFrame()
 
 void Grabber::Take(const Frame& frame, Clock::time_point arrival)
 {
-    if (!frame.refusal.empty())
+    const bool refused = !frame.refusal.empty();
+    const uint64_t lost =
+        !refused && m_totals.frames > 0 && frame.frameId > m_lastId ? frame.frameId - m_lastId - 1 : 0;
+    if (m_metadata)
+    {
+        Note(frame, lost);
+    }
+    if (refused)
     {
         m_firstRefusal = m_totals.refused == 0 ? frame.refusal : m_firstRefusal;
         ++m_totals.refused;
         return;
     }
-    if (m_totals.frames > 0 && frame.frameId > m_lastId)
-    {
-        const uint64_t missing = frame.frameId - m_lastId - 1;
-        m_totals.lost += std::min(missing, UINT64_MAX - m_totals.lost);
-    }
+    m_totals.lost += std::min(lost, UINT64_MAX - m_totals.lost);
     m_lastId = frame.frameId;
     m_totals.incomplete += frame.incomplete ? 1 : 0;
     const bool wanted = m_totals.frames % m_options.saveEvery == 0;
@@ -146,16 +176,32 @@ void Grabber::Verify(const Frame& frame)
     m_totals.wrongBytes += m_ramp.CountWrongBytes(frame.data, frame.size, frame.width, frame.height, frame.frameId);
 }
 
-void Grabber::ShowProgress()
+void Grabber::Note(const Frame& frame, uint64_t lostBefore)
 {
-    const Clock::time_point now = Clock::now();
-    if (isatty(STDERR_FILENO) == 0 || now < m_nextProgress)
+    const auto numberOrNull = [](std::optional<uint64_t> number) {
+        return number ? nlohmann::ordered_json(*number) : nlohmann::ordered_json(nullptr);
+    };
+    nlohmann::ordered_json flags = nlohmann::ordered_json::array();
+    if (frame.incomplete)
     {
-        return;
+        flags.push_back("incomplete");
     }
-    m_nextProgress = now + std::chrono::milliseconds(200);
-    fmt::print(stderr, "\r{}/{} frames, {:.1f} frames/s ", m_totals.frames, m_options.count,
-               m_totals.FramesPerSecond().value_or(0));
+    if (!frame.refusal.empty())
+    {
+        flags.push_back("refused");
+    }
+    const nlohmann::ordered_json line = {{"id", frame.frameId},
+                                         {"camera", m_options.pictures.camera},
+                                         {"camera_time", numberOrNull(frame.cameraTime)},
+                                         {"camera_time_ns", numberOrNull(frame.cameraTimeNs)},
+                                         {"arrival", TimeText(std::chrono::system_clock::now())},
+                                         {"size", frame.size},
+                                         {"width", frame.width},
+                                         {"height", frame.height},
+                                         {"pixel_format", fmt::format("0x{:08x}", frame.pixelFormat)},
+                                         {"flags", flags},
+                                         {"lost_before", lostBefore}};
+    m_metadata->Add(line.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace));
 }
 
 std::string LossComplaint(const GrabTotals& totals, const GrabOptions& options)

@@ -6,8 +6,10 @@
 #include "grab_options.h"
 #include "grab_session.h"
 #include "grab_totals.h"
+#include "metadata_file.h"
 #include "moving_ramp.h"
 #include "picture_writer.h"
+#include "progress.h"
 
 #include <memory>
 #include <optional>
@@ -16,7 +18,8 @@
 namespace nq::tool
 {
 
-/// Takes frames until the count is reached, none comes in time, a file cannot be written, or a signal asks to stop.
+/// Takes frames until the count is reached, the time is over, none comes in time, a file cannot be written, or a signal
+/// asks to stop.
 class Grabber
 {
   public:
@@ -25,7 +28,7 @@ class Grabber
     /// Runs to the end; what went wrong on the way is in Failure().
     void Run();
 
-    /// Waits until all pictures are written. The camera may be closed before.
+    /// Waits until all pictures and lines are written. The camera may be closed before.
     void Finish();
 
     const GrabTotals& Totals() const { return m_totals; }
@@ -38,18 +41,23 @@ class Grabber
     std::optional<Frame> WaitForFrame();
     void Take(const Frame& frame, GrabTotals::Clock::time_point arrival);
     void Verify(const Frame& frame);
-    void ShowProgress();
+    bool WantsMore() const;
+    bool TimeIsOver() const { return m_options.durationS != 0 && GrabTotals::Clock::now() >= m_end; }
+    std::string WhyNoneCame() const;
+    void Note(const Frame& frame, uint64_t lostBefore);
     std::string Refusals() const;
 
     GrabSession& m_session;
     const GrabOptions& m_options;
     std::unique_ptr<PictureWriter> m_writer;
+    std::unique_ptr<MetadataFile> m_metadata;
+    Progress m_progress;
     MovingRamp m_ramp;
     GrabTotals m_totals;
     std::string m_firstRefusal;
     std::optional<ToolFailure> m_failure;
     uint64_t m_lastId = 0;
-    GrabTotals::Clock::time_point m_nextProgress{};
+    GrabTotals::Clock::time_point m_end{}; ///< of --duration
 };
 
 /// What is to be told of lost, incomplete and wrong frames, with what mends it; empty when they are within

@@ -26,16 +26,6 @@ std::string SafeName(const std::string& text)
     return safe.empty() ? "camera" : safe;
 }
 
-std::string TimeText(std::chrono::system_clock::time_point time)
-{
-    const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(time.time_since_epoch()).count();
-    const std::time_t seconds = microseconds / 1'000'000;
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    return fmt::format("{:04}{:02}{:02}T{:02}{:02}{:02}.{:06}Z", parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday,
-                       parts.tm_hour, parts.tm_min, parts.tm_sec, microseconds % 1'000'000);
-}
-
 /// The pattern with what `replace` makes of each {word}.
 std::string Replaced(const std::string& pattern, const std::function<std::string(const std::string&)>& replace)
 {
@@ -74,6 +64,16 @@ std::string WhyNoPattern(const std::string& pattern)
         return "has a \"{\" without a \"}\"";
     }
     return pattern.find('/') == std::string::npos ? complaint : "takes a name without \"/\"; the folder is --out";
+}
+
+std::string TimeText(std::chrono::system_clock::time_point time)
+{
+    const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(time.time_since_epoch()).count();
+    const std::time_t seconds = microseconds / 1'000'000;
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    return fmt::format("{:04}{:02}{:02}T{:02}{:02}{:02}.{:06}Z", parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday,
+                       parts.tm_hour, parts.tm_min, parts.tm_sec, microseconds % 1'000'000);
 }
 
 std::string NameBy(const std::string& pattern, const NameFields& fields)

@@ -17,11 +17,14 @@ struct NameFields
     std::chrono::system_clock::time_point time;
 };
 
+/// In UTC to the microsecond, as 20260131T235959.123456Z.
+std::string TimeText(std::chrono::system_clock::time_point time);
+
 /// Why no names can be made by the pattern, in words for the user; empty when they can.
 std::string WhyNoPattern(const std::string& pattern);
 
 /// The name without an extension: {camera} with "_" for what is no letter, digit, "-", "_" or inner dot, {id} with
-/// eight digits or more, {time} in UTC to the microsecond, as 20260131T235959.123456Z.
+/// eight digits or more, {time} as TimeText() has it.
 std::string NameBy(const std::string& pattern, const NameFields& fields);
 
 } // namespace nq::tool

@@ -31,9 +31,9 @@ constexpr Mosaic bg{1, 1};
 struct Layout
 {
     uint64_t pixelFormat;
-    size_t bits;         ///< of one sample
+    uint8_t bits;        ///< of one sample
     bool packed = false; ///< samples follow each other bit by bit, the lowest first
-    size_t channels = 1;
+    uint8_t channels = 1;
     bool blueFirst = false;
     const Mosaic* mosaic = nullptr;
 };

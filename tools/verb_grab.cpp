@@ -125,7 +125,11 @@ void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
     CLI::App* verb = app.add_subcommand("grab", "Take frames from a camera");
     auto options = std::make_shared<GrabOptions>();
     constexpr uint64_t most = 1'000'000'000'000;
-    verb->add_option("--count", options->count, "Number of frames")->check(WholeNumber(1, most))->capture_default_str();
+    verb->add_option("--count", options->count, "Number of frames (default: 1, without --duration)")
+        ->check(WholeNumber(1, most));
+    verb->add_option("--duration", options->durationS, "How long to take frames, in seconds")
+        ->check(WholeNumber(1, mostMs / 1000 * 365, "seconds"));
+    verb->add_option("--metadata", options->metadata, "File for one line of JSON per frame");
     verb->add_option("--camera", options->camera,
                      "Id, serial number, user-defined name, MAC or IP address (default: the only one)");
     verb->add_option("--save-every", options->saveEvery, "Write only every Nth frame")
@@ -146,6 +150,7 @@ void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
     AddPictureOptions(*verb, options->pictures);
     verb->callback([&, options] {
         CheckPictureOptions(*options);
+        options->count = options->count == 0 && options->durationS == 0 ? 1 : options->count;
         chosen = [&common, options] { return Grab(common, *options); };
     });
 }

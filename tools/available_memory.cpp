@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+// How much memory a program may still take.
+#include "available_memory.h"
+
+#include <algorithm>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <unistd.h>
+
+namespace nq::tool
+{
+
+namespace
+{
+
+std::optional<uint64_t> NumberIn(const std::string& path)
+{
+    std::ifstream file(path);
+    uint64_t number = 0;
+    return file >> number ? std::optional(number) : std::nullopt; // "max" is none
+}
+
+uint64_t AvailableOnMachine()
+{
+    std::ifstream file("/proc/meminfo");
+    uint64_t kibibytes = 0;
+    for (std::string name; file >> name; file.ignore(1000, '\n'))
+    {
+        if (name == "MemAvailable:" && file >> kibibytes)
+        {
+            return kibibytes * 1024;
+        }
+    }
+    return static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<uint64_t>(getpagesize());
+}
+
+/// What the control group of this process and those above it leave, where version 2 of them is mounted.
+uint64_t AvailableInGroup()
+{
+    std::ifstream file("/proc/self/cgroup");
+    std::string group;
+    std::getline(file, group);
+    uint64_t least = UINT64_MAX;
+    group = group.starts_with("0::/") ? group.substr(3) : "/";
+    for (bool top = false; !top;)
+    {
+        top = group == "/";
+        const std::string folder = "/sys/fs/cgroup" + group + "/";
+        const std::optional<uint64_t> most = NumberIn(folder + "memory.max");
+        const uint64_t used = NumberIn(folder + "memory.current").value_or(0);
+        least = most ? std::min(least, *most - std::min(*most, used)) : least;
+        group.resize(std::max<size_t>(group.rfind('/'), 1));
+    }
+    return least;
+}
+
+} // namespace
+
+uint64_t AvailableMemory()
+{
+    return std::min(AvailableOnMachine(), AvailableInGroup());
+}
+
+} // namespace nq::tool

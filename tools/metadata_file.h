@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// One line of JSON per frame.
+#pragma once
+
+#include "work_queue.h"
+
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace nq::tool
+{
+
+/// A file of lines, written by a thread of its own. Used from one thread. Failures are ToolFailure.
+class MetadataFile
+{
+  public:
+    /// Makes the file, or empties one that is there if `overwrite`. Links are not followed.
+    MetadataFile(std::string path, bool overwrite);
+    ~MetadataFile();
+
+    /// Has the line written; throws what failed of an earlier one.
+    void Add(std::string line);
+
+    /// Waits until all lines are written; throws as Add does.
+    void Finish();
+
+  private:
+    void ThrowFailure();
+
+    const std::string m_path;
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> m_file;
+    std::mutex m_mutex; ///< guards m_errno
+    int m_errno = 0;    ///< of the first line that could not be written
+    WorkQueue m_queue;
+};
+
+} // namespace nq::tool
