@@ -2,6 +2,7 @@
 // Which of the cameras that answer is meant.
 #include "camera_choice.h"
 
+#include "gvcp_reader.h"
 #include "printable.h"
 
 #include <algorithm>
@@ -142,6 +143,13 @@ FoundCamera ChooseCamera(const CommonOptions& common, const std::string& wanted)
 
 std::string NoCameraAdvice(const std::vector<ProducerEntry>& producers)
 {
+    constexpr uint32_t controlPrivilege = 0x0A00; // a register that every camera has
+    if (GvcpReader("127.0.0.1").Read(controlPrivilege))
+    {
+        return "No camera answered where producers look, but one does at 127.0.0.1, which they leave out. Give it "
+               "another "
+               "address of this machine (`ip addr`).";
+    }
     if (std::all_of(producers.begin(), producers.end(),
                     [](const ProducerEntry& producer) { return producer.interfaces.empty(); }))
     {

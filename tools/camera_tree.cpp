@@ -16,12 +16,6 @@ namespace
 
 constexpr uint64_t interfaceScanMs = 1000;
 
-std::string DottedAddress(uint64_t address)
-{
-    return fmt::format("{}.{}.{}.{}", (address >> 24) & 0xFF, (address >> 16) & 0xFF, (address >> 8) & 0xFF,
-                       address & 0xFF);
-}
-
 /// Throws ToolFailure for a list that is longer than any network has.
 void CheckLength(uint32_t count, const char* function)
 {
@@ -157,6 +151,12 @@ std::vector<InterfaceEntry> ScanAll(const System& system, uint64_t timeoutMs, co
         afterEach();
     }
     return interfaces;
+}
+
+std::string DottedAddress(uint64_t address)
+{
+    return fmt::format("{}.{}.{}.{}", (address >> 24) & 0xFF, (address >> 16) & 0xFF, (address >> 8) & 0xFF,
+                       address & 0xFF);
 }
 
 std::string AccessStatusText(uint64_t status)

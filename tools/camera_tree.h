@@ -88,6 +88,9 @@ std::vector<uint64_t> ShortScansFirst(uint64_t longestMs);
 std::vector<InterfaceEntry> ScanAll(
     const System& system, uint64_t timeoutMs, const std::function<void()>& afterEach = [] {});
 
+/// Dotted text of an IPv4 address in host order.
+std::string DottedAddress(uint64_t address);
+
 /// The GenTL name of an access status, in words.
 std::string AccessStatusText(uint64_t status);
 

@@ -18,6 +18,7 @@ enum class ExitCode : int
     NoStream = 5,     ///< the camera's stream could not be started
     CameraLost = 6,   ///< frames stopped coming
     WrongPicture = 7, ///< frames were lost after the first, incomplete, wrong or refused
+    CameraInUse = 8,  ///< another program controls the camera
 };
 
 /// A failure of a verb: the text for the user and the exit code of the program.

@@ -24,6 +24,7 @@ struct GrabOptions
     bool announce = false;
     bool verify = false;
     uint64_t frameTimeoutMs = 5000;
+    uint32_t waitSeconds = 0; ///< how long another program may still control the camera
 };
 
 } // namespace nq::tool

@@ -3,6 +3,7 @@
 #include "grab_session.h"
 
 #include "available_memory.h"
+#include "camera_owner.h"
 #include "exit_codes.h"
 #include "software_rdma.h"
 
@@ -77,9 +78,13 @@ GrabSession::GrabSession(const System& system, const CameraEntry& camera, Buffer
     try
     {
         m_interface.LookFor(camera.id, 500);
-        GenTLLibrary::Check(
-            m_library.IFOpenDevice(m_interface.Handle(), camera.id.c_str(), GenTL::DEVICE_ACCESS_CONTROL, &m_device),
-            "IFOpenDevice");
+        const GenTL::GC_ERROR opened =
+            m_library.IFOpenDevice(m_interface.Handle(), camera.id.c_str(), GenTL::DEVICE_ACCESS_CONTROL, &m_device);
+        if (opened != GenTL::GC_ERR_SUCCESS)
+        {
+            m_device = nullptr;
+            ThrowRefusedOpen(camera, opened);
+        }
         GenTLLibrary::Check(m_library.DevGetPort(m_device, &m_port), "DevGetPort");
         OpenStream();
         AnnounceBuffers(origin, bufferCount);

@@ -19,7 +19,8 @@ namespace
 
 constexpr const char* exitCodesText =
     "Exit codes: 0 success, 1 failure, 2 wrong arguments, 3 no producer, 4 no camera, 5 the stream did not start,\n"
-    "6 frames stopped coming, 7 lost, incomplete, wrong or refused frames, 130 ended by ^C, 143 by SIGTERM.\n\n"
+    "6 frames stopped coming, 7 lost, incomplete, wrong or refused frames,\n"
+    "8 another program controls the camera, 130 ended by ^C, 143 by SIGTERM.\n\n"
     "Examples:\n"
     "  nq-gev list\n"
     "  nq-gev grab --count 10 --out pictures\n"

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev grab: takes frames from a camera, checks them, writes them as pictures and sums up.
 #include "camera_choice.h"
+#include "camera_owner.h"
 #include "grab_options.h"
 #include "grab_session.h"
 #include "grabber.h"
@@ -11,6 +12,7 @@
 #include "verbs.h"
 #include "whole_number.h"
 
+#include <chrono>
 #include <fmt/format.h>
 #include <map>
 #include <memory>
@@ -58,6 +60,7 @@ void PrintSummary(const CommonOptions& common, const GrabOptions& options, const
 ExitCode Grab(const CommonOptions& common, GrabOptions options)
 {
     const FoundCamera used = ChooseCamera(common, options.camera);
+    AwaitFreeCamera(used.camera, std::chrono::seconds(options.waitSeconds));
     GenTLLibrary library(used.producer);
     const System system(library);
     options.pictures.camera = !used.camera.userName.empty() ? used.camera.userName
@@ -132,6 +135,9 @@ void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
     verb->add_option("--metadata", options->metadata, "File for one line of JSON per frame");
     verb->add_option("--camera", options->camera,
                      "Id, serial number, user-defined name, MAC or IP address (default: the only one)");
+    verb->add_option("--wait", options->waitSeconds, "Seconds to wait for a camera that another program controls")
+        ->check(WholeNumber(0, mostMs / 1000, "seconds"))
+        ->capture_default_str();
     verb->add_option("--save-every", options->saveEvery, "Write only every Nth frame")
         ->check(WholeNumber(1, most))
         ->capture_default_str();

@@ -1,17 +1,49 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev list: the interfaces of this machine and the cameras that answer on them.
 #include "camera_choice.h"
+#include "camera_owner.h"
 #include "printable.h"
 #include "verbs.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 namespace nq::tool
 {
 
 namespace
 {
+
+/// Nobody asks for the owner of a camera that is free.
+std::optional<CameraOwner> OwnerOf(const CameraEntry& camera)
+{
+    return camera.accessStatus == GenTL::DEVICE_ACCESS_STATUS_READWRITE ? std::nullopt : AskForOwner(camera);
+}
+
+/// What keeps others from the camera, as a line; empty for one that is free.
+std::string ObstacleText(const CameraEntry& camera)
+{
+    if (const std::optional<CameraOwner> owner = OwnerOf(camera))
+    {
+        return fmt::format("    controlled by {}\n", OwnerText(*owner));
+    }
+    const bool apart = camera.accessStatus == GenTL::DEVICE_ACCESS_STATUS_NOACCESS && !camera.address.empty();
+    return apart ? fmt::format("    {}\n", kOutOfReach) : "";
+}
+
+nlohmann::ordered_json OwnerJson(const CameraEntry& camera)
+{
+    const std::optional<CameraOwner> owner = OwnerOf(camera);
+    if (!owner)
+    {
+        return nullptr;
+    }
+    return {{"address", owner->address},
+            {"port", owner->port},
+            {"exclusive", owner->exclusive},
+            {"heartbeat_ms", owner->heartbeatMs}};
+}
 
 void PrintText(const std::vector<ProducerEntry>& producers)
 {
@@ -26,6 +58,7 @@ void PrintText(const std::vector<ProducerEntry>& producers)
                            Printable(camera.id), Printable(camera.model), Printable(camera.serial),
                            camera.address.empty() ? "-" : camera.address, AccessStatusText(camera.accessStatus),
                            Printable(producer.path));
+                fmt::print("{}", ObstacleText(camera));
             }
         }
     }
@@ -50,7 +83,8 @@ void PrintJson(const std::vector<ProducerEntry>& producers)
                                    {"user_name", camera.userName},
                                    {"address", camera.address},
                                    {"access", AccessStatusText(camera.accessStatus)},
-                                   {"producer", producer.path}});
+                                   {"producer", producer.path},
+                                   {"controlled_by", OwnerJson(camera)}});
             }
             all.push_back({{"id", interface.id}, {"name", interface.displayName}, {"cameras", cameras}});
         }

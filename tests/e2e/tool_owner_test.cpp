@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+// A camera that somebody else controls: who, what to do, and waiting for it.
+#include "support/network.h"
+#include "support/tool.h"
+#include "support/virtual_camera.h"
+
+#include <csignal>
+#include <gmock/gmock.h>
+
+namespace
+{
+
+using namespace nq::test;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+
+/// A camera with a program that controls it for as long as the test wants.
+class ToolOwner : public testing::Test
+{
+  protected:
+    ToolOwner()
+        : m_owner(Command({"grab", "--count", "1000000000", "--frame-timeout", "60000"}), m_camera.Environment())
+    {
+        while (RunTool({"--timeout", "200", "list"}, m_camera.Environment()).output.find("read only") ==
+               std::string::npos)
+        {
+            if (m_owner.WaitForExit(std::chrono::milliseconds(0)) != -1)
+            {
+                throw std::runtime_error(m_owner.Output());
+            }
+        }
+    }
+
+    static std::vector<std::string> Command(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.begin(), {NQ_TOOL_PATH, "--producer", NQ_CTI_PATH});
+        return arguments;
+    }
+
+    VirtualCamera m_camera{{"--width", "64", "--height", "48", "--fps", "5"}};
+    ChildProcess m_owner;
+};
+
+TEST_F(ToolOwner, IsToldByListAndGrab)
+{
+    const Outcome list = RunTool({"list"}, m_camera.Environment());
+    EXPECT_EQ(list.exitCode, 0) << list.output;
+    EXPECT_THAT(list.output, ContainsRegex("    controlled by 10\\.77\\.0\\.1, UDP port [1-9][0-9]*\n"));
+    const Outcome json = RunTool({"--json", "list"}, m_camera.Environment());
+    EXPECT_THAT(json.output, ContainsRegex("\"controlled_by\": \\{\n *\"address\": \"10\\.77\\.0\\.1\",\n *\"port\": "
+                                           "[1-9][0-9]*,\n *\"exclusive\": false,\n *\"heartbeat_ms\": [1-9]"));
+    const Outcome grab = RunTool({"grab"}, m_camera.Environment());
+    EXPECT_EQ(grab.exitCode, 8) << grab.output;
+    EXPECT_THAT(
+        grab.output,
+        ContainsRegex("is controlled by 10\\.77\\.0\\.1, UDP port [1-9][0-9]*\\. End that program; or give --wait "
+                      "SECONDS to wait until the camera is free, which it is [1-9][0-9]* ms after a crash\\.\n"));
+}
+
+TEST_F(ToolOwner, CanBeWaitedFor)
+{
+    ChildProcess waiting(Command({"grab", "--wait", "60"}), m_camera.Environment());
+    ASSERT_TRUE(waiting.WaitForOutput("nq-gev: waiting for the camera, which 10.77.0.1", longTime)) << waiting.Output();
+    m_owner.Signal(SIGINT);
+    EXPECT_EQ(waiting.WaitForExit(longTime), 0) << waiting.Output();
+    EXPECT_THAT(waiting.Output(), HasSubstr("frames     1\n"));
+}
+
+TEST(ToolCameraOnLo, IsFoundOrTheMessageSaysWhyNot)
+{
+    ChildProcess camera({NQ_CAMERA_PATH, "--address", "127.0.0.1"});
+    ASSERT_TRUE(camera.WaitForOutput("ready", longTime)) << camera.Output();
+    EXPECT_THAT(camera.Output(), HasSubstr("no host looks for cameras at 127.0.0.1"));
+    const Outcome hidden = RunTool({"list"});
+    EXPECT_EQ(hidden.exitCode, 4) << hidden.output;
+    EXPECT_THAT(hidden.output, HasSubstr("No camera answered where producers look, but one does at 127.0.0.1"));
+    camera.Signal(SIGTERM);
+    EXPECT_EQ(camera.WaitForExit(longTime), 0);
+
+    Shell("ip addr add 10.9.0.1/24 dev lo label lo:1");
+    ChildProcess labelled({NQ_CAMERA_PATH, "--address", "10.9.0.1"});
+    ASSERT_TRUE(labelled.WaitForOutput("ready", longTime)) << labelled.Output();
+    EXPECT_THAT(RunTool({"list"}).output, HasSubstr("address 10.9.0.1  access read/write"));
+    // Without the label the kernel tells the netmask of 127.0.0.1 for it.
+    Shell("ip addr del 10.9.0.1/24 dev lo && ip addr add 10.9.0.1/24 dev lo");
+    EXPECT_THAT(RunTool({"list"}).output,
+                HasSubstr("    out of reach: its subnet is not the one of the interface (`ip addr`)\n"));
+    const Outcome grab = RunTool({"grab"});
+    EXPECT_EQ(grab.exitCode, 1);
+    EXPECT_THAT(grab.output, HasSubstr("at 10.9.0.1 is out of reach"));
+}
+
+} // namespace

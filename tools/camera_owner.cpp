@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+// Who controls a camera, asked of the camera itself.
+#include "camera_owner.h"
+
+#include "exit_codes.h"
+#include "gvcp_reader.h"
+
+#include <fmt/format.h>
+#include <thread>
+
+namespace nq::tool
+{
+
+namespace
+{
+
+// Registers that every GigE Vision camera has.
+constexpr uint32_t kHeartbeatTimeout = 0x0938;
+constexpr uint32_t kControlPrivilege = 0x0A00; // bit 0: exclusive, bit 1: control
+constexpr uint32_t kOwnerPort = 0x0A04;
+constexpr uint32_t kOwnerAddress = 0x0A14;
+
+[[noreturn]] void ThrowInUse(const CameraEntry& camera, const CameraOwner& owner)
+{
+    const std::string gone =
+        owner.heartbeatMs == 0 ? "" : fmt::format(", which it is {} ms after a crash", owner.heartbeatMs);
+    throw ToolFailure(ExitCode::CameraInUse,
+                      fmt::format("the camera {} is controlled by {}. End that program; or give --wait SECONDS to wait "
+                                  "until the camera is free{}.",
+                                  camera.id, OwnerText(owner), gone));
+}
+
+} // namespace
+
+std::optional<CameraOwner> AskForOwner(const CameraEntry& camera)
+{
+    if (camera.address.empty())
+    {
+        return std::nullopt;
+    }
+    GvcpReader reader(camera.address);
+    const std::optional<uint32_t> privilege = reader.Read(kControlPrivilege);
+    if (!privilege || (*privilege & 3) == 0)
+    {
+        return std::nullopt;
+    }
+    CameraOwner owner;
+    owner.exclusive = (*privilege & 1) != 0;
+    owner.port = static_cast<uint16_t>(reader.Read(kOwnerPort).value_or(0));
+    const uint32_t address = reader.Read(kOwnerAddress).value_or(0);
+    owner.address = address == 0 ? "" : DottedAddress(address);
+    owner.heartbeatMs = reader.Read(kHeartbeatTimeout).value_or(0);
+    return owner;
+}
+
+std::string OwnerText(const CameraOwner& owner)
+{
+    return fmt::format("{}{}{}", owner.address.empty() ? "a program that it does not tell" : owner.address,
+                       owner.port == 0 ? "" : fmt::format(", UDP port {}", owner.port),
+                       owner.exclusive ? ", exclusively" : "");
+}
+
+void AwaitFreeCamera(const CameraEntry& camera, std::chrono::seconds wait)
+{
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point end = Clock::now() + wait;
+    for (bool told = false;;)
+    {
+        const std::optional<CameraOwner> owner = AskForOwner(camera);
+        if (!owner)
+        {
+            return;
+        }
+        if (Clock::now() >= end)
+        {
+            ThrowInUse(camera, *owner);
+        }
+        if (!told)
+        {
+            fmt::print(stderr, "nq-gev: waiting for the camera, which {} controls\n", OwnerText(*owner));
+            told = true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    }
+}
+
+void ThrowRefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code)
+{
+    if (const std::optional<CameraOwner> owner = AskForOwner(camera))
+    {
+        ThrowInUse(camera, *owner);
+    }
+    if (!camera.address.empty() && camera.accessStatus == GenTL::DEVICE_ACCESS_STATUS_NOACCESS)
+    {
+        throw ToolFailure(ExitCode::Failure,
+                          fmt::format("the camera {} at {} is {}", camera.id, camera.address, kOutOfReach));
+    }
+    GenTLLibrary::Check(code, "IFOpenDevice");
+    throw ToolFailure(ExitCode::Failure, "IFOpenDevice gave no device");
+}
+
+} // namespace nq::tool

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+// Who controls a camera, asked of the camera itself.
+#pragma once
+
+#include "camera_tree.h"
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace nq::tool
+{
+
+/// The program that controls a camera, as far as the camera tells.
+struct CameraOwner
+{
+    bool exclusive = false;   ///< nobody else may even read
+    std::string address;      ///< dotted IPv4 text of its host; empty when not told
+    uint16_t port = 0;        ///< its UDP port; 0 when not told
+    uint32_t heartbeatMs = 0; ///< silence after which the camera takes it for gone; 0 when not told
+};
+
+/// Nothing when nobody controls the camera, when it does not answer, or when its address is not known.
+std::optional<CameraOwner> AskForOwner(const CameraEntry& camera);
+
+/// For example "10.77.0.1, UDP port 40000, exclusively".
+std::string OwnerText(const CameraOwner& owner);
+
+/// Returns once nobody controls the camera. Throws ToolFailure(CameraInUse), with who does and what to do, when that is
+/// not so within `wait`.
+void AwaitFreeCamera(const CameraEntry& camera, std::chrono::seconds wait);
+
+/// Throws why the producer refused with `code` to open the camera.
+[[noreturn]] void ThrowRefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code);
+
+/// For a camera that the interface cannot reach though nobody controls it.
+constexpr const char* kOutOfReach = "out of reach: its subnet is not the one of the interface (`ip addr`)";
+
+} // namespace nq::tool
