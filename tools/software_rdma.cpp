@@ -41,11 +41,16 @@ bool RunsOnSoftwareRdma()
     return dlsym(RTLD_DEFAULT, "nq_loopback_count") != nullptr;
 }
 
-std::string SoftwareRdmaAdvice()
+bool MachineHasRdmaDevice()
 {
     std::error_code ignored;
     const fs::directory_iterator devices("/sys/class/infiniband", ignored);
-    if (RunsOnSoftwareRdma() || (!ignored && devices != fs::directory_iterator()))
+    return !ignored && devices != fs::directory_iterator();
+}
+
+std::string SoftwareRdmaAdvice()
+{
+    if (RunsOnSoftwareRdma() || MachineHasRdmaDevice())
     {
         return {};
     }

@@ -14,6 +14,9 @@ void StartAgainOnSoftwareRdma(int argc, char** argv);
 /// True in a process that runs on the software RDMA.
 bool RunsOnSoftwareRdma();
 
+/// True where the kernel shows an RDMA device.
+bool MachineHasRdmaDevice();
+
 /// What a machine without an RDMA device can do, a sentence with a space before it; empty where it would not help.
 std::string SoftwareRdmaAdvice();
 
