@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A camera that somebody else controls: who, what to do, and waiting for it.
 #include "support/network.h"
-#include "support/register_camera.h"
+#include "support/gvcp_camera.h"
 #include "support/tool.h"
 #include "support/virtual_camera.h"
 
@@ -72,22 +72,19 @@ TEST(ToolOwnerOfAnyCamera, IsReadFromFourRegistersAndNothingIsWritten)
 {
     const Host far;
     far.Connect("here", "10.9.0.1/24", "there", "10.9.0.2/24");
-    RegisterCamera camera(&far);
-    RegisterCamera::Bytes body(248);
-    const unsigned char address[4] = {10, 9, 0, 2};
-    const unsigned char mask[4] = {255, 255, 255, 0};
-    std::memcpy(body.data() + 36, address, 4);
-    std::memcpy(body.data() + 52, mask, 4);
-    std::memcpy(body.data() + 104, "Model", 5);
-    std::memcpy(body.data() + 136, "3.0.0", 5);
-    camera.SetDiscovery(body);
+    GvcpCamera camera(&far);
+    nq::test::GvcpDiscovery identity;
+    identity.ipAddress = 0x0A090002;
+    identity.subnetMask = 0xFFFFFF00;
+    identity.deviceVersion = "3.0.0";
+    camera.SetDiscovery(identity);
     camera.SetRegister(0x0A00, 1);
     camera.SetRegister(0x0A04, 40000);
     camera.SetRegister(0x0A14, 0x0A090007);
     camera.SetRegister(0x0938, 3000);
     const Outcome grab = RunTool({"grab"});
     EXPECT_EQ(grab.exitCode, 8) << grab.output;
-    EXPECT_THAT(grab.output, HasSubstr("nq-gev: the camera Model:00-00-00-00-00-00 is controlled by 10.9.0.7, UDP port "
+    EXPECT_THAT(grab.output, HasSubstr("nq-gev: the camera Model:02-11-22-33-44-55 is controlled by 10.9.0.7, UDP port "
                                        "40000, exclusively. End that program; or give --wait SECONDS to wait until the "
                                        "camera is free, which it is 3000 ms after a crash.\n"));
     EXPECT_THAT(camera.Accesses(),
