@@ -97,7 +97,8 @@ TEST(GrabProgress, IsALineEachTenSecondsWithoutATerminal)
                   {"grab", "--count", "115", "--allow-loss", "9", "--overwrite", "--out", folder.Path()});
     EXPECT_EQ(grab.exitCode, 0) << grab.output;
     EXPECT_THAT(grab.output,
-                testing::MatchesRegex("[0-9]+/115 frames, [0-9.]+ frames/s, 2 lost, [0-9.]+ GB free\nbuffers (.|\n)*"));
+                testing::MatchesRegex(
+                    "[0-9]+/115 frames, [0-9.]+ frames/s, 2 lost, [0-9.]+ GB free\ncamera  (.|\n)*\nbuffers (.|\n)*"));
 }
 
 TEST(GrabProgress, IsInPlaceOnATerminal)

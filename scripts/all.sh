@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# ./run all: what CI runs, and what takes longer: the demo and all tests on Debian 13, every fault, a minute of each fuzz
+# target, and the endurance run. A few hours on two cores.
+set -euo pipefail
+cd "$(dirname "$(readlink -f "$0")")/.."
+. scripts/common.sh
+[ $# = 0 ] || fail "all takes no argument \"$1\""
+.ci/run
+./run demo --on trixie
+./run test --on trixie
+./run faults
+./run fuzz 60
+./run soak 20
