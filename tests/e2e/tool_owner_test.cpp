@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A camera that somebody else controls: who, what to do, and waiting for it.
-#include "support/network.h"
 #include "support/gvcp_camera.h"
+#include "support/network.h"
 #include "support/tool.h"
 #include "support/virtual_camera.h"
 
