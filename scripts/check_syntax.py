@@ -23,8 +23,10 @@ def main(folder, *left_out):
     root = os.path.dirname(os.path.abspath(folder))
     with open(os.path.join(folder, "compile_commands.json"), encoding="utf-8") as file:
         commands = [command for command in json.load(file)
-                    if not (command["file"].endswith(".cpp")
-                            and os.path.relpath(command["file"], root).startswith(left_out))]
+                    # Precompiled headers have been built.
+                    if not command["file"].endswith("cmake_pch.hxx.cxx")
+                    and not (command["file"].endswith(".cpp")
+                             and os.path.relpath(command["file"], root).startswith(left_out))]
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         complaints = [text for text in pool.map(check, commands) if text]
     print("\n".join(complaints), end="")
