@@ -9,7 +9,7 @@
 #include "support/gvcp_camera.h"
 #include "support/system_module.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 using namespace nq::test;
 
@@ -60,6 +60,9 @@ TEST(StandardHeartbeat, EachCameraReportsItsOwnStatus)
     }
     EXPECT_EQ(firstEvent.Pending(), 1U);
     EXPECT_EQ(secondEvent.Pending(), 1U) << "though the other has told the same";
+    // Records that nobody takes are never freed.
+    EXPECT_THAT(firstEvent.Next(), testing::SizeIs(1024));
+    EXPECT_THAT(secondEvent.Next(), testing::SizeIs(1024));
 }
 
 } // namespace
