@@ -2,6 +2,7 @@
 // Who reaches whom over the software RDMA: addresses, network namespaces, processes and folders.
 #include "loopback/rdma_side.h"
 #include "loopback/rendezvous_folder.h"
+#include "support/asleep.h"
 #include "support/network.h"
 
 #include <atomic>
@@ -314,6 +315,7 @@ TEST(LoopbackNetwork, ForkedChildMayMakeObjectsOfItsOwn)
 #endif
     const Folder folder;
     Meeting ours;
+    AwaitOthersAsleep();
     const pid_t child = fork();
     if (child == 0)
     {

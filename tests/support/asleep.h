@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// A thread that calls something, and the certainty that it sleeps in that call.
+// The certainty that a thread sleeps, which the kernel alone can give.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -10,6 +12,34 @@
 
 namespace nq::test
 {
+
+/// Whether a thread of this process sleeps.
+inline bool IsAsleep(const std::string& tid)
+{
+    std::ifstream file("/proc/self/task/" + tid + "/stat");
+    std::string text;
+    std::getline(file, text);
+    const auto end = text.rfind(") ");
+    return end != std::string::npos && text[end + 2] == 'S';
+}
+
+/// Returns once every other thread of this process sleeps. None is inside the allocator then, so a child of a process
+/// with a sanitizer, whose allocator knows nothing of forks, finds it free.
+inline void AwaitOthersAsleep()
+{
+    const std::string own = std::to_string(gettid());
+    for (int seen = 0; seen < 3; std::this_thread::yield())
+    {
+        const std::filesystem::directory_iterator threads("/proc/self/task");
+        seen = std::all_of(begin(threads), end(threads),
+                           [&](const auto& thread) {
+                               const std::string tid = thread.path().filename();
+                               return tid == own || IsAsleep(tid);
+                           })
+                   ? seen + 1
+                   : 0;
+    }
+}
 
 /// Runs a function on a thread of its own and joins it at the end. The kernel tells when the thread sleeps; nothing
 /// else can tell that a wait has begun.
@@ -44,20 +74,11 @@ class CallingThread
         }
         for (int seen = 0; seen < 3 && !m_ended; std::this_thread::yield())
         {
-            seen = IsAsleep() ? seen + 1 : 0;
+            seen = IsAsleep(std::to_string(m_tid)) ? seen + 1 : 0;
         }
     }
 
   private:
-    bool IsAsleep() const
-    {
-        std::ifstream file("/proc/self/task/" + std::to_string(m_tid) + "/stat");
-        std::string text;
-        std::getline(file, text);
-        const auto end = text.rfind(") ");
-        return end != std::string::npos && text[end + 2] == 'S';
-    }
-
     std::atomic<pid_t> m_tid = 0;
     std::atomic<bool> m_ended = false;
     std::thread m_thread;
