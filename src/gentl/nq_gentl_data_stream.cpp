@@ -57,6 +57,7 @@ int NQGenTLDataStream::DoOpen()
     m_started = false;
     m_numStarted = 0;
     m_numUnderrun = Answers().streamInfos ? 0 : m_numUnderrun;
+    m_stopDue = false;
     m_transferCompleted.ResetEvent(kCompletedBit);
     return GenTL::GC_ERR_SUCCESS;
 }
@@ -312,8 +313,15 @@ int NQGenTLDataStream::StopAcquisition(int flags)
     {
         return NQFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED Flags:%d", "StopAcquisition", flags);
     }
-    const bool due = TakeStopDue();
-    if (!IsStarted())
+    bool started = false;
+    bool due = false;
+    {
+        // One step, or a run that ends in between would be found stopped without its stop.
+        NQGenTLLock lock(m_moduleLock);
+        started = m_started;
+        due = std::exchange(m_stopDue, false);
+    }
+    if (!started)
     {
         if (due)
         {
@@ -328,7 +336,8 @@ int NQGenTLDataStream::StopAcquisition(int flags)
         NQTrace(NQTraceLevel::Failure, "%s failed! WAIT_EVENT_TRANSFER_COMPLETED", "StopAcquisition");
     }
     const int result = EndRun(flags);
-    TakeStopDue(); // The last frame may have come meanwhile: its stop is this one.
+    NQGenTLLock lock(m_moduleLock);
+    m_stopDue = false; // The last frame may have come meanwhile: its stop is this one.
     return result;
 }
 
@@ -404,12 +413,6 @@ void NQGenTLDataStream::EndWithLastFrame()
         m_stopDue = true;
     }
     EndRun(GenTL::ACQ_STOP_FLAGS_KILL);
-}
-
-bool NQGenTLDataStream::TakeStopDue()
-{
-    NQGenTLLock lock(m_moduleLock);
-    return std::exchange(m_stopDue, false);
 }
 
 /// For a frame that has come: whether it is the one past the last one asked for.

@@ -160,7 +160,6 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     bool PassesLimit();
     void EndWithLastFrame();
     int EndRun(int flags);
-    bool TakeStopDue();
     bool Enqueue(NQGenTLBuffer* buffer) NQ_REQUIRES(m_queueingLock);
     void CountStarted();
     void EndBuffers();

@@ -2,8 +2,10 @@
 // The standard's answers of a data stream: its infos, its limit, its stop and its flushes.
 #include "support/stream_fixture.h"
 
+#include <atomic>
 #include <future>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace
@@ -121,6 +123,53 @@ TEST_F(StandardStream, ThatEndedByItselfIsStoppedOnceAndStartsAgain)
     ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0) << "without the stop in between";
     EXPECT_EQ(stream.StopAcquisition(0), 0);
     EXPECT_EQ(stream.StopAcquisition(0), kResourceInUse);
+}
+
+TEST_F(StandardStream, OwesNoStopAfterItWasClosed)
+{
+    StartWith(1, 1);
+    Frame(0, 1);
+    ASSERT_EQ(stream.Close(), 0);
+    ASSERT_EQ(stream.Open(), 0);
+    EXPECT_EQ(stream.StopAcquisition(0), kResourceInUse);
+}
+
+TEST_F(StandardStream, EndsWithTheLastFrameWhileItIsStopped)
+{
+    constexpr int kRounds = 30000;
+    StartWith(1, 1);
+    std::atomic<int> round = 0;
+    std::atomic<int> ended = 0;
+    std::thread camera([&] {
+        for (int next = 1; next <= kRounds; ++next)
+        {
+            while (round < next)
+            {
+                std::this_thread::yield();
+            }
+            Frame(0, 1);
+            ended = next;
+        }
+    });
+    int refused = 0;
+    for (int next = 1; next <= kRounds; ++next)
+    {
+        round = next;
+        for (std::atomic<int> pause = next % 300; pause > 0; --pause)
+        {
+        }
+        refused += stream.StopAcquisition(kKill) != 0 ? 1 : 0;
+        while (ended < next)
+        {
+            std::this_thread::yield();
+        }
+        Take();
+        stream.QueueBuffer(handles[0]);
+        stream.StopAcquisition(kKill);
+        refused += stream.StartAcquisition(0, 1) != 0 ? 1 : 0;
+    }
+    camera.join();
+    EXPECT_EQ(refused, 0);
 }
 
 TEST_F(StandardStream, CountsNoFrameWithoutABufferTowardsTheLimit)
