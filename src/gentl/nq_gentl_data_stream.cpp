@@ -87,6 +87,7 @@ void NQGenTLDataStream::EndBuffers()
         revoked.emplace_back(buffer);
         EndShow(buffer);
         TheController().UnregisterModule(buffer->GetModule(), false);
+        Withdraw(buffer); // An event may have been registered since the close began.
     }
 }
 
@@ -154,12 +155,17 @@ int NQGenTLDataStream::RevokeBuffer(void* handle, void** buffer, void** userPtr)
 
     // Nothing that is still looked at may point to the deleted buffer.
     TheController().UnregisterModule(handle, false);
+    Withdraw(revoked.get());
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+void NQGenTLDataStream::Withdraw(NQGenTLBuffer* buffer)
+{
     NQGenTLLock lock(m_moduleLock);
     if (NQGenTLEvent* const event = FindEventById(GenTL::EVENT_NEW_BUFFER, false))
     {
-        event->Withdraw(revoked.get());
+        event->Withdraw(buffer);
     }
-    return GenTL::GC_ERR_SUCCESS;
 }
 
 int NQGenTLDataStream::QueueBuffer(void* handle)

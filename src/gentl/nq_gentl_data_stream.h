@@ -163,6 +163,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     bool Enqueue(NQGenTLBuffer* buffer) NQ_REQUIRES(m_queueingLock);
     void CountStarted();
     void EndBuffers();
+    void Withdraw(NQGenTLBuffer* buffer);
     bool IsStarted();
     void AddUnqueuedToInput() NQ_REQUIRES(m_transferLock);
     void SignalInput() NQ_REQUIRES(m_transferLock);

@@ -78,16 +78,20 @@ NQGenTLModuleBase::NQGenTLModuleBase(NQGenTLModuleBase* parent, const NQAnswers&
 
 NQGenTLModuleBase::~NQGenTLModuleBase()
 {
-    EndEvents();
+    EndEvents(false); // What they have may be gone by now.
 }
 
-/// Unregisters all events.
-void NQGenTLModuleBase::EndEvents()
+/// Unregisters all events. With `flush` what they still have is given back, as UnregisterEvent does.
+void NQGenTLModuleBase::EndEvents(bool flush)
 {
     std::vector<std::unique_ptr<NQGenTLEvent>> events; // Go without the lock: somebody may be inside.
     {
         NQGenTLLock lock(m_moduleLock);
         m_events.swap(events);
+        for (std::size_t i = 0; flush && i < events.size(); ++i)
+        {
+            events[i]->Flush();
+        }
     }
     for (const auto& event : events)
     {
@@ -119,7 +123,7 @@ int NQGenTLModuleBase::Close()
     }
     if (m_answers.waitersEnd)
     {
-        EndEvents();
+        EndEvents(true);
     }
     if (const int error = DoClose())
     {
@@ -282,11 +286,20 @@ int NQGenTLModuleBase::UnregisterEvent(int iEventID)
     {
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
     }
-    const std::unique_ptr<NQGenTLEvent> event(FindEventById(iEventID, true));
-    if (event && m_answers.waitersEnd)
+    std::unique_ptr<NQGenTLEvent> event;
+    {
+        NQGenTLLock lock(m_moduleLock);
+        event.reset(FindEventById(iEventID, true));
+        if (event && m_answers.waitersEnd)
+        {
+            // What it still has is the consumer's again, in one step with its end: from here on nothing takes a buffer
+            // that is revoked out of it.
+            event->Flush();
+        }
+    }
+    if (event)
     {
         event->EndWaits();
-        event->Flush(); // What it still has is the consumer's again.
     }
     // Deliberate(UnregisteredIsNotInitialized): an event that was never registered answers like one that is not
     // initialised, which tells it from one that the module does not offer.

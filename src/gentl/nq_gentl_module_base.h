@@ -154,7 +154,7 @@ class NQGenTLModuleBase
     int _getURLInfoURL(unsigned int index, int* piType, void* pBuffer, unsigned long* piSize);
     int _getPortURL(char* sURL, unsigned long* piSize);
 
-    void EndEvents();
+    void EndEvents(bool flush);
 
     NQGenTLModuleBase* const m_pParent;
     const NQAnswers& m_answers;

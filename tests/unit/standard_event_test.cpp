@@ -97,4 +97,51 @@ TEST_F(StandardEvent, TheBuffersOfAnUnregisteredEventAreUnqueued)
     EXPECT_EQ(stream.QueueBuffer(handles[0]), 0);
 }
 
+/// While an event ends, with a call still inside, nobody finds it, nor takes a revoked buffer out of it.
+TEST_F(StandardEvent, ThatEndsHasNoBufferThatIsRevokedMeanwhile)
+{
+    Frame(0, 1);
+    event->Enter();
+    CallingThread unregistering([this] { EXPECT_EQ(stream.UnregisterEvent(1), 0); });
+    while (stream.FindEventById(1, false) != nullptr)
+    {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(event->GetNumInQueue(), 0U);
+    EXPECT_EQ(stream.RevokeBuffer(handles[0], nullptr, nullptr), 0);
+    event->Leave();
+}
+
+TEST_F(StandardEvent, OfAStreamThatClosesHasNoBufferThatIsRevokedMeanwhile)
+{
+    Frame(0, 1);
+    ASSERT_EQ(stream.Open(), 0);
+    event->Enter();
+    CallingThread closing([this] { EXPECT_EQ(stream.Close(), 0); });
+    while (stream.FindEventById(1, false) != nullptr)
+    {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(event->GetNumInQueue(), 0U);
+    EXPECT_EQ(stream.RevokeBuffer(handles[0], nullptr, nullptr), 0);
+    event->Leave();
+}
+
+TEST_F(StandardEvent, RegisteredWhileTheStreamClosesHasNoneOfItsBuffers)
+{
+    ASSERT_EQ(stream.Close(), -1001) << "never opened";
+    ASSERT_EQ(stream.StopAcquisition(1), 0);
+    ASSERT_EQ(stream.Open(), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
+    GigERDMA::NQGenTLEvent* late = nullptr;
+    stream.onStop = [&] {
+        late = RegisterNewBuffer();
+        Frame(0, 1);
+        return 0;
+    };
+    ASSERT_EQ(stream.Close(), 0);
+    ASSERT_NE(late, nullptr);
+    EXPECT_EQ(late->GetNumInQueue(), 0U);
+}
+
 } // namespace
