@@ -185,6 +185,10 @@ bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, u
     {
         return false;
     }
+    if (Answers().openEndsWithAnswer)
+    {
+        _dropOldAnswers();
+    }
     std::vector<unsigned char> command = NQGevUtil::CreateGVCPCommand(
         gvcp_wire::kDiscovery, nullptr, 0, gvcp_wire::kAckRequired | gvcp_wire::kBroadcastAckAllowed, kRequestId);
     sockaddr_in everyone{};
@@ -223,6 +227,20 @@ bool NQGevInterface::_discoverDevices(std::vector<_NQ_GEV_DEVICE_INFO>& found, u
     std::ranges::move(answers.first, std::back_inserter(found));
     std::ranges::move(answers.further, std::back_inserter(found));
     return true;
+}
+
+/// A scan that ended with the camera it was for has left the answers of others: cameras that may be gone by now.
+void NQGevInterface::_dropOldAnswers()
+{
+    Packet old;
+    unsigned int received = 0;
+    for (std::size_t i = 0; i < kMaxCameras; ++i)
+    {
+        if (!m_broadcasts.Receive(m_socket, old.Chars(), gvcp_wire::kLargestPacket, received, 0))
+        {
+            return;
+        }
+    }
 }
 
 void NQGevInterface::_updateDeviceList(const std::vector<_NQ_GEV_DEVICE_INFO>& found, bool* changed)

@@ -110,6 +110,7 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
 
   private:
     bool _isExcluded() const;
+    void _dropOldAnswers();
     bool _findForOpening(const char* id, _NQ_GEV_DEVICE_INFO& info);
     unsigned int _getListedAccessStatus(const _NQ_GEV_DEVICE_INFO& info);
     unsigned int _probeAlone(const sockaddr_in& camera);

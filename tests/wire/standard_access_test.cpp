@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 using namespace nq::test;
 
 namespace
@@ -89,6 +92,27 @@ TEST_F(StandardAccess, ACameraThatDoesNotAnswerIsUnknown)
     peer.Otherwise(gvcp::Silent());
     EXPECT_EQ(Status(), 0U);
     EXPECT_EQ(peer.Received().size(), 1U) << "one attempt";
+}
+
+/// The scan of an opening ends with the camera it is for; what others answered meanwhile is no answer to the next one.
+TEST_F(StandardAccess, ACameraThatAnsweredAnOpeningAndIsGoneIsNotListed)
+{
+    GvcpDiscovery wanted = Camera();
+    wanted.model = "Wanted";
+    GvcpDiscovery gone = Camera();
+    gone.model = "Gone";
+    gone.macLow = 7;
+    const GvcpRule first = gvcp::Acknowledge(wanted.Body());
+    peer.Next(gvcp::Sequence({first, gvcp::Acknowledge(gone.Body())}));
+    peer.Otherwise(first);
+    const std::string id = "Wanted:02-0a-0b-01-02-03";
+    std::vector<_NQ_GEV_DEVICE_INFO> found;
+    ASSERT_TRUE(module._discoverDevices(found, 20000, id.c_str()));
+    ASSERT_EQ(found.size(), 1U);
+    module.Scan(0);
+    ASSERT_TRUE(peer.WaitForCount(2)) << "by now both answers to the first have left";
+    module.Scan();
+    EXPECT_EQ(module.Ids(), std::vector{id});
 }
 
 } // namespace
