@@ -7,6 +7,7 @@
 #include "gentl/nq_gentl_clear.h"
 #include "gentl/nq_gentl_util.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <thread>
@@ -102,10 +103,19 @@ int NQGenTLEvent::GetData(void* pBuffer, unsigned long* piSize, unsigned long iT
         return error;
     }
 
-    return Fetch(pBuffer, piSize, static_cast<int>(iTimeout));
+    const auto timeout = static_cast<int>(iTimeout);
+    const unsigned long start = NQGenTLUtil::QueryCounterMS();
+    std::optional<int> result = Fetch(pBuffer, piSize, timeout);
+    while (!result)
+    {
+        const auto past = static_cast<long>(NQGenTLUtil::QueryCounterMS() - start);
+        result = Fetch(pBuffer, piSize, timeout < 0 ? timeout : static_cast<int>(std::max(timeout - past, 0L)));
+    }
+    return *result;
 }
 
-int NQGenTLEvent::Fetch(void* pBuffer, unsigned long* piSize, int timeout)
+/// Nothing when another thread took the entry that was waited for.
+std::optional<int> NQGenTLEvent::Fetch(void* pBuffer, unsigned long* piSize, int timeout)
 {
     const unsigned int bits = WaitForData(timeout);
     if (bits > ~NQEventHandler::kKillBits)
@@ -118,7 +128,7 @@ int NQGenTLEvent::Fetch(void* pBuffer, unsigned long* piSize, int timeout)
         // is taken, which drops an event that nobody wants to read.
         if (!DeliverFront(pBuffer, piSize) && m_answers->waitersEnd)
         {
-            return Fetch(pBuffer, piSize, timeout); // another thread was faster
+            return std::nullopt;
         }
         return GenTL::GC_ERR_SUCCESS;
     }

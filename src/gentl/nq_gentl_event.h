@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 
 struct NQAnswers;
@@ -130,7 +131,7 @@ class NQGenTLEvent
   private:
     static constexpr unsigned int kDataBit = 1;
 
-    int Fetch(void* pBuffer, unsigned long* piSize, int timeout);
+    std::optional<int> Fetch(void* pBuffer, unsigned long* piSize, int timeout);
     unsigned int WaitForData(int timeout);
     int _validateEventGetDataParam(void* pBuffer, unsigned long* piSize);
     void FlushFront();

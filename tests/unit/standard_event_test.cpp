@@ -3,7 +3,10 @@
 #include "support/asleep.h"
 #include "support/stream_fixture.h"
 
+#include <atomic>
+#include <chrono>
 #include <memory>
+#include <thread>
 #include <vector>
 
 using nq::test::CallingThread;
@@ -142,6 +145,51 @@ TEST_F(StandardEvent, RegisteredWhileTheStreamClosesHasNoneOfItsBuffers)
     ASSERT_EQ(stream.Close(), 0);
     ASSERT_NE(late, nullptr);
     EXPECT_EQ(late->GetNumInQueue(), 0U);
+}
+
+/// Its delivery takes `delivery`.
+class SlowEvent : public GigERDMA::NQGenTLEvent
+{
+  public:
+    explicit SlowEvent(std::chrono::milliseconds delivery) : NQGenTLEvent(77), m_delivery(delivery)
+    {
+        UseAnswers(kStandardAnswers);
+        SetEventSizeMax(1);
+    }
+    void DoEventGetData(void*, void*, unsigned long*) override
+    {
+        delivers = true;
+        std::this_thread::sleep_for(m_delivery);
+    }
+    int DoEventGetDataInfo(const void*, int, int*, void*, unsigned long*) override { return -1003; }
+
+    std::atomic<bool> delivers = false;
+
+  private:
+    const std::chrono::milliseconds m_delivery;
+};
+
+TEST(StandardWait, ThatLosesItsEntryToAnotherThreadEndsInItsTime)
+{
+    using namespace std::chrono_literals;
+    SlowEvent event(2500ms);
+    char byte = 0;
+    unsigned long size = 1;
+    event.Signal(&byte);
+    CallingThread faster([&event] {
+        char taken = 0;
+        unsigned long room = 1;
+        EXPECT_EQ(event.GetData(&taken, &room, 0), 0);
+    });
+    while (!event.delivers)
+    {
+        std::this_thread::yield();
+    }
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(event.GetData(&byte, &size, 3000), kTimeout);
+    const auto past = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(past, 2990ms);
+    EXPECT_LT(past, 5000ms) << "not the whole time once more";
 }
 
 } // namespace
