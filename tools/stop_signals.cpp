@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdint>
+#include <ctime>
 
 namespace nq::tool
 {
@@ -11,12 +13,27 @@ namespace nq::tool
 namespace
 {
 
+constexpr int64_t kOneRequestMs = 200;
+
 std::atomic<int> g_stop{0};
+std::atomic<int64_t> g_stopMs{0}; ///< when it came
+
+int64_t NowMs()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now); // a signal handler may call it
+    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
+}
 
 void OnStop(int number)
 {
     int none = 0;
-    if (!g_stop.compare_exchange_strong(none, number))
+    if (g_stop.compare_exchange_strong(none, number))
+    {
+        g_stopMs = NowMs();
+    }
+    // `timeout` signals its child and then the group of both, which is one request to stop.
+    else if (number != none || NowMs() - g_stopMs >= kOneRequestMs)
     {
         std::signal(number, SIG_DFL);
         std::raise(number); // takes effect when this handler returns
