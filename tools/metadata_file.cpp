@@ -3,6 +3,7 @@
 #include "metadata_file.h"
 
 #include "exit_codes.h"
+#include "stop_signals.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -58,11 +59,12 @@ MetadataFile::~MetadataFile()
 void MetadataFile::Add(std::string line)
 {
     ThrowFailure();
-    m_queue.Add([this, text = std::move(line) + "\n"] {
+    const auto write = [this, text = std::move(line) + "\n"] {
         const bool written = std::fputs(text.c_str(), m_file.get()) >= 0 && std::fflush(m_file.get()) == 0;
         const std::lock_guard lock(m_mutex);
         m_errno = written || m_errno != 0 ? m_errno : errno;
-    });
+    };
+    m_queue.Add(write, StopAsked);
 }
 
 void MetadataFile::Finish()

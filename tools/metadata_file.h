@@ -20,7 +20,7 @@ class MetadataFile
     MetadataFile(std::string path, bool overwrite);
     ~MetadataFile();
 
-    /// Has the line written; throws what failed of an earlier one.
+    /// Has the line written, unless a signal asks to stop while too many wait; throws what failed of an earlier one.
     void Add(std::string line);
 
     /// Waits until all lines are written; throws as Add does.

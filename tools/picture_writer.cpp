@@ -5,6 +5,7 @@
 #include "name_pattern.h"
 #include "new_file.h"
 #include "picture_files.h"
+#include "stop_signals.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -80,7 +81,7 @@ void PictureWriter::Write(const Frame& frame, std::chrono::system_clock::time_po
         m_queue =
             std::make_unique<WorkQueue>(m_options.out == "-" ? 1 : kWriters, std::clamp(bound, kWriters, kMostQueued));
     }
-    m_queue->Add([this, picture] { Work(*picture); });
+    m_queue->Add([this, picture] { Work(*picture); }, StopAsked);
 }
 
 void PictureWriter::Finish()

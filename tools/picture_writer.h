@@ -44,8 +44,9 @@ class PictureWriter
     explicit PictureWriter(PictureOptions options);
     ~PictureWriter();
 
-    /// Copies the frame and has it written. Waits only while the queue of frames is full. Throws what failed of an
-    /// earlier one as ToolFailure: the disk refused, the file is there already, the pixel format has no such form.
+    /// Copies the frame and has it written. Waits only while the queue of frames is full, and a signal that asks to
+    /// stop ends that without the frame. Throws what failed of an earlier one as ToolFailure: the disk refused, the
+    /// file is there already, the pixel format has no such form.
     void Write(const Frame& frame, std::chrono::system_clock::time_point arrival);
 
     /// Waits until everything is written; throws as Write does.

@@ -2,6 +2,7 @@
 // Jobs done by threads of their own, behind a bounded queue.
 #include "work_queue.h"
 
+#include <chrono>
 #include <csignal>
 #include <pthread.h>
 #include <utility>
@@ -23,13 +24,21 @@ WorkQueue::WorkQueue(size_t threads, size_t bound) : m_bound(bound)
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-void WorkQueue::Add(std::function<void()> job)
+bool WorkQueue::Add(std::function<void()> job, const std::function<bool()>& givesUp)
 {
+    constexpr std::chrono::milliseconds slice{200};
     std::unique_lock lock(m_mutex);
     m_waits += m_jobs.size() < m_bound ? 0 : 1;
-    m_changed.wait(lock, [this] { return m_jobs.size() < m_bound; });
+    while (!m_changed.wait_for(lock, slice, [this] { return m_jobs.size() < m_bound; }))
+    {
+        if (givesUp())
+        {
+            return false;
+        }
+    }
     m_jobs.push_back(std::move(job));
     m_changed.notify_all();
+    return true;
 }
 
 void WorkQueue::Finish()

@@ -24,8 +24,8 @@ class WorkQueue
     WorkQueue(const WorkQueue&) = delete;
     WorkQueue& operator=(const WorkQueue&) = delete;
 
-    /// Adds a job; waits while as many as may wait already do.
-    void Add(std::function<void()> job);
+    /// Adds a job; waits while as many as may wait already do. False, without the job, if `givesUp` says so meanwhile.
+    bool Add(std::function<void()> job, const std::function<bool()>& givesUp);
 
     /// How often a job had to wait for a place. For the thread that adds.
     uint64_t Waits() const { return m_waits; }
