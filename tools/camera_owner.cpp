@@ -4,6 +4,7 @@
 
 #include "exit_codes.h"
 #include "gvcp_reader.h"
+#include "stop_signals.h"
 
 #include <fmt/format.h>
 #include <thread>
@@ -60,18 +61,20 @@ std::string OwnerText(const CameraOwner& owner)
                        owner.exclusive ? ", exclusively" : "");
 }
 
-void AwaitFreeCamera(const CameraEntry& camera, std::chrono::seconds wait)
+void AwaitFreeCamera(const CameraEntry& camera, std::chrono::steady_clock::time_point end)
 {
-    using Clock = std::chrono::steady_clock;
-    const Clock::time_point end = Clock::now() + wait;
     for (bool told = false;;)
     {
+        if (StopAsked())
+        {
+            throw ToolFailure(StopCode(), "stopped while another program controls the camera");
+        }
         const std::optional<CameraOwner> owner = AskForOwner(camera);
         if (!owner)
         {
             return;
         }
-        if (Clock::now() >= end)
+        if (std::chrono::steady_clock::now() >= end)
         {
             ThrowInUse(camera, *owner);
         }

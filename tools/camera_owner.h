@@ -28,8 +28,8 @@ std::optional<CameraOwner> AskForOwner(const CameraEntry& camera);
 std::string OwnerText(const CameraOwner& owner);
 
 /// Returns once nobody controls the camera. Throws ToolFailure(CameraInUse), with who does and what to do, when that is
-/// not so within `wait`.
-void AwaitFreeCamera(const CameraEntry& camera, std::chrono::seconds wait);
+/// not so until `end`, and ToolFailure(StopCode()) after a signal.
+void AwaitFreeCamera(const CameraEntry& camera, std::chrono::steady_clock::time_point end);
 
 /// Throws why the producer refused with `code` to open the camera.
 [[noreturn]] void ThrowRefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code);

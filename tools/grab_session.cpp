@@ -86,6 +86,7 @@ GrabSession::GrabSession(const System& system, const CameraEntry& camera, Buffer
             ThrowRefusedOpen(camera, opened);
         }
         GenTLLibrary::Check(m_library.DevGetPort(m_device, &m_port), "DevGetPort");
+        CheckControl(camera);
         OpenStream();
         AnnounceBuffers(origin, bufferCount);
     }
@@ -117,6 +118,20 @@ void GrabSession::Close()
     if (m_device != nullptr)
     {
         m_library.DevClose(m_device);
+    }
+}
+
+void GrabSession::CheckControl(const CameraEntry& camera)
+{
+    // Our producer opens a camera also when another program takes the control at that moment. The camera itself tells
+    // by refusing to give what this program should have.
+    const uint8_t control[4] = {0, 0, 0, 2};
+    size_t size = sizeof control;
+    const GenTL::GC_ERROR code =
+        m_ours ? m_library.GCWritePort(m_port, controlPrivilegeRegister, control, &size) : GenTL::GC_ERR_SUCCESS;
+    if (code != GenTL::GC_ERR_SUCCESS)
+    {
+        ThrowRefusedOpen(camera, code);
     }
 }
 

@@ -70,6 +70,7 @@ class GrabSession
   private:
     /// What has to be undone, in this order, whether construction failed half way or the session ends.
     void Close();
+    void CheckControl(const CameraEntry& camera);
     void OpenStream();
     void AnnounceBuffers(BufferOrigin origin, size_t count);
     uint64_t PayloadSize() const;

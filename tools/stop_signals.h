@@ -7,8 +7,9 @@
 namespace nq::tool
 {
 
-/// From now on the first SIGINT, SIGTERM, SIGHUP or SIGQUIT is only noted, as are its repetitions in the next 200 ms, and
-/// any further one has its usual effect. A hang-up that the user told to ignore stays ignored. A file that grows too large fails instead of raising SIGXFSZ.
+/// From now on the first SIGINT, SIGTERM, SIGHUP or SIGQUIT is only noted, as are its repetitions in the next 200 ms,
+/// and any further one has its usual effect. A hang-up that the user told to ignore stays ignored. A file that grows
+/// too large fails instead of raising SIGXFSZ.
 void CatchStopSignals();
 
 /// Whether one of them came. Any thread may ask.

@@ -30,6 +30,10 @@ void PrintSummary(const CommonOptions& common, const GrabOptions& options, const
                   const GrabTotals& totals)
 {
     std::FILE* const file = options.pictures.out == "-" ? stderr : stdout;
+    if (isatty(STDERR_FILENO) != 0)
+    {
+        fmt::print(stderr, "\r\033[K"); // where the progress stands
+    }
     const char* origin = options.announce ? "consumer-announced" : "library-allocated";
     if (common.json)
     {
@@ -45,10 +49,6 @@ void PrintSummary(const CommonOptions& common, const GrabOptions& options, const
         fmt::print(file, "{}\n", summary.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace));
         return;
     }
-    if (isatty(STDERR_FILENO) != 0)
-    {
-        fmt::print(stderr, "\r");
-    }
     fmt::print(file, "camera     {}\nproducer   {}\n", Printable(used.camera.id), Printable(used.producer));
     fmt::print(file, "buffers    {} {}\n{}", options.buffers, origin, totals.Text());
     if (options.verify)
@@ -57,18 +57,39 @@ void PrintSummary(const CommonOptions& common, const GrabOptions& options, const
     }
 }
 
+/// Opens the camera once it is free. Another program that waits as well may be the faster one; then it is waited for
+/// again.
+std::unique_ptr<GrabSession> OpenFreeCamera(const System& system, const CameraEntry& camera, const GrabOptions& options)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(options.waitSeconds);
+    while (true)
+    {
+        AwaitFreeCamera(camera, end);
+        try
+        {
+            return std::make_unique<GrabSession>(
+                system, camera, options.announce ? BufferOrigin::Consumer : BufferOrigin::Library, options.buffers);
+        }
+        catch (const ToolFailure& failure)
+        {
+            if (failure.Code() != ExitCode::CameraInUse || std::chrono::steady_clock::now() >= end)
+            {
+                throw;
+            }
+        }
+    }
+}
+
 ExitCode Grab(const CommonOptions& common, GrabOptions options)
 {
     const FoundCamera used = ChooseCamera(common, options.camera);
-    AwaitFreeCamera(used.camera, std::chrono::seconds(options.waitSeconds));
     GenTLLibrary library(used.producer);
     const System system(library);
     options.pictures.camera = !used.camera.userName.empty() ? used.camera.userName
                               : !used.camera.serial.empty() ? used.camera.serial
                                                             : used.camera.id;
-    CatchStopSignals(); // from here on a camera is held, which has to be given back
-    auto session = std::make_unique<GrabSession>(
-        system, used.camera, options.announce ? BufferOrigin::Consumer : BufferOrigin::Library, options.buffers);
+    CatchStopSignals(); // from here on a camera may be held, which has to be given back
+    std::unique_ptr<GrabSession> session = OpenFreeCamera(system, used.camera, options);
     Grabber grabber(*session, options);
     if (!StopAsked())
     {

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstring>
 #include <gmock/gmock.h>
+#include <memory>
 
 namespace
 {
@@ -57,6 +58,32 @@ TEST_F(ToolOwner, IsToldByListAndGrab)
         grab.output,
         ContainsRegex("is controlled by 10\\.77\\.0\\.1, UDP port [1-9][0-9]*\\. End that program; or give --wait "
                       "SECONDS to wait until the camera is free, which it is [1-9][0-9]* ms after a crash\\.\n"));
+}
+
+TEST_F(ToolOwner, CanBeWaitedForBySeveral)
+{
+    std::vector<std::unique_ptr<ChildProcess>> waiting;
+    for (int one = 0; one < 4; ++one)
+    {
+        waiting.push_back(std::make_unique<ChildProcess>(Command({"grab", "--wait", "60"}), m_camera.Environment()));
+    }
+    for (const auto& one : waiting)
+    {
+        ASSERT_TRUE(one->WaitForOutput("nq-gev: waiting for the camera, which 10.77.0.1", longTime)) << one->Output();
+    }
+    m_owner.Signal(SIGINT);
+    for (const auto& one : waiting)
+    {
+        EXPECT_EQ(one->WaitForExit(longTime), 0) << one->Output();
+    }
+}
+
+TEST_F(ToolOwner, EndsAWaitBySignal)
+{
+    ChildProcess waiting(Command({"grab", "--wait", "60"}), m_camera.Environment());
+    ASSERT_TRUE(waiting.WaitForOutput("nq-gev: waiting for the camera, which 10.77.0.1", longTime)) << waiting.Output();
+    waiting.Signal(SIGTERM);
+    EXPECT_EQ(waiting.WaitForExit(std::chrono::seconds(20)), 143) << waiting.Output();
 }
 
 TEST_F(ToolOwner, CanBeWaitedFor)
