@@ -35,6 +35,19 @@ uint64_t AvailableOnMachine()
     return static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<uint64_t>(getpagesize());
 }
 
+/// Bytes of file contents, which a group gives back when its programs want memory.
+uint64_t CachedIn(const std::string& folder)
+{
+    std::ifstream file(folder + "memory.stat");
+    uint64_t all = 0;
+    uint64_t bytes = 0;
+    for (std::string name; file >> name >> bytes;)
+    {
+        all += name == "active_file" || name == "inactive_file" ? bytes : 0;
+    }
+    return all;
+}
+
 /// What the control group of this process and those above it leave, where version 2 of them is mounted.
 uint64_t AvailableInGroup()
 {
@@ -48,7 +61,8 @@ uint64_t AvailableInGroup()
         top = group == "/";
         const std::string folder = "/sys/fs/cgroup" + group + "/";
         const std::optional<uint64_t> most = NumberIn(folder + "memory.max");
-        const uint64_t used = NumberIn(folder + "memory.current").value_or(0);
+        const uint64_t charged = NumberIn(folder + "memory.current").value_or(0);
+        const uint64_t used = charged - std::min(charged, CachedIn(folder));
         least = most ? std::min(least, *most - std::min(*most, used)) : least;
         group.resize(std::max<size_t>(group.rfind('/'), 1));
     }

@@ -133,6 +133,24 @@ TEST(GrabBuffers, BeyondTheAvailableMemoryAreRefusedBeforeAByteIsTaken)
                               "available; at most --buffers [0-9]+ would\n"));
 }
 
+TEST(GrabBuffers, MayTakeTheMemoryThatAControlGroupUsesForFiles)
+{
+    // A group that may have 1 GiB: 100 MiB of it are of programs, the rest of files that were read and written.
+    const auto grab = [&](const std::string& buffers) {
+        return RunProgram({"/usr/bin/unshare", "-m", "-C", "/bin/sh", "-c",
+                           "mount -t tmpfs none /sys/fs/cgroup && cd /sys/fs/cgroup && echo 1073741824 > memory.max && "
+                           "echo 1073741824 > memory.current && printf 'anon 104857600\\ninactive_file "
+                           "868935680\\nactive_file 99948544\\n' > memory.stat && exec " NQ_TOOL_PATH
+                           " --producer " NQ_FAKE_PRODUCER_PATH " grab --buffers " +
+                               buffers},
+                          {"NQ_FAKE_PRODUCER=DSGetInfo.7.value=1048576"});
+    };
+    EXPECT_EQ(grab("900").exitCode, 0) << grab("900").output;
+    const Outcome beyond = grab("1000");
+    EXPECT_EQ(beyond.exitCode, 5) << beyond.output;
+    EXPECT_THAT(beyond.output, HasSubstr("of which 968884224 bytes are available; at most --buffers 924 would\n"));
+}
+
 TEST(GrabBuffers, BeyondTheLockableMemoryAreRefusedWhereADevicePins)
 {
     const VirtualCamera camera({"--width", "640", "--height", "480"});
