@@ -11,8 +11,10 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <fcntl.h>
 #include <string>
 #include <system_error>
+#include <unistd.h>
 
 namespace
 {
@@ -64,12 +66,26 @@ int Run(int argc, char** argv)
     return static_cast<int>(code);
 }
 
+/// Takes the places of closed standard files, which pipes and sockets would get else. Writing there fails as before.
+void FillStandardFiles()
+{
+    for (const int file : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    {
+        if (fcntl(file, F_GETFD) == -1)
+        {
+            static_cast<void>(open("/dev/null", O_RDONLY)); // the lowest that is free
+        }
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     using namespace nq::tool;
+    FillStandardFiles();
     std::signal(SIGPIPE, SIG_IGN); // a closed pipe is a failure like a full disk
+    std::signal(SIGCHLD, SIG_DFL); // who ignores it, and programs started by those, hear of no child's end
     const auto tell = [](const std::exception& failure) {
         std::fprintf(stderr, "nq-gev: %s\n", Printable(failure.what()).c_str());
     };

@@ -138,6 +138,16 @@ TEST_F(SoftwareRdma, AnyCommandRunsOnItWithItsArgumentsAndItsExitCode)
     }
 }
 
+TEST_F(SoftwareRdma, HearsOfTheEndOfItsCommandAlsoWhereChildrenAreIgnored)
+{
+    Install("with space", "with space");
+    const Outcome shell = RunProgram(
+        {"/usr/bin/env", "--ignore-signal=CHLD", Folder() + "/with space/nq-software-rdma", "/bin/sh", "-c", "exit 42"},
+        Environment());
+    EXPECT_EQ(shell.exitCode, 42) << shell.output;
+    EXPECT_THAT(PrivateFolders(), testing::IsEmpty());
+}
+
 TEST_F(SoftwareRdma, SaysWhenTheLibraryIsNotThere)
 {
     Install("bin", "lib");

@@ -108,6 +108,24 @@ TEST_F(ToolProducers, TheLastOneThatCrashesOrHangsIsAFailure)
     }
 }
 
+TEST_F(ToolProducers, OneThatCrashesIsToldAlsoWhereChildrenAreIgnored)
+{
+    AddFake("a.cti");
+    const Outcome list = RunProgram({"/usr/bin/env", "--ignore-signal=CHLD", NQ_TOOL_PATH, "list"},
+                                    {"GENICAM_GENTL64_PATH=" + m_folder.Path(), "NQ_FAKE_PRODUCER=TLOpen.signal=11"});
+    EXPECT_EQ(list.exitCode, 3) << list.output;
+    EXPECT_THAT(list.output, HasSubstr("nq-gev: it crashed: Segmentation fault"));
+}
+
+TEST_F(ToolProducers, AreAskedAlsoWhereTheStandardFilesAreClosed)
+{
+    AddFake("a.cti");
+    const Outcome list = RunProgram({"/bin/sh", "-c", NQ_TOOL_PATH " --timeout 100 list <&- >&-"},
+                                    {"GENICAM_GENTL64_PATH=" + m_folder.Path()});
+    EXPECT_EQ(list.exitCode, 1) << list.output;
+    EXPECT_EQ(list.output, "nq-gev: cannot write the output: Bad file descriptor\n");
+}
+
 TEST_F(ToolProducers, OneFileByTwoNamesIsAskedOnce)
 {
     AddFake("a.cti");

@@ -141,6 +141,7 @@ int RunByLink(const fs::path& library, char** command)
 {
     const PrivateLink link(library);
     Preload(link.Path());
+    std::signal(SIGCHLD, SIG_DFL); // where it is ignored, as a parent may have left it, no child's end is told
     sigset_t watched;
     sigset_t before;
     sigemptyset(&watched);
