@@ -40,6 +40,7 @@ def main(path, terminal):
     progress = Progress()
     signal.signal(signal.SIGINT, progress.interrupt)
     clear = "\r\033[K" if terminal else ""
+    sys.stdin.reconfigure(encoding="utf-8", errors="replace")
     with open(path, "w", encoding="utf-8") as log:
         for line in sys.stdin:
             log.write(line)
