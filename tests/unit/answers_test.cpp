@@ -94,6 +94,9 @@ TEST(Answers, AreReadInEachInitThatSucceedsAndOnlyThere)
 
 TEST(Answers, OfAForkedChildAreTheParentsUntilItInitialisesAnew)
 {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "ThreadSanitizer takes the list of all locks, which is made anew in a child, for one still held";
+#endif
     Controller controller;
     {
         const StandardAnswers asked;
