@@ -3,6 +3,7 @@
 #include "support/fake_module.h"
 #include "support/interface_module.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -69,12 +70,15 @@ TEST_F(StandardAccess, OnlyTheCameraAskedAnswersWithTheIdSent)
     ExpectStatus(4, gvcp::Sequence({gvcp::WrongId(gvcp::Value(0)), gvcp::WithCode(0x0003, gvcp::Value(0)),
                                     gvcp::Short(11, gvcp::Value(0)), gvcp::Value(2)}));
     GvcpCamera stranger(&network.host, "10.9.0.5", 3957);
+    std::atomic<bool> spoke = false;
     ExpectStatus(4, [&](const Bytes& command) {
         const std::uint16_t port = peer.Received().back().senderPort;
         Bytes free = gvcp::Value(0)(command).front().bytes;
         stranger.Send(free, "10.9.0.1", port);
+        spoke = true;
         return gvcp::Value(2)(command);
     });
+    EXPECT_TRUE(spoke);
 }
 
 TEST_F(StandardAccess, EachProbeHasAnIdOfItsOwn)
