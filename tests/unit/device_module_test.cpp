@@ -187,7 +187,17 @@ TEST_F(DeviceModule, SixtyFiveThousandClaimedChannelsEndAtTheLimitOfGigEVision)
     EXPECT_EQ(EntriesOf("/proc/self/task"), threads + 1 + 512);
     camera.Forget();
     ASSERT_EQ(device->Close(), 0);
-    EXPECT_THAT(camera.Accesses(),
+    // 512 threads can keep the cores from an answer for 200 ms; then the command is sent again, with the same id.
+    std::vector<std::string> accesses = camera.Accesses();
+    const auto received = camera.Received();
+    for (std::size_t last = received.size() - 1; last > 0; --last)
+    {
+        if (received[last].bytes == received[last - 1].bytes)
+        {
+            accesses.erase(accesses.begin() + static_cast<std::ptrdiff_t>(last));
+        }
+    }
+    EXPECT_THAT(accesses,
                 ElementsAre("write 0x0B00 = 0x00000000", "write 0x0A00 = 0x00000000", "write 0x0A00 = 0x00000000"));
     EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
 }
