@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The camera's control channel when packets come twice, late, too long or too many.
 #include "camera/raw_host.h"
+#include "support/asleep.h"
 
 #include <csignal>
 #include <gmock/gmock.h>
@@ -218,6 +219,7 @@ TEST(CameraBounds, HeartbeatIsLookedAtAfterSixtyFourDatagrams)
     const RawHost holder;
     const RawHost other;
     holder.TakeControl();
+    AwaitAsleep(camera.Process().Pid()); // and not between its answer and its look at the heartbeat
     camera.Process().Signal(SIGSTOP);
     std::this_thread::sleep_for(std::chrono::milliseconds(600));
     for (int i = 0; i < 150; ++i)

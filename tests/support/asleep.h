@@ -13,10 +13,10 @@
 namespace nq::test
 {
 
-/// Whether a thread of this process sleeps.
-inline bool IsAsleep(const std::string& tid)
+/// Whether a thread sleeps; `folder` is its own in /proc, or that of a process for its first thread.
+inline bool IsAsleep(const std::string& folder)
 {
-    std::ifstream file("/proc/self/task/" + tid + "/stat");
+    std::ifstream file(folder + "/stat");
     std::string text;
     std::getline(file, text);
     const auto end = text.rfind(") ");
@@ -31,13 +31,21 @@ inline void AwaitOthersAsleep()
     for (int seen = 0; seen < 3; std::this_thread::yield())
     {
         const std::filesystem::directory_iterator threads("/proc/self/task");
-        seen = std::all_of(begin(threads), end(threads),
-                           [&](const auto& thread) {
-                               const std::string tid = thread.path().filename();
-                               return tid == own || IsAsleep(tid);
-                           })
-                   ? seen + 1
-                   : 0;
+        seen =
+            std::all_of(begin(threads), end(threads),
+                        [&](const auto& thread) { return thread.path().filename() == own || IsAsleep(thread.path()); })
+                ? seen + 1
+                : 0;
+    }
+}
+
+/// Returns once the first thread of a process sleeps.
+inline void AwaitAsleep(pid_t process)
+{
+    const std::string folder = "/proc/" + std::to_string(process);
+    for (int seen = 0; seen < 3; std::this_thread::yield())
+    {
+        seen = IsAsleep(folder) ? seen + 1 : 0;
     }
 }
 
@@ -74,7 +82,7 @@ class CallingThread
         }
         for (int seen = 0; seen < 3 && !m_ended; std::this_thread::yield())
         {
-            seen = IsAsleep(std::to_string(m_tid)) ? seen + 1 : 0;
+            seen = IsAsleep("/proc/self/task/" + std::to_string(m_tid)) ? seen + 1 : 0;
         }
     }
 
