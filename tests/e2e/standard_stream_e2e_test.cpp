@@ -38,8 +38,8 @@ class StandardRun : public testing::Test
 
     const StandardAnswers asked;
     VirtualCamera camera{SmallFrames()};
+    std::vector<std::unique_ptr<unsigned char[]>> memory; ///< Frames come into it as long as there is a consumer.
     Consumer consumer;
-    std::vector<std::unique_ptr<unsigned char[]>> memory;
 };
 
 TEST_F(StandardRun, EveryInfoOfAFrameIsThere)
