@@ -27,7 +27,7 @@ make_root() {
     mkdir -p "$(dirname "$root")"
     rm -rf --one-file-system "$root" "$root.new"
     settings=$(mktemp)
-    apt-config dump Acquire | grep -E '^Acquire::(https?|Check)' >"$settings" || true
+    apt-config dump Acquire | awk '/^Acquire::(https?|Check)/' >"$settings"
     mmdebstrap --mode=root --variant=minbase --components=main --aptopt="$settings" --include="$(tr -s ' ' , <<<"$*")" \
         "$suite" "$root.new" "$mirror" >out/root.log 2>&1 || {
         rm -rf --one-file-system "$root.new" "$settings"
