@@ -74,8 +74,8 @@ GC_API DevClose(DEV_HANDLE hDevice)
     {
         if (auto* const iface = dynamic_cast<NQGenTLInterface*>(device->GetParent()))
         {
-            // Deliberate(PortAskedBeforeTheClose): the device is asked for its port before it closes, so that it hears
-            // of the end while its remote device is still there; the answer is dropped.
+            // Deliberate(PortAskedBeforeTheClose): the device is asked for its port before it closes, and the answer
+            // is dropped: the calls that a device sees keep their order, and this one changes nothing.
             void* scratch = nullptr;
             device->GetPort(&scratch);
             frame.Finish(iface->CloseDevice(hDevice));

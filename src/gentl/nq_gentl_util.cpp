@@ -89,8 +89,8 @@ int CopyInfoInt16(short value, int* piType, void* pBuffer, unsigned long* piSize
 
 int CopyInfoUint16(unsigned short value, int* piType, void* pBuffer, unsigned long* piSize)
 {
-    // Deliberate(NumberStoredBeforeTheSpace): a number of two bytes is stored before the space is compared. Consumers
-    // ask for these with a size left over from another query, and use the value.
+    // Deliberate(NumberStoredBeforeTheSpace): a number of two bytes is stored before the space is compared, so it
+    // arrives even where the call then says that the space was too small.
     if (piSize != nullptr && pBuffer != nullptr)
     {
         std::memcpy(pBuffer, &value, sizeof(value));

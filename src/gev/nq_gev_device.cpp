@@ -57,8 +57,8 @@ bool NQGevDevice::IsEventImplemented(int type)
 GigERDMA::_NQ_GENTL_PORT_INFO NQGevDevice::GetPortInfo()
 {
     GigERDMA::_NQ_GENTL_PORT_INFO info = NQGevPortInfo("TLDevice", "DevicePort");
-    // Deliberate(PortVersionOfItsOwn): the device port has a version of its own, one behind that of the producer, since
-    // its register map did not change with the producer's.
+    // Deliberate(PortVersionOfItsOwn): the device port has a version of its own, one behind that of the producer, and
+    // is not counted up with it.
     info.version = "2.5.4";
     return info;
 }

@@ -153,8 +153,8 @@ int NQGevInterface::WritePort(unsigned long address, const void* buffer, unsigne
         m_deviceSelector = NQGevRegisterValue(buffer, *size);
         return GenTL::GC_ERR_SUCCESS;
     }
-    // Deliberate(WriteWithoutARegister): there is no register at the last of these; a write to it is taken, for
-    // consumers that fill the selection's block word by word up to its end.
+    // Deliberate(WriteWithoutARegister): there is no register at the last of these; a write to it is taken and
+    // changes nothing, so that it is no failure for a host that makes one.
     case kInterfaceRegisters.At("GevInterfaceGatewaySelector_Reg"):
     case kInterfaceRegisters.At("GevInterfaceSubnetSelector_Reg"):
     case kInterfaceRegisters.At("NoRegister"):

@@ -160,7 +160,7 @@ bool NQGevUtil::GetAdapterInfo(std::string adapterName, std::string& ipAddress, 
         return false;
     }
     // Deliberate(LastEntryStands): no stop at a match, so of several entries of one name the last one's values stand:
-    // an address that was added comes behind the one it is to replace.
+    // each replaces what the one before has set.
     for (const ifreq& entry : query)
     {
         if (NameOf(entry) != adapterName)

@@ -128,8 +128,8 @@ void AddStatistics(NQGevXmlWriter& xml)
     xml.BeginGroup("ChannelStatistics");
     xml.Add(Counter("FrameLoss", "Custom", "Number of frames that have been lost since last acquisition start.", "",
                     "Frame Loss", "FrameLoss_Reg"));
-    // Deliberate(ToolTipOfTheBuffers): the tool tip is that of the announced buffers. Consumers keep copies of the text
-    // by its hash, so it does not change for a word; the description says what is counted.
+    // Deliberate(ToolTipOfTheBuffers): the tool tip is that of the announced buffers: the text stays the same byte for
+    // byte, and the description says what is counted.
     xml.Add(Counter("FramesReceived", "Custom", "Number of announced (known) buffers on this stream.",
                     "the number of frames that have been received since last acquisition start.", "Frames Received",
                     "FramesReceived_Reg"));
