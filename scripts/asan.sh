@@ -6,7 +6,4 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 export NQ_BUILD=build-asan NQ_BUILD_ARGUMENTS="-DNQ_SANITIZE=address,undefined -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-g1"
 # The software RDMA is preloaded, so it comes before the run-time of the sanitizer.
 export ASAN_OPTIONS=verify_asan_link_order=0
-# Instrumented cases are busy, not waiting: one for each core, or the waits of GVCP run out for want of time.
-NQ_TEST_JOBS=$(nproc)
-export NQ_TEST_JOBS
 exec scripts/test.sh "$@"

@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 # ./run test [--label KIND]... [--filter REGEX] [--list]: builds and runs the tests, and sums them up. A kind is a folder
 # of tests/; the expression is for names of cases, which --list explains. The first time takes about ten minutes on two
-# cores, four of them for the tests. NQ_BUILD and NQ_BUILD_ARGUMENTS choose another build, NQ_TEST_JOBS how many cases run
-# at a time, as the sanitizer commands do.
+# cores, four of them for the tests. NQ_BUILD and NQ_BUILD_ARGUMENTS choose another build, as the sanitizer
+# commands do, NQ_TEST_JOBS how many cases run at a time.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh
@@ -43,7 +43,8 @@ progress=()
 # Results of an earlier run must not stand for this one, and the run fails when ctest says so, whatever the sum.
 rm -f "$folder/tests.xml"
 status=0
-scripts/private_tmp.sh ctest --test-dir "$folder" "${select[@]}" -j "${NQ_TEST_JOBS:-$(($(nproc) * 2))}" --no-tests=error \
+# Cases wait for four fifths of their time, with sanitizers too: three for each core. Those that do not, run alone.
+scripts/private_tmp.sh ctest --test-dir "$folder" "${select[@]}" -j "${NQ_TEST_JOBS:-$(($(nproc) * 3))}" --no-tests=error \
     --output-junit "$PWD/$folder/tests.xml" 2>&1 |
     python3 scripts/show_progress.py "$folder/tests.log" "${progress[@]}" || status=$?
 [ "$status" != 130 ] || exit 130

@@ -4,7 +4,4 @@
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 export NQ_BUILD=build-tsan NQ_BUILD_ARGUMENTS="-DNQ_SANITIZE=thread -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-g1"
-# Instrumented cases are busy, not waiting: one for each core, or the waits of GVCP run out for want of time.
-NQ_TEST_JOBS=$(nproc)
-export NQ_TEST_JOBS
 exec scripts/test.sh "$@"
