@@ -12,14 +12,14 @@ extern "C"
 {
 /// Memory in which no destructor runs: the controller, under the name by which the library reaches its own. A program
 /// and a second copy may take the exported name for themselves.
-alignas(NQGevController) std::byte nqOwnController[sizeof(NQGevController)];
+alignas(NQGevController) std::byte g_ownController[sizeof(NQGevController)];
 }
-NQ_EXPORT extern NQGevController nqExportedController __asm__("g_Controller") __attribute__((alias("nqOwnController")));
+NQ_EXPORT extern NQGevController g_exportedController __asm__("g_Controller") __attribute__((alias("g_ownController")));
 
 namespace
 {
 
-[[maybe_unused]] const NQGevController* const kBuiltAtLoad = new (nqOwnController) NQGevController;
+[[maybe_unused]] const NQGevController* const kBuiltAtLoad = new (g_ownController) NQGevController;
 
 } // namespace
 

@@ -166,14 +166,14 @@ int NQGenTLModuleBase::GetPortURL(char* sURL, unsigned long* piSize)
 int NQGenTLModuleBase::GetPortInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
 {
     using Getter = int (NQGenTLModuleBase::*)(int*, void*, unsigned long*);
-    static constexpr Getter getters[] = {
+    static constexpr Getter kGetters[] = {
         &NQGenTLModuleBase::_getId,        &NQGenTLModuleBase::_getVendor,     &NQGenTLModuleBase::_getModel,
         &NQGenTLModuleBase::_getTLType,    &NQGenTLModuleBase::_getModule,     &NQGenTLModuleBase::_getLittleEndian,
         &NQGenTLModuleBase::_getBigEndian, &NQGenTLModuleBase::_getAccessRead, &NQGenTLModuleBase::_getAccessWrite,
         &NQGenTLModuleBase::_getAccessNA,  &NQGenTLModuleBase::_getAccessNI,   &NQGenTLModuleBase::_getVersion,
         &NQGenTLModuleBase::_getPortName,
     };
-    static_assert(std::size(getters) == GenTL::PORT_INFO_PORTNAME + 1);
+    static_assert(std::size(kGetters) == GenTL::PORT_INFO_PORTNAME + 1);
 
     if (piType == nullptr || piSize == nullptr)
     {
@@ -184,7 +184,7 @@ int NQGenTLModuleBase::GetPortInfo(int iInfoCmd, int* piType, void* pBuffer, uns
     {
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
     }
-    return (this->*getters[iInfoCmd])(piType, pBuffer, piSize);
+    return (this->*kGetters[iInfoCmd])(piType, pBuffer, piSize);
 }
 
 int NQGenTLModuleBase::GetNumPortURLs(unsigned int* piNumURLs)

@@ -38,4 +38,4 @@ class NQGevController : public GigERDMA::NQGenTLController
 /// the consumer, or a heartbeat that nobody ended, may still be here while the process exits.
 ///
 /// Exported under this name; the library itself uses a hidden one, so that each copy in a process has its own.
-extern NQGevController g_Controller __asm__("nqOwnController");
+extern NQGevController g_Controller __asm__("g_ownController");

@@ -21,7 +21,7 @@
 namespace
 {
 
-constexpr std::uint32_t MtuValue = 9000;
+constexpr std::uint32_t kMtuValue = 9000;
 
 /// The camera's address as dotted decimal.
 std::string AddressText(const NQGevRemoteDevice& device)
@@ -138,7 +138,7 @@ int NQGevDataStream::DoStartAcquisition(unsigned int, unsigned int)
     {
         return NQFailed(refused, "%s no control, ret:%d", "DoStartAcquisition", refused);
     }
-    m_mtu = MtuValue;
+    m_mtu = kMtuValue;
     EndLastRun();
     m_tickFrequency = Answers().timestampInHertz ? m_device->GetTickFrequency() : 0;
     if (!Connect() || !StartFlow())

@@ -11,7 +11,7 @@
 namespace
 {
 
-constexpr std::uint32_t OldestFirst = 0;
+constexpr std::uint32_t kOldestFirst = 0;
 
 } // namespace
 
@@ -33,7 +33,7 @@ int NQGevDataStream::ReadPort(unsigned long address, void* buffer, unsigned long
     case kDataStreamRegisters.At("StreamAnnouncedBufferCount_Reg"):
         return ReadInfo32(GenTL::STREAM_INFO_NUM_ANNOUNCED, buffer, size);
     case kDataStreamRegisters.At("StreamBufferHandlingMode_Reg"):
-        return NQGevPortReader(buffer, size).Number(OldestFirst);
+        return NQGevPortReader(buffer, size).Number(kOldestFirst);
     case kDataStreamRegisters.At("StreamAnnounceBufferMinimum_Reg"):
         return ReadInfo32(GenTL::STREAM_INFO_BUF_ANNOUNCE_MIN, buffer, size);
     case kDataStreamRegisters.At("StreamDeliveredFrameCount_Reg"):

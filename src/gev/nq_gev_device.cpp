@@ -22,7 +22,7 @@ namespace
 {
 
 /// GigE Vision knows no camera with more stream or message channels, whatever a camera claims.
-constexpr unsigned int maxChannels = 512;
+constexpr unsigned int kMaxChannels = 512;
 
 } // namespace
 
@@ -48,10 +48,10 @@ bool NQGevDevice::IsPortImplemented()
 
 bool NQGevDevice::IsEventImplemented(int type)
 {
-    constexpr int remoteDeviceEvent = 4;
-    constexpr int moduleEvent = 5;
-    constexpr int connectionEvent = 4000;
-    return type == remoteDeviceEvent || type == moduleEvent || type == connectionEvent;
+    constexpr int kRemoteDeviceEvent = 4;
+    constexpr int kModuleEvent = 5;
+    constexpr int kConnectionEvent = 4000;
+    return type == kRemoteDeviceEvent || type == kModuleEvent || type == kConnectionEvent;
 }
 
 GigERDMA::_NQ_GENTL_PORT_INFO NQGevDevice::GetPortInfo()
@@ -104,7 +104,7 @@ int NQGevDevice::DoOpen()
 
 void NQGevDevice::MakeStreams()
 {
-    const unsigned int count = std::min(m_remote->GetStreamChannelCount(), maxChannels);
+    const unsigned int count = std::min(m_remote->GetStreamChannelCount(), kMaxChannels);
     for (unsigned int index = 0; index < count; ++index)
     {
         auto stream = std::make_unique<NQGevDataStream>(m_remote.get(), index, this);
@@ -116,7 +116,7 @@ void NQGevDevice::MakeStreams()
 
 void NQGevDevice::StartMessageChannels()
 {
-    const unsigned int count = std::min(m_remote->GetMessageChannelCount(), maxChannels);
+    const unsigned int count = std::min(m_remote->GetMessageChannelCount(), kMaxChannels);
     for (unsigned int index = 0; index < count; ++index)
     {
         auto channel = std::make_unique<NQGevMessageStream>(static_cast<int>(index), this, m_remote.get());

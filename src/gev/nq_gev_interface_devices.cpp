@@ -14,9 +14,9 @@
 namespace
 {
 
-constexpr unsigned long scanTimeout = 2000; // milliseconds
-constexpr unsigned int statusReadWrite = 1;
-constexpr unsigned int statusNoAccess = 3;
+constexpr unsigned long kScanTimeout = 2000; // milliseconds
+constexpr unsigned int kStatusReadWrite = 1;
+constexpr unsigned int kStatusNoAccess = 3;
 
 /// Flags between the standard's values and the custom range. Others are refused only once the device is known.
 bool IsReservedFlag(int flags)
@@ -33,7 +33,7 @@ bool IsAccessMode(int flags)
 /// Reading is granted on a camera of unknown status too; control needs a camera that says it is free.
 bool IsGranted(int flags, unsigned int status)
 {
-    return status != statusNoAccess && (flags == GenTL::DEVICE_ACCESS_READONLY || status == statusReadWrite);
+    return status != kStatusNoAccess && (flags == GenTL::DEVICE_ACCESS_READONLY || status == kStatusReadWrite);
 }
 
 } // namespace
@@ -85,11 +85,11 @@ bool NQGevInterface::_findForOpening(const char* id, _NQ_GEV_DEVICE_INFO& info)
     }
     if (!Answers().openEndsWithAnswer)
     {
-        UpdateDeviceList(nullptr, scanTimeout);
+        UpdateDeviceList(nullptr, kScanTimeout);
         return _findDeviceInfoById(id, info);
     }
     std::vector<_NQ_GEV_DEVICE_INFO> found;
-    _discoverDevices(found, scanTimeout, id);
+    _discoverDevices(found, kScanTimeout, id);
     const auto answer =
         std::find_if(found.rbegin(), found.rend(), [id](const _NQ_GEV_DEVICE_INFO& each) { return each.id == id; });
     if (answer == found.rend())

@@ -15,10 +15,10 @@
 namespace
 {
 
-constexpr unsigned int largestSize = 9000;  // bytes
-constexpr unsigned int standardSize = 1500; // bytes
-constexpr unsigned int packetHeaders = 28;  // bytes of IPv4 and UDP header
-constexpr int attempts = 4;
+constexpr unsigned int kLargestSize = 9000;  // bytes
+constexpr unsigned int kStandardSize = 1500; // bytes
+constexpr unsigned int kPacketHeaders = 28;  // bytes of IPv4 and UDP header
+constexpr int kAttempts = 4;
 
 /// A UDP socket on the first free port of the test range, and the block its packets go to.
 class TestSocket
@@ -111,7 +111,7 @@ unsigned int NQGevRemoteDevice::MeasurePacketSize(unsigned int bufferExtra)
         // Deliberate(PortlessSocketStaysOpen): a socket for which there is no port is not closed. Whoever counts
         // descriptors sees the attempt.
         test.Abandon();
-        return largestSize;
+        return kLargestSize;
     }
     test.SendOpener(m_info.ipAddress, port);
     if (test.Wait() != 0)
@@ -119,14 +119,14 @@ unsigned int NQGevRemoteDevice::MeasurePacketSize(unsigned int bufferExtra)
         test.Receive();
     }
     unsigned int tested = 0;
-    _gvcpWritereg(gvcp_wire::kRegStreamPacketSize, largestSize, false);
+    _gvcpWritereg(gvcp_wire::kRegStreamPacketSize, kLargestSize, false);
     _gvcpWritereg(gvcp_wire::kRegStreamAddress, m_info.interfaceIp, false);
     _gvcpWritereg(gvcp_wire::kRegStreamPort, port, false);
     _gvcpReadReg(gvcp_wire::kRegStreamPacketSize, &tested, false);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
 
     int ready = 0;
-    for (int attempt = 0; attempt < attempts && ready == 0; ++attempt)
+    for (int attempt = 0; attempt < kAttempts && ready == 0; ++attempt)
     {
         _gvcpWritereg(gvcp_wire::kRegStreamPacketSize,
                       tested + (gvcp_wire::kFireTestPacket | gvcp_wire::kDoNotFragment), false);
@@ -134,12 +134,12 @@ unsigned int NQGevRemoteDevice::MeasurePacketSize(unsigned int bufferExtra)
         // open 20 ms and not four times as much; the later waits are short or only look.
         ready = test.Wait();
     }
-    unsigned int size = standardSize;
+    unsigned int size = kStandardSize;
     if (ready < 0)
     {
-        size = largestSize;
+        size = kLargestSize;
     }
-    else if (ready > 0 && test.Receive() + packetHeaders == tested)
+    else if (ready > 0 && test.Receive() + kPacketHeaders == tested)
     {
         size = tested;
     }

@@ -12,7 +12,7 @@
 namespace
 {
 
-constexpr int chunkSize = 512;
+constexpr int kChunkSize = 512;
 
 /// A size in bytes, up to the next multiple of 4, in the 32 bits that a camera access has.
 int RoundedSize(unsigned long size)
@@ -32,7 +32,7 @@ int NQGevRemoteDevice::ReadPort(unsigned long address, void* buffer, unsigned lo
     const auto camera = static_cast<unsigned int>(address);
     std::vector<unsigned char> block(std::max<std::size_t>(static_cast<std::size_t>(rounded), 1));
     bool done = false;
-    if (rounded > chunkSize)
+    if (rounded > kChunkSize)
     {
         done = ReadChunks(camera, block.data(), rounded);
     }
@@ -56,9 +56,9 @@ int NQGevRemoteDevice::ReadPort(unsigned long address, void* buffer, unsigned lo
 
 bool NQGevRemoteDevice::ReadChunks(unsigned int address, unsigned char* data, int count)
 {
-    for (int offset = 0; offset < count; offset += chunkSize)
+    for (int offset = 0; offset < count; offset += kChunkSize)
     {
-        const int chunk = std::min(chunkSize, count - offset);
+        const int chunk = std::min(kChunkSize, count - offset);
         if (!_gvcpReadMem(address + static_cast<unsigned int>(offset), data + offset, chunk))
         {
             return false;
@@ -81,7 +81,7 @@ int NQGevRemoteDevice::WritePort(unsigned long address, const void* buffer, unsi
     const auto camera = static_cast<unsigned int>(address);
     std::vector<unsigned char> block(std::max<std::size_t>(static_cast<std::size_t>(rounded), 1));
     std::memcpy(block.data(), buffer, *size);
-    if (rounded == 4 || rounded >= chunkSize)
+    if (rounded == 4 || rounded >= kChunkSize)
     {
         // Deliberate(WholeWordsGoOut): cameras take whole words only, so a register and the last chunk of a long write
         // go out as whole words of the caller's memory, up to three bytes past the size. A short memory write is filled
@@ -90,7 +90,7 @@ int NQGevRemoteDevice::WritePort(unsigned long address, const void* buffer, unsi
                           static_cast<std::size_t>(rounded) - *size);
     }
     bool done = false;
-    if (rounded >= chunkSize)
+    if (rounded >= kChunkSize)
     {
         done = WriteChunks(camera, block.data(), rounded);
     }
@@ -109,9 +109,9 @@ int NQGevRemoteDevice::WritePort(unsigned long address, const void* buffer, unsi
 
 bool NQGevRemoteDevice::WriteChunks(unsigned int address, unsigned char* data, int count)
 {
-    for (int offset = 0; offset < count; offset += chunkSize)
+    for (int offset = 0; offset < count; offset += kChunkSize)
     {
-        const int chunk = std::min(chunkSize, count - offset);
+        const int chunk = std::min(kChunkSize, count - offset);
         if (!_gvcpWriteMem(address + static_cast<unsigned int>(offset), data + offset, chunk))
         {
             return false;

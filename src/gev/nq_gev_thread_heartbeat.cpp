@@ -15,7 +15,7 @@
 namespace
 {
 
-constexpr int connectionEvent = 4000;
+constexpr int kConnectionEvent = 4000;
 
 } // namespace
 
@@ -58,7 +58,7 @@ void NQGevThreadHeartbeat::_sendConnectionEvent(int status, std::string text)
     {
         return;
     }
-    if (device->FindEventById(connectionEvent, false) == nullptr)
+    if (device->FindEventById(kConnectionEvent, false) == nullptr)
     {
         return;
     }
@@ -66,7 +66,7 @@ void NQGevThreadHeartbeat::_sendConnectionEvent(int status, std::string text)
     record->status = status;
     text.resize(std::min(std::strlen(text.c_str()), sizeof record->text - 1));
     std::memcpy(record->text, text.data(), text.size());
-    if (device->SignalEvent(connectionEvent, record.get()))
+    if (device->SignalEvent(kConnectionEvent, record.get()))
     {
         static_cast<void>(record.release()); // the event's from here on
     }

@@ -12,10 +12,10 @@ namespace
 
 /// Once the endpoint has stopped by itself, as when the camera disconnected, every fetch fails at once until the
 /// consumer stops the acquisition. The pause keeps that from taking a core; it changes no result.
-constexpr std::chrono::milliseconds PauseOnceStopped{2};
+constexpr std::chrono::milliseconds kPauseOnceStopped{2};
 
 /// How often the thread looks whether the start that made it is over.
-constexpr std::chrono::milliseconds StartPoll{1};
+constexpr std::chrono::milliseconds kStartPoll{1};
 
 } // namespace
 
@@ -31,13 +31,13 @@ void NQRMAXThreadAcquisition::Run()
     // A frame that were delivered before the start ends would not count.
     while (m_stream->IsStarting() && !MustStop())
     {
-        std::this_thread::sleep_for(StartPoll);
+        std::this_thread::sleep_for(kStartPoll);
     }
     while (!MustStop())
     {
         if (m_stream->AcquireImage() != 0 && !m_stream->IsFlowing())
         {
-            std::this_thread::sleep_for(PauseOnceStopped);
+            std::this_thread::sleep_for(kPauseOnceStopped);
         }
     }
 }

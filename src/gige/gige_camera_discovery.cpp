@@ -87,7 +87,7 @@ NQGigE_RETURN collectAnswers(Network& network, timeval wait, unsigned int localI
             continue;
         }
         fillRecord(ack, localIP, *camera);
-        NQGigE_SIGNAL signal{NQGigE_SIGNAL_CAMERA_FOUND, camera.get(), sizeof(NQGigE_CAMERA)};
+        NQGigE_SIGNAL signal{kSignalCameraFound, camera.get(), sizeof(NQGigE_CAMERA)};
         callback(&signal, context);
         cameras.store(*camera);
     }

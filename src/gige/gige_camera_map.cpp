@@ -19,7 +19,7 @@ void CameraMap::store(const NQGigE_CAMERA& camera)
     auto copy = std::make_unique<NQGigE_CAMERA>(camera);
     copy->reserved = 0;
     const NQLock guard(mLock);
-    if (mRecords.size() >= mostRecords && mRecords.count(camera.ipAddress) == 0)
+    if (mRecords.size() >= kMostRecords && mRecords.count(camera.ipAddress) == 0)
     {
         return;
     }

@@ -15,7 +15,7 @@ namespace GigETL
 class CameraMap
 {
   public:
-    static constexpr std::size_t mostRecords = 65536;
+    static constexpr std::size_t kMostRecords = 65536;
 
     CameraMap() = default;
     ~CameraMap();
@@ -23,7 +23,7 @@ class CameraMap
     CameraMap& operator=(const CameraMap&) = delete;
 
     /// Keeps a copy of the record under its address, in place of one that was there. The copy's reserved bytes are 0.
-    /// Beyond `mostRecords` addresses nothing is kept: anybody on the network can answer for any number of cameras.
+    /// Beyond `kMostRecords` addresses nothing is kept: anybody on the network can answer for any number of cameras.
     void store(const NQGigE_CAMERA& camera);
 
     /// The record of an address, or null. Valid until it is replaced or the map is cleared.

@@ -17,7 +17,7 @@ class OwedAnswers
     /// A command with this id and command code was sent.
     void owe(unsigned int id, unsigned int command)
     {
-        if (mDebts.size() == mostDebts)
+        if (mDebts.size() == kMostDebts)
         {
             mDebts.erase(mDebts.begin());
         }
@@ -47,7 +47,7 @@ class OwedAnswers
 
   private:
     /// As many as one exchange makes: four attempts of two sendings each.
-    static constexpr std::size_t mostDebts = 8;
+    static constexpr std::size_t kMostDebts = 8;
 
     struct Debt
     {

@@ -11,7 +11,7 @@ namespace cams
 namespace
 {
 
-/// What is known about cameras beyond the map; guarded by `mLock` and as lasting as the map.
+/// What is known about cameras beyond the map; guarded by `g_lock` and as lasting as the map.
 struct Lives
 {
     std::map<const GigETL::Camera*, int> uses;              ///< cameras in use and how often
@@ -20,14 +20,14 @@ struct Lives
     NQOrigin origin;                                        ///< whose uses these are
 };
 
-Lives& lives() NQ_REQUIRES(mLock)
+Lives& lives() NQ_REQUIRES(g_lock)
 {
     static Lives& instance = *new Lives;
     return instance;
 }
 
 /// In a forked child: ends the uses of threads that are not here.
-void dropInheritedUses() NQ_REQUIRES(mLock)
+void dropInheritedUses() NQ_REQUIRES(g_lock)
 {
     if (!lives().origin.IsInherited())
     {
@@ -44,12 +44,12 @@ void dropInheritedUses() NQ_REQUIRES(mLock)
 
 } // namespace
 
-NQMutex& mLock = *new NQMutex;
+NQMutex& g_lock = *new NQMutex;
 std::map<unsigned long, GigETL::Camera*>& mCameras = *new std::map<unsigned long, GigETL::Camera*>;
 
 CameraUse::CameraUse(unsigned long handle)
 {
-    const NQLock guard(mLock);
+    const NQLock guard(g_lock);
     dropInheritedUses();
     mCamera = mCameras[handle];
     if (mCamera != nullptr)
@@ -61,7 +61,7 @@ CameraUse::CameraUse(unsigned long handle)
 CameraUse::~CameraUse()
 {
     std::unique_ptr<GigETL::Camera> last;
-    const NQLock guard(mLock);
+    const NQLock guard(g_lock);
     dropInheritedUses();
     const auto use = lives().uses.find(mCamera);
     if (use == lives().uses.end() || --use->second > 0)
@@ -78,7 +78,7 @@ CameraUse::~CameraUse()
 void CameraUse::close()
 {
     std::vector<std::unique_ptr<GigETL::Camera>> unused;
-    const NQLock guard(mLock);
+    const NQLock guard(g_lock);
     const auto entry = mCameras.find(mCamera->handle());
     if (entry == mCameras.end() || entry->second != mCamera)
     {
@@ -105,7 +105,7 @@ void CameraUse::close()
 
 void addCameraToMap(GigETL::Camera* camera)
 {
-    const NQLock guard(cams::mLock);
+    const NQLock guard(cams::g_lock);
     GigETL::Camera*& entry = cams::mCameras[camera->handle()];
     if (entry != nullptr && entry != camera)
     {
@@ -116,13 +116,13 @@ void addCameraToMap(GigETL::Camera* camera)
 
 void removeCameraFromMap(GigETL::Camera* camera)
 {
-    const NQLock guard(cams::mLock);
+    const NQLock guard(cams::g_lock);
     cams::mCameras.erase(camera->handle());
 }
 
 GigETL::Camera* getCamera(unsigned long handle)
 {
-    const NQLock guard(cams::mLock);
+    const NQLock guard(cams::g_lock);
     return cams::mCameras[handle];
 }
 

@@ -10,11 +10,11 @@
 namespace cams
 {
 
-extern NQMutex& mLock;
+extern NQMutex& g_lock;
 
 /// Every open camera by its handle. Lives as long as the process, so that a thread still working while static objects
 /// are destroyed finds it intact.
-extern std::map<unsigned long, GigETL::Camera*>& mCameras NQ_GUARDED_BY(mLock);
+extern std::map<unsigned long, GigETL::Camera*>& mCameras NQ_GUARDED_BY(g_lock);
 
 /// The camera of a handle, found as getCamera() finds it and kept alive while this object lives: a camera closed
 /// meanwhile is deleted when the last use of it ends. Reentrant, and any number of threads may hold one camera each in

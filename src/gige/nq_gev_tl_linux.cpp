@@ -56,7 +56,7 @@ bool NQGevTL::CameraClose(unsigned long handle)
 bool NQGevTL::CameraReadRegister(unsigned long handle, unsigned int address, unsigned int* value, bool swap)
 {
     unsigned int read = 0;
-    const NQGigE_RETURN result = Camera_getGigECameraRegister(handle, address, &read, NQGigE_ACCESS_KEY);
+    const NQGigE_RETURN result = Camera_getGigECameraRegister(handle, address, &read, kAccessKey);
     if (!succeeded(result, "%s failed! m_Camera_getGigECameraRegister %d", "CameraReadRegister"))
     {
         return false;
@@ -67,20 +67,20 @@ bool NQGevTL::CameraReadRegister(unsigned long handle, unsigned int address, uns
 
 bool NQGevTL::CameraWriteRegister(unsigned long handle, unsigned int address, unsigned int value, bool swap)
 {
-    const NQGigE_RETURN result = Camera_setGigECameraRegister(handle, address, swapped(value, swap), NQGigE_ACCESS_KEY);
+    const NQGigE_RETURN result = Camera_setGigECameraRegister(handle, address, swapped(value, swap), kAccessKey);
     return succeeded(result, "%s failed! m_Camera_setGigECameraRegister %d", "CameraWriteRegister");
 }
 
 bool NQGevTL::CameraReadMemory(unsigned long handle, unsigned int address, unsigned char* data, int count)
 {
     const NQGigE_RETURN result =
-        Camera_readGigECameraMemory(handle, address, data, static_cast<unsigned int>(count), NQGigE_ACCESS_KEY);
+        Camera_readGigECameraMemory(handle, address, data, static_cast<unsigned int>(count), kAccessKey);
     return succeeded(result, "%s failed! m_Camera_readGigECameraMemory %d", "CameraReadMemory");
 }
 
 bool NQGevTL::CameraWriteMemory(unsigned long handle, unsigned int address, unsigned char* data, int count)
 {
     const NQGigE_RETURN result =
-        Camera_writeGigECameraMemory(handle, address, data, static_cast<unsigned int>(count), NQGigE_ACCESS_KEY);
+        Camera_writeGigECameraMemory(handle, address, data, static_cast<unsigned int>(count), kAccessKey);
     return succeeded(result, "%s failed! m_Camera_writeGigECameraMemory %d", "CameraWriteMemory");
 }

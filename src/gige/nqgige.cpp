@@ -17,7 +17,7 @@ NQGigE_RETURN check(const cams::CameraUse& camera, unsigned int key)
     {
         return NQGigE_NO_CONNECTION;
     }
-    return key == NQGigE_ACCESS_KEY ? NQGigE_SUCCESS : NQGigE_WRONG_KEY;
+    return key == kAccessKey ? NQGigE_SUCCESS : NQGigE_WRONG_KEY;
 }
 
 } // namespace

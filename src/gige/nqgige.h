@@ -9,7 +9,7 @@
 
 /// The `key` that register and memory access by these functions takes; it keeps a caller that was never meant to drive
 /// a camera directly from doing so by accident.
-inline constexpr unsigned int NQGigE_ACCESS_KEY = 0x4E514745;
+inline constexpr unsigned int kAccessKey = 0x4E514745;
 
 static_assert(sizeof(std::atomic<int>) == sizeof(int) && std::atomic<int>::is_always_lock_free);
 

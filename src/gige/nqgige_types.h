@@ -63,13 +63,13 @@ static_assert(offsetof(NQGigE_CAMERA, reserved) == 272);
 /// What a discovery callback is given; record and data are the caller's and valid during the call only.
 struct NQGigE_SIGNAL
 {
-    std::uint32_t type; ///< NQGigE_SIGNAL_CAMERA_FOUND
+    std::uint32_t type; ///< kSignalCameraFound
     void* data;         ///< an NQGigE_CAMERA
     std::uint32_t size; ///< bytes behind `data`
 };
 
 /// Signal type of a camera that answered the discovery.
-inline constexpr std::uint32_t NQGigE_SIGNAL_CAMERA_FOUND = 14;
+inline constexpr std::uint32_t kSignalCameraFound = 14;
 
 /// Receives one signal per answering camera; thread-bound to the thread that runs the discovery. The result is not
 /// looked at.

@@ -22,8 +22,8 @@ struct GenDCBufferLayout
 namespace
 {
 
-constexpr std::size_t HugePage = std::size_t{2} << 20;
-constexpr std::size_t HugePagesFrom = std::size_t{4} << 20;
+constexpr std::size_t kHugePage = std::size_t{2} << 20;
+constexpr std::size_t kHugePagesFrom = std::size_t{4} << 20;
 
 /// Work requests carry 32-bit lengths. A larger block would be registered with a length that wrapped.
 std::uint32_t BlockSize(std::size_t payloadSize)
@@ -55,14 +55,14 @@ unsigned char* Map(std::size_t size)
 unsigned char* MapHuge(std::size_t size)
 {
     const std::size_t pages = RoundUp(size, static_cast<std::size_t>(sysconf(_SC_PAGESIZE)));
-    unsigned char* const memory = Map(pages + HugePage);
+    unsigned char* const memory = Map(pages + kHugePage);
     // What lies before and behind the block goes back.
-    const std::size_t before = (HugePage - reinterpret_cast<std::uintptr_t>(memory) % HugePage) % HugePage;
+    const std::size_t before = (kHugePage - reinterpret_cast<std::uintptr_t>(memory) % kHugePage) % kHugePage;
     if (before != 0)
     {
         munmap(memory, before);
     }
-    munmap(memory + before + pages, HugePage - before);
+    munmap(memory + before + pages, kHugePage - before);
     unsigned char* const block = memory + before;
     madvise(block, pages, MADV_HUGEPAGE); // Where the system has none, ordinary pages do.
     return block;
@@ -88,7 +88,7 @@ bool ForkTearsPinnedPages()
 
 GenDCBuffer::GenDCBuffer(std::size_t size) : m_payloadSize(size), m_buffer(nullptr), m_bufferSize(BlockSize(size))
 {
-    m_buffer = m_bufferSize < HugePagesFrom ? Map(m_bufferSize) : MapHuge(m_bufferSize);
+    m_buffer = m_bufferSize < kHugePagesFrom ? Map(m_bufferSize) : MapHuge(m_bufferSize);
     if (ForkTearsPinnedPages())
     {
         madvise(m_buffer, m_bufferSize, MADV_DONTFORK);

@@ -19,11 +19,11 @@
 namespace
 {
 
-constexpr int CompletionQueueEntries = 500;
-constexpr std::uint32_t WorkRequestsPerDirection = 100;
-constexpr int ResolveAddressTimeoutMs = 500;
-constexpr int ResolveRouteTimeoutMs = 20000;
-constexpr int EventPollMs = 800;
+constexpr int kCompletionQueueEntries = 500;
+constexpr std::uint32_t kWorkRequestsPerDirection = 100;
+constexpr int kResolveAddressTimeoutMs = 500;
+constexpr int kResolveRouteTimeoutMs = 20000;
+constexpr int kEventPollMs = 800;
 
 std::string ErrnoText()
 {
@@ -101,7 +101,7 @@ void LvEndpoint::ThrowingConnect(const sockaddr_in* address)
     }
     sockaddr_in destination = *address;
     if (rdma_resolve_addr(m_cm_id_connection, nullptr, reinterpret_cast<sockaddr*>(&destination),
-                          ResolveAddressTimeoutMs) != 0)
+                          kResolveAddressTimeoutMs) != 0)
     {
         Fail("Error rdma_resolve_addr(): [" + ErrnoText() + "]");
     }
@@ -159,7 +159,7 @@ bool LvEndpoint::AwaitEvent()
     while (!m_cancelled)
     {
         pollfd waiting{m_event_channel->fd, POLLIN, 0};
-        const int ready = poll(&waiting, 1, EventPollMs);
+        const int ready = poll(&waiting, 1, kEventPollMs);
         if (ready > 0 || (ready < 0 && errno != EINTR))
         {
             return true;
@@ -180,7 +180,7 @@ void LvEndpoint::AckEvent()
 void LvEndpoint::On_addr_resolved(rdma_cm_id* id)
 {
     Build_connection(id);
-    const int result = rdma_resolve_route(id, ResolveRouteTimeoutMs);
+    const int result = rdma_resolve_route(id, kResolveRouteTimeoutMs);
     if (result != 0)
     {
         Fail("rdma_resolve_route(): [" + ErrnoText() + "], Result: [" + std::to_string(result) + "]");
@@ -213,7 +213,7 @@ void LvEndpoint::Build_context(ibv_context* context)
     {
         Fail("ibv_create_comp_channel(): [" + ErrnoText() + "]");
     }
-    m_cq = ibv_create_cq(context, CompletionQueueEntries, nullptr, m_comp_channel, 0);
+    m_cq = ibv_create_cq(context, kCompletionQueueEntries, nullptr, m_comp_channel, 0);
     if (m_cq == nullptr)
     {
         Fail("ibv_create_cq(): [" + ErrnoText() + "]");
@@ -236,8 +236,8 @@ void LvEndpoint::Build_qp_attr(ibv_qp_init_attr* attributes)
     attributes->send_cq = m_cq;
     attributes->recv_cq = m_cq;
     attributes->qp_type = IBV_QPT_RC;
-    attributes->cap.max_send_wr = WorkRequestsPerDirection;
-    attributes->cap.max_recv_wr = WorkRequestsPerDirection;
+    attributes->cap.max_send_wr = kWorkRequestsPerDirection;
+    attributes->cap.max_recv_wr = kWorkRequestsPerDirection;
     attributes->cap.max_send_sge = 1;
     attributes->cap.max_recv_sge = 1;
     attributes->cap.max_inline_data = 0;
@@ -265,7 +265,7 @@ void LvEndpoint::Cm_event_loop()
     while (!Stopping())
     {
         pollfd waiting{channel, POLLIN, 0};
-        const int ready = poll(&waiting, 1, EventPollMs);
+        const int ready = poll(&waiting, 1, kEventPollMs);
         if (ready <= 0)
         {
             continue;
@@ -273,7 +273,7 @@ void LvEndpoint::Cm_event_loop()
         if (polls && waiting.revents != POLLIN)
         {
             // An error condition stays readable: without the pause the thread would spin until the stop.
-            poll(nullptr, 0, EventPollMs / 8);
+            poll(nullptr, 0, kEventPollMs / 8);
             continue;
         }
         if (!ReadCmEvent())
@@ -502,9 +502,9 @@ void LvEndpoint::Abandon()
 void build_params(rdma_conn_param* params)
 {
     // Static, where it would be enough to live as long as the call: the record must not keep a pointer to a dead frame.
-    static const std::array<unsigned char, 24> privateData{};
-    params->private_data = privateData.data();
-    params->private_data_len = static_cast<std::uint8_t>(privateData.size());
+    static const std::array<unsigned char, 24> kPrivateData{};
+    params->private_data = kPrivateData.data();
+    params->private_data_len = static_cast<std::uint8_t>(kPrivateData.size());
     params->responder_resources = 1;
     params->initiator_depth = 3;
     params->flow_control = 0;

@@ -17,13 +17,13 @@
 namespace
 {
 
-constexpr int LocalWrite = IBV_ACCESS_LOCAL_WRITE;
+constexpr int kLocalWrite = IBV_ACCESS_LOCAL_WRITE;
 
 /// Some network cards take a receive entry of 2^31 bytes or more for one of another kind.
-constexpr std::uint32_t LongestReceive = 0x7FFFFFFF;
+constexpr std::uint32_t kLongestReceive = 0x7FFFFFFF;
 
 /// For how long the completion thread waits for the work requests that a disconnect flushes.
-constexpr std::chrono::milliseconds FlushLimit{800};
+constexpr std::chrono::milliseconds kFlushLimit{800};
 
 ibv_sge ScatterEntry(const msg_buffer_mem& message)
 {
@@ -72,11 +72,11 @@ bool LvEndpoint::RegisterBlock(std::uint32_t index)
     msg_buffer_mem& receive = m_recv_msgs[index];
     receive.addr = m_blocks.Memory(index).GetBuffer();
     receive.length = m_blocks.Memory(index).GetBufferSize();
-    if (receive.length > LongestReceive)
+    if (receive.length > kLongestReceive)
     {
         return false;
     }
-    receive.mr = ibv_reg_mr(m_pd, receive.addr, receive.length, LocalWrite);
+    receive.mr = ibv_reg_mr(m_pd, receive.addr, receive.length, kLocalWrite);
     if (receive.mr == nullptr)
     {
         return false;
@@ -214,7 +214,7 @@ bool LvEndpoint::WaitForCompletionEvent()
         return false;
     }
     // Teardown has begun. The flushed completions end this thread; if they stay away, the limit does.
-    const auto deadline = std::chrono::steady_clock::now() + FlushLimit;
+    const auto deadline = std::chrono::steady_clock::now() + kFlushLimit;
     do
     {
         const auto left =

@@ -8,7 +8,7 @@
 namespace
 {
 
-constexpr std::chrono::nanoseconds WaitLimit{800000000};
+constexpr std::chrono::nanoseconds kWaitLimit{800000000};
 
 } // namespace
 
@@ -35,7 +35,7 @@ void MessageQueue::Push(msg_buffer_mem* message)
 
 void MessageQueue::WaitUntilDeadline()
 {
-    m_changed.WaitUntil(m_mutex, std::chrono::steady_clock::now() + WaitLimit);
+    m_changed.WaitUntil(m_mutex, std::chrono::steady_clock::now() + kWaitLimit);
 }
 
 msg_buffer_mem* MessageQueue::TakeFront()
