@@ -217,19 +217,19 @@ void AddInterfaceRegisters(NQGevXmlWriter& xml)
 
 void AddDeviceRegisters(NQGevXmlWriter& xml)
 {
-    constexpr std::string_view selector = "DeviceSelector_Reg";
-    constexpr std::string_view update = "DeviceUpdateList_Reg";
+    constexpr std::string_view kSelector = "DeviceSelector_Reg";
+    constexpr std::string_view kUpdate = "DeviceUpdateList_Reg";
     xml.BeginGroup("DeviceEnumeration Registers");
-    AddString(xml, kInterfaceRegisters["DeviceID_Reg"], selector);
-    AddString(xml, kInterfaceRegisters["DeviceVendorName_Reg"], selector);
-    AddString(xml, kInterfaceRegisters["DeviceModelName_Reg"], selector);
-    AddNumber(xml, kInterfaceRegisters[update], "", "NoCache");
-    AddNumber(xml, kInterfaceRegisters[selector], update, "NoCache");
-    AddNumber(xml, kInterfaceRegisters["DeviceAccessStatus_Reg"], selector);
-    AddNumber(xml, kInterfaceRegisters["NrDevices_Reg"], update, "NoCache");
-    AddNumber(xml, kInterfaceRegisters["GevDeviceIPAddress_Reg"], selector);
-    AddNumber(xml, kInterfaceRegisters["GevDeviceSubnetMask_Reg"], selector);
-    AddNumber(xml, kInterfaceRegisters["GevDeviceMACAddress_Reg"], selector);
+    AddString(xml, kInterfaceRegisters["DeviceID_Reg"], kSelector);
+    AddString(xml, kInterfaceRegisters["DeviceVendorName_Reg"], kSelector);
+    AddString(xml, kInterfaceRegisters["DeviceModelName_Reg"], kSelector);
+    AddNumber(xml, kInterfaceRegisters[kUpdate], "", "NoCache");
+    AddNumber(xml, kInterfaceRegisters[kSelector], kUpdate, "NoCache");
+    AddNumber(xml, kInterfaceRegisters["DeviceAccessStatus_Reg"], kSelector);
+    AddNumber(xml, kInterfaceRegisters["NrDevices_Reg"], kUpdate, "NoCache");
+    AddNumber(xml, kInterfaceRegisters["GevDeviceIPAddress_Reg"], kSelector);
+    AddNumber(xml, kInterfaceRegisters["GevDeviceSubnetMask_Reg"], kSelector);
+    AddNumber(xml, kInterfaceRegisters["GevDeviceMACAddress_Reg"], kSelector);
     xml.EndGroup();
 }
 

@@ -203,16 +203,16 @@ void AddSystemRegisters(NQGevXmlWriter& xml)
 
 void AddInterfaceRegisters(NQGevXmlWriter& xml)
 {
-    constexpr std::string_view selector = "InterfaceSelector_Reg";
-    constexpr std::string_view update = "InterfaceUpdateList_Reg";
+    constexpr std::string_view kSelector = "InterfaceSelector_Reg";
+    constexpr std::string_view kUpdate = "InterfaceUpdateList_Reg";
     xml.BeginGroup("InterfaceEnumeration Registers");
-    xml.AddString({.row = kSystemRegisters["InterfaceID_Reg"], .port = kPort, .invalidator = selector});
-    xml.AddInteger({.row = kSystemRegisters[update], .port = kPort, .cachable = "NoCache"});
-    xml.AddInteger({.row = kSystemRegisters[selector], .port = kPort, .cachable = "NoCache", .invalidator = update});
+    xml.AddString({.row = kSystemRegisters["InterfaceID_Reg"], .port = kPort, .invalidator = kSelector});
+    xml.AddInteger({.row = kSystemRegisters[kUpdate], .port = kPort, .cachable = "NoCache"});
+    xml.AddInteger({.row = kSystemRegisters[kSelector], .port = kPort, .cachable = "NoCache", .invalidator = kUpdate});
     xml.AddInteger(
-        {.row = kSystemRegisters["NrInterfaces_Reg"], .port = kPort, .cachable = "NoCache", .invalidator = update});
+        {.row = kSystemRegisters["NrInterfaces_Reg"], .port = kPort, .cachable = "NoCache", .invalidator = kUpdate});
     const auto address = [&](const NQGevRegister& row, std::string_view visibility) {
-        xml.AddInteger({.row = row, .port = kPort, .visibility = visibility, .invalidator = selector});
+        xml.AddInteger({.row = row, .port = kPort, .visibility = visibility, .invalidator = kSelector});
     };
     address(kSystemRegisters["GevInterfaceMACAddress_Reg"], "Invisible");
     address(kSystemRegisters["GevInterfaceDefaultIPAddress_Reg"], "Invisible");
