@@ -37,7 +37,7 @@ struct Counters
 Counters g_counters;
 
 /// Copies below this size are single fields (a status, a handle); from here on they would be picture data.
-constexpr size_t smallestCountedCopy = 4096;
+constexpr size_t kSmallestCountedCopy = 4096;
 
 void* CountedAllocation(size_t size, const void* caller)
 {
@@ -90,7 +90,7 @@ extern "C" __attribute__((visibility("default"))) void* memcpy(void* destination
 {
     using Copy = void* (*)(void*, const void*, size_t);
     static const Copy next = reinterpret_cast<Copy>(dlsym(RTLD_NEXT, "memmove"));
-    if (size >= smallestCountedCopy && g_counters.Counts(__builtin_return_address(0)))
+    if (size >= kSmallestCountedCopy && g_counters.Counts(__builtin_return_address(0)))
     {
         ++g_counters.copies;
         g_counters.copiedBytes += size;

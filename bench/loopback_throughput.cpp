@@ -16,9 +16,9 @@
 namespace
 {
 
-constexpr int depth = 16;
-constexpr uint16_t port = 4791;
-constexpr uint64_t bytesPerSize = 4ULL << 30;
+constexpr int kDepth = 16;
+constexpr uint16_t kPort = 4791;
+constexpr uint64_t kBytesPerSize = 4ULL << 30;
 
 void Check(bool good, const char* what)
 {
@@ -28,7 +28,7 @@ void Check(bool good, const char* what)
     }
 }
 
-/// One side of a connection with `depth` buffers. Ends with the process.
+/// One side of a connection with `kDepth` buffers. Ends with the process.
 class Side
 {
   public:
@@ -36,7 +36,7 @@ class Side
     {
         Check(m_channel != nullptr && rdma_create_id(m_channel, &m_id, nullptr, RDMA_PS_TCP) == 0, "no RDMA device");
         m_address.sin_family = AF_INET;
-        m_address.sin_port = htons(port);
+        m_address.sin_port = htons(kPort);
         m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     }
 
@@ -60,15 +60,15 @@ class Side
         m_size = size;
         ibv_pd* domain = ibv_alloc_pd(m_id->verbs);
         m_completions = ibv_create_comp_channel(m_id->verbs);
-        m_queue = ibv_create_cq(m_id->verbs, 2 * depth, nullptr, m_completions, 0);
+        m_queue = ibv_create_cq(m_id->verbs, 2 * kDepth, nullptr, m_completions, 0);
         ibv_req_notify_cq(m_queue, 0);
         ibv_qp_init_attr attributes{};
         attributes.send_cq = m_queue;
         attributes.recv_cq = m_queue;
         attributes.qp_type = IBV_QPT_RC;
-        attributes.cap = {depth, depth, 1, 1, 0};
+        attributes.cap = {kDepth, kDepth, 1, 1, 0};
         Check(rdma_create_qp(m_id, domain, &attributes) == 0, "rdma_create_qp");
-        m_memory.resize(size * depth, 0x5A);
+        m_memory.resize(size * kDepth, 0x5A);
         constexpr int access = IBV_ACCESS_LOCAL_WRITE; // a number: the call is a macro that mixes enumerations
         m_region = ibv_reg_mr(domain, m_memory.data(), m_memory.size(), access);
         Check(m_region != nullptr, "ibv_reg_mr");
@@ -110,7 +110,7 @@ class Side
         Check(ibv_post_send(m_id->qp, &work, &bad) == 0, "ibv_post_send");
     }
 
-    /// Runs `count` messages; `post` keeps `depth` of them going.
+    /// Runs `count` messages; `post` keeps `kDepth` of them going.
     void Run(uint64_t count, void (Side::*post)(uint64_t), uint64_t posted)
     {
         for (uint64_t done = 0; done < count;)
@@ -175,12 +175,12 @@ void Receiver(size_t size, uint64_t count, int readyPipe)
     Side side;
     side.Serve(readyPipe);
     side.MakeQueuePair(size);
-    for (uint64_t slot = 0; slot < depth; ++slot)
+    for (uint64_t slot = 0; slot < kDepth; ++slot)
     {
         side.PostReceive(slot);
     }
     side.Accept();
-    side.Run(count, &Side::PostReceive, depth);
+    side.Run(count, &Side::PostReceive, kDepth);
 }
 
 double Sender(size_t size, uint64_t count)
@@ -190,18 +190,18 @@ double Sender(size_t size, uint64_t count)
     side.MakeQueuePair(size);
     side.Connect();
     const auto start = std::chrono::steady_clock::now();
-    for (uint64_t slot = 0; slot < depth; ++slot)
+    for (uint64_t slot = 0; slot < kDepth; ++slot)
     {
         side.PostSend(slot);
     }
-    side.Run(count, &Side::PostSend, depth);
+    side.Run(count, &Side::PostSend, kDepth);
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 /// Both sides run in processes of their own, so that the measurement begins afresh for each size.
 void Measure(size_t size)
 {
-    const uint64_t count = bytesPerSize / size;
+    const uint64_t count = kBytesPerSize / size;
     std::array<int, 2> ready{};
     Check(pipe(ready.data()) == 0, "pipe");
     const pid_t receiver = fork();
@@ -215,7 +215,7 @@ void Measure(size_t size)
     const double seconds = Sender(size, count);
     std::printf(
         "{\"name\": \"loopback_throughput\", \"message_bytes\": %zu, \"gb_per_s\": %.2f, \"us_per_message\": %.2f}\n",
-        size, static_cast<double>(bytesPerSize) / seconds / 1e9, seconds / static_cast<double>(count) * 1e6);
+        size, static_cast<double>(kBytesPerSize) / seconds / 1e9, seconds / static_cast<double>(count) * 1e6);
     std::fflush(stdout);
     close(ready[0]);
     close(ready[1]);

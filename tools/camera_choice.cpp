@@ -20,13 +20,13 @@ namespace
 /// separators; 0 for what is no MAC address.
 uint64_t MacFrom(std::string_view text)
 {
-    constexpr std::string_view digits = "0123456789abcdefABCDEF";
+    constexpr std::string_view kDigits = "0123456789abcdefABCDEF";
     uint64_t mac = 0;
     size_t groups = 0;
     size_t width = 0; // of a group, in digits
     for (size_t at = 0; at < text.size(); ++groups)
     {
-        const size_t end = std::min(text.find_first_not_of(digits, at), text.size());
+        const size_t end = std::min(text.find_first_not_of(kDigits, at), text.size());
         const size_t length = end - at;
         width = groups == 0 ? (length == 12 || length == 4 ? length : 2) : width;
         const bool last = end == text.size();
@@ -143,8 +143,8 @@ FoundCamera ChooseCamera(const CommonOptions& common, const std::string& wanted)
 
 std::string NoCameraAdvice(const std::vector<ProducerEntry>& producers)
 {
-    constexpr uint32_t controlPrivilege = 0x0A00; // a register that every camera has
-    if (GvcpReader("127.0.0.1").Read(controlPrivilege))
+    constexpr uint32_t kControlPrivilege = 0x0A00; // a register that every camera has
+    if (GvcpReader("127.0.0.1").Read(kControlPrivilege))
     {
         return "No camera answered where producers look, but one does at 127.0.0.1, which they leave out. Give it "
                "another "

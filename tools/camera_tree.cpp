@@ -14,13 +14,13 @@ namespace nq::tool
 namespace
 {
 
-constexpr uint64_t interfaceScanMs = 1000;
+constexpr uint64_t kInterfaceScanMs = 1000;
 
 /// Throws ToolFailure for a list that is longer than any network has.
 void CheckLength(uint32_t count, const char* function)
 {
-    constexpr uint32_t most = 4096;
-    if (count > most)
+    constexpr uint32_t kMost = 4096;
+    if (count > kMost)
     {
         throw ToolFailure(ExitCode::Failure, fmt::format("{} claims {} entries", function, count));
     }
@@ -31,7 +31,7 @@ void CheckLength(uint32_t count, const char* function)
 System::System(GenTLLibrary& library) : m_library(library)
 {
     GenTLLibrary::Check(library.TLOpen(&m_handle), "TLOpen");
-    const GenTL::GC_ERROR code = library.TLUpdateInterfaceList(m_handle, nullptr, interfaceScanMs);
+    const GenTL::GC_ERROR code = library.TLUpdateInterfaceList(m_handle, nullptr, kInterfaceScanMs);
     if (code != GenTL::GC_ERR_SUCCESS)
     {
         library.TLClose(m_handle);

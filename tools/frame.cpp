@@ -10,7 +10,7 @@ namespace nq::tool
 namespace
 {
 
-constexpr size_t maxSide = 1'000'000; // pixels; libpng writes no larger ones
+constexpr size_t kMaxSide = 1'000'000; // pixels; libpng writes no larger ones
 
 } // namespace
 
@@ -21,7 +21,7 @@ size_t BitsPerPixel(uint64_t pixelFormat)
 
 std::string WhyRefused(const Frame& frame, size_t announced)
 {
-    if (frame.size == Frame::untold)
+    if (frame.size == Frame::kUntold)
     {
         return "its size is not told";
     }
@@ -33,7 +33,7 @@ std::string WhyRefused(const Frame& frame, size_t announced)
     {
         return "it is said to lie nowhere";
     }
-    if (frame.width == 0 || frame.height == 0 || frame.width > maxSide || frame.height > maxSide)
+    if (frame.width == 0 || frame.height == 0 || frame.width > kMaxSide || frame.height > kMaxSide)
     {
         return fmt::format("it is said to be {} x {} pixels large", frame.width, frame.height);
     }

@@ -15,11 +15,11 @@ namespace nq::tool
 /// One delivered frame. The data is valid until the buffer is queued again.
 struct Frame
 {
-    static constexpr uint64_t untold = UINT64_MAX;
+    static constexpr uint64_t kUntold = UINT64_MAX;
 
     GenTL::BUFFER_HANDLE buffer = nullptr;
     const uint8_t* data = nullptr;
-    size_t size = untold; ///< bytes of picture data
+    size_t size = kUntold; ///< bytes of picture data
     size_t width = 0;
     size_t height = 0;
     uint64_t pixelFormat = 0;

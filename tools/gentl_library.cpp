@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 namespace
 {
 
-constexpr size_t maxTextBytes = size_t{64} * 1024;
+constexpr size_t kMaxTextBytes = size_t{64} * 1024;
 
 } // namespace
 
@@ -78,7 +78,7 @@ std::string GenTLLibrary::Text(const InfoCall& call)
     GenTL::INFO_DATATYPE type = GenTL::INFO_DATATYPE_UNKNOWN;
     size_t size = 0;
     if (call(&type, nullptr, &size) != GenTL::GC_ERR_SUCCESS || type != GenTL::INFO_DATATYPE_STRING ||
-        size > maxTextBytes)
+        size > kMaxTextBytes)
     {
         return {};
     }
@@ -146,7 +146,7 @@ std::string GenTLLibrary::Id(const IdCall& call, const char* function)
 {
     size_t size = 0;
     Check(call(nullptr, &size), function);
-    if (size > maxTextBytes)
+    if (size > kMaxTextBytes)
     {
         throw ToolFailure(ExitCode::Failure, fmt::format("{} claims an id of {} bytes", function, size));
     }
@@ -157,7 +157,7 @@ std::string GenTLLibrary::Id(const IdCall& call, const char* function)
 
 std::string ErrorName(GenTL::GC_ERROR code)
 {
-    static const std::map<GenTL::GC_ERROR, const char*> names = {
+    static const std::map<GenTL::GC_ERROR, const char*> kNames = {
         {GenTL::GC_ERR_ERROR, "GC_ERR_ERROR"},
         {GenTL::GC_ERR_NOT_INITIALIZED, "GC_ERR_NOT_INITIALIZED"},
         {GenTL::GC_ERR_NOT_IMPLEMENTED, "GC_ERR_NOT_IMPLEMENTED"},
@@ -181,8 +181,8 @@ std::string ErrorName(GenTL::GC_ERROR code)
         {GenTL::GC_ERR_OUT_OF_MEMORY, "GC_ERR_OUT_OF_MEMORY"},
         {GenTL::GC_ERR_BUSY, "GC_ERR_BUSY"},
     };
-    const auto found = names.find(code);
-    return found != names.end() ? found->second : std::to_string(code);
+    const auto found = kNames.find(code);
+    return found != kNames.end() ? found->second : std::to_string(code);
 }
 
 } // namespace nq::tool

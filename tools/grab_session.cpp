@@ -22,8 +22,8 @@ namespace nq::tool
 namespace
 {
 
-constexpr uint64_t controlPrivilegeRegister = 0x0A00; // GigE Vision bootstrap register
-constexpr uint64_t streamEnableRegister = 0xE030;     // RDMA block: bit 31 is set while the camera's stream runs
+constexpr uint64_t kControlPrivilegeRegister = 0x0A00; // GigE Vision bootstrap register
+constexpr uint64_t kStreamEnableRegister = 0xE030;     // RDMA block: bit 31 is set while the camera's stream runs
 
 bool MayLockAnyAmount()
 {
@@ -128,7 +128,7 @@ void GrabSession::CheckControl(const CameraEntry& camera)
     const uint8_t control[4] = {0, 0, 0, 2};
     size_t size = sizeof control;
     const GenTL::GC_ERROR code =
-        m_ours ? m_library.GCWritePort(m_port, controlPrivilegeRegister, control, &size) : GenTL::GC_ERR_SUCCESS;
+        m_ours ? m_library.GCWritePort(m_port, kControlPrivilegeRegister, control, &size) : GenTL::GC_ERR_SUCCESS;
     if (code != GenTL::GC_ERR_SUCCESS)
     {
         ThrowRefusedOpen(camera, code);
@@ -208,7 +208,7 @@ void GrabSession::Start()
     {
         return;
     }
-    if (!ReadRegister(controlPrivilegeRegister))
+    if (!ReadRegister(kControlPrivilegeRegister))
     {
         throw ToolFailure(ExitCode::CameraLost, WhyNoFrames());
     }
@@ -273,7 +273,7 @@ std::string GrabSession::Describe(Frame& frame)
         static_cast<const uint8_t*>(GenTLLibrary::Pointer([&](GenTL::INFO_DATATYPE* type, void* value, size_t* size) {
             return m_library.DSGetBufferInfo(m_stream, frame.buffer, GenTL::BUFFER_INFO_BASE, type, value, size);
         }));
-    frame.size = BufferNumber(frame.buffer, GenTL::BUFFER_INFO_SIZE_FILLED, Frame::untold);
+    frame.size = BufferNumber(frame.buffer, GenTL::BUFFER_INFO_SIZE_FILLED, Frame::kUntold);
     frame.width = BufferNumber(frame.buffer, GenTL::BUFFER_INFO_WIDTH);
     frame.height = BufferNumber(frame.buffer, GenTL::BUFFER_INFO_HEIGHT);
     frame.pixelFormat = BufferNumber(frame.buffer, GenTL::BUFFER_INFO_PIXELFORMAT);
@@ -343,11 +343,11 @@ std::optional<uint32_t> GrabSession::ReadRegister(uint64_t address) const
 
 std::string GrabSession::WhyNoFrames() const
 {
-    if (!ReadRegister(controlPrivilegeRegister))
+    if (!ReadRegister(kControlPrivilegeRegister))
     {
         return fmt::format("the camera {} went silent: its control channel does not answer", m_address);
     }
-    if (m_ours && ReadRegister(streamEnableRegister) == 0U)
+    if (m_ours && ReadRegister(kStreamEnableRegister) == 0U)
     {
         return fmt::format(
             "the camera {} disconnected: it answers on its control channel but has ended its RDMA stream", m_address);

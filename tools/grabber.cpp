@@ -122,11 +122,11 @@ std::string Grabber::Refusals() const
 
 std::optional<Frame> Grabber::WaitForFrame()
 {
-    constexpr uint64_t sliceMs = 200; // how soon a signal is noticed
-    for (uint64_t waited = 0; waited < m_options.frameTimeoutMs && !StopAsked() && !TimeIsOver(); waited += sliceMs)
+    constexpr uint64_t kSliceMs = 200; // how soon a signal is noticed
+    for (uint64_t waited = 0; waited < m_options.frameTimeoutMs && !StopAsked() && !TimeIsOver(); waited += kSliceMs)
     {
         m_progress.Show(m_totals);
-        if (std::optional<Frame> frame = m_session.Next(std::min(sliceMs, m_options.frameTimeoutMs - waited)))
+        if (std::optional<Frame> frame = m_session.Next(std::min(kSliceMs, m_options.frameTimeoutMs - waited)))
         {
             return frame;
         }
@@ -166,8 +166,8 @@ void Grabber::Take(const Frame& frame, Clock::time_point arrival)
 
 void Grabber::Verify(const Frame& frame)
 {
-    constexpr uint64_t mono8 = 0x01080001;
-    if (frame.pixelFormat != mono8)
+    constexpr uint64_t kMono8 = 0x01080001;
+    if (frame.pixelFormat != kMono8)
     {
         throw ToolFailure(
             ExitCode::Failure,

@@ -19,7 +19,7 @@
 namespace
 {
 
-constexpr const char* exitCodesText =
+constexpr const char* kExitCodesText =
     "Exit codes: 0 success, 1 failure, 2 wrong arguments, 3 no producer, 4 no camera, 5 the stream did not start,\n"
     "6 frames stopped coming, 7 lost, incomplete, wrong or refused frames,\n"
     "8 another program controls the camera, 130 ended by ^C, 143 by SIGTERM.\n\n"
@@ -35,14 +35,14 @@ int Run(int argc, char** argv)
     CLI::App app("Lists GigE Vision cameras and grabs pictures through a GenTL producer (.cti).", "nq-gev");
     app.set_version_flag("--version", NQ_VERSION_TEXT("nq-gev"), "Print versions and the commit, and end");
     app.require_subcommand(1);
-    app.footer(exitCodesText);
+    app.footer(kExitCodesText);
     app.fallthrough();
     CommonOptions common;
     app.add_option("--producer", common.producer, "The .cti to load (else all in GENICAM_GENTL64_PATH, else ours)")
         ->check(CLI::ExistingFile);
     app.add_flag("--json", common.json, "Print JSON instead of text");
     app.add_option("--timeout", common.timeoutMs, "How long to look for cameras on each interface, in milliseconds")
-        ->check(WholeNumber(1, mostMs, "milliseconds"))
+        ->check(WholeNumber(1, kMostMs, "milliseconds"))
         ->capture_default_str();
     app.add_flag("--software-rdma")
         ->description("Run on RDMA made of software, for a camera that does so on this machine");

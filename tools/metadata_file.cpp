@@ -31,9 +31,9 @@ constexpr size_t kQueuedLines = 4096;
 MetadataFile::MetadataFile(std::string path, bool overwrite)
     : m_path(std::move(path)), m_file(nullptr, std::fclose), m_queue(1, kQueuedLines)
 {
-    constexpr mode_t forAll = 0666; // less what the user's mask takes away
+    constexpr mode_t kForAll = 0666; // less what the user's mask takes away
     const int descriptor =
-        open(m_path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC | O_NOFOLLOW | (overwrite ? O_TRUNC : O_EXCL), forAll);
+        open(m_path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC | O_NOFOLLOW | (overwrite ? O_TRUNC : O_EXCL), kForAll);
     if (descriptor == -1 && errno == EEXIST)
     {
         throw ToolFailure(ExitCode::Failure, fmt::format("{} is there already; --overwrite replaces it", m_path));

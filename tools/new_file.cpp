@@ -17,7 +17,7 @@ namespace nq::tool
 namespace
 {
 
-constexpr mode_t forAll = 0666; // less what the user's mask takes away
+constexpr mode_t kForAll = 0666; // less what the user's mask takes away
 
 [[noreturn]] void Fail(const std::filesystem::path& path)
 {
@@ -61,11 +61,11 @@ bool Rename(const std::filesystem::path& from, const std::filesystem::path& to, 
 
 NewFile::NewFile(std::filesystem::path path) : m_path(std::move(path)), m_stream(nullptr, std::fclose)
 {
-    int descriptor = open(m_path.parent_path().c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, forAll);
+    int descriptor = open(m_path.parent_path().c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, kForAll);
     if (descriptor == -1 && errno == EOPNOTSUPP)
     {
         const std::filesystem::path partial = m_path.string() + ".part";
-        descriptor = open(partial.c_str(), O_CREAT | O_EXCL | O_NOFOLLOW | O_WRONLY | O_CLOEXEC, forAll);
+        descriptor = open(partial.c_str(), O_CREAT | O_EXCL | O_NOFOLLOW | O_WRONLY | O_CLOEXEC, kForAll);
         if (descriptor == -1)
         {
             Fail(partial);

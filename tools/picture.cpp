@@ -22,10 +22,10 @@ struct Mosaic
     size_t redY;
 };
 
-constexpr Mosaic rg{0, 0};
-constexpr Mosaic gr{1, 0};
-constexpr Mosaic gb{0, 1};
-constexpr Mosaic bg{1, 1};
+constexpr Mosaic kRg{0, 0};
+constexpr Mosaic kGr{1, 0};
+constexpr Mosaic kGb{0, 1};
+constexpr Mosaic kBg{1, 1};
 
 /// How PFNC lays out one pixel format.
 struct Layout
@@ -38,7 +38,7 @@ struct Layout
     const Mosaic* mosaic = nullptr;
 };
 
-constexpr Layout layouts[] = {
+constexpr Layout kLayouts[] = {
     {0x01080001, 8},
     {0x01100003, 10},
     {0x01100005, 12},
@@ -51,37 +51,37 @@ constexpr Layout layouts[] = {
     {0x02300018, 10, false, 3},
     {0x0230001A, 12, false, 3},
     {0x02300033, 16, false, 3},
-    {0x01080008, 8, false, 1, false, &gr},
-    {0x01080009, 8, false, 1, false, &rg},
-    {0x0108000A, 8, false, 1, false, &gb},
-    {0x0108000B, 8, false, 1, false, &bg},
-    {0x0110000C, 10, false, 1, false, &gr},
-    {0x0110000D, 10, false, 1, false, &rg},
-    {0x0110000E, 10, false, 1, false, &gb},
-    {0x0110000F, 10, false, 1, false, &bg},
-    {0x01100010, 12, false, 1, false, &gr},
-    {0x01100011, 12, false, 1, false, &rg},
-    {0x01100012, 12, false, 1, false, &gb},
-    {0x01100013, 12, false, 1, false, &bg},
-    {0x0110002E, 16, false, 1, false, &gr},
-    {0x0110002F, 16, false, 1, false, &rg},
-    {0x01100030, 16, false, 1, false, &gb},
-    {0x01100031, 16, false, 1, false, &bg},
-    {0x010A0052, 10, true, 1, false, &bg},
-    {0x010C0053, 12, true, 1, false, &bg},
-    {0x010A0054, 10, true, 1, false, &gb},
-    {0x010C0055, 12, true, 1, false, &gb},
-    {0x010A0056, 10, true, 1, false, &gr},
-    {0x010C0057, 12, true, 1, false, &gr},
-    {0x010A0058, 10, true, 1, false, &rg},
-    {0x010C0059, 12, true, 1, false, &rg},
+    {0x01080008, 8, false, 1, false, &kGr},
+    {0x01080009, 8, false, 1, false, &kRg},
+    {0x0108000A, 8, false, 1, false, &kGb},
+    {0x0108000B, 8, false, 1, false, &kBg},
+    {0x0110000C, 10, false, 1, false, &kGr},
+    {0x0110000D, 10, false, 1, false, &kRg},
+    {0x0110000E, 10, false, 1, false, &kGb},
+    {0x0110000F, 10, false, 1, false, &kBg},
+    {0x01100010, 12, false, 1, false, &kGr},
+    {0x01100011, 12, false, 1, false, &kRg},
+    {0x01100012, 12, false, 1, false, &kGb},
+    {0x01100013, 12, false, 1, false, &kBg},
+    {0x0110002E, 16, false, 1, false, &kGr},
+    {0x0110002F, 16, false, 1, false, &kRg},
+    {0x01100030, 16, false, 1, false, &kGb},
+    {0x01100031, 16, false, 1, false, &kBg},
+    {0x010A0052, 10, true, 1, false, &kBg},
+    {0x010C0053, 12, true, 1, false, &kBg},
+    {0x010A0054, 10, true, 1, false, &kGb},
+    {0x010C0055, 12, true, 1, false, &kGb},
+    {0x010A0056, 10, true, 1, false, &kGr},
+    {0x010C0057, 12, true, 1, false, &kGr},
+    {0x010A0058, 10, true, 1, false, &kRg},
+    {0x010C0059, 12, true, 1, false, &kRg},
 };
 
 const Layout& LayoutOf(uint64_t pixelFormat)
 {
-    const auto* const found = std::find_if(std::begin(layouts), std::end(layouts),
+    const auto* const found = std::find_if(std::begin(kLayouts), std::end(kLayouts),
                                            [&](const Layout& layout) { return layout.pixelFormat == pixelFormat; });
-    if (found == std::end(layouts))
+    if (found == std::end(kLayouts))
     {
         throw ToolFailure(
             ExitCode::Failure,

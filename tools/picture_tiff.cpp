@@ -17,9 +17,9 @@ namespace
 
 bool WriteAll(TIFF* tiff, const Samples& samples)
 {
-    constexpr size_t stripBytes = 1U << 20;
+    constexpr size_t kStripBytes = 1U << 20;
     const size_t stride = samples.width * samples.channels * samples.bits / 8;
-    const size_t rows = std::clamp<size_t>(stripBytes / stride, 1, samples.height);
+    const size_t rows = std::clamp<size_t>(kStripBytes / stride, 1, samples.height);
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, static_cast<uint32_t>(samples.width));
     TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(samples.height));
     TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, static_cast<int>(samples.channels));
@@ -46,8 +46,8 @@ bool WriteAll(TIFF* tiff, const Samples& samples)
 
 bool WriteTiff(std::FILE* file, const Samples& samples)
 {
-    static const bool quiet = (TIFFSetErrorHandler(nullptr), TIFFSetWarningHandler(nullptr), true);
-    static_cast<void>(quiet);
+    static const bool kQuiet = (TIFFSetErrorHandler(nullptr), TIFFSetWarningHandler(nullptr), true);
+    static_cast<void>(kQuiet);
     const int descriptor = dup(fileno(file));
     TIFF* tiff = descriptor == -1 ? nullptr : TIFFFdOpen(descriptor, "picture", "w");
     if (tiff == nullptr)

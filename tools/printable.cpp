@@ -52,9 +52,9 @@ bool IsObeyedOrInvisible(uint32_t code)
         uint32_t first;
         uint32_t last;
     };
-    static constexpr Range ranges[] = {{0x00, 0x1F},     {0x7F, 0x9F},     {0x061C, 0x061C}, {0x200B, 0x200F},
-                                       {0x2028, 0x202E}, {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xE0000, 0xE0FFF}};
-    return std::any_of(std::begin(ranges), std::end(ranges),
+    static constexpr Range kRanges[] = {{0x00, 0x1F},     {0x7F, 0x9F},     {0x061C, 0x061C}, {0x200B, 0x200F},
+                                        {0x2028, 0x202E}, {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xE0000, 0xE0FFF}};
+    return std::any_of(std::begin(kRanges), std::end(kRanges),
                        [&](const Range& range) { return code >= range.first && code <= range.last; });
 }
 

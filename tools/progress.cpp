@@ -43,8 +43,8 @@ void Progress::Show(const GrabTotals& totals)
     const std::string text = fmt::format(
         "{}{} frames, {:.1f} frames/s, {} lost{}", totals.frames, m_count == 0 ? "" : fmt::format("/{}", m_count),
         totals.FramesPerSecond().value_or(0), totals.lost, m_folder.empty() ? "" : FreeDisk(m_folder));
-    constexpr const char* eraseTheRest = "\033[K";
-    fmt::print(stderr, "{}{}{}", m_terminal ? "\r" : "", text, m_terminal ? eraseTheRest : "\n");
+    constexpr const char* kEraseTheRest = "\033[K";
+    fmt::print(stderr, "{}{}{}", m_terminal ? "\r" : "", text, m_terminal ? kEraseTheRest : "\n");
 }
 
 } // namespace nq::tool

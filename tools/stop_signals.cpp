@@ -62,8 +62,8 @@ bool StopAsked()
 
 ExitCode StopCode()
 {
-    constexpr int signalled = 128;
-    return static_cast<ExitCode>(signalled + g_stop);
+    constexpr int kSignalled = 128;
+    return static_cast<ExitCode>(kSignalled + g_stop);
 }
 
 } // namespace nq::tool

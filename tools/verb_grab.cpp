@@ -148,31 +148,31 @@ void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
 {
     CLI::App* verb = app.add_subcommand("grab", "Take frames from a camera");
     auto options = std::make_shared<GrabOptions>();
-    constexpr uint64_t most = 1'000'000'000'000;
+    constexpr uint64_t kMost = 1'000'000'000'000;
     verb->add_option("--count", options->count, "Number of frames (default: 1, without --duration)")
-        ->check(WholeNumber(1, most));
+        ->check(WholeNumber(1, kMost));
     verb->add_option("--duration", options->durationS, "How long to take frames, in seconds")
-        ->check(WholeNumber(1, mostMs / 1000 * 365, "seconds"));
+        ->check(WholeNumber(1, kMostMs / 1000 * 365, "seconds"));
     verb->add_option("--metadata", options->metadata, "File for one line of JSON per frame");
     verb->add_option("--camera", options->camera,
                      "Id, serial number, user-defined name, MAC or IP address (default: the only one)");
     verb->add_option("--wait", options->waitSeconds, "Seconds to wait for a camera that another program controls")
-        ->check(WholeNumber(0, mostMs / 1000, "seconds"))
+        ->check(WholeNumber(0, kMostMs / 1000, "seconds"))
         ->capture_default_str();
     verb->add_option("--save-every", options->saveEvery, "Write only every Nth frame")
-        ->check(WholeNumber(1, most))
+        ->check(WholeNumber(1, kMost))
         ->capture_default_str();
     verb->add_option("--buffers", options->buffers, "Number of buffers")
         ->check(WholeNumber(1, 65536))
         ->capture_default_str();
     verb->add_option("--allow-loss", options->allowLoss, "Lost and incomplete frames that are no failure (exit code 7)")
-        ->check(WholeNumber(0, most))
+        ->check(WholeNumber(0, kMost))
         ->capture_default_str();
     verb->add_flag("--announce", options->announce,
                    "Announce buffers of this program instead of library-allocated ones");
     verb->add_flag("--verify", options->verify, "Check every byte against the moving ramp of nq-gev-camera");
     verb->add_option("--frame-timeout", options->frameTimeoutMs, "How long to wait for one frame, in milliseconds")
-        ->check(WholeNumber(1, mostMs, "milliseconds"))
+        ->check(WholeNumber(1, kMostMs, "milliseconds"))
         ->capture_default_str();
     AddPictureOptions(*verb, options->pictures);
     verb->callback([&, options] {

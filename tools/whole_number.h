@@ -8,7 +8,7 @@
 namespace nq::tool
 {
 
-constexpr uint64_t mostMs = 86'400'000; ///< a day is the longest that anything waits
+constexpr uint64_t kMostMs = 86'400'000; ///< a day is the longest that anything waits
 
 /// Accepts decimal numbers from `least` to `most`; tells anything else with the range and the unit.
 CLI::Validator WholeNumber(uint64_t least, uint64_t most, const char* unit = "");

@@ -26,10 +26,10 @@ WorkQueue::WorkQueue(size_t threads, size_t bound) : m_bound(bound)
 
 bool WorkQueue::Add(std::function<void()> job, const std::function<bool()>& givesUp)
 {
-    constexpr std::chrono::milliseconds slice{200};
+    constexpr std::chrono::milliseconds kSlice{200};
     std::unique_lock lock(m_mutex);
     m_waits += m_jobs.size() < m_bound ? 0 : 1;
-    while (!m_changed.wait_for(lock, slice, [this] { return m_jobs.size() < m_bound; }))
+    while (!m_changed.wait_for(lock, kSlice, [this] { return m_jobs.size() < m_bound; }))
     {
         if (givesUp())
         {
