@@ -4,6 +4,8 @@
 
 #include "bootstrap.h"
 
+#include <algorithm>
+
 namespace nq::camera
 {
 
@@ -32,7 +34,7 @@ void ControlPrivilege::Refresh(const Endpoint& from, Clock::time_point now)
 {
     if (m_holder == from)
     {
-        m_lastSeen = now;
+        m_lastSeen = std::max(m_lastSeen, now);
     }
 }
 

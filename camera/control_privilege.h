@@ -27,7 +27,7 @@ class ControlPrivilege
     /// InvalidParameter for a value that is neither 0, exclusive (1) nor control (2).
     GvcpStatus Request(const Endpoint& from, std::uint32_t value, Clock::time_point now);
 
-    /// Notes a command of `from`: the holder's heartbeat.
+    /// Notes a command of `from`, the holder's heartbeat. The time may lie ahead: until then the holder is not quiet.
     void Refresh(const Endpoint& from, Clock::time_point now);
 
     /// True, and the privilege is free, when the holder has been quiet for `timeout`.

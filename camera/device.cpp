@@ -391,10 +391,10 @@ std::vector<std::uint8_t> Device::DiscoveryBody()
     return body;
 }
 
-void Device::Heartbeat(const Endpoint& from)
+void Device::Heartbeat(const Endpoint& from, std::chrono::milliseconds later)
 {
     const std::lock_guard lock(m_mutex);
-    m_privilege.Refresh(from, Clock::now());
+    m_privilege.Refresh(from, Clock::now() + later);
 }
 
 std::optional<Device::Clock::time_point> Device::CheckHeartbeat()

@@ -60,8 +60,8 @@ class Device
     /// The 248 bytes that a discovery acknowledge carries.
     std::vector<std::uint8_t> DiscoveryBody();
 
-    /// Notes that `from` has sent a command.
-    void Heartbeat(const Endpoint& from);
+    /// Notes that `from` has sent a command, or gets the answer to one `later`: a host that waits for it is not quiet.
+    void Heartbeat(const Endpoint& from, std::chrono::milliseconds later = {});
     /// Gives up the privilege of a holder that has been quiet for too long. The time of the next check, if any.
     std::optional<Clock::time_point> CheckHeartbeat();
     /// Whether the host understands pending acknowledges, and the time in milliseconds from which one is due.

@@ -71,6 +71,10 @@ GvcpReply GvcpService::Handle(const Endpoint& from, std::span<const std::uint8_t
         return reply;
     }
     ApplyFaults(reply, command->id, m_device.PendingAckEnabled());
+    if (!reply.later.empty())
+    {
+        m_device.Heartbeat(from, reply.delay);
+    }
     return reply;
 }
 

@@ -127,6 +127,18 @@ TEST(CameraPrivilege, HolderThatReadsKeepsIt)
     EXPECT_EQ(holder.Write(2, 0x10000, 10), 0U);
 }
 
+TEST(CameraPrivilege, HolderThatWaitsForADelayedAnswerKeepsIt)
+{
+    const VirtualCamera camera({"--heartbeat", "400"});
+    const RawHost host;
+    host.TakeControl();
+    EXPECT_EQ(host.Write(1, 0x10060, 900), 0U); // TestPendingAck
+    EXPECT_EQ(host.Write(2, 0x10000, 100), 0U);
+    camera.Fault("late-ack:900");
+    EXPECT_EQ(host.Write(3, 0x10000, 200), 0U);
+    EXPECT_EQ(host.Write(4, 0x10000, 300), 0U);
+}
+
 TEST(CameraPrivilege, HostsCannotAskForLessThanHalfASecond)
 {
     const VirtualCamera camera;
