@@ -8,9 +8,6 @@
 #include "genicam_description.h"
 
 #include <algorithm>
-#include <array>
-#include <bit>
-#include <cmath>
 
 namespace nq::camera
 {
@@ -24,28 +21,6 @@ namespace
 constexpr std::uint32_t kShortestHeartbeat = 500;
 constexpr std::uint32_t kSmallestPacket = 576;
 constexpr std::uint32_t kLargestPacket = 9000;
-/// What one RDMA message can hold everywhere, less the descriptor and some reserve.
-constexpr std::uint64_t kLargestPayload = 0x3FFFF000;
-
-constexpr std::array kUserSetFeatures{
-    feature::kWidth,
-    feature::kHeight,
-    feature::kOffsetX,
-    feature::kOffsetY,
-    feature::kPixelFormat,
-    feature::kTestPattern,
-    feature::kAcquisitionMode,
-    feature::kAcquisitionFrameCount,
-    feature::kAcquisitionFrameRate,
-    feature::kExposureTime,
-    feature::kGain,
-    feature::kTriggerMode,
-};
-
-bool InRange(float value, float low, float high)
-{
-    return std::isfinite(value) && value >= low && value <= high;
-}
 
 } // namespace
 
@@ -112,10 +87,9 @@ void Device::RefreshBeforeRead(std::uint32_t address, std::size_t size)
     {
         m_registers.Set(kRdmaEnable, Streaming() ? kRdmaEnableOn : 0);
     }
-    if (covers(feature::kDeviceTemperature))
+    if (address >= feature::kFirstFeature)
     {
-        const std::uint64_t seconds = m_clock.Now() / DeviceClock::kTicksPerSecond;
-        m_registers.SetFloat(feature::kDeviceTemperature, 40.0F + static_cast<float>(seconds % 20) / 10.0F);
+        RefreshFeatures();
     }
     if (covers(kRdmaSettings + kRdmaPayloadOffset))
     {
@@ -169,70 +143,6 @@ Device::WriteResult Device::Write(const Endpoint& from, std::uint32_t address, s
     return {.status = status,
             .busy = std::chrono::milliseconds(address == feature::kTestPendingAck ? value : 0),
             .reset = address == feature::kDeviceReset};
-}
-
-GvcpStatus Device::Check(std::uint32_t address, std::uint32_t value) const
-{
-    using namespace feature;
-    const auto upTo = [&](std::uint32_t most) {
-        return value <= most ? GvcpStatus::Success : GvcpStatus::InvalidParameter;
-    };
-    const auto within = [&](float low, float high) {
-        return InRange(std::bit_cast<float>(value), low, high) ? GvcpStatus::Success : GvcpStatus::InvalidParameter;
-    };
-    switch (address)
-    {
-    case kWidth:
-    case kHeight:
-    case kOffsetX:
-    case kOffsetY:
-    case kPixelFormat:
-        return CheckGeometry(address, value);
-    case kTestPattern:
-        return Streaming() ? GvcpStatus::WriteProtect : upTo(3);
-    case kAcquisitionMode:
-        return m_acquisition.Count().running ? GvcpStatus::WriteProtect : upTo(2);
-    case kAcquisitionFrameCount:
-        return value == 0 ? GvcpStatus::InvalidParameter : upTo(65535);
-    case kAcquisitionFrameRate:
-        return value == 0 ? GvcpStatus::Success : within(0.001F, 100000);
-    case kExposureTime:
-        return within(1, 10000000);
-    case kGain:
-        return within(0, 48);
-    case kTriggerMode:
-    case kUserSetSelector:
-        return upTo(1);
-    case kTriggerSource:
-        return upTo(0);
-    case kTestPendingAck:
-        return upTo(60000);
-    case kEventSelector:
-        return upTo(kEvents.size() - 1);
-    case kUserSetLoad:
-        return Streaming() ? GvcpStatus::WriteProtect : GvcpStatus::Success;
-    default:
-        return address >= kEventNotification && address < kEventNotification + 4 * kEvents.size() ? upTo(1)
-                                                                                                  : GvcpStatus::Success;
-    }
-}
-
-GvcpStatus Device::CheckGeometry(std::uint32_t address, std::uint32_t value) const
-{
-    using namespace feature;
-    if (Streaming())
-    {
-        return GvcpStatus::WriteProtect;
-    }
-    const auto wanted = [&](std::uint32_t which) { return which == address ? value : m_registers.Get(which); };
-    const PixelFormat* format = FindPixelFormat(wanted(kPixelFormat));
-    const std::uint64_t width = wanted(kWidth);
-    const std::uint64_t height = wanted(kHeight);
-    const bool good = format != nullptr && width > 0 && height > 0 &&
-                      width + wanted(kOffsetX) <= m_registers.Get(kWidthMax) &&
-                      height + wanted(kOffsetY) <= m_registers.Get(kHeightMax) &&
-                      width * height * format->bytesPerPixel <= kLargestPayload;
-    return good ? GvcpStatus::Success : GvcpStatus::InvalidParameter;
 }
 
 void Device::Apply(std::uint32_t address, std::uint32_t value)
@@ -351,34 +261,6 @@ AcquisitionSettings Device::CurrentSettings() const
 bool Device::Streaming() const
 {
     return m_acquisition.Count().streamEnabled;
-}
-
-void Device::LoadUserSet()
-{
-    const auto set = m_userSets.find(m_registers.Get(feature::kUserSetSelector));
-    if (set != m_userSets.end())
-    {
-        for (std::size_t i = 0; i < kUserSetFeatures.size(); ++i)
-        {
-            m_registers.Set(kUserSetFeatures[i], set->second[i]);
-        }
-        ApplySettings();
-    }
-}
-
-void Device::SaveUserSet()
-{
-    const std::uint32_t selected = m_registers.Get(feature::kUserSetSelector);
-    if (selected == 0 && !m_userSets.empty())
-    {
-        return; // set 0 holds the defaults and stays as it was at power on
-    }
-    std::vector<std::uint32_t>& values = m_userSets[selected];
-    values.clear();
-    for (const std::uint32_t address : kUserSetFeatures)
-    {
-        values.push_back(m_registers.Get(address));
-    }
 }
 
 std::vector<std::uint8_t> Device::DiscoveryBody()

@@ -7,6 +7,7 @@
 #include "control_privilege.h"
 #include "device_clock.h"
 #include "fault_plan.h"
+#include "feature_table.h"
 #include "message_channel.h"
 #include "register_map.h"
 #include "stream_channel.h"
@@ -81,15 +82,20 @@ class Device
     void AddIdentity();
     void AddChannels();
     void AddFeatures();
+    void AddFeature(const Feature& feature);
     void AddDescription();
     void EndControl();
     GvcpStatus Check(std::uint32_t address, std::uint32_t value) const;
-    GvcpStatus CheckGeometry(std::uint32_t address, std::uint32_t value) const;
+    bool IsLocked(const Feature& feature) const;
+    double Maximum(const Feature& feature) const;
+    bool FitsPixelFormat(std::uint32_t code) const;
+    bool IsInRange(const Feature& feature, std::uint32_t value) const;
     void Apply(std::uint32_t address, std::uint32_t value);
     void ApplyBootstrap(std::uint32_t address, std::uint32_t value);
     void ApplyFeature(std::uint32_t address);
     void ApplySettings();
     void RefreshBeforeRead(std::uint32_t address, std::size_t size);
+    void RefreshFeatures();
     void LoadUserSet();
     void SaveUserSet();
     AcquisitionSettings CurrentSettings() const;

@@ -6,6 +6,7 @@
 #include "feature_registers.h"
 
 #include <array>
+#include <bit>
 #include <cstdio>
 
 namespace nq::camera
@@ -97,30 +98,45 @@ void Device::AddFeatures()
 {
     using namespace feature;
     RegisterMap& map = m_registers;
-    map.AddRegister(kWidth, Access::ReadWrite, m_options.width);
-    map.AddRegister(kHeight, Access::ReadWrite, m_options.height);
-    map.AddRegister(kOffsetX, Access::ReadWrite);
-    map.AddRegister(kOffsetY, Access::ReadWrite);
-    map.AddRegister(kPixelFormat, Access::ReadWrite, m_options.pixelFormat.code);
-    map.AddRegister(kPayloadSize, Access::ReadOnly);
-    map.AddRegister(kWidthMax, Access::ReadOnly, m_options.width);
-    map.AddRegister(kHeightMax, Access::ReadOnly, m_options.height);
-    map.AddRegister(kAcquisitionFrameCount, Access::ReadWrite, 1);
-    map.AddRegister(kAcquisitionFrameRate, Access::ReadWrite);
-    map.SetFloat(kAcquisitionFrameRate, static_cast<float>(m_options.frameRate));
-    map.AddRegister(kExposureTime, Access::ReadWrite);
-    map.SetFloat(kExposureTime, 1000);
-    map.AddRegister(kTestPattern, Access::ReadWrite, m_options.pattern);
-    map.AddRegister(kDeviceTemperature, Access::ReadOnly);
-    for (const std::uint32_t address : {kAcquisitionMode, kAcquisitionStart, kAcquisitionStop, kGain, kTriggerMode,
-                                        kTriggerSource, kTriggerSoftware, kUserSetSelector, kUserSetLoad, kUserSetSave,
-                                        kDeviceReset, kTestPendingAck, kTestEventGenerate, kEventSelector})
+    for (const FeatureCategory& category : FeatureTable())
     {
-        map.AddRegister(address, Access::ReadWrite);
+        for (const Feature& feature : category.features)
+        {
+            if (feature.address >= kFirstFeature)
+            {
+                AddFeature(feature);
+            }
+        }
     }
-    for (std::uint32_t i = 0; i < kEvents.size(); ++i)
+    map.AddRegister(kStreaming, Access::ReadOnly);
+    map.AddRegister(kAcquiring, Access::ReadOnly);
+    map.Set(kWidth, m_options.width);
+    map.Set(kHeight, m_options.height);
+    map.Set(kPixelFormat, m_options.pixelFormat.code);
+    map.Set(kWidthMax, m_options.width);
+    map.Set(kHeightMax, m_options.height);
+    map.SetFloat(kAcquisitionFrameRate, static_cast<float>(m_options.frameRate));
+    map.Set(kTestPattern, m_options.pattern);
+    map.Set(kEventNotification, 1);
+}
+
+void Device::AddFeature(const Feature& feature)
+{
+    RegisterMap& map = m_registers;
+    const bool isFloat = feature.kind == FeatureKind::Float;
+    const auto value = isFloat ? std::bit_cast<std::uint32_t>(static_cast<float>(feature.value))
+                               : static_cast<std::uint32_t>(feature.value);
+    for (std::uint32_t i = 0; i < RegisterCount(feature); ++i)
     {
-        map.AddRegister(kEventNotification + 4 * i, Access::ReadWrite, i == 0 ? 1 : 0);
+        map.AddRegister(feature.address + 4 * i, feature.access, value);
+    }
+    if (feature.movingMax)
+    {
+        map.AddRegister(feature.address + feature::kLimitOffset, Access::ReadOnly);
+    }
+    if (feature.conditional)
+    {
+        map.AddRegister(feature.address + feature::kAvailableOffset, Access::ReadOnly);
     }
 }
 

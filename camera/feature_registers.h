@@ -7,6 +7,13 @@
 namespace nq::camera::feature
 {
 
+/// Registers of features begin here; below are those of every GigE Vision camera.
+constexpr std::uint32_t kFirstFeature = 0x00010000;
+/// The maximum of a feature whose maximum moves stands this far behind its register,
+constexpr std::uint32_t kLimitOffset = 0x00004000;
+/// and whether one that is not always there is there.
+constexpr std::uint32_t kAvailableOffset = 0x00008000;
+
 constexpr std::uint32_t kWidth = 0x00010000;
 constexpr std::uint32_t kHeight = 0x00010004;
 constexpr std::uint32_t kOffsetX = 0x00010008;
@@ -36,6 +43,10 @@ constexpr std::uint32_t kTestEventGenerate = 0x00010064;
 constexpr std::uint32_t kEventSelector = 0x00010068;
 /// One register for each entry of EventSelector, 4 bytes apart.
 constexpr std::uint32_t kEventNotification = 0x00010080;
+
+/// 1 while the stream is enabled, which fixes the size; 1 while an acquisition runs.
+constexpr std::uint32_t kStreaming = 0x00011000;
+constexpr std::uint32_t kAcquiring = 0x00011004;
 
 /// Where the register description lies: plain, and in a ZIP archive.
 constexpr std::uint32_t kXmlAddress = 0x00100000;

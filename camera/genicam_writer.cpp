@@ -2,7 +2,11 @@
 // Writes the nodes of a GenICam register description.
 #include "genicam_writer.h"
 
+#include "feature_registers.h"
+
 #include <array>
+#include <cctype>
+#include <cmath>
 #include <cstdio>
 
 namespace nq::camera
@@ -15,6 +19,13 @@ std::string Hex(std::uint32_t value)
 {
     std::array<char, 11> text{};
     std::snprintf(text.data(), text.size(), "0x%08X", value);
+    return text.data();
+}
+
+std::string Decimal(double value)
+{
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), value == std::floor(value) ? "%.0f" : "%.9g", value);
     return text.data();
 }
 
@@ -65,11 +76,17 @@ std::string Close(std::string_view kind)
     return "  </" + std::string(kind) + ">\n";
 }
 
-// The schema fixes the order of a node's elements: visibility, lock, access restriction, then what is the node's own.
-std::string Common(const GenicamWriter::Traits& traits)
+/// "ExposureTime" becomes "Exposure Time", "GevSCPSPacketSize" "Gev SCPS Packet Size".
+std::string DisplayName(std::string_view name)
 {
-    return Element("Visibility", traits.visibility) + OptionalElement("pIsLocked", traits.lockedBy) +
-           (traits.access == "RO" ? Element("ImposedAccessMode", "RO") : std::string());
+    const auto upper = [&](std::size_t i) { return std::isupper(static_cast<unsigned char>(name[i])) != 0; };
+    std::string display;
+    for (std::size_t i = 0; i < name.size(); ++i)
+    {
+        const bool begins = i > 0 && upper(i) && (!upper(i - 1) || (i + 1 < name.size() && !upper(i + 1)));
+        display += begins ? std::string(" ") + name[i] : std::string(1, name[i]);
+    }
+    return display;
 }
 
 std::string RegisterName(std::string_view feature)
@@ -77,141 +94,151 @@ std::string RegisterName(std::string_view feature)
     return std::string(feature) + "Reg";
 }
 
+std::string Texts(std::string_view name, std::string_view tip, std::string_view about)
+{
+    const std::string more = about.empty() ? "" : ". " + std::string(about);
+    return Element("ToolTip", tip) + Element("Description", std::string(tip) + more + ".") +
+           Element("DisplayName", DisplayName(name));
+}
+
+// The schema fixes the order of a node's elements: texts, visibility, availability, lock, access restriction, then what
+// is the node's own.
+std::string Common(const Feature& feature)
+{
+    const auto lock = feature.lock == Lock::Streaming   ? "StreamingLock"
+                      : feature.lock == Lock::Acquiring ? "AcquiringReg"
+                                                        : "";
+    const bool readOnly = feature.access == Access::ReadOnly && feature.kind != FeatureKind::Text;
+    return Texts(feature.name, feature.tip, feature.about) + Element("Visibility", feature.visibility) +
+           (feature.conditional ? Element("pIsAvailable", std::string(feature.name) + "AvailableReg") : "") +
+           OptionalElement("pIsLocked", lock) + (readOnly ? Element("ImposedAccessMode", "RO") : "");
+}
+
+std::string Selected(const Feature& selector)
+{
+    std::string elements;
+    for (const FeatureCategory& category : FeatureTable())
+    {
+        for (const Feature& feature : category.features)
+        {
+            elements += selector.name == std::string_view(feature.selector) ? Element("pSelected", feature.name) : "";
+        }
+    }
+    return elements;
+}
+
+const char* NodeKind(FeatureKind kind)
+{
+    constexpr std::array names{"Integer", "Float", "Enumeration", "Boolean", "Command", "StringReg"};
+    return names[static_cast<std::size_t>(kind)];
+}
+
 } // namespace
 
 void GenicamWriter::List(std::string_view name)
 {
-    m_categories.back().second.emplace_back(name);
+    m_categories += Element("pFeature", name);
 }
 
-void GenicamWriter::Category(std::string_view name)
+void GenicamWriter::Category(std::string_view name, std::string_view tip)
 {
-    m_categories.emplace_back(name, std::vector<std::string>());
+    m_categories += m_categories.empty() ? "" : Close("Category");
+    m_categories += Open("Category", name) + Texts(name, tip, "");
+    m_root += Element("pFeature", name);
 }
 
-void GenicamWriter::Selects(std::string_view name, std::vector<std::string> features)
+std::string GenicamWriter::ValueElements(const Feature& feature)
 {
-    m_selections.emplace_back(name, std::move(features));
-}
-
-void GenicamWriter::Register(std::string_view kind, std::string_view name, std::uint32_t address, const Traits& traits,
-                             std::string_view index, std::string_view tail)
-{
-    m_nodes += Open(kind, name, "Custom");
-    m_nodes += Element("Address", Hex(address));
-    m_nodes += index;
-    m_nodes += Element("Length", "4");
-    m_nodes += Element("AccessMode", traits.access);
-    m_nodes += Element("pPort", "Device");
-    m_nodes += Element("Cachable", traits.volatileValue || traits.access == "WO" ? "NoCache" : "WriteThrough");
-    for (const std::string& invalidator : traits.invalidators)
+    std::string text;
+    const std::string limit = std::string(feature.name) + "LimitReg";
+    const std::string value = Element("pValue", RegisterName(feature.name));
+    switch (feature.kind)
     {
-        m_nodes += Element("pInvalidator", invalidator);
-    }
-    m_nodes += tail;
-    m_nodes += Close(kind);
-}
-
-void GenicamWriter::Integer(std::string_view name, std::uint32_t address, const IntegerRange& range,
-                            const Traits& traits)
-{
-    List(name);
-    m_nodes += Open("Integer", name) + Common(traits) + Element("pValue", RegisterName(name));
-    const auto limit = [](std::string_view element, const std::string& value) {
-        const bool isNode = value.find_first_not_of("0123456789-") != std::string::npos;
-        return Element((isNode ? "p" : "") + std::string(element), value);
-    };
-    m_nodes += limit("Min", range.min) + limit("Max", range.max) + OptionalElement("Unit", traits.unit) +
-               OptionalElement("Representation", traits.representation) + Close("Integer");
-    Register("IntReg", RegisterName(name), address, traits, "",
-             Element("Sign", "Unsigned") + Element("Endianess", "BigEndian"));
-}
-
-void GenicamWriter::Float(std::string_view name, std::uint32_t address, std::string_view min, std::string_view max,
-                          const Traits& traits)
-{
-    List(name);
-    m_nodes += Open("Float", name) + Common(traits) + Element("pValue", RegisterName(name)) + Element("Min", min) +
-               Element("Max", max) + OptionalElement("Unit", traits.unit) +
-               OptionalElement("Representation", traits.representation) + Close("Float");
-    Register("FloatReg", RegisterName(name), address, traits, "", Element("Endianess", "BigEndian"));
-}
-
-void GenicamWriter::EnumerationNode(std::string_view name,
-                                    const std::vector<std::pair<std::string, std::uint32_t>>& entries,
-                                    const Traits& traits)
-{
-    List(name);
-    m_nodes += Open("Enumeration", name) + Common(traits);
-    for (const auto& [entry, value] : entries)
-    {
-        m_nodes += "  " + Open("EnumEntry", entry) + "  " + Element("Value", std::to_string(value)) + "  " +
-                   Close("EnumEntry");
-    }
-    m_nodes += Element("pValue", RegisterName(name));
-    for (const auto& [selector, features] : m_selections)
-    {
-        for (const std::string& feature : features)
+    case FeatureKind::Integer:
+    case FeatureKind::Float:
+        text = value + Element("Min", Decimal(feature.min)) +
+               (feature.movingMax ? Element("pMax", limit) : Element("Max", Decimal(feature.max)));
+        text += feature.kind == FeatureKind::Integer ? Element("Inc", Decimal(feature.step)) : "";
+        return text + OptionalElement("Unit", feature.unit) +
+               Element("Representation", *feature.representation == '\0' ? "PureNumber" : feature.representation);
+    case FeatureKind::Enumeration:
+        for (const FeatureEntry& entry : feature.entries)
         {
-            m_nodes += selector == name ? Element("pSelected", feature) : std::string();
+            text += "  " + Open("EnumEntry", entry.name) + Texts(entry.name, entry.tip, "") +
+                    Element("Value", std::to_string(entry.value)) + "  " + Close("EnumEntry");
         }
+        return text + value + Selected(feature);
+    case FeatureKind::Boolean:
+        return value + Element("OnValue", "1") + Element("OffValue", "0");
+    case FeatureKind::Command:
+        return value + Element("CommandValue", std::to_string(feature.commandValue));
+    case FeatureKind::Text:
+        return Element("Address", Hex(feature.address)) + Element("Length", std::to_string(feature.length)) +
+               Element("AccessMode", feature.access == Access::ReadOnly ? "RO" : "RW") + Element("pPort", "Device") +
+               Element("Cachable", feature.access == Access::ReadOnly ? "WriteThrough" : "NoCache");
     }
-    m_nodes += Close("Enumeration");
+    return text;
 }
 
-void GenicamWriter::Enumeration(std::string_view name, std::uint32_t address,
-                                const std::vector<std::pair<std::string, std::uint32_t>>& entries, const Traits& traits)
+void GenicamWriter::Register(const Feature& feature)
 {
-    EnumerationNode(name, entries, traits);
-    Register("IntReg", RegisterName(name), address, traits, "",
-             Element("Sign", "Unsigned") + Element("Endianess", "BigEndian"));
+    const bool command = feature.kind == FeatureKind::Command;
+    const char* kind = feature.kind == FeatureKind::Float ? "FloatReg" : feature.IsField() ? "MaskedIntReg" : "IntReg";
+    // What no write of the host alone decides is read each time.
+    const bool alone = feature.polling == 0 && !command && (feature.address >= feature::kFirstFeature);
+    m_nodes += Open(kind, RegisterName(feature.name), "Custom") + Element("Visibility", "Invisible") +
+               Element("Address", Hex(feature.address));
+    if (*feature.selector != '\0')
+    {
+        m_nodes += "    <pIndex Offset=\"4\">" + RegisterName(feature.selector) + "</pIndex>\n";
+    }
+    m_nodes += Element("Length", std::to_string(feature.length)) +
+               Element("AccessMode", command                              ? "WO"
+                                     : feature.access == Access::ReadOnly ? "RO"
+                                                                          : "RW") +
+               Element("pPort", "Device") + Element("Cachable", alone ? "WriteThrough" : "NoCache");
+    m_nodes += feature.polling == 0 ? "" : Element("PollingTime", std::to_string(feature.polling));
+    for (const std::string& name : Words(feature.changedBy))
+    {
+        m_nodes += Element("pInvalidator", name);
+    }
+    m_nodes += *feature.selector == '\0' ? "" : Element("pInvalidator", RegisterName(feature.selector));
+    if (feature.IsField())
+    {
+        // The schema counts bits of a register with the most significant byte first from the most significant one.
+        m_nodes += Element("LSB", std::to_string(feature.lastBit)) + Element("MSB", std::to_string(feature.firstBit));
+    }
+    m_nodes += feature.kind == FeatureKind::Float ? "" : Element("Sign", "Unsigned");
+    m_nodes += Element("Endianess", "BigEndian") + Close(kind);
 }
 
-void GenicamWriter::SelectedEnumeration(std::string_view name, std::uint32_t address, std::string_view selector,
-                                        const std::vector<std::pair<std::string, std::uint32_t>>& entries)
+void GenicamWriter::HelperRegister(std::string_view name, std::uint32_t address, std::string_view kind)
 {
-    EnumerationNode(name, entries, {});
-    Traits traits;
-    traits.invalidators = {RegisterName(selector)};
-    Register("IntReg", RegisterName(name), address, traits,
-             "    <pIndex Offset=\"4\">" + RegisterName(selector) + "</pIndex>\n",
-             Element("Sign", "Unsigned") + Element("Endianess", "BigEndian"));
+    m_nodes += Open(kind, name, "Custom") + Element("Visibility", "Invisible") + Element("Address", Hex(address)) +
+               Element("Length", "4") + Element("AccessMode", "RO") + Element("pPort", "Device") +
+               Element("Cachable", "NoCache") + (kind == "FloatReg" ? "" : Element("Sign", "Unsigned")) +
+               Element("Endianess", "BigEndian") + Close(kind);
 }
 
-void GenicamWriter::Command(std::string_view name, std::uint32_t address, std::uint32_t value, const Traits& traits)
+void GenicamWriter::Add(const Feature& feature)
 {
-    List(name);
-    m_nodes += Open("Command", name) + Element("Visibility", traits.visibility) +
-               Element("pValue", RegisterName(name)) + Element("CommandValue", std::to_string(value)) +
-               Close("Command");
-    Traits writeOnly;
-    writeOnly.access = "WO";
-    Register("IntReg", RegisterName(name), address, writeOnly, "",
-             Element("Sign", "Unsigned") + Element("Endianess", "BigEndian"));
-}
-
-void GenicamWriter::Text(std::string_view name, std::uint32_t address, std::uint32_t length, const Traits& traits)
-{
-    List(name);
-    m_nodes += Open("StringReg", name) + Element("Visibility", traits.visibility) + Element("Address", Hex(address)) +
-               Element("Length", std::to_string(length)) + Element("AccessMode", traits.access) +
-               Element("pPort", "Device") + Element("Cachable", "NoCache") + Close("StringReg");
-}
-
-void GenicamWriter::Difference(std::string_view name, std::string_view minuend, std::string_view subtrahend)
-{
-    const auto variable = [](std::string_view symbol, std::string_view node) {
-        return "    <pVariable Name=\"" + std::string(symbol) + "\">" + std::string(node) + "</pVariable>\n";
-    };
-    m_nodes += Open("IntSwissKnife", name, "Custom") + Element("Visibility", "Invisible") + variable("ALL", minuend) +
-               variable("USED", subtrahend) + Element("Formula", "ALL - USED") + Close("IntSwissKnife");
-}
-
-void GenicamWriter::Constant(std::string_view name, std::string_view value)
-{
-    List(name);
-    m_nodes += Open("String", name) + Element("Visibility", "Beginner") + Element("ImposedAccessMode", "RO") +
-               Element("Value", value) + Close("String");
+    List(feature.name);
+    const char* kind = NodeKind(feature.kind);
+    m_nodes += Open(kind, feature.name) + Common(feature) + ValueElements(feature) + Close(kind);
+    if (feature.kind != FeatureKind::Text)
+    {
+        Register(feature);
+    }
+    const std::string name = feature.name;
+    if (feature.movingMax)
+    {
+        HelperRegister(name + "LimitReg", feature.address + feature::kLimitOffset,
+                       feature.kind == FeatureKind::Float ? "FloatReg" : "IntReg");
+    }
+    if (feature.conditional)
+    {
+        HelperRegister(name + "AvailableReg", feature.address + feature::kAvailableOffset);
+    }
 }
 
 void GenicamWriter::Raw(std::string_view name, std::string_view nodes)
@@ -231,34 +258,21 @@ std::string GenicamWriter::Document(std::string_view vendor, std::string_view mo
         }
         return name.empty() ? std::string("Camera") : name;
     };
-    std::string text = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
-                       "<RegisterDescription ModelName=\"" +
-                       nameLike(model) + "\" VendorName=\"" + nameLike(vendor) +
-                       "\" ToolTip=\"Virtual GigE Vision camera\" StandardNameSpace=\"GEV\"\n"
-                       "    SchemaMajorVersion=\"1\" SchemaMinorVersion=\"1\" SchemaSubMinorVersion=\"0\"\n"
-                       "    MajorVersion=\"1\" MinorVersion=\"0\" SubMinorVersion=\"0\"\n"
-                       "    ProductGuid=\"5F2A7A1C-3C0B-4B0E-9D3A-6B1D6C1F0E01\"\n"
-                       "    VersionGuid=\"5F2A7A1C-3C0B-4B0E-9D3A-6B1D6C1F0E02\"\n"
-                       "    xmlns=\"http://www.genicam.org/GenApi/Version_1_1\"\n"
-                       "    xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\"\n"
-                       "    xsi:schemaLocation=\"http://www.genicam.org/GenApi/Version_1_1 "
-                       "http://www.genicam.org/GenApi/GenApiSchema_Version_1_1.xsd\">\n";
-    text += Open("Category", "Root");
-    for (const auto& [category, features] : m_categories)
-    {
-        text += Element("pFeature", category);
-    }
-    text += Close("Category");
-    for (const auto& [category, features] : m_categories)
-    {
-        text += Open("Category", category);
-        for (const std::string& feature : features)
-        {
-            text += Element("pFeature", feature);
-        }
-        text += Close("Category");
-    }
-    return text + m_nodes + "  <Port Name=\"Device\" NameSpace=\"Standard\"/>\n</RegisterDescription>\n";
+    const std::string text = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+                             "<RegisterDescription ModelName=\"" +
+                             nameLike(model) + "\" VendorName=\"" + nameLike(vendor) +
+                             "\" ToolTip=\"Virtual GigE Vision camera\" StandardNameSpace=\"GEV\"\n"
+                             "    SchemaMajorVersion=\"1\" SchemaMinorVersion=\"1\" SchemaSubMinorVersion=\"0\"\n"
+                             "    MajorVersion=\"1\" MinorVersion=\"0\" SubMinorVersion=\"0\"\n"
+                             "    ProductGuid=\"5F2A7A1C-3C0B-4B0E-9D3A-6B1D6C1F0E01\"\n"
+                             "    VersionGuid=\"5F2A7A1C-3C0B-4B0E-9D3A-6B1D6C1F0E02\"\n"
+                             "    xmlns=\"http://www.genicam.org/GenApi/Version_1_1\"\n"
+                             "    xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\"\n"
+                             "    xsi:schemaLocation=\"http://www.genicam.org/GenApi/Version_1_1 "
+                             "http://www.genicam.org/GenApi/GenApiSchema_Version_1_1.xsd\">\n";
+    return text + Open("Category", "Root") + Texts("Root", "All features", "") + m_root + Close("Category") +
+           m_categories + Close("Category") + m_nodes +
+           "  <Port Name=\"Device\" NameSpace=\"Standard\"/>\n</RegisterDescription>\n";
 }
 
 } // namespace nq::camera

@@ -18,10 +18,14 @@ struct EventInfo
 {
     const char* name;
     std::uint16_t id;
+    /// When it is sent.
+    const char* tip;
 };
 
 /// Ids from 0x9000 are the device's own.
-constexpr std::array<EventInfo, 3> kEvents{{{"Test", 0x9000}, {"ExposureEnd", 0x9001}, {"FrameEnd", 0x9002}}};
+constexpr std::array<EventInfo, 3> kEvents{{{"Test", 0x9000, "TestEventGenerate was executed"},
+                                            {"ExposureEnd", 0x9001, "A picture is exposed"},
+                                            {"FrameEnd", 0x9002, "A picture has been sent"}}};
 
 enum class EventKind
 {

@@ -3,6 +3,7 @@
 #include "program_options.h"
 
 #include "fault_plan.h"
+#include "feature_table.h"
 #include "image_files.h"
 #include "nq_version.h"
 #include "picture_painter.h"
@@ -45,10 +46,11 @@ std::string Footer()
         text += "  " + std::string(fault.name) + ":" + std::to_string(fault.argument) + ":" +
                 std::to_string(fault.count) + "\n      " + fault.help + "\n";
     }
-    return text + "\nExamples:\n"
-                  "  nq-gev-camera --software-rdma --interface eth0\n"
-                  "  nq-gev-camera --address 10.9.0.2 --width 1920 --height 1080 --fps 60\n"
-                  "  nq-gev-camera --interface eth1 --fault short-frame:100:3 --control camera.sock\n";
+    return text + "\n" + FeaturesAsHelp() +
+           "\nExamples:\n"
+           "  nq-gev-camera --software-rdma --interface eth0\n"
+           "  nq-gev-camera --address 10.9.0.2 --width 1920 --height 1080 --fps 60\n"
+           "  nq-gev-camera --interface eth1 --fault short-frame:100:3 --control camera.sock\n";
 }
 
 std::uint64_t ParseMac(const std::string& text)
@@ -208,6 +210,13 @@ std::optional<ProgramOptions> ReadCommandLine(int argc, char** argv, int& exitCo
     CLI::App app("A virtual GigE Vision camera: GVCP control on UDP port 3956, frames by RDMA on port 4791.",
                  "nq-gev-camera");
     app.set_version_flag("--version", NQ_VERSION_TEXT("nq-gev-camera"), "print versions and the commit, and end");
+    app.add_flag_callback(
+        "--features",
+        [] {
+            std::cout << FeaturesAsMarkdown();
+            throw CLI::Success();
+        },
+        "print what each feature does, as a Markdown text, and end");
     Typed typed;
     Define(app, typed);
     app.footer(Footer());
@@ -216,7 +225,7 @@ std::optional<ProgramOptions> ReadCommandLine(int argc, char** argv, int& exitCo
         app.parse(argc, argv);
         return Resolve(typed);
     }
-    catch (const CLI::Success& answered) // --help, --version
+    catch (const CLI::Success& answered) // --help, --version, --features
     {
         exitCode = app.exit(answered);
     }

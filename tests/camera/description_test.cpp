@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The virtual camera's register description: where it lies, its form, and that it fits the camera.
-#include "camera/raw_host.h"
-#include "support/xml_tree.h"
+#include "camera/feature_host.h"
 
 #include <gmock/gmock.h>
 
@@ -12,57 +11,34 @@
 
 using namespace nq::test;
 using testing::Contains;
-using testing::StartsWith;
 
 namespace
 {
 
-struct Url
-{
-    std::string file;
-    std::uint32_t address = 0;
-    std::uint32_t size = 0;
-};
+/// The elements that every node may have, in the order of GenApi 1.1.
+const std::vector<std::string> kCommon = {"ToolTip",      "Description", "DisplayName",
+                                          "Visibility",   "EventID",     "pIsImplemented",
+                                          "pIsAvailable", "pIsLocked",   "ImposedAccessMode"};
 
-Url ReadUrl(const RawHost& host, std::uint32_t address)
-{
-    const Octets bytes = host.ReadMemory(address, 512);
-    const std::string text(reinterpret_cast<const char*>(bytes.data()));
-    EXPECT_THAT(text, StartsWith("Local:"));
-    const std::size_t first = text.find(';');
-    const std::size_t second = text.find(';', first + 1);
-    return {text.substr(6, first - 6),
-            static_cast<std::uint32_t>(std::stoul(text.substr(first + 1, second - first - 1), nullptr, 16)),
-            static_cast<std::uint32_t>(std::stoul(text.substr(second + 1), nullptr, 16))};
-}
-
-std::string ReadDescription(const RawHost& host)
-{
-    const Url url = ReadUrl(host, 0x0200);
-    const Octets bytes = host.ReadMemory(url.address, url.size);
-    return {bytes.begin(), bytes.end()};
-}
-
-/// The order in which GenApi 1.1 wants the elements of a node.
+/// What follows them in a node of each kind.
 const std::map<std::string, std::vector<std::string>> kOrder = {
-    {"Category", {"Visibility", "pFeature"}},
-    {"Integer",
-     {"Visibility", "pIsLocked", "ImposedAccessMode", "Value", "pValue", "Min", "pMin", "Max", "pMax", "Inc", "Unit",
-      "Representation", "pSelected"}},
-    {"Float",
-     {"Visibility", "pIsLocked", "ImposedAccessMode", "Value", "pValue", "Min", "Max", "Unit", "Representation"}},
-    {"Enumeration", {"Visibility", "pIsLocked", "ImposedAccessMode", "EnumEntry", "Value", "pValue", "pSelected"}},
+    {"Category", {"pFeature"}},
+    {"Integer", {"Value", "pValue", "Min", "pMin", "Max", "pMax", "Inc", "Unit", "Representation", "pSelected"}},
+    {"Float", {"Value", "pValue", "Min", "pMin", "Max", "pMax", "Inc", "Unit", "Representation"}},
+    {"Enumeration", {"EnumEntry", "Value", "pValue", "pSelected"}},
     {"EnumEntry", {"Value"}},
-    {"Command", {"Visibility", "pIsLocked", "pValue", "CommandValue"}},
-    {"String", {"Visibility", "ImposedAccessMode", "Value"}},
-    {"StringReg", {"Visibility", "Address", "Length", "AccessMode", "pPort", "Cachable"}},
+    {"Boolean", {"Value", "pValue", "OnValue", "OffValue", "pSelected"}},
+    {"Command", {"pValue", "CommandValue"}},
+    {"StringReg", {"Address", "Length", "AccessMode", "pPort", "Cachable", "PollingTime", "pInvalidator"}},
     {"IntReg",
-     {"Visibility", "Address", "pIndex", "Length", "AccessMode", "pPort", "Cachable", "pInvalidator", "Sign",
+     {"Address", "pIndex", "Length", "AccessMode", "pPort", "Cachable", "PollingTime", "pInvalidator", "Sign",
       "Endianess", "Unit", "Representation"}},
     {"MaskedIntReg",
-     {"Address", "Length", "AccessMode", "pPort", "Cachable", "pInvalidator", "LSB", "MSB", "Sign", "Endianess"}},
-    {"IntSwissKnife", {"Visibility", "pVariable", "Formula"}},
-    {"FloatReg", {"Address", "Length", "AccessMode", "pPort", "Cachable", "pInvalidator", "Endianess"}},
+     {"Address", "pIndex", "Length", "AccessMode", "pPort", "Cachable", "PollingTime", "pInvalidator", "LSB", "MSB",
+      "Sign", "Endianess"}},
+    {"FloatReg",
+     {"Address", "pIndex", "Length", "AccessMode", "pPort", "Cachable", "PollingTime", "pInvalidator", "Endianess"}},
+    {"IntSwissKnife", {"pVariable", "Formula"}},
     {"Port", {}},
 };
 
@@ -73,7 +49,8 @@ void ExpectOrder(const XmlNode& node)
     std::size_t place = 0;
     for (const XmlNode* child : node.Elements())
     {
-        const auto& order = rule->second;
+        std::vector<std::string> order = kCommon;
+        order.insert(order.end(), rule->second.begin(), rule->second.end());
         const auto found = std::find(order.begin(), order.end(), child->name);
         ASSERT_NE(found, order.end()) << node.Attribute("Name") << ": " << child->name;
         const auto at = static_cast<std::size_t>(found - order.begin());
@@ -84,18 +61,6 @@ void ExpectOrder(const XmlNode& node)
             ExpectOrder(*child);
         }
     }
-}
-
-std::string ChildText(const XmlNode& node, const std::string& name)
-{
-    for (const XmlNode* child : node.Elements())
-    {
-        if (child->name == name)
-        {
-            return child->Content();
-        }
-    }
-    return {};
 }
 
 } // namespace
@@ -121,7 +86,7 @@ TEST(CameraDescription, SecondUrlNamesTheSameDescriptionZipped)
 {
     const VirtualCamera camera;
     const RawHost host;
-    const Url url = ReadUrl(host, 0x0400);
+    const DescriptionUrl url = ReadUrl(host, 0x0400);
     EXPECT_EQ(url.file, "NQVirtualCamera.zip");
     const Octets bytes = host.ReadMemory(url.address, url.size);
     ASSERT_EQ(bytes.size(), url.size);
