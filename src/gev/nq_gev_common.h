@@ -73,9 +73,21 @@ inline constexpr char g_XmlFileNameInterface[] = "NQGenTLGev_IF_1_0_0.xml";
 inline constexpr char g_XmlFileNameDevice[] = "NQGenTLGev_DEV_1_0_0.xml";
 inline constexpr char g_XmlFileNameDataStream[] = "NQGenTLGev_DS_1_0_0.xml";
 
+// Other names for the standard's texts: consumers keep descriptions by name.
+inline constexpr char kStandardXmlFileNameSystem[] = "NQGenTLGevStandard_TL_1_0_0.xml";
+inline constexpr char kStandardXmlFileNameInterface[] = "NQGenTLGevStandard_IF_1_0_0.xml";
+inline constexpr char kStandardXmlFileNameDevice[] = "NQGenTLGevStandard_DEV_1_0_0.xml";
+inline constexpr char kStandardXmlFileNameDataStream[] = "NQGenTLGevStandard_DS_1_0_0.xml";
+
 /// The register description of a module's port, a GenApi 1.1 text: the same text at each call, owned by the caller.
 /// Thread-safe; nothing fails but memory.
 std::string CreateXmlFileSystem();
 std::string CreateXmlFileInterface();
 std::string CreateXmlFileDevice();
 std::string CreateXmlFileDataStream();
+
+/// The same for the standard's answers.
+std::string CreateStandardXmlFileSystem();
+std::string CreateStandardXmlFileInterface();
+std::string CreateStandardXmlFileDevice();
+std::string CreateStandardXmlFileDataStream();

@@ -14,14 +14,19 @@ inline constexpr NQGevRegister kDeviceRows[] = {
     {"StreamSelector_Reg", 0x70304, 4, NQGevAccess::ReadWrite},
     {"StreamID_Reg", 0x70308, 256, NQGevAccess::ReadOnly},
     {"NrStreams_Reg", 0x70408, 4, NQGevAccess::ReadOnly},
-    {"GevDeviceMACAddress_Reg", 0x7040C, 8, NQGevAccess::ReadOnly}, // the next row begins inside it
+    // The next row begins inside it; by the standard's answers it lies apart.
+    {"GevDeviceMACAddress_Reg", 0x7040C, 8, NQGevAccess::ReadOnly, NQGevRowKind::Register,
+     NQGevPlace{0x70538, 8, NQGevAccess::ReadOnly}},
     {"GevDeviceIPAddress_Reg", 0x70410, 4, NQGevAccess::ReadOnly},
     {"GevDeviceSubnetMask_Reg", 0x70414, 4, NQGevAccess::ReadOnly},
     {"GevDeviceGateway_Reg", 0x70418, 4, NQGevAccess::ReadOnly},
-    {"UpdateXMLFile_Reg", 0x7041C, 512, NQGevAccess::ReadWrite},  // the next three begin inside it
-    {"UpdateXMLStatus_Reg", 0x7051C, 256, NQGevAccess::ReadOnly}, // disabled in the description, and not to be read
-    {"UpdateXML_Reg", 0x7052C, 4, NQGevAccess::ReadWrite},
-    {"EventNotification_Reg", 0x70530, 4, NQGevAccess::ReadWrite},
+    // The next three begin inside it.
+    {"UpdateXMLFile_Reg", 0x7041C, 512, NQGevAccess::ReadWrite, NQGevRowKind::StatedOnly},
+    // Disabled in the description, and not to be read.
+    {"UpdateXMLStatus_Reg", 0x7051C, 256, NQGevAccess::ReadOnly, NQGevRowKind::StatedOnly},
+    {"UpdateXML_Reg", 0x7052C, 4, NQGevAccess::ReadWrite, NQGevRowKind::StatedOnly},
+    {"EventNotification_Reg", 0x70530, 4, NQGevAccess::ReadWrite, NQGevRowKind::StatedOnly},
+    {"DeviceEndianessMechanism_Reg", 0x70534, 4, NQGevAccess::ReadWrite, NQGevRowKind::StandardOnly},
     // In the data of the event.
     {"EventRemoteDeviceConnectionStateID_Reg", 0x00, 4, NQGevAccess::ReadOnly, NQGevRowKind::DescriptionOnly},
     {"EventRemoteDeviceConnectionStateState_Reg", 0x04, 4, NQGevAccess::ReadOnly, NQGevRowKind::DescriptionOnly},

@@ -26,7 +26,9 @@ inline constexpr NQGevRegister kInterfaceRows[] = {
     {"GevDeviceIPAddress_Reg", 0x6043C, 4, NQGevAccess::ReadOnly},
     {"GevDeviceSubnetMask_Reg", 0x60440, 4, NQGevAccess::ReadOnly},
     {"GevDeviceMACAddress_Reg", 0x60444, 8, NQGevAccess::ReadOnly},
-    // Inside the row before: nothing can be read there, but a write to it has always been taken.
+    {"DeviceTLVersionMajor_Reg", 0x6044C, 4, NQGevAccess::ReadOnly, NQGevRowKind::StandardOnly},
+    {"DeviceTLVersionMinor_Reg", 0x60450, 4, NQGevAccess::ReadOnly, NQGevRowKind::StandardOnly},
+    // Inside the row of the MAC address: nothing can be read there, but a write to it has always been taken.
     {"NoRegister", 0x60448, 4, NQGevAccess::ReadWrite, NQGevRowKind::PortOnly},
 };
 

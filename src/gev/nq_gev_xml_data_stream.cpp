@@ -12,11 +12,13 @@ constexpr std::string_view kPort = "StreamPort";
 void AddCategories(NQGevXmlWriter& xml)
 {
     xml.BeginGroup("RootCategory");
-    xml.Add(NQGevXmlCategory{
-        .name = "Root",
-        .nameSpace = "Standard",
-        .visibility = "Beginner",
-        .members = {"StreamInformation", "BufferHandlingControl", "ChannelStatistics", "EventControl"}});
+    xml.Add(NQGevXmlCategory{.name = "Root",
+                             .nameSpace = "Standard",
+                             .visibility = "Beginner",
+                             .members = {"StreamInformation",
+                                         "BufferHandlingControl",
+                                         "ChannelStatistics",
+                                         {"EventControl", NQGevXmlMember::StatedOnly}}});
     xml.EndGroup();
     xml.BeginGroup("SubCategories", false);
     xml.Add(
@@ -35,27 +37,31 @@ void AddCategories(NQGevXmlWriter& xml)
         .members = {"StreamAnnouncedBufferCount",
                     "StreamBufferHandlingMode",
                     "StreamAnnounceBufferMinimum",
-                    {"StreamDeliveredFrameCount", true},
-                    {"StreamLostFrameCount", true},
-                    {"StreamInputBufferCount", true},
-                    {"StreamOutputBufferCount", true},
-                    {"StreamStartedFrameCount", true},
-                    {"PayloadSize", true},
-                    {"StreamIsGrabbing", true},
-                    {"StreamChunkCountMaximum", true},
-                    {"StreamBufferAlignment", true}}});
+                    {"StreamDeliveredFrameCount", NQGevXmlMember::DisabledUnlessStandard},
+                    {"StreamLostFrameCount", NQGevXmlMember::DisabledUnlessStandard},
+                    {"StreamInputBufferCount", NQGevXmlMember::DisabledUnlessStandard},
+                    {"StreamOutputBufferCount", NQGevXmlMember::DisabledUnlessStandard},
+                    {"StreamStartedFrameCount", NQGevXmlMember::DisabledUnlessStandard},
+                    {"PayloadSize", NQGevXmlMember::DisabledUnlessStandard},
+                    {"StreamIsGrabbing", NQGevXmlMember::DisabledUnlessStandard},
+                    {"StreamChunkCountMaximum", NQGevXmlMember::DisabledUnlessStandard},
+                    {"StreamBufferAlignment", NQGevXmlMember::DisabledUnlessStandard}}});
     xml.Add(NQGevXmlCategory{.name = "ChannelStatistics",
                              .nameSpace = "Custom",
                              .toolTip = "Category that contains the counters of the stream channel.",
                              .displayName = "Channel Statistics",
                              .visibility = "Expert",
                              .members = {"FrameLoss", "FramesReceived"}});
-    xml.Add(NQGevXmlCategory{.name = "EventControl",
+    if (!xml.IsStandard())
+    {
+        xml.Add(
+            NQGevXmlCategory{.name = "EventControl",
                              .nameSpace = "Standard",
                              .toolTip = "Category that contains all Event Control features of the Data Stream module.",
                              .displayName = "Event Control",
                              .visibility = "Expert",
                              .members = {"EventSelector", "EventNotification"}});
+    }
     xml.EndGroup();
 }
 
@@ -94,32 +100,70 @@ void AddStreamInformation(NQGevXmlWriter& xml)
     xml.EndGroup();
 }
 
+/// The standard's text names only the mode that there is.
+std::vector<NQGevXmlEnumEntry> HandlingModes(bool standard)
+{
+    std::vector<NQGevXmlEnumEntry> modes = {
+        {"OldestFirst", "Buffers are delivered in the order they were filled, none is overwritten.", "Oldest First",
+         "0"},
+        {"OldestFirstOverwrite", "Buffers are delivered in the order they were filled, the oldest may be overwritten.",
+         "Oldest First Overwrite", "1"},
+        {"NewestOnly", "Only the buffer filled last is delivered.", "Newest Only", "2"}};
+    modes.resize(standard ? 1 : modes.size());
+    return modes;
+}
+
+/// What the library's own text leaves out.
+void AddStandardCounts(NQGevXmlWriter& xml)
+{
+    const auto add = [&xml](std::string_view name, std::string_view text, std::string_view displayName,
+                            std::string_view reg) { xml.Add(Counter(name, "Standard", text, "", displayName, reg)); };
+    add("StreamLostFrameCount", "Number of frames lost because no buffer was queued.", "Stream Lost Frame Count",
+        "StreamLostFrameCount_Reg");
+    add("StreamInputBufferCount", "Number of buffers in the input pool and of those being filled.",
+        "Stream Input Buffer Count", "StreamInputBufferCount_Reg");
+    add("StreamOutputBufferCount", "Number of buffers in the output queue.", "Stream Output Buffer Count",
+        "StreamOutputBufferCount_Reg");
+    add("StreamStartedFrameCount", "Number of frames that began to be written to a buffer.",
+        "Stream Started Frame Count", "StreamStartedFrameCount_Reg");
+    add("PayloadSize", "Size of the payload of a frame in bytes.", "Payload Size", "PayloadSize_Reg");
+    xml.Add(NQGevXmlFeature{.type = "Boolean",
+                            .name = "StreamIsGrabbing",
+                            .nameSpace = "Standard",
+                            .toolTip = "Whether the acquisition engine is started.",
+                            .displayName = "Stream Is Grabbing",
+                            .visibility = "Expert",
+                            .reg = "StreamIsGrabbing_Reg"});
+    add("StreamChunkCountMaximum", "Maximum number of chunks in a buffer.", "Stream Chunk Count Maximum",
+        "StreamChunkCountMaximum_Reg");
+    add("StreamBufferAlignment", "Alignment of buffers in bytes.", "Stream Buffer Alignment",
+        "StreamBufferAlignment_Reg");
+}
+
 void AddBufferHandling(NQGevXmlWriter& xml)
 {
     xml.BeginGroup("BufferHandlingControl");
     xml.Add(Counter("StreamAnnouncedBufferCount", "Standard", "Number of announced (known) buffers on this stream.", "",
                     "Stream Announced Buffer Count", "StreamAnnouncedBufferCount_Reg"));
-    xml.Add(NQGevXmlFeature{
-        .type = "Enumeration",
-        .name = "StreamBufferHandlingMode",
-        .nameSpace = "Standard",
-        .toolTip = "Available buffer handling modes of this stream.",
-        .displayName = "Stream Buffer Handling Mode",
-        .visibility = "Beginner",
-        .imposedAccessMode = "RO",
-        .entries = {{"OldestFirst", "Buffers are delivered in the order they were filled, none is overwritten.",
-                     "Oldest First", "0"},
-                    {"OldestFirstOverwrite",
-                     "Buffers are delivered in the order they were filled, the oldest may be "
-                     "overwritten.",
-                     "Oldest First Overwrite", "1"},
-                    {"NewestOnly", "Only the buffer filled last is delivered.", "Newest Only", "2"}},
-        .reg = "StreamBufferHandlingMode_Reg"});
+    xml.Add(NQGevXmlFeature{.type = "Enumeration",
+                            .name = "StreamBufferHandlingMode",
+                            .nameSpace = "Standard",
+                            .toolTip = "Available buffer handling modes of this stream.",
+                            .displayName = "Stream Buffer Handling Mode",
+                            .visibility = "Beginner",
+                            .imposedAccessMode = "RO",
+                            .entries = HandlingModes(xml.IsStandard()),
+                            .reg = "StreamBufferHandlingMode_Reg"});
     xml.Add(Counter("StreamAnnounceBufferMinimum", "Standard",
                     "Minimum number of buffers to announce to enable this stream.", "",
                     "Stream Announce Buffer Minimum", "StreamAnnounceBufferMinimum_Reg"));
-    xml.Disable(Counter("StreamDeliveredFrameCount", "Standard", "Number of frames delivered since acquisition start.",
-                        "", "Stream Delivered Frame Count", "StreamDeliveredFrameCount_Reg"));
+    xml.DisableUnlessStandard(Counter("StreamDeliveredFrameCount", "Standard",
+                                      "Number of frames delivered since acquisition start.", "",
+                                      "Stream Delivered Frame Count", "StreamDeliveredFrameCount_Reg"));
+    if (xml.IsStandard())
+    {
+        AddStandardCounts(xml);
+    }
     xml.EndGroup();
 }
 
@@ -130,7 +174,9 @@ void AddStatistics(NQGevXmlWriter& xml)
                     "Frame Loss", "FrameLoss_Reg"));
     // Deliberate(ToolTipOfTheBuffers): the tool tip is that of the announced buffers: the text stays the same byte for
     // byte, and the description says what is counted.
-    xml.Add(Counter("FramesReceived", "Custom", "Number of announced (known) buffers on this stream.",
+    xml.Add(Counter("FramesReceived", "Custom",
+                    xml.IsStandard() ? "Number of frames that have been received since last acquisition start."
+                                     : "Number of announced (known) buffers on this stream.",
                     "the number of frames that have been received since last acquisition start.", "Frames Received",
                     "FramesReceived_Reg"));
     xml.EndGroup();
@@ -176,14 +222,29 @@ void AddEventRegister(NQGevXmlWriter& xml, const NQGevRegister& row)
     xml.AddInteger({.row = row, .port = kPort, .cachable = "NoCache", .endianess = "BigEndian"});
 }
 
+void AddStandardRegisters(NQGevXmlWriter& xml)
+{
+    AddPolled(xml, kDataStreamRegisters["StreamLostFrameCount_Reg"]);
+    AddPolled(xml, kDataStreamRegisters["StreamInputBufferCount_Reg"]);
+    AddPolled(xml, kDataStreamRegisters["StreamOutputBufferCount_Reg"]);
+    AddPolled(xml, kDataStreamRegisters["StreamStartedFrameCount_Reg"]);
+    AddPolled(xml, kDataStreamRegisters["PayloadSize_Reg"]);
+    AddPolled(xml, kDataStreamRegisters["StreamIsGrabbing_Reg"]);
+    AddPolled(xml, kDataStreamRegisters["StreamChunkCountMaximum_Reg"]);
+    AddPolled(xml, kDataStreamRegisters["StreamBufferAlignment_Reg"]);
+}
+
 void AddRegisters(NQGevXmlWriter& xml)
 {
     // Deliberate(EventRegistersAboveTheText): the two event registers lie just above the description itself and are
     // big-endian, unlike all others: they have the form of a camera's registers, and no port serves them.
-    xml.BeginGroup("EventControl Register");
-    AddEventRegister(xml, kDataStreamRegisters["EventSelector_reg"]);
-    AddEventRegister(xml, kDataStreamRegisters["EventNotification_reg"]);
-    xml.EndGroup();
+    if (!xml.IsStandard())
+    {
+        xml.BeginGroup("EventControl Register");
+        AddEventRegister(xml, kDataStreamRegisters["EventSelector_reg"]);
+        AddEventRegister(xml, kDataStreamRegisters["EventNotification_reg"]);
+        xml.EndGroup();
+    }
     // Deliberate(OneCommentForThreeGroups): all three groups of stream registers carry the same comment, since they are
     // one block of addresses that the order of the features cut in three.
     xml.BeginGroup("StreamInformation Registers");
@@ -195,6 +256,10 @@ void AddRegisters(NQGevXmlWriter& xml)
     xml.AddInteger({kDataStreamRegisters["StreamAnnounceBufferMinimum_Reg"], kPort, "", "Invisible"});
     // Deliberate(RegisterWithoutAFeature): no feature shows this register; its feature is disabled.
     AddPolled(xml, kDataStreamRegisters["StreamDeliveredFrameCount_Reg"]);
+    if (xml.IsStandard())
+    {
+        AddStandardRegisters(xml);
+    }
     xml.EndGroup();
     xml.BeginGroup("StreamInformation Registers");
     AddPolled(xml, kDataStreamRegisters["FrameLoss_Reg"]);
@@ -202,16 +267,31 @@ void AddRegisters(NQGevXmlWriter& xml)
     xml.EndGroup();
 }
 
-} // namespace
-
-std::string CreateXmlFileDataStream()
+std::string Create(const NQGevXmlEdition& edition)
 {
-    NQGevXmlWriter xml("NQGenTLGev", "Data Stream RegisterMap");
+    NQGevXmlWriter xml("NQGenTLGev", "Data Stream RegisterMap", edition);
     AddCategories(xml);
     AddStreamInformation(xml);
     AddBufferHandling(xml);
     AddStatistics(xml);
-    AddEventControl(xml);
+    if (!xml.IsStandard())
+    {
+        AddEventControl(xml);
+    }
     AddRegisters(xml);
     return xml.Finish({{.name = kPort, .displayName = "Stream Port", .imposedAccessMode = "RW"}});
+}
+
+} // namespace
+
+std::string CreateXmlFileDataStream()
+{
+    return Create({});
+}
+
+std::string CreateStandardXmlFileDataStream()
+{
+    return Create({.text = NQGevText::Standard,
+                   .productGuid = "9F3E95A9-11B9-4471-A687-EE9B55C28B2F",
+                   .versionGuid = "AE67A036-2F2C-4A62-BF9F-77C923F753C6"});
 }

@@ -22,24 +22,10 @@ void AddSubCategory(NQGevXmlWriter& xml, std::string_view name, std::string_view
                              .members = members});
 }
 
-void AddCategories(NQGevXmlWriter& xml)
+/// Of what the library's own text offers beyond the standard's: a file that nothing takes and an event that never
+/// comes.
+void AddStatedCategories(NQGevXmlWriter& xml)
 {
-    xml.BeginGroup("RootCategory");
-    xml.Add(
-        NQGevXmlCategory{.name = "Root",
-                         .nameSpace = "Standard",
-                         .visibility = "Beginner",
-                         .members = {"DeviceInformation", "StreamEnumeration", "XMLFileInjection", "EventControl"}});
-    xml.EndGroup();
-    xml.BeginGroup("SubCategories", false);
-    AddSubCategory(xml, "DeviceInformation", "Standard",
-                   "Category that contains all Device Information features of the Device module.", "Device Information",
-                   "Beginner",
-                   {"DeviceID", "DeviceVendorName", "DeviceModelName", "DeviceType", "DeviceAccessStatus",
-                    "GevDeviceMACAddress", "GevDeviceIPAddress", "GevDeviceSubnetMask", "GevDeviceGateway"});
-    AddSubCategory(xml, "StreamEnumeration", "Standard",
-                   "Category that contains all Stream Enumeration features of the Device module.", "Stream Enumeration",
-                   "Beginner", {"StreamSelector", "StreamID"});
     AddSubCategory(xml, "XMLFileInjection", "Custom",
                    "Category that contains the features for replacing the XML file of the device.",
                    "XML File Injection", "Beginner", {"XMLFile", "UpdateXML"});
@@ -50,6 +36,40 @@ void AddCategories(NQGevXmlWriter& xml)
                    "Category that contains all data of the Remote Device Connection State event.",
                    "Remote Device Connection Status Data", "Expert",
                    {"EventRemoteDeviceConnectionStateID", "EventRemoteDeviceConnectionStateState"});
+}
+
+void AddCategories(NQGevXmlWriter& xml)
+{
+    xml.BeginGroup("RootCategory");
+    xml.Add(NQGevXmlCategory{.name = "Root",
+                             .nameSpace = "Standard",
+                             .visibility = "Beginner",
+                             .members = {"DeviceInformation",
+                                         "StreamEnumeration",
+                                         {"XMLFileInjection", NQGevXmlMember::StatedOnly},
+                                         {"EventControl", NQGevXmlMember::StatedOnly}}});
+    xml.EndGroup();
+    xml.BeginGroup("SubCategories", false);
+    AddSubCategory(xml, "DeviceInformation", "Standard",
+                   "Category that contains all Device Information features of the Device module.", "Device Information",
+                   "Beginner",
+                   {"DeviceID",
+                    "DeviceVendorName",
+                    "DeviceModelName",
+                    "DeviceType",
+                    "DeviceAccessStatus",
+                    "GevDeviceMACAddress",
+                    "GevDeviceIPAddress",
+                    "GevDeviceSubnetMask",
+                    "GevDeviceGateway",
+                    {"DeviceEndianessMechanism", NQGevXmlMember::StandardOnly}});
+    AddSubCategory(xml, "StreamEnumeration", "Standard",
+                   "Category that contains all Stream Enumeration features of the Device module.", "Stream Enumeration",
+                   "Beginner", {"StreamSelector", "StreamID"});
+    if (!xml.IsStandard())
+    {
+        AddStatedCategories(xml);
+    }
     xml.EndGroup();
 }
 
@@ -76,6 +96,21 @@ void AddAddress(NQGevXmlWriter& xml, std::string_view name, std::string_view tex
                             .visibility = "Expert",
                             .reg = reg,
                             .representation = representation});
+}
+
+void AddEndianessMechanism(NQGevXmlWriter& xml)
+{
+    xml.Add(NQGevXmlFeature{
+        .type = "Enumeration",
+        .name = "DeviceEndianessMechanism", // spelt so by the naming convention
+        .nameSpace = "Standard",
+        .toolTip = "Identifies the endianness handling mode for this device.",
+        .displayName = "Device Endianess Mechanism",
+        .visibility = "Expert",
+        .entries = {{"Legacy", "The endianness of the device is handled as GenICam schema 1.0 says.", "Legacy", "0"},
+                    {"Standard", "The endianness of the device is handled as GenICam schema 1.1 says.", "Standard",
+                     "1"}},
+        .reg = "DeviceEndianessMechanism_Reg"});
 }
 
 void AddDeviceInformation(NQGevXmlWriter& xml)
@@ -111,6 +146,10 @@ void AddDeviceInformation(NQGevXmlWriter& xml)
                "GevDeviceSubnetMask_Reg", "IPV4Address");
     AddAddress(xml, "GevDeviceGateway", "Current gateway of this device.", "Gev Device Gateway", "GevDeviceGateway_Reg",
                "IPV4Address");
+    if (xml.IsStandard())
+    {
+        AddEndianessMechanism(xml);
+    }
     xml.EndGroup();
 }
 
@@ -213,6 +252,10 @@ void AddDeviceRegisters(NQGevXmlWriter& xml)
     xml.AddInteger({kDeviceRegisters["GevDeviceIPAddress_Reg"], kPort});
     xml.AddInteger({kDeviceRegisters["GevDeviceSubnetMask_Reg"], kPort});
     xml.AddInteger({kDeviceRegisters["GevDeviceGateway_Reg"], kPort});
+    if (xml.IsStandard())
+    {
+        xml.AddInteger({kDeviceRegisters["DeviceEndianessMechanism_Reg"], kPort});
+    }
     xml.EndGroup();
     xml.BeginGroup("StreamEnumeration Registers");
     xml.AddInteger({.row = kDeviceRegisters["StreamSelector_Reg"], .port = kPort, .cachable = "NoCache"});
@@ -239,23 +282,41 @@ void AddEventRegisters(NQGevXmlWriter& xml)
     xml.EndGroup();
 }
 
-} // namespace
-
-std::string CreateXmlFileDevice()
+std::string Create(const NQGevXmlEdition& edition)
 {
-    NQGevXmlWriter xml("NQGenTLGev", "Device RegisterMap");
+    NQGevXmlWriter xml("NQGenTLGev", "Device RegisterMap", edition);
     AddCategories(xml);
     AddDeviceInformation(xml);
     AddStreamEnumeration(xml);
-    AddXmlFileInjection(xml);
-    AddEventControl(xml);
+    if (!xml.IsStandard())
+    {
+        AddXmlFileInjection(xml);
+        AddEventControl(xml);
+    }
     AddDeviceRegisters(xml);
-    AddUpdateRegisters(xml);
-    AddEventRegisters(xml);
+    if (!xml.IsStandard())
+    {
+        AddUpdateRegisters(xml);
+        AddEventRegisters(xml);
+    }
     xml.BeginGroup("StreamEnumeration Formulas");
     xml.Add(NQGevXmlFormula{"StreamListNonEmpty_Form", "", "NRSTRMS", "NrStreams_Reg", "NRSTRMS > 0"});
     xml.Add(NQGevXmlFormula{"StreamListMax_Form", "", "NRSTRMS", "NrStreams_Reg", "NRSTRMS - 1"});
     xml.EndGroup();
-    return xml.Finish({{.name = kEventPort, .eventId = "77777701"},
-                       {.name = kPort, .displayName = "Device Port", .imposedAccessMode = "RW"}});
+    const NQGevXmlPort port{.name = kPort, .displayName = "Device Port", .imposedAccessMode = "RW"};
+    return xml.IsStandard() ? xml.Finish({port}) : xml.Finish({{.name = kEventPort, .eventId = "77777701"}, port});
+}
+
+} // namespace
+
+std::string CreateXmlFileDevice()
+{
+    return Create({});
+}
+
+std::string CreateStandardXmlFileDevice()
+{
+    return Create({.text = NQGevText::Standard,
+                   .productGuid = "A4270CCA-A433-459B-A701-6856FD71A5C9",
+                   .versionGuid = "B34B429F-127B-4206-9DF0-4686A2111FF0"});
 }

@@ -26,7 +26,7 @@ void AddCategories(NQGevXmlWriter& xml)
                              .displayName = "Interface Information",
                              .visibility = "Expert",
                              .members = {"InterfaceID",
-                                         {"InterfaceDisplayName", true},
+                                         {"InterfaceDisplayName", NQGevXmlMember::Disabled},
                                          "InterfaceType",
                                          "InterfaceTLVersionMajor",
                                          "InterfaceTLVersionMinor",
@@ -48,9 +48,9 @@ void AddCategories(NQGevXmlWriter& xml)
     xml.EndGroup();
 }
 
-/// A version number of the transport layer, 1.3 for interface and devices alike.
+/// A version number of the interface's transport layer.
 void AddVersion(NQGevXmlWriter& xml, std::string_view name, std::string_view text, std::string_view displayName,
-                std::string_view number, std::string_view openingComment = "")
+                std::string_view number)
 {
     xml.Add(NQGevXmlFeature{.type = "Integer",
                             .name = name,
@@ -59,8 +59,24 @@ void AddVersion(NQGevXmlWriter& xml, std::string_view name, std::string_view tex
                             .displayName = displayName,
                             .visibility = "Expert",
                             .imposedAccessMode = "RO",
-                            .fixed = number,
-                            .openingComment = openingComment});
+                            .fixed = number});
+}
+
+/// One of the selected device's: from a register in the standard's text, fixed in the library's own.
+void AddDeviceVersion(NQGevXmlWriter& xml, std::string_view name, std::string_view text, std::string_view displayName,
+                      std::string_view reg, std::string_view number)
+{
+    xml.Add(NQGevXmlFeature{.type = "Integer",
+                            .name = name,
+                            .nameSpace = "Standard",
+                            .toolTip = text,
+                            .displayName = displayName,
+                            .visibility = "Expert",
+                            .imposedAccessMode = "RO",
+                            .available = xml.IsStandard() ? kDeviceListed : "",
+                            .reg = xml.IsStandard() ? reg : "",
+                            .fixed = xml.IsStandard() ? "" : number,
+                            .openingComment = "Mandatory element"});
 }
 
 void AddAddress(NQGevXmlWriter& xml, std::string_view name, std::string_view text, std::string_view displayName,
@@ -124,9 +140,9 @@ void AddInterfaceInformation(NQGevXmlWriter& xml)
                             .entries = NQGevXmlTransportEntries(),
                             .fixed = "0"});
     AddVersion(xml, "InterfaceTLVersionMajor", "Major version number of the transport layer of this interface.",
-               "Interface TL Version Major", "1");
+               "Interface TL Version Major", xml.IsStandard() ? "2" : "1");
     AddVersion(xml, "InterfaceTLVersionMinor", "Minor version number of the transport layer of this interface.",
-               "Interface TL Version Minor", "3");
+               "Interface TL Version Minor", xml.IsStandard() ? "0" : "3");
     AddSelector(xml, "GevInterfaceGatewaySelector", "Selector for the different gateway entries of this interface.",
                 "Gev Interface Gateway Selector", "GatewayListNotEmpty_Form", "GevInterfaceGatewaySelector_Reg",
                 "GevInterfaceGatewaySelectorMax_Form", {"GevInterfaceGateway"});
@@ -174,10 +190,10 @@ void AddDeviceEnumeration(NQGevXmlWriter& xml)
                             .available = kDeviceListed,
                             .entries = NQGevXmlAccessStatusEntries(),
                             .reg = "DeviceAccessStatus_Reg"});
-    AddVersion(xml, "DeviceTLVersionMajor", "Major version number of the transport layer of the selected device.",
-               "Device TL Version Major", "1", "Mandatory element");
-    AddVersion(xml, "DeviceTLVersionMinor", "Minor version number of the transport layer of the selected device.",
-               "Device TL Version Minor", "3", "Mandatory element");
+    AddDeviceVersion(xml, "DeviceTLVersionMajor", "Major version number of the transport layer of the selected device.",
+                     "Device TL Version Major", "DeviceTLVersionMajor_Reg", "1");
+    AddDeviceVersion(xml, "DeviceTLVersionMinor", "Minor version number of the transport layer of the selected device.",
+                     "Device TL Version Minor", "DeviceTLVersionMinor_Reg", "3");
     AddAddress(xml, "GevDeviceIPAddress", "Current IP address of the selected device.", "Gev Device IP Address",
                kDeviceListed, "GevDeviceIPAddress_Reg");
     AddAddress(xml, "GevDeviceSubnetMask", "Current subnet mask of the selected device.", "Gev Device Subnet Mask",
@@ -211,7 +227,8 @@ void AddInterfaceRegisters(NQGevXmlWriter& xml)
     AddNumber(xml, kInterfaceRegisters["GevInterfaceSubnetIPAddress_Reg"], "GevInterfaceSubnetSelector_Reg");
     // Deliberate(MaskInvalidatesItself): the mask names itself as its invalidator. There is only one subnet, so no
     // selection changes it.
-    AddNumber(xml, kInterfaceRegisters["GevInterfaceSubnetMask_Reg"], "GevInterfaceSubnetMask_Reg");
+    AddNumber(xml, kInterfaceRegisters["GevInterfaceSubnetMask_Reg"],
+              xml.IsStandard() ? "GevInterfaceSubnetSelector_Reg" : "GevInterfaceSubnetMask_Reg");
     xml.EndGroup();
 }
 
@@ -230,6 +247,11 @@ void AddDeviceRegisters(NQGevXmlWriter& xml)
     AddNumber(xml, kInterfaceRegisters["GevDeviceIPAddress_Reg"], kSelector);
     AddNumber(xml, kInterfaceRegisters["GevDeviceSubnetMask_Reg"], kSelector);
     AddNumber(xml, kInterfaceRegisters["GevDeviceMACAddress_Reg"], kSelector);
+    if (xml.IsStandard())
+    {
+        AddNumber(xml, kInterfaceRegisters["DeviceTLVersionMajor_Reg"], kSelector);
+        AddNumber(xml, kInterfaceRegisters["DeviceTLVersionMinor_Reg"], kSelector);
+    }
     xml.EndGroup();
 }
 
@@ -246,11 +268,9 @@ void AddFormulas(NQGevXmlWriter& xml)
     xml.EndGroup();
 }
 
-} // namespace
-
-std::string CreateXmlFileInterface()
+std::string Create(const NQGevXmlEdition& edition)
 {
-    NQGevXmlWriter xml("NQGenTLGev", "IF RegisterMap");
+    NQGevXmlWriter xml("NQGenTLGev", "IF RegisterMap", edition);
     AddCategories(xml);
     AddInterfaceInformation(xml);
     AddDeviceEnumeration(xml);
@@ -258,4 +278,18 @@ std::string CreateXmlFileInterface()
     AddDeviceRegisters(xml);
     AddFormulas(xml);
     return xml.Finish({{.name = kPort, .displayName = "Interface Port", .imposedAccessMode = "RW"}});
+}
+
+} // namespace
+
+std::string CreateXmlFileInterface()
+{
+    return Create({});
+}
+
+std::string CreateStandardXmlFileInterface()
+{
+    return Create({.text = NQGevText::Standard,
+                   .productGuid = "80A1615E-88C4-43B9-8372-2E47799B5CA7",
+                   .versionGuid = "EACA7205-885A-40E6-8CF4-9BDFC16917FD"});
 }

@@ -12,11 +12,12 @@ constexpr std::string_view kPort = "TLPort";
 void AddCategories(NQGevXmlWriter& xml)
 {
     xml.BeginGroup("RootCategory");
-    xml.Add(NQGevXmlCategory{.name = "Root",
-                             .nameSpace = "Standard",
-                             .visibility = "Beginner",
-                             .members = {"SystemInformation", "InterfaceEnumeration", {"EventControl", true}},
-                             .openingComment = "Mandatory element"});
+    xml.Add(NQGevXmlCategory{
+        .name = "Root",
+        .nameSpace = "Standard",
+        .visibility = "Beginner",
+        .members = {"SystemInformation", "InterfaceEnumeration", {"EventControl", NQGevXmlMember::Disabled}},
+        .openingComment = "Mandatory element"});
     xml.EndGroup();
     xml.BeginGroup("SubCategories", false);
     xml.Add(NQGevXmlCategory{.name = "SystemInformation",
@@ -34,7 +35,7 @@ void AddCategories(NQGevXmlWriter& xml)
                          .displayName = "Interface Enumeration",
                          .visibility = "Beginner",
                          .members = {"InterfaceUpdateList",
-                                     {"InterfaceUpdateTimeout", true},
+                                     {"InterfaceUpdateTimeout", NQGevXmlMember::Disabled},
                                      "InterfaceSelector",
                                      "InterfaceID",
                                      "GevInterfaceMACAddress",
@@ -116,8 +117,8 @@ void AddSystemInformation(NQGevXmlWriter& xml)
 
 void AddInterfaceSelection(NQGevXmlWriter& xml)
 {
-    // Deliberate(UpdateCommandReachesNoRegister): the command has a value of its own and reaches no register. A
-    // consumer starts a scan through the C interface or by writing InterfaceUpdateList_Reg, so that walking the
+    // Deliberate(UpdateCommandReachesNoRegister): in the library's own text the command has a value of its own and
+    // reaches no register. A consumer starts a scan through the C interface or by writing InterfaceUpdateList_Reg, so that walking the
     // features never rescans the adapters.
     xml.Add(NQGevXmlFeature{.type = "Command",
                             .name = "InterfaceUpdateList",
@@ -125,8 +126,9 @@ void AddInterfaceSelection(NQGevXmlWriter& xml)
                             .toolTip = "Updates the internal interface list.",
                             .displayName = "Interface Update List",
                             .visibility = "Beginner",
-                            .imposedAccessMode = "RW",
-                            .fixed = "0",
+                            .imposedAccessMode = xml.IsStandard() ? "" : "RW",
+                            .reg = xml.IsStandard() ? "InterfaceUpdateList_Reg" : "",
+                            .fixed = xml.IsStandard() ? "" : "0",
                             .commandValue = "1"});
     xml.Disable(NQGevXmlFeature{.type = "Integer",
                                 .name = "InterfaceUpdateTimeout",
@@ -190,14 +192,17 @@ void AddInterfaceEnumeration(NQGevXmlWriter& xml)
 
 void AddSystemRegisters(NQGevXmlWriter& xml)
 {
+    const auto constant = [](const NQGevRegister& row) {
+        return NQGevXmlRegister{.row = row, .port = kPort, .nameSpace = "Standard", .constant = true};
+    };
     xml.BeginGroup("SystemInformation Registers");
-    xml.AddString({kSystemRegisters["TLVendorName_Reg"], kPort, "Standard"});
-    xml.AddString({kSystemRegisters["TLModelName_Reg"], kPort, "Standard"});
-    xml.AddString({kSystemRegisters["TLID_Reg"], kPort, "Standard"});
-    xml.AddString({kSystemRegisters["TLVersion_Reg"], kPort, "Standard"});
-    xml.AddString({kSystemRegisters["TLPath_Reg"], kPort, "Standard"});
-    xml.AddInteger({kSystemRegisters["GenTLVersionMajor_Reg"], kPort, "Standard"});
-    xml.AddInteger({kSystemRegisters["GenTLVersionMinor_Reg"], kPort, "Standard"});
+    xml.AddString(constant(kSystemRegisters["TLVendorName_Reg"]));
+    xml.AddString(constant(kSystemRegisters["TLModelName_Reg"]));
+    xml.AddString(constant(kSystemRegisters["TLID_Reg"]));
+    xml.AddString(constant(kSystemRegisters["TLVersion_Reg"]));
+    xml.AddString(constant(kSystemRegisters["TLPath_Reg"]));
+    xml.AddInteger(constant(kSystemRegisters["GenTLVersionMajor_Reg"]));
+    xml.AddInteger(constant(kSystemRegisters["GenTLVersionMinor_Reg"]));
     xml.EndGroup();
 }
 
@@ -221,11 +226,9 @@ void AddInterfaceRegisters(NQGevXmlWriter& xml)
     xml.EndGroup();
 }
 
-} // namespace
-
-std::string CreateXmlFileSystem()
+std::string Create(const NQGevXmlEdition& edition)
 {
-    NQGevXmlWriter xml("NQGenTLRDMAGEV", "TL RegisterMap");
+    NQGevXmlWriter xml("NQGenTLRDMAGEV", "TL RegisterMap", edition);
     AddCategories(xml);
     AddSystemInformation(xml);
     AddInterfaceEnumeration(xml);
@@ -236,4 +239,18 @@ std::string CreateXmlFileSystem()
     xml.Add(NQGevXmlFormula{"InterfaceSelectorMax_Form", "", "NRINTS", "NrInterfaces_Reg", "NRINTS - 1"});
     xml.EndGroup();
     return xml.Finish({{.name = kPort, .displayName = "TL Port", .imposedAccessMode = "RW"}});
+}
+
+} // namespace
+
+std::string CreateXmlFileSystem()
+{
+    return Create({});
+}
+
+std::string CreateStandardXmlFileSystem()
+{
+    return Create({.text = NQGevText::Standard,
+                   .productGuid = "BC1C6BB8-74B7-40C4-A8EB-C882C7807BFA",
+                   .versionGuid = "21CA5B03-105B-4D5F-9CC9-B39982342B23"});
 }

@@ -12,10 +12,6 @@ constexpr std::string_view kIndent = "  ";
 constexpr std::string_view kAsterisks = "*************************************************************";
 constexpr std::string_view kEqualSigns = "=============================================================";
 
-// One pair for all four texts: they are versioned together.
-constexpr std::string_view kProductGuid = "5D0E3B0C-7C5A-4B0E-9A53-2F6D41C8B7E1";
-constexpr std::string_view kVersionGuid = "A8F1C2D4-63B7-4E29-8D10-7B95E0F3246C";
-
 std::string Escape(std::string_view text)
 {
     std::string escaped;
@@ -53,11 +49,12 @@ std::string AddressText(unsigned long address)
 
 } // namespace
 
-NQGevXmlWriter::NQGevXmlWriter(std::string_view modelName, std::string_view toolTip)
+NQGevXmlWriter::NQGevXmlWriter(std::string_view modelName, std::string_view toolTip, const NQGevXmlEdition& edition)
+    : m_standard(edition.text == NQGevText::Standard)
 {
     const std::pair<std::string_view, std::string_view> attributes[] = {
         {"ModelName", modelName},
-        {"VendorName", "Nerquil Optic"},
+        {"VendorName", m_standard ? "NerquilOptic" : "Nerquil Optic"}, // the schema takes no blank
         {"ToolTip", toolTip},
         {"StandardNameSpace", "GEV"},
         {"SchemaMajorVersion", "1"},
@@ -66,8 +63,8 @@ NQGevXmlWriter::NQGevXmlWriter(std::string_view modelName, std::string_view tool
         {"MajorVersion", "1"},
         {"MinorVersion", "0"},
         {"SubMinorVersion", "0"},
-        {"ProductGuid", kProductGuid},
-        {"VersionGuid", kVersionGuid},
+        {"ProductGuid", edition.productGuid},
+        {"VersionGuid", edition.versionGuid},
         {"xmlns", "http://www.genicam.org/GenApi/Version_1_1"},
         {"xmlns:xsi", "http://www.w3.org/2001/XMLSchema-instance"},
         {"xsi:schemaLocation", "http://www.genicam.org/GenApi/Version_1_1 "
@@ -114,7 +111,12 @@ void NQGevXmlWriter::Add(const NQGevXmlCategory& category)
     Element("ImposedAccessMode", "RO");
     for (const NQGevXmlMember& member : category.members)
     {
-        if (member.disabled)
+        if (member.kind == (m_standard ? NQGevXmlMember::StatedOnly : NQGevXmlMember::StandardOnly))
+        {
+            continue;
+        }
+        if (member.kind == NQGevXmlMember::Disabled ||
+            (member.kind == NQGevXmlMember::DisabledUnlessStandard && !m_standard))
         {
             Comment("<pFeature>" + std::string(member.name) + "</pFeature>");
         }
@@ -186,11 +188,12 @@ void NQGevXmlWriter::AddString(const NQGevXmlRegister& reg)
 void NQGevXmlWriter::RegisterHead(const NQGevXmlRegister& reg)
 {
     Element("Visibility", reg.visibility);
-    Element("Address", AddressText(reg.row.address));
-    Element("Length", std::to_string(reg.row.length));
-    Element("AccessMode", reg.row.access == NQGevAccess::ReadOnly ? "RO" : "RW");
+    const NQGevPlace place = reg.row.In(m_standard ? NQGevText::Standard : NQGevText::Stated);
+    Element("Address", AddressText(place.address));
+    Element("Length", std::to_string(place.length));
+    Element("AccessMode", place.access == NQGevAccess::ReadOnly ? "RO" : "RW");
     Element("pPort", reg.port);
-    Element("Cachable", reg.cachable);
+    Element("Cachable", m_standard && !reg.constant ? "NoCache" : reg.cachable);
     Element("PollingTime", reg.pollingTime);
     Element("pInvalidator", reg.invalidator);
 }
@@ -222,6 +225,18 @@ void NQGevXmlWriter::Disable(const NQGevXmlFeature& feature)
     BeginDisabled({});
     Add(feature);
     EndDisabled();
+}
+
+void NQGevXmlWriter::DisableUnlessStandard(const NQGevXmlFeature& feature)
+{
+    if (m_standard)
+    {
+        Add(feature);
+    }
+    else
+    {
+        Disable(feature);
+    }
 }
 
 void NQGevXmlWriter::DisableString(const NQGevXmlRegister& reg)

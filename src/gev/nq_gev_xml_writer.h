@@ -9,14 +9,24 @@
 #include <string_view>
 #include <vector>
 
-/// A category member; a disabled one stays in the text as a comment.
+/// A category member; a disabled one stays in the text as a comment. Some differ between
+/// the library's own text and the standard's.
 struct NQGevXmlMember
 {
+    enum Kind
+    {
+        Enabled,
+        Disabled,
+        DisabledUnlessStandard,
+        StatedOnly,
+        StandardOnly,
+    };
+
     // Not explicit: a list of members reads as a list of names.
-    NQGevXmlMember(const char* memberName, bool isDisabled = false) : name(memberName), disabled(isDisabled) {}
+    NQGevXmlMember(const char* memberName, Kind memberKind = Enabled) : name(memberName), kind(memberKind) {}
 
     std::string_view name;
-    bool disabled;
+    Kind kind;
 };
 
 // In all records an empty text means that the element or attribute is absent, but for an empty description, which
@@ -65,6 +75,8 @@ struct NQGevXmlFeature
     std::string_view openingComment = {};
 };
 
+/// A register is not cached in the standard's text unless its value never changes; the library's own follows
+/// `cachable`.
 struct NQGevXmlRegister
 {
     const NQGevRegister& row; ///< Its name, address, length and access.
@@ -75,6 +87,7 @@ struct NQGevXmlRegister
     std::string_view pollingTime = {};
     std::string_view invalidator = {};
     std::string_view endianess = "LittleEndian"; ///< Integers only.
+    bool constant = false;                       ///< Never changes while the library is loaded.
 };
 
 struct NQGevXmlFormula
@@ -94,12 +107,22 @@ struct NQGevXmlPort
     std::string_view imposedAccessMode = {};
 };
 
+/// Which of a module's texts is made, and what tells it from the others of the library.
+struct NQGevXmlEdition
+{
+    NQGevText text = NQGevText::Stated;
+    std::string_view productGuid = "5D0E3B0C-7C5A-4B0E-9A53-2F6D41C8B7E1"; // One pair for the library's own four texts:
+    std::string_view versionGuid = "A8F1C2D4-63B7-4E29-8D10-7B95E0F3246C"; // they are versioned together.
+};
+
 /// One register description in the making. Call the operations in the order of the text, then Finish() once. Reentrant.
 class NQGevXmlWriter
 {
   public:
     /// Begins the text with the declaration and the root element.
-    NQGevXmlWriter(std::string_view modelName, std::string_view toolTip);
+    NQGevXmlWriter(std::string_view modelName, std::string_view toolTip, const NQGevXmlEdition& edition = {});
+
+    bool IsStandard() const { return m_standard; }
 
     /// Opens a group; every element until EndGroup() belongs to it. A banner with the comment as its title goes first,
     /// unless `banner` is false.
@@ -115,6 +138,7 @@ class NQGevXmlWriter
     /// The element is kept as a comment that begins with `mark`.
     void Disable(const NQGevXmlCategory& category, std::string_view mark);
     void Disable(const NQGevXmlFeature& feature);
+    void DisableUnlessStandard(const NQGevXmlFeature& feature);
     void DisableString(const NQGevXmlRegister& reg);
 
     /// Writes the ports behind their heading, closes the root and gives the text away.
@@ -131,6 +155,7 @@ class NQGevXmlWriter
     void BeginDisabled(std::string_view mark);
     void EndDisabled();
 
+    bool m_standard;
     std::string m_text;
     std::string m_indent;
 };
