@@ -28,14 +28,4 @@ inline void ClearForInfo(const NQAnswers& answers, void* buffer, const unsigned 
     }
 }
 
-/// The other half of it: a read of a register is filled up with zeros whatever the info calls do, of which some reads
-/// are made.
-inline void ClearForPort(const NQAnswers& answers, void* buffer, const unsigned long* size)
-{
-    if (answers.infoWritesValueOnly)
-    {
-        ClearBuffer(buffer, size);
-    }
-}
-
 } // namespace GigERDMA

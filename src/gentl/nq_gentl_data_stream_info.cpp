@@ -93,7 +93,7 @@ int NQGenTLDataStream::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigne
     switch (iInfoCmd)
     {
     case GenTL::STREAM_INFO_ID:
-        return NQGenTLUtil::CopyInfoString(m_id, piType, pBuffer, piSize);
+        return NQGenTLUtil::CopyInfoString(Answers().oneStreamId ? GetId() : m_id, piType, pBuffer, piSize);
     case GenTL::STREAM_INFO_NUM_DELIVERED:
     case GenTL::STREAM_INFO_NUM_UNDERRUN:
     case GenTL::STREAM_INFO_NUM_ANNOUNCED:

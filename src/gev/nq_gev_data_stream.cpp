@@ -73,7 +73,8 @@ GigERDMA::_NQ_GENTL_PORT_INFO NQGevDataStream::GetPortInfo()
 
 GigERDMA::_NQ_GENTL_XML_INFO NQGevDataStream::GetXMLInfo()
 {
-    return NQGevXmlInfo(g_XmlFileNameDataStream, CreateXmlFileDataStream());
+    return Answers().nodeMaps ? NQGevXmlInfo(kStandardXmlFileNameDataStream, CreateStandardXmlFileDataStream())
+                              : NQGevXmlInfo(g_XmlFileNameDataStream, CreateXmlFileDataStream());
 }
 
 std::vector<std::string> NQGevDataStream::GetURLList()

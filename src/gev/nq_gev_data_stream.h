@@ -14,6 +14,7 @@
 class GevRdmaEndpoint;
 class NQGevRemoteDevice;
 class NQRMAXThreadAcquisition;
+struct NQGevPort;
 
 /// One stream of one camera.
 ///
@@ -43,7 +44,8 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     GigERDMA::_NQ_GENTL_XML_INFO GetXMLInfo() override;
     std::vector<std::string> GetURLList() override;
 
-    /// The virtual register map. Every register is matched at its exact address; values are in the order of the host.
+    /// The virtual register map. Every register is matched at its exact address, with the standard's answers any range
+    /// inside it; values are in the order of the host.
     int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
     int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
 
@@ -89,6 +91,10 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     void StartThread();
     void CountFrame(std::uint64_t frameId);
     void DescribeFrame(const gevrdmaBuffer& buffer);
+    NQGevPort Port();
+    int ReadRegister(unsigned long address, void* buffer, unsigned long* size);
+    int ReadStandardRegister(unsigned long address, void* buffer, unsigned long* size);
+    int WriteRegister(unsigned long address, const void* buffer, unsigned long* size);
     int ReadInfo32(int command, void* buffer, unsigned long* size);
     int ReadLockedInfo(int command, void* buffer, unsigned long* size);
     int ReadCounter(const std::atomic<std::uint64_t>& counter, void* buffer, unsigned long* size);

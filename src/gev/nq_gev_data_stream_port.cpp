@@ -3,10 +3,11 @@
 #include "gev/nq_gev_data_stream.h"
 
 #include "GenTL/GenTL.h"
-#include "gentl/nq_gentl_clear.h"
+#include "base/nq_answers.h"
 #include "gev/nq_gev_common.h"
 #include "gev/nq_gev_data_stream_registers.h"
 #include "gev/nq_gev_port.h"
+#include "gev/nq_gev_port_range.h"
 
 namespace
 {
@@ -21,7 +22,16 @@ int NQGevDataStream::ReadPort(unsigned long address, void* buffer, unsigned long
     {
         return NQGevPortRefused("ReadPort");
     }
-    GigERDMA::ClearForPort(Answers(), buffer, size);
+    return Answers().portRanges ? NQGevReadRange(Port(), address, buffer, *size) : ReadRegister(address, buffer, size);
+}
+
+NQGevPort NQGevDataStream::Port()
+{
+    return NQGevPortOf(*this, kDataStreamRegisters, &NQGevDataStream::ReadRegister, &NQGevDataStream::WriteRegister);
+}
+
+int NQGevDataStream::ReadRegister(unsigned long address, void* buffer, unsigned long* size)
+{
     switch (address)
     {
     case kXmlAddress:
@@ -55,7 +65,33 @@ int NQGevDataStream::ReadPort(unsigned long address, void* buffer, unsigned long
     default:
         // Deliberate(EventRegistersAreNotServed): the event registers of the map, 0x10100 and 0x10104, are not served
         // either: the stream has no event that they could select.
-        return GenTL::GC_ERR_INVALID_ADDRESS;
+        return Answers().portRanges ? ReadStandardRegister(address, buffer, size)
+                                    : static_cast<int>(GenTL::GC_ERR_INVALID_ADDRESS);
+    }
+}
+
+/// What only the standard's description has, each as the info of its name says.
+int NQGevDataStream::ReadStandardRegister(unsigned long address, void* buffer, unsigned long* size)
+{
+    int type = 0;
+    switch (address)
+    {
+    case kDataStreamRegisters.At("StreamLostFrameCount_Reg"):
+        return GetInfo(GenTL::STREAM_INFO_NUM_UNDERRUN, &type, buffer, size);
+    case kDataStreamRegisters.At("StreamInputBufferCount_Reg"):
+        return GetInfo(GenTL::STREAM_INFO_NUM_QUEUED, &type, buffer, size);
+    case kDataStreamRegisters.At("StreamOutputBufferCount_Reg"):
+        return GetInfo(GenTL::STREAM_INFO_NUM_AWAIT_DELIVERY, &type, buffer, size);
+    case kDataStreamRegisters.At("StreamStartedFrameCount_Reg"):
+        return GetInfo(GenTL::STREAM_INFO_NUM_STARTED, &type, buffer, size);
+    case kDataStreamRegisters.At("PayloadSize_Reg"):
+        return GetInfo(GenTL::STREAM_INFO_PAYLOAD_SIZE, &type, buffer, size);
+    case kDataStreamRegisters.At("StreamIsGrabbing_Reg"):
+        return GetInfo(GenTL::STREAM_INFO_IS_GRABBING, &type, buffer, size);
+    case kDataStreamRegisters.At("StreamChunkCountMaximum_Reg"):
+        return GetInfo(GenTL::STREAM_INFO_NUM_CHUNKS_MAX, &type, buffer, size);
+    default:
+        return GetInfo(GenTL::STREAM_INFO_BUF_ALIGNMENT, &type, buffer, size);
     }
 }
 
@@ -95,6 +131,12 @@ int NQGevDataStream::WritePort(unsigned long address, const void* buffer, unsign
     {
         return NQGevPortRefused("WritePort");
     }
+    return Answers().portRanges ? NQGevWriteRange(Port(), address, buffer, *size)
+                                : WriteRegister(address, buffer, size);
+}
+
+int NQGevDataStream::WriteRegister(unsigned long address, const void* buffer, unsigned long* size)
+{
     if (address == kDataStreamRegisters.At("StreamBufferHandlingMode_Reg"))
     {
         // Deliberate(HandlingModeIsDropped): accepted and dropped, so that a consumer which sets a mode at its start

@@ -65,7 +65,8 @@ GigERDMA::_NQ_GENTL_PORT_INFO NQGevDevice::GetPortInfo()
 
 GigERDMA::_NQ_GENTL_XML_INFO NQGevDevice::GetXMLInfo()
 {
-    return NQGevXmlInfo(g_XmlFileNameDevice, CreateXmlFileDevice());
+    return Answers().nodeMaps ? NQGevXmlInfo(kStandardXmlFileNameDevice, CreateStandardXmlFileDevice())
+                              : NQGevXmlInfo(g_XmlFileNameDevice, CreateXmlFileDevice());
 }
 
 std::vector<std::string> NQGevDevice::GetURLList()

@@ -13,6 +13,7 @@
 
 class NQGevMessageStream;
 class NQGevPortReader;
+struct NQGevPort;
 class NQGevRemoteDevice;
 class NQGevTL;
 
@@ -42,8 +43,8 @@ class NQGevDevice : public GigERDMA::NQGenTLDevice
     GigERDMA::_NQ_GENTL_XML_INFO GetXMLInfo() override;
     std::vector<std::string> GetURLList() override;
 
-    /// The virtual register map of the device port. Every register is matched at its exact address; values are in the
-    /// order of the host.
+    /// The virtual register map of the device port. Every register is matched at its exact address, with the standard's
+    /// answers any range inside it; values are in the order of the host.
     int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
     int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
 
@@ -81,6 +82,10 @@ class NQGevDevice : public GigERDMA::NQGenTLDevice
     int GetPersistentAddress(const char* operation, unsigned long address, int* type, void* buffer,
                              unsigned long* size);
     int ReadCamera(unsigned long address, void* buffer, unsigned long size);
+    NQGevPort Port();
+    int ReadRegister(unsigned long address, void* buffer, unsigned long* size);
+    int WriteRegister(unsigned long address, const void* buffer, unsigned long* size);
+    int WriteStandardRegister(unsigned long address, unsigned int value);
     int ReadStreamRegister(unsigned long address, const NQGevPortReader& reader);
     int ReadAddressRegister(unsigned long address, const NQGevPortReader& reader);
     int ReadStoredRegister(unsigned long address, const NQGevPortReader& reader);
@@ -98,6 +103,7 @@ class NQGevDevice : public GigERDMA::NQGenTLDevice
     std::unique_ptr<NQGevMessageStream> m_messages;
     unsigned int m_streamSelector NQ_GUARDED_BY(m_moduleLock) = 0;
     std::atomic<unsigned int> m_eventNotification = 1;
+    std::atomic<unsigned int> m_endianessMechanism = 0; ///< Kept for the consumer's engine alone.
     char m_updateFile[512] NQ_GUARDED_BY(m_moduleLock) = {};
 
     // A camera with several message channels keeps the earlier ones running; they end with the last one.

@@ -1,15 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 // The virtual register map of the device port.
 #include "GenTL/GenTL.h"
-#include "gentl/nq_gentl_clear.h"
+#include "base/nq_answers.h"
 #include "gentl/nq_gentl_mutex.h"
 #include "gev/nq_gev_device.h"
 #include "gev/nq_gev_device_registers.h"
 #include "gev/nq_gev_port.h"
+#include "gev/nq_gev_port_range.h"
 #include "gev/nq_gev_remote_device.h"
 
 #include <algorithm>
 #include <cstring>
+
+namespace
+{
+
+constexpr unsigned int kEndianessMechanisms = 2; // legacy and standard
+
+} // namespace
 
 int NQGevDevice::ReadPort(unsigned long address, void* buffer, unsigned long* size)
 {
@@ -17,7 +25,16 @@ int NQGevDevice::ReadPort(unsigned long address, void* buffer, unsigned long* si
     {
         return NQGevPortRefused("ReadPort");
     }
-    GigERDMA::ClearForPort(Answers(), buffer, size);
+    return Answers().portRanges ? NQGevReadRange(Port(), address, buffer, *size) : ReadRegister(address, buffer, size);
+}
+
+NQGevPort NQGevDevice::Port()
+{
+    return NQGevPortOf(*this, kDeviceRegisters, &NQGevDevice::ReadRegister, &NQGevDevice::WriteRegister);
+}
+
+int NQGevDevice::ReadRegister(unsigned long address, void* buffer, unsigned long* size)
+{
     int type = 0;
     const NQGevPortReader reader(buffer, size);
     switch (address)
@@ -57,6 +74,10 @@ int NQGevDevice::ReadStreamRegister(unsigned long address, const NQGevPortReader
         return reader.Number(m_streams.GetCount());
     default: {
         GigERDMA::NQGenTLModuleBase* const stream = m_streams.FindByIndex(m_streamSelector, false);
+        if (stream == nullptr && Answers().nodeMaps)
+        {
+            return GenTL::GC_ERR_NOT_AVAILABLE;
+        }
         return reader.Text(stream != nullptr ? stream->GetId() : "");
     }
     }
@@ -91,8 +112,13 @@ int NQGevDevice::ReadStoredRegister(unsigned long address, const NQGevPortReader
     case kDeviceRegisters.At("EventNotification_Reg"):
         return reader.Number(m_eventNotification.load(std::memory_order_relaxed));
     default:
-        return GenTL::GC_ERR_INVALID_ADDRESS;
+        break;
     }
+    if (Answers().portRanges && address == kDeviceRegisters.At("DeviceEndianessMechanism_Reg"))
+    {
+        return reader.Number(m_endianessMechanism);
+    }
+    return GenTL::GC_ERR_INVALID_ADDRESS;
 }
 
 int NQGevDevice::WritePort(unsigned long address, const void* buffer, unsigned long* size)
@@ -100,6 +126,36 @@ int NQGevDevice::WritePort(unsigned long address, const void* buffer, unsigned l
     if (buffer == nullptr || size == nullptr)
     {
         return NQGevPortRefused("WritePort");
+    }
+    return Answers().portRanges ? NQGevWriteRange(Port(), address, buffer, *size)
+                                : WriteRegister(address, buffer, size);
+}
+
+/// The two registers that the standard's answers let be written.
+int NQGevDevice::WriteStandardRegister(unsigned long address, unsigned int value)
+{
+    const GigERDMA::NQGenTLLock lock(m_moduleLock);
+    const bool selects = address == kDeviceRegisters.At("StreamSelector_Reg");
+    if (value >= (selects ? m_streams.GetCount() : kEndianessMechanisms))
+    {
+        return GenTL::GC_ERR_INVALID_VALUE;
+    }
+    if (selects)
+    {
+        m_streamSelector = value;
+    }
+    else
+    {
+        m_endianessMechanism = value;
+    }
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+int NQGevDevice::WriteRegister(unsigned long address, const void* buffer, unsigned long* size)
+{
+    if (Answers().portRanges)
+    {
+        return WriteStandardRegister(address, NQGevRegisterValue(buffer, *size));
     }
     switch (address)
     {

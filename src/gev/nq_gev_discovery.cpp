@@ -264,6 +264,10 @@ void NQGevInterface::_updateDeviceList(const std::vector<_NQ_GEV_DEVICE_INFO>& f
                 differs = true;
             }
         }
+        if (Answers().nodeMaps && m_deviceSelector >= m_deviceList.size())
+        {
+            m_deviceSelector = 0;
+        }
     }
     if (changed != nullptr)
     {

@@ -14,6 +14,7 @@
 #include <vector>
 
 class NQGevPortReader;
+struct NQGevPort;
 
 /// Made and owned by the system module. Open, it holds one UDP socket bound to its adapter's address, through which it
 /// looks for cameras (one broadcast per scan) and asks a camera who controls it, and where it can a second one, through
@@ -114,8 +115,13 @@ class NQGevInterface : public GigERDMA::NQGenTLInterface
     bool _findForOpening(const char* id, _NQ_GEV_DEVICE_INFO& info);
     unsigned int _getListedAccessStatus(const _NQ_GEV_DEVICE_INFO& info);
     unsigned int _probeAlone(const sockaddr_in& camera);
+    NQGevPort _port();
+    int _readRegister(unsigned long address, void* buffer, unsigned long* size);
+    int _writeRegister(unsigned long address, const void* buffer, unsigned long* size);
     int _readAdapterRegister(unsigned long address, const NQGevPortReader& reader);
+    int _readAdapterAddress(unsigned long address, const NQGevPortReader& reader);
     int _readListRegister(unsigned long address, const NQGevPortReader& reader);
+    int _readSelectedStatus(void* buffer, unsigned long* size);
     int _readSelectedDevice(unsigned long address, const NQGevPortReader& reader) NQ_REQUIRES(m_moduleLock);
 
     std::vector<_NQ_GEV_DEVICE_INFO> m_deviceList NQ_GUARDED_BY(m_moduleLock);

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // The port of the interface module: its identity, its register description and its virtual register map.
-#include "gentl/nq_gentl_clear.h"
+#include "base/nq_answers.h"
 #include "gev/nq_gev_common.h"
 #include "gev/nq_gev_interface.h"
 #include "gev/nq_gev_interface_registers.h"
 #include "gev/nq_gev_port.h"
+#include "gev/nq_gev_port_range.h"
 #include "gev/nq_gev_updating_flag.h"
 #include "gev/nq_gev_util.h"
 
@@ -13,7 +14,8 @@ using namespace GigERDMA;
 namespace
 {
 
-constexpr unsigned long kPortScanTimeout = 5000; // milliseconds
+constexpr unsigned long kPortScanTimeout = 5000;         // milliseconds
+constexpr unsigned long kStandardPortScanTimeout = 1000; // milliseconds: the write of a command blocks as long
 
 } // namespace
 
@@ -34,7 +36,8 @@ _NQ_GENTL_PORT_INFO NQGevInterface::GetPortInfo()
 
 _NQ_GENTL_XML_INFO NQGevInterface::GetXMLInfo()
 {
-    return NQGevXmlInfo(g_XmlFileNameInterface, CreateXmlFileInterface());
+    return Answers().nodeMaps ? NQGevXmlInfo(kStandardXmlFileNameInterface, CreateStandardXmlFileInterface())
+                              : NQGevXmlInfo(g_XmlFileNameInterface, CreateXmlFileInterface());
 }
 
 std::vector<std::string> NQGevInterface::GetURLList()
@@ -48,7 +51,17 @@ int NQGevInterface::ReadPort(unsigned long address, void* buffer, unsigned long*
     {
         return NQGevPortRefused("ReadPort");
     }
-    ClearForPort(Answers(), buffer, size);
+    return Answers().portRanges ? NQGevReadRange(_port(), address, buffer, *size)
+                                : _readRegister(address, buffer, size);
+}
+
+NQGevPort NQGevInterface::_port()
+{
+    return NQGevPortOf(*this, kInterfaceRegisters, &NQGevInterface::_readRegister, &NQGevInterface::_writeRegister);
+}
+
+int NQGevInterface::_readRegister(unsigned long address, void* buffer, unsigned long* size)
+{
     int type = 0;
     const NQGevPortReader reader(buffer, size);
     switch (address)
@@ -66,6 +79,8 @@ int NQGevInterface::ReadPort(unsigned long address, void* buffer, unsigned long*
     case kInterfaceRegisters.At("GevInterfaceSubnetIPAddress_Reg"):
     case kInterfaceRegisters.At("GevInterfaceSubnetMask_Reg"):
         return _readAdapterRegister(address, reader);
+    case kInterfaceRegisters.At("DeviceAccessStatus_Reg"):
+        return Answers().nodeMaps ? _readSelectedStatus(buffer, size) : _readListRegister(address, reader);
     default:
         return _readListRegister(address, reader);
     }
@@ -81,14 +96,47 @@ int NQGevInterface::_readAdapterRegister(unsigned long address, const NQGevPortR
     case kInterfaceRegisters.At("GevInterfaceSubnetSelector_Reg"):
         return reader.Number(0);
     case kInterfaceRegisters.At("NrGateways_Reg"):
+        return reader.Number(Answers().nodeMaps && NQGevUtil::GetDefaultGateway(m_info.adapterName) == 0 ? 0 : 1);
     case kInterfaceRegisters.At("NrSubnets_Reg"):
         return reader.Number(1);
     case kInterfaceRegisters.At("GevInterfaceMACAddress_Reg"):
         return reader.LongNumber(NQGevUtil::MacAddressToUint64(m_info.macAddress));
-    // Deliberate(MaskReadsTheGateway): subnet address and mask read the gateway, which is not known, as it does itself.
     default:
+        return _readAdapterAddress(address, reader);
+    }
+}
+
+int NQGevInterface::_readAdapterAddress(unsigned long address, const NQGevPortReader& reader)
+{
+    if (!Answers().nodeMaps)
+    {
+        // Deliberate(MaskReadsTheGateway): subnet address and mask read the gateway, which is not known, as it does
+        // itself.
         return reader.Number(NQGevUtil::IPAddressToUint32(m_info.gateway));
     }
+    switch (address)
+    {
+    case kInterfaceRegisters.At("GevInterfaceSubnetIPAddress_Reg"):
+        return reader.Number(NQGevUtil::IPAddressToUint32(m_info.ipAddress));
+    case kInterfaceRegisters.At("GevInterfaceSubnetMask_Reg"):
+        return reader.Number(NQGevUtil::IPAddressToUint32(m_info.subnetMask));
+    default:
+        return reader.Number(NQGevUtil::GetDefaultGateway(m_info.adapterName));
+    }
+}
+
+int NQGevInterface::_readSelectedStatus(void* buffer, unsigned long* size)
+{
+    _NQ_GEV_DEVICE_INFO selected;
+    unsigned int index = 0;
+    {
+        const NQGenTLLock lock(m_moduleLock);
+        index = m_deviceSelector;
+    }
+    int type = 0;
+    return _findDeviceInfoByIndex(index, selected)
+               ? GetDeviceInfo(selected.id.c_str(), GenTL::DEVICE_INFO_ACCESS_STATUS, &type, buffer, size)
+               : static_cast<int>(GenTL::GC_ERR_NOT_AVAILABLE);
 }
 
 int NQGevInterface::_readListRegister(unsigned long address, const NQGevPortReader& reader)
@@ -112,6 +160,10 @@ int NQGevInterface::_readSelectedDevice(unsigned long address, const NQGevPortRe
     // Deliberate(PastTheEndIsEmpty): past the end of the list every register of the selection reads empty, with
     // success, so that a display of a list that shrinks meanwhile shows nothing rather than an error.
     const bool listed = m_deviceSelector < m_deviceList.size();
+    if (Answers().nodeMaps && !listed)
+    {
+        return GenTL::GC_ERR_NOT_AVAILABLE;
+    }
     const _NQ_GEV_DEVICE_INFO selected = listed ? m_deviceList[m_deviceSelector] : _NQ_GEV_DEVICE_INFO{};
     switch (address)
     {
@@ -131,6 +183,19 @@ int NQGevInterface::_readSelectedDevice(unsigned long address, const NQGevPortRe
     case kInterfaceRegisters.At("GevDeviceMACAddress_Reg"):
         return reader.LongNumber(static_cast<unsigned long>(selected.macHigh) << 32 | selected.macLow);
     default:
+        break;
+    }
+    if (!Answers().portRanges)
+    {
+        return GenTL::GC_ERR_INVALID_ADDRESS;
+    }
+    switch (address)
+    {
+    case kInterfaceRegisters.At("DeviceTLVersionMajor_Reg"):
+        return reader.Number(selected.specVersion >> 16);
+    case kInterfaceRegisters.At("DeviceTLVersionMinor_Reg"):
+        return reader.Number(selected.specVersion & 0xFFFF);
+    default:
         return GenTL::GC_ERR_INVALID_ADDRESS;
     }
 }
@@ -141,22 +206,36 @@ int NQGevInterface::WritePort(unsigned long address, const void* buffer, unsigne
     {
         return NQGevPortRefused("WritePort");
     }
+    return Answers().portRanges ? NQGevWriteRange(_port(), address, buffer, *size)
+                                : _writeRegister(address, buffer, size);
+}
+
+int NQGevInterface::_writeRegister(unsigned long address, const void* buffer, unsigned long* size)
+{
     switch (address)
     {
     case kInterfaceRegisters.At("DeviceUpdateList_Reg"): {
         const NQGevUpdatingFlag updating(m_moduleLock, m_updating);
-        UpdateDeviceList(nullptr, kPortScanTimeout);
+        UpdateDeviceList(nullptr, Answers().nodeMaps ? kStandardPortScanTimeout : kPortScanTimeout);
         return GenTL::GC_ERR_SUCCESS;
     }
     case kInterfaceRegisters.At("DeviceSelector_Reg"): {
+        const unsigned int index = NQGevRegisterValue(buffer, *size);
         const NQGenTLLock lock(m_moduleLock);
-        m_deviceSelector = NQGevRegisterValue(buffer, *size);
+        if (Answers().nodeMaps && index >= m_deviceList.size())
+        {
+            return GenTL::GC_ERR_INVALID_VALUE;
+        }
+        m_deviceSelector = index;
         return GenTL::GC_ERR_SUCCESS;
     }
-    // Deliberate(WriteWithoutARegister): there is no register at the last of these; a write to it is taken and
-    // changes nothing, so that it is no failure for a host that makes one.
     case kInterfaceRegisters.At("GevInterfaceGatewaySelector_Reg"):
     case kInterfaceRegisters.At("GevInterfaceSubnetSelector_Reg"):
+        return Answers().nodeMaps && NQGevRegisterValue(buffer, *size) != 0
+                   ? static_cast<int>(GenTL::GC_ERR_INVALID_VALUE)
+                   : static_cast<int>(GenTL::GC_ERR_SUCCESS);
+    // Deliberate(WriteWithoutARegister): there is no register here; a write to it is taken and changes nothing, so that
+    // it is no failure for a host that makes one.
     case kInterfaceRegisters.At("NoRegister"):
         return GenTL::GC_ERR_SUCCESS;
     default:

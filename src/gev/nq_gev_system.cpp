@@ -127,6 +127,10 @@ void NQGevSystem::_updateInterfaceList(const std::vector<_NQ_GEV_INTERFACE_INFO>
             }
         }
         differs = (Answers().adaptersRefreshed && RefreshAdapters(m_interfaceList, found)) || differs;
+        if (Answers().nodeMaps && m_interfaceSelector >= m_interfaceList.size())
+        {
+            m_interfaceSelector = 0;
+        }
     }
     if (changed != nullptr)
     {

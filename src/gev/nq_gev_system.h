@@ -12,6 +12,7 @@
 #include <vector>
 
 class NQGevPortReader;
+struct NQGevPort;
 
 /// Root of the module tree, made by the controller. Keeps the list of adapters as of the last scan, which is keyed by
 /// `id`: a scan erases what is gone and appends what is new, and never refreshes an entry that stays. Owns the
@@ -84,6 +85,9 @@ class NQGevSystem : public GigERDMA::NQGenTLSystem
     int _getInterfaceInfo(const char* id, int command, int* type, void* buffer, unsigned long* size);
 
   private:
+    NQGevPort _port();
+    int _readRegister(unsigned long address, void* buffer, unsigned long* size);
+    int _writeRegister(unsigned long address, const void* buffer, unsigned long* size);
     int _readListRegister(unsigned long address, const NQGevPortReader& reader);
     int _readSelectedInterface(unsigned long address, const NQGevPortReader& reader) NQ_REQUIRES(m_moduleLock);
 

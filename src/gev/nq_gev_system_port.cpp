@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The port of the system module: its identity, its register description and its virtual register map.
-#include "gentl/nq_gentl_clear.h"
 #include "gev/nq_gev_common.h"
 #include "gev/nq_gev_port.h"
+#include "gev/nq_gev_port_range.h"
 #include "gev/nq_gev_system.h"
 #include "gev/nq_gev_system_registers.h"
 #include "gev/nq_gev_updating_flag.h"
@@ -34,7 +34,8 @@ _NQ_GENTL_PORT_INFO NQGevSystem::GetPortInfo()
 
 _NQ_GENTL_XML_INFO NQGevSystem::GetXMLInfo()
 {
-    return NQGevXmlInfo(g_XmlFileNameSystem, CreateXmlFileSystem());
+    return Answers().nodeMaps ? NQGevXmlInfo(kStandardXmlFileNameSystem, CreateStandardXmlFileSystem())
+                              : NQGevXmlInfo(g_XmlFileNameSystem, CreateXmlFileSystem());
 }
 
 std::vector<std::string> NQGevSystem::GetURLList()
@@ -48,7 +49,17 @@ int NQGevSystem::ReadPort(unsigned long address, void* buffer, unsigned long* si
     {
         return NQGevPortRefused("ReadPort");
     }
-    ClearForPort(Answers(), buffer, size);
+    return Answers().portRanges ? NQGevReadRange(_port(), address, buffer, *size)
+                                : _readRegister(address, buffer, size);
+}
+
+NQGevPort NQGevSystem::_port()
+{
+    return NQGevPortOf(*this, kSystemRegisters, &NQGevSystem::_readRegister, &NQGevSystem::_writeRegister);
+}
+
+int NQGevSystem::_readRegister(unsigned long address, void* buffer, unsigned long* size)
+{
     int type = 0;
     const NQGevPortReader reader(buffer, size);
     switch (address)
@@ -95,6 +106,10 @@ int NQGevSystem::_readSelectedInterface(unsigned long address, const NQGevPortRe
     // Deliberate(PastTheEndIsEmpty): past the end of the list every register of the selection reads empty, with
     // success, so that a display of a list that shrinks meanwhile shows nothing rather than an error.
     const bool listed = m_interfaceSelector < m_interfaceList.size();
+    if (Answers().nodeMaps && !listed)
+    {
+        return GenTL::GC_ERR_NOT_AVAILABLE;
+    }
     const _NQ_GEV_INTERFACE_INFO selected = listed ? m_interfaceList[m_interfaceSelector] : _NQ_GEV_INTERFACE_INFO{};
     switch (address)
     {
@@ -104,10 +119,12 @@ int NQGevSystem::_readSelectedInterface(unsigned long address, const NQGevPortRe
         return reader.LongNumber(NQGevUtil::MacAddressToUint64(selected.macAddress));
     case kSystemRegisters.At("GevInterfaceDefaultIPAddress_Reg"):
         return reader.Number(NQGevUtil::IPAddressToUint32(selected.ipAddress));
-    // Deliberate(GatewayReadsTheMask): the gateway reads the mask, since no gateway is known.
     case kSystemRegisters.At("GevInterfaceDefaultSubnetMask_Reg"):
-    case kSystemRegisters.At("GevInterfaceDefaultGateway_Reg"):
         return reader.Number(NQGevUtil::IPAddressToUint32(selected.subnetMask));
+    case kSystemRegisters.At("GevInterfaceDefaultGateway_Reg"):
+        // Deliberate(GatewayReadsTheMask): the gateway reads the mask, as the record of an adapter has none.
+        return reader.Number(Answers().nodeMaps ? NQGevUtil::GetDefaultGateway(selected.adapterName)
+                                                : NQGevUtil::IPAddressToUint32(selected.subnetMask));
     default:
         return GenTL::GC_ERR_INVALID_ADDRESS;
     }
@@ -119,6 +136,12 @@ int NQGevSystem::WritePort(unsigned long address, const void* buffer, unsigned l
     {
         return NQGevPortRefused("WritePort");
     }
+    return Answers().portRanges ? NQGevWriteRange(_port(), address, buffer, *size)
+                                : _writeRegister(address, buffer, size);
+}
+
+int NQGevSystem::_writeRegister(unsigned long address, const void* buffer, unsigned long* size)
+{
     switch (address)
     {
     case kSystemRegisters.At("InterfaceUpdateList_Reg"): {
@@ -127,8 +150,13 @@ int NQGevSystem::WritePort(unsigned long address, const void* buffer, unsigned l
         return GenTL::GC_ERR_SUCCESS;
     }
     case kSystemRegisters.At("InterfaceSelector_Reg"): {
+        const unsigned int index = NQGevRegisterValue(buffer, *size);
         const NQGenTLLock lock(m_moduleLock);
-        m_interfaceSelector = NQGevRegisterValue(buffer, *size);
+        if (Answers().nodeMaps && index >= m_interfaceList.size())
+        {
+            return GenTL::GC_ERR_INVALID_VALUE;
+        }
+        m_interfaceSelector = index;
         return GenTL::GC_ERR_SUCCESS;
     }
     default:

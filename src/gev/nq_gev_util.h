@@ -26,6 +26,9 @@ class NQGevUtil
     static bool GetAdapterInfo(std::string adapterName, std::string& ipAddress, std::string& subnetMask,
                                std::string& gateway);
 
+    /// The default gateway by which the kernel routes through that adapter now, in host order; 0 when there is none.
+    static unsigned int GetDefaultGateway(const std::string& adapterName);
+
     /// The first octet becomes the most significant byte.
     static unsigned int IPAddressToUint32(std::string address);
 

@@ -118,8 +118,8 @@ void AddSystemInformation(NQGevXmlWriter& xml)
 void AddInterfaceSelection(NQGevXmlWriter& xml)
 {
     // Deliberate(UpdateCommandReachesNoRegister): in the library's own text the command has a value of its own and
-    // reaches no register. A consumer starts a scan through the C interface or by writing InterfaceUpdateList_Reg, so that walking the
-    // features never rescans the adapters.
+    // reaches no register. A consumer starts a scan through the C interface or by writing InterfaceUpdateList_Reg, so
+    // that walking the features never rescans the adapters.
     xml.Add(NQGevXmlFeature{.type = "Command",
                             .name = "InterfaceUpdateList",
                             .nameSpace = "Standard",
