@@ -32,7 +32,11 @@
     row(closeEndsStream, "`DSClose`", "handle stays valid, nothing flushed", "ends the handle, its events and its buffers") \
     row(nodeMaps, "node maps of the four modules", "6 of 64 features fail, 11 read wrong values, a command does nothing, no text validates", "a second text for each module; a value beyond a list is refused, a selection that is not there is not available") \
     row(portRanges, "module ports", "exact start addresses, whole texts; bytes behind a value as the caller had them", "any range inside a register or the text, filled up with zeros") \
-    row(oneStreamId, "`STREAM_INFO_ID`", "`0`, of the stream that was opened as `Stream:0`", "the id that it was opened with")
+    row(oneStreamId, "`STREAM_INFO_ID`", "`0`, of the stream that was opened as `Stream:0`", "the id that it was opened with") \
+    row(payloadIsSize, "type of `STREAM_INFO_PAYLOAD_SIZE`", "`INT64`", "`SIZET`") \
+    row(nameOfFile, "`TL_INFO_NAME`", "`nq_gev_tl_rdma.cti`, whatever the file is called", "the name of the file, with which `TL_INFO_PATHNAME` ends") \
+    row(firedCounted, "`EVENT_NUM_FIRED`", "not implemented", "what was queued since the registration, delivered or flushed since or not") \
+    row(stackTellsDone, "number of a stack of port accesses that fails", "as it was", "how many were done")
 
 // clang-format on
 

@@ -63,6 +63,7 @@ bool NQGenTLEvent::Signal(void* entry)
         return false;
     }
     m_queue.Add(entry);
+    ++m_fired;
     m_signal.SetEvent(kDataBit);
     return true;
 }
@@ -171,6 +172,8 @@ int NQGenTLEvent::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned lon
     {
     case GenTL::EVENT_EVENT_TYPE:
         return NQGenTLUtil::CopyInfoInt32(m_id, piType, pBuffer, piSize);
+    case GenTL::EVENT_NUM_FIRED:
+        return GetNumFired(piType, pBuffer, piSize);
     case GenTL::EVENT_NUM_IN_QUEUE:
         return NQGenTLUtil::CopyInfoSizeT(m_queue.GetSize(), piType, pBuffer, piSize);
     case GenTL::EVENT_SIZE_MAX:
@@ -180,6 +183,16 @@ int NQGenTLEvent::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned lon
     default:
         return GenTL::GC_ERR_NOT_IMPLEMENTED;
     }
+}
+
+int NQGenTLEvent::GetNumFired(int* piType, void* pBuffer, unsigned long* piSize)
+{
+    if (!m_answers->firedCounted)
+    {
+        return GenTL::GC_ERR_NOT_IMPLEMENTED;
+    }
+    NQGenTLLock pending(m_pendingLock);
+    return NQGenTLUtil::CopyInfoUint64(m_fired, piType, pBuffer, piSize);
 }
 
 int NQGenTLEvent::_validateEventGetDataParam(void* pBuffer, unsigned long* piSize)

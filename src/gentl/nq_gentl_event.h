@@ -133,6 +133,7 @@ class NQGenTLEvent
 
     std::optional<int> Fetch(void* pBuffer, unsigned long* piSize, int timeout);
     unsigned int WaitForData(int timeout);
+    int GetNumFired(int* piType, void* pBuffer, unsigned long* piSize);
     int _validateEventGetDataParam(void* pBuffer, unsigned long* piSize);
     void FlushFront();
     bool DeliverFront(void* pBuffer, unsigned long* piSize);
@@ -143,6 +144,7 @@ class NQGenTLEvent
     [[maybe_unused]] const bool m_bEnabled; ///< Read by nothing.
     const int m_id;
     const unsigned long m_mostPendingBytes;
+    unsigned long m_fired = 0; ///< Entries that were ever queued; under the pending lock.
     unsigned long m_eventSizeMax = 0;
     unsigned long m_infoDataSizeMax = 0;
     NQEventHandler m_signal;

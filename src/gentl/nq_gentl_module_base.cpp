@@ -42,9 +42,10 @@ std::unique_ptr<NQGenTLEvent> MakeEvent(int id)
     }
 }
 
-/// Serves the entries of a stack up to the first failure.
+/// Serves the entries of a stack up to the first failure, with `tellDone` putting the number before it in their place.
 template <typename Access>
-int ForEachEntry(const GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, const unsigned long* piNumEntries, Access access)
+int ForEachEntry(const GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, unsigned long* piNumEntries, bool tellDone,
+                 Access access)
 {
     if (entries == nullptr || piNumEntries == nullptr)
     {
@@ -58,6 +59,10 @@ int ForEachEntry(const GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, const unsign
         unsigned long size = entries[i].Size;
         if (const int error = access(entries[i].Address, entries[i].pBuffer, &size))
         {
+            if (tellDone)
+            {
+                *piNumEntries = i;
+            }
             return error;
         }
     }
@@ -142,16 +147,17 @@ bool NQGenTLModuleBase::IsOpen()
 
 int NQGenTLModuleBase::ReadPortStacked(GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, unsigned long* piNumEntries)
 {
-    return ForEachEntry(entries, piNumEntries, [this](unsigned long address, void* buffer, unsigned long* size) {
-        return ReadPort(address, buffer, size);
-    });
+    return ForEachEntry(
+        entries, piNumEntries, m_answers.stackTellsDone,
+        [this](unsigned long address, void* buffer, unsigned long* size) { return ReadPort(address, buffer, size); });
 }
 
 int NQGenTLModuleBase::WritePortStacked(GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, unsigned long* piNumEntries)
 {
-    return ForEachEntry(entries, piNumEntries, [this](unsigned long address, const void* buffer, unsigned long* size) {
-        return WritePort(address, buffer, size);
-    });
+    return ForEachEntry(entries, piNumEntries, m_answers.stackTellsDone,
+                        [this](unsigned long address, const void* buffer, unsigned long* size) {
+                            return WritePort(address, buffer, size);
+                        });
 }
 
 int NQGenTLModuleBase::GetPortURL(char* sURL, unsigned long* piSize)

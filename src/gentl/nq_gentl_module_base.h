@@ -67,7 +67,8 @@ class NQGenTLModuleBase
     virtual int WritePort(unsigned long address, const void* buffer, unsigned long* size) = 0;
 
     /// Serves the entries in order up to the first failure, whose code is the result; what came before stays done. The
-    /// entries and their number are left as they are. GC_ERR_INVALID_PARAMETER for a null pointer.
+    /// entries and their number are left as they are; with the standard's answers the number of a stack that failed is
+    /// that of those done. GC_ERR_INVALID_PARAMETER for a null pointer.
     virtual int ReadPortStacked(GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, unsigned long* piNumEntries);
     virtual int WritePortStacked(GenTL::S_PORT_REGISTER_STACK_ENTRY* entries, unsigned long* piNumEntries);
 

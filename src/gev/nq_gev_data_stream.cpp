@@ -268,7 +268,9 @@ int NQGevDataStream::DoGetPayloadsize(int* piType, void* pBuffer, unsigned long*
     {
         m_device->GetBufferSettings(&settings);
     }
-    return NQGenTLUtil::CopyInfoInt64(static_cast<long>(settings.payloadSize), piType, pBuffer, piSize);
+    return Answers().payloadIsSize
+               ? NQGenTLUtil::CopyInfoSizeT(settings.payloadSize, piType, pBuffer, piSize)
+               : NQGenTLUtil::CopyInfoInt64(static_cast<long>(settings.payloadSize), piType, pBuffer, piSize);
 }
 
 int NQGevDataStream::AcquireImage()

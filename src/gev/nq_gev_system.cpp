@@ -21,6 +21,12 @@ namespace
 
 constexpr unsigned long kOpenScanTimeout = 1000; // milliseconds
 
+std::string NameOfThisFile()
+{
+    const std::string path = NQGenTLUtil::GetCtiPath();
+    return path.substr(path.rfind('/') + 1);
+}
+
 /// Gives each entry the values of the first adapter found with its id. Whether any has changed.
 bool RefreshAdapters(std::vector<_NQ_GEV_INTERFACE_INFO>& listed, const std::vector<_NQ_GEV_INTERFACE_INFO>& found)
 {
@@ -84,7 +90,8 @@ int NQGevSystem::GetInfo(int command, int* type, void* buffer, unsigned long* si
     case GenTL::TL_INFO_TLTYPE:
         return NQGenTLUtil::CopyInfoString(port.tlType, type, buffer, size);
     case GenTL::TL_INFO_NAME:
-        return NQGenTLUtil::CopyInfoString("nq_gev_tl_rdma.cti", type, buffer, size);
+        return NQGenTLUtil::CopyInfoString(Answers().nameOfFile ? NameOfThisFile() : "nq_gev_tl_rdma.cti", type, buffer,
+                                           size);
     case GenTL::TL_INFO_PATHNAME:
         return NQGenTLUtil::CopyInfoString(NQGenTLUtil::GetCtiPath(), type, buffer, size);
     case GenTL::TL_INFO_DISPLAYNAME:

@@ -6,6 +6,7 @@
 #include "support/standard_answers.h"
 
 #include <cstdint>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -152,6 +153,34 @@ TEST_F(StandardInfos, AnUnknownCommandWritesNothing)
         std::size_t size = 9;
         EXPECT_NE(query.ask(999, &type, untouched.Data(), &size), 0);
         EXPECT_EQ(untouched.Bytes(), std::string(9, '\xA5'));
+    }
+}
+
+TEST_F(StandardInfos, ThePayloadSizeIsASize)
+{
+    std::size_t payload = 1;
+    std::size_t size = sizeof payload;
+    int type = 0;
+    ASSERT_EQ(p.DSGetInfo(tree.stream, GenTL::STREAM_INFO_PAYLOAD_SIZE, &type, &payload, &size), 0);
+    EXPECT_EQ(type, 12);
+    EXPECT_EQ(size, 8U);
+    EXPECT_EQ(payload, 0U) << "this camera has no settings";
+    EXPECT_EQ(p.DSGetInfo(tree.stream, GenTL::STREAM_INFO_PAYLOAD_SIZE, &type, nullptr, &size), 0);
+    EXPECT_EQ(type, 12);
+}
+
+TEST_F(StandardInfos, TheNameOfTheLibraryIsThatOfItsFile)
+{
+    const std::string path = std::filesystem::canonical(NQ_CTI_PATH);
+    char name[256] = {};
+    for (const bool ofSystem : {false, true})
+    {
+        int type = 0;
+        std::size_t size = sizeof name;
+        ASSERT_EQ(ofSystem ? p.TLGetInfo(tree.system, GenTL::TL_INFO_NAME, &type, name, &size)
+                           : p.GCGetInfo(GenTL::TL_INFO_NAME, &type, name, &size),
+                  0);
+        EXPECT_EQ(name, path.substr(path.rfind('/') + 1));
     }
 }
 

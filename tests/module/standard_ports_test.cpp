@@ -156,4 +156,14 @@ TEST_F(StandardPorts, NullsAreRefused)
     }
 }
 
+TEST_F(StandardPorts, AStackStopsAtTheFirstRefusal)
+{
+    char value[3][4] = {};
+    GenTL::S_PORT_REGISTER_STACK_ENTRY entries[] = {
+        {0x70410, value[0], 4}, {0x70410, value[1], 8}, {0x70410, value[2], 4}};
+    std::size_t count = 3;
+    EXPECT_EQ(p.GCReadPortStacked(tree.device, entries, &count), -1015);
+    EXPECT_EQ(count, 1U);
+}
+
 } // namespace

@@ -37,6 +37,17 @@ class StandardEvent : public nq::test::StreamFixture
         return event->GetData(&data, &size, timeout);
     }
 
+    std::uint64_t Fired()
+    {
+        std::uint64_t fired = 99;
+        unsigned long size = sizeof fired;
+        int type = 0;
+        EXPECT_EQ(event->GetInfo(GenTL::EVENT_NUM_FIRED, &type, &fired, &size), 0);
+        EXPECT_EQ(type, 8);
+        EXPECT_EQ(size, 8U);
+        return fired;
+    }
+
     GigERDMA::NQGenTLEvent* event = nullptr;
 };
 
@@ -48,6 +59,25 @@ TEST_F(StandardEvent, AKillWithNobodyWaitingEndsTheNextWaitOnce)
     event->Kill();
     EXPECT_EQ(Wait(kInfinite), kAbort);
     EXPECT_EQ(Wait(1), kTimeout);
+}
+
+TEST_F(StandardEvent, CountsWhatFiredSinceItsRegistration)
+{
+    EXPECT_EQ(Fired(), 0U);
+    Frame(0, 1);
+    Frame(1, 2);
+    Frame(2, 3);
+    EXPECT_EQ(Fired(), 3U) << "queued";
+    Take();
+    EXPECT_EQ(event->Kill(), 0);
+    EXPECT_EQ(Wait(0), kAbort);
+    unsigned long size = sizeof(GenTL::S_EVENT_NEW_BUFFER);
+    EXPECT_EQ(event->GetData(nullptr, &size, 0), 0) << "dropped";
+    EXPECT_EQ(event->Flush(), 0);
+    EXPECT_EQ(Fired(), 3U) << "delivered, dropped and flushed";
+    ASSERT_EQ(stream.UnregisterEvent(GenTL::EVENT_NEW_BUFFER), 0);
+    event = RegisterNewBuffer();
+    EXPECT_EQ(Fired(), 0U);
 }
 
 TEST_F(StandardEvent, AKillGoesBeforeDataAndLosesNone)
