@@ -7,8 +7,8 @@
 /// The one list of the answers that differ: a flag, the subject, the library's own answer, the standard's. The record
 /// below, the two sets of it and docs/standard-answers.md follow from it. One row a line, in the order of the document.
 #define NQ_ANSWER_ROWS(row)                                                                                            \
-    row(infoWritesValueOnly, "info calls", "clear `*size` bytes first", "write the value's bytes and no more")         \
-    row(incompleteOfFrame, "`IS_INCOMPLETE`", "stays set for the buffer's life", "tells of the frame in the buffer")   \
+    row(infoWritesValueOnly, "info calls", "clear `*size` bytes first", "write the value's bytes and no more") \
+    row(incompleteOfFrame, "`IS_INCOMPLETE`", "stays set for the buffer's life", "tells of the frame in the buffer") \
     row(timestampInHertz, "timestamp frequency", "bytes turned round", "the camera's number; `TIMESTAMP_NS` given, both not available where it is 0 or unreadable") \
     row(frameInfos, "`DATA_SIZE`, `XOFFSET`, `YOFFSET`, `XPADDING`, `YPADDING`, `IMAGEOFFSET`, `PIXELFORMAT_NAMESPACE`, `DELIVERED_IMAGEHEIGHT`, `PIXEL_ENDIANNESS`, `DATA_LARGER_THAN_BUFFER`", "not implemented", "given") \
     row(sizeFilledIsWritten, "`SIZE_FILLED`", "the frame's size, also in a buffer too small for it", "what was written, 0 while queued; a buffer too small is incomplete") \
@@ -36,7 +36,8 @@
     row(payloadIsSize, "type of `STREAM_INFO_PAYLOAD_SIZE`", "`INT64`", "`SIZET`") \
     row(nameOfFile, "`TL_INFO_NAME`", "`nq_gev_tl_rdma.cti`, whatever the file is called", "the name of the file, with which `TL_INFO_PATHNAME` ends") \
     row(firedCounted, "`EVENT_NUM_FIRED`", "not implemented", "what was queued since the registration, delivered or flushed since or not") \
-    row(stackTellsDone, "number of a stack of port accesses that fails", "as it was", "how many were done")
+    row(stackTellsDone, "number of a stack of port accesses that fails", "as it was", "how many were done") \
+    row(lostEndsWaits, "camera lost while streaming", "waiters sleep on", "each waiter ends once with `GC_ERR_ABORT` within two heartbeats")
 
 // clang-format on
 

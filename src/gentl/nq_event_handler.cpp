@@ -3,6 +3,7 @@
 #include "gentl/nq_event_handler.h"
 
 #include <ctime>
+#include <utility>
 
 namespace GigERDMA
 {
@@ -96,11 +97,14 @@ unsigned int NQEventHandler::WaitOnce(int timeout)
 {
     const timespec deadline = DeadlineIn(timeout < 0 ? 0 : timeout);
     NQGenTLLock wait(m_waitLock);
-    unsigned int bits = TakeOnce();
-    for (int error = 0; bits == 0 && error == 0; bits = TakeOnce())
+    const unsigned long before = m_sleepsEnded;
+    unsigned int bits = TakeOnce(before);
+    ++m_sleeping;
+    for (int error = 0; bits == 0 && error == 0; bits = TakeOnce(before))
     {
         error = timeout < 0 ? m_condition.Wait(m_waitLock) : m_condition.WaitUntil(m_waitLock, deadline);
     }
+    --m_sleeping;
     // One signal wakes one waiter: what is left is the next one's.
     if (m_ended || m_kills != 0 || (bits > ~kKillBits && ReadBits() != 0))
     {
@@ -109,10 +113,29 @@ unsigned int NQEventHandler::WaitOnce(int timeout)
     return bits;
 }
 
-/// What there is for a WaitOnce: a kill before any bit.
-unsigned int NQEventHandler::TakeOnce()
+void NQEventHandler::EndSleeps()
 {
-    if (m_ended)
+    NQGenTLLock wait(m_waitLock);
+    if (m_sleeping == 0)
+    {
+        m_endNextSleep = true;
+        return;
+    }
+    ++m_sleepsEnded;
+    m_condition.SignalAll();
+}
+
+void NQEventHandler::ForgetEndSleeps()
+{
+    NQGenTLLock wait(m_waitLock);
+    m_endNextSleep = false;
+}
+
+/// What there is for a WaitOnce that began when `sleepsEnded` was counted: a kill before any bit, and any bit before
+/// an end that nobody slept through.
+unsigned int NQEventHandler::TakeOnce(unsigned long sleepsEnded)
+{
+    if (m_ended || m_sleepsEnded != sleepsEnded)
     {
         return kKillBits;
     }
@@ -121,7 +144,8 @@ unsigned int NQEventHandler::TakeOnce()
         --m_kills;
         return kKillBits;
     }
-    return ReadBits();
+    const unsigned int bits = ReadBits();
+    return bits == 0 && std::exchange(m_endNextSleep, false) ? kKillBits : bits;
 }
 
 unsigned int NQEventHandler::ReadBits()

@@ -43,12 +43,19 @@ class NQEventHandler
     /// Ends every WaitOnce, now and from now on.
     void End();
 
-    /// As WaitForEvent, but 0 says that the time has run out, nothing else, and a kill is one of KillOnce or End.
+    /// Ends every WaitOnce that sleeps, as a kill. If none does, ends the next one that finds no bit.
+    void EndSleeps();
+
+    /// No WaitOnce to come is ended by the EndSleeps before.
+    void ForgetEndSleeps();
+
+    /// As WaitForEvent, but 0 says that the time has run out, nothing else, and a kill is one of KillOnce, End or
+    /// EndSleeps.
     unsigned int WaitOnce(int timeout);
 
   private:
     unsigned int ReadBits();
-    unsigned int TakeOnce() NQ_REQUIRES(m_waitLock);
+    unsigned int TakeOnce(unsigned long sleepsEnded) NQ_REQUIRES(m_waitLock);
 
     /// Reads the bits and uses up a kill among them.
     unsigned int TakeBits();
@@ -61,6 +68,9 @@ class NQEventHandler
     unsigned int m_bits NQ_GUARDED_BY(m_stateLock) = 0;
     unsigned int m_kills NQ_GUARDED_BY(m_waitLock) = 0;
     bool m_ended NQ_GUARDED_BY(m_waitLock) = false;
+    unsigned int m_sleeping NQ_GUARDED_BY(m_waitLock) = 0;     ///< Calls of WaitOnce.
+    unsigned long m_sleepsEnded NQ_GUARDED_BY(m_waitLock) = 0; ///< How often EndSleeps found any.
+    bool m_endNextSleep NQ_GUARDED_BY(m_waitLock) = false;
 };
 
 } // namespace GigERDMA

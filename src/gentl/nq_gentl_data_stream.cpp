@@ -254,6 +254,7 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
         return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "StartAcquisition");
     }
     m_starting = true;
+    BeginRun();
     if (Answers().idleStopAtOnce)
     {
         SetTransferCompleted();
@@ -263,6 +264,8 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
     if (error != GenTL::GC_ERR_SUCCESS)
     {
         m_starting = false;
+        NQGenTLLock lock(m_moduleLock);
+        m_mayBeLost = false;
         return NQFailed(error, "%s DoStartAcquisition Failed! ret:%d", "StartAcquisition", error);
     }
     NQGenTLLock lock(m_moduleLock);
@@ -274,6 +277,29 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
     m_stopDue = false;
     m_starting = false;
     return GenTL::GC_ERR_SUCCESS;
+}
+
+void NQGenTLDataStream::BeginRun()
+{
+    NQGenTLLock lock(m_moduleLock);
+    m_mayBeLost = Answers().lostEndsWaits;
+    if (NQGenTLEvent* const event = FindEventById(GenTL::EVENT_NEW_BUFFER, false))
+    {
+        event->ForgetAbort(); // of the run before
+    }
+}
+
+void NQGenTLDataStream::CameraLost()
+{
+    NQGenTLLock lock(m_moduleLock);
+    if (!std::exchange(m_mayBeLost, false))
+    {
+        return;
+    }
+    if (NQGenTLEvent* const event = FindEventById(GenTL::EVENT_NEW_BUFFER, false))
+    {
+        event->Abort();
+    }
 }
 
 NQGenTLDataStream::StartUnderWay::StartUnderWay(NQGenTLDataStream& stream) : m_stream(stream)
@@ -354,6 +380,11 @@ int NQGenTLDataStream::EndRun(int flags)
     if (!IsStarted())
     {
         return GenTL::GC_ERR_SUCCESS;
+    }
+    {
+        // A camera that is told to stop may disconnect by itself.
+        NQGenTLLock lock(m_moduleLock);
+        m_mayBeLost = false;
     }
     if (const int error = DoStopAcquisition(flags))
     {

@@ -116,6 +116,10 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     /// library does not answer, GC_ERR_ERROR for any other, GC_ERR_BUFFER_TOO_SMALL.
     int GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
 
+    /// The run has no camera any more. With the standard's answers ends every wait for a buffer once, unless the run is
+    /// being stopped; each run tells of its loss once.
+    void CameraLost();
+
     /// True while a start is under way: frames that come so early are better held back, since they would not count.
     bool IsStarting();
 
@@ -159,6 +163,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     void MarkIncomplete(NQGenTLBuffer* buffer, bool shortFrame);
     bool PassesLimit();
     void EndWithLastFrame();
+    void BeginRun();
     int EndRun(int flags);
     bool Enqueue(NQGenTLBuffer* buffer) NQ_REQUIRES(m_queueingLock);
     void CountStarted();
@@ -185,6 +190,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     unsigned long m_numStarted NQ_GUARDED_BY(m_moduleLock) = 0; ///< Frames that began to go into a buffer.
     bool m_stopDue NQ_GUARDED_BY(m_moduleLock) =
         false; ///< Ended with the last frame; the consumer has not stopped yet.
+    bool m_mayBeLost NQ_GUARDED_BY(m_moduleLock) = false; ///< In a run that nobody stops and that was not lost yet.
     const bool m_isGrabbing = false;
     const bool m_definesPayloadSize = true;
     const std::string m_tlType = "GEV";

@@ -71,6 +71,11 @@ class NQGenTLEvent
     /// returns when nobody is inside.
     void EndWaits();
 
+    /// With the standard's answers ends every GetData that sleeps, and if there is none the next one that finds no
+    /// entry; ForgetAbort takes the latter back.
+    void Abort() { m_signal.EndSleeps(); }
+    void ForgetAbort() { m_signal.ForgetEndSleeps(); }
+
     /// Number of pending entries.
     unsigned long GetNumInQueue();
 

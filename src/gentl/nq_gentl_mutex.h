@@ -65,6 +65,9 @@ class NQGenTLCondition
     /// Wakes one waiter, if there is any.
     void Signal() { pthread_cond_signal(&m_condition); }
 
+    /// Wakes all waiters.
+    void SignalAll() { pthread_cond_broadcast(&m_condition); }
+
     /// Sleeps until woken; may also wake without a signal. `mutex` is held exactly once by the caller. 0 or an errno.
     int Wait(NQGenTLMutex& mutex) NQ_REQUIRES(mutex) { return pthread_cond_wait(&m_condition, &mutex.m_native.mutex); }
 

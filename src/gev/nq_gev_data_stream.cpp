@@ -43,6 +43,10 @@ NQGevDataStream::NQGevDataStream(NQGevRemoteDevice* device, unsigned int index, 
 
 NQGevDataStream::~NQGevDataStream()
 {
+    if (m_device != nullptr)
+    {
+        m_device->ForgetStream(this);
+    }
     NQGevDataStream::DoClose();
     // A stream that was opened while it ran does not count as started, so DoClose has not stopped it. Its thread waits
     // for a frame until the connection goes.
@@ -99,6 +103,10 @@ int NQGevDataStream::DoOpen()
         return GenTL::GC_ERR_NOT_AVAILABLE;
     }
     NQGenTLDataStream::DoOpen();
+    if (Answers().lostEndsWaits)
+    {
+        m_device->AddStream(this);
+    }
     return GenTL::GC_ERR_SUCCESS;
 }
 

@@ -6,6 +6,7 @@
 #include "base/nq_answers.h"
 #include "base/nq_rollback.h"
 #include "base/nq_trace.h"
+#include "gev/nq_gev_data_stream.h"
 #include "gev/nq_gev_port.h"
 #include "gev/nq_gev_thread_heartbeat.h"
 #include "gige/gvcp_wire.h"
@@ -13,6 +14,7 @@
 #include "rdma/gendc_wire.h"
 #include "rdma/rdma_records.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -323,6 +325,30 @@ int NQGevRemoteDevice::GetAccessStatus()
         return GenTL::DEVICE_ACCESS_STATUS_OPEN_READWRITE;
     default:
         return static_cast<int>(privilege);
+    }
+}
+
+void NQGevRemoteDevice::AddStream(NQGevDataStream* stream)
+{
+    const GigERDMA::NQGenTLLock lock(m_moduleLock);
+    if (std::find(m_streams.begin(), m_streams.end(), stream) == m_streams.end())
+    {
+        m_streams.push_back(stream);
+    }
+}
+
+void NQGevRemoteDevice::ForgetStream(NQGevDataStream* stream)
+{
+    const GigERDMA::NQGenTLLock lock(m_moduleLock);
+    std::erase(m_streams, stream);
+}
+
+void NQGevRemoteDevice::TellStreamsOfLoss()
+{
+    const GigERDMA::NQGenTLLock lock(m_moduleLock); // To the end: no stream goes meanwhile.
+    for (NQGevDataStream* const stream : m_streams)
+    {
+        stream->CameraLost();
     }
 }
 

@@ -126,7 +126,15 @@ class NQGevRemoteDevice : public GigERDMA::NQGenTLRemoteDevice
     /// This object's own copy of the device record, with what DoOpen added to it.
     const _NQ_GEV_DEVICE_INFO& GetDeviceInfo() const { return m_info; }
 
-    /// Always null: nothing fills the list of streams kept here, since the device has them.
+    /// Lists a stream, which ForgetStream takes out before it goes.
+    void AddStream(NQGevDataStream* stream);
+    void ForgetStream(NQGevDataStream* stream);
+
+    /// Tells the listed streams that the camera is lost. Thread-safe.
+    void TellStreamsOfLoss();
+
+    /// The listed stream at an index, or null. By the library's own answers nothing is listed, since the device has the
+    /// streams.
     NQGevDataStream* _findStream(unsigned int index);
 
   private:

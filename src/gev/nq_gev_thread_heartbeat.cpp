@@ -39,13 +39,18 @@ void NQGevThreadHeartbeat::OnHeartBeat()
 
     const _NQ_GEV_DEVICE_INFO info = m_remote->GetDeviceInfo();
     const int status = m_remote->GetAccessStatus();
+    const bool lost = status == GenTL::DEVICE_ACCESS_STATUS_NOACCESS || status == GenTL::DEVICE_ACCESS_STATUS_UNKNOWN;
+    if (lost)
+    {
+        m_remote->TellStreamsOfLoss();
+    }
     std::atomic<int>& current = m_remote->Answers().statusOfEach ? m_ownStatus : currAccessStatus;
     if (current.exchange(status, std::memory_order_relaxed) == status)
     {
         return;
     }
     _sendConnectionEvent(status, info.id);
-    if (status == GenTL::DEVICE_ACCESS_STATUS_NOACCESS || status == GenTL::DEVICE_ACCESS_STATUS_UNKNOWN)
+    if (lost)
     {
         RequestExit();
     }

@@ -37,6 +37,10 @@ void NQRMAXThreadAcquisition::Run()
     {
         if (m_stream->AcquireImage() != 0 && !m_stream->IsFlowing())
         {
+            if (!MustStop())
+            {
+                m_stream->CameraLost();
+            }
             std::this_thread::sleep_for(kPauseOnceStopped);
         }
     }

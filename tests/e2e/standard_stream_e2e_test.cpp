@@ -101,7 +101,6 @@ TEST_F(StandardRun, OfSoManyFramesEndsWithTheLast)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         EXPECT_FALSE(IsGrabbing());
-        EXPECT_EQ(consumer.Next(50), nullptr);
         EXPECT_EQ(consumer.gentl.DSStopAcquisition(consumer.stream, 0), 0);
         EXPECT_EQ(consumer.gentl.DSFlushQueue(consumer.stream, GenTL::ACQ_QUEUE_ALL_TO_INPUT), 0);
     }
@@ -119,6 +118,42 @@ TEST_F(StandardRun, AStopKillAndACloseLeaveNothingBehind)
     ASSERT_EQ(consumer.gentl.DevOpenDataStream(consumer.device, "Stream:0", &consumer.stream), 0);
     AnnounceAndQueue(4);
     ASSERT_EQ(consumer.Start(3), 0);
+    EXPECT_NE(consumer.Next(), nullptr);
+}
+
+/// What ends the waits of a consumer that gives every buffer back.
+int EndOfFrames(Consumer& consumer)
+{
+    GenTL::S_EVENT_NEW_BUFFER data{};
+    std::size_t size = sizeof data;
+    int result = 0;
+    while ((result = consumer.gentl.EventGetData(consumer.event, &data, &size, 20000)) == 0)
+    {
+        consumer.gentl.DSQueueBuffer(consumer.stream, data.BufferHandle);
+    }
+    return result;
+}
+
+TEST_F(StandardRun, ACameraThatFallsSilentEndsTheWaits)
+{
+    AnnounceAndQueue(4);
+    ASSERT_EQ(consumer.Start(), 0);
+    ASSERT_NE(consumer.Next(), nullptr);
+    camera.Fault("silent");
+    EXPECT_EQ(EndOfFrames(consumer), -1012);
+    EXPECT_EQ(consumer.Stop(), 0);
+}
+
+TEST_F(StandardRun, ACameraThatDisconnectsEndsTheWaits)
+{
+    AnnounceAndQueue(4);
+    ASSERT_EQ(consumer.Start(), 0);
+    ASSERT_NE(consumer.Next(), nullptr);
+    camera.Fault("disconnect-mid-frame");
+    EXPECT_EQ(EndOfFrames(consumer), -1012);
+    EXPECT_EQ(consumer.Stop(), 0);
+    ASSERT_EQ(consumer.gentl.DSFlushQueue(consumer.stream, GenTL::ACQ_QUEUE_ALL_TO_INPUT), 0);
+    ASSERT_EQ(consumer.Start(), 0);
     EXPECT_NE(consumer.Next(), nullptr);
 }
 
