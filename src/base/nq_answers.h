@@ -24,6 +24,7 @@
     row(exclusiveGoesOn, "exclusive open", "heartbeat ends at its first beat; status `NOACCESS`", "goes on; `OPEN_READWRITE`") \
     row(readOnlyBeats, "read-only open", "reads without a pause; status as the privilege register says", "a beat a second; `OPEN_READONLY`") \
     row(startNeedsControl, "start without control of the camera", "succeeds, no frame", "`GC_ERR_ACCESS_DENIED`") \
+    row(payloadMustFit, "payload over the port's longest message", "starts, nothing comes", "the start fails with `GC_ERR_RESOURCE_EXHAUSTED`") \
     row(adaptersRefreshed, "adapter whose address changed", "the entry keeps the old one", "refreshed, `changed` true") \
     row(eventBytesWritten, "records by `EventGetData`", "`*piSize` as it was", "bytes written") \
     row(errorSizeTold, "`GCGetLastError` with a small buffer", "no size told", "needed size told") \

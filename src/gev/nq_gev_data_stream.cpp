@@ -150,9 +150,13 @@ int NQGevDataStream::DoStartAcquisition(unsigned int, unsigned int)
     m_mtu = kMtuValue;
     EndLastRun();
     m_tickFrequency = Answers().timestampInHertz ? m_device->GetTickFrequency() : 0;
-    if (!Connect() || !StartFlow())
+    if (!Connect())
     {
         return GenTL::GC_ERR_ERROR;
+    }
+    if (const int error = StartFlow())
+    {
+        return error;
     }
     m_reservedCount = 0;
     m_frameLoss = 0;
@@ -192,10 +196,16 @@ bool NQGevDataStream::Connect()
     return true;
 }
 
-bool NQGevDataStream::StartFlow()
+int NQGevDataStream::StartFlow()
 {
     gevrdmaBufferSettings settings{};
     m_device->GetBufferSettings(&settings);
+    if (Answers().payloadMustFit && !Rdma()->CanReceive(settings.payloadSize))
+    {
+        SetRdma(nullptr);
+        return NQFailed(GenTL::GC_ERR_RESOURCE_EXHAUSTED, "%s the port receives no frame with a payload of %llu",
+                        "DoStartAcquisition", static_cast<unsigned long long>(settings.payloadSize));
+    }
     int type = 0;
     std::uint64_t announced = 0;
     unsigned long size = sizeof announced;
@@ -209,10 +219,9 @@ bool NQGevDataStream::StartFlow()
     {
         m_device->EnableStream(false);
         SetRdma(nullptr);
-        NQTrace(NQTraceLevel::Failure, "%s Start RDMA Failed", "DoStartAcquisition");
-        return false;
+        return NQFailed(GenTL::GC_ERR_ERROR, "%s Start RDMA Failed", "DoStartAcquisition");
     }
-    return true;
+    return GenTL::GC_ERR_SUCCESS;
 }
 
 void NQGevDataStream::StartThread()

@@ -58,7 +58,9 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     int DoClose() override;
 
     /// Both arguments are ignored: the camera says how large its frames are, and the buffers are counted anew.
-    /// GC_ERR_RESOURCE_IN_USE when connected, GC_ERR_ERROR when there is no camera, no connection or no flow.
+    /// GC_ERR_RESOURCE_IN_USE when connected, GC_ERR_ERROR when there is no camera, no connection or no flow; with
+    /// the standard's answers also GC_ERR_RESOURCE_EXHAUSTED when the camera's frames are too long for the port of the
+    /// connection, and what NQGevRemoteDevice::CheckControl says.
     int DoStartAcquisition(unsigned int biggestSize, unsigned int count) override;
 
     /// GC_ERR_ERROR without a camera or an endpoint; else GC_ERR_SUCCESS.
@@ -87,7 +89,7 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     void EndStarts();
     void EndLastRun();
     bool Connect();
-    bool StartFlow();
+    int StartFlow();
     void StartThread();
     void CountFrame(std::uint64_t frameId);
     void DescribeFrame(const gevrdmaBuffer& buffer);

@@ -35,10 +35,10 @@
 ///     posted
 ///
 /// and a send descriptor alternates between posted and `m_free_sends`. Init, SetBufferSettings,
-/// AllocateAndRegisterMemory and StartWorkerThread are thread-bound to the starting thread and come in this order, the
-/// bodies of the three threads and what they call to their threads. DeInit is thread-safe, and so are GetBuffer,
-/// IsFlowing, HandOver, EndShow and the requeue calls once the memory is registered. The object must not be deleted
-/// while another thread is inside it.
+/// LongestFrame, AllocateAndRegisterMemory and StartWorkerThread are thread-bound to the starting thread and come in
+/// this order, the bodies of the three threads and what they call to their threads. DeInit is thread-safe, and so are
+/// GetBuffer, IsFlowing, HandOver, EndShow and the requeue calls once the memory is registered. The object must not be
+/// deleted while another thread is inside it.
 class LvEndpoint
 {
   public:
@@ -77,6 +77,9 @@ class LvEndpoint
     /// The body of the event thread: takes events until the stop.
     void Cm_event_loop();
     static void* Cm_event_thread(void* endpoint);
+
+    /// Bytes of the longest frame that a receive can take on the port of this connection.
+    std::uint32_t LongestFrame() const;
 
     /// Keeps the payload size and the number of blocks for AllocateAndRegisterMemory.
     void SetBufferSettings(gevrdmaBufferSettings& settings);

@@ -36,6 +36,16 @@ ibv_sge ScatterEntry(const msg_buffer_mem& message)
 
 } // namespace
 
+std::uint32_t LvEndpoint::LongestFrame() const
+{
+    ibv_port_attr port{};
+    if (ibv_query_port(m_cm_id_connection->verbs, m_cm_id_connection->port_num, &port) != 0 || port.max_msg_sz == 0)
+    {
+        return kLongestReceive;
+    }
+    return std::min(port.max_msg_sz, kLongestReceive);
+}
+
 void LvEndpoint::SetBufferSettings(gevrdmaBufferSettings& settings)
 {
     m_settings = settings;

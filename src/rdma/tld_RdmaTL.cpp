@@ -65,6 +65,11 @@ bool GevRdmaEndpoint::Connect(const char* host, const char* service)
     return connected;
 }
 
+bool GevRdmaEndpoint::CanReceive(std::uint64_t payloadSize) const
+{
+    return m_endpoint != nullptr && Fits(payloadSize, gendc_wire::kDescriptorSize, m_endpoint->LongestFrame());
+}
+
 bool GevRdmaEndpoint::Start(gevrdmaBufferSettings& settings, unsigned int)
 {
     if (m_endpoint == nullptr)

@@ -5,6 +5,7 @@
 #include "rdma/lvEndPoint.h"
 #include "rdma/rdma_records.h"
 
+#include <cstdint>
 #include <memory>
 
 #include <netdb.h>
@@ -25,6 +26,9 @@ class GevRdmaEndpoint
     /// Returns false when a connection was tried before, the address is none, the camera could not be reached, or
     /// Disconnect was called, be it before or meanwhile.
     bool Connect(const char* host, const char* service);
+
+    /// Whether the port of the connection can receive a frame of that many bytes of payload. Between Connect and Start.
+    bool CanReceive(std::uint64_t payloadSize) const;
 
     /// Makes and registers the frame blocks and starts the flow. Returns false, disconnected, when that fails.
     /// The second argument is not read.

@@ -101,6 +101,8 @@ class FakeVerbs : public CallRecorder
         Complete(id, status, opcode, length);
     }
 
+    std::uint32_t longestMessage = 0x40000000; ///< What the port says of itself.
+
     // ---- what a test looks at
 
     /// Lets the endpoint see another descriptor number for the event channel.
@@ -489,6 +491,13 @@ class FakeVerbs : public CallRecorder
         regionLengths.push_back(length);
         m_objects.Born("region");
         return region.release();
+    }
+
+    int QueryPort(ibv_port_attr* attributes)
+    {
+        const int error = EnterWithError("ibv_query_port");
+        attributes->max_msg_sz = longestMessage;
+        return error;
     }
 
     int DeregMr(ibv_mr* region)

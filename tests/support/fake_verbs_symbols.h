@@ -5,6 +5,7 @@
 #include "support/fake_verbs.h"
 
 #undef ibv_reg_mr
+#undef ibv_query_port
 
 extern "C"
 {
@@ -107,6 +108,10 @@ int ibv_destroy_qp(ibv_qp*)
 ibv_mr* ibv_reg_mr(ibv_pd*, void* address, size_t length, int access)
 {
     return nq::test::FakeVerbs::Current()->RegMr(address, length, access);
+}
+int ibv_query_port(ibv_context*, uint8_t, _compat_ibv_port_attr* compatible)
+{
+    return nq::test::FakeVerbs::Current()->QueryPort(reinterpret_cast<ibv_port_attr*>(compatible));
 }
 int ibv_dereg_mr(ibv_mr* region)
 {

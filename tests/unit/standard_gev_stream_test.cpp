@@ -79,4 +79,53 @@ TEST_F(StandardGevStream, CountsNothingOfAFrameThatEndsInItsHeaders)
     EXPECT_EQ(BufferInfo<std::uint64_t>(NextBuffer(), 9), 0U);
 }
 
+/// What a start gives with a payload of `payload` bytes on a port that takes messages of `longest` bytes.
+class PayloadOverTheLongestMessage : public StandardGevStream
+{
+  protected:
+    int Start(std::uint64_t payload, std::uint32_t longest)
+    {
+        nq::test::Bytes settings(176, 0xEE);
+        std::memcpy(settings.data() + 32, &payload, 8);
+        camera.SetMemory(0xE600, settings);
+        fake.longestMessage = longest;
+        const int result = stream->StartAcquisition(0, nq::test::infinite);
+        stream->StopAcquisition(1);
+        return result;
+    }
+};
+
+constexpr int kExhausted = -1020;
+
+TEST_F(PayloadOverTheLongestMessage, FailsTheStart)
+{
+    ASSERT_EQ(stream->Open(), 0);
+    EXPECT_EQ(Start(1024, 1200), 0);
+    camera.Forget();
+    EXPECT_EQ(Start(1024, 1199), kExhausted);
+    EXPECT_EQ(camera.Count(nq::test::streamOn), 0U) << "before the camera is told to stream";
+    EXPECT_EQ(Start(0, 175), kExhausted);
+    EXPECT_EQ(Start(0xFFFFFFFFFFFFFFFF, 0xFFFFFFFF), kExhausted);
+    EXPECT_EQ(Start(0x80000000 - 176, 0xFFFFFFFF), kExhausted) << "no receive takes 2^31 bytes";
+    EXPECT_EQ(Start(1024, 1200), 0) << "and another payload starts";
+}
+
+TEST_F(PayloadOverTheLongestMessage, IsNotKnownOfAPortThatDoesNotTell)
+{
+    ASSERT_EQ(stream->Open(), 0);
+    EXPECT_EQ(Start(1024, 0), 0);
+    fake.Fail("ibv_query_port", EINVAL, 2);
+    EXPECT_EQ(Start(1024, 1), 0);
+}
+
+using StatedGevStream = nq::test::DataStreamFixture;
+
+TEST_F(StatedGevStream, StartsWithAPayloadOverTheLongestMessageAndDoesNotAskThePort)
+{
+    fake.longestMessage = 100;
+    Run(1);
+    EXPECT_EQ(stream->StopAcquisition(1), 0);
+    EXPECT_THAT(fake.Calls(), testing::Not(testing::Contains("ibv_query_port")));
+}
+
 } // namespace
