@@ -16,7 +16,7 @@ GC_API DSAnnounceBuffer(DS_HANDLE hDataStream, void* pBuffer, size_t iSize, void
     if (auto* const stream = frame.FindDataStream(hDataStream))
     {
         const GC_ERROR result = stream->AnnounceBuffer(pBuffer, iSize, pPrivate, phBuffer);
-        if (result == GC_ERR_SUCCESS)
+        if (result == GC_ERR_SUCCESS && !stream->Answers().closeEndsStream)
         {
             g_Controller.RegisterModule(*phBuffer);
         }
@@ -32,7 +32,7 @@ GC_API DSAllocAndAnnounceBuffer(DS_HANDLE hDataStream, size_t iSize, void* pPriv
     if (auto* const stream = frame.FindDataStream(hDataStream))
     {
         const GC_ERROR result = stream->AllocAndAnnounceBuffer(iSize, pPrivate, phBuffer);
-        if (result == GC_ERR_SUCCESS)
+        if (result == GC_ERR_SUCCESS && !stream->Answers().closeEndsStream)
         {
             g_Controller.RegisterModule(*phBuffer);
         }

@@ -53,6 +53,10 @@ std::string NQGenTLDataStream::GetName()
 
 int NQGenTLDataStream::DoOpen()
 {
+    {
+        NQGenTLLock queueing(m_queueingLock);
+        m_buffersEnded = false;
+    }
     NQGenTLLock lock(m_moduleLock);
     m_started = false;
     m_numStarted = 0;
@@ -81,6 +85,7 @@ void NQGenTLDataStream::EndBuffers()
     std::vector<std::unique_ptr<NQGenTLBuffer>> revoked; // Go last, without a lock.
     NQGenTLLock transfer(m_transferLock);
     NQGenTLLock queueing(m_queueingLock);
+    m_buffersEnded = true;
     DiscardInput();
     while (NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, 0, true))
     {
@@ -101,8 +106,7 @@ int NQGenTLDataStream::AnnounceBuffer(void* buffer, unsigned long size, void* us
     {
         return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "AnnounceBuffer");
     }
-    Announce(buffer, size, userPtr, handle);
-    return GenTL::GC_ERR_SUCCESS;
+    return Announce(buffer, size, userPtr, handle);
 }
 
 int NQGenTLDataStream::AllocAndAnnounceBuffer(unsigned long size, void* userPtr, void** handle)
@@ -111,15 +115,25 @@ int NQGenTLDataStream::AllocAndAnnounceBuffer(unsigned long size, void* userPtr,
     {
         return NQFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s GC_ERR_INVALID_PARAMETER", "AllocAndAnnounceBuffer");
     }
-    Announce(nullptr, size, userPtr, handle);
-    return GenTL::GC_ERR_SUCCESS;
+    return Announce(nullptr, size, userPtr, handle);
 }
 
-void NQGenTLDataStream::Announce(void* buffer, unsigned long size, void* userPtr, void** handle)
+int NQGenTLDataStream::Announce(void* buffer, unsigned long size, void* userPtr, void** handle)
 {
     auto announced = std::make_unique<NQGenTLBuffer>(buffer, size, false, userPtr, nullptr, Answers());
-    m_buffers.Add(NQ_BUFFER_TYPE_ANNOUNCED, announced.get());
-    *handle = announced.release()->GetModule();
+    NQGenTLLock queueing(m_queueingLock);
+    if (m_buffersEnded)
+    {
+        return NQFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", "Announce");
+    }
+    *handle = announced->GetModule();
+    if (Answers().closeEndsStream)
+    {
+        // Before a close on another thread finds the buffer, which would end its handle and delete it.
+        TheController().RegisterModule(*handle);
+    }
+    m_buffers.Add(NQ_BUFFER_TYPE_ANNOUNCED, announced.release());
+    return GenTL::GC_ERR_SUCCESS;
 }
 
 int NQGenTLDataStream::RevokeBuffer(void* handle, void** buffer, void** userPtr)

@@ -74,11 +74,12 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     virtual void DoEndShow(void* rdmaId, const NQGenTLBuffer* shownBy);
 
     /// Announces `size` bytes of the consumer's memory. GC_ERR_INVALID_PARAMETER for a null `buffer` or `handle`, or
-    /// GC_ERR_RESOURCE_IN_USE when that memory is announced already. The caller registers the handle at the controller.
+    /// GC_ERR_RESOURCE_IN_USE when that memory is announced already. The caller registers the handle at the controller;
+    /// with the standard's answers the stream has done so itself, and gives GC_ERR_INVALID_HANDLE once it is closed.
     int AnnounceBuffer(void* buffer, unsigned long size, void* userPtr, void** handle);
 
     /// Announces a buffer that will point into the frame blocks; no memory is allocated. GC_ERR_INVALID_PARAMETER for a
-    /// null `handle`. The caller registers the handle at the controller.
+    /// null `handle`. The handle is as with AnnounceBuffer.
     int AllocAndAnnounceBuffer(unsigned long size, void* userPtr, void** handle);
 
     /// Deletes a buffer and hands its memory and user pointer back, each if asked for. Waits for a delivery under way.
@@ -150,7 +151,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
         NQGenTLDataStream& m_stream;
     };
 
-    void Announce(void* buffer, unsigned long size, void* userPtr, void** handle);
+    int Announce(void* buffer, unsigned long size, void* userPtr, void** handle);
     int GetFixedInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
     int GetCounterInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
     NQGenTLBuffer* TakeBufferFor(void* rdmaId) NQ_REQUIRES(m_transferLock);
@@ -196,6 +197,8 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     const std::string m_tlType = "GEV";
     NQEventHandler m_transferCompleted;
     const NQOrigin m_origin;
+
+    bool m_buffersEnded NQ_GUARDED_BY(m_queueingLock) = false; ///< By a close; no buffer may come before it is opened.
 
     /// Shares in the frame blocks whose addresses revocations have handed out, until the next start.
     std::vector<std::shared_ptr<const void>> m_handedOut NQ_GUARDED_BY(m_queueingLock);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The standard's answers of a data stream: its infos, its limit, its stop and its flushes.
+#include "gev/nq_gev_controller.h"
 #include "support/stream_fixture.h"
 
 #include <atomic>
@@ -248,6 +249,62 @@ TEST_F(StandardStream, ABufferFlushedToTheOutputHasNoNewData)
     EXPECT_EQ(stream.FlushQueue(0), 0);
     EXPECT_EQ(Take(), handles[0]);
     EXPECT_EQ(BufferNumber(handles[0], 4), 0U);
+}
+
+int PortUrlsOf(void* handle)
+{
+    unsigned int count = 0;
+    return g_Controller.GetNumPortURLs(handle, &count);
+}
+
+TEST_F(StandardStream, ABufferIsKnownByItsHandleFromItsAnnouncementToTheClose)
+{
+    Announce(1);
+    EXPECT_EQ(PortUrlsOf(handles[0]), -1003) << "known, and without a port";
+    ASSERT_EQ(stream.Close(), 0);
+    EXPECT_EQ(PortUrlsOf(handles[0]), -1006);
+    EXPECT_EQ(stream.AnnounceBuffer(memory[0], 8, nullptr, &handles[0]), -1006);
+    EXPECT_EQ(stream.AllocAndAnnounceBuffer(8, nullptr, &handles[0]), -1006);
+    EXPECT_EQ(Of(3).value, 0U);
+    ASSERT_EQ(stream.Open(), 0);
+    Announce(1);
+}
+
+TEST_F(StandardStream, ACloseDuringAnnouncementsLeavesNoHandle)
+{
+    constexpr int kRounds = 300;
+    std::atomic<bool> over = false;
+    std::atomic<bool> announcing = false;
+    std::vector<void*> announced;
+    std::thread consumer([&] {
+        while (!over)
+        {
+            void* handle = nullptr;
+            if (stream.AllocAndAnnounceBuffer(8, nullptr, &handle) == 0)
+            {
+                announced.push_back(handle);
+            }
+            announcing = true;
+        }
+    });
+    for (int round = 0; round < kRounds; ++round)
+    {
+        announcing = false;
+        while (!announcing)
+        {
+            std::this_thread::yield();
+        }
+        ASSERT_EQ(stream.Close(), 0);
+        EXPECT_EQ(Of(3).value, 0U);
+        ASSERT_EQ(stream.Open(), 0);
+    }
+    over = true;
+    consumer.join();
+    ASSERT_EQ(stream.Close(), 0);
+    for (void* const handle : announced)
+    {
+        EXPECT_EQ(PortUrlsOf(handle), -1006);
+    }
 }
 
 } // namespace
