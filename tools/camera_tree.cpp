@@ -44,11 +44,30 @@ System::~System()
     m_library.TLClose(m_handle);
 }
 
-bool System::IsOurs() const
+std::string System::Text(GenTL::TL_INFO_CMD command) const
 {
     return GenTLLibrary::Text([&](GenTL::INFO_DATATYPE* type, void* buffer, size_t* size) {
-               return m_library.TLGetInfo(m_handle, GenTL::TL_INFO_ID, type, buffer, size);
-           }) == "NQGenTLGevRDMA";
+        return m_library.TLGetInfo(m_handle, command, type, buffer, size);
+    });
+}
+
+bool System::IsOurs() const
+{
+    return Text(GenTL::TL_INFO_ID) == "NQGenTLGevRDMA";
+}
+
+bool System::GivesStatedAnswers() const
+{
+    if (!IsOurs())
+    {
+        return false;
+    }
+    // It shows in any info call: its own answers clear all that they may write, the standard's write the value alone.
+    std::string text(64, 'x');
+    GenTL::INFO_DATATYPE type = GenTL::INFO_DATATYPE_UNKNOWN;
+    size_t size = text.size();
+    GenTLLibrary::Check(m_library.TLGetInfo(m_handle, GenTL::TL_INFO_TLTYPE, &type, text.data(), &size), "TLGetInfo");
+    return text.back() != 'x';
 }
 
 std::vector<std::string> System::InterfaceIds() const

@@ -49,7 +49,13 @@ class System
     /// True for the producer of this project, which offers the commands of nq_gev_gentl.h.
     bool IsOurs() const;
 
+    /// Whether the producer of this project gives its own answers and not the standard's; false for any other one.
+    bool GivesStatedAnswers() const;
+
     std::vector<std::string> InterfaceIds() const;
+
+    /// A text about the system; an empty one when the producer does not offer it.
+    std::string Text(GenTL::TL_INFO_CMD command) const;
 
   private:
     GenTLLibrary& m_library;

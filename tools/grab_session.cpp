@@ -72,8 +72,8 @@ void BufferMemory::Unmap::operator()(void* memory) const
 }
 
 GrabSession::GrabSession(const System& system, const CameraEntry& camera, BufferOrigin origin, size_t bufferCount)
-    : m_library(system.Library()), m_ours(system.IsOurs()), m_interface(system, camera.interfaceId),
-      m_address(camera.address)
+    : m_library(system.Library()), m_ours(system.IsOurs()), m_flagStays(system.GivesStatedAnswers()),
+      m_interface(system, camera.interfaceId), m_cameraId(camera.id), m_address(camera.address)
 {
     try
     {
@@ -212,12 +212,19 @@ void GrabSession::Start()
     {
         throw ToolFailure(ExitCode::CameraLost, WhyNoFrames());
     }
-    throw ToolFailure(ExitCode::NoStream,
+    const ExitCode exitCode = code == GenTL::GC_ERR_ACCESS_DENIED ? ExitCode::CameraInUse : ExitCode::NoStream;
+    throw ToolFailure(exitCode,
                       fmt::format("the stream did not start: {} ({}). {}", ErrorName(code), code, WhyNoStart(code)));
 }
 
 std::string GrabSession::WhyNoStart(GenTL::GC_ERROR code) const
 {
+    if (code == GenTL::GC_ERR_ACCESS_DENIED)
+    {
+        return fmt::format("This program does not control the camera {} any more: another one took it, or the camera "
+                           "gave it up; `nq-gev list` tells who controls it.",
+                           m_cameraId);
+    }
     if (const std::string complaint = LockedMemoryComplaint(m_lockedBytes); !complaint.empty())
     {
         return fmt::format("It wants more memory than it may have: {}. Raise that limit, or take fewer --buffers.",
@@ -252,6 +259,10 @@ std::optional<Frame> GrabSession::Next(uint64_t timeoutMs)
     if (code == GenTL::GC_ERR_TIMEOUT || (code == GenTL::GC_ERR_SUCCESS && data.BufferHandle == nullptr))
     {
         return std::nullopt;
+    }
+    if (code == GenTL::GC_ERR_ABORT)
+    {
+        throw ToolFailure(ExitCode::CameraLost, "the producer gave the stream up: " + WhyNoFrames());
     }
     GenTLLibrary::Check(code, "EventGetData");
     m_anyFrame = true;
@@ -305,13 +316,17 @@ bool GrabSession::SeesNewIncomplete(GenTL::BUFFER_HANDLE buffer)
     {
         return false;
     }
-    // Our producer never clears a buffer's flag, so only its first sight tells of a new short frame.
+    if (!m_flagStays)
+    {
+        return true;
+    }
+    // Only the first sight of the flag tells of a new short frame.
     const bool seen = std::find(m_seenIncomplete.begin(), m_seenIncomplete.end(), buffer) != m_seenIncomplete.end();
     if (!seen)
     {
         m_seenIncomplete.push_back(buffer);
     }
-    return !seen || !m_ours;
+    return !seen;
 }
 
 std::optional<uint64_t> GrabSession::MaybeNumber(GenTL::BUFFER_HANDLE buffer, GenTL::BUFFER_INFO_CMD command) const

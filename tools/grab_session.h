@@ -55,7 +55,8 @@ class GrabSession
     void Start();
     void Stop();
 
-    /// The next frame, or why it is refused; nothing when none came in `timeoutMs` milliseconds.
+    /// The next frame, or why it is refused; nothing when none came in `timeoutMs` milliseconds. Throws
+    /// ToolFailure(CameraLost) when the producer says that none will come.
     std::optional<Frame> Next(uint64_t timeoutMs);
 
     /// Gives the frame's buffer back to the stream.
@@ -87,7 +88,9 @@ class GrabSession
 
     GenTLLibrary& m_library;
     bool m_ours;
+    bool m_flagStays; ///< An incomplete frame leaves its buffer so for good, as our producer's own answers have it.
     Interface m_interface;
+    std::string m_cameraId;
     std::string m_address;
     GenTL::DEV_HANDLE m_device = nullptr;
     GenTL::PORT_HANDLE m_port = nullptr;

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <fcntl.h>
 #include <string>
@@ -29,6 +30,13 @@ constexpr const char* kExitCodesText =
     "  nq-gev --software-rdma grab --count 10\n"
     "  nq-gev --producer /opt/vendor/producer.cti list --json";
 
+/// Our producer reads it when it is initialised, here and in the processes that this one starts.
+void AskForAnswers(const std::string& answers)
+{
+    constexpr const char* kSwitch = "NQ_GEV_TL_STANDARD";
+    static_cast<void>(answers == "standard" ? setenv(kSwitch, "1", 1) : unsetenv(kSwitch));
+}
+
 int Run(int argc, char** argv)
 {
     using namespace nq::tool;
@@ -40,6 +48,10 @@ int Run(int argc, char** argv)
     CommonOptions common;
     app.add_option("--producer", common.producer, "The .cti to load (else all in GENICAM_GENTL64_PATH, else ours)")
         ->check(CLI::ExistingFile);
+    app.add_option("--answers", common.answers,
+                   "What our producer answers: standard, or stated as its own hosts know it")
+        ->check(CLI::IsMember({"standard", "stated"}))
+        ->capture_default_str();
     app.add_flag("--json", common.json, "Print JSON instead of text");
     app.add_option("--timeout", common.timeoutMs, "How long to look for cameras on each interface, in milliseconds")
         ->check(WholeNumber(1, kMostMs, "milliseconds"))
@@ -48,6 +60,7 @@ int Run(int argc, char** argv)
         ->description("Run on RDMA made of software, for a camera that does so on this machine");
     Verb chosen;
     AddListVerb(app, common, chosen);
+    AddInfoVerb(app, common, chosen);
     AddGrabVerb(app, common, chosen);
     try
     {
@@ -57,6 +70,7 @@ int Run(int argc, char** argv)
     {
         return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::Usage);
     }
+    AskForAnswers(common.answers);
     const ExitCode code = chosen();
     if (std::fflush(stdout) != 0)
     {

@@ -2,7 +2,8 @@
 // One producer, asked for its cameras in a process of its own.
 //
 // What it says by a pipe are messages: their size in 4 bytes, then CBOR, which keeps texts that are no UTF-8. A message
-// is {} (alive), {"interfaces": ...} after a whole scan, or {"problem": ..., "code": ...} as its last.
+// is {} (alive), {"facts": ...} as its first, {"interfaces": ...} after a whole scan, or {"problem": ..., "code": ...}
+// as its last.
 #include "producer_child.h"
 
 #include <algorithm>
@@ -43,6 +44,25 @@ void Say(int pipe, const json& message)
         }
         sent += static_cast<size_t>(std::max<ssize_t>(part, 0));
     }
+}
+
+json ToJson(const ProducerFacts& facts)
+{
+    return {{"id", facts.id},     {"vendor", facts.vendor}, {"model", facts.model},    {"version", facts.version},
+            {"type", facts.type}, {"gentl", facts.gentl},   {"answers", facts.answers}};
+}
+
+ProducerFacts FactsFrom(const json& from)
+{
+    ProducerFacts facts;
+    from.at("id").get_to(facts.id);
+    from.at("vendor").get_to(facts.vendor);
+    from.at("model").get_to(facts.model);
+    from.at("version").get_to(facts.version);
+    from.at("type").get_to(facts.type);
+    from.at("gentl").get_to(facts.gentl);
+    from.at("answers").get_to(facts.answers);
+    return facts;
 }
 
 json ToJson(const CameraEntry& camera)
@@ -102,11 +122,17 @@ void ScanAndSay(const std::string& path, const std::vector<uint64_t>& scansMs, i
 {
     GenTLLibrary library(path);
     const System system(library);
+    Say(pipe, {{"facts", ToJson(FactsOf(system))}});
     for (const uint64_t ms : scansMs)
     {
         const auto interfaces = ScanAll(system, ms, [pipe] { Say(pipe, json::object()); });
         Say(pipe, {{"interfaces", ToJson(interfaces)}});
     }
+}
+
+uint64_t LongestOf(const std::vector<uint64_t>& scansMs)
+{
+    return scansMs.empty() ? 0 : *std::max_element(scansMs.begin(), scansMs.end());
 }
 
 [[noreturn]] void RunChild(const std::string& path, const std::vector<uint64_t>& scansMs, int pipe)
@@ -132,8 +158,7 @@ void ScanAndSay(const std::string& path, const std::vector<uint64_t>& scansMs, i
 } // namespace
 
 ProducerChild::ProducerChild(const std::string& path, const std::vector<uint64_t>& scansMs)
-    : m_patience(kGrace + std::chrono::milliseconds(
-                              std::min<uint64_t>(*std::max_element(scansMs.begin(), scansMs.end()), uint64_t{1} << 40)))
+    : m_patience(kGrace + std::chrono::milliseconds(std::min(LongestOf(scansMs), uint64_t{1} << 40)))
 {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
@@ -201,6 +226,10 @@ void ProducerChild::Take(const std::string& message, ProducerEntry& entry)
     try
     {
         const json heard = json::from_cbor(message);
+        if (heard.contains("facts"))
+        {
+            entry.facts = FactsFrom(heard["facts"]);
+        }
         if (heard.contains("interfaces"))
         {
             entry.interfaces = InterfacesFrom(heard["interfaces"]);

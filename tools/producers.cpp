@@ -52,6 +52,7 @@ std::vector<ProducerEntry> AskInThisProcess(const std::string& path, const Searc
     const System system(library);
     std::vector<ProducerEntry> asked(1);
     asked[0].path = path;
+    asked[0].facts = FactsOf(system);
     for (const uint64_t ms : plan.scansMs)
     {
         asked[0].interfaces = ScanAll(system, ms);
@@ -134,6 +135,26 @@ void TellProblems(const std::vector<ProducerEntry>& asked)
 }
 
 } // namespace
+
+ProducerFacts FactsOf(const System& system)
+{
+    const auto number = [&system](GenTL::TL_INFO_CMD command) {
+        return GenTLLibrary::Number([&](GenTL::INFO_DATATYPE* type, void* buffer, size_t* size) {
+            return system.Library().TLGetInfo(system.Handle(), command, type, buffer, size);
+        });
+    };
+    const std::optional<uint64_t> major = number(GenTL::TL_INFO_GENTL_VER_MAJOR);
+    const std::optional<uint64_t> minor = number(GenTL::TL_INFO_GENTL_VER_MINOR);
+    ProducerFacts facts;
+    facts.id = system.Text(GenTL::TL_INFO_ID);
+    facts.vendor = system.Text(GenTL::TL_INFO_VENDOR);
+    facts.model = system.Text(GenTL::TL_INFO_MODEL);
+    facts.version = system.Text(GenTL::TL_INFO_VERSION);
+    facts.type = system.Text(GenTL::TL_INFO_TLTYPE);
+    facts.gentl = major && minor ? fmt::format("{}.{}", *major, *minor) : "";
+    facts.answers = !system.IsOurs() ? "" : system.GivesStatedAnswers() ? "stated" : "standard";
+    return facts;
+}
 
 std::vector<std::string> FindProducers(const std::string& argument)
 {

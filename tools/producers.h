@@ -17,10 +17,25 @@ namespace nq::tool
 /// beside this program where that is unset or empty. Each file once. Throws ToolFailure(NoProducer).
 std::vector<std::string> FindProducers(const std::string& argument);
 
+/// What a producer says about itself; empty where it says nothing.
+struct ProducerFacts
+{
+    std::string id;
+    std::string vendor;
+    std::string model;
+    std::string version;
+    std::string type;    ///< of its transport layer
+    std::string gentl;   ///< the version of the standard that it follows
+    std::string answers; ///< "standard" or "stated", which are in use; empty for a producer that is not ours
+};
+
+ProducerFacts FactsOf(const System& system);
+
 /// One producer and what it saw.
 struct ProducerEntry
 {
     std::string path;
+    ProducerFacts facts;
     std::vector<InterfaceEntry> interfaces; ///< as the last whole scan has them
     size_t scans = 0;                       ///< whole scans, each of every interface
     std::string problem;                    ///< why it sees nothing; empty for a producer that works
@@ -43,7 +58,8 @@ using Enough = std::function<bool(const std::vector<ProducerEntry>&)>;
 /// How to look for cameras.
 struct SearchPlan
 {
-    std::vector<uint64_t> scansMs; ///< how long each scan listens on each interface, in milliseconds
+    std::vector<uint64_t>
+        scansMs; ///< how long each scan listens on each interface, in milliseconds; none for the facts
     Enough enough = [](const std::vector<ProducerEntry>&) { return false; };
 };
 

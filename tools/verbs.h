@@ -16,6 +16,7 @@ namespace nq::tool
 struct CommonOptions
 {
     std::string producer;
+    std::string answers = "standard"; ///< of our producer; the environment tells it
     bool json = false;
     uint64_t timeoutMs = 1000; ///< how long each interface listens for cameras, in milliseconds
 };
@@ -24,6 +25,7 @@ using Verb = std::function<ExitCode()>;
 
 /// Each adds its subcommand; the callback stores what main() has to run in `chosen`.
 void AddListVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
+void AddInfoVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 
 } // namespace nq::tool

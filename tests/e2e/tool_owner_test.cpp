@@ -24,7 +24,7 @@ class ToolOwner : public testing::Test
     ToolOwner()
         : m_owner(Command({"grab", "--count", "1000000000", "--frame-timeout", "60000"}), m_camera.Environment())
     {
-        while (RunTool({"--timeout", "200", "list"}, m_camera.Environment()).output.find("read only") ==
+        while (RunTool({"--timeout", "200", "list"}, m_camera.Environment()).output.find("access busy") ==
                std::string::npos)
         {
             if (m_owner.WaitForExit(std::chrono::milliseconds(0)) != -1)
