@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# demo_grab.sh ARGUMENT...: what ./run demo does beside its camera.
+# demo_grab.sh ARGUMENT...: what ./run demo does beside its camera, with the answers that ANSWERS says.
 set -euo pipefail
 # Relative, for a colon would end the path.
 export GENICAM_GENTL64_PATH=build
-build/nq-gev list
+tool=(build/nq-gev --answers "${ANSWERS:-standard}")
+"${tool[@]}" info
 echo
-build/nq-gev grab --camera "$CAMERA_ADDRESS" "$@"
+"${tool[@]}" list
+echo
+"${tool[@]}" grab --camera "$CAMERA_ADDRESS" "$@"

@@ -45,6 +45,16 @@ TEST(Demo, GrabsFromACheckoutWithSpaceAndColonInItsPath)
                                       Not(HasSubstr("cannot be preloaded"))));
 }
 
+TEST(Demo, HasTheStandardsAnswersUnlessTheLibrarysOwnAreAskedFor)
+{
+    const Outcome standard = GrabThere("checkout");
+    EXPECT_EQ(standard.exitCode, 0) << standard.output;
+    EXPECT_THAT(standard.output, AllOf(HasSubstr("  answers    standard\n"), HasSubstr("frames     20\n")));
+    const Outcome stated = GrabThere("checkout", {"/usr/bin/env", "ANSWERS=stated"});
+    EXPECT_EQ(stated.exitCode, 0) << stated.output;
+    EXPECT_THAT(stated.output, AllOf(HasSubstr("  answers    stated\n"), HasSubstr("frames     20\n")));
+}
+
 TEST(Demo, WithoutTheRightToMakeHostsUsesAnAddressOfTheMachineAndSaysSo)
 {
     Shell("ip link add d0 type veth peer name d1 && ip addr add 172.17.0.2/16 brd + dev d0 && "
