@@ -259,8 +259,7 @@ TEST(CameraProgram, EndsWithZeroOnTerminateAndInterrupt)
 
 TEST(CameraProgram, QuietPrintsOnlyThatItIsReady)
 {
-    ChildProcess camera(
-        {"/bin/sh", "-c", std::string("exec ") + NQ_CAMERA_PATH + " --address 127.0.0.1 --quiet 2>/dev/null"});
+    ChildProcess camera({"/bin/sh", "-c", "exec '" NQ_CAMERA_PATH "' --address 127.0.0.1 --quiet 2>/dev/null"});
     ASSERT_TRUE(camera.WaitForOutput("ready 127.0.0.1\n", std::chrono::seconds(20))) << camera.Output();
     EXPECT_EQ(camera.Output(), "ready 127.0.0.1\n");
 }

@@ -2,6 +2,7 @@
 // The host's side of the image stream in plain verbs, for tests that state what passes over the queue pair.
 #pragma once
 
+#include "support/preload_loopback.h"
 #include "support/virtual_camera.h"
 
 #include <arpa/inet.h>
@@ -9,8 +10,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <poll.h>
 #include <rdma/rdma_cma.h>
@@ -21,27 +20,6 @@
 
 namespace nq::test
 {
-
-/// Starts the test program over with the software RDMA in front of the real libraries, unless it is already there. Does
-/// nothing on a machine with an RDMA device of its own.
-inline bool PreloadLoopback()
-{
-    if (std::getenv("LD_PRELOAD") != nullptr)
-    {
-        return true;
-    }
-    std::ifstream file("/proc/self/cmdline", std::ios::binary);
-    std::string line((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    std::vector<char*> arguments;
-    for (std::size_t at = 0; at < line.size(); at += std::strlen(&line[at]) + 1)
-    {
-        arguments.push_back(&line[at]);
-    }
-    arguments.push_back(nullptr);
-    setenv("LD_PRELOAD", NQ_LOOPBACK_PATH, 1);
-    execv("/proc/self/exe", arguments.data());
-    return false;
-}
 
 /// One received frame.
 struct ReceivedFrame

@@ -11,8 +11,6 @@ using namespace nq::test;
 namespace
 {
 
-[[maybe_unused]] const bool kPreloaded = PreloadLoopback();
-
 constexpr std::size_t kFrame = 176 + 64 * 48;
 /// A second address of the test's host.
 constexpr const char* kOtherAddress = "10.77.0.3";

@@ -13,8 +13,6 @@ using testing::HasSubstr;
 namespace
 {
 
-[[maybe_unused]] const bool kPreloaded = PreloadLoopback();
-
 constexpr std::size_t kDescriptor = 176;
 constexpr std::size_t kPixels = 64 * 48;
 constexpr std::size_t kFrame = kDescriptor + kPixels;

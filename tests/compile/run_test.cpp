@@ -54,7 +54,7 @@ TEST(Run, AsksForThePackagesOfTheClangThatThisDebianHas)
     fs::permissions(programs / "apt-cache", fs::perms::owner_all);
     const auto version = [&](const std::string& path) {
         return RunProgram({"/usr/bin/env", "PATH=" + path, "/bin/bash", "-c",
-                           ". " NQ_SOURCE_DIR "/scripts/common.sh; clang_version"})
+                           ". '" NQ_SOURCE_DIR "/scripts/common.sh'; clang_version"})
             .output;
     };
     EXPECT_EQ(version(programs.Path() + ":/usr/bin:/bin"), "19\n");
@@ -64,7 +64,7 @@ TEST(Run, AsksForThePackagesOfTheClangThatThisDebianHas)
 std::vector<std::string> Progress(const std::string& script, const std::string& log)
 {
     return {"/bin/sh", "-c",
-            "(" + script + ") | exec python3 " NQ_SOURCE_DIR "/scripts/show_progress.py " + log + " --terminal"};
+            "(" + script + ") | exec python3 '" NQ_SOURCE_DIR "/scripts/show_progress.py' " + log + " --terminal"};
 }
 
 const std::string twoOfSeven = "echo '      Start 11: unit.A.Works'; "

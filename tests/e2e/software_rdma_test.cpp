@@ -119,6 +119,23 @@ TEST_F(SoftwareRdma, APathWithASpaceOrAColonIsNoHindrance)
     EXPECT_THAT(PrivateFolders(), testing::IsEmpty());
 }
 
+TEST_F(SoftwareRdma, IsUnderATestProgramInAPathWithASpaceAndAColon)
+{
+    Install("a b:c", "a b:c");
+    const std::string folder = Folder() + "/a b:c";
+    std::ofstream(folder + "/program.cpp") << "#include \"support/preload_loopback.h\"\n#include <dlfcn.h>\n"
+                                              "int main() { return dlsym(RTLD_DEFAULT, \"nq_loopback_count\") == "
+                                              "nullptr; }\n";
+    const Outcome compiler =
+        RunProgram({"/usr/bin/c++", "-std=c++20", "-I" NQ_SOURCE_DIR "/tests", "-DNQ_BINARY_DIR=\"" + folder + "\"",
+                    "-DNQ_LOOPBACK_PATH=\"" + folder + "/libnq_rdma_loopback.so\"", folder + "/program.cpp", "-o",
+                    folder + "/program"});
+    ASSERT_EQ(compiler.exitCode, 0) << compiler.output;
+    const Outcome program = RunProgram({folder + "/program", "an argument"}, Environment());
+    EXPECT_EQ(program.exitCode, 0) << program.output;
+    EXPECT_THAT(PrivateFolders(), testing::IsEmpty());
+}
+
 TEST_F(SoftwareRdma, AnyCommandRunsOnItWithItsArgumentsAndItsExitCode)
 {
     Install("plain", "plain");

@@ -129,7 +129,7 @@ TEST_F(ToolProducers, OneThatCrashesIsToldAlsoWhereChildrenAreIgnored)
 TEST_F(ToolProducers, AreAskedAlsoWhereTheStandardFilesAreClosed)
 {
     AddFake("a.cti");
-    const Outcome list = RunProgram({"/bin/sh", "-c", NQ_TOOL_PATH " --timeout 100 list <&- >&-"},
+    const Outcome list = RunProgram({"/bin/sh", "-c", kToolLine + "--timeout 100 list <&- >&-"},
                                     {"GENICAM_GENTL64_PATH=" + m_folder.Path()});
     EXPECT_EQ(list.exitCode, 1) << list.output;
     EXPECT_EQ(list.output, "nq-gev: cannot write the output: Bad file descriptor\n");

@@ -82,8 +82,7 @@ TEST(ToolOutput, ThatCannotBeWrittenIsAFailure)
 {
     for (const std::string verb : {"list", "--json list", "grab"})
     {
-        const std::string line = " --producer " NQ_FAKE_PRODUCER_PATH " " + verb + " >/dev/full";
-        const Outcome outcome = RunProgram({"/bin/sh", "-c", NQ_TOOL_PATH + line});
+        const Outcome outcome = RunProgram({"/bin/sh", "-c", kFakeLine + verb + " >/dev/full"});
         EXPECT_EQ(outcome.exitCode, 1) << verb;
         EXPECT_EQ(outcome.output, "nq-gev: cannot write the output: No space left on device\n");
     }

@@ -104,10 +104,8 @@ TEST(GrabProgress, IsALineEachTenSecondsWithoutATerminal)
 TEST(GrabProgress, IsInPlaceOnATerminal)
 {
     const TemporaryFolder folder;
-    const Outcome grab =
-        RunProgram({"/usr/bin/script", "-qec", NQ_TOOL_PATH " --producer " NQ_FAKE_PRODUCER_PATH " grab --duration 2",
-                    folder / "typescript"},
-                   {"NQ_FAKE_PRODUCER=EventGetData.sleep=50"});
+    const Outcome grab = RunProgram({"/usr/bin/script", "-qec", kFakeLine + "grab --duration 2", folder / "typescript"},
+                                    {"NQ_FAKE_PRODUCER=EventGetData.sleep=50"});
     EXPECT_EQ(grab.exitCode, 0) << grab.output;
     EXPECT_THAT(grab.output, ContainsRegex("\r[0-9]+ frames, [0-9.]+ frames/s, 0 lost\033\\[K\r[0-9]+ frames, "));
     EXPECT_THAT(grab.output, Not(HasSubstr("free")));
@@ -140,9 +138,8 @@ TEST(GrabBuffers, MayTakeTheMemoryThatAControlGroupUsesForFiles)
         return RunProgram({"/usr/bin/unshare", "-m", "-C", "/bin/sh", "-c",
                            "mount -t tmpfs none /sys/fs/cgroup && cd /sys/fs/cgroup && echo 1073741824 > memory.max && "
                            "echo 1073741824 > memory.current && printf 'anon 104857600\\ninactive_file "
-                           "868935680\\nactive_file 99948544\\n' > memory.stat && exec " NQ_TOOL_PATH
-                           " --producer " NQ_FAKE_PRODUCER_PATH " grab --buffers " +
-                               buffers},
+                           "868935680\\nactive_file 99948544\\n' > memory.stat && exec " +
+                               kFakeLine + "grab --buffers " + buffers},
                           {"NQ_FAKE_PRODUCER=DSGetInfo.7.value=1048576"});
     };
     EXPECT_EQ(grab("900").exitCode, 0) << grab("900").output;
@@ -159,9 +156,8 @@ TEST(GrabBuffers, BeyondTheLockableMemoryAreRefusedWhereADevicePins)
         return RunProgram(
             {"/usr/bin/unshare", "-m", "/bin/sh", "-c",
              "mount -t tmpfs none /sys/class && mkdir -p /sys/class/infiniband/rdma0 && exec prlimit --memlock=" +
-                 limit +
-                 " setpriv --bounding-set=-ipc_lock --inh-caps=-ipc_lock env LD_PRELOAD=" NQ_LOOPBACK_PATH
-                 " " NQ_TOOL_PATH " --producer " NQ_CTI_PATH " grab --count 2"},
+                 limit + " setpriv --bounding-set=-ipc_lock --inh-caps=-ipc_lock env " + camera.Environment()[0] + " " +
+                 kOurLine + "grab --count 2"},
             {camera.Environment()[1]});
     };
     const Outcome small = grab("65536:65536");

@@ -53,8 +53,10 @@ TEST(GrabFiles, ThatTake200MsEachLoseNoFrameAt10FramesPerSecond)
 {
     const VirtualCamera camera({"--width", "320", "--height", "200", "--fps", "10"});
     const TemporaryFolder folder;
+    const TemporaryFolder link; // LD_PRELOAD would split a path with a space or a colon
+    fs::create_symlink(NQ_SLOW_FILES_PATH, link / "slow_files.so");
     std::vector<std::string> environment = camera.Environment();
-    environment[0] += ":" NQ_SLOW_FILES_PATH;
+    environment[0] += ":" + (link / "slow_files.so");
     // Written between frames, 40 of them would take 4 s longer than they come: 8 buffers bridge 0.8 s.
     const Outcome grab = RunTool({"grab", "--count", "40", "--buffers", "8", "--out", folder.Path()}, environment);
     EXPECT_EQ(grab.exitCode, 0) << grab.output;
@@ -127,9 +129,7 @@ TEST(GrabPipe, GetsTheBytesOfTheFramesAndNothingElse)
 {
     const TemporaryFolder folder;
     const Outcome grab =
-        RunProgram({"/bin/sh", "-c",
-                    NQ_TOOL_PATH " --producer " NQ_FAKE_PRODUCER_PATH " grab --count 3 --format raw --out - > " +
-                        (folder / "stream")});
+        RunProgram({"/bin/sh", "-c", kFakeLine + "grab --count 3 --format raw --out - > " + (folder / "stream")});
     EXPECT_EQ(grab.exitCode, 0) << grab.output;
     EXPECT_THAT(grab.output, HasSubstr("pictures   3\n"));
     std::string expected;
@@ -149,13 +149,11 @@ TEST(GrabPipe, ThatIsClosedOrFullGivesExitCodeOne)
          {"grab --count 1000000000 --format raw --out -", "grab --count 2", "--json grab"})
     {
         // The reader ends at once; the exit code is told on standard error.
-        const Outcome closed = RunProgram({"/bin/sh", "-c",
-                                           "{ sleep 0.3; " NQ_TOOL_PATH " --producer " NQ_FAKE_PRODUCER_PATH " " +
-                                               arguments + "; echo code $? >&2; } | true"});
+        const Outcome closed =
+            RunProgram({"/bin/sh", "-c", "{ sleep 0.3; " + kFakeLine + arguments + "; echo code $? >&2; } | true"});
         EXPECT_THAT(closed.output, HasSubstr("code 1\n")) << arguments;
         EXPECT_THAT(closed.output, HasSubstr("nq-gev: cannot write the output: Broken pipe\n")) << arguments;
-        const Outcome full = RunProgram(
-            {"/bin/sh", "-c", NQ_TOOL_PATH " --producer " NQ_FAKE_PRODUCER_PATH " " + arguments + " >/dev/full"});
+        const Outcome full = RunProgram({"/bin/sh", "-c", kFakeLine + arguments + " >/dev/full"});
         EXPECT_EQ(full.exitCode, 1) << arguments;
         EXPECT_THAT(full.output, HasSubstr("nq-gev: cannot write the output: No space left on device\n")) << arguments;
     }

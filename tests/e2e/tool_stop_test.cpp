@@ -41,11 +41,9 @@ TEST(GrabStop, GivesTheCameraBackThoughThePipeOfThePicturesIsStuck)
     const TemporaryFolder folder;
     ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
     ChildProcess reader({"/bin/sh", "-c", "exec sleep 1000 <" + (folder / "pipe")});
-    ChildProcess grab({"/bin/sh", "-c",
-                       "exec " NQ_TOOL_PATH " --producer " NQ_CTI_PATH
-                       " grab --count 100000000 --format raw --out - >" +
-                           (folder / "pipe")},
-                      camera.Environment());
+    ChildProcess grab(
+        {"/bin/sh", "-c", "exec " + kOurLine + "grab --count 100000000 --format raw --out - >" + (folder / "pipe")},
+        camera.Environment());
     const auto list = [&] { return RunTool({"--timeout", "200", "list"}, camera.Environment()).output; };
     while (list().find("controlled by") == std::string::npos)
     {

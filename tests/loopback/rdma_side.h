@@ -3,6 +3,8 @@
 // any RDMA device.
 #pragma once
 
+#include "support/run_on_loopback.h"
+
 #include <arpa/inet.h>
 #include <array>
 #include <cerrno>
@@ -22,6 +24,15 @@
 
 namespace nq::test
 {
+
+/// On a real RDMA device the cases run without the software RDMA.
+[[gnu::constructor, gnu::used]] inline void StartOnLoopback(int, char** arguments, char**)
+{
+    if (std::getenv("NQ_RDMA_TEST_ADDRESS") == nullptr)
+    {
+        StartAgainOnLoopback(arguments);
+    }
+}
 
 /// What the cases start, such as ip, is to run without what this program was preloaded with.
 inline const bool kChildrenArePlain = unsetenv("LD_PRELOAD") == 0;

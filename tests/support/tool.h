@@ -16,6 +16,11 @@ namespace nq::test
 
 constexpr std::chrono::seconds longTime{60};
 
+/// The beginnings of command lines for a shell, whatever their paths have in them: nq-gev alone, and with a producer.
+inline const std::string kToolLine = "'" NQ_TOOL_PATH "' ";
+inline const std::string kOurLine = kToolLine + "--producer '" NQ_CTI_PATH "' ";
+inline const std::string kFakeLine = kToolLine + "--producer '" NQ_FAKE_PRODUCER_PATH "' ";
+
 /// How a program ended, -1 for not in a minute, and what it printed.
 struct Outcome
 {

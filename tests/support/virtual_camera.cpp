@@ -43,6 +43,8 @@ std::string RdmaFolder()
 VirtualCamera::VirtualCamera(const std::vector<std::string>& arguments) : m_folder(MakeFolder())
 {
     m_host.Connect("host0", "10.77.0.1/24", "cam0", std::string(address) + "/24");
+    // LD_PRELOAD would split a path with a space or a colon.
+    std::filesystem::create_symlink(NQ_LOOPBACK_PATH, m_folder + "/rdma.so");
     m_command = {NQ_CAMERA_PATH, "--address", address, "--control", m_folder + "/control"};
     m_command.insert(m_command.end(), arguments.begin(), arguments.end());
     Start();
@@ -73,7 +75,7 @@ VirtualCamera::~VirtualCamera()
 
 std::vector<std::string> VirtualCamera::Environment() const
 {
-    return {"LD_PRELOAD=" NQ_LOOPBACK_PATH, "NQ_RDMA_LOOPBACK_DIR=" + RdmaFolder()};
+    return {"LD_PRELOAD=" + m_folder + "/rdma.so", "NQ_RDMA_LOOPBACK_DIR=" + RdmaFolder()};
 }
 
 std::string VirtualCamera::Control(const std::string& line) const
