@@ -98,6 +98,13 @@ void ThrowRefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code)
         throw ToolFailure(ExitCode::Failure,
                           fmt::format("the camera {} at {} is {}", camera.id, camera.address, kOutOfReach));
     }
+    if (code == GenTL::GC_ERR_RESOURCE_IN_USE || code == GenTL::GC_ERR_ACCESS_DENIED)
+    {
+        throw ToolFailure(ExitCode::CameraInUse,
+                          fmt::format("the camera {} is controlled by another program, says the producer: {} ({}). End "
+                                      "that program; or give --wait SECONDS to wait until the camera is free.",
+                                      camera.id, ErrorName(code), code));
+    }
     GenTLLibrary::Check(code, "IFOpenDevice");
     throw ToolFailure(ExitCode::Failure, "IFOpenDevice gave no device");
 }

@@ -11,6 +11,10 @@
 namespace nq::tool
 {
 
+/// The largest numbers of frames and of buffers that the options take.
+constexpr uint64_t kMostFrames = 1'000'000'000'000;
+constexpr size_t kMostBuffers = 65536;
+
 struct GrabOptions
 {
     std::string camera;

@@ -160,13 +160,15 @@ uint64_t GrabSession::PayloadSize() const
 void GrabSession::CheckMemory(size_t count) const
 {
     const uint64_t memory = AvailableMemory();
-    if (m_bufferBytes > memory / count)
+    const uint64_t fitting = memory / m_bufferBytes;
+    if (fitting < count)
     {
         throw ToolFailure(
             ExitCode::NoStream,
             fmt::format("the stream did not start: {} buffers for the payload of {} bytes do not fit this "
-                        "machine's memory, of which {} bytes are available; at most --buffers {} would",
-                        count, m_bufferBytes, memory, memory / m_bufferBytes));
+                        "machine's memory, of which {} bytes are available; {}",
+                        count, m_bufferBytes, memory,
+                        fitting == 0 ? "not one would" : fmt::format("at most --buffers {} would", fitting)));
     }
     const std::string complaint = m_ours && MachineHasRdmaDevice() ? LockedMemoryComplaint(m_lockedBytes) : "";
     if (!complaint.empty())

@@ -39,6 +39,10 @@ void Grabber::Run()
     m_end = Clock::now() + std::chrono::seconds(m_options.durationS);
     try
     {
+        if (m_metadata)
+        {
+            m_metadata->Open();
+        }
         while (WantsMore())
         {
             const std::optional<Frame> frame = WaitForFrame();
@@ -137,8 +141,9 @@ std::optional<Frame> Grabber::WaitForFrame()
 void Grabber::Take(const Frame& frame, Clock::time_point arrival)
 {
     const bool refused = !frame.refusal.empty();
-    const uint64_t lost =
+    const uint64_t missing =
         !refused && m_totals.frames > 0 && frame.frameId > m_lastId ? frame.frameId - m_lastId - 1 : 0;
+    const uint64_t lost = missing - std::min(missing, m_refusedSince); // refused ones are counted as such
     if (m_metadata)
     {
         Note(frame, lost);
@@ -147,8 +152,10 @@ void Grabber::Take(const Frame& frame, Clock::time_point arrival)
     {
         m_firstRefusal = m_totals.refused == 0 ? frame.refusal : m_firstRefusal;
         ++m_totals.refused;
+        ++m_refusedSince;
         return;
     }
+    m_refusedSince = 0;
     m_totals.lost += std::min(lost, UINT64_MAX - m_totals.lost);
     m_lastId = frame.frameId;
     m_totals.incomplete += frame.incomplete ? 1 : 0;
@@ -226,18 +233,18 @@ std::string LossComplaint(const GrabTotals& totals, const GrabOptions& options)
         text +=
             fmt::format("; the files were written too slowly {} times: a faster --out, --format raw, or --save-every "
                         "{}",
-                        totals.waits, options.saveEvery * 2);
+                        totals.waits, std::min(options.saveEvery * 2, kMostFrames));
     }
-    else if (totals.lost != 0)
+    else if (totals.lost != 0 && options.buffers < kMostBuffers)
     {
         text += fmt::format("; more buffers bridge the time in which none is free: nq-gev grab --buffers {}",
-                            options.buffers * 4);
+                            std::min(options.buffers * 4, kMostBuffers));
     }
     if (totals.incomplete != 0)
     {
         text += "; incomplete ones come so from the camera: look at its payload settings and at the cable";
     }
-    return text + fmt::format("; or accept it: --allow-loss {}", missing);
+    return text + (missing > kMostFrames ? std::string() : fmt::format("; or accept it: --allow-loss {}", missing));
 }
 
 } // namespace nq::tool

@@ -56,7 +56,8 @@ class Grabber
     GrabTotals m_totals;
     std::string m_firstRefusal;
     std::optional<ToolFailure> m_failure;
-    uint64_t m_lastId = 0;
+    uint64_t m_lastId = 0;                 ///< of the last frame that was not refused
+    uint64_t m_refusedSince = 0;           ///< refused frames after that one
     GrabTotals::Clock::time_point m_end{}; ///< of --duration
 };
 

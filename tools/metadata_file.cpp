@@ -29,14 +29,22 @@ constexpr size_t kQueuedLines = 4096;
 } // namespace
 
 MetadataFile::MetadataFile(std::string path, bool overwrite)
-    : m_path(std::move(path)), m_file(nullptr, std::fclose), m_queue(1, kQueuedLines)
+    : m_path(std::move(path)), m_overwrite(overwrite), m_file(nullptr, std::fclose), m_queue(1, kQueuedLines)
+{
+    if (!m_overwrite && faccessat(AT_FDCWD, m_path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0)
+    {
+        ThrowThere();
+    }
+}
+
+void MetadataFile::Open()
 {
     constexpr mode_t kForAll = 0666; // less what the user's mask takes away
     const int descriptor =
-        open(m_path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC | O_NOFOLLOW | (overwrite ? O_TRUNC : O_EXCL), kForAll);
+        open(m_path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC | O_NOFOLLOW | (m_overwrite ? O_TRUNC : O_EXCL), kForAll);
     if (descriptor == -1 && errno == EEXIST)
     {
-        throw ToolFailure(ExitCode::Failure, fmt::format("{} is there already; --overwrite replaces it", m_path));
+        ThrowThere();
     }
     if (descriptor == -1)
     {
@@ -71,6 +79,11 @@ void MetadataFile::Finish()
 {
     m_queue.Finish();
     ThrowFailure();
+}
+
+void MetadataFile::ThrowThere() const
+{
+    throw ToolFailure(ExitCode::Failure, fmt::format("{} is there already; --overwrite replaces it", m_path));
 }
 
 void MetadataFile::ThrowFailure()

@@ -16,9 +16,12 @@ namespace nq::tool
 class MetadataFile
 {
   public:
-    /// Makes the file, or empties one that is there if `overwrite`. Links are not followed.
+    /// Makes no file yet; what is there already is a failure unless `overwrite`.
     MetadataFile(std::string path, bool overwrite);
     ~MetadataFile();
+
+    /// Makes the file, or empties one that is there if it may. Links are not followed. Call it once, before Add().
+    void Open();
 
     /// Has the line written, unless a signal asks to stop while too many wait; throws what failed of an earlier one.
     void Add(std::string line);
@@ -27,9 +30,11 @@ class MetadataFile
     void Finish();
 
   private:
+    [[noreturn]] void ThrowThere() const;
     void ThrowFailure();
 
     const std::string m_path;
+    const bool m_overwrite;
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> m_file;
     std::mutex m_mutex; ///< guards m_errno
     int m_errno = 0;    ///< of the first line that could not be written

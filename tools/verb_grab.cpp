@@ -148,9 +148,8 @@ void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
 {
     CLI::App* verb = app.add_subcommand("grab", "Take frames from a camera");
     auto options = std::make_shared<GrabOptions>();
-    constexpr uint64_t kMost = 1'000'000'000'000;
     verb->add_option("--count", options->count, "Number of frames (default: 1, without --duration)")
-        ->check(WholeNumber(1, kMost));
+        ->check(WholeNumber(1, kMostFrames));
     verb->add_option("--duration", options->durationS, "How long to take frames, in seconds")
         ->check(WholeNumber(1, kMostMs / 1000 * 365, "seconds"));
     verb->add_option("--metadata", options->metadata, "File for one line of JSON per frame");
@@ -160,13 +159,13 @@ void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
         ->check(WholeNumber(0, kMostMs / 1000, "seconds"))
         ->capture_default_str();
     verb->add_option("--save-every", options->saveEvery, "Write only every Nth frame")
-        ->check(WholeNumber(1, kMost))
+        ->check(WholeNumber(1, kMostFrames))
         ->capture_default_str();
     verb->add_option("--buffers", options->buffers, "Number of buffers")
-        ->check(WholeNumber(1, 65536))
+        ->check(WholeNumber(1, kMostBuffers))
         ->capture_default_str();
     verb->add_option("--allow-loss", options->allowLoss, "Lost and incomplete frames that are no failure (exit code 7)")
-        ->check(WholeNumber(0, kMost))
+        ->check(WholeNumber(0, kMostFrames))
         ->capture_default_str();
     verb->add_flag("--announce", options->announce,
                    "Announce buffers of this program instead of library-allocated ones");

@@ -2,9 +2,13 @@
 // Jobs done by threads of their own, behind a bounded queue.
 #include "work_queue.h"
 
+#include "exit_codes.h"
+
 #include <chrono>
 #include <csignal>
 #include <pthread.h>
+#include <string>
+#include <system_error>
 #include <utility>
 
 namespace nq::tool
@@ -17,11 +21,24 @@ WorkQueue::WorkQueue(size_t threads, size_t bound) : m_bound(bound)
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    for (size_t index = 0; index < threads; ++index)
+    m_threads.reserve(threads);
+    std::string problem;
+    try
     {
-        m_threads.emplace_back([this] { Work(); });
+        while (m_threads.size() < threads)
+        {
+            m_threads.emplace_back([this] { Work(); });
+        }
+    }
+    catch (const std::system_error& refused)
+    {
+        problem = refused.code().message();
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (m_threads.empty())
+    {
+        throw ToolFailure(ExitCode::Failure, "cannot start a thread: " + problem);
+    }
 }
 
 bool WorkQueue::Add(std::function<void()> job, const std::function<bool()>& givesUp)

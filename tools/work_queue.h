@@ -18,7 +18,8 @@ namespace nq::tool
 class WorkQueue
 {
   public:
-    /// `bound` is how many jobs may wait.
+    /// `bound` is how many jobs may wait. Works with fewer threads where the system gives no more; throws ToolFailure
+    /// when it gives none.
     WorkQueue(size_t threads, size_t bound);
     ~WorkQueue() { Finish(); }
     WorkQueue(const WorkQueue&) = delete;

@@ -70,6 +70,28 @@ TEST(GrabLoss, BeforeTheFirstFrameIsNone)
     EXPECT_THAT(grab.output, HasSubstr("lost       0\n"));
 }
 
+TEST(GrabLoss, IsNoFrameThatCameAndWasRefused)
+{
+    // Frame 2 is refused; the fourth one is 7, so that 4, 5 and 6 are missing.
+    const Outcome grab =
+        RunOnFake("DSGetBufferInfo.9@2.value=4000\nDSGetBufferInfo.16@4.value=7", {"--json", "grab", "--count", "4"});
+    EXPECT_EQ(grab.exitCode, 7) << grab.output;
+    EXPECT_THAT(grab.output, HasSubstr("\"frames\": 3,\n  \"lost\": 3,\n  \"incomplete\": 0,\n  \"refused\": 1,"));
+}
+
+TEST(GrabLoss, IsMendedByNoValueThatIsRefused)
+{
+    const char* lies = "DSGetBufferInfo.16@2.value=3";
+    const Outcome many = RunOnFake(lies, {"grab", "--count", "2", "--buffers", "20000"});
+    EXPECT_THAT(many.output, HasSubstr("nq-gev grab --buffers 65536; or accept it: --allow-loss 1\n"));
+    const Outcome most = RunOnFake(lies, {"grab", "--count", "2", "--buffers", "65536"});
+    EXPECT_THAT(most.output, HasSubstr("nq-gev: 1 frames lost, 0 incomplete (of 3); or accept it: --allow-loss 1\n"));
+    const Outcome far = RunOnFake("DSGetBufferInfo.16@2.value=1000000000003", {"grab", "--count", "2"});
+    EXPECT_EQ(far.exitCode, 7);
+    EXPECT_THAT(far.output, HasSubstr("nq-gev: 1000000000001 frames lost, 0 incomplete (of 1000000000003); more "
+                                      "buffers bridge the time in which none is free: nq-gev grab --buffers 16\n"));
+}
+
 TEST(GrabLoss, OfPartsOfFramesCountsToo)
 {
     const char* lies = "DSGetBufferInfo.9@2.value=100\nDSGetBufferInfo.7@2.value=1";

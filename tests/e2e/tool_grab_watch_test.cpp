@@ -67,6 +67,17 @@ TEST(GrabMetadata, ReplacesNothingUnaskedAndTellsWhyItCannotBeWritten)
     EXPECT_THAT(full.output, HasSubstr("frames     1\n"));
 }
 
+TEST(GrabMetadata, IsLeftAsItWasWhenTheStreamDoesNotStart)
+{
+    const TemporaryFolder folder;
+    const char* lies = "DSStartAcquisition.code=-1001";
+    EXPECT_EQ(RunOnFake(lies, {"grab", "--metadata", folder / "m"}).exitCode, 5);
+    EXPECT_TRUE(folder.Files().empty());
+    std::ofstream(folder / "m") << "older";
+    EXPECT_EQ(RunOnFake(lies, {"grab", "--overwrite", "--metadata", folder / "m"}).exitCode, 5);
+    EXPECT_EQ(BytesOf(folder / "m"), "older");
+}
+
 TEST(GrabDuration, EndsAfterItsTimeWithWhateverCame)
 {
     const auto before = std::chrono::steady_clock::now();
@@ -129,6 +140,13 @@ TEST(GrabBuffers, BeyondTheAvailableMemoryAreRefusedBeforeAByteIsTaken)
                 ContainsRegex("nq-gev: the stream did not start: [0-9]+ buffers for the payload of 1048576 "
                               "bytes do not fit this machine's memory, of which [0-9]+ bytes are "
                               "available; at most --buffers [0-9]+ would\n"));
+}
+
+TEST(GrabBuffers, OfWhichNotOneFitsAreToldSo)
+{
+    const Outcome grab = RunOnFake("DSGetInfo.7.value=1000000000000000000", {"grab"});
+    EXPECT_EQ(grab.exitCode, 5) << grab.output;
+    EXPECT_THAT(grab.output, ContainsRegex("of which [0-9]+ bytes are available; not one would\n"));
 }
 
 TEST(GrabBuffers, MayTakeTheMemoryThatAControlGroupUsesForFiles)

@@ -119,6 +119,22 @@ TEST(ToolOwnerOfAnyCamera, IsReadFromFourRegistersAndNothingIsWritten)
     EXPECT_EQ(camera.Count("read 0x0A14"), 1U);
 }
 
+TEST(ToolOwnerOfAnyCamera, OfAnotherProducerShowsByItsRefusal)
+{
+    for (const std::string code : {"GC_ERR_RESOURCE_IN_USE (-1004)", "GC_ERR_ACCESS_DENIED (-1005)"})
+    {
+        const Outcome grab = RunOnFake("IFOpenDevice.code=" + code.substr(code.find('-'), 5), {"grab"});
+        EXPECT_EQ(grab.exitCode, 8) << grab.output;
+        EXPECT_THAT(grab.output, HasSubstr("nq-gev: the camera Camera is controlled by another program, says the "
+                                           "producer: " +
+                                           code +
+                                           ". End that program; or give --wait SECONDS to wait until the camera is "
+                                           "free.\n"));
+    }
+    EXPECT_EQ(RunOnFake("IFOpenDevice@1.code=-1005", {"grab", "--wait", "20"}).exitCode, 0);
+    EXPECT_EQ(RunOnFake("IFOpenDevice.code=-1010", {"grab"}).exitCode, 1);
+}
+
 TEST(ToolCameraOnLo, IsFoundOrTheMessageSaysWhyNot)
 {
     ChildProcess camera({NQ_CAMERA_PATH, "--address", "127.0.0.1"});

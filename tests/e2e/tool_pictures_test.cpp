@@ -64,6 +64,28 @@ TEST(GrabFiles, ThatTake200MsEachLoseNoFrameAt10FramesPerSecond)
     EXPECT_EQ(folder.Files().size(), 40U);
 }
 
+TEST(GrabFiles, AreWrittenWithAsManyThreadsAsTheSystemGives)
+{
+    if (NQ_SANITIZED)
+    {
+        GTEST_SKIP() << "the run-time of a sanitizer takes threads as well";
+    }
+    // A user of this test alone: one thread waits for frames, one writes, the next one is refused.
+    const TemporaryFolder folder;
+    fs::permissions(folder.Path(), fs::perms::all);
+    const auto grab = [&](const std::string& threads) {
+        return RunProgram({"/usr/bin/setpriv", "--reuid=" + std::to_string(500000 + getpid()), "--clear-groups",
+                           "/usr/bin/prlimit", "--nproc=" + threads, NQ_TOOL_PATH, "--producer", NQ_FAKE_PRODUCER_PATH,
+                           "grab", "--count", "3", "--overwrite", "--out", folder.Path()});
+    };
+    const Outcome one = grab("2");
+    EXPECT_EQ(one.exitCode, 0) << one.output;
+    EXPECT_EQ(folder.Files().size(), 3U);
+    const Outcome none = grab("1");
+    EXPECT_EQ(none.exitCode, 1) << none.output;
+    EXPECT_THAT(none.output, HasSubstr("nq-gev: cannot start a thread: Resource temporarily unavailable\n"));
+}
+
 TEST(GrabFiles, ReplaceNothingUnasked)
 {
     const TemporaryFolder folder;
