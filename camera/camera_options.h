@@ -30,6 +30,8 @@ struct CameraOptions
 
     std::uint32_t width = 640;
     std::uint32_t height = 480;
+    /// Width and horizontal offset go in steps of so many pixels; the width is a multiple of it.
+    std::uint32_t widthStep = 1;
     PixelFormat pixelFormat = kPixelFormats[0];
     /// Value of the TestPattern feature.
     std::uint32_t pattern = 0;

@@ -87,7 +87,7 @@ void Device::RefreshBeforeRead(std::uint32_t address, std::size_t size)
     {
         m_registers.Set(kRdmaEnable, Streaming() ? kRdmaEnableOn : 0);
     }
-    if (address >= feature::kFirstFeature)
+    if (address >= feature::kFirstFeature && address < feature::kXmlAddress)
     {
         RefreshFeatures();
     }

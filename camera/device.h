@@ -87,7 +87,9 @@ class Device
     void EndControl();
     GvcpStatus Check(std::uint32_t address, std::uint32_t value) const;
     bool IsLocked(const Feature& feature) const;
+    double Minimum(const Feature& feature) const;
     double Maximum(const Feature& feature) const;
+    double Step(const Feature& feature) const;
     bool FitsPixelFormat(std::uint32_t code) const;
     bool IsInRange(const Feature& feature, std::uint32_t value) const;
     void Apply(std::uint32_t address, std::uint32_t value);
@@ -96,6 +98,7 @@ class Device
     void ApplySettings();
     void RefreshBeforeRead(std::uint32_t address, std::size_t size);
     void RefreshFeatures();
+    void RefreshLimit(const Feature& feature);
     void LoadUserSet();
     void SaveUserSet();
     AcquisitionSettings CurrentSettings() const;

@@ -70,23 +70,39 @@ bool Device::IsLocked(const Feature& feature) const
     return false;
 }
 
+double Device::Minimum(const Feature& feature) const
+{
+    return feature.steppedWidth && feature.min > 0 ? m_options.widthStep : feature.min;
+}
+
+double Device::Step(const Feature& feature) const
+{
+    return feature.steppedWidth ? m_options.widthStep : feature.step;
+}
+
 double Device::Maximum(const Feature& feature) const
 {
+    const auto left = [this](std::uint32_t all, std::uint32_t used) {
+        return m_registers.Get(all) - m_registers.Get(used);
+    };
     // How many pixels there may be beside or below each pixel of the other direction.
     const auto room = [this](std::uint32_t other) {
         const std::uint64_t bytes = FindPixelFormat(m_registers.Get(kPixelFormat))->bytesPerPixel;
-        return static_cast<double>(kLargestPayload / bytes / m_registers.Get(other));
+        return static_cast<std::uint32_t>(
+            std::min<std::uint64_t>(kLargestPayload / bytes / m_registers.Get(other), 0xFFFFFFFF));
     };
     switch (feature.address)
     {
-    case kWidth:
-        return std::min<double>(m_registers.Get(kWidthMax) - m_registers.Get(kOffsetX), room(kHeight));
+    case kWidth: {
+        const std::uint32_t most = std::min(left(kWidthMax, kOffsetX), room(kHeight));
+        return most - most % m_options.widthStep;
+    }
     case kHeight:
-        return std::min<double>(m_registers.Get(kHeightMax) - m_registers.Get(kOffsetY), room(kWidth));
+        return std::min(left(kHeightMax, kOffsetY), room(kWidth));
     case kOffsetX:
-        return m_registers.Get(kWidthMax) - m_registers.Get(kWidth);
+        return left(kWidthMax, kWidth);
     case kOffsetY:
-        return m_registers.Get(kHeightMax) - m_registers.Get(kHeight);
+        return left(kHeightMax, kHeight);
     default:
         return feature.max;
     }
@@ -104,7 +120,8 @@ bool Device::IsInRange(const Feature& feature, std::uint32_t value) const
     switch (feature.kind)
     {
     case FeatureKind::Integer:
-        return value >= feature.min && value <= Maximum(feature) && std::fmod(value - feature.min, feature.step) == 0;
+        return value >= Minimum(feature) && value <= Maximum(feature) &&
+               std::fmod(value - Minimum(feature), Step(feature)) == 0;
     case FeatureKind::Float: {
         const auto number = std::bit_cast<float>(value);
         // The limits as the register holds them, so that a host can write them.
@@ -134,15 +151,30 @@ void Device::RefreshFeatures()
     {
         for (const Feature& feature : category.features)
         {
-            if (feature.movingMax && feature.kind == FeatureKind::Float)
-            {
-                m_registers.SetFloat(feature.address + kLimitOffset, static_cast<float>(Maximum(feature)));
-            }
-            else if (feature.movingMax)
-            {
-                m_registers.Set(feature.address + kLimitOffset, static_cast<std::uint32_t>(Maximum(feature)));
-            }
+            RefreshLimit(feature);
         }
+    }
+}
+
+void Device::RefreshLimit(const Feature& feature)
+{
+    const std::uint32_t limit = feature.address + kLimitOffset;
+    if (feature.movingMax && feature.kind == FeatureKind::Float)
+    {
+        m_registers.SetFloat(limit, static_cast<float>(Maximum(feature)));
+    }
+    else if (feature.movingMax)
+    {
+        m_registers.Set(limit, static_cast<std::uint32_t>(Maximum(feature)));
+    }
+    else if (feature.movingEntries)
+    {
+        std::uint32_t there = 0;
+        for (std::size_t i = 0; i < feature.entries.size(); ++i)
+        {
+            there |= IsInRange(feature, feature.entries[i].value) ? 1U << i : 0;
+        }
+        m_registers.Set(limit, there);
     }
 }
 

@@ -110,6 +110,7 @@ void Device::AddFeatures()
     }
     map.AddRegister(kStreaming, Access::ReadOnly);
     map.AddRegister(kAcquiring, Access::ReadOnly);
+    map.AddRegister(kWidthStep, Access::ReadOnly, m_options.widthStep);
     map.Set(kWidth, m_options.width);
     map.Set(kHeight, m_options.height);
     map.Set(kPixelFormat, m_options.pixelFormat.code);
@@ -130,7 +131,7 @@ void Device::AddFeature(const Feature& feature)
     {
         map.AddRegister(feature.address + 4 * i, feature.access, value);
     }
-    if (feature.movingMax)
+    if (feature.movingMax || feature.movingEntries)
     {
         map.AddRegister(feature.address + feature::kLimitOffset, Access::ReadOnly);
     }

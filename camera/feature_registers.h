@@ -47,6 +47,8 @@ constexpr std::uint32_t kEventNotification = 0x00010080;
 /// 1 while the stream is enabled, which fixes the size; 1 while an acquisition runs.
 constexpr std::uint32_t kStreaming = 0x00011000;
 constexpr std::uint32_t kAcquiring = 0x00011004;
+/// Pixels by which the width goes.
+constexpr std::uint32_t kWidthStep = 0x00011008;
 
 /// Where the register description lies: plain, and in a ZIP archive.
 constexpr std::uint32_t kXmlAddress = 0x00100000;

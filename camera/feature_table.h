@@ -71,6 +71,10 @@ struct Feature
     const char* changedBy = "";
     /// The maximum depends on other features: the camera tells it in a register of its own.
     bool movingMax = false;
+    /// The step, and a minimum that is not 0, is that of --width-step.
+    bool steppedWidth = false;
+    /// Not all entries are always there: the camera tells it in a register, a bit for each from the lowest.
+    bool movingEntries = false;
     /// It is there only sometimes: the camera tells it in a register of its own.
     bool conditional = false;
     /// User sets hold it.

@@ -62,6 +62,7 @@ std::string MakeGenicamXml(const CameraOptions& options)
     xml.Helpers(kStreamingLock);
     xml.HelperRegister("StreamingReg", feature::kStreaming);
     xml.HelperRegister("AcquiringReg", feature::kAcquiring);
+    xml.HelperRegister("WidthStepReg", feature::kWidthStep);
     return xml.Document(options.vendor, options.model);
 }
 

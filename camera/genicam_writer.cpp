@@ -94,6 +94,12 @@ std::string RegisterName(std::string_view feature)
     return std::string(feature) + "Reg";
 }
 
+/// The node that tells whether an entry is there.
+std::string EntryName(const Feature& feature, const FeatureEntry& entry)
+{
+    return std::string(feature.name) + entry.name + "AvailableReg";
+}
+
 std::string Texts(std::string_view name, std::string_view tip, std::string_view about)
 {
     const std::string more = about.empty() ? "" : ". " + std::string(about);
@@ -156,15 +162,20 @@ std::string GenicamWriter::ValueElements(const Feature& feature)
     {
     case FeatureKind::Integer:
     case FeatureKind::Float:
-        text = value + Element("Min", Decimal(feature.min)) +
+        text = value +
+               (feature.steppedWidth && feature.min > 0 ? Element("pMin", "WidthStepReg")
+                                                        : Element("Min", Decimal(feature.min))) +
                (feature.movingMax ? Element("pMax", limit) : Element("Max", Decimal(feature.max)));
-        text += feature.kind == FeatureKind::Integer ? Element("Inc", Decimal(feature.step)) : "";
+        text += feature.steppedWidth                   ? Element("pInc", "WidthStepReg")
+                : feature.kind == FeatureKind::Integer ? Element("Inc", Decimal(feature.step))
+                                                       : "";
         return text + OptionalElement("Unit", feature.unit) +
                Element("Representation", *feature.representation == '\0' ? "PureNumber" : feature.representation);
     case FeatureKind::Enumeration:
         for (const FeatureEntry& entry : feature.entries)
         {
             text += "  " + Open("EnumEntry", entry.name) + Texts(entry.name, entry.tip, "") +
+                    (feature.movingEntries ? Element("pIsAvailable", EntryName(feature, entry)) : "") +
                     Element("Value", std::to_string(entry.value)) + "  " + Close("EnumEntry");
         }
         return text + value + Selected(feature);
@@ -212,6 +223,16 @@ void GenicamWriter::Register(const Feature& feature)
     m_nodes += Element("Endianess", "BigEndian") + Close(kind);
 }
 
+void GenicamWriter::HelperBit(std::string_view name, std::uint32_t address, std::size_t bit)
+{
+    const std::string place = std::to_string(31 - bit);
+    m_nodes += Open("MaskedIntReg", name, "Custom") + Element("Visibility", "Invisible") +
+               Element("Address", Hex(address)) + Element("Length", "4") + Element("AccessMode", "RO") +
+               Element("pPort", "Device") + Element("Cachable", "NoCache") + Element("LSB", place) +
+               Element("MSB", place) + Element("Sign", "Unsigned") + Element("Endianess", "BigEndian") +
+               Close("MaskedIntReg");
+}
+
 void GenicamWriter::HelperRegister(std::string_view name, std::uint32_t address, std::string_view kind)
 {
     m_nodes += Open(kind, name, "Custom") + Element("Visibility", "Invisible") + Element("Address", Hex(address)) +
@@ -234,6 +255,10 @@ void GenicamWriter::Add(const Feature& feature)
     {
         HelperRegister(name + "LimitReg", feature.address + feature::kLimitOffset,
                        feature.kind == FeatureKind::Float ? "FloatReg" : "IntReg");
+    }
+    for (std::size_t i = 0; feature.movingEntries && i < feature.entries.size(); ++i)
+    {
+        HelperBit(EntryName(feature, feature.entries[i]), feature.address + feature::kLimitOffset, i);
     }
     if (feature.conditional)
     {

@@ -31,6 +31,8 @@ class GenicamWriter
     std::string Document(std::string_view vendor, std::string_view model) const;
 
   private:
+    /// One bit of such a register, counted from the lowest.
+    void HelperBit(std::string_view name, std::uint32_t address, std::size_t bit);
     void List(std::string_view name);
     void Register(const Feature& feature);
     std::string ValueElements(const Feature& feature);

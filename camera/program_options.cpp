@@ -96,6 +96,10 @@ void Define(CLI::App& app, Typed& typed)
         ->check(CLI::Range(1, 250));
     app.add_option("--width", camera.width, "pixels per line")->check(CLI::Range(1, 65535))->capture_default_str();
     app.add_option("--height", camera.height, "lines")->check(CLI::Range(1, 65535))->capture_default_str();
+    app.add_option("--width-step", camera.widthStep,
+                   "pixels by which Width and OffsetX go; --width is a multiple of it")
+        ->check(CLI::Range(1, 65535))
+        ->capture_default_str();
     app.add_option("--pixel-format", typed.pixelFormat, "Mono8, Mono10, Mono12, Mono16, BayerRG8 or RGB8")
         ->capture_default_str();
     app.add_option("--pattern", camera.pattern, "picture: MovingRamp, ColorBar, Noise or Scene, parts on a belt")
@@ -167,6 +171,10 @@ ProgramOptions Resolve(Typed& typed)
     if (typed.address.empty() && typed.interface.empty())
     {
         throw std::invalid_argument("one of --address and --interface is needed");
+    }
+    if (typed.camera.width % typed.camera.widthStep != 0)
+    {
+        throw std::invalid_argument("--width is no multiple of --width-step");
     }
     typed.camera.pixelFormat = FormatByName(typed.pixelFormat);
     const PictureSettings picture{typed.camera.width, typed.camera.height, typed.camera.pixelFormat, {}};

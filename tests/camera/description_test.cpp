@@ -23,7 +23,8 @@ const std::vector<std::string> kCommon = {"ToolTip",      "Description", "Displa
 /// What follows them in a node of each kind.
 const std::map<std::string, std::vector<std::string>> kOrder = {
     {"Category", {"pFeature"}},
-    {"Integer", {"Value", "pValue", "Min", "pMin", "Max", "pMax", "Inc", "Unit", "Representation", "pSelected"}},
+    {"Integer",
+     {"Value", "pValue", "Min", "pMin", "Max", "pMax", "Inc", "pInc", "Unit", "Representation", "pSelected"}},
     {"Float", {"Value", "pValue", "Min", "pMin", "Max", "pMax", "Inc", "Unit", "Representation"}},
     {"Enumeration", {"EnumEntry", "Value", "pValue", "pSelected"}},
     {"EnumEntry", {"Value"}},

@@ -163,6 +163,19 @@ class FeatureHost : public RawHost
         return reg.empty() || Get(reg) != 0;
     }
 
+    bool IsEntryAvailable(const std::string& name, const std::string& entry) const
+    {
+        for (const XmlNode* child : Node(name).Elements())
+        {
+            const std::string reg = ChildText(*child, "pIsAvailable");
+            if (child->name == "EnumEntry" && child->Attribute("Name") == entry)
+            {
+                return reg.empty() || Get(reg) != 0;
+            }
+        }
+        throw std::out_of_range("there is no entry " + entry);
+    }
+
     /// Whether the camera locks the feature; what the host adds to it is not looked at.
     bool IsLocked(const std::string& name) const
     {

@@ -53,3 +53,131 @@ TEST(CameraFeatures, HelpAndTableNameEachOfTheDescription)
         }
     }
 }
+
+namespace
+{
+
+bool IsNumber(const FeatureHost& host, const std::string& name)
+{
+    return host.Node(name).name == "Integer" || host.Node(name).name == "Float";
+}
+
+/// Writes what the range of the feature allows; nothing of it may be refused, and all of it is read back.
+void TakesItsRange(FeatureHost& host, const std::string& name, const std::string& after)
+{
+    for (const char* which : {"Min", "Max", "Inc"})
+    {
+        if (which == std::string("Inc") && host.Node(name).name == "Float")
+        {
+            continue;
+        }
+        if (which == std::string("Max") && name == "TestPendingAck")
+        {
+            continue; // its acknowledge would come a minute later
+        }
+        const double least = host.Limit(name, "Min");
+        const double most = host.Limit(name, "Max");
+        ASSERT_LE(least, most) << name << after;
+        const double value =
+            which == std::string("Inc") ? std::min(least + host.Limit(name, "Inc"), most) : host.Limit(name, which);
+        EXPECT_EQ(host.Set(name, value), 0U) << name << " = " << value << after;
+        EXPECT_FLOAT_EQ(static_cast<float>(host.Get(name)), static_cast<float>(value)) << name << after;
+    }
+}
+
+/// Features whose limits other features move.
+std::vector<std::string> MovingFeatures(const FeatureHost& host)
+{
+    std::vector<std::string> names;
+    for (const std::string& name : host.Features())
+    {
+        if (!ChildText(host.Node(name), "pMax").empty())
+        {
+            names.push_back(name);
+        }
+    }
+    return names;
+}
+
+void EveryFeatureTakesItsRange(const std::vector<std::string>& arguments)
+{
+    const VirtualCamera camera(arguments);
+    FeatureHost host;
+    const auto moving = MovingFeatures(host);
+    EXPECT_GE(moving.size(), 4U);
+    for (const std::string& name : host.Features())
+    {
+        const XmlNode& node = host.Node(name);
+        if (ChildText(node, "pValue").empty() || !host.IsWritable(name))
+        {
+            continue;
+        }
+        if (IsNumber(host, name))
+        {
+            TakesItsRange(host, name, "");
+        }
+        for (const auto& [entry, value] : host.Entries(name))
+        {
+            if (!host.IsEntryAvailable(name, entry))
+            {
+                EXPECT_EQ(host.Set(name, value), 0x8002U) << name << " = " << entry;
+                continue;
+            }
+            EXPECT_EQ(host.Set(name, value), 0U) << name << " = " << entry;
+            EXPECT_EQ(host.Entry(name), entry) << name;
+        }
+        for (const std::string& other : moving)
+        {
+            if (host.IsWritable(other))
+            {
+                TakesItsRange(host, other, " after " + name);
+            }
+        }
+    }
+}
+
+} // namespace
+
+TEST(CameraFeatures, EachTakesWhatItsRangeAllows)
+{
+    EveryFeatureTakesItsRange({"--width", "640", "--height", "480"});
+}
+
+TEST(CameraFeatures, EachTakesWhatItsRangeAllowsInSteps)
+{
+    EveryFeatureTakesItsRange({"--width", "48", "--height", "5", "--width-step", "8"});
+}
+
+TEST(CameraFeatures, EachTakesWhatItsRangeAllowsOnAHugeSensor)
+{
+    EveryFeatureTakesItsRange({"--width", "30000", "--height", "30000"});
+}
+
+TEST(CameraFeatures, PixelFormatsThatMakeTheFrameTooLargeAreNotAvailable)
+{
+    const VirtualCamera camera({"--width", "30000", "--height", "30000"});
+    FeatureHost host;
+    EXPECT_TRUE(host.IsEntryAvailable("PixelFormat", "Mono8"));
+    EXPECT_FALSE(host.IsEntryAvailable("PixelFormat", "Mono16"));
+    EXPECT_EQ(host.Set("PixelFormat", "Mono16"), 0x8002U);
+    EXPECT_EQ(host.Set("Height", 10000), 0U);
+    EXPECT_TRUE(host.IsEntryAvailable("PixelFormat", "Mono16"));
+    EXPECT_EQ(host.Set("PixelFormat", "Mono16"), 0U);
+    EXPECT_EQ(host.Limit("Height", "Max"), 17895) << "1 GiB in all";
+}
+
+TEST(CameraFeatures, WidthGoesInTheStepsOfTheCommandLine)
+{
+    const VirtualCamera camera({"--width", "640", "--width-step", "16"});
+    FeatureHost host;
+    EXPECT_EQ(host.Limit("Width", "Min"), 16);
+    EXPECT_EQ(host.Limit("Width", "Inc"), 16);
+    EXPECT_EQ(host.Limit("OffsetX", "Inc"), 16);
+    EXPECT_EQ(host.Set("Width", 608), 0U);
+    EXPECT_EQ(host.Set("Width", 600), 0x8002U);
+    EXPECT_EQ(host.Set("OffsetX", 8), 0x8002U);
+    EXPECT_EQ(host.Set("OffsetX", 32), 0U);
+    EXPECT_EQ(host.Limit("Width", "Max"), 608);
+    ChildProcess odd({NQ_CAMERA_PATH, "--address", "127.0.0.1", "--width", "630", "--width-step", "16"});
+    EXPECT_EQ(odd.WaitForExit(std::chrono::seconds(20)), 2);
+}
