@@ -87,7 +87,7 @@ constexpr std::array kImage{
             .address = kTestPattern,
             .tip = "What the pictures show",
             .entries = kPatterns,
-            .lock = Lock::Streaming,
+            .lock = Lock::Acquiring,
             .inUserSet = true},
 };
 

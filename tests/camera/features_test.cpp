@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The virtual camera's features as a whole: what the texts say of them, and that each takes what its range allows.
 #include "camera/feature_host.h"
+#include "camera/genicam_description.h"
 #include "support/command_output.h"
 
 #include <gmock/gmock.h>
@@ -10,7 +11,6 @@
 #include <set>
 
 using namespace nq::test;
-using testing::Contains;
 using testing::HasSubstr;
 
 namespace
@@ -180,4 +180,39 @@ TEST(CameraFeatures, WidthGoesInTheStepsOfTheCommandLine)
     EXPECT_EQ(host.Limit("Width", "Max"), 608);
     ChildProcess odd({NQ_CAMERA_PATH, "--address", "127.0.0.1", "--width", "630", "--width-step", "16"});
     EXPECT_EQ(odd.WaitForExit(std::chrono::seconds(20)), 2);
+}
+
+TEST(CameraFeatures, LocksOfTheDescriptionAreThoseOfTheCamera)
+{
+    const VirtualCamera camera({"--no-free-run"});
+    FeatureHost host;
+    const std::vector<std::string> size{"Width", "Height", "OffsetX", "OffsetY", "PixelFormat"};
+    const std::vector<std::string> running{"AcquisitionMode", "TestPattern"};
+    EXPECT_EQ(ChildText(host.Node("StreamingLock"), "Formula"), "(HOST + CAMERA) > 0");
+    for (const char* name : {"Width", "Height", "OffsetX", "OffsetY", "PixelFormat", "UserSetLoad"})
+    {
+        EXPECT_EQ(ChildText(host.Node(name), "pIsLocked"), "StreamingLock") << name;
+        EXPECT_FALSE(host.IsLocked(name)) << name;
+    }
+    EXPECT_EQ(host.Write(1, 0xE030, 0x80000000), 0U);
+    for (const std::string& name : size)
+    {
+        EXPECT_TRUE(host.IsLocked(name)) << name;
+        EXPECT_EQ(host.Set(name, host.Get(name)), 0x8004U) << name;
+    }
+    EXPECT_TRUE(host.IsLocked("UserSetLoad"));
+    EXPECT_EQ(host.Execute("UserSetLoad"), 0x8004U);
+    for (const std::string& name : running)
+    {
+        EXPECT_FALSE(host.IsLocked(name)) << name;
+        EXPECT_EQ(host.Set(name, host.Get(name)), 0U) << name;
+    }
+    EXPECT_EQ(host.Execute("AcquisitionStart"), 0U);
+    for (const std::string& name : running)
+    {
+        EXPECT_TRUE(host.IsLocked(name)) << name;
+        EXPECT_EQ(host.Set(name, host.Get(name)), 0x8004U) << name;
+    }
+    EXPECT_EQ(host.Execute("AcquisitionStop"), 0U);
+    EXPECT_EQ(host.Set("TestPattern", "Noise"), 0U);
 }
