@@ -28,7 +28,8 @@ Device::Device(const CameraOptions& options, DeviceClock& clock, Acquisition& ac
                StreamChannel& stream, FaultPlan& faults, std::function<void()> dropConnection)
     : m_options(options), m_clock(clock), m_acquisition(acquisition), m_messages(messages), m_stream(stream),
       m_faults(faults), m_dropConnection(std::move(dropConnection)), m_description(MakeGenicamXml(options)),
-      m_zippedDescription(ZipOneFile("NQVirtualCamera.xml", m_description))
+      m_descriptionName(DescriptionName(m_description)),
+      m_zippedDescription(ZipOneFile(m_descriptionName + ".xml", m_description))
 {
     PowerCycle();
 }

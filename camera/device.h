@@ -113,6 +113,7 @@ class Device
     const std::function<void()> m_dropConnection;
     /// For GenICam, as text and in a ZIP archive.
     const std::string m_description;
+    const std::string m_descriptionName;
     const std::vector<std::uint8_t> m_zippedDescription;
 
     std::mutex m_mutex;

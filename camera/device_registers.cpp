@@ -15,10 +15,10 @@ namespace nq::camera
 namespace
 {
 
-std::string LocalUrl(const char* extension, std::uint32_t address, std::size_t size)
+std::string LocalUrl(const std::string& file, std::uint32_t address, std::size_t size)
 {
-    std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "Local:NQVirtualCamera.%s;%X;%zX", extension, address, size);
+    std::array<char, 128> text{};
+    std::snprintf(text.data(), text.size(), "Local:%s;%X;%zX", file.c_str(), address, size);
     return text.data();
 }
 
@@ -118,7 +118,6 @@ void Device::AddFeatures()
     map.Set(kHeightMax, m_options.height);
     map.SetFloat(kAcquisitionFrameRate, static_cast<float>(m_options.frameRate));
     map.Set(kTestPattern, m_options.pattern);
-    map.Set(kEventNotification, 1);
 }
 
 void Device::AddFeature(const Feature& feature)
@@ -148,9 +147,9 @@ void Device::AddDescription()
     m_registers.AddBlob(feature::kZipAddress, m_zippedDescription);
     constexpr std::uint32_t kUrlSize = 512;
     m_registers.AddText(bootstrap::kFirstUrl, kUrlSize, Access::ReadOnly,
-                        LocalUrl("xml", feature::kXmlAddress, xml.size()));
+                        LocalUrl(m_descriptionName + ".xml", feature::kXmlAddress, xml.size()));
     m_registers.AddText(bootstrap::kSecondUrl, kUrlSize, Access::ReadOnly,
-                        LocalUrl("zip", feature::kZipAddress, m_zippedDescription.size()));
+                        LocalUrl(m_descriptionName + ".zip", feature::kZipAddress, m_zippedDescription.size()));
 }
 
 } // namespace nq::camera

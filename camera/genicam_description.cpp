@@ -6,6 +6,8 @@
 #include "feature_table.h"
 #include "genicam_writer.h"
 
+#include <array>
+#include <cstdio>
 #include <memory>
 #include <stdexcept>
 #include <zip.h>
@@ -64,6 +66,13 @@ std::string MakeGenicamXml(const CameraOptions& options)
     xml.HelperRegister("AcquiringReg", feature::kAcquiring);
     xml.HelperRegister("WidthStepReg", feature::kWidthStep);
     return xml.Document(options.vendor, options.model);
+}
+
+std::string DescriptionName(const std::string& xml)
+{
+    std::array<char, 32> name{};
+    std::snprintf(name.data(), name.size(), "NQVirtualCamera_%08X", static_cast<unsigned>(Digest(xml, 0)));
+    return name.data();
 }
 
 std::vector<std::uint8_t> ZipOneFile(const std::string& name, const std::string& content)

@@ -11,6 +11,10 @@
 namespace nq::camera
 {
 
+/// The name of the description's file, without extension: another text has another name, since hosts keep files by
+/// name.
+std::string DescriptionName(const std::string& xml);
+
 /// The XML text: GenApi schema 1.1, feature names of the Standard Features Naming Convention.
 std::string MakeGenicamXml(const CameraOptions& options);
 

@@ -139,7 +139,40 @@ const char* NodeKind(FeatureKind kind)
     return names[static_cast<std::size_t>(kind)];
 }
 
+/// An identifier as the schema wants it: a letter, then letters, digits and underscores.
+std::string Identifier(std::string_view text)
+{
+    const auto isLetter = [](char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); };
+    std::string name = text.empty() || !isLetter(text[0]) ? "Camera_" : "";
+    for (const char c : text)
+    {
+        name += isLetter(c) || (c >= '0' && c <= '9') ? c : '_';
+    }
+    return name;
+}
+
+std::string Guid(std::uint64_t high, std::uint64_t low)
+{
+    std::array<char, 40> text{};
+    const auto part = [](std::uint64_t number, unsigned shift) {
+        return static_cast<unsigned>((number >> shift) & 0xFFFF);
+    };
+    std::snprintf(text.data(), text.size(), "%04X%04X-%04X-%04X-%04X-%04X%04X%04X", part(high, 48), part(high, 32),
+                  part(high, 16), part(high, 0), part(low, 48), part(low, 32), part(low, 16), part(low, 0));
+    return text.data();
+}
+
 } // namespace
+
+std::uint64_t Digest(std::string_view text, std::uint64_t seed)
+{
+    std::uint64_t digest = 0xCBF29CE484222325 ^ (seed * 0x9E3779B97F4A7C15);
+    for (const char c : text)
+    {
+        digest = (digest ^ static_cast<unsigned char>(c)) * 0x100000001B3;
+    }
+    return digest;
+}
 
 void GenicamWriter::List(std::string_view name)
 {
@@ -274,23 +307,18 @@ void GenicamWriter::Raw(std::string_view name, std::string_view nodes)
 
 std::string GenicamWriter::Document(std::string_view vendor, std::string_view model) const
 {
-    const auto nameLike = [](std::string_view text) {
-        std::string name;
-        for (const char c : text)
-        {
-            const bool plain = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-            name += plain ? c : '_';
-        }
-        return name.empty() ? std::string("Camera") : name;
-    };
+    const std::string body = m_root + m_categories + m_nodes;
+    const std::string guid = Guid(Digest(body + std::string(vendor) + "/" + std::string(model), 1), Digest(body, 2));
     const std::string text = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
                              "<RegisterDescription ModelName=\"" +
-                             nameLike(model) + "\" VendorName=\"" + nameLike(vendor) +
+                             Identifier(model) + "\" VendorName=\"" + Identifier(vendor) +
                              "\" ToolTip=\"Virtual GigE Vision camera\" StandardNameSpace=\"GEV\"\n"
                              "    SchemaMajorVersion=\"1\" SchemaMinorVersion=\"1\" SchemaSubMinorVersion=\"0\"\n"
                              "    MajorVersion=\"1\" MinorVersion=\"0\" SubMinorVersion=\"0\"\n"
                              "    ProductGuid=\"5F2A7A1C-3C0B-4B0E-9D3A-6B1D6C1F0E01\"\n"
-                             "    VersionGuid=\"5F2A7A1C-3C0B-4B0E-9D3A-6B1D6C1F0E02\"\n"
+                             "    VersionGuid=\"" +
+                             guid +
+                             "\"\n"
                              "    xmlns=\"http://www.genicam.org/GenApi/Version_1_1\"\n"
                              "    xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\"\n"
                              "    xsi:schemaLocation=\"http://www.genicam.org/GenApi/Version_1_1 "

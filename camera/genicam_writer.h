@@ -11,6 +11,9 @@
 namespace nq::camera
 {
 
+/// A number that follows from a text (FNV-1a), another for each seed.
+std::uint64_t Digest(std::string_view text, std::uint64_t seed);
+
 /// Collects nodes in the order of the calls. Each feature comes with the register node that it stands on. All registers
 /// lie with the most significant byte first behind the node "Device".
 class GenicamWriter
@@ -27,7 +30,7 @@ class GenicamWriter
     /// A read-only number of the camera that may change at any time, in no category.
     void HelperRegister(std::string_view name, std::uint32_t address, std::string_view kind = "IntReg");
 
-    /// The whole document. `vendor` and `model` become identifiers.
+    /// The whole document. `vendor` and `model` become identifiers; its GUID follows from the text.
     std::string Document(std::string_view vendor, std::string_view model) const;
 
   private:

@@ -70,7 +70,7 @@ TEST(CameraDescription, FirstUrlNamesAWellFormedDescription)
 {
     const VirtualCamera camera;
     const RawHost host;
-    EXPECT_EQ(ReadUrl(host, 0x0200).file, "NQVirtualCamera.xml");
+    EXPECT_THAT(ReadUrl(host, 0x0200).file, testing::MatchesRegex("NQVirtualCamera_[0-9A-F]{8}\\.xml"));
     const XmlNode root = ParseXml(ReadDescription(host));
     EXPECT_EQ(root.name, "RegisterDescription");
     EXPECT_EQ(root.Attribute("SchemaMajorVersion"), "1");
@@ -88,7 +88,8 @@ TEST(CameraDescription, SecondUrlNamesTheSameDescriptionZipped)
     const VirtualCamera camera;
     const RawHost host;
     const DescriptionUrl url = ReadUrl(host, 0x0400);
-    EXPECT_EQ(url.file, "NQVirtualCamera.zip");
+    const std::string name = ReadUrl(host, 0x0200).file.substr(0, 24);
+    EXPECT_EQ(url.file, name + ".zip");
     const Octets bytes = host.ReadMemory(url.address, url.size);
     ASSERT_EQ(bytes.size(), url.size);
     zip_error_t error;
@@ -96,7 +97,7 @@ TEST(CameraDescription, SecondUrlNamesTheSameDescriptionZipped)
     zip_t* archive = zip_open_from_source(zip_source_buffer_create(bytes.data(), bytes.size(), 0, &error), 0, &error);
     ASSERT_NE(archive, nullptr);
     EXPECT_EQ(zip_get_num_entries(archive, 0), 1);
-    EXPECT_STREQ(zip_get_name(archive, 0, 0), "NQVirtualCamera.xml");
+    EXPECT_EQ(zip_get_name(archive, 0, 0), name + ".xml");
     zip_file_t* file = zip_fopen_index(archive, 0, 0);
     ASSERT_NE(file, nullptr);
     std::string content(1000000, '\0');

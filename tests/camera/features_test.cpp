@@ -216,3 +216,56 @@ TEST(CameraFeatures, LocksOfTheDescriptionAreThoseOfTheCamera)
     EXPECT_EQ(host.Execute("AcquisitionStop"), 0U);
     EXPECT_EQ(host.Set("TestPattern", "Noise"), 0U);
 }
+
+TEST(CameraFeatures, EachHasItsTexts)
+{
+    const VirtualCamera camera;
+    const FeatureHost host;
+    for (const std::string& name : host.Features())
+    {
+        const XmlNode& node = host.Node(name);
+        for (const char* text : {"ToolTip", "Description", "DisplayName", "Visibility"})
+        {
+            EXPECT_NE(ChildText(node, text), "") << name << " " << text;
+        }
+        if (IsNumber(host, name) && name != "TLParamsLocked")
+        {
+            EXPECT_NE(ChildText(node, "Representation"), "") << name;
+        }
+        const bool isTime = node.name == "Float" && name.find("Time") != std::string::npos;
+        EXPECT_TRUE(!isTime || ChildText(node, "Unit") == "us") << name;
+    }
+    EXPECT_EQ(ChildText(host.Node("GevSCPSPacketSize"), "DisplayName"), "Gev SCPS Packet Size");
+    EXPECT_EQ(ChildText(host.Node("DeviceTemperatureReg"), "PollingTime"), "1000");
+}
+
+TEST(CameraFeatures, FileNameAndGuidFollowTheText)
+{
+    std::set<std::string> files;
+    std::set<std::string> guids;
+    for (const char* model : {"One", "Two", "3D-cam", "One"})
+    {
+        nq::camera::CameraOptions options;
+        options.model = model;
+        const std::string text = nq::camera::MakeGenicamXml(options);
+        const XmlNode root = ParseXml(text);
+        files.insert(nq::camera::DescriptionName(text));
+        guids.insert(root.Attribute("VersionGuid"));
+        EXPECT_THAT(root.Attribute("VersionGuid"),
+                    testing::MatchesRegex("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}"));
+        EXPECT_THAT(root.Attribute("ModelName"), testing::MatchesRegex("[A-Za-z][0-9A-Za-z_]*")) << model;
+    }
+    EXPECT_EQ(files.size(), 3U);
+    EXPECT_EQ(guids.size(), 3U);
+}
+
+TEST(CameraFeatures, AllEventsStartOff)
+{
+    const VirtualCamera camera;
+    FeatureHost host;
+    for (const auto& [name, value] : host.Entries("EventSelector"))
+    {
+        EXPECT_EQ(host.Set("EventSelector", value), 0U);
+        EXPECT_EQ(host.Entry("EventNotification"), "Off") << name;
+    }
+}

@@ -362,6 +362,7 @@ TEST(CameraRegisters, WriteThatIsRepeatedWithTheSameIdIsExecutedOnce)
     host.TakeControl();
     host.Write(1, 0x0B10, 0x0A4D0001);
     host.Write(2, 0x0B00, events.Port());
+    host.Write(9, 0x10080, 1);                // EventNotification of Test
     EXPECT_EQ(host.Write(3, 0x10064, 1), 0U); // test event
     EXPECT_EQ(host.Write(3, 0x10064, 1), 0U);
     EXPECT_EQ(host.Write(4, 0x10064, 1), 0U);
