@@ -23,6 +23,7 @@ constexpr std::uint32_t kDeviceVersion = 0x0088;
 constexpr std::uint32_t kManufacturerInfo = 0x00A8;
 constexpr std::uint32_t kSerialNumber = 0x00D8;
 constexpr std::uint32_t kUserName = 0x00E8;
+constexpr std::uint32_t kUserNameSize = 16;
 constexpr std::uint32_t kFirstUrl = 0x0200;
 constexpr std::uint32_t kSecondUrl = 0x0400;
 constexpr std::uint32_t kInterfaceCount = 0x0600;

@@ -47,6 +47,8 @@ struct CameraOptions
     std::uint32_t sendBuffers = 4;
     /// Heartbeat timeout at power on, in milliseconds.
     std::uint32_t heartbeat = 3000;
+    /// File that keeps user sets and the user's name over a restart; empty for none.
+    std::string stateFile;
 };
 
 } // namespace nq::camera

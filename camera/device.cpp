@@ -29,8 +29,9 @@ Device::Device(const CameraOptions& options, DeviceClock& clock, Acquisition& ac
     : m_options(options), m_clock(clock), m_acquisition(acquisition), m_messages(messages), m_stream(stream),
       m_faults(faults), m_dropConnection(std::move(dropConnection)), m_description(MakeGenicamXml(options)),
       m_descriptionName(DescriptionName(m_description)),
-      m_zippedDescription(ZipOneFile(m_descriptionName + ".xml", m_description))
+      m_zippedDescription(ZipOneFile(m_descriptionName + ".xml", m_description)), m_state{.userName = options.userName}
 {
+    m_state = m_options.stateFile.empty() ? m_state : ReadState(m_options.stateFile, m_state);
     PowerCycle();
 }
 
@@ -43,8 +44,11 @@ void Device::PowerCycle()
     AddFeatures();
     AddDescription();
     m_clock.Reset();
-    m_userSets.clear();
-    SaveUserSet();
+    m_defaults = PresentValues();
+    if (m_state.sets.contains(m_state.defaultSet))
+    {
+        TakeValues(m_state.sets[m_state.defaultSet]);
+    }
     EndControl();
     ApplySettings();
 }
@@ -140,8 +144,9 @@ Device::WriteResult Device::Write(const Endpoint& from, std::uint32_t address, s
         return {.status = status};
     }
     m_registers.Set(address, value);
+    m_stateKept = true;
     Apply(address, value);
-    return {.status = status,
+    return {.status = m_stateKept ? status : GvcpStatus::Error,
             .busy = std::chrono::milliseconds(address == feature::kTestPendingAck ? value : 0),
             .reset = address == feature::kDeviceReset};
 }
@@ -198,6 +203,10 @@ void Device::ApplyBootstrap(std::uint32_t address, std::uint32_t value)
         m_acquisition.EnableStream((value & kRdmaEnableOn) != 0);
         break;
     default:
+        if (address >= kUserName && address < kUserName + kUserNameSize)
+        {
+            KeepState();
+        }
         break;
     }
 }
@@ -220,10 +229,13 @@ void Device::ApplyFeature(std::uint32_t address)
         m_messages.Notify(EventKind::Test, 0);
         break;
     case kUserSetLoad:
-        LoadUserSet();
+        LoadUserSet(m_registers.Get(kUserSetSelector));
+        break;
+    case kUserSetDefault:
+        KeepState();
         break;
     case kUserSetSave:
-        SaveUserSet();
+        SaveUserSet(m_registers.Get(kUserSetSelector));
         break;
     default:
         ApplySettings();

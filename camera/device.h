@@ -4,6 +4,7 @@
 
 #include "acquisition.h"
 #include "camera_options.h"
+#include "camera_state.h"
 #include "control_privilege.h"
 #include "device_clock.h"
 #include "fault_plan.h"
@@ -15,7 +16,6 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -99,8 +99,14 @@ class Device
     void RefreshBeforeRead(std::uint32_t address, std::size_t size);
     void RefreshFeatures();
     void RefreshLimit(const Feature& feature);
-    void LoadUserSet();
-    void SaveUserSet();
+    bool IsAvailable(const Feature& feature) const;
+    /// The features that user sets hold, as they stand.
+    FeatureValues PresentValues() const;
+    /// Sets them, as far as they fit the camera.
+    void TakeValues(const FeatureValues& values);
+    void LoadUserSet(std::uint32_t set);
+    void SaveUserSet(std::uint32_t set);
+    void KeepState();
     AcquisitionSettings CurrentSettings() const;
     bool Streaming() const;
 
@@ -119,8 +125,11 @@ class Device
     std::mutex m_mutex;
     RegisterMap m_registers;
     ControlPrivilege m_privilege;
-    /// Values of the features that a user set holds, by set.
-    std::map<std::uint32_t, std::vector<std::uint32_t>> m_userSets;
+    /// The user set Default.
+    FeatureValues m_defaults;
+    CameraState m_state;
+    /// False when the state file could not be written last.
+    bool m_stateKept = true;
 };
 
 } // namespace nq::camera

@@ -19,26 +19,6 @@ namespace
 /// What one RDMA message can hold everywhere, less the descriptor and some reserve.
 constexpr std::uint64_t kLargestPayload = 0x3FFFF000;
 
-/// Addresses of the features that user sets hold.
-const std::vector<std::uint32_t>& UserSetRegisters()
-{
-    static const std::vector<std::uint32_t> addresses = [] {
-        std::vector<std::uint32_t> found;
-        for (const FeatureCategory& category : FeatureTable())
-        {
-            for (const Feature& feature : category.features)
-            {
-                for (std::uint32_t i = 0; feature.inUserSet && i < RegisterCount(feature); ++i)
-                {
-                    found.push_back(feature.address + 4 * i);
-                }
-            }
-        }
-        return found;
-    }();
-    return addresses;
-}
-
 } // namespace
 
 GvcpStatus Device::Check(std::uint32_t address, std::uint32_t value) const
@@ -48,7 +28,7 @@ GvcpStatus Device::Check(std::uint32_t address, std::uint32_t value) const
     {
         return GvcpStatus::Success;
     }
-    if (IsLocked(*feature))
+    if (IsLocked(*feature) || !IsAvailable(*feature))
     {
         return GvcpStatus::WriteProtect;
     }
@@ -68,6 +48,20 @@ bool Device::IsLocked(const Feature& feature) const
         break;
     }
     return false;
+}
+
+bool Device::IsAvailable(const Feature& feature) const
+{
+    const std::uint32_t set = m_registers.Get(kUserSetSelector);
+    switch (feature.address)
+    {
+    case kUserSetLoad:
+        return set == 0 || m_state.sets.contains(set);
+    case kUserSetSave:
+        return set != 0;
+    default:
+        return true;
+    }
 }
 
 double Device::Minimum(const Feature& feature) const
@@ -152,6 +146,10 @@ void Device::RefreshFeatures()
         for (const Feature& feature : category.features)
         {
             RefreshLimit(feature);
+            if (feature.conditional)
+            {
+                m_registers.Set(feature.address + kAvailableOffset, IsAvailable(feature) ? 1 : 0);
+            }
         }
     }
 }
@@ -175,34 +173,6 @@ void Device::RefreshLimit(const Feature& feature)
             there |= IsInRange(feature, feature.entries[i].value) ? 1U << i : 0;
         }
         m_registers.Set(limit, there);
-    }
-}
-
-void Device::LoadUserSet()
-{
-    const auto set = m_userSets.find(m_registers.Get(kUserSetSelector));
-    if (set != m_userSets.end())
-    {
-        for (std::size_t i = 0; i < set->second.size(); ++i)
-        {
-            m_registers.Set(UserSetRegisters()[i], set->second[i]);
-        }
-        ApplySettings();
-    }
-}
-
-void Device::SaveUserSet()
-{
-    const std::uint32_t selected = m_registers.Get(kUserSetSelector);
-    if (selected == 0 && !m_userSets.empty())
-    {
-        return; // set 0 holds the defaults and stays as it was at power on
-    }
-    std::vector<std::uint32_t>& values = m_userSets[selected];
-    values.clear();
-    for (const std::uint32_t address : UserSetRegisters())
-    {
-        values.push_back(m_registers.Get(address));
     }
 }
 

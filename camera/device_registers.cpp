@@ -42,7 +42,7 @@ void Device::AddIdentity()
     map.AddText(kDeviceVersion, 32, Access::ReadOnly, m_options.deviceVersion);
     map.AddText(kManufacturerInfo, 48, Access::ReadOnly, m_options.manufacturerInfo);
     map.AddText(kSerialNumber, 16, Access::ReadOnly, m_options.serial);
-    map.AddText(kUserName, 16, Access::ReadWrite, m_options.userName);
+    map.AddText(kUserName, kUserNameSize, Access::ReadWrite, m_state.userName);
     map.AddRegister(kInterfaceCount, Access::ReadOnly, 1);
     map.AddRegister(kPersistentIp, Access::ReadWrite, m_options.network.address);
     map.AddRegister(kPersistentMask, Access::ReadWrite, m_options.network.netmask);
@@ -116,6 +116,7 @@ void Device::AddFeatures()
     map.Set(kPixelFormat, m_options.pixelFormat.code);
     map.Set(kWidthMax, m_options.width);
     map.Set(kHeightMax, m_options.height);
+    map.Set(kUserSetDefault, m_state.defaultSet);
     map.SetFloat(kAcquisitionFrameRate, static_cast<float>(m_options.frameRate));
     map.Set(kTestPattern, m_options.pattern);
 }

@@ -41,6 +41,7 @@ constexpr std::uint32_t kDeviceReset = 0x0001005C;
 constexpr std::uint32_t kTestPendingAck = 0x00010060;
 constexpr std::uint32_t kTestEventGenerate = 0x00010064;
 constexpr std::uint32_t kEventSelector = 0x00010068;
+constexpr std::uint32_t kUserSetDefault = 0x0001006C;
 /// One register for each entry of EventSelector, 4 bytes apart.
 constexpr std::uint32_t kEventNotification = 0x00010080;
 

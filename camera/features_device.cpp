@@ -82,11 +82,20 @@ constexpr std::array kUserSet{
             .kind = Command,
             .address = kUserSetLoad,
             .tip = "Sets the camera as the set says",
-            .lock = Lock::Streaming},
+            .about = "Not available for a set that nothing was saved to",
+            .lock = Lock::Streaming,
+            .conditional = true},
     Feature{.name = "UserSetSave",
             .kind = Command,
             .address = kUserSetSave,
-            .tip = "Keeps the present settings in the set"},
+            .tip = "Keeps the present settings in the set",
+            .about = "Not available for Default",
+            .conditional = true},
+    Feature{.name = "UserSetDefault",
+            .kind = Enumeration,
+            .address = kUserSetDefault,
+            .tip = "The set that the camera loads when it is switched on",
+            .entries = kSets},
 };
 
 constexpr std::array kTest{

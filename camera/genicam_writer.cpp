@@ -242,7 +242,12 @@ void GenicamWriter::Register(const Feature& feature)
                                                                           : "RW") +
                Element("pPort", "Device") + Element("Cachable", alone ? "WriteThrough" : "NoCache");
     m_nodes += feature.polling == 0 ? "" : Element("PollingTime", std::to_string(feature.polling));
-    for (const std::string& name : Words(feature.changedBy))
+    std::vector<std::string> changers = Words(feature.changedBy);
+    if (alone)
+    {
+        changers.insert(changers.end(), {"UserSetLoad", "DeviceReset"});
+    }
+    for (const std::string& name : changers)
     {
         m_nodes += Element("pInvalidator", name);
     }

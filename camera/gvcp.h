@@ -48,6 +48,7 @@ enum class GvcpStatus : std::uint16_t
     BadAlignment = 0x8005,
     AccessDenied = 0x8006,
     InvalidHeader = 0x800E,
+    Error = 0x8FFF,
 };
 
 /// Who sent a datagram: IPv4 address and UDP port in host order.

@@ -130,6 +130,10 @@ void Define(CLI::App& app, Typed& typed)
     app.add_option("--heartbeat", camera.heartbeat, "heartbeat timeout in milliseconds at power on")
         ->check(CLI::Range(1, 3600000))
         ->capture_default_str();
+    app.add_option(
+           "--state", typed.camera.stateFile,
+           "file that keeps user sets and DeviceUserID over a restart; with --count each camera has FILE.SERIAL")
+        ->check([](const std::string& path) { return std::string(path.empty() ? "the path is empty" : ""); });
     app.add_option("--fault", typed.program.faults, "arm a fault: NAME[:ARG[:COUNT]]; may be given several times")
         ->take_all();
     app.add_option("--control", typed.program.control, "path of a UNIX socket for JSON commands")
@@ -201,6 +205,7 @@ ProgramOptions Resolve(Typed& typed)
         camera.network = i == 0 ? first : FindInterfaceByAddress(first.address + i);
         camera.mac = typed.mac.empty() ? 0x020000000000 | camera.network.address : ParseMac(typed.mac) + i;
         camera.serial = CountedSerial(camera.serial, i);
+        camera.stateFile += camera.stateFile.empty() || typed.count == 1 ? "" : "." + camera.serial;
         typed.program.cameras.push_back(std::move(camera));
     }
     FaultPlan check;

@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a camera keeps when it is switched off, as a JSON file.
+#include "camera_state.h"
+
+#include "feature_table.h"
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string_view>
+
+namespace nq::camera
+{
+
+namespace
+{
+
+using nlohmann::json;
+
+std::span<const FeatureEntry> Sets()
+{
+    return FeatureByName("UserSetSelector").entries;
+}
+
+FeatureValues ValuesOf(const json& set)
+{
+    FeatureValues values;
+    for (const auto& [name, list] : set.items())
+    {
+        for (const json& number : list)
+        {
+            if (number.is_number())
+            {
+                values[name].push_back(number.get<double>());
+            }
+        }
+    }
+    return values;
+}
+
+} // namespace
+
+CameraState ReadState(const std::string& path, const CameraState& absent)
+{
+    if (!std::filesystem::exists(path))
+    {
+        return absent;
+    }
+    try
+    {
+        std::ifstream file(path);
+        const json text = json::parse(file);
+        CameraState state = absent;
+        state.userName = text.value("DeviceUserID", absent.userName);
+        const auto wanted = text.value("UserSetDefault", std::string());
+        const json sets = text.value("UserSets", json::object());
+        for (const FeatureEntry& entry : Sets())
+        {
+            state.defaultSet = entry.name == wanted ? entry.value : state.defaultSet;
+            if (entry.value != 0 && sets.contains(entry.name))
+            {
+                state.sets[entry.value] = ValuesOf(sets[entry.name]);
+            }
+        }
+        return state;
+    }
+    catch (const json::exception& error)
+    {
+        throw std::runtime_error("cannot read the state '" + path + "': " + error.what());
+    }
+}
+
+bool WriteState(const std::string& path, const CameraState& state)
+{
+    json text = {{"DeviceUserID", state.userName}, {"UserSets", json::object()}};
+    for (const FeatureEntry& entry : Sets())
+    {
+        if (entry.value == state.defaultSet)
+        {
+            text["UserSetDefault"] = entry.name;
+        }
+        const auto set = state.sets.find(entry.value);
+        if (set != state.sets.end())
+        {
+            text["UserSets"][entry.name] = set->second;
+        }
+    }
+    const std::string draft = path + ".new";
+    std::ofstream file(draft, std::ios::trunc);
+    file << text.dump(2, ' ', false, json::error_handler_t::replace) << "\n";
+    file.close();
+    std::error_code error;
+    if (file.good())
+    {
+        std::filesystem::rename(draft, path, error);
+    }
+    return file.good() && !error;
+}
+
+} // namespace nq::camera
