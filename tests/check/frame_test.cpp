@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: Apache-2.0
+// gentl-check on the made-up producer: exit codes, choice of rules, baselines, and that nothing a producer does takes
+// it down. That each fault is found by its rules is ./run check --matrix.
+#include "support/tool.h"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+
+using namespace nq::test;
+
+namespace
+{
+
+const std::string producer = NQ_FAULTY_FOLDER "/nq_faulty_whole.cti";
+
+Outcome Check(const std::vector<std::string>& arguments, const std::string& faults = "")
+{
+    std::vector<std::string> command = {NQ_CHECK_PATH, producer};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return RunProgram(command, {"NQ_FAULTS=" + faults});
+}
+
+class Baseline : public testing::Test
+{
+  protected:
+    Outcome CheckAgainst(const std::string& lines, const std::string& faults) const
+    {
+        const std::string path = testing::TempDir() + "/gentl-check-baseline-" + std::to_string(getpid());
+        std::ofstream(path) << lines;
+        const Outcome outcome = Check({"--only", "LB-00[3-8]", "--baseline", path}, faults);
+        std::filesystem::remove(path);
+        return outcome;
+    }
+};
+
+TEST(CheckFrame, AProducerThatKeepsTheRulesGivesZero)
+{
+    const Outcome outcome = Check({"--only", "LB-*"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
+    EXPECT_NE(outcome.output.find("14 passed, 0 failed, 0 not tried"), std::string::npos) << outcome.output;
+}
+
+TEST(CheckFrame, ABrokenRuleGivesOne)
+{
+    const Outcome outcome = Check({"--only", "LB-*"}, "init_counts");
+    EXPECT_EQ(outcome.exitCode, 1) << outcome.output;
+    EXPECT_NE(outcome.output.find("a second GCInitLib: GC_ERR_SUCCESS instead of GC_ERR_RESOURCE_IN_USE"),
+              std::string::npos)
+        << outcome.output;
+}
+
+TEST(CheckFrame, WrongArgumentsGiveTwo)
+{
+    EXPECT_EQ(Check({"--no-such-option"}).exitCode, 2);
+    EXPECT_EQ(RunProgram({NQ_CHECK_PATH}).exitCode, 2);
+    EXPECT_EQ(RunProgram({NQ_CHECK_PATH, "/nowhere.cti"}).exitCode, 2);
+}
+
+TEST(CheckFrame, WhatCannotBeLoadedGivesThree)
+{
+    const Outcome text = RunProgram({NQ_CHECK_PATH, NQ_SOURCE_DIR "/README.md"});
+    EXPECT_EQ(text.exitCode, 3);
+    EXPECT_NE(text.output.find("cannot be loaded"), std::string::npos) << text.output;
+}
+
+TEST(CheckFrame, AConstructorThatBlocksIsFoundOut)
+{
+    const Outcome outcome = Check({}, "load_hangs");
+    EXPECT_EQ(outcome.exitCode, 3);
+    EXPECT_NE(outcome.output.find("hung in dlopen"), std::string::npos) << outcome.output;
+}
+
+TEST(CheckFrame, RulesAreChosenById)
+{
+    const Outcome outcome = Check({"--only", "LB-00[1-4]", "--skip", "LB-002"});
+    EXPECT_NE(outcome.output.find("3 passed, 0 failed, 0 not tried"), std::string::npos) << outcome.output;
+    EXPECT_EQ(outcome.output.find("LB-002"), std::string::npos);
+}
+
+TEST(CheckFrame, TheListNeedsNoProducer)
+{
+    const Outcome outcome = RunProgram({NQ_CHECK_PATH, "--list"});
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_NE(outcome.output.find("LB-001"), std::string::npos);
+}
+
+TEST(CheckFrame, IdsAreUniqueAndClausesNumbered)
+{
+    const Outcome outcome = RunProgram({NQ_CHECK_PATH, "--list-markdown"});
+    const std::regex row("\\| `([A-Z]{2}-[0-9]{3})` \\| [^|]+ \\| ([^|]*) \\| (must|should|may|hint) \\| [^|]+ \\|");
+    std::vector<std::string> ids;
+    for (std::sregex_iterator at(outcome.output.begin(), outcome.output.end(), row), end; at != end; ++at)
+    {
+        const std::string id = (*at)[1];
+        EXPECT_EQ(std::count(ids.begin(), ids.end(), id), 0) << id;
+        EXPECT_TRUE(std::regex_match((*at)[2].str(), std::regex("([1-7](\\.[0-9]+)+(, )?)*"))) << (*at)[2];
+        ids.push_back(id);
+    }
+    EXPECT_GE(ids.size(), 14U);
+}
+
+/// What a producer prints stays out of the answer.
+TEST(CheckFrame, JsonStaysClean)
+{
+    const Outcome outcome = Check({"--only", "LB-*", "--json"}, "load_prints");
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_EQ(outcome.output.front(), '{');
+    EXPECT_EQ(outcome.output.find("made-up producer 1.0"), std::string::npos);
+}
+
+TEST(CheckFrame, AnExitIsAFindingOfOneRule)
+{
+    const Outcome outcome = Check({"--only", "LB-00[4-9]"}, "exit_in_init");
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_NE(outcome.output.find("ended the process with exit code 0 in GCInitLib"), std::string::npos)
+        << outcome.output;
+    EXPECT_NE(outcome.output.find("passed     LB-009"), std::string::npos) << outcome.output;
+}
+
+TEST_F(Baseline, HoldsKnownFailures)
+{
+    EXPECT_EQ(CheckAgainst("# known\nLB-005 failed # counts\n", "init_counts").exitCode, 0);
+}
+
+TEST_F(Baseline, FailsOnANewOne)
+{
+    const Outcome outcome = CheckAgainst("", "init_counts");
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_NE(outcome.output.find("LB-005 failed, passed in the baseline"), std::string::npos) << outcome.output;
+}
+
+TEST_F(Baseline, FailsOnOneThatIsGone)
+{
+    const Outcome outcome = CheckAgainst("LB-005 failed\n", "");
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_NE(outcome.output.find("LB-005 passed, failed in the baseline"), std::string::npos) << outcome.output;
+}
+
+TEST_F(Baseline, RefusesALineThatNamesNoRule)
+{
+    EXPECT_EQ(CheckAgainst("XX-005 failed\n", "").exitCode, 2);
+    EXPECT_EQ(CheckAgainst("LB-005 broken\n", "").exitCode, 2);
+}
+
+} // namespace

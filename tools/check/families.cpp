@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+// The families in the order in which they are tried.
+#include "families.h"
+
+#include <vector>
+
+namespace nq::check
+{
+
+std::span<const Family> Families()
+{
+    static const std::vector<Family> families = {
+        {"exports and versions, init and close", LibraryRules()},
+    };
+    return families;
+}
+
+std::string_view ToText(Severity severity)
+{
+    constexpr std::string_view texts[] = {"must", "should", "may", "hint"};
+    return texts[static_cast<int>(severity)];
+}
+
+std::string_view ToText(Needs needs)
+{
+    constexpr std::string_view texts[] = {"nothing", "a camera", "a stream"};
+    return texts[static_cast<int>(needs)];
+}
+
+} // namespace nq::check

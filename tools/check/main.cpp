@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: Apache-2.0
+// gentl-check: says, rule by rule, whether a GenTL producer keeps the standard.
+#include "baseline.h"
+#include "exit_codes.h"
+#include "printable.h"
+#include "report.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fmt/format.h>
+#include <optional>
+#include <unistd.h>
+
+namespace
+{
+
+using namespace nq::check;
+using nq::tool::ExitCode;
+
+constexpr const char* footer = "Exit codes: 0 all that must and should be kept is kept (with --baseline: all is as it "
+                               "says),\n1 it is not, 2 wrong arguments, 3 the producer cannot be loaded.\n\n"
+                               "Examples:\n"
+                               "  gentl-check /opt/vendor/producer.cti\n"
+                               "  gentl-check producer.cti --only 'LB-*' --json";
+
+struct Options
+{
+    Target target;
+    Selection selection;
+    std::string baseline;
+    bool json = false;
+    bool list = false;
+    bool markdown = false;
+};
+
+void AddOptions(CLI::App& app, Options& options)
+{
+    app.add_option("PRODUCER", options.target.path, "The .cti to check")->check(CLI::ExistingFile);
+    app.add_option("--interface", options.target.interfaceId, "Id of the camera's interface (else the first with one)");
+    app.add_option("--device", options.target.deviceId, "Id of the camera (else the first)");
+    app.add_option("--only", options.selection.only, "Ids of the rules to try, as shell patterns");
+    app.add_option("--skip", options.selection.skip, "Ids of the rules to leave out, as shell patterns");
+    app.add_option("--baseline", options.baseline, "Known failures: fails on other ones, and on ones that are gone")
+        ->check(CLI::ExistingFile);
+    app.add_flag("--json", options.json, "Print JSON instead of a table");
+    app.add_flag("--list", options.list, "Print all rules, and end");
+    app.add_flag("--list-markdown", options.markdown, "Print all rules for the documentation, and end");
+    app.footer(footer);
+}
+
+/// Shows on a terminal what is at work.
+void ShowProgress(std::string_view family, size_t done)
+{
+    static const bool terminal = isatty(STDERR_FILENO) != 0;
+    if (terminal)
+    {
+        fmt::print(stderr, "\r\033[K{} done, {}", done, family);
+    }
+}
+
+void EndProgress()
+{
+    if (isatty(STDERR_FILENO) != 0)
+    {
+        fmt::print(stderr, "\r\033[K");
+    }
+}
+
+void Print(const std::string& text)
+{
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
+    {
+        throw nq::tool::ToolFailure(ExitCode::Failure, "cannot write the output");
+    }
+}
+
+ExitCode Check(const Options& options)
+{
+    Report report;
+    const std::optional<Baseline> baseline =
+        options.baseline.empty() ? std::nullopt : std::make_optional<Baseline>(options.baseline);
+    Runner runner(options.target, options.selection, ShowProgress);
+    report.problem = runner.Begin();
+    report.target = runner.Tried();
+    if (report.problem.empty())
+    {
+        report.findings = runner.Run();
+    }
+    EndProgress();
+    if (baseline && report.problem.empty())
+    {
+        report.differences = baseline->Differences(report.findings);
+    }
+    if (!report.problem.empty())
+    {
+        fmt::print(stderr, "gentl-check: {} {}\n", options.target.path, nq::tool::Printable(report.problem));
+        Print(options.json ? AsJson(report) : "");
+        return ExitCode::NoProducer;
+    }
+    Print(options.json ? AsJson(report) : AsTable(report));
+    const bool failed = baseline ? !report.differences.empty()
+                                 : std::any_of(report.findings.begin(), report.findings.end(),
+                                               [](const Finding& finding) { return finding.Counts(); });
+    return failed ? ExitCode::Failure : ExitCode::Success;
+}
+
+int Run(int argc, char** argv)
+{
+    CLI::App app("Says, rule by rule, whether a GenTL producer (.cti) keeps GenTL 1.5.", "gentl-check");
+    Options options;
+    AddOptions(app, options);
+    try
+    {
+        app.parse(argc, argv);
+    }
+    catch (const CLI::ParseError& error)
+    {
+        return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::Usage);
+    }
+    if (options.list || options.markdown)
+    {
+        Print(ListOfRules(options.markdown));
+        return 0;
+    }
+    if (options.target.path.empty())
+    {
+        fmt::print(stderr, "gentl-check: which producer?\n");
+        return static_cast<int>(ExitCode::Usage);
+    }
+    options.target.path = std::filesystem::absolute(options.target.path).string();
+    return static_cast<int>(Check(options));
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGCHLD, SIG_DFL);
+    try
+    {
+        return Run(argc, argv);
+    }
+    catch (const std::exception& failure)
+    {
+        std::fprintf(stderr, "gentl-check: %s\n", nq::tool::Printable(failure.what()).c_str());
+        return static_cast<int>(ExitCode::Usage);
+    }
+}

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+// What was found, for people and for programs.
+#pragma once
+
+#include "runner.h"
+
+#include <string>
+#include <vector>
+
+namespace nq::check
+{
+
+/// What one run found.
+struct Report
+{
+    Target target;
+    std::string problem; ///< why the producer cannot be loaded
+    std::vector<Finding> findings;
+    std::vector<std::string> differences; ///< from the baseline
+
+    size_t Count(Outcome outcome) const;
+};
+
+/// A table, with what is wrong below each rule that is not kept.
+std::string AsTable(const Report& report);
+std::string AsJson(const Report& report);
+
+/// All rules, with clause, severity and what they need; `asMarkdown` for the documentation.
+std::string ListOfRules(bool asMarkdown);
+
+/// "failed", or "warned" for a rule that the standard does not ask for; "passed", "not-tried".
+std::string_view WordFor(const Finding& finding);
+
+} // namespace nq::check
