@@ -60,7 +60,7 @@ class NQGevRemoteDevice : public GigERDMA::NQGenTLRemoteDevice
     /// Reads `*size` bytes of the camera. One to 4 bytes are one register access in network order, more are memory
     /// accesses of at most 512 bytes each. GC_ERR_INVALID_PARAMETER for a null pointer, or when the low 32 bits of the
     /// size come to 2 GiB or more, GC_ERR_IO when the camera did not answer all of them; then `buffer` is left alone.
-    /// `*size` is never changed.
+    /// `*size` is never changed. With the standard's answers as ReadRange.
     int ReadPort(unsigned long address, void* buffer, unsigned long* size) override;
 
     /// Writes `*size` bytes to the camera, rounded up to a multiple of 4: four are one register access, up to 508 one
@@ -68,7 +68,7 @@ class NQGevRemoteDevice : public GigERDMA::NQGenTLRemoteDevice
     /// take up to three bytes behind the size from the caller's memory, zeros where it ends; one memory access is
     /// filled up with zeros. GC_ERR_NOT_INITIALIZED before the first opening, GC_ERR_INVALID_PARAMETER for a null
     /// pointer or a size of 2 GiB, GC_ERR_IO when the camera did not acknowledge all of them: the earlier ones are then
-    /// written. `*size` is never changed.
+    /// written. `*size` is never changed. With the standard's answers as WriteRange.
     int WritePort(unsigned long address, const void* buffer, unsigned long* size) override;
 
     std::string GetId() override;
@@ -138,6 +138,17 @@ class NQGevRemoteDevice : public GigERDMA::NQGenTLRemoteDevice
     NQGevDataStream* _findStream(unsigned int index);
 
   private:
+    /// Reads or writes any bytes of the camera by the whole words around them; a write reads those that it takes only a
+    /// part of, and is not atomic. GC_ERR_INVALID_ADDRESS beyond 32 bits or where the camera says so,
+    /// GC_ERR_ACCESS_DENIED where the camera says so and for every write to one opened read-only, which is not asked,
+    /// GC_ERR_INVALID_VALUE for a value it does not take, GC_ERR_INVALID_PARAMETER for a read of which it says that,
+    /// GC_ERR_BUSY, and GC_ERR_IO when it does not answer. A failed read leaves `buffer` alone.
+    int ReadRange(unsigned long address, void* buffer, unsigned long size);
+    int WriteRange(unsigned long address, const void* buffer, unsigned long size);
+
+    /// Both ends on whole words.
+    int ReadWords(unsigned int address, unsigned char* data, std::size_t count);
+    int WriteWords(unsigned int address, unsigned char* data, std::size_t count);
     bool ReadChunks(unsigned int address, unsigned char* data, int count);
     bool WriteChunks(unsigned int address, unsigned char* data, int count);
     unsigned int MeasurePacketSize(unsigned int bufferExtra);

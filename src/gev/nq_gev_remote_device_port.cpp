@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The remote device's port: reads and writes of any size as register and memory exchanges, and the camera's URLs.
 #include "GenTL/GenTL.h"
+#include "base/nq_answers.h"
 #include "gev/nq_gev_port.h"
 #include "gev/nq_gev_remote_device.h"
 #include "gige/gvcp_wire.h"
@@ -27,6 +28,10 @@ int NQGevRemoteDevice::ReadPort(unsigned long address, void* buffer, unsigned lo
     if (buffer == nullptr || size == nullptr || RoundedSize(*size) < 0)
     {
         return NQGevPortRefused("ReadPort");
+    }
+    if (Answers().cameraPort)
+    {
+        return ReadRange(address, buffer, *size);
     }
     const int rounded = RoundedSize(*size);
     const auto camera = static_cast<unsigned int>(address);
@@ -76,6 +81,10 @@ int NQGevRemoteDevice::WritePort(unsigned long address, const void* buffer, unsi
     if (buffer == nullptr || size == nullptr || *size > static_cast<unsigned long>(INT_MAX - 3))
     {
         return NQGevPortRefused("WritePort");
+    }
+    if (Answers().cameraPort)
+    {
+        return WriteRange(address, buffer, *size);
     }
     const int rounded = RoundedSize(*size);
     const auto camera = static_cast<unsigned int>(address);

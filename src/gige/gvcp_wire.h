@@ -33,6 +33,12 @@ inline constexpr unsigned int kLastRequestId = 0xFFFF;      // 0 is never sent
 // ---- Header of an acknowledge. GigE Vision, GVCP header; code, length and id lie as in a command
 inline constexpr int kStatusOffset = 0; // 2 bytes, 0 for success
 
+inline constexpr unsigned int kStatusInvalidParameter = 0x8002;
+inline constexpr unsigned int kStatusInvalidAddress = 0x8003;
+inline constexpr unsigned int kStatusWriteProtect = 0x8004;
+inline constexpr unsigned int kStatusAccessDenied = 0x8006;
+inline constexpr unsigned int kStatusBusy = 0x8007;
+
 // ---- Codes of commands and acknowledges. GigE Vision, GVCP
 inline constexpr unsigned int kDiscovery = 0x0002;
 inline constexpr unsigned int kDiscoveryAck = 0x0003;

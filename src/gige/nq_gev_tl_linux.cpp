@@ -55,32 +55,54 @@ bool NQGevTL::CameraClose(unsigned long handle)
 
 bool NQGevTL::CameraReadRegister(unsigned long handle, unsigned int address, unsigned int* value, bool swap)
 {
-    unsigned int read = 0;
-    const NQGigE_RETURN result = Camera_getGigECameraRegister(handle, address, &read, kAccessKey);
-    if (!succeeded(result, "%s failed! m_Camera_getGigECameraRegister %d", "CameraReadRegister"))
-    {
-        return false;
-    }
-    *value = swapped(read, swap);
-    return true;
+    return ReadRegister(handle, address, value, swap) == NQGigE_SUCCESS;
 }
 
 bool NQGevTL::CameraWriteRegister(unsigned long handle, unsigned int address, unsigned int value, bool swap)
 {
-    const NQGigE_RETURN result = Camera_setGigECameraRegister(handle, address, swapped(value, swap), kAccessKey);
-    return succeeded(result, "%s failed! m_Camera_setGigECameraRegister %d", "CameraWriteRegister");
+    return WriteRegister(handle, address, value, swap) == NQGigE_SUCCESS;
 }
 
 bool NQGevTL::CameraReadMemory(unsigned long handle, unsigned int address, unsigned char* data, int count)
 {
-    const NQGigE_RETURN result =
-        Camera_readGigECameraMemory(handle, address, data, static_cast<unsigned int>(count), kAccessKey);
-    return succeeded(result, "%s failed! m_Camera_readGigECameraMemory %d", "CameraReadMemory");
+    return ReadMemory(handle, address, data, count) == NQGigE_SUCCESS;
 }
 
 bool NQGevTL::CameraWriteMemory(unsigned long handle, unsigned int address, unsigned char* data, int count)
 {
+    return WriteMemory(handle, address, data, count) == NQGigE_SUCCESS;
+}
+
+NQGigE_RETURN NQGevTL::ReadRegister(unsigned long handle, unsigned int address, unsigned int* value, bool swap)
+{
+    unsigned int read = 0;
+    const NQGigE_RETURN result = Camera_getGigECameraRegister(handle, address, &read, kAccessKey);
+    if (succeeded(result, "%s failed! m_Camera_getGigECameraRegister %d", "CameraReadRegister"))
+    {
+        *value = swapped(read, swap);
+    }
+    return result;
+}
+
+NQGigE_RETURN NQGevTL::WriteRegister(unsigned long handle, unsigned int address, unsigned int value, bool swap)
+{
+    const NQGigE_RETURN result = Camera_setGigECameraRegister(handle, address, swapped(value, swap), kAccessKey);
+    succeeded(result, "%s failed! m_Camera_setGigECameraRegister %d", "CameraWriteRegister");
+    return result;
+}
+
+NQGigE_RETURN NQGevTL::ReadMemory(unsigned long handle, unsigned int address, unsigned char* data, int count)
+{
+    const NQGigE_RETURN result =
+        Camera_readGigECameraMemory(handle, address, data, static_cast<unsigned int>(count), kAccessKey);
+    succeeded(result, "%s failed! m_Camera_readGigECameraMemory %d", "CameraReadMemory");
+    return result;
+}
+
+NQGigE_RETURN NQGevTL::WriteMemory(unsigned long handle, unsigned int address, unsigned char* data, int count)
+{
     const NQGigE_RETURN result =
         Camera_writeGigECameraMemory(handle, address, data, static_cast<unsigned int>(count), kAccessKey);
-    return succeeded(result, "%s failed! m_Camera_writeGigECameraMemory %d", "CameraWriteMemory");
+    succeeded(result, "%s failed! m_Camera_writeGigECameraMemory %d", "CameraWriteMemory");
+    return result;
 }

@@ -2,6 +2,8 @@
 // The one object through which the modules reach cameras.
 #pragma once
 
+#include "gige/nqgige_types.h"
+
 /// Turns the results of the camera functions into true and false and traces failures. A camera is named by the handle
 /// that CameraOpen() stored. Thread-safe: has no state that changes.
 class NQGevTL
@@ -31,6 +33,12 @@ class NQGevTL
     /// Reads at most 536 bytes, or writes at most 520, in one exchange. A failed read leaves `data` alone.
     bool CameraReadMemory(unsigned long handle, unsigned int address, unsigned char* data, int count);
     bool CameraWriteMemory(unsigned long handle, unsigned int address, unsigned char* data, int count);
+
+    /// The same with the code of the camera function, which is the status of the acknowledge when the camera refuses.
+    NQGigE_RETURN ReadRegister(unsigned long handle, unsigned int address, unsigned int* value, bool swap);
+    NQGigE_RETURN WriteRegister(unsigned long handle, unsigned int address, unsigned int value, bool swap);
+    NQGigE_RETURN ReadMemory(unsigned long handle, unsigned int address, unsigned char* data, int count);
+    NQGigE_RETURN WriteMemory(unsigned long handle, unsigned int address, unsigned char* data, int count);
 
   private:
     int m_tlType;

@@ -6,6 +6,7 @@
 #include "support/device_record.h"
 #include "support/fence.h"
 #include "support/gvcp_camera.h"
+#include "support/ramp.h"
 #include "support/trace_capture.h"
 
 #include <algorithm>
@@ -20,6 +21,7 @@
 using nq::test::Fence;
 using nq::test::GvcpCamera;
 using nq::test::LoopbackCamera;
+using nq::test::Ramp;
 using nq::test::TraceCapture;
 using testing::Each;
 using testing::ElementsAre;
@@ -28,17 +30,6 @@ using Bytes = nq::test::Bytes;
 
 namespace
 {
-
-/// 0, 1, 2, ... without repeating at 256.
-Bytes Ramp(std::size_t size)
-{
-    Bytes bytes(size);
-    for (std::size_t index = 0; index < size; ++index)
-    {
-        bytes[index] = static_cast<unsigned char>(index * 7 + index / 256);
-    }
-    return bytes;
-}
 
 /// What follows the header of a datagram.
 Bytes Body(const Bytes& datagram)
