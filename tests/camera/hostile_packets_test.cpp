@@ -34,12 +34,13 @@ bool WaitForStatus(const VirtualCamera& camera, const std::string& text)
     return false;
 }
 
-/// Takes control and opens the message channel.
+/// Takes control, opens the message channel and switches the Test event on.
 void Control(const RawHost& host, const RawHost& events)
 {
     host.TakeControl();
     EXPECT_EQ(host.Write(0x7101, 0x0B10, 0x0A4D0001), 0U);
     EXPECT_EQ(host.Write(0x7102, 0x0B00, events.Port()), 0U);
+    host.Write(0x7202, 0x10080, 1);
 }
 
 /// A command with a body of so many bytes.
