@@ -5,6 +5,19 @@
 namespace nq::camera
 {
 
+namespace
+{
+
+/// Exposures up to so many seconds are over before anybody could look.
+constexpr double kAtOnce = 20e-6;
+
+Acquisition::Clock::duration Seconds(double seconds)
+{
+    return std::chrono::duration_cast<Acquisition::Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
+} // namespace
+
 Acquisition::Acquisition(const DeviceClock& clock, bool freeRun, std::uint64_t frameLimit)
     : m_clock(clock), m_freeRun(freeRun), m_frameLimit(frameLimit)
 {
@@ -36,6 +49,7 @@ void Acquisition::EnableStream(bool on)
             m_due.reset();
         }
         m_enabled = on;
+        m_exposing.reset();
         m_autoStarted = on && m_freeRun && m_settings.mode == AcquisitionMode::Continuous;
     }
     m_changed.Signal();
@@ -81,6 +95,10 @@ void Acquisition::ShiftId(std::int64_t by)
 Acquisition::Decision Acquisition::Next(bool canSend, Clock::time_point now)
 {
     const std::lock_guard lock(m_mutex);
+    if (m_exposing)
+    {
+        return EndExposure(canSend, now);
+    }
     if (!Active() || (m_frameLimit != 0 && m_taken >= m_frameLimit))
     {
         return Idle{};
@@ -92,13 +110,13 @@ Acquisition::Decision Acquisition::Next(bool canSend, Clock::time_point now)
             return Idle{};
         }
         --m_triggers;
-        return Take();
+        return Take(now);
     }
     if (m_settings.frameRate > 0)
     {
         return NextByRate(canSend, now);
     }
-    return canSend ? Decision(Take()) : Decision(Idle{});
+    return canSend ? Take(now) : Decision(Idle{});
 }
 
 Acquisition::Decision Acquisition::NextByRate(bool canSend, Clock::time_point now)
@@ -115,8 +133,7 @@ Acquisition::Decision Acquisition::NextByRate(bool canSend, Clock::time_point no
     {
         return *m_due;
     }
-    const auto period =
-        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1 / m_settings.frameRate));
+    const Clock::duration period = Seconds(1 / m_settings.frameRate);
     *m_due += period;
     if (*m_due + period < now)
     {
@@ -124,14 +141,30 @@ Acquisition::Decision Acquisition::NextByRate(bool canSend, Clock::time_point no
     }
     if (canSend)
     {
-        return Take();
+        return Take(now);
     }
     ++m_nextId;
     ++m_lost;
     return *m_due;
 }
 
-FrameTicket Acquisition::Take()
+Acquisition::Decision Acquisition::EndExposure(bool canSend, Clock::time_point now)
+{
+    if (now < m_exposing->second)
+    {
+        return m_exposing->second;
+    }
+    const FrameTicket ticket = m_exposing->first;
+    m_exposing.reset();
+    if (!canSend)
+    {
+        ++m_lost; // the host has gone meanwhile
+        return now;
+    }
+    return ticket;
+}
+
+Acquisition::Decision Acquisition::Take(Clock::time_point now)
 {
     FrameTicket ticket;
     ticket.id = m_nextId++;
@@ -148,13 +181,18 @@ FrameTicket Acquisition::Take()
         m_started = false;
         m_autoStarted = false;
     }
-    return ticket;
+    if (m_settings.exposure <= kAtOnce)
+    {
+        return ticket;
+    }
+    m_exposing = {ticket, now + Seconds(m_settings.exposure)};
+    return m_exposing->second;
 }
 
 Acquisition::Counters Acquisition::Count() const
 {
     const std::lock_guard lock(m_mutex);
-    return {m_enabled, m_started || m_autoStarted, Active(), m_taken, m_lost};
+    return {m_enabled, m_started || m_autoStarted, Active() || m_exposing, m_taken, m_lost};
 }
 
 } // namespace nq::camera

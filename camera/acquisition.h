@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <mutex>
 #include <optional>
+#include <utility>
 #include <variant>
 
 namespace nq::camera
@@ -33,6 +34,8 @@ struct AcquisitionSettings
     std::uint32_t frameCount = 1;
     /// Frames per second; 0 is as fast as possible.
     double frameRate = 0;
+    /// Seconds; up to 20 microseconds a picture comes at once.
+    double exposure = 0;
     bool softwareTrigger = false;
 };
 
@@ -41,7 +44,8 @@ struct AcquisitionSettings
 /// A frame is taken while the stream is enabled and the acquisition is started. With free running, enabling the stream
 /// starts a continuous acquisition by itself. Frame ids begin at 1 when the stream is enabled. A frame that is due by
 /// the frame rate while the host has granted no credit is lost and its id with it; the rate's clock starts with the
-/// first frame that can be sent. Triggers without a credit wait.
+/// first frame that can be sent. Triggers without a credit wait. A frame is sent when its exposure ends, and the next
+/// one begins no earlier.
 ///
 /// Any thread may call any operation.
 class Acquisition
@@ -87,7 +91,8 @@ class Acquisition
   private:
     bool Active() const { return m_enabled && (m_started || m_autoStarted); }
     Decision NextByRate(bool canSend, Clock::time_point now);
-    FrameTicket Take();
+    Decision EndExposure(bool canSend, Clock::time_point now);
+    Decision Take(Clock::time_point now);
 
     const DeviceClock& m_clock;
     const bool m_freeRun;
@@ -103,6 +108,8 @@ class Acquisition
     std::uint64_t m_nextId = 1;
     std::uint64_t m_takenSinceStart = 0;
     std::optional<Clock::time_point> m_due;
+    /// The frame that is being exposed, and until when.
+    std::optional<std::pair<FrameTicket, Clock::time_point>> m_exposing;
     std::uint64_t m_taken = 0;
     std::uint64_t m_lost = 0;
 };

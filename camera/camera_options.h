@@ -39,6 +39,8 @@ struct CameraOptions
     std::shared_ptr<const std::vector<RgbPicture>> images = {};
     /// Frames per second; 0 sends as fast as the host grants credits.
     double frameRate = 0;
+    /// Exposure time at power on, in microseconds; the light is such that pictures are right at it.
+    double exposure = 10;
     /// Total number of frames to send, after which the camera falls quiet; 0 is no limit.
     std::uint64_t frameLimit = 0;
     /// Enabling the stream starts the acquisition without AcquisitionStart.

@@ -134,6 +134,10 @@ Device::WriteResult Device::Write(const Endpoint& from, std::uint32_t address, s
     {
         return {.status = GvcpStatus::AccessDenied};
     }
+    if (address == feature::kAcquisitionFrameRate && value == 0)
+    {
+        address = feature::kAcquisitionFrameRateEnable; // rate 0 stands for none
+    }
     GvcpStatus status = m_registers.CheckWrite(address);
     if (status == GvcpStatus::Success)
     {
@@ -231,6 +235,10 @@ void Device::ApplyFeature(std::uint32_t address)
     case kUserSetLoad:
         LoadUserSet(m_registers.Get(kUserSetSelector));
         break;
+    case kAcquisitionFrameRate:
+        m_registers.Set(kAcquisitionFrameRateEnable, 1);
+        ApplySettings();
+        break;
     case kUserSetDefault:
         KeepState();
         break;
@@ -245,30 +253,17 @@ void Device::ApplyFeature(std::uint32_t address)
 
 void Device::ApplySettings()
 {
+    using namespace feature;
+    const Feature& rate = *FeatureAt(kAcquisitionFrameRate);
+    m_registers.SetFloat(kAcquisitionFrameRate,
+                         std::min(m_registers.GetFloat(kAcquisitionFrameRate), static_cast<float>(Maximum(rate))));
     const AcquisitionSettings settings = CurrentSettings();
-    m_registers.Set(feature::kPayloadSize, static_cast<std::uint32_t>(settings.picture.Payload()));
+    m_registers.Set(kPayloadSize, static_cast<std::uint32_t>(settings.picture.Payload()));
     m_acquisition.Configure(settings);
     for (std::uint32_t i = 0; i < kEvents.size(); ++i)
     {
-        m_messages.SetNotification(static_cast<EventKind>(i),
-                                   m_registers.Get(feature::kEventNotification + 4 * i) != 0);
+        m_messages.SetNotification(static_cast<EventKind>(i), m_registers.Get(kEventNotification + 4 * i) != 0);
     }
-}
-
-AcquisitionSettings Device::CurrentSettings() const
-{
-    using namespace feature;
-    AcquisitionSettings settings;
-    settings.picture = {m_registers.Get(kWidth), m_registers.Get(kHeight),
-                        *FindPixelFormat(m_registers.Get(kPixelFormat)),
-                        static_cast<TestPattern>(m_registers.Get(kTestPattern)), m_options.images};
-    settings.offsetX = m_registers.Get(kOffsetX);
-    settings.offsetY = m_registers.Get(kOffsetY);
-    settings.mode = static_cast<AcquisitionMode>(m_registers.Get(kAcquisitionMode));
-    settings.frameCount = m_registers.Get(kAcquisitionFrameCount);
-    settings.frameRate = m_registers.GetFloat(kAcquisitionFrameRate);
-    settings.softwareTrigger = m_registers.Get(kTriggerMode) != 0;
-    return settings;
 }
 
 bool Device::Streaming() const

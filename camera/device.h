@@ -107,6 +107,7 @@ class Device
     void LoadUserSet(std::uint32_t set);
     void SaveUserSet(std::uint32_t set);
     void KeepState();
+    PictureSettings CurrentPicture() const;
     AcquisitionSettings CurrentSettings() const;
     bool Streaming() const;
 

@@ -32,8 +32,7 @@ GvcpStatus Device::Check(std::uint32_t address, std::uint32_t value) const
     {
         return GvcpStatus::WriteProtect;
     }
-    const bool asFastAsPossible = address == kAcquisitionFrameRate && value == 0;
-    return asFastAsPossible || IsInRange(*feature, value) ? GvcpStatus::Success : GvcpStatus::InvalidParameter;
+    return IsInRange(*feature, value) ? GvcpStatus::Success : GvcpStatus::InvalidParameter;
 }
 
 bool Device::IsLocked(const Feature& feature) const
@@ -81,9 +80,9 @@ double Device::Maximum(const Feature& feature) const
     };
     // How many pixels there may be beside or below each pixel of the other direction.
     const auto room = [this](std::uint32_t other) {
-        const std::uint64_t bytes = FindPixelFormat(m_registers.Get(kPixelFormat))->bytesPerPixel;
+        const std::uint64_t bits = FindPixelFormat(m_registers.Get(kPixelFormat))->bitsPerPixel;
         return static_cast<std::uint32_t>(
-            std::min<std::uint64_t>(kLargestPayload / bytes / m_registers.Get(other), 0xFFFFFFFF));
+            std::min<std::uint64_t>(kLargestPayload * 8 / bits / m_registers.Get(other), 0xFFFFFFFF));
     };
     switch (feature.address)
     {
@@ -97,6 +96,8 @@ double Device::Maximum(const Feature& feature) const
         return left(kWidthMax, kWidth);
     case kOffsetY:
         return left(kHeightMax, kHeight);
+    case kAcquisitionFrameRate:
+        return std::min(feature.max, 1e6 / static_cast<double>(m_registers.GetFloat(kExposureTime)));
     default:
         return feature.max;
     }
@@ -106,7 +107,7 @@ bool Device::FitsPixelFormat(std::uint32_t code) const
 {
     const PixelFormat* format = FindPixelFormat(code);
     return format != nullptr &&
-           std::uint64_t{m_registers.Get(kWidth)} * m_registers.Get(kHeight) * format->bytesPerPixel <= kLargestPayload;
+           format->Bytes(std::uint64_t{m_registers.Get(kWidth)} * m_registers.Get(kHeight)) <= kLargestPayload;
 }
 
 bool Device::IsInRange(const Feature& feature, std::uint32_t value) const

@@ -117,7 +117,12 @@ void Device::AddFeatures()
     map.Set(kWidthMax, m_options.width);
     map.Set(kHeightMax, m_options.height);
     map.Set(kUserSetDefault, m_state.defaultSet);
-    map.SetFloat(kAcquisitionFrameRate, static_cast<float>(m_options.frameRate));
+    map.SetFloat(kExposureTime, static_cast<float>(m_options.exposure));
+    if (m_options.frameRate > 0)
+    {
+        map.SetFloat(kAcquisitionFrameRate, static_cast<float>(m_options.frameRate));
+        map.Set(kAcquisitionFrameRateEnable, 1);
+    }
     map.Set(kTestPattern, m_options.pattern);
 }
 

@@ -42,6 +42,8 @@ constexpr std::uint32_t kTestPendingAck = 0x00010060;
 constexpr std::uint32_t kTestEventGenerate = 0x00010064;
 constexpr std::uint32_t kEventSelector = 0x00010068;
 constexpr std::uint32_t kUserSetDefault = 0x0001006C;
+constexpr std::uint32_t kAcquisitionFrameRateEnable = 0x00010070;
+constexpr std::uint32_t kBlackLevel = 0x00010074;
 /// One register for each entry of EventSelector, 4 bytes apart.
 constexpr std::uint32_t kEventNotification = 0x00010080;
 

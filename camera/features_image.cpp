@@ -2,7 +2,7 @@
 // Features of the picture: its size, form and brightness.
 #include "feature_groups.h"
 #include "feature_registers.h"
-#include "picture_painter.h"
+#include "pixel_format.h"
 
 #include <array>
 
@@ -96,8 +96,17 @@ constexpr std::array kAnalog{
             .kind = Float,
             .address = kGain,
             .tip = "Amplification",
+            .about = "6 dB are twice as bright",
             .max = 48,
             .unit = "dB",
+            .representation = "Linear",
+            .inUserSet = true},
+    Feature{.name = "BlackLevel",
+            .kind = Float,
+            .address = kBlackLevel,
+            .tip = "Brightness of black",
+            .about = "In levels of 8 bits, added to every pixel",
+            .max = 255,
             .representation = "Linear",
             .inUserSet = true},
 };

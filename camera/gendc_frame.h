@@ -2,7 +2,7 @@
 // The GenDC descriptor that stands before the pixels of a frame.
 #pragma once
 
-#include "picture_painter.h"
+#include "picture_settings.h"
 
 #include <cstdint>
 #include <span>

@@ -2,10 +2,11 @@
 // Draws the camera's pictures.
 #include "picture_painter.h"
 
-#include "byte_order.h"
+#include "pixel_writer.h"
+#include "test_patterns.h"
 
 #include <algorithm>
-#include <array>
+#include <cmath>
 #include <cstring>
 
 namespace nq::camera
@@ -16,7 +17,18 @@ namespace
 
 constexpr std::uint32_t kChannelStep = 85;
 constexpr std::uint32_t kFrameStep = 7;
-constexpr std::uint32_t kBayerRg8 = 0x01080009;
+constexpr std::size_t kGrey = 3;
+
+/// Red, green and blue in this order, whatever the format's; a pixel of another layout has one sample.
+std::uint32_t ChannelOf(const PixelFormat& format, std::uint32_t sample)
+{
+    return format.layout == PixelLayout::BgrOrder ? 2 - sample : sample;
+}
+
+std::uint32_t Grey(const Rgb& colour)
+{
+    return (299U * colour[0] + 587U * colour[1] + 114U * colour[2]) / 1000;
+}
 
 } // namespace
 
@@ -25,138 +37,138 @@ PicturePainter::PicturePainter(const PictureSettings& settings) : m_settings(set
     if (m_settings.pattern == TestPattern::MovingRamp)
     {
         PrepareRamp();
+        return;
     }
-    else if (m_settings.pattern == TestPattern::ColorBar)
+    PrepareTables();
+    if (m_settings.pattern == TestPattern::Scene && !m_settings.images)
     {
-        PrepareBars();
-    }
-    else if (m_settings.pattern == TestPattern::Scene && !m_settings.images)
-    {
-        m_scene = std::make_unique<Scene>(m_settings.width, m_settings.height);
+        m_scene = std::make_unique<Scene>(SensorWidth(), SensorHeight());
     }
 }
 
-void PicturePainter::PutPixel(std::size_t index, std::uint32_t channel, std::uint32_t value)
+std::uint32_t PicturePainter::SensorWidth() const
 {
-    const PixelFormat& format = m_settings.format;
-    const std::size_t channelBytes = format.bytesPerPixel / format.channels;
-    std::uint8_t* at = &m_row[index * format.bytesPerPixel + channel * channelBytes];
-    if (channelBytes == 1)
-    {
-        *at = static_cast<std::uint8_t>(value);
-    }
-    else
-    {
-        PutLittle(at, static_cast<std::uint16_t>(value));
-    }
+    return m_settings.readout.sensorWidth == 0 ? m_settings.width : m_settings.readout.sensorWidth;
+}
+
+std::uint32_t PicturePainter::SensorHeight() const
+{
+    return m_settings.readout.sensorHeight == 0 ? m_settings.height : m_settings.readout.sensorHeight;
+}
+
+bool PicturePainter::IsStill() const
+{
+    return m_settings.pattern == TestPattern::ColorBar;
 }
 
 void PicturePainter::PrepareRamp()
 {
     const PixelFormat& format = m_settings.format;
     const std::size_t pixels = std::size_t{m_settings.width} + format.levels;
-    m_row.resize(pixels * format.bytesPerPixel);
+    m_row.resize(format.Bytes(pixels));
+    PixelWriter writer(format, m_row);
     for (std::size_t i = 0; i < pixels; ++i)
     {
-        for (std::uint32_t channel = 0; channel < format.channels; ++channel)
+        for (std::uint32_t sample = 0; sample < format.samples; ++sample)
         {
-            PutPixel(i, channel, static_cast<std::uint32_t>((i + std::size_t{kChannelStep} * channel) % format.levels));
+            const std::size_t value = i + std::size_t{kChannelStep} * ChannelOf(format, sample);
+            writer.Put(static_cast<std::uint32_t>(value % format.levels));
         }
     }
 }
 
-void PicturePainter::PrepareBars()
+void PicturePainter::PrepareTables()
 {
-    // White, yellow, cyan, green, magenta, red, blue, black; in a format without colour their brightness.
-    constexpr std::array<std::array<std::uint32_t, 3>, 8> kBars{
-        {{1, 1, 1}, {1, 1, 0}, {0, 1, 1}, {0, 1, 0}, {1, 0, 1}, {1, 0, 0}, {0, 0, 1}, {0, 0, 0}}};
+    const Development& development = m_settings.development;
+    const double top = m_settings.format.levels - 1;
+    for (std::vector<std::uint16_t>& table : m_samples)
+    {
+        table.resize(256);
+        for (std::size_t light = 0; light < table.size(); ++light)
+        {
+            const double bright = (static_cast<double>(light) * development.factor + development.blackLevel) / 255;
+            // A little more, so that what is whole stays whole.
+            table[light] = static_cast<std::uint16_t>(std::clamp(bright, 0.0, 1.0) * top + 1e-6);
+        }
+    }
+}
+
+template <typename Source>
+void PicturePainter::Develop(const Source& source, std::span<std::uint8_t> pixels) const
+{
     const PixelFormat& format = m_settings.format;
-    m_row.resize(std::size_t{m_settings.width} * format.bytesPerPixel);
-    for (std::size_t x = 0; x < m_settings.width; ++x)
+    const Readout& readout = m_settings.readout;
+    PixelWriter writer(format, pixels);
+    for (std::uint32_t y = 0; y < m_settings.height; ++y)
     {
-        const auto& [red, green, blue] = kBars[x * kBars.size() / m_settings.width];
-        const std::uint32_t top = format.levels - 1;
-        if (format.channels == 3)
+        for (std::uint32_t x = 0; x < m_settings.width; ++x)
         {
-            PutPixel(x, 0, red * top);
-            PutPixel(x, 1, green * top);
-            PutPixel(x, 2, blue * top);
-        }
-        else
-        {
-            PutPixel(x, 0, (299 * red + 587 * green + 114 * blue) * top / 1000);
+            const Rgb colour = source(x + readout.offsetX, y + readout.offsetY);
+            if (format.layout == PixelLayout::Grey)
+            {
+                writer.Put(m_samples[kGrey][Grey(colour)]);
+            }
+            else if (format.layout == PixelLayout::Bayer)
+            {
+                const std::size_t channel = x % 2 + y % 2;
+                writer.Put(m_samples[channel][colour[channel]]);
+            }
+            else
+            {
+                for (std::uint32_t sample = 0; sample < 3; ++sample)
+                {
+                    const std::uint32_t channel = ChannelOf(format, sample);
+                    writer.Put(m_samples[channel][colour[channel]]);
+                }
+            }
         }
     }
+    writer.Finish();
 }
 
-void PicturePainter::DrawNoise(std::uint64_t frameId, std::span<std::uint8_t> pixels) const
+void PicturePainter::DevelopPicture(const RgbPicture& picture, std::span<std::uint8_t> pixels) const
 {
-    std::uint64_t state = (frameId + 1) * 0x9E3779B97F4A7C15;
-    const auto highByteMask = static_cast<std::uint8_t>((m_settings.format.levels - 1) >> 8);
-    const bool twoBytes = m_settings.format.bytesPerPixel == 2;
-    for (std::size_t i = 0; i < pixels.size(); i += sizeof(state))
-    {
-        state ^= state << 13;
-        state ^= state >> 7;
-        state ^= state << 17;
-        std::memcpy(&pixels[i], &state, std::min(sizeof(state), pixels.size() - i));
-    }
-    for (std::size_t i = 1; twoBytes && i < pixels.size(); i += 2)
-    {
-        pixels[i] &= highByteMask;
-    }
+    const std::uint64_t width = SensorWidth();
+    const std::uint64_t height = SensorHeight();
+    Develop(
+        [&](std::uint64_t x, std::uint64_t y) {
+            return picture.At(static_cast<std::uint32_t>(x * picture.width / width),
+                              static_cast<std::uint32_t>(y * picture.height / height));
+        },
+        pixels);
 }
 
-void PicturePainter::DrawColours(const RgbPicture& picture, std::span<std::uint8_t> pixels) const
+void PicturePainter::DrawRamp(std::uint64_t frameId, std::span<std::uint8_t> pixels) const
 {
-    const auto& [width, height, format, pattern, images] = m_settings;
-    std::uint8_t* to = pixels.data();
-    for (std::uint32_t y = 0; y < height; ++y)
+    const PixelFormat& format = m_settings.format;
+    const std::size_t rowBytes = format.Bytes(m_settings.width);
+    for (std::size_t y = 0; y < m_settings.height; ++y)
     {
-        const auto row = static_cast<std::uint32_t>(std::uint64_t{y} * picture.height / height);
-        for (std::uint32_t x = 0; x < width; ++x)
-        {
-            const Rgb& colour = picture.At(static_cast<std::uint32_t>(std::uint64_t{x} * picture.width / width), row);
-            const auto& [red, green, blue] = colour;
-            if (format.channels == 3)
-            {
-                to = std::copy(colour.begin(), colour.end(), to);
-                continue;
-            }
-            // RG in even rows of a Bayer picture, GB in odd ones.
-            const std::uint32_t grey = (299U * red + 587U * green + 114U * blue) / 1000;
-            const std::uint32_t value = format.code == kBayerRg8 ? colour[x % 2 + y % 2] : grey;
-            if (format.bytesPerPixel == 1)
-            {
-                *to++ = static_cast<std::uint8_t>(value);
-                continue;
-            }
-            PutLittle(to, static_cast<std::uint16_t>(value * (format.levels - 1) / 255));
-            to += 2;
-        }
+        const std::size_t shift = (y + kFrameStep * frameId) % format.levels;
+        std::memcpy(&pixels[y * rowBytes], &m_row[format.Bytes(shift)], rowBytes);
     }
 }
 
 void PicturePainter::Draw(std::uint64_t frameId, std::span<std::uint8_t> pixels)
 {
-    if (m_settings.pattern == TestPattern::Scene)
+    switch (m_settings.pattern)
     {
+    case TestPattern::MovingRamp:
+        DrawRamp(frameId, pixels);
+        break;
+    case TestPattern::ColorBar:
+        DevelopPicture(ColourBars(), pixels);
+        break;
+    case TestPattern::Noise: {
+        const bool grey = m_settings.format.layout == PixelLayout::Grey;
+        Develop([&](std::uint64_t x, std::uint64_t y) { return Noise(frameId, x, y, grey); }, pixels);
+        break;
+    }
+    case TestPattern::Scene: {
         const auto& images = m_settings.images;
-        DrawColours(images ? (*images)[frameId % images->size()] : m_scene->Draw(frameId), pixels);
-        return;
+        DevelopPicture(images ? (*images)[frameId % images->size()] : m_scene->Draw(frameId), pixels);
+        break;
     }
-    if (m_settings.pattern == TestPattern::Noise)
-    {
-        DrawNoise(frameId, pixels);
-        return;
-    }
-    const PixelFormat& format = m_settings.format;
-    const std::size_t rowBytes = std::size_t{m_settings.width} * format.bytesPerPixel;
-    for (std::size_t y = 0; y < m_settings.height; ++y)
-    {
-        const std::size_t shift =
-            m_settings.pattern == TestPattern::MovingRamp ? (y + kFrameStep * frameId) % format.levels : 0;
-        std::memcpy(&pixels[y * rowBytes], &m_row[shift * format.bytesPerPixel], rowBytes);
     }
 }
 

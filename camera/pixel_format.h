@@ -8,28 +8,46 @@
 namespace nq::camera
 {
 
+/// What the samples of a pixel are.
+enum class PixelLayout
+{
+    Grey,
+    /// One colour per pixel: red and green in even rows, green and blue in odd ones.
+    Bayer,
+    RgbOrder,
+    BgrOrder,
+    /// Brightness, then blue difference in even columns and red difference in odd ones.
+    Yuv422,
+};
+
 /// One row of the table of formats.
 struct PixelFormat
 {
     const char* name;
     /// Value of the PixelFormat feature and of the frame's format field (Pixel Format Naming Convention).
     std::uint32_t code;
-    std::uint32_t bytesPerPixel;
-    /// Number of equal-sized channels of a pixel.
-    std::uint32_t channels;
-    /// Number of different values of one channel.
+    std::uint32_t bitsPerPixel;
+    /// Number of equal-sized samples of a pixel.
+    std::uint32_t samples;
+    /// Number of different values of one sample.
     std::uint32_t levels;
+    PixelLayout layout;
     /// What it is, in one line.
     const char* tip;
+
+    /// Bits from one sample to the next.
+    constexpr std::uint32_t SampleBits() const { return bitsPerPixel / samples; }
+    /// Bytes of so many pixels that follow each other without a gap.
+    constexpr std::uint64_t Bytes(std::uint64_t pixels) const { return (pixels * bitsPerPixel + 7) / 8; }
 };
 
 constexpr std::array<PixelFormat, 6> kPixelFormats{{
-    {"Mono8", 0x01080001, 1, 1, 256, "Brightness, 8 bits"},
-    {"Mono10", 0x01100003, 2, 1, 1024, "Brightness, 10 bits in 2 bytes"},
-    {"Mono12", 0x01100005, 2, 1, 4096, "Brightness, 12 bits in 2 bytes"},
-    {"Mono16", 0x01100007, 2, 1, 65536, "Brightness, 16 bits"},
-    {"BayerRG8", 0x01080009, 1, 1, 256, "One colour per pixel behind a Bayer filter, 8 bits"},
-    {"RGB8", 0x02180014, 3, 3, 256, "Red, green and blue, 8 bits each"},
+    {"Mono8", 0x01080001, 8, 1, 256, PixelLayout::Grey, "Brightness, 8 bits"},
+    {"Mono10", 0x01100003, 16, 1, 1024, PixelLayout::Grey, "Brightness, 10 bits in 2 bytes"},
+    {"Mono12", 0x01100005, 16, 1, 4096, PixelLayout::Grey, "Brightness, 12 bits in 2 bytes"},
+    {"Mono16", 0x01100007, 16, 1, 65536, PixelLayout::Grey, "Brightness, 16 bits"},
+    {"BayerRG8", 0x01080009, 8, 1, 256, PixelLayout::Bayer, "One colour per pixel behind a Bayer filter, 8 bits"},
+    {"RGB8", 0x02180014, 24, 3, 256, PixelLayout::RgbOrder, "Red, green and blue, 8 bits each"},
 }};
 
 /// The row with this code, or null.

@@ -111,6 +111,10 @@ void Define(CLI::App& app, Typed& typed)
     app.add_option("--fps", camera.frameRate,
                    "frames per second, 0.001 to 100000; 0 is as fast as the host grants credits")
         ->capture_default_str();
+    app.add_option("--exposure", camera.exposure,
+                   "exposure time at power on in microseconds; the light is such that the pictures are right at it")
+        ->check(CLI::Range(1.0, 10000000.0))
+        ->capture_default_str();
     app.add_option("--frames", camera.frameLimit, "fall quiet after this many frames; 0 is never")
         ->check([](const std::string& number) { return std::string(number.starts_with('-') ? "below 0" : ""); });
     app.add_flag("--free-run,!--no-free-run", camera.freeRun,

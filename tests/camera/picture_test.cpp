@@ -108,3 +108,30 @@ TEST(CameraPicture, NoiseStaysWithinTheFormatsLevels)
         ASSERT_LE(pixels[i], 3);
     }
 }
+
+TEST(CameraPicture, PatternsFollowExposureGainAndBlackLevel)
+{
+    auto settings = Settings(8, 1, 0x01080001, TestPattern::ColorBar);
+    settings.development.factor = 2;
+    EXPECT_EQ(Draw(settings, 1), (std::vector<std::uint8_t>{255, 255, 255, 255, 210, 152, 58, 0}));
+    settings.development = {.factor = 0.5, .blackLevel = 10};
+    EXPECT_EQ(Draw(settings, 1), (std::vector<std::uint8_t>{137, 122, 99, 84, 62, 48, 24, 10}));
+    settings.format = *FindPixelFormat(0x02180014);
+    const auto colours = Draw(settings, 1);
+    EXPECT_EQ(std::vector<std::uint8_t>(colours.begin() + 3, colours.begin() + 6),
+              (std::vector<std::uint8_t>{137, 137, 10}));
+}
+
+TEST(CameraPicture, CheckableRampFollowsNoneOfThem)
+{
+    auto settings = Settings(3, 2, 0x01080001);
+    settings.development = {.factor = 7, .blackLevel = 99};
+    EXPECT_EQ(Draw(settings, 1), (std::vector<std::uint8_t>{7, 8, 9, 8, 9, 10}));
+}
+
+TEST(CameraPicture, ShowsThePartOfTheSensorThatSizeAndOffsetCutOut)
+{
+    auto settings = Settings(4, 1, 0x01080001, TestPattern::ColorBar);
+    settings.readout = {.sensorWidth = 16, .sensorHeight = 4, .offsetX = 3, .offsetY = 2};
+    EXPECT_EQ(Draw(settings, 1), (std::vector<std::uint8_t>{225, 178, 178, 149}));
+}

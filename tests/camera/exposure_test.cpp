@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: Apache-2.0
+// What exposure time, gain and rate of the virtual camera do to its pictures and their time.
+#include "camera/feature_host.h"
+#include "camera/plain_rdma_host.h"
+
+#include <gmock/gmock.h>
+
+#include <memory>
+
+using namespace nq::test;
+
+namespace
+{
+
+constexpr std::size_t kPixels = 176;
+
+/// A camera of 16 x 8 pixels with its stream on.
+class CameraExposure : public testing::Test
+{
+  protected:
+    void SetUp() override { ASSERT_TRUE(PreloadLoopback()); }
+
+    void Start(std::vector<std::string> arguments = {})
+    {
+        arguments.insert(arguments.end(), {"--width", "16", "--height", "8", "--pattern", "ColorBar"});
+        m_camera = std::make_unique<VirtualCamera>(arguments);
+        m_host = std::make_unique<FeatureHost>();
+        m_stream = std::make_unique<PlainRdmaHost>(kPixels + 16 * 8);
+        ASSERT_EQ(m_stream->Connect(), RDMA_CM_EVENT_ESTABLISHED);
+    }
+
+    void Enable()
+    {
+        ASSERT_EQ(m_host->Write(++m_id, 0xE030, 0x80000000), 0U);
+        m_stream->GrantAll();
+    }
+
+    /// The next picture's row, and the time when its exposure began, in milliseconds.
+    std::vector<std::uint8_t> NextRow()
+    {
+        const ReceivedFrame frame = m_stream->NextFrame();
+        EXPECT_TRUE(frame.good);
+        m_stream->Return();
+        m_time = static_cast<double>(frame.Little32(88) + (std::uint64_t{frame.Little32(92)} << 32)) / 1e6;
+        return {frame.bytes.begin() + kPixels, frame.bytes.begin() + kPixels + 16};
+    }
+
+    void ExpectTwoPicturesOf50ms()
+    {
+        Enable();
+        NextRow();
+        const double first = m_time;
+        NextRow();
+        NextRow();
+        EXPECT_GE(m_time - first, 99);
+    }
+
+    std::unique_ptr<VirtualCamera> m_camera;
+    std::unique_ptr<FeatureHost> m_host;
+    std::unique_ptr<PlainRdmaHost> m_stream;
+    double m_time = 0;
+    std::uint16_t m_id = 0x100;
+};
+
+} // namespace
+
+TEST_F(CameraExposure, BrightnessGoesWithItWithGainAndWithBlackLevel)
+{
+    Start({"--exposure", "15"});
+    ASSERT_EQ(m_host->Get("ExposureTime"), 15);
+    ASSERT_EQ(m_host->Set("ExposureTime", 30), 0U);
+    Enable();
+    EXPECT_EQ(NextRow()[8], 210) << "105 at the exposure of power on";
+    ASSERT_EQ(m_host->Write(++m_id, 0xE030, 0), 0U);
+    ASSERT_EQ(m_host->Set("ExposureTime", 15), 0U);
+    ASSERT_EQ(m_host->Set("Gain", 6.03), 0U);
+    ASSERT_EQ(m_host->Set("BlackLevel", 5), 0U);
+    ASSERT_EQ(m_host->Write(++m_id, 0xE030, 0x80000000), 0U);
+    std::vector<std::uint8_t> row;
+    for (int frame = 0; frame < 6 && (row.empty() || row[15] != 5); ++frame)
+    {
+        row = NextRow(); // frames of before may be on their way
+    }
+    EXPECT_EQ(row[8], 215);
+    EXPECT_EQ(row[15], 5);
+}
+
+TEST_F(CameraExposure, RateIsAtMostOneByIt)
+{
+    Start();
+    EXPECT_FLOAT_EQ(static_cast<float>(m_host->Limit("AcquisitionFrameRate", "Max")), 100000);
+    ASSERT_EQ(m_host->Set("AcquisitionFrameRate", 1000), 0U);
+    ASSERT_EQ(m_host->Set("ExposureTime", 50000), 0U);
+    EXPECT_FLOAT_EQ(static_cast<float>(m_host->Limit("AcquisitionFrameRate", "Max")), 20);
+    EXPECT_EQ(m_host->Get("AcquisitionFrameRate"), 20);
+    EXPECT_EQ(m_host->Set("AcquisitionFrameRate", 21), 0x8002U);
+    ExpectTwoPicturesOf50ms();
+}
+
+TEST_F(CameraExposure, PicturesWithoutARateFollowEachOtherNoFaster)
+{
+    Start();
+    ASSERT_EQ(m_host->Set("ExposureTime", 50000), 0U);
+    EXPECT_EQ(m_host->Get("AcquisitionFrameRateEnable"), 0);
+    ExpectTwoPicturesOf50ms();
+}
+
+TEST_F(CameraExposure, WritingARateSwitchesItOnAndZeroOff)
+{
+    Start();
+    EXPECT_EQ(m_host->Get("AcquisitionFrameRateEnable"), 0);
+    ASSERT_EQ(m_host->Set("AcquisitionFrameRate", 50), 0U);
+    EXPECT_EQ(m_host->Get("AcquisitionFrameRateEnable"), 1);
+    EXPECT_EQ(m_host->Write(++m_id, 0x10030, 0), 0U);
+    EXPECT_EQ(m_host->Get("AcquisitionFrameRateEnable"), 0);
+    EXPECT_EQ(m_host->Get("AcquisitionFrameRate"), 50) << "what the range allows";
+}
