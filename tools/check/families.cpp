@@ -11,6 +11,12 @@ std::span<const Family> Families()
 {
     static const std::vector<Family> families = {
         {"exports and versions, init and close", LibraryRules()},
+        {"info calls", InfoRules()},
+        {"handles", HandleRules()},
+        {"lists, ids and opening", ListRules()},
+        {"events", EventRules()},
+        {"buffers and queues", BufferRules()},
+        {"acquisition", AcquisitionRules()},
     };
     return families;
 }

@@ -8,5 +8,11 @@ namespace nq::check
 {
 
 std::span<const Rule> LibraryRules();
+std::span<const Rule> InfoRules();
+std::span<const Rule> HandleRules();
+std::span<const Rule> ListRules();
+std::span<const Rule> EventRules();
+std::span<const Rule> BufferRules();
+std::span<const Rule> AcquisitionRules();
 
 } // namespace nq::check
