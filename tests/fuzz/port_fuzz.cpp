@@ -13,12 +13,12 @@ namespace
 using namespace GenTL;
 using nq::fuzz::Bytes;
 using nq::fuzz::FakeCamera;
-using nq::fuzz::Form;
 using nq::fuzz::FuzzInput;
+using nq::fuzz::PortForm;
 using nq::fuzz::PortMap;
-using nq::fuzz::PortRegister;
+using nq::fuzz::PortWriting;
+using nq::fuzz::RegisterRow;
 using nq::fuzz::Require;
-using nq::fuzz::Writing;
 
 constexpr std::size_t kMaps = std::size(nq::fuzz::kPortMaps);
 constexpr std::size_t kUpdateFile = 512;
@@ -71,14 +71,14 @@ Tree& OpenTree()
 class Model
 {
   public:
-    void Write(std::size_t port, const PortRegister& written, const unsigned char* bytes, std::size_t size)
+    void Write(std::size_t port, const RegisterRow& written, const unsigned char* bytes, std::size_t size)
     {
-        if (written.writing == Writing::Stored)
+        if (written.writing == PortWriting::Stored)
         {
             // Of a shorter write the rest comes from behind the memory, so only its own bytes are known.
             m_numbers[{port, written.address}] = Bytes(bytes, bytes + std::min<std::size_t>(size, 4));
         }
-        else if (port == Device && written.form == Form::Text)
+        else if (port == Device && written.form == PortForm::Text)
         {
             std::copy_n(bytes, std::min(size, kUpdateFile), Update().begin());
         }
@@ -120,7 +120,7 @@ struct Access
         if (port < kMaps && input.Below(4) != 0)
         {
             const PortMap& map = nq::fuzz::kPortMaps[port];
-            address = map.begin[input.Below(map.count)].address;
+            address = map.rows[input.Below(map.rows.size())].address;
         }
         else
         {
@@ -172,7 +172,7 @@ void Note(Model& model, std::size_t port, bool reads, const Access& access, cons
     {
         model.CheckRead(port, access.address, memory);
     }
-    else if (const PortRegister* const written = nq::fuzz::kPortMaps[port].Find(access.address))
+    else if (const RegisterRow* const written = nq::fuzz::kPortMaps[port].Find(access.address))
     {
         model.Write(port, *written, memory, access.size);
     }

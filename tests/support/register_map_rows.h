@@ -1,13 +1,43 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the register descriptions have to contain, row by row, for the tests to compare. Kept apart from the code that
-// builds the texts: a change there is a change here, made with intent.
+// What the register descriptions have to contain and the ports have to serve, row by row, for the tests to compare.
+// Kept apart from the code that does it: a change there is a change here, made with intent.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 namespace nq::test
 {
+
+/// What the port gives to a read of a register.
+enum class PortForm
+{
+    None,   ///< no read: an invalid address
+    Map,    ///< the description's own text: any size is served
+    Text,   ///< needs as much as it says
+    Number, ///< four bytes
+    Long,   ///< eight bytes
+};
+
+/// What the port does with a write to a register.
+enum class PortWriting
+{
+    None, ///< an invalid address
+    Denied,
+    Taken,  ///< accepted without a number that can be read back
+    Stored, ///< a number that can be read back
+};
+
+/// A register by its port and by its node in the description, which disagree in places on purpose.
+struct RegisterRow
+{
+    std::uint64_t address;
+    PortForm form;
+    PortWriting writing;
+    std::string
+        node; ///< name | kind | length | access | cachable | polling | invalidator | other; empty without a node
+};
 
 /// Cells are separated by "|", members of a list by ", ", elements by "; ".
 struct RegisterMapRows
@@ -18,8 +48,7 @@ struct RegisterMapRows
     std::vector<std::string> categories = {}; ///< name | name space | display name | visibility | members
     std::vector<std::string> features = {}; ///< name | type | name space | display name | visibility | value | elements
     std::vector<std::string> entries = {};  ///< feature: name = value, ...
-    std::vector<std::string> registers = {}; ///< name | kind | address | length | access | cachable | polling |
-                                             ///< invalidator | other
+    std::vector<RegisterRow> registers = {}; ///< in the order of the description; those without a node come last
     std::vector<std::string> formulas = {};  ///< name | name space | variables | formula
     std::vector<std::string> ports = {};     ///< name | name space | display name | visibility | elements
 };
@@ -77,21 +106,28 @@ inline const RegisterMapRows systemRows{
         },
     .registers =
         {
-            "TLVendorName_Reg|StringReg|0x50000|256|RO||||NameSpace Standard",
-            "TLModelName_Reg|StringReg|0x50100|256|RO||||NameSpace Standard",
-            "TLID_Reg|StringReg|0x50200|256|RO||||NameSpace Standard",
-            "TLVersion_Reg|StringReg|0x50300|256|RO||||NameSpace Standard",
-            "TLPath_Reg|StringReg|0x50400|256|RO||||NameSpace Standard",
-            "GenTLVersionMajor_Reg|IntReg|0x50504|4|RO||||NameSpace Standard",
-            "GenTLVersionMinor_Reg|IntReg|0x50508|4|RO||||NameSpace Standard",
-            "InterfaceID_Reg|StringReg|0x50514|256|RO|||InterfaceSelector_Reg|",
-            "InterfaceUpdateList_Reg|IntReg|0x5050C|4|RW|NoCache|||",
-            "InterfaceSelector_Reg|IntReg|0x50510|4|RW|NoCache||InterfaceUpdateList_Reg|",
-            "NrInterfaces_Reg|IntReg|0x50614|4|RO|NoCache||InterfaceUpdateList_Reg|",
-            "GevInterfaceMACAddress_Reg|IntReg|0x50618|8|RO|||InterfaceSelector_Reg|Visibility Invisible",
-            "GevInterfaceDefaultIPAddress_Reg|IntReg|0x50620|4|RO|||InterfaceSelector_Reg|Visibility Invisible",
-            "GevInterfaceDefaultSubnetMask_Reg|IntReg|0x50624|4|RO|||InterfaceSelector_Reg|",
-            "GevInterfaceDefaultGateway_Reg|IntReg|0x50628|4|RO|||InterfaceSelector_Reg|",
+            {0x50000, PortForm::Text, PortWriting::Denied, "TLVendorName_Reg|StringReg|256|RO||||NameSpace Standard"},
+            {0x50100, PortForm::Text, PortWriting::Denied, "TLModelName_Reg|StringReg|256|RO||||NameSpace Standard"},
+            {0x50200, PortForm::Text, PortWriting::Denied, "TLID_Reg|StringReg|256|RO||||NameSpace Standard"},
+            {0x50300, PortForm::Text, PortWriting::Denied, "TLVersion_Reg|StringReg|256|RO||||NameSpace Standard"},
+            {0x50400, PortForm::Text, PortWriting::Denied, "TLPath_Reg|StringReg|256|RO||||NameSpace Standard"},
+            {0x50504, PortForm::Number, PortWriting::Denied, "GenTLVersionMajor_Reg|IntReg|4|RO||||NameSpace Standard"},
+            {0x50508, PortForm::Number, PortWriting::Denied, "GenTLVersionMinor_Reg|IntReg|4|RO||||NameSpace Standard"},
+            {0x50514, PortForm::Text, PortWriting::Denied, "InterfaceID_Reg|StringReg|256|RO|||InterfaceSelector_Reg|"},
+            {0x5050C, PortForm::Number, PortWriting::Taken, "InterfaceUpdateList_Reg|IntReg|4|RW|NoCache|||"},
+            {0x50510, PortForm::Number, PortWriting::Stored,
+             "InterfaceSelector_Reg|IntReg|4|RW|NoCache||InterfaceUpdateList_Reg|"},
+            {0x50614, PortForm::Number, PortWriting::Denied,
+             "NrInterfaces_Reg|IntReg|4|RO|NoCache||InterfaceUpdateList_Reg|"},
+            {0x50618, PortForm::Long, PortWriting::Denied,
+             "GevInterfaceMACAddress_Reg|IntReg|8|RO|||InterfaceSelector_Reg|Visibility Invisible"},
+            {0x50620, PortForm::Number, PortWriting::Denied,
+             "GevInterfaceDefaultIPAddress_Reg|IntReg|4|RO|||InterfaceSelector_Reg|Visibility Invisible"},
+            {0x50624, PortForm::Number, PortWriting::Denied,
+             "GevInterfaceDefaultSubnetMask_Reg|IntReg|4|RO|||InterfaceSelector_Reg|"},
+            {0x50628, PortForm::Number, PortWriting::Denied,
+             "GevInterfaceDefaultGateway_Reg|IntReg|4|RO|||InterfaceSelector_Reg|"},
+            {0x10000, PortForm::Map, PortWriting::Denied, ""},
         },
     .formulas =
         {
@@ -169,25 +205,37 @@ inline const RegisterMapRows interfaceRows{
         },
     .registers =
         {
-            "InterfaceID_Reg|StringReg|0x60000|256|RO||||",
-            "GevInterfaceGatewaySelector_Reg|IntReg|0x60414|4|RW||||",
-            "NrGateways_Reg|IntReg|0x60418|4|RO||||",
-            "GevInterfaceGateway_Reg|IntReg|0x6041C|4|RO|||GevInterfaceGatewaySelector_Reg|",
-            "GevInterfaceMACAddress_Reg|IntReg|0x60420|8|RO||||",
-            "GevInterfaceSubnetSelector_Reg|IntReg|0x60428|4|RW||||",
-            "NrSubnets_Reg|IntReg|0x60430|4|RO||||",
-            "GevInterfaceSubnetIPAddress_Reg|IntReg|0x60434|4|RO|||GevInterfaceSubnetSelector_Reg|",
-            "GevInterfaceSubnetMask_Reg|IntReg|0x60438|4|RO|||GevInterfaceSubnetMask_Reg|",
-            "DeviceID_Reg|StringReg|0x6010C|256|RO|||DeviceSelector_Reg|",
-            "DeviceVendorName_Reg|StringReg|0x6020C|256|RO|||DeviceSelector_Reg|",
-            "DeviceModelName_Reg|StringReg|0x6030C|256|RO|||DeviceSelector_Reg|",
-            "DeviceUpdateList_Reg|IntReg|0x60104|4|RW|NoCache|||",
-            "DeviceSelector_Reg|IntReg|0x60108|4|RW|NoCache||DeviceUpdateList_Reg|",
-            "DeviceAccessStatus_Reg|IntReg|0x6040C|4|RO|||DeviceSelector_Reg|",
-            "NrDevices_Reg|IntReg|0x60410|4|RO|NoCache||DeviceUpdateList_Reg|",
-            "GevDeviceIPAddress_Reg|IntReg|0x6043C|4|RO|||DeviceSelector_Reg|",
-            "GevDeviceSubnetMask_Reg|IntReg|0x60440|4|RO|||DeviceSelector_Reg|",
-            "GevDeviceMACAddress_Reg|IntReg|0x60444|8|RO|||DeviceSelector_Reg|",
+            {0x60000, PortForm::Text, PortWriting::Denied, "InterfaceID_Reg|StringReg|256|RO||||"},
+            {0x60414, PortForm::Number, PortWriting::Taken, "GevInterfaceGatewaySelector_Reg|IntReg|4|RW||||"},
+            {0x60418, PortForm::Number, PortWriting::Denied, "NrGateways_Reg|IntReg|4|RO||||"},
+            {0x6041C, PortForm::Number, PortWriting::Denied,
+             "GevInterfaceGateway_Reg|IntReg|4|RO|||GevInterfaceGatewaySelector_Reg|"},
+            {0x60420, PortForm::Long, PortWriting::Denied, "GevInterfaceMACAddress_Reg|IntReg|8|RO||||"},
+            {0x60428, PortForm::Number, PortWriting::Taken, "GevInterfaceSubnetSelector_Reg|IntReg|4|RW||||"},
+            {0x60430, PortForm::Number, PortWriting::Denied, "NrSubnets_Reg|IntReg|4|RO||||"},
+            {0x60434, PortForm::Number, PortWriting::Denied,
+             "GevInterfaceSubnetIPAddress_Reg|IntReg|4|RO|||GevInterfaceSubnetSelector_Reg|"},
+            {0x60438, PortForm::Number, PortWriting::Denied,
+             "GevInterfaceSubnetMask_Reg|IntReg|4|RO|||GevInterfaceSubnetMask_Reg|"},
+            {0x6010C, PortForm::Text, PortWriting::Denied, "DeviceID_Reg|StringReg|256|RO|||DeviceSelector_Reg|"},
+            {0x6020C, PortForm::Text, PortWriting::Denied,
+             "DeviceVendorName_Reg|StringReg|256|RO|||DeviceSelector_Reg|"},
+            {0x6030C, PortForm::Text, PortWriting::Denied,
+             "DeviceModelName_Reg|StringReg|256|RO|||DeviceSelector_Reg|"},
+            {0x60104, PortForm::Number, PortWriting::Taken, "DeviceUpdateList_Reg|IntReg|4|RW|NoCache|||"},
+            {0x60108, PortForm::Number, PortWriting::Stored,
+             "DeviceSelector_Reg|IntReg|4|RW|NoCache||DeviceUpdateList_Reg|"},
+            {0x6040C, PortForm::Number, PortWriting::Denied,
+             "DeviceAccessStatus_Reg|IntReg|4|RO|||DeviceSelector_Reg|"},
+            {0x60410, PortForm::Number, PortWriting::Denied,
+             "NrDevices_Reg|IntReg|4|RO|NoCache||DeviceUpdateList_Reg|"},
+            {0x6043C, PortForm::Number, PortWriting::Denied,
+             "GevDeviceIPAddress_Reg|IntReg|4|RO|||DeviceSelector_Reg|"},
+            {0x60440, PortForm::Number, PortWriting::Denied,
+             "GevDeviceSubnetMask_Reg|IntReg|4|RO|||DeviceSelector_Reg|"},
+            {0x60444, PortForm::Long, PortWriting::Denied, "GevDeviceMACAddress_Reg|IntReg|8|RO|||DeviceSelector_Reg|"},
+            {0x10000, PortForm::Map, PortWriting::Denied, ""},
+            {0x60448, PortForm::None, PortWriting::Taken, ""},
         },
     .formulas =
         {
@@ -260,25 +308,28 @@ inline const RegisterMapRows deviceRows{
         },
     .registers =
         {
-            "DeviceID_Reg|StringReg|0x70000|256|RO||||",
-            "DeviceVendorName_Reg|StringReg|0x70100|256|RO||||",
-            "DeviceModelName_Reg|StringReg|0x70200|256|RO||||",
-            "DeviceAccessStatus_Reg|IntReg|0x70300|4|RO||||",
-            "GevDeviceMACAddress_Reg|IntReg|0x7040C|8|RO||||",
-            "GevDeviceIPAddress_Reg|IntReg|0x70410|4|RO||||",
-            "GevDeviceSubnetMask_Reg|IntReg|0x70414|4|RO||||",
-            "GevDeviceGateway_Reg|IntReg|0x70418|4|RO||||",
-            "StreamSelector_Reg|IntReg|0x70304|4|RW|NoCache|||",
-            "StreamID_Reg|StringReg|0x70308|256|RO|||StreamSelector_Reg|",
-            "NrStreams_Reg|IntReg|0x70408|4|RO|NoCache|||",
-            "UpdateXMLFile_Reg|StringReg|0x7041C|512|RW||||",
-            "UpdateXML_Reg|IntReg|0x7052C|4|RW|NoCache|||",
-            "EventNotification_Reg|IntReg|0x70530|4|RW|NoCache|||",
-            "EventRemoteDeviceConnectionStateID_Reg|IntReg|0x00|4|RO||||NameSpace Custom; Visibility Invisible; pPort "
-            "RemoteDeviceConnectionStatePort",
-            "EventRemoteDeviceConnectionStateState_Reg|IntReg|0x04|4|RO||||NameSpace Custom; Visibility Invisible; "
-            "pPort "
-            "RemoteDeviceConnectionStatePort",
+            {0x70000, PortForm::Text, PortWriting::Denied, "DeviceID_Reg|StringReg|256|RO||||"},
+            {0x70100, PortForm::Text, PortWriting::Denied, "DeviceVendorName_Reg|StringReg|256|RO||||"},
+            {0x70200, PortForm::Text, PortWriting::Denied, "DeviceModelName_Reg|StringReg|256|RO||||"},
+            {0x70300, PortForm::Number, PortWriting::Denied, "DeviceAccessStatus_Reg|IntReg|4|RO||||"},
+            {0x7040C, PortForm::Long, PortWriting::Denied, "GevDeviceMACAddress_Reg|IntReg|8|RO||||"},
+            {0x70410, PortForm::Number, PortWriting::Denied, "GevDeviceIPAddress_Reg|IntReg|4|RO||||"},
+            {0x70414, PortForm::Number, PortWriting::Denied, "GevDeviceSubnetMask_Reg|IntReg|4|RO||||"},
+            {0x70418, PortForm::Number, PortWriting::Denied, "GevDeviceGateway_Reg|IntReg|4|RO||||"},
+            {0x70304, PortForm::Number, PortWriting::Stored, "StreamSelector_Reg|IntReg|4|RW|NoCache|||"},
+            {0x70308, PortForm::Text, PortWriting::Denied, "StreamID_Reg|StringReg|256|RO|||StreamSelector_Reg|"},
+            {0x70408, PortForm::Number, PortWriting::Denied, "NrStreams_Reg|IntReg|4|RO|NoCache|||"},
+            {0x7041C, PortForm::Text, PortWriting::Taken, "UpdateXMLFile_Reg|StringReg|512|RW||||"},
+            {0x7052C, PortForm::Number, PortWriting::Taken, "UpdateXML_Reg|IntReg|4|RW|NoCache|||"},
+            {0x70530, PortForm::Number, PortWriting::Stored, "EventNotification_Reg|IntReg|4|RW|NoCache|||"},
+            {0x00, PortForm::None, PortWriting::None,
+             "EventRemoteDeviceConnectionStateID_Reg|IntReg|4|RO||||NameSpace Custom; Visibility Invisible; pPort "
+             "RemoteDeviceConnectionStatePort"},
+            {0x04, PortForm::None, PortWriting::None,
+             "EventRemoteDeviceConnectionStateState_Reg|IntReg|4|RO||||NameSpace Custom; Visibility Invisible; pPort "
+             "RemoteDeviceConnectionStatePort"},
+            {0x10000, PortForm::Map, PortWriting::Denied, ""},
+            {0x7051C, PortForm::None, PortWriting::Denied, ""},
         },
     .formulas =
         {
@@ -332,15 +383,29 @@ inline const RegisterMapRows dataStreamRows{
         },
     .registers =
         {
-            "EventSelector_reg|IntReg|0x10100|4|RW|NoCache|||Endianess BigEndian",
-            "EventNotification_reg|IntReg|0x10104|4|RW|NoCache|||Endianess BigEndian",
-            "StreamID_Reg|StringReg|0x80000|256|RO||||",
-            "StreamAnnouncedBufferCount_Reg|IntReg|0x80100|4|RO|NoCache|1000||",
-            "StreamBufferHandlingMode_Reg|IntReg|0x80104|4|RW||||",
-            "StreamAnnounceBufferMinimum_Reg|IntReg|0x80108|4|RO||||Visibility Invisible",
-            "StreamDeliveredFrameCount_Reg|IntReg|0x8010C|8|RO|NoCache|1000||",
-            "FrameLoss_Reg|IntReg|0x80110|4|RO|NoCache|1000||",
-            "FramesReceived_Reg|IntReg|0x80114|4|RO|NoCache|1000||",
+            {0x10100, PortForm::None, PortWriting::None, "EventSelector_reg|IntReg|4|RW|NoCache|||Endianess BigEndian"},
+            {0x10104, PortForm::None, PortWriting::None,
+             "EventNotification_reg|IntReg|4|RW|NoCache|||Endianess BigEndian"},
+            {0x80000, PortForm::Text, PortWriting::Denied, "StreamID_Reg|StringReg|256|RO||||"},
+            {0x80100, PortForm::Number, PortWriting::Denied,
+             "StreamAnnouncedBufferCount_Reg|IntReg|4|RO|NoCache|1000||"},
+            {0x80104, PortForm::Number, PortWriting::Taken, "StreamBufferHandlingMode_Reg|IntReg|4|RW||||"},
+            {0x80108, PortForm::Number, PortWriting::Denied,
+             "StreamAnnounceBufferMinimum_Reg|IntReg|4|RO||||Visibility Invisible"},
+            {0x8010C, PortForm::Long, PortWriting::Denied, "StreamDeliveredFrameCount_Reg|IntReg|8|RO|NoCache|1000||"},
+            {0x80110, PortForm::Long, PortWriting::Denied, "FrameLoss_Reg|IntReg|4|RO|NoCache|1000||"},
+            {0x80114, PortForm::Long, PortWriting::Denied, "FramesReceived_Reg|IntReg|4|RO|NoCache|1000||"},
+            {0x10000, PortForm::Map, PortWriting::Denied, ""},
+            {0x80118, PortForm::None, PortWriting::Denied, ""},
+            {0x80218, PortForm::None, PortWriting::Denied, ""},
+            {0x80418, PortForm::None, PortWriting::Denied, ""},
+            {0x8041C, PortForm::None, PortWriting::Denied, ""},
+            {0x80420, PortForm::None, PortWriting::Denied, ""},
+            {0x80424, PortForm::None, PortWriting::Denied, ""},
+            {0x80428, PortForm::None, PortWriting::Denied, ""},
+            {0x8042C, PortForm::Long, PortWriting::Denied, ""},
+            {0x80430, PortForm::Long, PortWriting::Denied, ""},
+            {0x80434, PortForm::Number, PortWriting::Stored, ""},
         },
     .ports =
         {

@@ -40,7 +40,7 @@ std::uint64_t PickAddress(const Module* module, FuzzInput& input)
     const PortMap* const map = module == nullptr ? nullptr : MapOf(*module);
     if (map != nullptr && input.Below(8) != 0)
     {
-        return map->begin[input.Byte() % map->count].address;
+        return map->rows[input.Byte() % map->rows.size()].address;
     }
     return 0x20000 + input.Word();
 }
