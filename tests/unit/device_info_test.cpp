@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// The device module's info commands and register map, row by row.
+// The device module's info commands, row by row.
 #include "gev/nq_gev_device.h"
 
 #include "gev/nq_gev_controller.h"
 #include "support/device_record.h"
 #include "support/gvcp_camera.h"
-#include "support/module_queries.h"
 #include "support/trace_capture.h"
 
 #include <cstring>
@@ -68,20 +67,6 @@ class DeviceAnswers : public testing::Test
         answer.result = device->GetInfo(command, &answer.type, answer.bytes.data(), &answer.size);
         return answer;
     }
-
-    Answer Read(unsigned long address, unsigned long space = 600)
-    {
-        Answer answer = {0, -1, space, std::vector<unsigned char>(600, 0xEE)};
-        answer.result = device->ReadPort(address, answer.bytes.data(), &answer.size);
-        return answer;
-    }
-
-    int Write(unsigned long address, const void* data, unsigned long size)
-    {
-        return device->WritePort(address, data, &size);
-    }
-
-    int Write32(unsigned long address, unsigned int value) { return Write(address, &value, sizeof value); }
 
     GvcpCamera camera;
     std::unique_ptr<NQGevDevice> device;
@@ -266,127 +251,6 @@ TEST_F(DeviceAnswers, DeliberatelyAFailedPersistentAddressNamesTheTimestampRegis
     for (const std::string name : {"_getPersistentIP", "_getPersistentSubnet", "_getPersistentGateway"})
     {
         EXPECT_TRUE(TraceCapture::Has(2, name + " ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_LO):-1010")) << name;
-    }
-}
-
-TEST_F(DeviceAnswers, ThePortServesTheDescription)
-{
-    const GigERDMA::_NQ_GENTL_XML_INFO xml = device->GetXMLInfo();
-    std::vector<char> text(xml.size + 10, 'x');
-    unsigned long size = text.size();
-    ASSERT_EQ(device->ReadPort(0x10000, text.data(), &size), 0);
-    EXPECT_EQ(size, text.size()) << "the size is left alone";
-    EXPECT_EQ(std::string(text.data()), xml.xml);
-    EXPECT_EQ(text[xml.size], 'x');
-    const Answer part = Read(0x10000, 5);
-    EXPECT_EQ(part.result, 0);
-    EXPECT_EQ(std::string(part.bytes.begin(), part.bytes.begin() + 5), xml.xml.substr(0, 5));
-    EXPECT_EQ(part.bytes[5], 0xEE);
-    EXPECT_EQ(Read(0x10001).result, -1015);
-}
-
-TEST_F(DeviceAnswers, RegistersOfTheRecordAndTheCamera)
-{
-    EXPECT_EQ(Read(0x70000).Text(), "Model:02-00-00-00-00-01");
-    EXPECT_EQ(Read(0x70100).Text(), "Vendor");
-    EXPECT_EQ(Read(0x70200).Text(), "Model");
-    EXPECT_EQ(As<int>(Read(0x70300).bytes), 5);
-    EXPECT_EQ(As<unsigned int>(Read(0x70304).bytes), 0U);
-    EXPECT_EQ(Read(0x70308).Text(), "Stream:0");
-    EXPECT_EQ(As<unsigned int>(Read(0x70408).bytes), 1U);
-    EXPECT_EQ(As<unsigned long>(Read(0x7040C).bytes), 0x020000000001UL);
-    EXPECT_EQ(Read(0x7040C).size, 8U);
-    EXPECT_EQ(As<unsigned int>(Read(0x70410).bytes), 0x7F000001U);
-    EXPECT_EQ(As<unsigned int>(Read(0x70414).bytes), 0xFF000000U);
-    EXPECT_EQ(As<unsigned int>(Read(0x70418).bytes), 0x7F0000FEU);
-    EXPECT_EQ(As<unsigned int>(Read(0x7052C).bytes), 0U);
-    EXPECT_EQ(Read(0x7052C).size, 4U);
-    EXPECT_EQ(Read(0x7040C, 4).result, -1016);
-}
-
-TEST_F(DeviceAnswers, EventNotificationReadsOneBeforeAnyWrite)
-{
-    EXPECT_EQ(As<unsigned int>(Read(0x70530).bytes), 1U);
-    EXPECT_EQ(Write32(0x70530, 0), 0);
-    EXPECT_EQ(As<unsigned int>(Read(0x70530).bytes), 0U);
-}
-
-TEST_F(DeviceAnswers, ASelectorPastTheStreamsReadsAnEmptyIdWithSuccess)
-{
-    EXPECT_EQ(Write32(0x70304, 3), 0);
-    EXPECT_EQ(As<unsigned int>(Read(0x70304).bytes), 3U);
-    const Answer answer = Read(0x70308);
-    EXPECT_EQ(answer.result, 0);
-    EXPECT_EQ(answer.size, 1U);
-    EXPECT_EQ(answer.Text(), "");
-}
-
-// Deliberate(UpdateStatusIsDenied)
-TEST_F(DeviceAnswers, DeliberatelyTheUpdateStatusCannotBeReadAndDeniesAWrite)
-{
-    EXPECT_EQ(Read(0x7051C).result, -1015);
-    EXPECT_EQ(Write32(0x7051C, 1), -1005);
-}
-
-TEST_F(DeviceAnswers, TheUpdateFileTextIsStoredWithoutATerminator)
-{
-    EXPECT_EQ(Read(0x7041C).Text(), "");
-    EXPECT_EQ(Write(0x7041C, "camera.xml", 10), 0);
-    EXPECT_EQ(Read(0x7041C).Text(), "camera.xml");
-    EXPECT_EQ(Write(0x7041C, "ab", 2), 0);
-    EXPECT_EQ(Read(0x7041C).Text(), "abmera.xml");
-    const std::string longText(600, 'z');
-    EXPECT_EQ(Write(0x7041C, longText.data(), longText.size()), 0);
-    EXPECT_EQ(Read(0x7041C).Text(), std::string(512, 'z'));
-    EXPECT_EQ(Read(0x7041C).size, 513U);
-}
-
-TEST_F(DeviceAnswers, TheUpdateCommandIsAcceptedWithoutEffect)
-{
-    EXPECT_EQ(Write32(0x7052C, 1), 0);
-    EXPECT_EQ(As<unsigned int>(Read(0x7052C).bytes), 0U);
-}
-
-TEST_F(DeviceAnswers, ReadOnlyRegistersDenyAWrite)
-{
-    for (const unsigned int address : {0x10000U, 0x70000U, 0x70100U, 0x70200U, 0x70300U, 0x70308U, 0x70408U, 0x7040CU,
-                                       0x70410U, 0x70414U, 0x70418U, 0x7051CU})
-    {
-        EXPECT_EQ(Write32(address, 1), -1005) << std::hex << address;
-    }
-}
-
-TEST_F(DeviceAnswers, AddressesInsideOrOutsideTheRegistersAreInvalid)
-{
-    for (const unsigned int address : {0x0U, 0x10001U, 0x6FFFFU, 0x70001U, 0x70004U, 0x70305U, 0x70534U, 0x80000U})
-    {
-        EXPECT_EQ(Read(address).result, -1015) << std::hex << address;
-        EXPECT_EQ(Write32(address, 1), -1015) << std::hex << address;
-    }
-    EXPECT_EQ(Read(0x100070000).result, -1015);
-}
-
-TEST_F(DeviceAnswers, NullArgumentsOfThePortAreInvalidParameters)
-{
-    unsigned long size = 4;
-    unsigned int value = 0;
-    const TraceCapture trace;
-    EXPECT_EQ(device->ReadPort(0x70000, nullptr, &size), -1009);
-    EXPECT_EQ(device->ReadPort(0x70000, &value, nullptr), -1009);
-    EXPECT_EQ(device->WritePort(0x70304, nullptr, &size), -1009);
-    EXPECT_EQ(device->WritePort(0x70304, &value, nullptr), -1009);
-    EXPECT_THAT(TraceCapture::At(2),
-                ElementsAre("ReadPort failed! GC_ERR_INVALID_PARAMETER", "ReadPort failed! GC_ERR_INVALID_PARAMETER",
-                            "WritePort failed! GC_ERR_INVALID_PARAMETER",
-                            "WritePort failed! GC_ERR_INVALID_PARAMETER"));
-}
-
-// Deliberate(RegisterTakesAWord)
-TEST_F(DeviceAnswers, DeliberatelySelectorAndNotificationTakeTheFirstFourBytesWhateverTheSizeSays)
-{
-    for (const unsigned long address : {0x70304UL, 0x70530UL})
-    {
-        nq::test::ExpectWritesOfAnySizeStoreFourBytes(*device, address);
     }
 }
 

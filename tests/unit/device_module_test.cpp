@@ -257,53 +257,6 @@ TEST_F(DeviceModule, ALostCameraArrivesAtTheDevicesEvent)
     ASSERT_EQ(device->Close(), 0);
 }
 
-TEST_F(DeviceModule, FixedAnswers)
-{
-    const auto device = Device();
-    EXPECT_TRUE(device->IsPortImplemented());
-    for (const int event : {4, 5, 4000})
-    {
-        EXPECT_TRUE(device->IsEventImplemented(event)) << event;
-    }
-    for (const int event : {0, 1, 2, 3, 6, 3999, 4001, 5000, -1})
-    {
-        EXPECT_FALSE(device->IsEventImplemented(event)) << event;
-    }
-    EXPECT_EQ(device->GetName(), "TLDevice");
-    EXPECT_EQ(device->GetId(), "Model:02-00-00-00-00-01");
-}
-
-// Deliberate(PortVersionOfItsOwn)
-TEST_F(DeviceModule, DeliberatelyThePortsVersionIsOneBehindTheProducers)
-{
-    const GigERDMA::_NQ_GENTL_PORT_INFO info = Device()->GetPortInfo();
-    EXPECT_EQ(info.version, "2.5.4");
-    EXPECT_EQ(info.id, "NQGenTLGevRDMA");
-    EXPECT_EQ(info.vendor, "Nerquil Optic");
-    EXPECT_EQ(info.model, "GEVRDMATL");
-    EXPECT_EQ(info.tlType, "GEV");
-    EXPECT_EQ(info.module, "TLDevice");
-    EXPECT_EQ(info.portName, "DevicePort");
-    EXPECT_TRUE(info.littleEndian);
-    EXPECT_FALSE(info.bigEndian);
-    EXPECT_TRUE(info.accessRead);
-    EXPECT_TRUE(info.accessWrite);
-    EXPECT_FALSE(info.accessNA);
-    EXPECT_FALSE(info.accessNI);
-}
-
-TEST_F(DeviceModule, TheUrlNamesTheDescriptionItsAddressAndItsLength)
-{
-    const auto device = Device();
-    const GigERDMA::_NQ_GENTL_XML_INFO xml = device->GetXMLInfo();
-    EXPECT_EQ(xml.fileName, "NQGenTLGev_DEV_1_0_0.xml");
-    EXPECT_EQ(xml.size, xml.xml.size() + 1);
-    EXPECT_EQ(device->GetXMLInfo().xml, xml.xml);
-    char length[20];
-    std::snprintf(length, sizeof length, "%zx", xml.xml.size());
-    EXPECT_THAT(device->GetURLList(), ElementsAre(std::string("local:NQGenTLGev_DEV_1_0_0.xml;10000;") + length));
-}
-
 TEST_F(DeviceModule, StreamsAreNamedByTheirIndexAndOpenedById)
 {
     camera.SetRegister(0x0904, 2);

@@ -35,38 +35,23 @@ namespace
 
 using GevDataStream = nq::test::DataStreamFixture;
 
-// ---- identity and opening
+// ---- opening
 
-TEST_F(GevDataStream, TellsItsIdentity)
+TEST_F(GevDataStream, ThePayloadSizeIsAskedOfTheCameraEachTime)
 {
-    EXPECT_TRUE(stream->IsPortImplemented());
-    for (int event = -1; event < 8; ++event)
-    {
-        EXPECT_EQ(stream->IsEventImplemented(event), event == 1 || event == 5) << event;
-    }
-    EXPECT_FALSE(stream->IsEventImplemented(5000));
-    EXPECT_EQ(stream->GetId(), "Stream:2");
-    EXPECT_EQ(stream->GetName(), "TLDataStream");
-    const GigERDMA::_NQ_GENTL_PORT_INFO info = stream->GetPortInfo();
-    EXPECT_EQ(info.id, "NQGenTLGevRDMA");
-    EXPECT_EQ(info.vendor, "Nerquil Optic");
-    EXPECT_EQ(info.model, "GEVRDMATL");
-    EXPECT_EQ(info.tlType, "GEV");
-    EXPECT_EQ(info.module, "TLDataStream");
-    EXPECT_EQ(info.portName, "StreamPort");
-    EXPECT_EQ(info.version, "2.5.5");
-    EXPECT_TRUE(info.littleEndian && info.accessRead && info.accessWrite);
-    EXPECT_FALSE(info.bigEndian || info.accessNA || info.accessNI);
-}
-
-TEST_F(GevDataStream, OffersItsRegisterMapUnderOneLocalUrl)
-{
-    const GigERDMA::_NQ_GENTL_XML_INFO info = stream->GetXMLInfo();
-    EXPECT_EQ(info.fileName, "NQGenTLGev_DS_1_0_0.xml");
-    EXPECT_EQ(info.size, info.xml.size() + 1);
-    char length[20];
-    std::snprintf(length, sizeof length, "%zx", info.xml.size());
-    EXPECT_THAT(stream->GetURLList(), ElementsAre("local:NQGenTLGev_DS_1_0_0.xml;10000;" + std::string(length)));
+    std::int64_t value = 0;
+    int type = 0;
+    unsigned long size = sizeof value;
+    EXPECT_EQ(stream->DoGetPayloadsize(&type, &value, &size), 0);
+    EXPECT_EQ(value, 64);
+    EXPECT_EQ(type, 7);
+    const std::uint64_t payload = 4096;
+    nq::test::Bytes bytes(8);
+    std::memcpy(bytes.data(), &payload, 8);
+    camera.SetMemory(0xE620, bytes);
+    EXPECT_EQ(stream->DoGetPayloadsize(&type, &value, &size), 0);
+    EXPECT_EQ(value, 4096);
+    EXPECT_THAT(camera.Accesses(), ElementsAre(readSettings, readSettings));
 }
 
 TEST_F(GevDataStream, OpensOnACameraWithTheCapabilityBit)

@@ -12,45 +12,11 @@
 using namespace nq::test;
 using testing::ElementsAre;
 
-TEST(InterfaceModule, ItsPortAnswersAreFixed)
-{
-    InterfaceModule module;
-    EXPECT_TRUE(module.IsPortImplemented());
-    EXPECT_EQ(module.GetName(), "TLInterface");
-    EXPECT_EQ(module.GetId(), "Linux Socket:02-00-00-00-00-01");
-    for (int event = -1; event < 4001; ++event)
-    {
-        EXPECT_EQ(module.IsEventImplemented(event), event == 0);
-    }
-    const GigERDMA::_NQ_GENTL_PORT_INFO info = module.GetPortInfo();
-    EXPECT_EQ(info.id, "NQGenTLGevRDMA");
-    EXPECT_EQ(info.vendor, "Nerquil Optic");
-    EXPECT_EQ(info.model, "GEVRDMATL");
-    EXPECT_EQ(info.tlType, "GEV");
-    EXPECT_EQ(info.module, "TLInterface");
-    EXPECT_EQ(info.portName, "InterfacePort");
-    EXPECT_EQ(info.version, "2.5.5");
-    EXPECT_TRUE(info.littleEndian && info.accessRead && info.accessWrite);
-    EXPECT_FALSE(info.bigEndian || info.accessNA || info.accessNI);
-}
-
 TEST(InterfaceModule, ItKeepsItsParent)
 {
     InterfaceModule parent;
     NQGevInterface module(Adapter(), &parent);
     EXPECT_EQ(module.GetParent(), &parent);
-}
-
-TEST(InterfaceModule, XmlInfoIsTheSameAtEachCallAndOneLongerThanItsText)
-{
-    InterfaceModule module;
-    const GigERDMA::_NQ_GENTL_XML_INFO info = module.GetXMLInfo();
-    EXPECT_EQ(info.fileName, "NQGenTLGev_IF_1_0_0.xml");
-    EXPECT_EQ(info.xml, CreateXmlFileInterface());
-    EXPECT_EQ(info.size, info.xml.size() + 1);
-    char length[32];
-    std::snprintf(length, sizeof length, "%zx", info.xml.size());
-    EXPECT_THAT(module.GetURLList(), ElementsAre("local:NQGenTLGev_IF_1_0_0.xml;10000;" + std::string(length)));
 }
 
 TEST(InterfaceModule, EachInfoCommandGivesItsText)

@@ -170,21 +170,6 @@ TEST_F(RemoteDevicePort, OnAClosedModuleAWriteIsNotInitializedWhileAReadGoesOnTo
     EXPECT_THAT(camera.Accesses(), IsEmpty());
 }
 
-TEST_F(RemoteDevicePort, NullArgumentsAreInvalidParameters)
-{
-    Open();
-    unsigned long size = 4;
-    unsigned int value = 0;
-    const TraceCapture trace;
-    EXPECT_EQ(device->ReadPort(0xA000, nullptr, &size), -1009);
-    EXPECT_EQ(device->WritePort(0xA000, nullptr, &size), -1009);
-    EXPECT_THAT(TraceCapture::At(2),
-                ElementsAre("ReadPort failed! GC_ERR_INVALID_PARAMETER", "WritePort failed! GC_ERR_INVALID_PARAMETER"));
-    EXPECT_EQ(device->ReadPort(0xA000, &value, nullptr), -1009);
-    EXPECT_EQ(device->WritePort(0xA000, &value, nullptr), -1009);
-    EXPECT_THAT(camera.Accesses(), IsEmpty());
-}
-
 TEST_F(RemoteDevicePort, SizesThatNoCameraAccessCanHaveAreInvalidParameters)
 {
     Open();

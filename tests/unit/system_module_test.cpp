@@ -18,6 +18,20 @@ constexpr char cam0[] = "Linux Socket:02-00-00-00-00-01";
 
 } // namespace
 
+TEST(SystemModule, InterfaceIdIsRefusedWithoutASizeAndPastTheEnd)
+{
+    const TraceCapture trace;
+    SystemModule system;
+    char id[8] = "before";
+    unsigned long size = sizeof id;
+    EXPECT_EQ(system.GetInterfaceID(0, id, nullptr), -1009);
+    EXPECT_EQ(system.GetInterfaceID(0, id, &size), -1017);
+    EXPECT_STREQ(id, "before");
+    EXPECT_EQ(size, sizeof id);
+    EXPECT_THAT(trace.At(2),
+                ElementsAre("GetInterfaceID GC_ERR_INVALID_PARAMETER", "GetInterfaceID GC_ERR_INVALID_INDEX"));
+}
+
 TEST(SystemModule, EachInfoCommandGivesItsValueAndType)
 {
     SystemModule system;
