@@ -58,7 +58,7 @@ def trace_lines(source):
 
 
 def without_a_test():
-    tests = "\n".join(text for _, text in texts("tests", ".cpp", ".h", ".inc", ".c"))
+    tests = "\n".join(text for _, text in texts("tests", ".cpp", ".h", ".c"))
     named = set(re.findall(r"\w+", tests))
     for name in exported():
         if name not in named:

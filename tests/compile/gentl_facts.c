@@ -1,13 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The public headers as C11: values, records and the type of each function.
-#include "GenTL/GenTLFunctions.h"
-#include "nq_gev_gentl.h"
-
-#include <stddef.h>
-
-#define NQ_GENTL(name) name
-#define NQ_CHECK(condition) _Static_assert(condition, #condition);
-#include "gentl_facts.inc"
+#include "gentl_facts.h"
 
 _Static_assert(_Generic((bool8_t)0, unsigned char: 1, default: 0), "bool8_t is unsigned in C");
 

@@ -1,15 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The public headers as C++: values, records, names and the type of each function.
-#include "GenTL/GenTLFunctions.h"
-#include "nq_gev_gentl.h"
+#include "gentl_facts.h"
 
-#include <cstddef>
 #include <string_view>
 #include <type_traits>
-
-#define NQ_GENTL(name) GenTL::name
-#define NQ_CHECK(condition) static_assert(condition);
-#include "gentl_facts.inc"
 
 using namespace std::string_view_literals;
 

@@ -2,7 +2,7 @@
 // Sequences of the 57 exported functions, with good, stale and meaningless handles, on a host with one adapter, one
 // camera and an RDMA device. A model of the states says what each call has to give.
 #include "fuzz/calls/caller.h"
-#include "support/fake_verbs.h"
+#include "support/fake_verbs_symbols.h"
 
 namespace
 {

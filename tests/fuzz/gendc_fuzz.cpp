@@ -7,7 +7,7 @@
 #include "gev/nq_gev_data_stream.h"
 #include "rdma/tld_RdmaTL.h"
 #include "support/endpoint_access.h"
-#include "support/fake_verbs.h"
+#include "support/fake_verbs_symbols.h"
 #include "support/gendc_bytes.h"
 
 #include <cstring>

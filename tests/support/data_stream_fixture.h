@@ -14,7 +14,7 @@
 #include "support/device_record.h"
 #include "support/endpoint_access.h"
 #include "support/fake_module.h"
-#include "support/fake_verbs.h"
+#include "support/fake_verbs_symbols.h"
 #include "support/gendc_bytes.h"
 #include "support/gvcp_camera.h"
 #include "support/trace_capture.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A device of its own for unit tests of the RDMA endpoint: defines the verbs and connection manager calls, in the one
-// translation unit that includes it, so that each call can be recorded, refused and answered at will.
+// A device of its own for unit tests of the RDMA endpoint, whose calls can be recorded, refused and answered at will. A
+// test includes fake_verbs_symbols.h, with which the calls come here.
 #pragma once
 
 #include "support/call_recorder.h"
@@ -586,6 +586,3 @@ class FakeVerbs : public CallRecorder
 };
 
 } // namespace nq::test
-
-// The definitions of the calls, which go to the object above.
-#include "support/fake_verbs_symbols.h"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The verbs and connection manager calls, defined to go to the test's FakeVerbs. Included by fake_verbs.h only.
+// The verbs and connection manager calls, defined in the one translation unit that includes this: they go to its
+// FakeVerbs.
 #pragma once
 
 #include "support/fake_verbs.h"

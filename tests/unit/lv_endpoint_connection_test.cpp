@@ -3,7 +3,7 @@
 #include "rdma/lvEndPoint.h"
 
 #include "support/endpoint_access.h"
-#include "support/fake_verbs.h"
+#include "support/fake_verbs_symbols.h"
 #include "support/trace_capture.h"
 
 #include <fcntl.h>

@@ -3,7 +3,7 @@
 #include "rdma/tld_RdmaTL.h"
 
 #include "support/endpoint_access.h"
-#include "support/fake_verbs.h"
+#include "support/fake_verbs_symbols.h"
 #include "support/gendc_bytes.h"
 #include "support/trace_capture.h"
 

@@ -1,5 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
-// The values of the GenTL 1.5 interface, checked against GenTL.h as C and as C++. The includer defines NQ_CHECK(condition).
+// The values of the GenTL 1.5 interface, checked against GenTL.h as C and as C++.
+#pragma once
+
+#include "GenTL/GenTLFunctions.h"
+#include "nq_gev_gentl.h"
+
+#include <stddef.h>
+
+#ifdef __cplusplus
+#define NQ_GENTL(name) GenTL::name
+#define NQ_CHECK(condition) static_assert(condition);
+#else
+#define NQ_GENTL(name) name
+#define NQ_CHECK(condition) _Static_assert(condition, #condition);
+#endif
 
 // clang-format off
 
