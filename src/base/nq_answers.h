@@ -12,6 +12,8 @@
     row(timestampInHertz, "timestamp frequency", "bytes turned round", "the camera's number; `TIMESTAMP_NS` given, both not available where it is 0 or unreadable") \
     row(frameInfos, "`DATA_SIZE`, `XOFFSET`, `YOFFSET`, `XPADDING`, `YPADDING`, `IMAGEOFFSET`, `PIXELFORMAT_NAMESPACE`, `DELIVERED_IMAGEHEIGHT`, `PIXEL_ENDIANNESS`, `DATA_LARGER_THAN_BUFFER`", "not implemented", "given") \
     row(sizeFilledIsWritten, "`SIZE_FILLED`", "the frame's size, also in a buffer too small for it", "what was written, 0 while queued; a buffer too small is incomplete") \
+    row(ownMemory, "library-allocated buffer before its first frame", "null base", "its memory, the same from announce to revoke") \
+    row(queueingPosts, "buffers queued after the start, flushed, revoked while running", "their blocks may be lost", "no block is ever lost; the camera waits when nothing is queued") \
     row(streamInfos, "`IS_GRABBING`, `NUM_STARTED`, `NUM_CHUNKS_MAX`, `BUF_ALIGNMENT`, `NUM_UNDERRUN`, unknown commands of `DSGetInfo`", "false; not implemented; begins anew with each start; -1001", "as the standard has them: -1003 for an unknown command, `NUM_UNDERRUN` from open to close") \
     row(limitEndsWithLast, "limited acquisition", "ends with frame N+1", "ends with frame N; the stop that is due then succeeds") \
     row(idleStopAtOnce, "default stop before the first frame", "3000 ms", "at once") \

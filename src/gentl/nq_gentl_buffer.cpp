@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace GigERDMA
 {
@@ -109,6 +110,13 @@ void NQGenTLBuffer::UpdateData(unsigned long size, unsigned long frameId, unsign
     {
         m_data = data;
     }
+    else if (m_origin == ORIGIN_OWN_BLOCK)
+    {
+        if (data != m_data) // in another block, or not where pixels usually begin
+        {
+            std::memmove(m_data, data, std::min(m_size, size));
+        }
+    }
     else
     {
         // Deliberate(CopySizesAreSigned): both sizes count as signed 32 bits. One that is negative then is no size that
@@ -173,6 +181,26 @@ void NQGenTLBuffer::SetAcquiringFlag(bool value)
 {
     NQGenTLLock lock(m_lock);
     m_acquiring = value;
+}
+
+void NQGenTLBuffer::GiveMemory(unsigned char* data, std::shared_ptr<const void> share)
+{
+    NQGenTLLock lock(m_lock);
+    m_origin = ORIGIN_OWN_BLOCK;
+    m_data = data;
+    m_memory = std::move(share);
+}
+
+bool NQGenTLBuffer::IsPosted()
+{
+    NQGenTLLock lock(m_lock);
+    return m_posted;
+}
+
+void NQGenTLBuffer::SetPosted(bool posted)
+{
+    NQGenTLLock lock(m_lock);
+    m_posted = posted;
 }
 
 std::shared_ptr<const void> NQGenTLBuffer::HoldMemory(std::shared_ptr<const void> share)

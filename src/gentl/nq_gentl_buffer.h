@@ -54,7 +54,8 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     {
         ORIGIN_ALLOCATED = 0, ///< Owned here.
         ORIGIN_CONSUMER = 1,  ///< Given and kept by the consumer.
-        ORIGIN_TRANSPORT = 2  ///< None of its own: points into the frame block last bound.
+        ORIGIN_TRANSPORT = 2, ///< None of its own: points into the frame block last bound.
+        ORIGIN_OWN_BLOCK = 3  ///< A block of the transport's, from the announcement on.
     };
 
     /// `size` is in bytes. A null `buffer` with `allocate` makes the memory here. A null `tlType` stands for "GEV".
@@ -112,6 +113,14 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     /// Whether the buffer points into frame blocks, rather than having memory that frames are copied to.
     bool ShowsFrameBlocks() const { return m_origin == ORIGIN_TRANSPORT; }
 
+    /// Gives a buffer without memory a block for its life.
+    void GiveMemory(unsigned char* data, std::shared_ptr<const void> share);
+    bool HasOwnBlock() const { return m_origin == ORIGIN_OWN_BLOCK; }
+
+    /// Whether the camera may fill the buffer's block, for NQGenTLOwnBlocks to say.
+    bool IsPosted();
+    void SetPosted(bool posted);
+
     /// Takes a share in the memory that the data pointer now points into, which keeps it in place. The share it had.
     std::shared_ptr<const void> HoldMemory(std::shared_ptr<const void> share);
     std::shared_ptr<const void> GetMemory();
@@ -154,6 +163,7 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     Origin m_origin;
     unsigned char* m_data NQ_GUARDED_BY(m_lock);
     std::shared_ptr<const void> m_memory NQ_GUARDED_BY(m_lock); ///< Share in the frame block that m_data points into.
+    bool m_posted NQ_GUARDED_BY(m_lock) = false;
     const unsigned long m_size;
     void* const m_userPtr;
     unsigned long m_timestamp NQ_GUARDED_BY(m_lock) = 0;

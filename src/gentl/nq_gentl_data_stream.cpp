@@ -8,7 +8,6 @@
 #include "gentl/nq_gentl_controller.h"
 #include "gentl/nq_gentl_event.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace GigERDMA
@@ -27,7 +26,8 @@ constexpr int kUnsupportedEvent = 5000;
 } // namespace
 
 NQGenTLDataStream::NQGenTLDataStream(unsigned int index, NQGenTLModuleBase* parent)
-    : NQGenTLModuleBase(parent), m_id(std::to_string(index)), m_transferCompleted(kCompletedBit)
+    : NQGenTLModuleBase(parent), m_id(std::to_string(index)), m_transferCompleted(kCompletedBit),
+      m_road(MakeFrameRoad(*this, m_buffers))
 {
 }
 
@@ -90,7 +90,7 @@ void NQGenTLDataStream::EndBuffers()
     while (NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, 0, true))
     {
         revoked.emplace_back(buffer);
-        EndShow(buffer);
+        m_road->Revoke(*buffer, false);
         TheController().UnregisterModule(buffer->GetModule(), false);
         Withdraw(buffer); // An event may have been registered since the close began.
     }
@@ -126,6 +126,10 @@ int NQGenTLDataStream::Announce(void* buffer, unsigned long size, void* userPtr,
     {
         return NQFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", "Announce");
     }
+    if (!m_road->Announce(*announced))
+    {
+        return NQFailed(GenTL::GC_ERR_OUT_OF_MEMORY, "%s GC_ERR_OUT_OF_MEMORY", "Announce");
+    }
     *handle = announced->GetModule();
     if (Answers().closeEndsStream)
     {
@@ -143,11 +147,12 @@ int NQGenTLDataStream::RevokeBuffer(void* handle, void** buffer, void** userPtr)
     // The acquisition thread may be filling the buffer, and other threads look at it: they end first.
     NQGenTLLock transfer(m_transferLock);
     NQGenTLLock queueing(m_queueingLock);
-    if (m_buffers.FindByHandle(NQ_BUFFER_TYPE_ANNOUNCED, handle, false) == nullptr)
+    NQGenTLBuffer* const announced = m_buffers.FindByHandle(NQ_BUFFER_TYPE_ANNOUNCED, handle, false);
+    if (announced == nullptr)
     {
         return NQFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", "RevokeBuffer");
     }
-    if (m_buffers.FindByHandle(NQ_BUFFER_TYPE_QUEUED, handle, false) != nullptr)
+    if (m_buffers.FindByHandle(NQ_BUFFER_TYPE_QUEUED, handle, false) != nullptr || m_road->IsWithCamera(*announced))
     {
         return NQFailed(GenTL::GC_ERR_BUSY, "%s GC_ERR_BUSY", "RevokeBuffer");
     }
@@ -156,11 +161,10 @@ int NQGenTLDataStream::RevokeBuffer(void* handle, void** buffer, void** userPtr)
     {
         return NQFailed(GenTL::GC_ERR_ERROR, "%s GC_ERR_ERROR", "RevokeBuffer");
     }
-    EndShow(revoked.get());
+    void* const memory = m_road->Revoke(*revoked, buffer != nullptr);
     if (buffer != nullptr)
     {
-        *buffer = revoked->GetData();
-        KeepMemory(revoked->GetMemory());
+        *buffer = memory;
     }
     if (userPtr != nullptr)
     {
@@ -210,12 +214,7 @@ bool NQGenTLDataStream::Enqueue(NQGenTLBuffer* buffer)
     {
         buffer->SetNewDataFlag(false);
     }
-    EndShow(buffer);
-    if (void* const rdmaId = buffer->GetRdmaId())
-    {
-        DoRequeueBuffer(rdmaId);
-    }
-    m_buffers.Add(NQ_BUFFER_TYPE_QUEUED, buffer);
+    m_road->Queue(*buffer);
     return true;
 }
 
@@ -281,6 +280,10 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
         NQGenTLLock lock(m_moduleLock);
         m_mayBeLost = false;
         return NQFailed(error, "%s DoStartAcquisition Failed! ret:%d", "StartAcquisition", error);
+    }
+    {
+        NQGenTLLock queueing(m_queueingLock);
+        m_road->Begin();
     }
     NQGenTLLock lock(m_moduleLock);
     m_started = true;
@@ -404,6 +407,12 @@ int NQGenTLDataStream::EndRun(int flags)
     {
         NQTrace(NQTraceLevel::Failure, "%s failed! DoStopAcquisition:%d", "StopAcquisition", error);
     }
+    if (Answers().queueingPosts)
+    {
+        NQGenTLLock transfer(m_transferLock); // The acquisition thread may still copy a frame.
+        NQGenTLLock queueing(m_queueingLock);
+        m_road->End();
+    }
     NQGenTLLock lock(m_moduleLock);
     m_started = false;
     return GenTL::GC_ERR_SUCCESS;
@@ -427,7 +436,7 @@ void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned
     std::shared_ptr<const void> formerMemory;
     if (PassesLimit())
     {
-        DoHandOver(rdmaId, nullptr);
+        HandOver(nullptr, rdmaId);
         Answers().limitEndsWithLast ? EndRun(GenTL::ACQ_STOP_FLAGS_KILL) : StopAcquisition(GenTL::ACQ_STOP_FLAGS_KILL);
     }
     else if (status <= kStatusIncomplete)
@@ -440,7 +449,7 @@ void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned
             buffer->UpdateDetails(m_details);
             buffer->UpdateData(size, frameId, timestamp, width, height, pixelFormat, data);
             buffer->SetAcquiringFlag(false);
-            formerMemory = HandOverTo(buffer, rdmaId);
+            formerMemory = HandOver(buffer, rdmaId);
             buffer->SetNewDataFlag(true);
             Deliver(buffer, status);
         }
@@ -484,30 +493,37 @@ bool NQGenTLDataStream::IsStarted()
     return m_started;
 }
 
-/// The buffer bound to the block, else the one that waits longest, which is bound to it from now on; null for neither.
+/// The buffer that takes the frame in the block; null for none, the frame is dropped then.
 NQGenTLBuffer* NQGenTLDataStream::TakeBufferFor(void* rdmaId)
 {
     NQGenTLLock queueing(m_queueingLock);
-    if (NQGenTLBuffer* const bound = m_buffers.FindByRdmaID(NQ_BUFFER_TYPE_QUEUED, rdmaId, true))
+    if (!m_road->Expects(rdmaId))
     {
-        return bound;
+        return nullptr;
     }
-    NQGenTLBuffer* const front = m_buffers.GetFront(NQ_BUFFER_TYPE_QUEUED, true);
-    if (front != nullptr)
+    if (Answers().queueingPosts && FindEventById(GenTL::EVENT_NEW_BUFFER, false) == nullptr)
     {
-        Bind(front, rdmaId);
-        return front;
+        m_road->HandOver(nullptr, rdmaId); // With nobody registered the buffer goes on waiting.
+        return nullptr;
     }
-    CountUnderrun();
-    DoHandOver(rdmaId, nullptr);
-    return nullptr;
+    NQGenTLBuffer* const taker = m_road->TakeFor(rdmaId);
+    if (taker == nullptr)
+    {
+        CountUnderrun();
+        m_road->HandOver(nullptr, rdmaId);
+    }
+    return taker;
 }
 
-void NQGenTLDataStream::Bind(NQGenTLBuffer* buffer, void* rdmaId)
+std::shared_ptr<const void> NQGenTLDataStream::HandOver(NQGenTLBuffer* buffer, void* rdmaId)
 {
-    EndShow(buffer);
-    NQGenTLLock lock(m_moduleLock);
-    buffer->SetRdmaId(rdmaId);
+    NQGenTLLock queueing(m_queueingLock);
+    return m_road->HandOver(buffer, rdmaId);
+}
+
+void NQGenTLDataStream::DropFrame(void* rdmaId)
+{
+    HandOver(nullptr, rdmaId);
 }
 
 void NQGenTLDataStream::CountUnderrun()
@@ -522,39 +538,6 @@ void NQGenTLDataStream::CountStarted()
     ++m_numStarted;
 }
 
-/// Tells that the buffer's frame is not looked at any more: the buffer waits for another one, has got it, or goes.
-void NQGenTLDataStream::EndShow(NQGenTLBuffer* buffer)
-{
-    if (void* const rdmaId = buffer->GetRdmaId())
-    {
-        DoEndShow(rdmaId, buffer);
-    }
-}
-
-/// For a buffer that has taken the frame in the block. The share in what it showed before.
-std::shared_ptr<const void> NQGenTLDataStream::HandOverTo(NQGenTLBuffer* buffer, void* rdmaId)
-{
-    const bool shows = buffer->ShowsFrameBlocks();
-    std::shared_ptr<const void> memory = DoHandOver(rdmaId, shows ? buffer : nullptr);
-    return shows ? buffer->HoldMemory(std::move(memory)) : nullptr;
-}
-
-void NQGenTLDataStream::KeepMemory(std::shared_ptr<const void> memory)
-{
-    // Once for each block, however many buffers that showed it are revoked.
-    if (memory != nullptr && std::find(m_handedOut.begin(), m_handedOut.end(), memory) == m_handedOut.end())
-    {
-        m_handedOut.push_back(std::move(memory));
-    }
-}
-
-std::shared_ptr<const void> NQGenTLDataStream::DoHandOver(void*, const NQGenTLBuffer*)
-{
-    return nullptr;
-}
-
-void NQGenTLDataStream::DoEndShow(void*, const NQGenTLBuffer*) {}
-
 void NQGenTLDataStream::Deliver(NQGenTLBuffer* buffer, int status)
 {
     // Deliberate(NobodyRegistered): with nobody registered for new buffers nothing is counted and the buffer stays out
@@ -563,6 +546,10 @@ void NQGenTLDataStream::Deliver(NQGenTLBuffer* buffer, int status)
     NQGenTLEvent* const event = FindEventById(GenTL::EVENT_NEW_BUFFER, false);
     if (event == nullptr)
     {
+        if (Answers().queueingPosts)
+        {
+            buffer->SetQueueFlag(false); // Unregistered just now: the buffer is the consumer's.
+        }
         return;
     }
     ++m_numDelivered;
@@ -584,15 +571,10 @@ void NQGenTLDataStream::MarkIncomplete(NQGenTLBuffer* buffer, bool shortFrame)
 
 void NQGenTLDataStream::ForgetLastRun()
 {
-    std::vector<std::shared_ptr<const void>> handedOut; // Goes last, without a lock.
+    std::shared_ptr<const void> kept; // Goes last, without a lock.
     NQGenTLLock transfer(m_transferLock);
     NQGenTLLock queueing(m_queueingLock);
-    for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
-         ++i)
-    {
-        buffer->SetRdmaId(nullptr);
-    }
-    m_handedOut.swap(handedOut);
+    kept = m_road->Forget();
     NQGenTLLock lock(m_moduleLock);
     m_numAcquired = 0;
 }

@@ -5,6 +5,7 @@
 #include "gentl/nq_event_handler.h"
 #include "gentl/nq_gentl_buffer_queue.h"
 #include "gentl/nq_gentl_frame_details.h"
+#include "gentl/nq_gentl_frame_road.h"
 #include "gentl/nq_gentl_module_base.h"
 
 #include <atomic>
@@ -73,17 +74,31 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     virtual std::shared_ptr<const void> DoHandOver(void* rdmaId, const NQGenTLBuffer* shownBy);
     virtual void DoEndShow(void* rdmaId, const NQGenTLBuffer* shownBy);
 
+    // For buffers that are their own blocks (NQGenTLOwnBlocks). DoRequeueBuffer then lets the camera fill a registered
+    // buffer, and gives another result than GC_ERR_SUCCESS when the transport takes no more for now.
+
+    /// Memory for a buffer of `size` bytes; none when there is none. Here from the heap.
+    virtual NQBlockMemory DoMakeMemory(unsigned long size);
+
+    /// Makes a buffer known to the running transport; the id of its block, null when that cannot be.
+    virtual void* DoRegisterBuffer(NQGenTLBuffer& buffer);
+
+    /// Takes back what DoRegisterBuffer did; the camera does not have the block.
+    virtual void DoForgetBuffer(void* rdmaId);
+
     /// Announces `size` bytes of the consumer's memory. GC_ERR_INVALID_PARAMETER for a null `buffer` or `handle`, or
     /// GC_ERR_RESOURCE_IN_USE when that memory is announced already. The caller registers the handle at the controller;
     /// with the standard's answers the stream has done so itself, and gives GC_ERR_INVALID_HANDLE once it is closed.
     int AnnounceBuffer(void* buffer, unsigned long size, void* userPtr, void** handle);
 
-    /// Announces a buffer that will point into the frame blocks; no memory is allocated. GC_ERR_INVALID_PARAMETER for a
+    /// Announces a buffer that will point into the frame blocks; no memory is allocated. With the standard's answers it
+    /// has memory, or GC_ERR_OUT_OF_MEMORY tells that there is none. GC_ERR_INVALID_PARAMETER for a
     /// null `handle`. The handle is as with AnnounceBuffer.
     int AllocAndAnnounceBuffer(unsigned long size, void* userPtr, void** handle);
 
     /// Deletes a buffer and hands its memory and user pointer back, each if asked for. Waits for a delivery under way.
-    /// GC_ERR_INVALID_HANDLE for a buffer that is not announced here, or GC_ERR_BUSY while it is on the input list.
+    /// GC_ERR_INVALID_HANDLE for a buffer that is not announced here, or GC_ERR_BUSY while it is on the input list or
+    /// the camera may write to it.
     int RevokeBuffer(void* handle, void** buffer, void** userPtr);
 
     /// Gives the buffer's frame block, if it has one, back to the camera and puts the buffer on the input list.
@@ -134,6 +149,9 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     /// a block under way: from now on no thread reaches the transport with an id of that run.
     void ForgetLastRun();
 
+    /// The frame in the block is none that a buffer could take. Thread-bound to the acquisition thread.
+    void DropFrame(void* rdmaId);
+
     /// What is known of the frame that the next EndOfTransfer delivers. Thread-bound to the acquisition thread.
     void SetFrameDetails(const NQFrameDetails& details) { m_details = details; }
 
@@ -155,10 +173,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     int GetFixedInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
     int GetCounterInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
     NQGenTLBuffer* TakeBufferFor(void* rdmaId) NQ_REQUIRES(m_transferLock);
-    void Bind(NQGenTLBuffer* buffer, void* rdmaId) NQ_REQUIRES(m_queueingLock);
-    void EndShow(NQGenTLBuffer* buffer) NQ_REQUIRES(m_queueingLock);
-    std::shared_ptr<const void> HandOverTo(NQGenTLBuffer* buffer, void* rdmaId) NQ_REQUIRES(m_transferLock);
-    void KeepMemory(std::shared_ptr<const void> memory) NQ_REQUIRES(m_queueingLock);
+    std::shared_ptr<const void> HandOver(NQGenTLBuffer* buffer, void* rdmaId);
     void CountUnderrun();
     void Deliver(NQGenTLBuffer* buffer, int status) NQ_REQUIRES(m_transferLock);
     void MarkIncomplete(NQGenTLBuffer* buffer, bool shortFrame);
@@ -171,9 +186,9 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     void EndBuffers();
     void Withdraw(NQGenTLBuffer* buffer);
     bool IsStarted();
-    void AddUnqueuedToInput() NQ_REQUIRES(m_transferLock);
-    void SignalInput() NQ_REQUIRES(m_transferLock);
-    void DiscardInput() NQ_REQUIRES(m_transferLock);
+    void AddUnqueuedToInput() NQ_REQUIRES(m_queueingLock);
+    void SignalInput() NQ_REQUIRES(m_queueingLock);
+    void DiscardInput() NQ_REQUIRES(m_queueingLock);
     void FlushNewBufferEvent();
 
     NQGenTLBufferQueue m_buffers;
@@ -200,15 +215,13 @@ class NQGenTLDataStream : public NQGenTLModuleBase
 
     bool m_buffersEnded NQ_GUARDED_BY(m_queueingLock) = false; ///< By a close; no buffer may come before it is opened.
 
-    /// Shares in the frame blocks whose addresses revocations have handed out, until the next start.
-    std::vector<std::shared_ptr<const void>> m_handedOut NQ_GUARDED_BY(m_queueingLock);
-
     NQGenTLMutex m_transferLock{
         NQHeld::Long};           ///< Held while a frame goes into a buffer, so that no buffer is deleted meanwhile.
     NQGenTLMutex m_queueingLock; ///< Makes the return of a buffer to the transport and to the input list one step, and
                                  ///< keeps the consumer's threads from a buffer that is being deleted.
     NQGenTLMutex m_startLock{
         NQHeld::Long}; ///< Makes simultaneous starts follow each other. Never taken on the acquisition thread.
+    const std::unique_ptr<NQGenTLFrameRoad> m_road NQ_POINTEE_GUARDED_BY(m_queueingLock);
     NQGenTLMutex m_stopLock{NQHeld::Long}; ///< Makes one of several simultaneous stops stop the transport.
 };
 

@@ -14,6 +14,7 @@ int NQGenTLDataStream::FlushQueue(int operation)
 {
     // No frame goes into a buffer while the lists change, and no buffer is revoked.
     NQGenTLLock transfer(m_transferLock);
+    NQGenTLLock queueing(m_queueingLock);
     switch (operation)
     {
     case GenTL::ACQ_QUEUE_INPUT_TO_OUTPUT:
@@ -64,7 +65,6 @@ void NQGenTLDataStream::AddUnqueuedToInput()
     {
         if (Answers().flushQueuesOnce)
         {
-            NQGenTLLock queueing(m_queueingLock);
             static_cast<void>(Enqueue(buffer));
         }
         else if (!buffer->IsQueued())

@@ -5,17 +5,20 @@
 #include "GenTL/GenTL.h"
 #include "base/nq_answers.h"
 #include "base/nq_trace.h"
+#include "gentl/nq_gentl_buffer.h"
 #include "gentl/nq_gentl_util.h"
 #include "gev/nq_gev_common.h"
 #include "gev/nq_gev_port.h"
 #include "gev/nq_gev_remote_device.h"
 #include "gev/nq_rdma_thread_acquisition.h"
 #include "gige/gvcp_wire.h"
+#include "rdma/GenDCBuffer.h"
 #include "rdma/gendc_wire.h"
 #include "rdma/tld_RdmaTL.h"
 
 #include <arpa/inet.h>
 #include <bit>
+#include <exception>
 #include <utility>
 
 namespace
@@ -210,12 +213,14 @@ int NQGevDataStream::StartFlow()
     std::uint64_t announced = 0;
     unsigned long size = sizeof announced;
     GetInfo(GenTL::STREAM_INFO_NUM_ANNOUNCED, &type, &announced, &size);
-    settings.bufferCount = static_cast<std::uint32_t>(announced);
+    const bool ownBlocks = Answers().queueingPosts;
+    settings.bufferCount = ownBlocks ? 0 : static_cast<std::uint32_t>(announced);
+    m_payload = settings.payloadSize;
 
     // Deliberate(StreamsBeforeRegistration): the camera streams before any memory is registered; it sends nothing
     // before the first ready message.
     m_device->EnableStream(true);
-    if (!Rdma()->Start(settings, 0))
+    if (!Rdma()->Start(settings, 0) || (ownBlocks && !Rdma()->BeginReceives()))
     {
         m_device->EnableStream(false);
         SetRdma(nullptr);
@@ -257,11 +262,12 @@ int NQGevDataStream::DoStopAcquisition(int)
 int NQGevDataStream::DoRequeueBuffer(void* rdmaId)
 {
     const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma();
-    if (rdmaId == nullptr || endpoint == nullptr || !endpoint->RequeueBufferByID(rdmaId))
+    if (rdmaId == nullptr || endpoint == nullptr)
     {
         return GenTL::GC_ERR_ERROR;
     }
-    return GenTL::GC_ERR_SUCCESS;
+    const bool given = Answers().queueingPosts ? endpoint->PostReceive(rdmaId) : endpoint->RequeueBufferByID(rdmaId);
+    return given ? GenTL::GC_ERR_SUCCESS : GenTL::GC_ERR_ERROR;
 }
 
 std::shared_ptr<const void> NQGevDataStream::DoHandOver(void* rdmaId, const GigERDMA::NQGenTLBuffer* shownBy)
@@ -275,6 +281,52 @@ void NQGevDataStream::DoEndShow(void* rdmaId, const GigERDMA::NQGenTLBuffer* sho
     if (const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma())
     {
         endpoint->EndShow(rdmaId, shownBy);
+    }
+}
+
+GigERDMA::NQBlockMemory NQGevDataStream::DoMakeMemory(unsigned long size)
+{
+    try
+    {
+        const auto block = std::make_shared<GenDCBuffer>(size);
+        return {block->GetBuffer() + gendc_wire::kDescriptorSize, block};
+    }
+    catch (const std::exception&) // more than a block can have, or than there is
+    {
+        return {};
+    }
+}
+
+void* NQGevDataStream::DoRegisterBuffer(GigERDMA::NQGenTLBuffer& buffer)
+{
+    const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma();
+    if (endpoint == nullptr)
+    {
+        return nullptr;
+    }
+    try
+    {
+        if (buffer.HasOwnBlock() && buffer.GetSize() >= m_payload)
+        {
+            unsigned char* const block = static_cast<unsigned char*>(buffer.GetData()) - gendc_wire::kDescriptorSize;
+            const std::uint64_t length = m_payload + gendc_wire::kDescriptorSize;
+            return endpoint->AddReceive(block, static_cast<std::uint32_t>(length), buffer.GetMemory());
+        }
+        // Frames come into a block of ours and are copied from there.
+        const auto block = std::make_shared<GenDCBuffer>(m_payload);
+        return endpoint->AddReceive(block->GetBuffer(), block->GetBufferSize(), block);
+    }
+    catch (const std::exception&) // no memory for it
+    {
+        return nullptr;
+    }
+}
+
+void NQGevDataStream::DoForgetBuffer(void* rdmaId)
+{
+    if (const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma())
+    {
+        endpoint->RemoveReceive(rdmaId);
     }
 }
 
@@ -295,8 +347,13 @@ int NQGevDataStream::AcquireImage()
     m_frame = {};
     gevrdmaBuffer buffer{};
     const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma();
-    if (endpoint == nullptr || !endpoint->GetNextFrame(&m_frame, &buffer))
+    void* dropped = nullptr;
+    if (endpoint == nullptr || !endpoint->GetNextFrame(&m_frame, &buffer, &dropped))
     {
+        if (Answers().queueingPosts && dropped != nullptr)
+        {
+            DropFrame(dropped);
+        }
         SetTransferCompleted();
         return GenTL::GC_ERR_ERROR;
     }

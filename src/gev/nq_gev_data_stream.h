@@ -66,11 +66,16 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     /// GC_ERR_ERROR without a camera or an endpoint; else GC_ERR_SUCCESS.
     int DoStopAcquisition(int flags) override;
 
-    /// GC_ERR_ERROR for a null id or without a connection.
+    /// GC_ERR_ERROR for a null id or without a connection; with the standard's answers also when the queue pair takes
+    /// no more for now.
     int DoRequeueBuffer(void* rdmaId) override;
 
     std::shared_ptr<const void> DoHandOver(void* rdmaId, const GigERDMA::NQGenTLBuffer* shownBy) override;
     void DoEndShow(void* rdmaId, const GigERDMA::NQGenTLBuffer* shownBy) override;
+
+    GigERDMA::NQBlockMemory DoMakeMemory(unsigned long size) override;
+    void* DoRegisterBuffer(GigERDMA::NQGenTLBuffer& buffer) override;
+    void DoForgetBuffer(void* rdmaId) override;
 
     /// Asks the camera at every call; 0 bytes when it does not answer.
     int DoGetPayloadsize(int* piType, void* pBuffer, unsigned long* piSize) override;
@@ -114,6 +119,7 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     std::shared_ptr<GevRdmaEndpoint> m_pRdma NQ_GUARDED_BY(m_rdmaLock);
     std::unique_ptr<NQRMAXThreadAcquisition> m_thread;
     FrameInfo m_frame{};
+    std::uint64_t m_payload = 0;       ///< Of a frame of this run; written while no buffer is registered.
     unsigned long m_tickFrequency = 0; ///< Of the camera at the last start; written while no acquisition thread runs.
 
     NQMutex m_rdmaLock; // So that a requeue during a restart never meets a dead endpoint.

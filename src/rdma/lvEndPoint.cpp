@@ -20,7 +20,6 @@ namespace
 {
 
 constexpr int kCompletionQueueEntries = 500;
-constexpr std::uint32_t kWorkRequestsPerDirection = 100;
 constexpr int kResolveAddressTimeoutMs = 500;
 constexpr int kResolveRouteTimeoutMs = 20000;
 constexpr int kEventPollMs = 800;
@@ -426,6 +425,7 @@ void LvEndpoint::DestroyQueues()
 
 void LvEndpoint::ReleaseRegions()
 {
+    m_receives.End();
     if (m_recv_msgs == nullptr || m_send_msgs == nullptr)
     {
         return;

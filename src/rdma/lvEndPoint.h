@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/nq_mutex.h"
+#include "rdma/buffer_receives.h"
 #include "rdma/frame_blocks.h"
 #include "rdma/message_queue.h"
 #include "rdma/rdma_records.h"
@@ -129,8 +130,26 @@ class LvEndpoint
     int RequeueBuffer(gevrdmaBuffer* buffer);
     int RequeueBufferByID(void* id);
 
+    /// @name Buffers that bring their own memory
+    /// For an endpoint without blocks (`bufferCount` 0) whose worker runs.
+    /// @{
+
+    /// Makes the ready messages. False when the system refuses, or once torn down. Throws std::bad_alloc.
+    bool BeginReceives();
+
+    /// As those of BufferReceives. Null once torn down, and in a forked child for a connection of the parent.
+    void* AddReceive(unsigned char* memory, std::uint32_t length, std::shared_ptr<const void> share);
+    void RemoveReceive(void* id);
+
+    /// Lets the worker post the receive and then a ready message. False, for now, when as many are posted as there is
+    /// room for.
+    bool PostReceive(void* id);
+    /// @}
+
   private:
     friend struct LvEndpointAccess;
+
+    static constexpr std::uint32_t kWorkRequestsPerDirection = 100;
 
     void ThrowingConnect(const sockaddr_in* address);
     void ExpectEvent(rdma_cm_event_type expected, const char* name, bool ackMismatch);
@@ -174,6 +193,7 @@ class LvEndpoint
     MessageQueue m_requeued;
     rdma_cm_event* m_event; // Not yet acknowledged while set.
     FrameBlocks m_blocks;
+    BufferReceives m_receives{kWorkRequestsPerDirection};
 
     // Registration goes in array order and stops at the first refusal, so the descriptors in use are the first ones.
     std::atomic<std::uint32_t> m_receiveCount;

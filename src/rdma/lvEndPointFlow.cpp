@@ -4,7 +4,7 @@
 
 #include "GenTL/GenTL.h"
 #include "base/nq_trace.h"
-#include "rdma/gendc_wire.h"
+#include "rdma/ready_message.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -13,14 +13,12 @@
 #include <poll.h>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace
 {
 
 constexpr int kLocalWrite = IBV_ACCESS_LOCAL_WRITE;
-
-/// Some network cards take a receive entry of 2^31 bytes or more for one of another kind.
-constexpr std::uint32_t kLongestReceive = 0x7FFFFFFF;
 
 /// For how long the completion thread waits for the work requests that a disconnect flushes.
 constexpr std::chrono::milliseconds kFlushLimit{800};
@@ -98,9 +96,7 @@ bool LvEndpoint::RegisterBlock(std::uint32_t index)
 bool LvEndpoint::RegisterReadyMessage(std::uint32_t index)
 {
     msg_buffer_mem& send = m_send_msgs[index];
-    send.addr = new unsigned char[gendc_wire::kReadySize]{};
-    send.addr[gendc_wire::kReadyFirst] = gendc_wire::kReadyMark;
-    send.addr[gendc_wire::kReadySecond] = gendc_wire::kReadyMark;
+    send.addr = MakeReadyMessage().release();
     send.mr = ibv_reg_mr(m_pd, send.addr, gendc_wire::kReadySize, 0);
     return send.mr != nullptr;
 }
@@ -294,6 +290,7 @@ int LvEndpoint::GetBuffer(gevrdmaBuffer* out)
         return GenTL::GC_ERR_RESOURCE_IN_USE;
     }
     m_blocks.Taken(message);
+    m_receives.Completed(message);
     out->id = message;
     out->data = message->addr;
     out->size = message->length;
@@ -333,6 +330,42 @@ int LvEndpoint::RequeueBufferByID(void* id)
     }
     Return(id);
     return GenTL::GC_ERR_SUCCESS;
+}
+
+bool LvEndpoint::BeginReceives()
+{
+    const NQLock setup(m_teardown);
+    if (m_cancelled)
+    {
+        return false;
+    }
+    m_frames.Reserve(kWorkRequestsPerDirection);
+    m_requeued.Reserve(kWorkRequestsPerDirection);
+    return m_receives.Begin(m_pd, m_free_sends);
+}
+
+void* LvEndpoint::AddReceive(unsigned char* memory, std::uint32_t length, std::shared_ptr<const void> share)
+{
+    return m_origin.IsInherited() ? nullptr : m_receives.Add(memory, length, std::move(share));
+}
+
+void LvEndpoint::RemoveReceive(void* id)
+{
+    if (!m_origin.IsInherited())
+    {
+        m_receives.Remove(id);
+    }
+}
+
+bool LvEndpoint::PostReceive(void* id)
+{
+    msg_buffer_mem* const receive = m_receives.TakeForPost(id);
+    if (receive == nullptr)
+    {
+        return false;
+    }
+    m_requeued.Push(receive);
+    return true;
 }
 
 void LvEndpoint::Return(void* id)

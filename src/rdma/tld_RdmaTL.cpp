@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <utility>
 
 namespace
 {
@@ -100,7 +101,45 @@ gevrdmaBuffer GevRdmaEndpoint::GetBuffer()
     return buffer;
 }
 
-bool GevRdmaEndpoint::GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer)
+bool GevRdmaEndpoint::BeginReceives()
+{
+    if (m_endpoint == nullptr)
+    {
+        return false;
+    }
+    try
+    {
+        if (m_endpoint->BeginReceives())
+        {
+            return true;
+        }
+    }
+    catch (const std::exception&) // no memory
+    {
+    }
+    m_endpoint->DeInit();
+    return false;
+}
+
+void* GevRdmaEndpoint::AddReceive(unsigned char* memory, std::uint32_t length, std::shared_ptr<const void> share)
+{
+    return m_endpoint != nullptr ? m_endpoint->AddReceive(memory, length, std::move(share)) : nullptr;
+}
+
+void GevRdmaEndpoint::RemoveReceive(void* id)
+{
+    if (m_endpoint != nullptr)
+    {
+        m_endpoint->RemoveReceive(id);
+    }
+}
+
+bool GevRdmaEndpoint::PostReceive(void* id)
+{
+    return m_endpoint != nullptr && m_endpoint->PostReceive(id);
+}
+
+bool GevRdmaEndpoint::GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer, void** dropped)
 {
     const gevrdmaBuffer frame = GetBuffer();
     // Deliberate(EmptyFrameIsAStop): an empty frame looks exactly like a stop: either way there is nothing to deliver,
@@ -110,6 +149,10 @@ bool GevRdmaEndpoint::GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer)
         // Deliberate(UndecodedBlockStays): the block is not requeued here. A camera that sends such frames is out of
         // step and gets one credit fewer.
         HandOver(frame.id);
+        if (dropped != nullptr)
+        {
+            *dropped = frame.id;
+        }
         return false;
     }
     *buffer = frame;

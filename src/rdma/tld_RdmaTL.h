@@ -41,7 +41,15 @@ class GevRdmaEndpoint
     /// good until the handle is requeued, and `info->dataSize` bytes from there lie in the block too.
     /// Returns false when the endpoint stopped, for an empty frame, and for a frame whose descriptor does not describe
     /// data inside its block. The block of such a frame stays out of the flow until somebody gives it back.
-    bool GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer);
+    /// `dropped`, when not null, receives the id of that block, else null.
+    bool GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer, void** dropped = nullptr);
+
+    /// For buffers that bring their own memory, after a Start without blocks: as those of LvEndpoint. BeginReceives
+    /// returns false, disconnected, when it fails.
+    bool BeginReceives();
+    void* AddReceive(unsigned char* memory, std::uint32_t length, std::shared_ptr<const void> share);
+    void RemoveReceive(void* id);
+    bool PostReceive(void* id);
 
     /// Where the pixels of a decoded frame belong, and how many of them came.
     static FrameRegion RegionOf(const gevrdmaBuffer& frame, const FrameInfo& info);

@@ -157,4 +157,59 @@ TEST_F(StandardRun, ACameraThatDisconnectsEndsTheWaits)
     EXPECT_NE(consumer.Next(), nullptr);
 }
 
+TEST_F(StandardRun, AllocatedBuffersKeepTheirMemoryThroughFlushesAndRestarts)
+{
+    std::vector<const unsigned char*> bases;
+    for (int index = 0; index < 4; ++index)
+    {
+        GenTL::BUFFER_HANDLE buffer = nullptr;
+        ASSERT_EQ(consumer.gentl.DSAllocAndAnnounceBuffer(consumer.stream, 1024, nullptr, &buffer), 0);
+        consumer.buffers.push_back(buffer);
+        bases.push_back(consumer.Info<const unsigned char*>(buffer, GenTL::BUFFER_INFO_BASE));
+        ASSERT_NE(bases.back(), nullptr);
+    }
+    consumer.RegisterEvent();
+    for (int run = 0; run < 3; ++run)
+    {
+        ASSERT_EQ(consumer.Start(), 0) << "with nothing queued";
+        EXPECT_EQ(consumer.Next(100), nullptr);
+        consumer.QueueAll();
+        EXPECT_EQ(consumer.Take(20), Ids(1, 20)) << "without a gap: the camera waits for a buffer";
+        consumer.QueueAll(); // the camera has all of them already
+        consumer.seen.clear();
+        EXPECT_EQ(consumer.Take(20).size(), 20U);
+        EXPECT_EQ(consumer.seen.size(), 4U) << "no block is lost";
+        for (std::size_t index = 0; index < bases.size(); ++index)
+        {
+            EXPECT_EQ(consumer.Info<const unsigned char*>(consumer.buffers[index], GenTL::BUFFER_INFO_BASE),
+                      bases[index]);
+        }
+        EXPECT_EQ(consumer.Stop(), 0);
+        EXPECT_EQ(consumer.gentl.DSFlushQueue(consumer.stream, GenTL::ACQ_QUEUE_ALL_DISCARD), 0);
+    }
+    for (const GenTL::BUFFER_HANDLE buffer : consumer.buffers)
+    {
+        EXPECT_EQ(consumer.gentl.DSRevokeBuffer(consumer.stream, buffer, nullptr, nullptr), 0);
+    }
+}
+
+TEST_F(StandardRun, ABufferQueuedFirstAndTheRestLaterAllTakeFrames)
+{
+    AnnounceAndQueue(1);
+    ASSERT_EQ(consumer.Start(), 0);
+    ASSERT_NE(consumer.Next(), nullptr);
+    consumer.AnnounceAndQueueSilently(3);
+    for (int frame = 0; frame < 3; ++frame)
+    {
+        const GenTL::BUFFER_HANDLE buffer = consumer.Next();
+        ASSERT_NE(buffer, nullptr);
+        EXPECT_EQ(consumer.Info<std::uint64_t>(buffer, GenTL::BUFFER_INFO_SIZE_FILLED), 64U);
+        consumer.seen.insert(buffer);
+    }
+    EXPECT_EQ(consumer.seen.size(), 3U);
+    EXPECT_EQ(consumer.Next(100), nullptr) << "all are held";
+    EXPECT_EQ(consumer.StreamInfo(GenTL::STREAM_INFO_NUM_UNDERRUN), 0U) << "the camera has waited";
+    EXPECT_EQ(consumer.Stop(), 0);
+}
+
 } // namespace

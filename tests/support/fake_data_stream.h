@@ -22,6 +22,7 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
     {
     }
 
+    using NQGenTLDataStream::DropFrame;
     using NQGenTLDataStream::ForgetLastRun;
     using NQGenTLDataStream::SetFrameDetails;
     using NQGenTLModuleBase::GetPortInfo;
@@ -42,6 +43,7 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
             onLateFrame();
         }
         ForgetLastRun(); // as a transport whose blocks are made anew
+        m_registered = 0;
         return onStart ? onStart() : 0;
     }
     int DoStopAcquisition(int flags) override
@@ -51,6 +53,11 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
     }
     int DoRequeueBuffer(void* rdmaId) override
     {
+        if (room == 0)
+        {
+            return -1001;
+        }
+        --room;
         requeued.push_back(rdmaId);
         return requeueResult;
     }
@@ -63,6 +70,15 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
         }
         return std::exchange(share, nullptr);
     }
+    GigERDMA::NQBlockMemory DoMakeMemory(unsigned long size) override
+    {
+        return hasMemory ? NQGenTLDataStream::DoMakeMemory(size) : GigERDMA::NQBlockMemory{};
+    }
+    void* DoRegisterBuffer(GigERDMA::NQGenTLBuffer&) override
+    {
+        return m_registered < ids.size() ? ids[m_registered++] : nullptr;
+    }
+    void DoForgetBuffer(void* rdmaId) override { forgotten.push_back(rdmaId); }
     int DoGetPayloadsize(int* piType, void* pBuffer, unsigned long* piSize) override
     {
         return NQGenTLUtil::CopyInfoInt64(payloadSize, piType, pBuffer, piSize);
@@ -71,6 +87,10 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
     std::vector<std::string> calls;
     std::vector<void*> requeued;
     std::vector<void*> handedOver;
+    std::vector<void*> ids; ///< Of the blocks of buffers that are registered in a run, in this order.
+    std::vector<void*> forgotten;
+    bool hasMemory = true;
+    int room = -1;                     ///< For how many more blocks the transport has room; negative for any number.
     std::function<void()> onLateFrame; ///< At the start of the next run, while the last one is not over yet.
     std::function<int()> onStart;
     std::function<int()> onStop;
@@ -78,6 +98,9 @@ class FakeDataStream : public GigERDMA::NQGenTLDataStream
     std::shared_ptr<const void> share; ///< In the block handed over next.
     int requeueResult = 0;
     long payloadSize = 0;
+
+  private:
+    std::size_t m_registered = 0;
 };
 
 } // namespace nq::test

@@ -17,7 +17,13 @@ namespace nq::test
 class StreamFixture : public testing::Test
 {
   protected:
-    explicit StreamFixture(const NQAnswers& answers = kStatedAnswers) : root(answers) {}
+    explicit StreamFixture(const NQAnswers& answers = kStatedAnswers) : root(answers)
+    {
+        for (char& block : blocks)
+        {
+            stream.ids.push_back(&block);
+        }
+    }
 
     static constexpr unsigned long kInfinite = 0xFFFFFFFFFFFFFFFF;
 
