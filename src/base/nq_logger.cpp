@@ -182,7 +182,7 @@ unsigned int OpenDLL()
     if (library == nullptr)
     {
         // Deliberate(ConsoleLine): the one console line of the library. Where there is no logging library nothing else
-        // could tell; hosts look for this wording.
+        // could tell; its wording is kept like that of every log line.
         std::puts("return GetLastError();");
     }
     bool complete = Resolve(g_init, library);

@@ -117,8 +117,8 @@ GC_API GCGetPortInfo(PORT_HANDLE hPort, PORT_INFO_CMD iInfoCmd, INFO_DATATYPE* p
     {
         frame.Finish(g_Controller.GetPortInfo(hPort, iInfoCmd, piType, pBuffer, piSize));
     }
-    // Deliberate(ExitLineSaysEntry): the exit line says Entry. Log readers know it by the result behind it, and search
-    // for this text.
+    // Deliberate(ExitLineSaysEntry): the exit line says Entry. The result behind it tells it from the other; log lines
+    // keep their wording, so that a search for one finds it in every log.
     return frame.TraceExit("%s Entry hPort:0x%x iInfoCmd:%d ret:%d", Low32(hPort), iInfoCmd);
 }
 

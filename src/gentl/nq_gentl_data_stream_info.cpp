@@ -103,8 +103,8 @@ int NQGenTLDataStream::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigne
     case GenTL::STREAM_INFO_PAYLOAD_SIZE:
         return DoGetPayloadsize(piType, pBuffer, piSize);
     case GenTL::STREAM_INFO_IS_GRABBING:
-        // Deliberate(IsGrabbingIsFalse): false even while acquisition runs: it tells of a transport that grabs by
-        // itself, and this one sends only what it was given credit for.
+        // Deliberate(IsGrabbingIsFalse): false even while acquisition runs, in the library's own answer: nothing sets
+        // the member. A consumer knows from its own start and stop.
         return NQGenTLUtil::CopyInfoBool(Answers().streamInfos ? IsStarted() : m_isGrabbing, piType, pBuffer, piSize);
     case GenTL::STREAM_INFO_DEFINES_PAYLOADSIZE:
         return NQGenTLUtil::CopyInfoBool(m_definesPayloadSize, piType, pBuffer, piSize);

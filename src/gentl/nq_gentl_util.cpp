@@ -215,8 +215,8 @@ std::string UriDecode(const std::string& text)
 
 std::string UriEncode(const std::string& text)
 {
-    // Deliberate(OnlyTheSpaceIsEncoded): reserved and non-ASCII bytes pass unchanged, since consumers undo no other
-    // escape before they open the file.
+    // Deliberate(OnlyTheSpaceIsEncoded): reserved and non-ASCII bytes pass unchanged, the percent sign too: the text is
+    // a path that can be opened once its spaces are back.
     std::string encoded;
     encoded.reserve(text.size());
     for (const char byte : text)

@@ -136,8 +136,8 @@ int NQGevDevice::_getTimestampFreq(int* type, void* buffer, unsigned long* size)
     {
         return GetTickFrequencyInfo(type, buffer, size);
     }
-    // Deliberate(FrequencyKeepsNetworkOrder): each half keeps the network order in which the port delivers it;
-    // consumers of this command expect it.
+    // Deliberate(FrequencyKeepsNetworkOrder): each half keeps the network order in which the port delivers it, as the
+    // bytes of a register do in a read of the port: a consumer swaps both alike.
     unsigned int low = 0;
     int result = ReadCamera(gvcp_wire::kRegTimestampFrequencyLow, &low, sizeof low);
     if (result != GenTL::GC_ERR_SUCCESS)
@@ -185,8 +185,8 @@ int NQGevDevice::GetPersistentAddress(const char* operation, unsigned long addre
     const int result = ReadCamera(address, &value, sizeof value);
     if (result != GenTL::GC_ERR_SUCCESS)
     {
-        // Deliberate(TextNamesTheTimestamp): the text names the timestamp register, as log readers know it for every
-        // register read here.
+        // Deliberate(TextNamesTheTimestamp): the text names the timestamp register, whichever was read: it is one text
+        // for all, and the operation in front of it tells which register it was.
         return NQFailed(result, "%s ReadPort(GVCP_TIMESTAMP_TICK_FREQUENCY_LO):%d", operation, result);
     }
     return NQGenTLUtil::CopyInfoUint32(ntohl(value), type, buffer, size);

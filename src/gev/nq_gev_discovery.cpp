@@ -78,7 +78,7 @@ _NQ_GEV_DEVICE_INFO Describe(const Packet& ack)
     _NQ_GEV_DEVICE_INFO info;
     const unsigned char* const mac = ack.At(gvcp_wire::kDiscoveryMac);
     // Deliberate(TextsRunOn): the texts run to their zero byte, so one that fills its field continues with the next
-    // field. The id holds the model's name, and consumers have such ids stored.
+    // field. The id holds the model's name: cut differently, a stored id would no longer find its camera.
     info.vendorName = ack.Text(gvcp_wire::kDiscoveryManufacturer);
     info.modelName = ack.Text(gvcp_wire::kDiscoveryModel);
     info.displayName = info.modelName;

@@ -126,8 +126,8 @@ int NQGevInterface::GetDeviceID(unsigned int index, char* buffer, unsigned long*
     _NQ_GEV_DEVICE_INFO info;
     if (!_findDeviceInfoByIndex(index, info))
     {
-        // Deliberate(PastTheEndIsExpected): traced as an expected condition, unlike the other failures here: consumers
-        // walk the list so.
+        // Deliberate(PastTheEndIsExpected): traced as an expected condition, unlike the other failures here: a list is
+        // walked by asking until there is no next one.
         NQTrace(NQTraceLevel::Expected, "%s GC_ERR_INVALID_INDEX", "GetDeviceID");
         return GenTL::GC_ERR_INVALID_INDEX;
     }

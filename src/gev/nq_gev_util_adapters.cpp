@@ -19,8 +19,8 @@
 namespace
 {
 
-// Deliberate(TwentyFiveAddresses): one fixed request of 1024 bytes, so 25 addresses, more than a host has adapters for
-// cameras; what does not fit is not seen.
+// Deliberate(TwentyFiveAddresses): one request of a fixed 1024 bytes, so 25 addresses; what does not fit is not seen,
+// and no second request asks for it.
 constexpr std::size_t kTableSize = 1024;
 constexpr std::size_t kMaxEntries = kTableSize / sizeof(ifreq);
 static_assert(kMaxEntries == 25);
@@ -159,8 +159,8 @@ bool NQGevUtil::GetAdapterInfo(std::string adapterName, std::string& ipAddress, 
     {
         return false;
     }
-    // Deliberate(LastEntryStands): no stop at a match, so of several entries of one name the last one's values stand:
-    // each replaces what the one before has set.
+    // Deliberate(LastEntryStands): no stop at a match. An adapter has an entry for each of its addresses and nothing
+    // tells which one is meant, so the last one stands.
     for (const ifreq& entry : query)
     {
         if (NameOf(entry) != adapterName)

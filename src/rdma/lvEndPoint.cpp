@@ -248,7 +248,7 @@ void LvEndpoint::On_route_resolved(rdma_cm_id* id)
     rdma_conn_param params{};
     build_params(&params);
     // Deliberate(ParametersAreDropped): the parameters are dropped. A null argument lets librdmacm use the most that
-    // the device can do, and that is what the cameras are known to work with.
+    // the device can do, which no number of ours can name.
     const int result = rdma_connect(id, nullptr);
     if (result != 0)
     {
