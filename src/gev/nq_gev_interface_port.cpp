@@ -234,8 +234,8 @@ int NQGevInterface::_writeRegister(unsigned long address, const void* buffer, un
         return Answers().nodeMaps && NQGevRegisterValue(buffer, *size) != 0
                    ? static_cast<int>(GenTL::GC_ERR_INVALID_VALUE)
                    : static_cast<int>(GenTL::GC_ERR_SUCCESS);
-    // Deliberate(WriteWithoutARegister): there is no register here; a write to it is taken and changes nothing, so that
-    // it is no failure for a host that makes one.
+    // Deliberate(WriteWithoutARegister): no register begins here, and a read fails. A write is taken and changes
+    // nothing, as one to the selectors in front of it does.
     case kInterfaceRegisters.At("NoRegister"):
         return GenTL::GC_ERR_SUCCESS;
     default:

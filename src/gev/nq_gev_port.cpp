@@ -90,7 +90,7 @@ void NQGevCopyReadable(const unsigned char* from, unsigned char* to, std::size_t
 unsigned int NQGevRegisterValue(const void* buffer, unsigned long size)
 {
     // Deliberate(RegisterTakesAWord): a register takes a whole word of the caller's memory, whatever the size of the
-    // write says: consumers pass the size of what they keep the number in.
+    // write says: there is no such thing as half a register.
     unsigned char bytes[sizeof(unsigned int)] = {};
     const std::size_t given = std::min<std::size_t>(size, sizeof bytes);
     std::memcpy(bytes, buffer, given);

@@ -195,7 +195,8 @@ void AddEventControl(NQGevXmlWriter& xml)
         .entries = {{"EventFrameStartOfTransfer", "The transfer of a frame began.", "Frame Start Of Transfer", "0"},
                     {"EventFrameCompleted", "A frame arrived whole.", "Frame Completed", "1"},
                     {"EventFrameIncomplete", "A frame arrived with data missing.", "Frame Incomplete", "2"},
-                    // Deliberate(FrameAbondoned): spelled so; consumers select the entry by this name.
+                    // Deliberate(FrameAbondoned): spelled so: an entry is selected by its name, and a name that others
+                    // may have stored is not changed.
                     {"EventFrameAbondoned", "A frame was given up.", "Frame Abandoned", "3"}},
         .reg = "EventSelector_reg",
         .selected = {"EventNotification"}});
@@ -245,8 +246,8 @@ void AddRegisters(NQGevXmlWriter& xml)
         AddEventRegister(xml, kDataStreamRegisters["EventNotification_reg"]);
         xml.EndGroup();
     }
-    // Deliberate(OneCommentForThreeGroups): all three groups of stream registers carry the same comment, since they are
-    // one block of addresses that the order of the features cut in three.
+    // Deliberate(OneCommentForThreeGroups): all three groups of stream registers carry the same comment. It is for
+    // people only: a node is found by its name, whatever group it stands in.
     xml.BeginGroup("StreamInformation Registers");
     xml.AddString({kDataStreamRegisters["StreamID_Reg"], kPort});
     xml.EndGroup();

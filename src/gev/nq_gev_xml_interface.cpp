@@ -132,8 +132,8 @@ void AddInterfaceInformation(NQGevXmlWriter& xml)
                             .name = "InterfaceType",
                             .nameSpace = "Standard",
                             .toolTip = "Identifies the transport layer technology of the interface.",
-                            // Deliberate(TransportIsADeviceType): consumers show the transport of every module under
-                            // this one name.
+                            // Deliberate(TransportIsADeviceType): the type of a transport is shown as that of a device,
+                            // by system, interface and device alike: one name for one list of entries.
                             .displayName = "Device Type",
                             .visibility = "Expert",
                             .imposedAccessMode = "RO",
@@ -257,8 +257,8 @@ void AddDeviceRegisters(NQGevXmlWriter& xml)
 
 void AddFormulas(NQGevXmlWriter& xml)
 {
-    // Deliberate(FormulasOutsideGroups): these three stand outside any group; consumers that list the groups do not
-    // show them.
+    // Deliberate(FormulasOutsideGroups): these three stand outside any group: a node is found by its name, and no
+    // category lists them.
     xml.Add(NQGevXmlFormula{"GevInterfaceGatewaySelectorMax_Form", "Custom", "NRGWYS", "NrGateways_Reg", "NRGWYS - 1"});
     xml.Add(NQGevXmlFormula{"GatewayListNotEmpty_Form", "Custom", "NRGWYS", "NrGateways_Reg", "NRGWYS > 0"});
     xml.Add(NQGevXmlFormula{"GevInterfaceSubnetSelectorMax_Form", "Custom", "NRSUBS", "NrSubnets_Reg", "NRSUBS - 1"});

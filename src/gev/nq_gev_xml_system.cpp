@@ -95,8 +95,8 @@ void AddSystemInformation(NQGevXmlWriter& xml)
                             .name = "TLType",
                             .nameSpace = "Standard",
                             .toolTip = "Identifies the transport layer technology of the GenTL Producer.",
-                            // Deliberate(TransportIsADeviceType): consumers show the transport of every module under
-                            // this one name.
+                            // Deliberate(TransportIsADeviceType): the type of a transport is shown as that of a device,
+                            // by system, interface and device alike: one name for one list of entries.
                             .displayName = "Device Type",
                             .visibility = "Expert",
                             .imposedAccessMode = "RO",
