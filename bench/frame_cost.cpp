@@ -3,6 +3,7 @@
 // Run beside a virtual camera by `./run bench`. Prints JSON.
 #include "camera_choice.h"
 #include "grab_session.h"
+#include "producer_tree.h"
 
 #include <atomic>
 #include <chrono>
@@ -131,10 +132,11 @@ Frame NextFrame(GrabSession& session)
     return *frame;
 }
 
-nlohmann::ordered_json Measure(const System& system, const CameraEntry& camera, BufferOrigin origin, uint64_t frames)
+nlohmann::ordered_json Measure(Interface& interface, const CameraEntry& camera, BufferOrigin origin, uint64_t frames)
 {
     constexpr uint64_t warmUp = 200; // until every buffer is bound to its block and every queue has its capacity
-    GrabSession session(system, camera, origin, 8);
+    MemoryBudget memory;
+    GrabSession session(interface, camera, origin, 8, memory);
     session.Start();
     uint64_t bytes = 0;
     std::chrono::steady_clock::time_point start;
@@ -168,15 +170,15 @@ int main(int argc, char** argv)
 {
     try
     {
-        const FoundCamera used = ChooseCamera(CommonOptions{}, "");
-        GenTLLibrary library(used.producer);
+        const FoundCamera used = ChooseCameras(CommonOptions{}, {}).front();
+        ProducerTree producers;
+        Interface& interface = producers.InterfaceOf(used);
         dl_iterate_phdr(FindCode, const_cast<char*>("libnq_gev_rdma_tl.cti"));
-        const System system(library);
         const uint64_t frames = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 2000;
         nlohmann::ordered_json results = nlohmann::ordered_json::array();
         for (const BufferOrigin origin : {BufferOrigin::Library, BufferOrigin::Consumer})
         {
-            results.push_back(Measure(system, used.camera, origin, frames));
+            results.push_back(Measure(interface, used.camera, origin, frames));
         }
         fmt::print("{}\n", nlohmann::ordered_json{{"frame_cost", results}}.dump(2));
         return 0;

@@ -76,4 +76,25 @@ uint64_t AvailableMemory()
     return std::min(AvailableOnMachine(), AvailableInGroup());
 }
 
+uint64_t MemoryBudget::Take(uint64_t size, uint64_t count)
+{
+    const std::lock_guard lock(m_mutex);
+    m_all = m_taken == 0 ? AvailableMemory() : m_all;
+    const uint64_t left = m_all - m_taken;
+    m_taken += size <= left / count ? size * count : 0;
+    return left;
+}
+
+void MemoryBudget::GiveBack(uint64_t bytes)
+{
+    const std::lock_guard lock(m_mutex);
+    m_taken -= bytes;
+}
+
+uint64_t MemoryBudget::Taken()
+{
+    const std::lock_guard lock(m_mutex);
+    return m_taken;
+}
+
 } // namespace nq::tool

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <mutex>
 
 namespace nq::tool
 {
@@ -10,5 +11,22 @@ namespace nq::tool
 /// Bytes that this machine can give without swapping, or that the control group of this process leaves, whichever is
 /// less.
 uint64_t AvailableMemory();
+
+/// What several may take of it, which does not show before they have written there. Any thread may call.
+class MemoryBudget
+{
+  public:
+    /// Takes `count` times `size` bytes, or nothing when there are less. Returns how many there were.
+    uint64_t Take(uint64_t size, uint64_t count);
+    void GiveBack(uint64_t bytes);
+
+    /// What all of them have taken, in bytes.
+    uint64_t Taken();
+
+  private:
+    std::mutex m_mutex; ///< guards what follows
+    uint64_t m_all = 0; ///< what there was before anybody took any
+    uint64_t m_taken = 0;
+};
 
 } // namespace nq::tool

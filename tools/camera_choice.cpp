@@ -78,17 +78,20 @@ std::vector<FoundCamera> Fitting(std::vector<FoundCamera> cameras, const std::st
     return fitting;
 }
 
-/// Enough is what every producer that works has looked for so often that a camera would have answered: once for a
-/// camera that is there, twice to say that there is no other.
-Enough EnoughFor(const std::string& wanted)
+/// Enough is what every producer that works has looked for so often that a camera would have answered: once for cameras
+/// that are there, twice to say that there is no other.
+Enough EnoughFor(const std::vector<std::string>& wanted)
 {
     return [wanted](const std::vector<ProducerEntry>& producers) {
         const size_t scans = wanted.empty() ? 2 : 1;
+        const std::vector<FoundCamera> cameras = CamerasOf(producers);
         return std::all_of(producers.begin(), producers.end(),
                            [scans](const ProducerEntry& producer) {
                                return !producer.problem.empty() || producer.scans >= scans;
                            }) &&
-               !Fitting(CamerasOf(producers), wanted).empty();
+               !cameras.empty() && std::all_of(wanted.begin(), wanted.end(), [&](const std::string& name) {
+                   return !Fitting(cameras, name).empty();
+               });
     };
 }
 
@@ -101,37 +104,49 @@ std::string LineOf(const FoundCamera& found)
                        camera.address.empty() ? "-" : camera.address, Printable(found.producer));
 }
 
+bool AreOne(const FoundCamera& one, const FoundCamera& other)
+{
+    const uint64_t mac = MacOf(one.camera);
+    return one.camera.id == other.camera.id || (mac != 0 && MacOf(other.camera) == mac);
+}
+
 /// How to name one of these: --camera, unless they are one camera that several producers see.
 const char* WayOut(const std::vector<FoundCamera>& cameras)
 {
-    const CameraEntry& first = cameras.front().camera;
-    const uint64_t mac = MacOf(first);
-    const bool same = std::all_of(cameras.begin(), cameras.end(), [&](const FoundCamera& found) {
-        return found.camera.id == first.id || (mac != 0 && MacOf(found.camera) == mac);
-    });
+    const bool same = std::all_of(cameras.begin(), cameras.end(),
+                                  [&](const FoundCamera& found) { return AreOne(found, cameras.front()); });
     return same ? "they are one that several producers see: choose by --producer" : "choose one by --camera ID";
 }
 
-} // namespace
-
-FoundCamera ChooseCamera(const CommonOptions& common, const std::string& wanted)
+void ListThem(const std::vector<FoundCamera>& cameras)
 {
-    const SearchPlan plan{ShortScansFirst(common.timeoutMs), EnoughFor(wanted)};
-    const std::vector<ProducerEntry> producers = AskProducers(common.producer, plan);
-    const std::vector<FoundCamera> all = CamerasOf(producers);
+    for (const FoundCamera& found : cameras)
+    {
+        fmt::print(stderr, "{}", LineOf(found));
+    }
+}
+
+/// The first camera that is among them twice.
+std::optional<FoundCamera> Doubled(const std::vector<FoundCamera>& cameras)
+{
+    for (auto one = cameras.begin(); one != cameras.end(); ++one)
+    {
+        if (std::any_of(cameras.begin(), one, [&](const FoundCamera& other) { return AreOne(*one, other); }))
+        {
+            return *one;
+        }
+    }
+    return std::nullopt;
+}
+
+FoundCamera TheOne(const std::vector<FoundCamera>& all, const std::string& wanted)
+{
     const std::vector<FoundCamera> fitting = Fitting(all, wanted);
     if (fitting.size() == 1)
     {
         return fitting.front();
     }
-    if (all.empty())
-    {
-        throw ToolFailure(ExitCode::NoCamera, NoCameraAdvice(producers));
-    }
-    for (const FoundCamera& found : fitting.empty() ? all : fitting)
-    {
-        fmt::print(stderr, "{}", LineOf(found));
-    }
+    ListThem(fitting.empty() ? all : fitting);
     if (fitting.empty())
     {
         throw ToolFailure(ExitCode::NoCamera, fmt::format("no camera fits \"{}\"; the above answered", wanted));
@@ -139,6 +154,52 @@ FoundCamera ChooseCamera(const CommonOptions& common, const std::string& wanted)
     throw ToolFailure(ExitCode::Usage,
                       fmt::format("{} cameras {}; {}", fitting.size(),
                                   wanted.empty() ? "answered" : fmt::format("fit \"{}\"", wanted), WayOut(fitting)));
+}
+
+/// The cameras that answer. Throws ToolFailure(NoCamera) when none does.
+std::vector<FoundCamera> Answering(const CommonOptions& common, const Enough& enough)
+{
+    const SearchPlan plan{ShortScansFirst(common.timeoutMs), enough};
+    const std::vector<ProducerEntry> producers = AskProducers(common.producer, plan);
+    std::vector<FoundCamera> all = CamerasOf(producers);
+    if (all.empty())
+    {
+        throw ToolFailure(ExitCode::NoCamera, NoCameraAdvice(producers));
+    }
+    return all;
+}
+
+} // namespace
+
+std::vector<FoundCamera> ChooseCameras(const CommonOptions& common, const std::vector<std::string>& wanted)
+{
+    const std::vector<FoundCamera> all = Answering(common, EnoughFor(wanted));
+    if (wanted.empty())
+    {
+        return {TheOne(all, "")};
+    }
+    std::vector<FoundCamera> chosen;
+    for (const std::string& name : wanted)
+    {
+        chosen.push_back(TheOne(all, name));
+    }
+    if (const std::optional<FoundCamera> twice = Doubled(chosen))
+    {
+        throw ToolFailure(ExitCode::Usage, fmt::format("--camera names {} twice", twice->camera.id));
+    }
+    return chosen;
+}
+
+std::vector<FoundCamera> AllCameras(const CommonOptions& common)
+{
+    std::vector<FoundCamera> all = Answering(common, [](const std::vector<ProducerEntry>&) { return false; });
+    if (const std::optional<FoundCamera> twice = Doubled(all))
+    {
+        ListThem(all);
+        throw ToolFailure(ExitCode::Usage,
+                          fmt::format("several producers see {}; choose by --producer", twice->camera.id));
+    }
+    return all;
 }
 
 std::string NoCameraAdvice(const std::vector<ProducerEntry>& producers)

@@ -11,10 +11,15 @@
 namespace nq::tool
 {
 
-/// The one camera whose id, serial number, user-defined name, MAC address in any spelling, or IP address is `wanted`;
-/// the only one when `wanted` is empty. Looks no longer than it takes, at most as long as the options say. Throws
-/// ToolFailure: NoCamera when there is none, and Usage when it could be several, which are then on standard error.
-FoundCamera ChooseCamera(const CommonOptions& common, const std::string& wanted);
+/// The cameras whose id, serial number, user-defined name, MAC address in any spelling, or IP address are the `wanted`
+/// ones, in their order; the only camera when none is wanted. Looks no longer than it takes, at most as long as the
+/// options say. Throws ToolFailure: NoCamera when one is not there; Usage when one is wanted twice, or could be
+/// several, which are then on standard error.
+std::vector<FoundCamera> ChooseCameras(const CommonOptions& common, const std::vector<std::string>& wanted);
+
+/// Every camera that answers in the time of the options. Throws ToolFailure: NoCamera when there is none, and Usage
+/// when several producers see one of them.
+std::vector<FoundCamera> AllCameras(const CommonOptions& common);
 
 /// What to look at when no camera answers, in words.
 std::string NoCameraAdvice(const std::vector<ProducerEntry>& producers);

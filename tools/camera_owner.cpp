@@ -61,7 +61,8 @@ std::string OwnerText(const CameraOwner& owner)
                        owner.exclusive ? ", exclusively" : "");
 }
 
-void AwaitFreeCamera(const CameraEntry& camera, std::chrono::steady_clock::time_point end)
+void AwaitFreeCamera(const CameraEntry& camera, std::chrono::steady_clock::time_point end,
+                     const std::function<void(const std::string&)>& tell)
 {
     for (bool told = false;;)
     {
@@ -80,7 +81,7 @@ void AwaitFreeCamera(const CameraEntry& camera, std::chrono::steady_clock::time_
         }
         if (!told)
         {
-            fmt::print(stderr, "nq-gev: waiting for the camera, which {} controls\n", OwnerText(*owner));
+            tell(fmt::format("waiting for the camera, which {} controls", OwnerText(*owner)));
             told = true;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(250));

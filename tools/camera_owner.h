@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -27,9 +28,10 @@ std::optional<CameraOwner> AskForOwner(const CameraEntry& camera);
 /// For example "10.77.0.1, UDP port 40000, exclusively".
 std::string OwnerText(const CameraOwner& owner);
 
-/// Returns once nobody controls the camera. Throws ToolFailure(CameraInUse), with who does and what to do, when that is
-/// not so until `end`, and ToolFailure(StopCode()) after a signal.
-void AwaitFreeCamera(const CameraEntry& camera, std::chrono::steady_clock::time_point end);
+/// Returns once nobody controls the camera; has `tell` told that it waits. Throws ToolFailure(CameraInUse), with who
+/// does and what to do, when that is not so until `end`, and ToolFailure(StopCode()) after a signal.
+void AwaitFreeCamera(const CameraEntry& camera, std::chrono::steady_clock::time_point end,
+                     const std::function<void(const std::string&)>& tell);
 
 /// Throws why the producer refused with `code` to open the camera.
 [[noreturn]] void ThrowRefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code);

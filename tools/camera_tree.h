@@ -5,6 +5,7 @@
 #include "gentl_library.h"
 
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -74,17 +75,20 @@ class Interface
     /// Looks for cameras during `timeoutMs` milliseconds and describes what it found.
     InterfaceEntry Scan(uint64_t timeoutMs) const;
 
-    /// Scans shortly first and then longer, up to `timeoutMs` milliseconds, until the camera is in the list.
-    void LookFor(const std::string& cameraId, uint64_t timeoutMs) const;
+    /// Scans shortly first and then longer, up to half a second, until the camera is in the list, and opens it for
+    /// control. Gives the answer of IFOpenDevice; throws GenTLError when a scan fails. Any thread may call it.
+    GenTL::GC_ERROR OpenCamera(const std::string& cameraId, GenTL::DEV_HANDLE* device);
 
-    GenTL::IF_HANDLE Handle() const { return m_handle; }
+    const System& Parent() const { return m_system; }
 
   private:
+    void LookFor(const std::string& cameraId, uint64_t timeoutMs) const;
     CameraEntry Describe(const std::string& cameraId) const;
 
     const System& m_system;
     std::string m_id;
     GenTL::IF_HANDLE m_handle = nullptr;
+    std::mutex m_opening; ///< No list changes between the look for a camera and its opening.
 };
 
 /// How long to scan again and again for a camera that is likely to answer at once: a few short times, then `longestMs`.

@@ -27,7 +27,7 @@ class GenTLError : public std::runtime_error
     GenTL::GC_ERROR m_code;
 };
 
-/// Loads one .cti, calls GCInitLib, and undoes both when it goes. Used from one thread.
+/// Loads one .cti, calls GCInitLib, and undoes both when it goes. Its functions may be called from any thread.
 class GenTLLibrary
 {
   public:

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace nq::tool
 {
@@ -17,7 +18,8 @@ constexpr size_t kMostBuffers = 65536;
 
 struct GrabOptions
 {
-    std::string camera;
+    std::vector<std::string> cameras; ///< what names each; empty for the only one
+    bool allCameras = false;
     PictureOptions pictures;
     std::string metadata;   ///< file for one line of JSON per frame; empty for none
     uint64_t count = 0;     ///< 0 for as many as come

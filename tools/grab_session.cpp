@@ -2,7 +2,6 @@
 // One camera opened for control with its first stream, its buffers and its new-buffer event.
 #include "grab_session.h"
 
-#include "available_memory.h"
 #include "camera_owner.h"
 #include "exit_codes.h"
 #include "software_rdma.h"
@@ -71,15 +70,15 @@ void BufferMemory::Unmap::operator()(void* memory) const
     munmap(memory, size);
 }
 
-GrabSession::GrabSession(const System& system, const CameraEntry& camera, BufferOrigin origin, size_t bufferCount)
-    : m_library(system.Library()), m_ours(system.IsOurs()), m_flagStays(system.GivesStatedAnswers()),
-      m_interface(system, camera.interfaceId), m_cameraId(camera.id), m_address(camera.address)
+GrabSession::GrabSession(Interface& interface, const CameraEntry& camera, BufferOrigin origin, size_t bufferCount,
+                         MemoryBudget& memory)
+    : m_library(interface.Parent().Library()), m_ours(interface.Parent().IsOurs()),
+      m_flagStays(interface.Parent().GivesStatedAnswers()), m_memoryBudget(memory), m_cameraId(camera.id),
+      m_address(camera.address)
 {
     try
     {
-        m_interface.LookFor(camera.id, 500);
-        const GenTL::GC_ERROR opened =
-            m_library.IFOpenDevice(m_interface.Handle(), camera.id.c_str(), GenTL::DEVICE_ACCESS_CONTROL, &m_device);
+        const GenTL::GC_ERROR opened = interface.OpenCamera(camera.id, &m_device);
         if (opened != GenTL::GC_ERR_SUCCESS)
         {
             m_device = nullptr;
@@ -119,6 +118,7 @@ void GrabSession::Close()
     {
         m_library.DevClose(m_device);
     }
+    m_memoryBudget.GiveBack(m_takenBytes);
 }
 
 void GrabSession::CheckControl(const CameraEntry& camera)
@@ -157,9 +157,9 @@ uint64_t GrabSession::PayloadSize() const
     return *size;
 }
 
-void GrabSession::CheckMemory(size_t count) const
+void GrabSession::TakeMemory(size_t count)
 {
-    const uint64_t memory = AvailableMemory();
+    const uint64_t memory = m_memoryBudget.Take(m_bufferBytes, count);
     const uint64_t fitting = memory / m_bufferBytes;
     if (fitting < count)
     {
@@ -170,6 +170,8 @@ void GrabSession::CheckMemory(size_t count) const
                         count, m_bufferBytes, memory,
                         fitting == 0 ? "not one would" : fmt::format("at most --buffers {} would", fitting)));
     }
+    m_takenBytes = count * m_bufferBytes;
+    m_lockedBytes = m_memoryBudget.Taken();
     const std::string complaint = m_ours && MachineHasRdmaDevice() ? LockedMemoryComplaint(m_lockedBytes) : "";
     if (!complaint.empty())
     {
@@ -180,8 +182,7 @@ void GrabSession::CheckMemory(size_t count) const
 void GrabSession::AnnounceBuffers(BufferOrigin origin, size_t count)
 {
     m_bufferBytes = PayloadSize();
-    m_lockedBytes = count * m_bufferBytes;
-    CheckMemory(count);
+    TakeMemory(count);
     for (size_t index = 0; index < count; ++index)
     {
         GenTL::BUFFER_HANDLE buffer = nullptr;

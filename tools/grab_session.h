@@ -2,6 +2,7 @@
 // One camera opened for control with its first stream, its buffers and its new-buffer event.
 #pragma once
 
+#include "available_memory.h"
 #include "camera_tree.h"
 #include "frame.h"
 
@@ -40,13 +41,15 @@ class BufferMemory
     std::unique_ptr<void, Unmap> m_memory;
 };
 
-/// A running acquisition: everything is opened by the constructor and Start(), and closed by the destructor.
+/// A running acquisition: everything is opened by the constructor and Start(), and closed by the destructor. Used from
+/// one thread; those of several cameras may be used at once.
 class GrabSession
 {
   public:
     /// Opens the camera for control and its first stream, announces and queues `bufferCount` buffers. Throws
-    /// GenTLError.
-    GrabSession(const System& system, const CameraEntry& camera, BufferOrigin origin, size_t bufferCount);
+    /// GenTLError, and ToolFailure when `memory` has no room for them.
+    GrabSession(Interface& interface, const CameraEntry& camera, BufferOrigin origin, size_t bufferCount,
+                MemoryBudget& memory);
     ~GrabSession();
     GrabSession(const GrabSession&) = delete;
     GrabSession& operator=(const GrabSession&) = delete;
@@ -75,7 +78,7 @@ class GrabSession
     void OpenStream();
     void AnnounceBuffers(BufferOrigin origin, size_t count);
     uint64_t PayloadSize() const;
-    void CheckMemory(size_t count) const;
+    void TakeMemory(size_t count);
     std::string WhyNoStart(GenTL::GC_ERROR code) const;
     std::optional<uint32_t> ReadRegister(uint64_t address) const;
     std::string Describe(Frame& frame);
@@ -89,7 +92,7 @@ class GrabSession
     GenTLLibrary& m_library;
     bool m_ours;
     bool m_flagStays; ///< An incomplete frame leaves its buffer so for good, as our producer's own answers have it.
-    Interface m_interface;
+    MemoryBudget& m_memoryBudget;
     std::string m_cameraId;
     std::string m_address;
     GenTL::DEV_HANDLE m_device = nullptr;
@@ -100,7 +103,8 @@ class GrabSession
     std::vector<GenTL::BUFFER_HANDLE> m_seenIncomplete;
     std::vector<BufferMemory> m_memory; ///< of the buffer of the same index; empty for those of the library
     uint64_t m_bufferBytes = 0;
-    uint64_t m_lockedBytes = 0; ///< What a running stream has to lock, at least.
+    uint64_t m_takenBytes = 0;
+    uint64_t m_lockedBytes = 0; ///< What the running streams of this program have to lock, at least.
     bool m_anyFrame = false;
     bool m_started = false;
 };

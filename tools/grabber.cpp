@@ -8,23 +8,21 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 namespace nq::tool
 {
 
 using Clock = GrabTotals::Clock;
 
-Grabber::Grabber(GrabSession& session, const GrabOptions& options)
-    : m_session(session), m_options(options),
-      m_progress(options.count, options.pictures.out == "-" ? "" : options.pictures.out)
+Grabber::Grabber(GrabSession& session, const GrabOptions& options, GrabbedCamera camera, GrabReport& report)
+    : m_session(session), m_options(options), m_camera(std::move(camera)), m_report(report)
 {
     if (!options.pictures.out.empty())
     {
-        m_writer = std::make_unique<PictureWriter>(options.pictures);
-    }
-    if (!options.metadata.empty())
-    {
-        m_metadata = std::make_unique<MetadataFile>(options.metadata, options.pictures.overwrite);
+        PictureOptions pictures = options.pictures;
+        pictures.camera = m_camera.name;
+        m_writer = std::make_unique<PictureWriter>(pictures);
     }
 }
 
@@ -39,9 +37,9 @@ void Grabber::Run()
     m_end = Clock::now() + std::chrono::seconds(m_options.durationS);
     try
     {
-        if (m_metadata)
+        if (m_report.metadata)
         {
-            m_metadata->Open();
+            m_report.metadata->Open();
         }
         while (WantsMore())
         {
@@ -70,26 +68,20 @@ void Grabber::Run()
 
 void Grabber::Finish()
 {
-    const auto finish = [this](auto& writer) {
-        try
-        {
-            writer.Finish();
-        }
-        catch (const ToolFailure& failure)
-        {
-            m_failure = m_failure ? m_failure : failure;
-        }
-    };
-    if (m_metadata)
+    if (!m_writer)
     {
-        finish(*m_metadata);
+        return;
     }
-    if (m_writer)
+    try
     {
-        finish(*m_writer);
-        m_totals.pictures = m_writer->Written();
-        m_totals.waits = m_writer->Waits();
+        m_writer->Finish();
     }
+    catch (const ToolFailure& failure)
+    {
+        m_failure = m_failure ? m_failure : failure;
+    }
+    m_totals.pictures = m_writer->Written();
+    m_totals.waits = m_writer->Waits();
 }
 
 std::optional<ToolFailure> Grabber::Failure() const
@@ -129,7 +121,7 @@ std::optional<Frame> Grabber::WaitForFrame()
     constexpr uint64_t kSliceMs = 200; // how soon a signal is noticed
     for (uint64_t waited = 0; waited < m_options.frameTimeoutMs && !StopAsked() && !TimeIsOver(); waited += kSliceMs)
     {
-        m_progress.Show(m_totals);
+        m_report.progress.Show(m_camera.index, m_totals);
         if (std::optional<Frame> frame = m_session.Next(std::min(kSliceMs, m_options.frameTimeoutMs - waited)))
         {
             return frame;
@@ -144,7 +136,7 @@ void Grabber::Take(const Frame& frame, Clock::time_point arrival)
     const uint64_t missing =
         !refused && m_totals.frames > 0 && frame.frameId > m_lastId ? frame.frameId - m_lastId - 1 : 0;
     const uint64_t lost = missing - std::min(missing, m_refusedSince); // refused ones are counted as such
-    if (m_metadata)
+    if (m_report.metadata)
     {
         Note(frame, lost);
     }
@@ -198,7 +190,8 @@ void Grabber::Note(const Frame& frame, uint64_t lostBefore)
         flags.push_back("refused");
     }
     const nlohmann::ordered_json line = {{"id", frame.frameId},
-                                         {"camera", m_options.pictures.camera},
+                                         {"camera", m_camera.name},
+                                         {"camera_id", m_camera.id},
                                          {"camera_time", numberOrNull(frame.cameraTime)},
                                          {"camera_time_ns", numberOrNull(frame.cameraTimeNs)},
                                          {"arrival", TimeText(std::chrono::system_clock::now())},
@@ -208,7 +201,7 @@ void Grabber::Note(const Frame& frame, uint64_t lostBefore)
                                          {"pixel_format", fmt::format("0x{:08x}", frame.pixelFormat)},
                                          {"flags", flags},
                                          {"lost_before", lostBefore}};
-    m_metadata->Add(line.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace));
+    m_report.metadata->Add(line.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace));
 }
 
 std::string LossComplaint(const GrabTotals& totals, const GrabOptions& options)

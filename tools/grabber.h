@@ -18,17 +18,33 @@
 namespace nq::tool
 {
 
+/// Where the grabbers of all cameras tell of their frames.
+struct GrabReport
+{
+    Progress progress;
+    std::unique_ptr<MetadataFile> metadata; ///< null for none
+};
+
+/// One camera among those of a grab.
+struct GrabbedCamera
+{
+    size_t index; ///< in the report
+    std::string id;
+    std::string name; ///< short, for files and people
+};
+
 /// Takes frames until the count is reached, the time is over, none comes in time, a file cannot be written, or a signal
 /// asks to stop.
 class Grabber
 {
   public:
-    Grabber(GrabSession& session, const GrabOptions& options);
+    /// Throws ToolFailure when there is no place for pictures.
+    Grabber(GrabSession& session, const GrabOptions& options, GrabbedCamera camera, GrabReport& report);
 
     /// Runs to the end; what went wrong on the way is in Failure().
     void Run();
 
-    /// Waits until all pictures and lines are written. The camera may be closed before.
+    /// Waits until all pictures are written. The camera may be closed before.
     void Finish();
 
     const GrabTotals& Totals() const { return m_totals; }
@@ -49,9 +65,9 @@ class Grabber
 
     GrabSession& m_session;
     const GrabOptions& m_options;
+    const GrabbedCamera m_camera;
+    GrabReport& m_report;
     std::unique_ptr<PictureWriter> m_writer;
-    std::unique_ptr<MetadataFile> m_metadata;
-    Progress m_progress;
     MovingRamp m_ramp;
     GrabTotals m_totals;
     std::string m_firstRefusal;

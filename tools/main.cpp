@@ -23,10 +23,12 @@ namespace
 constexpr const char* kExitCodesText =
     "Exit codes: 0 success, 1 failure, 2 wrong arguments, 3 no producer, 4 no camera, 5 the stream did not start,\n"
     "6 frames stopped coming, 7 lost, incomplete, wrong or refused frames,\n"
-    "8 another program controls the camera, 130 ended by ^C, 143 by SIGTERM.\n\n"
+    "8 another program controls the camera, 130 ended by ^C, 143 by SIGTERM.\n"
+    "Of several cameras the worst counts: the one that comes first in 1, 3, 5, 8, 6, 7, 130 and 143, 0.\n\n"
     "Examples:\n"
     "  nq-gev list\n"
     "  nq-gev grab --count 10 --out pictures\n"
+    "  nq-gev grab --camera left --camera right --duration 60 --metadata frames.jsonl\n"
     "  nq-gev --software-rdma grab --count 10\n"
     "  nq-gev --producer /opt/vendor/producer.cti list --json";
 

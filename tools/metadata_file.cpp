@@ -39,6 +39,11 @@ MetadataFile::MetadataFile(std::string path, bool overwrite)
 
 void MetadataFile::Open()
 {
+    const std::lock_guard lock(m_opening);
+    if (m_file)
+    {
+        return;
+    }
     constexpr mode_t kForAll = 0666; // less what the user's mask takes away
     const int descriptor =
         open(m_path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC | O_NOFOLLOW | (m_overwrite ? O_TRUNC : O_EXCL), kForAll);

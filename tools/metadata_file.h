@@ -12,7 +12,7 @@
 namespace nq::tool
 {
 
-/// A file of lines, written by a thread of its own. Used from one thread. Failures are ToolFailure.
+/// A file of lines, written by a thread of its own. Any thread may add lines. Failures are ToolFailure.
 class MetadataFile
 {
   public:
@@ -20,7 +20,8 @@ class MetadataFile
     MetadataFile(std::string path, bool overwrite);
     ~MetadataFile();
 
-    /// Makes the file, or empties one that is there if it may. Links are not followed. Call it once, before Add().
+    /// Makes the file, or empties one that is there if it may. Links are not followed. Does nothing
+    /// once that is done; to be called before Add().
     void Open();
 
     /// Has the line written, unless a signal asks to stop while too many wait; throws what failed of an earlier one.
@@ -35,6 +36,7 @@ class MetadataFile
 
     const std::string m_path;
     const bool m_overwrite;
+    std::mutex m_opening; ///< guards the making of m_file
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> m_file;
     std::mutex m_mutex; ///< guards m_errno
     int m_errno = 0;    ///< of the first line that could not be written

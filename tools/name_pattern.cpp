@@ -13,19 +13,6 @@ namespace nq::tool
 namespace
 {
 
-std::string SafeName(const std::string& text)
-{
-    std::string safe;
-    for (const char letter : text)
-    {
-        const bool harmless = (letter >= '0' && letter <= '9') || (letter >= 'A' && letter <= 'Z') ||
-                              (letter >= 'a' && letter <= 'z') || letter == '-' || letter == '_' ||
-                              (letter == '.' && !safe.empty());
-        safe += harmless ? letter : '_';
-    }
-    return safe.empty() ? "camera" : safe;
-}
-
 /// The pattern with what `replace` makes of each {word}.
 std::string Replaced(const std::string& pattern, const std::function<std::string(const std::string&)>& replace)
 {
@@ -41,6 +28,19 @@ std::string Replaced(const std::string& pattern, const std::function<std::string
 }
 
 } // namespace
+
+std::string SafeName(const std::string& text)
+{
+    std::string safe;
+    for (const char letter : text)
+    {
+        const bool harmless = (letter >= '0' && letter <= '9') || (letter >= 'A' && letter <= 'Z') ||
+                              (letter >= 'a' && letter <= 'z') || letter == '-' || letter == '_' ||
+                              (letter == '.' && !safe.empty());
+        safe += harmless ? letter : '_';
+    }
+    return safe.empty() ? "camera" : safe;
+}
 
 std::string WhyNoPattern(const std::string& pattern)
 {

@@ -23,7 +23,10 @@ std::string TimeText(std::chrono::system_clock::time_point time);
 /// Why no names can be made by the pattern, in words for the user; empty when they can.
 std::string WhyNoPattern(const std::string& pattern);
 
-/// The name without an extension: {camera} with "_" for what is no letter, digit, "-", "_" or inner dot, {id} with
+/// What {camera} stands for: the text with "_" for what is no letter, digit, "-", "_" or inner dot.
+std::string SafeName(const std::string& text);
+
+/// The name without an extension: {camera} as SafeName() has it, {id} with
 /// eight digits or more, {time} as TimeText() has it.
 std::string NameBy(const std::string& pattern, const NameFields& fields);
 

@@ -21,7 +21,6 @@ namespace
 {
 
 constexpr size_t kWriters = 4;
-constexpr size_t kQueuedBytes = 256U << 20;
 constexpr size_t kMostQueued = 256;
 
 [[noreturn]] void Fail(const std::string& what)
@@ -77,7 +76,7 @@ void PictureWriter::Write(const Frame& frame, std::chrono::system_clock::time_po
     if (!m_queue)
     {
         // A pipe keeps the order of the frames.
-        const size_t bound = kQueuedBytes / std::max<size_t>(picture->bytes.size(), 1);
+        const size_t bound = m_options.queuedBytes / std::max<size_t>(picture->bytes.size(), 1);
         m_queue =
             std::make_unique<WorkQueue>(m_options.out == "-" ? 1 : kWriters, std::clamp(bound, kWriters, kMostQueued));
     }

@@ -29,8 +29,9 @@ struct PictureOptions
 {
     std::string out; ///< a folder, or "-" for standard output; empty for nothing
     PictureFormat format = PictureFormat::Png;
-    std::string name = "frame-{id}";
-    std::string camera; ///< for {camera}
+    std::string name;                ///< the pattern of the names
+    std::string camera;              ///< for {camera}
+    size_t queuedBytes = 256U << 20; ///< how many bytes of pictures may wait to be written
     bool debayer = false;
     bool overwrite = false;
 };

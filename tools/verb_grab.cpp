@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev grab: takes frames from a camera, checks them, writes them as pictures and sums up.
 #include "camera_choice.h"
-#include "camera_owner.h"
+#include "camera_grab.h"
 #include "grab_options.h"
-#include "grab_session.h"
-#include "grabber.h"
 #include "name_pattern.h"
 #include "picture_files.h"
 #include "printable.h"
@@ -12,11 +10,15 @@
 #include "verbs.h"
 #include "whole_number.h"
 
-#include <chrono>
+#include <algorithm>
+#include <deque>
 #include <fmt/format.h>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <set>
+#include <system_error>
+#include <thread>
 #include <unistd.h>
 
 namespace nq::tool
@@ -25,90 +27,201 @@ namespace nq::tool
 namespace
 {
 
+const char* OriginOfBuffers(const GrabOptions& options)
+{
+    return options.announce ? "consumer-announced" : "library-allocated";
+}
+
+nlohmann::ordered_json SummaryJson(const GrabOptions& options, const CameraGrab& grab)
+{
+    nlohmann::ordered_json summary = grab.Totals().Json();
+    summary["camera"] = grab.Found().camera.id;
+    summary["producer"] = grab.Found().producer;
+    summary["buffers"] = options.buffers;
+    summary["buffer_origin"] = OriginOfBuffers(options);
+    if (options.verify)
+    {
+        summary["wrong_bytes"] = grab.Totals().wrongBytes;
+    }
+    return summary;
+}
+
+std::string SummaryText(const GrabOptions& options, const CameraGrab& grab)
+{
+    std::string text =
+        fmt::format("camera     {}\nproducer   {}\nbuffers    {} {}\n{}", Printable(grab.Found().camera.id),
+                    Printable(grab.Found().producer), options.buffers, OriginOfBuffers(options), grab.Totals().Text());
+    return text + (options.verify ? fmt::format("wrong      {} bytes\n", grab.Totals().wrongBytes) : "");
+}
+
 /// To standard output, or standard error when pictures go there.
-void PrintSummary(const CommonOptions& common, const GrabOptions& options, const FoundCamera& used,
-                  const GrabTotals& totals)
+void PrintSummary(const CommonOptions& common, const GrabOptions& options, const std::deque<CameraGrab>& grabs)
 {
     std::FILE* const file = options.pictures.out == "-" ? stderr : stdout;
     if (isatty(STDERR_FILENO) != 0)
     {
         fmt::print(stderr, "\r\033[K"); // where the progress stands
     }
-    const char* origin = options.announce ? "consumer-announced" : "library-allocated";
+    std::string text;
+    nlohmann::ordered_json all = nlohmann::ordered_json::array();
+    for (const CameraGrab& grab : grabs)
+    {
+        text += (text.empty() ? "" : "\n") + SummaryText(options, grab);
+        all.push_back(SummaryJson(options, grab));
+        if (grabs.size() > 1)
+        {
+            const std::string problem = grab.Failure() ? grab.Failure()->what() : "";
+            text += problem.empty() ? "" : fmt::format("problem    {}\n", Printable(problem));
+            all.back()["problem"] = problem;
+        }
+    }
     if (common.json)
     {
-        nlohmann::ordered_json summary = totals.Json();
-        summary["camera"] = used.camera.id;
-        summary["producer"] = used.producer;
-        summary["buffers"] = options.buffers;
-        summary["buffer_origin"] = origin;
-        if (options.verify)
-        {
-            summary["wrong_bytes"] = totals.wrongBytes;
-        }
-        fmt::print(file, "{}\n", summary.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace));
-        return;
+        const nlohmann::ordered_json summary =
+            grabs.size() == 1 ? all[0] : nlohmann::ordered_json{{"cameras", std::move(all)}};
+        text = summary.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + "\n";
     }
-    fmt::print(file, "camera     {}\nproducer   {}\n", Printable(used.camera.id), Printable(used.producer));
-    fmt::print(file, "buffers    {} {}\n{}", options.buffers, origin, totals.Text());
-    if (options.verify)
+    fmt::print(file, "{}", text);
+}
+
+/// Short names of the cameras: the first of user-defined name, serial number and id that each of them has and that is
+/// another one for each, also in the name of a file.
+std::vector<std::string> NamesOf(const std::vector<FoundCamera>& cameras)
+{
+    for (const auto field : {&CameraEntry::userName, &CameraEntry::serial, &CameraEntry::id})
     {
-        fmt::print(file, "wrong      {} bytes\n", totals.wrongBytes);
+        std::vector<std::string> names;
+        std::set<std::string> different;
+        for (const FoundCamera& found : cameras)
+        {
+            names.push_back(found.camera.*field);
+            different.insert(names.back().empty() ? "" : SafeName(names.back()));
+        }
+        if (different.size() == cameras.size() && different.count("") == 0)
+        {
+            return names;
+        }
+    }
+    if (cameras.size() == 1)
+    {
+        return {cameras.front().camera.id};
+    }
+    throw ToolFailure(ExitCode::Usage, "these cameras cannot be told apart by their names: grab them one by one");
+}
+
+/// What holds for several cameras alone.
+void FitToSeveral(GrabOptions& options, size_t cameras)
+{
+    if (options.pictures.out == "-")
+    {
+        throw ToolFailure(ExitCode::Usage, "--out - takes the frames of one camera");
+    }
+    if (options.pictures.name.find("{camera}") == std::string::npos)
+    {
+        throw ToolFailure(ExitCode::Usage, "--name needs {camera}: pictures of several cameras would have one name");
+    }
+    options.pictures.queuedBytes /= cameras;
+}
+
+/// Each camera on a thread of its own. What fails is told at once, for the others may go on for days.
+void RunSideBySide(std::deque<CameraGrab>& grabs, Progress& progress)
+{
+    std::vector<std::jthread> threads;
+    threads.reserve(grabs.size());
+    for (size_t at = 0; at < grabs.size(); ++at)
+    {
+        CameraGrab& grab = grabs[at];
+        try
+        {
+            threads.emplace_back([&grab, &progress, at] {
+                grab.Run();
+                if (grab.Failure())
+                {
+                    progress.Say(at, grab.Failure()->what());
+                }
+            });
+        }
+        catch (const std::system_error& refused)
+        {
+            grab.Fail(ToolFailure(ExitCode::Failure, "cannot start a thread: " + refused.code().message()));
+            progress.Say(at, grab.Failure()->what());
+        }
     }
 }
 
-/// Opens the camera once it is free. Another program that waits as well may be the faster one; then it is waited for
-/// again.
-std::unique_ptr<GrabSession> OpenFreeCamera(const System& system, const CameraEntry& camera, const GrabOptions& options)
+/// The worst of what came of the cameras.
+ExitCode WorstOf(const std::deque<CameraGrab>& grabs)
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(options.waitSeconds);
-    while (true)
+    const auto came = [&grabs](ExitCode code) {
+        return std::any_of(grabs.begin(), grabs.end(),
+                           [code](const CameraGrab& grab) { return grab.Failure() && grab.Failure()->Code() == code; });
+    };
+    for (const ExitCode code : {ExitCode::Failure, ExitCode::NoProducer, ExitCode::NoStream, ExitCode::CameraInUse,
+                                ExitCode::CameraLost, ExitCode::WrongPicture})
     {
-        AwaitFreeCamera(camera, end);
-        try
+        if (came(code))
         {
-            return std::make_unique<GrabSession>(
-                system, camera, options.announce ? BufferOrigin::Consumer : BufferOrigin::Library, options.buffers);
-        }
-        catch (const ToolFailure& failure)
-        {
-            if (failure.Code() != ExitCode::CameraInUse || std::chrono::steady_clock::now() >= end)
-            {
-                throw;
-            }
+            return code;
         }
     }
+    return StopAsked() ? StopCode() : ExitCode::Success;
+}
+
+std::deque<CameraGrab> GrabsOf(const std::vector<FoundCamera>& cameras, const std::vector<std::string>& names,
+                               GrabShare& share)
+{
+    std::deque<CameraGrab> grabs;
+    for (size_t at = 0; at < cameras.size(); ++at)
+    {
+        grabs.emplace_back(cameras[at], GrabbedCamera{at, cameras[at].camera.id, names[at]}, share);
+    }
+    return grabs;
 }
 
 ExitCode Grab(const CommonOptions& common, GrabOptions options)
 {
-    const FoundCamera used = ChooseCamera(common, options.camera);
-    GenTLLibrary library(used.producer);
-    const System system(library);
-    options.pictures.camera = !used.camera.userName.empty() ? used.camera.userName
-                              : !used.camera.serial.empty() ? used.camera.serial
-                                                            : used.camera.id;
-    CatchStopSignals(); // from here on a camera may be held, which has to be given back
-    std::unique_ptr<GrabSession> session = OpenFreeCamera(system, used.camera, options);
-    Grabber grabber(*session, options);
-    if (!StopAsked())
+    const std::vector<FoundCamera> cameras =
+        options.allCameras ? AllCameras(common) : ChooseCameras(common, options.cameras);
+    const bool several = cameras.size() > 1;
+    if (options.pictures.name.empty())
     {
-        session->Start();
+        options.pictures.name = several ? "{camera}-{id}" : "frame-{id}";
     }
-    grabber.Run();
-    session.reset(); // the camera is free before the last pictures are written
-    grabber.Finish();
-    PrintSummary(common, options, used, grabber.Totals());
-    const std::optional<ToolFailure> failure = grabber.Failure();
-    if (failure && StopAsked() && failure->Code() == ExitCode::WrongPicture)
+    if (several)
     {
-        throw ToolFailure(StopCode(), failure->what());
+        FitToSeveral(options, cameras.size());
+    }
+    const std::vector<std::string> names = NamesOf(cameras);
+    const std::string& out = options.pictures.out;
+    GrabShare share{options, {.progress = Progress(names, options.count, out == "-" ? "" : out), .metadata = nullptr}};
+    if (!options.metadata.empty())
+    {
+        share.report.metadata = std::make_unique<MetadataFile>(options.metadata, options.pictures.overwrite);
+    }
+    std::deque<CameraGrab> grabs = GrabsOf(cameras, names, share);
+    CatchStopSignals(); // from here on cameras may be held, which have to be given back
+    several ? RunSideBySide(grabs, share.report.progress) : grabs.front().Run();
+    std::optional<ToolFailure> failure = several ? std::nullopt : grabs.front().Failure();
+    try
+    {
+        if (share.report.metadata)
+        {
+            share.report.metadata->Finish();
+        }
+    }
+    catch (const ToolFailure& unwritten)
+    {
+        failure = failure ? failure : unwritten;
+    }
+    if (several || grabs.front().Ran())
+    {
+        PrintSummary(common, options, grabs);
     }
     if (failure)
     {
         throw ToolFailure(*failure);
     }
-    return StopAsked() ? StopCode() : ExitCode::Success;
+    return WorstOf(grabs);
 }
 
 void AddPictureOptions(CLI::App& verb, PictureOptions& options)
@@ -125,7 +238,7 @@ void AddPictureOptions(CLI::App& verb, PictureOptions& options)
         ->default_str("png");
     verb.add_option("--name", options.name, "Names of the files: {camera}, {id} and {time} are filled in")
         ->check([](const std::string& pattern) { return WhyNoPattern(pattern); })
-        ->capture_default_str();
+        ->default_str("frame-{id}; of several cameras {camera}-{id}");
     verb.add_flag("--overwrite", options.overwrite, "Replace files that are there already");
     verb.add_flag("--debayer", options.debayer, "Write the mosaic of a Bayer format as colours");
 }
@@ -153,8 +266,13 @@ void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
     verb->add_option("--duration", options->durationS, "How long to take frames, in seconds")
         ->check(WholeNumber(1, kMostMs / 1000 * 365, "seconds"));
     verb->add_option("--metadata", options->metadata, "File for one line of JSON per frame");
-    verb->add_option("--camera", options->camera,
-                     "Id, serial number, user-defined name, MAC or IP address (default: the only one)");
+    CLI::Option* const named =
+        verb->add_option(
+                "--camera", options->cameras,
+                "Id, serial number, user-defined name, MAC or IP address (default: the only one); once for each "
+                "of several")
+            ->allow_extra_args(false);
+    verb->add_flag("--all-cameras", options->allCameras, "Take frames from every camera that answers")->excludes(named);
     verb->add_option("--wait", options->waitSeconds, "Seconds to wait for a camera that another program controls")
         ->check(WholeNumber(0, kMostMs / 1000, "seconds"))
         ->capture_default_str();

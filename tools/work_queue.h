@@ -14,7 +14,7 @@
 namespace nq::tool
 {
 
-/// Takes jobs from one thread and does them on others. Jobs do not throw.
+/// Takes jobs and does them on threads of its own. Jobs do not throw.
 class WorkQueue
 {
   public:
@@ -28,7 +28,7 @@ class WorkQueue
     /// Adds a job; waits while as many as may wait already do. False, without the job, if `givesUp` says so meanwhile.
     bool Add(std::function<void()> job, const std::function<bool()>& givesUp);
 
-    /// How often a job had to wait for a place. For the thread that adds.
+    /// How often a job had to wait for a place. For the only thread that adds.
     uint64_t Waits() const { return m_waits; }
 
     /// Does what is left and ends the threads. Nothing can be added afterwards.

@@ -3,6 +3,7 @@
 #include "support/network.h"
 #include "support/temporary_folder.h"
 #include "support/tool.h"
+#include "support/two_cameras.h"
 #include "support/virtual_camera.h"
 
 #include <algorithm>
@@ -177,32 +178,17 @@ TEST(ToolProducer, AnEmptyPathIsAsGoodAsNone)
     EXPECT_THAT(list.output, HasSubstr("address 10.77.0.2"));
 }
 
-/// Two cameras on one host, at 10.77.0.2 and 10.77.0.3.
 class ToolCamera : public testing::Test
 {
   protected:
-    ToolCamera()
-    {
-        m_first.Machine().Shell("ip addr add 10.77.0.3/24 dev cam0");
-        m_second = std::make_unique<ChildProcess>(std::vector<std::string>{NQ_CAMERA_PATH, "--address", "10.77.0.3",
-                                                                           "--serial", "SN-2", "--user-name", "left",
-                                                                           "--mac", "02:00:0a:0b:0c:0d"},
-                                                  m_first.Environment(), &m_first.Machine());
-        if (!m_second->WaitForOutput("ready", longTime))
-        {
-            throw std::runtime_error(m_second->Output());
-        }
-    }
-
     Outcome Grab(std::vector<std::string> arguments)
     {
         arguments.insert(arguments.begin(), "grab");
-        return RunTool(arguments, m_first.Environment());
+        return RunTool(arguments, m_cameras.Environment());
     }
 
   private:
-    const VirtualCamera m_first{{"--serial", "SN-1", "--user-name", "left"}};
-    std::unique_ptr<ChildProcess> m_second;
+    const TwoCameras m_cameras;
 };
 
 TEST_F(ToolCamera, IsFoundByAnyOfItsNames)

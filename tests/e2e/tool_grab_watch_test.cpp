@@ -41,7 +41,7 @@ TEST(GrabMetadata, HasOneLineOfJsonPerFrame)
     const std::vector<std::string> lines = LinesOf(folder / "frames.jsonl");
     ASSERT_EQ(lines.size(), 3U);
     const std::string form = ",\"width\":64,\"height\":48,\"pixel_format\":\"0x01080001\",\"flags\":";
-    const std::string head = "\\{\"id\":([0-9]+),\"camera\":\"Name\",";
+    const std::string head = "\\{\"id\":([0-9]+),\"camera\":\"Name\",\"camera_id\":\"Camera\",";
     EXPECT_THAT(lines[0], ContainsRegex("^" + head + "\"camera_time\":null,\"camera_time_ns\":null," + kTime));
     EXPECT_THAT(lines[0], testing::EndsWith(",\"size\":3072" + form + "[],\"lost_before\":0}"));
     EXPECT_THAT(lines[1], ContainsRegex("^" + head + "\"camera_time\":77,\"camera_time_ns\":77000," + kTime));
