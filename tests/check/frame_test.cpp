@@ -38,7 +38,7 @@ TEST(CheckFrame, AProducerThatKeepsTheRulesGivesZero)
 {
     const Outcome outcome = Check({"--only", "LB-*"});
     EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
-    EXPECT_NE(outcome.output.find("14 passed, 0 failed, 0 not tried"), std::string::npos) << outcome.output;
+    EXPECT_NE(outcome.output.find("13 passed, 0 failed, 0 not tried"), std::string::npos) << outcome.output;
 }
 
 TEST(CheckFrame, ABrokenRuleGivesOne)
@@ -73,7 +73,7 @@ TEST(CheckFrame, AConstructorThatBlocksIsFoundOut)
 
 TEST(CheckFrame, RulesAreChosenById)
 {
-    const Outcome outcome = Check({"--only", "LB-00[1-4]", "--skip", "LB-002"});
+    const Outcome outcome = Check({"--only", "LB-00[1-5]", "--skip", "LB-002"});
     EXPECT_NE(outcome.output.find("3 passed, 0 failed, 0 not tried"), std::string::npos) << outcome.output;
     EXPECT_EQ(outcome.output.find("LB-002"), std::string::npos);
 }
@@ -97,7 +97,7 @@ TEST(CheckFrame, IdsAreUniqueAndClausesNumbered)
         EXPECT_TRUE(std::regex_match((*at)[2].str(), std::regex("([1-7](\\.[0-9]+)+(, )?)*"))) << (*at)[2];
         ids.push_back(id);
     }
-    EXPECT_GE(ids.size(), 14U);
+    EXPECT_GE(ids.size(), 140U);
 }
 
 /// What a producer prints stays out of the answer.

@@ -17,6 +17,9 @@ std::span<const Family> Families()
         {"events", EventRules()},
         {"buffers and queues", BufferRules()},
         {"acquisition", AcquisitionRules()},
+        {"delivery", DeliveryRules()},
+        {"ports, URLs and descriptions", PortRules()},
+        {"threads and processes", ProcessRules()},
     };
     return families;
 }

@@ -14,5 +14,8 @@ std::span<const Rule> ListRules();
 std::span<const Rule> EventRules();
 std::span<const Rule> BufferRules();
 std::span<const Rule> AcquisitionRules();
+std::span<const Rule> DeliveryRules();
+std::span<const Rule> PortRules();
+std::span<const Rule> ProcessRules();
 
 } // namespace nq::check

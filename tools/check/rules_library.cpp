@@ -5,7 +5,6 @@
 #include "trial.h"
 
 #include <array>
-#include <dlfcn.h>
 #include <filesystem>
 #include <fmt/format.h>
 #include <thread>
@@ -29,17 +28,6 @@ void AllFunctions(Context& c)
 void Extension(Context& c)
 {
     c.Expect(c.target.path.ends_with(".cti"), "the file is called " + c.target.path);
-}
-
-/// The library stays loaded once, so these opens find it; what is looked at is that both ways are taken.
-void LoadsInBothWays(Context& c)
-{
-    for (const int mode : {RTLD_LAZY, RTLD_NOW})
-    {
-        void* library = dlopen(c.target.path.c_str(), mode | RTLD_LOCAL);
-        c.Expect(library == LoadedLibrary(), "a second dlopen gives another library, or none");
-        c.Expect(library == nullptr || dlclose(library) == 0, "dlclose failed");
-    }
 }
 
 void BeforeInit(Context& c)
@@ -224,8 +212,6 @@ constexpr Rule kRules[] = {
     {"LB-001", "every function of GenTL 1.5 is exported, undecorated", "6.1, 6.1.3", Severity::Must, Needs::Nothing,
      AllFunctions},
     {"LB-002", "the file has the extension cti", "6.1", Severity::Must, Needs::Nothing, Extension},
-    {"LB-003", "a second dlopen, lazy or not, gives the same library", "6.1", Severity::May, Needs::Nothing,
-     LoadsInBothWays},
     {"LB-004", "before GCInitLib GCGetInfo, GCGetLastError and TLOpen are not initialized", "6.3.1", Severity::Must,
      Needs::Nothing, BeforeInit},
     {"LB-005", "a second GCInitLib is refused and harms nothing", "3.1", Severity::Must, Needs::Nothing, SecondInit},

@@ -149,6 +149,11 @@ void Runner::Take(const std::vector<const Rule*>& rules, const ChildRun& run)
     for (size_t index = 0; index < run.results.size(); ++index)
     {
         const RuleResult& result = run.results[index];
+        if (result.outcome == Outcome::NotTried && index > 0)
+        {
+            RunAlone(*rules[index], ""); // what rules before it left behind may be all that stands in its way
+            continue;
+        }
         const bool broken = result.outcome == Outcome::Failed;
         m_findings.push_back(
             {rules[index], m_family, result.outcome, result.text, broken ? run.lines : "", {}, result.seconds});
