@@ -265,7 +265,7 @@ std::optional<Frame> GrabSession::Next(uint64_t timeoutMs)
     }
     if (code == GenTL::GC_ERR_ABORT)
     {
-        throw ToolFailure(ExitCode::CameraLost, "the producer gave the stream up: " + WhyNoFrames());
+        throw StreamGivenUp();
     }
     GenTLLibrary::Check(code, "EventGetData");
     m_anyFrame = true;

@@ -7,6 +7,7 @@
 #include "frame.h"
 
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,6 +42,11 @@ class BufferMemory
     std::unique_ptr<void, Unmap> m_memory;
 };
 
+/// The producer says that no frame will come any more.
+class StreamGivenUp : public std::exception
+{
+};
+
 /// A running acquisition: everything is opened by the constructor and Start(), and closed by the destructor. Used from
 /// one thread; those of several cameras may be used at once.
 class GrabSession
@@ -59,7 +65,7 @@ class GrabSession
     void Stop();
 
     /// The next frame, or why it is refused; nothing when none came in `timeoutMs` milliseconds. Throws
-    /// ToolFailure(CameraLost) when the producer says that none will come.
+    /// StreamGivenUp and GenTLError.
     std::optional<Frame> Next(uint64_t timeoutMs);
 
     /// Gives the frame's buffer back to the stream.

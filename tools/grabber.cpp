@@ -59,6 +59,10 @@ void Grabber::Run()
     {
         m_failure = failure;
     }
+    catch (const StreamGivenUp&)
+    {
+        m_failure.emplace(ExitCode::CameraLost, WhyLost("the producer gave the stream up after " + CountText()));
+    }
     catch (const GenTLError& error)
     {
         m_failure.emplace(ExitCode::Failure, error.what());
@@ -98,15 +102,21 @@ std::optional<ToolFailure> Grabber::Failure() const
     return loss.empty() ? std::nullopt : std::optional(ToolFailure(ExitCode::WrongPicture, loss));
 }
 
+std::string Grabber::CountText() const
+{
+    return fmt::format("{}{}", m_totals.frames, m_options.count == 0 ? "" : fmt::format(" of {}", m_options.count));
+}
+
 std::string Grabber::WhyNoneCame() const
 {
+    return WhyLost(TimeIsOver() ? fmt::format("no frame for {} s", m_options.durationS)
+                                : fmt::format("no frame for {} ms after {}", m_options.frameTimeoutMs, CountText()));
+}
+
+std::string Grabber::WhyLost(const std::string& event) const
+{
     const std::string refusals = Refusals();
-    const std::string wanted = m_options.count == 0 ? "" : fmt::format(" of {}", m_options.count);
-    const std::string time = TimeIsOver()
-                                 ? fmt::format("{} s", m_options.durationS)
-                                 : fmt::format("{} ms after {}{}", m_options.frameTimeoutMs, m_totals.frames, wanted);
-    return fmt::format("no frame for {}: {}{}{}", time, m_session.WhyNoFrames(), refusals.empty() ? "" : "; ",
-                       refusals);
+    return fmt::format("{}: {}{}{}", event, m_session.WhyNoFrames(), refusals.empty() ? "" : "; ", refusals);
 }
 
 std::string Grabber::Refusals() const

@@ -60,6 +60,12 @@ class Grabber
     bool WantsMore() const;
     bool TimeIsOver() const { return m_options.durationS != 0 && GrabTotals::Clock::now() >= m_end; }
     std::string WhyNoneCame() const;
+
+    /// How many frames came, of how many.
+    std::string CountText() const;
+
+    /// What happened, with what the camera tells of it and the frames that were refused.
+    std::string WhyLost(const std::string& event) const;
     void Note(const Frame& frame, uint64_t lostBefore);
     std::string Refusals() const;
 
