@@ -14,6 +14,7 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 cases="frames      any     list, and 500 verified frames at 640x480
 cable       guests  the cable of these frames: packets, ready messages, retransmissions
 restart     any     20 starts and stops
+standard    any     verified frames, starts and stops with the standard's answers
 killed      any     the camera is killed while it streams
 idle        any     and how soon a stop then leaves nothing behind
 cut         guests  the cable is pulled out while frames flow, and put back

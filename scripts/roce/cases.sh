@@ -10,6 +10,9 @@ reason=
 # without a processor may need; so only the cases about loss have the usual value.
 heartbeat=600000
 
+# What nq-gev asks of the library, "standard" or "stated".
+answers=standard
+
 start_camera() {
     order camera "exec $bin/nq-gev-camera --address $camera_address --heartbeat $heartbeat $*"
     camera_job=$job
@@ -39,7 +42,7 @@ last_line() { grep -sv "^$" "$(output "$1" "$2")" | tail -n 1 | cut -c 1-150; }
 grab() {
     local seconds=$1 code=0
     shift
-    on host "$seconds" "$bin/nq-gev --producer $bin/libnq_gev_rdma_tl.cti --timeout 3000 grab $*" || code=$?
+    on host "$seconds" "$bin/nq-gev --producer $bin/libnq_gev_rdma_tl.cti --answers $answers --timeout 3000 grab $*" || code=$?
     summary
     [ $code = 0 ] || reason="nq-gev ended with $code: $(complaint host "$job")"
     return $code
@@ -66,8 +69,9 @@ picture_count() { find "$pictures" -name '*.png' | wc -l; }
 more_pictures() { [ "$(picture_count)" -gt "$1" ]; }
 
 case_frames() {
+    local answers=stated
     start_camera --width 640 --height 480 || return 1
-    on host 120 "$bin/nq-gev --producer $bin/libnq_gev_rdma_tl.cti --timeout 3000 list" || {
+    on host 120 "$bin/nq-gev --producer $bin/libnq_gev_rdma_tl.cti --answers $answers --timeout 3000 list" || {
         reason="nq-gev list: $(last_line host "$job")"
         return 1
     }
@@ -93,12 +97,35 @@ case_cable() {
     return $code
 }
 
+# restarts [VARIABLE=VALUE]: 20 acquisitions in one process of the host; leaves their number in $reason.
+restarts() {
+    local code=0
+    on host 400 "NQ_RDMA_TEST_ADDRESS=$host_address $* exec $bin/tests/roce_restart_test" || code=$?
+    reason="$(grep -c '^acquisition' "$out") acquisitions in one process"
+    [ $code = 0 ] || reason="$reason, then: $(grep -m 1 -A 3 -i 'failure' "$out" | tr '\n' ' ' | cut -c 1-150) (exit code $code)"
+    return $code
+}
+
 case_restart() {
     start_camera --width 640 --height 480 || return 1
     local code=0
-    on host 400 "NQ_RDMA_TEST_ADDRESS=$host_address exec $bin/tests/roce_restart_test" || code=$?
-    reason="$(grep -c '^acquisition' "$out") acquisitions in one process"
-    [ $code = 0 ] || reason="$reason, then: $(grep -m 1 -A 3 -i 'failure' "$out" | tr '\n' ' ' | cut -c 1-150) (exit code $code)"
+    restarts || code=$?
+    stop_camera && return $code
+}
+
+# The cases frames and restart have the library's own answers.
+case_standard() {
+    local code=0 told
+    start_camera --width 640 --height 480 || return 1
+    on host 60 "$bin/nq-gev --producer $bin/libnq_gev_rdma_tl.cti info" || true
+    grep -q '^  answers  *standard$' "$out" || {
+        reason="nq-gev info: $(complaint host "$job")"
+        return 1
+    }
+    grab 400 --count 200 --verify --frame-timeout 20000 || return 1
+    told=$reason
+    restarts NQ_GEV_TL_STANDARD=1 || code=$?
+    reason="$told; $reason"
     stop_camera && return $code
 }
 

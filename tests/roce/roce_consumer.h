@@ -101,11 +101,15 @@ class RoceConsumer
 
     void Announce()
     {
+        std::size_t payload = 0;
+        GenTL::INFO_DATATYPE type = 0;
+        std::size_t size = sizeof payload;
+        ASSERT_EQ(gentl.DSGetInfo(stream, GenTL::STREAM_INFO_PAYLOAD_SIZE, &type, &payload, &size), 0);
         ASSERT_EQ(gentl.GCRegisterEvent(stream, GenTL::EVENT_NEW_BUFFER, &m_event), 0);
         for (int buffer = 0; buffer < 4; ++buffer)
         {
             GenTL::BUFFER_HANDLE handle = nullptr;
-            ASSERT_EQ(gentl.DSAllocAndAnnounceBuffer(stream, 64, nullptr, &handle), 0);
+            ASSERT_EQ(gentl.DSAllocAndAnnounceBuffer(stream, payload, nullptr, &handle), 0);
         }
     }
 
