@@ -27,11 +27,12 @@ void Acquisition::Configure(const AcquisitionSettings& settings)
 {
     {
         const std::lock_guard lock(m_mutex);
-        if (settings.frameRate != m_settings.frameRate || settings.softwareTrigger != m_settings.softwareTrigger)
+        if (settings.frameRate != m_settings.frameRate || settings.frameTrigger.on != m_settings.frameTrigger.on)
         {
             m_due.reset();
-            m_triggers = 0;
         }
+        m_frameTrigger.Configure(settings.frameTrigger);
+        m_burstTrigger.Configure(settings.burstTrigger);
         m_settings = settings;
     }
     m_changed.Signal();
@@ -45,7 +46,7 @@ void Acquisition::EnableStream(bool on)
         {
             m_nextId = 1;
             m_takenSinceStart = 0;
-            m_triggers = 0;
+            ClearTriggers();
             m_due.reset();
         }
         m_enabled = on;
@@ -71,16 +72,42 @@ void Acquisition::Stop()
     const std::lock_guard lock(m_mutex);
     m_started = false;
     m_autoStarted = false;
-    m_triggers = 0;
+    ClearTriggers();
+}
+
+void Acquisition::Abort()
+{
+    Stop();
+    const std::lock_guard lock(m_mutex);
+    m_exposing.reset();
+}
+
+void Acquisition::ClearTriggers()
+{
+    m_frameTrigger.Clear();
+    m_burstTrigger.Clear();
+    m_burstLeft = 0;
 }
 
 void Acquisition::Trigger()
 {
     {
         const std::lock_guard lock(m_mutex);
-        if (Active() && m_settings.softwareTrigger)
+        if (Active() && m_frameTrigger.IsOn())
         {
-            ++m_triggers;
+            m_frameTrigger.Fire(Clock::now());
+        }
+    }
+    m_changed.Signal();
+}
+
+void Acquisition::TriggerBurst()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        if (Active() && m_burstTrigger.IsOn())
+        {
+            m_burstTrigger.Fire(Clock::now());
         }
     }
     m_changed.Signal();
@@ -103,20 +130,33 @@ Acquisition::Decision Acquisition::Next(bool canSend, Clock::time_point now)
     {
         return Idle{};
     }
-    if (m_settings.softwareTrigger)
+    if (m_burstTrigger.IsOn() && m_burstLeft == 0)
     {
-        if (m_triggers == 0 || !canSend)
+        if (!m_burstTrigger.Take(now))
+        {
+            return WaitFor(m_burstTrigger.Next(now));
+        }
+        m_burstLeft = m_settings.burstCount;
+        m_due.reset();
+    }
+    if (m_frameTrigger.IsOn())
+    {
+        if (!canSend)
         {
             return Idle{};
         }
-        --m_triggers;
-        return Take(now);
+        return m_frameTrigger.Take(now) ? Take(now) : WaitFor(m_frameTrigger.Next(now));
     }
     if (m_settings.frameRate > 0)
     {
         return NextByRate(canSend, now);
     }
     return canSend ? Take(now) : Decision(Idle{});
+}
+
+Acquisition::Decision Acquisition::WaitFor(const std::optional<Clock::time_point>& time)
+{
+    return time ? Decision(*time) : Decision(Idle{});
 }
 
 Acquisition::Decision Acquisition::NextByRate(bool canSend, Clock::time_point now)
@@ -174,6 +214,9 @@ Acquisition::Decision Acquisition::Take(Clock::time_point now)
     ticket.picture = m_settings.picture;
     ++m_taken;
     ++m_takenSinceStart;
+    m_burstLeft -= m_burstLeft > 0 ? 1 : 0;
+    m_exposureStart = now;
+    m_exposureEnd = now + Seconds(m_settings.exposure);
     const bool done = (m_settings.mode == AcquisitionMode::SingleFrame) ||
                       (m_settings.mode == AcquisitionMode::MultiFrame && m_takenSinceStart >= m_settings.frameCount);
     if (done)
@@ -185,14 +228,26 @@ Acquisition::Decision Acquisition::Take(Clock::time_point now)
     {
         return ticket;
     }
-    m_exposing = {ticket, now + Seconds(m_settings.exposure)};
-    return m_exposing->second;
+    m_exposing = {ticket, m_exposureEnd};
+    return m_exposureEnd;
 }
 
 Acquisition::Counters Acquisition::Count() const
 {
     const std::lock_guard lock(m_mutex);
-    return {m_enabled, m_started || m_autoStarted, Active() || m_exposing, m_taken, m_lost};
+    const bool active = Active();
+    const bool exposing = m_exposing.has_value();
+    const bool burstWait = active && !exposing && m_burstTrigger.IsOn() && m_burstLeft == 0;
+    return {.streamEnabled = m_enabled,
+            .started = m_started || m_autoStarted,
+            .running = active || exposing,
+            .taken = m_taken,
+            .lost = m_lost,
+            .exposing = exposing,
+            .exposureStart = m_exposureStart,
+            .exposureEnd = m_exposureEnd,
+            .burstTriggerWait = burstWait,
+            .frameTriggerWait = active && !exposing && !burstWait && m_frameTrigger.IsOn()};
 }
 
 } // namespace nq::camera

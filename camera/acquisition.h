@@ -4,6 +4,7 @@
 
 #include "device_clock.h"
 #include "gendc_frame.h"
+#include "trigger_input.h"
 #include "wake_event.h"
 
 #include <chrono>
@@ -36,7 +37,10 @@ struct AcquisitionSettings
     double frameRate = 0;
     /// Seconds; up to 20 microseconds a picture comes at once.
     double exposure = 0;
-    bool softwareTrigger = false;
+    TriggerSettings frameTrigger = {};
+    TriggerSettings burstTrigger = {};
+    /// Frames of one burst.
+    std::uint32_t burstCount = 1;
 };
 
 /// The link between the control side, which switches and sets, and the stream thread, which asks for the next frame.
@@ -45,7 +49,7 @@ struct AcquisitionSettings
 /// starts a continuous acquisition by itself. Frame ids begin at 1 when the stream is enabled. A frame that is due by
 /// the frame rate while the host has granted no credit is lost and its id with it; the rate's clock starts with the
 /// first frame that can be sent. Triggers without a credit wait. A frame is sent when its exposure ends, and the next
-/// one begins no earlier.
+/// one begins no earlier. With the burst's trigger on, each of its triggers is for so many frames.
 ///
 /// Any thread may call any operation.
 class Acquisition
@@ -66,7 +70,11 @@ class Acquisition
     void EnableStream(bool on);
     void Start();
     void Stop();
+    /// Stops, and forgets the frame that is being exposed.
+    void Abort();
+    /// A software trigger of either kind, as far as it is on and an acquisition runs.
     void Trigger();
+    void TriggerBurst();
     /// Shifts the id of the next frame.
     void ShiftId(std::int64_t by);
 
@@ -85,10 +93,19 @@ class Acquisition
         bool running = false;
         std::uint64_t taken = 0;
         std::uint64_t lost = 0;
+        /// An exposure is under way; when the last one began and ends.
+        bool exposing = false;
+        Clock::time_point exposureStart{};
+        Clock::time_point exposureEnd{};
+        /// The acquisition waits for a trigger of the burst or of the frame.
+        bool burstTriggerWait = false;
+        bool frameTriggerWait = false;
     };
     Counters Count() const;
 
   private:
+    void ClearTriggers();
+    static Decision WaitFor(const std::optional<Clock::time_point>& time);
     bool Active() const { return m_enabled && (m_started || m_autoStarted); }
     Decision NextByRate(bool canSend, Clock::time_point now);
     Decision EndExposure(bool canSend, Clock::time_point now);
@@ -104,7 +121,12 @@ class Acquisition
     bool m_enabled = false;
     bool m_started = false;
     bool m_autoStarted = false;
-    std::uint64_t m_triggers = 0;
+    TriggerInput m_frameTrigger;
+    TriggerInput m_burstTrigger;
+    /// Frames that are left of the burst.
+    std::uint32_t m_burstLeft = 0;
+    Clock::time_point m_exposureStart{};
+    Clock::time_point m_exposureEnd{};
     std::uint64_t m_nextId = 1;
     std::uint64_t m_takenSinceStart = 0;
     std::optional<Clock::time_point> m_due;

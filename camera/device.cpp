@@ -226,8 +226,22 @@ void Device::ApplyFeature(std::uint32_t address)
     case kAcquisitionStop:
         m_acquisition.Stop();
         break;
+    case kAcquisitionAbort:
+        m_acquisition.Abort();
+        break;
+    case kCounterReset:
+    case kCounterEventSource:
+        ResetCounter();
+        break;
     case kTriggerSoftware:
-        m_acquisition.Trigger();
+        if (m_registers.Get(kTriggerSelector) == 0)
+        {
+            m_acquisition.Trigger();
+        }
+        else
+        {
+            m_acquisition.TriggerBurst();
+        }
         break;
     case kTestEventGenerate:
         m_messages.Notify(EventKind::Test, 0);

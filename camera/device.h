@@ -68,6 +68,9 @@ class Device
     /// Whether the host understands pending acknowledges, and the time in milliseconds from which one is due.
     bool PendingAckEnabled();
 
+    /// Notes how bright a picture came out, from 0 to 1; exposure and gain follow when they are automatic.
+    void Measured(double brightness);
+
     /// Switches off and on: all registers at their defaults, no privilege, no stream.
     void PowerCycle();
     /// Gives control to an application that never speaks.
@@ -107,6 +110,14 @@ class Device
     void LoadUserSet(std::uint32_t set);
     void SaveUserSet(std::uint32_t set);
     void KeepState();
+    /// Microseconds of the next exposure.
+    double Exposure() const;
+    bool LineTimesExposure() const;
+    LineWave CurrentWave() const;
+    TriggerSettings CurrentTrigger(std::uint32_t which) const;
+    void RefreshLines();
+    void RefreshTimer(Clock::time_point start, Clock::time_point now);
+    void ResetCounter();
     PictureSettings CurrentPicture() const;
     AcquisitionSettings CurrentSettings() const;
     bool Streaming() const;
@@ -126,6 +137,8 @@ class Device
     std::mutex m_mutex;
     RegisterMap m_registers;
     ControlPrivilege m_privilege;
+    /// Rising edges of Line0 when the counter was reset.
+    std::int64_t m_counterStart = 0;
     /// The user set Default.
     FeatureValues m_defaults;
     CameraState m_state;

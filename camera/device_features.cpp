@@ -58,6 +58,10 @@ bool Device::IsAvailable(const Feature& feature) const
         return set == 0 || m_state.sets.contains(set);
     case kUserSetSave:
         return set != 0;
+    case kLineSource:
+        return m_registers.Get(kLineSelector) == 1;
+    case kExposureMode:
+        return LineTimesExposure();
     default:
         return true;
     }
@@ -97,7 +101,7 @@ double Device::Maximum(const Feature& feature) const
     case kOffsetY:
         return left(kHeightMax, kHeight);
     case kAcquisitionFrameRate:
-        return std::min(feature.max, 1e6 / static_cast<double>(m_registers.GetFloat(kExposureTime)));
+        return std::min(feature.max, 1e6 / Exposure());
     default:
         return feature.max;
     }
@@ -142,6 +146,7 @@ void Device::RefreshFeatures()
     m_registers.Set(kAcquiring, m_acquisition.Count().running ? 1 : 0);
     const std::uint64_t seconds = m_clock.Now() / DeviceClock::kTicksPerSecond;
     m_registers.SetFloat(kDeviceTemperature, 40.0F + static_cast<float>(seconds % 20) / 10.0F);
+    RefreshLines();
     for (const FeatureCategory& category : FeatureTable())
     {
         for (const Feature& feature : category.features)

@@ -134,7 +134,7 @@ void Device::AddFeature(const Feature& feature)
                                : static_cast<std::uint32_t>(feature.value);
     for (std::uint32_t i = 0; i < RegisterCount(feature); ++i)
     {
-        map.AddRegister(feature.address + 4 * i, feature.access, value);
+        map.AddRegister(feature.address + feature.stride * i, feature.access, value);
     }
     if (feature.movingMax || feature.movingEntries)
     {

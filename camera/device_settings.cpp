@@ -10,6 +10,50 @@ namespace nq::camera
 
 using namespace feature;
 
+namespace
+{
+
+/// From the register of the first of two selected features to that of the second.
+constexpr std::uint32_t kSecond = 0x100;
+
+} // namespace
+
+bool Device::LineTimesExposure() const
+{
+    return m_registers.Get(kTriggerMode) != 0 &&
+           static_cast<TriggerSource>(m_registers.Get(kTriggerSource)) == TriggerSource::Line0 &&
+           static_cast<TriggerActivation>(m_registers.Get(kTriggerActivation)) != TriggerActivation::AnyEdge;
+}
+
+double Device::Exposure() const
+{
+    if (LineTimesExposure() && m_registers.Get(kExposureMode) != 0)
+    {
+        return 0.5e6 / m_registers.GetFloat(kTestLineFrequency);
+    }
+    return m_registers.GetFloat(kExposureTime);
+}
+
+LineWave Device::CurrentWave() const
+{
+    return {.frequency = m_registers.GetFloat(kTestLineFrequency), .inverted = m_registers.Get(kLineInverter) != 0};
+}
+
+TriggerSettings Device::CurrentTrigger(std::uint32_t which) const
+{
+    TriggerSettings trigger;
+    trigger.on = m_registers.Get(kTriggerMode + which) != 0;
+    trigger.source = static_cast<TriggerSource>(m_registers.Get(kTriggerSource + which));
+    trigger.activation = static_cast<TriggerActivation>(m_registers.Get(kTriggerActivation + which));
+    trigger.delay =
+        std::chrono::nanoseconds(std::llround(1000 * static_cast<double>(m_registers.GetFloat(kTriggerDelay + which))));
+    trigger.wave = CurrentWave();
+    trigger.counter = {.on = m_registers.Get(kCounterEventSource) != 0,
+                       .duration = m_registers.Get(kCounterDuration),
+                       .start = m_counterStart};
+    return trigger;
+}
+
 PictureSettings Device::CurrentPicture() const
 {
     PictureSettings picture;
@@ -23,8 +67,8 @@ PictureSettings Device::CurrentPicture() const
                        .offsetX = m_registers.Get(kOffsetX),
                        .offsetY = m_registers.Get(kOffsetY)};
     // The light is such that pictures are right at the exposure of power on.
-    const double exposed = static_cast<double>(m_registers.GetFloat(kExposureTime)) / m_options.exposure;
-    const double decibels = m_registers.GetFloat(kGain);
+    const double exposed = Exposure() / m_options.exposure;
+    const double decibels = m_registers.GetFloat(kGain) + m_registers.GetFloat(kGain + kSecond);
     picture.development = {.factor = exposed * std::pow(10.0, decibels / 20),
                            .blackLevel = m_registers.GetFloat(kBlackLevel)};
     return picture;
@@ -40,8 +84,10 @@ AcquisitionSettings Device::CurrentSettings() const
     settings.frameCount = m_registers.Get(kAcquisitionFrameCount);
     settings.frameRate =
         m_registers.Get(kAcquisitionFrameRateEnable) != 0 ? m_registers.GetFloat(kAcquisitionFrameRate) : 0;
-    settings.exposure = static_cast<double>(m_registers.GetFloat(kExposureTime)) / 1e6;
-    settings.softwareTrigger = m_registers.Get(kTriggerMode) != 0;
+    settings.exposure = Exposure() / 1e6;
+    settings.frameTrigger = CurrentTrigger(0);
+    settings.burstTrigger = CurrentTrigger(kSecond);
+    settings.burstCount = m_registers.Get(kAcquisitionBurstFrameCount);
     return settings;
 }
 

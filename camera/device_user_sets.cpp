@@ -38,7 +38,7 @@ FeatureValues Device::PresentValues() const
     ForEachOfUserSet([&](const Feature& feature) {
         for (std::uint32_t i = 0; i < RegisterCount(feature); ++i)
         {
-            const std::uint32_t value = m_registers.Get(feature.address + 4 * i);
+            const std::uint32_t value = m_registers.Get(feature.address + feature.stride * i);
             const bool isFloat = feature.kind == FeatureKind::Float;
             values[feature.name].push_back(isFloat ? static_cast<double>(std::bit_cast<float>(value))
                                                    : static_cast<double>(value));
@@ -63,7 +63,7 @@ void Device::TakeValues(const FeatureValues& values)
                                    : static_cast<std::uint32_t>(std::clamp(number, 0.0, 4294967295.0));
             if (IsInRange(feature, value))
             {
-                m_registers.Set(feature.address + 4 * i, value);
+                m_registers.Set(feature.address + feature.stride * i, value);
             }
         }
     });

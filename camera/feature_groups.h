@@ -10,6 +10,8 @@ namespace nq::camera
 std::span<const Feature> DeviceFeatures();
 std::span<const Feature> ImageFeatures();
 std::span<const Feature> AcquisitionFeatures();
+std::span<const Feature> LineFeatures();
+std::span<const Feature> CounterFeatures();
 std::span<const Feature> AnalogFeatures();
 std::span<const Feature> EventFeatures();
 std::span<const Feature> UserSetFeatures();

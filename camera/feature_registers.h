@@ -47,6 +47,39 @@ constexpr std::uint32_t kBlackLevel = 0x00010074;
 /// One register for each entry of EventSelector, 4 bytes apart.
 constexpr std::uint32_t kEventNotification = 0x00010080;
 
+constexpr std::uint32_t kTriggerSelector = 0x00010200;
+constexpr std::uint32_t kTriggerActivation = 0x00010204;
+constexpr std::uint32_t kTriggerDelay = 0x00010208;
+constexpr std::uint32_t kExposureMode = 0x0001020C;
+constexpr std::uint32_t kExposureAuto = 0x00010210;
+constexpr std::uint32_t kGainAuto = 0x00010214;
+constexpr std::uint32_t kGainSelector = 0x00010218;
+constexpr std::uint32_t kAcquisitionAbort = 0x0001021C;
+constexpr std::uint32_t kAcquisitionBurstFrameCount = 0x00010220;
+constexpr std::uint32_t kAcquisitionStatusSelector = 0x00010224;
+/// One register for each entry of AcquisitionStatusSelector.
+constexpr std::uint32_t kAcquisitionStatus = 0x00010280;
+constexpr std::uint32_t kLineSelector = 0x00010240;
+constexpr std::uint32_t kLineStatusAll = 0x00010244;
+constexpr std::uint32_t kLineSource = 0x00010248;
+constexpr std::uint32_t kUserOutputValue = 0x0001024C;
+constexpr std::uint32_t kTestLineFrequency = 0x00010250;
+/// One register for each entry of LineSelector.
+constexpr std::uint32_t kLineMode = 0x000102A0;
+constexpr std::uint32_t kLineInverter = 0x000102A8;
+constexpr std::uint32_t kLineStatus = 0x000102B0;
+constexpr std::uint32_t kCounterEventSource = 0x000102C0;
+constexpr std::uint32_t kCounterDuration = 0x000102C4;
+constexpr std::uint32_t kCounterValue = 0x000102C8;
+constexpr std::uint32_t kCounterReset = 0x000102CC;
+constexpr std::uint32_t kTimerTriggerSource = 0x000102D0;
+constexpr std::uint32_t kTimerDelay = 0x000102D4;
+constexpr std::uint32_t kTimerDuration = 0x000102D8;
+constexpr std::uint32_t kTimerValue = 0x000102DC;
+constexpr std::uint32_t kTimerStatus = 0x000102E0;
+constexpr std::uint32_t kCounterSelector = 0x000102E4;
+constexpr std::uint32_t kTimerSelector = 0x000102E8;
+
 /// 1 while the stream is enabled, which fixes the size; 1 while an acquisition runs.
 constexpr std::uint32_t kStreaming = 0x00011000;
 constexpr std::uint32_t kAcquiring = 0x00011004;

@@ -18,6 +18,8 @@ std::span<const FeatureCategory> FeatureTable()
         FeatureCategory{"DeviceControl", "What the camera is, and its state", DeviceFeatures()},
         FeatureCategory{"ImageFormatControl", "Size and form of the pictures", ImageFeatures()},
         FeatureCategory{"AcquisitionControl", "When pictures are taken", AcquisitionFeatures()},
+        FeatureCategory{"DigitalIOControl", "Input and output of the camera", LineFeatures()},
+        FeatureCategory{"CounterAndTimerControl", "What counts and what waits", CounterFeatures()},
         FeatureCategory{"AnalogControl", "Brightness of the pictures", AnalogFeatures()},
         FeatureCategory{"EventControl", "Messages that the camera sends", EventFeatures()},
         FeatureCategory{"UserSetControl", "Settings that are kept", UserSetFeatures()},
@@ -48,8 +50,9 @@ const Feature* FeatureAt(std::uint32_t address)
     {
         for (const Feature& feature : category.features)
         {
+            const std::uint32_t behind = address - feature.address;
             if (feature.address >= feature::kFirstFeature && address >= feature.address &&
-                address - feature.address < 4 * RegisterCount(feature))
+                behind % feature.stride < 4 && behind / feature.stride < RegisterCount(feature))
             {
                 return &feature;
             }

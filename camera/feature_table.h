@@ -65,8 +65,9 @@ struct Feature
     Lock lock = Lock::Never;
     /// Milliseconds after which a value that changes by itself is worth reading again; 0 for one that does not.
     std::uint32_t polling = 0;
-    /// The enumeration that selects one of several registers, 4 bytes apart.
+    /// The enumeration that selects one of several registers, and their distance in bytes.
     const char* selector = "";
+    std::uint32_t stride = 4;
     /// Features whose write changes this one, separated by blanks.
     const char* changedBy = "";
     /// The maximum depends on other features: the camera tells it in a register of its own.

@@ -91,15 +91,41 @@ constexpr std::array kImage{
             .inUserSet = true},
 };
 
+constexpr std::array kGains{
+    FeatureEntry{"AnalogAll", 0, "Ahead of the converter"},
+    FeatureEntry{"DigitalAll", 1, "Behind the converter"},
+};
+constexpr std::array kGainAutos{
+    FeatureEntry{"Off", 0, "Set by the host"},
+    FeatureEntry{"Once", 1, "Set by the camera until the pictures are of medium brightness, then Off"},
+    FeatureEntry{"Continuous", 2, "Set by the camera, picture by picture"},
+};
+
 constexpr std::array kAnalog{
+    Feature{.name = "GainSelector",
+            .kind = Enumeration,
+            .address = kGainSelector,
+            .tip = "The gain that is meant",
+            .entries = kGains},
     Feature{.name = "Gain",
             .kind = Float,
             .address = kGain,
             .tip = "Amplification",
-            .about = "6 dB are twice as bright",
+            .about = "6 dB are twice as bright; both gains add up",
             .max = 48,
             .unit = "dB",
             .representation = "Linear",
+            .polling = 500,
+            .selector = "GainSelector",
+            .stride = 0x100,
+            .inUserSet = true},
+    Feature{.name = "GainAuto",
+            .kind = Enumeration,
+            .address = kGainAuto,
+            .tip = "Whether the camera sets the analog gain",
+            .about = "For pictures of medium brightness, as far as ExposureAuto does not reach them",
+            .entries = kGainAutos,
+            .polling = 500,
             .inUserSet = true},
     Feature{.name = "BlackLevel",
             .kind = Float,

@@ -234,7 +234,8 @@ void GenicamWriter::Register(const Feature& feature)
                Element("Address", Hex(feature.address));
     if (*feature.selector != '\0')
     {
-        m_nodes += "    <pIndex Offset=\"4\">" + RegisterName(feature.selector) + "</pIndex>\n";
+        m_nodes += "    <pIndex Offset=\"" + std::to_string(feature.stride) + "\">" + RegisterName(feature.selector) +
+                   "</pIndex>\n";
     }
     m_nodes += Element("Length", std::to_string(feature.length)) +
                Element("AccessMode", command                              ? "WO"
@@ -243,7 +244,7 @@ void GenicamWriter::Register(const Feature& feature)
                Element("pPort", "Device") + Element("Cachable", alone ? "WriteThrough" : "NoCache");
     m_nodes += feature.polling == 0 ? "" : Element("PollingTime", std::to_string(feature.polling));
     std::vector<std::string> changers = Words(feature.changedBy);
-    if (alone)
+    if (alone || feature.inUserSet)
     {
         changers.insert(changers.end(), {"UserSetLoad", "DeviceReset"});
     }

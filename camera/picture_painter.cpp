@@ -94,11 +94,16 @@ void PicturePainter::PrepareTables()
 }
 
 template <typename Source>
-void PicturePainter::Develop(const Source& source, std::span<std::uint8_t> pixels) const
+void PicturePainter::Develop(const Source& source, std::span<std::uint8_t> pixels)
 {
     const PixelFormat& format = m_settings.format;
     const Readout& readout = m_settings.readout;
     PixelWriter writer(format, pixels);
+    std::uint64_t light = 0;
+    const auto put = [&](std::size_t channel, std::uint32_t value) {
+        writer.Put(m_samples[channel][value]);
+        light += m_samples[channel][value];
+    };
     for (std::uint32_t y = 0; y < m_settings.height; ++y)
     {
         for (std::uint32_t x = 0; x < m_settings.width; ++x)
@@ -106,27 +111,27 @@ void PicturePainter::Develop(const Source& source, std::span<std::uint8_t> pixel
             const Rgb colour = source(x + readout.offsetX, y + readout.offsetY);
             if (format.layout == PixelLayout::Grey)
             {
-                writer.Put(m_samples[kGrey][Grey(colour)]);
+                put(kGrey, Grey(colour));
             }
             else if (format.layout == PixelLayout::Bayer)
             {
-                const std::size_t channel = x % 2 + y % 2;
-                writer.Put(m_samples[channel][colour[channel]]);
+                put(x % 2 + y % 2, colour[x % 2 + y % 2]);
             }
             else
             {
                 for (std::uint32_t sample = 0; sample < 3; ++sample)
                 {
-                    const std::uint32_t channel = ChannelOf(format, sample);
-                    writer.Put(m_samples[channel][colour[channel]]);
+                    put(ChannelOf(format, sample), colour[ChannelOf(format, sample)]);
                 }
             }
         }
     }
     writer.Finish();
+    m_brightness =
+        static_cast<double>(light) / (format.levels - 1) / m_settings.width / m_settings.height / format.samples;
 }
 
-void PicturePainter::DevelopPicture(const RgbPicture& picture, std::span<std::uint8_t> pixels) const
+void PicturePainter::DevelopPicture(const RgbPicture& picture, std::span<std::uint8_t> pixels)
 {
     const std::uint64_t width = SensorWidth();
     const std::uint64_t height = SensorHeight();

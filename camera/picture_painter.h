@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -37,14 +38,17 @@ class PicturePainter
     /// Fills `pixels`, which holds Payload() bytes.
     void Draw(std::uint64_t frameId, std::span<std::uint8_t> pixels);
 
+    /// How bright the picture drawn last is, from 0 to 1; nothing for MovingRamp, which no setting changes.
+    std::optional<double> Brightness() const { return m_brightness; }
+
   private:
     void PrepareRamp();
     void PrepareTables();
     void DrawRamp(std::uint64_t frameId, std::span<std::uint8_t> pixels) const;
     template <typename Source>
-    void Develop(const Source& source, std::span<std::uint8_t> pixels) const;
+    void Develop(const Source& source, std::span<std::uint8_t> pixels);
     /// The source lies scaled on the sensor.
-    void DevelopPicture(const RgbPicture& picture, std::span<std::uint8_t> pixels) const;
+    void DevelopPicture(const RgbPicture& picture, std::span<std::uint8_t> pixels);
     std::uint32_t SensorWidth() const;
     std::uint32_t SensorHeight() const;
 
@@ -53,6 +57,7 @@ class PicturePainter
     std::vector<std::uint8_t> m_row;
     /// By the brightness of a sensor pixel, the sample of red, green and blue; the last is that of grey.
     std::array<std::vector<std::uint16_t>, 4> m_samples;
+    std::optional<double> m_brightness;
     /// Null where no scene is to be drawn.
     std::unique_ptr<Scene> m_scene;
 };

@@ -41,9 +41,9 @@ std::optional<RdmaServer::Clock::time_point> Earlier(std::optional<RdmaServer::C
 } // namespace
 
 RdmaServer::RdmaServer(std::uint32_t address, Acquisition& acquisition, MessageChannel& messages, FaultPlan& faults,
-                       std::uint32_t sendBuffers, Admission admission)
+                       std::uint32_t sendBuffers, Admission admission, Measured measured)
     : m_acquisition(acquisition), m_messages(messages), m_faults(faults), m_sendBuffers(sendBuffers),
-      m_admission(std::move(admission))
+      m_admission(std::move(admission)), m_measured(std::move(measured))
 {
     Listen(address);
 }
@@ -326,6 +326,10 @@ RdmaServer::AfterSend RdmaServer::SendFrame(FrameTicket ticket)
         {
             m_painter->Draw(ticket.id, block.bytes.subspan(gendc::kDescriptorSize));
             block.picture = m_pictureNumber;
+        }
+        if (const auto brightness = m_painter->Brightness())
+        {
+            m_measured(*brightness);
         }
         const std::size_t size = ApplyFrameFaults(m_faults, block.bytes);
         const bool disconnect = m_faults.Strike(Fault::DisconnectMidFrame).has_value();

@@ -35,10 +35,12 @@ class RdmaServer
 
     /// Whether the host of this address may connect now. Called on the server's thread.
     using Admission = std::function<bool(std::uint32_t address)>;
+    /// Takes the brightness of each picture that can be brighter or darker, from 0 to 1.
+    using Measured = std::function<void(double brightness)>;
 
     /// Begins to listen; throws std::system_error naming the call that failed.
     RdmaServer(std::uint32_t address, Acquisition& acquisition, MessageChannel& messages, FaultPlan& faults,
-               std::uint32_t sendBuffers, Admission admission);
+               std::uint32_t sendBuffers, Admission admission, Measured measured);
     ~RdmaServer();
     RdmaServer(const RdmaServer&) = delete;
     RdmaServer& operator=(const RdmaServer&) = delete;
@@ -96,6 +98,7 @@ class RdmaServer
     FaultPlan& m_faults;
     const std::uint32_t m_sendBuffers;
     const Admission m_admission;
+    const Measured m_measured;
 
     std::unique_ptr<rdma_event_channel, ChannelDeleter> m_channel;
     std::unique_ptr<rdma_cm_id, IdDeleter> m_listener;

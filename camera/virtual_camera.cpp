@@ -36,9 +36,10 @@ void VirtualCamera::OpenStream()
 {
     try
     {
-        m_stream = std::make_unique<RdmaServer>(m_options.network.address, m_acquisition, m_messages, m_faults,
-                                                m_options.sendBuffers,
-                                                [this](std::uint32_t host) { return m_device.IsControlledFrom(host); });
+        m_stream = std::make_unique<RdmaServer>(
+            m_options.network.address, m_acquisition, m_messages, m_faults, m_options.sendBuffers,
+            [this](std::uint32_t host) { return m_device.IsControlledFrom(host); },
+            [this](double brightness) { m_device.Measured(brightness); });
         m_stream->Start();
     }
     catch (const std::system_error& error)

@@ -116,7 +116,7 @@ TEST_F(CameraAcquisition, FrameLimitHoldsOverAllStreams)
 TEST_F(CameraAcquisition, EachTriggerTakesOneFrame)
 {
     Acquisition acquisition = Make(true);
-    acquisition.Configure({.softwareTrigger = true});
+    acquisition.Configure({.frameTrigger = {.on = true}});
     acquisition.Trigger();
     acquisition.EnableStream(true);
     EXPECT_EQ(Next(acquisition), 0U); // the trigger before the stream does not count

@@ -5,7 +5,9 @@
 
 #include <gmock/gmock.h>
 
+#include <cmath>
 #include <memory>
+#include <numeric>
 
 using namespace nq::test;
 
@@ -114,4 +116,41 @@ TEST_F(CameraExposure, WritingARateSwitchesItOnAndZeroOff)
     EXPECT_EQ(m_host->Write(++m_id, 0x10030, 0), 0U);
     EXPECT_EQ(m_host->Get("AcquisitionFrameRateEnable"), 0);
     EXPECT_EQ(m_host->Get("AcquisitionFrameRate"), 50) << "what the range allows";
+}
+
+TEST_F(CameraExposure, AutomaticsMakePicturesOfMediumBrightness)
+{
+    Start({"--exposure", "500"});
+    ASSERT_EQ(m_host->Set("ExposureTime", 30), 0U);
+    ASSERT_EQ(m_host->Set("ExposureAuto", "Once"), 0U);
+    Enable();
+    double mean = 0;
+    for (int frame = 0; frame < 50 && std::abs(mean - 127) > 6; ++frame)
+    {
+        const auto row = NextRow();
+        mean = std::accumulate(row.begin(), row.end(), 0.0) / static_cast<double>(row.size());
+    }
+    EXPECT_NEAR(mean, 127, 6);
+    NextRow();
+    NextRow();
+    EXPECT_EQ(m_host->Entry("ExposureAuto"), "Off") << "once is done";
+    EXPECT_GT(m_host->Get("ExposureTime"), 400);
+}
+
+TEST_F(CameraExposure, GainAutoDoesWhatExposureCannot)
+{
+    Start({"--exposure", "500"});
+    ASSERT_EQ(m_host->Set("ExposureTime", 50), 0U);
+    ASSERT_EQ(m_host->Set("GainAuto", "Continuous"), 0U);
+    Enable();
+    for (int frame = 0; frame < 20; ++frame)
+    {
+        NextRow();
+    }
+    EXPECT_NEAR(m_host->Get("Gain"), 20, 3) << "ten times as bright";
+    EXPECT_EQ(m_host->Get("ExposureTime"), 50);
+    EXPECT_EQ(m_host->Entry("GainAuto"), "Continuous");
+    ASSERT_EQ(m_host->Set("GainAuto", "Off"), 0U);
+    ASSERT_EQ(m_host->Set("GainSelector", "DigitalAll"), 0U);
+    EXPECT_EQ(m_host->Get("Gain"), 0) << "each gain has its own";
 }

@@ -212,7 +212,13 @@ class FeatureHost : public RawHost
     {
         const auto address = static_cast<std::uint32_t>(std::stoul(ChildText(reg, "Address"), nullptr, 16));
         const std::string index = ChildText(reg, "pIndex");
-        return address + (index.empty() ? 0 : 4 * static_cast<std::uint32_t>(Get(index)));
+        std::uint32_t stride = 0;
+        for (const XmlNode* child : reg.Elements())
+        {
+            stride =
+                child->name == "pIndex" ? static_cast<std::uint32_t>(std::stoul(child->Attribute("Offset"))) : stride;
+        }
+        return address + (index.empty() ? 0 : stride * static_cast<std::uint32_t>(Get(index)));
     }
 
     std::uint32_t ReadField(const XmlNode& reg) const
