@@ -34,6 +34,7 @@
     row(waitersEnd, "unregister, close", "waiters may sleep on", "waiters end with `GC_ERR_ABORT`") \
     row(closeEndsStream, "`DSClose`", "handle stays valid, nothing flushed", "ends the handle, its events and its buffers") \
     row(nodeMaps, "node maps of the four modules", "6 of 64 features fail, 11 read wrong values, a command does nothing, no text validates", "a second text for each module; a value beyond a list is refused, a selection that is not there is not available") \
+    row(lossOfGaps, "register `FrameLoss` of the stream", "goes down when frame ids run backwards, gaps count nothing", "how many ids are missing between frames") \
     row(portRanges, "module ports", "exact start addresses, whole texts; bytes behind a value as the caller had them", "any range inside a register or the text, filled up with zeros") \
     row(cameraPort, "port of the remote device", "every refusal of the camera is `GC_ERR_IO`; no address but multiples of 4; a write of other sizes takes bytes behind the caller's", "refusals of the camera by their own codes; any address and size, by wider reads and read-modify-write; a write when opened read-only is `GC_ERR_ACCESS_DENIED`, nothing sent") \
     row(oneStreamId, "`STREAM_INFO_ID`", "`0`, of the stream that was opened as `Stream:0`", "the id that it was opened with") \

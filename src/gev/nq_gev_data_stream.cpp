@@ -389,6 +389,16 @@ bool NQGevDataStream::IsFlowing()
 void NQGevDataStream::CountFrame(std::uint64_t frameId)
 {
     const std::uint64_t expected = m_nextFrameId;
+    if (Answers().lossOfGaps)
+    {
+        // There is no gap before the first frame of a run; a count that runs backwards has begun anew.
+        if (m_framesReceived > 1 && frameId > expected)
+        {
+            m_frameLoss += frameId - expected;
+        }
+        m_nextFrameId = frameId + 1;
+        return;
+    }
     if (frameId < expected)
     {
         // Deliberate(FrameLossRunsBackwards): only an id that runs backwards moves the counter, downwards and modulo 2

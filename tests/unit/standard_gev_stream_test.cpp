@@ -79,6 +79,42 @@ TEST_F(StandardGevStream, CountsNothingOfAFrameThatEndsInItsHeaders)
     EXPECT_EQ(BufferInfo<std::uint64_t>(NextBuffer(), 9), 0U);
 }
 
+/// The register `FrameLoss` after frames with these ids.
+class FrameLossOfIds : public StandardGevStream
+{
+  protected:
+    std::uint64_t After(std::initializer_list<std::uint64_t> ids)
+    {
+        Run(static_cast<int>(ids.size()));
+        for (const std::uint64_t id : ids)
+        {
+            Receive(id);
+        }
+        while (Read64(0x80120) < ids.size()) // FramesReceived
+        {
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(stream->StopAcquisition(1), 0);
+        NQGevDataStreamAccess::WaitForThread(*stream);
+        return Read64(0x80118);
+    }
+};
+
+TEST_F(FrameLossOfIds, CountsTheIdsThatAreMissing)
+{
+    EXPECT_EQ(After({7, 8, 11, 12, 112}), 101U) << "9, 10 and those from 13 to 111";
+}
+
+TEST_F(FrameLossOfIds, CountsNothingBeforeTheFirstFrame)
+{
+    EXPECT_EQ(After({1000}), 0U);
+}
+
+TEST_F(FrameLossOfIds, BeginsAnewWhereTheIdsRunBackwards)
+{
+    EXPECT_EQ(After({10, 12, 1, 2, 4}), 2U) << "11 and 3";
+}
+
 /// What a start gives with a payload of `payload` bytes on a port that takes messages of `longest` bytes.
 class PayloadOverTheLongestMessage : public StandardGevStream
 {
