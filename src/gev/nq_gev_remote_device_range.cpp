@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The remote device's port as the standard has it: any range of bytes, and the camera's refusals by their own codes.
 #include "GenTL/GenTL.h"
+#include "base/nq_trace.h"
 #include "gev/nq_gev_remote_device.h"
 #include "gige/gvcp_wire.h"
 #include "gige/nq_gev_tl_linux.h"
@@ -36,16 +37,26 @@ Words Around(unsigned long address, unsigned long size)
     return {static_cast<unsigned int>(begin), address - begin, end - begin};
 }
 
-/// What a camera's status, or the failure of the exchange, is to a consumer. `refusedValue` is the code for one that
-/// does not take what it was told.
-int CodeOf(NQGigE_RETURN result, GenTL::GC_ERROR_LIST refusedValue)
+struct Access
 {
+    const char* name;
+    unsigned int address;
+    GenTL::GC_ERROR_LIST refused; ///< The code for a camera that does not take what it was told.
+};
+
+/// What a camera's status, or the failure of the exchange, is to a consumer. Traces one that is not 0.
+int CodeOf(NQGigE_RETURN result, const Access& access)
+{
+    if (result != NQGigE_SUCCESS)
+    {
+        NQTrace(NQTraceLevel::Failure, "%s failed! Address:0x%x", access.name, access.address);
+    }
     switch (static_cast<unsigned int>(result))
     {
     case 0:
         return GenTL::GC_ERR_SUCCESS;
     case gvcp_wire::kStatusInvalidParameter:
-        return refusedValue;
+        return access.refused;
     case gvcp_wire::kStatusInvalidAddress:
         return GenTL::GC_ERR_INVALID_ADDRESS;
     case gvcp_wire::kStatusWriteProtect:
@@ -122,15 +133,17 @@ int NQGevRemoteDevice::ReadWords(unsigned int address, unsigned char* data, std:
         unsigned int value = 0;
         const NQGigE_RETURN read = m_tl->ReadRegister(m_handle, address, &value, true);
         std::memcpy(data, &value, sizeof value);
-        return CodeOf(read, GenTL::GC_ERR_INVALID_PARAMETER);
+        return CodeOf(read, {"_gvcpReadReg", address, GenTL::GC_ERR_INVALID_PARAMETER});
     }
-    NQGigE_RETURN read = NQGigE_SUCCESS;
-    for (std::size_t done = 0; done < count && read == NQGigE_SUCCESS; done += kMostBytes)
+    int result = GenTL::GC_ERR_SUCCESS;
+    for (std::size_t done = 0; done < count && result == GenTL::GC_ERR_SUCCESS; done += kMostBytes)
     {
         const auto chunk = static_cast<int>(std::min(kMostBytes, count - done));
-        read = m_tl->ReadMemory(m_handle, address + static_cast<unsigned int>(done), data + done, chunk);
+        const unsigned int at = address + static_cast<unsigned int>(done);
+        result = CodeOf(m_tl->ReadMemory(m_handle, at, data + done, chunk),
+                        {"_gvcpReadMem", at, GenTL::GC_ERR_INVALID_PARAMETER});
     }
-    return CodeOf(read, GenTL::GC_ERR_INVALID_PARAMETER);
+    return result;
 }
 
 int NQGevRemoteDevice::WriteWords(unsigned int address, unsigned char* data, std::size_t count)
@@ -139,13 +152,16 @@ int NQGevRemoteDevice::WriteWords(unsigned int address, unsigned char* data, std
     {
         unsigned int value = 0;
         std::memcpy(&value, data, sizeof value);
-        return CodeOf(m_tl->WriteRegister(m_handle, address, value, true), GenTL::GC_ERR_INVALID_VALUE);
+        return CodeOf(m_tl->WriteRegister(m_handle, address, value, true),
+                      {"_gvcpWritereg", address, GenTL::GC_ERR_INVALID_VALUE});
     }
-    NQGigE_RETURN written = NQGigE_SUCCESS;
-    for (std::size_t done = 0; done < count && written == NQGigE_SUCCESS; done += kMostBytes)
+    int result = GenTL::GC_ERR_SUCCESS;
+    for (std::size_t done = 0; done < count && result == GenTL::GC_ERR_SUCCESS; done += kMostBytes)
     {
         const auto chunk = static_cast<int>(std::min(kMostBytes, count - done));
-        written = m_tl->WriteMemory(m_handle, address + static_cast<unsigned int>(done), data + done, chunk);
+        const unsigned int at = address + static_cast<unsigned int>(done);
+        result = CodeOf(m_tl->WriteMemory(m_handle, at, data + done, chunk),
+                        {"_gvcpWriteMem", at, GenTL::GC_ERR_INVALID_VALUE});
     }
-    return CodeOf(written, GenTL::GC_ERR_INVALID_VALUE);
+    return result;
 }

@@ -7,6 +7,7 @@
 #include "support/fence.h"
 #include "support/gvcp_camera.h"
 #include "support/ramp.h"
+#include "support/trace_capture.h"
 
 #include <gmock/gmock.h>
 #include <memory>
@@ -17,6 +18,7 @@ using nq::test::Fence;
 using nq::test::GvcpCamera;
 using nq::test::LoopbackCamera;
 using nq::test::Ramp;
+using nq::test::TraceCapture;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -151,7 +153,9 @@ TEST_F(StandardRemoteControl, RefusalsOfTheCameraHaveTheirOwnCodes)
     }
     camera.SetStatus(0xA200, 0x8003);
     camera.SetStatus(0xA000, 0);
+    const TraceCapture trace;
     Read(0xA000, 1024, -1015);
+    EXPECT_TRUE(trace.Has(2, "_gvcpReadMem failed! Address:0xa200"));
 }
 
 TEST_F(StandardRemoteControl, ACameraThatDoesNotAnswerIsAnIoError)
