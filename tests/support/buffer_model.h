@@ -131,6 +131,15 @@ class BufferModel
         return {};
     }
 
+    /// The block that the next frame comes into.
+    Place NextPlace() const { return credits.empty() ? Place{} : Place{run, credits.front()}; }
+
+    /// Whose address a revocation of the buffer hands out.
+    Place HandsOut(int buffer) const { return buffers[static_cast<std::size_t>(buffer)].shows; }
+
+    /// Whether the headers of the frame that a buffer holds lie in front of its pixels.
+    bool HasHeaders(int) const { return true; }
+
     std::vector<Buffer> buffers;
     std::vector<int> announced; ///< In order.
     std::vector<int> input;     ///< A buffer can be on it twice.
@@ -144,12 +153,8 @@ class BufferModel
     std::uint64_t delivered = 0;
     std::uint64_t underrun = 0;
 
-  private:
-    static constexpr int kNobody = -1;
-    static constexpr int kCamera = -2;
-
+  protected:
     Buffer& At(int buffer) { return buffers[static_cast<std::size_t>(buffer)]; }
-    int& ShownBy(int block) { return shownBy[static_cast<std::size_t>(block)]; }
 
     Outcome Announce()
     {
@@ -160,6 +165,24 @@ class BufferModel
         announced.push_back(static_cast<int>(unused - buffers.begin()));
         return {0, announced.back()};
     }
+
+    Outcome Take()
+    {
+        if (output.empty())
+        {
+            return {-1011};
+        }
+        const int buffer = output.front();
+        output.erase(output.begin());
+        At(buffer).queued = false;
+        return {0, buffer};
+    }
+
+  private:
+    static constexpr int kNobody = -1;
+    static constexpr int kCamera = -2;
+
+    int& ShownBy(int block) { return shownBy[static_cast<std::size_t>(block)]; }
 
     void EndShow(int buffer)
     {
@@ -186,18 +209,6 @@ class BufferModel
         At(buffer).queued = true;
         input.push_back(buffer);
         return {};
-    }
-
-    Outcome Take()
-    {
-        if (output.empty())
-        {
-            return {-1011};
-        }
-        const int buffer = output.front();
-        output.erase(output.begin());
-        At(buffer).queued = false;
-        return {0, buffer};
     }
 
     void Flush(int operation)

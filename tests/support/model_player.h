@@ -11,8 +11,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <map>
 #include <vector>
 
@@ -32,11 +33,21 @@ class ModelTransport
     virtual std::size_t AwaitCredits(std::size_t count) = 0;
 };
 
-/// Plays on a stream whose buffers all come from it. Frames have 16 x 4 pixels.
-class ModelPlayer
+/// A frame of 16 x 4 pixels that are its own.
+inline FrameBytes PlainFrame(std::uint64_t id)
+{
+    FrameBytes frame = GenDCFrame(id, 16, 4);
+    std::for_each(frame.begin() + 176, frame.end(),
+                  [id](unsigned char& pixel) { pixel = static_cast<unsigned char>(pixel + 7 * id); });
+    return frame;
+}
+
+/// Plays on a stream whose buffers all come from it.
+template <class Model>
+class ModelPlayerOf
 {
   public:
-    ModelPlayer(GigERDMA::NQGenTLDataStream& stream, ModelTransport& transport, std::size_t buffers)
+    ModelPlayerOf(GigERDMA::NQGenTLDataStream& stream, ModelTransport& transport, std::size_t buffers)
         : model(buffers), m_stream(stream), m_transport(transport), m_handles(buffers)
     {
         void* handle = nullptr;
@@ -87,7 +98,7 @@ class ModelPlayer
             play.result = m_stream.RevokeBuffer(play.handle, &play.address, nullptr);
             return;
         case Move::Frame:
-            play.address = m_transport.Send(GenDCFrame(play.frame, 16, 4));
+            play.address = m_transport.Send(PlainFrame(play.frame));
             return;
         case Move::OddFrame:
             play.address = m_transport.Send(OddFrame(play.frame));
@@ -103,13 +114,14 @@ class ModelPlayer
 
     void Finish(const Play& play)
     {
-        const int block = model.credits.empty() ? -1 : model.credits.front();
-        const Place shown = play.step.move == Move::Revoke ? BufferAt(play.step.argument).shows : Place{};
+        const Place place = model.NextPlace();
+        const Place shown = play.step.move == Move::Revoke ? model.HandsOut(play.step.argument) : Place{};
         const Outcome expected = model.Apply(play.step);
         EXPECT_EQ(play.result, expected.result);
         if (play.step.move == Move::Announce)
         {
             m_handles[static_cast<std::size_t>(expected.buffer)] = play.handle;
+            FindBlockOf(expected.buffer);
         }
         else if (play.step.move == Move::Take && expected.buffer >= 0)
         {
@@ -122,8 +134,7 @@ class ModelPlayer
         else if (play.step.move == Move::Frame || play.step.move == Move::OddFrame)
         {
             auto* const address = static_cast<unsigned char*>(play.address);
-            EXPECT_EQ(m_blocks.try_emplace(Place{model.run, block}, address).first->second, address)
-                << "block " << block;
+            EXPECT_EQ(m_blocks.try_emplace(place, address).first->second, address) << "block " << place.block;
         }
     }
 
@@ -139,7 +150,7 @@ class ModelPlayer
         for (const int buffer : model.announced)
         {
             SCOPED_TRACE("buffer " + std::to_string(buffer));
-            CheckBuffer(BufferAt(buffer), m_handles[static_cast<std::size_t>(buffer)]);
+            CheckBuffer(buffer);
         }
         for (const Place& place : model.handedOut)
         {
@@ -147,10 +158,22 @@ class ModelPlayer
         }
     }
 
-    BufferModel model;
+    Model model;
 
   private:
     const BufferModel::Buffer& BufferAt(int buffer) const { return model.buffers[static_cast<std::size_t>(buffer)]; }
+
+    /// Of a buffer that has one from its announcement on.
+    void FindBlockOf(int buffer)
+    {
+        if (BufferAt(buffer).shows.block >= 0)
+        {
+            const std::uint64_t base =
+                BufferNumber(m_handles[static_cast<std::size_t>(buffer)], GenTL::BUFFER_INFO_BASE);
+            ASSERT_NE(base, 0U);
+            m_blocks[BufferAt(buffer).shows] = reinterpret_cast<unsigned char*>(base) - 176;
+        }
+    }
 
     unsigned char* PixelsAt(const Place& place) const { return place.block < 0 ? nullptr : m_blocks.at(place) + 176; }
 
@@ -193,13 +216,15 @@ class ModelPlayer
         return value;
     }
 
-    void CheckBuffer(const BufferModel::Buffer& expected, void* handle) const
+    void CheckBuffer(int buffer) const
     {
+        const BufferModel::Buffer& expected = BufferAt(buffer);
+        void* const handle = m_handles[static_cast<std::size_t>(buffer)];
         EXPECT_EQ(BufferNumber(handle, GenTL::BUFFER_INFO_IS_QUEUED), expected.queued);
         EXPECT_EQ(BufferNumber(handle, GenTL::BUFFER_INFO_NEW_DATA), expected.newData);
         const unsigned char* const pixels = PixelsAt(expected.shows);
         EXPECT_EQ(BufferNumber(handle, GenTL::BUFFER_INFO_BASE), reinterpret_cast<std::uintptr_t>(pixels));
-        if (pixels == nullptr)
+        if (pixels == nullptr || expected.frame == 0)
         {
             return;
         }
@@ -208,8 +233,10 @@ class ModelPlayer
         EXPECT_TRUE(mapped) << "block " << expected.shows.block << " of run " << expected.shows.run;
         if (mapped && expected.holds)
         {
-            const FrameBytes whole = GenDCFrame(expected.frame, 16, 4);
-            EXPECT_EQ(std::memcmp(pixels - 176, whole.data(), whole.size()), 0) << "its frame is no longer in it";
+            const FrameBytes whole = PlainFrame(expected.frame);
+            const std::ptrdiff_t skipped = model.HasHeaders(buffer) ? 0 : 176;
+            EXPECT_TRUE(std::equal(whole.begin() + skipped, whole.end(), pixels - 176 + skipped))
+                << "its frame is no longer in it";
         }
     }
 
@@ -219,5 +246,7 @@ class ModelPlayer
     std::vector<void*> m_handles;
     std::map<Place, unsigned char*> m_blocks;
 };
+
+using ModelPlayer = ModelPlayerOf<BufferModel>;
 
 } // namespace nq::test

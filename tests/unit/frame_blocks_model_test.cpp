@@ -3,6 +3,7 @@
 // buffers' frames are what the model says.
 #include "support/data_stream_fixture.h"
 #include "support/model_player.h"
+#include "support/own_block_model.h"
 #include "support/random_run.h"
 
 #include <array>
@@ -16,8 +17,8 @@ namespace
 {
 
 using nq::test::BufferModel;
-using nq::test::ModelPlayer;
 using nq::test::Move;
+using nq::test::OwnBlockModel;
 using nq::test::Step;
 
 constexpr std::size_t kBuffers = 4;
@@ -52,19 +53,20 @@ class CountingStream : public NQGevDataStream
 };
 
 /// A stream with an acquisition thread, a transport with threads, and the moves of one seed.
+template <class Model>
 class Round : public nq::test::DataStreamFixture, public nq::test::ModelTransport
 {
   public:
-    explicit Round(unsigned seed) : m_random(seed)
+    Round(unsigned seed, const NQAnswers& answers) : DataStreamFixture(answers), m_random(seed)
     {
-        auto counting = std::make_unique<CountingStream>(&device, 2, nullptr);
+        auto counting = std::make_unique<CountingStream>(&device, 2, &root);
         m_counting = counting.get();
         stream = std::move(counting);
         EXPECT_EQ(stream->Open(), 0);
-        m_player = std::make_unique<ModelPlayer>(*stream, *this, kBuffers);
+        m_player = std::make_unique<Player>(*stream, *this, kBuffers);
     }
 
-    void Play()
+    void Run()
     {
         std::atomic<bool> over = false;
         std::thread watcher([&] { Watch(over); });
@@ -102,6 +104,9 @@ class Round : public nq::test::DataStreamFixture, public nq::test::ModelTranspor
     }
 
   private:
+    using Player = nq::test::ModelPlayerOf<Model>;
+    using Play = typename Player::Play;
+
     void TestBody() override {}
 
     int Below(int count) { return std::uniform_int_distribution<int>(0, count - 1)(m_random); }
@@ -127,7 +132,7 @@ class Round : public nq::test::DataStreamFixture, public nq::test::ModelTranspor
         while (true)
         {
             const Step step = AnyStep();
-            BufferModel after = m_player->model;
+            Model after = m_player->model;
             if (!after.Possible(step))
             {
                 continue;
@@ -152,13 +157,13 @@ class Round : public nq::test::DataStreamFixture, public nq::test::ModelTranspor
         {
             m_log.pop_front();
         }
-        std::vector<ModelPlayer::Play> plays = {m_player->Prepare(one)};
+        std::vector<Play> plays = {m_player->Prepare(one)};
         if (both)
         {
             plays.push_back(m_player->Prepare(other));
         }
         std::vector<std::thread> threads;
-        for (ModelPlayer::Play& play : plays)
+        for (Play& play : plays)
         {
             threads.emplace_back([&] { m_player->Make(play); });
         }
@@ -167,7 +172,7 @@ class Round : public nq::test::DataStreamFixture, public nq::test::ModelTranspor
             thread.join();
         }
         SCOPED_TRACE(Log());
-        for (const ModelPlayer::Play& play : plays)
+        for (const Play& play : plays)
         {
             m_player->Finish(play);
         }
@@ -177,8 +182,8 @@ class Round : public nq::test::DataStreamFixture, public nq::test::ModelTranspor
     bool Commute(const Step& one, const Step& other) const
     {
         const auto isFrame = [](const Step& step) { return step.move == Move::Frame || step.move == Move::OddFrame; };
-        BufferModel here = m_player->model;
-        BufferModel there = m_player->model;
+        Model here = m_player->model;
+        Model there = m_player->model;
         if ((isFrame(one) && isFrame(other)) || (one.move == other.move && one.move == Move::Announce))
         {
             return false;
@@ -230,18 +235,29 @@ class Round : public nq::test::DataStreamFixture, public nq::test::ModelTranspor
 
     std::mt19937 m_random;
     CountingStream* m_counting;
-    std::unique_ptr<ModelPlayer> m_player;
+    std::unique_ptr<Player> m_player;
     std::deque<std::string> m_log;
 };
 
-TEST(FrameBlocksModel, RandomMovesFromSeveralThreadsKeepEveryCreditEveryAddressAndEveryFrame)
+template <class Model>
+void PlayRandomMoves(const NQAnswers& answers)
 {
     const nq::test::RandomRun run(NQ_SANITIZED ? 30 : 4);
     for (unsigned seed = run.seed; !run.IsOver() && !testing::Test::HasFailure(); ++seed)
     {
         SCOPED_TRACE("NQ_RANDOM_SEED=" + std::to_string(seed));
-        Round(seed).Play();
+        Round<Model>(seed, answers).Run();
     }
+}
+
+TEST(FrameBlocksModel, RandomMovesFromSeveralThreadsKeepEveryCreditEveryAddressAndEveryFrame)
+{
+    PlayRandomMoves<BufferModel>(kStatedAnswers);
+}
+
+TEST(OwnBlocksModel, RandomMovesFromSeveralThreadsKeepEveryCreditEveryAddressAndEveryFrame)
+{
+    PlayRandomMoves<OwnBlockModel>(kStandardAnswers);
 }
 
 } // namespace

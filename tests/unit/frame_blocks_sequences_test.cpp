@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every short sequence of moves with two buffers: the camera's credits and the buffers' frames are what the model says.
+#include "gentl/nq_gentl_buffer.h"
 #include "rdma/frame_blocks.h"
 #include "support/fake_data_stream.h"
+#include "support/fake_module.h"
 #include "support/model_player.h"
+#include "support/own_block_model.h"
 
 #include <algorithm>
 #include <deque>
@@ -13,8 +16,9 @@
 namespace
 {
 
-using nq::test::ModelPlayer;
+using nq::test::BufferModel;
 using nq::test::Move;
+using nq::test::OwnBlockModel;
 using nq::test::Step;
 
 constexpr std::size_t kLength = NQ_SANITIZED ? 5 : 6;
@@ -67,7 +71,7 @@ class BlockStream : public nq::test::FakeDataStream, public nq::test::ModelTrans
         m_blocks->Taken(&m_descriptors[index]);
         std::uint64_t id = 0;
         std::memcpy(&id, block + 16, sizeof id);
-        if (frame == nq::test::GenDCFrame(id, 16, 4))
+        if (frame == nq::test::PlainFrame(id))
         {
             EndOfTransfer(&m_descriptors[index], 64, id, 0, 16, 4, 0x01080001, block + 176, 0);
         }
@@ -85,6 +89,57 @@ class BlockStream : public nq::test::FakeDataStream, public nq::test::ModelTrans
     std::deque<unsigned int> m_posted;
 };
 
+struct StandardRoot
+{
+    nq::test::FakeModule root{kStandardAnswers};
+};
+
+/// The same for buffers that bring their blocks.
+class OwnBlockStream : private StandardRoot, public nq::test::FakeDataStream, public nq::test::ModelTransport
+{
+  public:
+    OwnBlockStream() : FakeDataStream(0, &root) {}
+
+    GigERDMA::NQBlockMemory DoMakeMemory(unsigned long) override
+    {
+        const auto block = std::make_shared<unsigned char[]>(240);
+        return {block.get() + 176, block};
+    }
+    void* DoRegisterBuffer(GigERDMA::NQGenTLBuffer& buffer) override { return buffer.GetData(); }
+    int DoStopAcquisition(int) override
+    {
+        m_posted.clear();
+        return 0;
+    }
+    int DoRequeueBuffer(void* rdmaId) override
+    {
+        m_posted.push_back(static_cast<unsigned char*>(rdmaId));
+        return 0;
+    }
+
+    unsigned char* Send(const nq::test::FrameBytes& frame) override
+    {
+        unsigned char* const pixels = m_posted.front();
+        m_posted.pop_front();
+        std::copy(frame.begin(), frame.end(), pixels - 176);
+        std::uint64_t id = 0;
+        std::memcpy(&id, pixels - 160, sizeof id);
+        if (frame == nq::test::PlainFrame(id))
+        {
+            EndOfTransfer(pixels, 64, id, 0, 16, 4, 0x01080001, pixels, 0);
+        }
+        else
+        {
+            DropFrame(pixels);
+        }
+        return pixels - 176;
+    }
+    std::size_t AwaitCredits(std::size_t) override { return m_posted.size(); }
+
+  private:
+    std::deque<unsigned char*> m_posted;
+};
+
 using Sequence = std::vector<Step>;
 
 std::string Text(const Sequence& sequence)
@@ -98,9 +153,12 @@ std::string Text(const Sequence& sequence)
 }
 
 /// A stream with two buffers that have had a frame each and are queued again, both their blocks with the camera.
+template <class Stream, class Model>
 class Run
 {
   public:
+    using Player = nq::test::ModelPlayerOf<Model>;
+
     Run()
     {
         for (const Step& step : {Step{Move::Announce}, Step{Move::Announce}, Step{Move::Queue, 0}, Step{Move::Queue, 1},
@@ -113,16 +171,16 @@ class Run
 
     void Make(const Step& step)
     {
-        ModelPlayer::Play play = player.Prepare(step);
+        typename Player::Play play = player.Prepare(step);
         player.Make(play);
         player.Finish(play);
     }
 
   private:
-    BlockStream m_stream;
+    Stream m_stream;
 
   public:
-    ModelPlayer player{m_stream, m_stream, 2};
+    Player player{m_stream, m_stream, 2};
 };
 
 const Step kRestart{Move::Start};
@@ -132,18 +190,19 @@ const Sequence kMoves = {{Move::Queue, 0}, {Move::Queue, 1}, {Move::Take},     {
                          {Move::Announce}, {Move::Frame},    {Move::OddFrame}, kRestart};
 
 /// Plays a sequence and compares after the last move; those before are sequences of their own.
+template <class Stream, class Model>
 class Explorer
 {
   public:
     /// Plays `sequence` and all that begin with it.
     void Explore(Sequence& sequence)
     {
-        Run run;
+        Player run;
         for (std::size_t index = 0; index + 1 < sequence.size(); ++index)
         {
             Make(run, sequence[index]);
         }
-        const nq::test::BufferModel before = run.player.model;
+        const Model before = run.player.model;
         if (!before.Possible(sequence.back()) && sequence.back().move != Move::Start)
         {
             return;
@@ -172,12 +231,14 @@ class Explorer
     long played = 0;
 
   private:
+    using Player = Run<Stream, Model>;
+
     static bool Restarted(const Sequence& sequence)
     {
         return std::any_of(sequence.begin(), sequence.end(), [](const Step& one) { return one.move == Move::Start; });
     }
 
-    static void Make(Run& run, const Step& step)
+    static void Make(Player& run, const Step& step)
     {
         if (step.move == Move::Start)
         {
@@ -187,16 +248,27 @@ class Explorer
     }
 };
 
+template <class Stream, class Model>
+void PlayAllThatBeginWith(const Step& first)
+{
+    Sequence sequence = {first};
+    Explorer<Stream, Model> explorer;
+    explorer.Explore(sequence);
+    EXPECT_EQ(explorer.played > 0, first.move != Move::Announce) << "both are announced";
+}
+
 class FrameBlocksSequences : public testing::TestWithParam<std::size_t>
 {
 };
 
 TEST_P(FrameBlocksSequences, KeepEveryCreditEveryAddressAndEveryFrame)
 {
-    Sequence sequence = {kMoves[GetParam()]};
-    Explorer explorer;
-    explorer.Explore(sequence);
-    EXPECT_EQ(explorer.played > 0, sequence.front().move != Move::Announce) << "both are announced";
+    PlayAllThatBeginWith<BlockStream, BufferModel>(kMoves[GetParam()]);
+}
+
+TEST_P(FrameBlocksSequences, OfBuffersThatAreTheirOwnBlocksDoSoToo)
+{
+    PlayAllThatBeginWith<OwnBlockStream, OwnBlockModel>(kMoves[GetParam()]);
 }
 
 INSTANTIATE_TEST_SUITE_P(BeginningWith, FrameBlocksSequences, testing::Range<std::size_t>(0, kMoves.size()),
