@@ -3,9 +3,11 @@
 // revocations and restarts: whoever has a buffer finds its frame in it, and in the end the stream works as ever.
 #include "support/mapped.h"
 #include "support/random_run.h"
+#include "support/standard_answers.h"
 #include "support/stream_consumer.h"
 
 #include <atomic>
+#include <memory>
 #include <mutex>
 #include <shared_mutex>
 
@@ -26,11 +28,13 @@ constexpr std::array kFaults = {"short-frame",      "short-frame:1024",   "empty
                                 "wild-part-offset", "wild-data-offset",   "huge-data-size",   "id-jump",
                                 "id-backwards",     "reject-connect:0:1", "slow-accept:50:1", "disconnect-mid-frame"};
 
-class StreamChaos : public testing::Test
+/// By the library's own answers and, with true, by the standard's.
+class StreamChaos : public testing::TestWithParam<bool>
 {
   protected:
     void Play()
     {
+        consumer.bufferSize = 1024;
         consumer.AnnounceAndQueue(6);
         ASSERT_EQ(consumer.Start(), 0);
         std::vector<std::thread> consumers;
@@ -61,6 +65,8 @@ class StreamChaos : public testing::Test
         nq::test::ExpectAWholeRun(consumer);
     }
 
+    const std::unique_ptr<nq::test::StandardAnswers> asked =
+        GetParam() ? std::make_unique<nq::test::StandardAnswers>() : nullptr;
     VirtualCamera camera{SmallFrames()};
     Consumer consumer;
     std::atomic<long> whole = 0; ///< Frames looked at, pixel by pixel.
@@ -142,12 +148,15 @@ class StreamChaos : public testing::Test
     std::atomic<bool> over = false;
 };
 
-TEST_F(StreamChaos, SpoilsNoFrameThatAConsumerHasAndLeavesAStreamThatWorks)
+TEST_P(StreamChaos, SpoilsNoFrameThatAConsumerHasAndLeavesAStreamThatWorks)
 {
     Play();
     EXPECT_GT(whole, 100);
     EXPECT_GT(restarts, 1);
     ExpectFrames();
 }
+
+INSTANTIATE_TEST_SUITE_P(With, StreamChaos, testing::Bool(),
+                         [](const auto& standard) { return standard.param ? "StandardAnswers" : "StatedAnswers"; });
 
 } // namespace

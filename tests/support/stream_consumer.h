@@ -76,7 +76,7 @@ class Consumer
         for (int index = 0; index < count; ++index)
         {
             GenTL::BUFFER_HANDLE buffer = nullptr;
-            ASSERT_EQ(gentl.DSAllocAndAnnounceBuffer(stream, 64, nullptr, &buffer), 0);
+            ASSERT_EQ(gentl.DSAllocAndAnnounceBuffer(stream, bufferSize, nullptr, &buffer), 0);
             ASSERT_EQ(gentl.DSQueueBuffer(stream, buffer), 0);
             buffers.push_back(buffer);
         }
@@ -214,6 +214,7 @@ class Consumer
     GenTL::DS_HANDLE stream = nullptr;
     GenTL::EVENT_HANDLE event = nullptr;
     std::vector<GenTL::BUFFER_HANDLE> buffers;
+    std::size_t bufferSize = 64;         ///< Of those to come; by the library's own answers it changes nothing.
     std::set<GenTL::BUFFER_HANDLE> seen; ///< The buffers that Take has had.
 
   private:
