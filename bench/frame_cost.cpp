@@ -3,6 +3,7 @@
 // Run beside a virtual camera by `./run bench`. Prints JSON.
 #include "camera_choice.h"
 #include "grab_session.h"
+#include "nq_version.h"
 #include "producer_tree.h"
 
 #include <atomic>
@@ -14,6 +15,7 @@
 #include <link.h>
 #include <new>
 #include <nlohmann/json.hpp>
+#include <string_view>
 
 namespace
 {
@@ -168,6 +170,11 @@ nlohmann::ordered_json Measure(Interface& interface, const CameraEntry& camera, 
 
 int main(int argc, char** argv)
 {
+    if (argc == 2 && std::string_view(argv[1]) == "--version")
+    {
+        fmt::print("{}\n", NQ_VERSION_TEXT("frame_cost"));
+        return 0;
+    }
     try
     {
         const FoundCamera used = ChooseCameras(CommonOptions{}, {}).front();

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Measures SENDs from one process to another, as frames go: GB/s for some message sizes, one JSON object per line.
+#include "nq_version.h"
+
 #include <array>
 #include <chrono>
 #include <cstdint>
@@ -9,6 +11,7 @@
 #include <rdma/rdma_cma.h>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -226,9 +229,14 @@ void Measure(size_t size)
 
 } // namespace
 
-int main()
+int main(int argc, char** argv)
 try
 {
+    if (argc == 2 && std::string_view(argv[1]) == "--version")
+    {
+        std::puts(NQ_VERSION_TEXT("loopback_throughput"));
+        return EXIT_SUCCESS;
+    }
     for (const size_t size : {size_t{64} << 10, size_t{1} << 20, size_t{4} << 20})
     {
         const pid_t sender = fork();

@@ -16,9 +16,10 @@ using testing::Not;
 
 TEST(ToolVersion, TellsProgramLibraryGenTLAndCommit)
 {
-    for (const std::string name : {"nq-gev", "nq-software-rdma"})
+    for (const std::string path : {"nq-gev", "nq-software-rdma", "bench/frame_cost", "bench/loopback_throughput"})
     {
-        const Outcome version = RunProgram({NQ_BINARY_DIR "/" + name, "--version"});
+        const Outcome version = RunProgram({NQ_BINARY_DIR "/" + path, "--version"});
+        const std::string name = path.substr(path.find('/') + 1);
         EXPECT_EQ(version.exitCode, 0);
         EXPECT_THAT(version.output, testing::MatchesRegex(name + " 2\\.5\\.5\nlibrary nq_gev_rdma_tl 2\\.5\\.5\nGenTL "
                                                                  "1\\.5\ncommit (unknown|[0-9a-f]+(-dirty)?)\n"));

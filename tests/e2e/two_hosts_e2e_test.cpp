@@ -73,6 +73,21 @@ TEST_F(TwoHosts, RunTheCommandBesideTheCameraAndEndWithItsExitCode)
     EXPECT_EQ(m_scratch.Files().size(), 0U);
 }
 
+TEST_F(TwoHosts, MeasureTheRateWithFilesOfEachFormat)
+{
+    const Outcome outcome = RunProgram(Command("'" NQ_SOURCE_DIR "/scripts/bench_files.sh' 5 " + m_scratch.Path()));
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
+    std::string sums;
+    for (const char* format : {"none", "raw", "tiff", "png"})
+    {
+        sums += std::string(sums.empty() ? "" : ",") + "\n\\{\"format\": \"" + format +
+                "\", \"grab\": \\{\n  \"frames\": 5,[^{}]*\"pictures\": " + (*format == 'n' ? "0" : "5") +
+                ",[^{}]*\"frames_per_second\": [0-9.]+,[^{}]*\\}\\}";
+    }
+    EXPECT_THAT(outcome.output, testing::MatchesRegex("\\{\"file_rate\": \\[" + sums + "\n\\]\\}\n"));
+    EXPECT_EQ(m_scratch.Files().size(), 0U);
+}
+
 TEST_P(TwoHostsEnd, NothingIsLeft)
 {
     ChildProcess script(Command("echo started; sleep 86400; : " + m_mark));
