@@ -139,8 +139,8 @@ void NQGevXmlWriter::Add(const NQGevXmlFeature& feature)
     Element("Description", feature.description.empty() ? feature.toolTip : feature.description);
     Element("DisplayName", feature.displayName);
     Element("Visibility", feature.visibility);
-    Element("ImposedAccessMode", feature.imposedAccessMode);
     Element("pIsAvailable", feature.available);
+    Element("ImposedAccessMode", feature.imposedAccessMode);
     for (const NQGevXmlEnumEntry& entry : feature.entries)
     {
         Entry(entry);

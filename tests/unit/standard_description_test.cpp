@@ -142,6 +142,27 @@ TEST(StandardDescription, EveryNameIsWellFormedAndEveryReferenceNamesANode)
     });
 }
 
+TEST(StandardDescription, ElementsStandInTheOrderOfTheSchema)
+{
+    const std::vector<std::string> order = {
+        "ToolTip",     "Description",    "DisplayName", "Visibility",   "pIsAvailable", "ImposedAccessMode",
+        "pFeature",    "Address",        "Length",      "AccessMode",   "pPort",        "Cachable",
+        "PollingTime", "pInvalidator",   "Sign",        "Endianess",    "pVariable",    "Formula",
+        "EnumEntry",   "Value",          "pValue",      "CommandValue", "Min",          "pMax",
+        "Unit",        "Representation", "pSelected"};
+    ForEachStandardMap([&](const StandardMap&, const XmlNode& root) {
+        for (const Placed& placed : NamedNodes(root))
+        {
+            auto from = order.begin();
+            for (const XmlNode* child : placed.node->Elements())
+            {
+                from = std::find(from, order.end(), child->name);
+                EXPECT_NE(from, order.end()) << child->name << " of " << placed.node->Attribute("Name");
+            }
+        }
+    });
+}
+
 TEST(StandardDescription, NoTwoRegistersOverlapAndAllLieInTheirMapsRange)
 {
     ForEachStandardMap([](const StandardMap& map, const XmlNode& root) {
