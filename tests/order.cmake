@@ -13,5 +13,7 @@ set_tests_properties(
 set_tests_properties(
   e2e.OutOfMemory.AtEachAllocationOfAStartFailsThatStartAlone
   e2e.StreamChaos.SpoilsNoFrameThatAConsumerHasAndLeavesAStreamThatWorks
+  e2e.StandardStreamChaos.SpoilsNoFrameThatAConsumerHasAndLeavesAStreamThatWorks
+  unit.OwnBlocksModel.RandomMovesFromSeveralThreadsKeepEveryCreditEveryAddressAndEveryFrame
   unit.FrameBlocksModel.RandomMovesFromSeveralThreadsKeepEveryCreditEveryAddressAndEveryFrame
   PROPERTIES COST 60)
