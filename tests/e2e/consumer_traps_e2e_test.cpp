@@ -23,7 +23,7 @@ class Traps : public StreamInBothModes
 
 TEST_P(Traps, MemoryMayBeginAtAnyAddress)
 {
-    for (const std::size_t offset : {1, 3, 7, 13})
+    for (const std::size_t offset : {1U, 3U, 7U, 13U})
     {
         Announce(1, offset);
     }
