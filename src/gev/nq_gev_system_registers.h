@@ -11,7 +11,9 @@ inline constexpr NQGevRegister kSystemRows[] = {
     {"TLModelName_Reg", 0x50100, 256, NQGevAccess::ReadOnly},
     {"TLID_Reg", 0x50200, 256, NQGevAccess::ReadOnly},
     {"TLVersion_Reg", 0x50300, 256, NQGevAccess::ReadOnly},
-    {"TLPath_Reg", 0x50400, 256, NQGevAccess::ReadOnly},
+    // By the standard's answers long enough for any path.
+    {"TLPath_Reg", 0x50400, 256, NQGevAccess::ReadOnly, NQGevRowKind::Register,
+     NQGevPlace{0x51000, 4096, NQGevAccess::ReadOnly}},
     {"GenTLVersionMajor_Reg", 0x50504, 4, NQGevAccess::ReadOnly},
     {"GenTLVersionMinor_Reg", 0x50508, 4, NQGevAccess::ReadOnly},
     {"InterfaceUpdateList_Reg", 0x5050C, 4, NQGevAccess::ReadWrite},

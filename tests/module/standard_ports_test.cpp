@@ -3,9 +3,11 @@
 #include "support/guarded.h"
 #include "support/open_tree.h"
 #include "support/standard_answers.h"
+#include "support/temporary_folder.h"
 
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -63,6 +65,30 @@ TEST_F(StandardPorts, ATextIsReadInAnyPieceAndFilledUpWithZeros)
     EXPECT_EQ(Read(tree.device, 0x700FF, 1), Result(0, std::string(1, '\0')));
     EXPECT_EQ(Read(tree.device, 0x700FF, 2).first, -1015) << "beyond the register";
     EXPECT_EQ(Read(tree.device, 0x70000, 257).first, -1015);
+}
+
+TEST(StandardPath, IsReadHoweverLongItIs)
+{
+    const StandardAnswers asked;
+    const TemporaryFolder folder;
+    std::string path = folder.Path();
+    while (path.size() < 400)
+    {
+        path += "/" + std::string(99, 'p');
+    }
+    std::filesystem::create_directories(path);
+    path += "/producer.cti";
+    std::filesystem::copy_file(std::filesystem::canonical(NQ_CTI_PATH), path);
+    const Producer p(path);
+    void* system = nullptr;
+    ASSERT_EQ(p.GCInitLib(), 0);
+    ASSERT_EQ(p.TLOpen(&system), 0);
+    std::string text(4096, '?');
+    std::size_t size = text.size();
+    EXPECT_EQ(p.GCReadPort(system, 0x51000, text.data(), &size), 0);
+    EXPECT_EQ(text.substr(0, text.find('\0')), path);
+    EXPECT_EQ(text.find_last_not_of('\0'), path.size() - 1);
+    EXPECT_EQ(p.GCCloseLib(), 0);
 }
 
 TEST_F(StandardPorts, ANumberIsReadInAnyPiece)

@@ -30,7 +30,7 @@ struct StandardMap
 
 std::vector<StandardMap> StandardMaps()
 {
-    return {{"system", CreateStandardXmlFileSystem(), kStandardXmlFileNameSystem, "TLPort", 0x50000, 0x5062C},
+    return {{"system", CreateStandardXmlFileSystem(), kStandardXmlFileNameSystem, "TLPort", 0x50000, 0x52000},
             {"interface", CreateStandardXmlFileInterface(), kStandardXmlFileNameInterface, "InterfacePort", 0x60000,
              0x60454},
             {"device", CreateStandardXmlFileDevice(), kStandardXmlFileNameDevice, "DevicePort", 0x70000, 0x70540},
