@@ -38,9 +38,7 @@ TEST(Run, AnotherDebianIsForDemoAndTestAndHasAName)
     for (const std::vector<std::string>& arguments :
          std::vector<std::vector<std::string>>{{"lint", "--on", "trixie"}, {"test", "--on", "sid"}, {"demo", "--on"}})
     {
-        std::vector<std::string> command = {runPath};
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        const Outcome outcome = RunProgram(command);
+        const Outcome outcome = RunProgram(Joined({runPath}, arguments));
         EXPECT_EQ(outcome.exitCode, 2) << arguments[0];
         EXPECT_EQ(outcome.output, "run: --on bookworm (Debian 12) and --on trixie (Debian 13) go with demo and test\n");
     }
@@ -87,10 +85,9 @@ TEST(TestProgress, AfterCtrlCSaysHowFarTheRunCame)
 {
     const TemporaryFolder folder;
     // As from a terminal: a group of its own, in which nobody ignores the signal.
-    std::vector<std::string> command = {"/usr/bin/setsid", "--wait", "/usr/bin/env", "--default-signal=INT"};
-    const auto progress = Progress("echo $$ >" + (folder / "group") + "; " + twoOfSeven + "sleep 60", folder / "log");
-    command.insert(command.end(), progress.begin(), progress.end());
-    ChildProcess run(command);
+    ChildProcess run(
+        Joined({"/usr/bin/setsid", "--wait", "/usr/bin/env", "--default-signal=INT"},
+               Progress("echo $$ >" + (folder / "group") + "; " + twoOfSeven + "sleep 60", folder / "log")));
     ASSERT_TRUE(run.WaitForOutput("unit.C.Works", longTime));
     EXPECT_EQ(RunProgram({"/bin/sh", "-c", "kill -INT -$(cat " + (folder / "group") + ")"}).exitCode, 0);
     EXPECT_EQ(run.WaitForExit(longTime), 130);

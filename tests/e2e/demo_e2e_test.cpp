@@ -24,14 +24,9 @@ Outcome GrabThere(const std::string& name, const std::vector<std::string>& prefi
     fs::create_directory(checkout);
     fs::create_directory_symlink(NQ_BINARY_DIR, checkout / "build");
     chmod(folder.Path().c_str(), 0755);
-    std::vector<std::string> command = {"/usr/bin/env", "-C", checkout};
-    command.insert(command.end(), prefix.begin(), prefix.end());
-    for (const char* argument :
-         {NQ_SOURCE_DIR "/scripts/two_hosts.sh", NQ_SOURCE_DIR "/scripts/demo_grab.sh", "--count", "20", "--verify"})
-    {
-        command.emplace_back(argument);
-    }
-    return RunProgram(command);
+    return RunProgram(Joined(
+        Joined({"/usr/bin/env", "-C", checkout}, prefix),
+        {NQ_SOURCE_DIR "/scripts/two_hosts.sh", NQ_SOURCE_DIR "/scripts/demo_grab.sh", "--count", "20", "--verify"}));
 }
 
 const std::vector<std::string> withoutSysAdmin = {"/usr/bin/setpriv", "--bounding-set", "-sys_admin", "--inh-caps",
@@ -76,15 +71,12 @@ TEST(Demo, WithoutThatRightAndWithoutAnAddressSaysWhatIsMissing)
 TEST(Demo, GrabsForAPlainUserInAUserNamespace)
 {
     const std::vector<std::string> asUser = {"/usr/bin/setpriv", "--reuid=54321", "--regid=54321", "--clear-groups"};
-    std::vector<std::string> look = asUser;
-    look.insert(look.end(), {"/usr/bin/test", "-x", NQ_SOURCE_DIR "/run", "-a", "-x", NQ_TOOL_PATH});
-    if (RunProgram(look).exitCode != 0)
+    if (RunProgram(Joined(asUser, {"/usr/bin/test", "-x", NQ_SOURCE_DIR "/run", "-a", "-x", NQ_TOOL_PATH})).exitCode !=
+        0)
     {
         GTEST_SKIP() << "this checkout is for its owner alone";
     }
-    std::vector<std::string> prefix = asUser;
-    prefix.insert(prefix.end(), {"/usr/bin/unshare", "--map-root-user"});
-    const Outcome outcome = GrabThere("checkout", prefix);
+    const Outcome outcome = GrabThere("checkout", Joined(asUser, {"/usr/bin/unshare", "--map-root-user"}));
     EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
     EXPECT_THAT(outcome.output, HasSubstr("frames     20\n"));
 }

@@ -12,9 +12,7 @@ using testing::HasSubstr;
 
 Outcome ListWith(const std::string& model, const std::vector<std::string>& arguments = {"list"})
 {
-    std::vector<std::string> command = {NQ_TOOL_PATH, "--producer", NQ_FAKE_PRODUCER_PATH};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    return RunProgram(command, {"NQ_FAKE_PRODUCER=IFGetDeviceInfo.2.text=" + model});
+    return RunOnFake("IFGetDeviceInfo.2.text=" + model, arguments);
 }
 
 struct Shown

@@ -28,6 +28,13 @@ struct Outcome
     std::string output;
 };
 
+/// A command line with further arguments, or behind what starts it.
+inline std::vector<std::string> Joined(std::vector<std::string> command, const std::vector<std::string>& more)
+{
+    command.insert(command.end(), more.begin(), more.end());
+    return command;
+}
+
 /// Runs a program to its end. `environment` holds further "NAME=value" entries.
 inline Outcome RunProgram(const std::vector<std::string>& command, const std::vector<std::string>& environment = {})
 {
@@ -39,17 +46,14 @@ inline Outcome RunProgram(const std::vector<std::string>& command, const std::ve
 /// The same for nq-gev with our producer.
 inline Outcome RunTool(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {})
 {
-    std::vector<std::string> command = {NQ_TOOL_PATH, "--producer", NQ_CTI_PATH};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    return RunProgram(command, environment);
+    return RunProgram(Joined({NQ_TOOL_PATH, "--producer", NQ_CTI_PATH}, arguments), environment);
 }
 
 /// The same with the fake producer, whose answers `lies` changes.
 inline Outcome RunOnFake(const std::string& lies, const std::vector<std::string>& arguments)
 {
-    std::vector<std::string> command = {NQ_TOOL_PATH, "--producer", NQ_FAKE_PRODUCER_PATH};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    return RunProgram(command, {"NQ_FAKE_PRODUCER=" + lies});
+    return RunProgram(Joined({NQ_TOOL_PATH, "--producer", NQ_FAKE_PRODUCER_PATH}, arguments),
+                      {"NQ_FAKE_PRODUCER=" + lies});
 }
 
 inline std::string BytesOf(const std::filesystem::path& path)
