@@ -20,8 +20,6 @@ constexpr std::size_t kPixels = 176;
 class CameraExposure : public testing::Test
 {
   protected:
-    void SetUp() override { ASSERT_TRUE(PreloadLoopback()); }
-
     void Start(std::vector<std::string> arguments = {})
     {
         arguments.insert(arguments.end(), {"--width", "16", "--height", "8", "--pattern", "ColorBar"});
