@@ -226,6 +226,16 @@ void Device::ApplyFeature(std::uint32_t address)
     case kAcquisitionStop:
         m_acquisition.Stop();
         break;
+    case kBinningHorizontal:
+    case kBinningVertical:
+    case kDecimationHorizontal:
+    case kDecimationVertical:
+        FitSize();
+        ApplySettings();
+        break;
+    case kDeviceLinkHeartbeatTimeout:
+        m_registers.Set(kHeartbeatTimeout, static_cast<std::uint32_t>(m_registers.GetFloat(address) / 1000));
+        break;
     case kAcquisitionAbort:
         m_acquisition.Abort();
         break;
@@ -272,6 +282,10 @@ void Device::ApplySettings()
     m_registers.SetFloat(kAcquisitionFrameRate,
                          std::min(m_registers.GetFloat(kAcquisitionFrameRate), static_cast<float>(Maximum(rate))));
     const AcquisitionSettings settings = CurrentSettings();
+    const PixelFormat& format = settings.picture.format;
+    m_registers.Set(kPixelSize, format.bitsPerPixel);
+    m_registers.Set(kPixelColorFilter, format.layout == PixelLayout::Bayer ? 1 : 0);
+    m_registers.Set(kPixelDynamicRangeMax, format.levels - 1);
     m_registers.Set(kPayloadSize, static_cast<std::uint32_t>(settings.picture.Payload()));
     m_acquisition.Configure(settings);
     for (std::uint32_t i = 0; i < kEvents.size(); ++i)

@@ -99,6 +99,10 @@ class Device
     void ApplyBootstrap(std::uint32_t address, std::uint32_t value);
     void ApplyFeature(std::uint32_t address);
     void ApplySettings();
+    /// Makes size and offset show the same part of the sensor after its binning or decimation has changed.
+    void FitSize();
+    void FitDirection(std::uint32_t maximum, std::uint32_t size, std::uint32_t offset, std::uint32_t most,
+                      std::uint32_t step);
     void RefreshBeforeRead(std::uint32_t address, std::size_t size);
     void RefreshFeatures();
     void RefreshLimit(const Feature& feature);
@@ -112,6 +116,8 @@ class Device
     void KeepState();
     /// Microseconds of the next exposure.
     double Exposure() const;
+    /// Pictures per second that DeviceLinkThroughputLimit leaves.
+    double ThroughputRate() const;
     bool LineTimesExposure() const;
     LineWave CurrentWave() const;
     TriggerSettings CurrentTrigger(std::uint32_t which) const;

@@ -2,6 +2,7 @@
 // What the camera's features allow, and what moves in them.
 #include "device.h"
 
+#include "bootstrap.h"
 #include "feature_registers.h"
 
 #include <algorithm>
@@ -60,6 +61,8 @@ bool Device::IsAvailable(const Feature& feature) const
         return set != 0;
     case kLineSource:
         return m_registers.Get(kLineSelector) == 1;
+    case kBalanceRatio:
+        return FindPixelFormat(m_registers.Get(kPixelFormat))->layout != PixelLayout::Grey;
     case kExposureMode:
         return LineTimesExposure();
     default:
@@ -100,8 +103,18 @@ double Device::Maximum(const Feature& feature) const
         return left(kWidthMax, kWidth);
     case kOffsetY:
         return left(kHeightMax, kHeight);
+    case kBinningHorizontal:
+        return std::min<double>(feature.max,
+                                m_options.width / m_options.widthStep / m_registers.Get(kDecimationHorizontal));
+    case kDecimationHorizontal:
+        return std::min<double>(feature.max,
+                                m_options.width / m_options.widthStep / m_registers.Get(kBinningHorizontal));
+    case kBinningVertical:
+        return std::min<double>(feature.max, m_options.height / m_registers.Get(kDecimationVertical));
+    case kDecimationVertical:
+        return std::min<double>(feature.max, m_options.height / m_registers.Get(kBinningVertical));
     case kAcquisitionFrameRate:
-        return std::min(feature.max, 1e6 / Exposure());
+        return std::min({feature.max, 1e6 / Exposure(), ThroughputRate()});
     default:
         return feature.max;
     }
@@ -146,6 +159,8 @@ void Device::RefreshFeatures()
     m_registers.Set(kAcquiring, m_acquisition.Count().running ? 1 : 0);
     const std::uint64_t seconds = m_clock.Now() / DeviceClock::kTicksPerSecond;
     m_registers.SetFloat(kDeviceTemperature, 40.0F + static_cast<float>(seconds % 20) / 10.0F);
+    m_registers.SetFloat(kDeviceLinkHeartbeatTimeout,
+                         1000 * static_cast<float>(m_registers.Get(bootstrap::kHeartbeatTimeout)));
     RefreshLines();
     for (const FeatureCategory& category : FeatureTable())
     {

@@ -116,6 +116,8 @@ void Device::AddFeatures()
     map.Set(kPixelFormat, m_options.pixelFormat.code);
     map.Set(kWidthMax, m_options.width);
     map.Set(kHeightMax, m_options.height);
+    map.Set(kSensorWidth, m_options.width);
+    map.Set(kSensorHeight, m_options.height);
     map.Set(kUserSetDefault, m_state.defaultSet);
     map.SetFloat(kExposureTime, static_cast<float>(m_options.exposure));
     if (m_options.frameRate > 0)

@@ -3,7 +3,9 @@
 #include "device.h"
 #include "feature_registers.h"
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace nq::camera
 {
@@ -34,6 +36,16 @@ double Device::Exposure() const
     return m_registers.GetFloat(kExposureTime);
 }
 
+double Device::ThroughputRate() const
+{
+    if (m_registers.Get(kDeviceLinkThroughputLimitMode) == 0)
+    {
+        return std::numeric_limits<double>::infinity();
+    }
+    const double payload = static_cast<double>(CurrentPicture().Payload());
+    return m_registers.Get(kDeviceLinkThroughputLimit) / payload;
+}
+
 LineWave Device::CurrentWave() const
 {
     return {.frequency = m_registers.GetFloat(kTestLineFrequency), .inverted = m_registers.Get(kLineInverter) != 0};
@@ -54,6 +66,28 @@ TriggerSettings Device::CurrentTrigger(std::uint32_t which) const
     return trigger;
 }
 
+void Device::FitSize()
+{
+    const Readout readout = CurrentPicture().readout;
+    FitDirection(kWidthMax, kWidth, kOffsetX, readout.ColumnsOf(m_options.width), m_options.widthStep);
+    FitDirection(kHeightMax, kHeight, kOffsetY, readout.RowsOf(m_options.height), 1);
+}
+
+void Device::FitDirection(std::uint32_t maximum, std::uint32_t size, std::uint32_t offset, std::uint32_t most,
+                          std::uint32_t step)
+{
+    most -= most % step;
+    const std::uint64_t before = m_registers.Get(maximum);
+    const auto scaled = [&](std::uint32_t which) {
+        const auto value = static_cast<std::uint32_t>(m_registers.Get(which) * most / before);
+        return value - value % step;
+    };
+    const std::uint32_t wanted = std::max(scaled(size), step);
+    m_registers.Set(offset, std::min(scaled(offset), most - wanted));
+    m_registers.Set(size, wanted);
+    m_registers.Set(maximum, most);
+}
+
 PictureSettings Device::CurrentPicture() const
 {
     PictureSettings picture;
@@ -65,12 +99,21 @@ PictureSettings Device::CurrentPicture() const
     picture.readout = {.sensorWidth = m_options.width,
                        .sensorHeight = m_options.height,
                        .offsetX = m_registers.Get(kOffsetX),
-                       .offsetY = m_registers.Get(kOffsetY)};
+                       .offsetY = m_registers.Get(kOffsetY),
+                       .binningX = m_registers.Get(kBinningHorizontal),
+                       .binningY = m_registers.Get(kBinningVertical),
+                       .decimationX = m_registers.Get(kDecimationHorizontal),
+                       .decimationY = m_registers.Get(kDecimationVertical),
+                       .reverseX = m_registers.Get(kReverseX) != 0,
+                       .reverseY = m_registers.Get(kReverseY) != 0};
     // The light is such that pictures are right at the exposure of power on.
     const double exposed = Exposure() / m_options.exposure;
     const double decibels = m_registers.GetFloat(kGain) + m_registers.GetFloat(kGain + kSecond);
     picture.development = {.factor = exposed * std::pow(10.0, decibels / 20),
-                           .blackLevel = m_registers.GetFloat(kBlackLevel)};
+                           .blackLevel = m_registers.GetFloat(kBlackLevel),
+                           .gamma = m_registers.GetFloat(kGamma),
+                           .balance = {m_registers.GetFloat(kBalanceRatio), m_registers.GetFloat(kBalanceRatio + 4),
+                                       m_registers.GetFloat(kBalanceRatio + 8)}};
     return picture;
 }
 
@@ -82,8 +125,9 @@ AcquisitionSettings Device::CurrentSettings() const
     settings.offsetY = m_registers.Get(kOffsetY);
     settings.mode = static_cast<AcquisitionMode>(m_registers.Get(kAcquisitionMode));
     settings.frameCount = m_registers.Get(kAcquisitionFrameCount);
-    settings.frameRate =
-        m_registers.Get(kAcquisitionFrameRateEnable) != 0 ? m_registers.GetFloat(kAcquisitionFrameRate) : 0;
+    const bool rated = m_registers.Get(kAcquisitionFrameRateEnable) != 0;
+    const bool limited = m_registers.Get(kDeviceLinkThroughputLimitMode) != 0;
+    settings.frameRate = rated ? m_registers.GetFloat(kAcquisitionFrameRate) : limited ? ThroughputRate() : 0;
     settings.exposure = Exposure() / 1e6;
     settings.frameTrigger = CurrentTrigger(0);
     settings.burstTrigger = CurrentTrigger(kSecond);

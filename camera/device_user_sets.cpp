@@ -49,7 +49,14 @@ FeatureValues Device::PresentValues() const
 
 void Device::TakeValues(const FeatureValues& values)
 {
-    // The sizes of the set find room when the offsets of before are gone; the table has the size ahead of the offset.
+    // The values of the set find room when those of before are gone: the table has binning ahead of size and size ahead
+    // of offset.
+    for (const std::uint32_t factor :
+         {kBinningHorizontal, kBinningVertical, kDecimationHorizontal, kDecimationVertical})
+    {
+        m_registers.Set(factor, 1);
+    }
+    FitSize();
     m_registers.Set(kOffsetX, 0);
     m_registers.Set(kOffsetY, 0);
     ForEachOfUserSet([&](const Feature& feature) {
@@ -64,6 +71,10 @@ void Device::TakeValues(const FeatureValues& values)
             if (IsInRange(feature, value))
             {
                 m_registers.Set(feature.address + feature.stride * i, value);
+            }
+            if (feature.address >= kBinningHorizontal && feature.address <= kDecimationVertical)
+            {
+                FitSize();
             }
         }
     });

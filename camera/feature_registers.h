@@ -80,6 +80,33 @@ constexpr std::uint32_t kTimerStatus = 0x000102E0;
 constexpr std::uint32_t kCounterSelector = 0x000102E4;
 constexpr std::uint32_t kTimerSelector = 0x000102E8;
 
+constexpr std::uint32_t kBinningHorizontal = 0x00010500;
+constexpr std::uint32_t kBinningVertical = 0x00010504;
+constexpr std::uint32_t kDecimationHorizontal = 0x00010508;
+constexpr std::uint32_t kDecimationVertical = 0x0001050C;
+constexpr std::uint32_t kReverseX = 0x00010510;
+constexpr std::uint32_t kReverseY = 0x00010514;
+constexpr std::uint32_t kSensorWidth = 0x00010518;
+constexpr std::uint32_t kSensorHeight = 0x0001051C;
+constexpr std::uint32_t kPixelSize = 0x00010520;
+constexpr std::uint32_t kPixelColorFilter = 0x00010524;
+constexpr std::uint32_t kPixelDynamicRangeMin = 0x00010528;
+constexpr std::uint32_t kPixelDynamicRangeMax = 0x0001052C;
+constexpr std::uint32_t kGamma = 0x00010530;
+constexpr std::uint32_t kBalanceRatioSelector = 0x00010534;
+/// One register for each entry of BalanceRatioSelector.
+constexpr std::uint32_t kBalanceRatio = 0x00010540;
+constexpr std::uint32_t kDeviceType = 0x00010580;
+constexpr std::uint32_t kDeviceScanType = 0x00010584;
+constexpr std::uint32_t kDeviceTLType = 0x00010588;
+constexpr std::uint32_t kDeviceSFNCVersionMajor = 0x0001058C;
+constexpr std::uint32_t kDeviceSFNCVersionMinor = 0x00010590;
+constexpr std::uint32_t kDeviceSFNCVersionSubMinor = 0x00010594;
+constexpr std::uint32_t kDeviceLinkSpeed = 0x00010598;
+constexpr std::uint32_t kDeviceLinkThroughputLimitMode = 0x0001059C;
+constexpr std::uint32_t kDeviceLinkThroughputLimit = 0x000105A0;
+constexpr std::uint32_t kDeviceLinkHeartbeatTimeout = 0x000105A4;
+
 /// 1 while the stream is enabled, which fixes the size; 1 while an acquisition runs.
 constexpr std::uint32_t kStreaming = 0x00011000;
 constexpr std::uint32_t kAcquiring = 0x00011004;

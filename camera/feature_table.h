@@ -86,6 +86,8 @@ struct Feature
     std::uint32_t lastBit = 31;
     /// What a command writes.
     std::uint32_t commandValue = 1;
+    /// The event whose packet holds the value, at `address` behind the packet's header; 0 for a register.
+    std::uint32_t eventId = 0;
 
     bool IsField() const { return firstBit != 0 || lastBit != 31; }
 };

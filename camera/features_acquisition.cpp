@@ -78,7 +78,7 @@ constexpr std::array kAcquisition{
             .min = 0.001,
             .max = 100000,
             .unit = "Hz",
-            .changedBy = "ExposureTime",
+            .changedBy = "ExposureTime DeviceLinkThroughputLimit DeviceLinkThroughputLimitMode",
             .movingMax = true,
             .inUserSet = true},
     Feature{.name = "AcquisitionFrameRateEnable",
@@ -187,6 +187,35 @@ constexpr auto kEventEntries = [] {
     return entries;
 }();
 
+constexpr Feature EventData(const char* name, std::uint32_t id, std::uint32_t place, std::uint32_t length, double max,
+                            const char* tip, const char* unit = "")
+{
+    return {.name = name,
+            .address = place,
+            .tip = tip,
+            .about = "Read from the packet of the event",
+            .access = Access::ReadOnly,
+            .visibility = "Expert",
+            .max = max,
+            .unit = unit,
+            .length = length,
+            .eventId = id};
+}
+
+// Behind the header of the packet: a reserved word, the event's id, the stream channel, the frame id, the time.
+constexpr Feature EventId(const char* name, std::uint32_t id)
+{
+    return EventData(name, id, 2, 2, 65535, "Id of the event");
+}
+constexpr Feature EventFrame(const char* name, std::uint32_t id)
+{
+    return EventData(name, id, 6, 2, 65535, "Lower 16 bits of the frame id that the event is about");
+}
+constexpr Feature EventTime(const char* name, std::uint32_t id)
+{
+    return EventData(name, id, 8, 8, 9223372036854774784.0, "The camera's clock at the event", "ns");
+}
+
 constexpr std::array kEvent{
     Feature{.name = "EventSelector",
             .kind = Enumeration,
@@ -199,6 +228,15 @@ constexpr std::array kEvent{
             .tip = "Whether the camera tells of the event",
             .entries = kOffOn,
             .selector = "EventSelector"},
+    EventId("EventTest", kEvents[0].id),
+    EventTime("EventTestTimestamp", kEvents[0].id),
+    EventFrame("EventTestFrameID", kEvents[0].id),
+    EventId("EventExposureEnd", kEvents[1].id),
+    EventTime("EventExposureEndTimestamp", kEvents[1].id),
+    EventFrame("EventExposureEndFrameID", kEvents[1].id),
+    EventId("EventFrameEnd", kEvents[2].id),
+    EventTime("EventFrameEndTimestamp", kEvents[2].id),
+    EventFrame("EventFrameEndFrameID", kEvents[2].id),
 };
 
 } // namespace

@@ -21,7 +21,109 @@ constexpr Feature FixedText(const char* name, std::uint32_t address, std::uint32
     return {.name = name, .kind = Text, .address = address, .tip = tip, .access = Access::ReadOnly, .length = length};
 }
 
+constexpr Feature Fact(const char* name, std::uint32_t address, const char* tip, double value, double max = 4294967295)
+{
+    return {.name = name,
+            .address = address,
+            .tip = tip,
+            .access = Access::ReadOnly,
+            .visibility = "Expert",
+            .value = value,
+            .max = max};
+}
+
+constexpr Feature FixedEntry(const char* name, std::uint32_t address, const char* tip,
+                             std::span<const FeatureEntry> entries, std::uint32_t firstBit = 0,
+                             std::uint32_t lastBit = 31)
+{
+    return {.name = name,
+            .kind = Enumeration,
+            .address = address,
+            .tip = tip,
+            .access = Access::ReadOnly,
+            .visibility = "Expert",
+            .entries = entries,
+            .firstBit = firstBit,
+            .lastBit = lastBit};
+}
+
+constexpr Feature VersionPart(const char* name, std::uint32_t firstBit, std::uint32_t lastBit, const char* tip)
+{
+    return {.name = name,
+            .address = kVersion,
+            .tip = tip,
+            .access = Access::ReadOnly,
+            .visibility = "Expert",
+            .max = 65535,
+            .firstBit = firstBit,
+            .lastBit = lastBit};
+}
+
+constexpr std::array kTypes{FeatureEntry{"Transmitter", 0, "It sends pictures"}};
+constexpr std::array kScans{FeatureEntry{"Areascan", 0, "All lines of a picture at once"}};
+constexpr std::array kLayers{FeatureEntry{"GigEVision", 0, "GigE Vision"}};
+constexpr std::array kCharacterSets{FeatureEntry{"UTF8", 1, "UTF-8"}};
+constexpr std::array kEndiannesses{FeatureEntry{"Little", 0, "The least significant byte first"},
+                                   FeatureEntry{"Big", 1, "The most significant byte first"}};
+constexpr std::array kOffOn{FeatureEntry{"Off", 0, "Switched off"}, FeatureEntry{"On", 1, "Switched on"}};
+constexpr std::array kHeartbeats{FeatureEntry{"On", 0, "A host that falls quiet loses control"},
+                                 FeatureEntry{"Off", 1, "A host keeps control however quiet it is"}};
+
 constexpr std::array kDevice{
+    FixedEntry("DeviceType", kDeviceType, "What kind of device it is", kTypes),
+    FixedEntry("DeviceScanType", kDeviceScanType, "How its sensor is read", kScans),
+    FixedEntry("DeviceTLType", kDeviceTLType, "How it speaks to hosts", kLayers),
+    VersionPart("DeviceTLVersionMajor", 0, 15, "Version of GigE Vision, the first number"),
+    VersionPart("DeviceTLVersionMinor", 16, 31, "Version of GigE Vision, the second number"),
+    Fact("DeviceSFNCVersionMajor", kDeviceSFNCVersionMajor, "Version of the features' names, the first number", 2),
+    Fact("DeviceSFNCVersionMinor", kDeviceSFNCVersionMinor, "Version of the features' names, the second number", 7),
+    Fact("DeviceSFNCVersionSubMinor", kDeviceSFNCVersionSubMinor, "Version of the features' names, the third number",
+         0),
+    FixedEntry("DeviceCharacterSet", kDeviceMode, "Characters of its texts", kCharacterSets, 24),
+    FixedEntry("DeviceRegistersEndianness", kDeviceMode, "Order of the bytes of its registers", kEndiannesses, 0, 0),
+    Feature{.name = "DeviceLinkSpeed",
+            .address = kDeviceLinkSpeed,
+            .tip = "Speed of the link",
+            .access = Access::ReadOnly,
+            .visibility = "Expert",
+            .value = 1250000000,
+            .unit = "Bps"},
+    Fact("DeviceStreamChannelCount", kStreamChannelCount, "Number of image streams", 1),
+    Fact("DeviceEventChannelCount", kMessageChannelCount, "Number of channels for events", 1),
+    Feature{.name = "DeviceLinkThroughputLimitMode",
+            .kind = Enumeration,
+            .address = kDeviceLinkThroughputLimitMode,
+            .tip = "Whether DeviceLinkThroughputLimit holds",
+            .visibility = "Expert",
+            .entries = kOffOn,
+            .inUserSet = true},
+    Feature{.name = "DeviceLinkThroughputLimit",
+            .address = kDeviceLinkThroughputLimit,
+            .tip = "Bytes of pictures per second that are sent at most",
+            .about = "Lowers the rate; pictures that wait for triggers are sent as they come",
+            .visibility = "Expert",
+            .value = 1250000000,
+            .min = 2000000,
+            .max = 1250000000,
+            .unit = "Bps",
+            .inUserSet = true},
+    Feature{.name = "DeviceLinkHeartbeatMode",
+            .kind = Enumeration,
+            .address = kGvcpConfiguration,
+            .tip = "Whether a quiet host loses control",
+            .visibility = "Expert",
+            .entries = kHeartbeats,
+            .firstBit = 31},
+    Feature{.name = "DeviceLinkHeartbeatTimeout",
+            .kind = Float,
+            .address = kDeviceLinkHeartbeatTimeout,
+            .tip = "Silence of the host after which it loses control",
+            .about = "The same as GevHeartbeatTimeout",
+            .visibility = "Expert",
+            .min = 500000,
+            .max = 3600000000,
+            .unit = "us",
+            .changedBy = "GevHeartbeatTimeout"},
     FixedText("DeviceVendorName", kManufacturerName, 32, "Who made the camera"),
     FixedText("DeviceModelName", kModelName, 32, "The camera's model"),
     FixedText("DeviceManufacturerInfo", kManufacturerInfo, 48, "What its maker says about the camera"),

@@ -5,6 +5,7 @@
 #include "feature_registers.h"
 #include "feature_table.h"
 #include "genicam_writer.h"
+#include "message_channel.h"
 
 #include <array>
 #include <cstdio>
@@ -62,6 +63,10 @@ std::string MakeGenicamXml(const CameraOptions& options)
     }
     xml.Raw("TLParamsLocked", kParamsLocked);
     xml.Helpers(kStreamingLock);
+    for (const EventInfo& event : kEvents)
+    {
+        xml.EventPortNode(event.id);
+    }
     xml.HelperRegister("StreamingReg", feature::kStreaming);
     xml.HelperRegister("AcquiringReg", feature::kAcquiring);
     xml.HelperRegister("WidthStepReg", feature::kWidthStep);

@@ -94,6 +94,11 @@ std::string RegisterName(std::string_view feature)
     return std::string(feature) + "Reg";
 }
 
+std::string EventPort(std::uint32_t id)
+{
+    return "Event" + Hex(id).substr(6) + "Port";
+}
+
 /// The node that tells whether an entry is there.
 std::string EntryName(const Feature& feature, const FeatureEntry& entry)
 {
@@ -241,7 +246,8 @@ void GenicamWriter::Register(const Feature& feature)
                Element("AccessMode", command                              ? "WO"
                                      : feature.access == Access::ReadOnly ? "RO"
                                                                           : "RW") +
-               Element("pPort", "Device") + Element("Cachable", alone ? "WriteThrough" : "NoCache");
+               Element("pPort", feature.eventId == 0 ? "Device" : EventPort(feature.eventId)) +
+               Element("Cachable", alone ? "WriteThrough" : "NoCache");
     m_nodes += feature.polling == 0 ? "" : Element("PollingTime", std::to_string(feature.polling));
     std::vector<std::string> changers = Words(feature.changedBy);
     if (alone || feature.inUserSet)
@@ -303,6 +309,11 @@ void GenicamWriter::Add(const Feature& feature)
     {
         HelperRegister(name + "AvailableReg", feature.address + feature::kAvailableOffset);
     }
+}
+
+void GenicamWriter::EventPortNode(std::uint32_t id)
+{
+    m_nodes += Open("Port", EventPort(id)) + Element("EventID", Hex(id).substr(6)) + Close("Port");
 }
 
 void GenicamWriter::Raw(std::string_view name, std::string_view nodes)

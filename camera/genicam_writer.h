@@ -27,6 +27,8 @@ class GenicamWriter
     void Raw(std::string_view name, std::string_view nodes);
     /// Nodes in no category, given as they are.
     void Helpers(std::string_view nodes) { m_nodes += nodes; }
+    /// The port through which the data of an event's packet are read.
+    void EventPortNode(std::uint32_t id);
     /// A read-only number of the camera that may change at any time, in no category.
     void HelperRegister(std::string_view name, std::uint32_t address, std::string_view kind = "IntReg");
 

@@ -2,7 +2,6 @@
 // Draws the camera's pictures.
 #include "picture_painter.h"
 
-#include "pixel_writer.h"
 #include "test_patterns.h"
 
 #include <algorithm>
@@ -40,7 +39,9 @@ PicturePainter::PicturePainter(const PictureSettings& settings) : m_settings(set
         return;
     }
     PrepareTables();
-    if (m_settings.pattern == TestPattern::Scene && !m_settings.images)
+    const bool scene = m_settings.pattern == TestPattern::Scene || m_settings.pattern == TestPattern::Off ||
+                       m_settings.pattern == TestPattern::FrameCounter;
+    if (scene && !m_settings.images)
     {
         m_scene = std::make_unique<Scene>(SensorWidth(), SensorHeight());
     }
@@ -58,12 +59,25 @@ std::uint32_t PicturePainter::SensorHeight() const
 
 bool PicturePainter::IsStill() const
 {
-    return m_settings.pattern == TestPattern::ColorBar;
+    switch (m_settings.pattern)
+    {
+    case TestPattern::ColorBar:
+    case TestPattern::Black:
+    case TestPattern::White:
+    case TestPattern::GreyHorizontalRamp:
+        return true;
+    default:
+        return false;
+    }
 }
 
 void PicturePainter::PrepareRamp()
 {
     const PixelFormat& format = m_settings.format;
+    if (format.layout == PixelLayout::Yuv422 || format.SampleBits() % 8 != 0)
+    {
+        return; // no row of these can be copied from anywhere out of another
+    }
     const std::size_t pixels = std::size_t{m_settings.width} + format.levels;
     m_row.resize(format.Bytes(pixels));
     PixelWriter writer(format, m_row);
@@ -81,16 +95,32 @@ void PicturePainter::PrepareTables()
 {
     const Development& development = m_settings.development;
     const double top = m_settings.format.levels - 1;
-    for (std::vector<std::uint16_t>& table : m_samples)
+    const std::uint32_t binned = m_settings.readout.binningX * m_settings.readout.binningY;
+    for (std::size_t channel = 0; channel < m_samples.size(); ++channel)
     {
-        table.resize(256);
-        for (std::size_t light = 0; light < table.size(); ++light)
+        const double balance = channel == kGrey ? 1 : development.balance[channel];
+        m_samples[channel].resize(255 * binned + 1);
+        for (std::size_t light = 0; light < m_samples[channel].size(); ++light)
         {
-            const double bright = (static_cast<double>(light) * development.factor + development.blackLevel) / 255;
+            const double exposed = static_cast<double>(light) / binned * development.factor * balance;
+            const double bright = std::clamp((exposed + development.blackLevel) / 255, 0.0, 1.0);
             // A little more, so that what is whole stays whole.
-            table[light] = static_cast<std::uint16_t>(std::clamp(bright, 0.0, 1.0) * top + 1e-6);
+            m_samples[channel][light] = static_cast<std::uint16_t>(
+                std::min((development.gamma == 1 ? bright : std::pow(bright, development.gamma)) * top + 1e-6, top));
         }
     }
+}
+
+/// The sensor's first column or row for each of the picture's.
+std::vector<std::uint32_t> PicturePainter::SensorPlaces(std::uint32_t count, std::uint32_t offset, std::uint32_t all,
+                                                        std::uint32_t step, bool reversed)
+{
+    std::vector<std::uint32_t> places(count);
+    for (std::uint32_t i = 0; i < count; ++i)
+    {
+        places[i] = (reversed ? all - 1 - offset - i : offset + i) * step;
+    }
+    return places;
 }
 
 template <typename Source>
@@ -98,37 +128,61 @@ void PicturePainter::Develop(const Source& source, std::span<std::uint8_t> pixel
 {
     const PixelFormat& format = m_settings.format;
     const Readout& readout = m_settings.readout;
+    const auto columns = SensorPlaces(m_settings.width, readout.offsetX, readout.ColumnsOf(SensorWidth()),
+                                      readout.binningX * readout.decimationX, readout.reverseX);
+    const auto rows = SensorPlaces(m_settings.height, readout.offsetY, readout.RowsOf(SensorHeight()),
+                                   readout.binningY * readout.decimationY, readout.reverseY);
     PixelWriter writer(format, pixels);
     std::uint64_t light = 0;
-    const auto put = [&](std::size_t channel, std::uint32_t value) {
-        writer.Put(m_samples[channel][value]);
-        light += m_samples[channel][value];
-    };
     for (std::uint32_t y = 0; y < m_settings.height; ++y)
     {
         for (std::uint32_t x = 0; x < m_settings.width; ++x)
         {
-            const Rgb colour = source(x + readout.offsetX, y + readout.offsetY);
-            if (format.layout == PixelLayout::Grey)
+            // Red, green, blue and grey of the pixels that become one.
+            std::array<std::uint32_t, 4> sums{};
+            for (std::uint32_t i = 0; i < readout.binningX * readout.binningY; ++i)
             {
-                put(kGrey, Grey(colour));
+                const Rgb colour = source(columns[x] + i % readout.binningX, rows[y] + i / readout.binningX);
+                sums[0] += colour[0];
+                sums[1] += colour[1];
+                sums[2] += colour[2];
+                sums[kGrey] += Grey(colour);
             }
-            else if (format.layout == PixelLayout::Bayer)
-            {
-                put(x % 2 + y % 2, colour[x % 2 + y % 2]);
-            }
-            else
-            {
-                for (std::uint32_t sample = 0; sample < 3; ++sample)
-                {
-                    put(ChannelOf(format, sample), colour[ChannelOf(format, sample)]);
-                }
-            }
+            light += PutPixel(writer, x, y, sums);
         }
     }
     writer.Finish();
-    m_brightness =
-        static_cast<double>(light) / (format.levels - 1) / m_settings.width / m_settings.height / format.samples;
+    m_brightness = static_cast<double>(light) / (format.levels - 1) / m_settings.width / m_settings.height;
+}
+
+/// Puts the samples of one pixel; its brightness.
+std::uint32_t PicturePainter::PutPixel(PixelWriter& writer, std::uint32_t x, std::uint32_t y,
+                                       const std::array<std::uint32_t, 4>& sums) const
+{
+    const PixelFormat& format = m_settings.format;
+    const auto sample = [&](std::size_t channel) { return std::uint32_t{m_samples[channel][sums[channel]]}; };
+    if (format.layout == PixelLayout::Grey || format.layout == PixelLayout::Bayer)
+    {
+        const std::uint32_t value = sample(format.layout == PixelLayout::Grey ? kGrey : x % 2 + y % 2);
+        writer.Put(value);
+        return value;
+    }
+    const Rgb colour{static_cast<std::uint8_t>(sample(0)), static_cast<std::uint8_t>(sample(1)),
+                     static_cast<std::uint8_t>(sample(2))};
+    const std::uint32_t grey = Grey(colour);
+    if (format.layout == PixelLayout::Yuv422)
+    {
+        const int difference =
+            x % 2 == 0 ? (colour[2] - static_cast<int>(grey)) * 564 : (colour[0] - static_cast<int>(grey)) * 713;
+        writer.Put(grey);
+        writer.Put(static_cast<std::uint32_t>(std::clamp(128 + difference / 1000, 0, 255)));
+        return grey;
+    }
+    for (std::uint32_t i = 0; i < 3; ++i)
+    {
+        writer.Put(colour[ChannelOf(format, i)]);
+    }
+    return grey;
 }
 
 void PicturePainter::DevelopPicture(const RgbPicture& picture, std::span<std::uint8_t> pixels)
@@ -146,12 +200,37 @@ void PicturePainter::DevelopPicture(const RgbPicture& picture, std::span<std::ui
 void PicturePainter::DrawRamp(std::uint64_t frameId, std::span<std::uint8_t> pixels) const
 {
     const PixelFormat& format = m_settings.format;
+    if (m_row.empty())
+    {
+        DrawRampBySample(frameId, pixels);
+        return;
+    }
     const std::size_t rowBytes = format.Bytes(m_settings.width);
     for (std::size_t y = 0; y < m_settings.height; ++y)
     {
         const std::size_t shift = (y + kFrameStep * frameId) % format.levels;
         std::memcpy(&pixels[y * rowBytes], &m_row[format.Bytes(shift)], rowBytes);
     }
+}
+
+void PicturePainter::DrawRampBySample(std::uint64_t frameId, std::span<std::uint8_t> pixels) const
+{
+    const PixelFormat& format = m_settings.format;
+    PixelWriter writer(format, pixels);
+    for (std::uint32_t y = 0; y < m_settings.height; ++y)
+    {
+        for (std::uint32_t x = 0; x < m_settings.width; ++x)
+        {
+            for (std::uint32_t sample = 0; sample < format.samples; ++sample)
+            {
+                // The second sample of YUV422 is blue in even columns and red in odd ones.
+                const std::uint32_t channel = sample == 0 ? 0 : sample + x % 2;
+                writer.Put(static_cast<std::uint32_t>((x + y + kFrameStep * frameId + kChannelStep * channel) %
+                                                      format.levels));
+            }
+        }
+    }
+    writer.Finish();
 }
 
 void PicturePainter::Draw(std::uint64_t frameId, std::span<std::uint8_t> pixels)
@@ -169,12 +248,35 @@ void PicturePainter::Draw(std::uint64_t frameId, std::span<std::uint8_t> pixels)
         Develop([&](std::uint64_t x, std::uint64_t y) { return Noise(frameId, x, y, grey); }, pixels);
         break;
     }
-    case TestPattern::Scene: {
-        const auto& images = m_settings.images;
-        DevelopPicture(images ? (*images)[frameId % images->size()] : m_scene->Draw(frameId), pixels);
+    case TestPattern::Black:
+        DevelopPicture(Plain(0), pixels);
+        break;
+    case TestPattern::White:
+        DevelopPicture(Plain(255), pixels);
+        break;
+    case TestPattern::GreyHorizontalRamp:
+        DevelopPicture(GreyRamp(0), pixels);
+        break;
+    case TestPattern::GreyHorizontalRampMoving:
+        DevelopPicture(GreyRamp(frameId), pixels);
+        break;
+    case TestPattern::Off:
+    case TestPattern::Scene:
+        DevelopPicture(SceneOf(frameId), pixels);
+        break;
+    case TestPattern::FrameCounter: {
+        RgbPicture picture = SceneOf(frameId);
+        DrawNumber(picture, frameId);
+        DevelopPicture(picture, pixels);
         break;
     }
     }
+}
+
+const RgbPicture& PicturePainter::SceneOf(std::uint64_t frameId)
+{
+    const auto& images = m_settings.images;
+    return images ? (*images)[frameId % images->size()] : m_scene->Draw(frameId);
 }
 
 } // namespace nq::camera

@@ -21,6 +21,14 @@ enum class TestPattern : std::uint32_t
     Noise = 2,
     /// A drawn scene, or the pictures that the camera was given.
     Scene = 3,
+    // The standard's names; the values between are kept for patterns of our own.
+    Off = 16,
+    Black = 17,
+    White = 18,
+    GreyHorizontalRamp = 19,
+    GreyHorizontalRampMoving = 20,
+    /// The scene with the frame id on it in digits.
+    FrameCounter = 21,
 };
 
 /// Which part of the sensor a picture shows, and how.
@@ -32,6 +40,18 @@ struct Readout
     /// Of the picture, in its own pixels.
     std::uint32_t offsetX = 0;
     std::uint32_t offsetY = 0;
+    /// Pixels of the sensor that become one by their mean, and of those each how manyth is read.
+    std::uint32_t binningX = 1;
+    std::uint32_t binningY = 1;
+    std::uint32_t decimationX = 1;
+    std::uint32_t decimationY = 1;
+    /// From right to left, from bottom to top; the whole picture, before size and offset cut out their part.
+    bool reverseX = false;
+    bool reverseY = false;
+
+    /// Pixels of the whole picture.
+    std::uint32_t ColumnsOf(std::uint32_t sensor) const { return sensor / (binningX * decimationX); }
+    std::uint32_t RowsOf(std::uint32_t sensor) const { return sensor / (binningY * decimationY); }
 
     bool operator==(const Readout&) const = default;
 };
@@ -43,6 +63,10 @@ struct Development
     double factor = 1;
     /// Added to all brightness, in levels of 8 bits.
     double blackLevel = 0;
+    /// Exponent of the brightness between 0 and 1.
+    double gamma = 1;
+    /// Of red, green and blue in formats with colour.
+    std::array<double, 3> balance{1, 1, 1};
 
     bool operator==(const Development&) const = default;
 };

@@ -41,13 +41,20 @@ struct PixelFormat
     constexpr std::uint64_t Bytes(std::uint64_t pixels) const { return (pixels * bitsPerPixel + 7) / 8; }
 };
 
-constexpr std::array<PixelFormat, 6> kPixelFormats{{
+constexpr std::array<PixelFormat, 11> kPixelFormats{{
     {"Mono8", 0x01080001, 8, 1, 256, PixelLayout::Grey, "Brightness, 8 bits"},
     {"Mono10", 0x01100003, 16, 1, 1024, PixelLayout::Grey, "Brightness, 10 bits in 2 bytes"},
     {"Mono12", 0x01100005, 16, 1, 4096, PixelLayout::Grey, "Brightness, 12 bits in 2 bytes"},
     {"Mono16", 0x01100007, 16, 1, 65536, PixelLayout::Grey, "Brightness, 16 bits"},
     {"BayerRG8", 0x01080009, 8, 1, 256, PixelLayout::Bayer, "One colour per pixel behind a Bayer filter, 8 bits"},
     {"RGB8", 0x02180014, 24, 3, 256, PixelLayout::RgbOrder, "Red, green and blue, 8 bits each"},
+    {"Mono10p", 0x010A0046, 10, 1, 1024, PixelLayout::Grey, "Brightness, 10 bits without a gap"},
+    {"Mono12p", 0x010C0047, 12, 1, 4096, PixelLayout::Grey, "Brightness, 12 bits without a gap"},
+    {"BayerRG12", 0x01100011, 16, 1, 4096, PixelLayout::Bayer,
+     "One colour per pixel behind a Bayer filter, 12 bits in 2 bytes"},
+    {"BGR8", 0x02180015, 24, 3, 256, PixelLayout::BgrOrder, "Blue, green and red, 8 bits each"},
+    {"YUV422_8", 0x02100032, 16, 2, 256, PixelLayout::Yuv422,
+     "Brightness of each pixel, colour of each two, 8 bits each"},
 }};
 
 /// The row with this code, or null.

@@ -100,7 +100,10 @@ void Define(CLI::App& app, Typed& typed)
                    "pixels by which Width and OffsetX go; --width is a multiple of it")
         ->check(CLI::Range(1, 65535))
         ->capture_default_str();
-    app.add_option("--pixel-format", typed.pixelFormat, "Mono8, Mono10, Mono12, Mono16, BayerRG8 or RGB8")
+    app.add_option(
+           "--pixel-format", typed.pixelFormat,
+           "format of the pixels: Mono8, Mono10, Mono12, Mono16, BayerRG8, RGB8, Mono10p, Mono12p, BayerRG12, BGR8 or "
+           "YUV422_8")
         ->capture_default_str();
     app.add_option("--pattern", camera.pattern, "picture: MovingRamp, ColorBar, Noise or Scene, parts on a belt")
         ->transform(CLI::CheckedTransformer(

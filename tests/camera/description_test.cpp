@@ -191,7 +191,7 @@ TEST(CameraDescription, EveryReadableRegisterCanBeRead)
     for (const XmlNode* node : root.Elements())
     {
         const std::string address = ChildText(*node, "Address");
-        if (!address.empty())
+        if (!address.empty() && ChildText(*node, "pPort") == "Device")
         {
             const auto length = static_cast<std::uint32_t>(std::stoul(ChildText(*node, "Length")));
             const auto place = static_cast<std::uint32_t>(std::stoul(address, nullptr, 16));

@@ -135,3 +135,99 @@ TEST(CameraPicture, ShowsThePartOfTheSensorThatSizeAndOffsetCutOut)
     settings.readout = {.sensorWidth = 16, .sensorHeight = 4, .offsetX = 3, .offsetY = 2};
     EXPECT_EQ(Draw(settings, 1), (std::vector<std::uint8_t>{225, 178, 178, 149}));
 }
+
+namespace
+{
+
+/// The eight bars, on a sensor of 8 x 2 pixels, in grey.
+PictureSettings Bars(std::uint32_t width)
+{
+    auto settings = Settings(width, 1, 0x01080001, TestPattern::ColorBar);
+    settings.readout = {.sensorWidth = 8, .sensorHeight = 2};
+    return settings;
+}
+
+} // namespace
+
+TEST(CameraPicture, BinningTakesTheMeanAndDecimationLeavesOut)
+{
+    auto settings = Bars(4);
+    settings.readout.binningX = 2;
+    settings.readout.binningY = 2;
+    EXPECT_EQ(Draw(settings, 1), (std::vector<std::uint8_t>{240, 163, 90, 14}));
+    settings.readout = {.sensorWidth = 8, .sensorHeight = 2, .decimationX = 2, .decimationY = 2};
+    EXPECT_EQ(Draw(settings, 1), (std::vector<std::uint8_t>{255, 178, 105, 29}));
+}
+
+TEST(CameraPicture, ReverseTurnsTheSensorBeforeSizeAndOffset)
+{
+    auto settings = Bars(3);
+    settings.readout.reverseX = true;
+    EXPECT_EQ(Draw(settings, 1), (std::vector<std::uint8_t>{0, 29, 76}));
+    settings.readout.offsetX = 5;
+    EXPECT_EQ(Draw(settings, 1), (std::vector<std::uint8_t>{178, 225, 255}));
+}
+
+TEST(CameraPicture, GammaAndBalanceChangeTheBrightness)
+{
+    auto settings = Bars(8);
+    settings.development.gamma = 2;
+    EXPECT_EQ(Draw(settings, 1), (std::vector<std::uint8_t>{255, 198, 124, 87, 43, 22, 3, 0}));
+    settings = Settings(8, 1, 0x02180014, TestPattern::ColorBar);
+    settings.development.balance = {0.5, 1, 1};
+    const auto colours = Draw(settings, 1);
+    EXPECT_EQ(std::vector<std::uint8_t>(colours.begin(), colours.begin() + 6),
+              (std::vector<std::uint8_t>{127, 255, 255, 127, 255, 0}));
+}
+
+TEST(CameraPicture, PackedFormatsHoldTheRampWithoutAGap)
+{
+    // 7, 8, 9, 10 in 10 bits each, from the lowest bit on.
+    EXPECT_EQ(Draw(Settings(4, 1, 0x010A0046), 1), (std::vector<std::uint8_t>{0x07, 0x20, 0x90, 0x80, 0x02}));
+    // 7, 8, 9 in 12 bits each.
+    EXPECT_EQ(Draw(Settings(3, 1, 0x010C0047), 1), (std::vector<std::uint8_t>{0x07, 0x80, 0x00, 0x09, 0x00}));
+    // Rows follow each other without a gap: 7, 8, 9 and 8, 9, 10.
+    EXPECT_EQ(Draw(Settings(3, 2, 0x010C0047), 1),
+              (std::vector<std::uint8_t>{0x07, 0x80, 0x00, 0x09, 0x80, 0x00, 0x09, 0xA0, 0x00}));
+}
+
+TEST(CameraPicture, FurtherColourFormatsHoldTheirChannelsInOrder)
+{
+    EXPECT_EQ(Draw(Settings(2, 1, 0x02180015), 2), (std::vector<std::uint8_t>{184, 99, 14, 185, 100, 15})) << "BGR8";
+    EXPECT_EQ(Draw(Settings(2, 1, 0x02100032), 2), (std::vector<std::uint8_t>{14, 99, 15, 185})) << "Y U Y V";
+    const auto bars = Draw(Settings(8, 1, 0x02100032, TestPattern::ColorBar), 1);
+    EXPECT_EQ(std::vector<std::uint8_t>(bars.begin(), bars.begin() + 2), (std::vector<std::uint8_t>{255, 128}))
+        << "white has no colour";
+    const auto bayer = Draw(Settings(8, 1, 0x01100011, TestPattern::ColorBar), 1);
+    EXPECT_EQ(std::vector<std::uint8_t>(bayer.begin(), bayer.begin() + 2), (std::vector<std::uint8_t>{0xFF, 0x0F}));
+}
+
+TEST(CameraPicture, PatternsOfTheStandardLookAsTheyAreCalled)
+{
+    const auto row = [](TestPattern pattern, std::uint64_t frameId) {
+        const auto pixels = Draw(Settings(256, 1, 0x01080001, pattern), frameId);
+        return std::vector<int>{pixels[0], pixels[1], pixels[100], pixels[255]};
+    };
+    EXPECT_EQ(row(TestPattern::Black, 1), (std::vector<int>{0, 0, 0, 0}));
+    EXPECT_EQ(row(TestPattern::White, 1), (std::vector<int>{255, 255, 255, 255}));
+    EXPECT_EQ(row(TestPattern::GreyHorizontalRamp, 9), (std::vector<int>{0, 1, 100, 255}));
+    EXPECT_EQ(row(TestPattern::GreyHorizontalRampMoving, 9), (std::vector<int>{9, 10, 109, 8}));
+    EXPECT_EQ(Draw(Settings(64, 48, 0x01080001, TestPattern::Off), 3),
+              Draw(Settings(64, 48, 0x01080001, TestPattern::Scene), 3));
+}
+
+TEST(CameraPicture, FrameCounterShowsTheFrameIdInDigits)
+{
+    const auto one = Draw(Settings(320, 240, 0x01080001, TestPattern::FrameCounter), 1);
+    const auto eight = Draw(Settings(320, 240, 0x01080001, TestPattern::FrameCounter), 8);
+    const auto dot = [](const std::vector<std::uint8_t>& pixels, std::size_t column, std::size_t row) {
+        return int{pixels[320 * (4 * (row + 1) + 1) + 16 * 9 + 4 * column + 1]};
+    };
+    for (std::size_t row = 0; row < 5; ++row)
+    {
+        EXPECT_EQ(dot(eight, 0, row), 255) << "the left edge of an 8";
+        EXPECT_EQ(dot(one, 1, row), 255) << "the stem of a 1";
+    }
+    EXPECT_EQ(dot(one, 2, 0), 0);
+    EXPECT_NE(one[320 * 239], 0) << "below it the scene";
+}
