@@ -163,6 +163,10 @@ TEST(GrabPipe, GetsTheBytesOfTheFramesAndNothingElse)
         }
     }
     EXPECT_TRUE(BytesOf(folder / "stream") == expected);
+    const Outcome probe = RunProgram({"/usr/bin/ffprobe", "-v", "error", "-f", "rawvideo", "-pixel_format", "gray",
+                                      "-video_size", "64x48", "-count_frames", "-show_entries",
+                                      "stream=width,height,nb_read_frames", "-of", "csv=p=0", folder / "stream"});
+    EXPECT_EQ(probe.output, "64,48,3\n");
 }
 
 TEST(GrabPipe, ThatIsClosedOrFullGivesExitCodeOne)
