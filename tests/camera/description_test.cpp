@@ -250,6 +250,50 @@ TEST(CameraDescription, ForeignControlProgramSeesLimitsThatTheCameraAccepts)
                             "AcquisitionMode = SingleFrame\n");
 }
 
+TEST(CameraDescription, ForeignControlProgramWithACacheSeesWhatOtherFeaturesChange)
+{
+    if (access("/usr/bin/arv-tool-0.8", X_OK) != 0)
+    {
+        GTEST_SKIP() << "arv-tool-0.8 (package aravis-tools-cli) is not installed";
+    }
+    const VirtualCamera camera({"--width", "640", "--height", "480"});
+    ChildProcess use({"/usr/bin/arv-tool-0.8",
+                      "--register-cache=enable",
+                      "--range-check=enable",
+                      "-a",
+                      "10.77.0.2",
+                      "control",
+                      "Width=320",
+                      "UserSetSelector=UserSet1",
+                      "UserSetSave",
+                      "Width=100",
+                      "PayloadSize",
+                      "UserSetLoad",
+                      "Width",
+                      "PayloadSize",
+                      "BinningHorizontal=2",
+                      "Width",
+                      "WidthMax",
+                      "AcquisitionFrameRate=1000",
+                      "ExposureTime=20000",
+                      "AcquisitionFrameRate"});
+    ASSERT_EQ(use.WaitForExit(std::chrono::seconds(60)), 0) << use.Output();
+    EXPECT_EQ(use.Output(), "Width = 320 min:1 max:640\n"
+                            "UserSetSelector = UserSet1\n"
+                            "UserSetSave executed\n"
+                            "Width = 100 min:1 max:640\n"
+                            "PayloadSize = 48000 B min:0 max:4294967295\n"
+                            "UserSetLoad executed\n"
+                            "Width = 320 min:1 max:640\n"
+                            "PayloadSize = 153600 B min:0 max:4294967295\n"
+                            "BinningHorizontal = 2 min:1 max:4\n"
+                            "Width = 160 min:1 max:320\n"
+                            "WidthMax = 320 min:0 max:4294967295\n"
+                            "AcquisitionFrameRate = 1000 Hz min:0.001 max:100000\n"
+                            "ExposureTime = 20000 us min:1 max:1e+07\n"
+                            "AcquisitionFrameRate = 50 Hz min:0.001 max:50\n");
+}
+
 TEST(CameraDescription, ForeignDissectorReadsThePackets)
 {
     if (access("/usr/bin/tshark", X_OK) != 0 || access("/usr/bin/tcpdump", X_OK) != 0)
