@@ -62,6 +62,10 @@ TEST(StandardSwitch, StaysAsItIsInAForkedChild)
 
 TEST(StandardSwitch, IsOffInAProgramWithMoreRightsThanItsUser)
 {
+    if (std::string(NQ_BINARY_DIR).find(':') != std::string::npos)
+    {
+        GTEST_SKIP() << "the loader finds no library below a path with a colon for such a program";
+    }
     const StandardAnswers asked;
     EXPECT_EQ(OutputOf({NQ_LINKED_PROGRAM_PATH, "answers"}), "standard\n");
     EXPECT_EQ(OutputOf({"/usr/bin/setpriv", "--ruid=65534", NQ_LINKED_PROGRAM_PATH, "answers"}), "stated\n");

@@ -115,7 +115,7 @@ class DataStreamFixture : public testing::Test
     /// Waits until the acquisition thread has done with the frames it has taken.
     void WaitForFramesReceived(std::uint64_t count)
     {
-        while (Read64(0x80114) < count)
+        while (Read64(root.Answers().nodeMaps ? 0x80120 : 0x80114) < count)
         {
             std::this_thread::yield();
         }
