@@ -14,7 +14,7 @@ namespace nq::camera
 
 std::span<const FeatureCategory> FeatureTable()
 {
-    static const std::array table{
+    static const std::array kTable{
         FeatureCategory{"DeviceControl", "What the camera is, and its state", DeviceFeatures()},
         FeatureCategory{"ImageFormatControl", "Size and form of the pictures", ImageFeatures()},
         FeatureCategory{"AcquisitionControl", "When pictures are taken", AcquisitionFeatures()},
@@ -26,7 +26,7 @@ std::span<const FeatureCategory> FeatureTable()
         FeatureCategory{"TestControl", "For tests of the host", TestFeatures()},
         FeatureCategory{"TransportLayerControl", "The link to the host", TransportFeatures()},
     };
-    return table;
+    return kTable;
 }
 
 const Feature& FeatureByName(std::string_view name)

@@ -140,8 +140,8 @@ std::string Selected(const Feature& selector)
 
 const char* NodeKind(FeatureKind kind)
 {
-    constexpr std::array names{"Integer", "Float", "Enumeration", "Boolean", "Command", "StringReg"};
-    return names[static_cast<std::size_t>(kind)];
+    constexpr std::array kNames{"Integer", "Float", "Enumeration", "Boolean", "Command", "StringReg"};
+    return kNames[static_cast<std::size_t>(kind)];
 }
 
 /// An identifier as the schema wants it: a letter, then letters, digits and underscores.

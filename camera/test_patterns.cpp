@@ -10,13 +10,13 @@ namespace nq::camera
 
 const RgbPicture& ColourBars()
 {
-    static const RgbPicture bars = [] {
+    static const RgbPicture kBars = [] {
         RgbPicture picture(8, 1);
         picture.pixels = {{255, 255, 255}, {255, 255, 0}, {0, 255, 255}, {0, 255, 0},
                           {255, 0, 255},   {255, 0, 0},   {0, 0, 255},   {0, 0, 0}};
         return picture;
     }();
-    return bars;
+    return kBars;
 }
 
 RgbPicture Plain(std::uint8_t grey)

@@ -32,8 +32,8 @@ bool IsRule(const std::string& id)
 
 std::string_view ToText(Outcome outcome)
 {
-    constexpr std::string_view texts[] = {"none", "passed", "failed", "not-tried"};
-    return texts[static_cast<int>(outcome)];
+    constexpr std::string_view kTexts[] = {"none", "passed", "failed", "not-tried"};
+    return kTexts[static_cast<int>(outcome)];
 }
 
 Baseline::Baseline(const std::string& path)

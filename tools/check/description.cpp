@@ -70,10 +70,10 @@ std::string Inflated(const std::string& packed, size_t size)
 
 std::optional<LocalUrl> ParseLocalUrl(const std::string& url)
 {
-    static const std::regex form(
+    static const std::regex kForm(
         "local:(?:///)?([^;?]+\\.(?:xml|zip));([0-9A-F]+);([0-9A-F]+)(\\?SchemaVersion=[0-9.]+)?", std::regex::icase);
     std::smatch parts;
-    if (!std::regex_match(url, parts, form) || parts[2].length() > 16 || parts[3].length() > 16)
+    if (!std::regex_match(url, parts, kForm) || parts[2].length() > 16 || parts[3].length() > 16)
     {
         return std::nullopt;
     }

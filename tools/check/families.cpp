@@ -9,7 +9,7 @@ namespace nq::check
 
 std::span<const Family> Families()
 {
-    static const std::vector<Family> families = {
+    static const std::vector<Family> kFamilies = {
         {"exports and versions, init and close", LibraryRules()},
         {"info calls", InfoRules()},
         {"handles", HandleRules()},
@@ -21,19 +21,19 @@ std::span<const Family> Families()
         {"ports, URLs and descriptions", PortRules()},
         {"threads and processes", ProcessRules()},
     };
-    return families;
+    return kFamilies;
 }
 
 std::string_view ToText(Severity severity)
 {
-    constexpr std::string_view texts[] = {"must", "should", "may", "hint"};
-    return texts[static_cast<int>(severity)];
+    constexpr std::string_view kTexts[] = {"must", "should", "may", "hint"};
+    return kTexts[static_cast<int>(severity)];
 }
 
 std::string_view ToText(Needs needs)
 {
-    constexpr std::string_view texts[] = {"nothing", "a camera", "a stream"};
-    return texts[static_cast<int>(needs)];
+    constexpr std::string_view kTexts[] = {"nothing", "a camera", "a stream"};
+    return kTexts[static_cast<int>(needs)];
 }
 
 } // namespace nq::check

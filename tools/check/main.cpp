@@ -20,11 +20,11 @@ namespace
 using namespace nq::check;
 using nq::tool::ExitCode;
 
-constexpr const char* footer = "Exit codes: 0 all that must and should be kept is kept (with --baseline: all is as it "
-                               "says),\n1 it is not, 2 wrong arguments, 3 the producer cannot be loaded.\n\n"
-                               "Examples:\n"
-                               "  gentl-check /opt/vendor/producer.cti\n"
-                               "  gentl-check producer.cti --only 'LB-*' --json";
+constexpr const char* kFooter = "Exit codes: 0 all that must and should be kept is kept (with --baseline: all is as it "
+                                "says),\n1 it is not, 2 wrong arguments, 3 the producer cannot be loaded.\n\n"
+                                "Examples:\n"
+                                "  gentl-check /opt/vendor/producer.cti\n"
+                                "  gentl-check producer.cti --only 'LB-*' --json";
 
 struct Options
 {
@@ -48,14 +48,14 @@ void AddOptions(CLI::App& app, Options& options)
     app.add_flag("--json", options.json, "Print JSON instead of a table");
     app.add_flag("--list", options.list, "Print all rules, and end");
     app.add_flag("--list-markdown", options.markdown, "Print all rules for the documentation, and end");
-    app.footer(footer);
+    app.footer(kFooter);
 }
 
 /// Shows on a terminal what is at work.
 void ShowProgress(std::string_view family, size_t done)
 {
-    static const bool terminal = isatty(STDERR_FILENO) != 0;
-    if (terminal)
+    static const bool kTerminal = isatty(STDERR_FILENO) != 0;
+    if (kTerminal)
     {
         fmt::print(stderr, "\r\033[K{} done, {}", done, family);
     }

@@ -37,8 +37,8 @@ std::atomic<size_t> g_threads{0};
 
 size_t SlotOfThisThread()
 {
-    thread_local const size_t slot = g_threads++ % kMostThreads;
-    return slot;
+    thread_local const size_t kSlot = g_threads++ % kMostThreads;
+    return kSlot;
 }
 
 std::string Quoted(std::string_view text)

@@ -111,7 +111,7 @@ class Reader
 
     std::string Resolved(const std::string& raw) const
     {
-        static const std::map<std::string, std::string, std::less<>> entities = {
+        static const std::map<std::string, std::string, std::less<>> kEntities = {
             {"lt", "<"}, {"gt", ">"}, {"amp", "&"}, {"quot", "\""}, {"apos", "'"}};
         std::string text;
         for (size_t at = 0; at < raw.size(); ++at)
@@ -123,12 +123,12 @@ class Reader
                 continue;
             }
             const std::string name = end == std::string::npos ? "" : raw.substr(at + 1, end - at - 1);
-            const auto known = entities.find(name);
-            if (known == entities.end() && !name.starts_with('#'))
+            const auto known = kEntities.find(name);
+            if (known == kEntities.end() && !name.starts_with('#'))
             {
                 Fail("an unknown entity");
             }
-            text += known == entities.end() ? "?" : known->second;
+            text += known == kEntities.end() ? "?" : known->second;
             at = end;
         }
         return text;
