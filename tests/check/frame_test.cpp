@@ -100,6 +100,13 @@ TEST(CheckFrame, IdsAreUniqueAndClausesNumbered)
     EXPECT_GE(ids.size(), 140U);
 }
 
+TEST(CheckFrame, TheDocumentationHasTheRules)
+{
+    const Outcome outcome = RunProgram({NQ_CHECK_PATH, "--list-markdown"});
+    EXPECT_TRUE(BytesOf(NQ_SOURCE_DIR "/docs/gentl-check.md").ends_with(outcome.output))
+        << "gentl-check --list-markdown";
+}
+
 /// What a producer prints stays out of the answer.
 TEST(CheckFrame, JsonStaysClean)
 {
@@ -111,9 +118,9 @@ TEST(CheckFrame, JsonStaysClean)
 
 TEST(CheckFrame, AnExitIsAFindingOfOneRule)
 {
-    const Outcome outcome = Check({"--only", "LB-00[4-9]"}, "exit_in_init");
+    const Outcome outcome = Check({"--only", "LB-00[4-9]"}, "close_without_init_exits");
     EXPECT_EQ(outcome.exitCode, 1);
-    EXPECT_NE(outcome.output.find("ended the process with exit code 0 in GCInitLib"), std::string::npos)
+    EXPECT_NE(outcome.output.find("ended the process with exit code 0 in GCCloseLib"), std::string::npos)
         << outcome.output;
     EXPECT_NE(outcome.output.find("passed     LB-009"), std::string::npos) << outcome.output;
 }

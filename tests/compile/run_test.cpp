@@ -20,7 +20,7 @@ constexpr const char* runPath = NQ_SOURCE_DIR "/run";
 TEST(Run, EveryCommandHelps)
 {
     for (const std::string command :
-         {"demo", "test", "lint", "asan", "tsan", "coverage", "mutate", "fuzz", "roce", "bench", "faults", "soak"})
+         {"demo", "test", "lint", "asan", "tsan", "coverage", "mutate", "fuzz", "roce", "bench", "faults", "check", "soak"})
     {
         for (const char* option : {"--help", "-h"})
         {

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fmt/format.h>
+#include <fstream>
 #include <optional>
 #include <unistd.h>
 
@@ -21,16 +22,19 @@ using namespace nq::check;
 using nq::tool::ExitCode;
 
 constexpr const char* kFooter = "Exit codes: 0 all that must and should be kept is kept (with --baseline: all is as it "
-                                "says),\n1 it is not, 2 wrong arguments, 3 the producer cannot be loaded.\n\n"
-                                "Examples:\n"
-                                "  gentl-check /opt/vendor/producer.cti\n"
-                                "  gentl-check producer.cti --only 'LB-*' --json";
+                               "says),\n1 it is not, 2 wrong arguments, 3 the producer cannot be loaded.\n\n"
+                               "Examples:\n"
+                               "  gentl-check /opt/vendor/producer.cti\n"
+                               "  gentl-check producer.cti --only 'LB-*' --json\n"
+                               "  gentl-check producer.cti --repro BF-008 >again.c";
 
 struct Options
 {
     Target target;
     Selection selection;
     std::string baseline;
+    std::string junit;
+    std::string repro;
     bool json = false;
     bool list = false;
     bool markdown = false;
@@ -46,6 +50,8 @@ void AddOptions(CLI::App& app, Options& options)
     app.add_option("--baseline", options.baseline, "Known failures: fails on other ones, and on ones that are gone")
         ->check(CLI::ExistingFile);
     app.add_flag("--json", options.json, "Print JSON instead of a table");
+    app.add_option("--junit", options.junit, "Write JUnit's XML to this file, too");
+    app.add_option("--repro", options.repro, "Try one rule, and print its calls as a program in C if it is not kept");
     app.add_flag("--list", options.list, "Print all rules, and end");
     app.add_flag("--list-markdown", options.markdown, "Print all rules for the documentation, and end");
     app.footer(kFooter);
@@ -66,6 +72,15 @@ void EndProgress()
     if (isatty(STDERR_FILENO) != 0)
     {
         fmt::print(stderr, "\r\033[K");
+    }
+}
+
+void WriteFile(const std::string& path, const std::string& text)
+{
+    std::ofstream file(path, std::ios::binary);
+    if (!(file << text).flush())
+    {
+        throw nq::tool::ToolFailure(ExitCode::Failure, "cannot write " + path);
     }
 }
 
@@ -100,6 +115,16 @@ ExitCode Check(const Options& options)
         Print(options.json ? AsJson(report) : "");
         return ExitCode::NoProducer;
     }
+    if (!options.junit.empty())
+    {
+        WriteFile(options.junit, AsJUnit(report));
+    }
+    const bool broken = report.findings.size() == 1 && report.findings[0].Broken();
+    if (!options.repro.empty() && broken)
+    {
+        Print(AsProgram(report.findings[0]));
+        return ExitCode::Failure;
+    }
     Print(options.json ? AsJson(report) : AsTable(report));
     const bool failed = baseline ? !report.differences.empty()
                                  : std::any_of(report.findings.begin(), report.findings.end(),
@@ -129,6 +154,10 @@ int Run(int argc, char** argv)
     {
         fmt::print(stderr, "gentl-check: which producer?\n");
         return static_cast<int>(ExitCode::Usage);
+    }
+    if (!options.repro.empty())
+    {
+        options.selection.only = {options.repro};
     }
     options.target.path = std::filesystem::absolute(options.target.path).string();
     return static_cast<int>(Check(options));

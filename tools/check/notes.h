@@ -18,7 +18,7 @@ namespace nq::check
 class Note
 {
   public:
-    explicit Note(const char* function) : m_function(function), m_line(function) { m_line += '('; }
+    explicit Note(const char* function) : m_function(function), m_line(std::string("g.") + function + "(") {}
 
     void Argument(void* handleOrMemory);
     void Argument(const void* memory) { Argument(const_cast<void*>(memory)); }

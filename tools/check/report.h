@@ -25,6 +25,11 @@ struct Report
 std::string AsTable(const Report& report);
 std::string AsJson(const Report& report);
 
+std::string AsJUnit(const Report& report);
+
+/// A program in C that makes the calls of a broken rule again. Its arguments: the producer.
+std::string AsProgram(const Finding& finding);
+
 /// All rules, with clause, severity and what they need; `asMarkdown` for the documentation.
 std::string ListOfRules(bool asMarkdown);
 

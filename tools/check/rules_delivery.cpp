@@ -4,6 +4,7 @@
 #include "families.h"
 #include "info_sets.h"
 
+#include <chrono>
 #include <fmt/format.h>
 
 namespace nq::check
@@ -23,6 +24,7 @@ void ForEachFrame(Context& c, const std::function<void(const Acquisition&, BUFFE
     Acquisition s(c, kCount);
     s.QueueAll();
     s.Start();
+    s.WaitForOutput(2); // so that their order shows
     for (int frame = 0; frame < kFrames; ++frame)
     {
         const NewBuffer next = s.Frame();
@@ -58,8 +60,24 @@ void TimesRise(Context& c)
     });
 }
 
+/// The counter against the clock of this computer, which shows a frequency that is another one's.
+struct Pace
+{
+    std::chrono::steady_clock::time_point clock;
+    uint64_t ticks = 0;
+};
+
+void ComparePace(Context& c, const Pace& first, const Pace& last, uint64_t frequency)
+{
+    const double host = std::chrono::duration<double>(last.clock - first.clock).count();
+    const double counted = static_cast<double>(last.ticks - first.ticks) / static_cast<double>(frequency);
+    c.Expect(host < 0.05 || (counted > host / 4 && counted < host * 4 + 0.2),
+             fmt::format("in {:.3f} s the counter of {} Hz counts {:.3f} s", host, frequency, counted));
+}
+
 void TimesFit(Context& c)
 {
+    std::optional<Pace> first;
     ForEachFrame(c, [&](const Acquisition& s, BUFFER_HANDLE buffer) {
         const auto ticks = s.Number(buffer, BUFFER_INFO_TIMESTAMP);
         const auto ns = s.Number(buffer, BUFFER_INFO_TIMESTAMP_NS);
@@ -71,6 +89,9 @@ void TimesFit(Context& c)
             Context::NotTried("the producer tells no time stamp, or no frequency");
         }
         c.Expect(*frequency <= 100000000000, fmt::format("the counter is said to run at {} Hz", *frequency));
+        const Pace now{std::chrono::steady_clock::now(), *ticks};
+        first = first.value_or(now);
+        ComparePace(c, *first, now, *frequency);
         const double expected = static_cast<double>(*ticks) / static_cast<double>(*frequency) * 1e9;
         const double told = static_cast<double>(ns.value_or(static_cast<uint64_t>(expected)));
         c.Expect(told > expected * 0.999 - 1000 && told < expected * 1.001 + 1000,

@@ -286,6 +286,22 @@ void FailedOpen(Context& c)
            {GC_ERR_SUCCESS}, "IFOpenDevice after one that failed");
 }
 
+/// Consumers in the field take buffers of 256 bytes for ids, and stop without these infos.
+void WhatConsumersAsk(Context& c)
+{
+    const Tree tree(c, Depth::Interface);
+    tree.LookForCamera();
+    c.Expect(c.target.interfaceId.size() < 256 && c.target.deviceId.size() < 256, "an id has 256 bytes or more");
+    for (const DEVICE_INFO_CMD command :
+         {DEVICE_INFO_ID, DEVICE_INFO_VENDOR, DEVICE_INFO_MODEL, DEVICE_INFO_SERIAL_NUMBER})
+    {
+        const auto text = TextInfo([&](INFO_DATATYPE* type, void* buffer, size_t* size) {
+            return c.gentl.IFGetDeviceInfo(tree.interface, c.target.deviceId.c_str(), command, type, buffer, size);
+        });
+        c.Expect(text.has_value(), fmt::format("IFGetDeviceInfo, command {}, fails", command));
+    }
+}
+
 constexpr Rule kRules[] = {
     {"LS-001", "an index beyond the interfaces is invalid", "6.3.2.3, 6.3.2.4, 6.3.2.5", Severity::Must, Needs::Nothing,
      Indices},
@@ -304,6 +320,8 @@ constexpr Rule kRules[] = {
     {"LS-009", "ids are not empty, and unique in their list", "3.3, 3.4", Severity::Must, Needs::Camera, IdsAreUnique},
     {"LS-010", "ids stay the same in a new session", "3.2, 3.3, 3.4", Severity::Must, Needs::Camera, IdsStay},
     {"LS-011", "an update harms no open module", "3.7", Severity::Must, Needs::Camera, UpdateHarmsNothing},
+    {"LS-012", "ids are shorter than 256 bytes; a device tells id, vendor, model and serial number", "", Severity::May,
+     Needs::Camera, WhatConsumersAsk},
     {"OP-001", "a second TLOpen finds the system in use", "6.3.2.6", Severity::Must, Needs::Nothing, OpenTwice},
     {"OP-002", "a second open of interface, device or stream finds it in use", "6.3.2.6, 6.3.2.7", Severity::Must,
      Needs::Camera, OpenDeviceTwice},

@@ -32,6 +32,7 @@ void EightThreads(Context& c)
     const auto expected = ask();
     std::atomic<int> wrong{0};
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int index = 0; index < 8; ++index)
     {
         threads.emplace_back([&] {

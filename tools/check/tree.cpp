@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <thread>
 
 namespace nq::check
 {
@@ -83,6 +84,12 @@ void Tree::OpenDevice()
     if (code == GenTL::GC_ERR_NOT_IMPLEMENTED)
     {
         code = gentl.IFOpenDevice(interface, id, GenTL::DEVICE_ACCESS_EXCLUSIVE, &device);
+    }
+    // A process that was ended leaves its camera taken until a heartbeat is missed.
+    for (int tries = 0; tries < 40 && code == GenTL::GC_ERR_ACCESS_DENIED; ++tries)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        code = gentl.IFOpenDevice(interface, id, GenTL::DEVICE_ACCESS_CONTROL, &device);
     }
     Context::Needs(code, "IFOpenDevice");
     Context::Needs(gentl.DevGetPort(device, &remote), "DevGetPort");

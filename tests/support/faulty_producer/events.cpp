@@ -134,6 +134,10 @@ bool Wait(Lock& lock, Event& event, uint64_t timeout, GC_ERROR& code)
 {
     const auto due = [&] { return event.ended || event.kills > 0 || Queued(event) > 0; };
     ++event.waiting;
+    if (Fault("idle_wait_holds_lock") && timeout != GENTL_INFINITE && timeout >= 1000 && !The().running)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(timeout));
+    }
     if (timeout == GENTL_INFINITE)
     {
         The().changed.wait(lock, due);

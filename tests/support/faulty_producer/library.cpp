@@ -143,6 +143,10 @@ GC_ERROR CheckHandle(void* handle, Kind kind)
 
 GC_ERROR Answer(INFO_DATATYPE type, std::string_view bytes, INFO_DATATYPE* piType, void* pBuffer, size_t* piSize)
 {
+    if (piSize == nullptr && Fault("null_size_is_handle"))
+    {
+        return GC_ERR_INVALID_HANDLE;
+    }
     if (piSize == nullptr || (piType == nullptr && !Fault("info_without_type")))
     {
         return GC_ERR_INVALID_PARAMETER;
@@ -244,6 +248,8 @@ void SinsOfASession()
 {
     State& s = The();
     ++s.sessions;
+    s.counted = 0;
+    s.closedOnce = false;
     if (Fault("thread_left"))
     {
         std::thread([] { pause(); }).detach();
@@ -254,15 +260,12 @@ void SinsOfASession()
     }
     if (Fault("memory_left"))
     {
-        std::memset(std::malloc(200000), 1, 200000);
+        static std::vector<std::string> kept;
+        kept.emplace_back(200000, 'x');
     }
     if (Fault("crash_in_session_60") && s.sessions == 60)
     {
         std::abort();
-    }
-    if (Fault("exit_in_init") && s.sessions == 2)
-    {
-        std::exit(0);
     }
     if (Fault("hang_in_session_90") && s.sessions == 90)
     {
@@ -295,6 +298,10 @@ GC_ERROR SystemInfo(TL_INFO_CMD command, INFO_DATATYPE* type, void* buffer, size
     case TL_INFO_NAME:
         return AnswerText(path.substr(path.rfind('/') + 1), type, buffer, size);
     case TL_INFO_PATHNAME:
+        if (Fault("other_threads_differ") && gettid() != getpid())
+        {
+            return AnswerText("elsewhere", type, buffer, size);
+        }
         return AnswerText(path, type, buffer, size);
     case TL_INFO_CHAR_ENCODING:
         return AnswerValue<int32_t>(Fault("wrong_info_type") ? INFO_DATATYPE_UINT32 : INFO_DATATYPE_INT32, 0, type,
@@ -331,6 +338,10 @@ extern "C" GC_API GCCloseLib()
     std::unique_lock lock(The().mutex);
     if (!The().open)
     {
+        if (Fault("close_without_init_exits"))
+        {
+            std::exit(0);
+        }
         return Fault("close_without_init") ? GC_ERR_SUCCESS : GC_ERR_NOT_INITIALIZED;
     }
     if (!Fault("close_leaves_system_open"))

@@ -15,6 +15,16 @@ GC_ERROR Unknown()
     return Fault("unknown_command_is_parameter") ? GC_ERR_INVALID_PARAMETER : GC_ERR_NOT_IMPLEMENTED;
 }
 
+uint32_t Interfaces()
+{
+    return Fault("ids_change_by_session") ? 2 : 1;
+}
+
+uint32_t Devices()
+{
+    return Fault("device_listed_twice") ? 2 : 1;
+}
+
 GC_ERROR InterfaceInfo(INTERFACE_INFO_CMD command, INFO_DATATYPE* type, void* buffer, size_t* size)
 {
     switch (command)
@@ -135,6 +145,10 @@ extern "C" GC_API TLOpen(TL_HANDLE* phTL)
     {
         return Result(GC_ERR_INVALID_PARAMETER);
     }
+    if (s.closedOnce && Fault("system_opens_once"))
+    {
+        return Result(GC_ERR_RESOURCE_IN_USE);
+    }
     if (s.system != nullptr)
     {
         if (Fault("open_twice_gives_handle"))
@@ -156,6 +170,7 @@ extern "C" GC_API TLClose(TL_HANDLE hTL)
     if (code == GC_ERR_SUCCESS)
     {
         CloseSystem(lock);
+        The().closedOnce = true;
     }
     return Result(code);
 }
@@ -171,7 +186,7 @@ extern "C" GC_API TLGetNumInterfaces(TL_HANDLE hTL, uint32_t* piNumIfaces)
     {
         return Result(Fault("null_count_is_success") ? GC_ERR_SUCCESS : GC_ERR_INVALID_PARAMETER);
     }
-    *piNumIfaces = The().interfacesListed ? 1 : 0;
+    *piNumIfaces = The().interfacesListed ? Interfaces() : 0;
     return Result(GC_ERR_SUCCESS);
 }
 
@@ -182,11 +197,12 @@ extern "C" GC_API TLGetInterfaceID(TL_HANDLE hTL, uint32_t iIndex, char* sID, si
     {
         return Result(code);
     }
-    if (!The().interfacesListed || iIndex >= 1)
+    if (!The().interfacesListed || iIndex >= Interfaces())
     {
         return Result(Fault("wrong_index_is_id") ? GC_ERR_INVALID_ID : GC_ERR_INVALID_INDEX);
     }
-    return Result(AnswerId(kInterfaceId, sID, piSize));
+    const std::string other = "made-up-in-session-" + std::to_string(The().sessions);
+    return Result(AnswerId(iIndex == 0 ? kInterfaceId : other.c_str(), sID, piSize));
 }
 
 extern "C" GC_API TLGetInterfaceInfo(TL_HANDLE hTL, const char* sIfaceID, INTERFACE_INFO_CMD iInfoCmd,
@@ -281,7 +297,9 @@ extern "C" GC_API IFGetNumDevices(IF_HANDLE hIface, uint32_t* piNumDevices)
     {
         return Result(GC_ERR_INVALID_PARAMETER);
     }
-    *piNumDevices = The().devicesListed ? 1 : 0;
+    ++The().counted;
+    const bool forgotten = Fault("list_forgets") && The().counted % 10 == 0;
+    *piNumDevices = The().devicesListed && !forgotten ? Devices() : 0;
     return GC_ERR_SUCCESS;
 }
 
@@ -292,9 +310,9 @@ extern "C" GC_API IFGetDeviceID(IF_HANDLE hIface, uint32_t iIndex, char* sIDevic
     {
         return Result(code);
     }
-    if (!The().devicesListed || iIndex >= 1)
+    if (!The().devicesListed || iIndex >= Devices())
     {
-        return Result(GC_ERR_INVALID_INDEX);
+        return Result(Fault("wrong_device_index_is_id") ? GC_ERR_INVALID_ID : GC_ERR_INVALID_INDEX);
     }
     return Result(AnswerId(kDeviceId, sIDeviceID, piSize));
 }
@@ -311,9 +329,9 @@ extern "C" GC_API IFUpdateDeviceList(IF_HANDLE hIface, bool8_t* pbChanged, uint6
     {
         *pbChanged = !s.devicesListed || Fault("always_changed");
     }
-    if (Fault("update_is_slow") && iTimeout < 1000)
+    if (Fault("update_of_0_waits") && iTimeout == 0)
     {
-        std::this_thread::sleep_for(std::chrono::milliseconds(iTimeout + 2000));
+        std::this_thread::sleep_for(std::chrono::seconds(2));
     }
     if (Fault("update_never_ends") && iTimeout == GENTL_INFINITE)
     {

@@ -108,7 +108,9 @@ struct State
     uint64_t frameId = 0;
     bool engineEnds = false;
     std::thread engine;
-    int sessions = 0; ///< since the library was loaded
+    int sessions = 0;        ///< since the library was loaded
+    int counted = 0;         ///< calls for the number of devices in this session
+    bool closedOnce = false; ///< the system, in this session
     int flushes = 0;
     int allKills = 0;
 };

@@ -19,7 +19,7 @@ bool Answers(BUFFER_INFO_CMD command, const Buffer& buffer)
                         command == BUFFER_INFO_IS_QUEUED || command == BUFFER_INFO_SIZE_FILLED ||
                         command == BUFFER_INFO_DATA_SIZE || command == BUFFER_INFO_TLTYPE ||
                         command == BUFFER_INFO_IS_ACQUIRING;
-    return always || buffer.frame.fresh || buffer.frame.timestamp != 0;
+    return always || buffer.frame.fresh || buffer.frame.incomplete || buffer.frame.timestamp != 0;
 }
 
 uint64_t NumberOf(BUFFER_INFO_CMD command, const Buffer& buffer)
@@ -28,7 +28,7 @@ uint64_t NumberOf(BUFFER_INFO_CMD command, const Buffer& buffer)
     switch (command)
     {
     case BUFFER_INFO_SIZE:
-        return buffer.size;
+        return buffer.size + (Fault("size_one_more") ? 1 : 0);
     case BUFFER_INFO_TIMESTAMP:
         return frame.timestamp;
     case BUFFER_INFO_TIMESTAMP_NS:
@@ -82,6 +82,10 @@ GC_ERROR BufferInfo(const Buffer& b, BUFFER_INFO_CMD command, INFO_DATATYPE* typ
     if (command < BUFFER_INFO_BASE || command > BUFFER_INFO_CONTAINS_CHUNKDATA)
     {
         return Fault("unknown_command_is_parameter") ? GC_ERR_INVALID_PARAMETER : GC_ERR_NOT_IMPLEMENTED;
+    }
+    if (command == BUFFER_INFO_IMAGEPRESENT && Fault("image_flag_missing"))
+    {
+        return GC_ERR_NOT_IMPLEMENTED;
     }
     if (!Answers(command, b) || command == BUFFER_INFO_FILENAME)
     {
@@ -216,7 +220,7 @@ extern "C" GC_API DevOpenDataStream(DEV_HANDLE hDevice, const char* sDataStreamI
     }
     if (std::string_view(sDataStreamID) != kStreamId)
     {
-        return Result(GC_ERR_INVALID_ID);
+        return Result(Fault("unknown_stream_is_parameter") ? GC_ERR_INVALID_PARAMETER : GC_ERR_INVALID_ID);
     }
     if (s.stream != nullptr)
     {
@@ -261,6 +265,10 @@ extern "C" GC_API DSAnnounceBuffer(DS_HANDLE hDataStream, void* pBuffer, size_t 
         return Result(code);
     }
     if (pBuffer == nullptr || phBuffer == nullptr || iSize == 0)
+    {
+        return Result(GC_ERR_INVALID_PARAMETER);
+    }
+    if (Fault("odd_address_is_parameter") && reinterpret_cast<uintptr_t>(pBuffer) % 2 != 0)
     {
         return Result(GC_ERR_INVALID_PARAMETER);
     }
