@@ -2,6 +2,7 @@
 // The library: faults, handles, sessions, the last error, and the contract of info calls.
 #include "state.h"
 
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -252,7 +253,15 @@ void SinsOfASession()
     s.closedOnce = false;
     if (Fault("thread_left"))
     {
-        std::thread([] { pause(); }).detach();
+        std::atomic<bool> runs{false}; // the library may be unloaded next, and is not to be where it begins
+        std::thread([&runs] {
+            runs = true;
+            pause();
+        }).detach();
+        while (!runs)
+        {
+            std::this_thread::yield();
+        }
     }
     if (Fault("descriptor_left") && open("/dev/null", O_RDONLY | O_CLOEXEC) < 0)
     {
