@@ -79,8 +79,8 @@ class LvEndpoint
     void Cm_event_loop();
     static void* Cm_event_thread(void* endpoint);
 
-    /// Bytes of the longest frame that a receive can take on the port of this connection.
-    std::uint32_t LongestFrame() const;
+    /// Bytes of the longest frame that a receive can take on the port of this connection; on any port once torn down.
+    std::uint32_t LongestFrame();
 
     /// Keeps the payload size and the number of blocks for AllocateAndRegisterMemory.
     void SetBufferSettings(gevrdmaBufferSettings& settings);

@@ -34,10 +34,12 @@ ibv_sge ScatterEntry(const msg_buffer_mem& message)
 
 } // namespace
 
-std::uint32_t LvEndpoint::LongestFrame() const
+std::uint32_t LvEndpoint::LongestFrame()
 {
+    const NQLock setup(m_teardown);
     ibv_port_attr port{};
-    if (ibv_query_port(m_cm_id_connection->verbs, m_cm_id_connection->port_num, &port) != 0 || port.max_msg_sz == 0)
+    if (m_cancelled || ibv_query_port(m_cm_id_connection->verbs, m_cm_id_connection->port_num, &port) != 0 ||
+        port.max_msg_sz == 0)
     {
         return kLongestReceive;
     }

@@ -225,6 +225,14 @@ TEST_F(RdmaEndpoint, ADisconnectBetweenConnectAndStartMakesStartFail)
     EXPECT_EQ(fake.Count("ibv_reg_mr"), 0);
 }
 
+TEST_F(RdmaEndpoint, ADisconnectBetweenConnectAndStartLeavesNoPortToAsk)
+{
+    ASSERT_TRUE(facade->Connect("10.9.0.2", "4791"));
+    facade->Disconnect();
+    EXPECT_TRUE(facade->CanReceive(1024)) << "the start, which then fails, is no matter of the frames' length";
+    EXPECT_EQ(fake.Count("ibv_query_port"), 0);
+}
+
 TEST_F(RdmaEndpoint, AfterADisconnectGetBufferGivesTheZeroRecordAndRequeuesFail)
 {
     Stream(1);
