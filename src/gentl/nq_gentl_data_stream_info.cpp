@@ -43,7 +43,10 @@ void NQGenTLDataStream::SignalInput()
 {
     while (NQGenTLBuffer* const buffer = m_buffers.GetFront(NQ_BUFFER_TYPE_QUEUED, true))
     {
-        SignalEvent(GenTL::EVENT_NEW_BUFFER, buffer);
+        if (!SignalEvent(GenTL::EVENT_NEW_BUFFER, buffer) && Answers().queueingPosts)
+        {
+            buffer->SetQueueFlag(false); // Nobody takes it from an event: it is the consumer's.
+        }
     }
 }
 

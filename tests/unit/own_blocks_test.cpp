@@ -9,6 +9,8 @@ namespace
 {
 
 constexpr int kBusy = -1022;
+constexpr int kInputToOutput = 0;
+constexpr int kUnqueuedToInput = 3;
 constexpr int kAllDiscard = 4;
 
 class OwnBlocks : public nq::test::StreamFixture
@@ -217,6 +219,21 @@ TEST_F(OwnBlocks, WithNobodyRegisteredABufferGoesOnWaiting)
     Frame(0, 8);
     EXPECT_EQ(Take(), handles[0]);
     EXPECT_EQ(Number(2), 0U);
+}
+
+TEST_F(OwnBlocks, WithNobodyRegisteredABufferFlushedToTheOutputIsTheConsumers)
+{
+    ASSERT_EQ(stream.UnregisterEvent(1), 0);
+    RunWith(2, 2);
+    Posted();
+    ASSERT_EQ(stream.FlushQueue(kInputToOutput), 0);
+    EXPECT_EQ(Number(4), 0U);
+    RegisterNewBuffer();
+    ASSERT_EQ(stream.QueueBuffer(handles[0]), 0);
+    ASSERT_EQ(stream.FlushQueue(kUnqueuedToInput), 0);
+    EXPECT_EQ(Number(4), 2U);
+    Frame(1, 8);
+    EXPECT_EQ(Take(), handles[1]);
 }
 
 class OwnMemory : public OwnBlocks
