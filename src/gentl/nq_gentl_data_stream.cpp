@@ -272,18 +272,18 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
     {
         SetTransferCompleted();
     }
-    const int error = DoStartAcquisition(m_buffers.GetBiggestSize(NQ_BUFFER_TYPE_ANNOUNCED),
-                                         m_buffers.GetCount(NQ_BUFFER_TYPE_ANNOUNCED));
+    int error = DoStartAcquisition(m_buffers.GetBiggestSize(NQ_BUFFER_TYPE_ANNOUNCED),
+                                   m_buffers.GetCount(NQ_BUFFER_TYPE_ANNOUNCED));
+    if (error == GenTL::GC_ERR_SUCCESS)
+    {
+        error = BeginRoad();
+    }
     if (error != GenTL::GC_ERR_SUCCESS)
     {
         m_starting = false;
         NQGenTLLock lock(m_moduleLock);
         m_mayBeLost = false;
         return NQFailed(error, "%s DoStartAcquisition Failed! ret:%d", "StartAcquisition", error);
-    }
-    {
-        NQGenTLLock queueing(m_queueingLock);
-        m_road->Begin();
     }
     NQGenTLLock lock(m_moduleLock);
     m_started = true;
@@ -304,6 +304,21 @@ void NQGenTLDataStream::BeginRun()
     {
         event->ForgetAbort(); // of the run before
     }
+}
+
+/// Once the transport has started. A close on another thread may have ended the buffers: nobody would stop the run.
+int NQGenTLDataStream::BeginRoad()
+{
+    {
+        NQGenTLLock queueing(m_queueingLock);
+        if (!m_buffersEnded)
+        {
+            m_road->Begin();
+            return GenTL::GC_ERR_SUCCESS;
+        }
+    }
+    DoStopAcquisition(GenTL::ACQ_STOP_FLAGS_KILL);
+    return GenTL::GC_ERR_INVALID_HANDLE;
 }
 
 void NQGenTLDataStream::CameraLost()

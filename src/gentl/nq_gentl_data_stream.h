@@ -119,7 +119,8 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     int FlushQueue(int operation);
 
     /// Starts for `numToAcquire` frames; GENTL_INFINITE means no limit. `flags` is not read. GC_ERR_INVALID_PARAMETER
-    /// for 0 frames, GC_ERR_RESOURCE_IN_USE when running, or what the transport returns.
+    /// for 0 frames, GC_ERR_RESOURCE_IN_USE when running, or what the transport returns; with the standard's answers
+    /// GC_ERR_INVALID_HANDLE when the stream is closed, also meanwhile.
     int StartAcquisition(int flags, unsigned long numToAcquire);
 
     /// Stops; with `flags` 0 waits up to 3000 ms for a frame under way, with 1 or less than 0 at once.
@@ -180,6 +181,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     bool PassesLimit();
     void EndWithLastFrame();
     void BeginRun();
+    int BeginRoad();
     int EndRun(int flags);
     bool Enqueue(NQGenTLBuffer* buffer) NQ_REQUIRES(m_queueingLock);
     void CountStarted();

@@ -274,6 +274,20 @@ TEST_F(StandardStream, ABufferIsKnownByItsHandleFromItsAnnouncementToTheClose)
     Announce(1);
 }
 
+TEST_F(StandardStream, AStartThatACloseOvertakesIsUndone)
+{
+    stream.onStart = [this] { return stream.Close(); };
+    EXPECT_EQ(stream.StartAcquisition(0, kInfinite), -1006);
+    EXPECT_EQ(stream.calls, (Calls{"start 0 0", "stop 1"}));
+    EXPECT_EQ(stream.StopAcquisition(kKill), kResourceInUse) << "nothing runs";
+
+    stream.onStart = nullptr;
+    ASSERT_EQ(stream.Open(), 0);
+    StartWith(1);
+    Frame(0, 1);
+    EXPECT_EQ(Take(), handles[0]);
+}
+
 TEST_F(StandardStream, ACloseDuringAnnouncementsLeavesNoHandle)
 {
     constexpr int kRounds = 300;
