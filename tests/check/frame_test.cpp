@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // gentl-check on the made-up producer: exit codes, choice of rules, baselines, and that nothing a producer does takes
 // it down. That each fault is found by its rules is ./run check --matrix.
+#include "support/temporary_folder.h"
 #include "support/tool.h"
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <regex>
 
 using namespace nq::test;
@@ -26,11 +28,10 @@ class Baseline : public testing::Test
   protected:
     Outcome CheckAgainst(const std::string& lines, const std::string& faults) const
     {
-        const std::string path = testing::TempDir() + "/gentl-check-baseline-" + std::to_string(getpid());
+        const TemporaryFolder folder;
+        const std::string path = folder / "baseline";
         std::ofstream(path) << lines;
-        const Outcome outcome = Check({"--only", "LB-00[3-8]", "--baseline", path}, faults);
-        std::filesystem::remove(path);
-        return outcome;
+        return Check({"--only", "LB-00[3-8]", "--baseline", path}, faults);
     }
 };
 
