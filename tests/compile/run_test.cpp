@@ -19,8 +19,8 @@ constexpr const char* runPath = NQ_SOURCE_DIR "/run";
 
 TEST(Run, EveryCommandHelps)
 {
-    for (const std::string command :
-         {"demo", "test", "lint", "asan", "tsan", "coverage", "mutate", "fuzz", "roce", "bench", "faults", "check", "soak"})
+    for (const std::string command : {"demo", "test", "lint", "asan", "tsan", "coverage", "mutate", "fuzz", "roce",
+                                      "bench", "faults", "check", "soak"})
     {
         for (const char* option : {"--help", "-h"})
         {

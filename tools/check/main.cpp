@@ -22,11 +22,11 @@ using namespace nq::check;
 using nq::tool::ExitCode;
 
 constexpr const char* kFooter = "Exit codes: 0 all that must and should be kept is kept (with --baseline: all is as it "
-                               "says),\n1 it is not, 2 wrong arguments, 3 the producer cannot be loaded.\n\n"
-                               "Examples:\n"
-                               "  gentl-check /opt/vendor/producer.cti\n"
-                               "  gentl-check producer.cti --only 'LB-*' --json\n"
-                               "  gentl-check producer.cti --repro BF-008 >again.c";
+                                "says),\n1 it is not, 2 wrong arguments, 3 the producer cannot be loaded.\n\n"
+                                "Examples:\n"
+                                "  gentl-check /opt/vendor/producer.cti\n"
+                                "  gentl-check producer.cti --only 'LB-*' --json\n"
+                                "  gentl-check producer.cti --repro BF-008 >again.c";
 
 struct Options
 {
