@@ -53,10 +53,8 @@ std::string NQGenTLDataStream::GetName()
 
 int NQGenTLDataStream::DoOpen()
 {
-    {
-        NQGenTLLock queueing(m_queueingLock);
-        m_buffersEnded = false;
-    }
+    NQGenTLLock queueing(m_queueingLock);
+    m_buffersEnded = false;
     NQGenTLLock lock(m_moduleLock);
     m_started = false;
     m_numStarted = 0;
@@ -68,6 +66,10 @@ int NQGenTLDataStream::DoOpen()
 
 int NQGenTLDataStream::DoClose()
 {
+    {
+        NQGenTLLock queueing(m_queueingLock);
+        m_buffersEnded = Answers().closeEndsStream; // From here on no start begins a run.
+    }
     if (IsStarted())
     {
         StopAcquisition(GenTL::ACQ_STOP_FLAGS_DEFAULT);
@@ -85,7 +87,6 @@ void NQGenTLDataStream::EndBuffers()
     std::vector<std::unique_ptr<NQGenTLBuffer>> revoked; // Go last, without a lock.
     NQGenTLLock transfer(m_transferLock);
     NQGenTLLock queueing(m_queueingLock);
-    m_buffersEnded = true;
     DiscardInput();
     while (NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, 0, true))
     {
@@ -268,15 +269,12 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
     }
     m_starting = true;
     BeginRun();
-    if (Answers().idleStopAtOnce)
-    {
-        SetTransferCompleted();
-    }
     int error = DoStartAcquisition(m_buffers.GetBiggestSize(NQ_BUFFER_TYPE_ANNOUNCED),
                                    m_buffers.GetCount(NQ_BUFFER_TYPE_ANNOUNCED));
-    if (error == GenTL::GC_ERR_SUCCESS)
+    if (error == GenTL::GC_ERR_SUCCESS && !BeginFrames())
     {
-        error = BeginRoad();
+        DoStopAcquisition(GenTL::ACQ_STOP_FLAGS_KILL);
+        error = GenTL::GC_ERR_INVALID_HANDLE;
     }
     if (error != GenTL::GC_ERR_SUCCESS)
     {
@@ -285,6 +283,22 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
         m_mayBeLost = false;
         return NQFailed(error, "%s DoStartAcquisition Failed! ret:%d", "StartAcquisition", error);
     }
+    return GenTL::GC_ERR_SUCCESS;
+}
+
+/// Once the transport runs. False when a close on another thread has come first: nobody would stop the run.
+bool NQGenTLDataStream::BeginFrames()
+{
+    NQGenTLLock queueing(m_queueingLock);
+    if (m_buffersEnded)
+    {
+        return false;
+    }
+    if (Answers().idleStopAtOnce)
+    {
+        SetTransferCompleted();
+    }
+    m_road->Begin();
     NQGenTLLock lock(m_moduleLock);
     m_started = true;
     // Deliberate(CountingStartsLate): counting starts once the transport has started, whatever it has brought until
@@ -293,7 +307,7 @@ int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
     m_numUnderrun = Answers().streamInfos ? m_numUnderrun : 0;
     m_stopDue = false;
     m_starting = false;
-    return GenTL::GC_ERR_SUCCESS;
+    return true;
 }
 
 void NQGenTLDataStream::BeginRun()
@@ -304,21 +318,6 @@ void NQGenTLDataStream::BeginRun()
     {
         event->ForgetAbort(); // of the run before
     }
-}
-
-/// Once the transport has started. A close on another thread may have ended the buffers: nobody would stop the run.
-int NQGenTLDataStream::BeginRoad()
-{
-    {
-        NQGenTLLock queueing(m_queueingLock);
-        if (!m_buffersEnded)
-        {
-            m_road->Begin();
-            return GenTL::GC_ERR_SUCCESS;
-        }
-    }
-    DoStopAcquisition(GenTL::ACQ_STOP_FLAGS_KILL);
-    return GenTL::GC_ERR_INVALID_HANDLE;
 }
 
 void NQGenTLDataStream::CameraLost()

@@ -181,7 +181,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     bool PassesLimit();
     void EndWithLastFrame();
     void BeginRun();
-    int BeginRoad();
+    bool BeginFrames();
     int EndRun(int flags);
     bool Enqueue(NQGenTLBuffer* buffer) NQ_REQUIRES(m_queueingLock);
     void CountStarted();

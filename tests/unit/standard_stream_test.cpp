@@ -288,6 +288,44 @@ TEST_F(StandardStream, AStartThatACloseOvertakesIsUndone)
     EXPECT_EQ(Take(), handles[0]);
 }
 
+/// A transport whose start waits for the close that it meets.
+class MeetingStream : public nq::test::FakeDataStream
+{
+  public:
+    using FakeDataStream::FakeDataStream;
+
+    int DoStartAcquisition(unsigned int, unsigned int) override
+    {
+        inside = true;
+        while (inside)
+        {
+        }
+        return 0;
+    }
+    int DoStopAcquisition(int) override { return 0; }
+
+    std::atomic<bool> inside = false;
+};
+
+TEST_F(StandardStream, AClosedStreamDoesNotRunHoweverAStartMeetsTheClose)
+{
+    constexpr int kRounds = 100;
+    MeetingStream meeting(0, &root);
+    for (int round = 0; round < kRounds; ++round)
+    {
+        ASSERT_EQ(meeting.Open(), 0);
+        std::thread consumer([&] { meeting.StartAcquisition(0, kInfinite); });
+        while (!meeting.inside)
+        {
+            std::this_thread::yield();
+        }
+        meeting.inside = false;
+        EXPECT_EQ(meeting.Close(), 0);
+        consumer.join();
+        EXPECT_EQ(meeting.StopAcquisition(kKill), kResourceInUse) << "in round " << round;
+    }
+}
+
 TEST_F(StandardStream, ACloseDuringAnnouncementsLeavesNoHandle)
 {
     constexpr int kRounds = 300;
