@@ -86,14 +86,18 @@ std::string CountedSerial(const std::string& first, unsigned i)
     return i == 0 ? first : first.substr(0, kept) + number;
 }
 
-void Define(CLI::App& app, Typed& typed)
+void DefinePlace(CLI::App& app, Typed& typed)
 {
-    CameraOptions& camera = typed.camera;
     auto* address = app.add_option("--address", typed.address, "IPv4 address of the camera, one of this machine's");
     app.add_option("--interface", typed.interface, "network interface whose first address the camera takes")
         ->excludes(address);
     app.add_option("--count", typed.count, "number of cameras; the i-th takes the address plus i")
         ->check(CLI::Range(1, 250));
+}
+
+void DefinePicture(CLI::App& app, Typed& typed)
+{
+    CameraOptions& camera = typed.camera;
     app.add_option("--width", camera.width, "pixels per line")->check(CLI::Range(1, 65535))->capture_default_str();
     app.add_option("--height", camera.height, "lines")->check(CLI::Range(1, 65535))->capture_default_str();
     app.add_option("--width-step", camera.widthStep,
@@ -111,6 +115,10 @@ void Define(CLI::App& app, Typed& typed)
     app.add_option("--images", typed.images,
                    "folder of PNG files that Scene, then the pattern at power on, shows one after the other")
         ->excludes("--pattern");
+}
+
+void DefineStream(CLI::App& app, CameraOptions& camera)
+{
     app.add_option("--fps", camera.frameRate,
                    "frames per second, 0.001 to 100000; 0 is as fast as the host grants credits")
         ->capture_default_str();
@@ -125,6 +133,11 @@ void Define(CLI::App& app, Typed& typed)
     app.add_option("--send-buffers", camera.sendBuffers, "frames that may be on their way at once")
         ->check(CLI::Range(1, 256))
         ->capture_default_str();
+}
+
+void DefineIdentity(CLI::App& app, Typed& typed)
+{
+    CameraOptions& camera = typed.camera;
     app.add_option("--vendor", camera.vendor, "manufacturer name, up to 31 bytes")->capture_default_str();
     app.add_option("--model", camera.model, "model name, up to 31 bytes")->capture_default_str();
     app.add_option("--device-version", camera.deviceVersion,
@@ -134,7 +147,11 @@ void Define(CLI::App& app, Typed& typed)
         ->capture_default_str();
     app.add_option("--user-name", camera.userName, "user-defined name, up to 15 bytes");
     app.add_option("--mac", typed.mac, "MAC address; the default is 02:00 and the four bytes of the address");
-    app.add_option("--heartbeat", camera.heartbeat, "heartbeat timeout in milliseconds at power on")
+}
+
+void DefineBehaviour(CLI::App& app, Typed& typed)
+{
+    app.add_option("--heartbeat", typed.camera.heartbeat, "heartbeat timeout in milliseconds at power on")
         ->check(CLI::Range(1, 3600000))
         ->capture_default_str();
     app.add_option(
@@ -148,6 +165,16 @@ void Define(CLI::App& app, Typed& typed)
     app.add_flag("--software-rdma", typed.program.softwareRdma,
                  "stream by RDMA made of software, to hosts on this machine that do so too");
     app.add_flag("--quiet", typed.program.quiet, "print nothing but errors and the line \"ready ADDRESS\"");
+}
+
+/// In the order in which --help shows them.
+void Define(CLI::App& app, Typed& typed)
+{
+    DefinePlace(app, typed);
+    DefinePicture(app, typed);
+    DefineStream(app, typed.camera);
+    DefineIdentity(app, typed);
+    DefineBehaviour(app, typed);
 }
 
 void CheckTexts(const CameraOptions& camera)
