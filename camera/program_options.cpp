@@ -38,8 +38,9 @@ std::string Footer()
 {
     std::string text = "MovingRamp, the default picture, can be checked byte by byte:\n"
                        "  value(x, y, c) = (x + y + 7 * frameId + 85 * c) modulo levels\n"
-                       "  x, y from the upper left corner; c = 0 but for the green (1) and blue (2) of RGB8;\n"
-                       "  levels 256 for 8 bits, 1024 Mono10, 4096 Mono12, 65536 Mono16 (low byte first)\n\n"
+                       "  x, y from the upper left corner; c = 0 but for green (1) and blue (2) of RGB8 and BGR8 and\n"
+                       "  the differences of blue (1) and red (2) of YUV422_8; levels 256 for 8 bits, 1024 for 10,\n"
+                       "  4096 for 12 and 65536 for 16, the low byte first\n\n"
                        "Faults, with their default ARG and COUNT (0: until cleared):\n";
     for (const FaultInfo& fault : kFaults)
     {

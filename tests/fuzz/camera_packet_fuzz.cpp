@@ -3,6 +3,7 @@
 #include "camera/acquisition.h"
 #include "camera/byte_order.h"
 #include "camera/device.h"
+#include "camera/feature_table.h"
 #include "camera/frame_faults.h"
 #include "camera/gendc_frame.h"
 #include "camera/gvcp_service.h"
@@ -15,6 +16,7 @@
 #include <array>
 #include <chrono>
 #include <memory>
+#include <vector>
 
 namespace
 {
@@ -27,12 +29,25 @@ using nq::fuzz::Require;
 constexpr std::array<Endpoint, 3> kHosts{{{0x7F000001, 40001}, {0x7F000001, 40002}, {0x0A000001, 40001}}};
 constexpr std::uint32_t kPrivilege = 0x0A00;
 
-/// Where something happens; besides them the fuzzer names addresses of its own.
-constexpr std::array<std::uint32_t, 40> kAddresses{
-    0x0A00,  0x0000,  0x00E8,  0x0200,  0x0938,  0x0944,  0x0954,  0x0A04,  0x0A14,  0x0B00,
-    0x0B10,  0x0D00,  0x0D04,  0x0D18,  0xE030,  0xE034,  0xE600,  0xE620,  0x10000, 0x10004,
-    0x10008, 0x1000C, 0x10010, 0x10014, 0x10020, 0x10024, 0x10028, 0x1002C, 0x10030, 0x10034,
-    0x10038, 0x1003C, 0x10040, 0x10048, 0x10050, 0x10054, 0x10058, 0x1005C, 0x10060, 0x10064};
+/// Where something happens: registers of every GigE Vision camera and those of all features. Besides them the fuzzer
+/// names addresses of its own.
+std::vector<std::uint32_t> KnownAddresses()
+{
+    std::vector<std::uint32_t> addresses{0x0A00, 0x0000, 0x00E8, 0x0200, 0x0938, 0x0944, 0x0954, 0x0A04, 0x0A14,
+                                         0x0B00, 0x0B10, 0x0D00, 0x0D04, 0x0D18, 0xE030, 0xE034, 0xE600, 0xE620};
+    for (const FeatureCategory& category : FeatureTable())
+    {
+        for (const Feature& feature : category.features)
+        {
+            if (feature.eventId == 0)
+            {
+                addresses.push_back(feature.address);
+            }
+        }
+    }
+    return addresses;
+}
+
 constexpr std::array<std::uint16_t, 7> kCodes{0x0002, 0x0080, 0x0082, 0x0084, 0x0086, 0x0040, 0x00C0};
 constexpr std::array<Fault, 4> kAckFaults{Fault::LostAck, Fault::LateAck, Fault::WrongAckId, Fault::PendingAck};
 
@@ -108,6 +123,7 @@ class Camera
   private:
     static std::uint32_t Address(FuzzInput& input)
     {
+        static const std::vector<std::uint32_t> kAddresses = KnownAddresses();
         const std::size_t choice = input.Below(kAddresses.size() + 4);
         return choice < kAddresses.size() ? kAddresses[choice] : input.DWord();
     }
