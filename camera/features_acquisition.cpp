@@ -78,6 +78,7 @@ constexpr std::array kAcquisition{
             .min = 0.001,
             .max = 100000,
             .unit = "Hz",
+            .polling = 500,
             .changedBy = "ExposureTime DeviceLinkThroughputLimit DeviceLinkThroughputLimitMode",
             .movingMax = true,
             .inUserSet = true},

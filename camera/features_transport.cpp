@@ -63,7 +63,8 @@ constexpr std::array kTransport{
             .access = Access::ReadOnly,
             .visibility = "Expert",
             .unit = "B",
-            .changedBy = "Width Height PixelFormat"},
+            .changedBy = "Width Height PixelFormat BinningHorizontal BinningVertical DecimationHorizontal "
+                         "DecimationVertical"},
     Feature{.name = "GevHeartbeatTimeout",
             .address = kHeartbeatTimeout,
             .tip = "Silence of the host after which it loses control",

@@ -64,6 +64,57 @@ void ExpectOrder(const XmlNode& node)
     }
 }
 
+/// The names of other nodes that a node holds, in its entries too.
+std::vector<std::string> References(const XmlNode& node)
+{
+    std::vector<std::string> names;
+    for (const XmlNode* child : node.Elements())
+    {
+        if (child->name[0] == 'p')
+        {
+            names.push_back(child->Content());
+        }
+        const auto nested = References(*child);
+        names.insert(names.end(), nested.begin(), nested.end());
+    }
+    return names;
+}
+
+/// The bits that a register takes, counted from address 0 and there from the most significant one; none for a node
+/// that is no register. A register with an index is as often there as its selector has entries.
+std::vector<std::uint32_t> BitsOf(const FeatureHost& host, const XmlNode& node)
+{
+    const std::string address = ChildText(node, "Address");
+    std::uint32_t count = 1;
+    std::uint32_t stride = 0;
+    for (const XmlNode* child : node.Elements())
+    {
+        if (child->name == "pIndex")
+        {
+            std::string selector = child->Content();
+            selector.resize(selector.size() - std::string("Reg").size());
+            const std::size_t entries = host.Entries(selector).size();
+            count = static_cast<std::uint32_t>(entries > 0 ? static_cast<double>(entries)
+                                                           : host.Limit(selector, "Max") + 1);
+            stride = static_cast<std::uint32_t>(std::stoul(child->Attribute("Offset")));
+        }
+    }
+    std::vector<std::uint32_t> bits;
+    for (std::uint32_t i = 0; i < count && !address.empty(); ++i)
+    {
+        const auto first = static_cast<std::uint32_t>(8 * (std::stoul(address, nullptr, 16) + stride * i));
+        const bool field = node.name == "MaskedIntReg";
+        const auto begin = static_cast<std::uint32_t>(field ? std::stoul(ChildText(node, "MSB")) : 0);
+        const auto end = static_cast<std::uint32_t>(field ? std::stoul(ChildText(node, "LSB")) + 1
+                                                          : 8 * std::stoul(ChildText(node, "Length")));
+        for (std::uint32_t bit = begin; bit < end; ++bit)
+        {
+            bits.push_back(first + bit);
+        }
+    }
+    return bits;
+}
+
 } // namespace
 
 TEST(CameraDescription, FirstUrlNamesAWellFormedDescription)
@@ -128,14 +179,71 @@ TEST(CameraDescription, NamesAreUniqueAndReferencesExist)
     }
     for (const XmlNode* node : root.Elements())
     {
-        for (const XmlNode* child : node->Elements())
+        for (const std::string& other : References(*node))
         {
-            if (child->name[0] == 'p')
-            {
-                EXPECT_THAT(names, Contains(child->Content())) << node->Attribute("Name");
-            }
+            EXPECT_THAT(names, Contains(other)) << node->Attribute("Name");
         }
     }
+}
+
+TEST(CameraDescription, EveryNodeIsReachedFromRoot)
+{
+    const VirtualCamera camera;
+    const FeatureHost host;
+    std::set<std::string> reached;
+    std::vector<std::string> waiting{"Root"};
+    while (!waiting.empty())
+    {
+        const std::string name = waiting.back();
+        waiting.pop_back();
+        if (reached.insert(name).second)
+        {
+            const auto others = References(host.Node(name));
+            waiting.insert(waiting.end(), others.begin(), others.end());
+        }
+    }
+    for (const auto& [name, node] : host.Nodes())
+    {
+        EXPECT_THAT(reached, Contains(name));
+    }
+    EXPECT_GT(host.Nodes().size(), 200U);
+}
+
+TEST(CameraDescription, EachFeatureStandsInOneCategory)
+{
+    const VirtualCamera camera;
+    const FeatureHost host;
+    std::set<std::string> listed;
+    for (const std::string& name : host.Features())
+    {
+        EXPECT_TRUE(listed.insert(name).second) << name;
+    }
+    for (const auto& [name, node] : host.Nodes())
+    {
+        const bool isFeature = node->Attribute("NameSpace") == "Standard" && node->name != "Category" &&
+                               node->name != "Port" && node->name != "IntSwissKnife";
+        EXPECT_EQ(listed.contains(name), isFeature) << name;
+    }
+}
+
+TEST(CameraDescription, RegistersOverlapOnlyWhereFieldsShareOne)
+{
+    const VirtualCamera camera;
+    const FeatureHost host;
+    // Of each bit of each port, who has it.
+    std::map<std::pair<std::string, std::uint32_t>, std::string> owners;
+    for (const auto& [name, node] : host.Nodes())
+    {
+        for (const std::uint32_t bit : BitsOf(host, *node))
+        {
+            const auto [place, free] = owners.emplace(std::pair(ChildText(*node, "pPort"), bit), name);
+            // Commands that differ by what they write have one register.
+            const bool commands =
+                ChildText(*node, "AccessMode") == "WO" && ChildText(host.Node(place->second), "AccessMode") == "WO";
+            ASSERT_TRUE(free || commands) << name << " and " << place->second << " at bit " << bit;
+        }
+    }
+    EXPECT_GT(owners.size(), 4000U);
 }
 
 TEST(CameraDescription, StandardFeaturesAreThere)
