@@ -91,6 +91,11 @@ double Device::Maximum(const Feature& feature) const
         return static_cast<std::uint32_t>(
             std::min<std::uint64_t>(kLargestPayload * 8 / bits / m_registers.Get(other), 0xFFFFFFFF));
     };
+    // Into how many whole steps the pixels can be put together, whatever the other of the two ways does already.
+    const auto steps = [&](std::uint32_t pixels, std::uint32_t other) {
+        const std::uint32_t most = pixels / m_registers.Get(other);
+        return std::min<double>(feature.max, most);
+    };
     switch (feature.address)
     {
     case kWidth: {
@@ -104,15 +109,13 @@ double Device::Maximum(const Feature& feature) const
     case kOffsetY:
         return left(kHeightMax, kHeight);
     case kBinningHorizontal:
-        return std::min<double>(feature.max,
-                                m_options.width / m_options.widthStep / m_registers.Get(kDecimationHorizontal));
+        return steps(m_options.width / m_options.widthStep, kDecimationHorizontal);
     case kDecimationHorizontal:
-        return std::min<double>(feature.max,
-                                m_options.width / m_options.widthStep / m_registers.Get(kBinningHorizontal));
+        return steps(m_options.width / m_options.widthStep, kBinningHorizontal);
     case kBinningVertical:
-        return std::min<double>(feature.max, m_options.height / m_registers.Get(kDecimationVertical));
+        return steps(m_options.height, kDecimationVertical);
     case kDecimationVertical:
-        return std::min<double>(feature.max, m_options.height / m_registers.Get(kBinningVertical));
+        return steps(m_options.height, kBinningVertical);
     case kAcquisitionFrameRate:
         return std::min({feature.max, 1e6 / Exposure(), ThroughputRate()});
     default:

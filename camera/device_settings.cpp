@@ -79,7 +79,7 @@ void Device::FitDirection(std::uint32_t maximum, std::uint32_t size, std::uint32
     most -= most % step;
     const std::uint64_t before = m_registers.Get(maximum);
     const auto scaled = [&](std::uint32_t which) {
-        const auto value = static_cast<std::uint32_t>(m_registers.Get(which) * most / before);
+        const auto value = static_cast<std::uint32_t>(std::uint64_t{m_registers.Get(which)} * most / before);
         return value - value % step;
     };
     const std::uint32_t wanted = std::max(scaled(size), step);

@@ -225,8 +225,8 @@ void PicturePainter::DrawRampBySample(std::uint64_t frameId, std::span<std::uint
             {
                 // The second sample of YUV422 is blue in even columns and red in odd ones.
                 const std::uint32_t channel = sample == 0 ? 0 : sample + x % 2;
-                writer.Put(static_cast<std::uint32_t>((x + y + kFrameStep * frameId + kChannelStep * channel) %
-                                                      format.levels));
+                writer.Put(static_cast<std::uint32_t>(
+                    (x + y + kFrameStep * frameId + std::uint64_t{kChannelStep} * channel) % format.levels));
             }
         }
     }
