@@ -124,7 +124,9 @@ class Device
     void RefreshLines();
     void RefreshTimer(Clock::time_point start, Clock::time_point now);
     void ResetCounter();
+    /// Without its look-up table.
     PictureSettings CurrentPicture() const;
+    std::vector<std::uint8_t> LookUpTable() const;
     AcquisitionSettings CurrentSettings() const;
     bool Streaming() const;
 

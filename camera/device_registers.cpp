@@ -119,6 +119,10 @@ void Device::AddFeatures()
     map.Set(kSensorWidth, m_options.width);
     map.Set(kSensorHeight, m_options.height);
     map.Set(kUserSetDefault, m_state.defaultSet);
+    for (std::uint32_t i = 0; i <= kLastOfTable; ++i)
+    {
+        map.Set(kLUTValue + 4 * i, i);
+    }
     map.SetFloat(kExposureTime, static_cast<float>(m_options.exposure));
     if (m_options.frameRate > 0)
     {

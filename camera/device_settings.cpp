@@ -117,10 +117,21 @@ PictureSettings Device::CurrentPicture() const
     return picture;
 }
 
+std::vector<std::uint8_t> Device::LookUpTable() const
+{
+    std::vector<std::uint8_t> table;
+    for (std::uint32_t i = 0; m_registers.Get(kLUTEnable) != 0 && i <= kLastOfTable; ++i)
+    {
+        table.push_back(static_cast<std::uint8_t>(m_registers.Get(kLUTValue + 4 * i)));
+    }
+    return table;
+}
+
 AcquisitionSettings Device::CurrentSettings() const
 {
     AcquisitionSettings settings;
     settings.picture = CurrentPicture();
+    settings.picture.development.table = LookUpTable();
     settings.offsetX = m_registers.Get(kOffsetX);
     settings.offsetY = m_registers.Get(kOffsetY);
     settings.mode = static_cast<AcquisitionMode>(m_registers.Get(kAcquisitionMode));

@@ -13,6 +13,7 @@ std::span<const Feature> AcquisitionFeatures();
 std::span<const Feature> LineFeatures();
 std::span<const Feature> CounterFeatures();
 std::span<const Feature> AnalogFeatures();
+std::span<const Feature> LutFeatures();
 std::span<const Feature> EventFeatures();
 std::span<const Feature> UserSetFeatures();
 std::span<const Feature> TestFeatures();

@@ -106,6 +106,10 @@ constexpr std::uint32_t kDeviceLinkSpeed = 0x00010598;
 constexpr std::uint32_t kDeviceLinkThroughputLimitMode = 0x0001059C;
 constexpr std::uint32_t kDeviceLinkThroughputLimit = 0x000105A0;
 constexpr std::uint32_t kDeviceLinkHeartbeatTimeout = 0x000105A4;
+constexpr std::uint32_t kLUTEnable = 0x000105A8;
+constexpr std::uint32_t kLUTIndex = 0x000105AC;
+/// One register for each index.
+constexpr std::uint32_t kLUTValue = 0x00010600;
 
 /// 1 while the stream is enabled, which fixes the size; 1 while an acquisition runs.
 constexpr std::uint32_t kStreaming = 0x00011000;

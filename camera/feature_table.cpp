@@ -21,6 +21,7 @@ std::span<const FeatureCategory> FeatureTable()
         FeatureCategory{"DigitalIOControl", "Input and output of the camera", LineFeatures()},
         FeatureCategory{"CounterAndTimerControl", "What counts and what waits", CounterFeatures()},
         FeatureCategory{"AnalogControl", "Brightness of the pictures", AnalogFeatures()},
+        FeatureCategory{"LUTControl", "A curve for the brightness", LutFeatures()},
         FeatureCategory{"EventControl", "Messages that the camera sends", EventFeatures()},
         FeatureCategory{"UserSetControl", "Settings that are kept", UserSetFeatures()},
         FeatureCategory{"TestControl", "For tests of the host", TestFeatures()},
@@ -63,9 +64,13 @@ const Feature* FeatureAt(std::uint32_t address)
 
 std::uint32_t RegisterCount(const Feature& feature)
 {
-    return std::string_view(feature.selector).empty()
-               ? 1
-               : static_cast<std::uint32_t>(FeatureByName(feature.selector).entries.size());
+    if (std::string_view(feature.selector).empty())
+    {
+        return 1;
+    }
+    const Feature& selector = FeatureByName(feature.selector);
+    return selector.kind == FeatureKind::Integer ? static_cast<std::uint32_t>(selector.max) + 1
+                                                 : static_cast<std::uint32_t>(selector.entries.size());
 }
 
 std::vector<std::string> Words(std::string_view text)

@@ -65,7 +65,7 @@ struct Feature
     Lock lock = Lock::Never;
     /// Milliseconds after which a value that changes by itself is worth reading again; 0 for one that does not.
     std::uint32_t polling = 0;
-    /// The enumeration that selects one of several registers, and their distance in bytes.
+    /// The enumeration, or the number from 0 on, that selects one of several registers, and their distance in bytes.
     const char* selector = "";
     std::uint32_t stride = 4;
     /// Features whose write changes this one, separated by blanks.
@@ -109,7 +109,7 @@ const Feature& FeatureByName(std::string_view name);
 /// The feature to whose own register the address belongs, or null.
 const Feature* FeatureAt(std::uint32_t address);
 
-/// Number of registers: one, or one for each entry of the selector.
+/// Number of registers: one, or one for each entry or number of the selector.
 std::uint32_t RegisterCount(const Feature& feature);
 
 /// The words of a text that blanks separate.

@@ -2,7 +2,7 @@
 // Features of the picture: its size, form and brightness.
 #include "feature_groups.h"
 #include "feature_registers.h"
-#include "pixel_format.h"
+#include "picture_settings.h"
 
 #include <array>
 
@@ -235,6 +235,30 @@ constexpr std::array kAnalog{
             .inUserSet = true},
 };
 
+constexpr std::array kLut{
+    Feature{.name = "LUTEnable",
+            .kind = Boolean,
+            .address = kLUTEnable,
+            .tip = "Whether the look-up table holds",
+            .about = "It comes behind Gamma; the checkable ramp leaves it out",
+            .visibility = "Expert",
+            .inUserSet = true},
+    Feature{.name = "LUTIndex",
+            .address = kLUTIndex,
+            .tip = "The brightness that is meant",
+            .about = "In levels of 8 bits; formats with more go straight from one to the next",
+            .visibility = "Expert",
+            .max = kLastOfTable},
+    Feature{.name = "LUTValue",
+            .address = kLUTValue,
+            .tip = "What becomes of the brightness",
+            .about = "In levels of 8 bits. As bright as before at first",
+            .visibility = "Expert",
+            .max = kLastOfTable,
+            .selector = "LUTIndex",
+            .inUserSet = true},
+};
+
 } // namespace
 
 std::span<const Feature> ImageFeatures()
@@ -245,6 +269,11 @@ std::span<const Feature> ImageFeatures()
 std::span<const Feature> AnalogFeatures()
 {
     return kAnalog;
+}
+
+std::span<const Feature> LutFeatures()
+{
+    return kLut;
 }
 
 } // namespace nq::camera

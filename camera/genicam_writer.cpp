@@ -208,7 +208,8 @@ std::string GenicamWriter::ValueElements(const Feature& feature)
                 : feature.kind == FeatureKind::Integer ? Element("Inc", Decimal(feature.step))
                                                        : "";
         return text + OptionalElement("Unit", feature.unit) +
-               Element("Representation", *feature.representation == '\0' ? "PureNumber" : feature.representation);
+               Element("Representation", *feature.representation == '\0' ? "PureNumber" : feature.representation) +
+               Selected(feature);
     case FeatureKind::Enumeration:
         for (const FeatureEntry& entry : feature.entries)
         {

@@ -24,6 +24,20 @@ std::uint32_t ChannelOf(const PixelFormat& format, std::uint32_t sample)
     return format.layout == PixelLayout::BgrOrder ? 2 - sample : sample;
 }
 
+/// The brightness from 0 to 1 that the table has for this one, straight from one place to the next.
+double LookUp(const std::vector<std::uint8_t>& table, double bright)
+{
+    if (table.empty())
+    {
+        return bright;
+    }
+    const double place = bright * kLastOfTable;
+    const auto below = static_cast<std::size_t>(place);
+    const double rest = place - static_cast<double>(below);
+    const std::size_t above = std::min<std::size_t>(below + 1, kLastOfTable);
+    return (table[below] * (1 - rest) + table[above] * rest) / kLastOfTable;
+}
+
 std::uint32_t Grey(const Rgb& colour)
 {
     return (299U * colour[0] + 587U * colour[1] + 114U * colour[2]) / 1000;
@@ -104,9 +118,10 @@ void PicturePainter::PrepareTables()
         {
             const double exposed = static_cast<double>(light) / binned * development.factor * balance;
             const double bright = std::clamp((exposed + development.blackLevel) / 255, 0.0, 1.0);
+            const double curved = development.gamma == 1 ? bright : std::pow(bright, development.gamma);
             // A little more, so that what is whole stays whole.
-            m_samples[channel][light] = static_cast<std::uint16_t>(
-                std::min((development.gamma == 1 ? bright : std::pow(bright, development.gamma)) * top + 1e-6, top));
+            m_samples[channel][light] =
+                static_cast<std::uint16_t>(std::min(LookUp(development.table, curved) * top + 1e-6, top));
         }
     }
 }

@@ -56,6 +56,9 @@ struct Readout
     bool operator==(const Readout&) const = default;
 };
 
+/// Brightness in a look-up table goes from 0 to this.
+constexpr std::uint32_t kLastOfTable = 255;
+
 /// What becomes of the light that falls on the sensor.
 struct Development
 {
@@ -67,6 +70,8 @@ struct Development
     double gamma = 1;
     /// Of red, green and blue in formats with colour.
     std::array<double, 3> balance{1, 1, 1};
+    /// For each brightness in levels of 8 bits the one that is shown; empty for the same.
+    std::vector<std::uint8_t> table{};
 
     bool operator==(const Development&) const = default;
 };

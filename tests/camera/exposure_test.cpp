@@ -85,6 +85,28 @@ TEST_F(CameraExposure, BrightnessGoesWithItWithGainAndWithBlackLevel)
     EXPECT_EQ(row[15], 5);
 }
 
+TEST_F(CameraExposure, ALookUpTableChangesTheBrightnessWhileItIsOn)
+{
+    Start();
+    EXPECT_EQ(m_host->Get("LUTEnable"), 0);
+    ASSERT_EQ(m_host->Set("LUTIndex", 105), 0U);
+    EXPECT_EQ(m_host->Get("LUTValue"), 105) << "as bright as before";
+    ASSERT_EQ(m_host->Set("LUTValue", 7), 0U);
+    ASSERT_EQ(m_host->Execute("UserSetSave"), 0x8004U) << "Default";
+    ASSERT_EQ(m_host->Set("UserSetSelector", "UserSet1"), 0U);
+    ASSERT_EQ(m_host->Execute("UserSetSave"), 0U);
+    ASSERT_EQ(m_host->Set("LUTValue", 8), 0U);
+    ASSERT_EQ(m_host->Execute("UserSetLoad"), 0U);
+    EXPECT_EQ(m_host->Get("LUTValue"), 7);
+    EXPECT_EQ(m_host->Set("LUTValue", 256), 0x8002U);
+    EXPECT_EQ(m_host->Set("LUTIndex", 256), 0x8002U);
+    ASSERT_EQ(m_host->Set("LUTEnable", 1), 0U);
+    Enable();
+    const auto row = NextRow();
+    EXPECT_EQ(row[8], 7) << "105 without it";
+    EXPECT_EQ(row[0], 255);
+}
+
 TEST_F(CameraExposure, RateIsAtMostOneByIt)
 {
     Start();

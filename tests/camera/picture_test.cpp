@@ -180,6 +180,24 @@ TEST(CameraPicture, GammaAndBalanceChangeTheBrightness)
               (std::vector<std::uint8_t>{127, 255, 255, 127, 255, 0}));
 }
 
+TEST(CameraPicture, ALookUpTableComesBehindGammaAndGoesStraightBetweenItsPlaces)
+{
+    auto settings = Bars(8);
+    settings.development.gamma = 2;
+    for (int i = 0; i < 256; ++i)
+    {
+        settings.development.table.push_back(static_cast<std::uint8_t>(255 - i));
+    }
+    // 255, 198.6, 124.2, 87.3, 43.2, 22.6, 3.2 and 0 without the table.
+    EXPECT_EQ(Draw(settings, 1), (std::vector<std::uint8_t>{0, 56, 130, 167, 211, 232, 251, 255}));
+    settings = Settings(2, 1, 0x01100007, TestPattern::White);
+    settings.development = {.factor = 100.5 / 255, .table = std::vector<std::uint8_t>(256)};
+    settings.development.table[100] = 10;
+    settings.development.table[101] = 20;
+    const auto wide = Draw(settings, 1);
+    EXPECT_EQ(wide[0] + 256 * wide[1], 15 * 257) << "halfway from 10 to 20, in 16 bits";
+}
+
 TEST(CameraPicture, PackedFormatsHoldTheRampWithoutAGap)
 {
     // 7, 8, 9, 10 in 10 bits each, from the lowest bit on.
