@@ -42,7 +42,8 @@
     row(nameOfFile, "`TL_INFO_NAME`", "`nq_gev_tl_rdma.cti`, whatever the file is called", "the name of the file, with which `TL_INFO_PATHNAME` ends") \
     row(firedCounted, "`EVENT_NUM_FIRED`", "not implemented", "what was queued since the registration, delivered or flushed since or not") \
     row(stackTellsDone, "number of a stack of port accesses that fails", "as it was", "how many were done") \
-    row(lostEndsWaits, "camera lost while streaming", "waiters sleep on", "each waiter ends once with `GC_ERR_ABORT` within two heartbeats")
+    row(lostEndsWaits, "camera lost while streaming", "waiters sleep on", "each waiter ends once with `GC_ERR_ABORT` within two heartbeats") \
+    row(closedIsInvalid, "close of a module that is closed, as a second `TLClose`", "`GC_ERR_ERROR`", "`GC_ERR_INVALID_HANDLE`")
 
 // clang-format on
 

@@ -124,6 +124,10 @@ int NQGenTLModuleBase::Close()
 {
     if (!IsOpen())
     {
+        if (m_answers.closedIsInvalid)
+        {
+            return NQFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", "Close");
+        }
         return NQFailed(GenTL::GC_ERR_ERROR, "%s GC_ERR_ERROR", "Close");
     }
     if (m_answers.waitersEnd)

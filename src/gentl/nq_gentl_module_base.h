@@ -103,7 +103,7 @@ class NQGenTLModuleBase
     /// waits for the outcome of the one before.
     int Open();
 
-    /// GC_ERR_ERROR when not open, else what DoClose gives.
+    /// GC_ERR_ERROR when not open, with the standard's answers GC_ERR_INVALID_HANDLE; else what DoClose gives.
     int Close();
 
     bool IsOpen();

@@ -72,6 +72,16 @@ TEST_F(StandardOpen, ByIdOnAFreshInterfaceEndsWhenTheCameraHasAnswered)
     EXPECT_EQ(devices, 0U) << "the list is the consumer's";
 }
 
+TEST_F(StandardOpen, OfWhatIsClosedIsNoHandle)
+{
+    EXPECT_EQ(p.TLClose(tree.system), 0);
+    EXPECT_EQ(p.TLClose(tree.system), -1006);
+    EXPECT_EQ(p.IFClose(tree.interface), -1006);
+    EXPECT_EQ(p.DevClose(tree.device), -1006);
+    EXPECT_EQ(p.DSClose(tree.stream), -1006);
+    EXPECT_EQ(p.TLOpen(&tree.system), 0);
+}
+
 TEST_F(StandardOpen, OfAnIdThatNobodyHasIsRefused)
 {
     FreshInterface();

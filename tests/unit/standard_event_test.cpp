@@ -162,7 +162,7 @@ TEST_F(StandardEvent, OfAStreamThatClosesHasNoBufferThatIsRevokedMeanwhile)
 
 TEST_F(StandardEvent, RegisteredWhileTheStreamClosesHasNoneOfItsBuffers)
 {
-    ASSERT_EQ(stream.Close(), -1001) << "never opened";
+    ASSERT_EQ(stream.Close(), -1006) << "never opened";
     ASSERT_EQ(stream.StopAcquisition(1), 0);
     ASSERT_EQ(stream.Open(), 0);
     ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
