@@ -43,7 +43,8 @@
     row(firedCounted, "`EVENT_NUM_FIRED`", "not implemented", "what was queued since the registration, delivered or flushed since or not") \
     row(stackTellsDone, "number of a stack of port accesses that fails", "as it was", "how many were done") \
     row(lostEndsWaits, "camera lost while streaming", "waiters sleep on", "each waiter ends once with `GC_ERR_ABORT` within two heartbeats") \
-    row(closedIsInvalid, "close of a module that is closed, as a second `TLClose`", "`GC_ERR_ERROR`", "`GC_ERR_INVALID_HANDLE`")
+    row(closedIsInvalid, "close of a module that is closed, as a second `TLClose`", "`GC_ERR_ERROR`", "`GC_ERR_INVALID_HANDLE`") \
+    row(startFlagsChecked, "flags of `DSStartAcquisition`", "not read", "other than the default: `GC_ERR_NOT_IMPLEMENTED`")
 
 // clang-format on
 

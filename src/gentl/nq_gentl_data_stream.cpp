@@ -245,11 +245,11 @@ int NQGenTLDataStream::GetBufferInfo(void* handle, int iInfoCmd, int* piType, vo
     return buffer->GetInfo(iInfoCmd, piType, pBuffer, piSize);
 }
 
-int NQGenTLDataStream::StartAcquisition(int, unsigned long numToAcquire)
+int NQGenTLDataStream::StartAcquisition(int flags, unsigned long numToAcquire)
 {
-    if (numToAcquire == 0)
+    if (const int refused = CheckStart(flags, numToAcquire))
     {
-        return NQFailed(GenTL::GC_ERR_INVALID_PARAMETER, "%s GC_ERR_INVALID_PARAMETER", "StartAcquisition");
+        return refused;
     }
     // Two starts at once would both find the stream stopped: the second waits for the outcome of the first.
     const StartUnderWay underWay(*this);

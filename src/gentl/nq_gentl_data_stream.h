@@ -118,9 +118,10 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     /// the transport.
     int FlushQueue(int operation);
 
-    /// Starts for `numToAcquire` frames; GENTL_INFINITE means no limit. `flags` is not read. GC_ERR_INVALID_PARAMETER
-    /// for 0 frames, GC_ERR_RESOURCE_IN_USE when running, or what the transport returns; with the standard's answers
-    /// GC_ERR_INVALID_HANDLE when the stream is closed, also meanwhile.
+    /// Starts for `numToAcquire` frames; GENTL_INFINITE means no limit. GC_ERR_INVALID_PARAMETER for 0 frames,
+    /// GC_ERR_RESOURCE_IN_USE when running, or what the transport returns; with the standard's answers
+    /// GC_ERR_INVALID_HANDLE when the stream is closed, also meanwhile, and GC_ERR_NOT_IMPLEMENTED for flags other than
+    /// the default; without them `flags` is not read.
     int StartAcquisition(int flags, unsigned long numToAcquire);
 
     /// Stops; with `flags` 0 waits up to 3000 ms for a frame under way, with 1 or less than 0 at once.
@@ -180,6 +181,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     void MarkIncomplete(NQGenTLBuffer* buffer, bool shortFrame);
     bool PassesLimit();
     void EndWithLastFrame();
+    int CheckStart(int flags, unsigned long numToAcquire);
     void BeginRun();
     bool BeginFrames();
     int EndRun(int flags);

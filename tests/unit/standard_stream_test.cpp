@@ -93,6 +93,20 @@ TEST_F(StandardStream, DoesNotImplementAnUnknownCommand)
     }
 }
 
+TEST_F(StandardStream, StartsWithNoFlagButTheDefault)
+{
+    Announce(1);
+    for (const int flags : {1, 55, 1000, -1})
+    {
+        EXPECT_EQ(stream.StartAcquisition(flags, kInfinite), -1003) << flags;
+        EXPECT_EQ(stream.StartAcquisition(flags, 0), -1009) << flags;
+    }
+    EXPECT_EQ(stream.calls, Calls{}) << "the transport is not asked";
+    EXPECT_EQ(stream.StartAcquisition(0, kInfinite), 0);
+    EXPECT_EQ(stream.StartAcquisition(55, 1), -1003);
+    EXPECT_EQ(Of(8).value, 1U) << "and goes on";
+}
+
 TEST_F(StandardStream, EndsWithTheLastFrameAskedFor)
 {
     StartWith(3, 2);
