@@ -120,8 +120,8 @@ class NQGenTLDataStream : public NQGenTLModuleBase
 
     /// Starts for `numToAcquire` frames; GENTL_INFINITE means no limit. GC_ERR_INVALID_PARAMETER for 0 frames,
     /// GC_ERR_RESOURCE_IN_USE when running, or what the transport returns; with the standard's answers
-    /// GC_ERR_INVALID_HANDLE when the stream is closed, also meanwhile, and GC_ERR_NOT_IMPLEMENTED for flags other than
-    /// the default; without them `flags` is not read.
+    /// GC_ERR_INVALID_HANDLE when the stream is closed, also meanwhile, GC_ERR_NOT_IMPLEMENTED for flags other than the
+    /// default, and GC_ERR_INVALID_BUFFER with no buffer announced; without them `flags` is not read.
     int StartAcquisition(int flags, unsigned long numToAcquire);
 
     /// Stops; with `flags` 0 waits up to 3000 ms for a frame under way, with 1 or less than 0 at once.
@@ -170,6 +170,8 @@ class NQGenTLDataStream : public NQGenTLModuleBase
       private:
         NQGenTLDataStream& m_stream;
     };
+
+    static constexpr unsigned int kLeastAnnounced = 1; ///< Buffers that a start needs.
 
     int Announce(void* buffer, unsigned long size, void* userPtr, void** handle);
     int GetFixedInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);

@@ -114,7 +114,7 @@ int NQGenTLDataStream::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigne
     case GenTL::STREAM_INFO_TLTYPE:
         return NQGenTLUtil::CopyInfoString(m_tlType, piType, pBuffer, piSize);
     case GenTL::STREAM_INFO_BUF_ANNOUNCE_MIN:
-        return NQGenTLUtil::CopyInfoSizeT(1, piType, pBuffer, piSize);
+        return NQGenTLUtil::CopyInfoSizeT(kLeastAnnounced, piType, pBuffer, piSize);
     case GenTL::STREAM_INFO_NUM_STARTED:
     case GenTL::STREAM_INFO_NUM_CHUNKS_MAX:
     case GenTL::STREAM_INFO_BUF_ALIGNMENT:

@@ -17,6 +17,10 @@ int NQGenTLDataStream::CheckStart(int flags, unsigned long numToAcquire)
     {
         return NQFailed(GenTL::GC_ERR_NOT_IMPLEMENTED, "%s GC_ERR_NOT_IMPLEMENTED Flags:%d", "StartAcquisition", flags);
     }
+    if (Answers().startNeedsBuffers && !IsStarted() && m_buffers.GetCount(NQ_BUFFER_TYPE_ANNOUNCED) < kLeastAnnounced)
+    {
+        return NQFailed(GenTL::GC_ERR_INVALID_BUFFER, "%s GC_ERR_INVALID_BUFFER", "StartAcquisition");
+    }
     return GenTL::GC_ERR_SUCCESS;
 }
 

@@ -38,6 +38,14 @@ class StandardOpen : public testing::Test
         ASSERT_EQ(p.DevOpenDataStream(tree.device, "Stream:0", &tree.stream), 0);
     }
 
+    /// What a start with a buffer gives.
+    int Start()
+    {
+        void* buffer = nullptr;
+        EXPECT_EQ(p.DSAllocAndAnnounceBuffer(tree.stream, 64, nullptr, &buffer), 0);
+        return p.DSStartAcquisition(tree.stream, 0, GENTL_INFINITE);
+    }
+
     /// Closes the device, whose camera is then free, and opens it anew.
     void Reopen(int flags)
     {
@@ -127,7 +135,7 @@ TEST_F(StandardOpen, AStreamOfACameraOpenedReadOnlyDoesNotStart)
 {
     Reopen(GenTL::DEVICE_ACCESS_READONLY);
     tree.camera.Forget();
-    EXPECT_EQ(p.DSStartAcquisition(tree.stream, 0, GENTL_INFINITE), -1005);
+    EXPECT_EQ(Start(), -1005);
     EXPECT_THAT(tree.camera.AccessesBut("read 0x0A00"), ElementsAre());
 }
 
@@ -135,7 +143,7 @@ TEST_F(StandardOpen, AStreamOfACameraThatIsAnothersByNowDoesNotStart)
 {
     tree.camera.SetRegister(0x0A00, 0);
     tree.camera.Forget();
-    EXPECT_EQ(p.DSStartAcquisition(tree.stream, 0, GENTL_INFINITE), -1005);
+    EXPECT_EQ(Start(), -1005);
     EXPECT_GE(tree.camera.Count("read 0x0A00"), 1U);
     EXPECT_THAT(tree.camera.AccessesBut("read 0x0A00"), ElementsAre()) << "nothing was connected";
 }

@@ -48,6 +48,10 @@ class OwnBlockModel : public BufferModel
             credits.clear();
             return {};
         case Move::Start:
+            if (announced.empty())
+            {
+                return {-1013};
+            }
             running = true;
             delivered = 0;
             Post();

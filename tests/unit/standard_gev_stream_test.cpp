@@ -125,6 +125,7 @@ class PayloadOverTheLongestMessage : public StandardGevStream
         std::memcpy(settings.data() + 32, &payload, 8);
         camera.SetMemory(0xE600, settings);
         fake.longestMessage = longest;
+        Announce(1);
         const int result = stream->StartAcquisition(0, nq::test::infinite);
         stream->StopAcquisition(1);
         return result;

@@ -107,6 +107,18 @@ TEST_F(StandardStream, StartsWithNoFlagButTheDefault)
     EXPECT_EQ(Of(8).value, 1U) << "and goes on";
 }
 
+TEST_F(StandardStream, StartsWithABufferAnnouncedAndNoneQueued)
+{
+    EXPECT_EQ(Of(12), (Info{12, 8, 1})) << "how many it needs";
+    EXPECT_EQ(stream.StartAcquisition(0, kInfinite), -1013);
+    EXPECT_EQ(stream.calls, Calls{}) << "the transport is not asked";
+    Announce(1);
+    EXPECT_EQ(stream.StartAcquisition(0, kInfinite), 0);
+    EXPECT_EQ(stream.calls, Calls{"start 8 1"});
+    EXPECT_EQ(stream.RevokeBuffer(handles[0], nullptr, nullptr), 0);
+    EXPECT_EQ(stream.StartAcquisition(0, kInfinite), kResourceInUse) << "it runs";
+}
+
 TEST_F(StandardStream, EndsWithTheLastFrameAskedFor)
 {
     StartWith(3, 2);
@@ -290,9 +302,10 @@ TEST_F(StandardStream, ABufferIsKnownByItsHandleFromItsAnnouncementToTheClose)
 
 TEST_F(StandardStream, AStartThatACloseOvertakesIsUndone)
 {
+    Announce(1);
     stream.onStart = [this] { return stream.Close(); };
     EXPECT_EQ(stream.StartAcquisition(0, kInfinite), -1006);
-    EXPECT_EQ(stream.calls, (Calls{"start 0 0", "stop 1"}));
+    EXPECT_EQ(stream.calls, (Calls{"start 8 1", "stop 1"}));
     EXPECT_EQ(stream.StopAcquisition(kKill), kResourceInUse) << "nothing runs";
 
     stream.onStart = nullptr;
@@ -328,6 +341,7 @@ TEST_F(StandardStream, AClosedStreamDoesNotRunHoweverAStartMeetsTheClose)
     for (int round = 0; round < kRounds; ++round)
     {
         ASSERT_EQ(meeting.Open(), 0);
+        ASSERT_EQ(meeting.AllocAndAnnounceBuffer(8, nullptr, &handles[0]), 0);
         std::thread consumer([&] { meeting.StartAcquisition(0, kInfinite); });
         while (!meeting.inside)
         {
