@@ -45,7 +45,8 @@
     row(lostEndsWaits, "camera lost while streaming", "waiters sleep on", "each waiter ends once with `GC_ERR_ABORT` within two heartbeats") \
     row(closedIsInvalid, "close of a module that is closed, as a second `TLClose`", "`GC_ERR_ERROR`", "`GC_ERR_INVALID_HANDLE`") \
     row(startFlagsChecked, "flags of `DSStartAcquisition`", "not read", "other than the default: `GC_ERR_NOT_IMPLEMENTED`") \
-    row(startNeedsBuffers, "start with nothing announced", "succeeds, no frame", "`GC_ERR_INVALID_BUFFER`")
+    row(startNeedsBuffers, "start with nothing announced", "succeeds, no frame", "`GC_ERR_INVALID_BUFFER`") \
+    row(noDataIsParameter, "`EventGetDataInfo` without data", "`GC_ERR_INVALID_HANDLE`", "`GC_ERR_INVALID_PARAMETER`")
 
 // clang-format on
 

@@ -155,7 +155,7 @@ int NQGenTLEvent::GetDataInfo(const void* pInBuffer, unsigned long iInSize, int 
     }
     if (pInBuffer == nullptr)
     {
-        return GenTL::GC_ERR_INVALID_HANDLE;
+        return m_answers->noDataIsParameter ? GenTL::GC_ERR_INVALID_PARAMETER : GenTL::GC_ERR_INVALID_HANDLE;
     }
     ClearForInfo(*m_answers, pOutBuffer, piOutSize);
     return DoEventGetDataInfo(pInBuffer, iInfoCmd, piType, pOutBuffer, piOutSize);

@@ -80,6 +80,13 @@ TEST_F(StandardEvent, CountsWhatFiredSinceItsRegistration)
     EXPECT_EQ(Fired(), 0U);
 }
 
+TEST_F(StandardEvent, OfNoDataTellsNothing)
+{
+    int type = 0;
+    unsigned long size = 0;
+    EXPECT_EQ(event->GetDataInfo(nullptr, 16, GenTL::EVENT_DATA_ID, &type, nullptr, &size), -1009);
+}
+
 TEST_F(StandardEvent, AKillGoesBeforeDataAndLosesNone)
 {
     Frame(0, 1);
