@@ -46,7 +46,8 @@
     row(closedIsInvalid, "close of a module that is closed, as a second `TLClose`", "`GC_ERR_ERROR`", "`GC_ERR_INVALID_HANDLE`") \
     row(startFlagsChecked, "flags of `DSStartAcquisition`", "not read", "other than the default: `GC_ERR_NOT_IMPLEMENTED`") \
     row(startNeedsBuffers, "start with nothing announced", "succeeds, no frame", "`GC_ERR_INVALID_BUFFER`") \
-    row(noDataIsParameter, "`EventGetDataInfo` without data", "`GC_ERR_INVALID_HANDLE`", "`GC_ERR_INVALID_PARAMETER`")
+    row(noDataIsParameter, "`EventGetDataInfo` without data", "`GC_ERR_INVALID_HANDLE`", "`GC_ERR_INVALID_PARAMETER`") \
+    row(portIdOfModule, "`PORT_INFO_ID`", "that of the library, of every port", "the id of the module; of the remote device that of the device")
 
 // clang-format on
 

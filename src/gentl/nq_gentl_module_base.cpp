@@ -318,7 +318,7 @@ int NQGenTLModuleBase::UnregisterEvent(int iEventID)
 
 int NQGenTLModuleBase::_getId(int* piType, void* pBuffer, unsigned long* piSize)
 {
-    return NQGenTLUtil::CopyInfoString(GetPortInfo().id, piType, pBuffer, piSize);
+    return NQGenTLUtil::CopyInfoString(m_answers.portIdOfModule ? GetId() : GetPortInfo().id, piType, pBuffer, piSize);
 }
 
 int NQGenTLModuleBase::_getVendor(int* piType, void* pBuffer, unsigned long* piSize)

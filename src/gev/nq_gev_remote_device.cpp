@@ -96,7 +96,7 @@ GigERDMA::_NQ_GENTL_XML_INFO NQGevRemoteDevice::GetXMLInfo()
 
 std::string NQGevRemoteDevice::GetId()
 {
-    return "Temp Remote Device ID";
+    return Answers().portIdOfModule ? m_info.id : "Temp Remote Device ID";
 }
 
 int NQGevRemoteDevice::DoOpen()

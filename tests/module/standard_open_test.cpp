@@ -7,6 +7,7 @@
 #include <future>
 #include <gmock/gmock.h>
 #include <string>
+#include <utility>
 
 using namespace nq::test;
 using testing::ElementsAre;
@@ -88,6 +89,26 @@ TEST_F(StandardOpen, OfWhatIsClosedIsNoHandle)
     EXPECT_EQ(p.DevClose(tree.device), -1006);
     EXPECT_EQ(p.DSClose(tree.stream), -1006);
     EXPECT_EQ(p.TLOpen(&tree.system), 0);
+}
+
+TEST_F(StandardOpen, PortsTellTheIdsOfTheirModules)
+{
+    void* remote = nullptr;
+    ASSERT_EQ(p.DevGetPort(tree.device, &remote), 0);
+    const std::pair<void*, std::string> ports[] = {{tree.system, "NQGenTLGevRDMA"},
+                                                   {tree.interface, tree.interfaceId},
+                                                   {tree.device, tree.deviceId},
+                                                   {remote, tree.deviceId},
+                                                   {tree.stream, "Stream:0"}};
+    for (const auto& [port, id] : ports)
+    {
+        char text[256] = "";
+        int type = 0;
+        std::size_t size = sizeof text;
+        EXPECT_EQ(p.GCGetPortInfo(port, GenTL::PORT_INFO_ID, &type, text, &size), 0);
+        EXPECT_EQ(text, id);
+        EXPECT_EQ(size, id.size() + 1);
+    }
 }
 
 TEST_F(StandardOpen, OfAnIdThatNobodyHasIsRefused)
