@@ -47,7 +47,8 @@
     row(startFlagsChecked, "flags of `DSStartAcquisition`", "not read", "other than the default: `GC_ERR_NOT_IMPLEMENTED`") \
     row(startNeedsBuffers, "start with nothing announced", "succeeds, no frame", "`GC_ERR_INVALID_BUFFER`") \
     row(noDataIsParameter, "`EventGetDataInfo` without data", "`GC_ERR_INVALID_HANDLE`", "`GC_ERR_INVALID_PARAMETER`") \
-    row(portIdOfModule, "`PORT_INFO_ID`", "that of the library, of every port", "the id of the module; of the remote device that of the device")
+    row(portIdOfModule, "`PORT_INFO_ID`", "that of the library, of every port", "the id of the module; of the remote device that of the device") \
+    row(interfaceListStays, "`TLOpenInterface` of an id that is not listed", "fills the list of interfaces", "the list stays as it was")
 
 // clang-format on
 

@@ -243,6 +243,25 @@ int NQGevSystem::_getInterfaceInfo(const char* id, int command, int* type, void*
     }
 }
 
+/// Looks for an adapter that is not listed.
+bool NQGevSystem::_discoverInterface(const std::string& id, _NQ_GEV_INTERFACE_INFO& info)
+{
+    if (!Answers().interfaceListStays)
+    {
+        UpdateInterfaceList(nullptr, kOpenScanTimeout);
+        return _findInterfaceInfoById(id, info);
+    }
+    std::vector<_NQ_GEV_INTERFACE_INFO> adapters;
+    NQGevUtil::DiscoverInterfaces(g_Controller.GetTLType(), adapters);
+    const auto found = std::find_if(adapters.begin(), adapters.end(), NQGevHasId(id));
+    if (found == adapters.end())
+    {
+        return false;
+    }
+    info = *found;
+    return true;
+}
+
 int NQGevSystem::OpenInterface(const char* id, void** handle)
 {
     if (id == nullptr || handle == nullptr)
@@ -255,13 +274,9 @@ int NQGevSystem::OpenInterface(const char* id, void** handle)
         return NQFailed(GenTL::GC_ERR_RESOURCE_IN_USE, "%s GC_ERR_RESOURCE_IN_USE", "OpenInterface");
     }
     _NQ_GEV_INTERFACE_INFO info;
-    if (!_findInterfaceInfoById(id, info))
+    if (!_findInterfaceInfoById(id, info) && !_discoverInterface(id, info))
     {
-        UpdateInterfaceList(nullptr, kOpenScanTimeout);
-        if (!_findInterfaceInfoById(id, info))
-        {
-            return NQFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "OpenInterface");
-        }
+        return NQFailed(GenTL::GC_ERR_INVALID_ID, "%s GC_ERR_INVALID_ID", "OpenInterface");
     }
     auto module = std::make_unique<NQGevInterface>(info, this);
     const int result = module->Open();

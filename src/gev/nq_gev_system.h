@@ -80,6 +80,7 @@ class NQGevSystem : public GigERDMA::NQGenTLSystem
 
     bool _findInterfaceInfoByIndex(unsigned int index, _NQ_GEV_INTERFACE_INFO& info);
     bool _findInterfaceInfoById(const std::string& id, _NQ_GEV_INTERFACE_INFO& info);
+    bool _discoverInterface(const std::string& id, _NQ_GEV_INTERFACE_INFO& info);
 
     /// Answers one INTERFACE_INFO command from the list.
     int _getInterfaceInfo(const char* id, int command, int* type, void* buffer, unsigned long* size);

@@ -111,6 +111,21 @@ TEST_F(StandardOpen, PortsTellTheIdsOfTheirModules)
     }
 }
 
+TEST_F(StandardOpen, OfAnInterfaceBeforeAnUpdateLeavesTheListAsItWas)
+{
+    ASSERT_EQ(p.GCCloseLib(), 0);
+    ASSERT_EQ(p.GCInitLib(), 0);
+    ASSERT_EQ(p.TLOpen(&tree.system), 0);
+    EXPECT_EQ(p.TLOpenInterface(tree.system, "nobody", &tree.interface), -1007);
+    ASSERT_EQ(p.TLOpenInterface(tree.system, tree.interfaceId.c_str(), &tree.interface), 0);
+    std::uint32_t interfaces = 99;
+    EXPECT_EQ(p.TLGetNumInterfaces(tree.system, &interfaces), 0);
+    EXPECT_EQ(interfaces, 0U);
+    GenTL::bool8_t changed = false;
+    EXPECT_EQ(p.TLUpdateInterfaceList(tree.system, &changed, 100), 0);
+    EXPECT_TRUE(changed);
+}
+
 TEST_F(StandardOpen, OfAnIdThatNobodyHasIsRefused)
 {
     FreshInterface();

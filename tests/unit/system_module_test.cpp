@@ -296,6 +296,7 @@ TEST(SystemModule, OpenInterfaceOfAKnownAdapterWorksBeforeAnyUpdate)
     void* handle = nullptr;
     EXPECT_EQ(system.OpenInterface(cam0, &handle), 0);
     EXPECT_EQ(g_Controller.GetInterfaceModule(handle), handle);
+    EXPECT_EQ(system.Ids(), std::vector<std::string>{cam0}) << "the open has filled the list";
     EXPECT_EQ(system.CloseInterface(handle), 0);
     EXPECT_EQ(g_Controller.GetInterfaceModule(handle), nullptr);
     EXPECT_EQ(system.Close(), 0);
