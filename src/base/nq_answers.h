@@ -48,7 +48,8 @@
     row(startNeedsBuffers, "start with nothing announced", "succeeds, no frame", "`GC_ERR_INVALID_BUFFER`") \
     row(noDataIsParameter, "`EventGetDataInfo` without data", "`GC_ERR_INVALID_HANDLE`", "`GC_ERR_INVALID_PARAMETER`") \
     row(portIdOfModule, "`PORT_INFO_ID`", "that of the library, of every port", "the id of the module; of the remote device that of the device") \
-    row(interfaceListStays, "`TLOpenInterface` of an id that is not listed", "fills the list of interfaces", "the list stays as it was")
+    row(interfaceListStays, "`TLOpenInterface` of an id that is not listed", "fills the list of interfaces", "the list stays as it was") \
+    row(queuedIsComplete, "`IS_INCOMPLETE` of a buffer that is queued again", "as it was", "false until its next frame")
 
 // clang-format on
 

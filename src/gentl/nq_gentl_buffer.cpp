@@ -138,6 +138,7 @@ bool NQGenTLBuffer::TrySetQueueFlag()
         return false;
     }
     m_queued = true;
+    m_incomplete = m_incomplete && !Answers().queuedIsComplete;
     return true;
 }
 

@@ -98,7 +98,7 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     void SetImagePresentFlag(bool value);
     void SetAcquiringFlag(bool value);
 
-    /// Sets the queued flag; false if it was set already.
+    /// Sets the queued flag; false if it was set already. With the standard's answers the buffer is incomplete no more.
     bool TrySetQueueFlag();
 
     /// Answers one BUFFER_INFO command; `*piSize` bytes of `pBuffer` are cleared first. GC_ERR_INVALID_PARAMETER for a

@@ -457,6 +457,7 @@ TEST_F(DataStreamAcquisition, IncompleteOnceSetStaysSetThroughAWholeFrame)
     Frame(0, 1, 1);
     ASSERT_EQ(Take(), handles[0]);
     ASSERT_EQ(stream.QueueBuffer(handles[0]), 0);
+    EXPECT_EQ(BufferNumber(handles[0], 7), 1U);
     Frame(0, 2, 0);
     EXPECT_EQ(BufferNumber(handles[0], 7), 1U);
 }

@@ -68,6 +68,27 @@ class StatedBuffer : public nq::test::StreamFixture
     }
 };
 
+TEST_F(StandardBuffer, ThatIsQueuedAgainIsNotIncomplete)
+{
+    void* const buffer = Deliver(8, 2, 5);
+    EXPECT_EQ(BufferNumber(buffer, 7), 1U);
+    ASSERT_EQ(stream.QueueBuffer(buffer), 0);
+    EXPECT_EQ(BufferNumber(buffer, 7), 0U);
+    EXPECT_EQ(stream.QueueBuffer(buffer), -1004);
+    Deliver(8, 2, 5);
+    EXPECT_EQ(BufferNumber(buffer, 7), 1U);
+    EXPECT_EQ(stream.FlushQueue(GenTL::ACQ_QUEUE_UNQUEUED_TO_INPUT), 0);
+    EXPECT_EQ(BufferNumber(buffer, 7), 0U) << "by a flush";
+}
+
+TEST_F(StandardBuffer, ThatWaitsForItsConsumerIsIncompleteAsItsFrameIs)
+{
+    unsigned char pixels[8] = {};
+    stream.EndOfTransfer(&blocks[0], sizeof pixels, 7, timestamp, 4, 2, 0x01080001, pixels, 1);
+    EXPECT_EQ(BufferNumber(handles[0], 5), 1U) << "in the output queue";
+    EXPECT_EQ(BufferNumber(handles[0], 7), 1U);
+}
+
 TEST_F(StandardBuffer, IsIncompleteWhileAShortFrameIsInIt)
 {
     void* const buffer = Deliver(8, 2, 5);
