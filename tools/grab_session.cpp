@@ -233,9 +233,15 @@ std::string GrabSession::WhyNoStart(GenTL::GC_ERROR code) const
         return fmt::format("It wants more memory than it may have: {}. Raise that limit, or take fewer --buffers.",
                            complaint);
     }
-    if (code == GenTL::GC_ERR_OUT_OF_MEMORY || code == GenTL::GC_ERR_RESOURCE_EXHAUSTED)
+    if (code == GenTL::GC_ERR_OUT_OF_MEMORY)
     {
         return "This machine has too little memory for it: take fewer --buffers.";
+    }
+    if (code == GenTL::GC_ERR_RESOURCE_EXHAUSTED)
+    {
+        return "This machine has too little memory for it: take fewer --buffers. Or a frame is longer than the longest "
+               "message that the port of its RDMA device tells of: take a smaller picture, or --answers stated, which "
+               "does not ask the port.";
     }
     const std::string advice = SoftwareRdmaAdvice();
     return fmt::format("The camera {} answers on its control channel{}", m_address,

@@ -62,9 +62,10 @@ class ToolCameras : public testing::Test
 TEST_F(ToolCameras, EachHasItsFramesItsFilesAndItsSum)
 {
     const TemporaryFolder lines;
-    const Outcome grab = Run(Both({"--count", "10", "--out", m_folder.Path(), "--metadata", lines / "m", "--verify"}));
+    const Outcome grab = Run(
+        Both({"--count", "10", "--buffers", "16", "--out", m_folder.Path(), "--metadata", lines / "m", "--verify"}));
     EXPECT_EQ(grab.exitCode, 0) << grab.output;
-    const std::string sum = "\nbuffers    4 library-allocated\npictures   10\nframes     10\nlost       0\n"
+    const std::string sum = "\nbuffers    16 library-allocated\npictures   10\nframes     10\nlost       0\n"
                             "incomplete 0\nunderruns  0\nrate       [0-9.]+ frames/s, [0-9.]+ MB/s\n"
                             "wrong      0 bytes\n";
     EXPECT_THAT(grab.output, testing::MatchesRegex(std::string("camera     ") + kFirstId + "\nproducer   [^\n]*" + sum +
@@ -143,7 +144,7 @@ TEST_F(ToolCameras, AreAllGivenBackAfterCtrlC)
 TEST_F(ToolCameras, ShareOneLineOfProgress)
 {
     std::string line = kOurLine;
-    for (const std::string& argument : Both({"--duration", "2"}))
+    for (const std::string& argument : Both({"--duration", "2", "--buffers", "99"}))
     {
         line += " " + argument;
     }

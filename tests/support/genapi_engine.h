@@ -160,7 +160,8 @@ class Engine
         else
         {
             const char* const characters = arv_gc_string_get_value(ARV_GC_STRING(node), &error);
-            value = characters == nullptr ? "(null)" : characters;
+            // After a failure they are what the memory held before, without an end.
+            value = characters == nullptr || error != nullptr ? "(null)" : characters;
         }
         return Failed(error) ? "(failed: " + std::to_string(port.lastResult) + ")" : value;
     }

@@ -27,7 +27,7 @@ class Tree
 {
   public:
     Tree(Context& context, Depth depth);
-    ~Tree();
+    virtual ~Tree();
     Tree(const Tree&) = delete;
     Tree& operator=(const Tree&) = delete;
 

@@ -349,7 +349,7 @@ extern "C" GC_API GCCloseLib()
     {
         if (Fault("close_without_init_exits"))
         {
-            std::exit(0);
+            std::_Exit(0);
         }
         return Fault("close_without_init") ? GC_ERR_SUCCESS : GC_ERR_NOT_INITIALIZED;
     }
