@@ -144,7 +144,7 @@ TEST_F(ToolCameras, AreAllGivenBackAfterCtrlC)
 TEST_F(ToolCameras, ShareOneLineOfProgress)
 {
     std::string line = kOurLine;
-    for (const std::string& argument : Both({"--duration", "2", "--buffers", "99"}))
+    for (const std::string& argument : Both({"--duration", "2", "--allow-loss", "100"}))
     {
         line += " " + argument;
     }
