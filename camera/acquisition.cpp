@@ -223,6 +223,7 @@ Acquisition::Decision Acquisition::Take(Clock::time_point now)
     {
         m_started = false;
         m_autoStarted = false;
+        ClearTriggers(); // the next acquisition waits for triggers of its own
     }
     if (m_settings.exposure <= kAtOnce)
     {

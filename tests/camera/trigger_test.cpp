@@ -122,6 +122,31 @@ TEST_F(CameraTrigger, BurstIsForSoManyFrames)
     EXPECT_EQ(Next(m_acquisition, 1), "idle");
 }
 
+TEST_F(CameraTrigger, EdgesBetweenAcquisitionsTriggerNothing)
+{
+    m_acquisition.Configure({.mode = nq::camera::AcquisitionMode::SingleFrame,
+                             .frameTrigger = {.on = true, .source = TriggerSource::Line0}});
+    m_acquisition.EnableStream(true);
+    m_acquisition.Start();
+    EXPECT_EQ(Next(m_acquisition, 20), "at 50");
+    EXPECT_EQ(Next(m_acquisition, 50), "frame 1");
+    m_acquisition.Start();
+    EXPECT_EQ(Next(m_acquisition, 520), "at 550") << "the edges of 150 to 450 ms came while no acquisition ran";
+    EXPECT_EQ(Next(m_acquisition, 550), "frame 2");
+}
+
+TEST_F(CameraTrigger, BurstThatAnAcquisitionCutShortIsOver)
+{
+    m_acquisition.Configure(
+        {.mode = nq::camera::AcquisitionMode::SingleFrame, .burstTrigger = {.on = true}, .burstCount = 3});
+    m_acquisition.EnableStream(true);
+    m_acquisition.Start();
+    m_acquisition.TriggerBurst();
+    EXPECT_EQ(Next(m_acquisition, 0), "frame 1");
+    m_acquisition.Start();
+    EXPECT_EQ(Next(m_acquisition, 1), "idle") << "waits for a trigger of its own";
+}
+
 TEST_F(CameraTrigger, FrameComesWhenItsExposureEnds)
 {
     Begin({.on = true, .source = TriggerSource::Line0}, {}, 1, 0.02);
