@@ -232,8 +232,9 @@ TEST_F(StandardBlocks, AMemoryThatTheSystemDoesNotRegisterTakesNoFrame)
 
 TEST_F(StandardBlocks, WithoutReadyMessagesTheStartFails)
 {
-    fake.Fail("ibv_reg_mr", ENOMEM, 1);
     Begin();
+    Announce(1);
+    fake.Fail("ibv_reg_mr", ENOMEM, 1);
     EXPECT_EQ(stream->StartAcquisition(0, nq::test::infinite), -1001);
     EXPECT_EQ(Regions(), 0U);
     Start();
