@@ -179,6 +179,7 @@ std::vector<FoundCamera> ChooseCameras(const CommonOptions& common, const std::v
         return {TheOne(all, "")};
     }
     std::vector<FoundCamera> chosen;
+    chosen.reserve(wanted.size());
     for (const std::string& name : wanted)
     {
         chosen.push_back(TheOne(all, name));
