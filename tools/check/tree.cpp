@@ -25,7 +25,8 @@ Tree::Tree(Context& context, Depth depth) : m_context(context)
         void (Tree::*const steps[])() = {&Tree::OpenSystem, &Tree::OpenInterface, &Tree::OpenDevice, &Tree::OpenStream};
         for (int step = 0; step < static_cast<int>(depth); ++step)
         {
-            (this->*steps[step])();
+            void (Tree::*const open)() = steps[step];
+            (this->*open)();
         }
     }
     catch (...)
