@@ -31,6 +31,10 @@ void Acquisition::Configure(const AcquisitionSettings& settings)
         {
             m_due.reset();
         }
+        if (settings.burstTrigger.on != m_settings.burstTrigger.on)
+        {
+            m_burstLeft = 0;
+        }
         m_frameTrigger.Configure(settings.frameTrigger);
         m_burstTrigger.Configure(settings.burstTrigger);
         m_settings = settings;
@@ -93,9 +97,10 @@ void Acquisition::Trigger()
 {
     {
         const std::lock_guard lock(m_mutex);
-        if (Active() && m_frameTrigger.IsOn())
+        const auto now = Clock::now();
+        if (Active() && m_frameTrigger.IsOn() && TakesFrameTriggers(now))
         {
-            m_frameTrigger.Fire(Clock::now());
+            m_frameTrigger.Fire(now);
         }
     }
     m_changed.Signal();
@@ -130,14 +135,9 @@ Acquisition::Decision Acquisition::Next(bool canSend, Clock::time_point now)
     {
         return Idle{};
     }
-    if (m_burstTrigger.IsOn() && m_burstLeft == 0)
+    if (m_burstTrigger.IsOn() && m_burstLeft == 0 && !BeginBurst(now))
     {
-        if (!m_burstTrigger.Take(now))
-        {
-            return WaitFor(m_burstTrigger.Next(now));
-        }
-        m_burstLeft = m_settings.burstCount;
-        m_due.reset();
+        return WaitFor(m_burstTrigger.Next(now));
     }
     if (m_frameTrigger.IsOn())
     {
@@ -152,6 +152,26 @@ Acquisition::Decision Acquisition::Next(bool canSend, Clock::time_point now)
         return NextByRate(canSend, now);
     }
     return canSend ? Take(now) : Decision(Idle{});
+}
+
+bool Acquisition::TakesFrameTriggers(Clock::time_point now)
+{
+    return !m_burstTrigger.IsOn() || m_burstLeft > 0 || m_burstTrigger.IsDue(now);
+}
+
+bool Acquisition::BeginBurst(Clock::time_point now)
+{
+    if (!m_burstTrigger.IsDue(now))
+    {
+        m_frameTrigger.Clear(); // what is left of the burst before
+        return false;
+    }
+    const auto begin = m_burstTrigger.Front();
+    m_burstTrigger.Take(now);
+    m_frameTrigger.ForgetEdges(begin == Clock::time_point::min() ? now : begin);
+    m_burstLeft = m_settings.burstCount;
+    m_due.reset();
+    return true;
 }
 
 Acquisition::Decision Acquisition::WaitFor(const std::optional<Clock::time_point>& time)

@@ -49,7 +49,8 @@ struct AcquisitionSettings
 /// starts a continuous acquisition by itself. Frame ids begin at 1 when the stream is enabled. A frame that is due by
 /// the frame rate while the host has granted no credit is lost and its id with it; the rate's clock starts with the
 /// first frame that can be sent. Triggers without a credit wait. A frame is sent when its exposure ends, and the next
-/// one begins no earlier. With the burst's trigger on, each of its triggers is for so many frames.
+/// one begins no earlier. With the burst's trigger on, each of its triggers is for so many frames, and frame triggers
+/// count only while a burst runs or is due.
 ///
 /// Any thread may call any operation.
 class Acquisition
@@ -105,6 +106,10 @@ class Acquisition
 
   private:
     void ClearTriggers();
+    /// A frame trigger counts while a burst runs or is due.
+    bool TakesFrameTriggers(Clock::time_point now);
+    /// False when the burst's trigger has not come.
+    bool BeginBurst(Clock::time_point now);
     static Decision WaitFor(const std::optional<Clock::time_point>& time);
     bool Active() const { return m_enabled && (m_started || m_autoStarted); }
     Decision NextByRate(bool canSend, Clock::time_point now);

@@ -2,6 +2,7 @@
 // Where triggers come from, and when they take effect.
 #include "trigger_input.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace nq::camera
@@ -84,18 +85,40 @@ void TriggerInput::Look(Clock::time_point now)
     {
         m_seen = now; // what was before does not count
     }
-    for (auto edge = NextEdge(*m_seen); edge && *edge <= now && m_waiting.size() < kMostWaiting;
-         edge = NextEdge(*m_seen))
+    for (auto edge = NextEdge(*m_seen); edge && *edge <= now; edge = NextEdge(*m_seen))
     {
+        if (m_waiting.size() == kMostWaiting)
+        {
+            m_seen = now;
+            return;
+        }
         m_waiting.push_back(*edge + m_settings.delay);
         m_seen = *edge;
     }
 }
 
-bool TriggerInput::Take(Clock::time_point now)
+void TriggerInput::ForgetEdges(Clock::time_point until)
+{
+    if (m_settings.source == TriggerSource::Software)
+    {
+        return;
+    }
+    while (!m_waiting.empty() && m_waiting.front() - m_settings.delay <= until)
+    {
+        m_waiting.pop_front();
+    }
+    m_seen = std::max(m_seen.value_or(until), until);
+}
+
+bool TriggerInput::IsDue(Clock::time_point now)
 {
     Look(now);
-    if (m_waiting.empty() || m_waiting.front() > now)
+    return !m_waiting.empty() && m_waiting.front() <= now;
+}
+
+bool TriggerInput::Take(Clock::time_point now)
+{
+    if (!IsDue(now))
     {
         return false;
     }

@@ -85,8 +85,14 @@ class TriggerInput
     bool IsOn() const { return m_settings.on; }
     /// Triggers by software, as far as it is the source.
     void Fire(Clock::time_point now);
+    /// Whether a trigger's time has come.
+    bool IsDue(Clock::time_point now);
+    /// When the trigger takes effect that Take would take next; the smallest time for one of software without delay.
+    Clock::time_point Front() const { return m_waiting.front(); }
     /// Takes one trigger whose time has come.
     bool Take(Clock::time_point now);
+    /// Forgets the edges up to this time.
+    void ForgetEdges(Clock::time_point until);
     /// When to ask again; nothing when only software can change that.
     std::optional<Clock::time_point> Next(Clock::time_point now) const;
     void Clear();

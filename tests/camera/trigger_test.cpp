@@ -147,6 +147,58 @@ TEST_F(CameraTrigger, BurstThatAnAcquisitionCutShortIsOver)
     EXPECT_EQ(Next(m_acquisition, 1), "idle") << "waits for a trigger of its own";
 }
 
+TEST_F(CameraTrigger, EdgesBeyondThoseThatMayWaitAreLost)
+{
+    Begin({.on = true, .source = TriggerSource::Line0, .wave = {.frequency = 10000}});
+    EXPECT_EQ(Next(m_acquisition, 20), "at 20");
+    for (int frame = 1; frame <= 4096; ++frame)
+    {
+        ASSERT_EQ(Next(m_acquisition, 1020), "frame " + std::to_string(frame)) << "10000 edges, of which 4096 wait";
+    }
+    EXPECT_EQ(Next(m_acquisition, 1020), "at 1020") << "the next edge, 50 us later";
+}
+
+TEST_F(CameraTrigger, EdgesBetweenBurstsTriggerNothing)
+{
+    Begin({.on = true, .source = TriggerSource::Line0}, {.on = true}, 2);
+    m_acquisition.TriggerBurst();
+    EXPECT_EQ(Next(m_acquisition, 20), "at 50");
+    EXPECT_EQ(Next(m_acquisition, 160), "frame 1");
+    EXPECT_EQ(Next(m_acquisition, 160), "frame 2") << "the edges at 50 and 150 ms";
+    EXPECT_EQ(Next(m_acquisition, 170), "idle");
+    m_acquisition.TriggerBurst();
+    EXPECT_EQ(Next(m_acquisition, 420), "at 450") << "those at 250 and 350 ms came while no burst ran";
+}
+
+TEST_F(CameraTrigger, SoftwareTriggersOfFramesCountWhileABurstRunsOrIsDue)
+{
+    Begin({.on = true}, {.on = true}, 1);
+    m_acquisition.Trigger();
+    m_acquisition.TriggerBurst();
+    EXPECT_EQ(Next(m_acquisition, 0), "idle") << "the trigger came before the burst's";
+    m_acquisition.Trigger();
+    m_acquisition.Trigger();
+    EXPECT_EQ(Next(m_acquisition, 1), "frame 1");
+    EXPECT_EQ(Next(m_acquisition, 1), "idle");
+    m_acquisition.TriggerBurst();
+    EXPECT_EQ(Next(m_acquisition, 2), "idle") << "the second trigger was for the burst before";
+    m_acquisition.TriggerBurst();
+    m_acquisition.Trigger();
+    m_acquisition.Trigger();
+    EXPECT_EQ(Next(m_acquisition, 3), "frame 2");
+    EXPECT_EQ(Next(m_acquisition, 3), "frame 3") << "the next burst is due";
+}
+
+TEST_F(CameraTrigger, BurstThatIsSwitchedOffIsOver)
+{
+    Begin({}, {.on = true}, 3);
+    m_acquisition.TriggerBurst();
+    EXPECT_EQ(Next(m_acquisition, 0), "frame 1");
+    m_acquisition.Configure({.frameTrigger = {.on = true}, .burstCount = 3});
+    m_acquisition.Configure({.burstTrigger = {.on = true}, .burstCount = 3});
+    EXPECT_EQ(Next(m_acquisition, 1), "idle") << "waits for a trigger of its own";
+}
+
 TEST_F(CameraTrigger, FrameComesWhenItsExposureEnds)
 {
     Begin({.on = true, .source = TriggerSource::Line0}, {}, 1, 0.02);
