@@ -313,13 +313,13 @@ RdmaServer::AfterSend RdmaServer::SendFrame(FrameTicket ticket)
     m_acquisition.ShiftId(shift);
     ticket.id += static_cast<std::uint64_t>(shift);
     m_messages.Notify(EventKind::ExposureEnd, ticket.id);
-    if (!m_painter || !(m_painter->Settings() == ticket.picture))
-    {
-        m_painter = std::make_unique<PicturePainter>(ticket.picture);
-        ++m_pictureNumber;
-    }
     try
     {
+        if (!m_painter || !(m_painter->Settings() == ticket.picture))
+        {
+            m_painter = std::make_unique<PicturePainter>(ticket.picture);
+            ++m_pictureNumber;
+        }
         const auto block = m_connection->TakeBlock(gendc::kDescriptorSize + ticket.picture.Payload());
         WriteGenDcDescriptor(ticket, block.bytes.first<gendc::kDescriptorSize>());
         if (!m_painter->IsStill() || block.picture != m_pictureNumber)
@@ -338,7 +338,7 @@ RdmaServer::AfterSend RdmaServer::SendFrame(FrameTicket ticket)
     }
     catch (const std::exception&)
     {
-        return AfterSend::Disconnect; // the memory for the frame was refused
+        return AfterSend::Disconnect; // there is no memory for the frame
     }
 }
 

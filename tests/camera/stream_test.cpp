@@ -5,6 +5,7 @@
 
 #include <array>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <thread>
 
 using namespace nq::test;
@@ -25,15 +26,20 @@ class CameraStream : public testing::Test
     void Start(std::vector<std::string> arguments = {}, bool enable = true)
     {
         arguments.insert(arguments.end(), {"--width", "64", "--height", "48"});
+        Connect(arguments);
+        if (enable)
+        {
+            Enable();
+        }
+    }
+
+    void Connect(const std::vector<std::string>& arguments)
+    {
         m_camera = std::make_unique<VirtualCamera>(arguments);
         m_control = std::make_unique<RawHost>();
         m_control->TakeControl();
         m_host = std::make_unique<PlainRdmaHost>(kFrame);
         ASSERT_EQ(m_host->Connect(), RDMA_CM_EVENT_ESTABLISHED) << m_camera->Process().Output();
-        if (enable)
-        {
-            Enable();
-        }
     }
 
     void Enable() { ASSERT_EQ(m_control->Write(0x200, 0xE030, 0x80000000), 0U); }
@@ -167,6 +173,22 @@ TEST_F(CameraStream, SingleFrameModeSendsOne)
     EXPECT_EQ(m_control->Write(2, 0x10024, 1), 0U);
     ExpectRamp(m_host->NextFrame(), 1);
     EXPECT_FALSE(m_host->NextFrame(kAWhile).good);
+}
+
+TEST_F(CameraStream, PicturesWithoutMemoryEndTheConnectionAndNotTheCamera)
+{
+    if (NQ_SANITIZED)
+    {
+        GTEST_SKIP() << "built with sanitizers, which end a process that has no memory";
+    }
+    Connect({"--pattern", "Scene", "--width", "12000", "--height", "12000"});
+    // The scene is drawn for the whole sensor with the first picture.
+    const rlimit all{256U << 20, 256U << 20};
+    ASSERT_EQ(prlimit(m_camera->Process().Pid(), RLIMIT_AS, &all, nullptr), 0);
+    Enable();
+    m_host->GrantAll();
+    EXPECT_EQ(m_host->NextEvent(), RDMA_CM_EVENT_DISCONNECTED);
+    EXPECT_TRUE(WaitForStatus(R"("connected":false)"));
 }
 
 TEST_F(CameraStream, FrameLimitEndsTheFrames)
