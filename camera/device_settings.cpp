@@ -71,6 +71,9 @@ void Device::FitSize()
     const Readout readout = CurrentPicture().readout;
     FitDirection(kWidthMax, kWidth, kOffsetX, readout.ColumnsOf(m_options.width), m_options.widthStep);
     FitDirection(kHeightMax, kHeight, kOffsetY, readout.RowsOf(m_options.height), 1);
+    // Of what would be more than a frame can hold, the lower part is cut off.
+    const auto most = static_cast<std::uint32_t>(Maximum(*FeatureAt(kHeight)));
+    m_registers.Set(kHeight, std::min(m_registers.Get(kHeight), most));
 }
 
 void Device::FitDirection(std::uint32_t maximum, std::uint32_t size, std::uint32_t offset, std::uint32_t most,

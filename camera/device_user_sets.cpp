@@ -49,8 +49,11 @@ FeatureValues Device::PresentValues() const
 
 void Device::TakeValues(const FeatureValues& values)
 {
-    // The values of the set find room when those of before are gone: the table has binning ahead of size and size ahead
-    // of offset.
+    // The values of the set find room when those of before are gone: the table has binning ahead of size, size ahead of
+    // offset, and offset ahead of the format.
+    FeatureValues wanted = values;
+    wanted.try_emplace("PixelFormat", std::vector{static_cast<double>(m_registers.Get(kPixelFormat))});
+    m_registers.Set(kPixelFormat, kPixelFormats[0].code);
     for (const std::uint32_t factor :
          {kBinningHorizontal, kBinningVertical, kDecimationHorizontal, kDecimationVertical})
     {
@@ -60,8 +63,8 @@ void Device::TakeValues(const FeatureValues& values)
     m_registers.Set(kOffsetX, 0);
     m_registers.Set(kOffsetY, 0);
     ForEachOfUserSet([&](const Feature& feature) {
-        const auto found = values.find(feature.name);
-        const std::size_t count = found == values.end() ? 0 : found->second.size();
+        const auto found = wanted.find(feature.name);
+        const std::size_t count = found == wanted.end() ? 0 : found->second.size();
         for (std::uint32_t i = 0; i < std::min<std::size_t>(count, RegisterCount(feature)); ++i)
         {
             const double number = found->second[i];

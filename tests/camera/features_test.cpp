@@ -169,6 +169,27 @@ TEST(CameraFeatures, PixelFormatsThatMakeTheFrameTooLargeAreNotAvailable)
     EXPECT_EQ(host.Limit("Height", "Max"), 17895) << "1 GiB in all";
 }
 
+TEST(CameraFeatures, BinningCutsAFrameThatWouldBeTooLarge)
+{
+    const VirtualCamera camera({"--width", "30000", "--height", "30000"});
+    FeatureHost host;
+    EXPECT_EQ(host.Set("UserSetSelector", "UserSet1"), 0U);
+    EXPECT_EQ(host.Execute("UserSetSave"), 0U);
+    EXPECT_EQ(host.Set("BinningVertical", 2), 0U);
+    EXPECT_EQ(host.Set("DecimationHorizontal", 2), 0U);
+    EXPECT_EQ(host.Set("PixelFormat", "Mono16"), 0U);
+    EXPECT_EQ(host.Set("BinningVertical", 1), 0U);
+    EXPECT_EQ(host.Get("Height"), 30000);
+    EXPECT_EQ(host.Set("DecimationHorizontal", 1), 0U);
+    EXPECT_EQ(host.Get("Width"), 30000);
+    EXPECT_EQ(host.Get("Height"), 17895) << "1 GiB in all";
+    EXPECT_EQ(host.Get("PayloadSize"), 1073700000);
+    EXPECT_EQ(host.Limit("Height", "Max"), 17895);
+    EXPECT_EQ(host.Execute("UserSetLoad"), 0U);
+    EXPECT_EQ(host.Get("Height"), 30000) << "the set finds its room, whatever was before";
+    EXPECT_EQ(host.Entry("PixelFormat"), "Mono8");
+}
+
 TEST(CameraFeatures, WidthGoesInTheStepsOfTheCommandLine)
 {
     const VirtualCamera camera({"--width", "640", "--width-step", "16"});
