@@ -244,14 +244,7 @@ void Device::ApplyFeature(std::uint32_t address)
         ResetCounter();
         break;
     case kTriggerSoftware:
-        if (m_registers.Get(kTriggerSelector) == 0)
-        {
-            m_acquisition.Trigger();
-        }
-        else
-        {
-            m_acquisition.TriggerBurst();
-        }
+        TriggerSelected();
         break;
     case kTestEventGenerate:
         m_messages.Notify(EventKind::Test, 0);
@@ -272,6 +265,24 @@ void Device::ApplyFeature(std::uint32_t address)
     default:
         ApplySettings();
         break;
+    }
+}
+
+void Device::Trigger()
+{
+    const std::lock_guard lock(m_mutex);
+    TriggerSelected();
+}
+
+void Device::TriggerSelected()
+{
+    if (m_registers.Get(feature::kTriggerSelector) == 0)
+    {
+        m_acquisition.Trigger();
+    }
+    else
+    {
+        m_acquisition.TriggerBurst();
     }
 }
 

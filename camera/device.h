@@ -71,6 +71,9 @@ class Device
     /// Notes how bright a picture came out, from 0 to 1; exposure and gain follow when they are automatic.
     void Measured(double brightness);
 
+    /// What TriggerSoftware does, whoever executes it.
+    void Trigger();
+
     /// Switches off and on: all registers at their defaults, no privilege, no stream.
     void PowerCycle();
     /// Gives control to an application that never speaks.
@@ -98,6 +101,7 @@ class Device
     void Apply(std::uint32_t address, std::uint32_t value);
     void ApplyBootstrap(std::uint32_t address, std::uint32_t value);
     void ApplyFeature(std::uint32_t address);
+    void TriggerSelected();
     void ApplySettings();
     /// Makes size and offset show the same part of the sensor after its binning or decimation has changed.
     void FitSize();

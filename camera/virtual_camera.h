@@ -47,7 +47,7 @@ class VirtualCamera
     void Reboot(std::chrono::milliseconds away);
 
     /// As if the host had executed TriggerSoftware.
-    void Trigger() { m_acquisition.Trigger(); }
+    void Trigger() { m_device.Trigger(); }
     /// Sends an event packet; false while the message channel is closed.
     bool SendEvent(std::uint16_t id) { return m_messages.Send(id, 0); }
 

@@ -164,6 +164,20 @@ TEST_F(CameraStream, SoftwareTriggerBringsOneFrameEach)
     ExpectRamp(m_host->NextFrame(), 2);
 }
 
+TEST_F(CameraStream, TriggerOfTheControlSocketIsTheSelectedOne)
+{
+    Start({}, false);
+    EXPECT_EQ(m_control->Write(1, 0x10200, 1), 0U) << "FrameBurstStart";
+    EXPECT_EQ(m_control->Write(2, 0x10140, 1), 0U) << "its TriggerMode";
+    EXPECT_EQ(m_control->Write(3, 0x10220, 2), 0U) << "frames of a burst";
+    Enable();
+    m_host->GrantAll();
+    EXPECT_EQ(m_camera->Control(R"({"cmd":"trigger"})"), R"({"ok":true})");
+    ExpectRamp(m_host->NextFrame(), 1);
+    ExpectRamp(m_host->NextFrame(), 2);
+    EXPECT_FALSE(m_host->NextFrame(kAWhile).good);
+}
+
 TEST_F(CameraStream, SingleFrameModeSendsOne)
 {
     Start({}, false);
