@@ -44,6 +44,7 @@ void Device::PowerCycle()
     AddFeatures();
     AddDescription();
     m_clock.Reset();
+    m_counter = {};
     m_defaults = PresentValues();
     if (m_state.sets.contains(m_state.defaultSet))
     {
@@ -289,6 +290,7 @@ void Device::TriggerSelected()
 void Device::ApplySettings()
 {
     using namespace feature;
+    FollowCounter();
     const Feature& rate = *FeatureAt(kAcquisitionFrameRate);
     m_registers.SetFloat(kAcquisitionFrameRate,
                          std::min(m_registers.GetFloat(kAcquisitionFrameRate), static_cast<float>(Maximum(rate))));

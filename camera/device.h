@@ -123,10 +123,16 @@ class Device
     /// Pictures per second that DeviceLinkThroughputLimit leaves.
     double ThroughputRate() const;
     bool LineTimesExposure() const;
+    /// Whether the width of the line's pulses takes the place of ExposureTime.
+    bool TakesTriggerWidth() const;
     LineWave CurrentWave() const;
     TriggerSettings CurrentTrigger(std::uint32_t which) const;
     void RefreshLines();
     void RefreshTimer(Clock::time_point start, Clock::time_point now);
+    /// What Counter0 has counted since it was reset or full.
+    std::int64_t Counted(Clock::time_point now) const;
+    /// Lets the counter go on from where it is when what it counts has changed.
+    void FollowCounter();
     void ResetCounter();
     /// Without its look-up table.
     PictureSettings CurrentPicture() const;
@@ -149,8 +155,9 @@ class Device
     std::mutex m_mutex;
     RegisterMap m_registers;
     ControlPrivilege m_privilege;
-    /// Rising edges of Line0 when the counter was reset.
-    std::int64_t m_counterStart = 0;
+    EdgeCounter m_counter;
+    /// The wave that `m_counter` is about.
+    LineWave m_countedWave;
     /// The user set Default.
     FeatureValues m_defaults;
     CameraState m_state;

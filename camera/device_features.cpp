@@ -65,6 +65,9 @@ bool Device::IsAvailable(const Feature& feature) const
         return FindPixelFormat(m_registers.Get(kPixelFormat))->layout != PixelLayout::Grey;
     case kExposureMode:
         return LineTimesExposure();
+    case kExposureTime:
+    case kExposureAuto:
+        return !TakesTriggerWidth();
     default:
         return true;
     }

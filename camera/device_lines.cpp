@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <utility>
 
 namespace nq::camera
 {
@@ -48,9 +49,28 @@ void Device::RefreshLines()
     m_registers.Set(kLineStatus, input ? 1 : 0);
     m_registers.Set(kLineStatus + 4, output ? 1 : 0);
     m_registers.Set(kLineStatusAll, (input ? 1U : 0U) | (output ? 2U : 0U));
-    const bool counts = m_registers.Get(kCounterEventSource) != kOff;
-    const std::int64_t counted = counts ? CurrentWave().Rises(now) - m_counterStart : 0;
-    m_registers.Set(kCounterValue, static_cast<std::uint32_t>(counted % m_registers.Get(kCounterDuration)));
+    m_registers.Set(kCounterValue, static_cast<std::uint32_t>(Counted(now)));
+}
+
+std::int64_t Device::Counted(Clock::time_point now) const
+{
+    return m_counter.on ? (m_countedWave.Rises(now) - m_counter.start) % m_counter.duration : 0;
+}
+
+void Device::FollowCounter()
+{
+    const EdgeCounter wanted{.on = m_registers.Get(kCounterEventSource) != kOff,
+                             .duration = m_registers.Get(kCounterDuration)};
+    const LineWave wave = CurrentWave();
+    if (wanted.on == m_counter.on && wanted.duration == m_counter.duration && wave == m_countedWave)
+    {
+        return;
+    }
+    const auto now = Clock::now();
+    const std::int64_t counted = wanted.on ? Counted(now) % wanted.duration : 0;
+    m_counter = wanted;
+    m_counter.start = wave.Rises(now) - counted;
+    m_countedWave = wave;
 }
 
 void Device::RefreshTimer(Clock::time_point start, Clock::time_point now)
@@ -66,7 +86,7 @@ void Device::RefreshTimer(Clock::time_point start, Clock::time_point now)
 
 void Device::ResetCounter()
 {
-    m_counterStart = CurrentWave().Rises(Clock::now());
+    m_counter.on = false; // what is switched on anew begins at 0
     ApplySettings();
 }
 
@@ -75,7 +95,8 @@ void Device::Measured(double brightness)
     constexpr double kMedium = 0.5;
     constexpr double kNearEnough = 0.02;
     const std::lock_guard lock(m_mutex);
-    const std::uint32_t exposureAuto = m_registers.Get(kExposureAuto);
+    // What has no effect would only use up what the gain can do.
+    const std::uint32_t exposureAuto = TakesTriggerWidth() ? kOff : m_registers.Get(kExposureAuto);
     const std::uint32_t gainAuto = m_registers.Get(kGainAuto);
     if (exposureAuto == kOff && gainAuto == kOff)
     {
@@ -104,8 +125,13 @@ void Device::Measured(double brightness)
         wanted *= std::pow(10, (before - after) / 20);
     }
     const bool done = std::abs(brightness - kMedium) < kNearEnough || std::abs(wanted - 1) > 0.1;
-    m_registers.Set(kExposureAuto, done && exposureAuto == kOnce ? kOff : exposureAuto);
-    m_registers.Set(kGainAuto, done && gainAuto == kOnce ? kOff : gainAuto);
+    for (const auto& [mode, address] : {std::pair(exposureAuto, kExposureAuto), std::pair(gainAuto, kGainAuto)})
+    {
+        if (done && mode == kOnce)
+        {
+            m_registers.Set(address, kOff);
+        }
+    }
     ApplySettings();
 }
 

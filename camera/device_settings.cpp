@@ -27,9 +27,14 @@ bool Device::LineTimesExposure() const
            static_cast<TriggerActivation>(m_registers.Get(kTriggerActivation)) != TriggerActivation::AnyEdge;
 }
 
+bool Device::TakesTriggerWidth() const
+{
+    return LineTimesExposure() && m_registers.Get(kExposureMode) != 0;
+}
+
 double Device::Exposure() const
 {
-    if (LineTimesExposure() && m_registers.Get(kExposureMode) != 0)
+    if (TakesTriggerWidth())
     {
         return 0.5e6 / m_registers.GetFloat(kTestLineFrequency);
     }
@@ -60,9 +65,7 @@ TriggerSettings Device::CurrentTrigger(std::uint32_t which) const
     trigger.delay =
         std::chrono::nanoseconds(std::llround(1000 * static_cast<double>(m_registers.GetFloat(kTriggerDelay + which))));
     trigger.wave = CurrentWave();
-    trigger.counter = {.on = m_registers.Get(kCounterEventSource) != 0,
-                       .duration = m_registers.Get(kCounterDuration),
-                       .start = m_counterStart};
+    trigger.counter = m_counter;
     return trigger;
 }
 

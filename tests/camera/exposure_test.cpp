@@ -174,3 +174,26 @@ TEST_F(CameraExposure, GainAutoDoesWhatExposureCannot)
     ASSERT_EQ(m_host->Set("GainSelector", "DigitalAll"), 0U);
     EXPECT_EQ(m_host->Get("Gain"), 0) << "each gain has its own";
 }
+
+TEST_F(CameraExposure, ExposureAutoLeavesToGainAutoWhatTheLineExposes)
+{
+    Start({"--exposure", "50000"});
+    ASSERT_EQ(m_host->Set("ExposureTime", 1000), 0U);
+    ASSERT_EQ(m_host->Set("ExposureAuto", "Continuous"), 0U);
+    ASSERT_EQ(m_host->Set("GainAuto", "Continuous"), 0U);
+    ASSERT_EQ(m_host->Set("TriggerMode", "On"), 0U);
+    ASSERT_EQ(m_host->Set("TriggerSource", "Line0"), 0U);
+    ASSERT_EQ(m_host->Set("TestLineFrequency", 100), 0U);
+    EXPECT_TRUE(m_host->IsWritable("ExposureTime"));
+    ASSERT_EQ(m_host->Set("ExposureMode", "TriggerWidth"), 0U);
+    EXPECT_FALSE(m_host->IsWritable("ExposureTime")) << "it has no effect";
+    EXPECT_FALSE(m_host->IsWritable("ExposureAuto"));
+    EXPECT_EQ(m_host->Set("ExposureTime", 2000), 0x8004U);
+    Enable();
+    for (int frame = 0; frame < 12; ++frame)
+    {
+        NextRow();
+    }
+    EXPECT_NEAR(m_host->Get("Gain"), 20, 3) << "5 ms are a tenth of what is bright";
+    EXPECT_EQ(m_host->Get("ExposureTime"), 1000);
+}

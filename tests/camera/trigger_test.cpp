@@ -259,6 +259,43 @@ TEST(CameraLines, InputMovesAndTheCounterCountsIt)
     EXPECT_EQ(host.Get("CounterValue"), 0);
 }
 
+TEST(CameraLines, CounterGoesOnWhereItIsWhenTheWaveChanges)
+{
+    // An edge comes every 10 s at most, so that few come during the test.
+    constexpr double kFew = 6;
+    const VirtualCamera camera;
+    FeatureHost host;
+    ASSERT_EQ(host.Set("CounterDuration", 65535), 0U);
+    ASSERT_EQ(host.Set("TestLineFrequency", 0.1), 0U);
+    ASSERT_EQ(host.Set("CounterEventSource", "Line0"), 0U);
+    EXPECT_LE(host.Get("CounterValue"), kFew);
+    ASSERT_EQ(host.Set("LineInverter", 1), 0U);
+    EXPECT_LE(host.Get("CounterValue"), kFew) << "inverted";
+    ASSERT_EQ(host.Set("UserSetSelector", "UserSet1"), 0U);
+    ASSERT_EQ(host.Execute("UserSetSave"), 0U);
+    ASSERT_EQ(host.Set("TestLineFrequency", 0.2), 0U);
+    EXPECT_LE(host.Get("CounterValue"), kFew) << "at another frequency";
+    ASSERT_EQ(host.Execute("UserSetLoad"), 0U);
+    EXPECT_LE(host.Get("CounterValue"), kFew) << "at the frequency of the set";
+    ASSERT_EQ(host.Set("UserSetDefault", "UserSet1"), 0U);
+    ASSERT_EQ(host.Execute("DeviceReset"), 0U);
+    host.TakeControl();
+    EXPECT_LE(host.Get("CounterValue"), kFew) << "begins at power on";
+}
+
+TEST(CameraLines, CounterKeepsItsValueWhenItsEndMovesOn)
+{
+    const VirtualCamera camera;
+    FeatureHost host;
+    ASSERT_EQ(host.Set("CounterDuration", 2), 0U);
+    ASSERT_EQ(host.Set("TestLineFrequency", 10000), 0U);
+    ASSERT_EQ(host.Set("CounterEventSource", "Line0"), 0U);
+    std::this_thread::sleep_for(milliseconds(20));
+    ASSERT_EQ(host.Set("TestLineFrequency", 0.1), 0U);
+    ASSERT_EQ(host.Set("CounterDuration", 65535), 0U);
+    EXPECT_LE(host.Get("CounterValue"), 6) << "not the 200 edges that it counted in rounds of 2";
+}
+
 TEST(CameraLines, OutputFollowsItsSourceAndInverter)
 {
     const VirtualCamera camera;
