@@ -49,7 +49,8 @@
     row(noDataIsParameter, "`EventGetDataInfo` without data", "`GC_ERR_INVALID_HANDLE`", "`GC_ERR_INVALID_PARAMETER`") \
     row(portIdOfModule, "`PORT_INFO_ID`", "that of the library, of every port", "the id of the module; of the remote device that of the device") \
     row(interfaceListStays, "`TLOpenInterface` of an id that is not listed", "fills the list of interfaces", "the list stays as it was") \
-    row(queuedIsComplete, "`IS_INCOMPLETE` of a buffer that is queued again", "as it was", "false until its next frame")
+    row(queuedIsComplete, "`IS_INCOMPLETE` of a buffer that is queued again", "as it was", "false until its next frame") \
+    row(underrunsOfGaps, "ids that the camera skips while nothing is queued", "no underruns", "underruns, counted with the frame behind them")
 
 // clang-format on
 

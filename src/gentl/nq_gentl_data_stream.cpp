@@ -298,6 +298,7 @@ bool NQGenTLDataStream::BeginFrames()
     {
         SetTransferCompleted();
     }
+    m_nextAfterEmpty = 0;
     m_road->Begin();
     NQGenTLLock lock(m_moduleLock);
     m_started = true;
@@ -456,7 +457,7 @@ void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned
     else if (status <= kStatusIncomplete)
     {
         NQGenTLLock transfer(m_transferLock);
-        if (NQGenTLBuffer* const buffer = TakeBufferFor(rdmaId))
+        if (NQGenTLBuffer* const buffer = TakeBufferFor(rdmaId, frameId))
         {
             CountStarted();
             buffer->SetAcquiringFlag(true);
@@ -508,7 +509,7 @@ bool NQGenTLDataStream::IsStarted()
 }
 
 /// The buffer that takes the frame in the block; null for none, the frame is dropped then.
-NQGenTLBuffer* NQGenTLDataStream::TakeBufferFor(void* rdmaId)
+NQGenTLBuffer* NQGenTLDataStream::TakeBufferFor(void* rdmaId, unsigned long frameId)
 {
     NQGenTLLock queueing(m_queueingLock);
     if (!m_road->Expects(rdmaId))
@@ -521,9 +522,10 @@ NQGenTLBuffer* NQGenTLDataStream::TakeBufferFor(void* rdmaId)
         return nullptr;
     }
     NQGenTLBuffer* const taker = m_road->TakeFor(rdmaId);
+    CountSkipped(frameId);
     if (taker == nullptr)
     {
-        CountUnderrun();
+        CountUnderruns(1);
         m_road->HandOver(nullptr, rdmaId);
     }
     return taker;
@@ -538,18 +540,6 @@ std::shared_ptr<const void> NQGenTLDataStream::HandOver(NQGenTLBuffer* buffer, v
 void NQGenTLDataStream::DropFrame(void* rdmaId)
 {
     HandOver(nullptr, rdmaId);
-}
-
-void NQGenTLDataStream::CountUnderrun()
-{
-    NQGenTLLock lock(m_moduleLock);
-    ++m_numUnderrun;
-}
-
-void NQGenTLDataStream::CountStarted()
-{
-    NQGenTLLock lock(m_moduleLock);
-    ++m_numStarted;
 }
 
 void NQGenTLDataStream::Deliver(NQGenTLBuffer* buffer, int status)

@@ -176,9 +176,10 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     int Announce(void* buffer, unsigned long size, void* userPtr, void** handle);
     int GetFixedInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
     int GetCounterInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize);
-    NQGenTLBuffer* TakeBufferFor(void* rdmaId) NQ_REQUIRES(m_transferLock);
+    NQGenTLBuffer* TakeBufferFor(void* rdmaId, unsigned long frameId) NQ_REQUIRES(m_transferLock);
     std::shared_ptr<const void> HandOver(NQGenTLBuffer* buffer, void* rdmaId);
-    void CountUnderrun();
+    void CountUnderruns(unsigned long count);
+    void CountSkipped(unsigned long frameId) NQ_REQUIRES(m_queueingLock);
     void Deliver(NQGenTLBuffer* buffer, int status) NQ_REQUIRES(m_transferLock);
     void MarkIncomplete(NQGenTLBuffer* buffer, bool shortFrame);
     bool PassesLimit();
@@ -219,6 +220,8 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     NQEventHandler m_transferCompleted;
     const NQOrigin m_origin;
 
+    /// The id behind the frame that took the last queued buffer; 0 while one is queued.
+    unsigned long m_nextAfterEmpty NQ_GUARDED_BY(m_queueingLock) = 0;
     bool m_buffersEnded NQ_GUARDED_BY(m_queueingLock) = false; ///< By a close; no buffer may come before it is opened.
 
     NQGenTLMutex m_transferLock{

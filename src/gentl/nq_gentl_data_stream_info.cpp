@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Flushing a data stream's queues, and the answers to its info commands.
+// Flushing a data stream's queues, its counters, and the answers to its info commands.
 #include "base/nq_trace.h"
 #include "gentl/nq_gentl_buffer.h"
 #include "gentl/nq_gentl_clear.h"
@@ -84,6 +84,33 @@ void NQGenTLDataStream::DiscardInput()
         buffer->SetNewDataFlag(false);
         buffer->SetQueueFlag(false);
     }
+}
+
+void NQGenTLDataStream::CountUnderruns(unsigned long count)
+{
+    NQGenTLLock lock(m_moduleLock);
+    m_numUnderrun += count;
+}
+
+/// For a frame that has just taken its buffer, or found none. A camera that waits for buffers shows what it lost
+/// meanwhile by the ids that it skips.
+void NQGenTLDataStream::CountSkipped(unsigned long frameId)
+{
+    if (!Answers().underrunsOfGaps)
+    {
+        return;
+    }
+    if (m_nextAfterEmpty != 0 && frameId > m_nextAfterEmpty)
+    {
+        CountUnderruns(frameId - m_nextAfterEmpty);
+    }
+    m_nextAfterEmpty = m_buffers.GetCount(NQ_BUFFER_TYPE_QUEUED) == 0 ? frameId + 1 : 0;
+}
+
+void NQGenTLDataStream::CountStarted()
+{
+    NQGenTLLock lock(m_moduleLock);
+    ++m_numStarted;
 }
 
 int NQGenTLDataStream::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)

@@ -489,6 +489,16 @@ TEST_F(DataStreamAcquisition, AFrameOnAnEmptyInputListIsOneUnderrunAndCostsTheTr
     EXPECT_EQ(stream.handedOver, (std::vector<void*>{&blocks[0], &blocks[1], &blocks[2]}));
 }
 
+TEST_F(DataStreamAcquisition, IdsSkippedWhileNothingWasQueuedAreNoUnderruns)
+{
+    StartWith(1);
+    Frame(0, 1);
+    EXPECT_EQ(Take(), handles[0]);
+    ASSERT_EQ(stream.QueueBuffer(handles[0]), 0);
+    Frame(0, 9);
+    EXPECT_EQ(Number(2), 0U);
+}
+
 // Deliberate(NobodyRegistered): nobody is told of the frame, and the buffer does not come back.
 TEST_F(DataStreamAcquisition, WithoutTheEventAFrameMovesNoCounterAndItsBufferLeavesTheList)
 {

@@ -76,6 +76,29 @@ TEST_F(StandardStream, CountsStartedFramesAndUnderrunsFromOpenToClose)
     EXPECT_EQ(Of(2), (Info{8, 8, 0}));
 }
 
+/// The camera skips ids while it waits for a buffer: those frames were lost to an empty input pool.
+TEST_F(StandardStream, CountsTheIdsSkippedWhileNothingWasQueuedAsUnderruns)
+{
+    StartWith(2);
+    Frame(0, 1);
+    Frame(1, 4); // a buffer was queued meanwhile, so that it was something else
+    EXPECT_EQ(Number(2), 0U);
+    EXPECT_EQ(Take(), handles[0]);
+    ASSERT_EQ(stream.QueueBuffer(handles[0]), 0);
+    EXPECT_EQ(Number(2), 0U) << "what is lost shows with the next frame";
+    Frame(0, 9); // 5 to 8 found no buffer
+    EXPECT_EQ(Number(2), 4U);
+    EXPECT_EQ(Take(), handles[1]);
+    ASSERT_EQ(stream.QueueBuffer(handles[1]), 0);
+    Frame(1, 3); // ids that begin anew skip nothing
+    EXPECT_EQ(Number(2), 4U);
+    ASSERT_EQ(stream.StopAcquisition(kKill), 0);
+    ASSERT_EQ(stream.FlushQueue(2), 0);
+    ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
+    Frame(0, 200); // nor does the first one of a run
+    EXPECT_EQ(Number(2), 4U);
+}
+
 TEST_F(StandardStream, HasNoChunksAndTakesAnyAddress)
 {
     EXPECT_EQ(Of(11), (Info{12, 8, 0}));
