@@ -49,6 +49,11 @@ TEST(CheckFrame, ABrokenRuleGivesOne)
     EXPECT_NE(outcome.output.find("a second GCInitLib: GC_ERR_SUCCESS instead of GC_ERR_RESOURCE_IN_USE"),
               std::string::npos)
         << outcome.output;
+    EXPECT_NE(
+        outcome.output.find("           > Two parts of a program that both initialize the producer close it under "
+                            "each other's hands."),
+        std::string::npos)
+        << outcome.output;
 }
 
 TEST(CheckFrame, WrongArgumentsGiveTwo)
@@ -56,6 +61,27 @@ TEST(CheckFrame, WrongArgumentsGiveTwo)
     EXPECT_EQ(Check({"--no-such-option"}).exitCode, 2);
     EXPECT_EQ(RunProgram({NQ_CHECK_PATH}).exitCode, 2);
     EXPECT_EQ(RunProgram({NQ_CHECK_PATH, "/nowhere.cti"}).exitCode, 2);
+}
+
+/// Else a slip in a name would leave a rule untried, with exit code 0.
+TEST(CheckFrame, NamesThatNoRuleHasGiveTwo)
+{
+    EXPECT_EQ(Check({"--only", "LB-*,XX-*"}).exitCode, 2);
+    EXPECT_EQ(Check({"--repro", "XX-001"}).exitCode, 2);
+    EXPECT_EQ(Check({"--repro", "LB-*"}).exitCode, 2);
+}
+
+TEST(CheckFrame, AReportThatCannotBeWrittenGivesTwo)
+{
+    EXPECT_EQ(Check({"--only", "LB-001", "--junit", "/nowhere/report.xml"}).exitCode, 2);
+}
+
+/// In whatever order people write it.
+TEST(CheckFrame, TheProducerMayStandBehindTheNames)
+{
+    const Outcome outcome = RunProgram({NQ_CHECK_PATH, "--only", "LB-001,LB-002", "--only", "LB-005", producer});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
+    EXPECT_NE(outcome.output.find("3 passed, 0 failed, 0 not tried"), std::string::npos) << outcome.output;
 }
 
 TEST(CheckFrame, WhatCannotBeLoadedGivesThree)

@@ -33,6 +33,19 @@ TEST(CheckReport, JUnitCountsAndNamesWhatFailed)
     EXPECT_EQ(failed, 1U);
 }
 
+TEST(CheckReport, JUnitTellsOfAProducerThatCannotBeLoaded)
+{
+    const TemporaryFolder folder;
+    const std::string path = folder / "junit.xml";
+    RunProgram({NQ_CHECK_PATH, NQ_SOURCE_DIR "/README.md", "--junit", path});
+    const XmlNode root = ParseXml(BytesOf(path));
+    const XmlNode& suite = *root.Elements().front();
+    EXPECT_EQ(suite.Attribute("tests"), "1");
+    EXPECT_EQ(suite.Attribute("errors"), "1");
+    const XmlNode& error = *suite.Elements().front()->Elements().front();
+    EXPECT_TRUE(error.Attribute("message").starts_with("cannot be loaded: ")) << error.Attribute("message");
+}
+
 TEST(CheckReport, AProgramInCShowsTheFailureAgain)
 {
     const TemporaryFolder folder;

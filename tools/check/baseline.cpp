@@ -10,26 +10,6 @@
 namespace nq::check
 {
 
-namespace
-{
-
-bool IsRule(const std::string& id)
-{
-    for (const Family& family : Families())
-    {
-        for (const Rule& rule : family.rules)
-        {
-            if (rule.id == id)
-            {
-                return true;
-            }
-        }
-    }
-    return false;
-}
-
-} // namespace
-
 std::string_view ToText(Outcome outcome)
 {
     constexpr std::string_view kTexts[] = {"none", "passed", "failed", "not-tried"};
@@ -56,7 +36,7 @@ Baseline::Baseline(const std::string& path)
             continue;
         }
         const bool known = words >> outcome && (outcome == "failed" || outcome == "not-tried") && !(words >> more);
-        if (!known || !IsRule(id))
+        if (!known || !AnyRule([&](const Rule& rule) { return rule.id == id; }))
         {
             throw std::runtime_error(
                 fmt::format("{}:{}: no rule with `failed` or `not-tried`: {}", path, number, line));

@@ -21,12 +21,14 @@ namespace
 using namespace nq::check;
 using nq::tool::ExitCode;
 
-constexpr const char* kFooter = "Exit codes: 0 all that must and should be kept is kept (with --baseline: all is as it "
-                                "says),\n1 it is not, 2 wrong arguments, 3 the producer cannot be loaded.\n\n"
-                                "Examples:\n"
-                                "  gentl-check /opt/vendor/producer.cti\n"
-                                "  gentl-check producer.cti --only 'LB-*' --json\n"
-                                "  gentl-check producer.cti --repro BF-008 >again.c";
+constexpr const char* kFooter =
+    "Exit codes: 0 all that must and should be kept is kept (with --baseline: all is as it "
+    "says),\n1 it is not, 2 wrong arguments, or a file that cannot be read or written, 3 the "
+    "producer cannot be loaded.\n\n"
+    "Examples:\n"
+    "  gentl-check /opt/vendor/producer.cti\n"
+    "  gentl-check producer.cti --only 'LB-*' --json\n"
+    "  gentl-check producer.cti --repro BF-008 >again.c";
 
 struct Options
 {
@@ -40,18 +42,35 @@ struct Options
     bool markdown = false;
 };
 
+/// Empty, or what is wrong with a pattern: a slip would leave rules untried, and nobody the wiser.
+std::string NamesARule(const std::string& pattern)
+{
+    return AnyRule([&](const Rule& rule) { return Fits(pattern, rule); }) ? "" : "no rule is called " + pattern;
+}
+
+std::string IsAnId(const std::string& id)
+{
+    return AnyRule([&](const Rule& rule) { return rule.id == id; }) ? "" : "no rule is called " + id;
+}
+
 void AddOptions(CLI::App& app, Options& options)
 {
     app.add_option("PRODUCER", options.target.path, "The .cti to check")->check(CLI::ExistingFile);
     app.add_option("--interface", options.target.interfaceId, "Id of the camera's interface (else the first with one)");
     app.add_option("--device", options.target.deviceId, "Id of the camera (else the first)");
-    app.add_option("--only", options.selection.only, "Ids of the rules to try, as shell patterns");
-    app.add_option("--skip", options.selection.skip, "Ids of the rules to leave out, as shell patterns");
+    app.add_option("--only", options.selection.only, "Rules to try: ids or shell patterns, with commas between")
+        ->allow_extra_args(false)
+        ->delimiter(',')
+        ->check(NamesARule);
+    app.add_option("--skip", options.selection.skip, "Rules to leave out: ids or shell patterns, with commas between")
+        ->allow_extra_args(false)
+        ->delimiter(',');
     app.add_option("--baseline", options.baseline, "Known failures: fails on other ones, and on ones that are gone")
         ->check(CLI::ExistingFile);
-    app.add_flag("--json", options.json, "Print JSON instead of a table");
+    app.add_flag("--json", options.json, "Print JSON instead of a table or a list");
     app.add_option("--junit", options.junit, "Write JUnit's XML to this file, too");
-    app.add_option("--repro", options.repro, "Try one rule, and print its calls as a program in C if it is not kept");
+    app.add_option("--repro", options.repro, "Try one rule, and print its calls as a program in C if it is not kept")
+        ->check(IsAnId);
     app.add_flag("--list", options.list, "Print all rules, and end");
     app.add_flag("--list-markdown", options.markdown, "Print all rules for the documentation, and end");
     app.footer(kFooter);
@@ -80,7 +99,15 @@ void WriteFile(const std::string& path, const std::string& text)
     std::ofstream file(path, std::ios::binary);
     if (!(file << text).flush())
     {
-        throw nq::tool::ToolFailure(ExitCode::Failure, "cannot write " + path);
+        throw nq::tool::ToolFailure(ExitCode::Usage, "cannot write " + path);
+    }
+}
+
+void WriteFiles(const Options& options, const Report& report)
+{
+    if (!options.junit.empty())
+    {
+        WriteFile(options.junit, AsJUnit(report));
     }
 }
 
@@ -88,7 +115,7 @@ void Print(const std::string& text)
 {
     if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0)
     {
-        throw nq::tool::ToolFailure(ExitCode::Failure, "cannot write the output");
+        throw nq::tool::ToolFailure(ExitCode::Usage, "cannot write the output");
     }
 }
 
@@ -97,6 +124,7 @@ ExitCode Check(const Options& options)
     Report report;
     const std::optional<Baseline> baseline =
         options.baseline.empty() ? std::nullopt : std::make_optional<Baseline>(options.baseline);
+    WriteFiles(options, report); // empty ones at first: a path that is wrong is told at once
     Runner runner(options.target, options.selection, ShowProgress);
     report.problem = runner.Begin();
     report.target = runner.Tried();
@@ -109,15 +137,12 @@ ExitCode Check(const Options& options)
     {
         report.differences = baseline->Differences(report.findings);
     }
+    WriteFiles(options, report);
     if (!report.problem.empty())
     {
         fmt::print(stderr, "gentl-check: {} {}\n", options.target.path, nq::tool::Printable(report.problem));
         Print(options.json ? AsJson(report) : "");
         return ExitCode::NoProducer;
-    }
-    if (!options.junit.empty())
-    {
-        WriteFile(options.junit, AsJUnit(report));
     }
     const bool broken = report.findings.size() == 1 && report.findings[0].Broken();
     if (!options.repro.empty() && broken)
@@ -147,7 +172,7 @@ int Run(int argc, char** argv)
     }
     if (options.list || options.markdown)
     {
-        Print(ListOfRules(options.markdown));
+        Print(options.json ? RulesAsJson() : ListOfRules(options.markdown));
         return 0;
     }
     if (options.target.path.empty())

@@ -18,7 +18,7 @@ namespace
 using nlohmann::json;
 
 /// The text, each line behind `indent`. What a producer says goes to a terminal, so control characters are written out.
-std::string Indented(const std::string& text, std::string_view indent)
+std::string Indented(std::string_view text, std::string_view indent)
 {
     std::string indented;
     for (size_t begin = 0; begin < text.size();)
@@ -30,17 +30,27 @@ std::string Indented(const std::string& text, std::string_view indent)
     return indented;
 }
 
-json ToJson(const Finding& finding)
+json ToJson(const Rule& rule, std::string_view family)
 {
-    const Rule& rule = *finding.rule;
     json one = {{"id", rule.id},
-                {"family", finding.family},
+                {"family", family},
                 {"rule", rule.words},
                 {"clause", rule.clause},
                 {"severity", ToText(rule.severity)},
-                {"needs", ToText(rule.needs)},
-                {"outcome", WordFor(finding)},
-                {"seconds", finding.seconds}};
+                {"needs", ToText(rule.needs)}};
+    if (!rule.note.empty())
+    {
+        one["note"] = rule.note;
+    }
+    return one;
+}
+
+json ToJson(const Finding& finding)
+{
+    const Rule& rule = *finding.rule;
+    json one = ToJson(rule, finding.family);
+    one["outcome"] = WordFor(finding);
+    one["seconds"] = finding.seconds;
     const std::pair<const char*, const std::string&> texts[] = {
         {"text", finding.text}, {"calls", finding.lines}, {"backtrace", finding.backtrace}};
     for (const auto& [name, text] : texts)
@@ -50,9 +60,9 @@ json ToJson(const Finding& finding)
             one[name] = text;
         }
     }
-    if (!rule.note.empty())
+    if (finding.Broken())
     {
-        one["note"] = rule.note;
+        one["consumer"] = ConsequenceOf(rule);
     }
     return one;
 }
@@ -86,6 +96,7 @@ std::string AsTable(const Report& report)
         table += fmt::format("  {:<9}  {:<7} {:<6} {}{}\n", WordFor(finding), rule.id, ToText(rule.severity),
                              rule.words, clause);
         table += Indented(finding.text, "             ");
+        table += finding.Broken() ? Indented(ConsequenceOf(rule), "           > ") : "";
         table += Indented(finding.backtrace, "               ");
     }
     table += fmt::format("\n{} passed, {} failed, {} not tried\n", report.Count(Outcome::Passed),
@@ -112,6 +123,21 @@ std::string AsJson(const Report& report)
         all["findings"].push_back(ToJson(finding));
     }
     return all.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
+std::string RulesAsJson()
+{
+    json all = json::array();
+    for (const Family& family : Families())
+    {
+        for (const Rule& rule : family.rules)
+        {
+            json one = ToJson(rule, family.name);
+            one["consumer"] = ConsequenceOf(rule);
+            all.push_back(std::move(one));
+        }
+    }
+    return all.dump(2) + "\n";
 }
 
 std::string ListOfRules(bool asMarkdown)

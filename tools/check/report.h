@@ -33,6 +33,9 @@ std::string AsProgram(const Finding& finding);
 /// All rules, with clause, severity and what they need; `asMarkdown` for the documentation.
 std::string ListOfRules(bool asMarkdown);
 
+/// The same for programs, with what a consumer will see of a producer that does not keep the rule.
+std::string RulesAsJson();
+
 /// "failed", or "warned" for a rule that the standard does not ask for; "passed", "not-tried".
 std::string_view WordFor(const Finding& finding);
 

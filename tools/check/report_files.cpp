@@ -82,18 +82,25 @@ int main(int argc, char** argv)
 
 std::string AsJUnit(const Report& report)
 {
-    std::string xml =
-        fmt::format("<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<testsuites>\n<testsuite "
-                    "name=\"gentl-check\" tests=\"{}\" failures=\"{}\" skipped=\"{}\">\n",
-                    report.findings.size(), report.Count(Outcome::Failed), report.Count(Outcome::NotTried));
+    const size_t errors = report.problem.empty() ? 0 : 1;
+    std::string xml = fmt::format("<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<testsuites>\n<testsuite "
+                                  "name=\"gentl-check\" tests=\"{}\" failures=\"{}\" errors=\"{}\" skipped=\"{}\">\n",
+                                  report.findings.size() + errors, report.Count(Outcome::Failed), errors,
+                                  report.Count(Outcome::NotTried));
+    if (errors > 0)
+    {
+        xml += fmt::format("<testcase classname=\"loading\" name=\"{0}\"><error message=\"{1}\"/></testcase>\n",
+                           Escaped(report.target.path), Escaped(report.problem));
+    }
     for (const Finding& finding : report.findings)
     {
         xml += fmt::format("<testcase classname=\"{}\" name=\"{} {}\" time=\"{:.3f}\">", Escaped(finding.family),
                            finding.rule->id, Escaped(finding.rule->words), finding.seconds);
         if (finding.Broken())
         {
-            xml += fmt::format("<failure message=\"{}\">{}</failure>", ToText(finding.rule->severity),
-                               Escaped(finding.text + "\n" + finding.backtrace));
+            xml += fmt::format(
+                "<failure message=\"{}\">{}</failure>", ToText(finding.rule->severity),
+                Escaped(fmt::format("{}\n{}\n{}", finding.text, ConsequenceOf(*finding.rule), finding.backtrace)));
         }
         else if (finding.outcome == Outcome::NotTried)
         {

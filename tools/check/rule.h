@@ -2,6 +2,7 @@
 // What a rule of GenTL is, and the families that the rules stand in.
 #pragma once
 
+#include <algorithm>
 #include <span>
 #include <string_view>
 
@@ -47,6 +48,17 @@ struct Family
 };
 
 std::span<const Family> Families();
+
+template <class Predicate>
+bool AnyRule(const Predicate& predicate)
+{
+    return std::any_of(Families().begin(), Families().end(), [&](const Family& family) {
+        return std::any_of(family.rules.begin(), family.rules.end(), predicate);
+    });
+}
+
+/// What a consumer will see of a producer that does not keep the rule; empty where nobody has written it down.
+std::string_view ConsequenceOf(const Rule& rule);
 
 std::string_view ToText(Severity severity);
 std::string_view ToText(Needs needs);

@@ -16,18 +16,22 @@ namespace
 
 constexpr Rule kFindCamera{"", "", "", Severity::Hint, Needs::Nothing, FindCamera, {}, 60};
 
-bool Fits(const std::vector<std::string>& patterns, const Rule& rule)
+bool FitsAny(const std::vector<std::string>& patterns, const Rule& rule)
 {
-    return std::any_of(patterns.begin(), patterns.end(), [&](const std::string& pattern) {
-        return fnmatch(pattern.c_str(), std::string(rule.id).c_str(), 0) == 0;
-    });
+    return std::any_of(patterns.begin(), patterns.end(),
+                       [&](const std::string& pattern) { return Fits(pattern, rule); });
 }
 
 } // namespace
 
+bool Fits(const std::string& pattern, const Rule& rule)
+{
+    return fnmatch(pattern.c_str(), std::string(rule.id).c_str(), 0) == 0;
+}
+
 bool Selection::Takes(const Rule& rule) const
 {
-    return (only.empty() || Fits(only, rule)) && !Fits(skip, rule);
+    return (only.empty() || FitsAny(only, rule)) && !FitsAny(skip, rule);
 }
 
 Runner::Runner(Target target, Selection selection, Progress progress)

@@ -28,6 +28,9 @@ struct Finding
     bool Counts() const { return Broken() && rule->severity <= Severity::Should; }
 };
 
+/// Whether a shell pattern, such as "EV-*", fits the id of the rule.
+bool Fits(const std::string& pattern, const Rule& rule);
+
 /// Which rules are tried.
 struct Selection
 {
