@@ -74,6 +74,7 @@ TEST(CheckFrame, NamesThatNoRuleHasGiveTwo)
 TEST(CheckFrame, AReportThatCannotBeWrittenGivesTwo)
 {
     EXPECT_EQ(Check({"--only", "LB-001", "--junit", "/nowhere/report.xml"}).exitCode, 2);
+    EXPECT_EQ(Check({"--only", "LB-001", "--html", "/nowhere/report.html"}).exitCode, 2);
 }
 
 /// In whatever order people write it.

@@ -36,6 +36,7 @@ struct Options
     Selection selection;
     std::string baseline;
     std::string junit;
+    std::string html;
     std::string repro;
     bool json = false;
     bool list = false;
@@ -69,6 +70,7 @@ void AddOptions(CLI::App& app, Options& options)
         ->check(CLI::ExistingFile);
     app.add_flag("--json", options.json, "Print JSON instead of a table or a list");
     app.add_option("--junit", options.junit, "Write JUnit's XML to this file, too");
+    app.add_option("--html", options.html, "Write a report to read to this file, too");
     app.add_option("--repro", options.repro, "Try one rule, and print its calls as a program in C if it is not kept")
         ->check(IsAnId);
     app.add_flag("--list", options.list, "Print all rules, and end");
@@ -108,6 +110,10 @@ void WriteFiles(const Options& options, const Report& report)
     if (!options.junit.empty())
     {
         WriteFile(options.junit, AsJUnit(report));
+    }
+    if (!options.html.empty())
+    {
+        WriteFile(options.html, AsHtml(report));
     }
 }
 

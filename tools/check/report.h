@@ -27,6 +27,9 @@ std::string AsJson(const Report& report);
 
 std::string AsJUnit(const Report& report);
 
+/// One file that loads nothing, with filters, and for each failure its calls.
+std::string AsHtml(const Report& report);
+
 /// A program in C that makes the calls of a broken rule again. Its arguments: the producer.
 std::string AsProgram(const Finding& finding);
 
