@@ -2,7 +2,6 @@
 // Who controls a camera, asked of the camera itself.
 #include "camera_owner.h"
 
-#include "exit_codes.h"
 #include "gvcp_reader.h"
 #include "stop_signals.h"
 
@@ -20,6 +19,11 @@ constexpr uint32_t kHeartbeatTimeout = 0x0938;
 constexpr uint32_t kControlPrivilege = 0x0A00; // bit 0: exclusive, bit 1: control
 constexpr uint32_t kOwnerPort = 0x0A04;
 constexpr uint32_t kOwnerAddress = 0x0A14;
+
+std::string AnswerText(GenTL::GC_ERROR code)
+{
+    return fmt::format("{} ({})", ErrorName(code), code);
+}
 
 [[noreturn]] void ThrowInUse(const CameraEntry& camera, const CameraOwner& owner)
 {
@@ -88,6 +92,15 @@ void AwaitFreeCamera(const CameraEntry& camera, std::chrono::steady_clock::time_
     }
 }
 
+RefusedOpen::RefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code)
+    : ToolFailure(ExitCode::CameraInUse,
+                  fmt::format("the camera {} is controlled by another program, says the producer: {}. End that "
+                              "program; or give --wait SECONDS to wait until the camera is free.",
+                              camera.id, AnswerText(code))),
+      m_answer(AnswerText(code))
+{
+}
+
 void ThrowRefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code)
 {
     if (const std::optional<CameraOwner> owner = AskForOwner(camera))
@@ -101,10 +114,7 @@ void ThrowRefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code)
     }
     if (code == GenTL::GC_ERR_RESOURCE_IN_USE || code == GenTL::GC_ERR_ACCESS_DENIED)
     {
-        throw ToolFailure(ExitCode::CameraInUse,
-                          fmt::format("the camera {} is controlled by another program, says the producer: {} ({}). End "
-                                      "that program; or give --wait SECONDS to wait until the camera is free.",
-                                      camera.id, ErrorName(code), code));
+        throw RefusedOpen(camera, code);
     }
     GenTLLibrary::Check(code, "IFOpenDevice");
     throw ToolFailure(ExitCode::Failure, "IFOpenDevice gave no device");

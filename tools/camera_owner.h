@@ -3,6 +3,7 @@
 #pragma once
 
 #include "camera_tree.h"
+#include "exit_codes.h"
 
 #include <chrono>
 #include <cstdint>
@@ -33,7 +34,20 @@ std::string OwnerText(const CameraOwner& owner);
 void AwaitFreeCamera(const CameraEntry& camera, std::chrono::steady_clock::time_point end,
                      const std::function<void(const std::string&)>& tell);
 
-/// Throws why the producer refused with `code` to open the camera.
+/// A producer refuses to open a camera that names no program which controls it.
+class RefusedOpen : public ToolFailure
+{
+  public:
+    RefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code);
+
+    /// For example "GC_ERR_ACCESS_DENIED (-1005)".
+    const std::string& Answer() const { return m_answer; }
+
+  private:
+    std::string m_answer;
+};
+
+/// Throws why the producer refused with `code` to open the camera: ToolFailure, or RefusedOpen for what may pass.
 [[noreturn]] void ThrowRefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code);
 
 /// For a camera that the interface cannot reach though nobody controls it.

@@ -137,6 +137,14 @@ void GrabSession::CheckControl(const CameraEntry& camera)
 
 void GrabSession::OpenStream()
 {
+    size_t size = 0;
+    if (m_library.DevGetDataStreamID(m_device, 0, nullptr, &size) == GenTL::GC_ERR_INVALID_INDEX)
+    {
+        throw ToolFailure(
+            ExitCode::NoStream,
+            fmt::format("the stream did not start: the camera {} has none{}", m_cameraId,
+                        m_ours ? " that comes by RDMA (RoCE v2), which is all that this producer takes" : ""));
+    }
     const std::string id = GenTLLibrary::Id(
         [this](char* text, size_t* size) { return m_library.DevGetDataStreamID(m_device, 0, text, size); },
         "DevGetDataStreamID");

@@ -5,6 +5,7 @@
 #include "support/tool.h"
 #include "support/virtual_camera.h"
 
+#include <atomic>
 #include <csignal>
 #include <cstring>
 #include <gmock/gmock.h>
@@ -131,8 +132,42 @@ TEST(ToolOwnerOfAnyCamera, OfAnotherProducerShowsByItsRefusal)
                                            ". End that program; or give --wait SECONDS to wait until the camera is "
                                            "free.\n"));
     }
-    EXPECT_EQ(RunOnFake("IFOpenDevice@1.code=-1005", {"grab", "--wait", "20"}).exitCode, 0);
+    const Outcome waited = RunOnFake("IFOpenDevice@1.code=-1005\nIFOpenDevice@2.code=-1005", {"grab", "--wait", "20"});
+    EXPECT_EQ(waited.exitCode, 0) << waited.output;
+    const std::string told =
+        "nq-gev: waiting for the camera, which the producer refuses to open: GC_ERR_ACCESS_DENIED (-1005)\n";
+    EXPECT_THAT(waited.output, HasSubstr(told));
+    EXPECT_EQ(waited.output.find(told), waited.output.rfind(told)) << "said once";
     EXPECT_EQ(RunOnFake("IFOpenDevice.code=-1010", {"grab"}).exitCode, 1);
+}
+
+TEST(ToolOwnerOfAnyCamera, IsNoOneForACameraThatAnswersTheProducerTooLate)
+{
+    const Host far;
+    far.Connect("here", "10.9.0.1/24", "there", "10.9.0.2/24");
+    GvcpCamera camera(&far);
+    nq::test::GvcpDiscovery identity;
+    identity.ipAddress = 0x0A090002;
+    identity.subnetMask = 0xFFFFFF00;
+    identity.deviceVersion = "3.0.0";
+    camera.SetDiscovery(identity);
+    camera.SetRegister(0x0A00, 0);
+    // Our producer takes 100 ms of silence for a refusal, the tool waits for longer.
+    std::atomic<int> late = 8;
+    camera.Otherwise([&](const Bytes& command) {
+        std::vector<GvcpReply> replies = camera.AnswerFromMemory(command);
+        if (gvcp::Describe(command) == "read 0x0A00" && late-- > 0)
+        {
+            replies.at(0).delay = std::chrono::milliseconds(150);
+        }
+        return replies;
+    });
+    const Outcome grab = RunTool({"grab"});
+    EXPECT_THAT(grab.output, HasSubstr("nq-gev: waiting for the camera, which the producer refuses to open: "
+                                       "GC_ERR_ACCESS_DENIED (-1005)\n"));
+    EXPECT_THAT(grab.output, HasSubstr("nq-gev: the stream did not start: the camera Model:02-11-22-33-44-55 has none "
+                                       "that comes by RDMA (RoCE v2), which is all that this producer takes\n"));
+    EXPECT_EQ(grab.exitCode, 5);
 }
 
 TEST(ToolCameraOnLo, IsFoundOrTheMessageSaysWhyNot)
