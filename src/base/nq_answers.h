@@ -50,7 +50,8 @@
     row(portIdOfModule, "`PORT_INFO_ID`", "that of the library, of every port", "the id of the module; of the remote device that of the device") \
     row(interfaceListStays, "`TLOpenInterface` of an id that is not listed", "fills the list of interfaces", "the list stays as it was") \
     row(queuedIsComplete, "`IS_INCOMPLETE` of a buffer that is queued again", "as it was", "false until its next frame") \
-    row(underrunsOfGaps, "ids that the camera skips while nothing is queued", "no underruns", "underruns, counted with the frame behind them")
+    row(underrunsOfGaps, "ids that the camera skips while nothing is queued", "no underruns", "underruns, counted with the frame behind them") \
+    row(awaitingIsBusy, "`DSRevokeBuffer` of a buffer in the output queue", "succeeds, its event goes", "`GC_ERR_BUSY`")
 
 // clang-format on
 

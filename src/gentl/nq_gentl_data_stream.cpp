@@ -153,7 +153,10 @@ int NQGenTLDataStream::RevokeBuffer(void* handle, void** buffer, void** userPtr)
     {
         return NQFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", "RevokeBuffer");
     }
-    if (m_buffers.FindByHandle(NQ_BUFFER_TYPE_QUEUED, handle, false) != nullptr || m_road->IsWithCamera(*announced))
+    const bool awaits =
+        Answers().awaitingIsBusy && announced->IsQueued(); // Off the input list, so in the output queue.
+    if (awaits || m_buffers.FindByHandle(NQ_BUFFER_TYPE_QUEUED, handle, false) != nullptr ||
+        m_road->IsWithCamera(*announced))
     {
         return NQFailed(GenTL::GC_ERR_BUSY, "%s GC_ERR_BUSY", "RevokeBuffer");
     }

@@ -97,8 +97,8 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     int AllocAndAnnounceBuffer(unsigned long size, void* userPtr, void** handle);
 
     /// Deletes a buffer and hands its memory and user pointer back, each if asked for. Waits for a delivery under way.
-    /// GC_ERR_INVALID_HANDLE for a buffer that is not announced here, or GC_ERR_BUSY while it is on the input list or
-    /// the camera may write to it.
+    /// GC_ERR_INVALID_HANDLE for a buffer that is not announced here, or GC_ERR_BUSY while it is on the input list, the
+    /// camera may write to it or, with the standard's answers, it waits for its delivery.
     int RevokeBuffer(void* handle, void** buffer, void** userPtr);
 
     /// Gives the buffer's frame block, if it has one, back to the camera and puts the buffer on the input list.

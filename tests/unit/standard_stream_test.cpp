@@ -76,6 +76,21 @@ TEST_F(StandardStream, CountsStartedFramesAndUnderrunsFromOpenToClose)
     EXPECT_EQ(Of(2), (Info{8, 8, 0}));
 }
 
+TEST_F(StandardStream, RevokesNoBufferThatAwaitsDelivery)
+{
+    StartWith(2);
+    Frame(0, 1);
+    EXPECT_EQ(stream.RevokeBuffer(handles[0], nullptr, nullptr), -1022);
+    EXPECT_EQ(Number(5), 1U) << "its event stays";
+    EXPECT_EQ(Take(), handles[0]);
+    EXPECT_EQ(stream.RevokeBuffer(handles[0], nullptr, nullptr), 0);
+    ASSERT_EQ(stream.FlushQueue(0), 0); // to the output
+    EXPECT_EQ(stream.RevokeBuffer(handles[1], nullptr, nullptr), -1022);
+    ASSERT_EQ(stream.StopAcquisition(kKill), 0); // the camera has its block until then
+    ASSERT_EQ(stream.FlushQueue(1), 0);          // the output is discarded
+    EXPECT_EQ(stream.RevokeBuffer(handles[1], nullptr, nullptr), 0);
+}
+
 /// The camera skips ids while it waits for a buffer: those frames were lost to an empty input pool.
 TEST_F(StandardStream, CountsTheIdsSkippedWhileNothingWasQueuedAsUnderruns)
 {
