@@ -54,7 +54,7 @@ void Acquisition::EnableStream(bool on)
             m_due.reset();
         }
         m_enabled = on;
-        m_exposing.reset();
+        DropExposure();
         m_autoStarted = on && m_freeRun && m_settings.mode == AcquisitionMode::Continuous;
     }
     m_changed.Signal();
@@ -83,7 +83,16 @@ void Acquisition::Abort()
 {
     Stop();
     const std::lock_guard lock(m_mutex);
-    m_exposing.reset();
+    DropExposure();
+}
+
+void Acquisition::DropExposure()
+{
+    if (m_exposing)
+    {
+        m_exposing.reset();
+        m_exposureEnd = Clock::now();
+    }
 }
 
 void Acquisition::ClearTriggers()

@@ -106,6 +106,7 @@ class Acquisition
 
   private:
     void ClearTriggers();
+    void DropExposure();
     /// A frame trigger counts while a burst runs or is due.
     bool TakesFrameTriggers(Clock::time_point now);
     /// False when the burst's trigger has not come.

@@ -62,6 +62,12 @@ constexpr std::array kAcquisition{
     Feature{
         .name = "AcquisitionStart", .kind = Command, .address = kAcquisitionStart, .tip = "Begins to take pictures"},
     Feature{.name = "AcquisitionStop", .kind = Command, .address = kAcquisitionStop, .tip = "Ends taking pictures"},
+    Feature{.name = "AcquisitionAbort",
+            .kind = Command,
+            .address = kAcquisitionAbort,
+            .tip = "Ends taking pictures at once",
+            .about = "The one that is being exposed is lost",
+            .visibility = "Expert"},
     Feature{.name = "AcquisitionFrameCount",
             .address = kAcquisitionFrameCount,
             .tip = "Pictures of a MultiFrame acquisition",

@@ -272,6 +272,7 @@ TEST(CameraDescription, StandardFeaturesAreThere)
                              "AcquisitionMode",
                              "AcquisitionStart",
                              "AcquisitionStop",
+                             "AcquisitionAbort",
                              "AcquisitionFrameRate",
                              "ExposureTime",
                              "Gain",

@@ -127,6 +127,26 @@ TEST_F(CameraExposure, PicturesWithoutARateFollowEachOtherNoFaster)
     ExpectTwoPicturesOf50ms();
 }
 
+TEST_F(CameraExposure, AbortEndsOneThatIsUnderWayAndStopDoesNot)
+{
+    Start();
+    ASSERT_EQ(m_host->Set("ExposureTime", 10000000), 0U);
+    ASSERT_EQ(m_host->Set("AcquisitionStatusSelector", "ExposureActive"), 0U);
+    Enable();
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(8);
+    while (m_host->Get("AcquisitionStatus") == 0 && std::chrono::steady_clock::now() < end)
+    {
+    }
+    ASSERT_EQ(m_host->Get("AcquisitionStatus"), 1);
+    ASSERT_EQ(m_host->Set("AcquisitionStatusSelector", "AcquisitionActive"), 0U);
+    ASSERT_EQ(m_host->Execute("AcquisitionStop"), 0U);
+    EXPECT_EQ(m_host->Get("AcquisitionStatus"), 1);
+    ASSERT_EQ(m_host->Execute("AcquisitionAbort"), 0U);
+    EXPECT_EQ(m_host->Get("AcquisitionStatus"), 0);
+    ASSERT_EQ(m_host->Set("AcquisitionStatusSelector", "ExposureActive"), 0U);
+    EXPECT_EQ(m_host->Get("AcquisitionStatus"), 0);
+}
+
 TEST_F(CameraExposure, WritingARateSwitchesItOnAndZeroOff)
 {
     Start();
