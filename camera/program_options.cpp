@@ -110,9 +110,15 @@ void DefinePicture(CLI::App& app, Typed& typed)
            "format of the pixels: Mono8, Mono10, Mono12, Mono16, BayerRG8, RGB8, Mono10p, Mono12p, BayerRG12, BGR8 or "
            "YUV422_8")
         ->capture_default_str();
-    app.add_option("--pattern", camera.pattern, "picture: MovingRamp, ColorBar, Noise or Scene, parts on a belt")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, std::uint32_t>{{"MovingRamp", 0}, {"ColorBar", 1}, {"Noise", 2}, {"Scene", 3}}));
+    std::map<std::string, std::uint32_t> patterns;
+    for (const FeatureEntry& entry : FeatureByName("TestPattern").entries)
+    {
+        patterns[entry.name] = entry.value;
+    }
+    app.add_option(
+           "--pattern", camera.pattern,
+           "picture: MovingRamp, ColorBar, Noise, Scene, parts on a belt, or another of the feature TestPattern")
+        ->transform(CLI::CheckedTransformer(patterns));
     app.add_option("--images", typed.images,
                    "folder of PNG files that Scene, then the pattern at power on, shows one after the other")
         ->excludes("--pattern");

@@ -206,6 +206,12 @@ TEST(CameraFeatures, WidthGoesInTheStepsOfTheCommandLine)
     EXPECT_EQ(odd.WaitForExit(std::chrono::seconds(20)), 2);
 }
 
+TEST(CameraFeatures, CommandLineTakesEveryTestPattern)
+{
+    const VirtualCamera camera({"--pattern", "FrameCounter"});
+    EXPECT_EQ(FeatureHost().Entry("TestPattern"), "FrameCounter");
+}
+
 TEST(CameraFeatures, LocksOfTheDescriptionAreThoseOfTheCamera)
 {
     const VirtualCamera camera({"--no-free-run"});
