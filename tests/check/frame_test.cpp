@@ -99,6 +99,14 @@ TEST(CheckFrame, AConstructorThatBlocksIsFoundOut)
     EXPECT_NE(outcome.output.find("hung in dlopen"), std::string::npos) << outcome.output;
 }
 
+/// A rule of many rounds has longer than that.
+TEST(CheckFrame, ACallThatBlocksIsFoundOutInTwentySeconds)
+{
+    const Outcome outcome = Check({"--only", "PR-001"}, "hang_in_session_90");
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_NE(outcome.output.find("hung in GCInitLib for 20 s"), std::string::npos) << outcome.output;
+}
+
 TEST(CheckFrame, RulesAreChosenById)
 {
     const Outcome outcome = Check({"--only", "LB-00[1-5]", "--skip", "LB-002"});

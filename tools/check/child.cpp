@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fmt/format.h>
+#include <optional>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -25,6 +26,7 @@ namespace
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kLoadTime{10};
+constexpr std::chrono::seconds kCallTime{20}; // a rule of many rounds has longer, each of its calls has not
 
 struct Unmap
 {
@@ -84,27 +86,49 @@ std::string HowItEnded(int status, const Record& record)
     return fmt::format("ended the process with exit code {} {}", WEXITSTATUS(status), where);
 }
 
+/// When a child has had its time: for the rule it is at, and for the call.
+class Patience
+{
+  public:
+    /// How long it took too long; nothing while there is time.
+    std::optional<std::chrono::seconds> Over(const Record& record, const std::vector<const Rule*>& rules)
+    {
+        const Clock::time_point now = Clock::now();
+        if (const size_t rule = record.rule; rule != m_rule && rule <= rules.size())
+        {
+            m_rule = rule;
+            m_limit = std::chrono::seconds(rules[rule - 1]->seconds);
+            m_ruleBegan = now;
+        }
+        if (const size_t begun = record.begun; begun != m_begun)
+        {
+            m_begun = begun;
+            m_callBegan = now;
+        }
+        const bool called = m_begun > 0 && now >= m_callBegan + kCallTime;
+        return now >= m_ruleBegan + m_limit ? std::optional(m_limit) : called ? std::optional(kCallTime) : std::nullopt;
+    }
+
+  private:
+    size_t m_rule = 0;
+    size_t m_begun = 0;
+    std::chrono::seconds m_limit = kLoadTime;
+    Clock::time_point m_ruleBegan = Clock::now();
+    Clock::time_point m_callBegan = Clock::now();
+};
+
 ChildEnd Watch(pid_t process, const Record& record, const std::vector<const Rule*>& rules,
                const std::function<void()>& progress)
 {
-    size_t rule = 0;
+    Patience patience;
     int status = 0;
-    std::chrono::seconds limit = kLoadTime;
-    Clock::time_point deadline = Clock::now() + limit;
     while (!WaitFor(process, status, Clock::now() + std::chrono::milliseconds(50)))
     {
         progress();
-        const size_t now = record.rule;
-        if (now != rule && now <= rules.size())
-        {
-            rule = now;
-            limit = std::chrono::seconds(rules[now - 1]->seconds);
-            deadline = Clock::now() + limit;
-        }
-        if (Clock::now() >= deadline)
+        if (const auto over = patience.Over(record, rules))
         {
             const std::string where = EndHanging(process, record);
-            return {false, fmt::format("hung in {} for {} s", where, limit.count()), record.backtrace.Text()};
+            return {false, fmt::format("hung in {} for {} s", where, over->count()), record.backtrace.Text()};
         }
     }
     if (record.ended && WIFEXITED(status))

@@ -148,6 +148,7 @@ void Note::Begin()
     const std::lock_guard lock(names.mutex);
     CurrentRecord()->lines.Append(fmt::format("{}say(\"{}\", {}));", names.lines == 0 ? "" : "\n", m_function, m_line));
     m_number = ++names.lines;
+    ++CurrentRecord()->begun;
     SetFunctionOfThisThread(m_function);
 }
 

@@ -53,6 +53,7 @@ struct Record
     };
 
     std::atomic<size_t> rule;                     ///< index of the rule at work, or of the one that comes next
+    std::atomic<size_t> begun;                    ///< calls of the producer so far
     std::atomic<bool> ended;                      ///< the child has come to its end by itself
     std::atomic<const char*> calls[kMostThreads]; ///< the function that each thread is in; a text of the program
     std::atomic<const char*> died;                ///< the function of the thread that a signal met

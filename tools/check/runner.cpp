@@ -123,12 +123,23 @@ void Runner::RunTogether(std::vector<const Rule*> rules)
             rules.erase(rules.begin(), rules.begin() + static_cast<std::ptrdiff_t>(run.results.size()));
             continue;
         }
-        for (size_t index = run.results.size(); index < rules.size(); ++index)
+        size_t index = run.results.size();
+        if (index == 0) // it was alone
         {
-            RunAlone(*rules[index], index == run.results.size() && index > 0 ? run.end.how : "");
+            TakeEnd(*rules[index++], run);
+        }
+        for (; index < rules.size(); ++index)
+        {
+            RunAlone(*rules[index], index == run.results.size() ? run.end.how : "");
         }
         return;
     }
+}
+
+/// The process ended in the rule.
+void Runner::TakeEnd(const Rule& rule, const ChildRun& run)
+{
+    m_findings.push_back({&rule, m_family, Outcome::Failed, run.end.how, run.lines, run.end.backtrace, 0});
 }
 
 /// `before`: how a process ended in which the rule came after others.
@@ -137,7 +148,7 @@ void Runner::RunAlone(const Rule& rule, const std::string& before)
     const ChildRun run = Try({&rule});
     if (!run.end.orderly)
     {
-        m_findings.push_back({&rule, m_family, Outcome::Failed, run.end.how, run.lines, run.end.backtrace, 0});
+        TakeEnd(rule, run);
         return;
     }
     Take({&rule}, run);

@@ -59,6 +59,7 @@ class Runner
     void RunFamily(const Family& family);
     void RunTogether(std::vector<const Rule*> rules);
     void RunAlone(const Rule& rule, const std::string& before);
+    void TakeEnd(const Rule& rule, const ChildRun& run);
     void Take(const std::vector<const Rule*>& rules, const ChildRun& run);
     std::string WhyNot(const Rule& rule) const;
     ChildRun Try(const std::vector<const Rule*>& rules);
