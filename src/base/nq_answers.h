@@ -51,7 +51,8 @@
     row(interfaceListStays, "`TLOpenInterface` of an id that is not listed", "fills the list of interfaces", "the list stays as it was") \
     row(queuedIsComplete, "`IS_INCOMPLETE` of a buffer that is queued again", "as it was", "false until its next frame") \
     row(underrunsOfGaps, "ids that the camera skips while nothing is queued", "no underruns", "underruns, counted with the frame behind them") \
-    row(awaitingIsBusy, "`DSRevokeBuffer` of a buffer in the output queue", "succeeds, its event goes", "`GC_ERR_BUSY`")
+    row(awaitingIsBusy, "`DSRevokeBuffer` of a buffer in the output queue", "succeeds, its event goes", "`GC_ERR_BUSY`") \
+    row(announcedInPlace, "frames for announced buffers", "received in a block and copied; headers are read however little of them came", "received in the buffers; headers are read as far as they came")
 
 // clang-format on
 

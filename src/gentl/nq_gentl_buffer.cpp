@@ -110,12 +110,9 @@ void NQGenTLBuffer::UpdateData(unsigned long size, unsigned long frameId, unsign
     {
         m_data = data;
     }
-    else if (m_origin == ORIGIN_OWN_BLOCK)
+    else if (m_origin == ORIGIN_OWN_BLOCK || Answers().announcedInPlace)
     {
-        if (data != m_data) // in another block, or not where pixels usually begin
-        {
-            std::memmove(m_data, data, std::min(m_size, size));
-        }
+        _place(size, data);
     }
     else
     {

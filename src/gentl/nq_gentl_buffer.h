@@ -78,8 +78,8 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     int DoOpen() override;
     int DoClose() override;
 
-    /// Takes over a frame of `size` bytes at `data`: copies it into memory of the buffer's own, or points to it. A null
-    /// `data` changes only the frame's values.
+    /// Takes over a frame of `size` bytes at `data`: copies it into memory of the buffer's own, unless it is there
+    /// already, or points to it. A null `data` changes only the frame's values.
     void UpdateData(unsigned long size, unsigned long frameId, unsigned long timestamp, unsigned long width,
                     unsigned long height, unsigned long pixelFormat, unsigned char* data);
 
@@ -88,6 +88,9 @@ class NQGenTLBuffer : private NQGenTLModuleBase
 
     /// Whether the last frame has more bytes than the buffer.
     bool IsTooSmall();
+
+    /// Whether the last frame was copied, of a buffer that need not be.
+    bool IsCopied();
 
     bool IsQueued();
     bool IsImagePresent();
@@ -153,6 +156,7 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     int _getContainsChunkData(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
 
     void _takeSize(unsigned long size) NQ_REQUIRES(m_lock);
+    void _place(unsigned long size, const unsigned char* data) NQ_REQUIRES(m_lock);
     int _getFrameInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
     int _getFormatInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
     int _getOfFrame(unsigned long value, int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
@@ -175,6 +179,7 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     unsigned long m_frameSize NQ_GUARDED_BY(m_lock) = 0;  ///< Bytes of pixels that the last frame has.
     unsigned long m_sizeFilled NQ_GUARDED_BY(m_lock) = 0; ///< Bytes that count as filled.
     NQFrameDetails m_details NQ_GUARDED_BY(m_lock);
+    bool m_copied NQ_GUARDED_BY(m_lock) = false;
     unsigned long m_width NQ_GUARDED_BY(m_lock) = 0;
     unsigned long m_height NQ_GUARDED_BY(m_lock) = 0;
     unsigned long m_frameId NQ_GUARDED_BY(m_lock) = 0;

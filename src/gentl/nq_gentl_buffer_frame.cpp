@@ -5,6 +5,7 @@
 #include "gentl/nq_gentl_util.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace GigERDMA
 {
@@ -38,6 +39,26 @@ bool NQGenTLBuffer::IsTooSmall()
 {
     NQGenTLLock lock(m_lock);
     return m_frameSize > m_size;
+}
+
+bool NQGenTLBuffer::IsCopied()
+{
+    NQGenTLLock lock(m_lock);
+    return m_copied;
+}
+
+/// Brings pixels to where they belong. Those that came in the buffer's own memory are there, unless the camera has put
+/// them elsewhere than they usually begin.
+void NQGenTLBuffer::_place(unsigned long size, const unsigned char* data)
+{
+    const unsigned long length = std::min(m_size, size);
+    const unsigned long front = std::min(m_details.frontSize, length);
+    m_copied = front != 0 || (data != m_data && length != 0);
+    if (m_copied)
+    {
+        std::memmove(m_data + front, data, length - front); // first: they may lie where the front ones go
+        std::copy_n(m_details.front, front, m_data);
+    }
 }
 
 /// Takes the size of a frame that is about to be copied or shown. What counts as filled is what reached the buffer.

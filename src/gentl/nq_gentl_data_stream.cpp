@@ -308,6 +308,7 @@ bool NQGenTLDataStream::BeginFrames()
     // Deliberate(CountingStartsLate): counting starts once the transport has started, whatever it has brought until
     // then, so that a start which fails leaves the counters of the run before.
     m_numDelivered = 0;
+    m_numCopied = 0;
     m_numUnderrun = Answers().streamInfos ? m_numUnderrun : 0;
     m_stopDue = false;
     m_starting = false;
@@ -466,6 +467,7 @@ void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned
             buffer->SetAcquiringFlag(true);
             buffer->UpdateDetails(m_details);
             buffer->UpdateData(size, frameId, timestamp, width, height, pixelFormat, data);
+            CountCopied(buffer);
             buffer->SetAcquiringFlag(false);
             formerMemory = HandOver(buffer, rdmaId);
             buffer->SetNewDataFlag(true);

@@ -154,6 +154,9 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     /// The frame in the block is none that a buffer could take. Thread-bound to the acquisition thread.
     void DropFrame(void* rdmaId);
 
+    /// How many frames of this run were copied, of those that need not be.
+    unsigned long NumCopied();
+
     /// What is known of the frame that the next EndOfTransfer delivers. Thread-bound to the acquisition thread.
     void SetFrameDetails(const NQFrameDetails& details) { m_details = details; }
 
@@ -190,6 +193,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     int EndRun(int flags);
     bool Enqueue(NQGenTLBuffer* buffer) NQ_REQUIRES(m_queueingLock);
     void CountStarted();
+    void CountCopied(NQGenTLBuffer* buffer);
     void EndBuffers();
     void Withdraw(NQGenTLBuffer* buffer);
     bool IsStarted();
@@ -211,6 +215,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     unsigned long m_numDelivered NQ_GUARDED_BY(m_moduleLock) = 0;
     unsigned long m_numUnderrun NQ_GUARDED_BY(m_moduleLock) = 0;
     unsigned long m_numStarted NQ_GUARDED_BY(m_moduleLock) = 0; ///< Frames that began to go into a buffer.
+    unsigned long m_numCopied NQ_GUARDED_BY(m_moduleLock) = 0;
     bool m_stopDue NQ_GUARDED_BY(m_moduleLock) =
         false; ///< Ended with the last frame; the consumer has not stopped yet.
     bool m_mayBeLost NQ_GUARDED_BY(m_moduleLock) = false; ///< In a run that nobody stops and that was not lost yet.

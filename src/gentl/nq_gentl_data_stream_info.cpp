@@ -194,4 +194,16 @@ int NQGenTLDataStream::GetCounterInfo(int iInfoCmd, int* piType, void* pBuffer, 
     return NQGenTLUtil::CopyInfoSizeT(event == nullptr ? 0 : event->GetNumInQueue(), piType, pBuffer, piSize);
 }
 
+void NQGenTLDataStream::CountCopied(NQGenTLBuffer* buffer)
+{
+    NQGenTLLock lock(m_moduleLock);
+    m_numCopied += buffer->IsCopied() ? 1 : 0;
+}
+
+unsigned long NQGenTLDataStream::NumCopied()
+{
+    NQGenTLLock lock(m_moduleLock);
+    return m_numCopied;
+}
+
 } // namespace GigERDMA

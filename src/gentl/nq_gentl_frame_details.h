@@ -15,6 +15,10 @@ struct NQFrameDetails
     unsigned long xPadding = 0;         ///< Bytes behind each line.
     unsigned long yPadding = 0;         ///< Bytes behind the last line.
     unsigned long tickFrequency = 0;    ///< Ticks of the timestamp in a second, 0 when not known.
+
+    /// The first pixels, where they do not lie before the others: `frontSize` bytes.
+    const unsigned char* front = nullptr;
+    unsigned long frontSize = 0;
 };
 
 } // namespace GigERDMA

@@ -9,8 +9,8 @@
 namespace GigERDMA
 {
 
-/// Every announced buffer has a block for as long as a run lasts: memory of its own, or, where that will not do, one of
-/// the transport's, out of which its frames are copied. What the camera may do with it:
+/// Every announced buffer has a block for as long as a run lasts: its own memory, whoever it is from, or, where that
+/// will not do, one of the transport's, out of which its frames are copied. What the camera may do with it:
 ///
 ///                      QueueBuffer                    a frame is in the block
 ///     not posted --------------------> posted -------------------------------> not posted

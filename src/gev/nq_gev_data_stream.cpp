@@ -185,7 +185,8 @@ void NQGevDataStream::EndLastRun()
 
 bool NQGevDataStream::Connect()
 {
-    const auto endpoint = std::make_shared<GevRdmaEndpoint>();
+    const auto endpoint =
+        std::make_shared<GevRdmaEndpoint>(Answers().queueingPosts ? FrameMemory::Buffers : FrameMemory::Blocks);
     SetRdma(endpoint);
     const std::string address = AddressText(*m_device);
     m_device->EnableStream(false);
@@ -306,11 +307,9 @@ void* NQGevDataStream::DoRegisterBuffer(GigERDMA::NQGenTLBuffer& buffer)
     }
     try
     {
-        if (buffer.HasOwnBlock() && buffer.GetSize() >= m_payload)
+        if (void* const id = RegisterMemory(*endpoint, buffer))
         {
-            unsigned char* const block = static_cast<unsigned char*>(buffer.GetData()) - gendc_wire::kDescriptorSize;
-            const std::uint64_t length = m_payload + gendc_wire::kDescriptorSize;
-            return endpoint->AddReceive(block, static_cast<std::uint32_t>(length), buffer.GetMemory());
+            return id;
         }
         // Frames come into a block of ours and are copied from there.
         const auto block = std::make_shared<GenDCBuffer>(m_payload);
@@ -320,6 +319,26 @@ void* NQGevDataStream::DoRegisterBuffer(GigERDMA::NQGenTLBuffer& buffer)
     {
         return nullptr;
     }
+}
+
+/// Lets frames come into the buffer's own memory, of which the camera gets as much as a frame's payload. Null for a
+/// buffer that is too small for one, and for memory that the system does not register.
+void* NQGevDataStream::RegisterMemory(GevRdmaEndpoint& endpoint, GigERDMA::NQGenTLBuffer& buffer)
+{
+    if (buffer.GetSize() < m_payload)
+    {
+        return nullptr;
+    }
+    auto* const memory = static_cast<unsigned char*>(buffer.GetData());
+    const auto payload = static_cast<std::uint32_t>(m_payload);
+    if (buffer.HasOwnBlock())
+    {
+        const auto headers = static_cast<std::uint32_t>(gendc_wire::kDescriptorSize);
+        return endpoint.AddReceive(memory - headers, headers + payload, buffer.GetMemory());
+    }
+    return Answers().announcedInPlace && memory != nullptr
+               ? endpoint.AddReceiveBehindHeaders(memory, payload, buffer.GetSize())
+               : nullptr;
 }
 
 void NQGevDataStream::DoForgetBuffer(void* rdmaId)
@@ -359,7 +378,7 @@ int NQGevDataStream::AcquireImage()
     }
     const int status = buffer.size != buffer.received ? 1 : 0;
     StartOfTransfer();
-    DescribeFrame(buffer);
+    DescribeFrame(*endpoint, buffer);
     EndOfTransfer(buffer.id, m_frame.dataSize, m_frame.frameId, m_frame.timestamp, m_frame.width, m_frame.height,
                   m_frame.pixelFormat, m_frame.data, status);
     ++m_framesReceived;
@@ -367,9 +386,9 @@ int NQGevDataStream::AcquireImage()
     return GenTL::GC_ERR_SUCCESS;
 }
 
-void NQGevDataStream::DescribeFrame(const gevrdmaBuffer& buffer)
+void NQGevDataStream::DescribeFrame(GevRdmaEndpoint& endpoint, const gevrdmaBuffer& buffer)
 {
-    const FrameRegion region = GevRdmaEndpoint::RegionOf(buffer, m_frame);
+    const FrameRegion region = endpoint.RegionOf(buffer, m_frame);
     GigERDMA::NQFrameDetails details;
     details.received = region.received;
     details.xOffset = region.x;
@@ -377,6 +396,8 @@ void NQGevDataStream::DescribeFrame(const gevrdmaBuffer& buffer)
     details.xPadding = region.xPadding;
     details.yPadding = region.yPadding;
     details.tickFrequency = m_tickFrequency;
+    details.front = region.front;
+    details.frontSize = region.frontSize;
     SetFrameDetails(details);
 }
 

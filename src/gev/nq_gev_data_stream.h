@@ -97,7 +97,8 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     int StartFlow();
     void StartThread();
     void CountFrame(std::uint64_t frameId);
-    void DescribeFrame(const gevrdmaBuffer& buffer);
+    void DescribeFrame(GevRdmaEndpoint& endpoint, const gevrdmaBuffer& buffer);
+    void* RegisterMemory(GevRdmaEndpoint& endpoint, GigERDMA::NQGenTLBuffer& buffer);
     NQGevPort Port();
     int ReadRegister(unsigned long address, void* buffer, unsigned long* size);
     int ReadStandardRegister(unsigned long address, void* buffer, unsigned long* size);

@@ -70,7 +70,7 @@ int NQGevDataStream::ReadRegister(unsigned long address, void* buffer, unsigned 
     }
 }
 
-/// What only the standard's description has, each as the info of its name says.
+/// What only the standard's description has, each as the info of its name says; of the copied frames there is none.
 int NQGevDataStream::ReadStandardRegister(unsigned long address, void* buffer, unsigned long* size)
 {
     int type = 0;
@@ -90,6 +90,8 @@ int NQGevDataStream::ReadStandardRegister(unsigned long address, void* buffer, u
         return GetInfo(GenTL::STREAM_INFO_IS_GRABBING, &type, buffer, size);
     case kDataStreamRegisters.At("StreamChunkCountMaximum_Reg"):
         return GetInfo(GenTL::STREAM_INFO_NUM_CHUNKS_MAX, &type, buffer, size);
+    case kDataStreamRegisters.At("CopiedFrames_Reg"):
+        return NQGevPortReader(buffer, size).LongNumber(NumCopied());
     default:
         return GetInfo(GenTL::STREAM_INFO_BUF_ALIGNMENT, &type, buffer, size);
     }

@@ -28,6 +28,7 @@ inline constexpr NQGevRegister kDataStreamRows[] = {
     {"StreamIsGrabbing_Reg", 0x80150, 4, NQGevAccess::ReadOnly, NQGevRowKind::StandardOnly},
     {"StreamChunkCountMaximum_Reg", 0x80158, 8, NQGevAccess::ReadOnly, NQGevRowKind::StandardOnly},
     {"StreamBufferAlignment_Reg", 0x80160, 8, NQGevAccess::ReadOnly, NQGevRowKind::StandardOnly},
+    {"CopiedFrames_Reg", 0x80168, 8, NQGevAccess::ReadOnly, NQGevRowKind::StandardOnly},
     // Those without a name cannot be read either; they are kept for consumers that probe them.
     {"", 0x80118, 0, NQGevAccess::ReadOnly, NQGevRowKind::PortOnly},
     {"", 0x80218, 0, NQGevAccess::ReadOnly, NQGevRowKind::PortOnly},

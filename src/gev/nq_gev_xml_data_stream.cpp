@@ -46,12 +46,13 @@ void AddCategories(NQGevXmlWriter& xml)
                     {"StreamIsGrabbing", NQGevXmlMember::DisabledUnlessStandard},
                     {"StreamChunkCountMaximum", NQGevXmlMember::DisabledUnlessStandard},
                     {"StreamBufferAlignment", NQGevXmlMember::DisabledUnlessStandard}}});
-    xml.Add(NQGevXmlCategory{.name = "ChannelStatistics",
-                             .nameSpace = "Custom",
-                             .toolTip = "Category that contains the counters of the stream channel.",
-                             .displayName = "Channel Statistics",
-                             .visibility = "Expert",
-                             .members = {"FrameLoss", "FramesReceived"}});
+    xml.Add(
+        NQGevXmlCategory{.name = "ChannelStatistics",
+                         .nameSpace = "Custom",
+                         .toolTip = "Category that contains the counters of the stream channel.",
+                         .displayName = "Channel Statistics",
+                         .visibility = "Expert",
+                         .members = {"FrameLoss", "FramesReceived", {"CopiedFrames", NQGevXmlMember::StandardOnly}}});
     if (!xml.IsStandard())
     {
         xml.Add(
@@ -179,6 +180,13 @@ void AddStatistics(NQGevXmlWriter& xml)
                                      : "Number of announced (known) buffers on this stream.",
                     "the number of frames that have been received since last acquisition start.", "Frames Received",
                     "FramesReceived_Reg"));
+    if (xml.IsStandard())
+    {
+        xml.Add(Counter("CopiedFrames", "Custom",
+                        "Number of frames that were copied into their buffers since last acquisition start.",
+                        "the number of frames that could not be received in the memory of their buffers.",
+                        "Copied Frames", "CopiedFrames_Reg"));
+    }
     xml.EndGroup();
 }
 
@@ -265,6 +273,10 @@ void AddRegisters(NQGevXmlWriter& xml)
     xml.BeginGroup("StreamInformation Registers");
     AddPolled(xml, kDataStreamRegisters["FrameLoss_Reg"]);
     AddPolled(xml, kDataStreamRegisters["FramesReceived_Reg"]);
+    if (xml.IsStandard())
+    {
+        AddPolled(xml, kDataStreamRegisters["CopiedFrames_Reg"]);
+    }
     xml.EndGroup();
 }
 
@@ -294,5 +306,5 @@ std::string CreateStandardXmlFileDataStream()
 {
     return Create({.text = NQGevText::Standard,
                    .productGuid = "9F3E95A9-11B9-4471-A687-EE9B55C28B2F",
-                   .versionGuid = "AE67A036-2F2C-4A62-BF9F-77C923F753C6"});
+                   .versionGuid = "993E3E6E-272A-41D0-8A65-FF187B4E31B5"});
 }

@@ -2,12 +2,12 @@
 // Allocation and layout of a frame memory block.
 #include "rdma/GenDCBuffer.h"
 
-#include <cstdlib>
+#include "rdma/pinned_pages.h"
+
 #include <limits>
 #include <new>
 #include <stdexcept>
 #include <sys/mman.h>
-#include <sys/utsname.h>
 #include <unistd.h>
 
 struct GenDCBufferLayout
@@ -68,28 +68,12 @@ unsigned char* MapHuge(std::size_t size)
     return block;
 }
 
-/// Until Linux 5.12 a write to a page that was shared by a fork moves the writer to a copy, pinned or not: the RDMA
-/// device goes on to write to the old page, and that part of every later frame stays as it was. Newer systems copy a
-/// pinned page for the child, which may then look at its pictures.
-bool ForkTearsPinnedPages()
-{
-    utsname system{};
-    if (uname(&system) != 0)
-    {
-        return false;
-    }
-    char* rest = nullptr;
-    const long version = std::strtol(system.release, &rest, 10);
-    const long revision = *rest == '.' ? std::strtol(rest + 1, nullptr, 10) : 0;
-    return version < 5 || (version == 5 && revision < 12);
-}
-
 } // namespace
 
 GenDCBuffer::GenDCBuffer(std::size_t size) : m_payloadSize(size), m_buffer(nullptr), m_bufferSize(BlockSize(size))
 {
     m_buffer = m_bufferSize < kHugePagesFrom ? Map(m_bufferSize) : MapHuge(m_bufferSize);
-    if (ForkTearsPinnedPages())
+    if (ForkTearsPinnedPages()) // A child must not have the block then.
     {
         madvise(m_buffer, m_bufferSize, MADV_DONTFORK);
     }

@@ -47,11 +47,11 @@ void Start(pthread_t& thread, void* (*body)(void*), void* argument)
 
 } // namespace
 
-LvEndpoint::LvEndpoint()
+LvEndpoint::LvEndpoint(FrameMemory memory)
     : m_stop(0), m_event_channel(nullptr), m_cm_id_listener(nullptr), m_cm_id_connection(nullptr), m_qp(nullptr),
       m_pd(nullptr), m_cq(nullptr), m_comp_channel(nullptr), m_cq_thread(0), m_cm_thread(0), m_worker_thread(0),
-      m_settings{}, m_connected(false), m_event(nullptr), m_receiveCount(0), m_sendCount(0), m_cancelled(false),
-      m_ending(false), m_flushExpected(false), m_wake(-1)
+      m_settings{}, m_connected(false), m_event(nullptr), m_memory(memory), m_receiveCount(0), m_sendCount(0),
+      m_cancelled(false), m_ending(false), m_flushExpected(false), m_wake(-1)
 {
 }
 
@@ -238,7 +238,7 @@ void LvEndpoint::Build_qp_attr(ibv_qp_init_attr* attributes)
     attributes->cap.max_send_wr = kWorkRequestsPerDirection;
     attributes->cap.max_recv_wr = kWorkRequestsPerDirection;
     attributes->cap.max_send_sge = 1;
-    attributes->cap.max_recv_sge = 1;
+    attributes->cap.max_recv_sge = m_memory == FrameMemory::Buffers ? 2 : 1; // headers, pixels
     attributes->cap.max_inline_data = 0;
     attributes->sq_sig_all = 0;
 }

@@ -16,6 +16,13 @@
 #include <pthread.h>
 #include <rdma/rdma_cma.h>
 
+/// Whose memory frames are received into.
+enum class FrameMemory
+{
+    Blocks, ///< the endpoint's own, made at the start
+    Buffers ///< that of the buffers, which come and go
+};
+
 /// One connection, for one acquisition. It is built, connected, started once, torn down and deleted; nothing is reused.
 ///
 ///     constructed --Init--> connected --StartWorkerThread--> streaming --m_stop--> stopping --DeInit--> torn down
@@ -43,7 +50,7 @@
 class LvEndpoint
 {
   public:
-    LvEndpoint();
+    explicit LvEndpoint(FrameMemory memory = FrameMemory::Blocks);
 
     /// Tears down when still connected. Gives back the frame blocks and, last, the protection domain.
     ~LvEndpoint();
@@ -130,8 +137,16 @@ class LvEndpoint
     int RequeueBuffer(gevrdmaBuffer* buffer);
     int RequeueBufferByID(void* id);
 
+    /// Copies `length` bytes from `offset` on of a frame that GetBuffer brought and nobody has given back: the one way
+    /// to its headers. False when they do not lie in its block; of buffers' memory also when they did not come with
+    /// this frame, and once torn down.
+    bool ReadFrame(const gevrdmaBuffer& frame, std::uint64_t offset, void* out, std::size_t length);
+
+    /// Where its pixels are, `size` bytes from `offset` on, which lie in the block.
+    FramePixels PixelsOf(const gevrdmaBuffer& frame, std::uint64_t offset, std::uint64_t size);
+
     /// @name Buffers that bring their own memory
-    /// For an endpoint without blocks (`bufferCount` 0) whose worker runs.
+    /// For an endpoint of FrameMemory::Buffers without blocks (`bufferCount` 0) whose worker runs.
     /// @{
 
     /// Makes the ready messages. False when the system refuses, or once torn down. Throws std::bad_alloc.
@@ -139,6 +154,7 @@ class LvEndpoint
 
     /// As those of BufferReceives. Null once torn down, and in a forked child for a connection of the parent.
     void* AddReceive(unsigned char* memory, std::uint32_t length, std::shared_ptr<const void> share);
+    void* AddReceiveBehindHeaders(unsigned char* memory, std::uint32_t length, std::size_t room);
     void RemoveReceive(void* id);
 
     /// Lets the worker post the receive and then a ready message. False, for now, when as many are posted as there is
@@ -194,6 +210,7 @@ class LvEndpoint
     rdma_cm_event* m_event; // Not yet acknowledged while set.
     FrameBlocks m_blocks;
     BufferReceives m_receives{kWorkRequestsPerDirection};
+    const FrameMemory m_memory;
 
     // Registration goes in array order and stops at the first refusal, so the descriptors in use are the first ones.
     std::atomic<std::uint32_t> m_receiveCount;

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <poll.h>
 #include <stdexcept>
 #include <string>
@@ -127,11 +128,16 @@ void LvEndpoint::StartWorkerThread()
 
 void LvEndpoint::Post_receive(msg_buffer_mem* message)
 {
-    ibv_sge entry = ScatterEntry(*message);
+    ibv_sge entries[2];
     ibv_recv_wr work{};
     work.wr_id = reinterpret_cast<std::uintptr_t>(message);
-    work.sg_list = &entry;
-    work.num_sge = 1;
+    work.sg_list = entries;
+    const bool ofBuffer = m_memory == FrameMemory::Buffers;
+    if (const msg_buffer_mem* const headers = ofBuffer ? m_receives.HeadersOf(message) : nullptr)
+    {
+        entries[work.num_sge++] = ScatterEntry(*headers);
+    }
+    entries[work.num_sge++] = ScatterEntry(*message);
     ibv_recv_wr* refused = nullptr;
     ibv_post_recv(m_qp, &work, &refused);
 }
@@ -300,6 +306,26 @@ int LvEndpoint::GetBuffer(gevrdmaBuffer* out)
     return GenTL::GC_ERR_SUCCESS;
 }
 
+bool LvEndpoint::ReadFrame(const gevrdmaBuffer& frame, std::uint64_t offset, void* out, std::size_t length)
+{
+    if (m_memory == FrameMemory::Buffers)
+    {
+        return m_receives.Read(frame.id, offset, out, length);
+    }
+    if (offset > frame.size || length > frame.size - offset)
+    {
+        return false;
+    }
+    std::memcpy(out, frame.data + offset, length);
+    return true;
+}
+
+FramePixels LvEndpoint::PixelsOf(const gevrdmaBuffer& frame, std::uint64_t offset, std::uint64_t size)
+{
+    return m_memory == FrameMemory::Buffers ? m_receives.PixelsOf(frame.id, offset, size)
+                                            : FramePixels{nullptr, 0, frame.data + offset};
+}
+
 std::shared_ptr<const void> LvEndpoint::HandOver(void* id, const void* shownBy)
 {
     return m_blocks.HandOver(id, shownBy);
@@ -349,6 +375,11 @@ bool LvEndpoint::BeginReceives()
 void* LvEndpoint::AddReceive(unsigned char* memory, std::uint32_t length, std::shared_ptr<const void> share)
 {
     return m_origin.IsInherited() ? nullptr : m_receives.Add(memory, length, std::move(share));
+}
+
+void* LvEndpoint::AddReceiveBehindHeaders(unsigned char* memory, std::uint32_t length, std::size_t room)
+{
+    return m_origin.IsInherited() ? nullptr : m_receives.AddBehindHeaders(memory, length, room);
 }
 
 void LvEndpoint::RemoveReceive(void* id)

@@ -32,7 +32,7 @@ static_assert(sizeof(gevrdmaBufferSettings) == 32);
 struct msg_buffer_mem
 {
     unsigned char* addr;    ///< Start of the memory.
-    std::uint32_t length;   ///< Bytes of memory. Set for receive descriptors only.
+    std::uint32_t length;   ///< Bytes that a frame can have here. Set for receive descriptors only.
     std::uint32_t received; ///< Bytes of the latest receive completion.
     ibv_mr* mr;             ///< Null when the memory could not be registered: such a descriptor is never posted.
 };
@@ -47,8 +47,8 @@ static_assert(sizeof(msg_buffer_mem) == 24);
 struct gevrdmaBuffer
 {
     void* id;               ///< The receive descriptor.
-    unsigned char* data;    ///< Start of the frame block.
-    std::uint32_t size;     ///< Bytes of the frame block.
+    unsigned char* data;    ///< Start of the frame block; of a frame in two pieces, of the second one.
+    std::uint32_t size;     ///< Bytes of the frame block, or of both pieces.
     std::uint32_t received; ///< Bytes that arrived.
 };
 
@@ -73,7 +73,7 @@ struct FrameInfo
     std::uint32_t width;      ///< Pixels.
     std::uint32_t height;     ///< Lines.
     std::uint64_t padding;
-    unsigned char* data;     ///< The pixel data inside the frame block.
+    unsigned char* data;     ///< The pixel data inside the frame block, but for what FrameRegion says.
     std::uint64_t timestamp; ///< Ticks of the camera's clock, from the component header.
     std::uint64_t frameId;   ///< The container id.
 };
@@ -86,6 +86,10 @@ struct FrameRegion
     std::uint16_t xPadding; ///< Bytes behind each line.
     std::uint16_t yPadding; ///< Bytes behind the last line.
     std::uint64_t received; ///< Bytes that arrived from the first pixel on.
+
+    /// The first pixels, where they lie in another piece than the rest of them: `frontSize` bytes.
+    const unsigned char* front;
+    std::uint64_t frontSize;
 };
 
 static_assert(offsetof(FrameInfo, headerType) == gendc_wire::kPartType);

@@ -13,14 +13,6 @@
 namespace
 {
 
-template <typename Value>
-Value ReadAt(const unsigned char* block, std::uint64_t offset)
-{
-    Value value;
-    std::memcpy(&value, block + offset, sizeof value);
-    return value;
-}
-
 /// True when [offset, offset + length) lies in a block of `size` bytes.
 bool Fits(std::uint64_t offset, std::uint64_t length, std::uint64_t size)
 {
@@ -29,7 +21,7 @@ bool Fits(std::uint64_t offset, std::uint64_t length, std::uint64_t size)
 
 } // namespace
 
-GevRdmaEndpoint::GevRdmaEndpoint() = default;
+GevRdmaEndpoint::GevRdmaEndpoint(FrameMemory memory) : m_memory(memory) {}
 GevRdmaEndpoint::~GevRdmaEndpoint() = default;
 
 bool GevRdmaEndpoint::Connect(const char* host, const char* service)
@@ -59,7 +51,7 @@ bool GevRdmaEndpoint::Connect(const char* host, const char* service)
         {
             return false;
         }
-        m_endpoint = std::make_unique<LvEndpoint>();
+        m_endpoint = std::make_unique<LvEndpoint>(m_memory);
     }
     const bool connected = m_endpoint->Init(&address);
     m_addresses.reset();
@@ -126,6 +118,11 @@ void* GevRdmaEndpoint::AddReceive(unsigned char* memory, std::uint32_t length, s
     return m_endpoint != nullptr ? m_endpoint->AddReceive(memory, length, std::move(share)) : nullptr;
 }
 
+void* GevRdmaEndpoint::AddReceiveBehindHeaders(unsigned char* memory, std::uint32_t length, std::size_t room)
+{
+    return m_endpoint != nullptr ? m_endpoint->AddReceiveBehindHeaders(memory, length, room) : nullptr;
+}
+
 void GevRdmaEndpoint::RemoveReceive(void* id)
 {
     if (m_endpoint != nullptr)
@@ -166,27 +163,23 @@ bool GevRdmaEndpoint::IsFlowing() const
 
 bool GevRdmaEndpoint::Decode(const gevrdmaBuffer& frame, FrameInfo* info)
 {
-    // Every block has room for the headers, however little of it was received.
-    info->frameId = ReadAt<std::uint64_t>(frame.data, gendc_wire::kContainerId);
-    if (ReadAt<std::uint32_t>(frame.data, gendc_wire::kComponentOffset) != gendc_wire::kContainerHeaderSize)
-    {
-        return false;
-    }
-    const std::uint64_t part = ReadAt<std::uint32_t>(frame.data, gendc_wire::kPartOffset);
-    if (!Fits(part, gendc_wire::kPartHeaderSize, frame.size))
-    {
-        return false;
-    }
-    // Read once: what is delivered is what was checked, even if somebody writes to the block meanwhile.
+    std::uint32_t component = 0;
+    std::uint32_t part = 0;
     FrameInfo decoded{};
-    std::memcpy(&decoded, frame.data + part, gendc_wire::kPartHeaderSize);
+    if (!Read(frame, gendc_wire::kContainerId, info->frameId) ||
+        !Read(frame, gendc_wire::kComponentOffset, component) || component != gendc_wire::kContainerHeaderSize ||
+        !Read(frame, gendc_wire::kTimestamp, decoded.timestamp) || !Read(frame, gendc_wire::kPartOffset, part) ||
+        // Read once: what is delivered is what was checked, even if somebody writes to the block meanwhile.
+        !m_endpoint->ReadFrame(frame, part, &decoded, gendc_wire::kPartHeaderSize))
+    {
+        return false;
+    }
     const std::uint64_t dataOffset = static_cast<std::uint32_t>(decoded.dataOffset);
     if (!Fits(dataOffset, decoded.dataSize, frame.size))
     {
         return false;
     }
-    decoded.data = frame.data + dataOffset;
-    decoded.timestamp = ReadAt<std::uint64_t>(frame.data, gendc_wire::kTimestamp);
+    decoded.data = m_endpoint->PixelsOf(frame, dataOffset, decoded.dataSize).data;
     decoded.frameId = info->frameId;
     *info = decoded;
     return true;
@@ -195,13 +188,16 @@ bool GevRdmaEndpoint::Decode(const gevrdmaBuffer& frame, FrameInfo* info)
 FrameRegion GevRdmaEndpoint::RegionOf(const gevrdmaBuffer& frame, const FrameInfo& info)
 {
     FrameRegion region{};
-    region.x = ReadAt<std::uint32_t>(frame.data, gendc_wire::kRegionX);
-    region.y = ReadAt<std::uint32_t>(frame.data, gendc_wire::kRegionY);
+    Read(frame, gendc_wire::kRegionX, region.x);
+    Read(frame, gendc_wire::kRegionY, region.y);
     // The last 8 bytes of the part header: two paddings of 16 bits, then 4 bytes that mean nothing.
     region.xPadding = static_cast<std::uint16_t>(info.padding);
     region.yPadding = static_cast<std::uint16_t>(info.padding >> 16);
-    const auto before = static_cast<std::uint64_t>(info.data - frame.data);
+    const std::uint64_t before = static_cast<std::uint32_t>(info.dataOffset);
     region.received = frame.received > before ? frame.received - before : 0;
+    const FramePixels pixels = m_endpoint->PixelsOf(frame, before, info.dataSize);
+    region.front = pixels.front;
+    region.frontSize = pixels.frontSize;
     return region;
 }
 

@@ -17,7 +17,7 @@
 class GevRdmaEndpoint
 {
   public:
-    GevRdmaEndpoint();
+    explicit GevRdmaEndpoint(FrameMemory memory = FrameMemory::Blocks);
     ~GevRdmaEndpoint();
     GevRdmaEndpoint(const GevRdmaEndpoint&) = delete;
     GevRdmaEndpoint& operator=(const GevRdmaEndpoint&) = delete;
@@ -40,19 +40,20 @@ class GevRdmaEndpoint
     /// Waits for the next frame and decodes it. The pixels are not copied: `info->data` lies in the frame block and is
     /// good until the handle is requeued, and `info->dataSize` bytes from there lie in the block too.
     /// Returns false when the endpoint stopped, for an empty frame, and for a frame whose descriptor does not describe
-    /// data inside its block. The block of such a frame stays out of the flow until somebody gives it back.
-    /// `dropped`, when not null, receives the id of that block, else null.
+    /// data inside its block, or did not come whole into a buffer's memory. The block of such a frame stays out of the
+    /// flow until somebody gives it back. `dropped`, when not null, receives the id of that block, else null.
     bool GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer, void** dropped = nullptr);
 
-    /// For buffers that bring their own memory, after a Start without blocks: as those of LvEndpoint. BeginReceives
-    /// returns false, disconnected, when it fails.
+    /// For buffers that bring their own memory (FrameMemory::Buffers), after a Start without blocks: as those of
+    /// LvEndpoint. BeginReceives returns false, disconnected, when it fails.
     bool BeginReceives();
     void* AddReceive(unsigned char* memory, std::uint32_t length, std::shared_ptr<const void> share);
+    void* AddReceiveBehindHeaders(unsigned char* memory, std::uint32_t length, std::size_t room);
     void RemoveReceive(void* id);
     bool PostReceive(void* id);
 
-    /// Where the pixels of a decoded frame belong, and how many of them came.
-    static FrameRegion RegionOf(const gevrdmaBuffer& frame, const FrameInfo& info);
+    /// Where the pixels of a decoded frame belong and are, and how many of them came.
+    FrameRegion RegionOf(const gevrdmaBuffer& frame, const FrameInfo& info);
 
     /// False when GetBuffer and GetNextFrame return at once, without a frame.
     bool IsFlowing() const;
@@ -74,7 +75,14 @@ class GevRdmaEndpoint
   private:
     friend struct GevRdmaEndpointAccess;
 
-    static bool Decode(const gevrdmaBuffer& frame, FrameInfo* info);
+    bool Decode(const gevrdmaBuffer& frame, FrameInfo* info);
+
+    /// A number of the frame's headers. False when the frame does not have it.
+    template <typename Value>
+    bool Read(const gevrdmaBuffer& frame, std::uint64_t offset, Value& value)
+    {
+        return m_endpoint->ReadFrame(frame, offset, &value, sizeof value);
+    }
 
     struct FreeAddresses
     {
@@ -83,6 +91,7 @@ class GevRdmaEndpoint
 
     std::unique_ptr<addrinfo, FreeAddresses> m_addresses;
     std::unique_ptr<LvEndpoint> m_endpoint; // Set once, by Connect.
+    const FrameMemory m_memory;
 
     NQMutex m_disconnectLock; // So that Disconnect either finds the endpoint or keeps it from being made.
     bool m_disconnected NQ_GUARDED_BY(m_disconnectLock) = false;

@@ -404,7 +404,8 @@ TEST_F(StandardGenApi, EveryFeatureOfTheDataStreamReads)
                             {"StreamChunkCountMaximum", "0"},
                             {"StreamBufferAlignment", "1"},
                             {"FrameLoss", frameLoss},
-                            {"FramesReceived", received}});
+                            {"FramesReceived", received},
+                            {"CopiedFrames", "0"}});
 }
 
 TEST_F(StandardGenApi, TheDataStreamTellsWhatItDoesNow)
@@ -443,7 +444,8 @@ TEST_F(StandardGenApi, EveryRegisterOfTheDataStreamAnswersAtItsLength)
                              {"StreamChunkCountMaximum_Reg", "0"},
                              {"StreamBufferAlignment_Reg", "1"},
                              {"FrameLoss_Reg", "0"},
-                             {"FramesReceived_Reg", "0"}});
+                             {"FramesReceived_Reg", "0"},
+                             {"CopiedFrames_Reg", "0"}});
 }
 
 #else

@@ -134,6 +134,9 @@ class BufferModel
     /// The block that the next frame comes into.
     Place NextPlace() const { return credits.empty() ? Place{} : Place{run, credits.front()}; }
 
+    /// Whether the memory of the buffer is announced, rather than asked for.
+    static bool IsConsumers(int) { return false; }
+
     /// Whose address a revocation of the buffer hands out.
     Place HandsOut(int buffer) const { return buffers[static_cast<std::size_t>(buffer)].shows; }
 

@@ -4,11 +4,14 @@
 #pragma once
 
 #include "support/call_recorder.h"
+#include "support/fake_memory.h"
 #include "support/object_list.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <deque>
@@ -33,7 +36,7 @@ struct SentMessage
 };
 
 /// One RDMA device with one peer, for one test. Answers every call with success until told otherwise.
-class FakeVerbs : public CallRecorder
+class FakeVerbs : public CallRecorder, public FakeMemory
 {
   public:
     FakeVerbs() { Current() = this; }
@@ -72,17 +75,17 @@ class FakeVerbs : public CallRecorder
         eventfd_write(m_eventFd, 1);
     }
 
-    /// Puts `bytes` into the oldest posted receive and completes it; waits for a receive first. Where they were put.
+    /// Puts `bytes` into the oldest posted receive and completes it; waits for a receive first. Where they were put, as
+    /// Scatter has it.
     unsigned char* DeliverFrame(const std::vector<unsigned char>& bytes)
     {
         std::unique_lock lock(m_mutex);
         m_changed.wait(lock, [this] { return !m_receives.empty(); });
         const Work work = m_receives.front();
         m_receives.pop_front();
-        auto* const memory = reinterpret_cast<unsigned char*>(work.address);
-        std::copy(bytes.begin(), bytes.end(), memory);
+        unsigned char* const start = Scatter(bytes, work.entries);
         Complete(work.id, IBV_WC_SUCCESS, IBV_WC_RECV, static_cast<std::uint32_t>(bytes.size()));
-        return memory;
+        return start;
     }
 
     /// Completes the oldest outstanding send; for tests that switched `completesSends` off.
@@ -128,19 +131,6 @@ class FakeVerbs : public CallRecorder
         return m_receives.size();
     }
 
-    /// wr_id of every receive posted, in order.
-    std::vector<std::uint64_t> ReceiveIds() const
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_receiveIds;
-    }
-
-    std::vector<std::uint32_t> ReceiveLengths() const
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_receiveLengths;
-    }
-
     /// Names of the objects that exist, empty when everything was given back.
     std::multiset<std::string> LiveObjects() const { return m_objects.Live(); }
 
@@ -157,8 +147,6 @@ class FakeVerbs : public CallRecorder
     sockaddr_in resolvedAddress{};
     bool connectHadParameters = true;
     rdma_port_space portSpace = RDMA_PS_UDP;
-    std::vector<int> regionAccess;
-    std::vector<std::size_t> regionLengths;
 
     // ---- the calls
 
@@ -319,7 +307,17 @@ class FakeVerbs : public CallRecorder
         return 0;
     }
 
-    int DestroyQp() { return Destroy("ibv_destroy_qp", "queue pair"); }
+    int DestroyQp()
+    {
+        const int error = Destroy("ibv_destroy_qp", "queue pair");
+        if (error == 0)
+        {
+            const std::lock_guard lock(m_mutex);
+            m_receives.clear();
+            m_sends.clear();
+        }
+        return error;
+    }
 
     ibv_pd* AllocPd()
     {
@@ -437,9 +435,13 @@ class FakeVerbs : public CallRecorder
     int PostRecv(const ibv_recv_wr* work)
     {
         const int error = EnterWithError("ibv_post_recv");
+        Entries entries = NoteReceive(*work);
         const std::lock_guard lock(m_mutex);
-        m_receiveIds.push_back(work->wr_id);
-        m_receiveLengths.push_back(work->sg_list->length);
+        if (static_cast<std::uint32_t>(work->num_sge) > qpAttributes.cap.max_recv_sge)
+        {
+            m_objects.Violated("receive with more entries than the queue pair has");
+            return EINVAL;
+        }
         if (error != 0 || m_receives.size() >= qpAttributes.cap.max_recv_wr)
         {
             return error != 0 ? error : ENOMEM;
@@ -452,7 +454,8 @@ class FakeVerbs : public CallRecorder
             }
             return 0;
         }
-        m_receives.push_back({work->wr_id, work->sg_list->addr});
+        CheckEntries(entries);
+        m_receives.push_back({work->wr_id, std::move(entries)});
         m_changed.notify_all();
         return 0;
     }
@@ -473,7 +476,7 @@ class FakeVerbs : public CallRecorder
             Complete(work->wr_id, m_error ? IBV_WC_WR_FLUSH_ERR : IBV_WC_SUCCESS, IBV_WC_SEND, 0);
             return 0;
         }
-        m_sends.push_back({work->wr_id, work->sg_list->addr});
+        m_sends.push_back({work->wr_id, {work->sg_list, work->sg_list + work->num_sge}});
         return 0;
     }
 
@@ -483,14 +486,8 @@ class FakeVerbs : public CallRecorder
         {
             return nullptr;
         }
-        auto region = std::make_unique<ibv_mr>();
-        region->addr = address;
-        region->length = length;
-        const std::lock_guard lock(m_mutex);
-        regionAccess.push_back(access);
-        regionLengths.push_back(length);
         m_objects.Born("region");
-        return region.release();
+        return MakeRegion(address, length, access);
     }
 
     int QueryPort(ibv_port_attr* attributes)
@@ -505,7 +502,12 @@ class FakeVerbs : public CallRecorder
         const int error = Destroy("ibv_dereg_mr", "region");
         if (error == 0)
         {
-            delete region;
+            EndRegion(region);
+            const std::lock_guard lock(m_mutex);
+            for (const Work& work : m_receives)
+            {
+                CheckEntries(work.entries);
+            }
         }
         return error;
     }
@@ -514,8 +516,16 @@ class FakeVerbs : public CallRecorder
     struct Work
     {
         std::uint64_t id;
-        std::uint64_t address;
+        Entries entries;
     };
+
+    void CheckEntries(const Entries& entries)
+    {
+        if (!AreRegistered(entries))
+        {
+            m_objects.Violated("posted receive without its region");
+        }
+    }
 
     void Answer(rdma_cm_event_type type)
     {
@@ -581,8 +591,6 @@ class FakeVerbs : public CallRecorder
     std::deque<Work> m_receives;
     std::deque<Work> m_sends;
     std::vector<SentMessage> m_sent;
-    std::vector<std::uint64_t> m_receiveIds;
-    std::vector<std::uint32_t> m_receiveLengths;
 };
 
 } // namespace nq::test

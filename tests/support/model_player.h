@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -42,14 +43,18 @@ inline FrameBytes PlainFrame(std::uint64_t id)
     return frame;
 }
 
-/// Plays on a stream whose buffers all come from it.
+/// Plays on a stream whose buffers come from it, but for those whose memory, by the model, is the consumer's.
 template <class Model>
 class ModelPlayerOf
 {
   public:
     ModelPlayerOf(GigERDMA::NQGenTLDataStream& stream, ModelTransport& transport, std::size_t buffers)
-        : model(buffers), m_stream(stream), m_transport(transport), m_handles(buffers)
+        : model(buffers), m_stream(stream), m_transport(transport), m_handles(buffers), m_memory(buffers)
     {
+        for (Memory& memory : m_memory)
+        {
+            memory.fill(kGuard);
+        }
         void* handle = nullptr;
         EXPECT_EQ(stream.RegisterEvent(GenTL::EVENT_NEW_BUFFER, &handle), 0);
         m_event = stream.FindEventByHandle(handle);
@@ -59,6 +64,7 @@ class ModelPlayerOf
     struct Play
     {
         Step step;
+        int buffer = -1;         ///< To announce.
         void* handle = nullptr;  ///< Of the buffer queued, revoked, announced or taken.
         std::uint64_t frame = 0; ///< Id of the frame to send.
         int result = 0;
@@ -75,15 +81,22 @@ class ModelPlayerOf
         {
             play.handle = m_handles[static_cast<std::size_t>(step.argument)];
         }
+        if (step.move == Move::Announce)
+        {
+            Model after = model;
+            play.buffer = after.Apply(step).buffer;
+        }
         return play;
     }
 
-    void Make(Play& play) const
+    void Make(Play& play)
     {
         switch (play.step.move)
         {
         case Move::Announce:
-            play.result = m_stream.AllocAndAnnounceBuffer(64, nullptr, &play.handle);
+            play.result = Model::IsConsumers(play.buffer)
+                              ? m_stream.AnnounceBuffer(PixelsOf(play.buffer), 64, nullptr, &play.handle)
+                              : m_stream.AllocAndAnnounceBuffer(64, nullptr, &play.handle);
             return;
         case Move::Queue:
             play.result = m_stream.QueueBuffer(play.handle);
@@ -147,10 +160,19 @@ class ModelPlayerOf
         EXPECT_EQ(Number(GenTL::STREAM_INFO_NUM_AWAIT_DELIVERY), model.output.size());
         EXPECT_EQ(Number(GenTL::STREAM_INFO_NUM_DELIVERED), model.delivered);
         EXPECT_EQ(Number(GenTL::STREAM_INFO_NUM_UNDERRUN), model.underrun);
+        if constexpr (requires { model.copies; })
+        {
+            EXPECT_EQ(Copies(), model.copies);
+        }
         for (const int buffer : model.announced)
         {
             SCOPED_TRACE("buffer " + std::to_string(buffer));
             CheckBuffer(buffer);
+        }
+        for (const Memory& memory : m_memory)
+        {
+            EXPECT_TRUE(IsGuard(memory.begin(), memory.begin() + kBefore) &&
+                        IsGuard(memory.begin() + kBefore + 64, memory.end()));
         }
         for (const Place& place : model.handedOut)
         {
@@ -161,6 +183,18 @@ class ModelPlayerOf
     Model model;
 
   private:
+    /// Of a buffer of the consumer's: 64 bytes at an odd address, and what nobody may write to.
+    using Memory = std::array<unsigned char, 96>;
+    static constexpr unsigned char kGuard = 0xC3;
+    static constexpr std::ptrdiff_t kBefore = 17;
+
+    unsigned char* PixelsOf(int buffer) { return m_memory[static_cast<std::size_t>(buffer)].data() + kBefore; }
+
+    static bool IsGuard(Memory::const_iterator first, Memory::const_iterator last)
+    {
+        return std::all_of(first, last, [](unsigned char byte) { return byte == kGuard; });
+    }
+
     const BufferModel::Buffer& BufferAt(int buffer) const { return model.buffers[static_cast<std::size_t>(buffer)]; }
 
     /// Of a buffer that has one from its announcement on.
@@ -207,6 +241,15 @@ class ModelPlayerOf
         return value;
     }
 
+    /// The register of copied frames.
+    std::uint64_t Copies() const
+    {
+        std::uint64_t value = 0;
+        unsigned long size = sizeof value;
+        EXPECT_EQ(m_stream.ReadPort(0x80168, &value, &size), 0);
+        return value;
+    }
+
     std::uint64_t BufferNumber(void* handle, int command) const
     {
         std::uint64_t value = 0;
@@ -244,6 +287,7 @@ class ModelPlayerOf
     ModelTransport& m_transport;
     GigERDMA::NQGenTLEvent* m_event;
     std::vector<void*> m_handles;
+    std::vector<Memory> m_memory;
     std::map<Place, unsigned char*> m_blocks;
 };
 

@@ -8,7 +8,7 @@ namespace nq::test
 {
 
 /// As BufferModel, by the standard's answers. The credits are the posted buffers; each shows its own block for its
-/// life.
+/// life. The memory of every second buffer is the consumer's.
 class OwnBlockModel : public BufferModel
 {
   public:
@@ -54,6 +54,7 @@ class OwnBlockModel : public BufferModel
             }
             running = true;
             delivered = 0;
+            copies = 0;
             Post();
             return {};
         }
@@ -65,8 +66,11 @@ class OwnBlockModel : public BufferModel
         return credits.empty() ? Place{} : buffers[static_cast<std::size_t>(credits.front())].shows;
     }
 
-    Place HandsOut(int) const { return {}; }
-    bool HasHeaders(int buffer) const { return !m_copied.contains(buffer); }
+    static bool IsConsumers(int buffer) { return buffer % 2 == 1; }
+    Place HandsOut(int buffer) const { return IsConsumers(buffer) ? BufferModel::HandsOut(buffer) : Place{}; }
+    bool HasHeaders(int buffer) const { return !IsConsumers(buffer) && !m_copied.contains(buffer); }
+
+    std::uint64_t copies = 0; ///< Frames of the run that were copied.
 
   private:
     bool IsPosted(int buffer) const { return std::find(credits.begin(), credits.end(), buffer) != credits.end(); }
@@ -166,6 +170,7 @@ class OwnBlockModel : public BufferModel
         if (buffer != own)
         {
             m_copied.insert(buffer);
+            ++copies;
         }
         output.push_back(buffer);
         ++delivered;

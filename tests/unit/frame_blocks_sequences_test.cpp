@@ -9,7 +9,9 @@
 
 #include <algorithm>
 #include <deque>
+#include <iterator>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <vector>
 
@@ -105,7 +107,20 @@ class OwnBlockStream : private StandardRoot, public nq::test::FakeDataStream, pu
         const auto block = std::make_shared<unsigned char[]>(240);
         return {block.get() + 176, block};
     }
-    void* DoRegisterBuffer(GigERDMA::NQGenTLBuffer& buffer) override { return buffer.GetData(); }
+    void* DoRegisterBuffer(GigERDMA::NQGenTLBuffer& buffer) override
+    {
+        if (buffer.HasOwnBlock())
+        {
+            m_withHeaders.insert(buffer.GetData());
+        }
+        return buffer.GetData();
+    }
+    int ReadPort(unsigned long, void* buffer, unsigned long* size) override
+    {
+        const std::uint64_t copied = NumCopied();
+        std::memcpy(buffer, &copied, *size);
+        return 0;
+    }
     int DoStopAcquisition(int) override
     {
         m_posted.clear();
@@ -121,9 +136,15 @@ class OwnBlockStream : private StandardRoot, public nq::test::FakeDataStream, pu
     {
         unsigned char* const pixels = m_posted.front();
         m_posted.pop_front();
-        std::copy(frame.begin(), frame.end(), pixels - 176);
+        const std::ptrdiff_t front = std::min<std::ptrdiff_t>(std::ssize(frame), 176);
+        unsigned char headers[176];
+        std::copy_n(frame.begin(), front, m_withHeaders.contains(pixels) ? pixels - 176 : headers);
+        std::copy(frame.begin() + front, frame.end(), pixels);
         std::uint64_t id = 0;
-        std::memcpy(&id, pixels - 160, sizeof id);
+        if (!frame.empty())
+        {
+            std::memcpy(&id, frame.data() + 16, sizeof id);
+        }
         if (frame == nq::test::PlainFrame(id))
         {
             EndOfTransfer(pixels, 64, id, 0, 16, 4, 0x01080001, pixels, 0);
@@ -138,6 +159,7 @@ class OwnBlockStream : private StandardRoot, public nq::test::FakeDataStream, pu
 
   private:
     std::deque<unsigned char*> m_posted;
+    std::set<void*> m_withHeaders; ///< Pixels that have room for headers before them.
 };
 
 using Sequence = std::vector<Step>;

@@ -2,6 +2,8 @@
 // The frame memory block: its size, its content, its pages, and sizes that do not fit.
 #include "rdma/GenDCBuffer.h"
 
+#include "support/page_flags.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -10,34 +12,12 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <new>
-#include <ostream>
 #include <set>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <sys/resource.h>
-#include <sys/syscall.h>
-#include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-namespace
-{
-
-const char* kRelease = nullptr; ///< Of the system, while set.
-
-} // namespace
-
-// The questions for the system's version come here first.
-extern "C" int uname(utsname* system) noexcept
-{
-    const auto result = static_cast<int>(syscall(SYS_uname, system));
-    if (result == 0 && kRelease != nullptr)
-    {
-        std::strncpy(system->release, kRelease, sizeof system->release - 1);
-    }
-    return result;
-}
 
 namespace
 {
@@ -50,29 +30,9 @@ std::uintptr_t Address(const GenDCBuffer& buffer)
     return reinterpret_cast<std::uintptr_t>(buffer.GetBuffer());
 }
 
-/// The system's two-letter flags of the pages of the block, "dc" for not copied by a fork, "hg" for huge pages asked
-/// for (proc_pid_smaps(5)).
 std::set<std::string> PageFlags(const GenDCBuffer& buffer)
 {
-    std::ifstream maps("/proc/self/smaps");
-    bool here = false;
-    for (std::string line; std::getline(maps, line);)
-    {
-        std::uintptr_t first = 0;
-        std::uintptr_t last = 0;
-        char dash = 0;
-        std::istringstream words(line);
-        if (words >> std::hex >> first >> dash >> last && dash == '-')
-        {
-            here = first <= Address(buffer) && Address(buffer) < last;
-        }
-        else if (here && line.rfind("VmFlags:", 0) == 0)
-        {
-            std::istringstream flags(line.substr(8));
-            return {std::istream_iterator<std::string>(flags), {}};
-        }
-    }
-    return {};
+    return nq::test::PageFlags(buffer.GetBuffer());
 }
 
 /// Memory of this process, in bytes.
@@ -190,39 +150,6 @@ TEST(GenDCBuffer, AChildMayLookAtAPicture)
         EXPECT_EQ(status, 0) << size;
     }
 }
-
-struct System
-{
-    const char* release;
-    bool tearsPages; ///< Whether a fork takes pinned pages from the device.
-};
-
-std::ostream& operator<<(std::ostream& out, const System& system)
-{
-    return out << system.release;
-}
-
-class GenDCBufferFork : public testing::TestWithParam<System>
-{
-  protected:
-    ~GenDCBufferFork() override { kRelease = nullptr; }
-};
-
-TEST_P(GenDCBufferFork, KeepsTheBlockFromTheChildOnlyWhereItWouldTearItsPages)
-{
-    kRelease = GetParam().release;
-    for (const std::size_t size : {std::size_t{0}, std::size_t{1000}, 8 * MiB})
-    {
-        const GenDCBuffer buffer(size);
-        EXPECT_EQ(PageFlags(buffer).count("dc"), GetParam().tearsPages ? 1U : 0U) << size;
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(On, GenDCBufferFork,
-                         testing::Values(System{"2.6.32", true}, System{"4.19.0-27-amd64", true},
-                                         System{"5.4.0-150-generic", true}, System{"5.11.22", true},
-                                         System{"5.12.0", false}, System{"5.12-rc3", false}, System{"5.15.0", false},
-                                         System{"6.1.0-9-amd64", false}, System{"10.2", false}));
 
 // ---- sizes
 

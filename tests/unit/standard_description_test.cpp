@@ -35,7 +35,7 @@ std::vector<StandardMap> StandardMaps()
              0x60454},
             {"device", CreateStandardXmlFileDevice(), kStandardXmlFileNameDevice, "DevicePort", 0x70000, 0x70540},
             {"data stream", CreateStandardXmlFileDataStream(), kStandardXmlFileNameDataStream, "StreamPort", 0x80000,
-             0x80168}};
+             0x80170}};
 }
 
 void ForEachStandardMap(const std::function<void(const StandardMap&, const XmlNode&)>& check)
@@ -292,6 +292,8 @@ TEST(StandardDescription, SaysOfTheReceivedFramesWhatTheyAre)
               "Number of frames that have been received since last acquisition start.");
     EXPECT_EQ(Content(Node(stream, "FrameLoss_Reg"), "Length"), "8");
     EXPECT_EQ(Content(Node(stream, "FramesReceived_Reg"), "Length"), "8");
+    EXPECT_EQ(Content(Node(stream, "CopiedFrames_Reg"), "Length"), "8");
+    EXPECT_EQ(Content(Node(stream, "CopiedFrames_Reg"), "Address"), "0x80168");
 }
 
 TEST(StandardDescription, CountsOfTheStreamArePolled)
@@ -299,7 +301,7 @@ TEST(StandardDescription, CountsOfTheStreamArePolled)
     const XmlNode stream = ParseXml(CreateStandardXmlFileDataStream());
     for (const char* name : {"StreamDeliveredFrameCount", "StreamLostFrameCount", "StreamInputBufferCount",
                              "StreamOutputBufferCount", "StreamStartedFrameCount", "PayloadSize", "StreamIsGrabbing",
-                             "StreamChunkCountMaximum", "StreamBufferAlignment"})
+                             "StreamChunkCountMaximum", "StreamBufferAlignment", "CopiedFrames"})
     {
         const std::string reg = Content(Node(stream, name), "pValue");
         EXPECT_EQ(reg, std::string(name) + "_Reg");

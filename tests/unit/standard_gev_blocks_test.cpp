@@ -137,6 +137,7 @@ TEST_F(StandardBlocks, ABufferTooSmallIsFilledByACopy)
     EXPECT_TRUE(std::equal(base, base + 10, frame.begin() + 176));
     EXPECT_TRUE(BufferInfo<bool>(buffer, 7)) << "incomplete";
     EXPECT_EQ(BufferInfo<std::uint64_t>(buffer, 9), 10U);
+    EXPECT_EQ(Read64(0x80168), 1U) << "copied";
     EXPECT_EQ(stream->StopAcquisition(1), 0);
 }
 
@@ -161,10 +162,11 @@ TEST_F(StandardBlocks, PixelsAtAnotherOffsetAreMovedIntoPlace)
     EXPECT_EQ(NextBuffer(), buffers[0]);
     EXPECT_EQ(Base(buffers[0]), base);
     EXPECT_TRUE(std::equal(base, base + 60, frame.begin() + 180));
+    EXPECT_EQ(Read64(0x80168), 1U) << "copied";
     EXPECT_EQ(stream->StopAcquisition(1), 0);
 }
 
-TEST_F(StandardBlocks, MemoryOfTheConsumersIsFilledByACopy)
+TEST_F(StandardBlocks, MemoryOfTheConsumersIsHandedBackByItsRevocation)
 {
     Begin();
     std::array<unsigned char, 64> memory{};
@@ -218,9 +220,22 @@ TEST_F(StandardBlocks, OfABufferAnnouncedAndRevokedWhileItRunsNothingStays)
     EXPECT_EQ(stream->RevokeBuffer(buffers[0], nullptr, nullptr), 0);
 }
 
-TEST_F(StandardBlocks, AMemoryThatTheSystemDoesNotRegisterTakesNoFrame)
+TEST_F(StandardBlocks, AMemoryThatTheSystemDoesNotRegisterTakesItsFramesByACopy)
 {
     fake.Fail("ibv_reg_mr", ENOMEM, 2); // the first buffer, behind the ready message
+    Run(2);
+    EXPECT_EQ(fake.regionLengths, (std::vector<std::size_t>{60, kBlock, kBlock}));
+    EXPECT_EQ(Receive(1), buffers[0]);
+    EXPECT_TRUE(AreThePixels(Base(buffers[0]), 1));
+    EXPECT_EQ(Receive(2), buffers[1]);
+    EXPECT_EQ(Read64(0x80168), 1U) << "copied";
+    EXPECT_EQ(stream->StopAcquisition(1), 0);
+}
+
+TEST_F(StandardBlocks, WithoutRegisteredMemoryABufferTakesNoFrame)
+{
+    fake.Fail("ibv_reg_mr", ENOMEM, 2);
+    fake.Fail("ibv_reg_mr", ENOMEM, 3); // nor a block to copy from
     Run(2);
     ASSERT_TRUE(HasCredits(1));
     EXPECT_EQ(Receive(1), buffers[1]);
