@@ -14,6 +14,7 @@ set_tests_properties(
   e2e.OutOfMemory.AtEachAllocationOfAStartFailsThatStartAlone
   e2e.StreamChaos.SpoilsNoFrameThatAConsumerHasAndLeavesAStreamThatWorks
   e2e.StandardStreamChaos.SpoilsNoFrameThatAConsumerHasAndLeavesAStreamThatWorks
+  e2e.AnnouncedMemoryChaos.SpoilsNoFrameThatAConsumerHasAndLeavesAStreamThatWorks
   unit.OwnBlocksModel.RandomMovesFromSeveralThreadsKeepEveryCreditEveryAddressAndEveryFrame
   unit.FrameBlocksModel.RandomMovesFromSeveralThreadsKeepEveryCreditEveryAddressAndEveryFrame
   PROPERTIES COST 60)

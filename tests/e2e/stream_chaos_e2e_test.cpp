@@ -20,8 +20,10 @@ using nq::test::VirtualCamera;
 
 #if defined(__SANITIZE_ADDRESS__)
 constexpr int kSeconds = 60;
+constexpr int kSecondsOfMemory = 20;
 #else
 constexpr int kSeconds = 8;
+constexpr int kSecondsOfMemory = 4;
 #endif
 
 constexpr std::array kFaults = {"short-frame",      "short-frame:1024",   "empty-frame",      "wrong-component-offset",
@@ -32,8 +34,8 @@ class StreamChaos : public testing::Test
 {
   protected:
     /// With the standard's answers or by the library's own.
-    explicit StreamChaos(bool standard = false)
-        : asked(standard ? std::make_unique<nq::test::StandardAnswers>() : nullptr)
+    explicit StreamChaos(bool standard = false, int seconds = kSeconds)
+        : asked(standard ? std::make_unique<nq::test::StandardAnswers>() : nullptr), run(seconds)
     {
     }
 
@@ -153,7 +155,7 @@ class StreamChaos : public testing::Test
         }
     }
 
-    nq::test::RandomRun run{kSeconds};
+    nq::test::RandomRun run;
     std::mt19937 random{run.seed};
     std::shared_mutex hands; ///< Shared by whoever has a buffer.
     std::atomic<bool> disturbing = false;
@@ -172,6 +174,17 @@ class StandardStreamChaos : public StreamChaos
 };
 
 TEST_F(StandardStreamChaos, SpoilsNoFrameThatAConsumerHasAndLeavesAStreamThatWorks)
+{
+    PlayAndLook();
+}
+
+class AnnouncedMemoryChaos : public StreamChaos
+{
+  protected:
+    AnnouncedMemoryChaos() : StreamChaos(true, kSecondsOfMemory) { consumer.bringsMemory = true; }
+};
+
+TEST_F(AnnouncedMemoryChaos, SpoilsNoFrameThatAConsumerHasAndLeavesAStreamThatWorks)
 {
     PlayAndLook();
 }

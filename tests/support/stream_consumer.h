@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <memory>
 #include <numeric>
 #include <ostream>
 #include <set>
@@ -70,13 +71,22 @@ class Consumer
         EXPECT_EQ(gentl.GCCloseLib(), 0);
     }
 
-    /// Lets the library allocate `count` buffers and queues them.
+    /// Lets the library allocate `count` buffers, or brings memory for them, and queues them.
     void AnnounceAndQueueSilently(int count)
     {
         for (int index = 0; index < count; ++index)
         {
             GenTL::BUFFER_HANDLE buffer = nullptr;
-            ASSERT_EQ(gentl.DSAllocAndAnnounceBuffer(stream, bufferSize, nullptr, &buffer), 0);
+            if (bringsMemory)
+            {
+                constexpr std::size_t kOdd = 13;
+                memory.push_back(std::make_unique<unsigned char[]>(kOdd + bufferSize));
+                ASSERT_EQ(gentl.DSAnnounceBuffer(stream, memory.back().get() + kOdd, bufferSize, nullptr, &buffer), 0);
+            }
+            else
+            {
+                ASSERT_EQ(gentl.DSAllocAndAnnounceBuffer(stream, bufferSize, nullptr, &buffer), 0);
+            }
             ASSERT_EQ(gentl.DSQueueBuffer(stream, buffer), 0);
             buffers.push_back(buffer);
         }
@@ -115,6 +125,7 @@ class Consumer
         }
         const auto count = static_cast<int>(buffers.size());
         buffers.clear();
+        memory.clear();
         AnnounceAndQueueSilently(count);
     }
 
@@ -214,7 +225,9 @@ class Consumer
     GenTL::DS_HANDLE stream = nullptr;
     GenTL::EVENT_HANDLE event = nullptr;
     std::vector<GenTL::BUFFER_HANDLE> buffers;
-    std::size_t bufferSize = 64;         ///< Of those to come; by the library's own answers it changes nothing.
+    std::size_t bufferSize = 64; ///< Of those to come; by the library's own answers it changes nothing.
+    bool bringsMemory = false;   ///< At odd addresses.
+    std::vector<std::unique_ptr<unsigned char[]>> memory;
     std::set<GenTL::BUFFER_HANDLE> seen; ///< The buffers that Take has had.
 
   private:
