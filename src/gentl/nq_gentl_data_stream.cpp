@@ -544,6 +544,10 @@ std::shared_ptr<const void> NQGenTLDataStream::HandOver(NQGenTLBuffer* buffer, v
 
 void NQGenTLDataStream::DropFrame(void* rdmaId)
 {
+    {
+        NQGenTLLock queueing(m_queueingLock);
+        m_nextAfterEmpty = 0; // Its id is missing, too, though it had a buffer.
+    }
     HandOver(nullptr, rdmaId);
 }
 

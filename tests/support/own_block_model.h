@@ -138,11 +138,10 @@ class OwnBlockModel : public BufferModel
 
     Outcome Revoke(int buffer)
     {
-        if (Waits(buffer) || IsPosted(buffer))
+        if (At(buffer).queued || IsPosted(buffer))
         {
             return {-1022};
         }
-        std::erase(output, buffer);
         std::erase(announced, buffer);
         At(buffer) = {};
         return {};

@@ -107,6 +107,11 @@ TEST_F(StandardStream, CountsTheIdsSkippedWhileNothingWasQueuedAsUnderruns)
     ASSERT_EQ(stream.QueueBuffer(handles[1]), 0);
     Frame(1, 3); // ids that begin anew skip nothing
     EXPECT_EQ(Number(2), 4U);
+    EXPECT_EQ(Take(), handles[0]);
+    ASSERT_EQ(stream.QueueBuffer(handles[0]), 0);
+    stream.DropFrame(&blocks[0]); // 4 came, but could not be read
+    Frame(1, 5);
+    EXPECT_EQ(Number(2), 4U);
     ASSERT_EQ(stream.StopAcquisition(kKill), 0);
     ASSERT_EQ(stream.FlushQueue(2), 0);
     ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
