@@ -28,7 +28,9 @@ make_root() {
     rm -rf --one-file-system "$root" "$root.new"
     settings=$(mktemp)
     apt-config dump Acquire | awk '/^Acquire::(https?|Check)/' >"$settings"
-    mmdebstrap --mode=root --variant=minbase --components=main --aptopt="$settings" --include="$(tr -s ' ' , <<<"$*")" \
+    # No file waits for the disk: what a crash of the machine spoils is made anew once its folder is deleted.
+    mmdebstrap --mode=root --variant=minbase --components=main --aptopt="$settings" --dpkgopt=force-unsafe-io \
+        --include="$(tr -s ' ' , <<<"$*")" \
         "$suite" "$root.new" "$mirror" >out/root.log 2>&1 || {
         rm -rf --one-file-system "$root.new" "$settings"
         fail "no Debian $suite: $mirror did not give it; see out/root.log"

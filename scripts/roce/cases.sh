@@ -271,12 +271,15 @@ throughput() {
 
 # measure_ours DEPTH FRAMES: bytes of pixels per second, in $speed.
 measure_ours() {
-    on host 180 "$bin/nq-gev --producer $bin/libnq_gev_rdma_tl.cti --timeout 3000 --json grab --buffers $1 --count $2 --allow-loss $2 --frame-timeout 30000" || {
+    # Standard output has the sum alone. What is told beside it is wanted only when it is a complaint.
+    on host 180 "exec 3>&1; told=\$($bin/nq-gev --producer $bin/libnq_gev_rdma_tl.cti --timeout 3000 --json grab --buffers $1 --count $2 --allow-loss $2 --frame-timeout 30000 2>&1 >&3) || { code=\$?; echo \"\$told\"; exit \$code; }" || {
         reason="nq-gev: $(complaint host "$job")"
         return 1
     }
-    # Slow grabs have lines of progress in front.
-    speed=$(sed -n '/^{/,$p' "$out" | python3 -c 'import json, sys; print(json.load(sys.stdin)["megabytes_per_second"] * 1e6)')
+    speed=$(python3 -c 'import json, sys; print(json.load(sys.stdin)["megabytes_per_second"] * 1e6)' <"$out") || {
+        reason="nq-gev --json: no JSON alone in $out"
+        return 1
+    }
 }
 
 # measure_theirs DEPTH MESSAGES SIZE: bytes per second, in $speed.
