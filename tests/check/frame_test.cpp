@@ -143,6 +143,38 @@ TEST(CheckFrame, TheDocumentationHasTheRules)
         << "gentl-check --list-markdown";
 }
 
+TEST(CheckFrame, TheListIsOfTheRulesThatAreChosen)
+{
+    const Outcome list = RunProgram({NQ_CHECK_PATH, "--list", "--only", "LB-00[12],PR-007", "--skip", "LB-002"});
+    EXPECT_EQ(list.output,
+              "exports and versions, init and close\n"
+              "  LB-001  must   nothing   every function of GenTL 1.5 is exported, undecorated  6.1, 6.1.3\n"
+              "\nthreads and processes\n"
+              "  PR-007  may    nothing   the library unloads, and loads again\n");
+    const Outcome json = RunProgram({NQ_CHECK_PATH, "--list", "--json", "--only", "PR-007"});
+    EXPECT_EQ(json.output, R"([
+  {
+    "clause": "",
+    "consumer": "It crashes when it ends, or when it looks for producers a second time.",
+    "family": "threads and processes",
+    "id": "PR-007",
+    "needs": "nothing",
+    "rule": "the library unloads, and loads again",
+    "severity": "may"
+  }
+]
+)");
+}
+
+/// It is among the failed, but the exit code is 0.
+TEST(CheckFrame, AWarningIsToldInTheSum)
+{
+    const Outcome outcome = Check({"--only", "LS-012"}, "no_serial_number");
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_TRUE(outcome.output.ends_with("\n0 passed, 1 failed, 0 not tried; warnings among the failed: 1\n"))
+        << outcome.output;
+}
+
 /// What a producer prints stays out of the answer.
 TEST(CheckFrame, JsonStaysClean)
 {

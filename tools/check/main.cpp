@@ -73,7 +73,7 @@ void AddOptions(CLI::App& app, Options& options)
     app.add_option("--html", options.html, "Write a report to read to this file, too");
     app.add_option("--repro", options.repro, "Try one rule, and print its calls as a program in C if it is not kept")
         ->check(IsAnId);
-    app.add_flag("--list", options.list, "Print all rules, and end");
+    app.add_flag("--list", options.list, "Print the rules that --only and --skip leave, and end");
     app.add_flag("--list-markdown", options.markdown, "Print all rules for the documentation, and end");
     app.footer(kFooter);
 }
@@ -178,7 +178,9 @@ int Run(int argc, char** argv)
     }
     if (options.list || options.markdown)
     {
-        Print(options.json ? RulesAsJson() : ListOfRules(options.markdown));
+        Print(options.markdown ? RulesAsMarkdown()
+              : options.json   ? RulesAsJson(options.selection)
+                               : ListOfRules(options.selection));
         return 0;
     }
     if (options.target.path.empty())

@@ -75,6 +75,13 @@ size_t Report::Count(Outcome outcome) const
                                              [outcome](const Finding& finding) { return finding.outcome == outcome; }));
 }
 
+size_t Report::Warned() const
+{
+    return static_cast<size_t>(std::count_if(findings.begin(), findings.end(), [](const Finding& finding) {
+        return finding.Broken() && !finding.Counts();
+    }));
+}
+
 std::string_view WordFor(const Finding& finding)
 {
     return finding.Broken() && !finding.Counts() ? "warned" : ToText(finding.outcome);
@@ -99,8 +106,10 @@ std::string AsTable(const Report& report)
         table += finding.Broken() ? Indented(ConsequenceOf(rule), "           > ") : "";
         table += Indented(finding.backtrace, "               ");
     }
-    table += fmt::format("\n{} passed, {} failed, {} not tried\n", report.Count(Outcome::Passed),
-                         report.Count(Outcome::Failed), report.Count(Outcome::NotTried));
+    const size_t warned = report.Warned();
+    table += fmt::format("\n{} passed, {} failed, {} not tried{}\n", report.Count(Outcome::Passed),
+                         report.Count(Outcome::Failed), report.Count(Outcome::NotTried),
+                         warned == 0 ? "" : fmt::format("; warnings among the failed: {}", warned));
     for (const std::string& difference : report.differences)
     {
         table += difference + "\n";
@@ -125,37 +134,60 @@ std::string AsJson(const Report& report)
     return all.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
 }
 
-std::string RulesAsJson()
+std::string RulesAsJson(const Selection& selection)
 {
     json all = json::array();
     for (const Family& family : Families())
     {
         for (const Rule& rule : family.rules)
         {
-            json one = ToJson(rule, family.name);
-            one["consumer"] = ConsequenceOf(rule);
-            all.push_back(std::move(one));
+            if (selection.Takes(rule))
+            {
+                json one = ToJson(rule, family.name);
+                one["consumer"] = ConsequenceOf(rule);
+                all.push_back(std::move(one));
+            }
         }
     }
     return all.dump(2) + "\n";
 }
 
-std::string ListOfRules(bool asMarkdown)
+std::string ListOfRules(const Selection& selection)
 {
     std::string list;
     for (const Family& family : Families())
     {
-        list += asMarkdown
-                    ? fmt::format("\n### {}\n\n| Id | Rule | Clause | Severity | Needs |\n|---|---|---|---|---|\n",
-                                  family.name)
-                    : fmt::format("{}{}\n", list.empty() ? "" : "\n", family.name);
+        std::string rules;
+        for (const Rule& rule : family.rules)
+        {
+            if (selection.Takes(rule))
+            {
+                const std::string note = rule.note.empty() ? "" : fmt::format(" ({})", rule.note);
+                const std::string clause = rule.clause.empty() ? "" : fmt::format("  {}", rule.clause);
+                rules += fmt::format("  {:<7} {:<6} {:<9} {}{}{}\n", rule.id, ToText(rule.severity), ToText(rule.needs),
+                                     rule.words, note, clause);
+            }
+        }
+        if (!rules.empty())
+        {
+            list += fmt::format("{}{}\n{}", list.empty() ? "" : "\n", family.name, rules);
+        }
+    }
+    return list;
+}
+
+std::string RulesAsMarkdown()
+{
+    std::string list;
+    for (const Family& family : Families())
+    {
+        list +=
+            fmt::format("\n### {}\n\n| Id | Rule | Clause | Severity | Needs |\n|---|---|---|---|---|\n", family.name);
         for (const Rule& rule : family.rules)
         {
             const std::string note = rule.note.empty() ? "" : fmt::format(" ({})", rule.note);
-            list += asMarkdown ? fmt::format("| `{}` | {}{} | {} | {} | {} |\n", rule.id, rule.words, note, rule.clause,
-                                             ToText(rule.severity), ToText(rule.needs))
-                               : fmt::format("  {:<7} {:<6} {:<9} {}{}  {}\n", rule.id, ToText(rule.severity),
-                                             ToText(rule.needs), rule.words, note, rule.clause);
+            list += fmt::format("| `{}` | {}{} | {} | {} | {} |\n", rule.id, rule.words, note, rule.clause,
+                                ToText(rule.severity), ToText(rule.needs));
         }
     }
     return list;

@@ -19,6 +19,8 @@ struct Report
     std::vector<std::string> differences; ///< from the baseline
 
     size_t Count(Outcome outcome) const;
+    /// How many of the failed are broken rules that the standard does not ask for.
+    size_t Warned() const;
 };
 
 /// A table, with what is wrong below each rule that is not kept.
@@ -33,11 +35,12 @@ std::string AsHtml(const Report& report);
 /// A program in C that makes the calls of a broken rule again. Its arguments: the producer.
 std::string AsProgram(const Finding& finding);
 
-/// All rules, with clause, severity and what they need; `asMarkdown` for the documentation.
-std::string ListOfRules(bool asMarkdown);
-
+/// The rules of a selection, with clause, severity and what they need.
+std::string ListOfRules(const Selection& selection);
 /// The same for programs, with what a consumer will see of a producer that does not keep the rule.
-std::string RulesAsJson();
+std::string RulesAsJson(const Selection& selection);
+/// All rules, for the documentation.
+std::string RulesAsMarkdown();
 
 /// "failed", or "warned" for a rule that the standard does not ask for; "passed", "not-tried".
 std::string_view WordFor(const Finding& finding);

@@ -118,8 +118,7 @@ std::string Filters(const Report& report)
 
 std::string Summary(const Report& report)
 {
-    const auto warned = std::count_if(report.findings.begin(), report.findings.end(),
-                                      [](const Finding& finding) { return finding.Broken() && !finding.Counts(); });
+    const size_t warned = report.Warned();
     std::string html = fmt::format(
         "<dl id=\"summary\"><div class=\"passed\"><dt>passed</dt><dd>{}</dd></div><div class=\"failed\"><dt>failed</dt>"
         "<dd>{}</dd></div><div class=\"not-tried\"><dt>not tried</dt><dd>{}</dd></div></dl>\n",
