@@ -39,7 +39,7 @@ TEST(CheckFrame, AProducerThatKeepsTheRulesGivesZero)
 {
     const Outcome outcome = Check({"--only", "LB-*"});
     EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
-    EXPECT_NE(outcome.output.find("13 passed, 0 failed, 0 not tried"), std::string::npos) << outcome.output;
+    EXPECT_NE(outcome.output.find("14 passed, 0 failed, 0 not tried"), std::string::npos) << outcome.output;
 }
 
 TEST(CheckFrame, ABrokenRuleGivesOne)
@@ -133,7 +133,7 @@ TEST(CheckFrame, IdsAreUniqueAndClausesNumbered)
         EXPECT_TRUE(std::regex_match((*at)[2].str(), std::regex("([1-7](\\.[0-9]+)+(, )?)*"))) << (*at)[2];
         ids.push_back(id);
     }
-    EXPECT_GE(ids.size(), 140U);
+    EXPECT_GE(ids.size(), 169U);
 }
 
 TEST(CheckFrame, TheDocumentationHasTheRules)
@@ -191,6 +191,19 @@ TEST(CheckFrame, AnExitIsAFindingOfOneRule)
     EXPECT_NE(outcome.output.find("ended the process with exit code 0 in GCCloseLib"), std::string::npos)
         << outcome.output;
     EXPECT_NE(outcome.output.find("passed     LB-009"), std::string::npos) << outcome.output;
+}
+
+TEST(CheckFrame, ADisturbanceThatDoesNotHappenIsNoPass)
+{
+    const Outcome failed = Check({"--only", "DL-013", "--disturb", "exit 3"});
+    EXPECT_NE(failed.output.find("the command that disturbs the camera ends with 3"), std::string::npos)
+        << failed.output;
+    const Outcome without = Check({"--only", "DL-013", "--disturb", "true"});
+    EXPECT_NE(without.output.find("no frame is incomplete after the command"), std::string::npos) << without.output;
+    for (const Outcome& outcome : {failed, without})
+    {
+        EXPECT_NE(outcome.output.find("0 passed, 0 failed, 1 not tried"), std::string::npos) << outcome.output;
+    }
 }
 
 TEST_F(Baseline, HoldsKnownFailures)

@@ -20,7 +20,7 @@ TEST(CheckReport, JUnitCountsAndNamesWhatFailed)
     RunProgram({NQ_CHECK_PATH, producer, "--only", "BF-*", "--junit", path}, {"NQ_FAULTS=queue_twice"});
     const XmlNode root = ParseXml(BytesOf(path));
     const XmlNode& suite = *root.Elements().front();
-    EXPECT_EQ(suite.Attribute("tests"), "9");
+    EXPECT_EQ(suite.Attribute("tests"), "11");
     EXPECT_EQ(suite.Attribute("failures"), "1");
     EXPECT_EQ(suite.Attribute("skipped"), "0");
     size_t failed = 0;

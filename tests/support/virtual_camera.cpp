@@ -45,7 +45,7 @@ VirtualCamera::VirtualCamera(const std::vector<std::string>& arguments) : m_fold
     m_host.Connect("host0", "10.77.0.1/24", "cam0", std::string(address) + "/24");
     // LD_PRELOAD would split a path with a space or a colon.
     std::filesystem::create_symlink(NQ_LOOPBACK_PATH, m_folder + "/rdma.so");
-    m_command = {NQ_CAMERA_PATH, "--address", address, "--control", m_folder + "/control"};
+    m_command = {NQ_CAMERA_PATH, "--address", address, "--control", ControlPath()};
     m_command.insert(m_command.end(), arguments.begin(), arguments.end());
     Start();
 }
@@ -83,7 +83,7 @@ std::string VirtualCamera::Control(const std::string& line) const
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un peer{};
     peer.sun_family = AF_UNIX;
-    const std::string path = m_folder + "/control";
+    const std::string path = ControlPath();
     std::memcpy(peer.sun_path, path.c_str(), path.size() + 1);
     if (connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) != 0)
     {

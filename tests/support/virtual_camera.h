@@ -27,6 +27,9 @@ class VirtualCamera
     /// Sends one line of JSON to the camera's control socket and returns its answer line.
     std::string Control(const std::string& line) const;
 
+    /// Path of the control socket, for other programs.
+    std::string ControlPath() const { return m_folder + "/control"; }
+
     /// Switches a fault on at run time, as --fault does at the start.
     void Fault(const std::string& name) const;
 

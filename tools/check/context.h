@@ -27,6 +27,7 @@ struct Target
     std::string path;
     std::string interfaceId; ///< of the camera; empty without one
     std::string deviceId;    ///< of the camera; empty without one
+    std::string disturb;     ///< a shell command that makes the camera send a frame that is not whole; may be empty
 };
 
 class Context

@@ -15,6 +15,7 @@ namespace
 {
 
 constexpr uint64_t kLargestFile = uint64_t{64} << 20;
+constexpr size_t kLongestText = 4096;
 
 template <class Value>
 Value At(const std::string& bytes, size_t at)
@@ -26,6 +27,15 @@ Value At(const std::string& bytes, size_t at)
     }
     std::memcpy(&value, bytes.data() + at, sizeof value);
     return value;
+}
+
+/// Where a register node lies; nothing without a fixed address.
+std::optional<Register> PlaceOf(const Element* node)
+{
+    const auto address = node == nullptr ? std::nullopt : ToNumber(node->TextOf("Address"));
+    const auto length = node == nullptr ? std::nullopt : ToNumber(node->TextOf("Length"));
+    const bool fixed = address && length && node->TextOf("pAddress").empty();
+    return fixed ? std::optional(Register{*address, *length, node->TextOf("Endianess") == "BigEndian"}) : std::nullopt;
 }
 
 /// The numbers of a zip's central directory.
@@ -136,22 +146,31 @@ const Element* Description::Find(const std::string& name) const
     return found == m_byName.end() ? nullptr : found->second;
 }
 
-std::optional<Register> Description::RegisterOf(const std::string& feature) const
+/// The node of one of the kinds that the feature's value comes from; null where the way to it ends before.
+const Element* Description::EndOf(const std::string& feature, std::initializer_list<std::string_view> kinds) const
 {
     const Element* node = Find(feature);
     for (int steps = 0; node != nullptr && steps < 10; ++steps)
     {
-        if (node->name == "IntReg" || node->name == "MaskedIntReg")
+        if (std::find(kinds.begin(), kinds.end(), node->name) != kinds.end())
         {
-            const auto address = ToNumber(node->TextOf("Address"));
-            const auto length = ToNumber(node->TextOf("Length"));
-            const bool fixed = address && length && *length <= sizeof(uint64_t) && node->TextOf("pAddress").empty();
-            return fixed ? std::optional(Register{*address, *length, node->TextOf("Endianess") == "BigEndian"})
-                         : std::nullopt;
+            return node;
         }
         node = Find(node->TextOf("pValue"));
     }
-    return std::nullopt;
+    return nullptr;
+}
+
+std::optional<Register> Description::RegisterOf(const std::string& feature) const
+{
+    const auto place = PlaceOf(EndOf(feature, {"IntReg", "MaskedIntReg"}));
+    return place && place->length <= sizeof(uint64_t) ? place : std::nullopt;
+}
+
+std::optional<Register> Description::TextRegisterOf(const std::string& feature) const
+{
+    const auto place = PlaceOf(EndOf(feature, {"StringReg"}));
+    return place && place->length <= kLongestText ? place : std::nullopt;
 }
 
 Description DescriptionOf(Context& context, GenTL::PORT_HANDLE port)
@@ -186,12 +205,18 @@ std::optional<uint64_t> ToNumber(const std::string& text)
 bool ExecuteCommand(Context& context, GenTL::PORT_HANDLE port, const Description& description, const std::string& name)
 {
     const Element* command = description.Find(name);
+    return command != nullptr &&
+           WriteFeature(context, port, description, name, ToNumber(command->TextOf("CommandValue")).value_or(1));
+}
+
+bool WriteFeature(Context& context, GenTL::PORT_HANDLE port, const Description& description, const std::string& name,
+                  uint64_t value)
+{
     const auto place = description.RegisterOf(name);
-    if (command == nullptr || !place)
+    if (!place)
     {
         return false;
     }
-    const uint64_t value = ToNumber(command->TextOf("CommandValue")).value_or(1);
     char bytes[sizeof value];
     std::memcpy(bytes, &value, sizeof value);
     if (place->bigEndian)
@@ -201,6 +226,14 @@ bool ExecuteCommand(Context& context, GenTL::PORT_HANDLE port, const Description
     NoteBytes(bytes, bytes, place->length);
     size_t size = place->length;
     return context.gentl.GCWritePort(port, place->address, bytes, &size) == GenTL::GC_ERR_SUCCESS;
+}
+
+std::optional<std::string> ReadText(Context& context, GenTL::PORT_HANDLE port, const Description& description,
+                                    const std::string& name)
+{
+    const auto place = description.TextRegisterOf(name);
+    const auto bytes = place ? ReadBytes(context, port, place->address, place->length) : std::nullopt;
+    return bytes ? std::optional<std::string>(bytes->c_str()) : std::nullopt;
 }
 
 std::optional<uint64_t> ReadFeature(Context& context, GenTL::PORT_HANDLE port, const Description& description,

@@ -54,7 +54,11 @@ class Description
     /// with a fixed address.
     std::optional<Register> RegisterOf(const std::string& feature) const;
 
+    /// The same for a feature that is a text.
+    std::optional<Register> TextRegisterOf(const std::string& feature) const;
+
   private:
+    const Element* EndOf(const std::string& feature, std::initializer_list<std::string_view> kinds) const;
     void Collect(const Element& element);
 
     Element m_root;
@@ -67,6 +71,14 @@ Description DescriptionOf(Context& context, GenTL::PORT_HANDLE port);
 
 /// Executes a command of the remote device. False when it has none of the name.
 bool ExecuteCommand(Context& context, GenTL::PORT_HANDLE port, const Description& description, const std::string& name);
+
+/// Writes a number to a feature's register. False when there is none, or the write fails.
+bool WriteFeature(Context& context, GenTL::PORT_HANDLE port, const Description& description, const std::string& name,
+                  uint64_t value);
+
+/// The text in a feature's register; nothing when there is none.
+std::optional<std::string> ReadText(Context& context, GenTL::PORT_HANDLE port, const Description& description,
+                                    const std::string& name);
 
 /// The number in a feature's register; nothing when there is none.
 std::optional<uint64_t> ReadFeature(Context& context, GenTL::PORT_HANDLE port, const Description& description,

@@ -19,6 +19,7 @@ std::span<const Family> Families()
         {"acquisition", AcquisitionRules()},
         {"delivery", DeliveryRules()},
         {"ports, URLs and descriptions", PortRules()},
+        {"features of the descriptions", FeatureRules()},
         {"threads and processes", ProcessRules()},
     };
     return kFamilies;

@@ -16,6 +16,7 @@ std::span<const Rule> BufferRules();
 std::span<const Rule> AcquisitionRules();
 std::span<const Rule> DeliveryRules();
 std::span<const Rule> PortRules();
+std::span<const Rule> FeatureRules();
 std::span<const Rule> ProcessRules();
 
 } // namespace nq::check

@@ -124,6 +124,7 @@ InfoSets::InfoSets(Context& context)
     AddSystem(context);
     AddDevice(context);
     AddStream(context);
+    AddEvent(context);
     AddPorts(context);
 }
 
@@ -184,6 +185,16 @@ void InfoSets::AddStream(Context& context)
     Add("DSGetBufferInfo", bufferInfos, [&](int32_t command, INFO_DATATYPE* type, void* buffer, size_t* size) {
         return context.gentl.DSGetBufferInfo(m_tree->stream, m_stream->buffers[0].handle, command, type, buffer, size);
     });
+}
+
+/// The data is what the event gives for the announced buffer.
+void InfoSets::AddEvent(Context& context)
+{
+    const NewBuffer data{m_stream->buffers[0].handle, m_stream->buffers[0].user};
+    Add("EventGetDataInfo", {{INFO_DATATYPE_PTR, kMandatory}, {INFO_DATATYPE_PTR, kMandatory}},
+        [&, data](int32_t command, INFO_DATATYPE* type, void* buffer, size_t* size) {
+            return context.gentl.EventGetDataInfo(m_stream->event, &data, sizeof data, command, type, buffer, size);
+        });
     Add("EventGetInfo", EventInfos(), [&](int32_t command, INFO_DATATYPE* type, void* buffer, size_t* size) {
         return context.gentl.EventGetInfo(m_stream->event, command, type, buffer, size);
     });

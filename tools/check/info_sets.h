@@ -43,6 +43,7 @@ class InfoSets
     void AddSystem(Context& context);
     void AddDevice(Context& context);
     void AddStream(Context& context);
+    void AddEvent(Context& context);
     void AddPorts(Context& context);
 
     std::unique_ptr<Tree> m_tree;

@@ -2,6 +2,7 @@
 // gentl-check: says, rule by rule, whether a GenTL producer keeps the standard.
 #include "baseline.h"
 #include "exit_codes.h"
+#include "other_process.h"
 #include "printable.h"
 #include "report.h"
 
@@ -40,6 +41,7 @@ struct Options
     std::string repro;
     bool json = false;
     bool list = false;
+    bool hold = false;
     bool markdown = false;
 };
 
@@ -59,6 +61,9 @@ void AddOptions(CLI::App& app, Options& options)
     app.add_option("PRODUCER", options.target.path, "The .cti to check")->check(CLI::ExistingFile);
     app.add_option("--interface", options.target.interfaceId, "Id of the camera's interface (else the first with one)");
     app.add_option("--device", options.target.deviceId, "Id of the camera (else the first)");
+    app.add_option("--disturb", options.target.disturb,
+                   "Shell command that makes the camera send one frame that is not whole");
+    app.add_flag("--hold", options.hold, "Be the second process of a rule")->group("");
     app.add_option("--only", options.selection.only, "Rules to try: ids or shell patterns, with commas between")
         ->allow_extra_args(false)
         ->delimiter(',')
@@ -193,6 +198,10 @@ int Run(int argc, char** argv)
         options.selection.only = {options.repro};
     }
     options.target.path = std::filesystem::absolute(options.target.path).string();
+    if (options.hold)
+    {
+        return HoldCamera(options.target);
+    }
     return static_cast<int>(Check(options));
 }
 

@@ -145,6 +145,43 @@ void NoWriteAfterRevoke(Context& c)
     }
 }
 
+/// Brought to the output by a flush, so that it needs no frame.
+void AwaitingIsHeld(Context& c)
+{
+    Acquisition s(c, 2);
+    Context::Needs(s.Queue(s.buffers[0]), "DSQueueBuffer");
+    Context::Needs(s.Flush(ACQ_QUEUE_INPUT_TO_OUTPUT), "DSFlushQueue");
+    if (s.InQueue() != 1U)
+    {
+        Context::NotTried("DSFlushQueue to the output does not bring a buffer there");
+    }
+    c.Code(s.Queue(s.buffers[0]), {GC_ERR_RESOURCE_IN_USE}, "DSQueueBuffer of a buffer that awaits delivery");
+    c.Code(c.gentl.DSRevokeBuffer(s.stream, s.buffers[0].handle, nullptr, nullptr), {GC_ERR_BUSY},
+           "DSRevokeBuffer of a buffer that awaits delivery");
+    c.Expect(s.InQueue() == 1U, "a call that was refused takes the buffer's event");
+}
+
+void WhileFramesCome(Context& c)
+{
+    Acquisition s(c, kCount);
+    s.QueueAll();
+    s.Start();
+    s.Run(3);
+    BUFFER_HANDLE buffer = nullptr;
+    const GC_ERROR announced = c.gentl.DSAnnounceBuffer(s.stream, Memory(s.payload).begin, s.payload, nullptr, &buffer);
+    c.Code(announced, {GC_ERR_SUCCESS, GC_ERR_BUSY}, "DSAnnounceBuffer while frames come");
+    if (announced == GC_ERR_SUCCESS)
+    {
+        c.Code(c.gentl.DSQueueBuffer(s.stream, buffer), {GC_ERR_SUCCESS},
+               "DSQueueBuffer of a buffer announced while frames come");
+    }
+    const NewBuffer taken = s.Frame();
+    c.Code(c.gentl.DSRevokeBuffer(s.stream, taken.BufferHandle, nullptr, nullptr), {GC_ERR_SUCCESS, GC_ERR_BUSY},
+           "DSRevokeBuffer of a delivered buffer while frames come");
+    c.Expect(s.Next().has_value(), "no frame comes any more");
+    s.Stop();
+}
+
 void AddsUp(Context& c, const Acquisition& s, std::string_view when)
 {
     const size_t held = s.CountQueued();
@@ -285,6 +322,10 @@ constexpr Rule kRules[] = {
     {"BF-007", "revoking memory of the producer gives none", "6.3.5.10", Severity::Must, Needs::Camera, RevokeOwn},
     {"BF-008", "a queued buffer is not queued again", "6.3.5.9", Severity::Must, Needs::Camera, QueueTwice},
     {"BF-009", "nothing is written to a revoked buffer", "5.1.3", Severity::Must, Needs::Stream, NoWriteAfterRevoke},
+    {"BF-010", "a buffer that awaits delivery is neither queued nor revoked", "6.3.5.9, 6.3.5.10", Severity::Must,
+     Needs::Camera, AwaitingIsHeld},
+    {"BF-011", "announcing and revoking while frames come works, or is told to be busy", "5.2.2", Severity::Must,
+     Needs::Stream, WhileFramesCome},
     {"QU-001", "the counts of a stream add up", "6.4.4.8", Severity::Must, Needs::Camera, CountsAddUp},
     {"QU-002", "an unknown flush is not implemented", "6.3.5.5", Severity::Must, Needs::Camera, UnknownFlush},
     {"QU-003", "INPUT_TO_OUTPUT brings the input pool to the output, with events", "6.4.4.1", Severity::Must,

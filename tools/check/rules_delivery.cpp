@@ -5,7 +5,10 @@
 #include "info_sets.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <fmt/format.h>
+#include <map>
+#include <sys/wait.h>
 
 namespace nq::check
 {
@@ -153,6 +156,12 @@ void NumbersAreLegal(Context& c)
         legal("BUFFER_INFO_PAYLOADTYPE", s.Number(buffer, BUFFER_INFO_PAYLOADTYPE), PAYLOAD_TYPE_MULTI_PART);
         legal("BUFFER_INFO_PIXELFORMAT_NAMESPACE", s.Number(buffer, BUFFER_INFO_PIXELFORMAT_NAMESPACE),
               PIXELFORMAT_NAMESPACE_PFNC_32BIT);
+        const int32_t endianness =
+            Info<int32_t>([&](INFO_DATATYPE* type, void* bytes, size_t* size) {
+                return c.gentl.DSGetBufferInfo(s.stream, buffer, BUFFER_INFO_PIXEL_ENDIANNESS, type, bytes, size);
+            }).value_or(PIXELENDIANNESS_UNKNOWN);
+        c.Expect(endianness >= PIXELENDIANNESS_UNKNOWN && endianness <= PIXELENDIANNESS_BIG,
+                 fmt::format("BUFFER_INFO_PIXEL_ENDIANNESS is {}", endianness));
     });
 }
 
@@ -228,9 +237,64 @@ void TypesOfInfos(Context& c)
     s.Stop();
 }
 
-/// Buffers too small first, and then ones that a frame fits into.
+/// Takes frames and queues them again until one is incomplete.
+BUFFER_HANDLE NextIncomplete(Context& c, const Acquisition& s)
+{
+    for (int frame = 0; frame < 10 * kFrames; ++frame)
+    {
+        const NewBuffer next = s.Frame();
+        const bool incomplete = s.Flag(next.BufferHandle, BUFFER_INFO_IS_INCOMPLETE) == true;
+        Context::Needs(c.gentl.DSQueueBuffer(s.stream, next.BufferHandle), "DSQueueBuffer of a delivered buffer");
+        if (incomplete)
+        {
+            return next.BufferHandle;
+        }
+    }
+    Context::NotTried("no frame is incomplete after the command that disturbs the camera");
+}
+
+/// One frame that is not whole, and the ones behind it in the same buffer and in others.
+void DisturbedFrame(Context& c)
+{
+    Acquisition s(c, kCount);
+    s.QueueAll();
+    s.Start();
+    s.Run(kCount);
+    if (const int code = std::system(c.target.disturb.c_str()); code != 0)
+    {
+        Context::NotTried(fmt::format("the command that disturbs the camera ends with {}", WEXITSTATUS(code)));
+    }
+    const BUFFER_HANDLE hit = NextIncomplete(c, s);
+    int same = 0;
+    int broken = 0;
+    int othersWhole = 0;
+    for (int frame = 0; frame < kFrames; ++frame)
+    {
+        const NewBuffer next = s.Frame();
+        const bool incomplete = s.Flag(next.BufferHandle, BUFFER_INFO_IS_INCOMPLETE) == true;
+        same += next.BufferHandle == hit ? 1 : 0;
+        broken += next.BufferHandle == hit && incomplete ? 1 : 0;
+        othersWhole += next.BufferHandle != hit && !incomplete ? 1 : 0;
+        Context::Needs(c.gentl.DSQueueBuffer(s.stream, next.BufferHandle), "DSQueueBuffer of a delivered buffer");
+    }
+    s.Stop();
+    if (same == 0 || othersWhole == 0)
+    {
+        Context::NotTried("the buffer of the incomplete frame does not come again, or no frame is whole any more");
+    }
+    c.Expect(broken < same, fmt::format("a buffer is incomplete with all of {} frames behind an incomplete one, while "
+                                        "{} frames in other buffers are whole",
+                                        same, othersWhole));
+}
+
+/// A buffer too small for a frame where there is no command that disturbs the camera.
 void IncompleteIsOfTheFrame(Context& c)
 {
+    if (!c.target.disturb.empty())
+    {
+        DisturbedFrame(c);
+        return;
+    }
     Acquisition s(c, 1);
     const size_t large = s.buffers.size();
     s.Announce(1, s.payload / 2);
@@ -245,13 +309,39 @@ void IncompleteIsOfTheFrame(Context& c)
     if (!s.Next(2000) || s.Flag(small, BUFFER_INFO_IS_INCOMPLETE) != true)
     {
         s.Stop(ACQ_STOP_FLAGS_KILL);
-        Context::NotTried("a buffer too small is not delivered as incomplete");
+        Context::NotTried("a buffer too small is not delivered as incomplete, and there is no --disturb");
     }
     s.Stop(ACQ_STOP_FLAGS_KILL);
     Context::Needs(s.Flush(ACQ_QUEUE_ALL_DISCARD), "DSFlushQueue");
     Context::Needs(c.gentl.DSQueueBuffer(s.stream, small), "DSQueueBuffer");
     c.Expect(s.Flag(small, BUFFER_INFO_IS_INCOMPLETE).value_or(false) == false,
              "a queued buffer is as incomplete as its frame before");
+}
+
+/// From announce to delivery, of both kinds of memory.
+void AddressStays(Context& c)
+{
+    Acquisition s(c, 2);
+    Announced own;
+    Context::Needs(c.gentl.DSAllocAndAnnounceBuffer(s.stream, s.payload, nullptr, &own.handle),
+                   "DSAllocAndAnnounceBuffer");
+    s.buffers.push_back(own);
+    std::map<BUFFER_HANDLE, uint64_t> bases;
+    for (const Announced& buffer : s.buffers)
+    {
+        bases[buffer.handle] = s.Number(buffer.handle, BUFFER_INFO_BASE).value_or(0);
+        c.Expect(bases[buffer.handle] != 0, "BUFFER_INFO_BASE of an announced buffer is null");
+    }
+    s.QueueAll();
+    s.Start();
+    for (int frame = 0; frame < kFrames / 4; ++frame)
+    {
+        const NewBuffer next = s.Frame();
+        c.Expect(s.Number(next.BufferHandle, BUFFER_INFO_BASE) == bases[next.BufferHandle],
+                 "BUFFER_INFO_BASE changes with a frame");
+        Context::Needs(c.gentl.DSQueueBuffer(s.stream, next.BufferHandle), "DSQueueBuffer of a delivered buffer");
+    }
+    s.Stop();
 }
 
 constexpr Rule kRules[] = {
@@ -265,8 +355,8 @@ constexpr Rule kRules[] = {
      kClarifiedIn16},
     {"DL-006", "an image is present, with no more lines than its height", "6.4.4.4", Severity::Should, Needs::Stream,
      ImageFits},
-    {"DL-007", "payload type and namespace are ones of the standard", "6.4.4.5, 6.4.4.6, 6.4.4.7", Severity::Must,
-     Needs::Stream, NumbersAreLegal},
+    {"DL-007", "payload type, namespace and endianness are ones of the standard", "6.4.4.5, 6.4.4.6, 6.4.4.7",
+     Severity::Must, Needs::Stream, NumbersAreLegal},
     {"DL-008", "a single part has no parts", "6.3.5.15", Severity::Must, Needs::Stream, Parts},
     {"DL-009", "chunks are there when they are told of, and only then", "6.3.5.13", Severity::Must, Needs::Stream,
      Chunks},
@@ -276,6 +366,8 @@ constexpr Rule kRules[] = {
      Severity::Must, Needs::Stream, TypesOfInfos},
     {"DL-013", "incomplete is said of the frame in the buffer, not of one before", "6.4.4.4", Severity::Must,
      Needs::Stream, IncompleteIsOfTheFrame},
+    {"DL-014", "the address of a buffer is known at once, and stays", "5.2.9", Severity::Should, Needs::Stream,
+     AddressStays},
 };
 
 } // namespace

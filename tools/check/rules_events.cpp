@@ -17,7 +17,7 @@ namespace
 using namespace GenTL;
 using Clock = std::chrono::steady_clock;
 
-constexpr auto kSettle = std::chrono::milliseconds(150); // for a thread to reach its wait
+constexpr auto kSettle = std::chrono::milliseconds(150); // from a thread's call to its wait
 
 long MillisecondsSince(Clock::time_point began)
 {
@@ -32,13 +32,18 @@ class Waiters
     {
         for (int index = 0; index < count; ++index)
         {
-            std::thread([&c, event, ended = m_ended, aborted = m_aborted] {
+            std::thread([&c, event, began = m_began, ended = m_ended, aborted = m_aborted] {
                 char data[256];
                 size_t size = sizeof data;
+                ++*began;
                 const GC_ERROR code = c.gentl.EventGetData(event, data, &size, GENTL_INFINITE);
                 *aborted += code == GC_ERR_ABORT ? 1 : 0;
                 ++*ended;
             }).detach();
+        }
+        while (*m_began < count)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         std::this_thread::sleep_for(kSettle);
     }
@@ -55,6 +60,7 @@ class Waiters
     int Aborted() const { return *m_aborted; }
 
   private:
+    std::shared_ptr<std::atomic<int>> m_began = std::make_shared<std::atomic<int>>(0);
     std::shared_ptr<std::atomic<int>> m_ended = std::make_shared<std::atomic<int>>(0);
     std::shared_ptr<std::atomic<int>> m_aborted = std::make_shared<std::atomic<int>>(0);
 };
@@ -81,9 +87,10 @@ void WrongEvents(Context& c)
 {
     const Tree tree(c, Depth::System);
     EVENT_HANDLE event = nullptr;
-    c.Code(c.gentl.GCRegisterEvent(tree.system, EVENT_NEW_BUFFER, &event), {GC_ERR_NOT_IMPLEMENTED},
-           "GCRegisterEvent of the new buffer on the system");
-    c.Code(c.gentl.GCRegisterEvent(tree.system, 888, &event), {GC_ERR_NOT_IMPLEMENTED}, "GCRegisterEvent of type 888");
+    c.Code(c.gentl.GCRegisterEvent(tree.system, EVENT_NEW_BUFFER, &event),
+           {GC_ERR_NOT_IMPLEMENTED, GC_ERR_NOT_AVAILABLE}, "GCRegisterEvent of the new buffer on the system");
+    c.Code(c.gentl.GCRegisterEvent(tree.system, 888, &event), {GC_ERR_NOT_IMPLEMENTED, GC_ERR_NOT_AVAILABLE},
+           "GCRegisterEvent of type 888");
 }
 
 void RemotePortIsNoSource(Context& c)
@@ -107,6 +114,26 @@ void TimeOuts(Context& c)
     c.Code(Poll(c, tree.event, 100), {GC_ERR_TIMEOUT}, "EventGetData of 100 ms without an event");
     c.Expect(MillisecondsSince(began) >= 98,
              fmt::format("EventGetData of 100 ms ends after {} ms", MillisecondsSince(began)));
+}
+
+void EndsInTime(Context& c)
+{
+    const Acquisition tree(c, 1);
+    const auto began = Clock::now();
+    c.Code(Poll(c, tree.event, 100), {GC_ERR_TIMEOUT}, "EventGetData of 100 ms without an event");
+    const long took = MillisecondsSince(began);
+    c.Expect(took < 2100, fmt::format("EventGetData of 100 ms ends after {} ms", took));
+}
+
+void WithoutLimit(Context& c)
+{
+    Acquisition tree(c, 4);
+    const Waiters waiter(c, tree.event, 1);
+    tree.QueueAll();
+    tree.Start();
+    c.Expect(waiter.WaitFor(1), "a wait without limit goes on when frames come");
+    c.Expect(waiter.Aborted() == 0, "a wait without limit is aborted when frames come");
+    tree.Stop();
 }
 
 void KillEndsOne(Context& c)
@@ -145,6 +172,12 @@ void KillBeforeData(Context& c)
     }
     tree.Stop();
     const uint64_t before = tree.InQueue().value_or(0);
+    const auto fired = [&] {
+        return Info<uint64_t>([&](INFO_DATATYPE* type, void* buffer, size_t* size) {
+            return c.gentl.EventGetInfo(tree.event, EVENT_NUM_FIRED, type, buffer, size);
+        });
+    };
+    const auto firedBefore = fired();
     c.Code(c.gentl.EventKill(tree.event), {GC_ERR_SUCCESS}, "EventKill");
     NewBuffer data{};
     size_t size = sizeof data;
@@ -152,6 +185,7 @@ void KillBeforeData(Context& c)
            "EventGetData after EventKill, with data");
     const uint64_t after = tree.InQueue().value_or(0);
     c.Expect(before == after, fmt::format("{} events are queued before the abort, {} after it", before, after));
+    c.Expect(fired() == firedBefore, "EVENT_NUM_FIRED changes by a kill");
 }
 
 void KillsAddUp(Context& c)
@@ -361,8 +395,8 @@ constexpr Rule kRules[] = {
     {"EV-005", "a kill ends exactly one of several waits", "6.3.7.5", Severity::Must, Needs::Camera, KillEndsOne},
     {"EV-006", "a kill with nobody waiting ends the next wait, also one of 0", "4.2.3.2", Severity::Must, Needs::Camera,
      IdleKill},
-    {"EV-007", "a kill comes before queued events, and loses none", "4.2.3.2", Severity::Must, Needs::Stream,
-     KillBeforeData},
+    {"EV-007", "a kill comes before queued events, loses none and is not counted", "4.2.3.2", Severity::Must,
+     Needs::Stream, KillBeforeData},
     {"EV-008", "several kills with nobody waiting end as many waits", "4.2.3.2", Severity::May, Needs::Camera,
      KillsAddUp, "whether they add up is left open"},
     {"EV-009", "no kill of 150 is missed", "6.3.7.5", Severity::Must, Needs::Camera, EveryKill},
@@ -395,6 +429,9 @@ constexpr Rule kRules[] = {
      FiredAddsUp},
     {"EV-019", "unregistering the new-buffer event unqueues the output, and keeps the input pool", "6.3.7.7",
      Severity::Must, Needs::Stream, UnregisterUnqueues},
+    {"EV-020", "a wait ends soon after its time, with a margin of two seconds", "6.3.7.2", Severity::Should,
+     Needs::Camera, EndsInTime},
+    {"EV-021", "a wait without limit ends with the next event", "6.3.7.2", Severity::Must, Needs::Stream, WithoutLimit},
 };
 
 } // namespace

@@ -2,6 +2,7 @@
 // Rules: handles that are null, of another kind, closed, or of a closed module; parents; opening again.
 #include "acquisition.h"
 #include "families.h"
+#include "info_sets.h"
 
 #include <fmt/format.h>
 
@@ -28,6 +29,7 @@ struct HandleCall
 {
     const char* name;
     std::function<GC_ERROR(void*, Room&)> call;
+    bool optional = false; ///< a producer that cannot do it at all may say so first
 };
 
 std::vector<HandleCall> SystemCalls(const Producer& g)
@@ -82,6 +84,11 @@ std::vector<HandleCall> StreamCalls(const Producer& g)
         {"DSRevokeBuffer", [&](void* h, Room&) { return g.DSRevokeBuffer(h, nullptr, nullptr, nullptr); }},
         {"DSGetBufferInfo",
          [&](void* h, Room& r) { return g.DSGetBufferInfo(h, nullptr, 0, &r.type, r.bytes, &r.size); }},
+        {"DSGetBufferChunkData", [&](void* h, Room& r) { return g.DSGetBufferChunkData(h, nullptr, nullptr, &r.size); },
+         true},
+        {"DSGetNumBufferParts", [&](void* h, Room& r) { return g.DSGetNumBufferParts(h, nullptr, &r.count); }, true},
+        {"DSGetBufferPartInfo",
+         [&](void* h, Room& r) { return g.DSGetBufferPartInfo(h, nullptr, 0, 0, &r.type, r.bytes, &r.size); }, true},
         {"DSClose", [&](void* h, Room&) { return g.DSClose(h); }}};
 }
 
@@ -92,6 +99,21 @@ std::vector<HandleCall> PortCalls(const Producer& g)
          [&](void* h, Room& r) {
              r.size = 4;
              return g.GCReadPort(h, 0, r.bytes, &r.size);
+         }},
+        {"GCWritePort",
+         [&](void* h, Room& r) {
+             r.size = 4;
+             return g.GCWritePort(h, 0, r.bytes, &r.size);
+         }},
+        {"GCReadPortStacked",
+         [&](void* h, Room& r) {
+             PORT_REGISTER_STACK_ENTRY entry{0, r.bytes, 4};
+             return g.GCReadPortStacked(h, &entry, &(r.size = 1));
+         }},
+        {"GCWritePortStacked",
+         [&](void* h, Room& r) {
+             PORT_REGISTER_STACK_ENTRY entry{0, r.bytes, 4};
+             return g.GCWritePortStacked(h, &entry, &(r.size = 1));
          }},
         {"GCGetPortURL", [&](void* h, Room& r) { return g.GCGetPortURL(h, r.bytes, &r.size); }},
         {"GCGetPortInfo", [&](void* h, Room& r) { return g.GCGetPortInfo(h, 0, &r.type, r.bytes, &r.size); }},
@@ -111,6 +133,19 @@ std::vector<HandleCall> EventCalls(const Producer& g)
             {"EventKill", [&](void* h, Room&) { return g.EventKill(h); }}};
 }
 
+/// Calls with the handle of a buffer.
+std::vector<HandleCall> BufferCalls(const Producer& g, void* stream)
+{
+    return {{"DSQueueBuffer", [&g, stream](void* h, Room&) { return g.DSQueueBuffer(stream, h); }},
+            {"DSRevokeBuffer", [&g, stream](void* h, Room&) { return g.DSRevokeBuffer(stream, h, nullptr, nullptr); }},
+            {"DSGetBufferInfo",
+             [&g, stream](void* h, Room& r) { return g.DSGetBufferInfo(stream, h, 0, &r.type, r.bytes, &r.size); }},
+            {"DSGetBufferChunkData",
+             [&g, stream](void* h, Room& r) { return g.DSGetBufferChunkData(stream, h, nullptr, &r.size); }, true},
+            {"DSGetNumBufferParts",
+             [&g, stream](void* h, Room& r) { return g.DSGetNumBufferParts(stream, h, &r.count); }, true}};
+}
+
 std::vector<HandleCall> AllCalls(const Producer& g)
 {
     std::vector<HandleCall> all;
@@ -127,7 +162,11 @@ void Refused(Context& c, const std::vector<HandleCall>& calls, void* handle, std
     for (const HandleCall& call : calls)
     {
         Room room;
-        c.Code(call.call(handle, room), {GC_ERR_INVALID_HANDLE}, fmt::format("{} of {}", call.name, what));
+        const GC_ERROR code = call.call(handle, room);
+        if (!call.optional || code != GC_ERR_NOT_IMPLEMENTED)
+        {
+            c.Code(code, {GC_ERR_INVALID_HANDLE}, fmt::format("{} of {}", call.name, what));
+        }
     }
 }
 
@@ -197,6 +236,8 @@ void Parents(Context& c)
     c.Code(c.gentl.DSGetParentDev(tree.stream, &parent), {GC_ERR_SUCCESS}, "DSGetParentDev");
     c.Expect(parent == tree.device, "DSGetParentDev gives another handle than IFOpenDevice");
     c.Code(c.gentl.IFGetParentTL(tree.interface, nullptr), {GC_ERR_INVALID_PARAMETER}, "IFGetParentTL without output");
+    c.Code(c.gentl.DevGetParentIF(tree.device, nullptr), {GC_ERR_INVALID_PARAMETER}, "DevGetParentIF without output");
+    c.Code(c.gentl.DSGetParentDev(tree.stream, nullptr), {GC_ERR_INVALID_PARAMETER}, "DSGetParentDev without output");
 }
 
 void Reopen(Context& c)
@@ -221,6 +262,66 @@ void ReopenDevice(Context& c)
            "TLOpenInterface after IFClose");
 }
 
+void BufferHandles(Context& c)
+{
+    const Acquisition tree(c, 1);
+    Refused(c, BufferCalls(c.gentl, tree.stream), nullptr, "no buffer");
+    Refused(c, BufferCalls(c.gentl, tree.stream), tree.stream, "the stream as a buffer");
+    Refused(c, BufferCalls(c.gentl, tree.stream), tree.event, "the event as a buffer");
+}
+
+void ClosedStream(Context& c)
+{
+    const Acquisition tree(c, 1);
+    Context::Needs(c.gentl.GCUnregisterEvent(tree.stream, EVENT_NEW_BUFFER), "GCUnregisterEvent");
+    for (const HandleCall& call : EventCalls(c.gentl))
+    {
+        Room room;
+        c.Code(call.call(tree.event, room), {GC_ERR_INVALID_HANDLE, GC_ERR_NOT_INITIALIZED},
+               fmt::format("{} of the unregistered event", call.name));
+    }
+    Context::Needs(c.gentl.DSClose(tree.stream), "DSClose");
+    Refused(c, StreamCalls(c.gentl), tree.stream, "the closed stream");
+    Context::Needs(c.gentl.DevClose(tree.device), "DevClose");
+    Refused(c, DeviceCalls(c.gentl), tree.device, "the closed device");
+    Refused(c, PortCalls(c.gentl), tree.remote, "the remote port of the closed device");
+}
+
+bool IsCodeOf15(GC_ERROR code)
+{
+    return code == GC_ERR_SUCCESS || (code <= GC_ERR_ERROR && code >= GC_ERR_BUSY) || code <= GC_ERR_CUSTOM_ID;
+}
+
+/// Whatever the calls are answered by. What fails otherwise is the matter of other rules.
+void KnownCodes(Context& c)
+{
+    const InfoSets sets(c);
+    TL_HANDLE other = nullptr;
+    std::vector<GC_ERROR> codes = {c.gentl.GCInitLib(), c.gentl.TLOpen(&other), c.gentl.TLOpen(nullptr)};
+    for (const InfoFunction& function : sets.functions)
+    {
+        for (int32_t command = -1; command < 40; ++command)
+        {
+            Room room;
+            codes.push_back(function.call(command, &room.type, room.bytes, &room.size));
+            codes.push_back(function.call(command, &room.type, room.bytes, &(room.size = 0)));
+        }
+    }
+    int made = 0;
+    for (void* handle : {static_cast<void*>(nullptr), static_cast<void*>(&made)})
+    {
+        for (const HandleCall& call : AllCalls(c.gentl))
+        {
+            Room room;
+            codes.push_back(call.call(handle, room));
+        }
+    }
+    for (const GC_ERROR code : codes)
+    {
+        c.Expect(IsCodeOf15(code), fmt::format("a call gives {}, which is no code of GenTL 1.5", code));
+    }
+}
+
 constexpr Rule kRules[] = {
     {"HD-001", "no handle is an invalid handle, for every function", "6.3", Severity::Must, Needs::Nothing,
      NullHandles},
@@ -238,6 +339,12 @@ constexpr Rule kRules[] = {
     {"HD-008", "a closed system opens again", "3.2", Severity::Must, Needs::Nothing, Reopen},
     {"HD-009", "a closed stream, device and interface open again", "3.3, 3.4, 3.5", Severity::Must, Needs::Camera,
      ReopenDevice},
+    {"HD-010", "codes are those of GenTL 1.5, or the producer's own (-10000 and below)", "6.1.5", Severity::Must,
+     Needs::Nothing, KnownCodes},
+    {"HD-011", "what is no buffer is an invalid handle for the functions of buffers", "6.3", Severity::Must,
+     Needs::Camera, BufferHandles},
+    {"HD-012", "the handles of a closed stream, a closed device and an unregistered event are invalid", "6.3",
+     Severity::Must, Needs::Camera, ClosedStream},
 };
 
 } // namespace

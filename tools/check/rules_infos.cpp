@@ -127,11 +127,38 @@ void TooSmall(Context& c)
     });
 }
 
+/// Whether a text is in ASCII or, where that is the encoding, in UTF-8.
+bool Encoded(std::string_view text, bool utf8)
+{
+    int following = 0;
+    for (const char c : text)
+    {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool continues = (byte & 0xC0U) == 0x80;
+        if (byte >= 0x80 && (!utf8 || byte >= 0xF8 || continues != (following > 0)))
+        {
+            return false;
+        }
+        if (byte < 0x80 && following > 0)
+        {
+            return false;
+        }
+        following = continues ? following - 1 : byte < 0xC0 ? 0 : byte < 0xE0 ? 1 : byte < 0xF0 ? 2 : 3;
+    }
+    return following == 0;
+}
+
 void Strings(Context& c)
 {
     ForEachAnswered(c, [&](const InfoCommand& command, const Answer& whole) {
+        const auto encoding = Info<int32_t>([&](INFO_DATATYPE* type, void* buffer, size_t* size) {
+            return c.gentl.GCGetInfo(TL_INFO_CHAR_ENCODING, type, buffer, size);
+        });
         if (whole.type == INFO_DATATYPE_STRING)
         {
+            const std::string_view text(whole.bytes.data());
+            c.Expect(Encoded(text, encoding == TL_CHAR_ENCODING_UTF8),
+                     command.name + ": bytes that the encoding of TL_INFO_CHAR_ENCODING does not have");
             const size_t length =
                 static_cast<size_t>(std::find(whole.bytes.begin(), whole.bytes.end(), '\0') - whole.bytes.begin());
             c.Expect(length + 1 == whole.size,
@@ -184,6 +211,35 @@ void ByIdAndByHandle(Context& c)
     }
 }
 
+void NoId(Context& c)
+{
+    Tree tree(c, Depth::Interface);
+    tree.LookForCamera();
+    INFO_DATATYPE type = 0;
+    char text[1024];
+    size_t size = sizeof text;
+    c.Code(c.gentl.IFGetDeviceInfo(tree.interface, nullptr, DEVICE_INFO_VENDOR, &type, text, &size),
+           {GC_ERR_INVALID_PARAMETER}, "IFGetDeviceInfo without an id");
+    size = sizeof text;
+    c.Expect(c.gentl.IFGetDeviceInfo(tree.interface, "no such camera", DEVICE_INFO_VENDOR, &type, text, &size) !=
+                 GC_ERR_SUCCESS,
+             "IFGetDeviceInfo of an unknown id succeeds");
+    size = sizeof text;
+    c.Expect(c.gentl.TLGetInterfaceInfo(tree.system, "no such interface", INTERFACE_INFO_ID, &type, text, &size) !=
+                 GC_ERR_SUCCESS,
+             "TLGetInterfaceInfo of an unknown id succeeds");
+}
+
+/// Nothing happens between the two rounds that would change an answer.
+void Repeated(Context& c)
+{
+    ForEachAnswered(c, [&](const InfoCommand& command, const Answer& first) {
+        const Answer second = Ask(command, kRoom, false);
+        c.Expect(second.code == first.code && second.size == first.size && second.bytes == first.bytes,
+                 command.name + " gives another answer when it is asked again");
+    });
+}
+
 constexpr Rule kRules[] = {
     {"IN-001", "an unknown info command is not implemented", "6.1.6", Severity::Must, Needs::Nothing, UnknownCommands},
     {"IN-002", "an info call without size is refused", "6.3.1.2", Severity::Must, Needs::Nothing, WithoutSize},
@@ -194,13 +250,16 @@ constexpr Rule kRules[] = {
     {"IN-005", "the exact size and more will do; the size is that of the value, and nothing beyond is written",
      "6.3.1.2", Severity::Must, Needs::Nothing, SizeOfCall},
     {"IN-006", "one byte less is too small", "6.3.1.2", Severity::Must, Needs::Nothing, TooSmall},
-    {"IN-007", "a string ends with its only 0, which its size counts", "6.1.3, 6.2.1.4", Severity::Must, Needs::Nothing,
-     Strings},
+    {"IN-007", "a string ends with its only 0, which its size counts, and has the encoding that is told",
+     "6.1.3, 6.2.1.4", Severity::Must, Needs::Nothing, Strings},
     {"IN-008", "the type is that of the command, in a query and in a call", "6.4", Severity::Must, Needs::Nothing,
      Types},
     {"IN-009", "a mandatory command is implemented", "6.4", Severity::Must, Needs::Nothing, Mandatory,
      "what is mandatory came with 1.5"},
     {"IN-010", "infos by id and by handle agree", "6.3.2.4, 6.3.3.4", Severity::Should, Needs::Camera, ByIdAndByHandle},
+    {"IN-011", "an info of no id is refused, and of an unknown id there is none", "6.3.2.4, 6.3.3.4", Severity::Must,
+     Needs::Camera, NoId},
+    {"IN-012", "an info call that is repeated gives the same", "6.3.1.2", Severity::Must, Needs::Nothing, Repeated},
 };
 
 } // namespace

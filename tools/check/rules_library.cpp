@@ -7,6 +7,7 @@
 #include <array>
 #include <filesystem>
 #include <fmt/format.h>
+#include <map>
 #include <thread>
 
 namespace nq::check
@@ -17,11 +18,33 @@ namespace
 
 using namespace GenTL;
 
+InfoCall SystemInfo(Context& c, TL_HANDLE system, TL_INFO_CMD command)
+{
+    return [&c, system, command](INFO_DATATYPE* type, void* buffer, size_t* size) {
+        return system == nullptr ? c.gentl.GCGetInfo(command, type, buffer, size)
+                                 : c.gentl.TLGetInfo(system, command, type, buffer, size);
+    };
+}
+
+/// The minor version of GenTL 1 that a function came with.
+uint32_t MinorVersionOf(const std::string& function)
+{
+    static const std::map<std::string, uint32_t> kLater = {
+        {"GCGetNumPortURLs", 1},     {"GCGetPortURLInfo", 1},   {"GCReadPortStacked", 1}, {"GCWritePortStacked", 1},
+        {"DSGetBufferChunkData", 3}, {"IFGetParentTL", 4},      {"DevGetParentIF", 4},    {"DSGetParentDev", 4},
+        {"DSGetNumBufferParts", 5},  {"DSGetBufferPartInfo", 5}};
+    const auto found = kLater.find(function);
+    return found == kLater.end() ? 0 : found->second;
+}
+
+/// A producer that does not tell its version is older than 1.5, where the info came.
 void AllFunctions(Context& c)
 {
+    Tree tree(c, Depth::Library);
+    const uint32_t claimed = Info<uint32_t>(SystemInfo(c, nullptr, TL_INFO_GENTL_VER_MINOR)).value_or(4);
     for (const std::string& name : MissingFunctions())
     {
-        c.Expect(false, name + " is not exported");
+        c.Expect(MinorVersionOf(name) > claimed, name + " is not exported");
     }
 }
 
@@ -136,14 +159,6 @@ void LastErrorParameters(Context& c)
     c.Expect(AskLastError(c).code == stored, "a failure of GCGetLastError itself is stored");
 }
 
-InfoCall SystemInfo(Context& c, TL_HANDLE system, TL_INFO_CMD command)
-{
-    return [&c, system, command](INFO_DATATYPE* type, void* buffer, size_t* size) {
-        return system == nullptr ? c.gentl.GCGetInfo(command, type, buffer, size)
-                                 : c.gentl.TLGetInfo(system, command, type, buffer, size);
-    };
-}
-
 void InfoAgrees(Context& c)
 {
     Tree tree(c, Depth::System);
@@ -196,6 +211,27 @@ void TransportLayer(Context& c)
              "INTERFACE_INFO_TLTYPE is \"" + interface + "\"");
 }
 
+/// Of all that says which technology it is of.
+void TransportLayerOfCamera(Context& c)
+{
+    const Tree tree(c, Depth::Stream);
+    const std::pair<const char*, std::string> told[] = {
+        {"DEVICE_INFO_TLTYPE", TextInfo([&](INFO_DATATYPE* type, void* buffer, size_t* size) {
+                                   return c.gentl.DevGetInfo(tree.device, DEVICE_INFO_TLTYPE, type, buffer, size);
+                               }).value_or("")},
+        {"STREAM_INFO_TLTYPE", TextInfo([&](INFO_DATATYPE* type, void* buffer, size_t* size) {
+                                   return c.gentl.DSGetInfo(tree.stream, STREAM_INFO_TLTYPE, type, buffer, size);
+                               }).value_or("")},
+        {"PORT_INFO_TLTYPE of the remote device", TextInfo([&](INFO_DATATYPE* type, void* buffer, size_t* size) {
+                                                      return c.gentl.GCGetPortInfo(tree.remote, PORT_INFO_TLTYPE, type,
+                                                                                   buffer, size);
+                                                  }).value_or("")}};
+    for (const auto& [what, text] : told)
+    {
+        c.Expect(IsTransportLayer(text) && text != TLTypeMixedName, fmt::format("{} is \"{}\"", what, text));
+    }
+}
+
 void Version(Context& c)
 {
     Tree tree(c, Depth::Library);
@@ -209,8 +245,8 @@ void Version(Context& c)
 }
 
 constexpr Rule kRules[] = {
-    {"LB-001", "every function of GenTL 1.5 is exported, undecorated", "6.1, 6.1.3", Severity::Must, Needs::Nothing,
-     AllFunctions},
+    {"LB-001", "every function of the claimed version is exported, undecorated", "6.1, 6.1.3", Severity::Must,
+     Needs::Nothing, AllFunctions},
     {"LB-002", "the file has the extension cti", "6.1", Severity::Must, Needs::Nothing, Extension},
     {"LB-004", "before GCInitLib GCGetInfo, GCGetLastError and TLOpen are not initialized", "6.3.1", Severity::Must,
      Needs::Nothing, BeforeInit},
@@ -231,6 +267,8 @@ constexpr Rule kRules[] = {
     {"LB-013", "the transport layers are names of the standard; only a system is Mixed", "6.6.1", Severity::Must,
      Needs::Nothing, TransportLayer},
     {"LB-014", "the claimed version is one of GenTL 1", "6.4.1.3", Severity::Must, Needs::Nothing, Version},
+    {"LB-015", "the transport layer of device, stream and remote port is a name of the standard, and not Mixed",
+     "6.6.1", Severity::Must, Needs::Camera, TransportLayerOfCamera},
 };
 
 } // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Rules: lists and their updates, ids, opening and access.
 #include "families.h"
+#include "other_process.h"
 #include "tree.h"
 
 #include <chrono>
@@ -136,9 +137,9 @@ void UpdatesInTime(Context& c)
 
 void IdsAreUnique(Context& c)
 {
-    const Tree tree(c, Depth::Interface);
+    const Tree tree(c, Depth::Device);
     c.gentl.IFUpdateDeviceList(tree.interface, nullptr, 500);
-    for (const auto& ids : {InterfaceIds(c, tree.system), DeviceIds(c, tree.interface)})
+    for (const auto& ids : {InterfaceIds(c, tree.system), DeviceIds(c, tree.interface), StreamIds(c, tree.device)})
     {
         const std::set<std::string> different(ids.begin(), ids.end());
         c.Expect(different.size() == ids.size(), "an id comes twice in a list");
@@ -154,8 +155,24 @@ void IdsStay(Context& c)
         const Tree tree(c, Depth::Device);
         std::vector<std::string> ids = InterfaceIds(c, tree.system);
         ids.push_back(c.target.deviceId); // which the tree found again
+        const std::vector<std::string> streams = StreamIds(c, tree.device);
+        ids.insert(ids.end(), streams.begin(), streams.end());
         c.Expect(session == 0 || ids == before, "the ids of a new session are others");
         before = ids;
+    }
+}
+
+/// While the device is open, whatever is updated or opened meanwhile.
+void StreamsStay(Context& c)
+{
+    Tree tree(c, Depth::Device);
+    const auto before = StreamIds(c, tree.device);
+    c.Require(c.gentl.IFUpdateDeviceList(tree.interface, nullptr, 500), "IFUpdateDeviceList");
+    c.Expect(StreamIds(c, tree.device) == before, "the streams of a device are others after an update");
+    if (!before.empty())
+    {
+        tree.OpenStream();
+        c.Expect(StreamIds(c, tree.device) == before, "the streams of a device are others when one is open");
     }
 }
 
@@ -211,6 +228,10 @@ void OpenDeviceParameters(Context& c)
            "DevOpenDataStream of null");
     c.Code(c.gentl.DevOpenDataStream(tree.device, "no such stream", &handle),
            {GC_ERR_INVALID_ID, GC_ERR_NOT_IMPLEMENTED}, "DevOpenDataStream of an unknown id");
+    c.Code(c.gentl.IFOpenDevice(tree.interface, "no such camera", DEVICE_ACCESS_CONTROL, nullptr),
+           {GC_ERR_INVALID_PARAMETER}, "IFOpenDevice without output");
+    c.Code(c.gentl.DevOpenDataStream(tree.device, "no such stream", nullptr),
+           {GC_ERR_INVALID_PARAMETER, GC_ERR_NOT_IMPLEMENTED}, "DevOpenDataStream without output");
 }
 
 void OpenWithoutUpdate(Context& c)
@@ -286,6 +307,38 @@ void FailedOpen(Context& c)
            {GC_ERR_SUCCESS}, "IFOpenDevice after one that failed");
 }
 
+void HeldElsewhere(Context& c)
+{
+    Tree tree(c, Depth::Interface);
+    tree.LookForCamera();
+    const OtherProcess other(c.target);
+    if (other.Opened() != GC_ERR_SUCCESS)
+    {
+        Context::NotTried(fmt::format("another process does not get the camera: {}", other.Opened()));
+    }
+    tree.LookForCamera();
+    const int32_t status = AccessStatus(c, tree);
+    c.Expect(status == DEVICE_ACCESS_STATUS_BUSY,
+             fmt::format("the status of a device that another process has open is {}", status));
+    c.Code(c.gentl.IFOpenDevice(tree.interface, c.target.deviceId.c_str(), DEVICE_ACCESS_CONTROL, &tree.device),
+           {GC_ERR_ACCESS_DENIED}, "IFOpenDevice of a device that another process has open");
+}
+
+void OpenExclusively(Context& c)
+{
+    Tree tree(c, Depth::Interface);
+    tree.LookForCamera();
+    const GC_ERROR code =
+        c.gentl.IFOpenDevice(tree.interface, c.target.deviceId.c_str(), DEVICE_ACCESS_EXCLUSIVE, &tree.device);
+    if (!c.Code(code, {GC_ERR_SUCCESS, GC_ERR_NOT_IMPLEMENTED}, "exclusive IFOpenDevice") || code != GC_ERR_SUCCESS)
+    {
+        return;
+    }
+    const int32_t status = AccessStatus(c, tree);
+    c.Expect(status == DEVICE_ACCESS_STATUS_OPEN_READWRITE,
+             fmt::format("the status of a device open exclusively is {}", status));
+}
+
 /// Consumers in the field take buffers of 256 bytes for ids, and stop without these infos.
 void WhatConsumersAsk(Context& c)
 {
@@ -322,6 +375,7 @@ constexpr Rule kRules[] = {
     {"LS-011", "an update harms no open module", "3.7", Severity::Must, Needs::Camera, UpdateHarmsNothing},
     {"LS-012", "ids are shorter than 256 bytes; a device tells id, vendor, model and serial number", "", Severity::May,
      Needs::Camera, WhatConsumersAsk},
+    {"LS-013", "the streams of a device stay the same", "3.4", Severity::Must, Needs::Camera, StreamsStay},
     {"OP-001", "a second TLOpen finds the system in use", "6.3.2.6", Severity::Must, Needs::Nothing, OpenTwice},
     {"OP-002", "a second open of interface, device or stream finds it in use", "6.3.2.6, 6.3.2.7", Severity::Must,
      Needs::Camera, OpenDeviceTwice},
@@ -334,6 +388,16 @@ constexpr Rule kRules[] = {
     {"OP-007", "the access status is free, open, and free again", "6.4.3.2", Severity::Should, Needs::Camera,
      StatusFollows},
     {"OP-008", "an open that fails leaves nothing open", "6.1.5", Severity::Must, Needs::Camera, FailedOpen},
+    {"OP-009",
+     "a device that another process has open is busy, and is not opened",
+     "6.1.4, 6.4.3.2",
+     Severity::Must,
+     Needs::Camera,
+     HeldElsewhere,
+     {},
+     40},
+    {"OP-010", "exclusive access works, or is not implemented", "6.4.3.1, 6.3.3.6", Severity::Must, Needs::Camera,
+     OpenExclusively},
 };
 
 } // namespace

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <fmt/format.h>
+#include <set>
 #include <stdexcept>
 
 namespace nq::check
@@ -63,11 +64,21 @@ void PortsAnswer(Context& c)
     }
 }
 
-void RemotePortId(Context& c)
+void PortIds(Context& c)
 {
-    const Tree tree(c, Depth::Device);
-    const std::string id = TextInfo(PortInfo(c, tree.remote, PORT_INFO_ID)).value_or("");
-    c.Expect(id == c.target.deviceId, fmt::format("PORT_INFO_ID of the remote device is \"{}\"", id));
+    const Tree tree(c, Depth::Stream);
+    const std::string system = TextInfo([&](INFO_DATATYPE* type, void* buffer, size_t* size) {
+                                   return c.gentl.TLGetInfo(tree.system, TL_INFO_ID, type, buffer, size);
+                               }).value_or("");
+    const std::string ids[] = {system, tree.interfaceId, c.target.deviceId, c.target.deviceId, tree.streamId};
+    size_t index = 0;
+    for (const Port& port : Ports(tree))
+    {
+        const std::string& expected = ids[index++];
+        const std::string id = TextInfo(PortInfo(c, port.handle, PORT_INFO_ID)).value_or("");
+        c.Expect(id == expected,
+                 fmt::format("PORT_INFO_ID of the {} is \"{}\" instead of \"{}\"", port.name, id, expected));
+    }
 }
 
 void BufferPort(Context& c)
@@ -234,6 +245,26 @@ void UrlInfosAgree(Context& c)
     }
 }
 
+/// Each URL of the old list is one of the new call's, apart from the schema's version.
+void ListIsOfTheUrls(Context& c, const Port& port, std::string_view list)
+{
+    uint32_t count = 0;
+    Context::Needs(c.gentl.GCGetNumPortURLs(port.handle, &count), "GCGetNumPortURLs");
+    std::set<std::string> urls;
+    for (uint32_t index = 0; index < count; ++index)
+    {
+        urls.insert(TextInfo([&](INFO_DATATYPE* type, void* buffer, size_t* size) {
+                        return c.gentl.GCGetPortURLInfo(port.handle, index, URL_INFO_URL, type, buffer, size);
+                    }).value_or(""));
+    }
+    for (size_t at = 0; at < list.size() && list[at] != '\0'; at = list.find('\0', at) + 1)
+    {
+        const std::string url(list.data() + at);
+        c.Expect(urls.contains(url.substr(0, url.find("?SchemaVersion"))),
+                 fmt::format("the list of the {} has \"{}\", which is no URL of its own", port.name, url));
+    }
+}
+
 void ListOfUrls(Context& c)
 {
     const Tree tree(c, Depth::Stream);
@@ -246,6 +277,10 @@ void ListOfUrls(Context& c)
         c.Code(code, {GC_ERR_SUCCESS}, "GCGetPortURL");
         const bool ends = size >= 2 && size <= sizeof text && text[size - 1] == '\0' && text[size - 2] == '\0';
         c.Expect(code != GC_ERR_SUCCESS || ends, fmt::format("the list of the {} does not end in two 0", port.name));
+        if (code == GC_ERR_SUCCESS && ends)
+        {
+            ListIsOfTheUrls(c, port, {text, size - 1});
+        }
     }
 }
 
@@ -371,6 +406,11 @@ void StackedReads(Context& c)
            "GCReadPortStacked without entries");
     c.Code(c.gentl.GCReadPortStacked(tree.system, entries, nullptr), {GC_ERR_INVALID_PARAMETER},
            "GCReadPortStacked without count");
+    count = 3;
+    c.Code(c.gentl.GCWritePortStacked(tree.system, nullptr, &count), {GC_ERR_INVALID_PARAMETER},
+           "GCWritePortStacked without entries");
+    c.Code(c.gentl.GCWritePortStacked(tree.system, entries, nullptr), {GC_ERR_INVALID_PARAMETER},
+           "GCWritePortStacked without count");
 }
 
 std::vector<std::string> MandatoryFeatures(std::string_view module)
@@ -411,7 +451,8 @@ void Features(Context& c)
 constexpr Rule kRules[] = {
     {"PT-001", "every module's port tells its kind, is there, and has one endianness", "4.1.1, 6.4.5.1", Severity::Must,
      Needs::Camera, PortsAnswer},
-    {"PT-002", "the remote port has the id of the device", "6.4.5.1", Severity::Must, Needs::Camera, RemotePortId},
+    {"PT-002", "a port has the id of its module, the remote one that of the device", "6.4.5.1", Severity::Must,
+     Needs::Camera, PortIds},
     {"PT-003", "a buffer's port works, or is not implemented", "4.1.1.2", Severity::Must, Needs::Camera, BufferPort},
     {"PT-004", "every module has a URL, and an index beyond them is invalid", "4.1.1, 6.3.6.4", Severity::Must,
      Needs::Camera, NumberOfUrls},
@@ -425,7 +466,8 @@ constexpr Rule kRules[] = {
      RegistersAnswer},
     {"PT-009", "PORT_INFO_PORTNAME is a port of the description", "6.4.5.1", Severity::Must, Needs::Camera, PortNames},
     {"PT-010", "address, size and scheme agree with the URL", "6.4.5.2", Severity::Must, Needs::Camera, UrlInfosAgree},
-    {"PT-011", "the list of URLs ends in two 0", "6.3.6.2", Severity::Must, Needs::Camera, ListOfUrls},
+    {"PT-011", "the list of URLs ends in two 0, and has no other ones", "6.3.6.2", Severity::Must, Needs::Camera,
+     ListOfUrls},
     {"PT-012", "reads and writes check their arguments", "6.3.6.5, 6.3.6.6", Severity::Must, Needs::Nothing,
      ReadParameters},
     {"PT-013", "an address without a register is invalid", "6.3.6.5", Severity::Must, Needs::Nothing, BadAddress},

@@ -160,36 +160,49 @@ std::string Id(const IdCall& call, GenTL::GC_ERROR& code)
     return text.data();
 }
 
-std::vector<std::string> InterfaceIds(Context& context, GenTL::TL_HANDLE system)
+namespace
+{
+
+/// The ids of a list from its two functions; the rule ends as not tried where they fail.
+std::vector<std::string> IdsOf(const std::function<GenTL::GC_ERROR(uint32_t*)>& number,
+                               const std::function<GenTL::GC_ERROR(uint32_t, char*, size_t*)>& id)
 {
     uint32_t count = 0;
-    const Producer& gentl = context.gentl;
-    Context::Needs(gentl.TLGetNumInterfaces(system, &count), "TLGetNumInterfaces");
+    Context::Needs(number(&count), "the number of a list");
     std::vector<std::string> ids;
     for (uint32_t index = 0; index < count; ++index)
     {
         GenTL::GC_ERROR code = 0;
-        const auto call = [&](char* text, size_t* size) { return gentl.TLGetInterfaceID(system, index, text, size); };
-        ids.push_back(Id(call, code));
-        Context::Needs(code, "TLGetInterfaceID");
+        ids.push_back(Id([&](char* text, size_t* size) { return id(index, text, size); }, code));
+        Context::Needs(code, "an id of a list");
     }
     return ids;
 }
 
+} // namespace
+
+std::vector<std::string> InterfaceIds(Context& context, GenTL::TL_HANDLE system)
+{
+    const Producer& gentl = context.gentl;
+    return IdsOf(
+        [&](uint32_t* count) { return gentl.TLGetNumInterfaces(system, count); },
+        [&](uint32_t index, char* text, size_t* size) { return gentl.TLGetInterfaceID(system, index, text, size); });
+}
+
 std::vector<std::string> DeviceIds(Context& context, GenTL::IF_HANDLE interface)
 {
-    uint32_t count = 0;
     const Producer& gentl = context.gentl;
-    Context::Needs(gentl.IFGetNumDevices(interface, &count), "IFGetNumDevices");
-    std::vector<std::string> ids;
-    for (uint32_t index = 0; index < count; ++index)
-    {
-        GenTL::GC_ERROR code = 0;
-        const auto call = [&](char* text, size_t* size) { return gentl.IFGetDeviceID(interface, index, text, size); };
-        ids.push_back(Id(call, code));
-        Context::Needs(code, "IFGetDeviceID");
-    }
-    return ids;
+    return IdsOf(
+        [&](uint32_t* count) { return gentl.IFGetNumDevices(interface, count); },
+        [&](uint32_t index, char* text, size_t* size) { return gentl.IFGetDeviceID(interface, index, text, size); });
+}
+
+std::vector<std::string> StreamIds(Context& context, GenTL::DEV_HANDLE device)
+{
+    const Producer& gentl = context.gentl;
+    return IdsOf(
+        [&](uint32_t* count) { return gentl.DevGetNumDataStreams(device, count); },
+        [&](uint32_t index, char* text, size_t* size) { return gentl.DevGetDataStreamID(device, index, text, size); });
 }
 
 std::optional<uint64_t> StreamNumber(Context& context, GenTL::DS_HANDLE stream, GenTL::STREAM_INFO_CMD command)

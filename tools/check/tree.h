@@ -86,6 +86,7 @@ std::string Id(const IdCall& call, GenTL::GC_ERROR& code);
 /// The ids of a list, in its order; the rule ends as not tried where that fails.
 std::vector<std::string> InterfaceIds(Context& context, GenTL::TL_HANDLE system);
 std::vector<std::string> DeviceIds(Context& context, GenTL::IF_HANDLE interface);
+std::vector<std::string> StreamIds(Context& context, GenTL::DEV_HANDLE device);
 
 std::optional<uint64_t> StreamNumber(Context& context, GenTL::DS_HANDLE stream, GenTL::STREAM_INFO_CMD command);
 std::optional<bool> StreamFlag(Context& context, GenTL::DS_HANDLE stream, GenTL::STREAM_INFO_CMD command);

@@ -80,8 +80,13 @@ void OneFrame()
 {
     State& s = The();
     ++s.frameId;
+    if (s.creditsLost >= 4)
+    {
+        return;
+    }
     if (s.input.empty())
     {
+        s.creditsLost += Fault("frames_without_buffer_use_credits") ? 1 : 0;
         s.underruns += Fault("underruns_uncounted") ? 0 : 1;
         return;
     }
@@ -102,6 +107,7 @@ void Run()
     while (!s.engineEnds)
     {
         WriteWhereItMustNot();
+        s.cameraSends = s.cameraSends && !OwnerIsDisturbed();
         if (s.running && s.cameraSends)
         {
             OneFrame();
@@ -226,6 +232,8 @@ void CloseStream(std::unique_lock<std::mutex>& lock)
         return;
     }
     EndEvents(s.stream);
+    s.lastStream = s.stream;
+    s.memory.erase(s.stream);
     s.stream = nullptr;
     s.running = s.stopDue = false;
     if (!Fault("close_stream_keeps_buffers"))

@@ -140,11 +140,17 @@ bool Wait(Lock& lock, Event& event, uint64_t timeout, GC_ERROR& code)
     }
     if (timeout == GENTL_INFINITE)
     {
-        The().changed.wait(lock, due);
+        The().changed.wait(lock, [&] {
+            return event.ended || event.kills > 0 || (Queued(event) > 0 && !Fault("endless_wait_is_deaf"));
+        });
     }
     else
     {
-        const uint64_t ms = Fault("wait_is_early") ? timeout / 2 : Fault("zero_wait_waits") ? timeout + 300 : timeout;
+        const uint64_t late = Fault("wait_is_late") && timeout == 100 ? 2500 : 0;
+        const uint64_t ms = late > 0                   ? late
+                            : Fault("wait_is_early")   ? timeout / 2
+                            : Fault("zero_wait_waits") ? timeout + 300
+                                                       : timeout;
         The().changed.wait_for(lock, std::chrono::milliseconds(std::min<uint64_t>(ms, 1000000000)), due);
     }
     --event.waiting;
@@ -354,6 +360,7 @@ extern "C" GC_API EventKill(EVENT_HANDLE hEvent)
     const bool idle = event.waiting == 0 && Fault("idle_kill_forgotten");
     if (!lost && !idle)
     {
+        event.fired += Fault("kill_counts_as_fired") ? 1 : 0;
         event.kills = Fault("kills_are_one") ? 1 : event.kills + 1;
     }
     The().changed.notify_all();

@@ -235,10 +235,25 @@ namespace
     {
         std::abort();
     }
+    if (Fault("second_copy_aborts"))
+    {
+        const char* process = std::getenv("NQ_FAULTY_LOADED");
+        if (process != nullptr && std::to_string(getpid()) == process)
+        {
+            std::abort();
+        }
+        setenv("NQ_FAULTY_LOADED", std::to_string(getpid()).c_str(), 1);
+    }
+    if (Fault("fork_stops_frames"))
+    {
+        pthread_atfork(
+            nullptr, [] { The().cameraSends = false; }, nullptr);
+    }
 }
 
 [[gnu::destructor]] void Unload()
 {
+    unsetenv("NQ_FAULTY_LOADED");
     if (Fault("unload_crashes"))
     {
         std::abort();
@@ -282,12 +297,17 @@ void SinsOfASession()
     }
 }
 
+} // namespace
+
 std::string OwnPath()
 {
     Dl_info info{};
-    dladdr(reinterpret_cast<void*>(&Load), &info);
+    dladdr(reinterpret_cast<void*>(&The), &info);
     return Fault("wrong_pathname") ? "/nowhere.cti" : info.dli_fname;
 }
+
+namespace
+{
 
 GC_ERROR SystemInfo(TL_INFO_CMD command, INFO_DATATYPE* type, void* buffer, size_t* size)
 {

@@ -7,22 +7,27 @@ using namespace GenTL;
 namespace nq::faulty
 {
 
+uint32_t Interfaces()
+{
+    return Fault("ids_change_by_session") ? 2 : 1;
+}
+
+std::string OtherInterfaceId()
+{
+    return "made-up-in-session-" + std::to_string(The().sessions);
+}
+
+uint32_t Devices()
+{
+    return Fault("device_listed_twice") ? 2 : 1;
+}
+
 namespace
 {
 
 GC_ERROR Unknown()
 {
     return Fault("unknown_command_is_parameter") ? GC_ERR_INVALID_PARAMETER : GC_ERR_NOT_IMPLEMENTED;
-}
-
-uint32_t Interfaces()
-{
-    return Fault("ids_change_by_session") ? 2 : 1;
-}
-
-uint32_t Devices()
-{
-    return Fault("device_listed_twice") ? 2 : 1;
 }
 
 GC_ERROR InterfaceInfo(INTERFACE_INFO_CMD command, INFO_DATATYPE* type, void* buffer, size_t* size)
@@ -32,8 +37,9 @@ GC_ERROR InterfaceInfo(INTERFACE_INFO_CMD command, INFO_DATATYPE* type, void* bu
     case INTERFACE_INFO_ID:
         return AnswerText(kInterfaceId, type, buffer, size);
     case INTERFACE_INFO_DISPLAYNAME:
-        return Fault("mandatory_info_missing") ? GC_ERR_NOT_IMPLEMENTED
-                                               : AnswerText("Made-up interface", type, buffer, size);
+        return Fault("mandatory_info_missing")
+                   ? GC_ERR_NOT_IMPLEMENTED
+                   : AnswerText(Fault("text_not_ascii") ? "Made-\xFCp" : "Made-up interface", type, buffer, size);
     case INTERFACE_INFO_TLTYPE:
         return AnswerText(TLTypeCustomName, type, buffer, size);
     default:
@@ -41,9 +47,18 @@ GC_ERROR InterfaceInfo(INTERFACE_INFO_CMD command, INFO_DATATYPE* type, void* bu
     }
 }
 
+uint32_t Streams()
+{
+    return Fault("streams_change") && The().stream != nullptr ? 2 : 1;
+}
+
 int32_t AccessStatus()
 {
     const State& s = The();
+    if (s.device == nullptr && CameraIsTaken())
+    {
+        return Fault("busy_is_no_access") ? DEVICE_ACCESS_STATUS_NOACCESS : DEVICE_ACCESS_STATUS_BUSY;
+    }
     if (s.device == nullptr || Fault("status_never_open"))
     {
         return DEVICE_ACCESS_STATUS_READWRITE;
@@ -63,7 +78,7 @@ GC_ERROR DeviceInfo(DEVICE_INFO_CMD command, bool byHandle, INFO_DATATYPE* type,
     case DEVICE_INFO_MODEL:
         return AnswerText("Camera", type, buffer, size);
     case DEVICE_INFO_TLTYPE:
-        return AnswerText(TLTypeCustomName, type, buffer, size);
+        return AnswerText(Fault("device_is_mixed") ? TLTypeMixedName : TLTypeCustomName, type, buffer, size);
     case DEVICE_INFO_DISPLAYNAME:
         return AnswerText("Made up Camera (made-up-camera)", type, buffer, size);
     case DEVICE_INFO_ACCESS_STATUS:
@@ -96,6 +111,7 @@ void CloseDevice(std::unique_lock<std::mutex>& lock)
     EndEvents(s.device);
     EndEvents(s.remote);
     s.device = nullptr;
+    ReleaseCamera();
     if (!Fault("remote_port_outlives_device"))
     {
         s.remote = nullptr;
@@ -201,8 +217,7 @@ extern "C" GC_API TLGetInterfaceID(TL_HANDLE hTL, uint32_t iIndex, char* sID, si
     {
         return Result(Fault("wrong_index_is_id") ? GC_ERR_INVALID_ID : GC_ERR_INVALID_INDEX);
     }
-    const std::string other = "made-up-in-session-" + std::to_string(The().sessions);
-    return Result(AnswerId(iIndex == 0 ? kInterfaceId : other.c_str(), sID, piSize));
+    return Result(AnswerId(iIndex == 0 ? kInterfaceId : OtherInterfaceId().c_str(), sID, piSize));
 }
 
 extern "C" GC_API TLGetInterfaceInfo(TL_HANDLE hTL, const char* sIfaceID, INTERFACE_INFO_CMD iInfoCmd,
@@ -341,6 +356,7 @@ extern "C" GC_API IFUpdateDeviceList(IF_HANDLE hIface, bool8_t* pbChanged, uint6
     if (Fault("update_closes_device") && s.device != nullptr)
     {
         s.device = nullptr;
+        ReleaseCamera();
     }
     return GC_ERR_SUCCESS;
 }
@@ -355,7 +371,7 @@ extern "C" GC_API IFGetDeviceInfo(IF_HANDLE hIface, const char* sDeviceID, DEVIC
     }
     if (sDeviceID == nullptr)
     {
-        return Result(GC_ERR_INVALID_PARAMETER);
+        return Result(Fault("info_of_no_id_is_id") ? GC_ERR_INVALID_ID : GC_ERR_INVALID_PARAMETER);
     }
     return Result(std::string_view(sDeviceID) != kDeviceId ? GC_ERR_INVALID_ID
                                                            : DeviceInfo(iInfoCmd, false, piType, pBuffer, piSize));
@@ -389,6 +405,15 @@ extern "C" GC_API IFOpenDevice(IF_HANDLE hIface, const char* sDeviceID, DEVICE_A
     if (s.device != nullptr)
     {
         return Result(Fault("device_in_use_is_denied") ? GC_ERR_ACCESS_DENIED : GC_ERR_RESOURCE_IN_USE);
+    }
+    if (iOpenFlags == DEVICE_ACCESS_EXCLUSIVE && Fault("exclusive_is_parameter"))
+    {
+        return Result(GC_ERR_INVALID_PARAMETER);
+    }
+    if (!ClaimCamera() && !Fault("device_shared_by_processes"))
+    {
+        DisturbOwner();
+        return Result(GC_ERR_ACCESS_DENIED);
     }
     *phDevice = s.device = NewHandle();
     s.remote = NewHandle();
@@ -444,7 +469,7 @@ extern "C" GC_API DevGetNumDataStreams(DEV_HANDLE hDevice, uint32_t* piNumDataSt
     {
         return Result(GC_ERR_INVALID_PARAMETER);
     }
-    *piNumDataStreams = 1;
+    *piNumDataStreams = Streams();
     return GC_ERR_SUCCESS;
 }
 
@@ -455,7 +480,7 @@ extern "C" GC_API DevGetDataStreamID(DEV_HANDLE hDevice, uint32_t iIndex, char* 
     {
         return Result(code);
     }
-    return Result(iIndex >= 1 ? GC_ERR_INVALID_INDEX : AnswerId(kStreamId, sDataStreamID, piSize));
+    return Result(iIndex >= Streams() ? GC_ERR_INVALID_INDEX : AnswerId(kStreamId, sDataStreamID, piSize));
 }
 
 namespace

@@ -3,6 +3,7 @@
 #include "state.h"
 
 #include <cstdio>
+#include <unistd.h>
 
 using namespace GenTL;
 
@@ -12,7 +13,12 @@ namespace nq::faulty
 namespace
 {
 
-constexpr uint64_t kRegistersEnd = 0x400;
+constexpr uint64_t kRegistersEnd = 0x2000;
+constexpr uint64_t kNumbers = 0x100; // of 4 bytes each
+constexpr uint64_t kTexts = 0x1000;  // of kTextSize bytes each
+constexpr uint64_t kTextSize = 0x100;
+constexpr uint64_t kSelector = 0x204;
+constexpr uint64_t kUpdate = 0x300;
 constexpr uint64_t kWritableBegin = 0x200;
 constexpr uint64_t kWritableEnd = 0x310;
 constexpr uint64_t kXml = 0x10000;
@@ -25,7 +31,13 @@ void AddText(std::string& xml, const std::string& name, uint64_t address)
     char place[16];
     std::snprintf(place, sizeof place, "0x%llx", static_cast<unsigned long long>(address));
     xml += "<StringReg Name=\"" + name + "\"><Address>" + place +
-           "</Address><Length>64</Length><AccessMode>RO</AccessMode><pPort>Device</pPort></StringReg>\n";
+           "</Address><Length>256</Length><AccessMode>RO</AccessMode><pPort>Device</pPort></StringReg>\n";
+}
+
+void AddChoice(std::string& xml, const std::string& name)
+{
+    xml += "<Enumeration Name=\"" + name + "\"><EnumEntry Name=\"Custom\"><Value>0</Value></EnumEntry>" +
+           "<Value>0</Value></Enumeration>\n";
 }
 
 void AddNumber(std::string& xml, const std::string& name, uint64_t address, const char* mode)
@@ -44,71 +56,154 @@ void AddCommand(std::string& xml, const std::string& name, uint64_t address)
         "<Command Name=\"" + name + "\"><pValue>" + name + "Value</pValue><CommandValue>1</CommandValue></Command>\n";
 }
 
-std::vector<std::string> TextFeatures(Kind kind)
+std::string NameOfPort(Kind kind)
 {
     switch (kind)
     {
     case Kind::System:
-        return {"TLID", "TLVendorName", "TLModelName", "TLVersion", "TLPath", "TLType", "InterfaceID"};
+        return "TLPort";
     case Kind::Interface:
-        return {"InterfaceID",      "InterfaceType",   "DeviceID",
-                "DeviceVendorName", "DeviceModelName", "DeviceAccessStatus"};
+        return "InterfacePort";
     case Kind::Device:
-        return {"DeviceID", "DeviceVendorName", "DeviceModelName", "DeviceType", "StreamID"};
+        return "DevicePort";
     case Kind::Stream:
-        return {"StreamID", "StreamType", "StreamBufferHandlingMode"};
+        return "StreamPort";
     default:
-        return {"DeviceModelName"};
+        return "Device";
     }
 }
 
-std::vector<std::string> NumberFeatures(Kind kind)
+using Texts = std::vector<std::pair<std::string, std::string>>;
+
+/// The features that are texts, with their values.
+Texts TextFeatures(Kind kind)
 {
     switch (kind)
     {
     case Kind::System:
-        return {"GenTLVersionMajor", "GenTLVersionMinor", "InterfaceSelector"};
+        return {{"TLID", "made-up"},        {"TLVendorName", "Made up"},
+                {"TLModelName", "Made up"}, {"TLVersion", Fault("feature_value_differs") ? "0.9" : "1.0"},
+                {"TLPath", OwnPath()},      {"InterfaceID", kInterfaceId}};
     case Kind::Interface:
-        return {"DeviceSelector"};
+        return {{"InterfaceID", kInterfaceId},
+                {"DeviceID", kDeviceId},
+                {"DeviceVendorName", "Made up"},
+                {"DeviceModelName", "Camera"}};
     case Kind::Device:
-        return {"StreamSelector"};
+        return {{"DeviceID", kDeviceId},
+                {"DeviceVendorName", "Made up"},
+                {"DeviceModelName", "Camera"},
+                {"StreamID", kStreamId}};
     case Kind::Stream:
-        return {"StreamAnnouncedBufferCount", "StreamAnnounceBufferMinimum"};
+        return {{"StreamID", kStreamId}};
+    default:
+        return {{"DeviceModelName", "Camera"}};
+    }
+}
+
+std::vector<std::string> ChoiceFeatures(Kind kind)
+{
+    switch (kind)
+    {
+    case Kind::System:
+        return {"TLType"};
+    case Kind::Interface:
+        return {"InterfaceType", "DeviceAccessStatus"};
+    case Kind::Device:
+        return {"DeviceType", "DeviceAccessStatus"};
+    case Kind::Stream:
+        return {"StreamType", "StreamBufferHandlingMode"};
     default:
         return {};
     }
+}
+
+/// The features that are numbers and read only, with their values.
+std::vector<std::pair<std::string, uint32_t>> NumberFeatures(Kind kind)
+{
+    switch (kind)
+    {
+    case Kind::System:
+        return {{"GenTLVersionMajor", Fault("wrong_version") ? 5 : 1}, {"GenTLVersionMinor", 5}};
+    case Kind::Interface:
+        return {{"InterfaceTLVersionMajor", 1},
+                {"InterfaceTLVersionMinor", 0},
+                {"DeviceTLVersionMajor", 1},
+                {"DeviceTLVersionMinor", 0}};
+    case Kind::Stream:
+        return {{"StreamAnnouncedBufferCount", static_cast<uint32_t>(The().buffers.size())},
+                {"StreamAnnounceBufferMinimum", 1}};
+    default:
+        return {};
+    }
+}
+
+void AddSelector(std::string& xml, const std::string& name)
+{
+    if (Fault("selector_is_text"))
+    {
+        AddText(xml, name, kTexts);
+        return;
+    }
+    AddNumber(xml, name, kSelector, "RW");
+}
+
+void AddOfKind(std::string& xml, Kind kind)
+{
+    switch (kind)
+    {
+    case Kind::System:
+        AddCommand(xml, "InterfaceUpdateList", kUpdate);
+        AddSelector(xml, "InterfaceSelector");
+        break;
+    case Kind::Interface:
+        AddCommand(xml, "DeviceUpdateList", kUpdate);
+        AddSelector(xml, "DeviceSelector");
+        break;
+    case Kind::Device:
+        AddSelector(xml, "StreamSelector");
+        break;
+    case Kind::Stream:
+        xml += Fault("sfnc_feature_missing") ? "" : "<Category Name=\"StreamInformation\"/>\n";
+        break;
+    default:
+        AddCommand(xml, "AcquisitionStart", kStart);
+        AddCommand(xml, "AcquisitionStop", kStop);
+        AddNumber(xml, "PayloadSize", kPayloadRegister, "RO");
+        break;
+    }
+}
+
+void AddFeatures(std::string& xml, Kind kind)
+{
+    uint64_t place = kTexts;
+    for (const auto& [name, value] : TextFeatures(kind))
+    {
+        AddText(xml, name, place);
+        place += kTextSize;
+    }
+    place = kNumbers;
+    for (const auto& [name, value] : NumberFeatures(kind))
+    {
+        AddNumber(xml, name, place, "RO");
+        place += 4;
+    }
+    for (const std::string& name : ChoiceFeatures(kind))
+    {
+        if (!(Fault("feature_missing") && name == "StreamBufferHandlingMode"))
+        {
+            AddChoice(xml, name);
+        }
+    }
+    AddNumber(xml, "Changeable", kWritableBegin, "RW");
+    AddOfKind(xml, kind);
 }
 
 std::string Xml(Kind kind)
 {
     std::string xml = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<RegisterDescription>\n<Category Name=\"Root\">"
                       "<pFeature>Changeable</pFeature></Category>\n";
-    for (const std::string& name : TextFeatures(kind))
-    {
-        if (!(Fault("feature_missing") && name == "StreamBufferHandlingMode"))
-        {
-            AddText(xml, name, 0);
-        }
-    }
-    for (const std::string& name : NumberFeatures(kind))
-    {
-        AddNumber(xml, name, 0x100, "RO");
-    }
-    AddNumber(xml, "Changeable", 0x200, "RW");
-    if (kind == Kind::System)
-    {
-        AddCommand(xml, "InterfaceUpdateList", 0x300);
-    }
-    if (kind == Kind::Interface)
-    {
-        AddCommand(xml, "DeviceUpdateList", 0x300);
-    }
-    if (kind == Kind::Remote)
-    {
-        AddCommand(xml, "AcquisitionStart", kStart);
-        AddCommand(xml, "AcquisitionStop", kStop);
-        AddNumber(xml, "PayloadSize", kPayloadRegister, "RO");
-    }
+    AddFeatures(xml, kind);
     if (Fault("xml_reference_dangles") && kind == Kind::Device)
     {
         xml += "<Integer Name=\"Lost\"><pValue>Nowhere</pValue></Integer>\n";
@@ -117,8 +212,42 @@ std::string Xml(Kind kind)
     {
         AddNumber(xml, "Outside", 0x9000, "RO");
     }
-    xml += "<Port Name=\"Device\"/>\n";
+    const std::string port = NameOfPort(kind);
+    const std::string reference = "<pPort>Device</pPort>";
+    for (size_t at = xml.find(reference); at != std::string::npos; at = xml.find(reference, at + 1))
+    {
+        xml.replace(at, reference.size(), "<pPort>" + port + "</pPort>");
+    }
+    xml += "<Port Name=\"" + port + "\"/>\n";
     return xml + (Fault("xml_broken") && kind == Kind::Stream ? "</Register>" : "</RegisterDescription>\n");
+}
+
+void PutText(std::vector<char>& memory, size_t index, const std::string& text)
+{
+    char* const place = memory.data() + kTexts + kTextSize * index;
+    std::memset(place, 0, kTextSize);
+    text.copy(place, kTextSize - 1);
+}
+
+/// Values of the features as they are now.
+void FillFeatures(std::vector<char>& memory, Kind kind)
+{
+    size_t index = 0;
+    for (const auto& [name, value] : TextFeatures(kind))
+    {
+        PutText(memory, index++, value);
+    }
+    index = 0;
+    for (const auto& [name, value] : NumberFeatures(kind))
+    {
+        std::memcpy(memory.data() + kNumbers + 4 * index++, &value, sizeof value);
+    }
+    uint32_t selected = 0;
+    std::memcpy(&selected, memory.data() + kSelector, sizeof selected);
+    if (kind == Kind::System && selected == 1)
+    {
+        PutText(memory, 5, OtherInterfaceId());
+    }
 }
 
 bool InRange(const std::vector<char>& memory, uint64_t address, size_t size)
@@ -131,7 +260,8 @@ bool InRange(const std::vector<char>& memory, uint64_t address, size_t size)
 
 GC_ERROR Read(void* port, uint64_t address, void* buffer, size_t* size)
 {
-    const std::vector<char>& memory = The().memory[port];
+    std::vector<char>& memory = The().memory[port];
+    FillFeatures(memory, KindOf(port));
     if (!InRange(memory, address, *size))
     {
         if (Fault("read_beyond_is_partial") && InRange(memory, address, 1))
@@ -146,6 +276,10 @@ GC_ERROR Read(void* port, uint64_t address, void* buffer, size_t* size)
         return GC_ERR_INVALID_ADDRESS;
     }
     std::memcpy(buffer, memory.data() + address, *size);
+    if (Fault("other_threads_read_zeros") && gettid() != getpid())
+    {
+        std::memset(buffer, 0, *size);
+    }
     return GC_ERR_SUCCESS;
 }
 
@@ -158,6 +292,22 @@ void Obey(void* port, uint64_t address)
         s.frameId = address == kStart ? 0 : s.frameId;
         s.changed.notify_all();
     }
+    if (address == kUpdate && !Fault("update_command_does_nothing"))
+    {
+        s.interfacesListed = s.interfacesListed || port == s.system;
+        s.devicesListed = s.devicesListed || port == s.interface;
+    }
+}
+
+/// Whether a selection is one of the list.
+bool Selects(const void* port, uint64_t address, const void* value)
+{
+    uint32_t selected = 0;
+    std::memcpy(&selected, value, sizeof selected);
+    const bool selector =
+        address == kSelector && (port == The().system || port == The().interface || port == The().device);
+    const uint32_t count = port == The().interface ? Devices() : port == The().system ? Interfaces() : 1;
+    return !selector || (Fault("selector_counts_from_1") ? selected >= 1 && selected <= count : selected < count);
 }
 
 GC_ERROR Write(void* port, uint64_t address, const void* buffer, const size_t* size)
@@ -176,6 +326,10 @@ GC_ERROR Write(void* port, uint64_t address, const void* buffer, const size_t* s
     if (address < kWritableBegin || address + *size > kWritableEnd)
     {
         return Fault("readonly_write_is_success") ? GC_ERR_SUCCESS : GC_ERR_ACCESS_DENIED;
+    }
+    if (*size == 4 && !Selects(port, address, buffer))
+    {
+        return GC_ERR_INVALID_VALUE;
     }
     std::memcpy(memory.data() + address, buffer, *size);
     Obey(port, address);
@@ -212,15 +366,18 @@ GC_ERROR PortText(void* port, PORT_INFO_CMD command, INFO_DATATYPE* type, void* 
     switch (command)
     {
     case PORT_INFO_ID:
-        return AnswerText(kind == Kind::Remote && Fault("remote_port_id_differs") ? "remote"
-                                                                                  : The().memory[port].data(),
-                          type, buffer, size);
+        if ((kind == Kind::Remote && Fault("remote_port_id_differs")) ||
+            (kind == Kind::Stream && Fault("stream_port_id_differs")))
+        {
+            return AnswerText("port", type, buffer, size);
+        }
+        return AnswerText(The().memory[port].data(), type, buffer, size);
     case PORT_INFO_TLTYPE:
         return AnswerText(TLTypeCustomName, type, buffer, size);
     case PORT_INFO_MODULE:
         return AnswerText(Fault("module_name_wrong") ? "Module" : PortModule(kind), type, buffer, size);
     case PORT_INFO_PORTNAME:
-        return AnswerText(Fault("port_name_wrong") ? "Elsewhere" : "Device", type, buffer, size);
+        return AnswerText(Fault("port_name_wrong") ? "Elsewhere" : NameOfPort(kind), type, buffer, size);
     default:
         return AnswerText("1", type, buffer, size);
     }
@@ -253,8 +410,9 @@ GC_ERROR UrlInfo(void* port, URL_INFO_CMD command, INFO_DATATYPE* type, void* bu
     case URL_INFO_SCHEMA_VER_MINOR:
     case URL_INFO_FILE_VER_MAJOR:
     case URL_INFO_FILE_VER_MINOR:
-    case URL_INFO_FILE_VER_SUBMINOR:
         return AnswerValue<int32_t>(INFO_DATATYPE_INT32, 1, type, buffer, size);
+    case URL_INFO_FILE_VER_SUBMINOR:
+        return AnswerValue<int32_t>(INFO_DATATYPE_INT32, Fault("info_changes") ? ++The().asked : 1, type, buffer, size);
     case URL_INFO_FILE_SHA1_HASH:
         return GC_ERR_NOT_AVAILABLE;
     case URL_INFO_FILE_REGISTER_ADDRESS:
@@ -279,7 +437,8 @@ GC_ERROR Stacked(void* port, PORT_REGISTER_STACK_ENTRY* entries, size_t* count, 
     }
     if (entries == nullptr || count == nullptr)
     {
-        return Result(GC_ERR_INVALID_PARAMETER);
+        return Result(write && Fault("stacked_write_without_entries") ? GC_ERR_INVALID_BUFFER
+                                                                      : GC_ERR_INVALID_PARAMETER);
     }
     for (size_t done = 0; done < *count; ++done)
     {
@@ -327,6 +486,7 @@ void FillPort(void* module, Kind kind)
     std::strcpy(memory.data(), id);
     xml.copy(memory.data() + kXml, xml.size());
     const auto payload = static_cast<uint32_t>(kPayload);
+    memory[kSelector] = Fault("selector_counts_from_1") ? 1 : 0;
     std::memcpy(memory.data() + kPayloadRegister, &payload, sizeof payload);
 }
 
@@ -380,7 +540,7 @@ extern "C" GC_API GCGetPortURL(PORT_HANDLE hPort, char* sURL, size_t* piSize)
     {
         return Result(code);
     }
-    std::string list = Url(hPort);
+    std::string list = Url(hPort) + (Fault("url_list_has_another") ? "0" : "");
     list.push_back('\0');
     list.push_back(Fault("url_list_ends_once") ? 'x' : '\0');
     INFO_DATATYPE type = 0;

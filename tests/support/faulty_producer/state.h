@@ -112,6 +112,10 @@ struct State
     int counted = 0;         ///< calls for the number of devices in this session
     bool closedOnce = false; ///< the system, in this session
     int flushes = 0;
+    int creditsLost = 0; ///< since the start
+    int asked = 0;              ///< for an info that changes
+    void* lastStream = nullptr; ///< the handle of the stream that was closed last
+    int claim = -1;             ///< a socket whose name other processes cannot take, while the device is open
     int allKills = 0;
 };
 
@@ -163,5 +167,18 @@ void Requeue(Buffer* buffer);
 void Remove(std::deque<Buffer*>& queue, const Buffer* buffer);
 void FillPort(void* module, Kind kind);
 std::string PortModule(Kind kind);
+std::string OwnPath();
+uint32_t Interfaces();
+uint32_t Devices();
+std::string OtherInterfaceId();
+
+/// Takes the camera for this process. False when another one of the same check has it.
+bool ClaimCamera();
+void ReleaseCamera();
+bool CameraIsTaken();
+
+/// Lets the one who has the camera know of an open that was refused; and whether somebody has.
+void DisturbOwner();
+bool OwnerIsDisturbed();
 
 } // namespace nq::faulty

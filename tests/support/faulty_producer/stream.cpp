@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
+#include <fcntl.h>
 
 using namespace GenTL;
 
@@ -79,6 +81,10 @@ bool FlagOf(BUFFER_INFO_CMD command, const Buffer& buffer)
 
 GC_ERROR BufferInfo(const Buffer& b, BUFFER_INFO_CMD command, INFO_DATATYPE* type, void* buffer, size_t* size)
 {
+    if (command == BUFFER_INFO_CONTAINS_CHUNKDATA + 1 && Fault("code_of_16"))
+    {
+        return GC_ERR_BUSY - 1;
+    }
     if (command < BUFFER_INFO_BASE || command > BUFFER_INFO_CONTAINS_CHUNKDATA)
     {
         return Fault("unknown_command_is_parameter") ? GC_ERR_INVALID_PARAMETER : GC_ERR_NOT_IMPLEMENTED;
@@ -94,13 +100,15 @@ GC_ERROR BufferInfo(const Buffer& b, BUFFER_INFO_CMD command, INFO_DATATYPE* typ
     switch (command)
     {
     case BUFFER_INFO_BASE:
-        return AnswerValue<void*>(INFO_DATATYPE_PTR, b.base, type, buffer, size);
+        return AnswerValue<void*>(INFO_DATATYPE_PTR, b.base + (Fault("base_moves") && b.frame.fresh ? 1 : 0), type,
+                                  buffer, size);
     case BUFFER_INFO_USER_PTR:
         return AnswerValue<void*>(INFO_DATATYPE_PTR, b.user, type, buffer, size);
     case BUFFER_INFO_TLTYPE:
         return AnswerText(TLTypeCustomName, type, buffer, size);
     case BUFFER_INFO_PIXEL_ENDIANNESS:
-        return AnswerValue<int32_t>(INFO_DATATYPE_INT32, PIXELENDIANNESS_LITTLE, type, buffer, size);
+        return AnswerValue<int32_t>(INFO_DATATYPE_INT32, Fault("endianness_wrong") ? 7 : PIXELENDIANNESS_LITTLE, type,
+                                    buffer, size);
     case BUFFER_INFO_NEW_DATA:
     case BUFFER_INFO_IS_QUEUED:
     case BUFFER_INFO_IS_ACQUIRING:
@@ -177,6 +185,10 @@ GC_ERROR StreamInfo(STREAM_INFO_CMD command, INFO_DATATYPE* type, void* buffer, 
 GC_ERROR CheckBuffer(void* stream, void* buffer)
 {
     const GC_ERROR code = CheckHandle(stream, Kind::Stream);
+    if (code == 0 && buffer == nullptr && Fault("no_buffer_is_parameter"))
+    {
+        return GC_ERR_INVALID_PARAMETER;
+    }
     return code != 0 ? code : CheckHandle(buffer, Kind::Buffer);
 }
 
@@ -216,7 +228,8 @@ extern "C" GC_API DevOpenDataStream(DEV_HANDLE hDevice, const char* sDataStreamI
     }
     if (sDataStreamID == nullptr || phDataStream == nullptr)
     {
-        return Result(GC_ERR_INVALID_PARAMETER);
+        return Result(sDataStreamID != nullptr && Fault("stream_without_output_is_id") ? GC_ERR_INVALID_ID
+                                                                                       : GC_ERR_INVALID_PARAMETER);
     }
     if (std::string_view(sDataStreamID) != kStreamId)
     {
@@ -238,6 +251,10 @@ extern "C" GC_API DSClose(DS_HANDLE hDataStream)
     const GC_ERROR code = CheckHandle(hDataStream, Kind::Stream);
     if (code == GC_ERR_SUCCESS)
     {
+        if (Fault("stream_leaves_descriptor") && open("/dev/null", O_RDONLY | O_CLOEXEC) < 0)
+        {
+            std::abort();
+        }
         char* base = The().buffers.empty() || The().buffers[0]->own ? nullptr : The().buffers[0]->base;
         CloseStream(lock);
         if (Fault("late_write_after_close") && base != nullptr)
@@ -252,7 +269,8 @@ extern "C" GC_API DSGetInfo(DS_HANDLE hDataStream, STREAM_INFO_CMD iInfoCmd, INF
                             size_t* piSize)
 {
     const std::lock_guard lock(The().mutex);
-    const GC_ERROR code = CheckHandle(hDataStream, Kind::Stream);
+    const bool closed = hDataStream != nullptr && hDataStream == The().lastStream && Fault("closed_stream_answers");
+    const GC_ERROR code = closed ? GC_ERR_SUCCESS : CheckHandle(hDataStream, Kind::Stream);
     return Result(code != 0 ? code : StreamInfo(iInfoCmd, piType, pBuffer, piSize));
 }
 
@@ -264,7 +282,8 @@ extern "C" GC_API DSAnnounceBuffer(DS_HANDLE hDataStream, void* pBuffer, size_t 
     {
         return Result(code);
     }
-    if (pBuffer == nullptr || phBuffer == nullptr || iSize == 0)
+    if (pBuffer == nullptr || phBuffer == nullptr || iSize == 0 ||
+        (The().running && Fault("announce_while_running_is_parameter")))
     {
         return Result(GC_ERR_INVALID_PARAMETER);
     }
@@ -346,9 +365,15 @@ extern "C" GC_API DSQueueBuffer(DS_HANDLE hDataStream, BUFFER_HANDLE hBuffer)
         return Result(code);
     }
     Buffer* buffer = BufferOf(hBuffer);
+    if (buffer->place == Place::Output && Fault("awaiting_is_queued"))
+    {
+        Remove(The().output, buffer);
+        buffer->place = Place::Unqueued;
+    }
     if (buffer->place != Place::Unqueued)
     {
-        return Result(Fault("queue_twice") ? GC_ERR_SUCCESS : GC_ERR_RESOURCE_IN_USE);
+        const bool again = Fault("queue_twice") && buffer->place == Place::Input;
+        return Result(again ? GC_ERR_SUCCESS : GC_ERR_RESOURCE_IN_USE);
     }
     Requeue(buffer);
     return GC_ERR_SUCCESS;
@@ -398,6 +423,7 @@ extern "C" GC_API DSStartAcquisition(DS_HANDLE hDataStream, ACQ_START_FLAGS iSta
         return Result(GC_ERR_INVALID_BUFFER);
     }
     s.running = s.stopDue = true;
+    s.creditsLost = 0;
     s.left = iNumToAcquire != GENTL_INFINITE && Fault("limit_one_more") ? iNumToAcquire + 1 : iNumToAcquire;
     if (!Fault("delivered_runs_on"))
     {
@@ -410,7 +436,7 @@ extern "C" GC_API DSStartAcquisition(DS_HANDLE hDataStream, ACQ_START_FLAGS iSta
     return GC_ERR_SUCCESS;
 }
 
-extern "C" GC_API DSStopAcquisition(DS_HANDLE hDataStream, ACQ_STOP_FLAGS)
+extern "C" GC_API DSStopAcquisition(DS_HANDLE hDataStream, ACQ_STOP_FLAGS iStopFlags)
 {
     const std::lock_guard lock(The().mutex);
     State& s = The();
@@ -426,7 +452,8 @@ extern "C" GC_API DSStopAcquisition(DS_HANDLE hDataStream, ACQ_STOP_FLAGS)
     {
         std::this_thread::sleep_for(std::chrono::seconds(8));
     }
-    s.running = s.stopDue = false;
+    s.stopDue = false;
+    s.running = s.running && iStopFlags == ACQ_STOP_FLAGS_KILL && Fault("kill_stop_goes_on");
     if (Fault("stop_empties_output"))
     {
         Flush(ACQ_QUEUE_OUTPUT_DISCARD);
