@@ -100,12 +100,6 @@ TEST_P(Traps, AKillAfterAFrameLosesNone)
 
 TEST_P(Traps, AnUnregistrationMeetsThreadsThatWait)
 {
-#if defined(__SANITIZE_THREAD__)
-    if (!Standard())
-    {
-        GTEST_SKIP() << "pthread_cond_destroy waits for the thread that sleeps on, which ThreadSanitizer does not see";
-    }
-#endif
     AnnounceAndQueue();
     std::multiset<int> ended;
     std::mutex mutex;
@@ -118,10 +112,17 @@ TEST_P(Traps, AnUnregistrationMeetsThreadsThatWait)
     CallingThread second(wait);
     first.AwaitAsleep();
     second.AwaitAsleep();
+    if (!Standard())
+    {
+        // By the library's own answers the event goes with whoever is inside: the consumer ends its waits before.
+        EXPECT_EQ(c.gentl.EventKill(c.event), 0);
+        first.Join();
+        second.Join();
+    }
     EXPECT_EQ(c.gentl.GCUnregisterEvent(c.stream, GenTL::EVENT_NEW_BUFFER), 0);
     first.Join();
     second.Join();
-    EXPECT_THAT(ended, testing::ElementsAre(kAbort, By(kTimeout, kAbort))) << "as stated only one of them ends";
+    EXPECT_THAT(ended, testing::ElementsAre(kAbort, By(kTimeout, kAbort))) << "as stated a kill ends only one of them";
     EXPECT_EQ(c.gentl.GCUnregisterEvent(c.stream, GenTL::EVENT_NEW_BUFFER), -1002);
 }
 
