@@ -7,4 +7,11 @@ endif()
 if(NQ_SANITIZE)
   add_compile_options(-fsanitize=${NQ_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${NQ_SANITIZE})
+  if(NQ_SANITIZE MATCHES "address" AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT NQ_FUZZ)
+    # The run-time as a library of its own, as with GCC: the software RDMA is also preloaded into programs without it.
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-runtime-dir
+      OUTPUT_VARIABLE runtimes OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    add_link_options(-shared-libsan -Wl,-rpath,${runtimes})
+    add_compile_definitions(__SANITIZE_ADDRESS__) # as GCC tells the sources
+  endif()
 endif()

@@ -102,6 +102,10 @@ build() {
     log=$folder/build.log
     mkdir -p "$folder"
     echo "building in $folder"
+    # When the compiler changes, CMake forgets the other settings too.
+    if [[ " $*" == *CXX_COMPILER=clang* ]] && ! grep -qs '^CMAKE_CXX_COMPILER:.*clang' "$folder/CMakeCache.txt"; then
+        rm -rf "$folder/CMakeCache.txt" "$folder/CMakeFiles"
+    fi
     # CI treats warnings as errors; on a user's compiler, older or newer than ours, they stay warnings.
     cmake -S . -B "$folder" -G Ninja -DNQ_WARNINGS_AS_ERRORS="${CI:+ON}" "$@" >"$log" 2>&1 || {
         tail -n 40 "$log" >&2

@@ -27,6 +27,7 @@ done
 need_disk
 # shellcheck disable=SC2086
 install $build_packages $test_packages
+[[ ${NQ_BUILD_ARGUMENTS:-} != *clang* ]] || install clang "libclang-rt-$(clang_version)-dev"
 need_namespaces
 folder=${NQ_BUILD:-build}
 # shellcheck disable=SC2086
