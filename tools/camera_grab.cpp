@@ -5,21 +5,10 @@
 #include "camera_owner.h"
 #include "stop_signals.h"
 
-#include <algorithm>
-#include <chrono>
-#include <thread>
 #include <utility>
 
 namespace nq::tool
 {
-
-namespace
-{
-
-constexpr std::chrono::seconds kDoubt{2}; ///< for a refusal that the camera itself does not bear out
-constexpr std::chrono::milliseconds kPause{250};
-
-} // namespace
 
 CameraGrab::CameraGrab(FoundCamera found, GrabbedCamera camera, GrabShare& share)
     : m_found(std::move(found)), m_camera(std::move(camera)), m_share(share)
@@ -67,46 +56,18 @@ void CameraGrab::Grab()
     m_failure = grabber.Failure();
 }
 
-/// Opens the camera once it is free. Another program that waits as well may be the faster one; then it is waited for
-/// again. A producer may refuse what nobody controls, for it waits but a moment for the camera's word on that: a camera
-/// that can be asked beside it is tried for longer.
 std::unique_ptr<GrabSession> CameraGrab::OpenFreeCamera()
 {
     const GrabOptions& options = m_share.options;
     Interface& interface = m_share.producers.InterfaceOf(m_found);
-    const auto start = std::chrono::steady_clock::now();
-    const auto end = start + std::chrono::seconds(options.waitSeconds);
-    const auto endOfRefusals = m_found.camera.address.empty() ? end : std::max(end, start + kDoubt);
+    std::unique_ptr<GrabSession> session;
     const auto tell = [this](const std::string& text) { m_share.report.progress.Say(m_camera.index, text); };
-    for (bool told = false;;)
-    {
-        AwaitFreeCamera(m_found.camera, end, tell);
-        try
-        {
-            return std::make_unique<GrabSession>(interface, m_found.camera,
-                                                 options.announce ? BufferOrigin::Consumer : BufferOrigin::Library,
-                                                 options.buffers, m_share.memory);
-        }
-        catch (const RefusedOpen& refused)
-        {
-            if (std::chrono::steady_clock::now() >= endOfRefusals)
-            {
-                throw;
-            }
-            if (!std::exchange(told, true))
-            {
-                tell("waiting for the camera, which the producer refuses to open: " + refused.Answer());
-            }
-            std::this_thread::sleep_for(kPause);
-        }
-        catch (const ToolFailure& failure)
-        {
-            if (failure.Code() != ExitCode::CameraInUse || std::chrono::steady_clock::now() >= end)
-            {
-                throw;
-            }
-        }
-    }
+    OnceFree(m_found.camera, options.waitSeconds, tell, [&] {
+        session = std::make_unique<GrabSession>(interface, m_found.camera,
+                                                options.announce ? BufferOrigin::Consumer : BufferOrigin::Library,
+                                                options.buffers, m_share.memory, options.settings);
+    });
+    return session;
 }
 
 } // namespace nq::tool

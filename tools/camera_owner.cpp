@@ -5,8 +5,10 @@
 #include "gvcp_reader.h"
 #include "stop_signals.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <thread>
+#include <utility>
 
 namespace nq::tool
 {
@@ -19,6 +21,9 @@ constexpr uint32_t kHeartbeatTimeout = 0x0938;
 constexpr uint32_t kControlPrivilege = 0x0A00; // bit 0: exclusive, bit 1: control
 constexpr uint32_t kOwnerPort = 0x0A04;
 constexpr uint32_t kOwnerAddress = 0x0A14;
+
+constexpr std::chrono::seconds kDoubt{2}; ///< for a refusal that the camera itself does not bear out
+constexpr std::chrono::milliseconds kPause{250};
 
 std::string AnswerText(GenTL::GC_ERROR code)
 {
@@ -88,7 +93,56 @@ void AwaitFreeCamera(const CameraEntry& camera, std::chrono::steady_clock::time_
             tell(fmt::format("waiting for the camera, which {} controls", OwnerText(*owner)));
             told = true;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+        std::this_thread::sleep_for(kPause);
+    }
+}
+
+void OnceFree(const CameraEntry& camera, uint32_t waitSeconds, const std::function<void(const std::string&)>& tell,
+              const std::function<void()>& open)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const auto end = start + std::chrono::seconds(waitSeconds);
+    const auto endOfRefusals = camera.address.empty() ? end : std::max(end, start + kDoubt);
+    for (bool told = false;;)
+    {
+        AwaitFreeCamera(camera, end, tell);
+        try
+        {
+            open();
+            return;
+        }
+        catch (const RefusedOpen& refused)
+        {
+            if (std::chrono::steady_clock::now() >= endOfRefusals)
+            {
+                throw;
+            }
+            if (!std::exchange(told, true))
+            {
+                tell("waiting for the camera, which the producer refuses to open: " + refused.Answer());
+            }
+            std::this_thread::sleep_for(kPause);
+        }
+        catch (const ToolFailure& failure)
+        {
+            if (failure.Code() != ExitCode::CameraInUse || std::chrono::steady_clock::now() >= end)
+            {
+                throw;
+            }
+        }
+    }
+}
+
+void ConfirmControl(GenTLLibrary& library, GenTL::PORT_HANDLE remote, const CameraEntry& camera)
+{
+    // Our producer opens a camera also when another program takes the control at that moment. The camera itself tells
+    // by refusing to give what this program should have.
+    const uint8_t control[4] = {0, 0, 0, 2};
+    size_t size = sizeof control;
+    const GenTL::GC_ERROR code = library.GCWritePort(remote, kControlPrivilege, control, &size);
+    if (code != GenTL::GC_ERR_SUCCESS)
+    {
+        ThrowRefusedOpen(camera, code);
     }
 }
 

@@ -47,6 +47,17 @@ class RefusedOpen : public ToolFailure
     std::string m_answer;
 };
 
+/// Runs `open` once nobody controls the camera, and again when another program that waits as well was faster. A
+/// producer may refuse what nobody controls, for it waits but a moment for the camera's word on that: a camera that can
+/// be asked beside it is tried for longer. Throws what AwaitFreeCamera() and `open` throw; a ToolFailure(CameraInUse)
+/// only when `waitSeconds` are over.
+void OnceFree(const CameraEntry& camera, uint32_t waitSeconds, const std::function<void(const std::string&)>& tell,
+              const std::function<void()>& open);
+
+/// Makes sure that the camera, opened for control by our producer, is controlled by this program. Throws
+/// ToolFailure(CameraInUse).
+void ConfirmControl(GenTLLibrary& library, GenTL::PORT_HANDLE remote, const CameraEntry& camera);
+
 /// Throws why the producer refused with `code` to open the camera: ToolFailure, or RefusedOpen for what may pass.
 [[noreturn]] void ThrowRefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code);
 

@@ -140,12 +140,13 @@ InterfaceEntry Interface::Scan(uint64_t timeoutMs) const
     return entry;
 }
 
-GenTL::GC_ERROR Interface::OpenCamera(const std::string& cameraId, GenTL::DEV_HANDLE* device)
+GenTL::GC_ERROR Interface::OpenCamera(const std::string& cameraId, GenTL::DEV_HANDLE* device,
+                                      GenTL::DEVICE_ACCESS_FLAGS access)
 {
     constexpr uint64_t kLongestMs = 500;
     const std::lock_guard lock(m_opening);
     LookFor(cameraId, kLongestMs);
-    return m_system.Library().IFOpenDevice(m_handle, cameraId.c_str(), GenTL::DEVICE_ACCESS_CONTROL, device);
+    return m_system.Library().IFOpenDevice(m_handle, cameraId.c_str(), access, device);
 }
 
 void Interface::LookFor(const std::string& cameraId, uint64_t timeoutMs) const

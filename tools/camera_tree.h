@@ -75,11 +75,14 @@ class Interface
     /// Looks for cameras during `timeoutMs` milliseconds and describes what it found.
     InterfaceEntry Scan(uint64_t timeoutMs) const;
 
-    /// Scans shortly first and then longer, up to half a second, until the camera is in the list, and opens it for
-    /// control. Gives the answer of IFOpenDevice; throws GenTLError when a scan fails. Any thread may call it.
-    GenTL::GC_ERROR OpenCamera(const std::string& cameraId, GenTL::DEV_HANDLE* device);
+    /// Scans shortly first and then longer, up to half a second, until the camera is in the list, and opens it.
+    /// Gives the answer of IFOpenDevice; throws GenTLError when a scan fails. Any thread may call it.
+    GenTL::GC_ERROR OpenCamera(const std::string& cameraId, GenTL::DEV_HANDLE* device,
+                               GenTL::DEVICE_ACCESS_FLAGS access = GenTL::DEVICE_ACCESS_CONTROL);
 
     const System& Parent() const { return m_system; }
+    const std::string& Id() const { return m_id; }
+    GenTL::IF_HANDLE Handle() const { return m_handle; }
 
   private:
     void LookFor(const std::string& cameraId, uint64_t timeoutMs) const;

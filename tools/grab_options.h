@@ -20,6 +20,7 @@ struct GrabOptions
 {
     std::vector<std::string> cameras; ///< what names each; empty for the only one
     bool allCameras = false;
+    std::vector<std::string> settings; ///< "NAME=VALUE" for features that are set before the start
     PictureOptions pictures;
     std::string metadata;   ///< file for one line of JSON per frame; empty for none
     uint64_t count = 0;     ///< 0 for as many as come

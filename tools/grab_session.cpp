@@ -4,6 +4,7 @@
 
 #include "camera_owner.h"
 #include "exit_codes.h"
+#include "feature_access.h"
 #include "software_rdma.h"
 
 #include <algorithm>
@@ -71,7 +72,7 @@ void BufferMemory::Unmap::operator()(void* memory) const
 }
 
 GrabSession::GrabSession(Interface& interface, const CameraEntry& camera, BufferOrigin origin, size_t bufferCount,
-                         MemoryBudget& memory)
+                         MemoryBudget& memory, const std::vector<std::string>& settings)
     : m_library(interface.Parent().Library()), m_ours(interface.Parent().IsOurs()),
       m_flagStays(interface.Parent().GivesStatedAnswers()), m_memoryBudget(memory), m_cameraId(camera.id),
       m_address(camera.address)
@@ -85,7 +86,14 @@ GrabSession::GrabSession(Interface& interface, const CameraEntry& camera, Buffer
             ThrowRefusedOpen(camera, opened);
         }
         GenTLLibrary::Check(m_library.DevGetPort(m_device, &m_port), "DevGetPort");
-        CheckControl(camera);
+        if (m_ours)
+        {
+            ConfirmControl(m_library, m_port, camera);
+        }
+        if (!settings.empty())
+        {
+            Features(PortAccess(m_library, m_port, "the camera " + m_cameraId)).SetAll(settings);
+        }
         OpenStream();
         AnnounceBuffers(origin, bufferCount);
     }
@@ -119,20 +127,6 @@ void GrabSession::Close()
         m_library.DevClose(m_device);
     }
     m_memoryBudget.GiveBack(m_takenBytes);
-}
-
-void GrabSession::CheckControl(const CameraEntry& camera)
-{
-    // Our producer opens a camera also when another program takes the control at that moment. The camera itself tells
-    // by refusing to give what this program should have.
-    const uint8_t control[4] = {0, 0, 0, 2};
-    size_t size = sizeof control;
-    const GenTL::GC_ERROR code =
-        m_ours ? m_library.GCWritePort(m_port, kControlPrivilegeRegister, control, &size) : GenTL::GC_ERR_SUCCESS;
-    if (code != GenTL::GC_ERR_SUCCESS)
-    {
-        ThrowRefusedOpen(camera, code);
-    }
 }
 
 void GrabSession::OpenStream()

@@ -52,10 +52,11 @@ class StreamGivenUp : public std::exception
 class GrabSession
 {
   public:
-    /// Opens the camera for control and its first stream, announces and queues `bufferCount` buffers. Throws
-    /// GenTLError, and ToolFailure when `memory` has no room for them.
+    /// Opens the camera for control, sets its features as `settings` ("NAME=VALUE") say, opens its first stream,
+    /// announces and queues `bufferCount` buffers. Throws GenTLError, and ToolFailure when `memory` has no room for
+    /// them.
     GrabSession(Interface& interface, const CameraEntry& camera, BufferOrigin origin, size_t bufferCount,
-                MemoryBudget& memory);
+                MemoryBudget& memory, const std::vector<std::string>& settings = {});
     ~GrabSession();
     GrabSession(const GrabSession&) = delete;
     GrabSession& operator=(const GrabSession&) = delete;
@@ -80,7 +81,6 @@ class GrabSession
   private:
     /// What has to be undone, in this order, whether construction failed half way or the session ends.
     void Close();
-    void CheckControl(const CameraEntry& camera);
     void OpenStream();
     void AnnounceBuffers(BufferOrigin origin, size_t count);
     uint64_t PayloadSize() const;

@@ -22,7 +22,7 @@ namespace
 
 constexpr const char* kExitCodesText =
     "Exit codes: 0 success, 1 failure, 2 wrong arguments, 3 no producer, 4 no camera, 5 the stream did not start,\n"
-    "6 frames stopped coming, 7 lost, incomplete, wrong or refused frames,\n"
+    "6 frames stopped coming or the camera went silent, 7 lost, incomplete, wrong or refused frames,\n"
     "8 another program controls the camera, 130 ended by ^C, 143 by SIGTERM.\n"
     "Of several cameras the worst counts: the one that comes first in 1, 3, 5, 8, 6, 7, 130 and 143, 0.\n\n"
     "Examples:\n"
@@ -64,6 +64,9 @@ int Run(int argc, char** argv)
     AddListVerb(app, common, chosen);
     AddInfoVerb(app, common, chosen);
     AddGrabVerb(app, common, chosen);
+    AddFeatureVerbs(app, common, chosen);
+    AddSettingsVerbs(app, common, chosen);
+    AddPortVerbs(app, common, chosen);
     try
     {
         app.parse(argc, argv);

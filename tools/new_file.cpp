@@ -2,6 +2,8 @@
 // A file that appears under its name when it is whole, or never.
 #include "new_file.h"
 
+#include "exit_codes.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -115,6 +117,25 @@ void NewFile::Publish(bool overwrite)
         Fail(m_path);
     }
     m_partial.clear();
+}
+
+void WriteFile(const std::string& path, std::string_view text, bool overwrite)
+{
+    const std::filesystem::path target = std::filesystem::absolute(path);
+    try
+    {
+        NewFile file(target);
+        if (std::fwrite(text.data(), 1, text.size(), file.Stream()) != text.size())
+        {
+            Fail(target);
+        }
+        file.Publish(overwrite);
+    }
+    catch (const std::system_error& failure)
+    {
+        const char* const advice = failure.code() == std::errc::file_exists ? "; --overwrite replaces it" : "";
+        throw ToolFailure(ExitCode::Failure, "cannot write " + path + ": " + failure.code().message() + advice);
+    }
 }
 
 } // namespace nq::tool

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <string>
+#include <string_view>
 
 namespace nq::tool
 {
@@ -31,5 +33,8 @@ class NewFile
     std::filesystem::path m_partial; ///< empty while the file has no name
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> m_stream;
 };
+
+/// Writes the whole text under a new name, or in the place of what has it if `overwrite`. Throws ToolFailure.
+void WriteFile(const std::string& path, std::string_view text, bool overwrite);
 
 } // namespace nq::tool

@@ -8,17 +8,29 @@ namespace nq::tool
 Interface& ProducerTree::InterfaceOf(const FoundCamera& camera)
 {
     const std::lock_guard lock(m_mutex);
-    std::unique_ptr<Producer>& producer = m_producers[camera.producer];
-    if (!producer)
-    {
-        producer = std::make_unique<Producer>(camera.producer);
-    }
-    std::unique_ptr<Interface>& interface = producer->interfaces[camera.camera.interfaceId];
+    Producer& producer = Opened(camera.producer);
+    std::unique_ptr<Interface>& interface = producer.interfaces[camera.camera.interfaceId];
     if (!interface)
     {
-        interface = std::make_unique<Interface>(producer->system, camera.camera.interfaceId);
+        interface = std::make_unique<Interface>(producer.system, camera.camera.interfaceId);
     }
     return *interface;
+}
+
+const System& ProducerTree::SystemOf(const std::string& producer)
+{
+    const std::lock_guard lock(m_mutex);
+    return Opened(producer).system;
+}
+
+ProducerTree::Producer& ProducerTree::Opened(const std::string& path)
+{
+    std::unique_ptr<Producer>& producer = m_producers[path];
+    if (!producer)
+    {
+        producer = std::make_unique<Producer>(path);
+    }
+    return *producer;
 }
 
 } // namespace nq::tool

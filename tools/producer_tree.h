@@ -20,6 +20,9 @@ class ProducerTree
     /// be opened.
     Interface& InterfaceOf(const FoundCamera& camera);
 
+    /// The system of a producer, by the path of its file. Throws as InterfaceOf() does.
+    const System& SystemOf(const std::string& producer);
+
   private:
     struct Producer
     {
@@ -29,6 +32,8 @@ class ProducerTree
         System system;
         std::map<std::string, std::unique_ptr<Interface>> interfaces;
     };
+
+    Producer& Opened(const std::string& path);
 
     std::mutex m_mutex; ///< guards what follows
     std::map<std::string, std::unique_ptr<Producer>> m_producers;

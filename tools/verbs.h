@@ -27,5 +27,8 @@ using Verb = std::function<ExitCode()>;
 void AddListVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddInfoVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
+void AddFeatureVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
+void AddSettingsVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
+void AddPortVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
 
 } // namespace nq::tool

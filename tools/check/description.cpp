@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <regex>
 #include <stdexcept>
 #include <zlib.h>
 
@@ -77,18 +76,6 @@ std::string Inflated(const std::string& packed, size_t size)
 }
 
 } // namespace
-
-std::optional<LocalUrl> ParseLocalUrl(const std::string& url)
-{
-    static const std::regex kForm(
-        "local:(?:///)?([^;?]+\\.(?:xml|zip));([0-9A-F]+);([0-9A-F]+)(\\?SchemaVersion=[0-9.]+)?", std::regex::icase);
-    std::smatch parts;
-    if (!std::regex_match(url, parts, kForm) || parts[2].length() > 16 || parts[3].length() > 16)
-    {
-        return std::nullopt;
-    }
-    return LocalUrl{parts[1], std::stoull(parts[2], nullptr, 16), std::stoull(parts[3], nullptr, 16)};
-}
 
 std::optional<std::string> FirstUrl(Context& context, GenTL::PORT_HANDLE port)
 {

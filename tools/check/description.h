@@ -2,6 +2,7 @@
 // The description behind a port: its URL, its bytes, its nodes, and the registers that features lie in.
 #pragma once
 
+#include "port_url.h"
 #include "tree.h"
 #include "xml.h"
 
@@ -13,15 +14,7 @@
 namespace nq::check
 {
 
-/// A URL of a file in the port's own registers: "local:name.ext;address;length", both numbers in hex.
-struct LocalUrl
-{
-    std::string name;
-    uint64_t address = 0;
-    uint64_t length = 0;
-};
-
-std::optional<LocalUrl> ParseLocalUrl(const std::string& url);
+using tool::ParseLocalUrl;
 
 /// The first URL of a port, as GCGetPortURLInfo tells it; nothing when the call fails.
 std::optional<std::string> FirstUrl(Context& context, GenTL::PORT_HANDLE port);

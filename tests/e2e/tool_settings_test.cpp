@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: Apache-2.0
+// Settings in a file, and the registers and the description of a module.
+#include "support/json_schema.h"
+#include "support/network.h"
+#include "support/tool.h"
+#include "support/virtual_camera.h"
+
+#include <csignal>
+#include <fstream>
+#include <gmock/gmock.h>
+
+namespace
+{
+
+using namespace nq::test;
+using testing::AllOf;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+class ToolSettings : public testing::Test
+{
+  protected:
+    Outcome Run(const std::vector<std::string>& arguments) const { return RunTool(arguments, m_camera.Environment()); }
+
+    std::string Written(const std::string& name, const std::string& text) const
+    {
+        std::ofstream(m_folder / name) << text;
+        return m_folder / name;
+    }
+
+    const TemporaryFolder m_folder;
+    VirtualCamera m_camera{{"--width", "640", "--height", "480"}};
+};
+
+TEST_F(ToolSettings, AreSavedAndLoadedWithEveryValueOfTheSelectors)
+{
+    const std::string file = m_folder / "left.txt";
+    ASSERT_EQ(Run({"set", "Width=320", "OffsetX=320", "Gain[DigitalAll]=6.5", "GainSelector=DigitalAll",
+                   "DeviceUserID=it's \"left\""})
+                  .exitCode,
+              0);
+    const Outcome saved = Run({"save", file});
+    EXPECT_EQ(saved.exitCode, 0) << saved.output;
+    EXPECT_THAT(saved.output, ContainsRegex("^[1-9][0-9]+ settings saved in .*left.txt\n$"));
+    const std::string text = BytesOf(file);
+    EXPECT_THAT(text, AllOf(StartsWith("# Settings of the camera NQ-GEV-Camera:02-00-0a-4d-00-02, for `nq-gev load`\n"),
+                            HasSubstr("\n# AnalogControl\nGain[AnalogAll] = 0 dB\nGain[DigitalAll] = 6.5 dB\n"),
+                            HasSubstr("\nDeviceUserID = \"it's \\\"left\\\"\"\n"),
+                            ContainsRegex("\n# Selectors\n(.*\n)*GainSelector = DigitalAll\n"),
+                            Not(HasSubstr("SensorWidth")), Not(HasSubstr("TLParamsLocked"))));
+    EXPECT_EQ(Run({"save", file}).exitCode, 1) << "it is there already";
+
+    // OffsetX stands in the way of the Width that comes first.
+    ASSERT_EQ(Run({"set", "OffsetX=0", "Width=100", "OffsetX=540", "Gain[DigitalAll]=1", "Gain[AnalogAll]=2",
+                   "GainSelector=AnalogAll", "DeviceUserID=x"})
+                  .exitCode,
+              0);
+    const Outcome loaded = Run({"load", file});
+    EXPECT_EQ(loaded.exitCode, 0) << loaded.output;
+    const std::string again = m_folder / "again.txt";
+    ASSERT_EQ(Run({"save", again}).exitCode, 0);
+    EXPECT_EQ(BytesOf(again), text);
+}
+
+TEST_F(ToolSettings, ThatCannotBeSetAreTold)
+{
+    const std::string file = Written("bad.txt", "# by hand\n\nWidth = 99999\nNoSuch = 1\nHeight = 100\n");
+    const Outcome load = Run({"load", file});
+    EXPECT_EQ(load.exitCode, 1);
+    EXPECT_EQ(load.output, "not set: Width=99999: takes a whole number from 1 to 640\n"
+                           "not set: NoSuch: there is no such feature: `nq-gev features` lists all\n"
+                           "1 of 3 settings set from " +
+                               file + "\n");
+    const Outcome json = Run({"--json", "load", file});
+    EXPECT_EQ(json.exitCode, 1);
+    ExpectFitsSchema("load", json.output);
+    const Outcome broken = Run({"load", Written("broken.txt", "Height = 50\nWidth 640\n")});
+    EXPECT_EQ(broken.exitCode, 2);
+    EXPECT_EQ(broken.output, "nq-gev: line 2 is no setting: Width 640; nothing was changed\n");
+    EXPECT_EQ(Run({"get", "Height"}).output, "Height = 100\n");
+    const Outcome saved = Run({"--json", "save", m_folder / "good.txt"});
+    EXPECT_EQ(saved.exitCode, 0) << saved.output;
+    ExpectFitsSchema("save", saved.output);
+}
+
+TEST_F(ToolSettings, OfACameraThatGoesSilentHalfWayAreToldAsFarAsTheyCame)
+{
+    std::string text = "Width = 320\n";
+    for (int at = 0; at < 20000; ++at)
+    {
+        text += "BlackLevel = " + std::to_string(at % 200) + "\n";
+    }
+    ChildProcess load({NQ_TOOL_PATH, "--producer", NQ_CTI_PATH, "load", Written("long.txt", text)},
+                      m_camera.Environment());
+    while (Run({"get", "BlackLevel"}).output.find("BlackLevel = 0\n") != std::string::npos)
+    {
+        ASSERT_EQ(load.WaitForExit(std::chrono::milliseconds(20)), -1) << load.Output();
+    }
+    m_camera.Process().Signal(SIGSTOP);
+    EXPECT_EQ(load.WaitForExit(longTime), 6) << load.Output();
+    m_camera.Process().Signal(SIGCONT);
+    EXPECT_THAT(load.Output(), ContainsRegex("^nq-gev: BlackLevel(=[0-9]+)?: the camera "
+                                             "NQ-GEV-Camera:02-00-0a-4d-00-02 went silent; [1-9][0-9]* settings were "
+                                             "set before it; this one may be set or not\n$"));
+}
+
+TEST_F(ToolSettings, LieInRegistersThatCanBeReadAndWritten)
+{
+    const Outcome read = Run({"read", "0x0048", "32"});
+    EXPECT_EQ(read.exitCode, 0) << read.output;
+    EXPECT_EQ(read.output, "0x00000048  4e 51 20 56 69 72 74 75 61 6c 00 00 00 00 00 00  NQ Virtual......\n"
+                           "0x00000058  00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00  ................\n");
+    EXPECT_EQ(Run({"write", "0x0938", "5000"}).output, "0x00000938  00 00 13 88                                      "
+                                                       "....\n");
+    EXPECT_EQ(Run({"get", "GevHeartbeatTimeout"}).output, "GevHeartbeatTimeout = 5000 ms\n");
+    const Outcome words = Run({"--json", "write", "0x0938", "hex:00000bb8"});
+    EXPECT_EQ(words.exitCode, 0) << words.output;
+    ExpectFitsSchema("write", words.output);
+    const Outcome json = Run({"--json", "read", "0x0938"});
+    EXPECT_THAT(json.output, HasSubstr("\"bytes\": \"00000bb8\""));
+    ExpectFitsSchema("read", json.output);
+    const Outcome text = Run({"write", "0x0938", "soon"});
+    EXPECT_EQ(text.exitCode, 2);
+    EXPECT_EQ(text.output, "nq-gev: \"soon\" is no value: a number of 32 bits, or bytes as hex:0a0b0c0d; nothing was "
+                           "changed\n");
+    const Outcome refused = Run({"write", "0x0048", "1"});
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_THAT(refused.output, StartsWith("nq-gev: write of 1 at 0x48: the camera "
+                                           "NQ-GEV-Camera:02-00-0a-4d-00-02 refuses it: GC_ERR_"));
+}
+
+TEST_F(ToolSettings, AreDescribedByAnXmlText)
+{
+    const Outcome shown = Run({"xml"});
+    EXPECT_EQ(shown.exitCode, 0);
+    EXPECT_THAT(shown.output, AllOf(StartsWith("<?xml "), HasSubstr("<RegisterDescription"), HasSubstr("Gain")));
+    const std::string file = m_folder / "camera.xml";
+    const Outcome written = Run({"--json", "xml", "-o", file});
+    EXPECT_EQ(written.exitCode, 0) << written.output;
+    ExpectFitsSchema("xml", written.output);
+    EXPECT_EQ(BytesOf(file), shown.output);
+    EXPECT_THAT(Run({"xml", "--module", "system"}).output, HasSubstr("GenTLVersionMajor"));
+}
+
+} // namespace

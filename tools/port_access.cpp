@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+// The registers and the description of one port.
+#include "port_access.h"
+
+#include "port_url.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fmt/format.h>
+#include <fstream>
+#include <iterator>
+
+namespace nq::tool
+{
+
+namespace
+{
+
+constexpr uint64_t kLargestFile = uint64_t{64} << 20;
+
+} // namespace
+
+bool PortAccess::Note(GenTL::GC_ERROR code, bool whole)
+{
+    const GenTL::GC_ERROR came = code == GenTL::GC_ERR_SUCCESS && !whole ? GenTL::GC_ERR_IO : code;
+    m_failure = m_failure == GenTL::GC_ERR_SUCCESS ? came : m_failure;
+    return came == GenTL::GC_ERR_SUCCESS;
+}
+
+bool PortAccess::Read(uint64_t address, void* data, size_t size)
+{
+    size_t moved = size;
+    const GenTL::GC_ERROR code = m_library.GCReadPort(m_port, address, data, &moved);
+    return Note(code, moved == size);
+}
+
+bool PortAccess::Write(uint64_t address, const void* data, size_t size)
+{
+    size_t moved = size;
+    const GenTL::GC_ERROR code = m_library.GCWritePort(m_port, address, data, &moved);
+    return Note(code, moved == size);
+}
+
+bool PortAccess::IsRemote()
+{
+    return GenTLLibrary::Text([this](GenTL::INFO_DATATYPE* type, void* buffer, size_t* size) {
+               return m_library.GCGetPortInfo(m_port, GenTL::PORT_INFO_MODULE, type, buffer, size);
+           }) == "Device" &&
+           m_who.starts_with("the camera");
+}
+
+ToolFailure PortAccess::Explained(const std::string& what)
+{
+    constexpr uint64_t kControlPrivilege = 0x0A00; // a register that every GigE Vision camera has
+    uint32_t value = 0;
+    size_t size = sizeof value;
+    if (IsRemote() && m_library.GCReadPort(m_port, kControlPrivilege, &value, &size) != GenTL::GC_ERR_SUCCESS)
+    {
+        return {ExitCode::CameraLost, fmt::format("{}: {} went silent", what, m_who)};
+    }
+    return {ExitCode::Failure, fmt::format("{}: {} refuses it: {} ({})", what, m_who, ErrorName(m_failure), m_failure)};
+}
+
+std::string PortAccess::Url(uint32_t index)
+{
+    const std::string url = GenTLLibrary::Text([&](GenTL::INFO_DATATYPE* type, void* buffer, size_t* size) {
+        return m_library.GCGetPortURLInfo(m_port, index, GenTL::URL_INFO_URL, type, buffer, size);
+    });
+    const auto old = [this](char* text, size_t* size) { return m_library.GCGetPortURL(m_port, text, size); };
+    return url.empty() && index == 0 ? GenTLLibrary::Id(old, "GCGetPortURL") : url;
+}
+
+DescriptionFile PortAccess::Description()
+{
+    uint32_t count = 1;
+    m_library.GCGetNumPortURLs(m_port, &count);
+    std::string urls;
+    for (uint32_t index = 0; index < std::min(count, 16U); ++index)
+    {
+        const std::string url = Url(index);
+        if (const auto local = ParseLocalUrl(url); local && local->length <= kLargestFile)
+        {
+            DescriptionFile file{local->name, std::string(local->length, '\0')};
+            ForgetFailure();
+            if (!Read(local->address, file.bytes.data(), file.bytes.size()))
+            {
+                throw ToolFailure(Explained("its description"));
+            }
+            return file;
+        }
+        const size_t path = url.starts_with("file:///") ? 7 : 5;
+        if (std::ifstream stream(url.starts_with("file:") ? url.substr(path) : "", std::ios::binary); stream)
+        {
+            return {std::filesystem::path(url).filename(), {std::istreambuf_iterator<char>(stream), {}}};
+        }
+        urls += (urls.empty() ? "" : ", ") + url;
+    }
+    throw ToolFailure(ExitCode::Failure, fmt::format("{} has no description that can be read here: {}", m_who,
+                                                     urls.empty() ? "no URL" : urls));
+}
+
+} // namespace nq::tool

@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+// The registers and the description of one port.
+#pragma once
+
+#include "exit_codes.h"
+#include "gentl_library.h"
+
+#include <string>
+
+namespace nq::tool
+{
+
+/// A file that a port's URL names, as it lies there: an XML text or a zip.
+struct DescriptionFile
+{
+    std::string name;
+    std::string bytes;
+};
+
+/// A port and how the last access to it ended. Used from one thread.
+class PortAccess
+{
+  public:
+    /// `who` is the module for messages, for example "the camera X".
+    PortAccess(GenTLLibrary& library, GenTL::PORT_HANDLE port, std::string who)
+        : m_library(library), m_port(port), m_who(std::move(who))
+    {
+    }
+
+    /// Whether all `size` bytes were moved.
+    bool Read(uint64_t address, void* data, size_t size);
+    bool Write(uint64_t address, const void* data, size_t size);
+
+    /// The code of the first access that failed since ForgetFailure(); GC_ERR_SUCCESS when none did.
+    GenTL::GC_ERROR Failure() const { return m_failure; }
+    void ForgetFailure() { m_failure = GenTL::GC_ERR_SUCCESS; }
+
+    /// Why the failed access failed, behind `what` was tried: CameraLost when the camera answers nothing any more.
+    ToolFailure Explained(const std::string& what);
+
+    /// Throws ToolFailure when no URL of the port names a file that this program can get.
+    DescriptionFile Description();
+
+    const std::string& Who() const { return m_who; }
+
+  private:
+    bool Note(GenTL::GC_ERROR code, bool whole);
+    std::string Url(uint32_t index);
+    bool IsRemote();
+
+    GenTLLibrary& m_library;
+    GenTL::PORT_HANDLE m_port;
+    std::string m_who;
+    GenTL::GC_ERROR m_failure = GenTL::GC_ERR_SUCCESS;
+};
+
+} // namespace nq::tool
