@@ -69,11 +69,7 @@ std::vector<FoundCamera> Fitting(std::vector<FoundCamera> cameras, const std::st
     std::vector<FoundCamera> fitting = keep([&](const CameraEntry& camera) { return camera.id == wanted; });
     if (fitting.empty())
     {
-        const uint64_t mac = MacFrom(wanted);
-        fitting = keep([&](const CameraEntry& camera) {
-            return camera.serial == wanted || camera.userName == wanted || camera.address == wanted ||
-                   (mac != 0 && mac == MacOf(camera));
-        });
+        fitting = keep([&](const CameraEntry& camera) { return HasName(camera, wanted); });
     }
     return fitting;
 }
@@ -170,6 +166,13 @@ std::vector<FoundCamera> Answering(const CommonOptions& common, const Enough& en
 }
 
 } // namespace
+
+bool HasName(const CameraEntry& camera, const std::string& wanted)
+{
+    const uint64_t mac = MacFrom(wanted);
+    return camera.serial == wanted || camera.userName == wanted || camera.address == wanted ||
+           (mac != 0 && mac == MacOf(camera));
+}
 
 std::vector<FoundCamera> ChooseCameras(const CommonOptions& common, const std::vector<std::string>& wanted)
 {

@@ -2,8 +2,8 @@
 // Which of the cameras that answer is meant.
 #pragma once
 
+#include "common_options.h"
 #include "producers.h"
-#include "verbs.h"
 
 #include <string>
 #include <vector>
@@ -20,6 +20,9 @@ std::vector<FoundCamera> ChooseCameras(const CommonOptions& common, const std::v
 /// Every camera that answers in the time of the options. Throws ToolFailure: NoCamera when there is none, and Usage
 /// when several producers see one of them.
 std::vector<FoundCamera> AllCameras(const CommonOptions& common);
+
+/// True when the camera has that serial number, user-defined name, IP address, or MAC address in any spelling.
+bool HasName(const CameraEntry& camera, const std::string& wanted);
 
 /// What to look at when no camera answers, in words.
 std::string NoCameraAdvice(const std::vector<ProducerEntry>& producers);

@@ -75,8 +75,8 @@ class Interface
     /// Looks for cameras during `timeoutMs` milliseconds and describes what it found.
     InterfaceEntry Scan(uint64_t timeoutMs) const;
 
-    /// Scans shortly first and then longer, up to half a second, until the camera is in the list, and opens it.
-    /// Gives the answer of IFOpenDevice; throws GenTLError when a scan fails. Any thread may call it.
+    /// Scans shortly first and then longer, up to half a second, until the camera is in the list, and opens it. Gives
+    /// the answer of IFOpenDevice; throws GenTLError when a scan fails. Any thread may call it.
     GenTL::GC_ERROR OpenCamera(const std::string& cameraId, GenTL::DEV_HANDLE* device,
                                GenTL::DEVICE_ACCESS_FLAGS access = GenTL::DEVICE_ACCESS_CONTROL);
 

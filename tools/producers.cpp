@@ -95,21 +95,6 @@ bool HearNext(std::vector<std::unique_ptr<ProducerChild>>& children, std::vector
     return true;
 }
 
-std::vector<ProducerEntry> AskChildren(const std::vector<std::string>& paths, const SearchPlan& plan)
-{
-    std::vector<ProducerEntry> asked;
-    std::vector<std::unique_ptr<ProducerChild>> children;
-    for (const std::string& path : paths)
-    {
-        asked.emplace_back().path = path;
-        children.push_back(std::make_unique<ProducerChild>(path, plan.scansMs));
-    }
-    while (!plan.enough(asked) && HearNext(children, asked))
-    {
-    }
-    return asked;
-}
-
 /// Warns of the producers that do not work, or throws when that is all of them.
 void TellProblems(const std::vector<ProducerEntry>& asked)
 {
@@ -215,13 +200,28 @@ std::vector<FoundCamera> CamerasOf(const std::vector<ProducerEntry>& producers)
     return cameras;
 }
 
+std::vector<ProducerEntry> AskApart(const std::vector<std::string>& paths, const SearchPlan& plan)
+{
+    std::vector<ProducerEntry> asked;
+    std::vector<std::unique_ptr<ProducerChild>> children;
+    for (const std::string& path : paths)
+    {
+        asked.emplace_back().path = path;
+        children.push_back(std::make_unique<ProducerChild>(path, plan.scansMs));
+    }
+    while (!plan.enough(asked) && HearNext(children, asked))
+    {
+    }
+    return asked;
+}
+
 std::vector<ProducerEntry> AskProducers(const std::string& argument, const SearchPlan& plan)
 {
     if (!argument.empty())
     {
         return AskInThisProcess(argument, plan);
     }
-    std::vector<ProducerEntry> asked = AskChildren(FindProducers(argument), plan);
+    std::vector<ProducerEntry> asked = AskApart(FindProducers(argument), plan);
     TellProblems(asked);
     return asked;
 }

@@ -68,4 +68,7 @@ struct SearchPlan
 /// warned of on standard error. Throws ToolFailure when no producer works.
 std::vector<ProducerEntry> AskProducers(const std::string& argument, const SearchPlan& plan);
 
+/// Asks each in a child process, whoever named it, and tells and throws nothing: every problem is in its entry.
+std::vector<ProducerEntry> AskApart(const std::vector<std::string>& paths, const SearchPlan& plan);
+
 } // namespace nq::tool

@@ -2,24 +2,14 @@
 // The verbs of nq-gev. Each registers its arguments and runs when it was chosen.
 #pragma once
 
+#include "common_options.h"
 #include "exit_codes.h"
 
 #include <CLI/CLI.hpp>
-#include <cstdint>
 #include <functional>
-#include <string>
 
 namespace nq::tool
 {
-
-/// Options that every verb takes.
-struct CommonOptions
-{
-    std::string producer;
-    std::string answers = "standard"; ///< of our producer; the environment tells it
-    bool json = false;
-    uint64_t timeoutMs = 1000; ///< how long each interface listens for cameras, in milliseconds
-};
 
 using Verb = std::function<ExitCode()>;
 
