@@ -67,6 +67,7 @@ int Run(int argc, char** argv)
     AddFeatureVerbs(app, common, chosen);
     AddSettingsVerbs(app, common, chosen);
     AddPortVerbs(app, common, chosen);
+    AddDoctorVerb(app, common, chosen);
     try
     {
         app.parse(argc, argv);

@@ -20,5 +20,6 @@ void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddFeatureVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddSettingsVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddPortVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
+void AddDoctorVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 
 } // namespace nq::tool

@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: Apache-2.0
+// nq-gev doctor on adapters and cameras: each finding right and wrong, and mended by the line that it prints.
+#include "support/doctor.h"
+#include "support/gvcp_camera.h"
+
+#include <memory>
+
+namespace
+{
+
+using namespace nq::test;
+using testing::AnyOf;
+using testing::Each;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+/// A camera made of a socket, at 10.77.0.2 behind the adapter host0 at 10.77.0.1.
+class DoctorNetwork : public testing::Test
+{
+  protected:
+    DoctorNetwork()
+    {
+        m_far.Connect("host0", "10.77.0.1/24", "cam0", "10.77.0.2/24");
+        m_camera = std::make_unique<GvcpCamera>(&m_far);
+        GvcpDiscovery identity;
+        identity.ipAddress = 0x0A4D0002;
+        identity.subnetMask = 0xFFFFFF00;
+        identity.deviceVersion = "3.0.0";
+        m_camera->SetDiscovery(identity);
+        m_camera->SetRegister(0x0904, 1);
+        m_camera->SetRegister(0x092C, 0x04000000);
+        m_camera->AwaitPath("10.77.0.1");
+    }
+
+    /// Types the line that mends it, and gives what the doctor says then.
+    static Outcome Mend(const Outcome& doctor, const std::string& id)
+    {
+        Shell(MendOf(doctor, id));
+        return RunDoctor();
+    }
+
+    const Host m_far;
+    std::unique_ptr<GvcpCamera> m_camera;
+};
+
+constexpr const char* kCamera = "Model S0001 at 10.77.0.2";
+
+TEST_F(DoctorNetwork, OfAGoodCameraEverythingIsRightAndNothingIsWritten)
+{
+    Outcome doctor = RunDoctor();
+    // A busy machine may be late for any of the answers.
+    for (int tries = 0; tries < 4 && doctor.output.find("wrong      camera.") != std::string::npos; ++tries)
+    {
+        doctor = RunDoctor();
+    }
+    EXPECT_THAT(doctor.output, Right("adapter.found", "1 of them\n"));
+    EXPECT_THAT(doctor.output, Right("adapter.up", "host0: it is up\n"));
+    EXPECT_THAT(doctor.output, Right("adapter.link", "host0: it has a link\n"));
+    EXPECT_THAT(doctor.output, Right("adapter.address", "host0: 10.77.0.1/24\n"));
+    EXPECT_THAT(doctor.output, Right("adapter.mtu", "host0: 1500 bytes\n"));
+    EXPECT_THAT(doctor.output, Right("adapter.subnet", "host0: no other adapter is on its subnet\n"));
+    EXPECT_THAT(doctor.output, Right("adapter.loss", "host0: 0 of "));
+    EXPECT_THAT(doctor.output, Right("adapter.filter", "host0: rp_filter is "));
+    EXPECT_THAT(doctor.output, Right("camera.discovery", "host0: " + std::string(kCamera) + "\n"));
+    EXPECT_THAT(doctor.output, Right("camera.subnet", kCamera + std::string(": on that of host0\n")));
+    EXPECT_THAT(doctor.output, Right("camera.listed", kCamera + std::string(": as Model:02-11-22-33-44-55\n")));
+    EXPECT_THAT(doctor.output, Right("camera.owner", kCamera + std::string(": nobody controls it\n")));
+    EXPECT_THAT(doctor.output,
+                testing::ContainsRegex(Beginning("right", "camera.answers") + kCamera +
+                                       ": shortest [0-9.]+ ms, median [0-9.]+ ms, longest [0-9.]+ ms\n"));
+    EXPECT_THAT(doctor.output, Right("camera.path", kCamera + std::string(": 1500 bytes come back\n")));
+    EXPECT_THAT(doctor.output,
+                Right("camera.stream", kCamera + std::string(": 1 stream channel(s), capability 0x04000000\n")));
+    EXPECT_THAT(m_camera->Accesses(), Each(AnyOf("discovery", StartsWith("read "), "other")));
+}
+
+TEST_F(DoctorNetwork, AdapterThatIsDown)
+{
+    Shell("ip link set host0 down");
+    const Outcome doctor = RunDoctor();
+    EXPECT_EQ(doctor.exitCode, 1);
+    EXPECT_THAT(doctor.output, Wrong("adapter.up", "host0: it is down", "ip link set dev host0 up"));
+    EXPECT_THAT(doctor.output, NotKnown("adapter.link", "host0: the adapter is down\n"));
+    EXPECT_THAT(Mend(doctor, "adapter.up").output, Right("adapter.up", "host0: it is up\n"));
+}
+
+TEST_F(DoctorNetwork, AdapterWithoutALink)
+{
+    m_far.Shell("ip link set cam0 down");
+    EXPECT_THAT(RunDoctor().output,
+                Wrong("adapter.link", "host0: it has no link", "Switch the camera on, and plug the cable in at host0"));
+}
+
+TEST_F(DoctorNetwork, AdapterWithoutAnAddressGetsOneBesideTheCamera)
+{
+    Shell("ip addr flush dev host0");
+    AcceptEverySource(m_far);
+    const Outcome doctor = RunDoctor();
+    EXPECT_THAT(doctor.output, Wrong("adapter.address", "host0: it has no IPv4 address",
+                                     "ip addr add 169.254.1.2/16 brd + dev host0"));
+    EXPECT_THAT(Mend(doctor, "adapter.address").output, Right("adapter.address", "host0: 169.254.1.2/16\n"));
+}
+
+TEST_F(DoctorNetwork, AdapterWithShortPackets)
+{
+    Shell("ip link set host0 mtu 1400");
+    const Outcome doctor = RunDoctor();
+    EXPECT_THAT(doctor.output, Wrong("adapter.mtu", "host0: only 1400 bytes", "ip link set dev host0 mtu 1500"));
+    EXPECT_THAT(Mend(doctor, "adapter.mtu").output, Right("adapter.mtu", "host0: 1500 bytes\n"));
+}
+
+TEST_F(DoctorNetwork, TwoAdaptersOnOneSubnet)
+{
+    const Host other;
+    other.Connect("aux0", "10.77.0.9/24", "aux1", "10.77.0.10/24");
+    const Outcome doctor = RunDoctor();
+    EXPECT_THAT(doctor.output, Wrong("adapter.subnet", "host0: aux0 is on its subnet with 10.77.0.9/24",
+                                     "ip addr del 10.77.0.9/24 dev aux0"));
+    EXPECT_THAT(Mend(doctor, "adapter.subnet").output,
+                Right("adapter.subnet", "host0: no other adapter is on its subnet\n"));
+}
+
+TEST_F(DoctorNetwork, ACameraThatIsMissingAndAnswersThatAreDropped)
+{
+    m_camera->SetSilent(true);
+    Shell("echo 1 >/proc/sys/net/ipv4/conf/host0/rp_filter");
+    const Outcome doctor = RunDoctor();
+    EXPECT_THAT(doctor.output, Wrong("camera.discovery", "host0: no camera answers",
+                                     "Switch the camera on, look at its cable, and let it through the firewall: "
+                                     "iptables -I INPUT -i host0 -p udp --sport 3956 -j ACCEPT"));
+    EXPECT_THAT(doctor.output, Wrong("adapter.filter", "host0: rp_filter is 1 and there is no default route",
+                                     "sysctl -w net.ipv4.conf.all.rp_filter=0 net.ipv4.conf.host0.rp_filter=0"));
+    for (const char* id :
+         {"camera.subnet", "camera.listed", "camera.owner", "camera.answers", "camera.path", "camera.stream"})
+    {
+        EXPECT_THAT(doctor.output, NotKnown(id, "no camera is there to ask (camera.discovery)\n"));
+    }
+    EXPECT_THAT(Mend(doctor, "adapter.filter").output, Right("adapter.filter", "host0: rp_filter is 0\n"));
+}
+
+TEST_F(DoctorNetwork, ACameraThatIsNotTheOneMeant)
+{
+    EXPECT_THAT(RunDoctor({"--camera", "S0001"}).output, Right("camera.discovery", "host0: Model S0001"));
+    EXPECT_THAT(
+        RunDoctor({"--camera", "S0002"}).output,
+        HasSubstr(Beginning("wrong", "camera.discovery") + "host0: \"S0002\" does not answer, 1 other(s) do\n"));
+}
+
+TEST_F(DoctorNetwork, ACameraThatProducersLeaveOutAndThatDoesNotStream)
+{
+    GvcpDiscovery identity;
+    identity.ipAddress = 0x0A4D0002;
+    identity.subnetMask = 0xFFFFFF00;
+    identity.deviceVersion = "2.9.9";
+    m_camera->SetDiscovery(identity);
+    m_camera->SetRegister(0x092C, 0xFBFFFFFF);
+    const Outcome doctor = RunDoctor();
+    EXPECT_THAT(
+        doctor.output,
+        Wrong("camera.listed", kCamera + std::string(": no producer lists it; its device version is \"2.9.9\""),
+              "Give it a firmware that streams by RDMA; a camera without is for another producer (--producer)"));
+    EXPECT_THAT(doctor.output,
+                Wrong("camera.stream", kCamera + std::string(": 1 stream channel(s), capability 0xFBFFFFFF"),
+                      "Give it a firmware that streams by RDMA, or take another camera"));
+}
+
+TEST_F(DoctorNetwork, ACameraThatSomebodyControls)
+{
+    m_camera->SetRegister(0x0A00, 2);
+    m_camera->SetRegister(0x0A04, 40000);
+    m_camera->SetRegister(0x0A14, 0x0A4D0001);
+    EXPECT_THAT(RunDoctor().output,
+                Wrong("camera.owner", kCamera + std::string(": controlled by 10.77.0.1, UDP port 40000"),
+                      "fuser -k 40000/udp # on the host 10.77.0.1"));
+    EXPECT_EQ(m_camera->Count("write 0x0A00 = 0x00000000"), 0U);
+}
+
+TEST_F(DoctorNetwork, ACameraWhoseAnswersAreLate)
+{
+    m_camera->Otherwise([this](const Bytes& command) {
+        const auto memory = [this](const Bytes& asked) { return m_camera->AnswerFromMemory(asked); };
+        return gvcp::Describe(command) == "read 0x0A00" ? gvcp::Late(std::chrono::milliseconds(170), memory)(command)
+                                                        : memory(command);
+    });
+    const Outcome doctor = RunDoctor();
+    EXPECT_THAT(doctor.output, testing::ContainsRegex(Beginning("wrong", "camera.answers") + kCamera +
+                                                      ": shortest 1[0-9.]+ ms, median [0-9.]+ ms, longest [0-9.]+ ms\n"
+                                                      "           Plug the camera into host0 without a switch"));
+}
+
+TEST_F(DoctorNetwork, ACameraThatAnswersNothingButTheDiscovery)
+{
+    m_camera->Otherwise([this](const Bytes& command) {
+        return gvcp::Describe(command) == "discovery" ? m_camera->AnswerFromMemory(command) : std::vector<GvcpReply>();
+    });
+    EXPECT_THAT(RunDoctor().output, HasSubstr(Beginning("wrong", "camera.answers") + kCamera +
+                                              ": it answers the discovery, and no read of a register\n"));
+}
+
+TEST_F(DoctorNetwork, AWayThatIsNarrowerThanTheAdapter)
+{
+    Shell("ip link set host0 mtu 9000");
+    const Outcome doctor = RunDoctor();
+    EXPECT_THAT(doctor.output, Wrong("camera.path", kCamera + std::string(": 1500 bytes come back, and not 9000"),
+                                     "ip link set dev host0 mtu 1500"));
+    EXPECT_THAT(Mend(doctor, "camera.path").output,
+                Right("camera.path", kCamera + std::string(": 1500 bytes come back\n")));
+}
+
+TEST_F(DoctorNetwork, ACameraOfAnotherSubnetIsHeardAndGetsAnAddressOfThisOne)
+{
+    AcceptEverySource(m_far);
+    Shell("ip addr flush dev host0 && ip addr add 10.9.0.1/24 brd + dev host0");
+    m_far.Shell("ip route add default dev cam0"); // what it sends to there gets lost on this side
+    GvcpDiscovery identity;
+    identity.ipAddress = 0x0A4D0002;
+    identity.subnetMask = 0xFFFFFF00;
+    identity.deviceVersion = "3.0.0";
+    m_camera->SetDiscovery(identity);
+    // As a camera does that may: by broadcast.
+    m_camera->Otherwise([this](const Bytes& command) {
+        const std::vector<GvcpReply> answer = m_camera->AnswerFromMemory(command);
+        if (gvcp::Describe(command) == "discovery" && !answer.empty())
+        {
+            m_camera->Send(answer.front().bytes, "255.255.255.255", m_camera->Received().back().senderPort);
+            return std::vector<GvcpReply>();
+        }
+        return answer;
+    });
+    const Outcome doctor = RunDoctor();
+    EXPECT_THAT(doctor.output,
+                Wrong("camera.subnet", kCamera + std::string(": it has 10.77.0.2/24, and host0 10.9.0.1/24"),
+                      "nq-gev ip --camera 02:11:22:33:44:55 --force 10.9.0.2/24"));
+    EXPECT_THAT(doctor.output, NotKnown("camera.answers", "no camera can be asked (camera.subnet, camera.answers)\n"));
+    // An address more does not help: the producer goes by the first one.
+    Shell("ip addr add 10.77.0.1/24 brd + dev host0");
+    EXPECT_THAT(RunDoctor().output, HasSubstr(Beginning("wrong", "camera.subnet")));
+    // This camera takes no address by force: it is moved by hand.
+    m_far.Shell("ip addr flush dev cam0 && ip addr add 10.9.0.2/24 brd + dev cam0 && ip route add default dev cam0");
+    identity.ipAddress = 0x0A090002;
+    m_camera->SetDiscovery(identity);
+    EXPECT_THAT(RunDoctor().output, Right("camera.subnet", "Model S0001 at 10.9.0.2: on that of host0\n"));
+}
+
+TEST(DoctorWithoutAdapter, SaysSo)
+{
+    const Outcome doctor = RunDoctor();
+    EXPECT_EQ(doctor.exitCode, 1);
+    EXPECT_THAT(doctor.output, Wrong("adapter.found", "there is none but lo",
+                                     "docker run --network host ... # anywhere else put in a network card"));
+    EXPECT_THAT(doctor.output, NotKnown("adapter.up", "there is no adapter (adapter.found)\n"));
+}
+
+} // namespace

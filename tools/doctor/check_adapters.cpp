@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+// Findings about the network adapters: up, linked, addressed, alone on their subnets.
+#include "doctor/checks.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+namespace nq::tool
+{
+
+namespace
+{
+
+bool IsTaken(const Scene& scene, uint32_t address)
+{
+    const auto has = [address](const Adapter& adapter) {
+        return std::any_of(adapter.addresses.begin(), adapter.addresses.end(),
+                           [address](const Subnet& one) { return one.address == address; });
+    };
+    return std::any_of(scene.adapters.begin(), scene.adapters.end(), has) ||
+           std::any_of(scene.cameras.begin(), scene.cameras.end(),
+                       [address](const SeenCamera& camera) { return camera.subnet.address == address; });
+}
+
+/// The address to give an adapter: on the subnet of a camera that was heard there, else one that cameras without an
+/// address of their own can reach.
+Subnet AddressFor(const Scene& scene, const Adapter& adapter)
+{
+    constexpr Subnet kLinkLocal{0xA9FE0101, 0xFFFF0000};
+    const auto heard = std::find_if(scene.cameras.begin(), scene.cameras.end(),
+                                    [&](const SeenCamera& camera) { return camera.adapter == adapter.name; });
+    return FreeAddress(scene, heard == scene.cameras.end() ? kLinkLocal : heard->subnet);
+}
+
+void CheckOne(const Scene& scene, const Adapter& adapter, Findings& findings)
+{
+    const Findings::Words words = {{"ADAPTER", adapter.name}};
+    adapter.up ? findings.Right("adapter.up", adapter.name, "it is up")
+               : findings.Wrong("adapter.up", adapter.name, "it is down", words);
+    if (!adapter.up)
+    {
+        findings.NotKnown("adapter.link", adapter.name, "the adapter is down");
+    }
+    else
+    {
+        adapter.linked ? findings.Right("adapter.link", adapter.name, "it has a link")
+                       : findings.Wrong("adapter.link", adapter.name, "it has no link", words);
+    }
+    adapter.mtu >= 1500 ? findings.Right("adapter.mtu", adapter.name, fmt::format("{} bytes", adapter.mtu))
+                        : findings.Wrong("adapter.mtu", adapter.name, fmt::format("only {} bytes", adapter.mtu), words);
+    if (adapter.addresses.empty())
+    {
+        findings.Wrong("adapter.address", adapter.name, "it has no IPv4 address",
+                       {{"ADDRESS", SubnetText(AddressFor(scene, adapter))}, {"ADAPTER", adapter.name}});
+        return;
+    }
+    std::string all;
+    for (const Subnet& one : adapter.addresses)
+    {
+        all += (all.empty() ? "" : ", ") + SubnetText(one);
+    }
+    findings.Right("adapter.address", adapter.name, all);
+}
+
+/// The address of another adapter that shares a subnet with this one.
+const Subnet* Shared(const Adapter& adapter, const Adapter& other)
+{
+    for (const Subnet& one : adapter.addresses)
+    {
+        for (const Subnet& address : other.addresses)
+        {
+            if (one.Holds(address.address) || address.Holds(one.address))
+            {
+                return &address;
+            }
+        }
+    }
+    return nullptr;
+}
+
+bool IsConcerned(const Scene& scene, const Adapter& adapter)
+{
+    return std::any_of(scene.concerned.begin(), scene.concerned.end(),
+                       [&](const Adapter& one) { return one.name == adapter.name; });
+}
+
+/// Of two adapters that both matter the one that comes first in the alphabet keeps its address.
+void CheckSubnet(const Scene& scene, const Adapter& adapter, Findings& findings)
+{
+    for (const Adapter& other : scene.adapters)
+    {
+        const Subnet* const shared = other.name == adapter.name || !other.up ? nullptr : Shared(adapter, other);
+        if (shared != nullptr && (adapter.name < other.name || !IsConcerned(scene, other)))
+        {
+            findings.Wrong("adapter.subnet", adapter.name,
+                           fmt::format("{} is on its subnet with {}", other.name, SubnetText(*shared)),
+                           {{"ADDRESS", SubnetText(*shared)}, {"OTHER", other.name}});
+            return;
+        }
+    }
+    findings.Right("adapter.subnet", adapter.name, "no other adapter is on its subnet");
+}
+
+} // namespace
+
+Subnet FreeAddress(const Scene& scene, const Subnet& camera)
+{
+    const uint32_t network = camera.address & camera.mask;
+    const uint32_t hosts = ~camera.mask; // the last is for broadcasts
+    for (uint32_t step = 1; step < hosts && step < 65536; ++step)
+    {
+        const uint32_t part = ((camera.address & hosts) + step) % hosts;
+        if (part != 0 && !IsTaken(scene, network | part))
+        {
+            return {network | part, camera.mask};
+        }
+    }
+    return camera;
+}
+
+void CheckAdapters(const Scene& scene, Findings& findings)
+{
+    scene.adapters.empty() ? findings.Wrong("adapter.found", "", "there is none but lo")
+                           : findings.Right("adapter.found", "", fmt::format("{} of them", scene.adapters.size()));
+    for (const Adapter& adapter : scene.concerned)
+    {
+        CheckOne(scene, adapter, findings);
+        CheckSubnet(scene, adapter, findings);
+    }
+    findings.NotKnownElse({"adapter.up", "adapter.link", "adapter.address", "adapter.mtu", "adapter.subnet"},
+                          "there is no adapter (adapter.found)");
+}
+
+} // namespace nq::tool

@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: Apache-2.0
+// Findings that a camera is asked for: it is only read, by a socket beside every producer.
+#include "doctor/checks.h"
+
+#include "camera_owner.h"
+#include "doctor/echo.h"
+#include "gvcp_reader.h"
+
+#include <algorithm>
+#include <chrono>
+#include <fmt/format.h>
+
+namespace nq::tool
+{
+
+namespace
+{
+
+using Milliseconds = std::chrono::duration<double, std::milli>;
+
+constexpr uint32_t kStreamChannels = 0x0904;
+constexpr uint32_t kStreamCapability = 0x092C;
+constexpr uint32_t kControlPrivilege = 0x0A00;
+constexpr uint32_t kRdmaBit = 1U << 26;
+
+constexpr size_t kReads = 20;
+constexpr Milliseconds kLate{150};
+
+/// How long answers took, shortest first; one that did not come ends it.
+std::vector<Milliseconds> TimesOf(GvcpReader& reader)
+{
+    std::vector<Milliseconds> times;
+    while (times.size() < kReads)
+    {
+        const auto start = std::chrono::steady_clock::now();
+        if (!reader.Read(kControlPrivilege))
+        {
+            break;
+        }
+        times.push_back(std::chrono::steady_clock::now() - start);
+    }
+    std::sort(times.begin(), times.end());
+    return times;
+}
+
+/// False when the camera is silent, and nothing more can be asked.
+bool CheckAnswers(const SeenCamera& camera, GvcpReader& reader, Findings& findings)
+{
+    constexpr const char* kId = "camera.answers";
+    const std::vector<Milliseconds> times = TimesOf(reader);
+    const Findings::Words words = {{"ADAPTER", camera.adapter.empty() ? "this machine" : camera.adapter}};
+    if (times.empty())
+    {
+        findings.Wrong(kId, camera.Name(), "it answers the discovery, and no read of a register", words);
+        return false;
+    }
+    const std::string text = fmt::format("shortest {:.1f} ms, median {:.1f} ms, longest {:.1f} ms",
+                                         times.front().count(), times[times.size() / 2].count(), times.back().count());
+    const auto late = std::count_if(times.begin(), times.end(), [](Milliseconds one) { return one >= kLate; });
+    if (times.size() < kReads)
+    {
+        findings.Wrong(kId, camera.Name(), fmt::format("it fell silent after {} reads; {}", times.size(), text), words);
+    }
+    else
+    {
+        late > 1 ? findings.Wrong(kId, camera.Name(), text, words) : findings.Right(kId, camera.Name(), text);
+    }
+    return true;
+}
+
+void CheckOwner(const SeenCamera& camera, Findings& findings)
+{
+    const std::optional<CameraOwner> owner = AskForOwner(camera.entry);
+    if (!owner)
+    {
+        findings.Right("camera.owner", camera.Name(), "nobody controls it");
+        return;
+    }
+    findings.Wrong("camera.owner", camera.Name(), "controlled by " + OwnerText(*owner),
+                   {{"PORT", owner->port == 0 ? "its-port" : std::to_string(owner->port)},
+                    {"HOST", owner->address.empty() ? "that it does not tell" : owner->address}});
+}
+
+void CheckStream(const SeenCamera& camera, GvcpReader& reader, Findings& findings)
+{
+    constexpr const char* kId = "camera.stream";
+    const std::optional<uint32_t> channels = reader.Read(kStreamChannels);
+    const std::optional<uint32_t> capability = reader.Read(kStreamCapability);
+    if (!channels || !capability)
+    {
+        findings.Wrong(kId, camera.Name(), "it does not have these registers");
+        return;
+    }
+    const std::string text = fmt::format("{} stream channel(s), capability 0x{:08X}", *channels, *capability);
+    *channels != 0 && (*capability & kRdmaBit) != 0 ? findings.Right(kId, camera.Name(), text)
+                                                    : findings.Wrong(kId, camera.Name(), text);
+}
+
+void CheckPath(const Scene& scene, const SeenCamera& camera, Findings& findings)
+{
+    constexpr const char* kId = "camera.path";
+    const Adapter* const adapter = AdapterCalled(scene, camera.adapter);
+    const EchoResult result = adapter == nullptr ? EchoResult{0, "only its producer sees it"}
+                                                 : LongestEcho(camera.entry.address, adapter->mtu);
+    if (!result.problem.empty())
+    {
+        findings.NotKnown(kId, camera.Name(), result.problem);
+    }
+    else if (result.bytes == adapter->mtu)
+    {
+        findings.Right(kId, camera.Name(), fmt::format("{} bytes come back", result.bytes));
+    }
+    else
+    {
+        findings.Wrong(kId, camera.Name(), fmt::format("{} bytes come back, and not {}", result.bytes, adapter->mtu),
+                       {{"ADAPTER", adapter->name}, {"SIZE", std::to_string(result.bytes)}});
+    }
+}
+
+} // namespace
+
+void CheckCameras(const Scene& scene, Findings& findings)
+{
+    for (const SeenCamera& camera : scene.cameras)
+    {
+        if (camera.isForeign || camera.entry.address.empty())
+        {
+            continue;
+        }
+        GvcpReader reader(camera.entry.address);
+        if (CheckAnswers(camera, reader, findings))
+        {
+            CheckOwner(camera, findings);
+            CheckStream(camera, reader, findings);
+        }
+        CheckPath(scene, camera, findings);
+    }
+    findings.NotKnownElse(
+        {"camera.subnet", "camera.listed", "camera.owner", "camera.answers", "camera.path", "camera.stream"},
+        scene.cameras.empty() ? "no camera is there to ask (camera.discovery)"
+                              : "no camera can be asked (camera.subnet, camera.answers)");
+}
+
+} // namespace nq::tool

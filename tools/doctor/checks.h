@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+// The groups of findings. Each judges what was gathered; those of cameras also ask the cameras.
+#pragma once
+
+#include "doctor/findings.h"
+#include "doctor/scene.h"
+
+namespace nq::tool
+{
+
+void CheckProducers(const Scene& scene, const CommonOptions& common, Findings& findings);
+void CheckAdapters(const Scene& scene, Findings& findings);
+void CheckCounters(const Scene& scene, Findings& findings);
+void CheckDiscovery(const Scene& scene, Findings& findings);
+void CheckCameras(const Scene& scene, Findings& findings);
+void CheckRdma(const Scene& scene, Findings& findings);
+void CheckRdmaRights(const Scene& scene, Findings& findings);
+void CheckMemory(const Scene& scene, Findings& findings);
+
+/// An address that a host could take on the subnet of a camera: one that neither the camera nor an adapter has.
+Subnet FreeAddress(const Scene& scene, const Subnet& camera);
+
+} // namespace nq::tool
