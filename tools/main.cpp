@@ -68,6 +68,7 @@ int Run(int argc, char** argv)
     AddSettingsVerbs(app, common, chosen);
     AddPortVerbs(app, common, chosen);
     AddDoctorVerb(app, common, chosen);
+    AddReportVerb(app, common, chosen);
     try
     {
         app.parse(argc, argv);

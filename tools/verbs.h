@@ -21,5 +21,6 @@ void AddFeatureVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddSettingsVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddPortVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddDoctorVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
+void AddReportVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 
 } // namespace nq::tool

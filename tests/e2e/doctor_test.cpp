@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// nq-gev doctor: producers, forms of its output, its table and what covers it.
+// nq-gev doctor: producers, forms of its output, its table and what covers it; and nq-gev report.
 #include "support/doctor.h"
 #include "support/source_text.h"
 #include "support/virtual_camera.h"
@@ -138,6 +138,42 @@ TEST(DoctorProcess, OfAPlainUserHasAnEnd)
     EXPECT_THAT(doctor.output, Right("camera.discovery", "host0: NQ-GEV-Camera"));
     EXPECT_THAT(doctor.output, NotKnown("camera.path", "NQ-GEV-Camera"));
     EXPECT_THAT(doctor.output, HasSubstr(": this user may not send echo requests: "));
+}
+
+TEST(Report, HasAllSectionsWithNoCameraAndSaysWhatItHolds)
+{
+    const Outcome report = RunProgram({NQ_TOOL_PATH, "--timeout", "100", "report"}, {"LD_LIBRARY_PATH=/nowhere\x1b"});
+    EXPECT_EQ(report.exitCode, 0);
+    EXPECT_THAT(report.output, testing::StartsWith("This report holds: versions of nq-gev, the kernel"));
+    EXPECT_THAT(report.output, HasSubstr("\n== versions ==\nnq-gev        2.5.5, commit "));
+    EXPECT_THAT(report.output, HasSubstr("\n== doctor ==\nwrong      producer.path       "));
+    EXPECT_THAT(report.output, HasSubstr("\n== info ==\nnq-gev     2.5.5, commit "));
+    EXPECT_THAT(report.output, HasSubstr("\n== list ==\nnq-gev: No network interface was found."));
+    EXPECT_THAT(report.output, HasSubstr("\n== adapters ==\n"));
+    EXPECT_THAT(report.output, HasSubstr("\n== RDMA ==\n"));
+    EXPECT_THAT(report.output, HasSubstr("\n== kernel ==\nnet/ipv4/conf/all/rp_filter  "));
+    EXPECT_THAT(report.output, HasSubstr("\n== environment ==\nGENICAM_GENTL64_PATH=(not set)\n"));
+    EXPECT_THAT(report.output, HasSubstr("\nLD_LIBRARY_PATH=/nowhere\\x1b\n"));
+}
+
+TEST(Report, GoesToANewFileAndNeverOverAnOldOne)
+{
+    const VirtualCamera camera({"--serial", "SN-4711"});
+    const TemporaryFolder folder;
+    const std::string file = folder / "report.txt";
+    const std::vector<std::string> arguments = {"--timeout", "300", "report", "-o", file};
+    const Outcome report = RunTool(arguments, camera.Environment());
+    EXPECT_EQ(report.exitCode, 0);
+    EXPECT_THAT(report.output, testing::StartsWith("This report holds: "));
+    EXPECT_THAT(report.output, testing::EndsWith("\nIt is in " + file + "\n"));
+    const std::string text = BytesOf(file);
+    EXPECT_THAT(text, HasSubstr("serial SN-4711  address 10.77.0.2  access read/write\n"));
+    EXPECT_THAT(text, HasSubstr("\nhost0  up, link, MTU 1500, MAC "));
+    EXPECT_THAT(text, HasSubstr("  address  10.77.0.1/24\n"));
+    const Outcome again = RunTool(arguments, camera.Environment());
+    EXPECT_EQ(again.exitCode, 1);
+    EXPECT_THAT(again.output, HasSubstr("File exists"));
+    EXPECT_EQ(BytesOf(file), text);
 }
 
 } // namespace

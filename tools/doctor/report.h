@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+// One text for those who help from afar.
+#pragma once
+
+#include "doctor/scene.h"
+
+#include <string>
+
+namespace nq::tool
+{
+
+/// What a report holds and what it does not, for the user.
+std::string ReportContents();
+
+/// Versions, findings, what `nq-gev info` and `nq-gev list` say, adapters, RDMA, kernel, limits and environment. Needs
+/// neither camera nor producer, and has an end whatever they do.
+std::string ReportText(const CommonOptions& common, const DoctorOptions& options);
+
+} // namespace nq::tool

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+// nq-gev report: all that somebody wants to know who helps from afar, in one text.
+#include "doctor/report.h"
+#include "new_file.h"
+#include "verbs.h"
+
+#include <fmt/format.h>
+#include <memory>
+
+namespace nq::tool
+{
+
+namespace
+{
+
+ExitCode Run(const CommonOptions& common, const std::string& path)
+{
+    if (path.empty())
+    {
+        fmt::print("{}", ReportText(common, DoctorOptions()));
+        return ExitCode::Success;
+    }
+    const std::filesystem::path absolute = std::filesystem::absolute(path);
+    NewFile file(absolute);
+    fmt::print(file.Stream(), "{}", ReportText(common, DoctorOptions()));
+    file.Publish(false);
+    fmt::print("{}It is in {}\n", ReportContents(), path);
+    return ExitCode::Success;
+}
+
+} // namespace
+
+void AddReportVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
+{
+    CLI::App* verb = app.add_subcommand("report", "Write down all that helps others to help, and say what that is");
+    const auto path = std::make_shared<std::string>();
+    verb->add_option("-o,--output", *path, "A new file for it (else standard output)");
+    verb->callback([&common, &chosen, path] { chosen = [&common, path] { return Run(common, *path); }; });
+}
+
+} // namespace nq::tool
