@@ -117,10 +117,11 @@ case_restart() {
 case_standard() {
     local code=0 told
     start_camera --width 640 --height 480 || return 1
-    on host 60 "$bin/nq-gev --producer $bin/libnq_gev_rdma_tl.cti info" && grep -q '^  answers  *standard$' "$out" || {
+    if ! on host 60 "$bin/nq-gev --producer $bin/libnq_gev_rdma_tl.cti info" ||
+        ! grep -q '^  answers  *standard$' "$out"; then
         reason="nq-gev info: $(complaint host "$job")"
         return 1
-    }
+    fi
     grab 400 --count 200 --verify --frame-timeout 20000 || return 1
     told=$reason
     restarts NQ_GEV_TL_STANDARD=1 || code=$?
