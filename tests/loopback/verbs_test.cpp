@@ -2,6 +2,7 @@
 // What a reliable connection does with its messages, on any RDMA device.
 #include "loopback/rdma_side.h"
 
+#include <algorithm>
 #include <fcntl.h>
 #include <numeric>
 #include <sys/mman.h>
@@ -141,6 +142,32 @@ TEST(Verbs, ListsOfEntriesAreGatheredAndScattered)
     EXPECT_EQ(to.bytes[0], 25);
     EXPECT_EQ(to.bytes[5], 0);
     EXPECT_EQ(to.bytes[19], 14);
+}
+
+TEST(Verbs, MessageFallsIntoTwoRegionsAtOddAddresses)
+{
+    Connected pair;
+    for (const size_t size : {0U, 1U, 175U, 176U, 177U, 9000U, 10176U})
+    {
+        Memory& from = pair.active.Register(10177);
+        Memory& headers = pair.passive.Register(179);
+        Memory& pixels = pair.passive.Register(10013);
+        FillWithPattern(from.bytes, static_cast<unsigned>(size));
+        std::vector<uint8_t> expectedHeaders(headers.bytes);
+        std::vector<uint8_t> expectedPixels(pixels.bytes);
+        const auto first = from.bytes.begin() + 1;
+        const auto before = static_cast<std::ptrdiff_t>(std::min<size_t>(size, 176));
+        std::copy(first, first + before, expectedHeaders.begin() + 3);
+        std::copy(first + before, first + static_cast<std::ptrdiff_t>(size), expectedPixels.begin() + 7);
+        ASSERT_EQ(pair.passive.PostReceive(1, {headers.Entry(3, 176), pixels.Entry(7, 10000)}), 0);
+        ASSERT_EQ(pair.active.PostSend(2, {from.Entry(1, size)}), 0);
+        const ibv_wc received = pair.passive.Next();
+        EXPECT_EQ(received.status, IBV_WC_SUCCESS);
+        EXPECT_EQ(received.byte_len, size);
+        EXPECT_EQ(pair.active.Next().status, IBV_WC_SUCCESS);
+        EXPECT_EQ(headers.bytes, expectedHeaders) << size;
+        EXPECT_EQ(pixels.bytes, expectedPixels) << size;
+    }
 }
 
 TEST(Verbs, SendWithoutAReceiveWaitsForOne)
