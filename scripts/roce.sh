@@ -15,6 +15,7 @@ cases="frames      any     list, and 500 verified frames at 640x480
 cable       guests  the cable of these frames: packets, ready messages, retransmissions
 restart     any     20 starts and stops
 standard    any     verified frames, starts and stops with the standard's answers
+announced   any     frames into memory of the consumer's at odd addresses, every byte checked
 killed      any     the camera is killed while it streams
 idle        any     and how soon a stop then leaves nothing behind
 cut         guests  the cable is pulled out while frames flow, and put back
@@ -133,7 +134,7 @@ need_disk
 # shellcheck disable=SC2086
 install $build_packages libgtest-dev libgmock-dev rdma-core
 install qemu-system-x86 busybox-static cpio kmod python3 ibverbs-utils ibverbs-providers perftest tshark
-NQ_TARGETS="nq_gev_rdma_tl nq-gev nq-gev-camera roce_restart_test roce_loss_test loopback_verbs_test loopback_connection_test
+NQ_TARGETS="nq_gev_rdma_tl nq-gev nq-gev-camera roce_restart_test roce_loss_test roce_announced_test loopback_verbs_test loopback_connection_test
     loopback_synchronous_test loopback_completion_test loopback_signals_test" build "${NQ_BUILD:-build}"
 mkdir -p "$logs"
 find "$logs" -mindepth 1 -maxdepth 1 ! -name kernel -exec rm -rf {} +

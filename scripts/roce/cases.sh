@@ -129,6 +129,15 @@ case_standard() {
     stop_camera && return $code
 }
 
+case_announced() {
+    local code=0
+    start_camera --width 640 --height 480 || return 1
+    on host 400 "NQ_RDMA_TEST_ADDRESS=$host_address NQ_GEV_TL_STANDARD=1 exec $bin/tests/roce_announced_test" || code=$?
+    reason=$(grep '^run' "$out" | tr '\n' ';' | sed 's/;$//; s/;/; /g')
+    [ $code = 0 ] || reason="$reason then: $(grep -m 1 -A 3 -i 'failure' "$out" | tr '\n' ' ' | cut -c 1-150) (exit code $code)"
+    stop_camera && return $code
+}
+
 case_killed() {
     local heartbeat=3000
     start_camera --width 320 --height 240 && stream || return 1

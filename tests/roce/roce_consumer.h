@@ -22,11 +22,11 @@ inline long CountOf(const std::string& what)
                          std::filesystem::directory_iterator());
 }
 
-/// The first stream of the first camera that is found, with four buffers that the library allocates, not queued yet.
+/// The first stream of the first camera that is found, with buffers that the library allocates, not queued yet.
 class RoceConsumer
 {
   public:
-    RoceConsumer()
+    explicit RoceConsumer(int buffers = 4)
     {
         EXPECT_EQ(gentl.GCInitLib(), 0);
         EXPECT_EQ(gentl.TLOpen(&m_system), 0);
@@ -39,7 +39,7 @@ class RoceConsumer
         }
         if (stream != nullptr)
         {
-            Announce();
+            Announce(buffers);
         }
     }
     ~RoceConsumer()
@@ -57,13 +57,29 @@ class RoceConsumer
         return gentl.DSStartAcquisition(stream, GenTL::ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE);
     }
 
-    /// Waits for a frame and gives its buffer back; false when none came in `timeout` milliseconds.
-    bool TakeFrame(std::uint64_t timeout)
+    /// The buffer of the next frame; null when none came in `timeout` milliseconds.
+    GenTL::BUFFER_HANDLE Next(std::uint64_t timeout)
     {
         GenTL::EVENT_NEW_BUFFER_DATA data{};
         std::size_t size = sizeof data;
-        return gentl.EventGetData(m_event, &data, &size, timeout) == 0 &&
-               gentl.DSQueueBuffer(stream, data.BufferHandle) == 0;
+        return gentl.EventGetData(m_event, &data, &size, timeout) == 0 ? data.BufferHandle : nullptr;
+    }
+
+    template <typename Value>
+    Value Info(GenTL::BUFFER_HANDLE buffer, GenTL::BUFFER_INFO_CMD command)
+    {
+        Value value{};
+        GenTL::INFO_DATATYPE type = 0;
+        std::size_t size = sizeof value;
+        EXPECT_EQ(gentl.DSGetBufferInfo(stream, buffer, command, &type, &value, &size), 0);
+        return value;
+    }
+
+    /// Waits for a frame and gives its buffer back; false when none came in `timeout` milliseconds.
+    bool TakeFrame(std::uint64_t timeout)
+    {
+        const GenTL::BUFFER_HANDLE buffer = Next(timeout);
+        return buffer != nullptr && gentl.DSQueueBuffer(stream, buffer) == 0;
     }
 
     GenTL::GC_ERROR Stop() { return gentl.DSStopAcquisition(stream, GenTL::ACQ_STOP_FLAGS_KILL); }
@@ -99,14 +115,14 @@ class RoceConsumer
         ASSERT_EQ(gentl.DevOpenDataStream(device, id.data(), &stream), 0);
     }
 
-    void Announce()
+    void Announce(int buffers)
     {
         std::size_t payload = 0;
         GenTL::INFO_DATATYPE type = 0;
         std::size_t size = sizeof payload;
         ASSERT_EQ(gentl.DSGetInfo(stream, GenTL::STREAM_INFO_PAYLOAD_SIZE, &type, &payload, &size), 0);
         ASSERT_EQ(gentl.GCRegisterEvent(stream, GenTL::EVENT_NEW_BUFFER, &m_event), 0);
-        for (int buffer = 0; buffer < 4; ++buffer)
+        for (int buffer = 0; buffer < buffers; ++buffer)
         {
             GenTL::BUFFER_HANDLE handle = nullptr;
             ASSERT_EQ(gentl.DSAllocAndAnnounceBuffer(stream, payload, nullptr, &handle), 0);
