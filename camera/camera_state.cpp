@@ -54,6 +54,10 @@ CameraState ReadState(const std::string& path, const CameraState& absent)
         CameraState state = absent;
         state.userName = text.value("DeviceUserID", absent.userName);
         const auto wanted = text.value("UserSetDefault", std::string());
+        const json ip = text.value("IPConfiguration", json::object());
+        state.ip = {ip.value("Flags", absent.ip.flags), ip.value("PersistentIPAddress", absent.ip.address),
+                    ip.value("PersistentSubnetMask", absent.ip.netmask),
+                    ip.value("PersistentDefaultGateway", absent.ip.gateway)};
         const json sets = text.value("UserSets", json::object());
         for (const FeatureEntry& entry : Sets())
         {
@@ -86,6 +90,10 @@ bool WriteState(const std::string& path, const CameraState& state)
             text["UserSets"][entry.name] = set->second;
         }
     }
+    text["IPConfiguration"] = {{"Flags", state.ip.flags},
+                               {"PersistentIPAddress", state.ip.address},
+                               {"PersistentSubnetMask", state.ip.netmask},
+                               {"PersistentDefaultGateway", state.ip.gateway}};
     const std::string draft = path + ".new";
     std::ofstream file(draft, std::ios::trunc);
     file << text.dump(2, ' ', false, json::error_handler_t::replace) << "\n";

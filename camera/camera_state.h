@@ -13,6 +13,16 @@ namespace nq::camera
 /// Values of features by name, one for each register.
 using FeatureValues = std::map<std::string, std::vector<double>>;
 
+/// Which address the camera takes when it is switched on.
+struct IpConfiguration
+{
+    /// As in the bootstrap register.
+    std::uint32_t flags = 0;
+    std::uint32_t address = 0;
+    std::uint32_t netmask = 0;
+    std::uint32_t gateway = 0;
+};
+
 /// What outlives a reset, and with a file a restart.
 struct CameraState
 {
@@ -21,6 +31,7 @@ struct CameraState
     std::uint32_t defaultSet = 0;
     /// The user sets that were saved, by the value of UserSetSelector.
     std::map<std::uint32_t, FeatureValues> sets = {};
+    IpConfiguration ip = {};
 };
 
 /// The state that a JSON file holds; `absent` when there is no such file. What is no number of a feature is left out.

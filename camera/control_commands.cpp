@@ -29,7 +29,7 @@ json Status(VirtualCamera& camera)
             faults[info.name] = {{"armed", armed}, {"strikes", strikes}};
         }
     }
-    return {{"address", AddressText(camera.Options().network.address)},
+    return {{"address", AddressText(camera.Network().address)},
             {"serial", camera.Options().serial},
             {"rdma", camera.StreamProblem().empty()},
             {"privilege", state.privilege},

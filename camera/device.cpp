@@ -29,7 +29,9 @@ Device::Device(const CameraOptions& options, DeviceClock& clock, Acquisition& ac
     : m_options(options), m_clock(clock), m_acquisition(acquisition), m_messages(messages), m_stream(stream),
       m_faults(faults), m_dropConnection(std::move(dropConnection)), m_description(MakeGenicamXml(options)),
       m_descriptionName(DescriptionName(m_description)),
-      m_zippedDescription(ZipOneFile(m_descriptionName + ".xml", m_description)), m_state{.userName = options.userName}
+      m_zippedDescription(ZipOneFile(m_descriptionName + ".xml", m_description)), m_network(options.network),
+      m_state{.userName = options.userName,
+              .ip = {kIpConfigLinkLocal | kIpConfigPersistent, options.network.address, options.network.netmask}}
 {
     m_state = m_options.stateFile.empty() ? m_state : ReadState(m_options.stateFile, m_state);
     PowerCycle();
@@ -206,6 +208,12 @@ void Device::ApplyBootstrap(std::uint32_t address, std::uint32_t value)
     }
     case kRdmaEnable:
         m_acquisition.EnableStream((value & kRdmaEnableOn) != 0);
+        break;
+    case kIpConfigCurrent:
+    case kPersistentIp:
+    case kPersistentMask:
+    case kPersistentGateway:
+        KeepIpConfiguration();
         break;
     default:
         if (address >= kUserName && address < kUserName + kUserNameSize)

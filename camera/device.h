@@ -71,6 +71,15 @@ class Device
     /// Notes how bright a picture came out, from 0 to 1; exposure and gain follow when they are automatic.
     void Measured(double brightness);
 
+    /// Where the camera goes for a FORCEIP command: nowhere when it is meant for another camera, when an application
+    /// has control, or when the address is none. Address 0 asks for what the configuration says.
+    std::optional<LocalInterface> ForceIp(std::uint64_t mac, std::uint32_t address, std::uint32_t netmask,
+                                          std::uint32_t gateway);
+    /// The address that the configuration gives the camera when it is switched on.
+    LocalInterface ConfiguredNetwork();
+    /// Shows the address that the camera has.
+    void SetNetwork(const LocalInterface& network);
+
     /// What TriggerSoftware does, whoever executes it.
     void Trigger();
 
@@ -85,6 +94,8 @@ class Device
     std::uint32_t Privilege();
 
   private:
+    LocalInterface NetworkAtStart() const;
+    void KeepIpConfiguration();
     void AddIdentity();
     void AddChannels();
     void AddFeatures();
@@ -153,6 +164,8 @@ class Device
     const std::vector<std::uint8_t> m_zippedDescription;
 
     std::mutex m_mutex;
+    /// The address that the camera has.
+    LocalInterface m_network;
     RegisterMap m_registers;
     ControlPrivilege m_privilege;
     EdgeCounter m_counter;

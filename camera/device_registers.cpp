@@ -33,10 +33,10 @@ void Device::AddIdentity()
     map.AddRegister(kMacHigh, Access::ReadOnly, static_cast<std::uint32_t>(m_options.mac >> 32));
     map.AddRegister(kMacLow, Access::ReadOnly, static_cast<std::uint32_t>(m_options.mac));
     map.AddRegister(kIpConfigSupported, Access::ReadOnly, kIpConfigLinkLocal | kIpConfigDhcp | kIpConfigPersistent);
-    map.AddRegister(kIpConfigCurrent, Access::ReadWrite, kIpConfigLinkLocal | kIpConfigPersistent);
-    map.AddRegister(kCurrentIp, Access::ReadOnly, m_options.network.address);
-    map.AddRegister(kCurrentMask, Access::ReadOnly, m_options.network.netmask);
-    map.AddRegister(kCurrentGateway, Access::ReadOnly);
+    map.AddRegister(kIpConfigCurrent, Access::ReadWrite, m_state.ip.flags);
+    map.AddRegister(kCurrentIp, Access::ReadOnly, m_network.address);
+    map.AddRegister(kCurrentMask, Access::ReadOnly, m_network.netmask);
+    map.AddRegister(kCurrentGateway, Access::ReadOnly, m_network.gateway);
     map.AddText(kManufacturerName, 32, Access::ReadOnly, m_options.vendor);
     map.AddText(kModelName, 32, Access::ReadOnly, m_options.model);
     map.AddText(kDeviceVersion, 32, Access::ReadOnly, m_options.deviceVersion);
@@ -44,9 +44,9 @@ void Device::AddIdentity()
     map.AddText(kSerialNumber, 16, Access::ReadOnly, m_options.serial);
     map.AddText(kUserName, kUserNameSize, Access::ReadWrite, m_state.userName);
     map.AddRegister(kInterfaceCount, Access::ReadOnly, 1);
-    map.AddRegister(kPersistentIp, Access::ReadWrite, m_options.network.address);
-    map.AddRegister(kPersistentMask, Access::ReadWrite, m_options.network.netmask);
-    map.AddRegister(kPersistentGateway, Access::ReadWrite);
+    map.AddRegister(kPersistentIp, Access::ReadWrite, m_state.ip.address);
+    map.AddRegister(kPersistentMask, Access::ReadWrite, m_state.ip.netmask);
+    map.AddRegister(kPersistentGateway, Access::ReadWrite, m_state.ip.gateway);
     map.AddRegister(kLinkSpeed, Access::ReadOnly, 10000);
 }
 

@@ -25,6 +25,8 @@ enum class GvcpCode : std::uint16_t
 {
     DiscoveryCommand = 0x0002,
     DiscoveryAck = 0x0003,
+    ForceIpCommand = 0x0004,
+    ForceIpAck = 0x0005,
     ReadRegCommand = 0x0080,
     ReadRegAck = 0x0081,
     WriteRegCommand = 0x0082,

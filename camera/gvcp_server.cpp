@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <poll.h>
+#include <system_error>
 
 namespace nq::camera
 {
@@ -32,10 +33,16 @@ std::unique_ptr<UdpSocket> BindDirectedBroadcast(const LocalInterface& network)
 
 } // namespace
 
-GvcpServer::GvcpServer(const LocalInterface& network, Device& device, FaultPlan& faults, std::function<void()> restart)
-    : m_network(network), m_device(device), m_faults(faults), m_restart(std::move(restart)), m_service(device, faults),
-      m_unicast(Endpoint{network.address, kGvcpPort}), m_directedBroadcast(BindDirectedBroadcast(network)),
-      m_limitedBroadcast(Endpoint{kLimitedBroadcast, kGvcpPort}, UdpSocket::Sharing::Shared)
+GvcpServer::Sockets::Sockets(const LocalInterface& where)
+    : network(where), unicast(Endpoint{where.address, kGvcpPort}), directedBroadcast(BindDirectedBroadcast(where)),
+      limitedBroadcast(Endpoint{kLimitedBroadcast, kGvcpPort}, UdpSocket::Sharing::Shared)
+{
+}
+
+GvcpServer::GvcpServer(const LocalInterface& network, Device& device, FaultPlan& faults, std::function<void()> restart,
+                       std::function<void(const LocalInterface&)> move)
+    : m_device(device), m_faults(faults), m_restart(std::move(restart)), m_move(std::move(move)),
+      m_service(device, faults), m_sockets(std::make_unique<Sockets>(network))
 {
 }
 
@@ -64,14 +71,46 @@ void GvcpServer::GoAway(std::chrono::milliseconds time)
     m_awayUntil = (Clock::now() + time).time_since_epoch().count();
 }
 
+void GvcpServer::MoveTo(const LocalInterface& network)
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_next = network;
+    }
+    m_wake.Signal();
+}
+
+void GvcpServer::Move()
+{
+    std::optional<LocalInterface> next;
+    {
+        const std::lock_guard lock(m_mutex);
+        next.swap(m_next);
+    }
+    if (!next || *next == m_sockets->network)
+    {
+        return;
+    }
+    try
+    {
+        m_sockets = std::make_unique<Sockets>(*next);
+    }
+    catch (const std::system_error&)
+    {
+        // Somebody else has the port there; hosts find the camera where it was.
+    }
+}
+
 void GvcpServer::Run()
 {
     while (!m_stop)
     {
-        std::array<pollfd, 4> sockets{{{m_wake.Fd(), POLLIN, 0},
-                                       {m_unicast.Fd(), POLLIN, 0},
-                                       {m_limitedBroadcast.Fd(), POLLIN, 0},
-                                       {m_directedBroadcast ? m_directedBroadcast->Fd() : -1, POLLIN, 0}}};
+        Move();
+        std::array<pollfd, 4> sockets{
+            {{m_wake.Fd(), POLLIN, 0},
+             {m_sockets->unicast.Fd(), POLLIN, 0},
+             {m_sockets->limitedBroadcast.Fd(), POLLIN, 0},
+             {m_sockets->directedBroadcast ? m_sockets->directedBroadcast->Fd() : -1, POLLIN, 0}}};
         poll(sockets.data(), sockets.size(), WaitTime());
         m_wake.Clear();
         SendDelayed();
@@ -101,7 +140,7 @@ void GvcpServer::SendDelayed()
     {
         if (delayed.when <= now)
         {
-            m_unicast.Send(delayed.bytes, delayed.to);
+            m_sockets->unicast.Send(delayed.bytes, delayed.to);
         }
     }
     std::erase_if(m_delayed, [now](const Delayed& delayed) { return delayed.when <= now; });
@@ -109,7 +148,8 @@ void GvcpServer::SendDelayed()
 
 void GvcpServer::TakeDatagrams()
 {
-    const std::array<const UdpSocket*, 3> sockets{&m_unicast, &m_limitedBroadcast, m_directedBroadcast.get()};
+    const std::array<const UdpSocket*, 3> sockets{&m_sockets->unicast, &m_sockets->limitedBroadcast,
+                                                  m_sockets->directedBroadcast.get()};
     int taken = 0;
     bool more = true;
     while (more)
@@ -118,7 +158,7 @@ void GvcpServer::TakeDatagrams()
         // In turns, so that a flood on one of them hides nothing that comes by the others.
         for (const UdpSocket* socket : sockets)
         {
-            if (socket != nullptr && taken < kDatagramsPerTurn && TakeOne(*socket, socket != &m_unicast))
+            if (socket != nullptr && taken < kDatagramsPerTurn && TakeOne(*socket, socket != &m_sockets->unicast))
             {
                 more = true;
                 ++taken;
@@ -136,7 +176,7 @@ bool GvcpServer::TakeOne(const UdpSocket& socket, bool broadcast)
         return false;
     }
     // Every interface's broadcasts arrive; only those of the camera's own are meant for it.
-    const bool mine = !broadcast || datagram->interfaceIndex == m_network.index;
+    const bool mine = !broadcast || datagram->interfaceIndex == m_sockets->network.index;
     if (mine && !IgnoresEverything())
     {
         Answer(datagram->from, std::span(buffer).first(datagram->size));
@@ -174,15 +214,19 @@ bool GvcpServer::IgnoresEverything()
 void GvcpServer::Answer(const Endpoint& from, std::span<const std::uint8_t> datagram)
 {
     GvcpReply reply = m_service.Handle(from, datagram);
-    const bool onSubnet = (from.address & m_network.netmask) == (m_network.address & m_network.netmask);
-    const bool broadcast = reply.discovery && reply.broadcastAllowed && !onSubnet;
+    const bool onSubnet = ((from.address ^ m_sockets->network.address) & m_sockets->network.netmask) == 0;
+    const bool broadcast = reply.broadcastAllowed && !onSubnet;
     if (!reply.now.empty())
     {
-        m_unicast.Send(reply.now, broadcast ? Endpoint{kLimitedBroadcast, from.port} : from);
+        m_sockets->unicast.Send(reply.now, broadcast ? Endpoint{kLimitedBroadcast, from.port} : from);
     }
     if (!reply.later.empty() && m_delayed.size() < kMostDelayed)
     {
         m_delayed.push_back({Clock::now() + reply.delay, std::move(reply.later), from});
+    }
+    if (reply.move)
+    {
+        m_move(*reply.move);
     }
     if (reply.reset)
     {

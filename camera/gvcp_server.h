@@ -11,6 +11,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -28,13 +29,18 @@ class GvcpServer
 
     /// Binds the sockets; throws std::system_error when that fails. `restart` is called, on the server's thread, when
     /// the host has asked for a restart.
-    GvcpServer(const LocalInterface& network, Device& device, FaultPlan& faults, std::function<void()> restart);
+    /// `move` is called there when the camera is to go to another address.
+    GvcpServer(const LocalInterface& network, Device& device, FaultPlan& faults, std::function<void()> restart,
+               std::function<void(const LocalInterface&)> move);
     ~GvcpServer();
     GvcpServer(const GvcpServer&) = delete;
     GvcpServer& operator=(const GvcpServer&) = delete;
 
     void Start();
     void Stop();
+
+    /// Answers at another address as soon as the thread is back at its sockets. Any thread.
+    void MoveTo(const LocalInterface& network);
 
     /// Ignores everything for this long from now on. Any thread.
     void GoAway(std::chrono::milliseconds time);
@@ -47,7 +53,20 @@ class GvcpServer
         Endpoint to;
     };
 
+    /// The sockets of one address.
+    struct Sockets
+    {
+        explicit Sockets(const LocalInterface& where);
+
+        LocalInterface network;
+        UdpSocket unicast;
+        /// Empty for an address without a subnet of its own.
+        std::unique_ptr<UdpSocket> directedBroadcast;
+        UdpSocket limitedBroadcast;
+    };
+
     void Run();
+    void Move();
     int WaitTime();
     void TakeDatagrams();
     bool TakeOne(const UdpSocket& socket, bool broadcast);
@@ -55,15 +74,15 @@ class GvcpServer
     bool IgnoresEverything();
     void SendDelayed();
 
-    const LocalInterface m_network;
     Device& m_device;
     FaultPlan& m_faults;
     const std::function<void()> m_restart;
+    const std::function<void(const LocalInterface&)> m_move;
     GvcpService m_service;
-    UdpSocket m_unicast;
-    /// Empty for an address without a subnet of its own.
-    std::unique_ptr<UdpSocket> m_directedBroadcast;
-    UdpSocket m_limitedBroadcast;
+    std::unique_ptr<Sockets> m_sockets;
+    std::mutex m_mutex;
+    /// Where MoveTo leads.
+    std::optional<LocalInterface> m_next;
     WakeEvent m_wake;
     std::atomic<bool> m_stop{false};
     std::atomic<Clock::rep> m_awayUntil{0};

@@ -59,9 +59,12 @@ GvcpReply GvcpService::Handle(const Endpoint& from, std::span<const std::uint8_t
     if (command->code == static_cast<std::uint16_t>(GvcpCode::DiscoveryCommand))
     {
         reply.now = MakeGvcpAck(GvcpStatus::Success, ackCode, command->id, m_device.DiscoveryBody());
-        reply.discovery = true;
         reply.broadcastAllowed = (command->flags & kFlagAllowBroadcastAck) != 0;
         return reply;
+    }
+    if (command->code == static_cast<std::uint16_t>(GvcpCode::ForceIpCommand))
+    {
+        return ForceIp(*command);
     }
     m_device.Heartbeat(from);
     reply = Acknowledge(from, *command, datagram);
@@ -74,6 +77,26 @@ GvcpReply GvcpService::Handle(const Endpoint& from, std::span<const std::uint8_t
     if (!reply.later.empty())
     {
         m_device.Heartbeat(from, reply.delay);
+    }
+    return reply;
+}
+
+GvcpReply GvcpService::ForceIp(const GvcpCommand& command)
+{
+    GvcpReply reply;
+    constexpr std::size_t kForceIpBodySize = 56;
+    if (command.body.size() != kForceIpBodySize)
+    {
+        return reply;
+    }
+    const std::uint64_t mac =
+        std::uint64_t{GetBig<std::uint16_t>(&command.body[2])} << 32 | GetBig<std::uint32_t>(&command.body[4]);
+    reply.move = m_device.ForceIp(mac, GetBig<std::uint32_t>(&command.body[20]),
+                                  GetBig<std::uint32_t>(&command.body[36]), GetBig<std::uint32_t>(&command.body[52]));
+    if (reply.move && (command.flags & kFlagAckRequired) != 0)
+    {
+        reply.now = MakeGvcpAck(GvcpStatus::Success, static_cast<std::uint16_t>(GvcpCode::ForceIpAck), command.id);
+        reply.broadcastAllowed = (command.flags & kFlagAllowBroadcastAck) != 0;
     }
     return reply;
 }

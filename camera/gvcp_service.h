@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -23,9 +24,10 @@ struct GvcpReply
     /// Sent after `delay`; empty for nothing.
     std::vector<std::uint8_t> later;
     std::chrono::milliseconds delay{0};
-    /// A discovery acknowledge, and whether the requester takes it as a broadcast.
-    bool discovery = false;
+    /// The requester takes it as a broadcast.
     bool broadcastAllowed = false;
+    /// The camera moves to this address behind the reply.
+    std::optional<LocalInterface> move{};
     /// The camera restarts behind the reply.
     bool reset = false;
 };
@@ -49,6 +51,7 @@ class GvcpService
         bool tookControl = false;
     };
 
+    GvcpReply ForceIp(const GvcpCommand& command);
     Outcome Execute(const Endpoint& from, const GvcpCommand& command);
     Outcome ReadRegisters(const Endpoint& from, const GvcpCommand& command);
     Outcome WriteRegisters(const Endpoint& from, const GvcpCommand& command);

@@ -15,6 +15,10 @@ struct LocalInterface
     int index = 0;
     std::uint32_t address = 0;
     std::uint32_t netmask = 0;
+    /// Of the camera; 0 for none.
+    std::uint32_t gateway = 0;
+
+    bool operator==(const LocalInterface&) const = default;
 };
 
 /// Reads "10.9.0.1". Throws std::invalid_argument for any other text.

@@ -39,16 +39,18 @@ void SwitchOn(const ProgramOptions& options, std::vector<std::unique_ptr<Virtual
     }
 }
 
-void Announce(const ProgramOptions& options)
+void Announce(const std::vector<std::unique_ptr<VirtualCamera>>& cameras, bool quiet)
 {
-    for (const CameraOptions& camera : options.cameras)
+    for (const auto& camera : cameras)
     {
-        if (!options.quiet)
+        const CameraOptions& options = camera->Options();
+        const LocalInterface network = camera->Network();
+        if (!quiet)
         {
-            std::cout << camera.model << " " << camera.serial << " on " << camera.network.name << ", " << camera.width
-                      << "x" << camera.height << " " << camera.pixelFormat.name << "\n";
+            std::cout << options.model << " " << options.serial << " on " << network.name << ", " << options.width
+                      << "x" << options.height << " " << options.pixelFormat.name << "\n";
         }
-        std::cout << "ready " << AddressText(camera.network.address) << std::endl;
+        std::cout << "ready " << AddressText(network.address) << std::endl;
     }
 }
 
@@ -118,7 +120,7 @@ int main(int argc, char** argv)
         {
             control = std::make_unique<ControlSocket>(options->control, cameras);
         }
-        Announce(*options);
+        Announce(cameras, options->quiet);
         int number = 0;
         sigwait(&endSignals, &number);
     }

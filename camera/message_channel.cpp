@@ -4,12 +4,27 @@
 
 #include "byte_order.h"
 
+#include <utility>
+
 namespace nq::camera
 {
 
 MessageChannel::MessageChannel(std::uint32_t address, const DeviceClock& clock, FaultPlan& faults)
     : m_clock(clock), m_faults(faults), m_socket(Endpoint{address, 0})
 {
+}
+
+std::uint16_t MessageChannel::SourcePort() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_socket.Port();
+}
+
+void MessageChannel::MoveTo(std::uint32_t address)
+{
+    UdpSocket socket(Endpoint{address, 0});
+    const std::lock_guard lock(m_mutex);
+    m_socket = std::move(socket);
 }
 
 void MessageChannel::SetDestination(const Endpoint& destination)

@@ -41,7 +41,10 @@ class MessageChannel
     MessageChannel(std::uint32_t address, const DeviceClock& clock, FaultPlan& faults);
 
     /// The port that the packets come from.
-    std::uint16_t SourcePort() const { return m_socket.Port(); }
+    std::uint16_t SourcePort() const;
+
+    /// Events come from this address of the machine from now on. Throws std::system_error.
+    void MoveTo(std::uint32_t address);
 
     /// Port 0 closes the channel.
     void SetDestination(const Endpoint& destination);
@@ -60,9 +63,9 @@ class MessageChannel
   private:
     const DeviceClock& m_clock;
     FaultPlan& m_faults;
-    UdpSocket m_socket;
 
     mutable std::mutex m_mutex;
+    UdpSocket m_socket;
     Endpoint m_destination;
     std::array<bool, kEvents.size()> m_notify{};
     std::uint16_t m_requestId = 0;

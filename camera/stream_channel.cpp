@@ -2,10 +2,24 @@
 // Test packets by which a host finds the largest packet that reaches it.
 #include "stream_channel.h"
 
+#include <utility>
 #include <vector>
 
 namespace nq::camera
 {
+
+std::uint16_t StreamChannel::SourcePort() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_socket.Port();
+}
+
+void StreamChannel::MoveTo(std::uint32_t address)
+{
+    UdpSocket socket(Endpoint{address, 0});
+    const std::lock_guard lock(m_mutex);
+    m_socket = std::move(socket);
+}
 
 void StreamChannel::FireTestPacket(const Endpoint& to, std::uint32_t packetSize, bool doNotFragment) const
 {
@@ -14,6 +28,7 @@ void StreamChannel::FireTestPacket(const Endpoint& to, std::uint32_t packetSize,
     {
         return;
     }
+    const std::lock_guard lock(m_mutex);
     m_socket.SetDoNotFragment(doNotFragment);
     m_socket.Send(std::vector<std::uint8_t>(packetSize - kIpAndUdpHeader), to);
 }

@@ -2,6 +2,7 @@
 // A whole camera: control endpoint, image stream and events at one address.
 #include "virtual_camera.h"
 
+#include <iostream>
 #include <system_error>
 
 namespace nq::camera
@@ -10,16 +11,19 @@ namespace nq::camera
 VirtualCamera::VirtualCamera(const CameraOptions& options)
     : m_options(options), m_acquisition(m_clock, options.freeRun, options.frameLimit),
       m_messages(options.network.address, m_clock, m_faults), m_testPackets(options.network.address),
-      m_device(m_options, m_clock, m_acquisition, m_messages, m_testPackets, m_faults,
-               [this] {
-                   if (m_stream)
-                   {
-                       m_stream->DropConnection();
-                   }
-               }),
-      m_control(options.network, m_device, m_faults, [this] { Reboot(std::chrono::milliseconds(0)); })
+      m_network(options.network), m_device(m_options, m_clock, m_acquisition, m_messages, m_testPackets, m_faults,
+                                           [this] {
+                                               if (const auto stream = Stream())
+                                               {
+                                                   stream->DropConnection();
+                                               }
+                                           }),
+      m_control(
+          options.network, m_device, m_faults, [this] { Reboot(std::chrono::milliseconds(0)); },
+          [this](const LocalInterface& network) { MoveTo(network); })
 {
-    OpenStream();
+    OpenStream(options.network);
+    MoveTo(m_device.ConfiguredNetwork());
     m_control.Start();
 }
 
@@ -32,19 +36,71 @@ VirtualCamera::~VirtualCamera()
     }
 }
 
-void VirtualCamera::OpenStream()
+std::shared_ptr<RdmaServer> VirtualCamera::Stream() const
 {
+    const std::lock_guard lock(m_mutex);
+    return m_stream;
+}
+
+std::string VirtualCamera::StreamProblem() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_streamProblem;
+}
+
+LocalInterface VirtualCamera::Network() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_network;
+}
+
+void VirtualCamera::OpenStream(const LocalInterface& network)
+{
+    std::shared_ptr<RdmaServer> stream;
+    std::string problem;
     try
     {
-        m_stream = std::make_unique<RdmaServer>(
-            m_options.network.address, m_acquisition, m_messages, m_faults, m_options.sendBuffers,
+        stream = std::make_shared<RdmaServer>(
+            network.address, m_acquisition, m_messages, m_faults, m_options.sendBuffers,
             [this](std::uint32_t host) { return m_device.IsControlledFrom(host); },
             [this](double brightness) { m_device.Measured(brightness); });
-        m_stream->Start();
+        stream->Start();
     }
     catch (const std::system_error& error)
     {
-        m_streamProblem = error.what();
+        problem = error.what();
+    }
+    const std::lock_guard lock(m_mutex);
+    m_stream = std::move(stream);
+    m_streamProblem = std::move(problem);
+}
+
+void VirtualCamera::MoveTo(const LocalInterface& network)
+{
+    const std::lock_guard moving(m_moving);
+    if (network == Network())
+    {
+        return;
+    }
+    try
+    {
+        auto address = std::make_unique<MachineAddress>(network);
+        m_messages.MoveTo(network.address);
+        m_testPackets.MoveTo(network.address);
+        m_address.swap(address);
+        m_device.SetNetwork(network);
+        if (const auto stream = Stream())
+        {
+            stream->Stop(); // here, where nothing is locked that its thread waits for
+        }
+        OpenStream(network);
+        m_control.MoveTo(network);
+        const std::lock_guard lock(m_mutex);
+        m_network = network;
+    }
+    catch (const std::system_error& error)
+    {
+        std::cerr << "nq-gev-camera: the camera stays where it is: " << error.what() << "\n";
     }
 }
 
@@ -76,11 +132,13 @@ void VirtualCamera::Reboot(std::chrono::milliseconds away)
 {
     m_control.GoAway(away);
     m_device.PowerCycle();
+    MoveTo(m_device.ConfiguredNetwork());
 }
 
 VirtualCamera::State VirtualCamera::Observe()
 {
-    return {m_device.Privilege(), m_acquisition.Count(), m_stream ? m_stream->Count() : RdmaServer::Counters{},
+    const auto stream = Stream();
+    return {m_device.Privilege(), m_acquisition.Count(), stream ? stream->Count() : RdmaServer::Counters{},
             m_messages.SentCount()};
 }
 

@@ -8,6 +8,7 @@
 #include "device_clock.h"
 #include "fault_plan.h"
 #include "gvcp_server.h"
+#include "machine_address.h"
 #include "message_channel.h"
 #include "rdma_server.h"
 #include "stream_channel.h"
@@ -15,6 +16,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -36,14 +38,17 @@ class VirtualCamera
     const CameraOptions& Options() const { return m_options; }
 
     /// Why there is no image stream; empty when there is one.
-    const std::string& StreamProblem() const { return m_streamProblem; }
+    std::string StreamProblem() const;
 
     /// Arms a fault written as NAME[:ARGUMENT[:COUNT]]; throws std::invalid_argument as FaultPlan::Arm.
     void Arm(std::string_view text);
     /// Ends a fault and its lasting effect.
     void Clear(Fault fault);
 
-    /// Starts from defaults after `away`.
+    /// The address that it has now.
+    LocalInterface Network() const;
+
+    /// Starts from defaults after `away`, at the address that its configuration says.
     void Reboot(std::chrono::milliseconds away);
 
     /// As if the host had executed TriggerSoftware.
@@ -62,7 +67,10 @@ class VirtualCamera
     const FaultPlan& Faults() const { return m_faults; }
 
   private:
-    void OpenStream();
+    void OpenStream(const LocalInterface& network);
+    /// Goes to another address; stays when the machine does not let it.
+    void MoveTo(const LocalInterface& network);
+    std::shared_ptr<RdmaServer> Stream() const;
 
     const CameraOptions m_options;
     DeviceClock m_clock;
@@ -70,7 +78,12 @@ class VirtualCamera
     Acquisition m_acquisition;
     MessageChannel m_messages;
     StreamChannel m_testPackets;
-    std::unique_ptr<RdmaServer> m_stream;
+    /// Moves come from the control channel and from the control socket.
+    std::mutex m_moving;
+    mutable std::mutex m_mutex;
+    LocalInterface m_network;
+    std::unique_ptr<MachineAddress> m_address;
+    std::shared_ptr<RdmaServer> m_stream;
     std::string m_streamProblem;
     Device m_device;
     GvcpServer m_control;
