@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads registers of a GigE Vision camera beside every producer: it opens no device and writes nothing.
+// Reads and writes registers of a GigE Vision camera beside every producer: it opens no device.
 #include "gvcp_reader.h"
 
 #include <arpa/inet.h>
@@ -9,6 +9,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <vector>
 
 namespace nq::tool
 {
@@ -17,6 +18,8 @@ namespace
 {
 
 constexpr uint16_t kControlPort = 3956;
+constexpr uint16_t kReadRegister = 0x0080;
+constexpr uint16_t kWriteRegister = 0x0082;
 constexpr int kTries = 3;
 constexpr std::chrono::milliseconds kPatience{200};
 
@@ -60,37 +63,48 @@ GvcpReader::~GvcpReader()
 
 std::optional<uint32_t> GvcpReader::Read(uint32_t registerAddress)
 {
-    ++m_request; // a camera may leave request 0 unanswered
-    for (int attempt = 0; attempt < kTries; ++attempt)
-    {
-        // READREG with an acknowledge, one address of 4 bytes.
-        const uint8_t command[12] = {0x42,
-                                     0x01,
-                                     0x00,
-                                     0x80,
-                                     0x00,
-                                     0x04,
-                                     ByteOf(m_request, 8),
-                                     ByteOf(m_request, 0),
-                                     ByteOf(registerAddress, 24),
-                                     ByteOf(registerAddress, 16),
-                                     ByteOf(registerAddress, 8),
-                                     ByteOf(registerAddress, 0)};
-        if (send(m_socket, command, sizeof command, MSG_NOSIGNAL) != static_cast<ssize_t>(sizeof command))
-        {
-            return std::nullopt; // nobody has that port
-        }
-        uint32_t value = 0;
-        const Answer answer = Receive(value);
-        if (answer != Answer::None)
-        {
-            return answer == Answer::Value ? std::optional<uint32_t>(value) : std::nullopt;
-        }
-    }
-    return std::nullopt;
+    uint32_t value = 0;
+    return Ask(kReadRegister, {registerAddress}, value) == Answer::Value ? std::optional(value) : std::nullopt;
 }
 
-GvcpReader::Answer GvcpReader::Receive(uint32_t& value) const
+bool GvcpReader::Write(uint32_t registerAddress, uint32_t value)
+{
+    uint32_t written = 0;
+    return Ask(kWriteRegister, {registerAddress, value}, written) == Answer::Value;
+}
+
+GvcpReader::Answer GvcpReader::Ask(uint16_t code, std::initializer_list<uint32_t> words, uint32_t& value)
+{
+    ++m_request; // a camera may leave request 0 unanswered
+    // With an acknowledge.
+    std::vector<uint8_t> command{0x42,
+                                 0x01,
+                                 ByteOf(code, 8),
+                                 ByteOf(code, 0),
+                                 0x00,
+                                 ByteOf(static_cast<uint32_t>(4 * words.size()), 0),
+                                 ByteOf(m_request, 8),
+                                 ByteOf(m_request, 0)};
+    for (const uint32_t word : words)
+    {
+        command.insert(command.end(), {ByteOf(word, 24), ByteOf(word, 16), ByteOf(word, 8), ByteOf(word, 0)});
+    }
+    for (int attempt = 0; attempt < kTries; ++attempt)
+    {
+        if (send(m_socket, command.data(), command.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(command.size()))
+        {
+            return Answer::None; // nobody has that port
+        }
+        const Answer answer = Receive(code, value);
+        if (answer != Answer::None)
+        {
+            return answer;
+        }
+    }
+    return Answer::None;
+}
+
+GvcpReader::Answer GvcpReader::Receive(uint16_t code, uint32_t& value) const
 {
     const auto end = std::chrono::steady_clock::now() + kPatience;
     for (auto now = end - kPatience; now < end; now = std::chrono::steady_clock::now())
@@ -107,8 +121,8 @@ GvcpReader::Answer GvcpReader::Receive(uint32_t& value) const
         {
             return Answer::Refused;
         }
-        // READREG acknowledge of this request; anything else, such as PENDING, is waited past.
-        if (size >= 8 && Big(answer + 2, 2) == 0x0081 && Big(answer + 6, 2) == m_request)
+        // The acknowledge of this request; anything else, such as PENDING, is waited past.
+        if (size >= 8 && Big(answer + 2, 2) == code + 1U && Big(answer + 6, 2) == m_request)
         {
             value = size >= 12 ? Big(answer + 8, 4) : 0;
             return size >= 12 && Big(answer, 2) == 0 ? Answer::Value : Answer::Refused;

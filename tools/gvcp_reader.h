@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads registers of a GigE Vision camera beside every producer: it opens no device and writes nothing.
+// Reads and writes registers of a GigE Vision camera beside every producer: it opens no device.
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <string>
 
@@ -22,6 +23,9 @@ class GvcpReader
     /// The value of a register; nothing when the camera refuses, or is silent for three times 200 ms.
     std::optional<uint32_t> Read(uint32_t registerAddress);
 
+    /// False when the camera refuses or is silent as long. Most registers want control, which is by this socket too.
+    bool Write(uint32_t registerAddress, uint32_t value);
+
   private:
     enum class Answer
     {
@@ -29,7 +33,9 @@ class GvcpReader
         Refused,
         None,
     };
-    Answer Receive(uint32_t& value) const;
+    /// The answer to a command of these words.
+    Answer Ask(uint16_t code, std::initializer_list<uint32_t> words, uint32_t& value);
+    Answer Receive(uint16_t code, uint32_t& value) const;
 
     int m_socket = -1;
     uint16_t m_request = 0;

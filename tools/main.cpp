@@ -69,6 +69,7 @@ int Run(int argc, char** argv)
     AddPortVerbs(app, common, chosen);
     AddDoctorVerb(app, common, chosen);
     AddReportVerb(app, common, chosen);
+    AddIpVerb(app, common, chosen);
     try
     {
         app.parse(argc, argv);

@@ -22,5 +22,6 @@ void AddSettingsVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddPortVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddDoctorVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddReportVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
+void AddIpVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 
 } // namespace nq::tool

@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+// nq-gev ip: a camera of a foreign subnet is shown, moved and grabbed from; what would go wrong is refused.
+#include "support/network.h"
+#include "support/tool.h"
+#include "support/virtual_camera.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <memory>
+
+using namespace nq::test;
+using nlohmann::json;
+using testing::HasSubstr;
+
+namespace
+{
+
+constexpr const char* kMac = "02:00:C0:A8:01:05";
+
+/// A camera at 192.168.1.5/24 on the cable of an adapter with 10.0.0.1/24.
+class ToolIp : public testing::Test
+{
+  protected:
+    ToolIp()
+    {
+        m_host.Connect("host0", "10.0.0.1/24", "cam0", "192.168.1.5/24");
+        AcceptEverySource(m_host);
+        m_environment = {"LD_PRELOAD=" NQ_LOOPBACK_PATH, "NQ_RDMA_LOOPBACK_DIR=" + RdmaFolder()};
+        m_camera = std::make_unique<ChildProcess>(
+            std::vector<std::string>{NQ_CAMERA_PATH, "--address", "192.168.1.5", "--width", "64", "--height", "48"},
+            m_environment, &m_host);
+        if (!m_camera->WaitForOutput("ready", longTime))
+        {
+            throw std::runtime_error("no camera: " + m_camera->Output());
+        }
+    }
+
+    Outcome Ip(const std::vector<std::string>& more) const
+    {
+        return RunProgram(Joined({NQ_TOOL_PATH, "--timeout", "500", "ip"}, more));
+    }
+    Outcome Force(const std::string& network, const std::vector<std::string>& more = {"--yes"}) const
+    {
+        return Ip(Joined({"--camera", kMac, "--force", network}, more));
+    }
+
+    Host m_host;
+    std::vector<std::string> m_environment;
+    std::unique_ptr<ChildProcess> m_camera;
+};
+
+} // namespace
+
+TEST_F(ToolIp, CameraOfAForeignSubnetIsFoundForcedAndGrabbedFrom)
+{
+    const Outcome shown = Ip({});
+    EXPECT_EQ(shown.exitCode, 0);
+    EXPECT_THAT(shown.output, HasSubstr("02:00:C0:A8:01:05  NQ-GEV-Camera  serial NQ000001\n"
+                                        "  address 192.168.1.5/24  gateway -  at power on persistent, link-local\n"
+                                        "  heard on host0 (10.0.0.1/24), out of reach"));
+    const Outcome forced = Force("10.0.0.9/24");
+    EXPECT_EQ(forced.exitCode, 0);
+    EXPECT_EQ(forced.output, "02:00:C0:A8:01:05: stands at 10.0.0.9/24 now, until it is switched off. The camera "
+                             "acknowledged.\n");
+    const Outcome grabbed = RunTool({"grab", "--count", "3"}, m_environment);
+    EXPECT_EQ(grabbed.exitCode, 0) << grabbed.output;
+    EXPECT_THAT(grabbed.output, testing::ContainsRegex("frames +3\n"));
+}
+
+TEST_F(ToolIp, JsonTellsTheSame)
+{
+    const json shown = json::parse(Ip({"--json"}).output);
+    ASSERT_EQ(shown["cameras"].size(), 1U);
+    const json expected = json::parse(R"({"mac": "02:00:C0:A8:01:05", "model": "NQ-GEV-Camera", "serial": "NQ000001",
+        "user_name": "", "address": "192.168.1.5/24", "gateway": null,
+        "configured": {"persistent": true, "dhcp": false, "link_local": true},
+        "supported": {"persistent": true, "dhcp": true, "link_local": true},
+        "adapter": "host0", "adapter_address": "10.0.0.1/24", "reachable": false, "controlled_by": null})");
+    EXPECT_EQ(shown["cameras"][0], expected);
+    const json forced = json::parse(Force("10.0.0.9/24", {"--yes", "--json"}).output);
+    EXPECT_EQ(forced["before"], "192.168.1.5/24");
+    EXPECT_THAT(forced["result"].get<std::string>(), HasSubstr("stands at 10.0.0.9/24 now"));
+}
+
+TEST_F(ToolIp, WhatWouldGoWrongIsRefused)
+{
+    struct Case
+    {
+        std::vector<std::string> arguments;
+        int exitCode;
+        const char* text;
+    };
+    m_host.Shell("ip addr add 10.0.0.7/24 dev cam0");
+    const std::vector<Case> cases{
+        {{"--force", "10.0.0.9/24", "--yes"}, 2, "--force needs --camera with the MAC address"},
+        {{"--camera", kMac, "--force", "10.0.0.9/24"}, 2, "give --yes"},
+        {{"--camera", kMac, "--force", "10.0.1.9/24", "--yes"}, 2, "10.0.1.9/24 is outside the subnet of host0"},
+        {{"--camera", kMac, "--force", "10.0.0.7/24", "--yes"}, 1, "10.0.0.7/24 is taken: "},
+        {{"--camera", kMac, "--force", "10.0.0.1/24", "--yes"}, 1, "10.0.0.1/24 is this machine's own address"},
+        {{"--camera", kMac, "--force", "10.0.0.255/24", "--yes"}, 2, "no address that a camera can have"},
+        {{"--camera", kMac, "--force", "10.0.0.9", "--yes"}, 2, "no address with the bits of its subnet"},
+        {{"--camera", kMac, "--force", "10.0.0.9/24", "--gateway", "10.0.1.1", "--yes"}, 2, "no other host of"},
+        {{"--camera", kMac, "--set", "10.0.0.9/24", "--yes"}, 1, "is out of reach of host0"},
+        {{"--set", "10.0.0.9/24", "--dhcp", "--yes"}, 2, "only one of"},
+        {{"--camera", "nobody", "--dhcp", "--yes"}, 4, "no camera 'nobody' answered"},
+    };
+    for (const Case& one : cases)
+    {
+        const Outcome outcome = Ip(one.arguments);
+        EXPECT_EQ(outcome.exitCode, one.exitCode) << outcome.output;
+        EXPECT_THAT(outcome.output, HasSubstr(one.text));
+    }
+    EXPECT_THAT(Ip({}).output, HasSubstr("address 192.168.1.5/24")) << "it stands where it stood";
+}
+
+TEST_F(ToolIp, ForcedPlaceOutsideTheSubnetIsTakenWhenTold)
+{
+    const Outcome outcome = Force("172.16.0.9/16", {"--outside", "--yes"});
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_THAT(outcome.output, HasSubstr("stands at 172.16.0.9/16 now"));
+}
+
+TEST(ToolIpKept, AddressesHoldFromTheNextStartOn)
+{
+    const VirtualCamera camera;
+    const auto ip = [](const std::vector<std::string>& more) {
+        return RunProgram(Joined({NQ_TOOL_PATH, "--timeout", "500", "ip", "--yes"}, more));
+    };
+    const Outcome kept = ip({"--set", "10.77.0.9/24", "--gateway", "10.77.0.1"});
+    EXPECT_EQ(kept.exitCode, 0);
+    EXPECT_EQ(kept.output, "02:00:0A:4D:00:02: will keep 10.77.0.9/24 with the gateway 10.77.0.1 for each start. It "
+                           "stays at 10.77.0.2/24 until it is switched off and on.\n");
+    camera.Control(R"({"fault":"reboot:0"})");
+    EXPECT_THAT(ip({}).output,
+                HasSubstr("address 10.77.0.9/24  gateway 10.77.0.1  at power on persistent, link-local"));
+    EXPECT_EQ(ip({"--dhcp"}).exitCode, 0);
+    EXPECT_THAT(ip({}).output, HasSubstr("address 10.77.0.9/24  gateway 10.77.0.1  at power on DHCP, link-local"));
+    EXPECT_EQ(ip({"--link-local"}).exitCode, 0);
+    EXPECT_THAT(ip({}).output, HasSubstr("at power on link-local\n"));
+}
+
+TEST(ToolIpKept, AnotherProgramsCameraStaysAsItIs)
+{
+    const VirtualCamera camera;
+    camera.Control(R"({"fault":"privilege-taken:2"})");
+    const Outcome set = RunProgram({NQ_TOOL_PATH, "--timeout", "500", "ip", "--yes", "--set", "10.77.0.9/24"});
+    EXPECT_EQ(set.exitCode, 8);
+    EXPECT_THAT(set.output, HasSubstr("the camera 02:00:0A:4D:00:02 is controlled by"));
+    const Outcome forced = RunProgram(
+        {NQ_TOOL_PATH, "--timeout", "500", "ip", "--yes", "--camera", "02000A4D0002", "--force", "10.77.0.9/24"});
+    EXPECT_EQ(forced.exitCode, 1);
+    EXPECT_THAT(forced.output,
+                HasSubstr("The camera did not answer the command, and stands at 10.77.0.2/24 as before"));
+}
