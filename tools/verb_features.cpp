@@ -106,8 +106,10 @@ void PrintReadings(const CommonOptions& common, const std::vector<Reading>& read
 std::vector<Reading> ReadEach(Features& features, const std::vector<std::string>& names)
 {
     std::vector<Reading> readings(names.size());
-    std::transform(names.begin(), names.end(), readings.begin(),
-                   [&features](const std::string& name) { return features.Read(name); });
+    for (size_t at = 0; at < names.size(); ++at)
+    {
+        readings[at] = features.Read(names[at]);
+    }
     return readings;
 }
 
