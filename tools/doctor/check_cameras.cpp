@@ -100,8 +100,12 @@ void CheckPath(const Scene& scene, const SeenCamera& camera, Findings& findings)
 {
     constexpr const char* kId = "camera.path";
     const Adapter* const adapter = AdapterCalled(scene, camera.adapter);
-    const EchoResult result = adapter == nullptr ? EchoResult{0, "only its producer sees it"}
-                                                 : LongestEcho(camera.entry.address, adapter->mtu);
+    if (adapter == nullptr)
+    {
+        findings.NotKnown(kId, camera.Name(), "only its producer sees it");
+        return;
+    }
+    const EchoResult result = LongestEcho(camera.entry.address, adapter->mtu);
     if (!result.problem.empty())
     {
         findings.NotKnown(kId, camera.Name(), result.problem);

@@ -61,7 +61,7 @@ uint32_t LongestPacketIn(uint32_t mtu)
     return 256;
 }
 
-void CheckVerbs(const Scene& scene, const VerbsPort& verbs, const std::string& subject, const Adapter* adapter,
+void CheckVerbs(const Scene& scene, const VerbsPort& verbs, const std::string& subject, const Adapter& adapter,
                 Findings& findings)
 {
     if (!verbs.problem.empty())
@@ -70,13 +70,13 @@ void CheckVerbs(const Scene& scene, const VerbsPort& verbs, const std::string& s
         findings.NotKnown("rdma.message", subject, verbs.problem);
         return;
     }
-    const uint32_t possible = adapter == nullptr ? 0 : LongestPacketIn(adapter->mtu);
+    const uint32_t possible = LongestPacketIn(adapter.mtu);
     const std::string packets = fmt::format("{} bytes", verbs.activeMtu);
     verbs.activeMtu >= possible
         ? findings.Right("rdma.mtu", subject, packets)
         : findings.Wrong("rdma.mtu", subject,
-                         fmt::format("{}, and its MTU of {} allows {}", packets, adapter->mtu, possible),
-                         {{"ADAPTER", adapter->name}});
+                         fmt::format("{}, and its MTU of {} allows {}", packets, adapter.mtu, possible),
+                         {{"ADAPTER", adapter.name}});
     const std::string most = fmt::format("{} bytes", verbs.longestMessage);
     if (!scene.payload)
     {
@@ -100,7 +100,7 @@ void CheckPort(const Scene& scene, const Adapter& adapter, const RdmaPort& port,
         ? findings.Right("rdma.state", subject, port.state)
         : findings.Wrong("rdma.state", subject, fmt::format("it is {}", port.state), {{"ADAPTER", adapter.name}});
     CheckGid(adapter, port, subject, findings);
-    CheckVerbs(scene, port.verbs, subject, &adapter, findings);
+    CheckVerbs(scene, port.verbs, subject, adapter, findings);
 }
 
 void CheckSoftware(const Scene& scene, Findings& findings)
@@ -111,7 +111,7 @@ void CheckSoftware(const Scene& scene, Findings& findings)
     {
         findings.Right(id, kSubject, "always there");
     }
-    CheckVerbs(scene, AskVerbs("", 1), kSubject, nullptr, findings);
+    CheckVerbs(scene, AskVerbs("", 1), kSubject, Adapter(), findings);
 }
 
 } // namespace
