@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# ./run lint: formatting, shell scripts, no fixed names in /tmp, every file through both compilers with warnings as
-# errors, clang-tidy on everything that is not a test (which gives the warnings of clang++ too).
+# ./run lint: formatting, shell scripts, no fixed names in /tmp, names of the constants of tests, every file through both
+# compilers with warnings as errors, clang-tidy on everything that is not a test (which gives the warnings of clang++ too).
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh
@@ -16,6 +16,8 @@ echo "shellcheck"
 git ls-files run .ci/run tools/nq-gev-standard '*.sh' | xargs shellcheck -x
 echo "names in /tmp"
 scripts/check_tmp.sh || fail "use mktemp for the names above"
+echo "names of the constants of tests"
+python3 scripts/check_constants.py || fail "call the constants above kName"
 
 # configure FOLDER CXX CC [ARGUMENT...]: gives compile_commands.json, without a build.
 configure() {

@@ -89,7 +89,7 @@ TEST(CameraEvents, PortIsOpenForTheHostsFirstPacket)
     const RawHost events;
     OpenChannel(host, events);
     const auto port = static_cast<std::uint16_t>(host.Read(0x0B1C));
-    events.Send(Octets(12), VirtualCamera::address, port);
+    events.Send(Octets(12), VirtualCamera::kAddress, port);
     camera.Control(R"({"cmd":"event"})");
     EXPECT_EQ(events.Receive().size(), 24U);
 }

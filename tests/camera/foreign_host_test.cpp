@@ -25,7 +25,7 @@ class ForeignHost
     ForeignHost()
     {
         GInetAddress* const host = g_inet_address_new_from_string("10.77.0.1");
-        GInetAddress* const camera = g_inet_address_new_from_string(VirtualCamera::address);
+        GInetAddress* const camera = g_inet_address_new_from_string(VirtualCamera::kAddress);
         GError* error = nullptr;
         m_device = arv_gv_device_new(host, camera, &error);
         EXPECT_EQ(error, nullptr) << error->message;

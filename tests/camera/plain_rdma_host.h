@@ -49,7 +49,7 @@ class PlainRdmaHost
         sockaddr_in camera{};
         camera.sin_family = AF_INET;
         camera.sin_port = htons(4791);
-        inet_pton(AF_INET, VirtualCamera::address, &camera.sin_addr);
+        inet_pton(AF_INET, VirtualCamera::kAddress, &camera.sin_addr);
         Require(rdma_resolve_addr(m_id, nullptr, reinterpret_cast<sockaddr*>(&camera), 2000) == 0, "rdma_resolve_addr");
         Require(NextEvent() == RDMA_CM_EVENT_ADDR_RESOLVED, "address");
         MakeQueuePair();

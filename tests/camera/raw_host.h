@@ -84,7 +84,7 @@ class RawHost
         return ntohs(place.sin_port);
     }
 
-    void Send(const Octets& bytes, const std::string& to = VirtualCamera::address, std::uint16_t port = 3956) const
+    void Send(const Octets& bytes, const std::string& to = VirtualCamera::kAddress, std::uint16_t port = 3956) const
     {
         const sockaddr_in place = Place(to, port);
         if (sendto(m_fd, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&place), sizeof(place)) < 0)

@@ -322,7 +322,7 @@ TEST_F(CameraStream, EveryPixelFormatFillsItsPayload)
 
 TEST_F(CameraStream, StillPictureIsWholeInEveryFrame)
 {
-    constexpr std::array<std::uint8_t, 8> bars{255, 225, 178, 149, 105, 76, 29, 0};
+    constexpr std::array<std::uint8_t, 8> kBars{255, 225, 178, 149, 105, 76, 29, 0};
     Start({"--pattern", "ColorBar"});
     m_host->GrantAll();
     for (std::uint64_t id = 1; id <= 20; ++id)
@@ -332,7 +332,7 @@ TEST_F(CameraStream, StillPictureIsWholeInEveryFrame)
         EXPECT_EQ(frame.Id(), id);
         for (std::size_t pixel = 0; pixel < kPixels; ++pixel)
         {
-            ASSERT_EQ(frame.bytes[kDescriptor + pixel], bars[pixel % 64 / 8]) << "frame " << id << ", pixel " << pixel;
+            ASSERT_EQ(frame.bytes[kDescriptor + pixel], kBars[pixel % 64 / 8]) << "frame " << id << ", pixel " << pixel;
         }
         m_host->Return();
     }

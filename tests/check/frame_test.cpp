@@ -14,11 +14,11 @@ using namespace nq::test;
 namespace
 {
 
-const std::string producer = NQ_FAULTY_FOLDER "/nq_faulty_whole.cti";
+const std::string kProducer = NQ_FAULTY_FOLDER "/nq_faulty_whole.cti";
 
 Outcome Check(const std::vector<std::string>& arguments, const std::string& faults = "")
 {
-    std::vector<std::string> command = {NQ_CHECK_PATH, producer};
+    std::vector<std::string> command = {NQ_CHECK_PATH, kProducer};
     command.insert(command.end(), arguments.begin(), arguments.end());
     return RunProgram(command, {"NQ_FAULTS=" + faults});
 }
@@ -80,7 +80,7 @@ TEST(CheckFrame, AReportThatCannotBeWrittenGivesTwo)
 /// In whatever order people write it.
 TEST(CheckFrame, TheProducerMayStandBehindTheNames)
 {
-    const Outcome outcome = RunProgram({NQ_CHECK_PATH, "--only", "LB-001,LB-002", "--only", "LB-005", producer});
+    const Outcome outcome = RunProgram({NQ_CHECK_PATH, "--only", "LB-001,LB-002", "--only", "LB-005", kProducer});
     EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
     EXPECT_NE(outcome.output.find("3 passed, 0 failed, 0 not tried"), std::string::npos) << outcome.output;
 }

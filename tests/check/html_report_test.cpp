@@ -11,7 +11,7 @@ using namespace nq::test;
 namespace
 {
 
-const std::string producer = NQ_FAULTY_FOLDER "/nq_faulty_whole.cti";
+const std::string kProducer = NQ_FAULTY_FOLDER "/nq_faulty_whole.cti";
 
 size_t CountOf(const std::string& text, const std::string& part)
 {
@@ -42,7 +42,7 @@ std::string Report(const std::string& path, const std::vector<std::string>& argu
 
 TEST(CheckHtml, HasTheRulesWithTheirResults)
 {
-    const std::string html = Report(producer, {"--only", "LS-012,BF-00[1-9]"}, "queue_twice,no_serial_number", 1);
+    const std::string html = Report(kProducer, {"--only", "LS-012,BF-00[1-9]"}, "queue_twice,no_serial_number", 1);
     EXPECT_TRUE(html.starts_with("<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"));
     EXPECT_TRUE(html.ends_with("</script>\n</body>\n</html>\n"));
     ExpectHas(html, "<title>gentl-check: nq_faulty_whole.cti</title>");
@@ -62,7 +62,7 @@ TEST(CheckHtml, HasTheRulesWithTheirResults)
 
 TEST(CheckHtml, TellsOfAFailureWhatWasSeenWhatItMeansAndItsCalls)
 {
-    const std::string html = Report(producer, {"--only", "BF-008"}, "queue_twice", 1);
+    const std::string html = Report(kProducer, {"--only", "BF-008"}, "queue_twice", 1);
     ExpectHas(html, "<h4>What was seen</h4><pre class=\"seen\" tabindex=\"0\">");
     ExpectHas(html,
               "<h4>What a consumer will see</h4><pre class=\"consumer\" tabindex=\"0\">One buffer is filled with two "
@@ -75,7 +75,7 @@ TEST(CheckHtml, TellsOfAFailureWhatWasSeenWhatItMeansAndItsCalls)
 TEST(CheckHtml, TellsWhyARuleWasNotTried)
 {
     const std::string html =
-        Report(producer, {"--only", "BF-008", "--device", "none", "--baseline", "/dev/null"}, "", 1);
+        Report(kProducer, {"--only", "BF-008", "--device", "none", "--baseline", "/dev/null"}, "", 1);
     ExpectHas(html,
               "<details class=\"rule not-tried\" id=\"BF-008\" data-result=\"not-tried\" data-severity=\"must\">");
     ExpectHas(html, "<h4>Why not</h4><pre class=\"seen\" tabindex=\"0\">the camera is no longer listed</pre>");
@@ -93,7 +93,7 @@ TEST(CheckHtml, NoTextOfAProducerBecomesAPartOfThePage)
 {
     const TemporaryFolder folder;
     const std::string path = folder / "<img src=x onerror=alert(1)>\"&'\x1b[31m\xff\xe2\x80\xae.so";
-    std::filesystem::copy_file(producer, path);
+    std::filesystem::copy_file(kProducer, path);
     const std::string html = Report(path, {"--only", "LB-002"}, "", 1);
     EXPECT_EQ(html.find("<img"), std::string::npos) << html;
     EXPECT_EQ(CountOf(html, "&lt;img src=x onerror=alert(1)&gt;&quot;&amp;&#39;\\x1b[31m\\xff\\xe2\\x80\\xae.so"), 3U)
@@ -119,8 +119,8 @@ TEST(CheckHtml, WorksInABrowser)
 {
     const TemporaryFolder folder;
     const std::string report = folder / "report.html";
-    const std::vector<std::string> command = {NQ_CHECK_PATH, producer, "--only", "LB-*,LS-012,BF-*,PR-00[3-7]",
-                                              "--html",      report,   "--json"};
+    const std::vector<std::string> command = {NQ_CHECK_PATH, kProducer, "--only", "LB-*,LS-012,BF-*,PR-00[3-7]",
+                                              "--html",      report,    "--json"};
     const Outcome check = RunProgram(command, {"NQ_FAULTS=queue_twice,no_serial_number,closed_handle_crashes"});
     ASSERT_EQ(check.exitCode, 1) << check.output;
     std::ofstream(folder / "result.json") << check.output;

@@ -11,13 +11,13 @@ using namespace nq::test;
 namespace
 {
 
-const std::string producer = NQ_FAULTY_FOLDER "/nq_faulty_whole.cti";
+const std::string kProducer = NQ_FAULTY_FOLDER "/nq_faulty_whole.cti";
 
 TEST(CheckReport, JUnitCountsAndNamesWhatFailed)
 {
     const TemporaryFolder folder;
     const std::string path = folder.Path() + "/junit.xml";
-    RunProgram({NQ_CHECK_PATH, producer, "--only", "BF-*", "--junit", path}, {"NQ_FAULTS=queue_twice"});
+    RunProgram({NQ_CHECK_PATH, kProducer, "--only", "BF-*", "--junit", path}, {"NQ_FAULTS=queue_twice"});
     const XmlNode root = ParseXml(BytesOf(path));
     const XmlNode& suite = *root.Elements().front();
     EXPECT_EQ(suite.Attribute("tests"), "11");
@@ -49,7 +49,7 @@ TEST(CheckReport, JUnitTellsOfAProducerThatCannotBeLoaded)
 TEST(CheckReport, AProgramInCShowsTheFailureAgain)
 {
     const TemporaryFolder folder;
-    const Outcome check = RunProgram({NQ_CHECK_PATH, producer, "--repro", "BF-008"}, {"NQ_FAULTS=queue_twice"});
+    const Outcome check = RunProgram({NQ_CHECK_PATH, kProducer, "--repro", "BF-008"}, {"NQ_FAULTS=queue_twice"});
     ASSERT_EQ(check.exitCode, 1) << check.output;
     const std::string source = folder.Path() + "/again.c";
     const std::string program = folder.Path() + "/again";
@@ -58,9 +58,9 @@ TEST(CheckReport, AProgramInCShowsTheFailureAgain)
         RunProgram({"cc", "-Wall", "-Werror", "-I", NQ_SOURCE_DIR "/include", "-o", program, source});
     ASSERT_EQ(compiled.exitCode, 0) << compiled.output << check.output;
     const std::string twice = "DSQueueBuffer -> 0\nDSQueueBuffer -> ";
-    const Outcome faulty = RunProgram({program, producer}, {"NQ_FAULTS=queue_twice"});
+    const Outcome faulty = RunProgram({program, kProducer}, {"NQ_FAULTS=queue_twice"});
     EXPECT_NE(faulty.output.find(twice + "0"), std::string::npos) << faulty.output;
-    const Outcome clean = RunProgram({program, producer});
+    const Outcome clean = RunProgram({program, kProducer});
     EXPECT_NE(clean.output.find(twice + "-1004"), std::string::npos) << clean.output;
 }
 

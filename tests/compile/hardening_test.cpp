@@ -32,7 +32,7 @@ void PrintTo(const Built& built, std::ostream* out)
     *out << built.file;
 }
 
-const Built files[] = {NQ_HARDENED_FILES};
+const Built kFiles[] = {NQ_HARDENED_FILES};
 
 std::string Readelf(const std::string& option, const std::string& file)
 {
@@ -168,7 +168,7 @@ std::string NameOf(const testing::TestParamInfo<Built>& built)
     return built.param.folder;
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, Hardening, testing::ValuesIn(files), NameOf);
-INSTANTIATE_TEST_SUITE_P(Of, HardeningWithoutSanitizer, testing::ValuesIn(files), NameOf);
+INSTANTIATE_TEST_SUITE_P(Of, Hardening, testing::ValuesIn(kFiles), NameOf);
+INSTANTIATE_TEST_SUITE_P(Of, HardeningWithoutSanitizer, testing::ValuesIn(kFiles), NameOf);
 
 } // namespace

@@ -15,7 +15,7 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr const char* runPath = NQ_SOURCE_DIR "/run";
+constexpr const char* kRunPath = NQ_SOURCE_DIR "/run";
 
 TEST(Run, EveryCommandHelps)
 {
@@ -24,13 +24,13 @@ TEST(Run, EveryCommandHelps)
     {
         for (const char* option : {"--help", "-h"})
         {
-            const Outcome outcome = RunProgram({runPath, command, option});
+            const Outcome outcome = RunProgram({kRunPath, command, option});
             EXPECT_EQ(outcome.exitCode, 0) << command;
             EXPECT_THAT(outcome.output, AllOf(HasSubstr("  " + command + " "), HasSubstr("\n./run " + command)));
             EXPECT_THAT(outcome.output, Not(HasSubstr("shellcheck"))) << command;
         }
     }
-    EXPECT_THAT(RunProgram({runPath, "demo", "--help"}).output, HasSubstr("1280 x 1024"));
+    EXPECT_THAT(RunProgram({kRunPath, "demo", "--help"}).output, HasSubstr("1280 x 1024"));
 }
 
 TEST(Run, AnotherDebianIsForDemoAndTestAndHasAName)
@@ -38,7 +38,7 @@ TEST(Run, AnotherDebianIsForDemoAndTestAndHasAName)
     for (const std::vector<std::string>& arguments :
          std::vector<std::vector<std::string>>{{"lint", "--on", "trixie"}, {"test", "--on", "sid"}, {"demo", "--on"}})
     {
-        const Outcome outcome = RunProgram(Joined({runPath}, arguments));
+        const Outcome outcome = RunProgram(Joined({kRunPath}, arguments));
         EXPECT_EQ(outcome.exitCode, 2) << arguments[0];
         EXPECT_EQ(outcome.output, "run: --on bookworm (Debian 12) and --on trixie (Debian 13) go with demo and test\n");
     }
@@ -65,15 +65,15 @@ std::vector<std::string> Progress(const std::string& script, const std::string& 
             "(" + script + ") | exec python3 '" NQ_SOURCE_DIR "/scripts/show_progress.py' " + log + " --terminal"};
 }
 
-const std::string twoOfSeven = "echo '      Start 11: unit.A.Works'; "
-                               "echo '1/7 Test #11: unit.A.Works ........   Passed    0.18 sec'; "
-                               "echo '2/7 Test #12: unit.B.Works ........***Failed    0.18 sec'; "
-                               "echo '      Start 13: unit.C.Works'; ";
+const std::string kTwoOfSeven = "echo '      Start 11: unit.A.Works'; "
+                                "echo '1/7 Test #11: unit.A.Works ........   Passed    0.18 sec'; "
+                                "echo '2/7 Test #12: unit.B.Works ........***Failed    0.18 sec'; "
+                                "echo '      Start 13: unit.C.Works'; ";
 
 TEST(TestProgress, TellsWhichCaseOfHowManyRunsAndWhichFailed)
 {
     const TemporaryFolder folder;
-    const Outcome outcome = RunProgram(Progress(twoOfSeven, folder / "log"));
+    const Outcome outcome = RunProgram(Progress(kTwoOfSeven, folder / "log"));
     EXPECT_EQ(outcome.exitCode, 0);
     EXPECT_THAT(outcome.output,
                 AllOf(HasSubstr("1 of 7 cases, 0 failed, 0 s, unit.A.Works"), HasSubstr("\033[Kunit.B.Works failed\n"),
@@ -87,10 +87,10 @@ TEST(TestProgress, AfterCtrlCSaysHowFarTheRunCame)
     // As from a terminal: a group of its own, in which nobody ignores the signal.
     ChildProcess run(
         Joined({"/usr/bin/setsid", "--wait", "/usr/bin/env", "--default-signal=INT"},
-               Progress("echo $$ >" + (folder / "group") + "; " + twoOfSeven + "sleep 60", folder / "log")));
-    ASSERT_TRUE(run.WaitForOutput("unit.C.Works", longTime));
+               Progress("echo $$ >" + (folder / "group") + "; " + kTwoOfSeven + "sleep 60", folder / "log")));
+    ASSERT_TRUE(run.WaitForOutput("unit.C.Works", kLongTime));
     EXPECT_EQ(RunProgram({"/bin/sh", "-c", "kill -INT -$(cat " + (folder / "group") + ")"}).exitCode, 0);
-    EXPECT_EQ(run.WaitForExit(longTime), 130);
+    EXPECT_EQ(run.WaitForExit(kLongTime), 130);
     EXPECT_THAT(run.Output(), HasSubstr("ended by ^C after 2 of 7 cases, 1 failed, "));
 }
 
@@ -102,10 +102,10 @@ TEST(PrivateTmp, LeavesNothingBehindHoweverItEnds)
                       "pwd; cd ..; ls; touch " + name + " " + (checkout / "kept") +
                           "; (trap '' INT; sleep 100) & "
                           "echo made; wait"});
-    ASSERT_TRUE(run.WaitForOutput("made", longTime));
+    ASSERT_TRUE(run.WaitForOutput("made", kLongTime));
     EXPECT_EQ(run.Output(), checkout.Path() + "\n" + fs::path(checkout.Path()).filename().string() + "\nmade\n");
     run.Signal(SIGKILL);
-    EXPECT_EQ(run.WaitForExit(longTime), 128 + SIGKILL);
+    EXPECT_EQ(run.WaitForExit(kLongTime), 128 + SIGKILL);
     EXPECT_TRUE(fs::exists(checkout / "kept"));
     EXPECT_FALSE(fs::exists(fs::path(checkout.Path()).parent_path() / name));
 }

@@ -16,10 +16,10 @@ using namespace nq::test;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr uid_t somebody = 54321;
+constexpr uid_t kSomebody = 54321;
 
 // A command of ./run.
-const char* const command = R"script(#!/usr/bin/env bash
+const char* const kCommand = R"script(#!/usr/bin/env bash
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh
@@ -36,7 +36,7 @@ esac
 )script";
 
 // A sudo without the right SETENV.
-const char* const sudo = R"script(#!/bin/bash
+const char* const kSudo = R"script(#!/bin/bash
 case $1 in -* | *=*) echo "sudo: you are not allowed to set the environment" >&2; exit 1 ;; esac
 exec env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin SUDO_UID=54321 SUDO_GID=54321 "$@"
 )script";
@@ -68,7 +68,7 @@ class Checkout : public testing::Test
         {
             fs::copy_file(fs::path(NQ_SOURCE_DIR) / name, m_folder / name);
         }
-        Write(m_folder / "scripts/demo.sh", command);
+        Write(m_folder / "scripts/demo.sh", kCommand);
     }
 
     /// A user's call: `id` tells of a user until a sudo without further rights, not even to set variables, was asked.
@@ -76,7 +76,7 @@ class Checkout : public testing::Test
     {
         const TemporaryFolder programs;
         Write(programs / "id", "#!/bin/sh\necho 54321\n");
-        Write(programs / "sudo", sudo);
+        Write(programs / "sudo", kSudo);
         Shell("chown -R 54321:54321 " + m_folder.Path());
         return RunProgram({"/usr/bin/env", "PATH=" + programs.Path() + ":/usr/bin:/bin", "CI=true",
                            "NQ_BUILD=build with a space", m_folder / "run", "demo", argument});
@@ -90,14 +90,14 @@ class Checkout : public testing::Test
 TEST_F(Checkout, ASecondRunSaysWhichOneIsAtWorkAndTouchesNothing)
 {
     ChildProcess first({m_folder / "run", "demo", "wait"});
-    ASSERT_TRUE(first.WaitForOutput("working", longTime));
+    ASSERT_TRUE(first.WaitForOutput("working", kLongTime));
     const Outcome second = RunProgram({m_folder / "run", "demo", "other"});
     EXPECT_EQ(second.exitCode, 1);
     EXPECT_THAT(second.output, HasSubstr("another run is at work in this checkout: ./run demo wait (process " +
                                          std::to_string(first.Pid()) + ")"));
     EXPECT_THAT(second.output, Not(HasSubstr("working")));
     first.Signal(SIGKILL);
-    EXPECT_EQ(first.WaitForExit(longTime), 128 + SIGKILL);
+    EXPECT_EQ(first.WaitForExit(kLongTime), 128 + SIGKILL);
     EXPECT_EQ(RunProgram({m_folder / "run", "demo", "other"}).exitCode, 0);
 }
 
@@ -123,7 +123,7 @@ TEST_F(Checkout, WhatSudoMakesBelongsToTheCallerHoweverTheCommandEnds)
         EXPECT_EQ(outcome.exitCode, std::string(argument) == "fail" ? 9 : 0) << outcome.output;
         for (const char* name : {"out", "out/result", "build/result", ".run.lock", "run"})
         {
-            EXPECT_EQ(OwnerOf(m_folder / name), somebody) << name << " after " << argument;
+            EXPECT_EQ(OwnerOf(m_folder / name), kSomebody) << name << " after " << argument;
         }
         fs::remove_all(m_folder / "out");
     }
@@ -135,11 +135,11 @@ TEST_F(Checkout, CtrlCEndsAllThatSudoStartedBeforeFilesAreGivenBack)
     // As from a terminal: a group of its own, in which nobody ignores the signal.
     ChildProcess run({"/usr/bin/setsid", "--wait", "/usr/bin/env", "--default-signal=INT", "SUDO_UID=54321",
                       "SUDO_GID=54321", "/bin/sh", "-c", "echo group $$; exec " + (m_folder / "run") + " demo long"});
-    ASSERT_TRUE(run.WaitForOutput("ready", longTime));
+    ASSERT_TRUE(run.WaitForOutput("ready", kLongTime));
     const std::string group = run.Output().substr(6, run.Output().find('\n') - 6);
     Shell("kill -INT -" + group);
-    EXPECT_EQ(run.WaitForExit(longTime), 128 + SIGINT) << run.Output();
-    EXPECT_EQ(OwnerOf(m_folder / "out/late"), somebody);
+    EXPECT_EQ(run.WaitForExit(kLongTime), 128 + SIGINT) << run.Output();
+    EXPECT_EQ(OwnerOf(m_folder / "out/late"), kSomebody);
     EXPECT_NE(RunProgram({"/bin/sh", "-c", "kill -0 -" + group}).exitCode, 0);
 }
 

@@ -267,7 +267,7 @@ void LiveHalfOften(const KnownIds& ids, int rounds)
 
 TEST_P(ProcessTraps, TwoHundredSessionsThatEndHalfWayLeaveNothingBehind)
 {
-    if (!Forked::mayStartThreads)
+    if (!Forked::kMayStartThreads)
     {
         GTEST_SKIP() << "ThreadSanitizer lets no forked child start a thread";
     }
@@ -275,7 +275,7 @@ TEST_P(ProcessTraps, TwoHundredSessionsThatEndHalfWayLeaveNothingBehind)
     ChildProcess cameras(
         {NQ_CAMERA_PATH, "--address", "10.77.0.3", "--count", "10", "--width", "64", "--height", "16", "--fps", "0"},
         m_camera.Environment(), &m_camera.Machine());
-    ASSERT_TRUE(cameras.WaitForOutput("ready", longTime)) << cameras.Output();
+    ASSERT_TRUE(cameras.WaitForOutput("ready", kLongTime)) << cameras.Output();
     const std::vector<KnownIds> ids = IdsOfAll(kCameras);
     ASSERT_EQ(ids.size(), kCameras);
     std::vector<std::unique_ptr<Forked>> children;

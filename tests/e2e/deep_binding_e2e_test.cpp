@@ -13,7 +13,7 @@ using nq::test::ExpectAWholeRun;
 using nq::test::SmallFrames;
 using nq::test::VirtualCamera;
 
-constexpr int deepBinding = RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND;
+constexpr int kDeepBinding = RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND;
 
 class DeepBinding : public testing::Test
 {
@@ -29,7 +29,7 @@ class DeepBinding : public testing::Test
 TEST_F(DeepBinding, LeavesThePreloadedSoftwareRdmaUnused)
 {
     const VirtualCamera camera(SmallFrames());
-    Consumer consumer(NQ_CTI_PATH, deepBinding);
+    Consumer consumer(NQ_CTI_PATH, kDeepBinding);
     consumer.AnnounceAndQueue(3);
     EXPECT_EQ(consumer.Start(), -1001) << "the real libraries find no device";
 }
@@ -37,7 +37,7 @@ TEST_F(DeepBinding, LeavesThePreloadedSoftwareRdmaUnused)
 TEST_F(DeepBinding, OfTheLibraryBehindTheSoftwareRdmaStreams)
 {
     const VirtualCamera camera(SmallFrames());
-    Consumer consumer(NQ_BINARY_DIR "/tests/on_loopback.cti", deepBinding);
+    Consumer consumer(NQ_BINARY_DIR "/tests/on_loopback.cti", kDeepBinding);
     consumer.AnnounceAndQueue(3);
     ExpectAWholeRun(consumer);
     nq::test::ExpectNoSendWaited();

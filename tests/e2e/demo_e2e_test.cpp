@@ -29,8 +29,8 @@ Outcome GrabThere(const std::string& name, const std::vector<std::string>& prefi
         {NQ_SOURCE_DIR "/scripts/two_hosts.sh", NQ_SOURCE_DIR "/scripts/demo_grab.sh", "--count", "20", "--verify"}));
 }
 
-const std::vector<std::string> withoutSysAdmin = {"/usr/bin/setpriv", "--bounding-set", "-sys_admin", "--inh-caps",
-                                                  "-sys_admin"};
+const std::vector<std::string> kWithoutSysAdmin = {"/usr/bin/setpriv", "--bounding-set", "-sys_admin", "--inh-caps",
+                                                   "-sys_admin"};
 
 TEST(Demo, GrabsFromACheckoutWithSpaceAndColonInItsPath)
 {
@@ -54,7 +54,7 @@ TEST(Demo, WithoutTheRightToMakeHostsUsesAnAddressOfTheMachineAndSaysSo)
 {
     Shell("ip link add d0 type veth peer name d1 && ip addr add 172.17.0.2/16 brd + dev d0 && "
           "ip link set d0 up && ip link set d1 up");
-    const Outcome outcome = GrabThere("checkout", withoutSysAdmin);
+    const Outcome outcome = GrabThere("checkout", kWithoutSysAdmin);
     EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
     EXPECT_THAT(outcome.output, HasSubstr("no right to make network namespaces: camera and consumer share this "
                                           "machine's own address 172.17.0.2\n"));
@@ -63,7 +63,7 @@ TEST(Demo, WithoutTheRightToMakeHostsUsesAnAddressOfTheMachineAndSaysSo)
 
 TEST(Demo, WithoutThatRightAndWithoutAnAddressSaysWhatIsMissing)
 {
-    const Outcome outcome = GrabThere("checkout", withoutSysAdmin);
+    const Outcome outcome = GrabThere("checkout", kWithoutSysAdmin);
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_EQ(outcome.output, "no right to make network namespaces, and no address to go without: see `ip addr`\n");
 }

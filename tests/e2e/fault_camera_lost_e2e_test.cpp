@@ -55,7 +55,7 @@ void PlugAdapterIn(VirtualCamera& camera)
 {
     // The other end of the cable went with it: the camera starts anew behind a new one.
     camera.Kill();
-    camera.Machine().Connect("host0", "10.77.0.1/24", "cam0", std::string(VirtualCamera::address) + "/24");
+    camera.Machine().Connect("host0", "10.77.0.1/24", "cam0", std::string(VirtualCamera::kAddress) + "/24");
     LoopbackControl().link(1);
     camera.Start();
 }
@@ -66,7 +66,7 @@ void ClearFaults(VirtualCamera& camera)
     EXPECT_EQ(camera.Control(R"({"cmd":"clear","name":"privilege-taken"})"), R"({"ok":true})");
 }
 
-const Loss losses[] = {
+const Loss kLosses[] = {
     {"CameraKilled", "camera killed", [](VirtualCamera& camera) { camera.Kill(); },
      [](VirtualCamera& camera) { camera.Start(); }},
     {"CameraSilent", "camera silent", [](VirtualCamera& camera) { camera.Fault("silent"); }, ClearFaults},
@@ -102,7 +102,7 @@ TEST_P(CameraLost, IsToldCanBeClosedAndTheNextAcquisitionWorks)
 
         Fault(loss.fault);
         loss.begin(camera);
-        ASSERT_TRUE(connection.Await(noAccess));
+        ASSERT_TRUE(connection.Await(kNoAccess));
         Sees("event 4000, no access");
         Drain(consumer);
         Sees("no frame: GC_ERR_TIMEOUT");
@@ -121,7 +121,7 @@ TEST_P(CameraLost, IsToldCanBeClosedAndTheNextAcquisitionWorks)
     NextWorksInANewSession();
 }
 
-INSTANTIATE_TEST_SUITE_P(By, CameraLost, testing::ValuesIn(losses),
+INSTANTIATE_TEST_SUITE_P(By, CameraLost, testing::ValuesIn(kLosses),
                          [](const auto& row) { return std::string(row.param.name); });
 
 class CableCutShortly : public FaultRow

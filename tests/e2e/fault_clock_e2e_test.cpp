@@ -89,7 +89,7 @@ TEST_F(ClockSet, BackAndForthChangesNoWaitAndLosesNothing)
     EXPECT_EQ(consumer.gentl.DSStopAcquisition(consumer.stream, GenTL::ACQ_STOP_FLAGS_DEFAULT), 0);
     while (const auto status = connection.Next(milliseconds(0)))
     {
-        EXPECT_NE(*status, noAccess);
+        EXPECT_NE(*status, kNoAccess);
     }
     Sees("control kept, stopped");
     NextWorks(consumer, "at once, under the same clock");

@@ -116,7 +116,7 @@ TEST_F(CpuStarved, LosesNoFrameAndKeepsTheCamera)
     Sees("every frame, in order");
     while (const auto status = connection.Next(std::chrono::milliseconds(0)))
     {
-        EXPECT_NE(*status, noAccess);
+        EXPECT_NE(*status, kNoAccess);
     }
     Sees("control kept");
     EXPECT_EQ(consumer.Stop(), 0);

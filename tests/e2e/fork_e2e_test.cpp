@@ -41,7 +41,7 @@ void CloseEverything(Consumer& consumer)
     EXPECT_EQ(consumer.gentl.GCCloseLib(), 0);
 }
 
-const ForkClosing forkClosings[] = {
+const ForkClosing kForkClosings[] = {
     {"GCCloseLib", [](Consumer& consumer) { EXPECT_EQ(consumer.gentl.GCCloseLib(), 0); }},
     {"TLClose", [](Consumer& consumer) { EXPECT_EQ(consumer.gentl.TLClose(consumer.system), 0); }},
     {"IFClose", [](Consumer& consumer) { EXPECT_EQ(consumer.gentl.IFClose(consumer.interface), 0); }},
@@ -74,7 +74,7 @@ TEST_P(StreamFork, WhatAChildClosesGoesOnInTheParent)
     ExpectAWholeRun(consumer);
 }
 
-INSTANTIATE_TEST_SUITE_P(Fork, StreamFork, testing::ValuesIn(forkClosings),
+INSTANTIATE_TEST_SUITE_P(Fork, StreamFork, testing::ValuesIn(kForkClosings),
                          [](const auto& closing) { return std::string(closing.param.name); });
 
 TEST(StreamForkWithWaiters, TheParentsThreadsGoOnInEventGetData)

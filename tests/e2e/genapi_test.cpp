@@ -21,8 +21,8 @@ using testing::IsEmpty;
 namespace
 {
 
-constexpr const char* interfaceId = nq::test::kGenApiInterfaceId;
-constexpr const char* deviceId = nq::test::kGenApiDeviceId;
+constexpr const char* kInterfaceId = nq::test::kGenApiInterfaceId;
+constexpr const char* kDeviceId = nq::test::kGenApiDeviceId;
 
 Values SystemFeatures()
 {
@@ -37,7 +37,7 @@ Values SystemFeatures()
             {"GenTLSFNCVersionMajor", "1"},
             {"GenTLSFNCVersionMinor", "1"},
             {"InterfaceSelector", "0"},
-            {"InterfaceID", interfaceId},
+            {"InterfaceID", kInterfaceId},
             {"GevInterfaceMACAddress", std::to_string(0x020000000001)},
             {"GevInterfaceDefaultIPAddress", std::to_string(0x0A4D0001)},
             {"GevInterfaceDefaultSubnetMask", std::to_string(0xFFFFFF00)},
@@ -128,7 +128,7 @@ TEST_F(GenApi, EveryFeatureOfTheInterfaceReadsOnceItsUpdateCommandFoundTheCamera
     EXPECT_EQ(engine.Maximum("DeviceSelector"), 0);
     EXPECT_EQ(engine.Maximum("GevInterfaceGatewaySelector"), 0);
     EXPECT_EQ(engine.Maximum("GevInterfaceSubnetSelector"), 0);
-    ExpectFeatures(engine, {{"InterfaceID", interfaceId},
+    ExpectFeatures(engine, {{"InterfaceID", kInterfaceId},
                             {"InterfaceType", "GigEVision"},
                             {"InterfaceTLVersionMajor", "1"},
                             {"InterfaceTLVersionMinor", "3"},
@@ -139,7 +139,7 @@ TEST_F(GenApi, EveryFeatureOfTheInterfaceReadsOnceItsUpdateCommandFoundTheCamera
                             {"GevInterfaceSubnetIPAddress", "0"},
                             {"GevInterfaceSubnetMask", "0"},
                             {"DeviceSelector", "0"},
-                            {"DeviceID", deviceId},
+                            {"DeviceID", kDeviceId},
                             {"DeviceVendorName", "NQ Virtual"},
                             {"DeviceModelName", "NQ-GEV-Camera"},
                             {"DeviceAccessStatus", "Unknown"},
@@ -155,7 +155,7 @@ TEST_F(GenApi, EveryRegisterOfTheInterfaceAnswersAtItsLength)
     OpenInterface();
     ASSERT_EQ(gentl.IFUpdateDeviceList(interface, nullptr, 500), 0);
     Engine engine(gentl, interface);
-    ExpectRegisters(engine, {{"InterfaceID_Reg", interfaceId},
+    ExpectRegisters(engine, {{"InterfaceID_Reg", kInterfaceId},
                              {"GevInterfaceGatewaySelector_Reg", "0"},
                              {"NrGateways_Reg", "1"},
                              {"GevInterfaceGateway_Reg", "0"},
@@ -164,7 +164,7 @@ TEST_F(GenApi, EveryRegisterOfTheInterfaceAnswersAtItsLength)
                              {"NrSubnets_Reg", "1"},
                              {"GevInterfaceSubnetIPAddress_Reg", "0"},
                              {"GevInterfaceSubnetMask_Reg", "0"},
-                             {"DeviceID_Reg", deviceId},
+                             {"DeviceID_Reg", kDeviceId},
                              {"DeviceVendorName_Reg", "NQ Virtual"},
                              {"DeviceModelName_Reg", "NQ-GEV-Camera"},
                              {"DeviceUpdateList_Reg", "0"},
@@ -183,7 +183,7 @@ TEST_F(GenApi, EveryFeatureOfTheDeviceReads)
     EXPECT_TRUE(engine.Available("StreamSelector"));
     EXPECT_TRUE(engine.Available("StreamID"));
     EXPECT_EQ(engine.Maximum("StreamSelector"), 0);
-    ExpectFeatures(engine, {{"DeviceID", deviceId},
+    ExpectFeatures(engine, {{"DeviceID", kDeviceId},
                             {"DeviceVendorName", "NQ Virtual"},
                             {"DeviceModelName", "NQ-GEV-Camera"},
                             {"DeviceType", "GigEVision"},
@@ -206,7 +206,7 @@ TEST_F(GenApi, EveryRegisterOfTheDeviceAnswersAtItsLength)
 {
     OpenDevice();
     Engine engine(gentl, device);
-    ExpectRegisters(engine, {{"DeviceID_Reg", deviceId},
+    ExpectRegisters(engine, {{"DeviceID_Reg", kDeviceId},
                              {"DeviceVendorName_Reg", "NQ Virtual"},
                              {"DeviceModelName_Reg", "NQ-GEV-Camera"},
                              {"DeviceAccessStatus_Reg", "5"},

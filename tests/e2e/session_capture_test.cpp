@@ -31,7 +31,7 @@ using testing::HasSubstr;
 using testing::SizeIs;
 using testing::StartsWith;
 
-constexpr unsigned int writesAndReads = 500; // of each
+constexpr unsigned int kWritesAndReads = 500; // of each
 
 /// A consumer that uses nothing but the exported functions.
 class Session
@@ -92,7 +92,7 @@ class Session
     /// A thousand accesses to the heartbeat timeout, which a camera takes from 500 ms on and gives back as it is.
     void AccessRegisters()
     {
-        for (unsigned int turn = 0; turn < writesAndReads; ++turn)
+        for (unsigned int turn = 0; turn < kWritesAndReads; ++turn)
         {
             const std::uint32_t written = htonl(60000 + turn);
             std::uint32_t read = 0;
@@ -135,7 +135,7 @@ class CapturedSession : public testing::Test
             GTEST_SKIP() << "tcpdump or tshark is not installed";
         }
         const VirtualCamera camera({"--heartbeat", "60000"});
-        capture = std::make_unique<Capture>("host0", VirtualCamera::address);
+        capture = std::make_unique<Capture>("host0", VirtualCamera::kAddress);
         Session(camera).Run();
         path = capture->Finish();
     }
@@ -170,9 +170,9 @@ TEST_F(CapturedSession, HoldsNoMalformedFieldAndEveryCommandHasItsAcknowledge)
     }
     EXPECT_THAT(commands["0x0002"], SizeIs(1));
     EXPECT_EQ(acknowledges["0x0003"], commands["0x0002"]);
-    EXPECT_THAT(commands["0x0080"], SizeIs(Ge(writesAndReads)));
+    EXPECT_THAT(commands["0x0080"], SizeIs(Ge(kWritesAndReads)));
     EXPECT_EQ(acknowledges["0x0081"], commands["0x0080"]);
-    EXPECT_THAT(commands["0x0082"], SizeIs(Ge(writesAndReads)));
+    EXPECT_THAT(commands["0x0082"], SizeIs(Ge(kWritesAndReads)));
     EXPECT_EQ(acknowledges["0x0083"], commands["0x0082"]);
     EXPECT_THAT(commands["0x0084"], SizeIs(Ge(10))) << "the description";
     EXPECT_EQ(acknowledges["0x0085"], commands["0x0084"]);
@@ -212,7 +212,7 @@ TEST_F(CapturedSession, ReadsAsItWasMeant)
         }
     }
     std::vector<std::string> expected = {"0x0080"}; // the read of the opening
-    for (unsigned int turn = 0; turn < writesAndReads; ++turn)
+    for (unsigned int turn = 0; turn < kWritesAndReads; ++turn)
     {
         char value[16];
         std::snprintf(value, sizeof value, "0x0082%08x", 60000 + turn);

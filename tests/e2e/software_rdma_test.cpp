@@ -45,7 +45,7 @@ class SoftwareRdma : public testing::Test
         const std::string bin = Folder() + "/" + binName;
         ChildProcess camera(AsNobody({bin + "/nq-gev-camera", "--software-rdma", "--interface", "host0"}),
                             Environment());
-        ASSERT_TRUE(camera.WaitForOutput("ready 10.77.0.1", longTime)) << camera.Output();
+        ASSERT_TRUE(camera.WaitForOutput("ready 10.77.0.1", kLongTime)) << camera.Output();
         EXPECT_THAT(camera.Output(), Not(HasSubstr("no RDMA here")));
         const Outcome grab =
             RunProgram(AsNobody({bin + "/nq-gev", "--software-rdma", "--producer",
@@ -55,7 +55,7 @@ class SoftwareRdma : public testing::Test
         EXPECT_THAT(grab.output, HasSubstr("frames     3\n"));
         EXPECT_THAT(grab.output, HasSubstr("wrong      0 bytes\n"));
         camera.Signal(SIGTERM);
-        EXPECT_EQ(camera.WaitForExit(longTime), 0) << camera.Output();
+        EXPECT_EQ(camera.WaitForExit(kLongTime), 0) << camera.Output();
     }
 
     /// Copies of the programs in `bin`, of the libraries in `lib`, below the folder of the test.
@@ -195,7 +195,7 @@ TEST_F(SoftwareRdma, EveryMessageAboutAMissingDeviceEndsWithTheOption)
     }
     const std::string camera = std::string(NQ_BINARY_DIR) + "/nq-gev-camera";
     ChildProcess process({camera, "--interface", "host0"}, Environment());
-    ASSERT_TRUE(process.WaitForOutput("ready", longTime)) << process.Output();
+    ASSERT_TRUE(process.WaitForOutput("ready", kLongTime)) << process.Output();
     EXPECT_THAT(process.Output(), HasSubstr("no RDMA here (rdma_create_event_channel: No such device), serving control "
                                             "only; for a host on this machine none is needed: give both nq-gev-camera "
                                             "and nq-gev the option --software-rdma\n"));

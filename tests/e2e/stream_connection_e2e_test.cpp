@@ -90,29 +90,29 @@ TEST_P(StreamConnectionStep, FailsTheStartWithOneLineAndTheNextStartWorks)
     EXPECT_EQ(Settled(idle), idle);
 }
 
-const Fault failingSteps[] = {{"CreateEventChannel", "rdma_create_event_channel:1:ENODEV"},
-                              {"CreateId", "rdma_create_id:1:ENOMEM"},
-                              {"ResolveAddr", "rdma_resolve_addr:1:ENETUNREACH"},
-                              {"FirstEventUnread", "rdma_get_cm_event:1:EIO"},
-                              {"FirstEventOther", "rdma_get_cm_event:1:event=RDMA_CM_EVENT_ADDR_ERROR"},
-                              {"AllocPd", "ibv_alloc_pd:1:ENOMEM"},
-                              {"CreateCompChannel", "ibv_create_comp_channel:1:EMFILE"},
-                              {"CreateCq", "ibv_create_cq:1:EINVAL"},
-                              {"ReqNotify", "ibv_req_notify_cq:1:EIO"},
-                              {"CreateQp", "rdma_create_qp:1:ENOSPC"},
-                              {"ResolveRoute", "rdma_resolve_route:1:EINVAL"},
-                              {"SecondEventUnread", "rdma_get_cm_event:2:EIO"},
-                              {"SecondEventOther", "rdma_get_cm_event:2:event=RDMA_CM_EVENT_ROUTE_ERROR"},
-                              {"Connect", "rdma_connect:1:ECONNREFUSED"},
-                              {"ThirdEventUnread", "rdma_get_cm_event:3:EIO"},
-                              {"Refused", "rdma_get_cm_event:3:event=RDMA_CM_EVENT_REJECTED"},
-                              {"Unanswered", "rdma_get_cm_event:3:event=RDMA_CM_EVENT_UNREACHABLE"},
-                              {"ConnectError", "rdma_get_cm_event:3:event=RDMA_CM_EVENT_CONNECT_ERROR"},
-                              {"DisconnectedDuringSetup", "rdma_get_cm_event:3:event=RDMA_CM_EVENT_DISCONNECTED"},
-                              {"DeviceGone", "rdma_get_cm_event:3:event=RDMA_CM_EVENT_DEVICE_REMOVAL"},
-                              {"LinkDown", "rdma_resolve_route:1:link=down"}};
+const Fault kFailingSteps[] = {{"CreateEventChannel", "rdma_create_event_channel:1:ENODEV"},
+                               {"CreateId", "rdma_create_id:1:ENOMEM"},
+                               {"ResolveAddr", "rdma_resolve_addr:1:ENETUNREACH"},
+                               {"FirstEventUnread", "rdma_get_cm_event:1:EIO"},
+                               {"FirstEventOther", "rdma_get_cm_event:1:event=RDMA_CM_EVENT_ADDR_ERROR"},
+                               {"AllocPd", "ibv_alloc_pd:1:ENOMEM"},
+                               {"CreateCompChannel", "ibv_create_comp_channel:1:EMFILE"},
+                               {"CreateCq", "ibv_create_cq:1:EINVAL"},
+                               {"ReqNotify", "ibv_req_notify_cq:1:EIO"},
+                               {"CreateQp", "rdma_create_qp:1:ENOSPC"},
+                               {"ResolveRoute", "rdma_resolve_route:1:EINVAL"},
+                               {"SecondEventUnread", "rdma_get_cm_event:2:EIO"},
+                               {"SecondEventOther", "rdma_get_cm_event:2:event=RDMA_CM_EVENT_ROUTE_ERROR"},
+                               {"Connect", "rdma_connect:1:ECONNREFUSED"},
+                               {"ThirdEventUnread", "rdma_get_cm_event:3:EIO"},
+                               {"Refused", "rdma_get_cm_event:3:event=RDMA_CM_EVENT_REJECTED"},
+                               {"Unanswered", "rdma_get_cm_event:3:event=RDMA_CM_EVENT_UNREACHABLE"},
+                               {"ConnectError", "rdma_get_cm_event:3:event=RDMA_CM_EVENT_CONNECT_ERROR"},
+                               {"DisconnectedDuringSetup", "rdma_get_cm_event:3:event=RDMA_CM_EVENT_DISCONNECTED"},
+                               {"DeviceGone", "rdma_get_cm_event:3:event=RDMA_CM_EVENT_DEVICE_REMOVAL"},
+                               {"LinkDown", "rdma_resolve_route:1:link=down"}};
 
-INSTANTIATE_TEST_SUITE_P(Each, StreamConnectionStep, testing::ValuesIn(failingSteps), NameOf);
+INSTANTIATE_TEST_SUITE_P(Each, StreamConnectionStep, testing::ValuesIn(kFailingSteps), NameOf);
 
 /// A link that breaks at one call of the acquisition.
 class StreamConnectionBreak : public StreamConnection
@@ -145,21 +145,21 @@ TEST_P(StreamConnectionBreak, LeavesNothingAndTheNextStartWorks)
     ExpectAWholeRun(consumer);
 }
 
-const Fault breaks[] = {{"Connecting", "rdma_get_cm_event:3"},
-                        {"Registering", "ibv_reg_mr:1"},
-                        {"RegisteringTheLast", "ibv_reg_mr:6"},
-                        {"PostingReceives", "ibv_post_recv:1"},
-                        {"PostingTheLastReceive", "ibv_post_recv:3"},
-                        {"SendingReadyMessages", "ibv_post_send:1"},
-                        {"SendingTheLastReadyMessage", "ibv_post_send:3"},
-                        {"ReturningABlock", "ibv_post_recv:5"},
-                        {"ReturningABlocksReadyMessage", "ibv_post_send:5"},
-                        {"Completing", "ibv_poll_cq:4"},
-                        {"Disconnecting", "rdma_disconnect:1"},
-                        {"DestroyingTheQueuePair", "ibv_destroy_qp:1"},
-                        {"DestroyingTheId", "rdma_destroy_id:1"}};
+const Fault kBreaks[] = {{"Connecting", "rdma_get_cm_event:3"},
+                         {"Registering", "ibv_reg_mr:1"},
+                         {"RegisteringTheLast", "ibv_reg_mr:6"},
+                         {"PostingReceives", "ibv_post_recv:1"},
+                         {"PostingTheLastReceive", "ibv_post_recv:3"},
+                         {"SendingReadyMessages", "ibv_post_send:1"},
+                         {"SendingTheLastReadyMessage", "ibv_post_send:3"},
+                         {"ReturningABlock", "ibv_post_recv:5"},
+                         {"ReturningABlocksReadyMessage", "ibv_post_send:5"},
+                         {"Completing", "ibv_poll_cq:4"},
+                         {"Disconnecting", "rdma_disconnect:1"},
+                         {"DestroyingTheQueuePair", "ibv_destroy_qp:1"},
+                         {"DestroyingTheId", "rdma_destroy_id:1"}};
 
-INSTANTIATE_TEST_SUITE_P(At, StreamConnectionBreak, testing::ValuesIn(breaks), NameOf);
+INSTANTIATE_TEST_SUITE_P(At, StreamConnectionBreak, testing::ValuesIn(kBreaks), NameOf);
 
 /// A call of the completion thread that fails: the flow ends, the consumer is told nothing.
 class StreamCompletionFailure : public StreamConnection
@@ -185,10 +185,10 @@ TEST_P(StreamCompletionFailure, EndsTheFlowAndTheNextStartWorks)
     ExpectAWholeRun(consumer);
 }
 
-const Fault completionFailures[] = {
+const Fault kCompletionFailures[] = {
     {"GetEvent", "ibv_get_cq_event:2:EIO"}, {"Arming", "ibv_req_notify_cq:3:EIO"}, {"Polling", "ibv_poll_cq:5:EIO"}};
 
-INSTANTIATE_TEST_SUITE_P(Of, StreamCompletionFailure, testing::ValuesIn(completionFailures), NameOf);
+INSTANTIATE_TEST_SUITE_P(Of, StreamCompletionFailure, testing::ValuesIn(kCompletionFailures), NameOf);
 
 /// A call of the teardown that is refused, and the lines that tell of it and of what cannot go because of it.
 struct RefusedTeardown
@@ -234,21 +234,21 @@ TEST_P(StreamTeardown, IsLoggedCarriedOnAndMadeUpForByTheNextStart)
     EXPECT_EQ(loopback.Objects().protection_domains, 1);
 }
 
-const char* const queuePairStays = "NQGenTL 8 DeInit ibv_destroy_qp Failed ";
-const char* const queueStays = "NQGenTL 8 DeInit ibv_destroy_cq Failed ";
-const char* const channelStays = "NQGenTL 2 DeInit GC_ERR_ERROR Exit ibv_destroy_comp_channel";
-const char* const idStays = "NQGenTL 8 DeInit GC_ERR_ERROR rdma_destroy_id m_cm_id_connection Failed";
+const char* const kQueuePairStays = "NQGenTL 8 DeInit ibv_destroy_qp Failed ";
+const char* const kQueueStays = "NQGenTL 8 DeInit ibv_destroy_cq Failed ";
+const char* const kChannelStays = "NQGenTL 2 DeInit GC_ERR_ERROR Exit ibv_destroy_comp_channel";
+const char* const kIdStays = "NQGenTL 8 DeInit GC_ERR_ERROR rdma_destroy_id m_cm_id_connection Failed";
 
-const RefusedTeardown refusedTeardowns[] = {
+const RefusedTeardown kRefusedTeardowns[] = {
     {"Disconnect", "rdma_disconnect:1:EINVAL", {}},
-    {"QueuePair", "ibv_destroy_qp:1:EBUSY", {queuePairStays, queueStays, channelStays}},
-    {"CompletionQueue", "ibv_destroy_cq:1:EBUSY", {queueStays, channelStays}},
-    {"CompletionChannel", "ibv_destroy_comp_channel:1:EBUSY", {channelStays}},
+    {"QueuePair", "ibv_destroy_qp:1:EBUSY", {kQueuePairStays, kQueueStays, kChannelStays}},
+    {"CompletionQueue", "ibv_destroy_cq:1:EBUSY", {kQueueStays, kChannelStays}},
+    {"CompletionChannel", "ibv_destroy_comp_channel:1:EBUSY", {kChannelStays}},
     {"Region", "ibv_dereg_mr:1:EBUSY", {}},
     // An id that is not destroyed is forgotten; nothing tries again.
-    {"Id", "rdma_destroy_id:1:EBUSY", {idStays}, 1}};
+    {"Id", "rdma_destroy_id:1:EBUSY", {kIdStays}, 1}};
 
-INSTANTIATE_TEST_SUITE_P(Of, StreamTeardown, testing::ValuesIn(refusedTeardowns),
+INSTANTIATE_TEST_SUITE_P(Of, StreamTeardown, testing::ValuesIn(kRefusedTeardowns),
                          [](const auto& refused) { return refused.param.name; });
 
 TEST(StreamAddress, AHostThatNobodyReachesByRdmaFailsTheStart)

@@ -122,7 +122,7 @@ TEST_P(StreamRefusal, CostsItsBlockAndTheNextRunHasAll)
     ExpectAWholeRun(consumer);
 }
 
-const Refusal refusals[] = {
+const Refusal kRefusals[] = {
     {"FirstBlock", "ibv_reg_mr:1:ENOMEM", 0},      {"FirstReadyMessage", "ibv_reg_mr:2:ENOMEM", 0},
     {"SecondBlock", "ibv_reg_mr:3:ENOMEM", 1},     {"SecondReadyMessage", "ibv_reg_mr:4:ENOMEM", 2},
     {"ThirdBlock", "ibv_reg_mr:5:ENOMEM", 2},      {"ThirdReadyMessage", "ibv_reg_mr:6:ENOMEM", 3},
@@ -130,7 +130,7 @@ const Refusal refusals[] = {
     {"FirstSend", "ibv_post_send:1:ENOMEM", 3},    {"LastSend", "ibv_post_send:3:ENOMEM", 3},
     {"AllReceives", "ibv_post_recv:*:ENOMEM", 0},  {"AllSends", "ibv_post_send:*:ENOMEM", 0}};
 
-INSTANTIATE_TEST_SUITE_P(Of, StreamRefusal, testing::ValuesIn(refusals),
+INSTANTIATE_TEST_SUITE_P(Of, StreamRefusal, testing::ValuesIn(kRefusals),
                          [](const auto& refusal) { return refusal.param.name; });
 
 /// One consumer with three buffers, whose threads are brought to where they wait, and are stopped there.

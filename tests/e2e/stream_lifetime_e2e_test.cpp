@@ -62,7 +62,7 @@ struct Closing
     void (*close)(Consumer&);
 };
 
-const Closing closings[] = {
+const Closing kClosings[] = {
     {"DSClose", [](Consumer& consumer) { EXPECT_EQ(consumer.gentl.DSClose(consumer.stream), 0); }},
     {"DevClose", [](Consumer& consumer) { EXPECT_EQ(consumer.gentl.DevClose(consumer.device), 0); }},
     {"GCCloseLib", [](Consumer& consumer) { consumer.CloseLibrary(); }}};
@@ -93,7 +93,7 @@ TEST_P(StreamSelfStop, MayBeClosedAtOnce)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(By, StreamSelfStop, testing::ValuesIn(closings),
+INSTANTIATE_TEST_SUITE_P(By, StreamSelfStop, testing::ValuesIn(kClosings),
                          [](const auto& closing) { return closing.param.name; });
 
 /// Returns once a start on another thread has come to the connection.
@@ -145,7 +145,7 @@ TEST_P(StreamStart, ThatWaitsForTheCameraIsEndedByAClose)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(By, StreamStart, testing::ValuesIn(closings),
+INSTANTIATE_TEST_SUITE_P(By, StreamStart, testing::ValuesIn(kClosings),
                          [](const auto& closing) { return closing.param.name; });
 
 TEST(StreamLifetime, AStreamWhoseStartWasEndedByACloseWorksOnceItIsOpenAgain)

@@ -17,7 +17,7 @@ using nq::test::SmallFrames;
 using nq::test::VirtualCamera;
 using testing::AnyOf;
 
-constexpr std::uint64_t framesReceived = 0x80114;
+constexpr std::uint64_t kFramesReceived = 0x80114;
 
 /// The announced buffers, as all threads see them. A thread may hold a handle that another has just revoked.
 using Handles = std::array<std::atomic<GenTL::BUFFER_HANDLE>, 4>;
@@ -72,7 +72,7 @@ class Player
         m_consumer.StreamInfo(GenTL::STREAM_INFO_NUM_UNDERRUN);
         m_consumer.StreamInfo(GenTL::STREAM_INFO_NUM_QUEUED);
         m_consumer.StreamInfo(GenTL::STREAM_INFO_NUM_AWAIT_DELIVERY);
-        m_consumer.Register64(framesReceived);
+        m_consumer.Register64(kFramesReceived);
     }
 
     void ReadBuffer()
@@ -148,7 +148,7 @@ TEST_F(StreamThreads, MayQueueTakeFlushAndAskWhileTheStreamStartsAndStops)
     ASSERT_EQ(consumer.Start(), 0);
     int looks = 0;
     PlayDuring([&] {
-        if (consumer.Register64(framesReceived) < 1000 && ++looks < 10000)
+        if (consumer.Register64(kFramesReceived) < 1000 && ++looks < 10000)
         {
             std::this_thread::yield();
             return;

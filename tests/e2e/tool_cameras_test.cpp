@@ -139,9 +139,9 @@ TEST_F(ToolCameras, OneThatIsLostLeavesTheOther)
         ASSERT_EQ(grab.WaitForExit(1ms), -1) << grab.Output();
     }
     m_cameras.Second().Signal(SIGKILL);
-    EXPECT_TRUE(grab.WaitForOutput("nq-gev: SN-2: ", longTime)) << grab.Output();
+    EXPECT_TRUE(grab.WaitForOutput("nq-gev: SN-2: ", kLongTime)) << grab.Output();
     EXPECT_THAT(grab.Output(), Not(HasSubstr("frames  "))) << "told while the other goes on";
-    EXPECT_EQ(grab.WaitForExit(longTime), 6) << grab.Output();
+    EXPECT_EQ(grab.WaitForExit(kLongTime), 6) << grab.Output();
     EXPECT_THAT(grab.Output(), HasSubstr("frames     300\n"));
     EXPECT_THAT(grab.Output(), HasSubstr("\nproblem    "));
 }
@@ -154,7 +154,7 @@ TEST_F(ToolCameras, AreAllGivenBackAfterCtrlC)
         ASSERT_EQ(grab.WaitForExit(1ms), -1) << grab.Output();
     }
     grab.Signal(SIGINT);
-    EXPECT_EQ(grab.WaitForExit(longTime), 130) << grab.Output();
+    EXPECT_EQ(grab.WaitForExit(kLongTime), 130) << grab.Output();
     EXPECT_THAT(grab.Output(), ContainsRegex("frames     [1-9][^:]*\ncamera .*frames     [1-9]"));
     EXPECT_THAT(List(), Not(HasSubstr("controlled by")));
 }

@@ -169,7 +169,7 @@ TEST_F(ToolFeatures, AreReadWhileAnotherProgramControlsTheCamera)
     EXPECT_EQ(set.exitCode, 8);
     EXPECT_THAT(set.output, HasSubstr("is controlled by 10.77.0.1, UDP port "));
     owner.Signal(SIGINT);
-    EXPECT_EQ(owner.WaitForExit(longTime), 130);
+    EXPECT_EQ(owner.WaitForExit(kLongTime), 130);
 }
 
 TEST_F(ToolFeatures, AreSetBeforeAGrab)

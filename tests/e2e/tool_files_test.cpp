@@ -31,12 +31,12 @@ std::vector<std::string> Grab(const std::string& folder, const std::string& coun
 /// What this thread starts from now on finds no file system with files that have no name.
 void ForbidFilesWithoutAName()
 {
-    constexpr unsigned int flag = O_TMPFILE & ~static_cast<unsigned int>(O_DIRECTORY);
+    constexpr unsigned int kFlag = O_TMPFILE & ~static_cast<unsigned int>(O_DIRECTORY);
     sock_filter filter[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat, 0, 3),
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[2])),
-        BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, flag, 0, 1),
+        BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, kFlag, 0, 1),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EOPNOTSUPP),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
     };
@@ -109,7 +109,7 @@ class ToolPictures : public testing::TestWithParam<bool>
     static Outcome Run(const std::vector<std::string>& command)
     {
         const auto program = Start(command);
-        const int code = program->WaitForExit(longTime);
+        const int code = program->WaitForExit(kLongTime);
         return {code, program->Output()};
     }
 
@@ -165,7 +165,7 @@ TEST_P(ToolPictures, LeaveNothingHalfAfterASignal)
             ASSERT_EQ(grab->WaitForExit(1ms), -1) << grab->Output();
         }
         grab->Signal(number);
-        EXPECT_EQ(grab->WaitForExit(longTime), 128 + number) << grab->Output();
+        EXPECT_EQ(grab->WaitForExit(kLongTime), 128 + number) << grab->Output();
         EXPECT_THAT(grab->Output(), HasSubstr("pictures   "));
         EXPECT_EQ(Partials(m_folder), 0U) << number;
         fs::remove_all(m_folder.Path());
@@ -185,7 +185,7 @@ TEST_P(ToolPictures, GoOnAfterAHangUpThatNohupIgnores)
     grab->Signal(SIGHUP);
     EXPECT_EQ(grab->WaitForExit(500ms), -1) << grab->Output();
     grab->Signal(SIGTERM);
-    EXPECT_EQ(grab->WaitForExit(longTime), 143) << grab->Output();
+    EXPECT_EQ(grab->WaitForExit(kLongTime), 143) << grab->Output();
 }
 
 INSTANTIATE_TEST_SUITE_P(FileSystem, ToolPictures, testing::Bool(),
@@ -202,7 +202,7 @@ TEST(ToolPicture, HasNoNameBeforeItIsWholeSoThatNotEvenKillLeavesOne)
         partials += Partials(folder);
     }
     grab.Signal(SIGKILL);
-    EXPECT_EQ(grab.WaitForExit(longTime), 128 + SIGKILL);
+    EXPECT_EQ(grab.WaitForExit(kLongTime), 128 + SIGKILL);
     EXPECT_EQ(partials + Partials(folder), 0U);
 }
 

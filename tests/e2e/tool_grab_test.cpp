@@ -135,7 +135,7 @@ TEST_P(GrabSignal, EndsItCleanlyWithItsExitCodeAndASecondOneAtOnce)
             EXPECT_EQ(grab.WaitForExit(1s), -1);
             grab.Signal(GetParam());
         }
-        EXPECT_EQ(grab.WaitForExit(longTime), 128 + GetParam()) << grab.Output();
+        EXPECT_EQ(grab.WaitForExit(kLongTime), 128 + GetParam()) << grab.Output();
         EXPECT_EQ(grab.Output().find("\"frames\": ") != std::string::npos, clean) << grab.Output();
     }
 }
@@ -166,7 +166,7 @@ TEST_P(GrabNumber, OutOfRangeIsToldInOurWords)
     EXPECT_THAT(grab.output, testing::StartsWith(GetParam().told));
 }
 
-const BadNumber numbers[] = {
+const BadNumber kNumbers[] = {
     {"NegativeTimeout",
      {"--timeout", "-1", "grab"},
      "--timeout: takes a whole number from 1 to 86400000 milliseconds, not \"-1\"\n"},
@@ -189,7 +189,7 @@ const BadNumber numbers[] = {
      "--allow-loss: takes a whole number from 0 to 1000000000000, not \"some\"\n"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Of, GrabNumber, testing::ValuesIn(numbers),
+INSTANTIATE_TEST_SUITE_P(Of, GrabNumber, testing::ValuesIn(kNumbers),
                          [](const auto& number) { return std::string(number.param.name); });
 
 } // namespace

@@ -56,7 +56,7 @@ TEST_P(ToolFrame, IsRefusedCountedAndTold)
 }
 
 // 0 base, 9 size filled, 10 width, 11 height, 20 pixel format.
-const Lie frames[] = {
+const Lie kFrames[] = {
     {"SizeOfATebibyte", "DSGetBufferInfo.9.value=1099511627776", "--verify", 7,
      "it is said to have 1099511627776 bytes, its buffer has 3072"},
     {"SizeOneTooLarge", "DSGetBufferInfo.9.value=3073", "--verify", 7, "it is said to have 3073 bytes"},
@@ -78,7 +78,7 @@ const Lie frames[] = {
     {"DataOutsideOfOurMemory", "DSGetBufferInfo.0.value=4096", "--announce", 7, "it is said to lie outside its buffer"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Of, ToolFrame, testing::ValuesIn(frames), [](const auto& lie) { return lie.param.name; });
+INSTANTIATE_TEST_SUITE_P(Of, ToolFrame, testing::ValuesIn(kFrames), [](const auto& lie) { return lie.param.name; });
 
 TEST(ToolLies, TheTruthPasses)
 {
@@ -143,7 +143,7 @@ TEST_P(ToolPayload, FailsTheStart)
     EXPECT_THAT(grab.output, HasSubstr(GetParam().told));
 }
 
-const Lie payloads[] = {
+const Lie kPayloads[] = {
     {"Refused", "DSGetInfo.7.code=-1003", "--announce", 5, "the producer tells no payload size"},
     {"Zero", "DSGetInfo.7.value=0", "--announce", 5, "the producer tells no payload size"},
     {"Negative", "DSGetInfo.7.type=7\nDSGetInfo.7.value=-1", "--announce", 5, "the producer tells no payload size"},
@@ -153,7 +153,7 @@ const Lie payloads[] = {
     {"AProductThatWraps", "DSGetInfo.7.value=0x4000000000000001", "--verify", 5, "do not fit this machine's memory"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Size, ToolPayload, testing::ValuesIn(payloads),
+INSTANTIATE_TEST_SUITE_P(Size, ToolPayload, testing::ValuesIn(kPayloads),
                          [](const auto& lie) { return lie.param.name; });
 
 TEST(ToolSignal, InTheMiddleOfAnOpenOrAStartGivesTheCameraBack)

@@ -70,19 +70,20 @@ TEST_F(ToolOwner, CanBeWaitedForBySeveral)
     }
     for (const auto& one : waiting)
     {
-        ASSERT_TRUE(one->WaitForOutput("nq-gev: waiting for the camera, which 10.77.0.1", longTime)) << one->Output();
+        ASSERT_TRUE(one->WaitForOutput("nq-gev: waiting for the camera, which 10.77.0.1", kLongTime)) << one->Output();
     }
     m_owner.Signal(SIGINT);
     for (const auto& one : waiting)
     {
-        EXPECT_EQ(one->WaitForExit(longTime), 0) << one->Output();
+        EXPECT_EQ(one->WaitForExit(kLongTime), 0) << one->Output();
     }
 }
 
 TEST_F(ToolOwner, EndsAWaitBySignal)
 {
     ChildProcess waiting(Command({"grab", "--wait", "60"}), m_camera.Environment());
-    ASSERT_TRUE(waiting.WaitForOutput("nq-gev: waiting for the camera, which 10.77.0.1", longTime)) << waiting.Output();
+    ASSERT_TRUE(waiting.WaitForOutput("nq-gev: waiting for the camera, which 10.77.0.1", kLongTime))
+        << waiting.Output();
     waiting.Signal(SIGTERM);
     EXPECT_EQ(waiting.WaitForExit(std::chrono::seconds(20)), 143) << waiting.Output();
 }
@@ -90,9 +91,10 @@ TEST_F(ToolOwner, EndsAWaitBySignal)
 TEST_F(ToolOwner, CanBeWaitedFor)
 {
     ChildProcess waiting(Command({"grab", "--wait", "60"}), m_camera.Environment());
-    ASSERT_TRUE(waiting.WaitForOutput("nq-gev: waiting for the camera, which 10.77.0.1", longTime)) << waiting.Output();
+    ASSERT_TRUE(waiting.WaitForOutput("nq-gev: waiting for the camera, which 10.77.0.1", kLongTime))
+        << waiting.Output();
     m_owner.Signal(SIGINT);
-    EXPECT_EQ(waiting.WaitForExit(longTime), 0) << waiting.Output();
+    EXPECT_EQ(waiting.WaitForExit(kLongTime), 0) << waiting.Output();
     EXPECT_THAT(waiting.Output(), HasSubstr("frames     1\n"));
 }
 
@@ -173,17 +175,17 @@ TEST(ToolOwnerOfAnyCamera, IsNoOneForACameraThatAnswersTheProducerTooLate)
 TEST(ToolCameraOnLo, IsFoundOrTheMessageSaysWhyNot)
 {
     ChildProcess camera({NQ_CAMERA_PATH, "--address", "127.0.0.1"});
-    ASSERT_TRUE(camera.WaitForOutput("ready", longTime)) << camera.Output();
+    ASSERT_TRUE(camera.WaitForOutput("ready", kLongTime)) << camera.Output();
     EXPECT_THAT(camera.Output(), HasSubstr("no host looks for cameras at 127.0.0.1"));
     const Outcome hidden = RunTool({"list"});
     EXPECT_EQ(hidden.exitCode, 4) << hidden.output;
     EXPECT_THAT(hidden.output, HasSubstr("No camera answered where producers look, but one does at 127.0.0.1"));
     camera.Signal(SIGTERM);
-    EXPECT_EQ(camera.WaitForExit(longTime), 0);
+    EXPECT_EQ(camera.WaitForExit(kLongTime), 0);
 
     Shell("ip addr add 10.9.0.1/24 dev lo label lo:1");
     ChildProcess labelled({NQ_CAMERA_PATH, "--address", "10.9.0.1"});
-    ASSERT_TRUE(labelled.WaitForOutput("ready", longTime)) << labelled.Output();
+    ASSERT_TRUE(labelled.WaitForOutput("ready", kLongTime)) << labelled.Output();
     EXPECT_THAT(RunTool({"list"}).output, HasSubstr("address 10.9.0.1  access read/write"));
     // Without the label the kernel tells the netmask of 127.0.0.1 for it.
     Shell("ip addr del 10.9.0.1/24 dev lo && ip addr add 10.9.0.1/24 dev lo");

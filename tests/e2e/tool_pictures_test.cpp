@@ -230,7 +230,7 @@ TEST_P(GrabFormat, IsReadByOtherLibraries)
 }
 
 // Wide samples come with the low byte first, and are written with their highest bit as the highest of 16.
-const Form forms[] = {
+const Form kForms[] = {
     {"Mono8", {3, 1, 0x01080001, {"\x00\x7F\xFF", 3}}, "", "L (3, 1) [0, 127, 255]", "uint8 (1, 3) [[0, 127, 255]]"},
     {"Mono10", {2, 1, 0x01100003, "\x01\x02\xFF\x03"}, "", "I (2, 1) [32832, 65472]", "uint16 (1, 2) [[32832, 65472]]"},
     {"Mono12",
@@ -309,7 +309,7 @@ const Form forms[] = {
      "uint16 (2, 2, 3) [[[256, 768, 1280], [256, 512, 1280]], [[256, 1024, 1280], [256, 768, 1280]]]"},
 };
 
-INSTANTIATE_TEST_SUITE_P(As, GrabFormat, testing::ValuesIn(forms),
+INSTANTIATE_TEST_SUITE_P(As, GrabFormat, testing::ValuesIn(kForms),
                          [](const auto& form) { return std::string(form.param.name); });
 
 TEST(GrabPixels, ThatHasNoFormAsAPictureIsWrittenRaw)

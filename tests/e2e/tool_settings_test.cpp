@@ -99,7 +99,7 @@ TEST_F(ToolSettings, OfACameraThatGoesSilentHalfWayAreToldAsFarAsTheyCame)
         ASSERT_EQ(load.WaitForExit(std::chrono::milliseconds(20)), -1) << load.Output();
     }
     m_camera.Process().Signal(SIGSTOP);
-    EXPECT_EQ(load.WaitForExit(longTime), 6) << load.Output();
+    EXPECT_EQ(load.WaitForExit(kLongTime), 6) << load.Output();
     m_camera.Process().Signal(SIGCONT);
     EXPECT_THAT(load.Output(), ContainsRegex("^nq-gev: BlackLevel(=[0-9]+)?: the camera "
                                              "NQ-GEV-Camera:02-00-0a-4d-00-02 went silent; [1-9][0-9]* settings were "

@@ -31,7 +31,7 @@ TEST(GrabStop, ByOneSignalThatComesTwiceIsClean)
     grab.Signal(SIGTERM);
     std::this_thread::sleep_for(2ms);
     grab.Signal(SIGTERM);
-    EXPECT_EQ(grab.WaitForExit(longTime), 143) << grab.Output();
+    EXPECT_EQ(grab.WaitForExit(kLongTime), 143) << grab.Output();
     EXPECT_THAT(grab.Output(), HasSubstr("\nframes     "));
 }
 

@@ -58,7 +58,7 @@ TEST(ToolList, SaysWhatToLookAtWhenNoCameraAnswers)
 TEST(ToolList, RefusesAFileThatIsNoProducer)
 {
     ChildProcess tool({NQ_TOOL_PATH, "--producer", "/proc/self/exe", "list"});
-    EXPECT_EQ(tool.WaitForExit(longTime), 3) << tool.Output();
+    EXPECT_EQ(tool.WaitForExit(kLongTime), 3) << tool.Output();
     EXPECT_THAT(tool.Output(), HasSubstr("producer"));
 }
 
@@ -133,7 +133,7 @@ TEST(ToolGrab, SaysThatTheCameraWentSilentAndWhatCameBefore)
         ASSERT_EQ(tool.WaitForExit(20ms), -1) << tool.Output();
     }
     camera.Process().Signal(SIGSTOP);
-    EXPECT_EQ(tool.WaitForExit(longTime), 6) << tool.Output();
+    EXPECT_EQ(tool.WaitForExit(kLongTime), 6) << tool.Output();
     camera.Process().Signal(SIGCONT);
     EXPECT_THAT(tool.Output(), HasSubstr("went silent"));
     EXPECT_THAT(tool.Output(), testing::ContainsRegex("after [1-9][0-9]* of 100000"));
@@ -182,7 +182,7 @@ TEST(ToolGrab, NamesTheLimitOnLockedMemoryWhenNoFrameComes)
                            "--inh-caps=-ipc_lock", NQ_TOOL_PATH, "--producer", NQ_CTI_PATH, "grab", "--count", "5",
                            "--frame-timeout", "1000"},
                           environment);
-        const int code = tool.WaitForExit(longTime);
+        const int code = tool.WaitForExit(kLongTime);
         return Outcome{code, tool.Output()};
     };
     const Outcome small = grab("65536:65536");

@@ -38,7 +38,7 @@ TEST_P(ToolText, IsShown)
     EXPECT_THAT(list.output, HasSubstr(std::string("model ") + GetParam().shown + "  serial Serial"));
 }
 
-const Shown texts[] = {
+const Shown kTexts[] = {
     {"Ascii", "NQ-1 (a\\b) ~", "NQ-1 (a\\b) ~"},
     {"Utf8", "K\u00FChl \u4E2D \U0001F4F7", "K\u00FChl \u4E2D \U0001F4F7"},
     {"ClearScreenAndTitle", "\x1b[2J\x1b]0;mine\x07", "\\x1b[2J\\x1b]0;mine\\x07"},
@@ -55,7 +55,7 @@ const Shown texts[] = {
     {"CutOff", "a\xe4\xb8", "a\\xe4\\xb8"},
 };
 
-INSTANTIATE_TEST_SUITE_P(As, ToolText, testing::ValuesIn(texts), [](const auto& text) { return text.param.name; });
+INSTANTIATE_TEST_SUITE_P(As, ToolText, testing::ValuesIn(kTexts), [](const auto& text) { return text.param.name; });
 
 TEST(ToolJson, ReplacesWhatIsNoUtf8AndKeepsTheRest)
 {

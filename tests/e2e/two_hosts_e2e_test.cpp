@@ -91,10 +91,10 @@ TEST_F(TwoHosts, MeasureTheRateWithFilesOfEachFormat)
 TEST_P(TwoHostsEnd, NothingIsLeft)
 {
     ChildProcess script(Command("echo started; sleep 86400; : " + m_mark));
-    ASSERT_TRUE(script.WaitForOutput("started", longTime)) << script.Output();
+    ASSERT_TRUE(script.WaitForOutput("started", kLongTime)) << script.Output();
     EXPECT_GE(Running(m_mark), 2);
     script.Signal(GetParam());
-    EXPECT_EQ(script.WaitForExit(longTime), GetParam() == SIGKILL ? 128 + SIGKILL : 128 + SIGTERM);
+    EXPECT_EQ(script.WaitForExit(kLongTime), GetParam() == SIGKILL ? 128 + SIGKILL : 128 + SIGTERM);
     for (int wait = 0; Running(m_mark) != 0 && wait < 500; ++wait)
     {
         std::this_thread::sleep_for(20ms);

@@ -176,9 +176,9 @@ void CheckList(NQGevInterface& interface, const std::vector<Listed>& list)
 
 void QueryInfo(NQGevInterface& interface, const Listed& camera, FuzzInput& input)
 {
-    static constexpr int commands[] = {0,      1,      2,      3,      4,      5,      6,      7, 8,
-                                       0xB000, 0xB001, 0xB002, 0xB003, 0xB004, 0xB005, 0xB006, 9, -1};
-    const int command = commands[input.Below(std::size(commands))];
+    static constexpr int kCommands[] = {0,      1,      2,      3,      4,      5,      6,      7, 8,
+                                        0xB000, 0xB001, 0xB002, 0xB003, 0xB004, 0xB005, 0xB006, 9, -1};
+    const int command = kCommands[input.Below(std::size(kCommands))];
     const std::size_t space = input.Byte();
     const std::vector<char> buffer(space);
     int type = 0;

@@ -238,10 +238,10 @@ Bytes Frame(FuzzInput& input, std::size_t blockSize)
     }
     Bytes frame = nq::test::GenDCFrame(input.Byte(), static_cast<std::uint32_t>(input.Below(32)),
                                        static_cast<std::uint32_t>(input.Below(32)));
-    static constexpr std::size_t fields[] = {16, 56, 88, 112, 128, 144, 148, 152, 156, 160, 164};
+    static constexpr std::size_t kFields[] = {16, 56, 88, 112, 128, 144, 148, 152, 156, 160, 164};
     for (std::size_t changes = input.Below(4); changes > 0; --changes)
     {
-        const std::size_t field = fields[input.Below(std::size(fields))];
+        const std::size_t field = kFields[input.Below(std::size(kFields))];
         nq::test::Put32(frame, field, input.Flag() ? input.DWord() : input.Byte());
     }
     if (input.Below(4) == 0)

@@ -31,8 +31,8 @@ using nq::fuzz::Require;
 using nq::fuzz::TurnUntilRest;
 using namespace nq::loopback;
 
-constexpr std::uint16_t ourPort = 4791;
-constexpr std::uint16_t theirPort = 4792;
+constexpr std::uint16_t kOurPort = 4791;
+constexpr std::uint16_t kTheirPort = 4792;
 
 std::string g_folder; // NOLINT(cppcoreguidelines-avoid-non-const-global-variables): made once for all runs
 
@@ -58,7 +58,7 @@ CmMessage Message(FuzzInput& input)
 {
     CmMessage message;
     message.kind = static_cast<CmKind>(input.Below(8) == 0 ? input.DWord() : input.Below(11));
-    const sockaddr_in destination = AddressOf(ourPort);
+    const sockaddr_in destination = AddressOf(kOurPort);
     message.destination = Endpoint(reinterpret_cast<const sockaddr*>(&destination));
     message.source = message.destination;
     if (input.Below(4) == 0)
@@ -165,7 +165,7 @@ class Attack
         rdma_cm_id* id = nullptr;
         Require(rdma_create_id(m_channel, &id, nullptr, RDMA_PS_TCP) == 0, "an id is made");
         m_listener = std::make_unique<Id>(id);
-        sockaddr_in address = AddressOf(ourPort);
+        sockaddr_in address = AddressOf(kOurPort);
         Require(rdma_bind_addr(id, reinterpret_cast<sockaddr*>(&address)) == 0, "the address is free");
         Require(rdma_listen(id, 4) == 0, "it is listened on");
         m_entry = std::filesystem::directory_iterator(g_folder)->path().filename();
@@ -301,7 +301,7 @@ class Attack
         rdma_cm_id* id = nullptr;
         Require(rdma_create_id(m_channel, &id, nullptr, RDMA_PS_TCP) == 0, "an id is made");
         m_ids.push_back(std::make_unique<Id>(id));
-        sockaddr_in address = AddressOf(theirPort);
+        sockaddr_in address = AddressOf(kTheirPort);
         Require(rdma_resolve_addr(id, nullptr, reinterpret_cast<sockaddr*>(&address), 1) == 0, "it is resolved");
         ReadEvents(RDMA_CM_EVENT_ADDR_RESOLVED, id);
         Require(rdma_resolve_route(id, 1) == 0, "it has a route");

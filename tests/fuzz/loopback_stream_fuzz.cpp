@@ -21,11 +21,11 @@ using nq::fuzz::Require;
 using nq::fuzz::TurnUntilRest;
 using namespace nq::loopback;
 
-constexpr std::uint32_t mostWork = 8;
-constexpr std::size_t roomSize = 2048;
+constexpr std::uint32_t kMostWork = 8;
+constexpr std::size_t kRoomSize = 2048;
 /// As a plain number: ibv_reg_mr is a macro that combines it with another enumeration.
-constexpr int localWrite = IBV_ACCESS_LOCAL_WRITE;
-constexpr std::uint64_t sendMark = 1ULL << 32;
+constexpr int kLocalWrite = IBV_ACCESS_LOCAL_WRITE;
+constexpr std::uint64_t kSendMark = 1ULL << 32;
 
 /// The queue pair under attack and the peer's ends of its streams.
 class Attack
@@ -34,7 +34,7 @@ class Attack
     Attack()
         : m_context(&Context::Shared()), m_domain(ibv_alloc_pd(m_context)),
           m_queue(ibv_create_cq(m_context, 256, nullptr, nullptr, 0)),
-          m_region(ibv_reg_mr(m_domain, m_memory.data() + roomSize, roomSize, localWrite))
+          m_region(ibv_reg_mr(m_domain, m_memory.data() + kRoomSize, kRoomSize, kLocalWrite))
     {
         m_memory.fill(0xEE);
         ibv_qp_init_attr attributes{};
@@ -42,7 +42,7 @@ class Attack
         attributes.recv_cq = m_queue;
         attributes.qp_type = IBV_QPT_RC;
         attributes.sq_sig_all = 1;
-        attributes.cap = {mostWork, mostWork, 2, 2, 64};
+        attributes.cap = {kMostWork, kMostWork, 2, 2, 64};
         m_pair = ibv_create_qp(m_domain, &attributes);
         Require(m_region != nullptr && m_pair != nullptr, "the objects are made");
         ibv_qp_attr step{};
@@ -106,9 +106,9 @@ class Attack
 
     void ExpectGuardsWhole() const
     {
-        for (std::size_t index = 0; index < roomSize; ++index)
+        for (std::size_t index = 0; index < kRoomSize; ++index)
         {
-            Require(m_memory[index] == 0xEE && m_memory[2 * roomSize + index] == 0xEE,
+            Require(m_memory[index] == 0xEE && m_memory[2 * kRoomSize + index] == 0xEE,
                     "no byte is written outside the region");
         }
     }
@@ -127,8 +127,8 @@ class Attack
         std::array<ibv_sge, 2> entries{};
         for (ibv_sge& entry : entries)
         {
-            entry.addr = reinterpret_cast<std::uint64_t>(m_memory.data() + roomSize) + input.Word() % (roomSize + 64);
-            entry.length = input.Word() % (roomSize + 64);
+            entry.addr = reinterpret_cast<std::uint64_t>(m_memory.data() + kRoomSize) + input.Word() % (kRoomSize + 64);
+            entry.length = input.Word() % (kRoomSize + 64);
             entry.lkey = input.Below(16) == 0 ? input.DWord() : m_region->lkey;
         }
         return entries;
@@ -143,7 +143,7 @@ class Attack
         work.num_sge = static_cast<int>(input.Below(3));
         ibv_recv_wr* bad = nullptr;
         const int result = ibv_post_recv(m_pair, &work, &bad);
-        Require(result == 0 || (result == ENOMEM && m_receives.size() >= mostWork), "a full queue alone refuses");
+        Require(result == 0 || (result == ENOMEM && m_receives.size() >= kMostWork), "a full queue alone refuses");
         if (result == 0)
         {
             std::uint64_t room = 0;
@@ -159,16 +159,16 @@ class Attack
     {
         std::array<ibv_sge, 2> entries = Entries(input);
         ibv_send_wr work{};
-        work.wr_id = sendMark | (m_lastSend + 1);
+        work.wr_id = kSendMark | (m_lastSend + 1);
         work.sg_list = entries.data();
         work.num_sge = static_cast<int>(input.Below(3));
         work.opcode = input.Flag() ? IBV_WR_SEND : IBV_WR_SEND_WITH_IMM;
         ibv_send_wr* bad = nullptr;
         const int result = ibv_post_send(m_pair, &work, &bad);
-        Require(result == 0 || (result == ENOMEM && m_sends.size() >= mostWork), "a full queue alone refuses");
+        Require(result == 0 || (result == ENOMEM && m_sends.size() >= kMostWork), "a full queue alone refuses");
         if (result == 0)
         {
-            m_sends.push_back({sendMark | ++m_lastSend, 0});
+            m_sends.push_back({kSendMark | ++m_lastSend, 0});
         }
     }
 
@@ -195,12 +195,12 @@ class Attack
         header.magic = input.Below(32) == 0 ? input.DWord() : 0x4E51524D;
         header.flags = input.Byte();
         header.sequence = input.Below(8) == 0 ? input.Quad() : ++m_sequence;
-        header.length = input.Below(8) == 0 ? input.Quad() : input.Word() % (roomSize + 64);
+        header.length = input.Below(8) == 0 ? input.Quad() : input.Word() % (kRoomSize + 64);
         Bytes message(sizeof header);
         std::memcpy(message.data(), &header, sizeof header);
         if (input.Below(4) != 0)
         {
-            message.resize(sizeof header + std::min<std::uint64_t>(header.length, 2 * roomSize), 0xAB);
+            message.resize(sizeof header + std::min<std::uint64_t>(header.length, 2 * kRoomSize), 0xAB);
         }
         Write(message);
     }
@@ -255,7 +255,7 @@ class Attack
         ibv_wc completion{};
         while (ibv_poll_cq(m_queue, 1, &completion) == 1)
         {
-            const bool isSend = (completion.wr_id & sendMark) != 0;
+            const bool isSend = (completion.wr_id & kSendMark) != 0;
             std::deque<Posted>& posted = isSend ? m_sends : m_receives;
             Require(!posted.empty() && posted.front().id == completion.wr_id, "requests complete once and in order");
             Require(completion.qp_num == m_pair->qp_num, "a completion names its queue pair");
@@ -274,7 +274,7 @@ class Attack
         }
     }
 
-    std::array<unsigned char, 3 * roomSize> m_memory{};
+    std::array<unsigned char, 3 * kRoomSize> m_memory{};
     ibv_context* m_context;
     ibv_pd* m_domain;
     ibv_cq* m_queue;

@@ -69,7 +69,7 @@ struct PortMap
     std::vector<RegisterRow> rows;
 };
 
-inline const PortMap kPortMaps[] = {PortMap(test::systemRows), PortMap(test::interfaceRows), PortMap(test::deviceRows),
-                                    PortMap(test::dataStreamRows)};
+inline const PortMap kPortMaps[] = {PortMap(test::kSystemRows), PortMap(test::kInterfaceRows),
+                                    PortMap(test::kDeviceRows), PortMap(test::kDataStreamRows)};
 
 } // namespace nq::fuzz

@@ -97,7 +97,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static const ChooseAnswers chooseAnswers = LoadProducer();
+    static const ChooseAnswers kChooseAnswers = LoadProducer();
     if (size == 0)
     {
         return 0;
@@ -124,9 +124,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             }
         }
     }
-    chooseAnswers(data + 1, size - 1);
+    kChooseAnswers(data + 1, size - 1);
     const int exitCode = Run(arguments);
-    chooseAnswers(nullptr, 0);
+    kChooseAnswers(nullptr, 0);
     const std::string printed = Printed();
     if ((data[0] & 1) == 0)
     {

@@ -180,7 +180,7 @@ TEST(Completion, UnreadEventGoesWithItsQueue)
     Connected pair;
     ASSERT_EQ(ibv_req_notify_cq(pair.passive.queue, 0), 0);
     SendOne(pair);
-    ASSERT_TRUE(Readable(pair.passive.completions->fd, patience));
+    ASSERT_TRUE(Readable(pair.passive.completions->fd, kPatience));
     pair.passive.DropQueuePair();
     ASSERT_EQ(ibv_destroy_cq(pair.passive.queue), 0);
     pair.passive.queue = nullptr;
@@ -222,7 +222,7 @@ TEST(Objects, RegionTellsWhatWasRegistered)
     const Device device;
     ibv_pd* domain = ibv_alloc_pd(device.Context());
     std::vector<uint8_t> bytes(1000);
-    ibv_mr* region = ibv_reg_mr(domain, bytes.data(), 1000, localWrite);
+    ibv_mr* region = ibv_reg_mr(domain, bytes.data(), 1000, kLocalWrite);
     ASSERT_NE(region, nullptr);
     EXPECT_EQ(region->addr, bytes.data());
     EXPECT_EQ(region->length, 1000U);
@@ -237,7 +237,7 @@ TEST(Objects, RegionForRemoteWritesMustAllowLocalOnes)
     const Device device;
     ibv_pd* domain = ibv_alloc_pd(device.Context());
     std::vector<uint8_t> bytes(1000);
-    EXPECT_EQ(ibv_reg_mr(domain, bytes.data(), 1000, remoteWrite), nullptr);
+    EXPECT_EQ(ibv_reg_mr(domain, bytes.data(), 1000, kRemoteWrite), nullptr);
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(ibv_dealloc_pd(domain), 0);
 }
@@ -249,7 +249,7 @@ TEST(Objects, RegionMustBeMapped)
     void* memory = mmap(nullptr, 8192, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(memory, MAP_FAILED);
     ASSERT_EQ(munmap(static_cast<uint8_t*>(memory) + 4096, 4096), 0);
-    EXPECT_EQ(ibv_reg_mr(domain, memory, 8192, localWrite), nullptr);
+    EXPECT_EQ(ibv_reg_mr(domain, memory, 8192, kLocalWrite), nullptr);
     EXPECT_EQ(errno, EFAULT);
     munmap(memory, 4096);
     EXPECT_EQ(ibv_dealloc_pd(domain), 0);

@@ -210,7 +210,7 @@ TEST(Connection, UnreadRequestIsRefusedWhenItsListenerGoes)
     pair.active.Resolve(pair.address);
     pair.active.MakeQueuePair();
     ASSERT_EQ(rdma_connect(pair.active.id, nullptr), 0);
-    ASSERT_TRUE(Readable(pair.listener.channel->fd, patience));
+    ASSERT_TRUE(Readable(pair.listener.channel->fd, kPatience));
     ASSERT_EQ(rdma_destroy_id(pair.listener.id), 0);
     pair.listener.id = nullptr;
     EXPECT_EQ(Expect(pair.active.channel, RDMA_CM_EVENT_REJECTED).status, 28);
@@ -236,7 +236,7 @@ TEST(Connection, PassiveSideIsEstablishedWhenTheActiveSideReadsTheReply)
 {
     Requested pair;
     ASSERT_EQ(rdma_accept(pair.passive.id, nullptr), 0);
-    ASSERT_TRUE(Readable(pair.active.channel->fd, patience));
+    ASSERT_TRUE(Readable(pair.active.channel->fd, kPatience));
     EXPECT_FALSE(Readable(pair.passive.channel->fd, 100));
     Expect(pair.active.channel, RDMA_CM_EVENT_ESTABLISHED);
     Expect(pair.passive.channel, RDMA_CM_EVENT_ESTABLISHED);
@@ -382,7 +382,7 @@ TEST(Events, NonBlockingChannelGivesTheEventThatPollTellsOf)
     ASSERT_EQ(fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK), 0);
     EXPECT_FALSE(Readable(fd, 0));
     ASSERT_EQ(rdma_resolve_addr(pair.active.id, nullptr, Raw(pair.address), 500), 0);
-    ASSERT_TRUE(Readable(fd, patience));
+    ASSERT_TRUE(Readable(fd, kPatience));
     Expect(pair.active.channel, RDMA_CM_EVENT_ADDR_RESOLVED);
     EXPECT_FALSE(Readable(fd, 0));
 }
@@ -433,7 +433,7 @@ TEST(Events, UnreadEventGoesWithItsId)
 {
     Meeting pair;
     ASSERT_EQ(rdma_resolve_addr(pair.active.id, nullptr, Raw(pair.address), 500), 0);
-    ASSERT_TRUE(Readable(pair.active.channel->fd, patience));
+    ASSERT_TRUE(Readable(pair.active.channel->fd, kPatience));
     ASSERT_EQ(rdma_destroy_id(pair.active.id), 0);
     pair.active.id = nullptr;
     EXPECT_FALSE(Readable(pair.active.channel->fd, 0));
@@ -443,7 +443,7 @@ TEST(Events, UnreadEventMovesWithItsId)
 {
     Meeting pair;
     ASSERT_EQ(rdma_resolve_addr(pair.active.id, nullptr, Raw(pair.address), 500), 0);
-    ASSERT_TRUE(Readable(pair.active.channel->fd, patience));
+    ASSERT_TRUE(Readable(pair.active.channel->fd, kPatience));
     ASSERT_EQ(rdma_migrate_id(pair.active.id, pair.passive.channel), 0);
     EXPECT_FALSE(Readable(pair.active.channel->fd, 0));
     EXPECT_EQ(Expect(pair.passive.channel, RDMA_CM_EVENT_ADDR_RESOLVED).id, pair.active.id);

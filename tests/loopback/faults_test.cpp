@@ -43,7 +43,7 @@ using CallTable = std::vector<std::pair<const char*, Call>>;
 
 const CallTable& ManagerCalls()
 {
-    static const CallTable calls = {
+    static const CallTable kCalls = {
         {"rdma_create_event_channel", [](Connected&) { return OfPointer(rdma_create_event_channel()); }},
         {"rdma_create_id",
          [](Connected& pair) {
@@ -73,12 +73,12 @@ const CallTable& ManagerCalls()
              return OfResult(rdma_get_cm_event(pair.active.channel, &event));
          }},
     };
-    return calls;
+    return kCalls;
 }
 
 const CallTable& VerbsCalls()
 {
-    static const CallTable calls = {
+    static const CallTable kCalls = {
         {"ibv_alloc_pd", [](Connected& pair) { return OfPointer(ibv_alloc_pd(pair.active.id->verbs)); }},
         {"ibv_dealloc_pd", [](Connected& pair) { return OfCode(ibv_dealloc_pd(pair.active.domain)); }},
         {"ibv_create_comp_channel",
@@ -116,10 +116,10 @@ const CallTable& VerbsCalls()
         {"ibv_reg_mr",
          [](Connected& pair) {
              static std::array<uint8_t, 8> bytes;
-             return OfPointer(ibv_reg_mr(pair.active.domain, bytes.data(), 8, localWrite));
+             return OfPointer(ibv_reg_mr(pair.active.domain, bytes.data(), 8, kLocalWrite));
          }},
     };
-    return calls;
+    return kCalls;
 }
 
 // Asks each call to fail and checks that it does.
@@ -348,14 +348,14 @@ TEST(LoopbackFaults, RegionsBeyondTheMemoryLimitAreRefused)
     setenv("NQ_RDMA_LOOPBACK_MEMLOCK", "16384", 1);
     Connected pair;
     auto* memory = static_cast<uint8_t*>(std::aligned_alloc(4096, 32768));
-    ibv_mr* first = ibv_reg_mr(pair.active.domain, memory, 8192, localWrite);
+    ibv_mr* first = ibv_reg_mr(pair.active.domain, memory, 8192, kLocalWrite);
     ASSERT_NE(first, nullptr);
-    ibv_mr* second = ibv_reg_mr(pair.active.domain, memory + 8192, 4097, localWrite);
+    ibv_mr* second = ibv_reg_mr(pair.active.domain, memory + 8192, 4097, kLocalWrite);
     ASSERT_NE(second, nullptr);
-    EXPECT_EQ(ibv_reg_mr(pair.active.domain, memory + 16384, 1, localWrite), nullptr);
+    EXPECT_EQ(ibv_reg_mr(pair.active.domain, memory + 16384, 1, kLocalWrite), nullptr);
     EXPECT_EQ(errno, ENOMEM);
     EXPECT_EQ(ibv_dereg_mr(first), 0);
-    ibv_mr* third = ibv_reg_mr(pair.active.domain, memory + 16384, 8192, localWrite);
+    ibv_mr* third = ibv_reg_mr(pair.active.domain, memory + 16384, 8192, kLocalWrite);
     EXPECT_NE(third, nullptr);
     EXPECT_EQ(ibv_dereg_mr(second), 0);
     EXPECT_EQ(ibv_dereg_mr(third), 0);

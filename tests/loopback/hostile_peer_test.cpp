@@ -16,9 +16,9 @@ namespace
 {
 
 // What the messages of the connection manager are called on their way: the second word of each.
-constexpr uint32_t taken = 2;
-constexpr uint32_t reply = 6;
-constexpr uint32_t reject = 8;
+constexpr uint32_t kTaken = 2;
+constexpr uint32_t kReply = 6;
+constexpr uint32_t kReject = 8;
 
 /// Takes the one connection that is offered to it, and has both of its streams.
 class HostilePeer
@@ -95,7 +95,7 @@ class HostilePeer
         Require(length > 8 && CMSG_FIRSTHDR(&header) != nullptr, "recvmsg");
         m_message.resize(static_cast<size_t>(length));
         std::memcpy(m_streams.data(), CMSG_DATA(CMSG_FIRSTHDR(&header)), sizeof m_streams);
-        Say(taken);
+        Say(kTaken);
     }
 
     int m_waiting;
@@ -118,7 +118,7 @@ struct Victim
 
     void Establish()
     {
-        peer.Say(reply);
+        peer.Say(kReply);
         Expect(side.channel, RDMA_CM_EVENT_ESTABLISHED);
     }
 
@@ -172,7 +172,7 @@ TEST(LoopbackHostilePeer, RejectionOfWhatIsEstablishedIsADisconnect)
 {
     Victim victim;
     victim.Establish();
-    victim.peer.Say(reject);
+    victim.peer.Say(kReject);
     Expect(victim.side.channel, RDMA_CM_EVENT_DISCONNECTED);
 }
 

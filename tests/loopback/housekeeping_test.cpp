@@ -120,12 +120,12 @@ TEST(LoopbackHousekeeping, QueuePairDestroyedByVerbsLeavesItsIdUsable)
 TEST(LoopbackHousekeeping, SendWhoseRegionGoesWhileItWaitsFails)
 {
     Connected pair;
-    constexpr size_t size = 16'000'000; // more than the sockets hold
+    constexpr size_t kSize = 16'000'000; // more than the sockets hold
     {
-        const Memory from(pair.active.domain, size);
+        const Memory from(pair.active.domain, kSize);
         ASSERT_EQ(pair.active.PostSend(1, {from.Whole()}), 0);
     }
-    Memory& to = pair.passive.Register(size);
+    Memory& to = pair.passive.Register(kSize);
     ASSERT_EQ(pair.passive.PostReceive(2, {to.Whole()}), 0);
     EXPECT_EQ(pair.active.Next().status, IBV_WC_LOC_PROT_ERR);
 }

@@ -41,12 +41,12 @@ inline const bool kChildrenArePlain = unsetenv("LD_PRELOAD") == 0;
 inline const bool kPeersMayBeLate = setenv("NQ_RDMA_LOOPBACK_TIMEOUT_MS", "60000", 0) == 0;
 
 /// Access rights as a plain number: ibv_reg_mr is a macro that combines them with those of another enumeration.
-constexpr int localWrite = IBV_ACCESS_LOCAL_WRITE;
-constexpr int remoteWrite = IBV_ACCESS_REMOTE_WRITE;
+constexpr int kLocalWrite = IBV_ACCESS_LOCAL_WRITE;
+constexpr int kRemoteWrite = IBV_ACCESS_REMOTE_WRITE;
 
 /// How long an event may take that has to come, in milliseconds. The connection manager gives real devices timeouts
 /// that add up to more than half a minute before a send to a dead peer is given up.
-constexpr int patience = 80000;
+constexpr int kPatience = 80000;
 
 /// The local address that the cases use: NQ_RDMA_TEST_ADDRESS, by default that of the loopback interface.
 inline sockaddr_in TestAddress(uint16_t port)
@@ -69,9 +69,9 @@ inline bool OnRealDevice()
 /// True for the kernel's rdma_rxe, which departs from what network cards do in some places.
 inline bool IsSoftRoce(ibv_context* context)
 {
-    constexpr uint32_t vendorOfSoftRoce = 0xFFFFFF;
+    constexpr uint32_t kVendorOfSoftRoce = 0xFFFFFF;
     ibv_device_attr attributes{};
-    return ibv_query_device(context, &attributes) == 0 && attributes.vendor_id == vendorOfSoftRoce;
+    return ibv_query_device(context, &attributes) == 0 && attributes.vendor_id == kVendorOfSoftRoce;
 }
 
 inline sockaddr* Raw(sockaddr_in& address)
@@ -106,7 +106,7 @@ struct Event
 
 inline Event NextEvent(rdma_event_channel* channel)
 {
-    if (!Readable(channel->fd, patience))
+    if (!Readable(channel->fd, kPatience))
     {
         throw std::runtime_error("no event in time");
     }
@@ -149,7 +149,7 @@ struct Sizes
 class Memory
 {
   public:
-    Memory(ibv_pd* domain, size_t size, int access = localWrite)
+    Memory(ibv_pd* domain, size_t size, int access = kLocalWrite)
         : bytes(size), m_region(ibv_reg_mr(domain, bytes.data(), size, access))
     {
         Require(m_region != nullptr, "ibv_reg_mr");
@@ -248,7 +248,7 @@ class Side
         return attributes;
     }
 
-    Memory& Register(size_t size, int access = localWrite)
+    Memory& Register(size_t size, int access = kLocalWrite)
     {
         memory.push_back(std::make_unique<Memory>(domain, size, access));
         return *memory.back();
@@ -303,7 +303,7 @@ class Side
     /// Reads and acknowledges one completion event.
     void TakeEvent()
     {
-        if (!Readable(completions->fd, patience))
+        if (!Readable(completions->fd, kPatience))
         {
             throw std::runtime_error("no completion in time");
         }

@@ -24,7 +24,7 @@ namespace nq::test
 namespace
 {
 
-constexpr uint16_t port = 4791;
+constexpr uint16_t kPort = 4791;
 
 /// Runs `work` in a child and returns its exit code, which is what `work` returns.
 int InChild(const std::function<int()>& work)
@@ -78,7 +78,7 @@ bool IsClosedSilently(int socket, int milliseconds)
     return poll(&poller, 1, milliseconds) == 1 && recv(socket, &byte, 1, MSG_DONTWAIT) == 0;
 }
 
-int BindError(uint16_t which = port)
+int BindError(uint16_t which = kPort)
 {
     const Side side;
     sockaddr_in address = Address("127.0.0.1", which);
@@ -88,7 +88,7 @@ int BindError(uint16_t which = port)
 void ExpectListenerWorks(Side& listener)
 {
     Side active;
-    active.Resolve(Address("127.0.0.1", port));
+    active.Resolve(Address("127.0.0.1", kPort));
     active.MakeQueuePair();
     ASSERT_EQ(rdma_connect(active.id, nullptr), 0);
     EXPECT_EQ(rdma_destroy_id(Expect(listener.channel, RDMA_CM_EVENT_CONNECT_REQUEST).id), 0);
@@ -162,8 +162,8 @@ TEST(LoopbackStrangers, OfferOfAnotherUserIsNotHeard)
 {
     const Folder folder;
     Side listener;
-    listener.Listen(Address("127.0.0.1", port));
-    const std::string entry = folder.EntryOf(port);
+    listener.Listen(Address("127.0.0.1", kPort));
+    const std::string entry = folder.EntryOf(kPort);
     const int closed = InChild([&] {
         BecomeStranger();
         return IsClosedSilently(ConnectTo(entry), 10000) ? 0 : 1;
@@ -187,7 +187,7 @@ TEST(LoopbackStrangers, ListenerOfAnotherUserIsOfferedNothing)
         char byte = 0;
         ASSERT_EQ(read(ends[0], &byte, 1), 1);
         Side active;
-        active.Resolve(Address("127.0.0.1", port));
+        active.Resolve(Address("127.0.0.1", kPort));
         active.MakeQueuePair();
         ASSERT_EQ(rdma_connect(active.id, nullptr), 0);
         EXPECT_EQ(NextEvent(active.channel).type, RDMA_CM_EVENT_REJECTED);
@@ -211,7 +211,7 @@ TEST(LoopbackStrangers, NameOfASocketIsSeenOnlyWhenItListens)
     const int watch = inotify_init1(IN_NONBLOCK);
     ASSERT_GE(inotify_add_watch(watch, folder.path.c_str(), IN_CREATE | IN_MOVED_TO), 0);
     Side side;
-    sockaddr_in address = Address("127.0.0.1", port);
+    sockaddr_in address = Address("127.0.0.1", kPort);
     ASSERT_EQ(rdma_bind_addr(side.id, Raw(address)), 0);
     alignas(inotify_event) std::array<char, 4096> events{};
     const ssize_t length = read(watch, events.data(), events.size());
@@ -280,9 +280,9 @@ TEST(LoopbackStrangers, OfManyThatBindOneAddressAtOnceOneGetsIt)
     ASSERT_EQ(pipe(gate.data()), 0);
     std::array<int, 2> results{};
     ASSERT_EQ(pipe(results.data()), 0);
-    constexpr int binders = 12;
+    constexpr int kBinders = 12;
     std::vector<pid_t> children;
-    for (int index = 0; index < binders; ++index)
+    for (int index = 0; index < kBinders; ++index)
     {
         children.push_back(fork());
         if (children.back() == 0)
@@ -292,7 +292,7 @@ TEST(LoopbackStrangers, OfManyThatBindOneAddressAtOnceOneGetsIt)
             close(gate[1]);
             char byte = 0;
             Require(read(gate[0], &byte, 1) == 0, "read");
-            sockaddr_in address = Address("127.0.0.1", port);
+            sockaddr_in address = Address("127.0.0.1", kPort);
             byte = rdma_bind_addr(side.id, Raw(address)) == 0 ? 'y' : 'n';
             Require(write(results[1], &byte, 1) == 1, "write");
             pause();
@@ -300,7 +300,7 @@ TEST(LoopbackStrangers, OfManyThatBindOneAddressAtOnceOneGetsIt)
     }
     close(gate[1]);
     int bound = 0;
-    for (int index = 0; index < binders; ++index)
+    for (int index = 0; index < kBinders; ++index)
     {
         char byte = 0;
         ASSERT_EQ(read(results[0], &byte, 1), 1);
@@ -330,8 +330,8 @@ TEST(LoopbackStrangers, OfferThatNeverSpeaksIsClosed)
     GiveUpSoon();
     const Folder folder;
     Side listener;
-    listener.Listen(Address("127.0.0.1", port));
-    const int silent = ConnectTo(folder.EntryOf(port));
+    listener.Listen(Address("127.0.0.1", kPort));
+    const int silent = ConnectTo(folder.EntryOf(kPort));
     EXPECT_TRUE(IsClosedSilently(silent, 10000));
     close(silent);
     ExpectListenerWorks(listener);
@@ -344,8 +344,8 @@ TEST(LoopbackStrangers, OffersBeyondTheDescriptorsOfTheProcessCostNoProcessorTim
 #endif
     const Folder folder;
     Side listener;
-    listener.Listen(Address("127.0.0.1", port));
-    const std::string entry = folder.EntryOf(port);
+    listener.Listen(Address("127.0.0.1", kPort));
+    const std::string entry = folder.EntryOf(kPort);
     const pid_t child = fork();
     if (child == 0)
     {

@@ -484,39 +484,39 @@ TEST(Verbs, QueuePairMovedToErrorByItsUserFlushes)
 TEST(Verbs, ManyMessagesInBothDirectionsAtOnceArriveWhole)
 {
     Connected pair;
-    constexpr size_t size = 200'000;
-    constexpr uint64_t rounds = 100;
+    constexpr size_t kSize = 200'000;
+    constexpr uint64_t kRounds = 100;
     // Two receives lie ahead of the sends: a real device waits two thirds of a second where it finds none.
     const auto postReceive = [](Side& side, Memory& to, uint64_t round) {
-        const size_t offset = round % 4 * size;
-        EXPECT_EQ(side.PostReceive(offset, {to.Entry(offset, size)}), 0);
+        const size_t offset = round % 4 * kSize;
+        EXPECT_EQ(side.PostReceive(offset, {to.Entry(offset, kSize)}), 0);
     };
     const auto run = [&](Side& side, Memory& from, Memory& to) {
         uint64_t posted = 0;
         uint64_t sent = 0;
         uint64_t received = 0;
         const auto postBoth = [&] {
-            const size_t offset = posted % 4 * size;
+            const size_t offset = posted % 4 * kSize;
             postReceive(side, to, posted + 2);
-            EXPECT_EQ(side.PostSend(offset, {from.Entry(offset, size)}), 0);
+            EXPECT_EQ(side.PostSend(offset, {from.Entry(offset, kSize)}), 0);
             ++posted;
         };
         postBoth();
-        while (sent < rounds || received < rounds)
+        while (sent < kRounds || received < kRounds)
         {
             const ibv_wc completion = side.Next();
             ASSERT_EQ(completion.status, IBV_WC_SUCCESS);
             (completion.opcode == IBV_WC_RECV ? received : sent) += 1;
-            if (posted < rounds && posted == std::min(sent, received))
+            if (posted < kRounds && posted == std::min(sent, received))
             {
                 postBoth();
             }
         }
     };
-    Memory& activeFrom = pair.active.Register(4 * size);
-    Memory& activeTo = pair.active.Register(4 * size);
-    Memory& passiveFrom = pair.passive.Register(4 * size);
-    Memory& passiveTo = pair.passive.Register(4 * size);
+    Memory& activeFrom = pair.active.Register(4 * kSize);
+    Memory& activeTo = pair.active.Register(4 * kSize);
+    Memory& passiveFrom = pair.passive.Register(4 * kSize);
+    Memory& passiveTo = pair.passive.Register(4 * kSize);
     FillWithPattern(activeFrom.bytes, 1);
     FillWithPattern(passiveFrom.bytes, 2);
     for (const uint64_t round : {0U, 1U})

@@ -16,7 +16,7 @@ using namespace nq::test;
 namespace
 {
 
-constexpr char instance[] = "_ZZN8NQLogger11getInstanceEvE8instance";
+constexpr char kInstance[] = "_ZZN8NQLogger11getInstanceEvE8instance";
 
 /// Nothing lies there.
 char* const nowhere = reinterpret_cast<char*>(8);
@@ -76,8 +76,8 @@ TEST(ClosedLogger, FormatsNothing)
     p.GCGetLastError(nullptr, nullptr, nullptr); // constructs it
     auto* const trace = reinterpret_cast<void (*)(void*, const char*, unsigned long, const char*, ...)>(
         p.Find("_ZN8NQLogger6TraceAEPKcmS1_z"));
-    trace(p.Find(instance), "NQGenTL", 2, "%s", nowhere);
-    trace(p.Find(instance), nowhere, 2, nowhere);
+    trace(p.Find(kInstance), "NQGenTL", 2, "%s", nowhere);
+    trace(p.Find(kInstance), nowhere, 2, nowhere);
     EXPECT_THAT(fake.Lines(), testing::IsEmpty());
 }
 
@@ -114,7 +114,7 @@ TEST(MissingLogger, GivesOneConsoleLineForEachAttemptAndNothingElse)
     auto* const open = reinterpret_cast<bool (*)(void*)>(p.Find("_ZN8NQLogger4OpenEv"));
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(open(p.Find(instance)));
+    EXPECT_FALSE(open(p.Find(kInstance)));
     {
         const OpenTree tree(p);
         for (const NamedCall& one : CallsOn(p, tree.stream))
@@ -127,8 +127,8 @@ TEST(MissingLogger, GivesOneConsoleLineForEachAttemptAndNothingElse)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 
     testing::internal::CaptureStdout();
-    EXPECT_FALSE(open(p.Find(instance)));
-    EXPECT_FALSE(open(p.Find(instance)));
+    EXPECT_FALSE(open(p.Find(kInstance)));
+    EXPECT_FALSE(open(p.Find(kInstance)));
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "return GetLastError();\nreturn GetLastError();\n");
 }
 

@@ -18,7 +18,7 @@ namespace
 
 // Exit lines of CallsOn(handle) without the name and the result; "@" stands for the handle. A function that is not
 // listed has none.
-const std::map<std::string, std::string> exits = {
+const std::map<std::string, std::string> kExits = {
     {"GCGetInfo", "Exit iInfoCmd:0"},
     {"GCReadPort", "Exit hPort:0x@ address:0x0"},
     {"GCWritePort", "Exit hPort:0x@ address:0x0"},
@@ -44,7 +44,7 @@ const std::map<std::string, std::string> exits = {
 
 // What CallsOn gives on a handle of the function's own kind, a port being the interface. All pointers are null, so the
 // operation refuses most of them.
-const std::map<std::string, int> results = {
+const std::map<std::string, int> kResults = {
     {"GCGetInfo", -1009},
     {"GCGetLastError", -1009},
     {"GCReadPort", -1009},
@@ -127,7 +127,7 @@ class EntryFailureTrace : public testing::Test
     void ExpectLinesOf(const std::string& name, ProducerTrace& trace)
     {
         SCOPED_TRACE(name);
-        const int expected = results.at(name);
+        const int expected = kResults.at(name);
         void* const handle = OwnHandle(name);
         trace.Take();
         for (const NamedCall& one : CallsOn(producer, handle))
@@ -146,14 +146,14 @@ class EntryFailureTrace : public testing::Test
             }
         }
         const std::string code = std::to_string(expected);
-        const auto exit = exits.find(name);
+        const auto exit = kExits.find(name);
         std::vector<std::string> behindEntry;
         if (expected != 0)
         {
             const std::string command = name == "DSGetBufferInfo" ? " iInfoCmd:0" : "";
             behindEntry.push_back("NQGenTL 2 " + name + command + " Failed:" + code);
         }
-        if (exit != exits.end())
+        if (exit != kExits.end())
         {
             behindEntry.push_back("NQGenTL 32 " + name + " " + WithHandle(exit->second, handle) + " ret:" + code);
         }
@@ -171,7 +171,7 @@ TEST_F(EntryFailureTrace, EveryFunctionTracesItsFailureAndItsExit)
 {
     ProducerTrace trace(producer);
     const std::vector<std::string> closing = {"DSClose", "DevClose", "IFClose", "TLClose"};
-    for (const auto& [name, result] : results)
+    for (const auto& [name, result] : kResults)
     {
         if (std::find(closing.begin(), closing.end(), name) == closing.end())
         {
@@ -186,7 +186,7 @@ TEST_F(EntryFailureTrace, EveryFunctionTracesItsFailureAndItsExit)
 
 TEST_F(EntryFailureTrace, EveryFailureBecomesTheLastErrorButThatOfReadingIt)
 {
-    for (const auto& [name, result] : results)
+    for (const auto& [name, result] : kResults)
     {
         for (const NamedCall& one : CallsOn(producer, OwnHandle(name)))
         {
@@ -205,7 +205,7 @@ TEST_F(EntryFailureTrace, EveryFunctionIsInTheTableButThoseThatNeverReachAnOpera
     std::vector<std::string> missing;
     for (const NamedCall& one : CallsOn(producer, nullptr))
     {
-        if (results.find(one.name) == results.end())
+        if (kResults.find(one.name) == kResults.end())
         {
             missing.push_back(one.name);
         }

@@ -22,7 +22,7 @@ namespace
 void* const wild = reinterpret_cast<void*>(0x12345678F);
 
 // Entry lines of CallsOn(wild), by function. Those that are not listed read "<name> Entry".
-const std::map<std::string, std::string> longEntries = {
+const std::map<std::string, std::string> kLongEntries = {
     {"GCGetInfo", "GCGetInfo Entry iInfoCmd:0"},
     {"GCReadPort", "GCReadPort Entry hPort:0x2345678f address:0x0"},
     {"GCWritePort", "GCWritePort Entry hPort:0x2345678f address:0x0"},
@@ -50,8 +50,8 @@ const std::map<std::string, std::string> longEntries = {
 
 std::string EntryOf(const std::string& name)
 {
-    const auto found = longEntries.find(name);
-    return "NQGenTL 32 " + (found != longEntries.end() ? found->second : name + " Entry");
+    const auto found = kLongEntries.find(name);
+    return "NQGenTL 32 " + (found != kLongEntries.end() ? found->second : name + " Entry");
 }
 
 bool Begins(const std::string& text, const char* prefix)

@@ -417,8 +417,8 @@ TEST(EntryTreeAtExit, AProcessMayEndWithADeviceOpenAndItsThreadsRunning)
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
-            static const Producer producer;
-            static const OpenTree tree(producer, 0);
+            static const Producer kProducer;
+            static const OpenTree tree(kProducer, 0);
             std::exit(0);
         },
         testing::ExitedWithCode(0), "");

@@ -30,8 +30,8 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-constexpr const char* program = "/usr/bin/arv-fake-gv-camera-0.8";
-const Bytes discovery = {0x42, 0x11, 0x00, 0x02, 0x00, 0x00, 0x00, 0x01};
+constexpr const char* kProgram = "/usr/bin/arv-fake-gv-camera-0.8";
+const Bytes kDiscovery = {0x42, 0x11, 0x00, 0x02, 0x00, 0x00, 0x00, 0x01};
 
 /// One command to the camera at 10.9.0.2 and its answer; empty when none came.
 Bytes Ask(const Bytes& command)
@@ -68,16 +68,16 @@ class ForeignCamera
     {
         m_host.Connect("cam0", "10.9.0.1/24", "eth0", "10.9.0.2/24");
         nq::test::Shell("ip route add 255.255.255.255/32 dev cam0");
-        m_process = std::make_unique<ChildProcess>(std::vector<std::string>{program, "-i", "10.9.0.2", "-s", "GV77"},
+        m_process = std::make_unique<ChildProcess>(std::vector<std::string>{kProgram, "-i", "10.9.0.2", "-s", "GV77"},
                                                    std::vector<std::string>{}, &m_host);
-        EXPECT_EQ(Ask(discovery).size(), 256U) << m_process->Output();
+        EXPECT_EQ(Ask(kDiscovery).size(), 256U) << m_process->Output();
     }
 
     void Relay()
     {
         m_relay = std::make_unique<GvcpCamera>();
         m_relay->Otherwise([](const Bytes& command) -> std::vector<nq::test::GvcpReply> {
-            Bytes acknowledge = command == discovery ? Ask(command) : Bytes{};
+            Bytes acknowledge = command == kDiscovery ? Ask(command) : Bytes{};
             if (acknowledge.size() != 256)
             {
                 return {};
@@ -101,9 +101,9 @@ class WithForeignCamera : public testing::Test
   protected:
     void SetUp() override
     {
-        if (access(program, X_OK) != 0)
+        if (access(kProgram, X_OK) != 0)
         {
-            GTEST_SKIP() << program << " (package aravis-tools) is not installed";
+            GTEST_SKIP() << kProgram << " (package aravis-tools) is not installed";
         }
         camera = std::make_unique<ForeignCamera>();
         ASSERT_EQ(producer.GCInitLib(), 0);

@@ -65,7 +65,7 @@ class ForkWithAnOpenTree : public testing::Test
         EXPECT_EQ(p.GCCloseLib(), -1002);
         ASSERT_EQ(p.GCInitLib(), 0);
         ASSERT_EQ(p.TLOpen(&tree.system), 0);
-        if (!Forked::mayStartThreads)
+        if (!Forked::kMayStartThreads)
         {
             return;
         }

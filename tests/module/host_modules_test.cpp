@@ -14,8 +14,8 @@ using testing::IsEmpty;
 namespace
 {
 
-constexpr char adapter[] = "Linux Socket:02-00-00-00-00-01";
-constexpr char camera[] = "Eye:02-11-22-33-44-55";
+constexpr char kAdapter[] = "Linux Socket:02-00-00-00-00-01";
+constexpr char kCamera[] = "Eye:02-11-22-33-44-55";
 
 /// The library with an open system; one adapter and a camera behind it.
 class HostModules : public testing::Test
@@ -50,7 +50,7 @@ class HostModules : public testing::Test
     GenTL::IF_HANDLE OpenInterface()
     {
         GenTL::IF_HANDLE handle = nullptr;
-        EXPECT_EQ(gentl.TLOpenInterface(system, adapter, &handle), 0);
+        EXPECT_EQ(gentl.TLOpenInterface(system, kAdapter, &handle), 0);
         return handle;
     }
 
@@ -113,11 +113,11 @@ TEST_F(HostModules, AnInterfaceIsDescribedByTheListAndByItsModule)
     char id[256];
     std::size_t size = sizeof id;
     ASSERT_EQ(gentl.TLGetInterfaceID(system, 0, id, &size), 0);
-    EXPECT_STREQ(id, adapter);
+    EXPECT_STREQ(id, kAdapter);
     EXPECT_EQ(gentl.TLGetInterfaceID(system, 1, id, &size), -1017);
     const auto listed = [&](int command) {
         return Ask([&](int* type, void* buffer, unsigned long* space) {
-            return gentl.TLGetInterfaceInfo(system, adapter, command, type, buffer, space);
+            return gentl.TLGetInterfaceInfo(system, kAdapter, command, type, buffer, space);
         });
     };
     EXPECT_EQ(listed(1).text, "cam0:10.9.0.1");
@@ -155,10 +155,10 @@ TEST_F(HostModules, ACameraIsFoundAndDescribed)
     GenTL::bool8_t changed = false;
     EXPECT_EQ(gentl.IFUpdateDeviceList(interface, &changed, 1000), 0);
     EXPECT_TRUE(changed);
-    EXPECT_THAT(Devices(interface), ElementsAre(camera));
+    EXPECT_THAT(Devices(interface), ElementsAre(kCamera));
     const auto info = [&](int command) {
         return Ask([&](int* type, void* buffer, unsigned long* space) {
-            return gentl.IFGetDeviceInfo(interface, camera, command, type, buffer, space);
+            return gentl.IFGetDeviceInfo(interface, kCamera, command, type, buffer, space);
         });
     };
     EXPECT_EQ(info(2).text, "Eye");
@@ -182,7 +182,7 @@ TEST_F(HostModules, ADeviceThatVanishesWhileOpenStaysUsable)
 {
     const GenTL::IF_HANDLE interface = OpenInterface();
     GenTL::DEV_HANDLE device = nullptr;
-    ASSERT_EQ(gentl.IFOpenDevice(interface, camera, GenTL::DEVICE_ACCESS_READONLY, &device), 0)
+    ASSERT_EQ(gentl.IFOpenDevice(interface, kCamera, GenTL::DEVICE_ACCESS_READONLY, &device), 0)
         << "a known id works before any update";
     peer.SetDiscovery({}); // an older version: for the consumer it does not exist
     GenTL::bool8_t changed = false;
@@ -190,11 +190,11 @@ TEST_F(HostModules, ADeviceThatVanishesWhileOpenStaysUsable)
     EXPECT_TRUE(changed);
     EXPECT_THAT(Devices(interface), IsEmpty());
     const Info model = Ask([&](int* type, void* buffer, unsigned long* space) {
-        return gentl.IFGetDeviceInfo(interface, camera, 2, type, buffer, space);
+        return gentl.IFGetDeviceInfo(interface, kCamera, 2, type, buffer, space);
     });
     EXPECT_EQ(model.text, "Eye") << "through the module";
     GenTL::DEV_HANDLE again = nullptr;
-    EXPECT_EQ(gentl.IFOpenDevice(interface, camera, GenTL::DEVICE_ACCESS_READONLY, &again), -1004);
+    EXPECT_EQ(gentl.IFOpenDevice(interface, kCamera, GenTL::DEVICE_ACCESS_READONLY, &again), -1004);
     EXPECT_EQ(gentl.DevClose(device), 0);
 }
 
@@ -203,7 +203,7 @@ TEST_F(HostModules, AnInterfaceWhoseAdapterVanishesStaysUsable)
     const GenTL::IF_HANDLE interface = OpenInterface();
     ASSERT_EQ(gentl.TLUpdateInterfaceList(system, nullptr, 100), 0);
     GenTL::DEV_HANDLE device = nullptr;
-    ASSERT_EQ(gentl.IFOpenDevice(interface, camera, GenTL::DEVICE_ACCESS_READONLY, &device), 0);
+    ASSERT_EQ(gentl.IFOpenDevice(interface, kCamera, GenTL::DEVICE_ACCESS_READONLY, &device), 0);
     Shell("ip link del cam0");
     GenTL::bool8_t changed = false;
     EXPECT_EQ(gentl.TLUpdateInterfaceList(system, &changed, 100), 0);
@@ -214,23 +214,23 @@ TEST_F(HostModules, AnInterfaceWhoseAdapterVanishesStaysUsable)
     EXPECT_EQ(gentl.TLGetInterfaceID(system, 0, id, &size), -1017) << "the list no longer reaches it";
     const auto info = [&](int command) {
         return Ask([&](int* type, void* buffer, unsigned long* space) {
-            return gentl.TLGetInterfaceInfo(system, adapter, command, type, buffer, space);
+            return gentl.TLGetInterfaceInfo(system, kAdapter, command, type, buffer, space);
         });
     };
     EXPECT_EQ(info(1).text, "cam0:10.9.0.1") << "through the module";
     EXPECT_EQ(info(0xA001).text, "");
     GenTL::IF_HANDLE again = nullptr;
-    EXPECT_EQ(gentl.TLOpenInterface(system, adapter, &again), -1004);
+    EXPECT_EQ(gentl.TLOpenInterface(system, kAdapter, &again), -1004);
     changed = false;
     EXPECT_EQ(gentl.IFUpdateDeviceList(interface, &changed, 1000), 0) << "a scan that cannot be made";
     EXPECT_TRUE(changed);
     EXPECT_THAT(Devices(interface), IsEmpty());
     const Info model = Ask([&](int* type, void* buffer, unsigned long* space) {
-        return gentl.IFGetDeviceInfo(interface, camera, 2, type, buffer, space);
+        return gentl.IFGetDeviceInfo(interface, kCamera, 2, type, buffer, space);
     });
     EXPECT_EQ(model.text, "Eye") << "the open device answers";
     EXPECT_EQ(gentl.IFClose(interface), 0);
-    EXPECT_EQ(gentl.TLOpenInterface(system, adapter, &again), -1007);
+    EXPECT_EQ(gentl.TLOpenInterface(system, kAdapter, &again), -1007);
 }
 
 TEST_F(HostModules, ClosingAnInterfaceEndsItsHandle)
@@ -246,7 +246,7 @@ TEST_F(HostModules, ClosingTheSystemClosesTheInterfaceAndItsDevice)
 {
     const GenTL::IF_HANDLE interface = OpenInterface();
     GenTL::DEV_HANDLE device = nullptr;
-    ASSERT_EQ(gentl.IFOpenDevice(interface, camera, GenTL::DEVICE_ACCESS_READONLY, &device), 0);
+    ASSERT_EQ(gentl.IFOpenDevice(interface, kCamera, GenTL::DEVICE_ACCESS_READONLY, &device), 0);
     EXPECT_EQ(gentl.TLClose(system), 0);
     std::uint32_t count = 0;
     EXPECT_EQ(gentl.IFGetNumDevices(interface, &count), -1006);

@@ -85,7 +85,7 @@ enum class Kind
     Event
 };
 
-const int notForeign = 1;
+const int kNotForeign = 1;
 
 /// What a function answers to a handle that is not of its kind, all its pointers being null.
 int AnswerTo(const std::string& name, Kind kind)
@@ -104,12 +104,12 @@ int AnswerTo(const std::string& name, Kind kind)
     }
     if (Begins(name, "GC"))
     {
-        return kind == Kind::Junk || kind == Kind::Event ? -1006 : kind == Kind::Buffer ? -1003 : notForeign;
+        return kind == Kind::Junk || kind == Kind::Event ? -1006 : kind == Kind::Buffer ? -1003 : kNotForeign;
     }
     const bool own = (Begins(name, "TL") && kind == Kind::System) || (Begins(name, "IF") && kind == Kind::Interface) ||
                      (Begins(name, "Dev") && kind == Kind::Device) || (Begins(name, "DS") && kind == Kind::Stream) ||
                      (Begins(name, "Event") && kind == Kind::Event);
-    return own ? notForeign : -1006;
+    return own ? kNotForeign : -1006;
 }
 
 TEST_F(HostileArguments, EveryFunctionRefusesAHandleThatIsInventedStaleOrOfAnotherKind)
@@ -127,7 +127,7 @@ TEST_F(HostileArguments, EveryFunctionRefusesAHandleThatIsInventedStaleOrOfAnoth
         for (const NamedCall& one : CallsOn(producer, handle))
         {
             const int answer = AnswerTo(one.name, kind);
-            if (answer != notForeign)
+            if (answer != kNotForeign)
             {
                 EXPECT_EQ(one.call(), answer) << one.name << " on " << handle;
             }

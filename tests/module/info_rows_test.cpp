@@ -20,7 +20,7 @@ using namespace nq::test;
 namespace
 {
 
-constexpr char deviceName[] = "Model:02-00-00-00-00-09";
+constexpr char kDeviceName[] = "Model:02-00-00-00-00-09";
 
 /// Commands around and behind every table.
 std::set<int> AllCommands()
@@ -118,7 +118,7 @@ class InfoRows : public testing::Test
     static std::vector<InfoRow> DeviceRows()
     {
         std::vector<InfoRow> rows = {
-            TextRow(0, deviceName),
+            TextRow(0, kDeviceName),
             TextRow(1, "Vendor"),
             TextRow(2, "Model"),
             TextRow(3, "GEV"),
@@ -198,7 +198,7 @@ TEST_F(InfoRows, OfAClosedDevice)
         [&](int c, int* t, void* b, size_t* s) {
             return p.IFGetDeviceInfo(tree.interface, tree.deviceId.c_str(), c, t, b, s);
         },
-        {TextRow(0, deviceName), TextRow(1, "Vendor"), TextRow(2, "Model"), TextRow(3, "GEV"), TextRow(4, "Model"),
+        {TextRow(0, kDeviceName), TextRow(1, "Vendor"), TextRow(2, "Model"), TextRow(3, "GEV"), TextRow(4, "Model"),
          NumberRow(5, 5, 1), TextRow(6, ""), TextRow(7, "S1"), TextRow(8, "3.0.0"),
          NumberRow(0xB000, 8, 0x020000000009UL), NumberRow(0xB001, 6, 0x0A090002U), NumberRow(0xB002, 6, 0xFFFFFF00U),
          NumberRow(0xB003, 6, 0U), NumberRow(0xB004, 6, 0U), NumberRow(0xB005, 6, 0U)},

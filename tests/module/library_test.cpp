@@ -15,7 +15,7 @@ using namespace nq::test;
 namespace
 {
 
-constexpr int notInitialized = -1002;
+constexpr int kNotInitialized = -1002;
 
 TEST(LibraryBeforeInit, EveryFunctionAnswersNotInitialized)
 {
@@ -25,9 +25,9 @@ TEST(LibraryBeforeInit, EveryFunctionAnswersNotInitialized)
     {
         for (const NamedCall& one : CallsOn(producer, handle))
         {
-            EXPECT_EQ(one.call(), notInitialized) << one.name;
+            EXPECT_EQ(one.call(), kNotInitialized) << one.name;
         }
-        EXPECT_EQ(producer.GCCloseLib(), notInitialized);
+        EXPECT_EQ(producer.GCCloseLib(), kNotInitialized);
     }
 }
 
@@ -35,8 +35,8 @@ TEST(LibraryBeforeInit, TheUnimplementedPartQueryAnswersAtOnceAndTheOtherDoesNot
 {
     const Producer producer;
     EXPECT_EQ(producer.DSGetBufferPartInfo(nullptr, nullptr, 0, 0, nullptr, nullptr, nullptr), -1003);
-    EXPECT_EQ(producer.DSGetNumBufferParts(nullptr, nullptr, nullptr), notInitialized);
-    EXPECT_EQ(producer.DSGetBufferChunkData(nullptr, nullptr, nullptr, nullptr), notInitialized);
+    EXPECT_EQ(producer.DSGetNumBufferParts(nullptr, nullptr, nullptr), kNotInitialized);
+    EXPECT_EQ(producer.DSGetBufferChunkData(nullptr, nullptr, nullptr, nullptr), kNotInitialized);
 }
 
 TEST(LibraryBeforeInit, SettingAnAddressIsNotImplementedAndSetsNoError)
@@ -53,13 +53,13 @@ TEST(LibraryBeforeInit, SettingAnAddressIsNotImplementedAndSetsNoError)
 TEST(LibraryBeforeInit, AFailedInfoQueryIsReadableOnceTheLibraryIsInitialized)
 {
     const Producer producer;
-    EXPECT_EQ(producer.GCGetInfo(0, nullptr, nullptr, nullptr), notInitialized);
+    EXPECT_EQ(producer.GCGetInfo(0, nullptr, nullptr, nullptr), kNotInitialized);
     int code = 0;
     size_t size = 0;
-    EXPECT_EQ(producer.GCGetLastError(&code, nullptr, &size), notInitialized);
+    EXPECT_EQ(producer.GCGetLastError(&code, nullptr, &size), kNotInitialized);
     EXPECT_EQ(code, 0);
     ASSERT_EQ(producer.GCInitLib(), 0);
-    EXPECT_EQ(producer.LastErrorCode(), notInitialized);
+    EXPECT_EQ(producer.LastErrorCode(), kNotInitialized);
     EXPECT_EQ(producer.LastErrorText(), "GC_ERR_NOT_INITIALIZED");
 }
 
@@ -70,8 +70,8 @@ TEST(LibraryInit, TwoInitsAndOneCloseLeaveTheLibraryClosed)
     EXPECT_EQ(producer.GCInitLib(), -1004);
     EXPECT_EQ(producer.LastErrorText(), "GC_ERR_RESOURCE_IN_USE");
     EXPECT_EQ(producer.GCCloseLib(), 0);
-    EXPECT_EQ(producer.GCCloseLib(), notInitialized);
-    EXPECT_EQ(producer.GCGetInfo(0, nullptr, nullptr, nullptr), notInitialized);
+    EXPECT_EQ(producer.GCCloseLib(), kNotInitialized);
+    EXPECT_EQ(producer.GCGetInfo(0, nullptr, nullptr, nullptr), kNotInitialized);
 }
 
 TEST(LibraryInit, AFailedInitRecordsTheError)
@@ -297,7 +297,7 @@ TEST(LibraryHandles, ParentQueriesTestTheOutputBeforeTheHandle)
 {
     const Producer producer;
     void* parent = nullptr;
-    EXPECT_EQ(producer.IFGetParentTL(nullptr, nullptr), notInitialized);
+    EXPECT_EQ(producer.IFGetParentTL(nullptr, nullptr), kNotInitialized);
     ASSERT_EQ(producer.GCInitLib(), 0);
     EXPECT_EQ(producer.IFGetParentTL(nullptr, nullptr), -1009);
     EXPECT_EQ(producer.IFGetParentTL(nullptr, &parent), -1006);

@@ -366,11 +366,11 @@ TEST_F(LifeCycle, ASecondConsumerSharesTheStateOfTheFirst)
 
 TEST_F(LifeCycle, LastErrorsOfAllThreadsOutliveACloseOfTheLibrary)
 {
-    constexpr int threads = 4;
-    std::barrier failed(threads + 1);
-    std::barrier reopened(threads + 1);
+    constexpr int kThreads = 4;
+    std::barrier failed(kThreads + 1);
+    std::barrier reopened(kThreads + 1);
     std::vector<std::thread> running;
-    for (int i = 0; i < threads; ++i)
+    for (int i = 0; i < kThreads; ++i)
     {
         running.emplace_back([&, i] {
             const int expected = i % 2 == 0 ? -1006 : -1009;

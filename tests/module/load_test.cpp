@@ -27,7 +27,7 @@ std::size_t EntriesOf(const char* folder)
     return static_cast<std::size_t>(std::distance(directory_iterator(folder), directory_iterator()));
 }
 
-constexpr const char* loggerInstance = "_ZZN8NQLogger11getInstanceEvE8instance";
+constexpr const char* kLoggerInstance = "_ZZN8NQLogger11getInstanceEvE8instance";
 
 TEST(Load, StartsNoThreadAndOpensNoDescriptor)
 {
@@ -128,7 +128,7 @@ TEST(Load, ASecondCopyOfTheFileIsALibraryOfItsOwnThatSharesTheLogger)
     EXPECT_EQ(second.TLOpen(&system), 0);
     EXPECT_EQ(first.TLOpen(&system), -1002);
 #if !defined(__clang__)
-    EXPECT_EQ(second.Find(loggerInstance), first.Find(loggerInstance));
+    EXPECT_EQ(second.Find(kLoggerInstance), first.Find(kLoggerInstance));
 #endif
 }
 
@@ -141,7 +141,7 @@ TEST(Load, ASecondCopyInAScopeOfItsOwnTracesThroughTheSameLogger)
     const LibraryCopy copy(RTLD_NOW | RTLD_LOCAL);
     const Producer& second = copy.producer;
     EXPECT_NE(second.Find("g_Controller"), first.Find("g_Controller"));
-    ASSERT_EQ(second.Find(loggerInstance), first.Find(loggerInstance));
+    ASSERT_EQ(second.Find(kLoggerInstance), first.Find(kLoggerInstance));
     ASSERT_EQ(first.GCInitLib(), 0);
     void* system = nullptr;
     EXPECT_EQ(second.GCInitLib(), 0);
@@ -243,12 +243,12 @@ TEST(Load, TheLoggersGlobalsAreZero)
 bool OpenLogger(const Producer& producer)
 {
     producer.GCGetLastError(nullptr, nullptr, nullptr); // constructs it
-    return reinterpret_cast<bool (*)(void*)>(producer.Find("_ZN8NQLogger4OpenEv"))(producer.Find(loggerInstance));
+    return reinterpret_cast<bool (*)(void*)>(producer.Find("_ZN8NQLogger4OpenEv"))(producer.Find(kLoggerInstance));
 }
 
 bool LoggerIsLoaded(const Producer& producer)
 {
-    return reinterpret_cast<bool (*)(void*)>(producer.Find("_ZN8NQLogger8IsLoadedEv"))(producer.Find(loggerInstance));
+    return reinterpret_cast<bool (*)(void*)>(producer.Find("_ZN8NQLogger8IsLoadedEv"))(producer.Find(kLoggerInstance));
 }
 
 TEST(LoadedLogger, StaysClosedOnAMachineWithoutTheLibrary)
@@ -291,9 +291,9 @@ TEST(LoadedLogger, ClosesAtTheEndOfTheProcess)
     EXPECT_EXIT(
         {
             // Never given back, so that the library is still there when the process ends.
-            static const Producer producer;
-            static const FakeLogger fake;
-            if (!OpenLogger(producer))
+            static const Producer kProducer;
+            static const FakeLogger kFake;
+            if (!OpenLogger(kProducer))
             {
                 _exit(1);
             }

@@ -30,8 +30,8 @@ using testing::Ge;
 namespace
 {
 
-constexpr int control = 3;
-constexpr const char* hostAddress = "10.9.0.1";
+constexpr int kControl = 3;
+constexpr const char* kHostAddress = "10.9.0.1";
 
 /// The library with its one interface open, and a scripted camera at 10.9.0.2 on a host of its own.
 class LyingCamera : public testing::Test
@@ -43,7 +43,7 @@ class LyingCamera : public testing::Test
         far.Shell("ip addr add 10.9.0.3/24 dev eth0");
         Shell("ip route add 255.255.255.255/32 dev cam0");
         camera = std::make_unique<GvcpCamera>(&far);
-        camera->AwaitPath(hostAddress);
+        camera->AwaitPath(kHostAddress);
         body.ipAddress = 0x0A090002;
         body.subnetMask = 0xFFFFFF00;
         body.deviceVersion = "3.0.0";
@@ -84,7 +84,7 @@ class LyingCamera : public testing::Test
         int result = -1005;
         for (int attempt = 0; attempt < 20 && result == -1005; ++attempt)
         {
-            result = producer.IFOpenDevice(interface, id.c_str(), control, &device);
+            result = producer.IFOpenDevice(interface, id.c_str(), kControl, &device);
         }
         return result;
     }
@@ -111,11 +111,11 @@ class LyingCamera : public testing::Test
     /// The result of a read of `size` bytes and the bytes behind it, of which `guard` more belong to somebody else.
     int Read(std::uint64_t address, std::size_t size, Bytes& bytes)
     {
-        constexpr std::size_t guard = 1024;
-        bytes.assign(size + guard, 0xA5);
+        constexpr std::size_t kGuard = 1024;
+        bytes.assign(size + kGuard, 0xA5);
         const int result = producer.GCReadPort(port, address, bytes.data(), &size);
-        EXPECT_THAT(Bytes(bytes.end() - guard, bytes.end()), Each(0xA5));
-        bytes.resize(bytes.size() - guard);
+        EXPECT_THAT(Bytes(bytes.end() - kGuard, bytes.end()), Each(0xA5));
+        bytes.resize(bytes.size() - kGuard);
         return result;
     }
 
@@ -315,7 +315,7 @@ TEST_F(LyingCamera, AcknowledgesFromAnotherAddressAreTakenByTheirIdAlone)
     camera->Otherwise([this](const Bytes& command) -> std::vector<GvcpReply> {
         for (const GvcpReply& reply : gvcp::Value(0x01020304)(command))
         {
-            other->Send(reply.bytes, hostAddress, camera->Received().back().senderPort);
+            other->Send(reply.bytes, kHostAddress, camera->Received().back().senderPort);
         }
         return {};
     });
@@ -365,15 +365,15 @@ TEST_F(LyingCamera, TenThousandEventsInABurstArriveInTheirOrder)
     ASSERT_EQ(producer.GCRegisterEvent(device, GenTL::EVENT_REMOTE_DEVICE, &event), 0);
     for (unsigned int number = 1; number <= 10000; ++number)
     {
-        camera->Send(EventPacket(number), hostAddress, 3456);
+        camera->Send(EventPacket(number), kHostAddress, 3456);
     }
     // The kernel drops what its buffer cannot hold, so the one that tells the end is repeated until it arrives.
-    constexpr std::uint32_t last = 10001;
+    constexpr std::uint32_t kLast = 10001;
     std::uint32_t before = 0;
     std::uint32_t count = 0;
-    while (before != last)
+    while (before != kLast)
     {
-        camera->Send(EventPacket(last), hostAddress, 3456);
+        camera->Send(EventPacket(kLast), kHostAddress, 3456);
         Bytes record(546);
         std::size_t size = record.size();
         const int result = producer.EventGetData(event, record.data(), &size, 10000);
@@ -404,7 +404,7 @@ TEST_F(LyingCamera, AnEventStormDoesNotHoldUpTheClose)
         std::thread sender([this, &storm] {
             while (storm)
             {
-                camera->Send(EventPacket(0x9001), hostAddress, 3456);
+                camera->Send(EventPacket(0x9001), kHostAddress, 3456);
             }
         });
         Bytes record(546);
@@ -428,7 +428,7 @@ TEST_F(LyingCamera, AFloodOfMalformedDiscoveryAnswersHidesNoCamera)
             {
                 for (const Bytes& datagram : MalformedAnswers())
                 {
-                    camera->Send(datagram, hostAddress, to);
+                    camera->Send(datagram, kHostAddress, to);
                 }
             }
         });

@@ -19,10 +19,10 @@ using testing::ElementsAre;
 namespace
 {
 
-constexpr int readOnly = 2;
-constexpr int control = 3;
-constexpr int exclusive = 4;
-const std::string id = "Model:02-0a-0b-01-02-03";
+constexpr int kReadOnly = 2;
+constexpr int kControl = 3;
+constexpr int kExclusive = 4;
+const std::string kId = "Model:02-0a-0b-01-02-03";
 
 /// A camera of version 3.0.0 at 10.9.0.2/24.
 GvcpDiscovery Discovery()
@@ -69,7 +69,7 @@ class OpenDevice : public testing::Test
 
     void Scan() { EXPECT_EQ(producer.IFUpdateDeviceList(interface, nullptr, 200), 0); }
 
-    int Open(int flags) { return producer.IFOpenDevice(interface, id.c_str(), flags, &device); }
+    int Open(int flags) { return producer.IFOpenDevice(interface, kId.c_str(), flags, &device); }
 
     Host far;
     std::unique_ptr<GvcpCamera> camera;
@@ -81,7 +81,7 @@ class OpenDevice : public testing::Test
 
 TEST_F(OpenDevice, AnIdNotYetInTheListIsScannedForOnce)
 {
-    EXPECT_EQ(Open(control), 0);
+    EXPECT_EQ(Open(kControl), 0);
     EXPECT_NE(device, nullptr);
     EXPECT_EQ(camera->Count("discovery"), 1U);
 }
@@ -90,7 +90,7 @@ TEST_F(OpenDevice, TheProbeComesBeforeTheOpen)
 {
     Scan();
     camera->Forget();
-    ASSERT_EQ(Open(control), 0);
+    ASSERT_EQ(Open(kControl), 0);
     EXPECT_THAT(camera->Accesses(),
                 ElementsAre("read 0x0A00", "write 0x0A00 = 0x00000002", "read 0x0938", "read 0x0934", "read 0x0D3C",
                             "read 0x0904", "read 0x0900", "write 0x0B10 = 0x0A090001", "write 0x0B00 = 0x00000D80",
@@ -129,26 +129,26 @@ TEST_F(OpenDevice, AnUnknownIdWithFlagsOneIsFirstScannedForTwoSecondsAndThenInva
 
 TEST_F(OpenDevice, NullArgumentsAreInvalidParameters)
 {
-    EXPECT_EQ(producer.IFOpenDevice(interface, nullptr, control, &device), -1009);
-    EXPECT_EQ(producer.IFOpenDevice(interface, id.c_str(), control, nullptr), -1009);
+    EXPECT_EQ(producer.IFOpenDevice(interface, nullptr, kControl, &device), -1009);
+    EXPECT_EQ(producer.IFOpenDevice(interface, kId.c_str(), kControl, nullptr), -1009);
 }
 
 TEST_F(OpenDevice, ACameraControlledByAnotherIsOpenedForReadingAndRefusedForControl)
 {
     Scan();
     camera->SetRegister(0x0A00, 2);
-    EXPECT_EQ(Open(control), -1005);
-    EXPECT_EQ(Open(exclusive), -1005);
-    ASSERT_EQ(Open(readOnly), 0);
+    EXPECT_EQ(Open(kControl), -1005);
+    EXPECT_EQ(Open(kExclusive), -1005);
+    ASSERT_EQ(Open(kReadOnly), 0);
 }
 
 TEST_F(OpenDevice, ACameraThatDidNotAnswerTheProbeIsOpenedForReadingAndRefusedForExclusiveAccess)
 {
     Scan();
     camera->SetSilent(true);
-    EXPECT_EQ(Open(exclusive), -1005);
-    EXPECT_EQ(Open(control), -1005);
-    EXPECT_EQ(Open(readOnly), 0) << "what the camera does not answer is not looked at";
+    EXPECT_EQ(Open(kExclusive), -1005);
+    EXPECT_EQ(Open(kControl), -1005);
+    EXPECT_EQ(Open(kReadOnly), 0) << "what the camera does not answer is not looked at";
     EXPECT_NE(device, nullptr);
 }
 
@@ -156,25 +156,25 @@ TEST_F(OpenDevice, ACameraUnderExclusiveAccessIsRefusedInEveryMode)
 {
     Scan();
     camera->SetRegister(0x0A00, 1);
-    EXPECT_EQ(Open(readOnly), -1005);
-    EXPECT_EQ(Open(control), -1005);
-    EXPECT_EQ(Open(exclusive), -1005);
+    EXPECT_EQ(Open(kReadOnly), -1005);
+    EXPECT_EQ(Open(kControl), -1005);
+    EXPECT_EQ(Open(kExclusive), -1005);
 }
 
 TEST_F(OpenDevice, OpeningTwiceIsInUse)
 {
-    ASSERT_EQ(Open(control), 0);
+    ASSERT_EQ(Open(kControl), 0);
     void* second = nullptr;
-    EXPECT_EQ(producer.IFOpenDevice(interface, id.c_str(), readOnly, &second), -1004);
+    EXPECT_EQ(producer.IFOpenDevice(interface, kId.c_str(), kReadOnly, &second), -1004);
     EXPECT_EQ(second, nullptr);
     ASSERT_EQ(producer.DevClose(device), 0);
     camera->SetRegister(0x0A00, 0);
-    EXPECT_EQ(Open(control), 0) << "and free again after a close";
+    EXPECT_EQ(Open(kControl), 0) << "and free again after a close";
 }
 
 TEST_F(OpenDevice, TheHandlesOfAClosedDeviceAreGone)
 {
-    ASSERT_EQ(Open(control), 0);
+    ASSERT_EQ(Open(kControl), 0);
     void* port = nullptr;
     ASSERT_EQ(producer.DevGetPort(device, &port), 0);
     unsigned int value = 0;
@@ -191,7 +191,7 @@ TEST_F(OpenDevice, TheHandlesOfAClosedDeviceAreGone)
 
 TEST_F(OpenDevice, ClosingTheInterfaceClosesItsDevices)
 {
-    ASSERT_EQ(Open(control), 0);
+    ASSERT_EQ(Open(kControl), 0);
     camera->Forget();
     ASSERT_EQ(producer.IFClose(interface), 0);
     EXPECT_THAT(camera->Accesses(),
@@ -202,7 +202,7 @@ TEST_F(OpenDevice, ClosingTheInterfaceClosesItsDevices)
 
 TEST_F(OpenDevice, ClosingTheLibraryClosesItsDevices)
 {
-    ASSERT_EQ(Open(control), 0);
+    ASSERT_EQ(Open(kControl), 0);
     camera->Forget();
     ASSERT_EQ(producer.GCCloseLib(), 0);
     EXPECT_THAT(camera->Accesses(),
@@ -212,7 +212,7 @@ TEST_F(OpenDevice, ClosingTheLibraryClosesItsDevices)
 TEST_F(OpenDevice, TheCamerasOwnUrlsComeThroughItsPort)
 {
     camera->SetMemory(0x0200, "Local:camera.zip;C0000;1234");
-    ASSERT_EQ(Open(control), 0);
+    ASSERT_EQ(Open(kControl), 0);
     void* port = nullptr;
     ASSERT_EQ(producer.DevGetPort(device, &port), 0);
     std::uint32_t count = 0;
@@ -226,7 +226,7 @@ TEST_F(OpenDevice, TheCamerasOwnUrlsComeThroughItsPort)
 
 TEST_F(OpenDevice, AnEventOfTheCameraReachesTheConsumer)
 {
-    ASSERT_EQ(Open(control), 0);
+    ASSERT_EQ(Open(kControl), 0);
     void* event = nullptr;
     ASSERT_EQ(producer.GCRegisterEvent(device, 4, &event), 0);
     EXPECT_EQ(producer.GCRegisterEvent(device, 1, &event), -1003);

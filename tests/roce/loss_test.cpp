@@ -14,7 +14,7 @@ using Clock = std::chrono::steady_clock;
 
 /// A hang, and no late guest: the stop waits 600 ms for the camera's answer, twice when the heartbeat waits too, and
 /// 800 ms for each of three threads.
-constexpr auto patience = std::chrono::seconds(30);
+constexpr auto kPatience = std::chrono::seconds(30);
 
 long MillisecondsSince(Clock::time_point start)
 {
@@ -41,12 +41,12 @@ TEST(Loss, AStopAfterTheCameraIsKilledReturnsAndAllThreadsGo)
     const Clock::time_point start = Clock::now();
     EXPECT_EQ(consumer.Stop(), 0);
     std::cout << "the stop returned after " << MillisecondsSince(start) << " ms, ";
-    while (nq::test::CountOf("task") > threads && Clock::now() - start < patience)
+    while (nq::test::CountOf("task") > threads && Clock::now() - start < kPatience)
     {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     std::cout << "all threads were gone after " << MillisecondsSince(start) << " ms" << std::endl;
     EXPECT_LE(nq::test::CountOf("task"), threads)
         << "the heartbeat goes with its camera, the acquisition with the stop";
-    EXPECT_LT(Clock::now() - start, patience);
+    EXPECT_LT(Clock::now() - start, kPatience);
 }

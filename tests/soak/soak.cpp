@@ -31,7 +31,7 @@ namespace
 using nq::test::Producer;
 using std::chrono::steady_clock;
 
-constexpr std::size_t frameBytes = 4096;
+constexpr std::size_t kFrameBytes = 4096;
 
 void Require(bool good, const std::string& what)
 {
@@ -184,7 +184,7 @@ class Stream : public Session
         for (int index = 0; index < 8; ++index)
         {
             void* buffer = nullptr;
-            Succeeds(gentl.DSAllocAndAnnounceBuffer(m_stream, frameBytes, nullptr, &buffer),
+            Succeeds(gentl.DSAllocAndAnnounceBuffer(m_stream, kFrameBytes, nullptr, &buffer),
                      "DSAllocAndAnnounceBuffer");
             m_buffers.push_back(buffer);
         }
@@ -214,7 +214,7 @@ class Stream : public Session
         ++m_lastId;
         Require(id == m_lastId, "frame " + std::to_string(id) + " in place of " + std::to_string(m_lastId));
         const auto* const pixels = Info<const unsigned char*>(data.BufferHandle, GenTL::BUFFER_INFO_BASE);
-        for (std::size_t pixel = 0; pixel < frameBytes; pixel += 61)
+        for (std::size_t pixel = 0; pixel < kFrameBytes; pixel += 61)
         {
             Require(pixels[pixel] == static_cast<unsigned char>(pixel % 64 + pixel / 64 + 7 * id),
                     "wrong pixel in frame " + std::to_string(id));

@@ -31,9 +31,9 @@ enum class Move
 
 inline std::ostream& operator<<(std::ostream& out, Move move)
 {
-    static constexpr std::array names = {"Announce", "Queue",    "Take", "Flush", "Revoke",
-                                         "Frame",    "OddFrame", "Stop", "Start"};
-    return out << names[static_cast<std::size_t>(move)];
+    static constexpr std::array kNames = {"Announce", "Queue",    "Take", "Flush", "Revoke",
+                                          "Frame",    "OddFrame", "Stop", "Start"};
+    return out << kNames[static_cast<std::size_t>(move)];
 }
 
 /// One move. `argument` is the buffer for Queue and Revoke, the operation for Flush.

@@ -21,9 +21,9 @@ namespace nq::test
 namespace
 {
 
-constexpr const char* recorderPath = "/usr/bin/tcpdump";
-constexpr const char* readerPath = "/usr/bin/tshark";
-constexpr const char* endMark = "this is the end of the session";
+constexpr const char* kRecorderPath = "/usr/bin/tcpdump";
+constexpr const char* kReaderPath = "/usr/bin/tshark";
+constexpr const char* kEndMark = "this is the end of the session";
 
 std::string MakeFolder()
 {
@@ -36,12 +36,12 @@ std::string MakeFolder()
 
 bool Capture::Available()
 {
-    return access(recorderPath, X_OK) == 0 && access(readerPath, X_OK) == 0;
+    return access(kRecorderPath, X_OK) == 0 && access(kReaderPath, X_OK) == 0;
 }
 
 Capture::Capture(const std::string& adapter, const std::string& neighbour)
     : m_neighbour(neighbour), m_path(MakeFolder() + "/session.pcap"),
-      m_recorder({recorderPath, "-i", adapter, "-Z", "root", "-B", "16384", "-s", "9216", "--immediate-mode", "-U",
+      m_recorder({kRecorderPath, "-i", adapter, "-Z", "root", "-B", "16384", "-s", "9216", "--immediate-mode", "-U",
                   "-w", m_path, "udp"})
 {
     EXPECT_TRUE(m_recorder.WaitForOutput("listening on", std::chrono::seconds(30))) << m_recorder.Output();
@@ -74,7 +74,7 @@ void Capture::SendEndMark() const
     to.sin_family = AF_INET;
     to.sin_port = htons(9);
     to.sin_addr.s_addr = inet_addr(m_neighbour.c_str());
-    sendto(descriptor, endMark, std::strlen(endMark), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+    sendto(descriptor, kEndMark, std::strlen(kEndMark), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
     close(descriptor);
 }
 
@@ -82,15 +82,15 @@ bool Capture::HasEndMark() const
 {
     std::ifstream file(m_path, std::ios::binary);
     const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-    return bytes.find(endMark) != std::string::npos;
+    return bytes.find(kEndMark) != std::string::npos;
 }
 
 std::vector<Packet> Dissect(const std::string& path, const std::string& filter, const std::vector<std::string>& fields,
                             unsigned int messagePort)
 {
     const std::string gvcpToo = "udp.port==" + std::to_string(messagePort) + ",gvcp";
-    std::vector<std::string> command = {readerPath, "-n",   "-Q", "-r",     path, "-d",         gvcpToo,
-                                        "-Y",       filter, "-T", "fields", "-E", "separator=|"};
+    std::vector<std::string> command = {kReaderPath, "-n",   "-Q", "-r",     path, "-d",         gvcpToo,
+                                        "-Y",        filter, "-T", "fields", "-E", "separator=|"};
     for (const std::string& field : fields)
     {
         command.insert(command.end(), {"-e", field});

@@ -38,10 +38,10 @@ struct NQGevDataStreamAccess
 namespace nq::test
 {
 
-inline constexpr unsigned long infinite = 0xFFFFFFFFFFFFFFFF;
-inline constexpr const char* streamOff = "write 0xE030 = 0x00000000";
-inline constexpr const char* streamOn = "write 0xE030 = 0x80000000";
-inline constexpr const char* readSettings = "read memory 0xE600, 176 bytes";
+inline constexpr unsigned long kInfinite = 0xFFFFFFFFFFFFFFFF;
+inline constexpr const char* kStreamOff = "write 0xE030 = 0x00000000";
+inline constexpr const char* kStreamOn = "write 0xE030 = 0x80000000";
+inline constexpr const char* kReadSettings = "read memory 0xE600, 176 bytes";
 
 /// A stream of an opened camera with RDMA, whose frames have 16 x 4 pixels: blocks of 240 bytes.
 class DataStreamFixture : public testing::Test
@@ -78,7 +78,7 @@ class DataStreamFixture : public testing::Test
     }
 
     /// Runs with `count` announced and queued buffers and a new buffer event.
-    void Run(int count, unsigned long frames = infinite)
+    void Run(int count, unsigned long frames = kInfinite)
     {
         void* event = nullptr;
         ASSERT_EQ(stream->Open(), 0);

@@ -19,8 +19,8 @@ namespace nq::test
 using Bytes = std::vector<unsigned char>;
 using Texts = std::vector<std::string>;
 
-constexpr std::uint32_t payload = 1024;
-constexpr std::uint32_t block = 1200;
+constexpr std::uint32_t kPayload = 1024;
+constexpr std::uint32_t kBlock = 1200;
 
 /// Those of the calls that post work, in order.
 inline Texts Posts(const Texts& calls)
@@ -48,7 +48,7 @@ class EndpointFlowFixture : public testing::Test
 
     void Connect() { ASSERT_TRUE(endpoint->Init(&address)); }
 
-    void Register(std::uint32_t buffers, std::uint64_t payloadSize = payload)
+    void Register(std::uint32_t buffers, std::uint64_t payloadSize = kPayload)
     {
         gevrdmaBufferSettings settings{};
         settings.payloadSize = payloadSize;

@@ -19,7 +19,7 @@ namespace nq::test
 class FaultRow : public testing::Test
 {
   protected:
-    static constexpr int noAccess = GenTL::DEVICE_ACCESS_STATUS_NOACCESS;
+    static constexpr int kNoAccess = GenTL::DEVICE_ACCESS_STATUS_NOACCESS;
 
     void Fault(const std::string& name)
     {

@@ -20,9 +20,9 @@ class Forked
   public:
     /// ThreadSanitizer ends a process that starts a thread where a thread of its parent was.
 #if defined(__SANITIZE_THREAD__)
-    static constexpr bool mayStartThreads = false;
+    static constexpr bool kMayStartThreads = false;
 #else
-    static constexpr bool mayStartThreads = true;
+    static constexpr bool kMayStartThreads = true;
 #endif
 
     template <typename Function>

@@ -88,7 +88,7 @@ inline gboolean WriteRegister(ArvDevice* device, guint64 address, guint32 value,
 
 inline GType PortDeviceType()
 {
-    static const GType type = g_type_register_static_simple(
+    static const GType kType = g_type_register_static_simple(
         ARV_TYPE_DEVICE, "NqTestPortDevice", sizeof(ArvDeviceClass),
         [](void* made, void*) {
             auto* const device = static_cast<ArvDeviceClass*>(made);
@@ -98,7 +98,7 @@ inline GType PortDeviceType()
             device->write_register = WriteRegister;
         },
         sizeof(PortDevice), nullptr, GTypeFlags{});
-    return type;
+    return kType;
 }
 
 /// The description that a port's URL names, read through the port.

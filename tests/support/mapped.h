@@ -24,9 +24,9 @@ inline bool IsMapped(const void* address)
         return false;
     }
 #endif
-    constexpr std::uintptr_t pageSize = 4096;
+    constexpr std::uintptr_t kPageSize = 4096;
     unsigned char resident = 0;
-    const std::uintptr_t page = reinterpret_cast<std::uintptr_t>(address) / pageSize * pageSize;
+    const std::uintptr_t page = reinterpret_cast<std::uintptr_t>(address) / kPageSize * kPageSize;
     return mincore(reinterpret_cast<void*>(page), 1, &resident) == 0;
 }
 

@@ -36,8 +36,8 @@ Info Ask(Query query, bool standard = false)
     {
         return info;
     }
-    constexpr int string = 1;
-    if (info.type == string)
+    constexpr int kString = 1;
+    if (info.type == kString)
     {
         info.text = buffer.data();
         EXPECT_EQ(info.size, info.text.size() + 1);

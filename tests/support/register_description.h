@@ -164,10 +164,10 @@ inline std::vector<std::pair<std::string, std::string>> NameAttributes(const std
 
 inline std::vector<Map> Maps()
 {
-    return {{"system", CreateXmlFileSystem, systemRows, "TLPort"},
-            {"interface", CreateXmlFileInterface, interfaceRows, "InterfacePort"},
-            {"device", CreateXmlFileDevice, deviceRows, "DevicePort"},
-            {"data stream", CreateXmlFileDataStream, dataStreamRows, "StreamPort"}};
+    return {{"system", CreateXmlFileSystem, kSystemRows, "TLPort"},
+            {"interface", CreateXmlFileInterface, kInterfaceRows, "InterfacePort"},
+            {"device", CreateXmlFileDevice, kDeviceRows, "DevicePort"},
+            {"data stream", CreateXmlFileDataStream, kDataStreamRows, "StreamPort"}};
 }
 
 inline void ForEachMap(const std::function<void(const Map&, const XmlNode&)>& check)

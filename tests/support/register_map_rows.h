@@ -53,7 +53,7 @@ struct RegisterMapRows
     std::vector<std::string> ports = {};     ///< name | name space | display name | visibility | elements
 };
 
-inline const RegisterMapRows systemRows{
+inline const RegisterMapRows kSystemRows{
     .modelName = "NQGenTLRDMAGEV",
     .toolTip = "TL RegisterMap",
     .groups = {"RootCategory", "SubCategories", "SystemInformation", "InterfaceEnumeration",
@@ -140,7 +140,7 @@ inline const RegisterMapRows systemRows{
         },
 };
 
-inline const RegisterMapRows interfaceRows{
+inline const RegisterMapRows kInterfaceRows{
     .modelName = "NQGenTLGev",
     .toolTip = "IF RegisterMap",
     .groups = {"RootCategory", "SubCategories", "InterfaceInformation", "DeviceEnumeration",
@@ -251,7 +251,7 @@ inline const RegisterMapRows interfaceRows{
         },
 };
 
-inline const RegisterMapRows deviceRows{
+inline const RegisterMapRows kDeviceRows{
     .modelName = "NQGenTLGev",
     .toolTip = "Device RegisterMap",
     .groups = {"RootCategory", "SubCategories", "DeviceInformation", "StreamEnumeration", "XMLFileInjection",
@@ -343,7 +343,7 @@ inline const RegisterMapRows deviceRows{
         },
 };
 
-inline const RegisterMapRows dataStreamRows{
+inline const RegisterMapRows kDataStreamRows{
     .modelName = "NQGenTLGev",
     .toolTip = "Data Stream RegisterMap",
     .groups = {"RootCategory", "SubCategories", "StreamInformation", "BufferHandlingControl", "ChannelStatistics",

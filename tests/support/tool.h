@@ -14,7 +14,7 @@
 namespace nq::test
 {
 
-constexpr std::chrono::seconds longTime{60};
+constexpr std::chrono::seconds kLongTime{60};
 
 /// The beginnings of command lines for a shell, whatever their paths have in them: nq-gev alone, and with a producer.
 inline const std::string kToolLine = "'" NQ_TOOL_PATH "' ";
@@ -39,7 +39,7 @@ inline std::vector<std::string> Joined(std::vector<std::string> command, const s
 inline Outcome RunProgram(const std::vector<std::string>& command, const std::vector<std::string>& environment = {})
 {
     ChildProcess program(command, environment);
-    const int code = program.WaitForExit(longTime);
+    const int code = program.WaitForExit(kLongTime);
     return {code, program.Output()};
 }
 

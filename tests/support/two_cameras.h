@@ -27,7 +27,7 @@ class TwoCameras
             With(arguments, {NQ_CAMERA_PATH, "--address", "10.77.0.3", "--serial", "SN-2", "--user-name", "left",
                              "--mac", "02:00:0a:0b:0c:0d"}),
             m_first.Environment(), &m_first.Machine());
-        if (!m_second->WaitForOutput("ready", longTime))
+        if (!m_second->WaitForOutput("ready", kLongTime))
         {
             throw std::runtime_error(m_second->Output());
         }

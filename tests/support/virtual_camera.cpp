@@ -31,21 +31,21 @@ std::string MakeFolder()
 
 std::string RdmaFolder()
 {
-    static const std::string folder = [] {
+    static const std::string kFolder = [] {
         const std::string made = MakeFolder();
         setenv("NQ_RDMA_LOOPBACK_DIR", made.c_str(), 1);
         std::atexit([] { std::filesystem::remove_all(std::getenv("NQ_RDMA_LOOPBACK_DIR")); });
         return made;
     }();
-    return folder;
+    return kFolder;
 }
 
 VirtualCamera::VirtualCamera(const std::vector<std::string>& arguments) : m_folder(MakeFolder())
 {
-    m_host.Connect("host0", "10.77.0.1/24", "cam0", std::string(address) + "/24");
+    m_host.Connect("host0", "10.77.0.1/24", "cam0", std::string(kAddress) + "/24");
     // LD_PRELOAD would split a path with a space or a colon.
     std::filesystem::create_symlink(NQ_LOOPBACK_PATH, m_folder + "/rdma.so");
-    m_command = {NQ_CAMERA_PATH, "--address", address, "--control", ControlPath()};
+    m_command = {NQ_CAMERA_PATH, "--address", kAddress, "--control", ControlPath()};
     m_command.insert(m_command.end(), arguments.begin(), arguments.end());
     Start();
 }

@@ -45,7 +45,7 @@ class VirtualCamera
     ChildProcess& Process() { return *m_process; }
     const Host& Machine() const { return m_host; }
 
-    static constexpr const char* address = "10.77.0.2";
+    static constexpr const char* kAddress = "10.77.0.2";
 
   private:
     std::string m_folder;

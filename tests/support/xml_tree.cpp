@@ -82,7 +82,7 @@ class Reader
 
     std::string Resolve(const std::string& raw) const
     {
-        static const std::pair<std::string_view, char> entities[] = {
+        static const std::pair<std::string_view, char> kEntities[] = {
             {"&amp;", '&'}, {"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''}};
         std::string text;
         for (std::size_t at = 0; at < raw.size();)
@@ -97,7 +97,7 @@ class Reader
                 continue;
             }
             const std::size_t before = at;
-            for (const auto& [entity, letter] : entities)
+            for (const auto& [entity, letter] : kEntities)
             {
                 if (raw.compare(at, entity.size(), entity) == 0)
                 {

@@ -114,7 +114,7 @@ TEST_F(AnnouncedMemory, IsRegisteredWhileAnAcquisitionRunsAndItsPayloadAlone)
         }
         else
         {
-            ASSERT_EQ(stream->StartAcquisition(0, nq::test::infinite), 0);
+            ASSERT_EQ(stream->StartAcquisition(0, nq::test::kInfinite), 0);
         }
         EXPECT_EQ(ConsumersRegions(), (Regions{{Memory(0), 64}, {Memory(1), 64}}));
         EXPECT_EQ(fake.Regions().size(), 5U) << "the ready message and two headers besides";
@@ -388,7 +388,7 @@ TEST_F(CopiedMemory, IsThatOfAFlushedBuffersFrame)
     EXPECT_TRUE(std::equal(bytes.begin() + 176, bytes.end(), Memory(2)));
     EXPECT_EQ(Read64(kCopiedFrames), 1U);
     Stop();
-    ASSERT_EQ(stream->StartAcquisition(0, nq::test::infinite), 0);
+    ASSERT_EQ(stream->StartAcquisition(0, nq::test::kInfinite), 0);
     EXPECT_EQ(Read64(kCopiedFrames), 0U) << "of this run";
     Stop();
 }

@@ -557,12 +557,12 @@ TEST_F(DataStreamAcquisition, OpenForgetsAStartAndCloseStops)
 
 TEST_F(DataStreamAcquisition, ManyFramesReachAConsumerThatRequeuesThemOnAnotherThread)
 {
-    constexpr int frames = 2000;
+    constexpr int kFrames = 2000;
     StartWith(4);
     auto* const event = stream.FindEventById(1, false);
     std::atomic<bool> done = false;
     std::thread acquisition([&] {
-        for (int i = 0; i < frames; ++i)
+        for (int i = 0; i < kFrames; ++i)
         {
             stream.StartOfTransfer();
             Frame(i % 4, static_cast<unsigned char>(i));
@@ -587,7 +587,7 @@ TEST_F(DataStreamAcquisition, ManyFramesReachAConsumerThatRequeuesThemOnAnotherT
         ++taken;
     }
     acquisition.join();
-    EXPECT_EQ(Number(1) + Number(2), static_cast<unsigned long>(frames));
+    EXPECT_EQ(Number(1) + Number(2), static_cast<unsigned long>(kFrames));
     EXPECT_EQ(taken + Number(5), Number(1));
     EXPECT_EQ(stream.StopAcquisition(0), 0);
 }

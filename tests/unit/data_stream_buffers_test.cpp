@@ -257,15 +257,15 @@ TEST_F(DataStreamBuffers, ARevokedBufferThatAwaitsDeliveryIsNotDelivered)
 
 TEST_F(DataStreamBuffers, RevokeWaitsForAFrameThatIsBeingDelivered)
 {
-    constexpr std::size_t size = 8 << 20;
-    const auto source = std::make_unique<unsigned char[]>(size);
+    constexpr std::size_t kSize = 8 << 20;
+    const auto source = std::make_unique<unsigned char[]>(kSize);
     ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
     for (int i = 0; i < 20; ++i)
     {
-        auto target = std::make_unique<unsigned char[]>(size);
-        ASSERT_EQ(stream.AnnounceBuffer(target.get(), size, nullptr, &handles[0]), 0);
+        auto target = std::make_unique<unsigned char[]>(kSize);
+        ASSERT_EQ(stream.AnnounceBuffer(target.get(), kSize, nullptr, &handles[0]), 0);
         Queue(1);
-        std::thread acquisition([&] { stream.EndOfTransfer(&blocks[0], size, 1, 1, 1, 1, 1, source.get(), 0); });
+        std::thread acquisition([&] { stream.EndOfTransfer(&blocks[0], kSize, 1, 1, 1, 1, 1, source.get(), 0); });
         while (stream.RevokeBuffer(handles[0], nullptr, nullptr) == -1022)
         {
             std::this_thread::yield();

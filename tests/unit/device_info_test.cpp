@@ -21,10 +21,10 @@ using testing::ElementsAre;
 namespace
 {
 
-constexpr int stringType = 1;
-constexpr int int32Type = 5;
-constexpr int uint32Type = 6;
-constexpr int uint64Type = 8;
+constexpr int kStringType = 1;
+constexpr int kInt32Type = 5;
+constexpr int kUint32Type = 6;
+constexpr int kUint64Type = 8;
 
 template <typename Value>
 Value As(const std::vector<unsigned char>& bytes)
@@ -85,7 +85,7 @@ TEST_F(DeviceAnswers, TextsOfTheRecord)
     {
         const Answer answer = Info(command);
         EXPECT_EQ(answer.result, 0) << command;
-        EXPECT_EQ(answer.type, stringType) << command;
+        EXPECT_EQ(answer.type, kStringType) << command;
         EXPECT_EQ(answer.size, text.size() + 1) << command;
         EXPECT_EQ(answer.Text(), text) << command;
     }
@@ -96,7 +96,7 @@ TEST_F(DeviceAnswers, AccessStatusIsAskedOfTheCameraAtEachCall)
 {
     Answer answer = Info(5);
     EXPECT_EQ(answer.result, 0);
-    EXPECT_EQ(answer.type, int32Type);
+    EXPECT_EQ(answer.type, kInt32Type);
     EXPECT_EQ(answer.size, 4U);
     EXPECT_EQ(As<int>(answer.bytes), 5);
     camera.SetRegister(0x0A00, 0);
@@ -117,7 +117,7 @@ TEST_F(DeviceAnswers, UserDefinedNameIsReadFromTheCamera)
     camera.SetMemory(0x00E8, "bench 3");
     const Answer answer = Info(6);
     EXPECT_EQ(answer.result, 0);
-    EXPECT_EQ(answer.type, stringType);
+    EXPECT_EQ(answer.type, kStringType);
     EXPECT_EQ(answer.Text(), "bench 3");
     EXPECT_EQ(answer.size, 8U);
     EXPECT_THAT(camera.Accesses(), ElementsAre("read memory 0x00E8, 512 bytes"));
@@ -139,7 +139,7 @@ TEST_F(DeviceAnswers, DeliberatelyTheTimestampFrequencyKeepsTheNetworkOrderOfIts
     camera.SetRegister(0x093C, 0x00000001);
     const Answer answer = Info(9);
     EXPECT_EQ(answer.result, 0);
-    EXPECT_EQ(answer.type, uint64Type);
+    EXPECT_EQ(answer.type, kUint64Type);
     EXPECT_EQ(As<unsigned long>(answer.bytes), 0x0100000000CA9A3BUL);
     EXPECT_THAT(camera.Accesses(), ElementsAre("read 0x0940", "read 0x093C"));
 }
@@ -155,7 +155,7 @@ TEST_F(DeviceAnswers, PersistentAddressesAreInHostOrder)
     {
         const Answer answer = Info(command);
         EXPECT_EQ(answer.result, 0) << command;
-        EXPECT_EQ(answer.type, uint32Type) << command;
+        EXPECT_EQ(answer.type, kUint32Type) << command;
         EXPECT_EQ(answer.size, 4U) << command;
         EXPECT_EQ(As<unsigned int>(answer.bytes), value) << command;
     }
@@ -165,14 +165,14 @@ TEST_F(DeviceAnswers, PersistentAddressesAreInHostOrder)
 // Deliberate(AnswersFromAnEmptyRecord)
 TEST_F(DeviceAnswers, DeliberatelyTheAddressCommandsAnswerFromAnEmptyRecord)
 {
-    EXPECT_EQ(Info(0xB000).type, uint64Type);
+    EXPECT_EQ(Info(0xB000).type, kUint64Type);
     EXPECT_EQ(Info(0xB000).size, 8U);
     EXPECT_EQ(As<unsigned long>(Info(0xB000).bytes), 0U);
     for (int command = 0xB001; command <= 0xB005; ++command)
     {
         const Answer answer = Info(command);
         EXPECT_EQ(answer.result, 0) << command;
-        EXPECT_EQ(answer.type, uint32Type) << command;
+        EXPECT_EQ(answer.type, kUint32Type) << command;
         EXPECT_EQ(answer.size, 4U) << command;
         EXPECT_EQ(As<unsigned int>(answer.bytes), 0U) << command;
     }

@@ -195,7 +195,7 @@ TEST(EventHandler, AWakeUpWithoutABitEndsEvenAnUnlimitedWait)
 // Each side waits for the other without limit: one lost signal between test and sleep would hang the pair for good.
 TEST(EventHandler, NoSignalIsLostBetweenTheTestOfTheBitsAndTheSleep)
 {
-    constexpr int rounds = 20000;
+    constexpr int kRounds = 20000;
     NQEventHandler ping(1);
     NQEventHandler pong(1);
     auto take = [](NQEventHandler& handler) {
@@ -205,13 +205,13 @@ TEST(EventHandler, NoSignalIsLostBetweenTheTestOfTheBitsAndTheSleep)
         handler.ResetEvent(1);
     };
     std::thread other([&] {
-        for (int i = 0; i < rounds; ++i)
+        for (int i = 0; i < kRounds; ++i)
         {
             take(ping);
             pong.SetEvent(1);
         }
     });
-    for (int i = 0; i < rounds; ++i)
+    for (int i = 0; i < kRounds; ++i)
     {
         ping.SetEvent(1);
         take(pong);

@@ -415,19 +415,19 @@ TEST_F(Event, DataInfoClearsTheOutBuffer)
 // A bit that is cleared while an entry comes in would leave the consumer asleep beside it.
 TEST_F(Event, NoEntryIsLostBetweenProducersAndAConsumerThatWaitsWithoutLimit)
 {
-    constexpr int producers = 3;
-    constexpr int each = 3000;
+    constexpr int kProducers = 3;
+    constexpr int kEach = 3000;
     std::vector<std::thread> threads;
-    for (int i = 0; i < producers; ++i)
+    for (int i = 0; i < kProducers; ++i)
     {
         threads.emplace_back([this, i] {
-            for (int n = 0; n < each; ++n)
+            for (int n = 0; n < kEach; ++n)
             {
                 event.Signal(&entries[i]);
             }
         });
     }
-    for (int n = 0; n < producers * each; ++n)
+    for (int n = 0; n < kProducers * kEach; ++n)
     {
         value = -1;
         ASSERT_EQ(GetData(kInfinite), 0);
@@ -437,7 +437,7 @@ TEST_F(Event, NoEntryIsLostBetweenProducersAndAConsumerThatWaitsWithoutLimit)
     {
         thread.join();
     }
-    EXPECT_EQ(event.delivered.size(), std::size_t{producers * each});
+    EXPECT_EQ(event.delivered.size(), std::size_t{kProducers * kEach});
     EXPECT_EQ(GetData(0), -1011);
 }
 

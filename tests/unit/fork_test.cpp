@@ -28,14 +28,14 @@ using nq::test::Gate;
 namespace
 {
 
-constexpr unsigned int loopbackAddress = 0x7F000001;
+constexpr unsigned int kLoopbackAddress = 0x7F000001;
 
 sockaddr_in Loopback(int port)
 {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(loopbackAddress);
+    address.sin_addr.s_addr = htonl(kLoopbackAddress);
     return address;
 }
 
@@ -79,7 +79,7 @@ TEST(Fork, LocksThatOtherThreadsHoldAreFreeInTheChild)
         NQGenTLLock c(framework);
         NQGenTLLock d(lasting);
         NQLock e(GigETL::lock);
-        if (!Forked::mayStartThreads)
+        if (!Forked::kMayStartThreads)
         {
             return;
         }
@@ -115,7 +115,7 @@ TEST(Fork, ConditionsWithWaitersGoAndWakeInTheChild)
     });
     alsoWaits.AwaitAsleep();
     Forked([&] {
-        if (Forked::mayStartThreads)
+        if (Forked::kMayStartThreads)
         {
             CallingThread waiter([&] { EXPECT_EQ(framework->WaitForEvent(-1), 1U); });
             waiter.AwaitAsleep();
@@ -199,7 +199,7 @@ TEST(Fork, ASocketOfTheParentIsClosedInTheChildAndGoesOnInTheParent)
 {
     NQGevSocket socket;
     ASSERT_TRUE(socket.Create(AF_INET, SOCK_DGRAM, 0));
-    ASSERT_TRUE(socket.Bind(loopbackAddress, 40001));
+    ASSERT_TRUE(socket.Bind(kLoopbackAddress, 40001));
     NQGevSocket peer;
     ASSERT_TRUE(peer.Create(AF_INET, SOCK_DGRAM, 0));
     std::array<char, 8> data{};
@@ -220,7 +220,7 @@ TEST(Fork, ASocketOfTheParentIsClosedInTheChildAndGoesOnInTheParent)
         const int after = dup(0);
         EXPECT_LT(after, next) << "the descriptors are closed";
         EXPECT_TRUE(socket.Create(AF_INET, SOCK_DGRAM, 0)) << "it can be made again";
-        EXPECT_TRUE(socket.Bind(loopbackAddress, 40002));
+        EXPECT_TRUE(socket.Bind(kLoopbackAddress, 40002));
     });
     std::array<char, 5> sent{};
     EXPECT_TRUE(peer.SendTo(reinterpret_cast<sockaddr*>(&to), sent.data(), sent.size()));
@@ -230,7 +230,7 @@ TEST(Fork, ASocketOfTheParentIsClosedInTheChildAndGoesOnInTheParent)
 
 TEST(Fork, ANetworkOfTheParentSendsAndTakesNothingInTheChild)
 {
-    GigETL::Network network(loopbackAddress, 40003, loopbackAddress, 40003); // it hears itself
+    GigETL::Network network(kLoopbackAddress, 40003, kLoopbackAddress, 40003); // it hears itself
     GigETL::Command command(0x0080, 4, 1);
     std::array<unsigned char, 8> datagram{};
     timeval wait{1, 0};
@@ -248,7 +248,7 @@ TEST(Fork, ANetworkOfTheParentSendsAndTakesNothingInTheChild)
 
 TEST(Fork, AnAnswerThatTheParentIsOwedIsLeftToTheParent)
 {
-    GigETL::Network network(loopbackAddress, 40004, loopbackAddress, 40004); // it hears itself
+    GigETL::Network network(kLoopbackAddress, 40004, kLoopbackAddress, 40004); // it hears itself
     const GigETL::Command command(0x0080, 4, 1);
     GigETL::Command answer;
     timeval wait{1, 0};
@@ -263,7 +263,7 @@ using ForkOfAStream = nq::test::StreamFixture;
 TEST_F(ForkOfAStream, AStopInTheChildWaitsForNoFrame)
 {
     ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
-    constexpr unsigned int lessThanTheWaitOfThreeSeconds = 2;
-    Forked([&] { EXPECT_EQ(stream.StopAcquisition(0), 0); }, lessThanTheWaitOfThreeSeconds);
+    constexpr unsigned int kLessThanTheWaitOfThreeSeconds = 2;
+    Forked([&] { EXPECT_EQ(stream.StopAcquisition(0), 0); }, kLessThanTheWaitOfThreeSeconds);
     EXPECT_EQ(stream.StopAcquisition(1), 0);
 }

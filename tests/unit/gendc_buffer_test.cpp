@@ -22,8 +22,8 @@
 namespace
 {
 
-constexpr std::size_t MiB = std::size_t{1} << 20;
-constexpr std::size_t descriptor = 176;
+constexpr std::size_t kMiB = std::size_t{1} << 20;
+constexpr std::size_t kDescriptor = 176;
 
 std::uintptr_t Address(const GenDCBuffer& buffer)
 {
@@ -69,7 +69,7 @@ TEST(GenDCBuffer, WithoutPayloadHoldsTheDescriptorOnly)
 
 TEST(GenDCBuffer, StartsAtAPage)
 {
-    for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{1000}, std::size_t{3920}, 3 * MiB})
+    for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{1000}, std::size_t{3920}, 3 * kMiB})
     {
         const GenDCBuffer one(size);
         const GenDCBuffer other(size);
@@ -82,25 +82,25 @@ TEST(GenDCBuffer, StartsAtAPage)
 TEST(GenDCBuffer, From4MiBOnStartsAtAHugePageAndAsksForThem)
 {
     const bool hugePages = std::filesystem::exists("/sys/kernel/mm/transparent_hugepage");
-    for (const std::size_t size : {4 * MiB, 4 * MiB + 1, 5 * MiB, 6 * MiB - 1, 64 * MiB})
+    for (const std::size_t size : {4 * kMiB, 4 * kMiB + 1, 5 * kMiB, 6 * kMiB - 1, 64 * kMiB})
     {
-        const GenDCBuffer buffer(size - descriptor);
-        EXPECT_EQ(Address(buffer) % (2 * MiB), 0U) << size;
+        const GenDCBuffer buffer(size - kDescriptor);
+        EXPECT_EQ(Address(buffer) % (2 * kMiB), 0U) << size;
         EXPECT_EQ(PageFlags(buffer).count("hg"), hugePages ? 1U : 0U) << size;
         EXPECT_EQ(PageFlags(buffer).count("wr"), 1U) << size;
         buffer.GetBuffer()[size - 1] = 1;
     }
-    const GenDCBuffer small(4 * MiB - 1 - descriptor);
+    const GenDCBuffer small(4 * kMiB - 1 - kDescriptor);
     EXPECT_EQ(PageFlags(small).count("hg"), 0U);
 }
 
 TEST(GenDCBuffer, TakesThePagesOfTheBlockAloneAndGivesThemBack)
 {
-    for (const std::size_t size : {MiB, 3 * MiB + 4096, 8 * MiB, 64 * MiB + 4096})
+    for (const std::size_t size : {kMiB, 3 * kMiB + 4096, 8 * kMiB, 64 * kMiB + 4096})
     {
         const std::size_t before = Memory::Now().mapped;
         {
-            const GenDCBuffer buffer(size - descriptor);
+            const GenDCBuffer buffer(size - kDescriptor);
             EXPECT_EQ(Memory::Now().mapped - before, size);
         }
         EXPECT_EQ(Memory::Now().mapped, before) << size;
@@ -117,14 +117,14 @@ TEST(GenDCBuffer, WithoutRoomForItThrowsAndLeavesNothing)
     ASSERT_EQ(getrlimit(RLIMIT_AS, &limit), 0);
     const std::size_t before = Memory::Now().mapped;
     rlimit narrow = limit;
-    narrow.rlim_cur = before + MiB;
+    narrow.rlim_cur = before + kMiB;
     ASSERT_EQ(setrlimit(RLIMIT_AS, &narrow), 0);
-    for (const std::size_t size : {2 * MiB, 64 * MiB})
+    for (const std::size_t size : {2 * kMiB, 64 * kMiB})
     {
         EXPECT_THROW(GenDCBuffer{size}, std::bad_alloc) << size;
     }
     ASSERT_EQ(setrlimit(RLIMIT_AS, &limit), 0);
-    EXPECT_LT(Memory::Now().mapped - before, MiB);
+    EXPECT_LT(Memory::Now().mapped - before, kMiB);
 }
 
 // ---- fork
@@ -135,7 +135,7 @@ TEST(GenDCBuffer, AChildMayLookAtAPicture)
     {
         GTEST_SKIP() << "before Linux 5.12 a child must not have the block";
     }
-    for (const std::size_t size : {std::size_t{1000}, 8 * MiB})
+    for (const std::size_t size : {std::size_t{1000}, 8 * kMiB})
     {
         const GenDCBuffer buffer(size);
         std::memset(buffer.GetBuffer(), 77, buffer.GetBufferSize());

@@ -14,8 +14,8 @@
 using nq::test::CountOfProcess;
 using nq::test::GenDCFrame;
 using nq::test::GvcpCamera;
-using nq::test::infinite;
-using nq::test::streamOff;
+using nq::test::kInfinite;
+using nq::test::kStreamOff;
 
 namespace
 {
@@ -76,10 +76,10 @@ TEST_F(GevDataStreamBlocks, AReturnReachesTheEndpointOfItsOwnRunAlsoWhenTheNextO
         "rdma_connect", [] { std::this_thread::sleep_for(std::chrono::milliseconds(400)); }, 2);
     std::thread start;
     streamHeld.beforeRequeue = [&] {
-        start = std::thread([&] { EXPECT_EQ(stream->StartAcquisition(0, infinite), 0); });
+        start = std::thread([&] { EXPECT_EQ(stream->StartAcquisition(0, kInfinite), 0); });
         std::this_thread::sleep_for(std::chrono::milliseconds(200)); // and no lock, which would order the two
     };
-    streamHeld.afterRequeue = [&] { EXPECT_EQ(camera.Count(streamOff), 0) << "the start waits"; };
+    streamHeld.afterRequeue = [&] { EXPECT_EQ(camera.Count(kStreamOff), 0) << "the start waits"; };
     EXPECT_EQ(stream->QueueBuffer(buffer), 0);
     start.join();
     EXPECT_EQ(Receive(1), buffers[1]);
@@ -207,7 +207,7 @@ class GevDataStreamLargeBlocks : public GevDataStreamBlocks
     void Restart()
     {
         ASSERT_EQ(stream->StopAcquisition(1), 0);
-        ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+        ASSERT_EQ(stream->StartAcquisition(0, kInfinite), 0);
     }
 
     /// Frames 1 and 2 in both buffers, then a restart with both queued. The addresses of the frames.
@@ -217,7 +217,7 @@ class GevDataStreamLargeBlocks : public GevDataStreamBlocks
         const std::array<void*, 2> shown = {BaseOf(Receive(1)), BaseOf(Receive(2))};
         EXPECT_EQ(stream->StopAcquisition(1), 0);
         QueueAll();
-        EXPECT_EQ(stream->StartAcquisition(0, infinite), 0);
+        EXPECT_EQ(stream->StartAcquisition(0, kInfinite), 0);
         return shown;
     }
 };
@@ -261,7 +261,7 @@ TEST_F(GevDataStreamLargeBlocks, ABlockThatTwoBuffersShowStaysUntilNeitherDoes)
     ASSERT_EQ(BaseOf(buffers[1]), BaseOf(buffers[0]));
     ASSERT_EQ(stream->StopAcquisition(1), 0);
     QueueAll();
-    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+    ASSERT_EQ(stream->StartAcquisition(0, kInfinite), 0);
     ASSERT_EQ(Receive(1), buffers[0]);
     WaitForFramesReceived(1);
     EXPECT_TRUE(nq::test::IsMapped(shown));
@@ -278,12 +278,12 @@ TEST_F(GevDataStreamLargeBlocks, AnAddressThatARevokeHandedOutStaysUntilTheNextS
     ASSERT_EQ(stream->RevokeBuffer(buffers[0], &address, nullptr), 0);
     EXPECT_EQ(address, shown[0]);
     EXPECT_TRUE(nq::test::IsMapped(address));
-    EXPECT_EQ(stream->StartAcquisition(0, infinite), -1004);
+    EXPECT_EQ(stream->StartAcquisition(0, kInfinite), -1004);
     ASSERT_EQ(stream->StopAcquisition(1), 0);
     SetPayload(64); // so that the next blocks lie elsewhere
     ASSERT_TRUE(nq::test::IsMapped(address)) << "neither a refused start nor a stop takes it away";
     EXPECT_EQ(static_cast<const unsigned char*>(address)[63], 63);
-    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+    ASSERT_EQ(stream->StartAcquisition(0, kInfinite), 0);
     EXPECT_FALSE(nq::test::IsMapped(address));
     EXPECT_TRUE(nq::test::IsMapped(shown[1])) << "shown by a buffer still";
 }
@@ -298,7 +298,7 @@ TEST_F(GevDataStreamLargeBlocks, AnAddressThatARevokeOfTheRunningStreamHandedOut
     SetPayload(64); // so that the next blocks lie elsewhere
     ASSERT_TRUE(nq::test::IsMapped(address));
     EXPECT_EQ(static_cast<const unsigned char*>(address)[63], 63);
-    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+    ASSERT_EQ(stream->StartAcquisition(0, kInfinite), 0);
     EXPECT_FALSE(nq::test::IsMapped(address));
 }
 

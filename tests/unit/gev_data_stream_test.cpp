@@ -23,10 +23,10 @@ using nq::test::CallingThread;
 using nq::test::CountOfProcess;
 using nq::test::GenDCFrame;
 using nq::test::GvcpCamera;
-using nq::test::infinite;
-using nq::test::readSettings;
-using nq::test::streamOff;
-using nq::test::streamOn;
+using nq::test::kInfinite;
+using nq::test::kReadSettings;
+using nq::test::kStreamOff;
+using nq::test::kStreamOn;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -51,7 +51,7 @@ TEST_F(GevDataStream, ThePayloadSizeIsAskedOfTheCameraEachTime)
     camera.SetMemory(0xE620, bytes);
     EXPECT_EQ(stream->DoGetPayloadsize(&type, &value, &size), 0);
     EXPECT_EQ(value, 4096);
-    EXPECT_THAT(camera.Accesses(), ElementsAre(readSettings, readSettings));
+    EXPECT_THAT(camera.Accesses(), ElementsAre(kReadSettings, kReadSettings));
 }
 
 TEST_F(GevDataStream, OpensOnACameraWithTheCapabilityBit)
@@ -92,10 +92,10 @@ TEST_F(GevDataStream, AStreamWithoutADeviceFailsEverythingThatNeedsOne)
 TEST_F(GevDataStream, AStartGoesThroughTheCameraInOrder)
 {
     int enabledBeforeRegistration = 0;
-    fake.OnCall("ibv_reg_mr", [&] { enabledBeforeRegistration = static_cast<int>(camera.Count(streamOn)); });
+    fake.OnCall("ibv_reg_mr", [&] { enabledBeforeRegistration = static_cast<int>(camera.Count(kStreamOn)); });
     Announce(2);
     ASSERT_EQ(stream->DoStartAcquisition(1, 77), 0);
-    EXPECT_THAT(camera.Accesses(), ElementsAre(streamOff, readSettings, streamOn));
+    EXPECT_THAT(camera.Accesses(), ElementsAre(kStreamOff, kReadSettings, kStreamOn));
     EXPECT_EQ(enabledBeforeRegistration, 1);
     EXPECT_THAT(fake.regionLengths, ElementsAre(240, 60, 240, 60)) << "the count is read anew, the sizes are ignored";
     EXPECT_EQ(fake.resolvedAddress.sin_addr.s_addr, htonl(0x7F000001));
@@ -118,12 +118,12 @@ TEST_F(GevDataStream, AFailedConnectIsLoggedAndTheNextStartRemovesTheEndpoint)
     fake.connectAnswer = RDMA_CM_EVENT_REJECTED;
     EXPECT_EQ(stream->DoStartAcquisition(0, 0), -1001);
     EXPECT_TRUE(trace.Has(2, "DoStartAcquisition m_pRdma->ConnectR Failed   CamAddr: 127.0.0.1"));
-    EXPECT_THAT(camera.Accesses(), ElementsAre(streamOff));
+    EXPECT_THAT(camera.Accesses(), ElementsAre(kStreamOff));
     EXPECT_FALSE(fake.LiveObjects().empty()) << "the endpoint stays";
     camera.Forget();
     fake.connectAnswer = RDMA_CM_EVENT_ESTABLISHED;
     EXPECT_EQ(stream->DoStartAcquisition(0, 0), 0);
-    EXPECT_THAT(camera.Accesses(), ElementsAre(streamOff, streamOff, readSettings, streamOn));
+    EXPECT_THAT(camera.Accesses(), ElementsAre(kStreamOff, kStreamOff, kReadSettings, kStreamOn));
     EXPECT_EQ(stream->DoStopAcquisition(0), 0);
 }
 
@@ -133,7 +133,7 @@ TEST_F(GevDataStream, AFailedTransportStartDisablesTheStreamAndLeavesNothing)
     Announce(1);
     EXPECT_EQ(stream->DoStartAcquisition(0, 0), -1001);
     EXPECT_TRUE(trace.Has(2, "DoStartAcquisition Start RDMA Failed"));
-    EXPECT_THAT(camera.Accesses(), ElementsAre(streamOff, readSettings, streamOn, streamOff));
+    EXPECT_THAT(camera.Accesses(), ElementsAre(kStreamOff, kReadSettings, kStreamOn, kStreamOff));
     EXPECT_THAT(fake.LiveObjects(), IsEmpty());
     EXPECT_EQ(stream->DoStopAcquisition(0), -1001);
     EXPECT_TRUE(trace.Has(2, "DoStopAcquisition GC_ERR_ERROR RDMA not initialized"));
@@ -224,7 +224,7 @@ TEST_F(GevDataStream, AFailedFetchCompletesTheTransfer)
 {
     ASSERT_EQ(stream->Open(), 0);
     EXPECT_EQ(stream->AcquireImage(), -1001);
-    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+    ASSERT_EQ(stream->StartAcquisition(0, kInfinite), 0);
     fake.RaiseEvent(RDMA_CM_EVENT_DISCONNECTED);
     EXPECT_EQ(stream->StopAcquisition(0), 0);
 }
@@ -251,7 +251,7 @@ TEST_F(GevDataStream, AStopDisablesTheStreamAndDisconnects)
     Run(1);
     camera.Forget();
     EXPECT_EQ(stream->StopAcquisition(1), 0);
-    EXPECT_THAT(camera.Accesses(), ElementsAre(streamOff));
+    EXPECT_THAT(camera.Accesses(), ElementsAre(kStreamOff));
     EXPECT_TRUE(trace.Has(2, "DoStopAcquisition GC_ERR_NOT_IMPLEMENTED Enter:"));
     EXPECT_THAT(fake.LiveObjects(), testing::UnorderedElementsAre("protection domain"));
 }
@@ -273,7 +273,7 @@ TEST_F(GevDataStream, ARestartWithBuffersStillQueuedWorksWithoutRevokingThem)
     Run(3);
     Receive(1);
     ASSERT_EQ(stream->StopAcquisition(1), 0);
-    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+    ASSERT_EQ(stream->StartAcquisition(0, kInfinite), 0);
     EXPECT_EQ(Receive(1), buffers[1]);
     EXPECT_EQ(Receive(2), buffers[2]);
     ASSERT_EQ(stream->QueueBuffer(buffers[0]), 0);
@@ -285,7 +285,7 @@ TEST_F(GevDataStream, ABufferOfTheRunBeforeCarriesNoIdIntoTheNextRun)
     Run(2);
     void* const buffer = Receive(1);
     ASSERT_EQ(stream->StopAcquisition(1), 0);
-    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+    ASSERT_EQ(stream->StartAcquisition(0, kInfinite), 0);
     fake.WaitForSent(4);
     fake.ForgetCalls();
     ASSERT_EQ(stream->QueueBuffer(buffer), 0);
@@ -322,7 +322,7 @@ TEST_F(GevDataStream, ThePlainValueSurvivesARestartAndAllCountersStartAnew)
     WaitForFramesReceived(2);
     ASSERT_EQ(stream->StopAcquisition(1), 0);
     EXPECT_EQ(Read64(0x80114), 2U) << "a stop leaves the counters";
-    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+    ASSERT_EQ(stream->StartAcquisition(0, kInfinite), 0);
     EXPECT_EQ(Read64(0x80110), 0U);
     EXPECT_EQ(Read64(0x80114), 0U);
     EXPECT_EQ(Read64(0x8010C), 0U);
@@ -372,7 +372,7 @@ TEST_F(GevDataStream, TheLimitStopsTheStreamOnTheAcquisitionThreadItself)
     Receive(2);
     camera.Forget();
     fake.DeliverFrame(GenDCFrame(3, 16, 4));
-    ASSERT_TRUE(camera.WaitFor(streamOff));
+    ASSERT_TRUE(camera.WaitFor(kStreamOff));
     WaitForFramesReceived(3);
     EXPECT_EQ(Read64(0x8010C), 2U);
     EXPECT_EQ(stream->StopAcquisition(0), -1004) << "it has stopped already";
@@ -387,7 +387,7 @@ TEST_F(GevDataStream, StopAndStartInAHurryNeverMeetTheThreadOfTheRunBefore)
     for (int round = 0; round < 3; ++round)
     {
         ASSERT_EQ(stream->StopAcquisition(1), 0);
-        ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+        ASSERT_EQ(stream->StartAcquisition(0, kInfinite), 0);
         EXPECT_EQ(CountOfProcess("task"), threads) << "the old thread has ended before the new one runs";
     }
 }
@@ -404,10 +404,10 @@ TEST_F(GevDataStream, TheDestructorStopsARunningStreamAndWaitsForItsThread)
 
 TEST_F(GevDataStream, AStreamThatWasOpenedWhileItRanNeitherStartsNorStopsAndStillEnds)
 {
-    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+    ASSERT_EQ(stream->StartAcquisition(0, kInfinite), 0);
     ASSERT_EQ(stream->Open(), 0); // from here on it does not count as started
     EXPECT_EQ(stream->StopAcquisition(0), -1004);
-    EXPECT_EQ(stream->StartAcquisition(0, infinite), -1004);
+    EXPECT_EQ(stream->StartAcquisition(0, kInfinite), -1004);
     stream.reset();
     EXPECT_THAT(fake.LiveObjects(), testing::IsEmpty());
 }
@@ -418,7 +418,7 @@ TEST_F(GevDataStream, ACloseOnAnotherThreadEndsAStartThatWaitsForTheCamera)
     Announce(1);
     fake.answers = 2;
     int started = 0;
-    std::thread start([&] { started = stream->StartAcquisition(0, infinite); });
+    std::thread start([&] { started = stream->StartAcquisition(0, kInfinite); });
     fake.WaitForCalls("rdma_connect", 1);
     EXPECT_EQ(stream->Close(), 0);
     EXPECT_TRUE(trace.Has(2, "StartAcquisition DoStartAcquisition Failed! ret:-1001")) << "the start left first";
@@ -428,7 +428,7 @@ TEST_F(GevDataStream, ACloseOnAnotherThreadEndsAStartThatWaitsForTheCamera)
 
     fake.answers = 3;
     ASSERT_EQ(stream->Open(), 0);
-    EXPECT_EQ(stream->StartAcquisition(0, infinite), 0) << "the stream works as before";
+    EXPECT_EQ(stream->StartAcquisition(0, kInfinite), 0) << "the stream works as before";
     EXPECT_EQ(stream->Close(), 0);
 }
 
@@ -438,7 +438,7 @@ TEST_F(GevDataStream, ACloseEndsAStartThatWaitsForTheCameraAndOneThatWaitsForTha
     {
         ASSERT_EQ(stream->Open(), 0);
         fake.answers = 2;
-        const auto start = [&] { EXPECT_EQ(stream->StartAcquisition(0, infinite), -1001); };
+        const auto start = [&] { EXPECT_EQ(stream->StartAcquisition(0, kInfinite), -1001); };
         CallingThread first(start);
         fake.WaitForCalls("rdma_connect", round);
         CallingThread second(start);
@@ -457,7 +457,7 @@ TEST_F(GevDataStream, TheDestructorWaitsForAStartOnAnotherThread)
     ASSERT_EQ(stream->Open(), 0);
     fake.answers = 2;
     int started = 0;
-    std::thread start([&] { started = stream->StartAcquisition(0, infinite); });
+    std::thread start([&] { started = stream->StartAcquisition(0, kInfinite); });
     fake.WaitForCalls("rdma_connect", 1);
     stream.reset();
     EXPECT_TRUE(trace.Has(2, "StartAcquisition DoStartAcquisition Failed! ret:-1001")) << "the start left first";
@@ -469,7 +469,7 @@ TEST_F(GevDataStream, TheDestructorWaitsForAStartOnAnotherThread)
 TEST_F(GevDataStream, ACloseBeforeTheConnectionIsMadeKeepsItFromBeingMade)
 {
     ASSERT_EQ(stream->Open(), 0);
-    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+    ASSERT_EQ(stream->StartAcquisition(0, kInfinite), 0);
     ASSERT_EQ(stream->StopAcquisition(1), 0);
     std::thread close;
     fake.OnCall("ibv_dealloc_pd", [&] {
@@ -480,7 +480,7 @@ TEST_F(GevDataStream, ACloseBeforeTheConnectionIsMadeKeepsItFromBeingMade)
             std::this_thread::yield();
         }
     });
-    EXPECT_EQ(stream->StartAcquisition(0, infinite), -1001);
+    EXPECT_EQ(stream->StartAcquisition(0, kInfinite), -1001);
     close.join();
     EXPECT_EQ(fake.Count("rdma_connect"), 1) << "that of the first start";
 }
@@ -494,9 +494,9 @@ TEST_F(GevDataStream, AfterADisconnectByTheCameraTheLoopRunsOnUntilTheStop)
         std::this_thread::yield();
     }
     EXPECT_EQ(Read64(0x80114), 0U);
-    EXPECT_EQ(stream->StartAcquisition(0, infinite), -1004) << "the consumer is told nothing, the stream runs";
+    EXPECT_EQ(stream->StartAcquisition(0, kInfinite), -1004) << "the consumer is told nothing, the stream runs";
     EXPECT_EQ(stream->StopAcquisition(0), 0);
-    EXPECT_EQ(stream->StartAcquisition(0, infinite), 0);
+    EXPECT_EQ(stream->StartAcquisition(0, kInfinite), 0);
     EXPECT_EQ(Receive(1), buffers[0]);
 }
 

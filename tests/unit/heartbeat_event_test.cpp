@@ -25,7 +25,7 @@ using nq::test::RegisteredEvent;
 namespace
 {
 
-constexpr int connectionEvent = 4000;
+constexpr int kConnectionEvent = 4000;
 
 int StatusOf(const std::vector<unsigned char>& record)
 {
@@ -97,7 +97,7 @@ class Heartbeat : public testing::Test
 
 TEST_F(Heartbeat, ACameraOpenedForControlGivesOneEventWithStatusFive)
 {
-    RegisteredEvent event(parent, connectionEvent);
+    RegisteredEvent event(parent, kConnectionEvent);
     const auto device = Camera(3);
     ASSERT_EQ(device->Open(), 0);
     const std::vector<unsigned char> record = event.Next();
@@ -119,7 +119,7 @@ TEST_F(Heartbeat, NoBeatComesBeforeHalfTheTimeout)
 
 TEST_F(Heartbeat, ACameraThatStopsAnsweringGivesOneEventWithStatusThreeAndIsReadNoMore)
 {
-    RegisteredEvent event(parent, connectionEvent);
+    RegisteredEvent event(parent, kConnectionEvent);
     const auto device = Camera(3);
     ASSERT_EQ(device->Open(), 0);
     ASSERT_EQ(StatusOf(event.Next()), 5);
@@ -133,7 +133,7 @@ TEST_F(Heartbeat, ACameraThatStopsAnsweringGivesOneEventWithStatusThreeAndIsRead
 
 TEST_F(Heartbeat, AThreadThatEndedByItselfIsStillStoppedByClose)
 {
-    RegisteredEvent event(parent, connectionEvent);
+    RegisteredEvent event(parent, kConnectionEvent);
     const auto device = Camera(3);
     ASSERT_EQ(device->Open(), 0);
     ASSERT_EQ(StatusOf(event.Next()), 5);
@@ -154,7 +154,7 @@ TEST_F(Heartbeat, WithNoEventRegisteredTheStatusStillChangesAndTheThreadStillSto
     EXPECT_TRUE(IsQuiet());
     ASSERT_EQ(device->Close(), 0);
 
-    RegisteredEvent event(parent, connectionEvent);
+    RegisteredEvent event(parent, kConnectionEvent);
     const auto exclusive = Camera(4);
     ASSERT_EQ(exclusive->Open(), 0);
     ASSERT_TRUE(camera.WaitFor("read 0x0A00", 3)) << "a status that did not change ends nothing";
@@ -163,7 +163,7 @@ TEST_F(Heartbeat, WithNoEventRegisteredTheStatusStillChangesAndTheThreadStillSto
 
 TEST_F(Heartbeat, ACameraOpenedForExclusiveAccessReportsThreeAndEndsTheThread)
 {
-    RegisteredEvent event(parent, connectionEvent);
+    RegisteredEvent event(parent, kConnectionEvent);
     const auto device = Camera(4);
     ASSERT_EQ(device->Open(), 0);
     EXPECT_EQ(StatusOf(event.Next()), 3);
@@ -172,7 +172,7 @@ TEST_F(Heartbeat, ACameraOpenedForExclusiveAccessReportsThreeAndEndsTheThread)
 
 TEST_F(Heartbeat, AnyOtherValueIsReportedAsItIsAndTheThreadGoesOn)
 {
-    RegisteredEvent event(parent, connectionEvent);
+    RegisteredEvent event(parent, kConnectionEvent);
     const auto device = Camera(3);
     ASSERT_EQ(device->Open(), 0);
     ASSERT_EQ(StatusOf(event.Next()), 5);
@@ -185,7 +185,7 @@ TEST_F(Heartbeat, AnyOtherValueIsReportedAsItIsAndTheThreadGoesOn)
 // Deliberate(ReadOnlyBeatsWithoutAPause)
 TEST_F(Heartbeat, DeliberatelyTheBeatsOfAReadOnlyCameraFollowEachOtherWithoutAPause)
 {
-    RegisteredEvent event(parent, connectionEvent);
+    RegisteredEvent event(parent, kConnectionEvent);
     const auto device = Camera(2);
     ASSERT_EQ(device->Open(), 0);
     ASSERT_TRUE(camera.WaitFor("read 0x0A00", 50));
@@ -195,7 +195,7 @@ TEST_F(Heartbeat, DeliberatelyTheBeatsOfAReadOnlyCameraFollowEachOtherWithoutAPa
 // Deliberate(OneStatusForTheProcess)
 TEST_F(Heartbeat, DeliberatelyOneStatusForTheWholeProcess)
 {
-    RegisteredEvent event(parent, connectionEvent);
+    RegisteredEvent event(parent, kConnectionEvent);
     const auto first = Camera(3);
     ASSERT_EQ(first->Open(), 0);
     ASSERT_EQ(StatusOf(event.Next()), 5);
@@ -211,7 +211,7 @@ TEST_F(Heartbeat, DeliberatelyOneStatusForTheWholeProcess)
 // Deliberate(OneStatusForTheProcess)
 TEST_F(Heartbeat, DeliberatelyTwoCamerasInDifferentStatesReportAChangeAtEachOthersBeats)
 {
-    RegisteredEvent event(parent, connectionEvent);
+    RegisteredEvent event(parent, kConnectionEvent);
     const SecondCamera elsewhere;
     const auto first = Camera(3);
     ASSERT_EQ(first->Open(), 0);
@@ -239,7 +239,7 @@ TEST_F(Heartbeat, DeliberatelyTwoCamerasInDifferentStatesReportAChangeAtEachOthe
 // Deliberate(OneStatusForTheProcess)
 TEST_F(Heartbeat, DeliberatelyALostCameraMakesTheOtherOneReportItsStateAgain)
 {
-    RegisteredEvent event(parent, connectionEvent);
+    RegisteredEvent event(parent, kConnectionEvent);
     const SecondCamera elsewhere;
     const auto first = Camera(3);
     ASSERT_EQ(first->Open(), 0);
@@ -262,7 +262,7 @@ TEST_F(Heartbeat, DeliberatelyALostCameraMakesTheOtherOneReportItsStateAgain)
 
 TEST_F(Heartbeat, TheStatusIsKeptAcrossCloseAndOpen)
 {
-    RegisteredEvent event(parent, connectionEvent);
+    RegisteredEvent event(parent, kConnectionEvent);
     const auto device = Camera(3);
     ASSERT_EQ(device->Open(), 0);
     ASSERT_EQ(StatusOf(event.Next()), 5);
@@ -275,7 +275,7 @@ TEST_F(Heartbeat, TheStatusIsKeptAcrossCloseAndOpen)
 
 TEST_F(Heartbeat, ADeviceIdOfThreeHundredCharactersArrivesAsTwoHundredAndFiftyFiveAndAZeroByte)
 {
-    RegisteredEvent event(parent, connectionEvent);
+    RegisteredEvent event(parent, kConnectionEvent);
     _NQ_GEV_DEVICE_INFO record = LoopbackCamera();
     record.id = std::string(300, 'x');
     const auto device = Camera(3, record);
@@ -288,7 +288,7 @@ TEST_F(Heartbeat, ADeviceIdOfThreeHundredCharactersArrivesAsTwoHundredAndFiftyFi
 
 TEST_F(Heartbeat, AnIdWithAZeroByteEndsThere)
 {
-    RegisteredEvent event(parent, connectionEvent);
+    RegisteredEvent event(parent, kConnectionEvent);
     NQGevRemoteDevice device(&tl, LoopbackCamera(), 3, &parent);
     NQGevThreadHeartbeat heartbeat(&device);
     heartbeat._sendConnectionEvent(-7, std::string("ab\0cd", 5));
@@ -332,8 +332,8 @@ TEST_F(Heartbeat, TheEventMayBeUnregisteredWhileItIsSignalled)
     for (int count = 0; count < 500; ++count)
     {
         void* handle = nullptr;
-        parent.RegisterEvent(connectionEvent, &handle);
-        parent.UnregisterEvent(connectionEvent);
+        parent.RegisterEvent(kConnectionEvent, &handle);
+        parent.UnregisterEvent(kConnectionEvent);
     }
     signaller.join();
 }

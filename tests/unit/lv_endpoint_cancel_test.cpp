@@ -70,14 +70,14 @@ TEST_P(LvEndpointSilence, IsEndedByATeardownOnAnotherThread)
     EXPECT_THAT(fake.LiveObjects(), IsEmpty());
 }
 
-const Texts queuePair = {"rdma_disconnect",          "ibv_destroy_qp",  "ibv_destroy_cq",
-                         "ibv_destroy_comp_channel", "rdma_destroy_id", "rdma_destroy_event_channel"};
+const Texts kQueuePair = {"rdma_disconnect",          "ibv_destroy_qp",  "ibv_destroy_cq",
+                          "ibv_destroy_comp_channel", "rdma_destroy_id", "rdma_destroy_event_channel"};
 
-const Silence silences[] = {{"Address", 0, "rdma_resolve_addr", {"rdma_destroy_id", "rdma_destroy_event_channel"}},
-                            {"Route", 1, "rdma_resolve_route", queuePair},
-                            {"Connection", 2, "rdma_connect", queuePair}};
+const Silence kSilences[] = {{"Address", 0, "rdma_resolve_addr", {"rdma_destroy_id", "rdma_destroy_event_channel"}},
+                             {"Route", 1, "rdma_resolve_route", kQueuePair},
+                             {"Connection", 2, "rdma_connect", kQueuePair}};
 
-INSTANTIATE_TEST_SUITE_P(OfThe, LvEndpointSilence, testing::ValuesIn(silences),
+INSTANTIATE_TEST_SUITE_P(OfThe, LvEndpointSilence, testing::ValuesIn(kSilences),
                          [](const auto& silence) { return std::string(silence.param.name); });
 
 TEST_F(LvEndpointCancel, AnAnswerThatComesLateStillConnects)

@@ -33,8 +33,8 @@ Texts Without(Texts calls, const std::set<std::string>& left)
 }
 
 /// Calls that the endpoint's own threads make at any time.
-const std::set<std::string> ThreadCalls = {"ibv_get_cq_event", "ibv_ack_cq_events", "ibv_req_notify_cq",
-                                           "ibv_poll_cq",      "rdma_get_cm_event", "rdma_ack_cm_event"};
+const std::set<std::string> kThreadCalls = {"ibv_get_cq_event", "ibv_ack_cq_events", "ibv_req_notify_cq",
+                                            "ibv_poll_cq",      "rdma_get_cm_event", "rdma_ack_cm_event"};
 
 void StartStreaming(LvEndpoint& endpoint, std::uint32_t buffers)
 {
@@ -149,14 +149,14 @@ struct FailingStep
 };
 
 /// What a failure leaves to undo, by how far the connection had come.
-const Texts nothing = {};
-const Texts channel = {"rdma_destroy_event_channel"};
-const Texts id = {"rdma_destroy_id", "rdma_destroy_event_channel"};
-const Texts completionChannel = {"ibv_destroy_comp_channel", "rdma_destroy_id", "rdma_destroy_event_channel"};
-const Texts completionQueue = {"ibv_destroy_cq", "ibv_destroy_comp_channel", "rdma_destroy_id",
-                               "rdma_destroy_event_channel"};
-const Texts queuePair = {"rdma_disconnect",          "ibv_destroy_qp",  "ibv_destroy_cq",
-                         "ibv_destroy_comp_channel", "rdma_destroy_id", "rdma_destroy_event_channel"};
+const Texts kNothing = {};
+const Texts kChannel = {"rdma_destroy_event_channel"};
+const Texts kId = {"rdma_destroy_id", "rdma_destroy_event_channel"};
+const Texts kCompletionChannel = {"ibv_destroy_comp_channel", "rdma_destroy_id", "rdma_destroy_event_channel"};
+const Texts kCompletionQueue = {"ibv_destroy_cq", "ibv_destroy_comp_channel", "rdma_destroy_id",
+                                "rdma_destroy_event_channel"};
+const Texts kQueuePair = {"rdma_disconnect",          "ibv_destroy_qp",  "ibv_destroy_cq",
+                          "ibv_destroy_comp_channel", "rdma_destroy_id", "rdma_destroy_event_channel"};
 
 std::ostream& operator<<(std::ostream& out, const FailingStep& step)
 {
@@ -191,7 +191,7 @@ TEST_P(LvEndpointFailure, IsUndoneInTheOrderOfTeardown)
     EXPECT_THROW(LvEndpointAccess::Connect(endpoint, address), std::runtime_error);
     fake.ForgetCalls();
     endpoint.DeInit();
-    EXPECT_EQ(Without(fake.Calls(), ThreadCalls), GetParam().teardown);
+    EXPECT_EQ(Without(fake.Calls(), kThreadCalls), GetParam().teardown);
 }
 
 TEST_P(LvEndpointFailure, MakesInitReturnFalseWithOneLogLineAndNothingLeft)
@@ -218,51 +218,51 @@ TEST_P(LvEndpointFailure, MakesInitReturnFalseWithOneLogLineAndNothingLeft)
     EXPECT_THAT(fake.LiveObjects(), IsEmpty());
 }
 
-const FailingStep failingSteps[] = {
+const FailingStep kFailingSteps[] = {
     {"CreateEventChannel", [](FakeVerbs& fake) { fake.Fail("rdma_create_event_channel", ENODEV); },
-     "Error rdma_create_event_channel(): [No such device]", nothing},
+     "Error rdma_create_event_channel(): [No such device]", kNothing},
     {"CreateId", [](FakeVerbs& fake) { fake.Fail("rdma_create_id", ENOMEM); },
-     "Error rdma_create_id(): [Cannot allocate memory]", channel},
+     "Error rdma_create_id(): [Cannot allocate memory]", kChannel},
     {"ResolveAddr", [](FakeVerbs& fake) { fake.Fail("rdma_resolve_addr", ENETUNREACH); },
-     "Error rdma_resolve_addr(): [Network is unreachable]", id},
+     "Error rdma_resolve_addr(): [Network is unreachable]", kId},
     {"FirstEventUnread", [](FakeVerbs& fake) { fake.Fail("rdma_get_cm_event", EIO, 1); },
-     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ADDR_RESOLVED], received [no event], Result: [-1]", id},
+     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ADDR_RESOLVED], received [no event], Result: [-1]", kId},
     {"FirstEventOther", [](FakeVerbs& fake) { fake.addressAnswer = RDMA_CM_EVENT_ADDR_ERROR; },
      "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ADDR_RESOLVED], received [RDMA_CM_EVENT_ADDR_ERROR], Result: [0]",
-     id},
+     kId},
     {"AllocPd", [](FakeVerbs& fake) { fake.Fail("ibv_alloc_pd", ENOMEM); }, "ibv_alloc_pd(): [Cannot allocate memory]",
-     id},
+     kId},
     {"CreateCompChannel", [](FakeVerbs& fake) { fake.Fail("ibv_create_comp_channel", EMFILE); },
-     "ibv_create_comp_channel(): [Too many open files]", id},
+     "ibv_create_comp_channel(): [Too many open files]", kId},
     {"CreateCq", [](FakeVerbs& fake) { fake.Fail("ibv_create_cq", EINVAL); }, "ibv_create_cq(): [Invalid argument]",
-     completionChannel},
+     kCompletionChannel},
     {"ReqNotify", [](FakeVerbs& fake) { fake.Fail("ibv_req_notify_cq", EIO); },
-     "ibv_req_notify_cq(): [Input/output error]", completionQueue},
+     "ibv_req_notify_cq(): [Input/output error]", kCompletionQueue},
     {"CreateQp", [](FakeVerbs& fake) { fake.Fail("rdma_create_qp", ENOSPC); },
-     "rdma_create_qp(): [No space left on device], Result: [-1]", completionQueue},
+     "rdma_create_qp(): [No space left on device], Result: [-1]", kCompletionQueue},
     {"ResolveRoute", [](FakeVerbs& fake) { fake.Fail("rdma_resolve_route", EINVAL); },
-     "rdma_resolve_route(): [Invalid argument], Result: [-1]", queuePair},
+     "rdma_resolve_route(): [Invalid argument], Result: [-1]", kQueuePair},
     {"SecondEventUnread", [](FakeVerbs& fake) { fake.Fail("rdma_get_cm_event", EIO, 2); },
-     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ROUTE_RESOLVED], received [no event], Result: [-1]", queuePair},
+     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ROUTE_RESOLVED], received [no event], Result: [-1]", kQueuePair},
     {"SecondEventOther", [](FakeVerbs& fake) { fake.routeAnswer = RDMA_CM_EVENT_ROUTE_ERROR; },
      "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ROUTE_RESOLVED], received [RDMA_CM_EVENT_ROUTE_ERROR], Result: [0]",
-     queuePair},
+     kQueuePair},
     {"Connect", [](FakeVerbs& fake) { fake.Fail("rdma_connect", ECONNREFUSED); },
-     "rdma_connect(): [Connection refused], Result: [-1]", queuePair},
+     "rdma_connect(): [Connection refused], Result: [-1]", kQueuePair},
     {"ThirdEventUnread", [](FakeVerbs& fake) { fake.Fail("rdma_get_cm_event", EIO, 3); },
-     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ESTABLISHED], received [no event], Result: [-1]", queuePair},
+     "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ESTABLISHED], received [no event], Result: [-1]", kQueuePair},
     {"CameraRefuses", [](FakeVerbs& fake) { fake.connectAnswer = RDMA_CM_EVENT_REJECTED; },
      "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ESTABLISHED], received [RDMA_CM_EVENT_REJECTED], Result: [0]",
-     queuePair},
+     kQueuePair},
     {"CameraNeverAnswers", [](FakeVerbs& fake) { fake.connectAnswer = RDMA_CM_EVENT_UNREACHABLE; },
      "rdma_get_cm_event(): Expected [RDMA_CM_EVENT_ESTABLISHED], received [RDMA_CM_EVENT_UNREACHABLE], Result: [0]",
-     queuePair},
+     kQueuePair},
     {"CompletionThread", [](FakeVerbs& fake) { fake.OnCall("ibv_req_notify_cq", nq::test::RefuseThreads); },
-     "Error pthread_create(): [11]", completionQueue},
+     "Error pthread_create(): [11]", kCompletionQueue},
     {"EventThread", [](FakeVerbs& fake) { fake.OnCall("rdma_ack_cm_event", nq::test::RefuseThreads, 3); },
-     "Error pthread_create(): [11]", queuePair}};
+     "Error pthread_create(): [11]", kQueuePair}};
 
-INSTANTIATE_TEST_SUITE_P(EachStep, LvEndpointFailure, testing::ValuesIn(failingSteps),
+INSTANTIATE_TEST_SUITE_P(EachStep, LvEndpointFailure, testing::ValuesIn(kFailingSteps),
                          [](const auto& step) { return std::string(step.param.name); });
 
 class LvEndpointSignal : public LvEndpointConnection, public testing::WithParamInterface<int>
@@ -396,7 +396,7 @@ TEST_F(LvEndpointConnection, DeInitGoesInItsOrder)
     fake.WaitForCalls("ibv_post_send", 2);
     fake.ForgetCalls();
     endpoint.DeInit();
-    EXPECT_THAT(Without(fake.Calls(), ThreadCalls),
+    EXPECT_THAT(Without(fake.Calls(), kThreadCalls),
                 ElementsAre("rdma_disconnect", "ibv_post_recv", "ibv_destroy_qp", "ibv_destroy_cq",
                             "ibv_destroy_comp_channel", "ibv_dereg_mr", "ibv_dereg_mr", "ibv_dereg_mr", "ibv_dereg_mr",
                             "rdma_destroy_id", "rdma_destroy_event_channel"));
@@ -471,7 +471,7 @@ TEST_F(LvEndpointConnection, DeInitOfAConnectionWithoutBlocksPostsNothing)
     ASSERT_TRUE(endpoint.Init(&address));
     fake.ForgetCalls();
     endpoint.DeInit();
-    EXPECT_THAT(Without(fake.Calls(), ThreadCalls),
+    EXPECT_THAT(Without(fake.Calls(), kThreadCalls),
                 ElementsAre("rdma_disconnect", "ibv_destroy_qp", "ibv_destroy_cq", "ibv_destroy_comp_channel",
                             "rdma_destroy_id", "rdma_destroy_event_channel"));
 }
@@ -576,7 +576,7 @@ TEST_F(LvEndpointConnection, TheDestructorTearsDownAndGivesTheProtectionDomainBa
         fake.WaitForCalls("ibv_post_send", 1);
         fake.ForgetCalls();
     }
-    EXPECT_THAT(Without(fake.Calls(), ThreadCalls),
+    EXPECT_THAT(Without(fake.Calls(), kThreadCalls),
                 ElementsAre("rdma_disconnect", "ibv_post_recv", "ibv_destroy_qp", "ibv_destroy_cq",
                             "ibv_destroy_comp_channel", "ibv_dereg_mr", "ibv_dereg_mr", "rdma_destroy_id",
                             "rdma_destroy_event_channel", "ibv_dealloc_pd"));

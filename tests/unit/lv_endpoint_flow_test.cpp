@@ -11,11 +11,11 @@
 #include <thread>
 #include <unistd.h>
 
-using nq::test::block;
 using nq::test::Bytes;
 using nq::test::CountOfProcess;
 using nq::test::EndpointFlowFixture;
-using nq::test::payload;
+using nq::test::kBlock;
+using nq::test::kPayload;
 using nq::test::Posts;
 using nq::test::Texts;
 using testing::Each;
@@ -36,9 +36,9 @@ TEST_F(LvEndpointFlow, EachBlockAndEachReadyMessageIsRegisteredInTurn)
 {
     Connect();
     Register(2);
-    EXPECT_THAT(fake.regionLengths, ElementsAre(block, 60, block, 60));
+    EXPECT_THAT(fake.regionLengths, ElementsAre(kBlock, 60, kBlock, 60));
     EXPECT_THAT(fake.regionAccess, ElementsAre(IBV_ACCESS_LOCAL_WRITE, 0, IBV_ACCESS_LOCAL_WRITE, 0));
-    EXPECT_EQ(LvEndpointAccess::Receive(*endpoint, 1)->length, block);
+    EXPECT_EQ(LvEndpointAccess::Receive(*endpoint, 1)->length, kBlock);
     EXPECT_EQ(LvEndpointAccess::Send(*endpoint, 1)->length, 0U);
     endpoint->DeInit();
     endpoint.reset();
@@ -102,7 +102,7 @@ TEST_P(LvEndpointRefusal, ARefusedRegionEndsRegistrationSilentlyAndLaterBlocksSt
     fake.WaitForCalls("ibv_post_send", sends);
     for (int frame = 0; frame < receives; ++frame)
     {
-        fake.DeliverFrame(Bytes(block, 7));
+        fake.DeliverFrame(Bytes(kBlock, 7));
         gevrdmaBuffer buffer{};
         ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
         endpoint->HandOver(buffer.id);
@@ -130,7 +130,7 @@ TEST_F(LvEndpointFlow, AllReceivesArePostedBeforeTheFirstReadyMessage)
     EXPECT_THAT(Posts(fake.Calls()), ElementsAre("ibv_post_recv", "ibv_post_recv", "ibv_post_recv", "ibv_post_send",
                                                  "ibv_post_send", "ibv_post_send"));
     EXPECT_THAT(fake.ReceiveIds(), ElementsAre(IdOf(0), IdOf(1), IdOf(2)));
-    EXPECT_THAT(fake.ReceiveLengths(), Each(block));
+    EXPECT_THAT(fake.ReceiveLengths(), Each(kBlock));
 }
 
 TEST_F(LvEndpointFlow, TheReadyMessageIs60BytesWithBytes0And3Set)
@@ -166,7 +166,7 @@ TEST_F(LvEndpointFlow, WithABufferCountOfZeroTheWorkerPostsNothingAndGetBufferBl
 TEST_F(LvEndpointFlow, AReturnedBlockCostsOneReceiveAndThenOneReadyMessage)
 {
     Stream(2);
-    fake.DeliverFrame(Bytes(block, 7));
+    fake.DeliverFrame(Bytes(kBlock, 7));
     gevrdmaBuffer buffer{};
     ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
     fake.ForgetCalls();
@@ -180,7 +180,7 @@ TEST_F(LvEndpointFlow, AReadyMessageWaitsUntilAnEarlierOneHasCompleted)
 {
     fake.completesSends = false;
     Stream(1);
-    fake.DeliverFrame(Bytes(block, 7));
+    fake.DeliverFrame(Bytes(kBlock, 7));
     gevrdmaBuffer buffer{};
     ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
     endpoint->HandOver(buffer.id);
@@ -196,7 +196,7 @@ TEST_F(LvEndpointFlow, StopDuringTheWaitForAFreeSendDropsTheDescriptorAlreadyTak
     const long threads = CountOfProcess("task");
     fake.completesSends = false;
     Stream(1);
-    fake.DeliverFrame(Bytes(block, 7));
+    fake.DeliverFrame(Bytes(kBlock, 7));
     gevrdmaBuffer buffer{};
     ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
     endpoint->HandOver(buffer.id);
@@ -234,7 +234,7 @@ TEST_P(LvEndpointCount, EveryReceiveAndThenEveryReadyMessageIsPostedAndWhatTheQu
     gevrdmaBuffer buffer{};
     for (std::uint32_t frame = 0; frame < taken; ++frame)
     {
-        fake.DeliverFrame(Bytes(block, 7));
+        fake.DeliverFrame(Bytes(kBlock, 7));
         ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
         EXPECT_EQ(buffer.id, LvEndpointAccess::Receive(*endpoint, frame));
     }
@@ -260,7 +260,7 @@ TEST_F(LvEndpointFlow, BlocksReturnedTogetherCostOneReceiveAndOneReadyMessageEac
     Stream(3);
     for (int frame = 0; frame < 3; ++frame)
     {
-        fake.DeliverFrame(Bytes(block, 7));
+        fake.DeliverFrame(Bytes(kBlock, 7));
     }
     fake.ForgetCalls();
     for (int frame = 0; frame < 3; ++frame)
@@ -297,18 +297,18 @@ TEST_F(LvEndpointFlow, ARefusedWorkerThreadIsRaisedWithItsText)
 TEST_F(LvEndpointFlow, AFrameIsHandedOnByItsPointers)
 {
     Stream(2);
-    Bytes frame(block, 0);
+    Bytes frame(kBlock, 0);
     frame[0] = 0x47;
-    frame[block - 1] = 0x99;
+    frame[kBlock - 1] = 0x99;
     fake.DeliverFrame(frame);
     gevrdmaBuffer buffer{};
     ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
     EXPECT_EQ(buffer.id, LvEndpointAccess::Receive(*endpoint, 0));
     EXPECT_EQ(buffer.data, LvEndpointAccess::Receive(*endpoint, 0)->addr);
-    EXPECT_EQ(buffer.size, block);
-    EXPECT_EQ(buffer.received, block);
+    EXPECT_EQ(buffer.size, kBlock);
+    EXPECT_EQ(buffer.received, kBlock);
     EXPECT_EQ(buffer.data[0], 0x47);
-    EXPECT_EQ(buffer.data[block - 1], 0x99);
+    EXPECT_EQ(buffer.data[kBlock - 1], 0x99);
 }
 
 TEST_F(LvEndpointFlow, AFrameShorterThanItsBlockCompletesNormallyWithReceivedBelowSize)
@@ -317,7 +317,7 @@ TEST_F(LvEndpointFlow, AFrameShorterThanItsBlockCompletesNormallyWithReceivedBel
     fake.DeliverFrame(Bytes(300, 1));
     gevrdmaBuffer buffer{};
     ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
-    EXPECT_EQ(buffer.size, block);
+    EXPECT_EQ(buffer.size, kBlock);
     EXPECT_EQ(buffer.received, 300U);
     EXPECT_FALSE(LvEndpointAccess::Stopped(*endpoint));
 }
@@ -325,7 +325,7 @@ TEST_F(LvEndpointFlow, AFrameShorterThanItsBlockCompletesNormallyWithReceivedBel
 TEST_F(LvEndpointFlow, AFrameLongerThanItsBlockIsAFailedCompletionAndEndsTheFlow)
 {
     Stream(2);
-    fake.RaiseCompletion(IdOf(0), IBV_WC_LOC_LEN_ERR, IBV_WC_RECV, block + 1);
+    fake.RaiseCompletion(IdOf(0), IBV_WC_LOC_LEN_ERR, IBV_WC_RECV, kBlock + 1);
     gevrdmaBuffer buffer{};
     EXPECT_EQ(endpoint->GetBuffer(&buffer), -1004);
     EXPECT_EQ(buffer.id, nullptr);
@@ -338,7 +338,7 @@ TEST_F(LvEndpointFlow, FramesComeInTheOrderOfTheirArrival)
     Stream(3);
     for (unsigned char value = 1; value <= 3; ++value)
     {
-        fake.DeliverFrame(Bytes(block, value));
+        fake.DeliverFrame(Bytes(kBlock, value));
     }
     for (unsigned char value = 1; value <= 3; ++value)
     {
@@ -374,7 +374,7 @@ TEST_F(LvEndpointFlow, SignalsThatInterruptTheThreadsChangeNothing)
     for (int round = 0; round < 20; ++round)
     {
         interruptAll();
-        fake.DeliverFrame(Bytes(block, 1));
+        fake.DeliverFrame(Bytes(kBlock, 1));
         ASSERT_EQ(endpoint->GetBuffer(&frame), 0);
         interruptAll();
         ASSERT_EQ(endpoint->RequeueBuffer(&frame), 0);

@@ -4,8 +4,8 @@
 
 #include "support/endpoint_flow_fixture.h"
 
-using nq::test::block;
 using nq::test::Bytes;
+using nq::test::kBlock;
 using nq::test::Posts;
 using nq::test::Texts;
 using testing::ElementsAre;
@@ -41,7 +41,7 @@ TEST_F(LvEndpointRequeue, ARequeueBeforeInitReturnsNotConnectedAndOneBeforeRegis
 TEST_F(LvEndpointRequeue, ARequeueAfterDeInitReturnsNotConnectedAndPostsNothing)
 {
     Stream(1);
-    fake.DeliverFrame(Bytes(block, 7));
+    fake.DeliverFrame(Bytes(kBlock, 7));
     gevrdmaBuffer buffer{};
     ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
     endpoint->DeInit();
@@ -61,7 +61,7 @@ TEST_F(LvEndpointRequeue, AnIdThatIsNotOfThisEndpointNeverReachesAPost)
     gevrdmaBuffer taken{};
     for (int frame = 0; frame < 2; ++frame)
     {
-        fake.DeliverFrame(Bytes(block, 7));
+        fake.DeliverFrame(Bytes(kBlock, 7));
         ASSERT_EQ(endpoint->GetBuffer(&taken), 0);
         endpoint->HandOver(taken.id);
     }
@@ -86,14 +86,14 @@ TEST_F(LvEndpointRequeue, ABlockThatIsNotWithTheConsumerIsNotPostedASecondTime)
 {
     Stream(2);
     EXPECT_EQ(endpoint->RequeueBufferByID(LvEndpointAccess::Receive(*endpoint, 0)), 0) << "it is posted already";
-    fake.DeliverFrame(Bytes(block, 7));
+    fake.DeliverFrame(Bytes(kBlock, 7));
     gevrdmaBuffer buffer{};
     ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
     EXPECT_EQ(endpoint->RequeueBuffer(&buffer), 0);
     EXPECT_EQ(endpoint->RequeueBuffer(&buffer), 0);
     EXPECT_EQ(endpoint->RequeueBufferByID(buffer.id), 0);
     fake.WaitForSent(3);
-    fake.DeliverFrame(Bytes(block, 8)); // in the other block
+    fake.DeliverFrame(Bytes(kBlock, 8)); // in the other block
     ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
     EXPECT_EQ(endpoint->RequeueBuffer(&buffer), 0);
     fake.WaitForSent(4);
@@ -104,7 +104,7 @@ TEST_F(LvEndpointRequeue, ABlockThatIsBeingDecodedOrDeliveredIsNotGivenBackByIts
 {
     Stream(2);
     fake.WaitForSent(2);
-    fake.DeliverFrame(Bytes(block, 7));
+    fake.DeliverFrame(Bytes(kBlock, 7));
     gevrdmaBuffer buffer{};
     ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
     EXPECT_EQ(endpoint->RequeueBufferByID(buffer.id), 0) << "no error: its buffer gets the frame";
@@ -114,7 +114,7 @@ TEST_F(LvEndpointRequeue, ABlockThatIsBeingDecodedOrDeliveredIsNotGivenBackByIts
     EXPECT_EQ(endpoint->RequeueBufferByID(buffer.id), 0);
     endpoint->HandOver(buffer.id); // given back meanwhile
     EXPECT_EQ(endpoint->RequeueBufferByID(buffer.id), 0);
-    fake.DeliverFrame(Bytes(block, 8));
+    fake.DeliverFrame(Bytes(kBlock, 8));
     ASSERT_EQ(endpoint->GetBuffer(&buffer), 0);
     EXPECT_EQ(endpoint->RequeueBuffer(&buffer), 0);
     fake.WaitForSent(4);

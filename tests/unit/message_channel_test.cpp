@@ -34,11 +34,11 @@ using Bytes = nq::test::Bytes;
 namespace
 {
 
-constexpr int remoteDeviceEvent = 4;
+constexpr int kRemoteDeviceEvent = 4;
 
 /// An event packet: header, then 16 bytes of which the third and fourth are the event id 0x9001.
-const Bytes eventPacket = {0x42, 0x01, 0x00, 0xC0, 0x00, 0x10, 0x00, 0x07, 0x00, 0x00, 0x90, 0x01,
-                           0xFF, 0xFF, 0x00, 0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88};
+const Bytes kEventPacket = {0x42, 0x01, 0x00, 0xC0, 0x00, 0x10, 0x00, 0x07, 0x00, 0x00, 0x90, 0x01,
+                            0xFF, 0xFF, 0x00, 0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88};
 
 /// An IPv4 UDP socket on a port, and on all addresses unless one is given.
 class UdpSocket
@@ -105,7 +105,7 @@ double ProcessorTime()
 class MessageChannel : public testing::Test
 {
   protected:
-    MessageChannel() : event(parent, remoteDeviceEvent), remote(&tl, LoopbackCamera(), 3, &parent)
+    MessageChannel() : event(parent, kRemoteDeviceEvent), remote(&tl, LoopbackCamera(), 3, &parent)
     {
         camera.SetRegister(0x0938, 60000);
         EXPECT_EQ(remote.Open(), 0);
@@ -116,7 +116,7 @@ class MessageChannel : public testing::Test
     void ExpectDropped(const Bytes& datagram)
     {
         camera.Send(datagram, "127.0.0.1", 3456);
-        camera.Send(eventPacket, "127.0.0.1", 3456);
+        camera.Send(kEventPacket, "127.0.0.1", 3456);
         ASSERT_FALSE(event.Next().empty());
         EXPECT_EQ(event.Pending(), 0U);
     }
@@ -198,11 +198,11 @@ TEST_F(MessageChannel, AnEventPacketOfTwentyFourBytesGivesARecordOfLengthSixteen
 {
     NQGevMessageStream channel(0, &parent, &remote);
     channel.Start();
-    camera.Send(eventPacket, "127.0.0.1", 3456);
+    camera.Send(kEventPacket, "127.0.0.1", 3456);
     const Bytes record = event.Next();
     ASSERT_FALSE(record.empty());
     EXPECT_EQ(Bytes(record.begin(), record.begin() + 6), (Bytes{0x01, 0x90, 0x00, 0x00, 0x10, 0x00}));
-    EXPECT_EQ(Bytes(record.begin() + 6, record.begin() + 22), Bytes(eventPacket.begin() + 8, eventPacket.end()));
+    EXPECT_EQ(Bytes(record.begin() + 6, record.begin() + 22), Bytes(kEventPacket.begin() + 8, kEventPacket.end()));
     EXPECT_EQ(record[546], 0xEE) << "the record is 546 bytes";
     channel.Stop();
 }
@@ -211,7 +211,7 @@ TEST_F(MessageChannel, ALongerEventPacketStillGivesSixteenBytes)
 {
     NQGevMessageStream channel(0, &parent, &remote);
     channel.Start();
-    Bytes packet = eventPacket;
+    Bytes packet = kEventPacket;
     packet.resize(1400, 0x77);
     camera.Send(packet, "127.0.0.1", 3456);
     const Bytes record = event.Next();
@@ -225,7 +225,7 @@ TEST_F(MessageChannel, AnEventPacketOfTwentyThreeBytesIsDropped)
 {
     NQGevMessageStream channel(0, &parent, &remote);
     channel.Start();
-    ExpectDropped(Bytes(eventPacket.begin(), eventPacket.end() - 1));
+    ExpectDropped(Bytes(kEventPacket.begin(), kEventPacket.end() - 1));
     ExpectDropped({});
     ExpectDropped({0x42});
     channel.Stop();
@@ -235,7 +235,7 @@ TEST_F(MessageChannel, ADatagramWithTheKeyAndCode0080IsDropped)
 {
     NQGevMessageStream channel(0, &parent, &remote);
     channel.Start();
-    Bytes packet = eventPacket;
+    Bytes packet = kEventPacket;
     packet[3] = 0x80;
     ExpectDropped(packet);
     packet[3] = 0xC0;
@@ -248,7 +248,7 @@ TEST_F(MessageChannel, ADatagramWithAnotherKeyIsDropped)
 {
     NQGevMessageStream channel(0, &parent, &remote);
     channel.Start();
-    Bytes packet = eventPacket;
+    Bytes packet = kEventPacket;
     packet[0] = 0x43;
     ExpectDropped(packet);
     channel.Stop();
@@ -259,7 +259,7 @@ TEST_F(MessageChannel, NoAnswerIsSentWhateverTheFlagsSay)
     NQGevMessageStream channel(0, &parent, &remote);
     channel.Start();
     camera.Forget();
-    camera.Send(eventPacket, "127.0.0.1", 3456);
+    camera.Send(kEventPacket, "127.0.0.1", 3456);
     ASSERT_FALSE(event.Next().empty());
     channel.Stop();
     EXPECT_THAT(camera.Accesses(), ElementsAre("write 0x0B00 = 0x00000000"));
@@ -270,17 +270,17 @@ TEST_F(MessageChannel, AnyHostMaySendAnEvent)
     NQGevMessageStream channel(0, &parent, &remote);
     channel.Start();
     const UdpSocket foreign(50000);
-    foreign.Send(3456, eventPacket);
+    foreign.Send(3456, kEventPacket);
     EXPECT_FALSE(event.Next().empty());
     channel.Stop();
 }
 
 TEST_F(MessageChannel, WithoutARegisteredEventPacketsAreDropped)
 {
-    ASSERT_EQ(parent.UnregisterEvent(remoteDeviceEvent), 0);
+    ASSERT_EQ(parent.UnregisterEvent(kRemoteDeviceEvent), 0);
     NQGevMessageStream channel(0, &parent, &remote);
     channel.Start();
-    camera.Send(eventPacket, "127.0.0.1", 3456);
+    camera.Send(kEventPacket, "127.0.0.1", 3456);
     channel.Stop();
 }
 
@@ -290,7 +290,7 @@ TEST_F(MessageChannel, EventsKeepTheirOrder)
     channel.Start();
     for (unsigned char number = 0; number < 20; ++number)
     {
-        Bytes packet = eventPacket;
+        Bytes packet = kEventPacket;
         packet[11] = number;
         camera.Send(packet, "127.0.0.1", 3456);
     }
@@ -369,7 +369,7 @@ TEST_F(MessageChannel, AnEventStormDoesNotHoldUpTheStop)
     std::thread sender([&] {
         while (storm)
         {
-            camera.Send(eventPacket, "127.0.0.1", 3456);
+            camera.Send(kEventPacket, "127.0.0.1", 3456);
         }
     });
     const bool arrived = !event.Next().empty();

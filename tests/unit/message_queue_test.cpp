@@ -11,7 +11,7 @@
 namespace
 {
 
-const auto running = [] { return false; };
+const auto kRunning = [] { return false; };
 
 TEST(MessageQueue, GivesEntriesInTheOrderOfPushing)
 {
@@ -24,12 +24,12 @@ TEST(MessageQueue, GivesEntriesInTheOrderOfPushing)
         queue.Push(&messages[pushed]);
         if (pushed % 3 == 2)
         {
-            EXPECT_EQ(queue.Pop(running), &messages[taken++]);
+            EXPECT_EQ(queue.Pop(kRunning), &messages[taken++]);
         }
     }
     while (taken < 40)
     {
-        EXPECT_EQ(queue.Pop(running), &messages[taken++]);
+        EXPECT_EQ(queue.Pop(kRunning), &messages[taken++]);
     }
 }
 
@@ -39,7 +39,7 @@ TEST(MessageQueue, AStoppedPopTakesNothing)
     MessageQueue queue;
     queue.Push(&message);
     EXPECT_EQ(queue.Pop([] { return true; }), nullptr);
-    EXPECT_EQ(queue.Pop(running), &message);
+    EXPECT_EQ(queue.Pop(kRunning), &message);
 }
 
 TEST(MessageQueue, AStopSeenAfterAWakeLeavesTheEntryOfThatWake)
@@ -56,7 +56,7 @@ TEST(MessageQueue, AStopSeenAfterAWakeLeavesTheEntryOfThatWake)
     queue.Push(&message);
     consumer.join();
     EXPECT_EQ(taken, nullptr);
-    EXPECT_EQ(queue.Pop(running), &message);
+    EXPECT_EQ(queue.Pop(kRunning), &message);
 }
 
 TEST(MessageQueue, ASleepingPopIsWokenByAPush)
@@ -64,7 +64,7 @@ TEST(MessageQueue, ASleepingPopIsWokenByAPush)
     msg_buffer_mem message{};
     MessageQueue queue;
     msg_buffer_mem* taken = nullptr;
-    std::thread consumer([&] { taken = queue.Pop(running); });
+    std::thread consumer([&] { taken = queue.Pop(kRunning); });
     queue.Push(&message);
     consumer.join();
     EXPECT_EQ(taken, &message);
@@ -73,20 +73,20 @@ TEST(MessageQueue, ASleepingPopIsWokenByAPush)
 TEST(MessageQueue, EachPushWakesASleepingPopLongBeforeItsDeadline)
 {
     // Back and forth between two sleepers: at 800 ms for each way this would last for ten minutes.
-    constexpr int rounds = 400;
+    constexpr int kRounds = 400;
     msg_buffer_mem message{};
     MessageQueue there;
     MessageQueue back;
     std::thread other([&] {
-        for (int round = 0; round < rounds; ++round)
+        for (int round = 0; round < kRounds; ++round)
         {
-            back.Push(there.Pop(running));
+            back.Push(there.Pop(kRunning));
         }
     });
-    for (int round = 0; round < rounds; ++round)
+    for (int round = 0; round < kRounds; ++round)
     {
         there.Push(&message);
-        ASSERT_EQ(back.Pop(running), &message);
+        ASSERT_EQ(back.Pop(kRunning), &message);
     }
     other.join();
 }

@@ -84,7 +84,7 @@ TEST_P(AnyPort, NeedsBufferAndSizeForEveryAccess)
 }
 
 INSTANTIATE_TEST_SUITE_P(Modules, AnyPort,
-                         testing::Values(systemPort, interfacePort, devicePort, streamPort, remotePort), NameOf);
+                         testing::Values(kSystemPort, kInterfacePort, kDevicePort, kStreamPort, kRemotePort), NameOf);
 
 // Deliberate(PortVersionOfItsOwn)
 TEST_P(Port, TellsItsIdentityOfWhichOnlyTheDeviceHasAVersionOfItsOwn)
@@ -226,7 +226,7 @@ TEST_P(Port, DeliberatelyAStoredNumberTakesTheFirstFourBytesWhateverTheSizeSays)
     EXPECT_GE(stored, 1U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Modules, Port, testing::Values(systemPort, interfacePort, devicePort, streamPort), NameOf);
+INSTANTIATE_TEST_SUITE_P(Modules, Port, testing::Values(kSystemPort, kInterfacePort, kDevicePort, kStreamPort), NameOf);
 
 // ---- the system's own
 

@@ -47,8 +47,8 @@ TEST(RegisterDescriptionForeign, Libxml2ReadsAllFourTextsWithoutAComplaint)
     for (const Map& map : Maps())
     {
         const std::string text = map.create();
-        constexpr int pedantic = 1 << 7;
-        void* const document = read(text.data(), static_cast<int>(text.size()), nullptr, nullptr, pedantic);
+        constexpr int kPedantic = 1 << 7;
+        void* const document = read(text.data(), static_cast<int>(text.size()), nullptr, nullptr, kPedantic);
         EXPECT_NE(document, nullptr) << map.name;
         if (document != nullptr)
         {

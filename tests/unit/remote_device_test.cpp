@@ -23,9 +23,9 @@ using Texts = std::vector<std::string>;
 namespace
 {
 
-constexpr int readOnly = 2;
-constexpr int control = 3;
-constexpr int exclusive = 4;
+constexpr int kReadOnly = 2;
+constexpr int kControl = 3;
+constexpr int kExclusive = 4;
 
 std::set<std::string> OpenDescriptors()
 {
@@ -54,7 +54,7 @@ class RemoteDevice : public testing::Test
 
 TEST_F(RemoteDevice, OpenForControlWritesTwoToThePrivilegeAndReadsTimeoutAndCapability)
 {
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     ASSERT_EQ(device.Open(), 0);
     EXPECT_THAT(camera.Accesses(),
                 ElementsAre("write 0x0A00 = 0x00000002", "read 0x0938", "read 0x0934", "read 0x0D3C"));
@@ -66,7 +66,7 @@ TEST_F(RemoteDevice, OpenForControlWritesTwoToThePrivilegeAndReadsTimeoutAndCapa
 
 TEST_F(RemoteDevice, OpenForExclusiveAccessWritesOneToThePrivilege)
 {
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), exclusive, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kExclusive, nullptr);
     ASSERT_EQ(device.Open(), 0);
     EXPECT_THAT(camera.Accesses(),
                 ElementsAre("write 0x0A00 = 0x00000001", "read 0x0938", "read 0x0934", "read 0x0D3C"));
@@ -74,7 +74,7 @@ TEST_F(RemoteDevice, OpenForExclusiveAccessWritesOneToThePrivilege)
 
 TEST_F(RemoteDevice, OpenForReadingWritesNothingToThePrivilege)
 {
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), readOnly, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kReadOnly, nullptr);
     ASSERT_EQ(device.Open(), 0);
     ASSERT_TRUE(camera.WaitFor("read 0x0A00", 10)) << "the heartbeat runs without a pause";
     EXPECT_THAT(camera.AccessesBut("read 0x0A00"), ElementsAre("read 0x0D3C"));
@@ -94,7 +94,7 @@ TEST_F(RemoteDevice, OpenWithAnotherAccessModeWritesZeroToThePrivilege)
 TEST_F(RemoteDevice, CapabilityBitTwentyHexMakesOpenWriteTwoToTheConfiguration)
 {
     camera.SetRegister(0x0934, 0x80000020);
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     ASSERT_EQ(device.Open(), 0);
     EXPECT_THAT(camera.Accesses(), ElementsAre("write 0x0A00 = 0x00000002", "read 0x0938", "read 0x0934",
                                                "write 0x0954 = 0x00000002", "read 0x0D3C"));
@@ -105,14 +105,14 @@ TEST_F(RemoteDevice, CapabilityBitTwentyHexMakesOpenWriteTwoToTheConfiguration)
 TEST_F(RemoteDevice, DeliberatelyACameraThatRefusesThePrivilegeIsOpenedAllTheSame)
 {
     camera.SetStatus(0x0A00, 0x8006);
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     EXPECT_EQ(device.Open(), 0);
     EXPECT_EQ(camera.Accesses().back(), "read 0x0D3C");
 }
 
 TEST_F(RemoteDevice, CanBeClosedAndOpenedAgain)
 {
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     ASSERT_EQ(device.Open(), 0);
     ASSERT_EQ(device.Close(), 0);
     camera.Forget();
@@ -125,7 +125,7 @@ TEST_F(RemoteDevice, TheDestructorClosesAnOpenModule)
 {
     const std::set<std::string> before = OpenDescriptors();
     {
-        NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+        NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
         ASSERT_EQ(device.Open(), 0);
         camera.Forget();
     }
@@ -135,7 +135,7 @@ TEST_F(RemoteDevice, TheDestructorClosesAnOpenModule)
 
 TEST_F(RemoteDevice, FixedAnswers)
 {
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     EXPECT_TRUE(device.IsPortImplemented());
     for (const int event : {0, 1, 4, 5, 4000, 5000, -1})
     {
@@ -153,7 +153,7 @@ TEST_F(RemoteDevice, PortInfoTellsTheCamerasEndiannessAndTheAccessMode)
 {
     _NQ_GEV_DEVICE_INFO record = LoopbackCamera();
     record.deviceMode = 0x80000001;
-    NQGevRemoteDevice big(&tl, record, control, nullptr);
+    NQGevRemoteDevice big(&tl, record, kControl, nullptr);
     GigERDMA::_NQ_GENTL_PORT_INFO info = big.GetPortInfo();
     EXPECT_EQ(info.id, "NQGenTLGevRDMA");
     EXPECT_EQ(info.vendor, "Nerquil Optic");
@@ -170,7 +170,7 @@ TEST_F(RemoteDevice, PortInfoTellsTheCamerasEndiannessAndTheAccessMode)
     EXPECT_FALSE(info.accessNI);
 
     record.deviceMode = 0x00000001;
-    NQGevRemoteDevice little(&tl, record, readOnly, nullptr);
+    NQGevRemoteDevice little(&tl, record, kReadOnly, nullptr);
     info = little.GetPortInfo();
     EXPECT_FALSE(info.bigEndian);
     EXPECT_TRUE(info.littleEndian);
@@ -180,7 +180,7 @@ TEST_F(RemoteDevice, PortInfoTellsTheCamerasEndiannessAndTheAccessMode)
 
 TEST_F(RemoteDevice, AccessStatusMapsThePrivilegeRegister)
 {
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     EXPECT_EQ(device.GetAccessStatus(), 0) << "a camera never opened is unknown";
     EXPECT_TRUE(camera.Accesses().empty());
     ASSERT_EQ(device.Open(), 0);
@@ -197,7 +197,7 @@ TEST_F(RemoteDevice, AccessStatusMapsThePrivilegeRegister)
 // Deliberate(ExclusiveIsNoAccess)
 TEST_F(RemoteDevice, DeliberatelyExclusiveAccessCountsAsNoAccess)
 {
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), exclusive, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kExclusive, nullptr);
     ASSERT_EQ(device.Open(), 0);
     EXPECT_EQ(camera.GetRegister(0x0A00), 1U);
     EXPECT_EQ(device.GetAccessStatus(), 3);
@@ -205,7 +205,7 @@ TEST_F(RemoteDevice, DeliberatelyExclusiveAccessCountsAsNoAccess)
 
 TEST_F(RemoteDevice, AccessStatusOfACameraThatDoesNotAnswerIsNoAccess)
 {
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     ASSERT_EQ(device.Open(), 0);
     const TraceCapture trace;
     EXPECT_EQ(device.GetAccessStatus(), 5);
@@ -222,7 +222,7 @@ TEST_F(RemoteDevice, ChannelCountsComeFromTheirRegistersAndAreZeroWithoutACamera
 {
     camera.SetRegister(0x0904, 3);
     camera.SetRegister(0x0900, 2);
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     EXPECT_EQ(device.GetStreamChannelCount(), 0U);
     EXPECT_EQ(device.GetMessageChannelCount(), 0U);
     ASSERT_EQ(device.Open(), 0);
@@ -236,7 +236,7 @@ TEST_F(RemoteDevice, ChannelCountsComeFromTheirRegistersAndAreZeroWithoutACamera
 
 TEST_F(RemoteDevice, EnableStreamWritesTheHighestBitOrZero)
 {
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     EXPECT_FALSE(device.EnableStream(true)) << "no camera is open";
     ASSERT_EQ(device.Open(), 0);
     camera.Forget();
@@ -249,7 +249,7 @@ TEST_F(RemoteDevice, EnableStreamWritesTheHighestBitOrZero)
 
 TEST_F(RemoteDevice, MessageRegistersNeedAnOpenCamera)
 {
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     EXPECT_EQ(device.GetSourcePort(), 0U);
     EXPECT_FALSE(device.SetMessagePort(3456));
     EXPECT_FALSE(device.SetMessageAddress(0x7F000001));
@@ -259,7 +259,7 @@ TEST_F(RemoteDevice, MessageRegistersNeedAnOpenCamera)
 TEST_F(RemoteDevice, MessageRegistersAreWrittenAndReadInHostOrder)
 {
     camera.SetRegister(0x0B1C, 0x0000C123);
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     ASSERT_EQ(device.Open(), 0);
     camera.Forget();
     EXPECT_EQ(device.GetSourcePort(), 0xC123U);
@@ -271,7 +271,7 @@ TEST_F(RemoteDevice, MessageRegistersAreWrittenAndReadInHostOrder)
 
 TEST_F(RemoteDevice, EachFailedMessageRegisterIsTracedByEveryLayer)
 {
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     ASSERT_EQ(device.Open(), 0);
     for (const unsigned int address : {0x0B1CU, 0x0B00U, 0x0B10U})
     {
@@ -293,7 +293,7 @@ TEST_F(RemoteDevice, EachFailedMessageRegisterIsTracedByEveryLayer)
 TEST_F(RemoteDevice, StreamCapabilityIsTheRegisterInHostOrder)
 {
     camera.SetRegister(0x092C, 0x04030201);
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     _NQ_STREAM_CAPABILITY capability = {};
     EXPECT_FALSE(device.GetStreachannelCapability(&capability));
     ASSERT_EQ(device.Open(), 0);
@@ -311,7 +311,7 @@ TEST_F(RemoteDevice, BufferSettingsAreTakenUnswappedFromOneReadOfTheSettingsBloc
         block[index] = static_cast<unsigned char>(index);
     }
     camera.SetMemory(0xE600, block);
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     ASSERT_EQ(device.Open(), 0);
     camera.Forget();
     gevrdmaBufferSettings settings = {};
@@ -329,7 +329,7 @@ TEST_F(RemoteDevice, BufferSettingsAreTakenUnswappedFromOneReadOfTheSettingsBloc
 TEST_F(RemoteDevice, DeliberatelyBufferSettingsThatCannotBeReadAreZero)
 {
     camera.SetStatus(0xE600, 0x8003);
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     ASSERT_EQ(device.Open(), 0);
     gevrdmaBufferSettings settings = {1, 2, 3, 4, 5};
     device.GetBufferSettings(&settings);
@@ -344,7 +344,7 @@ TEST_F(RemoteDevice, BufferLayoutIsReadFromWhereItsRegisterPoints)
 {
     camera.SetRegister(0xE034, 0x0000F100);
     camera.SetMemory(0xF100, "0123456789abcdef");
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     ASSERT_EQ(device.Open(), 0);
     camera.Forget();
     const TraceCapture trace;
@@ -357,7 +357,7 @@ TEST_F(RemoteDevice, BufferLayoutIsReadFromWhereItsRegisterPoints)
 
 TEST_F(RemoteDevice, NoStreamIsEverFoundInTheEmptyStreamList)
 {
-    NQGevRemoteDevice device(&tl, LoopbackCamera(), control, nullptr);
+    NQGevRemoteDevice device(&tl, LoopbackCamera(), kControl, nullptr);
     EXPECT_EQ(device._findStream(0), nullptr);
     EXPECT_EQ(device._findStream(0xFFFFFFFF), nullptr);
 }

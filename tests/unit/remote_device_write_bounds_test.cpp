@@ -16,8 +16,8 @@
 namespace
 {
 
-constexpr std::size_t guardSize = 16;
-constexpr unsigned char guard = 0xC5;
+constexpr std::size_t kGuardSize = 16;
+constexpr unsigned char kGuard = 0xC5;
 
 std::atomic<int> overruns = 0;
 
@@ -26,12 +26,12 @@ std::atomic<int> overruns = 0;
 /// Every block is followed by a guard, which is looked at when the block goes.
 void* operator new(std::size_t size)
 {
-    auto* const memory = static_cast<unsigned char*>(std::malloc(size + guardSize));
+    auto* const memory = static_cast<unsigned char*>(std::malloc(size + kGuardSize));
     if (memory == nullptr)
     {
         throw std::bad_alloc();
     }
-    std::fill_n(memory + size, guardSize, guard);
+    std::fill_n(memory + size, kGuardSize, kGuard);
     return memory;
 }
 
@@ -43,7 +43,7 @@ void operator delete(void* memory) noexcept
 void operator delete(void* memory, std::size_t size) noexcept
 {
     const unsigned char* const end = static_cast<unsigned char*>(memory) + size;
-    if (memory != nullptr && std::any_of(end, end + guardSize, [](unsigned char byte) { return byte != guard; }))
+    if (memory != nullptr && std::any_of(end, end + kGuardSize, [](unsigned char byte) { return byte != kGuard; }))
     {
         ++overruns;
     }

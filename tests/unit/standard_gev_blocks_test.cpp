@@ -59,7 +59,7 @@ class StandardBlocks : public Blocks
         return handle;
     }
 
-    void Start() { ASSERT_EQ(stream->StartAcquisition(0, nq::test::infinite), 0); }
+    void Start() { ASSERT_EQ(stream->StartAcquisition(0, nq::test::kInfinite), 0); }
 
     /// Whether the pixels that GenDCFrame makes are at `pixels`.
     static bool AreThePixels(const unsigned char* pixels, std::uint64_t frameId)
@@ -250,7 +250,7 @@ TEST_F(StandardBlocks, WithoutReadyMessagesTheStartFails)
     Begin();
     Announce(1);
     fake.Fail("ibv_reg_mr", ENOMEM, 1);
-    EXPECT_EQ(stream->StartAcquisition(0, nq::test::infinite), -1001);
+    EXPECT_EQ(stream->StartAcquisition(0, nq::test::kInfinite), -1001);
     EXPECT_EQ(Regions(), 0U);
     Start();
     EXPECT_EQ(stream->StopAcquisition(1), 0);

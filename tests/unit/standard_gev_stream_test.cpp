@@ -126,7 +126,7 @@ class PayloadOverTheLongestMessage : public StandardGevStream
         camera.SetMemory(0xE600, settings);
         fake.longestMessage = longest;
         Announce(1);
-        const int result = stream->StartAcquisition(0, nq::test::infinite);
+        const int result = stream->StartAcquisition(0, nq::test::kInfinite);
         stream->StopAcquisition(1);
         return result;
     }
@@ -140,7 +140,7 @@ TEST_F(PayloadOverTheLongestMessage, FailsTheStart)
     EXPECT_EQ(Start(1024, 1200), 0);
     camera.Forget();
     EXPECT_EQ(Start(1024, 1199), kExhausted);
-    EXPECT_EQ(camera.Count(nq::test::streamOn), 0U) << "before the camera is told to stream";
+    EXPECT_EQ(camera.Count(nq::test::kStreamOn), 0U) << "before the camera is told to stream";
     EXPECT_EQ(Start(0, 175), kExhausted);
     EXPECT_EQ(Start(0xFFFFFFFFFFFFFFFF, 0xFFFFFFFF), kExhausted);
     EXPECT_EQ(Start(0x80000000 - 176, 0xFFFFFFFF), kExhausted) << "no receive takes 2^31 bytes";

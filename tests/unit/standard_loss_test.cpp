@@ -53,7 +53,7 @@ class StandardLoss : public Loss
         std::vector<std::unique_ptr<CallingThread>> waiters;
         for (int& result : results)
         {
-            waiters.push_back(std::make_unique<CallingThread>([&] { result = Wait(infinite); }));
+            waiters.push_back(std::make_unique<CallingThread>([&] { result = Wait(kInfinite); }));
             waiters.back()->AwaitAsleep();
         }
         lose();
@@ -61,7 +61,7 @@ class StandardLoss : public Loss
         return results;
     }
 
-    static constexpr unsigned long infinite = nq::test::infinite;
+    static constexpr unsigned long kInfinite = nq::test::kInfinite;
 };
 
 TEST_F(StandardLoss, OfTheAnswersEndsEachWaitOnce)
@@ -95,7 +95,7 @@ TEST_F(StandardLoss, WithNobodyWaitingEndsTheNextWaitThatFindsNoBuffer)
     camera.SetSilent(true);
     Beat();
     EXPECT_EQ(Wait(0), 0) << "the frame that was there";
-    EXPECT_EQ(Wait(infinite), kAbort);
+    EXPECT_EQ(Wait(kInfinite), kAbort);
     EXPECT_EQ(Wait(1), kTimeout);
 }
 
@@ -106,7 +106,7 @@ TEST_F(StandardLoss, OfOneRunIsNotToldInTheNext)
     Beat();
     ASSERT_EQ(stream->StopAcquisition(1), 0);
     camera.SetRegister(0x0A00, 2);
-    ASSERT_EQ(stream->StartAcquisition(0, infinite), 0);
+    ASSERT_EQ(stream->StartAcquisition(0, kInfinite), 0);
     EXPECT_EQ(Wait(1), kTimeout);
     camera.SetRegister(0x0A00, 0);
     EXPECT_EQ(EndsOfWaits(1, [this] { Beat(); }), (std::vector<int>{kAbort})) << "but its own is";
@@ -154,7 +154,7 @@ TEST_F(StatedLoss, LeavesAWaitAsleep)
 {
     Run(1);
     std::atomic<int> result = 1;
-    CallingThread waiter([&] { result = Wait(nq::test::infinite); });
+    CallingThread waiter([&] { result = Wait(nq::test::kInfinite); });
     waiter.AwaitAsleep();
     Beat();
     camera.SetRegister(0x0A00, 0);

@@ -14,7 +14,7 @@ using testing::ElementsAre;
 namespace
 {
 
-constexpr char cam0[] = "Linux Socket:02-00-00-00-00-01";
+constexpr char kCam0[] = "Linux Socket:02-00-00-00-00-01";
 
 } // namespace
 
@@ -101,7 +101,7 @@ TEST(SystemModule, BeforeTheFirstScanThereIsNoInterface)
     SystemModule system;
     EXPECT_TRUE(system.Ids().empty());
     EXPECT_EQ(system.UpdateInterfaceList(nullptr, 0), 0);
-    EXPECT_THAT(system.Ids(), ElementsAre(cam0));
+    EXPECT_THAT(system.Ids(), ElementsAre(kCam0));
 }
 
 TEST(SystemModule, NumberOfInterfacesNeedsACount)
@@ -253,7 +253,7 @@ TEST(SystemModule, ASecondScanOfTheSameAdaptersIsNoChangeWhateverTheirAddresses)
     EXPECT_EQ(system.UpdateInterfaceList(&changed, 0), 0);
     EXPECT_FALSE(changed);
     EXPECT_EQ(system.Ids(), before);
-    EXPECT_EQ(system.InterfaceInfo(cam0, 0xA001).text, "10.9.0.1");
+    EXPECT_EQ(system.InterfaceInfo(kCam0, 0xA001).text, "10.9.0.1");
 }
 
 TEST(SystemModule, UnpluggingAnAdapterWithAnOpenInterfaceLeavesTheModuleAlive)
@@ -262,17 +262,17 @@ TEST(SystemModule, UnpluggingAnAdapterWithAnOpenInterfaceLeavesTheModuleAlive)
     SystemModule system;
     ASSERT_EQ(system.Open(), 0);
     void* handle = nullptr;
-    ASSERT_EQ(system.OpenInterface(cam0, &handle), 0);
+    ASSERT_EQ(system.OpenInterface(kCam0, &handle), 0);
     Shell("ip link del cam0");
     bool changed = false;
     EXPECT_EQ(system.UpdateInterfaceList(&changed, 0), 0);
     EXPECT_TRUE(changed);
     EXPECT_TRUE(system.Ids().empty());
     EXPECT_EQ(g_Controller.GetInterfaceModule(handle), handle);
-    EXPECT_EQ(system.InterfaceInfo(cam0, 0).text, cam0) << "through the module";
-    EXPECT_EQ(system.InterfaceInfo(cam0, 0xA001).text, "") << "the adapter is gone";
+    EXPECT_EQ(system.InterfaceInfo(kCam0, 0).text, kCam0) << "through the module";
+    EXPECT_EQ(system.InterfaceInfo(kCam0, 0xA001).text, "") << "the adapter is gone";
     void* again = nullptr;
-    EXPECT_EQ(system.OpenInterface(cam0, &again), -1004);
+    EXPECT_EQ(system.OpenInterface(kCam0, &again), -1004);
     EXPECT_EQ(system.Close(), 0);
 }
 
@@ -282,7 +282,7 @@ TEST(SystemModule, OpenInterfaceNeedsIdAndHandle)
     SystemModule system;
     void* handle = nullptr;
     EXPECT_EQ(system.OpenInterface(nullptr, &handle), -1009);
-    EXPECT_EQ(system.OpenInterface(cam0, nullptr), -1009);
+    EXPECT_EQ(system.OpenInterface(kCam0, nullptr), -1009);
     EXPECT_THAT(trace.At(2),
                 ElementsAre("OpenInterface GC_ERR_INVALID_PARAMETER", "OpenInterface GC_ERR_INVALID_PARAMETER"));
 }
@@ -294,9 +294,9 @@ TEST(SystemModule, OpenInterfaceOfAKnownAdapterWorksBeforeAnyUpdate)
     ASSERT_EQ(system.Open(), 0);
     EXPECT_TRUE(system.Ids().empty());
     void* handle = nullptr;
-    EXPECT_EQ(system.OpenInterface(cam0, &handle), 0);
+    EXPECT_EQ(system.OpenInterface(kCam0, &handle), 0);
     EXPECT_EQ(g_Controller.GetInterfaceModule(handle), handle);
-    EXPECT_EQ(system.Ids(), std::vector<std::string>{cam0}) << "the open has filled the list";
+    EXPECT_EQ(system.Ids(), std::vector<std::string>{kCam0}) << "the open has filled the list";
     EXPECT_EQ(system.CloseInterface(handle), 0);
     EXPECT_EQ(g_Controller.GetInterfaceModule(handle), nullptr);
     EXPECT_EQ(system.Close(), 0);
@@ -334,8 +334,8 @@ TEST(SystemModule, OpeningAnInterfaceTwiceIsRefusedAndLeavesTheFirstHandleValid)
     ASSERT_EQ(system.Open(), 0);
     void* first = nullptr;
     void* second = nullptr;
-    ASSERT_EQ(system.OpenInterface(cam0, &first), 0);
-    EXPECT_EQ(system.OpenInterface(cam0, &second), -1004);
+    ASSERT_EQ(system.OpenInterface(kCam0, &first), 0);
+    EXPECT_EQ(system.OpenInterface(kCam0, &second), -1004);
     EXPECT_EQ(second, nullptr);
     EXPECT_TRUE(trace.Has(2, "OpenInterface GC_ERR_RESOURCE_IN_USE"));
     EXPECT_EQ(g_Controller.GetInterfaceModule(first), first);
@@ -372,11 +372,11 @@ TEST(SystemModule, DeliberateAnInterfaceThatRefusesToCloseIsOutOfTheListAndNotDe
     SystemModule system;
     ASSERT_EQ(system.Open(), 0);
     void* handle = nullptr;
-    ASSERT_EQ(system.OpenInterface(cam0, &handle), 0);
+    ASSERT_EQ(system.OpenInterface(kCam0, &handle), 0);
     auto* const module = static_cast<GigERDMA::NQGenTLModuleBase*>(handle);
     ASSERT_EQ(module->Close(), 0);
     EXPECT_EQ(system.CloseInterface(handle), -1001) << "it is closed already";
-    EXPECT_EQ(module->GetId(), cam0);
+    EXPECT_EQ(module->GetId(), kCam0);
     EXPECT_EQ(system.CloseInterface(handle), -1006);
     delete module;
     EXPECT_EQ(system.Close(), 0);
@@ -390,7 +390,7 @@ TEST(SystemModule, ClosingTheSystemClosesItsInterfacesFirstOpenedFirst)
     ASSERT_EQ(system.Open(), 0);
     void* first = nullptr;
     void* second = nullptr;
-    ASSERT_EQ(system.OpenInterface(cam0, &first), 0);
+    ASSERT_EQ(system.OpenInterface(kCam0, &first), 0);
     ASSERT_EQ(system.OpenInterface("Linux Socket:02-00-00-00-00-02", &second), 0);
     EXPECT_EQ(g_Controller.GetSystemModule(&system), &system);
     EXPECT_EQ(system.Close(), 0);

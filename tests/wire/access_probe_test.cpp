@@ -14,7 +14,7 @@ using testing::IsEmpty;
 namespace
 {
 
-constexpr char eye[] = "Eye:02-0a-0b-01-02-03";
+constexpr char kEye[] = "Eye:02-0a-0b-01-02-03";
 
 /// One camera in the list of an open interface.
 class AccessProbe : public testing::Test
@@ -36,7 +36,7 @@ class AccessProbe : public testing::Test
 
     unsigned long Status()
     {
-        const Info info = module.DeviceInfo(eye, 5);
+        const Info info = module.DeviceInfo(kEye, 5);
         EXPECT_EQ(info.result, 0);
         EXPECT_EQ(info.type, 5) << "a signed 32-bit number";
         EXPECT_EQ(info.size, 4u);
@@ -181,7 +181,7 @@ TEST_F(AccessProbe, ACameraOnAnotherSubnetIsListedReadsNoAccessAndIsNotAsked)
     GvcpDiscovery elsewhere = Camera();
     elsewhere.ipAddress = 0xC0A80105;
     List(elsewhere);
-    ASSERT_THAT(module.Ids(), ElementsAre(eye));
+    ASSERT_THAT(module.Ids(), ElementsAre(kEye));
     EXPECT_EQ(Status(), 3u);
     EXPECT_THAT(peer.Received(), IsEmpty());
 }
@@ -205,11 +205,11 @@ TEST_F(AccessProbe, EachInfoCommandGivesItsValueAndType)
     camera.ipConfigOptions = 0x80000007;
     camera.ipConfigCurrent = 0x00000005;
     List(camera);
-    const std::pair<int, std::string> texts[] = {{0, eye},   {1, "Nerquil"}, {2, "Eye"},   {3, "GEV"},
+    const std::pair<int, std::string> texts[] = {{0, kEye},  {1, "Nerquil"}, {2, "Eye"},   {3, "GEV"},
                                                  {4, "Eye"}, {6, "left"},    {7, "SN-42"}, {8, "3.1.0"}};
     for (const auto& [command, text] : texts)
     {
-        const Info info = module.DeviceInfo(eye, command);
+        const Info info = module.DeviceInfo(kEye, command);
         EXPECT_EQ(info.result, 0) << command;
         EXPECT_EQ(info.type, 1) << command;
         EXPECT_EQ(info.text, text) << command;
@@ -219,7 +219,7 @@ TEST_F(AccessProbe, EachInfoCommandGivesItsValueAndType)
         {0xB003, 6, 4, 0x0A0900FE},     {0xB004, 6, 4, 0x00000005}, {0xB005, 6, 4, 0x80000007}};
     for (const auto& [command, type, size, number] : numbers)
     {
-        const Info info = module.DeviceInfo(eye, command);
+        const Info info = module.DeviceInfo(kEye, command);
         EXPECT_EQ(info.result, 0) << command;
         EXPECT_EQ(info.type, type) << command;
         EXPECT_EQ(info.size, size) << command;
@@ -233,7 +233,7 @@ TEST_F(AccessProbe, OtherInfoCommandsAreNotImplemented)
     const TraceCapture trace;
     for (const int command : {9, -1, 0xB006, 0xB009, 1000})
     {
-        EXPECT_EQ(module.DeviceInfo(eye, command).result, -1003) << command;
+        EXPECT_EQ(module.DeviceInfo(kEye, command).result, -1003) << command;
     }
     EXPECT_THAT(trace.At(2),
                 ElementsAre("_getDeviceInfo GC_ERR_NOT_IMPLEMENTED :9", "_getDeviceInfo GC_ERR_NOT_IMPLEMENTED :-1",
@@ -249,9 +249,9 @@ TEST_F(AccessProbe, DeviceInfoChecksIdAndSizeThenTheListThenTheType)
     EXPECT_EQ(module.GetDeviceInfo(nullptr, 0, nullptr, nullptr, &size), -1009);
     EXPECT_EQ(module.GetDeviceInfo("unknown", 0, nullptr, nullptr, nullptr), -1009);
     EXPECT_EQ(module.GetDeviceInfo("unknown", 0, nullptr, nullptr, &size), -1007);
-    EXPECT_EQ(module.GetDeviceInfo(eye, 0, nullptr, nullptr, &size), -1009);
+    EXPECT_EQ(module.GetDeviceInfo(kEye, 0, nullptr, nullptr, &size), -1009);
     int type = 0;
-    EXPECT_EQ(module._getDeviceInfo(eye, 0, &type, nullptr, nullptr), -1009);
+    EXPECT_EQ(module._getDeviceInfo(kEye, 0, &type, nullptr, nullptr), -1009);
     EXPECT_THAT(trace.At(2),
                 ElementsAre("GetDeviceInfo GC_ERR_INVALID_PARAMETER", "GetDeviceInfo GC_ERR_INVALID_PARAMETER",
                             "_getDeviceInfo GC_ERR_INVALID_ID", "_getDeviceInfo GC_ERR_INVALID_PARAMETER",

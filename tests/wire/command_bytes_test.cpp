@@ -40,19 +40,19 @@ void PrintTo(const Sent& sent, std::ostream* stream)
     *stream << "{\"" << sent.bytes << "\", \"" << sent.reading << "\"}";
 }
 
-const std::vector<std::string> addressFields = {"gvcp.cmd.readreg.bootstrapregister",
-                                                "gvcp.cmd.readreg.extendedbootstrapregister",
-                                                "gvcp.cmd.writereg.bootstrapregister",
-                                                "gvcp.cmd.writereg.extendedbootstrapregister",
-                                                "gvcp.cmd.readmem.address",
-                                                "gvcp.cmd.readmem.bootstrapregister"};
+const std::vector<std::string> kAddressFields = {"gvcp.cmd.readreg.bootstrapregister",
+                                                 "gvcp.cmd.readreg.extendedbootstrapregister",
+                                                 "gvcp.cmd.writereg.bootstrapregister",
+                                                 "gvcp.cmd.writereg.extendedbootstrapregister",
+                                                 "gvcp.cmd.readmem.address",
+                                                 "gvcp.cmd.readmem.bootstrapregister"};
 
 /// Command, id, address and count, as the dissector tells them. The address of a register that it has no name for is
 /// the first number of its summary.
 std::string Reading(const Packet& packet)
 {
     std::string address;
-    for (const std::string& field : addressFields)
+    for (const std::string& field : kAddressFields)
     {
         address += packet.at(field);
     }
@@ -86,7 +86,7 @@ class CommandBytes : public testing::Test
     /// The commands so far, all of which are well formed. Called once, at the end.
     std::vector<Sent> Commands()
     {
-        std::vector<std::string> fields = addressFields;
+        std::vector<std::string> fields = kAddressFields;
         fields.insert(fields.end(), {"udp.payload", "gvcp.message_key_code", "gvcp.cmd.flags", "gvcp.cmd.command",
                                      "gvcp.cmd.req_id", "gvcp.cmd.payloadlength", "gvcp.cmd.readmem.count",
                                      "_ws.col.Info", "_ws.malformed", "_ws.expert.message"});

@@ -79,7 +79,7 @@ TEST_F(PacketSizeOnCable, APathForNineThousandBytesCarriesTheTestPacketWhole)
         GTEST_SKIP() << "tcpdump or tshark is not installed";
     }
     Connect(9000);
-    Capture capture("host0", VirtualCamera::address);
+    Capture capture("host0", VirtualCamera::kAddress);
     EXPECT_EQ(device->GetMaxSizeMTU(0, 16000), 9000U);
     std::vector<std::string> passed = Passed(capture.Finish());
     const std::string asked = "3956 008200000d04c0002328";
@@ -104,7 +104,7 @@ TEST_F(PacketSizeOnCable, AnOrdinaryPathLosesEveryTestPacket)
         GTEST_SKIP() << "tcpdump or tshark is not installed";
     }
     Connect(1500);
-    Capture capture("host0", VirtualCamera::address);
+    Capture capture("host0", VirtualCamera::kAddress);
     EXPECT_EQ(device->GetMaxSizeMTU(0, 16000), 1500U);
     EXPECT_THAT(Passed(capture.Finish()),
                 ElementsAre("3500 0000000000000000", "3956 008200000d0400002328", "3956 008200000d180a4d0001",

@@ -14,7 +14,7 @@ using namespace nq::test;
 namespace
 {
 
-constexpr char eye[] = "Eye:02-0a-0b-01-02-03";
+constexpr char kEye[] = "Eye:02-0a-0b-01-02-03";
 
 class StandardAccess : public testing::Test
 {
@@ -35,7 +35,7 @@ class StandardAccess : public testing::Test
 
     unsigned long Status()
     {
-        const Info info = module.DeviceInfo(eye, 5);
+        const Info info = module.DeviceInfo(kEye, 5);
         EXPECT_EQ(info.result, 0);
         return info.number;
     }

@@ -20,19 +20,19 @@ void Fail(const char* function, int result, int expected)
 void Caller::Call()
 {
     using Member = void (Caller::*)();
-    static constexpr Member calls[] = {
+    static constexpr Member kCalls[] = {
 #define NQ_LIST_CALL(name) &Caller::name,
         GENTL_FUNCTIONS(NQ_LIST_CALL)
 #undef NQ_LIST_CALL
     };
-    static_assert(std::size(calls) == 57);
+    static_assert(std::size(kCalls) == 57);
     const unsigned char choice = m_input.Byte();
     const unsigned char mood = m_input.Byte();
     m_mood = mood < 208   ? FakeCamera::Mood::Helpful
              : mood < 224 ? FakeCamera::Mood::Refusing
                           : FakeCamera::Mood::Silent;
     m_camera.SetMood(m_mood);
-    (this->*calls[choice % std::size(calls)])();
+    (this->*kCalls[choice % std::size(kCalls)])();
     m_camera.SetMood(FakeCamera::Mood::Helpful);
 }
 

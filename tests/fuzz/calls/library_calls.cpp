@@ -43,8 +43,8 @@ std::size_t RecordSize(int id)
 
 int EventId(FuzzInput& input)
 {
-    static constexpr int ids[] = {0, 1, 4, 5, 4000, 5000, 2, -1};
-    return ids[input.Below(std::size(ids))];
+    static constexpr int kIds[] = {0, 1, 4, 5, 4000, 5000, 2, -1};
+    return kIds[input.Below(std::size(kIds))];
 }
 
 } // namespace
@@ -152,9 +152,9 @@ void Caller::GCUnregisterEvent()
 
 void Caller::EventGetData()
 {
-    static constexpr std::uint64_t timeouts[] = {0, 1, 100, 0xFFFFFFFFFFFFFFFF, 0x100000000};
+    static constexpr std::uint64_t kTimeouts[] = {0, 1, 100, 0xFFFFFFFFFFFFFFFF, 0x100000000};
     void* const handle = m_model.Pick(m_input, Kind::Event);
-    const std::uint64_t timeout = timeouts[m_input.Below(std::size(timeouts))];
+    const std::uint64_t timeout = kTimeouts[m_input.Below(std::size(kTimeouts))];
     const unsigned char nulls = m_input.Byte();
     Event* const event = m_model.FindEvent(handle);
     const std::size_t needed = event == nullptr ? 16 : RecordSize(event->id);

@@ -241,8 +241,8 @@ void Caller::IFGetDeviceID()
 void Caller::IFUpdateDeviceList()
 {
     void* const handle = m_model.Pick(m_input, Kind::Interface);
-    static constexpr std::uint64_t timeouts[] = {1, 50, 150, 1000};
-    const std::uint64_t timeout = CameraIsSilent() && m_input.Flag() ? 0 : timeouts[m_input.Below(4)];
+    static constexpr std::uint64_t kTimeouts[] = {1, 50, 150, 1000};
+    const std::uint64_t timeout = CameraIsSilent() && m_input.Flag() ? 0 : kTimeouts[m_input.Below(4)];
     GenTL::bool8_t changed = false;
     const int result = GenTL::IFUpdateDeviceList(handle, &changed, timeout);
     Module* const interface = m_model.Find(handle, Kind::Interface);
@@ -282,10 +282,10 @@ void Caller::IFGetDeviceInfo()
 
 void Caller::IFOpenDevice()
 {
-    static constexpr int modes[] = {2, 3, 4, 0, 1, 5, 999, 1000, 3, 3, 3, 3, 2, 2, 4, 4};
+    static constexpr int kModes[] = {2, 3, 4, 0, 1, 5, 999, 1000, 3, 3, 3, 3, 2, 2, 4, 4};
     void* const handle = m_model.Pick(m_input, Kind::Interface);
     const char* const id = Id(kCameraId);
-    const int flags = modes[m_input.Below(std::size(modes))];
+    const int flags = kModes[m_input.Below(std::size(kModes))];
     const bool noOutput = m_input.Below(16) == 1;
     const std::uint32_t privilege = m_camera.Get(0x0A00);
     void* device = nullptr;

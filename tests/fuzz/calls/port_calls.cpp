@@ -29,9 +29,9 @@ const PortMap* MapOf(const Module& module)
 /// A handle with a port, mostly.
 void* PickPort(const Model& model, FuzzInput& input)
 {
-    static constexpr Kind kinds[] = {Kind::System, Kind::Interface, Kind::Device,
-                                     Kind::Stream, Kind::Remote,    Kind::None};
-    return model.Pick(input, kinds[input.Below(std::size(kinds))]);
+    static constexpr Kind kKinds[] = {Kind::System, Kind::Interface, Kind::Device,
+                                      Kind::Stream, Kind::Remote,    Kind::None};
+    return model.Pick(input, kKinds[input.Below(std::size(kKinds))]);
 }
 
 /// An address of the module's map, mostly. The camera's own registers stay as the model knows them.

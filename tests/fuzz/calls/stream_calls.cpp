@@ -146,9 +146,9 @@ void Caller::DSStartAcquisition()
 
 void Caller::DSStopAcquisition()
 {
-    static constexpr int kinds[] = {0, 1, 2, 1000};
+    static constexpr int kKinds[] = {0, 1, 2, 1000};
     void* const handle = m_model.Pick(m_input, Kind::Stream);
-    const int flags = kinds[m_input.Below(std::size(kinds))];
+    const int flags = kKinds[m_input.Below(std::size(kKinds))];
     const int result = GenTL::DSStopAcquisition(handle, flags);
     Module* const stream = m_model.Find(handle, Kind::Stream);
     if (Reaches("DSStopAcquisition", result, stream != nullptr))
@@ -275,10 +275,10 @@ void Caller::DSGetBufferInfo()
         return;
     }
     const bool ours = std::count(stream->announced.begin(), stream->announced.end(), buffer) != 0;
-    static constexpr int always[] = {0, 1, 2, 4, 5, 6, 7, 8, 17, 19, 30};
-    static constexpr int ofAFrame[] = {3, 9, 10, 11, 16, 20};
-    const bool needsFrame = std::count(std::begin(ofAFrame), std::end(ofAFrame), info.command) != 0;
-    const bool known = std::count(std::begin(always), std::end(always), info.command) != 0;
+    static constexpr int kAlways[] = {0, 1, 2, 4, 5, 6, 7, 8, 17, 19, 30};
+    static constexpr int kOfAFrame[] = {3, 9, 10, 11, 16, 20};
+    const bool needsFrame = std::count(std::begin(kOfAFrame), std::end(kOfAFrame), info.command) != 0;
+    const bool known = std::count(std::begin(kAlways), std::end(kAlways), info.command) != 0;
     const int refused = !ours ? -1006 : info.Incomplete() ? -1009 : needsFrame ? -1014 : known ? 0 : -1003;
     ExpectInfo("DSGetBufferInfo", result, info, refused);
     if (result == 0 && info.command == 5 && info.buffer != nullptr)

@@ -17,11 +17,11 @@ namespace nq::fuzz
 
 void TurnUntilRest()
 {
-    constexpr int mostTurns = 2000;
+    constexpr int kMostTurns = 2000;
     int quiet = 0;
     for (int turn = 0; quiet < 2; ++turn)
     {
-        Require(turn < mostTurns, "the engine comes to rest");
+        Require(turn < kMostTurns, "the engine comes to rest");
         quiet = nq::loopback::Engine::Instance().Turn(0) == 0 ? quiet + 1 : 0;
     }
 }

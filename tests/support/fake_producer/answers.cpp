@@ -110,10 +110,10 @@ void Apply(const Rule& rule, Answer& answer)
 /// A number that bounds are made for, or any.
 std::uint64_t FuzzNumber()
 {
-    static constexpr std::uint64_t edges[] = {
+    static constexpr std::uint64_t kEdges[] = {
         0, 1, 2, 4096, 4097, 65536, 0x7FFFFFFF, 0xFFFFFFFF, 0x100000000, 0x10000000000, INT64_MAX, UINT64_MAX};
     const std::size_t choice = g_fuzz.Byte();
-    return choice < 64 ? g_fuzz.Quad() : choice < 128 ? g_fuzz.Word() : edges[choice % std::size(edges)];
+    return choice < 64 ? g_fuzz.Quad() : choice < 128 ? g_fuzz.Word() : kEdges[choice % std::size(kEdges)];
 }
 
 /// A byte below 160, as all behind the end, leaves the truth.
@@ -168,10 +168,10 @@ std::uint64_t ValueOf(const Answer& answer)
 
 Answer Chosen(const std::string& name, Answer truth)
 {
-    static const std::multimap<std::string, Rule> rules = ReadRules();
+    static const std::multimap<std::string, Rule> kRules = ReadRules();
     static std::map<std::string, unsigned long> calls;
     const unsigned long call = ++calls[name];
-    const auto [first, last] = rules.equal_range(name);
+    const auto [first, last] = kRules.equal_range(name);
     for (auto rule = first; rule != last; ++rule)
     {
         if (rule->second.call == 0 || rule->second.call == call)

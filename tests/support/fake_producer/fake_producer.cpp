@@ -27,9 +27,9 @@ using namespace nq::fake;
 namespace
 {
 
-constexpr std::size_t width = 64;
-constexpr std::size_t height = 48;
-constexpr std::size_t mostAllocated = 16U << 20;
+constexpr std::size_t kWidth = 64;
+constexpr std::size_t kHeight = 48;
+constexpr std::size_t kMostAllocated = 16U << 20;
 
 struct Buffer
 {
@@ -135,7 +135,7 @@ Answer TruthOfStream(STREAM_INFO_CMD command)
     switch (command)
     {
     case STREAM_INFO_PAYLOAD_SIZE:
-        return Value(INFO_DATATYPE_SIZET, width * height);
+        return Value(INFO_DATATYPE_SIZET, kWidth * kHeight);
     case STREAM_INFO_NUM_UNDERRUN:
         return Value(INFO_DATATYPE_UINT64, 0);
     default:
@@ -152,15 +152,15 @@ Answer TruthOfBuffer(const Buffer& buffer, BUFFER_INFO_CMD command)
     case BUFFER_INFO_SIZE_FILLED:
         return Value(INFO_DATATYPE_SIZET, buffer.filled);
     case BUFFER_INFO_WIDTH:
-        return Value(INFO_DATATYPE_SIZET, width);
+        return Value(INFO_DATATYPE_SIZET, kWidth);
     case BUFFER_INFO_HEIGHT:
-        return Value(INFO_DATATYPE_SIZET, height);
+        return Value(INFO_DATATYPE_SIZET, kHeight);
     case BUFFER_INFO_PIXELFORMAT:
         return Value(INFO_DATATYPE_UINT64, 0x01080001);
     case BUFFER_INFO_FRAMEID:
         return Value(INFO_DATATYPE_UINT64, buffer.frame);
     case BUFFER_INFO_IS_INCOMPLETE:
-        return Value(INFO_DATATYPE_BOOL8, buffer.filled < std::min(buffer.size, width * height) ? 1 : 0);
+        return Value(INFO_DATATYPE_BOOL8, buffer.filled < std::min(buffer.size, kWidth * kHeight) ? 1 : 0);
     default:
         return Refused(GC_ERR_NOT_IMPLEMENTED);
     }
@@ -193,17 +193,17 @@ std::string ReadPicture()
 /// The ramp or the chosen picture, as far as the buffer has room.
 void Fill(Buffer& buffer)
 {
-    static const std::string picture = ReadPicture();
+    static const std::string kPicture = ReadPicture();
     buffer.frame = ++g_stream.frames;
-    if (!picture.empty())
+    if (!kPicture.empty())
     {
-        buffer.filled = picture.copy(reinterpret_cast<char*>(buffer.data), buffer.size);
+        buffer.filled = kPicture.copy(reinterpret_cast<char*>(buffer.data), buffer.size);
         return;
     }
-    buffer.filled = std::min(buffer.size, width * height);
+    buffer.filled = std::min(buffer.size, kWidth * kHeight);
     for (std::size_t at = 0; at < buffer.filled; ++at)
     {
-        buffer.data[at] = static_cast<unsigned char>(at % width + at / width + 7 * buffer.frame);
+        buffer.data[at] = static_cast<unsigned char>(at % kWidth + at / kWidth + 7 * buffer.frame);
     }
 }
 
@@ -316,7 +316,7 @@ GC_ERROR DSAnnounceBuffer(DS_HANDLE, void* memory, size_t size, void*, BUFFER_HA
 }
 GC_ERROR DSAllocAndAnnounceBuffer(DS_HANDLE, size_t size, void*, BUFFER_HANDLE* handle)
 {
-    if (size > mostAllocated)
+    if (size > kMostAllocated)
     {
         return GC_ERR_OUT_OF_MEMORY;
     }

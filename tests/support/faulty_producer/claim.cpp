@@ -49,10 +49,10 @@ struct Name
 
     Name()
     {
-        static const std::string name = "nq-faulty-camera-" + std::to_string(FirstOfTheProgram());
+        static const std::string kName = "nq-faulty-camera-" + std::to_string(FirstOfTheProgram());
         address.sun_family = AF_UNIX;
-        name.copy(address.sun_path + 1, name.size());
-        size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+        kName.copy(address.sun_path + 1, kName.size());
+        size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + kName.size());
     }
     const sockaddr* Get() const { return reinterpret_cast<const sockaddr*>(&address); }
 };

@@ -19,7 +19,7 @@ namespace nq::faulty
 
 bool Fault(const char* name)
 {
-    static const std::set<std::string, std::less<>> faults = [] {
+    static const std::set<std::string, std::less<>> kFaults = [] {
         std::set<std::string, std::less<>> names;
         const char* all = std::getenv("NQ_FAULTS");
         std::string_view rest = all == nullptr ? "" : all;
@@ -31,7 +31,7 @@ bool Fault(const char* name)
         }
         return names;
     }();
-    return faults.contains(std::string_view(name));
+    return kFaults.contains(std::string_view(name));
 }
 
 State& The()

@@ -8,7 +8,7 @@
 extern "C" int linkat(int fromFolder, const char* from, int toFolder, const char* to, int flags) noexcept
 {
     using Function = int (*)(int, const char*, int, const char*, int);
-    static const auto next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "linkat"));
+    static const auto kNext = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "linkat"));
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    return next(fromFolder, from, toFolder, to, flags);
+    return kNext(fromFolder, from, toFolder, to, flags);
 }
