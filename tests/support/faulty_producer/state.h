@@ -112,7 +112,7 @@ struct State
     int counted = 0;         ///< calls for the number of devices in this session
     bool closedOnce = false; ///< the system, in this session
     int flushes = 0;
-    int creditsLost = 0; ///< since the start
+    int creditsLost = 0;        ///< since the start
     int asked = 0;              ///< for an info that changes
     void* lastStream = nullptr; ///< the handle of the stream that was closed last
     int claim = -1;             ///< a socket whose name other processes cannot take, while the device is open
