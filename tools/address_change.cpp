@@ -208,9 +208,9 @@ void AddressChange::Keep(const HeardCamera& target) const
         throw ToolFailure(ExitCode::CameraInUse, fmt::format("the camera {} is controlled by {}. End that program.",
                                                              entry.id, OwnerText(*owner)));
     }
-    GvcpReader camera(entry.address);
-    const std::optional<uint32_t> flags = camera.Read(kConfiguration);
-    if (!flags || !camera.Write(kControlPrivilege, kControl))
+    GvcpReader asked(entry.address);
+    const std::optional<uint32_t> flags = asked.Read(kConfiguration);
+    if (!flags || !asked.Write(kControlPrivilege, kControl))
     {
         throw ToolFailure(ExitCode::Failure, fmt::format("the camera {} does not give control", entry.id));
     }
@@ -218,11 +218,11 @@ void AddressChange::Keep(const HeardCamera& target) const
     if (!set.empty())
     {
         const Ipv4Network wanted = Wanted();
-        kept = camera.Write(kPersistentAddress, wanted.address) && camera.Write(kPersistentMask, wanted.mask) &&
-               camera.Write(kPersistentGateway, Gateway());
+        kept = asked.Write(kPersistentAddress, wanted.address) && asked.Write(kPersistentMask, wanted.mask) &&
+               asked.Write(kPersistentGateway, Gateway());
     }
-    kept = kept && camera.Write(kConfiguration, (*flags & ~(kPersistent | kDhcp)) | Bit());
-    camera.Write(kControlPrivilege, 0);
+    kept = kept && asked.Write(kConfiguration, (*flags & ~(kPersistent | kDhcp)) | Bit());
+    asked.Write(kControlPrivilege, 0);
     if (!kept)
     {
         throw ToolFailure(ExitCode::Failure,
