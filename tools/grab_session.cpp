@@ -140,7 +140,7 @@ void GrabSession::OpenStream()
                         m_ours ? " that comes by RDMA (RoCE v2), which is all that this producer takes" : ""));
     }
     const std::string id = GenTLLibrary::Id(
-        [this](char* text, size_t* size) { return m_library.DevGetDataStreamID(m_device, 0, text, size); },
+        [this](char* text, size_t* length) { return m_library.DevGetDataStreamID(m_device, 0, text, length); },
         "DevGetDataStreamID");
     GenTLLibrary::Check(m_library.DevOpenDataStream(m_device, id.c_str(), &m_stream), "DevOpenDataStream");
     GenTLLibrary::Check(m_library.GCRegisterEvent(m_stream, GenTL::EVENT_NEW_BUFFER, &m_newBuffer), "GCRegisterEvent");
