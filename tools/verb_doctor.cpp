@@ -14,16 +14,16 @@ namespace nq::tool
 namespace
 {
 
-ExitCode Run(const CommonOptions& common, const DoctorOptions& options, bool table)
+ExitCode Run(const CommonOptions& common, const doctor::DoctorOptions& options, bool table)
 {
     if (table)
     {
-        fmt::print("{}", TableText());
+        fmt::print("{}", doctor::TableText());
         return ExitCode::Success;
     }
-    const std::vector<Finding> findings = Examine(common, options);
-    fmt::print("{}", common.json ? FindingsJson(findings) : FindingsText(findings));
-    return CountOf(findings, Verdict::Wrong) == 0 ? ExitCode::Success : ExitCode::Failure;
+    const std::vector<doctor::Finding> findings = doctor::Examine(common, options);
+    fmt::print("{}", common.json ? doctor::FindingsJson(findings) : doctor::FindingsText(findings));
+    return doctor::CountOf(findings, doctor::Verdict::Wrong) == 0 ? ExitCode::Success : ExitCode::Failure;
 }
 
 } // namespace
@@ -31,7 +31,7 @@ ExitCode Run(const CommonOptions& common, const DoctorOptions& options, bool tab
 void AddDoctorVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
 {
     CLI::App* verb = app.add_subcommand("doctor", "Say what is right, what is wrong, and the line that mends it");
-    const auto options = std::make_shared<DoctorOptions>();
+    const auto options = std::make_shared<doctor::DoctorOptions>();
     const auto table = std::make_shared<bool>(false);
     verb->add_option("--camera", options->camera, "The camera that is meant, by any of its names (else all)");
     verb->add_option("--buffers", options->buffers, "How many frames a consumer wants to have memory for")

@@ -17,14 +17,14 @@ ExitCode Run(const CommonOptions& common, const std::string& path)
 {
     if (path.empty())
     {
-        fmt::print("{}", ReportText(common, DoctorOptions()));
+        fmt::print("{}", doctor::ReportText(common, doctor::DoctorOptions()));
         return ExitCode::Success;
     }
     const std::filesystem::path absolute = std::filesystem::absolute(path);
     NewFile file(absolute);
-    fmt::print(file.Stream(), "{}", ReportText(common, DoctorOptions()));
+    fmt::print(file.Stream(), "{}", doctor::ReportText(common, doctor::DoctorOptions()));
     file.Publish(false);
-    fmt::print("{}It is in {}\n", ReportContents(), path);
+    fmt::print("{}It is in {}\n", doctor::ReportContents(), path);
     return ExitCode::Success;
 }
 

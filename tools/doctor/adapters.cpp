@@ -19,7 +19,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -160,4 +160,4 @@ std::string DriverOf(const std::string& adapter)
     return AskEthtool(adapter, &info) ? fmt::format("{} {} {}", info.driver, info.version, info.fw_version) : "-";
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 /// An IPv4 address in host order and its subnet.
@@ -46,4 +46,4 @@ std::string HardwareAddressOf(const std::string& adapter);
 /// The name of its driver, the version, and that of the firmware, as far as the driver tells.
 std::string DriverOf(const std::string& adapter);
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

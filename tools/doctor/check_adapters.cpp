@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -131,4 +131,4 @@ void CheckAdapters(const Scene& scene, Findings& findings)
                           "there is no adapter (adapter.found)");
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

@@ -10,7 +10,7 @@
 #include <chrono>
 #include <fmt/format.h>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -145,4 +145,4 @@ void CheckCameras(const Scene& scene, Findings& findings)
                               : "no camera can be asked (camera.subnet, camera.answers)");
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

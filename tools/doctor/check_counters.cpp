@@ -6,7 +6,7 @@
 #include <fmt/format.h>
 #include <sstream>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -102,4 +102,4 @@ void CheckCounters(const Scene& scene, Findings& findings)
     findings.NotKnownElse({"adapter.loss", "adapter.pause"}, "there is no adapter (adapter.found)");
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

@@ -7,7 +7,7 @@
 #include <fmt/format.h>
 #include <sstream>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -181,4 +181,4 @@ void CheckDiscovery(const Scene& scene, Findings& findings)
     findings.NotKnownElse({"adapter.filter", "camera.discovery"}, "there is no adapter (adapter.found)");
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

@@ -9,7 +9,7 @@
 #include <linux/capability.h>
 #include <sys/resource.h>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 bool MayLockAnything(const Machine& machine)
@@ -52,4 +52,4 @@ void CheckMemory(const Scene& scene, Findings& findings)
     LockableBytes() >= needed ? findings.Right(kId, "", text) : findings.Wrong(kId, "", text);
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <fmt/format.h>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -139,4 +139,4 @@ void CheckProducers(const Scene& scene, const CommonOptions& common, Findings& f
     findings.NotKnownElse({"producer.libraries", "producer.load"}, "no .cti was found (producer.path)");
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

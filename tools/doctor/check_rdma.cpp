@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -137,4 +137,4 @@ void CheckRdma(const Scene& scene, Findings& findings)
                           "there is no RDMA device (rdma.device)");
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

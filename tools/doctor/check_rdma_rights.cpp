@@ -6,7 +6,7 @@
 #include <fmt/format.h>
 #include <sys/resource.h>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -114,4 +114,4 @@ void CheckRdmaRights(const Scene& scene, Findings& findings)
     CheckContainer(scene, findings);
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

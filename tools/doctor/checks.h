@@ -5,7 +5,7 @@
 #include "doctor/findings.h"
 #include "doctor/scene.h"
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 void CheckProducers(const Scene& scene, const CommonOptions& common, Findings& findings);
@@ -20,4 +20,4 @@ void CheckMemory(const Scene& scene, Findings& findings);
 /// An address that a host could take on the subnet of a camera: one that neither the camera nor an adapter has.
 Subnet FreeAddress(const Scene& scene, const Subnet& camera);
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

@@ -4,7 +4,7 @@
 
 #include "doctor/checks.h"
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 std::vector<Finding> Examine(const CommonOptions& common, const DoctorOptions& options)
@@ -22,4 +22,4 @@ std::vector<Finding> Examine(const CommonOptions& common, const DoctorOptions& o
     return findings.Sorted();
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 /// Gathers and judges. Takes seconds, and has an end whatever cameras and producers do; takes control of no camera.
@@ -23,4 +23,4 @@ std::string FindingsJson(const std::vector<Finding>& findings);
 /// The table of what can be found, as docs/doctor.md has it.
 std::string TableText();
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

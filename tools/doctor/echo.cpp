@@ -13,7 +13,7 @@
 #include <unistd.h>
 #include <vector>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -153,4 +153,4 @@ EchoResult LongestEcho(const std::string& address, uint32_t mtu)
     return {kShortest, ""};
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

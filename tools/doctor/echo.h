@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 struct EchoResult
@@ -18,4 +18,4 @@ struct EchoResult
 /// ones. Each is sent twice and waited for 300 ms; at most ten lengths are tried.
 EchoResult LongestEcho(const std::string& address, uint32_t mtu);
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

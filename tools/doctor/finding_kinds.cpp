@@ -2,7 +2,7 @@
 // The table of what the doctor can find out. docs/doctor.md is made from it: nq-gev doctor --table
 #include "doctor/findings.h"
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 const std::vector<FindingKind>& FindingKinds()
@@ -91,4 +91,4 @@ const std::vector<FindingKind>& FindingKinds()
     return kinds;
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

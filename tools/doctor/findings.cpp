@@ -7,7 +7,7 @@
 #include <string_view>
 #include <unistd.h>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -104,4 +104,4 @@ size_t CountOf(const std::vector<Finding>& findings, Verdict verdict)
                                              [verdict](const Finding& one) { return one.verdict == verdict; }));
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 /// One row of the table: something that has to be right before pictures come.
@@ -63,4 +63,4 @@ class Findings
 
 size_t CountOf(const std::vector<Finding>& findings, Verdict verdict);
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

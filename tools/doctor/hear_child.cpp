@@ -10,7 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -67,4 +67,4 @@ std::string HearChild(const std::function<void(int pipe)>& body, std::chrono::mi
     return heard;
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

@@ -10,7 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -200,4 +200,4 @@ std::vector<HeardCamera> HearCameras(const std::vector<Adapter>& adapters, std::
     return heard;
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 /// What a camera tells in its answer, and where it was heard.
@@ -28,4 +28,4 @@ struct HeardCamera
 /// that has no socket hears nothing.
 std::vector<HeardCamera> HearCameras(const std::vector<Adapter>& adapters, std::chrono::milliseconds time);
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

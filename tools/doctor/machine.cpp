@@ -13,7 +13,7 @@
 #include <system_error>
 #include <unistd.h>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace fs = std::filesystem;
@@ -97,4 +97,4 @@ std::optional<std::string> StartedWith(const std::string& variable)
     return std::nullopt;
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 /// The files below a root. Paths are written without a leading slash. Nothing is kept open.
@@ -45,4 +45,4 @@ class Machine
 /// A variable that this process was started with; nothing when there was none.
 std::optional<std::string> StartedWith(const std::string& variable);
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 /// True with CAP_IPC_LOCK, which has no limit.
@@ -15,4 +15,4 @@ bool MayLockAnything(const Machine& machine);
 /// RLIMIT_MEMLOCK, or RLIM_INFINITY.
 uint64_t LockableBytes();
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

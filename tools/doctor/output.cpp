@@ -7,7 +7,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 std::string FindingsText(const std::vector<Finding>& findings)
@@ -57,4 +57,4 @@ std::string TableText()
     return text;
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

@@ -8,7 +8,7 @@
 #include <functional>
 #include <unistd.h>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -77,4 +77,4 @@ std::optional<uint64_t> AskPayload(const FoundCamera& camera, std::string& why)
     return std::nullopt;
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

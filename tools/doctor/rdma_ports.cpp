@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <map>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -89,4 +89,4 @@ std::vector<RdmaPort> FindRdmaPorts(const Machine& machine)
     return ports;
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 /// What libibverbs tells of a port; nothing of it when the device could not be opened.
@@ -39,4 +39,4 @@ std::vector<RdmaPort> FindRdmaPorts(const Machine& machine);
 /// first device.
 VerbsPort AskVerbs(const std::string& device, uint8_t port);
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

@@ -14,7 +14,7 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -181,4 +181,4 @@ std::string ReportText(const CommonOptions& common, const DoctorOptions& options
            Section("environment", EnvironmentText());
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

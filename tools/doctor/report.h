@@ -6,7 +6,7 @@
 
 #include <string>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 /// What a report holds and what it does not, for the user.
@@ -16,4 +16,4 @@ std::string ReportContents();
 /// neither camera nor producer, and has an end whatever they do.
 std::string ReportText(const CommonOptions& common, const DoctorOptions& options);
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

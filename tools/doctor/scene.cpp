@@ -9,7 +9,7 @@
 #include <chrono>
 #include <fmt/format.h>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -186,4 +186,4 @@ const Adapter* AdapterCalled(const Scene& scene, const std::string& name)
     return found == scene.adapters.end() ? nullptr : &*found;
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

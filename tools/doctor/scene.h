@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 struct DoctorOptions
@@ -66,4 +66,4 @@ std::optional<uint64_t> AskPayload(const FoundCamera& camera, std::string& why);
 /// The adapter of that name; nothing when it is gone.
 const Adapter* AdapterCalled(const Scene& scene, const std::string& name);
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor

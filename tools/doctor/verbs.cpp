@@ -7,7 +7,7 @@
 #include <dlfcn.h>
 #include <infiniband/verbs.h>
 
-namespace nq::tool
+namespace nq::tool::doctor
 {
 
 namespace
@@ -98,4 +98,4 @@ VerbsPort AskVerbs(const std::string& device, uint8_t port)
     return asked;
 }
 
-} // namespace nq::tool
+} // namespace nq::tool::doctor
