@@ -30,7 +30,7 @@ class ToolIp : public testing::Test
         m_camera = std::make_unique<ChildProcess>(
             std::vector<std::string>{NQ_CAMERA_PATH, "--address", "192.168.1.5", "--width", "64", "--height", "48"},
             m_environment, &m_host);
-        if (!m_camera->WaitForOutput("ready", longTime))
+        if (!m_camera->WaitForOutput("ready", kLongTime))
         {
             throw std::runtime_error("no camera: " + m_camera->Output());
         }
