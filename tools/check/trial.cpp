@@ -24,7 +24,6 @@ namespace nq::check
 namespace
 {
 
-constexpr size_t kMostMemory = size_t{8} << 30; // a producer that eats more meets std::bad_alloc, not this machine
 constexpr int kSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGUSR2};
 
 Surroundings& BeforeLoading()
@@ -100,6 +99,7 @@ void Settle()
     const rlimit none{0, 0};
     setrlimit(RLIMIT_CORE, &none);
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    constexpr rlim_t kMostMemory = rlim_t{8} << 30; // a producer that eats more meets std::bad_alloc, not this machine
     const rlimit memory{kMostMemory, kMostMemory};
     setrlimit(RLIMIT_AS, &memory);
 #endif
