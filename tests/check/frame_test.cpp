@@ -148,7 +148,7 @@ TEST(CheckFrame, TheListIsOfTheRulesThatAreChosen)
     const Outcome list = RunProgram({NQ_CHECK_PATH, "--list", "--only", "LB-00[12],PR-007", "--skip", "LB-002"});
     EXPECT_EQ(list.output,
               "exports and versions, init and close\n"
-              "  LB-001  must   nothing   every function of GenTL 1.5 is exported, undecorated  6.1, 6.1.3\n"
+              "  LB-001  must   nothing   every function of the claimed version is exported, undecorated  6.1, 6.1.3\n"
               "\nthreads and processes\n"
               "  PR-007  may    nothing   the library unloads, and loads again\n");
     const Outcome json = RunProgram({NQ_CHECK_PATH, "--list", "--json", "--only", "PR-007"});

@@ -405,7 +405,7 @@ TEST_F(StandardGenApi, EveryFeatureOfTheDataStreamReads)
                             {"StreamBufferAlignment", "1"},
                             {"FrameLoss", frameLoss},
                             {"FramesReceived", received},
-                            {"CopiedFrames", "0"}});
+                            {"CopiedFrames", started}}); // the buffers are smaller than a frame
 }
 
 TEST_F(StandardGenApi, TheDataStreamTellsWhatItDoesNow)

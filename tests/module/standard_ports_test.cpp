@@ -110,7 +110,7 @@ TEST_F(StandardPorts, AddressesOfTheLibrarysOwnMapAloneAreInvalid)
         EXPECT_EQ(Read(tree.device, address, 4), Result(-1015, kUntouched4)) << std::hex << address;
         EXPECT_EQ(Write(tree.device, address, Word(0)), -1015) << std::hex << address;
     }
-    for (const std::uint64_t address : {0x10100ULL + 0x100000, 0x80434ULL, 0x8042CULL, 0x80168ULL})
+    for (const std::uint64_t address : {0x10100ULL + 0x100000, 0x80434ULL, 0x8042CULL, 0x80170ULL})
     {
         EXPECT_EQ(Read(tree.stream, address, 4), Result(-1015, kUntouched4)) << std::hex << address;
     }
