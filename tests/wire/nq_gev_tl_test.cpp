@@ -62,11 +62,8 @@ TEST_F(TransportLayer, OpenWithoutALocalPortIsFalseAndTraced)
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     const rlimit none{0, limit.rlim_max};
-    // A sanitizer that looks at the type of an object for the first time needs a descriptor.
-    auto& layer = m_tl;
-    auto& handle = m_handle;
     setrlimit(RLIMIT_NOFILE, &none);
-    EXPECT_FALSE(layer.CameraOpen(&handle, kLoopback, 3956));
+    EXPECT_FALSE(m_tl.CameraOpen(&m_handle, kLoopback, 3956));
     setrlimit(RLIMIT_NOFILE, &limit);
     EXPECT_NE(m_handle, 0U);
     EXPECT_THAT(TraceCapture::At(2), ElementsAre("CameraOpen failed! openCamera -10"));
