@@ -523,6 +523,7 @@ NQGenTLBuffer* NQGenTLDataStream::TakeBufferFor(void* rdmaId, unsigned long fram
     }
     if (Answers().queueingPosts && FindEventById(GenTL::EVENT_NEW_BUFFER, false) == nullptr)
     {
+        CountSkipped(frameId);
         m_road->HandOver(nullptr, rdmaId); // With nobody registered the buffer goes on waiting.
         return nullptr;
     }

@@ -92,8 +92,8 @@ void NQGenTLDataStream::CountUnderruns(unsigned long count)
     m_numUnderrun += count;
 }
 
-/// For a frame that has just taken its buffer, or found none. A camera that waits for buffers shows what it lost
-/// meanwhile by the ids that it skips.
+/// For a frame that has just taken its buffer, found none, or leaves its buffer waiting. A camera that waits for
+/// buffers shows what it lost meanwhile by the ids that it skips.
 void NQGenTLDataStream::CountSkipped(unsigned long frameId)
 {
     if (!Answers().underrunsOfGaps)

@@ -119,6 +119,24 @@ TEST_F(StandardStream, CountsTheIdsSkippedWhileNothingWasQueuedAsUnderruns)
     EXPECT_EQ(Number(2), 4U);
 }
 
+/// With nobody registered the frames come all the same: no id is skipped, and a buffer was queued.
+TEST_F(StandardStream, CountsNoFrameThatCameWhileNobodyWasRegisteredAsSkipped)
+{
+    StartWith(1);
+    Frame(0, 1);
+    EXPECT_EQ(Take(), handles[0]);
+    ASSERT_EQ(stream.UnregisterEvent(1), 0);
+    ASSERT_EQ(stream.QueueBuffer(handles[0]), 0);
+    Frame(0, 4); // 2 and 3 found no buffer
+    EXPECT_EQ(Number(2), 2U);
+    Frame(0, 5);
+    Frame(0, 6);
+    RegisterNewBuffer();
+    Frame(0, 7);
+    EXPECT_EQ(Take(), handles[0]);
+    EXPECT_EQ(Number(2), 2U);
+}
+
 TEST_F(StandardStream, HasNoChunksAndTakesAnyAddress)
 {
     EXPECT_EQ(Of(11), (Info{12, 8, 0}));
