@@ -83,5 +83,9 @@ GenDCBuffer::GenDCBuffer(std::size_t size) : m_payloadSize(size), m_buffer(nullp
 
 GenDCBuffer::~GenDCBuffer()
 {
-    munmap(m_buffer, m_bufferSize);
+    // A child that must not have the block has nothing there, or other memory.
+    if (!ForkTearsPinnedPages() || !m_origin.IsInherited())
+    {
+        munmap(m_buffer, m_bufferSize);
+    }
 }

@@ -2,6 +2,7 @@
 // One frame memory block: room for a GenDC descriptor and the payload behind it.
 #pragma once
 
+#include "base/nq_fork.h"
 #include "rdma/gendc_wire.h"
 
 #include <array>
@@ -40,4 +41,5 @@ class GenDCBuffer
     [[maybe_unused]] std::uint64_t m_payloadSize;
     unsigned char* m_buffer;
     std::uint32_t m_bufferSize;
+    const NQOrigin m_origin;
 };

@@ -5,6 +5,7 @@
 
 #include "rdma/GenDCBuffer.h"
 #include "support/data_stream_fixture.h"
+#include "support/forked.h"
 #include "support/kernel_release.h"
 #include "support/page_flags.h"
 
@@ -53,6 +54,21 @@ TEST(PinnedPages, OfABlockAreKeptFromTheChild)
     {
         const GenDCBuffer buffer(size);
         EXPECT_EQ(PageFlags(buffer.GetBuffer()).count("dc"), 1U) << size;
+    }
+}
+
+TEST(PinnedPages, OfABlockAreNotTheChildsToGiveBack)
+{
+    for (const std::size_t size : {std::size_t{0}, std::size_t{8} << 20})
+    {
+        auto buffer = std::make_unique<GenDCBuffer>(size);
+        const nq::test::Forked child([&] {
+            void* const there = mmap(buffer->GetBuffer(), kPage, PROT_READ | PROT_WRITE,
+                                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
+            ASSERT_EQ(there, buffer->GetBuffer()) << "a place that is free, as for any memory of the child's";
+            buffer.reset();
+            EXPECT_EQ(msync(there, kPage, MS_ASYNC), 0) << "the child's memory is gone";
+        });
     }
 }
 
