@@ -113,7 +113,9 @@ void OtherProcess::End() const
 int HoldCamera(const Target& target)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    // A producer may close or use descriptors that are not its own: standard ones first.
     const int answer = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+    const int wish = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
     const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
     dup2(nothing, STDOUT_FILENO); // what the producer prints is no answer
     CurrentRecord() = new Record();
@@ -131,7 +133,7 @@ int HoldCamera(const Target& target)
         char byte = 0;
         if (write(answer, line.data(), line.size()) == static_cast<ssize_t>(line.size()))
         {
-            while (read(STDIN_FILENO, &byte, 1) > 0)
+            while (read(wish, &byte, 1) > 0)
             {
             }
         }

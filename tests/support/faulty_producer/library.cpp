@@ -225,7 +225,7 @@ namespace
     }
     if (Fault("load_takes_signals"))
     {
-        std::signal(SIGINT, SIG_IGN);
+        std::signal(SIGINT, [](int) {}); // not SIG_IGN, which a process in the background may have already
     }
     if (Fault("load_sets_locale"))
     {
