@@ -3,6 +3,7 @@
 #include "doctor/rdma_ports.h"
 
 #include <cstdlib>
+#include <fmt/format.h>
 #include <map>
 
 namespace nq::tool::doctor
@@ -20,7 +21,7 @@ std::set<std::string> AdaptersOf(const Machine& machine, const std::string& devi
     const std::string indexed = port + "/gid_attrs/ndevs";
     for (const std::string& index : machine.Names(indexed))
     {
-        adapters.insert(machine.Text(indexed + "/" + index).value_or(""));
+        adapters.insert(machine.Text(fmt::format("{}/{}", indexed, index)).value_or(""));
     }
     adapters.insert(machine.Text(device + "/parent").value_or(""));
     adapters.erase("");
@@ -39,9 +40,9 @@ std::vector<std::string> V2GidsOf(const Machine& machine, const std::string& por
     std::vector<std::string> gids;
     for (const std::string& index : machine.Names(port + "/gids"))
     {
-        if (machine.Text(port + "/gid_attrs/types/" + index) == "RoCE v2")
+        if (machine.Text(fmt::format("{}/gid_attrs/types/{}", port, index)) == "RoCE v2")
         {
-            gids.push_back(machine.Text(port + "/gids/" + index).value_or(""));
+            gids.push_back(machine.Text(fmt::format("{}/gids/{}", port, index)).value_or(""));
         }
     }
     return gids;
@@ -78,7 +79,7 @@ std::vector<RdmaPort> FindRdmaPorts(const Machine& machine)
         const std::string folder = kDevices + device;
         for (const std::string& number : machine.Names(folder + "/ports"))
         {
-            const std::string files = folder + "/ports/" + number;
+            const std::string files = fmt::format("{}/ports/{}", folder, number);
             const auto port = static_cast<uint8_t>(std::strtoul(number.c_str(), nullptr, 10));
             ports.push_back({device, port, AdaptersOf(machine, folder, files),
                              machine.Text(files + "/link_layer").value_or(""),
