@@ -57,7 +57,7 @@ std::string HearChild(const std::function<void(int pipe)>& body, std::chrono::mi
         _exit(0); // what it holds of its parent is not its to clean up
     }
     close(ends[1]);
-    const std::string heard = child < 0 ? "" : Hear(ends[0], patience);
+    std::string heard = child < 0 ? "" : Hear(ends[0], patience);
     close(ends[0]);
     if (child > 0)
     {

@@ -172,6 +172,7 @@ std::vector<HeardCamera> HearCameras(const std::vector<Adapter>& adapters, std::
     using Clock = std::chrono::steady_clock;
     const std::vector<Ear> ears = EarsAt(adapters);
     std::vector<pollfd> waits;
+    waits.reserve(ears.size());
     for (const Ear& ear : ears)
     {
         waits.push_back({ear.Socket(), POLLIN, 0});

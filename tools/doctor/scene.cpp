@@ -50,6 +50,7 @@ SeenCamera SeenBy(const HeardCamera& heard)
 std::vector<SeenCamera> Joined(const std::vector<HeardCamera>& heard, const std::vector<FoundCamera>& listed)
 {
     std::vector<SeenCamera> cameras;
+    cameras.reserve(heard.size() + listed.size());
     for (const HeardCamera& one : heard)
     {
         cameras.push_back(SeenBy(one));

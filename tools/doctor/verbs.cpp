@@ -78,22 +78,22 @@ VerbsPort AskPort(const Verbs& verbs, ibv_device* device, uint8_t number)
 
 VerbsPort AskVerbs(const std::string& device, uint8_t port)
 {
-    static const Verbs verbs;
-    if (!verbs.Problem().empty())
+    static const Verbs kVerbs;
+    if (!kVerbs.Problem().empty())
     {
-        return {0, 0, verbs.Problem()};
+        return {0, 0, kVerbs.Problem()};
     }
     int count = 0;
-    ibv_device** devices = verbs.list(&count);
+    ibv_device** devices = kVerbs.list(&count);
     ibv_device** const end = devices + (devices == nullptr ? 0 : count);
     ibv_device** const found =
-        std::find_if(devices, end, [&](ibv_device* one) { return device.empty() || device == verbs.name(one); });
-    const VerbsPort asked =
-        found == end ? VerbsPort{0, 0, "libibverbs knows no such device (is its driver in ibverbs-providers?)"}
-                     : AskPort(verbs, *found, port);
+        std::find_if(devices, end, [&](ibv_device* one) { return device.empty() || device == kVerbs.name(one); });
+    VerbsPort asked = found == end
+                          ? VerbsPort{0, 0, "libibverbs knows no such device (is its driver in ibverbs-providers?)"}
+                          : AskPort(kVerbs, *found, port);
     if (devices != nullptr)
     {
-        verbs.free(devices);
+        kVerbs.free(devices);
     }
     return asked;
 }
