@@ -8,7 +8,7 @@ namespace nq::tool::doctor
 const std::vector<FindingKind>& FindingKinds()
 {
     // A line that mends can be typed as it is printed, by somebody who may use sudo.
-    static const std::vector<FindingKind> kinds = {
+    static const std::vector<FindingKind> kKinds = {
         {"producer.path", "Does GENICAM_GENTL64_PATH lead to a .cti?",
          "The folders of that variable. Without it only nq-gev finds a producer, beside itself.",
          "export GENICAM_GENTL64_PATH=FOLDER"},
@@ -88,7 +88,7 @@ const std::vector<FindingKind>& FindingKinds()
          "RLIMIT_MEMLOCK and CAP_IPC_LOCK beside the payload times --buffers.",
          "sudo prlimit --pid $$ --memlock=unlimited:unlimited"},
     };
-    return kinds;
+    return kKinds;
 }
 
 } // namespace nq::tool::doctor

@@ -44,6 +44,7 @@ std::string SaidBy(const std::string& verb, const CommonOptions& common)
     return HearChild(
         [&words](int pipe) {
             std::vector<char*> arguments;
+            arguments.reserve(words.size() + 1);
             for (std::string& word : words)
             {
                 arguments.push_back(word.data());
