@@ -83,7 +83,7 @@ class EchoSocket
     bool Try(uint32_t bytes)
     {
         // A multiple of two, for the sum.
-        std::vector<uint8_t> packet((bytes - kIpHeader) / 2 * 2);
+        std::vector<uint8_t> packet(size_t{(bytes - kIpHeader) / 2} * 2);
         ++m_sequence;
         packet[0] = ICMP_ECHO;
         packet[4] = 0x4E;
