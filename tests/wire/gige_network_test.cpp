@@ -272,8 +272,8 @@ TEST(Network, PendingAcknowledgeOf1500MsChangesTheWaitToOneSecondAnd500000Micros
     exchange.wait = {0, 200000};
     EXPECT_EQ(exchange.Run(), 0);
     EXPECT_EQ(exchange.ack.getDWord(8), 0x11223344U);
-    // What is left of 1.5 s after at most 0.4 s of waiting is more than the first 0.2 s ever were. A thread that got the
-    // first answer late has waited less.
+    // What is left of 1.5 s after at most 0.4 s of waiting is more than the first 0.2 s ever were. A thread that got
+    // the first answer late has waited less.
     EXPECT_EQ(exchange.wait.tv_sec, 1);
     EXPECT_LT(exchange.wait.tv_usec, 500000);
 }
