@@ -4,6 +4,7 @@
 
 #include "udp_socket.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cstring>
 #include <functional>
@@ -29,29 +30,9 @@ std::uint32_t AddressOf(const sockaddr* address)
 
 std::optional<LocalInterface> FindInterface(const std::function<bool(const LocalInterface&)>& wanted)
 {
-    ifaddrs* list = nullptr;
-    if (getifaddrs(&list) != 0)
-    {
-        throw std::runtime_error(std::string("the network interfaces cannot be listed: ") + std::strerror(errno));
-    }
-    const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> keep(list, &freeifaddrs);
-    for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next)
-    {
-        if (entry->ifa_addr == nullptr || entry->ifa_netmask == nullptr || entry->ifa_addr->sa_family != AF_INET)
-        {
-            continue;
-        }
-        // An alias is named "eth0:1"; the interface itself carries the part before the colon.
-        std::string name = entry->ifa_name;
-        name = name.substr(0, name.find(':'));
-        LocalInterface found{name, static_cast<int>(if_nametoindex(name.c_str())), AddressOf(entry->ifa_addr),
-                             AddressOf(entry->ifa_netmask)};
-        if (wanted(found))
-        {
-            return found;
-        }
-    }
-    return std::nullopt;
+    const std::vector<LocalInterface> all = LocalInterfaces();
+    const auto found = std::find_if(all.begin(), all.end(), wanted);
+    return found == all.end() ? std::nullopt : std::optional(*found);
 }
 
 } // namespace
@@ -64,6 +45,30 @@ std::uint32_t ParseAddress(const std::string& text)
         throw std::invalid_argument("'" + text + "' is no IPv4 address");
     }
     return ntohl(address.s_addr);
+}
+
+std::vector<LocalInterface> LocalInterfaces()
+{
+    ifaddrs* list = nullptr;
+    if (getifaddrs(&list) != 0)
+    {
+        throw std::runtime_error(std::string("the network interfaces cannot be listed: ") + std::strerror(errno));
+    }
+    const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> keep(list, &freeifaddrs);
+    std::vector<LocalInterface> all;
+    for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next)
+    {
+        if (entry->ifa_addr == nullptr || entry->ifa_netmask == nullptr || entry->ifa_addr->sa_family != AF_INET)
+        {
+            continue;
+        }
+        // An alias is named "eth0:1"; the interface itself carries the part before the colon.
+        std::string name = entry->ifa_name;
+        name = name.substr(0, name.find(':'));
+        all.push_back({name, static_cast<int>(if_nametoindex(name.c_str())), AddressOf(entry->ifa_addr),
+                       AddressOf(entry->ifa_netmask)});
+    }
+    return all;
 }
 
 LocalInterface FindInterfaceByAddress(std::uint32_t address)

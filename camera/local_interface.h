@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace nq::camera
 {
@@ -23,6 +24,9 @@ struct LocalInterface
 
 /// Reads "10.9.0.1". Throws std::invalid_argument for any other text.
 std::uint32_t ParseAddress(const std::string& text);
+
+/// Every IPv4 address of this machine, with the interface that has it. Throws std::runtime_error.
+std::vector<LocalInterface> LocalInterfaces();
 
 /// The interface that has this address. Throws std::runtime_error when none has.
 LocalInterface FindInterfaceByAddress(std::uint32_t address);

@@ -7,9 +7,11 @@
 #include <arpa/inet.h>
 #include <bit>
 #include <cerrno>
+#include <exception>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 #include <system_error>
+#include <vector>
 
 namespace nq::camera
 {
@@ -61,6 +63,23 @@ int Ask(std::uint16_t kind, std::uint16_t flags, const LocalInterface& network)
     return answer.head.nlmsg_type == NLMSG_ERROR ? -answer.error.error : EIO;
 }
 
+/// Takes the address away, and it alone: with the first address of a subnet the kernel takes away the later ones too,
+/// which may be the one that the camera moves to, or another camera's.
+void Remove(const LocalInterface& network)
+{
+    const std::vector<LocalInterface> all = LocalInterfaces();
+    Ask(RTM_DELADDR, 0, network);
+    for (const LocalInterface& one : all)
+    {
+        const bool beside = one.index == network.index && one.netmask == network.netmask &&
+                            one.address != network.address && ((one.address ^ network.address) & network.netmask) == 0;
+        if (beside)
+        {
+            Ask(RTM_NEWADDR, NLM_F_CREATE | NLM_F_EXCL, one);
+        }
+    }
+}
+
 } // namespace
 
 MachineAddress::MachineAddress(const LocalInterface& network) : m_network(network)
@@ -76,9 +95,16 @@ MachineAddress::MachineAddress(const LocalInterface& network) : m_network(networ
 
 MachineAddress::~MachineAddress()
 {
-    if (m_added)
+    if (!m_added)
     {
-        Ask(RTM_DELADDR, 0, m_network);
+        return;
+    }
+    try
+    {
+        Remove(m_network);
+    }
+    catch (const std::exception&) // the interfaces cannot be listed: the address stays
+    {
     }
 }
 
