@@ -227,10 +227,11 @@ TEST_F(DoctorNetwork, ACameraOfAnotherSubnetIsHeardAndGetsAnAddressOfThisOne)
         }
         return answer;
     });
+    m_far.Shell("ip addr add 10.9.0.2/24 dev cam0"); // a host that is no camera, so that this address cannot be forced
     const Outcome doctor = RunDoctor();
     EXPECT_THAT(doctor.output,
                 Wrong("camera.subnet", kCamera + std::string(": it has 10.77.0.2/24, and host0 10.9.0.1/24"),
-                      "nq-gev ip --camera 02:11:22:33:44:55 --force 10.9.0.2/24"));
+                      "nq-gev ip --camera 02:11:22:33:44:55 --force 10.9.0.3/24"));
     EXPECT_THAT(doctor.output, NotKnown("camera.answers", "no camera can be asked (camera.subnet, camera.answers)\n"));
     // An address more does not help: the producer goes by the first one.
     Shell("ip addr add 10.77.0.1/24 brd + dev host0");

@@ -2,6 +2,8 @@
 // Findings about the network adapters: up, linked, addressed, alone on their subnets.
 #include "doctor/checks.h"
 
+#include "heard_cameras.h"
+
 #include <algorithm>
 #include <fmt/format.h>
 
@@ -20,6 +22,12 @@ bool IsTaken(const Scene& scene, uint32_t address)
     return std::any_of(scene.adapters.begin(), scene.adapters.end(), has) ||
            std::any_of(scene.cameras.begin(), scene.cameras.end(),
                        [address](const SeenCamera& camera) { return camera.subnet.address == address; });
+}
+
+/// Whether any host answers for the address on the adapter, if one is named.
+bool IsHeld(const std::string& adapter, uint32_t address)
+{
+    return !adapter.empty() && !AddressHolder(tool::Adapter{adapter, {}}, address).empty();
 }
 
 /// The address to give an adapter: on the subnet of a camera that was heard there, else one that cameras without an
@@ -103,17 +111,24 @@ void CheckSubnet(const Scene& scene, const Adapter& adapter, Findings& findings)
 
 } // namespace
 
-Subnet FreeAddress(const Scene& scene, const Subnet& camera)
+Subnet FreeAddress(const Scene& scene, const Subnet& camera, const std::string& adapter)
 {
     const uint32_t network = camera.address & camera.mask;
     const uint32_t hosts = ~camera.mask; // the last is for broadcasts
+    constexpr int kMostHeld = 32;        // a router may answer for every address
+    int held = 0;
     for (uint32_t step = 1; step < hosts && step < 65536; ++step)
     {
         const uint32_t part = ((camera.address & hosts) + step) % hosts;
-        if (part != 0 && !IsTaken(scene, network | part))
+        if (part == 0 || IsTaken(scene, network | part))
+        {
+            continue;
+        }
+        if (held == kMostHeld || !IsHeld(adapter, network | part))
         {
             return {network | part, camera.mask};
         }
+        ++held;
     }
     return camera;
 }

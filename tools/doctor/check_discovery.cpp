@@ -132,7 +132,7 @@ void CheckSubnet(const Scene& scene, const SeenCamera& camera, Findings& finding
         findings.Wrong(kId, camera.Name(),
                        fmt::format("it has {}, and {} {}", SubnetText(camera.subnet), camera.adapter,
                                    SubnetText(camera.adapterSubnet)),
-                       {{"ADDRESS", SubnetText(FreeAddress(scene, camera.adapterSubnet))},
+                       {{"ADDRESS", SubnetText(FreeAddress(scene, camera.adapterSubnet, camera.adapter))},
                         {"MAC", MacText(camera.entry.macAddress)}});
     }
     else
