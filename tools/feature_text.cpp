@@ -145,7 +145,11 @@ std::optional<FeatureValue> NumberFrom(const Feature& feature, const std::string
         const std::optional<double> number = FloatFrom(plain);
         return number && InRange(feature, *number) ? std::optional<FeatureValue>(*number) : std::nullopt;
     }
-    std::optional<int64_t> number = WholeFrom(plain);
+    std::optional<int64_t> number = WholeFrom(Trimmed(text)); // the B of "0x5DB" is a digit, and bytes behind that
+    if (!number)
+    {
+        number = WholeFrom(plain);
+    }
     if (!number && feature.form == NumberForm::Ipv4)
     {
         number = Ungrouped(plain, 4, 10, ".");

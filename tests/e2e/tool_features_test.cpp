@@ -144,6 +144,10 @@ TEST_F(ToolFeatures, RefuseWhatTheyCannotTake)
     ExpectRefused({"exec", "Width"}, 2, "Width: it is no command, but takes a whole number from 1 to 640");
     ExpectRefused({"set", "ExposureMode=Timed"}, 1,
                   "ExposureMode=Timed: ExposureMode is not available now; nothing was changed");
+    // The last digit is not its unit: that would be 576.
+    ExpectRefused(
+        {"set", "GevSCPSPacketSize=0x240B"}, 2,
+        "GevSCPSPacketSize=0x240B: takes a whole number from 576 to 9000 B in steps of 4; nothing was changed");
     // A limit that moves with what was set before.
     ExpectRefused({"set", "OffsetX=0", "Width=640", "OffsetX=4"}, 2,
                   "OffsetX=4: takes a whole number from 0 to 0; set before it: OffsetX=0, Width=640");
