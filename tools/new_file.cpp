@@ -121,9 +121,13 @@ void NewFile::Publish(bool overwrite)
 
 void WriteFile(const std::string& path, std::string_view text, bool overwrite)
 {
-    const std::filesystem::path target = std::filesystem::absolute(path);
     try
     {
+        const std::filesystem::path target = std::filesystem::absolute(path);
+        if (std::error_code none; std::filesystem::exists(target, none) && !std::filesystem::is_regular_file(target))
+        {
+            throw ToolFailure(ExitCode::Failure, "cannot write " + path + ": it is no plain file, and stays as it is");
+        }
         NewFile file(target);
         if (std::fwrite(text.data(), 1, text.size(), file.Stream()) != text.size())
         {

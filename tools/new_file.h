@@ -34,7 +34,8 @@ class NewFile
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> m_stream;
 };
 
-/// Writes the whole text under a new name, or in the place of what has it if `overwrite`. Throws ToolFailure.
+/// Writes the whole text under a new name, or in the place of the plain file that has it if `overwrite`; folders,
+/// devices and pipes stay. Throws ToolFailure.
 void WriteFile(const std::string& path, std::string_view text, bool overwrite);
 
 } // namespace nq::tool

@@ -209,7 +209,14 @@ std::vector<Setting> ParseSettings(const std::string& text)
             throw ToolFailure(ExitCode::Usage,
                               fmt::format("line {} is no setting: {}; nothing was changed", number, content));
         }
-        static_cast<void>(ParseFeatureName(setting.name));
+        try
+        {
+            static_cast<void>(ParseFeatureName(setting.name));
+        }
+        catch (const ToolFailure& failure)
+        {
+            throw ToolFailure(failure.Code(), fmt::format("line {}: {}; nothing was changed", number, failure.what()));
+        }
         settings.push_back(setting);
     }
     return settings;

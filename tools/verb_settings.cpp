@@ -60,7 +60,14 @@ std::string TextOf(const std::string& path)
         throw ToolFailure(ExitCode::Failure,
                           fmt::format("cannot read {}: {}", path, std::generic_category().message(errno)));
     }
-    return {std::istreambuf_iterator<char>(file), {}};
+    try
+    {
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    catch (const std::system_error& failure) // a folder can be opened, but not read
+    {
+        throw ToolFailure(ExitCode::Failure, fmt::format("cannot read {}: {}", path, failure.code().message()));
+    }
 }
 
 ExitCode Load(const CommonOptions& common, const SettingsOptions& options)

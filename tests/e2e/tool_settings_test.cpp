@@ -6,8 +6,10 @@
 #include "support/virtual_camera.h"
 
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 namespace
 {
@@ -79,6 +81,13 @@ TEST_F(ToolSettings, ThatCannotBeSetAreTold)
     const Outcome broken = Run({"load", Written("broken.txt", "Height = 50\nWidth 640\n")});
     EXPECT_EQ(broken.exitCode, 2);
     EXPECT_EQ(broken.output, "nq-gev: line 2 is no setting: Width 640; nothing was changed\n");
+    const Outcome open = Run({"load", Written("open.txt", "Height = 50\nGain[All = 1\n")});
+    EXPECT_EQ(open.exitCode, 2);
+    EXPECT_EQ(open.output,
+              "nq-gev: line 2: \"Gain[All\" is no feature: NAME or NAME[SELECTION]; nothing was changed\n");
+    const Outcome folder = Run({"load", m_folder / "."});
+    EXPECT_EQ(folder.exitCode, 1);
+    EXPECT_EQ(folder.output, "nq-gev: cannot read " + m_folder / "." + ": Is a directory\n");
     EXPECT_EQ(Run({"get", "Height"}).output, "Height = 100\n");
     const Outcome saved = Run({"--json", "save", m_folder / "good.txt"});
     EXPECT_EQ(saved.exitCode, 0) << saved.output;
@@ -142,6 +151,12 @@ TEST_F(ToolSettings, AreDescribedByAnXmlText)
     ExpectFitsSchema("xml", written.output);
     EXPECT_EQ(BytesOf(file), shown.output);
     EXPECT_THAT(Run({"xml", "--module", "system"}).output, HasSubstr("GenTLVersionMajor"));
+    const std::string pipe = m_folder / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const Outcome refused = Run({"xml", "-o", pipe, "--overwrite"});
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_EQ(refused.output, "nq-gev: cannot write " + pipe + ": it is no plain file, and stays as it is\n");
+    EXPECT_TRUE(std::filesystem::is_fifo(pipe)) << "as little as /dev/null";
 }
 
 } // namespace
