@@ -11,6 +11,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <iterator>
+#include <regex>
 #include <sstream>
 #include <sys/socket.h>
 #include <thread>
@@ -24,6 +25,14 @@ namespace
 constexpr const char* kRecorderPath = "/usr/bin/tcpdump";
 constexpr const char* kReaderPath = "/usr/bin/tshark";
 constexpr const char* kEndMark = "this is the end of the session";
+
+/// A field's value as all versions of the dissector print it, and without what it says of the sender's port alone: the
+/// kernel chooses that one, also among those from which traceroute sends.
+std::string Plain(const std::string& value)
+{
+    static const std::regex kOfThePort("Possible traceroute: hop #[0-9]+, attempt #[0-9]+,?");
+    return value == "True" ? "1" : value == "False" ? "0" : std::regex_replace(value, kOfThePort, "");
+}
 
 std::string MakeFolder()
 {
@@ -111,8 +120,7 @@ std::vector<Packet> Dissect(const std::string& path, const std::string& filter, 
         {
             std::string& value = packet[field];
             std::getline(values, value, '|');
-            // Newer versions spell a flag out.
-            value = value == "True" ? "1" : value == "False" ? "0" : value;
+            value = Plain(value);
         }
         packets.push_back(packet);
     }

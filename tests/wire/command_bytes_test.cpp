@@ -10,11 +10,15 @@
 #include "support/capture.h"
 #include "support/interface_module.h"
 
+#include <arpa/inet.h>
 #include <array>
 #include <gmock/gmock.h>
 #include <memory>
+#include <netinet/in.h>
 #include <ostream>
 #include <string>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <vector>
 
 using namespace nq::test;
@@ -149,6 +153,24 @@ class PortBytes : public CommandBytes
 };
 
 } // namespace
+
+TEST_F(CommandBytes, FromAPortOfTraceroute)
+{
+    const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in from{};
+    from.sin_family = AF_INET;
+    from.sin_port = htons(33460);
+    ASSERT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&from), sizeof from), 0);
+    sockaddr_in to = from;
+    to.sin_port = htons(3956);
+    to.sin_addr.s_addr = inet_addr("10.9.0.5");
+    const std::array<unsigned char, 12> readRegister{0x42, 0x01, 0x00, 0x80, 0x00, 0x04, 0x00, 0x01, 0x00, 0x00, 0x0A};
+    EXPECT_EQ(sendto(descriptor, readRegister.data(), readRegister.size(), 0, reinterpret_cast<const sockaddr*>(&to),
+                     sizeof to),
+              12);
+    close(descriptor);
+    EXPECT_THAT(Commands(), ElementsAre(Sent{"420100800004000100000a00", "0x0080 0x0001 at 0x00000a00"}));
+}
 
 TEST_F(CommandBytes, OfAScanAndAProbe)
 {
