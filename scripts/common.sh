@@ -9,10 +9,15 @@ test_packages="libgtest-dev libgmock-dev python3 tshark aravis-tools aravis-tool
 # The browser that opens the HTML report of gentl-check is big: CI has it; elsewhere its case is skipped where it is absent.
 [ -z "${CI:-}" ] || test_packages="$test_packages chromium chromium-driver python3-selenium"
 lint_packages="clang clang-format-16 clang-tidy shellcheck"
+# What makes a Debian in a folder.
+root_packages="mmdebstrap debian-archive-keyring"
+
+# The exit code of a command for which this machine's mirror has no Debian.
+unavailable=69
 
 fail() {
     echo "run: $*" >&2
-    exit 1
+    exit "${code:-1}"
 }
 
 # missing_packages PACKAGE...: those that are not installed.

@@ -20,9 +20,13 @@ make_root() {
     local suite=$1 root=$2 mirror settings
     shift 2
     [ "$(cat "$root/packages" 2>/dev/null)" != "$*" ] || return 0
-    install mmdebstrap debian-archive-keyring
+    # shellcheck disable=SC2086
+    install $root_packages
     mirror=$(own_mirror)
-    [ -n "$mirror" ] || fail "no Debian $suite: the apt sources of this machine name no mirror of its own Debian"
+    [ -n "$mirror" ] ||
+        code=$unavailable fail "no Debian $suite: the apt sources of this machine name no mirror of its own Debian"
+    /usr/lib/apt/apt-helper download-file "${mirror%/}/dists/$suite/InRelease" out/InRelease >out/root.log 2>&1 ||
+        code=$unavailable fail "no Debian $suite: $mirror has none; see out/root.log"
     echo "making a Debian $suite in $root from $mirror"
     mkdir -p "$(dirname "$root")"
     rm -rf --one-file-system "$root" "$root.new"

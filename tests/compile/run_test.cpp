@@ -44,6 +44,18 @@ TEST(Run, AnotherDebianIsForDemoAndTestAndHasAName)
     }
 }
 
+TEST(Run, AnotherDebianThatNoMirrorHasIsToldByACodeOfItsOwn)
+{
+    const TemporaryFolder folder; // without a mirror in its apt-get, and without a Debian made before
+    std::ofstream(folder / "apt-get") << "#!/bin/sh\n";
+    fs::permissions(folder / "apt-get", fs::perms::owner_all);
+    const Outcome outcome = RunProgram({"/usr/bin/env", "PATH=" + folder.Path() + ":/usr/sbin:/usr/bin:/sbin:/bin",
+                                        "XDG_CACHE_HOME=" + folder.Path(), kRunPath, "demo", "--on", "trixie"});
+    EXPECT_EQ(outcome.exitCode, 69);
+    EXPECT_THAT(outcome.output,
+                HasSubstr("run: no Debian trixie: the apt sources of this machine name no mirror of its own Debian\n"));
+}
+
 TEST(Run, AsksForThePackagesOfTheClangThatThisDebianHas)
 {
     const TemporaryFolder programs;
