@@ -219,9 +219,11 @@ void RdmaServer::OnRequest(rdma_cm_id* id)
         EndConnection(); // the request may come from the next host already
     }
     const bool admitted = IsAdmitted(id);
-    if (admitted && m_endOnceEstablished)
+    // What is left of an earlier control does not keep out the host that has it now, nor does a request that the host
+    // gave up before it was accepted: the end of that one may come after the next one.
+    if (admitted && (m_endOnceEstablished || m_acceptAt))
     {
-        CloseConnection(); // what is left of an earlier control does not keep out the host that has it now
+        CloseConnection();
     }
     if (m_connection || !admitted || m_faults.Strike(Fault::RejectConnect))
     {

@@ -106,6 +106,18 @@ TEST_F(CameraStreamPrivilege, RequestThatIsNeverEstablishedIsGivenUp)
     EXPECT_TRUE(ConnectsAtLast());
 }
 
+TEST_F(CameraStreamPrivilege, RequestThatWaitsForItsAcceptGivesWayToTheNextOne)
+{
+    const RawHost holder;
+    holder.TakeControl();
+    m_camera.Fault("slow-accept:60000:1");
+    PlainRdmaHost first(kFrame);
+    first.Request();
+    ASSERT_TRUE(WaitForStatus(R"("slow-accept":{"armed":false,"strikes":1})"));
+    EXPECT_EQ(PlainRdmaHost(kFrame).Connect(), RDMA_CM_EVENT_ESTABLISHED);
+    EXPECT_EQ(first.NextEvent(), RDMA_CM_EVENT_REJECTED);
+}
+
 TEST_F(CameraStreamPrivilege, HostWhoseConfirmationTakesSixSecondsIsWaitedFor)
 {
     const RawHost holder;
