@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+// What is written beside the code: links that lead somewhere, a list of changes of this version, and what somebody who
+// reports a defect is asked for.
+#include "support/source_text.h"
+#include "support/temporary_folder.h"
+#include "support/tool.h"
+
+#include <gmock/gmock.h>
+
+namespace
+{
+
+namespace fs = std::filesystem;
+using namespace nq::test;
+using testing::HasSubstr;
+
+Outcome CheckLinks(const std::string& folder)
+{
+    return RunProgram({"/usr/bin/python3", NQ_SOURCE_DIR "/scripts/check_links.py", folder});
+}
+
+TEST(Papers, HaveNoLinkThatLeadsNowhere)
+{
+    const Outcome links = CheckLinks(NQ_SOURCE_DIR);
+    EXPECT_EQ(links.exitCode, 0) << links.output;
+}
+
+TEST(Papers, WithALinkThatLeadsNowhereAreFound)
+{
+    const TemporaryFolder folder;
+    std::ofstream(folder / "other.md") << "# A heading, two\n\n# A heading, two\n";
+    std::ofstream(folder / "page.md")
+        << "[good](other.md#a-heading-two-1) [absent](absent.md) [far](https://example.org)\n"
+           "[heading](other.md#a-heading-two-2) `[code](code.md)`\n"
+           "```\n[fenced](fenced.md)\n```\n";
+    const Outcome links = CheckLinks(folder.Path());
+    EXPECT_EQ(links.exitCode, 1);
+    EXPECT_EQ(links.output, "page.md: absent.md: no such file\n"
+                            "page.md: other.md#a-heading-two-2: no such heading\n"
+                            "4 links, 2 of them lead nowhere\n");
+}
+
+TEST(Changelog, BeginsWithTheVersionOfTheBuild)
+{
+    const Names version = All(TextOfFile("CMakeLists.txt"), R"(project\([a-z_]+ VERSION ([0-9.]+))");
+    ASSERT_EQ(version.size(), 1U);
+    const std::string changes = TextOfFile("CHANGELOG.md");
+    const std::size_t first = changes.find("\n## ");
+    ASSERT_NE(first, std::string::npos);
+    EXPECT_EQ(changes.substr(first, 4 + version.begin()->size()), "\n## " + *version.begin());
+}
+
+TEST(IssueTemplates, EachAsksForTheReportOfTheMachine)
+{
+    int templates = 0;
+    for (const auto& entry : fs::directory_iterator(NQ_SOURCE_DIR "/.github/ISSUE_TEMPLATE"))
+    {
+        if (entry.path().extension() == ".md")
+        {
+            ++templates;
+            const std::string text = TextOf(entry.path());
+            EXPECT_THAT(text, testing::MatchesRegex("---\nname: [^\n]+\nabout: [^\n]+\nlabels: [a-z]+\n---\n(.|\n)*"));
+            EXPECT_THAT(text, HasSubstr("\n```\nnq-gev report -o report.txt\n```\n")) << entry.path();
+        }
+    }
+    EXPECT_EQ(templates, 2);
+}
+
+TEST(IssueTemplates, CannotBePassedBy)
+{
+    EXPECT_THAT(TextOfFile(".github/ISSUE_TEMPLATE/config.yml"), HasSubstr("\nblank_issues_enabled: false\n"));
+}
+
+} // namespace
