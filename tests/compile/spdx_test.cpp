@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: Apache-2.0
+// The list of what the built files are made of, as scripts/spdx.py makes it.
+#include "support/temporary_folder.h"
+#include "support/tool.h"
+
+#include <gmock/gmock.h>
+
+namespace
+{
+
+using namespace nq::test;
+using testing::HasSubstr;
+using testing::Not;
+
+/// What every such document has to have, and ids that lead somewhere.
+constexpr const char* kCheckDocument = R"(
+import json, re, sys
+document = json.load(open(sys.argv[1]))
+assert document["spdxVersion"] == "SPDX-2.3" and document["dataLicense"] == "CC0-1.0"
+assert document["SPDXID"] == "SPDXRef-DOCUMENT" and document["name"].startswith("nq_gev_rdma_tl-")
+assert document["documentNamespace"].startswith("https://spdx.org/spdxdocs/nq_gev_rdma_tl-")
+assert document["creationInfo"] == {"created": "1970-01-01T00:00:00Z", "creators": ["Tool: scripts/spdx.py"]}
+entries = document["packages"] + document["files"]
+ids = [entry["SPDXID"] for entry in entries] + ["SPDXRef-DOCUMENT"]
+assert len(set(ids)) == len(ids) and all(re.fullmatch(r"SPDXRef-[A-Za-z0-9.-]+", one) for one in ids)
+for package in document["packages"]:
+    assert package["name"] and package["versionInfo"] and package["downloadLocation"] and package["licenseDeclared"]
+for file in document["files"]:
+    assert file["fileName"].startswith("./") and len(file["checksums"][0]["checksumValue"]) == 40
+for relation in document["relationships"]:
+    assert relation["spdxElementId"] in ids and relation["relatedSpdxElement"] in ids
+)";
+
+std::string RelationText(const std::string& first, const std::string& kind, const std::string& second)
+{
+    return "\"spdxElementId\": \"SPDXRef-" + first + "\",\n      \"relationshipType\": \"" + kind +
+           "\",\n      \"relatedSpdxElement\": \"SPDXRef-" + second;
+}
+
+TEST(Spdx, NamesWhatEachFileIsLinkedWithAndWhatWasCompiledIntoIt)
+{
+    const TemporaryFolder folder;
+    const std::string path = folder / "list.spdx.json";
+    const Outcome made = RunProgram(
+        {"/bin/sh", "-c", "exec /usr/bin/python3 '" NQ_SOURCE_DIR "/scripts/spdx.py' '" NQ_BINARY_DIR "' >" + path},
+        {"SOURCE_DATE_EPOCH=0"});
+    ASSERT_EQ(made.exitCode, 0) << made.output;
+    const Outcome checked = RunProgram({"/usr/bin/python3", "-c", kCheckDocument, path});
+    EXPECT_EQ(checked.exitCode, 0) << checked.output;
+
+    const std::string text = BytesOf(path);
+    const std::string library = "File-libnq-gev-rdma-tl.cti";
+    EXPECT_THAT(text, HasSubstr(RelationText("DOCUMENT", "DESCRIBES", "Package-nq-gev-rdma-tl\"")));
+    EXPECT_THAT(text, HasSubstr(RelationText("Package-nq-gev-rdma-tl", "CONTAINS", library + "\"")));
+    for (const char* package : {"libibverbs1", "librdmacm1", "libstdc-plus-plus6", "libc6"})
+    {
+        EXPECT_THAT(text, HasSubstr(RelationText(library, "DYNAMIC_LINK", std::string("Package-") + package)));
+    }
+    EXPECT_THAT(text, Not(HasSubstr(RelationText(library, "DYNAMIC_LINK", "Package-libpng"))));
+    EXPECT_THAT(text, HasSubstr(RelationText("Package-libibverbs-dev", "BUILD_DEPENDENCY_OF", library)));
+    for (const char* package : {"libcli11-dev", "nlohmann-json3-dev"})
+    {
+        const std::string name = std::string("Package-") + package;
+        EXPECT_THAT(text, HasSubstr(RelationText(name, "BUILD_DEPENDENCY_OF", "File-nq-gev-camera\"")));
+        EXPECT_THAT(text, Not(HasSubstr(RelationText(name, "BUILD_DEPENDENCY_OF", library))));
+    }
+    EXPECT_THAT(text, HasSubstr(RelationText("File-nq-gev-camera", "DYNAMIC_LINK", "Package-libpng16")));
+}
+
+} // namespace
