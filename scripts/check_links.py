@@ -31,10 +31,13 @@ def anchors(path):
     return {name if number == 0 else f"{name}-{number}" for name, count in found.items() for number in range(count + 1)}
 
 
-def complaints(page):
+def targets(page):
     with open(page, encoding="utf-8") as file:
-        text = without_code(file.read())
-    for target in re.findall(r"\]\(([^)\s]+)\)", text):
+        return re.findall(r"\]\(([^)\s]+)\)", without_code(file.read()))
+
+
+def complaints(page):
+    for target in targets(page):
         if re.match(r"[a-z]+:", target):
             yield target, None
             continue
@@ -61,4 +64,5 @@ def main(folder):
     return 1 if bad or not links else 0
 
 
-sys.exit(main(*sys.argv[1:]))
+if __name__ == "__main__":
+    sys.exit(main(*sys.argv[1:]))

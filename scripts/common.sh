@@ -10,6 +10,7 @@ test_packages="libgtest-dev libgmock-dev python3 tshark aravis-tools aravis-tool
 [ -z "${CI:-}" ] || test_packages="$test_packages chromium chromium-driver python3-selenium"
 # What the examples want beyond these: OpenCV's core, and the pipelines of GStreamer.
 example_packages="libopencv-core-dev gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good"
+docs_packages="python3 mkdocs mkdocs-material linkchecker"
 lint_packages="clang clang-format-16 clang-tidy shellcheck"
 # What makes a Debian in a folder.
 root_packages="mmdebstrap debian-archive-keyring"

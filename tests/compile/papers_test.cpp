@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is written beside the code: links that lead somewhere, a list of changes of this version, and what somebody who
-// reports a defect is asked for.
+// What is written beside the code: links that lead somewhere, a site that loads nothing, symptoms in the programs'
+// words, a list of changes of this version, and what somebody who reports a defect is asked for.
 #include "support/source_text.h"
 #include "support/temporary_folder.h"
 #include "support/tool.h"
 
 #include <gmock/gmock.h>
+#include <sstream>
 
 namespace
 {
@@ -38,6 +39,69 @@ TEST(Papers, WithALinkThatLeadsNowhereAreFound)
     EXPECT_EQ(links.output, "page.md: absent.md: no such file\n"
                             "page.md: other.md#a-heading-two-2: no such heading\n"
                             "4 links, 2 of them lead nowhere\n");
+}
+
+/// Pages as a site has them, one of which is what `page` says.
+Outcome CheckSite(const std::string& page)
+{
+    const TemporaryFolder site;
+    fs::create_directory(site / "search");
+    std::ofstream(site / "search/search_index.json") << R"({"docs": [{"location": "index.html"}]})";
+    std::ofstream(site / "index.html") << page;
+    return RunProgram({"/usr/bin/python3", NQ_SOURCE_DIR "/scripts/check_site.py", site.Path()});
+}
+
+TEST(Site, MayLeadElsewhereButLoadsNothingFromThere)
+{
+    const Outcome leads = CheckSite(R"(<a href="https://example.org">a</a><script src="own.js"></script>)");
+    EXPECT_EQ(leads.exitCode, 0) << leads.output;
+    for (const char* part : {R"(<script src="https://example.org/a.js">)", R"(<img src="//example.org/a.png">)",
+                             R"(<link rel="stylesheet" href="http://example.org/a.css">)"})
+    {
+        const Outcome loads = CheckSite(part);
+        EXPECT_EQ(loads.exitCode, 1) << part;
+        EXPECT_THAT(loads.output, HasSubstr("index.html loads "));
+    }
+}
+
+/// The text of all literals of the tools, those that stand behind each other as one.
+std::string TextsOfTools()
+{
+    std::string all;
+    for (const fs::path& file : Sources("tools"))
+    {
+        bool joined = false;
+        std::istringstream lines(TextOf(file));
+        for (std::string line; std::getline(lines, line);)
+        {
+            line.erase(0, line.find_first_not_of(' '));
+            const bool continues = joined && line.starts_with('"');
+            all += continues ? line.substr(1) : line + "\n";
+            joined = line.size() > 1 && line.ends_with('"');
+            if (joined)
+            {
+                all.resize(all.size() - (continues ? 1 : 2));
+            }
+        }
+    }
+    return all;
+}
+
+TEST(Troubleshooting, IsByWhatTheProgramsPrint)
+{
+    const std::string texts = TextsOfTools();
+    const Names symptoms = All(TextOfFile("docs/troubleshooting.md"), R"(\n\| ``?(.*?)``? \| [0-9] \|)");
+    EXPECT_GE(symptoms.size(), 10U);
+    for (const std::string& symptom : symptoms)
+    {
+        std::size_t from = 0;
+        for (std::size_t to = 0; to != std::string::npos; from = to + std::string("…").size())
+        {
+            to = symptom.find("…", from);
+            const std::string piece = symptom.substr(from, to == std::string::npos ? to : to - from);
+            EXPECT_NE(texts.find(piece), std::string::npos) << symptom << "\nhas: " << piece;
+        }
+    }
 }
 
 TEST(Changelog, BeginsWithTheVersionOfTheBuild)

@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# ./run docs: makes the site of the documentation in out/docs/site/, and fails when a page is missing, a link leads nowhere or
+# a page would load anything from elsewhere. Look at it by `python3 -m http.server --directory out/docs/site`.
+set -euo pipefail
+cd "$(dirname "$(readlink -f "$0")")/.."
+. scripts/common.sh
+become_root "$@"
+[ $# = 0 ] || fail "docs takes no argument \"$1\""
+# shellcheck disable=SC2086
+install $docs_packages
+rm -rf out/docs
+mkdir -p out/docs/pages
+/usr/bin/python3 scripts/docs_tree.py out/docs/pages
+# The version that Debian 12 has warns of its successor, on standard error and in colours.
+/usr/bin/mkdocs --quiet build --strict || fail "mkdocs found something"
+echo "links"
+linkchecker --no-status --no-warnings out/docs/site/index.html >out/docs/links.txt 2>&1 ||
+    { cat out/docs/links.txt >&2 && fail "links of the site lead nowhere"; }
+/usr/bin/python3 scripts/check_site.py out/docs/site
