@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// The engine for features by name, a library beside this program that only the verbs for features load.
+// The engine for features by name, a library that came with this program and that only the verbs for features load.
 #include "feature_engine.h"
 
 #include "exit_codes.h"
+#include "installed_folder.h"
 
 #include <dlfcn.h>
 #include <filesystem>
@@ -20,7 +21,7 @@ namespace
 void* Symbol(const char* name)
 {
     std::error_code ignored;
-    const fs::path file = fs::read_symlink("/proc/self/exe", ignored).parent_path() / "nq-gev-features.so";
+    const fs::path file = FolderOf("nq-gev-features.so", "../lib/nq-gev") / "nq-gev-features.so";
     if (!fs::exists(file, ignored))
     {
         throw ToolFailure(ExitCode::Failure,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The engine for features by name, a library beside this program that only the verbs for features load.
+// The engine for features by name, a library that came with this program and that only the verbs for features load.
 #pragma once
 
 #include "feature_tree.h"

@@ -2,6 +2,7 @@
 // Which producers there are, and what each of them sees.
 #include "producers.h"
 
+#include "installed_folder.h"
 #include "printable.h"
 #include "producer_child.h"
 
@@ -164,8 +165,7 @@ std::vector<std::string> FindProducers(const std::string& argument)
         }
         return found;
     }
-    std::error_code ignored;
-    found = NewProducersIn(fs::read_symlink("/proc/self/exe", ignored).parent_path(), known);
+    found = NewProducersIn(FolderOfOurProducer(), known);
     if (found.empty())
     {
         throw ToolFailure(ExitCode::NoProducer, "no producer: give --producer PATH or set GENICAM_GENTL64_PATH");

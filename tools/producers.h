@@ -14,7 +14,7 @@ namespace nq::tool
 {
 
 /// The producers to ask: `argument` alone if not empty, else every .cti in the folders of GENICAM_GENTL64_PATH, or
-/// beside this program where that is unset or empty. Each file once. Throws ToolFailure(NoProducer).
+/// that came with this program where that is unset or empty. Each file once. Throws ToolFailure(NoProducer).
 std::vector<std::string> FindProducers(const std::string& argument);
 
 /// What a producer says about itself; empty where it says nothing.

@@ -2,6 +2,8 @@
 // Findings about the libraries: whether programs find them, and whether they load.
 #include "doctor/checks.h"
 
+#include "installed_folder.h"
+
 #include <filesystem>
 #include <fmt/format.h>
 
@@ -36,8 +38,7 @@ std::string FolderToName(const Scene& scene)
     {
         return std::filesystem::absolute(scene.producers.front().path).parent_path();
     }
-    std::error_code ignored;
-    return std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
+    return FolderOfOurProducer();
 }
 
 void CheckPath(const Scene& scene, const CommonOptions& common, Findings& findings)

@@ -46,12 +46,12 @@ std::string ReasonOf(int error)
     return std::generic_category().message(error);
 }
 
-/// The library beside this program, as a build leaves it, or in lib/ beside bin/; empty when it is in none of them.
+/// The library beside this program, as a build leaves it, or below lib/ beside bin/; empty when it is in none of them.
 fs::path FindLibrary()
 {
     std::error_code ignored;
     const fs::path here = fs::read_symlink("/proc/self/exe", ignored).parent_path();
-    for (const char* folder : {".", "../lib", "../lib/x86_64-linux-gnu", "../lib64"})
+    for (const char* folder : {".", "../lib/nq-gev", "../lib", "../lib/x86_64-linux-gnu", "../lib64"})
     {
         fs::path path = fs::weakly_canonical(here / folder / kLibrary, ignored);
         if (fs::is_regular_file(path, ignored))
