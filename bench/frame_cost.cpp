@@ -4,6 +4,7 @@
 // started again. For buffers of both kinds, by the library's own answers and with the standard's. Run beside a virtual
 // camera by `./run bench`. Prints JSON.
 #include "camera_choice.h"
+#include "code_range.h"
 #include "grab_session.h"
 #include "nq_version.h"
 #include "producer_tree.h"
@@ -16,7 +17,6 @@
 #include <dlfcn.h>
 #include <fmt/format.h>
 #include <infiniband/verbs.h>
-#include <link.h>
 #include <new>
 #include <nlohmann/json.hpp>
 #include <string_view>
@@ -26,21 +26,16 @@
 namespace
 {
 
-/// The producer's code and what it did since counting began. Calls are told apart by their return address.
+/// The producer's code and what it did since counting began.
 struct Counters
 {
-    std::atomic<uintptr_t> codeBegin{0};
-    std::atomic<uintptr_t> codeEnd{0};
+    nq::bench::CodeRange code;
     std::atomic<bool> on{false};
     std::atomic<uint64_t> allocations{0};
     std::atomic<uint64_t> copies{0};
     std::atomic<uint64_t> copiedBytes{0};
 
-    bool Counts(const void* caller) const
-    {
-        const auto address = reinterpret_cast<uintptr_t>(caller);
-        return on && address >= codeBegin && address < codeEnd;
-    }
+    bool Counts(const void* caller) const { return on && code.Holds(caller); }
 };
 
 Counters g_counters;
@@ -146,24 +141,6 @@ namespace
 
 using namespace nq::tool;
 
-int FindCode(dl_phdr_info* info, size_t, void* name)
-{
-    if (std::string(info->dlpi_name).find(static_cast<const char*>(name)) == std::string::npos)
-    {
-        return 0;
-    }
-    for (int index = 0; index < info->dlpi_phnum; ++index)
-    {
-        const ElfW(Phdr)& header = info->dlpi_phdr[index];
-        if (header.p_type == PT_LOAD && (header.p_flags & PF_X) != 0)
-        {
-            g_counters.codeBegin = info->dlpi_addr + header.p_vaddr;
-            g_counters.codeEnd = info->dlpi_addr + header.p_vaddr + header.p_memsz;
-        }
-    }
-    return 1;
-}
-
 Frame NextFrame(GrabSession& session)
 {
     std::optional<Frame> frame = session.Next(5000);
@@ -266,7 +243,7 @@ void MeasureAnswers(const std::string& answers, uint64_t frames, nlohmann::order
     const FoundCamera used = ChooseCameras(CommonOptions{}, {}).front();
     ProducerTree producers;
     Interface& interface = producers.InterfaceOf(used);
-    dl_iterate_phdr(FindCode, const_cast<char*>("libnq_gev_rdma_tl.cti"));
+    g_counters.code.Take("libnq_gev_rdma_tl.cti");
     for (const BufferOrigin origin : {BufferOrigin::Library, BufferOrigin::Consumer})
     {
         nlohmann::ordered_json row = {{"answers", answers}};

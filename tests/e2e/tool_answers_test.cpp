@@ -16,7 +16,9 @@ using testing::Not;
 
 TEST(ToolVersion, TellsProgramLibraryGenTLAndCommit)
 {
-    for (const std::string path : {"nq-gev", "nq-software-rdma", "bench/frame_cost", "bench/loopback_throughput"})
+    for (const std::string path :
+         {"nq-gev", "nq-software-rdma", "bench/frame_cost", "bench/loopback_throughput", "bench/frame_road",
+          "bench/frame_road_counted", "bench/port_reads", "bench/library_facts", "bench/closed_trace"})
     {
         const Outcome version = RunProgram({NQ_BINARY_DIR "/" + path, "--version"});
         const std::string name = path.substr(path.find('/') + 1);
