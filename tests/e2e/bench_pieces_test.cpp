@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The pieces that ./run bench measures with do what they are taken for: the references receive the camera's frames, and
-// the counters count.
+// The pieces that ./run bench measures with do what they are taken for: the references receive the camera's frames, the
+// counters count, and the report fits its schema.
+#include "support/temporary_folder.h"
 #include "support/tool.h"
 #include "support/virtual_camera.h"
 
@@ -12,6 +13,7 @@ namespace
 
 using namespace nq::test;
 using nlohmann::json;
+using testing::HasSubstr;
 
 constexpr std::size_t kWidth = 64;
 constexpr std::size_t kHeight = 48;
@@ -112,6 +114,76 @@ TEST(BenchFacts, TellTheStepsOfAStartAndThePagesThatItTouches)
     EXPECT_GT(fact("info-calls").at("ns"), 0);
     const Outcome trace = RunProgram({NQ_BINARY_DIR "/bench/closed_trace"});
     EXPECT_THAT(trace.output, testing::MatchesRegex("\\{\"ns\": [0-9.]+\\}\n"));
+}
+
+/// The modules of the driver, in a shell of their own.
+Outcome RunDriverCode(const std::string& code)
+{
+    return RunProgram(
+        {"/usr/bin/python3", "-B", "-c",
+         "import pathlib, sys\nsys.path.insert(0, '" NQ_SOURCE_DIR "/scripts/bench')\nimport driver\n" + code});
+}
+
+TEST(BenchReport, JudgesTheMedianOfTheQuotientsAndFitsItsSchema)
+{
+    const TemporaryFolder folder;
+    const std::string rows =
+        "rows = [{'name': 'frame_rate_vs_handover', 'at': '4 KiB', 'ours': ours, 'reference': other}"
+        " for ours, other in ((90, 100), (300, 200), (104, 100))]\n"
+        "rows += [{'name': 'trace_closed_ns', 'at': 'a line', 'ours': 1.5}]\n"
+        "left = [{'name': 'register_read_vs_aravis', 'at': '4 bytes', 'reason': 'none here'}]\n"
+        "measured = [{'rows': rows, 'left_out': left, 'steps': {'start_ms': 12.25}}]\n";
+    const std::string publish =
+        "driver.publish(driver.report_of(measured, False, 3, 1.0), pathlib.Path('" + folder.Path() + "'))\n";
+    const Outcome outcome = RunDriverCode(rows + publish);
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
+    EXPECT_THAT(outcome.output,
+                testing::ContainsRegex("frame_rate_vs_handover +4 KiB +1\\.04 +0\\.9 +1\\.5 +104 frames/s +100 +>= "
+                                       "1\\.05 +not met\n"));
+    EXPECT_THAT(outcome.output,
+                testing::ContainsRegex("trace_closed_ns +a line +1\\.5 +1\\.5 +1\\.5 +ns +<= 2 +met\n"));
+    EXPECT_THAT(outcome.output, HasSubstr("left out: register_read_vs_aravis at 4 bytes: none here\nstart_ms: 12.2\n"));
+    const json report = json::parse(BytesOf(folder / "report.json"));
+    EXPECT_EQ(report.at("figures").at(0).at("samples"), (json{0.9, 1.5, 1.04}));
+    EXPECT_EQ(report["figures"][0].at("met"), false);
+    EXPECT_THAT(BytesOf(folder / "frame_rate.svg"), testing::StartsWith("<svg xmlns="));
+}
+
+TEST(BenchReport, OfAQuickRunJudgesNothing)
+{
+    const Outcome outcome =
+        RunDriverCode("rows = [{'name': 'trace_closed_ns', 'at': 'a line', 'ours': 1000}]\n"
+                      "report = driver.report_of([{'rows': rows, 'left_out': [], 'steps': {}}], True, 1, 1.0)\n"
+                      "print(driver.checked(report)['figures'])\n");
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
+    EXPECT_THAT(outcome.output, HasSubstr("'wanted': '<= 2'"));
+    EXPECT_THAT(outcome.output, testing::Not(HasSubstr("'met'")));
+}
+
+TEST(BenchGroup, LeavesOutTheFigureWhoseReferenceDoesNotRun)
+{
+    const VirtualCamera camera;
+    const TemporaryFolder folder;
+    std::filesystem::create_directory_symlink(NQ_BINARY_DIR, folder / "build");
+    const std::string code = "import slices\n"
+                             "group = slices.Group(1, 0.02)\n"
+                             "slices.PROGRAMS = 'build/bench/'\n"
+                             "known = slices.sample\n"
+                             "def without_udp(program, *more, **options):\n"
+                             "    if 'udp' in more:\n"
+                             "        raise slices.SampleFailed('no socket')\n"
+                             "    return known(program, *[value if value != 'aravis' else 'udp' for value in more], "
+                             "**options)\n"
+                             "slices.sample = without_udp\n"
+                             "slices.registers(group)\n"
+                             "print([row['name'] for row in group.rows], group.left_out['register_read_vs_udp', "
+                             "'4 bytes'])\n";
+    const Outcome outcome =
+        RunProgram({"/usr/bin/env", "-C", folder.Path(), "/usr/bin/python3", "-B", "-c",
+                    "import sys\nsys.path.insert(0, '" NQ_SOURCE_DIR "/scripts/bench')\n" + code},
+                   Joined(camera.Environment(), {std::string("CAMERA_ADDRESS=") + VirtualCamera::kAddress}));
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
+    EXPECT_EQ(outcome.output, "['register_read_vs_aravis', 'memory_read_vs_aravis'] no socket\n");
 }
 
 } // namespace
