@@ -2,6 +2,8 @@
 // Values of features as people write them.
 #include "feature_text.h"
 
+#include "printable.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -55,16 +57,6 @@ std::string IntegerText(NumberForm form, int64_t number)
     default:
         return fmt::format("{}", number);
     }
-}
-
-std::string HexBytes(const std::string& bytes)
-{
-    std::string text;
-    for (const char byte : bytes)
-    {
-        text += fmt::format("{:02x}", static_cast<uint8_t>(byte));
-    }
-    return text;
 }
 
 /// The number that groups of digits with the separator mean; nothing for another text.
@@ -267,7 +259,7 @@ std::string ValueText(const Feature& feature, const FeatureValue& value)
         return text == nullptr ? "-" : *text;
     }
     return feature.type == FeatureType::Register
-               ? HexBytes(*text)
+               ? HexText(*text)
                : nlohmann::json(*text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 

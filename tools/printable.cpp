@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Texts of cameras, producers and files, made fit for a terminal.
+// Texts and bytes of cameras, producers and files, made fit for a terminal.
 #include "printable.h"
 
 #include <algorithm>
@@ -81,6 +81,16 @@ std::string Printable(std::string_view text)
         text.remove_prefix(bytes.size());
     }
     return printable;
+}
+
+std::string HexText(std::string_view bytes, std::string_view between)
+{
+    std::string text;
+    for (const char byte : bytes)
+    {
+        text += fmt::format("{}{:02x}", text.empty() ? "" : between, static_cast<uint8_t>(byte));
+    }
+    return text;
 }
 
 } // namespace nq::tool

@@ -78,21 +78,11 @@ std::string BytesFrom(const std::string& text)
     return bytes.empty() ? throw ToolFailure(ExitCode::Usage, refusal) : bytes;
 }
 
-std::string Hex(const std::string& bytes, const char* between)
-{
-    std::string text;
-    for (const char byte : bytes)
-    {
-        text += fmt::format("{}{:02x}", text.empty() ? "" : between, static_cast<uint8_t>(byte));
-    }
-    return text;
-}
-
 void PrintBytes(const CommonOptions& common, uint64_t address, const std::string& bytes)
 {
     if (common.json)
     {
-        PrintJson({{"address", address}, {"length", bytes.size()}, {"bytes", Hex(bytes, "")}});
+        PrintJson({{"address", address}, {"length", bytes.size()}, {"bytes", HexText(bytes)}});
         return;
     }
     constexpr size_t kPerLine = 16;
@@ -104,7 +94,7 @@ void PrintBytes(const CommonOptions& common, uint64_t address, const std::string
         {
             text += byte >= ' ' && byte <= '~' ? byte : '.';
         }
-        fmt::print("0x{:08x}  {:<47}  {}\n", address + at, Hex(line, " "), text);
+        fmt::print("0x{:08x}  {:<47}  {}\n", address + at, HexText(line, " "), text);
     }
 }
 
