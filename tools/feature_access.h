@@ -62,6 +62,9 @@ class Features
 
     void Execute(const std::string& name);
 
+    /// The name of the event with that id; nothing when no feature is about it.
+    std::optional<std::string> EventName(uint64_t id) { return m_tree->EventName(id); }
+
     /// Runs `work` with the selectors at the values that the name tells, and puts them back.
     void Selected(const FeatureName& name, const std::function<void()>& work);
 

@@ -80,10 +80,4 @@ void PrintJson(const ordered_json& json)
     fmt::print("{}\n", json.dump(2, ' ', true, ordered_json::error_handler_t::replace));
 }
 
-void PrintJsonLine(const ordered_json& json)
-{
-    fmt::print("{}\n", json.dump(-1, ' ', true, ordered_json::error_handler_t::replace));
-    std::fflush(stdout);
-}
-
 } // namespace nq::tool

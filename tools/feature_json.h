@@ -14,7 +14,4 @@ nlohmann::ordered_json ToJson(const Reading& reading);
 /// Prints a JSON text in ASCII, with what is no UTF-8 replaced.
 void PrintJson(const nlohmann::ordered_json& json);
 
-/// The same in one line, at once.
-void PrintJsonLine(const nlohmann::ordered_json& json);
-
 } // namespace nq::tool

@@ -104,6 +104,9 @@ class FeatureTree
     /// The value has the type that Value() gives.
     virtual void Write(const std::string& name, const FeatureValue& value) = 0;
     virtual void Execute(const std::string& name) = 0;
+
+    /// The name of the event with that id, as the selector of events has it; nothing when no feature is about it.
+    virtual std::optional<std::string> EventName(uint64_t id) = 0;
 };
 
 /// What the library of the engine exports under kFeatureEngineEntry: the features of the description `file`, which is

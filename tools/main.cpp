@@ -66,6 +66,7 @@ int Run(int argc, char** argv)
     AddGrabVerb(app, common, chosen);
     AddFeatureVerbs(app, common, chosen);
     AddSettingsVerbs(app, common, chosen);
+    AddEventsVerb(app, common, chosen);
     AddPortVerbs(app, common, chosen);
     AddDoctorVerb(app, common, chosen);
     AddReportVerb(app, common, chosen);

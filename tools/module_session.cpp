@@ -18,6 +18,11 @@ void AddModuleOptions(CLI::App& verb, ModuleOptions& options, bool control)
     verb.add_option("--module", options.module, "Whose: remote (the camera), device, stream, interface or system")
         ->check(CLI::IsMember({"remote", "device", "stream", "interface", "system"}))
         ->capture_default_str();
+    AddCameraOptions(verb, options, control);
+}
+
+void AddCameraOptions(CLI::App& verb, ModuleOptions& options, bool control)
+{
     verb.add_option("--camera", options.camera,
                     "Id, serial number, user-defined name, MAC or IP address (default: the only one)");
     if (control)
@@ -183,6 +188,18 @@ void ModuleSession::OpenDevice(GenTL::DEVICE_ACCESS_FLAGS access)
             m_device = nullptr;
             throw;
         }
+    }
+}
+
+void ModuleSession::OpenStreamIfAny()
+{
+    try
+    {
+        OpenStream();
+    }
+    catch (const GenTLError&)
+    {
+        m_stream = nullptr; // a camera without one, or one that is taken
     }
 }
 

@@ -20,7 +20,10 @@ struct ModuleOptions
     uint32_t waitSeconds = 0;
 };
 
-/// Adds --module and --camera, and --wait for a verb that needs control.
+/// Adds --camera, and --wait for a verb that needs control.
+void AddCameraOptions(CLI::App& verb, ModuleOptions& options, bool control);
+
+/// The same with --module ahead of them.
 void AddModuleOptions(CLI::App& verb, ModuleOptions& options, bool control);
 
 enum class ModuleUse
@@ -41,6 +44,20 @@ class ModuleSession
     ModuleSession& operator=(const ModuleSession&) = delete;
 
     PortAccess& Port() { return *m_port; }
+
+    /// Opens the stream of a camera too, where it has one that can be opened.
+    void OpenStreamIfAny();
+
+    GenTLLibrary& Library() const { return *m_library; }
+    const CameraEntry& Camera() const { return m_found.camera; }
+    bool IsOurs() const { return m_system->IsOurs(); }
+
+    /// The open modules; null for those that are not. Theirs until the object goes.
+    GenTL::TL_HANDLE SystemHandle() const { return m_system->Handle(); }
+    GenTL::IF_HANDLE InterfaceHandle() const { return m_interface == nullptr ? nullptr : m_interface->Handle(); }
+    GenTL::DEV_HANDLE DeviceHandle() const { return m_device; }
+    GenTL::DS_HANDLE StreamHandle() const { return m_stream; }
+    GenTL::PORT_HANDLE RemotePort() const { return m_remote; }
 
     /// Whether the camera may be changed.
     bool HasControl() const { return m_control || m_device == nullptr; }

@@ -19,6 +19,7 @@ void AddInfoVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddFeatureVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddSettingsVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
+void AddEventsVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddPortVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddDoctorVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddReportVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);

@@ -196,6 +196,7 @@ TEST(ToolFeaturesWithoutEngine, SayWhatToInstall)
                                                       {"set", "Width=1"},
                                                       {"exec", "Stop"},
                                                       {"describe", "Width"},
+                                                      {"events", "Width=1"},
                                                       {"save", "file"},
                                                       {"load", "/dev/null"}})
     {

@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <utility>
 
 namespace nq::tool
@@ -159,6 +161,45 @@ std::string RegisterBytes(ArvGcRegister* node, Problem& problem)
     std::string bytes(length, '\0');
     arv_gc_register_get(node, bytes.data(), length, problem.Place());
     return bytes;
+}
+
+using PropertyOf = std::function<void(ArvGcPropertyNode* property, ArvGcPropertyNodeType type)>;
+
+void ForEachProperty(ArvGcNode* node, const PropertyOf& look)
+{
+    for (ArvDomNode* at = arv_dom_node_get_first_child(ARV_DOM_NODE(node)); at != nullptr;
+         at = arv_dom_node_get_next_sibling(at))
+    {
+        if (ARV_IS_GC_PROPERTY_NODE(at))
+        {
+            look(ARV_GC_PROPERTY_NODE(at), arv_gc_property_node_get_node_type(ARV_GC_PROPERTY_NODE(at)));
+        }
+    }
+}
+
+/// The id of the event whose packet holds what the node shows; nothing for what lies in registers.
+std::optional<uint64_t> EventOf(ArvGcNode* node, int depth)
+{
+    constexpr int kDeepest = 8; // a value may name itself
+    std::optional<uint64_t> event;
+    if (node == nullptr || depth > kDeepest)
+    {
+        return event;
+    }
+    ForEachProperty(node, [&](ArvGcPropertyNode* property, ArvGcPropertyNodeType type) {
+        if (type == ARV_GC_PROPERTY_NODE_TYPE_EVENT_ID)
+        {
+            Problem problem;
+            const std::string digits = TextOr(arv_gc_property_node_get_string(property, problem.Place()));
+            event = digits.empty() ? event : std::strtoull(digits.c_str(), nullptr, 16);
+        }
+        else if (type == ARV_GC_PROPERTY_NODE_TYPE_P_VALUE || type == ARV_GC_PROPERTY_NODE_TYPE_P_VARIABLE ||
+                 type == ARV_GC_PROPERTY_NODE_TYPE_P_PORT)
+        {
+            event = event ? event : EventOf(arv_gc_property_node_get_linked_node(property), depth + 1);
+        }
+    });
+    return event;
 }
 
 } // namespace
@@ -407,6 +448,21 @@ void AravisTree::Execute(const std::string& name)
     Problem problem;
     arv_gc_command_execute(ARV_GC_COMMAND(Node(name)), problem.Place());
     problem.Throw();
+}
+
+std::optional<std::string> AravisTree::EventName(uint64_t id)
+{
+    // By convention the feature with the id is called as the event, those with its data have more behind that.
+    constexpr std::string_view kPrefix = "Event";
+    std::optional<std::string> shortest;
+    for (const std::string& name : m_names)
+    {
+        if ((!shortest || name.size() < shortest->size()) && EventOf(ARV_GC_NODE(Node(name)), 0) == id)
+        {
+            shortest = name;
+        }
+    }
+    return shortest && shortest->starts_with(kPrefix) ? shortest->substr(kPrefix.size()) : shortest;
 }
 
 } // namespace nq::tool

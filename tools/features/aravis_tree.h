@@ -23,6 +23,7 @@ class AravisTree : public FeatureTree
     FeatureValue Value(const std::string& name) override;
     void Write(const std::string& name, const FeatureValue& value) override;
     void Execute(const std::string& name) override;
+    std::optional<std::string> EventName(uint64_t id) override;
 
   private:
     struct Unref
