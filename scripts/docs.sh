@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# ./run docs: makes the site of the documentation in out/docs/site/, and fails when a page is missing, a link leads nowhere or
-# a page would load anything from elsewhere. Look at it by `python3 -m http.server --directory out/docs/site`.
+# ./run docs: makes the site of the documentation in out/docs/site/, and fails when a page is missing, a link leads nowhere,
+# a page would load anything from elsewhere, or nobody says what runs a command (docs/commands.txt). Look at it by `python3 -m http.server --directory out/docs/site`.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh
@@ -9,6 +9,7 @@ become_root "$@"
 [ $# = 0 ] || fail "docs takes no argument \"$1\""
 # shellcheck disable=SC2086
 install $docs_packages
+/usr/bin/python3 scripts/check_commands.py .
 rm -rf out/docs
 mkdir -p out/docs/pages
 /usr/bin/python3 scripts/docs_tree.py out/docs/pages

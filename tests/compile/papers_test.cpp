@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What is written beside the code: links that lead somewhere, a site that loads nothing, symptoms in the programs'
-// words, a list of changes of this version, and what somebody who reports a defect is asked for.
+// words, commands that tests run, a list of changes of this version, and what who reports a defect is asked for.
 #include "support/source_text.h"
 #include "support/temporary_folder.h"
 #include "support/tool.h"
@@ -102,6 +102,40 @@ TEST(Troubleshooting, IsByWhatTheProgramsPrint)
             EXPECT_NE(texts.find(piece), std::string::npos) << symptom << "\nhas: " << piece;
         }
     }
+}
+
+Outcome CheckCommands(const std::string& folder)
+{
+    return RunProgram({"/usr/bin/python3", NQ_SOURCE_DIR "/scripts/check_commands.py", folder});
+}
+
+TEST(Commands, OfThePagesAreRunByTestsOrSaidNotToBe)
+{
+    const Outcome commands = CheckCommands(NQ_SOURCE_DIR);
+    EXPECT_EQ(commands.exitCode, 0) << commands.output;
+}
+
+TEST(Commands, ThatNobodyRunsAreFound)
+{
+    const TemporaryFolder folder;
+    fs::create_directories(folder / "docs");
+    fs::create_directories(folder / "tests/e2e");
+    fs::create_directories(folder / ".ci");
+    std::ofstream(folder / ".ci/run") << "step ./run demo\n";
+    std::ofstream(folder / "tests/e2e/list_test.cpp") << "TEST(List, IsThere)\n{\n";
+    std::ofstream(folder / "page.md") << "```\n./run demo   # quick\n./run soak\nbuild/nq-gev list\nbuild/nq-gev grab\n"
+                                         "build/nq-gev new\n```\n`build/nq-gev outside`\n";
+    std::ofstream(folder / "docs/commands.txt") << "./run demo -> .ci/run\n./run soak -> .ci/run\n"
+                                                   "build/nq-gev list -> List.IsThere\n"
+                                                   "build/nq-gev grab -> List.IsNotThere\n"
+                                                   "build/nq-gev old -> hardware\n";
+    const Outcome commands = CheckCommands(folder.Path());
+    EXPECT_EQ(commands.exitCode, 1);
+    EXPECT_EQ(commands.output, "page.md: nobody says what runs: build/nq-gev new\n"
+                               "docs/commands.txt: no page has: build/nq-gev old\n"
+                               "docs/commands.txt: .ci/run does not run: ./run soak\n"
+                               "docs/commands.txt: List.IsNotThere does not run: build/nq-gev grab\n"
+                               "4 commands run by tests, 1 need hardware, 0 are run by hand, 4 wrong\n");
 }
 
 TEST(Changelog, BeginsWithTheVersionOfTheBuild)
