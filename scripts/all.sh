@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# ./run all: what CI runs, and what takes longer: the examples, the demo and all tests on Debian 13,
+# ./run all: what CI runs, and what takes longer: the examples, their container too, the demo and all tests on Debian 13,
 # every fault, a minute of each fuzz target, and the endurance run. A few hours on two cores.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
@@ -8,6 +8,7 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 [ $# = 0 ] || fail "all takes no argument \"$1\""
 .ci/run
 ./run examples
+scripts/examples_container.sh
 ./run demo --on trixie
 ./run test --on trixie
 ./run faults
