@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2154
 # Systems to try things in, made with what this machine's own apt reaches. For scripts that have read common.sh.
 
 # The mirror that this machine has its own Debian from.
