@@ -51,6 +51,8 @@ class Features
 
     const std::vector<std::string>& Names() const { return m_tree->Names(); }
 
+    bool Has(const std::string& name) const { return m_tree->Has(name); }
+
     /// What hinders the feature at the moment is in the reading.
     Reading Read(const std::string& text);
 

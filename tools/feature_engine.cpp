@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The engine for features by name, a library that came with this program and that only the verbs for features load.
+// The engine for features by name, a library that came with this program and that the verbs for features, `grab` and
+// `events` load.
 #include "feature_engine.h"
 
 #include "exit_codes.h"

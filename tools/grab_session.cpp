@@ -4,7 +4,6 @@
 
 #include "camera_owner.h"
 #include "exit_codes.h"
-#include "feature_access.h"
 #include "software_rdma.h"
 
 #include <algorithm>
@@ -90,10 +89,8 @@ GrabSession::GrabSession(Interface& interface, const CameraEntry& camera, Buffer
         {
             ConfirmControl(m_library, m_port, camera);
         }
-        if (!settings.empty())
-        {
-            Features(PortAccess(m_library, m_port, "the camera " + m_cameraId)).SetAll(settings);
-        }
+        m_acquisition =
+            std::make_unique<RemoteAcquisition>(PortAccess(m_library, m_port, "the camera " + m_cameraId), settings);
         OpenStream();
         AnnounceBuffers(origin, bufferCount);
     }
@@ -207,12 +204,15 @@ void GrabSession::AnnounceBuffers(BufferOrigin origin, size_t count)
 
 void GrabSession::Start()
 {
+    m_acquisition->LockPayload(true);
     const GenTL::GC_ERROR code = m_library.DSStartAcquisition(m_stream, GenTL::ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE);
     m_started = code == GenTL::GC_ERR_SUCCESS;
     if (m_started)
     {
+        m_acquisition->Start();
         return;
     }
+    m_acquisition->LockPayload(false);
     if (!ReadRegister(kControlPrivilegeRegister))
     {
         throw ToolFailure(ExitCode::CameraLost, WhyNoFrames());
@@ -257,8 +257,16 @@ void GrabSession::Stop()
 {
     if (m_started)
     {
+        if (!m_silent) // which would be waited for in vain
+        {
+            m_acquisition->Stop();
+        }
         m_library.DSStopAcquisition(m_stream, GenTL::ACQ_STOP_FLAGS_KILL);
         m_started = false;
+        if (!m_silent)
+        {
+            m_acquisition->LockPayload(false);
+        }
     }
 }
 
@@ -367,9 +375,10 @@ std::optional<uint32_t> GrabSession::ReadRegister(uint64_t address) const
            static_cast<uint32_t>(bytes[2]) << 8 | bytes[3];
 }
 
-std::string GrabSession::WhyNoFrames() const
+std::string GrabSession::WhyNoFrames()
 {
-    if (!ReadRegister(kControlPrivilegeRegister))
+    m_silent = !ReadRegister(kControlPrivilegeRegister);
+    if (m_silent)
     {
         return fmt::format("the camera {} went silent: its control channel does not answer", m_address);
     }
@@ -386,8 +395,8 @@ std::string GrabSession::WhyNoFrames() const
     }
     return fmt::format(
         "the camera {} answers on its control channel but sends no frames: it waits for a trigger, or the "
-        "RDMA connection is broken",
-        m_address);
+        "RDMA connection is broken{}",
+        m_address, m_acquisition->Remark(m_anyFrame));
 }
 
 } // namespace nq::tool

@@ -5,6 +5,7 @@
 #include "available_memory.h"
 #include "camera_tree.h"
 #include "frame.h"
+#include "remote_acquisition.h"
 
 #include <cstdint>
 #include <exception>
@@ -61,7 +62,8 @@ class GrabSession
     GrabSession(const GrabSession&) = delete;
     GrabSession& operator=(const GrabSession&) = delete;
 
-    /// Starts the acquisition. Throws ToolFailure(NoStream or CameraLost) with the reason it could find out.
+    /// Starts the stream, then the camera's acquisition where it has to be told. Throws ToolFailure(NoStream or
+    /// CameraLost) with the reason it could find out.
     void Start();
     void Stop();
 
@@ -76,7 +78,7 @@ class GrabSession
     uint64_t Underruns() const;
 
     /// Why no frame comes, in words: asks the camera over its control channel.
-    std::string WhyNoFrames() const;
+    std::string WhyNoFrames();
 
   private:
     /// What has to be undone, in this order, whether construction failed half way or the session ends.
@@ -105,6 +107,7 @@ class GrabSession
     GenTL::PORT_HANDLE m_port = nullptr;
     GenTL::DS_HANDLE m_stream = nullptr;
     GenTL::EVENT_HANDLE m_newBuffer = nullptr;
+    std::unique_ptr<RemoteAcquisition> m_acquisition; ///< there once the camera is open
     std::vector<GenTL::BUFFER_HANDLE> m_buffers;
     std::vector<GenTL::BUFFER_HANDLE> m_seenIncomplete;
     std::vector<BufferMemory> m_memory; ///< of the buffer of the same index; empty for those of the library
@@ -113,6 +116,7 @@ class GrabSession
     uint64_t m_lockedBytes = 0; ///< What the running streams of this program have to lock, at least.
     bool m_anyFrame = false;
     bool m_started = false;
+    bool m_silent = false; ///< The camera answered nothing when it was last asked.
 };
 
 } // namespace nq::tool

@@ -92,8 +92,8 @@ TEST(GrabDuration, EndsAfterItsTimeWithWhateverCame)
 
 TEST(GrabDuration, WithoutAnyFrameIsAFailure)
 {
-    const VirtualCamera camera({"--no-free-run"});
-    const Outcome grab = RunTool({"grab", "--duration", "1"}, camera.Environment());
+    const VirtualCamera camera;
+    const Outcome grab = RunTool({"grab", "TriggerMode=On", "--duration", "1"}, camera.Environment());
     EXPECT_EQ(grab.exitCode, 6) << grab.output;
     EXPECT_THAT(grab.output,
                 HasSubstr("nq-gev: no frame for 1 s: the camera 10.77.0.2 answers on its control channel but "

@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: Apache-2.0
+// The camera's own part of an acquisition, by the features that its description has for it.
+#include "remote_acquisition.h"
+
+#include <exception>
+#include <fmt/format.h>
+
+namespace nq::tool
+{
+
+namespace
+{
+
+constexpr const char* kParamsLocked = "TLParamsLocked";
+constexpr const char* kMode = "AcquisitionMode";
+
+} // namespace
+
+RemoteAcquisition::RemoteAcquisition(const PortAccess& port, const std::vector<std::string>& settings)
+{
+    try
+    {
+        NeedFeatureEngine();
+        m_features = std::make_unique<Features>(port);
+    }
+    catch (const std::exception& failure)
+    {
+        if (!settings.empty())
+        {
+            throw;
+        }
+        m_problem = failure.what();
+        return;
+    }
+    if (!settings.empty())
+    {
+        m_features->SetAll(settings);
+    }
+}
+
+void RemoteAcquisition::LockPayload(bool lock)
+{
+    if (lock == m_locked || !m_features || !m_features->Has(kParamsLocked))
+    {
+        return;
+    }
+    m_locked = lock;
+    try
+    {
+        m_features->Set({kParamsLocked, lock ? "1" : "0"});
+    }
+    catch (const std::exception&) // it keeps hosts from mistakes that this one does not make
+    {
+    }
+}
+
+void RemoteAcquisition::Start()
+{
+    m_started = Execute("AcquisitionStart");
+}
+
+void RemoteAcquisition::Stop()
+{
+    if (m_started)
+    {
+        m_started = false;
+        Execute("AcquisitionStop");
+    }
+}
+
+bool RemoteAcquisition::Execute(const char* command)
+{
+    if (!m_features || !m_features->Has(command))
+    {
+        return false;
+    }
+    try
+    {
+        m_features->Execute(command);
+        return true;
+    }
+    catch (const std::exception& failure)
+    {
+        m_problem = failure.what();
+        return false;
+    }
+}
+
+std::string RemoteAcquisition::Remark(bool anyFrame)
+{
+    if (!anyFrame)
+    {
+        return m_problem.empty() ? "" : fmt::format("; AcquisitionStart was not executed: {}", m_problem);
+    }
+    if (!m_features || !m_features->Has(kMode))
+    {
+        return "";
+    }
+    try
+    {
+        const Reading mode = m_features->Read(kMode);
+        const auto* const text = std::get_if<std::string>(&mode.value);
+        return text == nullptr || *text == "Continuous"
+                   ? ""
+                   : fmt::format("; its AcquisitionMode is {}, which ends by itself: set AcquisitionMode=Continuous",
+                                 *text);
+    }
+    catch (const std::exception&)
+    {
+        return "";
+    }
+}
+
+} // namespace nq::tool

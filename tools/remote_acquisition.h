@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+// The camera's own part of an acquisition, by the features that its description has for it.
+#pragma once
+
+#include "feature_access.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace nq::tool
+{
+
+/// Many a camera sends by itself as soon as its stream runs, has none of these features, or belongs to a machine that
+/// has no engine for features: what cannot be done is no failure, but a remark. Used from one thread.
+class RemoteAcquisition
+{
+  public:
+    /// Reads the description of the camera, and sets its features as `settings` ("NAME=VALUE") say. Throws ToolFailure
+    /// only when there are settings.
+    RemoteAcquisition(const PortAccess& port, const std::vector<std::string>& settings);
+
+    /// Tells the camera that buffers of its payload size wait, before the stream starts, or that they do no more.
+    void LockPayload(bool lock);
+
+    /// Executes AcquisitionStart, once the stream runs.
+    void Start();
+
+    /// Executes AcquisitionStop where Start() did its part, while the stream still runs.
+    void Stop();
+
+    /// Why the camera may send nothing, or no more, as the last part of a sentence; empty when nothing is known.
+    std::string Remark(bool anyFrame);
+
+  private:
+    bool Execute(const char* command);
+
+    std::unique_ptr<Features> m_features; ///< null where there are none
+    std::string m_problem;                ///< why AcquisitionStart was not executed
+    bool m_locked = false;
+    bool m_started = false;
+};
+
+} // namespace nq::tool
