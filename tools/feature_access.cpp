@@ -4,6 +4,7 @@
 
 #include "feature_text.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <sstream>
 
@@ -57,6 +58,12 @@ FeatureName ParseFeatureName(const std::string& text)
     for (std::string one; std::getline(inside, one, ',');)
     {
         name.selection.push_back(one);
+    }
+    const auto& selection = name.selection;
+    if (text.ends_with(",]") || std::find(selection.begin(), selection.end(), "") != selection.end() ||
+        selection.empty())
+    {
+        throw ToolFailure(ExitCode::Usage, fmt::format("\"{}\" selects nothing: NAME or NAME[SELECTION]", text));
     }
     return name;
 }

@@ -19,7 +19,7 @@ struct FeatureName
     std::vector<std::string> selection;
 };
 
-/// Throws ToolFailure(Usage) for brackets that are not closed.
+/// Throws ToolFailure(Usage) for brackets that are not closed or hold nothing.
 FeatureName ParseFeatureName(const std::string& text);
 
 /// "NAME=VALUE" taken apart.

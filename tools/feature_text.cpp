@@ -11,6 +11,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <numeric>
+#include <utility>
 
 namespace nq::tool
 {
@@ -183,21 +184,11 @@ std::optional<FeatureValue> EntryFrom(const Feature& feature, const std::string&
     return found == feature.entries.end() ? std::nullopt : std::optional<FeatureValue>(found->name);
 }
 
-std::optional<FeatureValue> BytesFrom(const Feature& feature, const std::string& text)
+std::optional<FeatureValue> RegisterFrom(const Feature& feature, const std::string& text)
 {
-    std::string bytes;
-    for (size_t at = 0; at + 1 < text.size(); at += 2)
-    {
-        unsigned byte = 0;
-        const auto [stop, error] = std::from_chars(text.data() + at, text.data() + at + 2, byte, 16);
-        if (error != std::errc() || stop != text.data() + at + 2)
-        {
-            return std::nullopt;
-        }
-        bytes += static_cast<char>(byte);
-    }
-    const bool fits = text.size() % 2 == 0 && (!feature.length || bytes.size() == *feature.length);
-    return fits ? std::optional<FeatureValue>(bytes) : std::nullopt;
+    std::optional<std::string> bytes = BytesFromHex(text);
+    const bool fits = bytes && (!feature.length || bytes->size() == *feature.length);
+    return fits ? std::optional<FeatureValue>(*std::move(bytes)) : std::nullopt;
 }
 
 std::string LimitText(const Feature& feature, const FeatureValue& limit)
@@ -238,6 +229,32 @@ size_t Distance(const std::string& one, const std::string& other)
 }
 
 } // namespace
+
+std::string HexBytes(std::string_view bytes)
+{
+    std::string text;
+    for (const char byte : bytes)
+    {
+        text += fmt::format("{:02x}", static_cast<uint8_t>(byte));
+    }
+    return text;
+}
+
+std::optional<std::string> BytesFromHex(std::string_view text)
+{
+    std::string bytes;
+    for (size_t at = 0; at + 1 < text.size(); at += 2)
+    {
+        unsigned byte = 0;
+        const auto [stop, error] = std::from_chars(text.data() + at, text.data() + at + 2, byte, 16);
+        if (error != std::errc() || stop != text.data() + at + 2)
+        {
+            return std::nullopt;
+        }
+        bytes += static_cast<char>(byte);
+    }
+    return text.size() % 2 == 0 ? std::optional(bytes) : std::nullopt;
+}
 
 std::string ValueText(const Feature& feature, const FeatureValue& value)
 {
@@ -287,7 +304,7 @@ FeatureValue ParseValue(const Feature& feature, const std::string& text)
         value = !feature.length || text.size() <= *feature.length ? std::optional<FeatureValue>(text) : std::nullopt;
         break;
     case FeatureType::Register:
-        value = BytesFrom(feature, Lower(Trimmed(text)));
+        value = RegisterFrom(feature, Trimmed(text));
         break;
     case FeatureType::Command:
         break;

@@ -4,7 +4,9 @@
 
 #include "feature_tree.h"
 
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace nq::tool
@@ -22,6 +24,12 @@ FeatureValue ParseValue(const Feature& feature, const std::string& text);
 
 /// The values that the feature takes, as the failure of ParseValue() tells them.
 std::string TakenValues(const Feature& feature);
+
+/// Two digits for each byte.
+std::string HexBytes(std::string_view bytes);
+
+/// The bytes of such a text, in small or capital letters; nothing for another one.
+std::optional<std::string> BytesFromHex(std::string_view text);
 
 /// "RO", "RW", "WO" or "--" for what can be done now.
 const char* AccessText(const Feature& feature);

@@ -3,11 +3,16 @@
 #include "settings_file.h"
 
 #include "feature_text.h"
+#include "printable.h"
 #include "stop_signals.h"
 
+#include <algorithm>
 #include <fmt/format.h>
+#include <iterator>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <sstream>
+#include <variant>
 
 namespace nq::tool
 {
@@ -19,6 +24,34 @@ constexpr size_t kMostSelections = 4096;
 
 /// Says what the consumer does at the moment, and is no setting.
 constexpr const char* kParamsLocked = "TLParamsLocked";
+
+/// Around the module in the first line of a file.
+constexpr std::string_view kHead = "# Settings of ";
+constexpr std::string_view kTail = ", for `nq-gev load`";
+
+/// Before the bytes of a text that is no UTF-8.
+constexpr std::string_view kBytes = "hex:";
+
+/// By the beginnings of their names, what makes a camera this one among others: its name and its address.
+constexpr std::string_view kIdentity[] = {"DeviceUserID", "GevPersistent", "GevCurrentIPConfiguration"};
+
+/// A text that the file itself can hold. JSON has no bytes beside UTF-8.
+std::string SavedValue(const Feature& feature, const FeatureValue& value)
+{
+    const auto* const text = std::get_if<std::string>(&value);
+    if (text != nullptr && feature.type == FeatureType::String)
+    {
+        try
+        {
+            return nlohmann::json(*text).dump();
+        }
+        catch (const nlohmann::json::type_error&)
+        {
+            return std::string(kBytes) + HexBytes(*text);
+        }
+    }
+    return ValueAndUnit(feature, value);
+}
 
 /// The values of a selector that there are now.
 std::vector<std::string> ValuesOf(const Feature& selector)
@@ -91,7 +124,7 @@ class SettingsWriter
     {
         const Feature& feature = reading.feature;
         const bool kept = reading.problem.empty() && feature.available && feature.readable && feature.writable;
-        return kept ? fmt::format("{} = {}\n", reading.name, ValueAndUnit(feature, reading.value)) : "";
+        return kept ? fmt::format("{} = {}\n", reading.name, SavedValue(feature, reading.value)) : "";
     }
 
     void Add(const Reading& reading)
@@ -140,6 +173,43 @@ std::string Trimmed(const std::string& text)
     return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(" \t\r") - begin + 1);
 }
 
+/// The value behind "="; nothing for one that is none.
+std::optional<std::string> SettingValue(const std::string& text)
+{
+    if (text.starts_with("\""))
+    {
+        const auto quoted = nlohmann::json::parse(text, nullptr, false);
+        return quoted.is_string() ? std::optional(quoted.get<std::string>()) : std::nullopt;
+    }
+    return text.starts_with(kBytes) ? BytesFromHex(std::string_view(text).substr(kBytes.size())) : std::optional(text);
+}
+
+/// The setting of a line, or why it is none, in the rest of a sentence that begins with the number of the line.
+std::variant<Setting, std::string> SettingOf(const std::string& line)
+{
+    const size_t equals = line.find('=');
+    const std::string name = Trimmed(line.substr(0, equals));
+    const std::optional<std::string> value =
+        equals == std::string::npos ? std::nullopt : SettingValue(Trimmed(line.substr(equals + 1)));
+    if (name.empty() || !value)
+    {
+        return " is no setting: " + line;
+    }
+    if (value->find('\0') != std::string::npos)
+    {
+        return ": no feature takes a text with the character U+0000 in it: " + line;
+    }
+    try
+    {
+        static_cast<void>(ParseFeatureName(name));
+    }
+    catch (const ToolFailure& failure)
+    {
+        return std::string(": ") + failure.what();
+    }
+    return Setting{name, *value};
+}
+
 /// Sets what can be set. The rest comes back.
 std::vector<UnsetSetting> SetMost(Features& features, const std::vector<Setting>& settings, size_t& done)
 {
@@ -173,53 +243,60 @@ std::vector<UnsetSetting> SetMost(Features& features, const std::vector<Setting>
 
 std::string SettingsText(Features& features, const std::string& who, bool control)
 {
-    std::string text = fmt::format("# Settings of {}, for `nq-gev load`\n", who);
+    std::string text = fmt::format("{}{}{}\n", kHead, Printable(who), kTail);
     text += control ? "" : "# Another program controls it: of each selector one value alone.\n";
     return text + SettingsWriter(features, control).Text();
 }
 
-std::vector<Setting> ParseSettings(const std::string& text)
+SettingsFile ParseSettings(std::string_view text)
 {
-    std::vector<Setting> settings;
-    std::istringstream lines(text);
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF"; // some editors begin a text with it
+    text.remove_prefix(text.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0);
+    SettingsFile file;
+    std::istringstream lines{std::string(text)};
     size_t number = 0;
     for (std::string line; std::getline(lines, line);)
     {
         ++number;
         const std::string content = Trimmed(line);
+        if (number == 1 && content.starts_with(kHead) && content.ends_with(kTail))
+        {
+            file.who = content.substr(kHead.size(), content.size() - kHead.size() - kTail.size());
+        }
         if (content.empty() || content.starts_with("#"))
         {
             continue;
         }
-        const size_t equals = content.find('=');
-        Setting setting{Trimmed(content.substr(0, equals)), ""};
-        bool whole = equals != std::string::npos && !setting.name.empty();
-        if (whole)
+        const std::variant<Setting, std::string> setting = SettingOf(content);
+        if (const auto* const problem = std::get_if<std::string>(&setting))
         {
-            setting.value = Trimmed(content.substr(equals + 1));
-            if (setting.value.starts_with("\""))
-            {
-                const auto quoted = nlohmann::json::parse(setting.value, nullptr, false);
-                whole = quoted.is_string();
-                setting.value = whole ? quoted.get<std::string>() : "";
-            }
+            throw ToolFailure(ExitCode::Usage, fmt::format("line {}{}; nothing was changed", number, *problem));
         }
-        if (!whole)
-        {
-            throw ToolFailure(ExitCode::Usage,
-                              fmt::format("line {} is no setting: {}; nothing was changed", number, content));
-        }
-        try
-        {
-            static_cast<void>(ParseFeatureName(setting.name));
-        }
-        catch (const ToolFailure& failure)
-        {
-            throw ToolFailure(failure.Code(), fmt::format("line {}: {}; nothing was changed", number, failure.what()));
-        }
-        settings.push_back(setting);
+        file.settings.push_back(std::get<Setting>(setting));
     }
-    return settings;
+    return file;
+}
+
+std::vector<UnsetSetting> LeaveOutIdentity(SettingsFile& file, const std::string& who)
+{
+    if (file.who == Printable(who))
+    {
+        return {};
+    }
+    const std::string origin =
+        file.who.empty() ? "the file does not say of which camera it is" : "the file is of " + file.who;
+    std::vector<UnsetSetting> left;
+    std::erase_if(file.settings, [&](const Setting& setting) {
+        const bool identity = std::any_of(std::begin(kIdentity), std::end(kIdentity),
+                                          [&](std::string_view name) { return setting.name.starts_with(name); });
+        if (identity)
+        {
+            left.push_back({setting, fmt::format("{}={}: it is for one camera alone, and {}", setting.name,
+                                                 setting.value, origin)});
+        }
+        return identity;
+    });
+    return left;
 }
 
 std::vector<UnsetSetting> ApplySettings(Features& features, const std::vector<Setting>& settings)

@@ -34,7 +34,7 @@ ExitCode Save(const CommonOptions& common, const SettingsOptions& options)
     ModuleSession session(common, options.module, ModuleUse::ControlIfFree);
     Features features(session.Port(), session.HasControl());
     const std::string text = SettingsText(features, session.Port().Who(), session.HasControl());
-    const auto count = static_cast<size_t>(ParseSettings(text).size());
+    const auto count = static_cast<size_t>(ParseSettings(text).settings.size());
     WriteFile(options.file, text, options.overwrite);
     if (!session.HasControl())
     {
@@ -70,31 +70,41 @@ std::string TextOf(const std::string& path)
     }
 }
 
+/// For scripts, or told at once, behind `why`.
+nlohmann::ordered_json Told(const CommonOptions& common, const char* why, const std::vector<UnsetSetting>& settings)
+{
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const UnsetSetting& one : settings)
+    {
+        list.push_back({{"name", one.setting.name}, {"value", one.setting.value}, {"reason", one.reason}});
+        if (!common.json)
+        {
+            fmt::print("{}: {}\n", why, Printable(one.reason));
+        }
+    }
+    return list;
+}
+
 ExitCode Load(const CommonOptions& common, const SettingsOptions& options)
 {
     NeedFeatureEngine();
-    const std::vector<Setting> settings = ParseSettings(TextOf(options.file));
+    SettingsFile file = ParseSettings(TextOf(options.file));
+    const size_t all = file.settings.size();
     CatchStopSignals();
     ModuleSession session(common, options.module, ModuleUse::Control);
     Features features(session.Port());
-    const std::vector<UnsetSetting> unset = ApplySettings(features, settings);
-    const size_t set = settings.size() - unset.size();
-    nlohmann::ordered_json rest = nlohmann::ordered_json::array();
-    for (const UnsetSetting& one : unset)
-    {
-        rest.push_back({{"name", one.setting.name}, {"value", one.setting.value}, {"reason", one.reason}});
-        if (!common.json)
-        {
-            fmt::print("not set: {}\n", Printable(one.reason));
-        }
-    }
+    const std::vector<UnsetSetting> left = LeaveOutIdentity(file, session.Port().Who());
+    const std::vector<UnsetSetting> unset = ApplySettings(features, file.settings);
+    const size_t set = file.settings.size() - unset.size();
+    const nlohmann::ordered_json notSet = Told(common, "not set", unset);
+    const nlohmann::ordered_json leftOut = Told(common, "left out", left);
     if (common.json)
     {
-        PrintJson({{"file", options.file}, {"set", set}, {"not_set", rest}});
+        PrintJson({{"file", options.file}, {"set", set}, {"not_set", notSet}, {"left_out", leftOut}});
     }
     else
     {
-        fmt::print("{} of {} settings set from {}\n", set, settings.size(), Printable(options.file));
+        fmt::print("{} of {} settings set from {}\n", set, all, Printable(options.file));
     }
     return unset.empty() ? ExitCode::Success : ExitCode::Failure;
 }
@@ -105,7 +115,9 @@ void AddSettingsVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen)
 {
     auto options = std::make_shared<SettingsOptions>();
     CLI::App* const save = app.add_subcommand("save", "Save the settings of a module in a file");
-    CLI::App* const load = app.add_subcommand("load", "Set what a file of `save` says");
+    CLI::App* const load = app.add_subcommand(
+        "load", "Set what a file of `save` says; name and persistent address of a camera only to the "
+                "camera that the file is of");
     for (CLI::App* const verb : {save, load})
     {
         AddModuleOptions(*verb, options->module, true);

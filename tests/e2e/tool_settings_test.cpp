@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
+#include <memory>
+#include <stdexcept>
 #include <sys/stat.h>
 
 namespace
@@ -30,6 +32,27 @@ class ToolSettings : public testing::Test
     {
         std::ofstream(m_folder / name) << text;
         return m_folder / name;
+    }
+
+    /// A load that has begun and goes on for a while.
+    std::unique_ptr<ChildProcess> LongLoad() const
+    {
+        std::string text;
+        for (int at = 0; at < 20000; ++at)
+        {
+            text += "BlackLevel = " + std::to_string(at % 200) + "\n";
+        }
+        auto load = std::make_unique<ChildProcess>(
+            std::vector<std::string>{NQ_TOOL_PATH, "--producer", NQ_CTI_PATH, "load", Written("long.txt", text)},
+            m_camera.Environment());
+        while (Run({"get", "BlackLevel"}).output.find("BlackLevel = 0\n") != std::string::npos)
+        {
+            if (load->WaitForExit(std::chrono::milliseconds(20)) != -1)
+            {
+                throw std::runtime_error(load->Output());
+            }
+        }
+        return load;
     }
 
     const TemporaryFolder m_folder;
@@ -94,25 +117,105 @@ TEST_F(ToolSettings, ThatCannotBeSetAreTold)
     ExpectFitsSchema("save", saved.output);
 }
 
+TEST_F(ToolSettings, KeepEveryByteOfATextThatIsNoUtf8)
+{
+    const std::string name = "K\xE4m\x80ra";
+    ASSERT_EQ(Run({"set", "DeviceUserID=" + name}).exitCode, 0);
+    const std::string file = m_folder / "latin.txt";
+    ASSERT_EQ(Run({"save", file}).exitCode, 0);
+    EXPECT_THAT(BytesOf(file), HasSubstr("\nDeviceUserID = hex:4be46d807261\n"));
+    ASSERT_EQ(Run({"set", "DeviceUserID=x"}).exitCode, 0);
+    const Outcome load = Run({"load", file});
+    EXPECT_EQ(load.exitCode, 0) << load.output;
+    EXPECT_THAT(Run({"read", "0x00E8", "16"}).output, HasSubstr(" 4b e4 6d 80 72 61 00 00 00 00 00 00 00 00 00 00 "));
+    const Outcome odd = Run({"load", Written("odd.txt", "Height = 50\nDeviceUserID = hex:4be\n")});
+    EXPECT_EQ(odd.exitCode, 2);
+    EXPECT_EQ(odd.output, "nq-gev: line 2 is no setting: DeviceUserID = hex:4be; nothing was changed\n");
+}
+
+TEST_F(ToolSettings, AreRefusedWithTheLineThatNoFeatureCanTake)
+{
+    const Outcome zero = Run({"load", Written("zero.txt", "Height = 50\n\nDeviceUserID = \"ab\\u0000cd\"\n")});
+    EXPECT_EQ(zero.exitCode, 2);
+    EXPECT_EQ(zero.output, "nq-gev: line 3: no feature takes a text with the character U+0000 in it: DeviceUserID = "
+                           "\"ab\\u0000cd\"; nothing was changed\n");
+    const Outcome bytes = Run({"load", Written("bytes.txt", "DeviceUserID = hex:610062\n")});
+    EXPECT_EQ(bytes.exitCode, 2);
+    EXPECT_THAT(bytes.output, StartsWith("nq-gev: line 1: no feature takes a text with the character U+0000"));
+    const Outcome nothing = Run({"load", Written("nothing.txt", "Height = 50\nGain[] = 1\n")});
+    EXPECT_EQ(nothing.exitCode, 2);
+    EXPECT_EQ(nothing.output,
+              "nq-gev: line 2: \"Gain[]\" selects nothing: NAME or NAME[SELECTION]; nothing was changed\n");
+    for (const char* name : {"Gain[]", "Gain[,AnalogAll]", "Gain[AnalogAll,]"})
+    {
+        for (const std::vector<std::string>& verb :
+             {std::vector<std::string>{"get", name}, {"set", name + std::string("=1")}})
+        {
+            const Outcome refused = Run(verb);
+            EXPECT_EQ(refused.exitCode, 2);
+            EXPECT_EQ(refused.output,
+                      "nq-gev: \"" + std::string(name) + "\" selects nothing: NAME or NAME[SELECTION]\n");
+        }
+    }
+    EXPECT_EQ(Run({"get", "Height"}).output, "Height = 480\n");
+}
+
+TEST_F(ToolSettings, MayBeginWithAByteOrderMark)
+{
+    const Outcome load = Run({"load", Written("mark.txt", "\xEF\xBB\xBFHeight = 50\n")});
+    EXPECT_EQ(load.exitCode, 0) << load.output;
+    EXPECT_EQ(Run({"get", "Height"}).output, "Height = 50\n");
+}
+
+TEST_F(ToolSettings, ThatAreOneCamerasOwnReachNoOther)
+{
+    ASSERT_EQ(Run({"set", "DeviceUserID=left", "GevPersistentIPAddress=10.77.0.9", "Height=100"}).exitCode, 0);
+    const std::string file = m_folder / "left.txt";
+    ASSERT_EQ(Run({"save", file}).exitCode, 0);
+    std::string text = BytesOf(file);
+    const std::string head = "# Settings of the camera NQ-GEV-Camera:02-00-0a-4d-00-02, for `nq-gev load`\n";
+    ASSERT_THAT(text, AllOf(StartsWith(head), HasSubstr("\nGevPersistentIPAddress = 10.77.0.9\n"),
+                            HasSubstr("\nGevPersistentSubnetMask = "), HasSubstr("\nGevPersistentDefaultGateway = "),
+                            HasSubstr("\nGevCurrentIPConfigurationDHCP = ")));
+    ASSERT_EQ(Run({"set", "DeviceUserID=right", "GevPersistentIPAddress=10.77.0.8", "Height=200"}).exitCode, 0);
+
+    const std::string other = "# Settings of the camera NQ-GEV-Camera:02-00-0a-4d-00-07, for `nq-gev load`\n";
+    const std::string foreign = Written("foreign.txt", text.replace(0, head.size(), other));
+    const Outcome load = Run({"load", foreign});
+    EXPECT_EQ(load.exitCode, 0) << load.output;
+    EXPECT_THAT(load.output,
+                HasSubstr("left out: DeviceUserID=left: it is for one camera alone, and the file is of the camera "
+                          "NQ-GEV-Camera:02-00-0a-4d-00-07\n"));
+    EXPECT_THAT(load.output, HasSubstr("left out: GevPersistentIPAddress=10.77.0.9: "));
+    EXPECT_THAT(load.output, HasSubstr("left out: GevPersistentSubnetMask="));
+    EXPECT_THAT(load.output, HasSubstr("left out: GevPersistentDefaultGateway="));
+    EXPECT_THAT(load.output, HasSubstr("left out: GevCurrentIPConfigurationPersistentIP="));
+    EXPECT_EQ(Run({"get", "DeviceUserID", "GevPersistentIPAddress", "Height"}).output,
+              "DeviceUserID = \"right\"\nGevPersistentIPAddress = 10.77.0.8\nHeight = 100\n");
+    const Outcome json = Run({"--json", "load", foreign});
+    EXPECT_EQ(json.exitCode, 0) << json.output;
+    ExpectFitsSchema("load", json.output);
+
+    const Outcome unknown = Run({"load", Written("by hand.txt", "DeviceUserID = left\nHeight = 150\n")});
+    EXPECT_EQ(unknown.exitCode, 0);
+    EXPECT_EQ(unknown.output, "left out: DeviceUserID=left: it is for one camera alone, and the file does not say of "
+                              "which camera it is\n1 of 2 settings set from " +
+                                  (m_folder / "by hand.txt") + "\n");
+    const Outcome own = Run({"load", file});
+    EXPECT_EQ(own.exitCode, 0) << own.output;
+    EXPECT_EQ(Run({"get", "DeviceUserID", "GevPersistentIPAddress"}).output,
+              "DeviceUserID = \"left\"\nGevPersistentIPAddress = 10.77.0.9\n");
+}
+
 TEST_F(ToolSettings, OfACameraThatGoesSilentHalfWayAreToldAsFarAsTheyCame)
 {
-    std::string text = "Width = 320\n";
-    for (int at = 0; at < 20000; ++at)
-    {
-        text += "BlackLevel = " + std::to_string(at % 200) + "\n";
-    }
-    ChildProcess load({NQ_TOOL_PATH, "--producer", NQ_CTI_PATH, "load", Written("long.txt", text)},
-                      m_camera.Environment());
-    while (Run({"get", "BlackLevel"}).output.find("BlackLevel = 0\n") != std::string::npos)
-    {
-        ASSERT_EQ(load.WaitForExit(std::chrono::milliseconds(20)), -1) << load.Output();
-    }
+    const auto load = LongLoad();
     m_camera.Process().Signal(SIGSTOP);
-    EXPECT_EQ(load.WaitForExit(kLongTime), 6) << load.Output();
+    EXPECT_EQ(load->WaitForExit(kLongTime), 6) << load->Output();
     m_camera.Process().Signal(SIGCONT);
-    EXPECT_THAT(load.Output(), ContainsRegex("^nq-gev: BlackLevel(=[0-9]+)?: the camera "
-                                             "NQ-GEV-Camera:02-00-0a-4d-00-02 went silent; [1-9][0-9]* settings were "
-                                             "set before it; this one may be set or not\n$"));
+    EXPECT_THAT(load->Output(), ContainsRegex("^nq-gev: BlackLevel(=[0-9]+)?: the camera "
+                                              "NQ-GEV-Camera:02-00-0a-4d-00-02 went silent; [1-9][0-9]* settings were "
+                                              "set before it; this one may be set or not\n$"));
 }
 
 TEST_F(ToolSettings, LieInRegistersThatCanBeReadAndWritten)
