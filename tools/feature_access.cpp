@@ -224,7 +224,7 @@ Reading Features::Read(const std::string& text)
         }
         catch (const ToolFailure& failure)
         {
-            if (failure.Code() == ExitCode::CameraLost)
+            if (failure.Code() != ExitCode::Failure)
             {
                 throw;
             }

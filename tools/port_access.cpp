@@ -38,25 +38,68 @@ bool PortAccess::Write(uint64_t address, const void* data, size_t size)
 {
     size_t moved = size;
     const GenTL::GC_ERROR code = m_library.GCWritePort(m_port, address, data, &moved);
-    return Note(code, moved == size);
+    const bool done = Note(code, moved == size);
+    m_writeFailed = m_writeFailed || !done;
+    return done;
 }
 
-bool PortAccess::IsRemote()
+std::string PortAccess::Text(GenTL::PORT_INFO_CMD command)
 {
-    return GenTLLibrary::Text([this](GenTL::INFO_DATATYPE* type, void* buffer, size_t* size) {
-               return m_library.GCGetPortInfo(m_port, GenTL::PORT_INFO_MODULE, type, buffer, size);
-           }) == "Device" &&
-           m_who.starts_with("the camera");
+    return GenTLLibrary::Text([&](GenTL::INFO_DATATYPE* type, void* buffer, size_t* size) {
+        return m_library.GCGetPortInfo(m_port, command, type, buffer, size);
+    });
+}
+
+PortAccess::Control PortAccess::AskForControl()
+{
+    constexpr uint64_t kControlPrivilege = 0x0A00; // a register that every GigE Vision camera has
+    constexpr unsigned kExclusive = 1;             // in its last byte
+    constexpr unsigned kAny = 3;
+    if (Text(GenTL::PORT_INFO_MODULE) != "Device" || !m_who.starts_with("the camera"))
+    {
+        return Control::Kept;
+    }
+    uint8_t privilege[4] = {};
+    size_t size = sizeof privilege;
+    const GenTL::GC_ERROR read = m_library.GCReadPort(m_port, kControlPrivilege, privilege, &size);
+    if (read != GenTL::GC_ERR_SUCCESS)
+    {
+        return Control::Silent;
+    }
+    if (!m_writeFailed)
+    {
+        const bool denied = m_failure == GenTL::GC_ERR_ACCESS_DENIED;
+        return denied && (privilege[3] & kExclusive) != 0 ? Control::Lost : Control::Kept;
+    }
+    if (Text(GenTL::PORT_INFO_TLTYPE) != "GEV")
+    {
+        return Control::Kept;
+    }
+    if ((privilege[3] & kAny) == 0)
+    {
+        return Control::Lost;
+    }
+    // To its holder the camera gives again what he has.
+    size = sizeof privilege;
+    return m_library.GCWritePort(m_port, kControlPrivilege, privilege, &size) == GenTL::GC_ERR_ACCESS_DENIED
+               ? Control::Lost
+               : Control::Kept;
 }
 
 ToolFailure PortAccess::Explained(const std::string& what)
 {
-    constexpr uint64_t kControlPrivilege = 0x0A00; // a register that every GigE Vision camera has
-    uint32_t value = 0;
-    size_t size = sizeof value;
-    if (IsRemote() && m_library.GCReadPort(m_port, kControlPrivilege, &value, &size) != GenTL::GC_ERR_SUCCESS)
+    switch (AskForControl())
     {
+    case Control::Silent:
         return {ExitCode::CameraLost, fmt::format("{}: {} went silent", what, m_who)};
+    case Control::Lost:
+        return {
+            ExitCode::CameraInUse,
+            fmt::format("{}: another program controls {}, or the control of this one has ended; `nq-gev list` tells "
+                        "who controls it",
+                        what, m_who)};
+    case Control::Kept:
+        break;
     }
     return {ExitCode::Failure, fmt::format("{}: {} refuses it: {} ({})", what, m_who, ErrorName(m_failure), m_failure)};
 }

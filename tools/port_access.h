@@ -33,9 +33,14 @@ class PortAccess
 
     /// The code of the first access that failed since ForgetFailure(); GC_ERR_SUCCESS when none did.
     GenTL::GC_ERROR Failure() const { return m_failure; }
-    void ForgetFailure() { m_failure = GenTL::GC_ERR_SUCCESS; }
+    void ForgetFailure()
+    {
+        m_failure = GenTL::GC_ERR_SUCCESS;
+        m_writeFailed = false;
+    }
 
-    /// Why the failed access failed, behind `what` was tried: CameraLost when the camera answers nothing any more.
+    /// Why the failed access failed, behind `what` was tried: CameraLost when the camera answers nothing any more,
+    /// CameraInUse when it obeys this program no more.
     ToolFailure Explained(const std::string& what);
 
     /// Throws ToolFailure when no URL of the port names a file that this program can get.
@@ -44,14 +49,23 @@ class PortAccess
     const std::string& Who() const { return m_who; }
 
   private:
+    enum class Control
+    {
+        Kept, ///< or this is no camera that could tell
+        Lost,
+        Silent,
+    };
+
     bool Note(GenTL::GC_ERROR code, bool whole);
     std::string Url(uint32_t index);
-    bool IsRemote();
+    std::string Text(GenTL::PORT_INFO_CMD command);
+    Control AskForControl();
 
     GenTLLibrary& m_library;
     GenTL::PORT_HANDLE m_port;
     std::string m_who;
     GenTL::GC_ERROR m_failure = GenTL::GC_ERR_SUCCESS;
+    bool m_writeFailed = false; ///< since ForgetFailure()
 };
 
 } // namespace nq::tool

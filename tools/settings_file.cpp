@@ -227,11 +227,11 @@ std::vector<UnsetSetting> SetMost(Features& features, const std::vector<Setting>
         }
         catch (const ToolFailure& failure)
         {
-            if (failure.Code() == ExitCode::CameraLost)
+            const bool silent = failure.Code() == ExitCode::CameraLost;
+            if (silent || failure.Code() == ExitCode::CameraInUse)
             {
-                throw ToolFailure(failure.Code(),
-                                  fmt::format("{}; {} settings were set before it; this one may be set or not",
-                                              failure.what(), done));
+                throw ToolFailure(failure.Code(), fmt::format("{}; {} settings were set before it{}", failure.what(),
+                                                              done, silent ? "; this one may be set or not" : ""));
             }
             unset.push_back({setting, failure.what()});
         }

@@ -207,6 +207,36 @@ TEST_F(ToolSettings, ThatAreOneCamerasOwnReachNoOther)
               "DeviceUserID = \"left\"\nGevPersistentIPAddress = 10.77.0.9\n");
 }
 
+TEST_F(ToolSettings, OfACameraThatAnotherProgramTakesMeanwhileEndThere)
+{
+    for (const std::string fault : {"privilege-taken:2", "privilege-taken:1"}) // with the right to read, and without
+    {
+        const auto load = LongLoad();
+        m_camera.Fault(fault);
+        EXPECT_EQ(load->WaitForExit(kLongTime), 8) << load->Output();
+        EXPECT_THAT(load->Output(), ContainsRegex("^nq-gev: BlackLevel(=[0-9]+)?: another program controls the camera "
+                                                  "NQ-GEV-Camera:02-00-0a-4d-00-02, or the control of this one has "
+                                                  "ended; `nq-gev list` tells who controls it; [1-9][0-9]* settings "
+                                                  "were set before it\n$"));
+        m_camera.Kill();
+        m_camera.Start();
+    }
+}
+
+TEST_F(ToolSettings, OfACameraThatGaveUpItsHostEndThere)
+{
+    ASSERT_EQ(Run({"set", "GevHeartbeatTimeout=500"}).exitCode, 0);
+    const auto load = LongLoad();
+    load->Signal(SIGSTOP);
+    while (Run({"read", "0x0A00"}).output.find("  00 00 00 00  ") == std::string::npos)
+    {
+        ASSERT_EQ(load->WaitForExit(std::chrono::milliseconds(50)), -1) << load->Output();
+    }
+    load->Signal(SIGCONT);
+    EXPECT_EQ(load->WaitForExit(kLongTime), 8) << load->Output();
+    EXPECT_THAT(load->Output(), HasSubstr("or the control of this one has ended; "));
+}
+
 TEST_F(ToolSettings, OfACameraThatGoesSilentHalfWayAreToldAsFarAsTheyCame)
 {
     const auto load = LongLoad();
