@@ -136,21 +136,33 @@ void OnceFree(const CameraEntry& camera, uint32_t waitSeconds, const std::functi
 void ConfirmControl(GenTLLibrary& library, GenTL::PORT_HANDLE remote, const CameraEntry& camera)
 {
     // Our producer opens a camera also when another program takes the control at that moment. The camera itself tells
-    // by refusing to give what this program should have.
-    const uint8_t control[4] = {0, 0, 0, 2};
-    size_t size = sizeof control;
-    const GenTL::GC_ERROR code = library.GCWritePort(remote, kControlPrivilege, control, &size);
-    if (code != GenTL::GC_ERR_SUCCESS)
+    // by refusing to give what this program should have. An answer that is late is no refusal.
+    const auto end = std::chrono::steady_clock::now() + kDoubt;
+    for (;;)
     {
-        ThrowRefusedOpen(camera, code);
+        const uint8_t control[4] = {0, 0, 0, 2};
+        size_t size = sizeof control;
+        const GenTL::GC_ERROR code = library.GCWritePort(remote, kControlPrivilege, control, &size);
+        if (code == GenTL::GC_ERR_SUCCESS)
+        {
+            return;
+        }
+        if (code == GenTL::GC_ERR_ACCESS_DENIED || std::chrono::steady_clock::now() >= end)
+        {
+            ThrowRefusedOpen(camera, code);
+        }
     }
 }
 
-RefusedOpen::RefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code)
-    : ToolFailure(ExitCode::CameraInUse,
-                  fmt::format("the camera {} is controlled by another program, says the producer: {}. End that "
-                              "program; or give --wait SECONDS to wait until the camera is free.",
-                              camera.id, AnswerText(code))),
+RefusedOpen::RefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code, bool isFree)
+    : ToolFailure(isFree ? ExitCode::Failure : ExitCode::CameraInUse,
+                  isFree
+                      ? fmt::format("the producer refuses to open the camera {}: {}, though nobody controls it: its "
+                                    "answers may come too late, `nq-gev doctor` measures them",
+                                    camera.id, AnswerText(code))
+                      : fmt::format("the camera {} is controlled by another program, says the producer: {}. End that "
+                                    "program; or give --wait SECONDS to wait until the camera is free.",
+                                    camera.id, AnswerText(code))),
       m_answer(AnswerText(code))
 {
 }
@@ -168,7 +180,8 @@ void ThrowRefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code)
     }
     if (code == GenTL::GC_ERR_RESOURCE_IN_USE || code == GenTL::GC_ERR_ACCESS_DENIED)
     {
-        throw RefusedOpen(camera, code);
+        const bool isFree = !camera.address.empty() && GvcpReader(camera.address).Read(kControlPrivilege).has_value();
+        throw RefusedOpen(camera, code, isFree);
     }
     GenTLLibrary::Check(code, "IFOpenDevice");
     throw ToolFailure(ExitCode::Failure, "IFOpenDevice gave no device");

@@ -38,7 +38,8 @@ void AwaitFreeCamera(const CameraEntry& camera, std::chrono::steady_clock::time_
 class RefusedOpen : public ToolFailure
 {
   public:
-    RefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code);
+    /// `isFree`: the camera itself says that nobody controls it, which makes this no CameraInUse.
+    RefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code, bool isFree);
 
     /// For example "GC_ERR_ACCESS_DENIED (-1005)".
     const std::string& Answer() const { return m_answer; }
@@ -54,8 +55,8 @@ class RefusedOpen : public ToolFailure
 void OnceFree(const CameraEntry& camera, uint32_t waitSeconds, const std::function<void(const std::string&)>& tell,
               const std::function<void()>& open);
 
-/// Makes sure that the camera, opened for control by our producer, is controlled by this program. Throws
-/// ToolFailure(CameraInUse).
+/// Makes sure that the camera, opened for control by our producer, is controlled by this program, which takes two
+/// seconds at most when its answers are late. Throws what ThrowRefusedOpen() does.
 void ConfirmControl(GenTLLibrary& library, GenTL::PORT_HANDLE remote, const CameraEntry& camera);
 
 /// Throws why the producer refused with `code` to open the camera: ToolFailure, or RefusedOpen for what may pass.

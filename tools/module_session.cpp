@@ -150,7 +150,9 @@ void ModuleSession::OpenCamera(const CommonOptions& common, const ModuleOptions&
     }
     catch (const ToolFailure& failure)
     {
-        if (use != ModuleUse::ControlIfFree || failure.Code() != ExitCode::CameraInUse)
+        const bool refused =
+            failure.Code() == ExitCode::CameraInUse || dynamic_cast<const RefusedOpen*>(&failure) != nullptr;
+        if (use != ModuleUse::ControlIfFree || !refused)
         {
             throw;
         }

@@ -2,12 +2,14 @@
 // A camera that somebody else controls: who, what to do, and waiting for it.
 #include "support/gvcp_camera.h"
 #include "support/network.h"
+#include "support/temporary_folder.h"
 #include "support/tool.h"
 #include "support/virtual_camera.h"
 
 #include <atomic>
 #include <csignal>
 #include <cstring>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <memory>
 
@@ -170,6 +172,42 @@ TEST(ToolOwnerOfAnyCamera, IsNoOneForACameraThatAnswersTheProducerTooLate)
     EXPECT_THAT(grab.output, HasSubstr("nq-gev: the stream did not start: the camera Model:02-11-22-33-44-55 has none "
                                        "that comes by RDMA (RoCE v2), which is all that this producer takes\n"));
     EXPECT_EQ(grab.exitCode, 5);
+}
+
+TEST(ToolOwnerOfAnyCamera, IsNotThisProgramWhoseControlIsConfirmedLate)
+{
+    const Host far;
+    far.Connect("here", "10.9.0.1/24", "there", "10.9.0.2/24");
+    GvcpCamera camera(&far);
+    nq::test::GvcpDiscovery identity;
+    identity.ipAddress = 0x0A090002;
+    identity.subnetMask = 0xFFFFFF00;
+    identity.deviceVersion = "3.0.0";
+    camera.SetDiscovery(identity);
+    camera.SetRegister(0x0A00, 0);
+    // The producer takes control; the tool asks for it again, and our producer asks twice before it gives up.
+    std::atomic<int> asked = 0;
+    camera.Otherwise([&](const Bytes& command) {
+        const bool lost = gvcp::Describe(command).starts_with("write 0x0A00") && (++asked == 2 || asked == 3);
+        return lost ? std::vector<GvcpReply>() : camera.AnswerFromMemory(command);
+    });
+    const Outcome grab = RunTool({"grab"});
+    EXPECT_GE(asked, 4);
+    EXPECT_THAT(grab.output, HasSubstr("nq-gev: the stream did not start: the camera Model:02-11-22-33-44-55 has none "
+                                       "that comes by RDMA (RoCE v2), which is all that this producer takes\n"));
+    EXPECT_EQ(grab.exitCode, 5);
+}
+
+TEST(ToolOwnerOfAnyCamera, IsNoneWhereAllAnswersAreTooLateForTheProducer)
+{
+    const VirtualCamera camera({"--fault", "late-ack:150:0"});
+    const TemporaryFolder folder;
+    std::ofstream(folder / "settings.txt") << "Width = 320\n";
+    const Outcome load = RunTool({"load", folder / "settings.txt"}, camera.Environment());
+    EXPECT_THAT(load.output, HasSubstr("nq-gev: the producer refuses to open the camera "
+                                       "NQ-GEV-Camera:02-00-0a-4d-00-02: GC_ERR_ACCESS_DENIED (-1005), though nobody "
+                                       "controls it: its answers may come too late, `nq-gev doctor` measures them\n"));
+    EXPECT_EQ(load.exitCode, 1);
 }
 
 TEST(ToolCameraOnLo, IsFoundOrTheMessageSaysWhyNot)
