@@ -59,6 +59,28 @@ bool Rename(const std::filesystem::path& from, const std::filesystem::path& to, 
     return rename(from.c_str(), to.c_str()) == 0;
 }
 
+/// Where a link leads, as the kernel goes: it follows no link that somebody else may have laid in a shared folder.
+std::filesystem::path EndOfLink(const std::filesystem::path& path)
+{
+    const int descriptor = open(path.c_str(), O_PATH | O_CLOEXEC);
+    if (descriptor == -1)
+    {
+        throw ToolFailure(ExitCode::Failure, "cannot write " + path.string() + ": what this link leads to: " +
+                                                 std::generic_category().message(errno));
+    }
+    std::error_code none;
+    std::filesystem::path end = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), none);
+    close(descriptor);
+    return end;
+}
+
+/// Gives the file owner and mode of the one whose place it takes; another user's owner only root can give.
+void KeepRights(int descriptor, const struct stat& before)
+{
+    [[maybe_unused]] const int owned = fchown(descriptor, before.st_uid, before.st_gid);
+    static_cast<void>(fchmod(descriptor, before.st_mode & 0777));
+}
+
 } // namespace
 
 NewFile::NewFile(std::filesystem::path path) : m_path(std::move(path)), m_stream(nullptr, std::fclose)
@@ -123,8 +145,16 @@ void WriteFile(const std::string& path, std::string_view text, bool overwrite)
 {
     try
     {
-        const std::filesystem::path target = std::filesystem::absolute(path);
-        if (std::error_code none; std::filesystem::exists(target, none) && !std::filesystem::is_regular_file(target))
+        std::filesystem::path target = std::filesystem::absolute(path);
+        if (std::error_code none; overwrite && std::filesystem::is_symlink(target, none))
+        {
+            target = EndOfLink(path);
+        }
+        struct stat there
+        {
+        };
+        const bool exists = stat(target.c_str(), &there) == 0;
+        if (exists && !S_ISREG(there.st_mode))
         {
             throw ToolFailure(ExitCode::Failure, "cannot write " + path + ": it is no plain file, and stays as it is");
         }
@@ -132,6 +162,10 @@ void WriteFile(const std::string& path, std::string_view text, bool overwrite)
         if (std::fwrite(text.data(), 1, text.size(), file.Stream()) != text.size())
         {
             Fail(target);
+        }
+        if (exists && overwrite)
+        {
+            KeepRights(fileno(file.Stream()), there);
         }
         file.Publish(overwrite);
     }

@@ -34,8 +34,8 @@ class NewFile
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> m_stream;
 };
 
-/// Writes the whole text under a new name, or in the place of the plain file that has it if `overwrite`; folders,
-/// devices and pipes stay. Throws ToolFailure.
+/// Writes the whole text under a new name, or in the place of the plain file that has it if `overwrite`: of the one
+/// that a link leads to, with the rights that it had. Folders, devices and pipes stay. Throws ToolFailure.
 void WriteFile(const std::string& path, std::string_view text, bool overwrite);
 
 } // namespace nq::tool

@@ -273,6 +273,33 @@ TEST_F(ToolSettings, LieInRegistersThatCanBeReadAndWritten)
                                            "NQ-GEV-Camera:02-00-0a-4d-00-02 refuses it: GC_ERR_"));
 }
 
+TEST_F(ToolSettings, GoThroughALinkIntoTheFileAndKeepItsRights)
+{
+    const std::string file = Written("plain.txt", "older");
+    ASSERT_EQ(chmod(file.c_str(), 0640), 0);
+    const std::string link = m_folder / "link.txt";
+    std::filesystem::create_symlink("plain.txt", link);
+    const Outcome kept = Run({"save", link});
+    EXPECT_EQ(kept.exitCode, 1);
+    EXPECT_EQ(kept.output, "nq-gev: cannot write " + link + ": File exists; --overwrite replaces it\n");
+    EXPECT_EQ(BytesOf(file), "older");
+    const Outcome saved = Run({"save", "--overwrite", link});
+    EXPECT_EQ(saved.exitCode, 0) << saved.output;
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_THAT(BytesOf(file), StartsWith("# Settings of the camera "));
+    struct stat status
+    {
+    };
+    ASSERT_EQ(stat(file.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640U);
+    std::filesystem::remove(file);
+    const Outcome nowhere = Run({"save", "--overwrite", link});
+    EXPECT_EQ(nowhere.exitCode, 1);
+    EXPECT_EQ(nowhere.output,
+              "nq-gev: cannot write " + link + ": what this link leads to: No such file or directory\n");
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+}
+
 TEST_F(ToolSettings, AreDescribedByAnXmlText)
 {
     const Outcome shown = Run({"xml"});
