@@ -32,6 +32,12 @@ std::string ObstacleText(const CameraEntry& camera)
     return apart ? fmt::format("    {}\n", kOutOfReach) : "";
 }
 
+/// What the user called it, as a line; empty for one without a name.
+std::string NameText(const CameraEntry& camera)
+{
+    return camera.userName.empty() ? "" : fmt::format("    name {}\n", Printable(camera.userName));
+}
+
 nlohmann::ordered_json OwnerJson(const CameraEntry& camera)
 {
     const std::optional<CameraOwner> owner = OwnerOf(camera);
@@ -58,7 +64,7 @@ void PrintText(const std::vector<ProducerEntry>& producers)
                            Printable(camera.id), Printable(camera.model), Printable(camera.serial),
                            camera.address.empty() ? "-" : camera.address, AccessStatusText(camera.accessStatus),
                            Printable(producer.path));
-                fmt::print("{}", ObstacleText(camera));
+                fmt::print("{}{}", NameText(camera), ObstacleText(camera));
             }
         }
     }

@@ -14,14 +14,15 @@ using namespace nq::test;
 using testing::HasSubstr;
 using namespace std::chrono_literals;
 
-TEST(ToolList, ShowsTheCameraWithItsModelSerialNumberAddressAndAccess)
+TEST(ToolList, ShowsTheCameraWithItsModelSerialNumberNameAddressAndAccess)
 {
-    const VirtualCamera camera({"--serial", "SN-4711"});
+    const VirtualCamera camera({"--serial", "SN-4711", "--user-name", "left \x1B[5m"});
     const Outcome list = RunTool({"list"}, camera.Environment());
     EXPECT_EQ(list.exitCode, 0) << list.output;
     EXPECT_THAT(list.output, HasSubstr("serial SN-4711"));
     EXPECT_THAT(list.output, HasSubstr("address 10.77.0.2"));
     EXPECT_THAT(list.output, HasSubstr("access read/write"));
+    EXPECT_THAT(list.output, HasSubstr("\n    name left \\x1b[5m\n")) << "without what a terminal obeys";
 }
 
 TEST(ToolList, ShowsACameraOnAnotherSubnetAsOutOfReach)
@@ -38,11 +39,20 @@ TEST(ToolList, ShowsACameraOnAnotherSubnetAsOutOfReach)
 
 TEST(ToolList, PrintsTheSameAsJson)
 {
-    const VirtualCamera camera({"--serial", "SN-4711"});
+    const VirtualCamera camera({"--serial", "SN-4711", "--user-name", "left"});
     const Outcome list = RunTool({"--json", "list"}, camera.Environment());
     EXPECT_EQ(list.exitCode, 0) << list.output;
     EXPECT_THAT(list.output, HasSubstr("\"serial\": \"SN-4711\""));
     EXPECT_THAT(list.output, HasSubstr("\"address\": \"10.77.0.2\""));
+    EXPECT_THAT(list.output, HasSubstr("\"user_name\": \"left\""));
+}
+
+TEST(ToolList, HasNoLineForANameThatNobodyGave)
+{
+    const VirtualCamera camera;
+    const Outcome list = RunTool({"list"}, camera.Environment());
+    EXPECT_EQ(list.exitCode, 0) << list.output;
+    EXPECT_THAT(list.output, testing::Not(HasSubstr("    name")));
 }
 
 TEST(ToolList, SaysWhatToLookAtWhenNoCameraAnswers)
