@@ -4,11 +4,15 @@
 
 #include "feature_table.h"
 
+#include <cerrno>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
+#include <unistd.h>
 
 namespace nq::camera
 {
@@ -39,7 +43,37 @@ FeatureValues ValuesOf(const json& set)
     return values;
 }
 
+/// Where the next state is written before it takes the place of the last.
+std::string DraftOf(const std::string& path)
+{
+    return path + ".new";
+}
+
+[[noreturn]] void Refuse(const std::string& path, const std::string& why)
+{
+    throw std::runtime_error("cannot keep the state in '" + path + "': " + why);
+}
+
 } // namespace
+
+void NeedUsableState(const std::string& path)
+{
+    std::error_code unknown;
+    const std::filesystem::file_status there = std::filesystem::status(path, unknown);
+    if (std::filesystem::exists(there) && !std::filesystem::is_regular_file(there))
+    {
+        Refuse(path, "it is no plain file");
+    }
+    static_cast<void>(ReadState(path, {}));
+    const std::string draft = DraftOf(path);
+    const int file = open(draft.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0666);
+    if (file < 0)
+    {
+        Refuse(path, std::generic_category().message(errno));
+    }
+    close(file);
+    std::filesystem::remove(draft, unknown);
+}
 
 CameraState ReadState(const std::string& path, const CameraState& absent)
 {
@@ -47,9 +81,13 @@ CameraState ReadState(const std::string& path, const CameraState& absent)
     {
         return absent;
     }
+    std::ifstream file(path);
+    if (!file)
+    {
+        throw std::runtime_error("cannot read the state '" + path + "': " + std::generic_category().message(errno));
+    }
     try
     {
-        std::ifstream file(path);
         const json text = json::parse(file);
         CameraState state = absent;
         state.userName = text.value("DeviceUserID", absent.userName);
@@ -94,7 +132,7 @@ bool WriteState(const std::string& path, const CameraState& state)
                                {"PersistentIPAddress", state.ip.address},
                                {"PersistentSubnetMask", state.ip.netmask},
                                {"PersistentDefaultGateway", state.ip.gateway}};
-    const std::string draft = path + ".new";
+    const std::string draft = DraftOf(path);
     std::ofstream file(draft, std::ios::trunc);
     file << text.dump(2, ' ', false, json::error_handler_t::replace) << "\n";
     file.close();

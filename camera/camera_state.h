@@ -34,8 +34,12 @@ struct CameraState
     IpConfiguration ip = {};
 };
 
+/// Makes sure that a camera can read what the file holds and write it anew. Throws std::runtime_error, which names the
+/// file, when it is no plain file, holds no state, or lies where nothing can be written.
+void NeedUsableState(const std::string& path);
+
 /// The state that a JSON file holds; `absent` when there is no such file. What is no number of a feature is left out.
-/// Throws std::runtime_error, which names the file, when it holds no JSON object.
+/// Throws std::runtime_error, which names the file, when it cannot be read or holds no JSON object.
 CameraState ReadState(const std::string& path, const CameraState& absent);
 
 /// Replaces the file as a whole. False when that fails.

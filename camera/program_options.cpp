@@ -2,6 +2,7 @@
 // The command line of nq-gev-camera.
 #include "program_options.h"
 
+#include "camera_state.h"
 #include "fault_plan.h"
 #include "feature_table.h"
 #include "image_files.h"
@@ -11,6 +12,8 @@
 
 #include <CLI/CLI.hpp>
 #include <charconv>
+#include <cmath>
+#include <cstdlib>
 #include <iostream>
 #include <map>
 #include <stdexcept>
@@ -131,6 +134,9 @@ void DefineStream(CLI::App& app, CameraOptions& camera)
         ->capture_default_str();
     app.add_option("--exposure", camera.exposure,
                    "exposure time at power on in microseconds; the light is such that the pictures are right at it")
+        ->check([](const std::string& text) { // a range takes what is no number
+            return std::isfinite(std::strtod(text.c_str(), nullptr)) ? "" : "'" + text + "' is no number";
+        })
         ->check(CLI::Range(1.0, 10000000.0))
         ->capture_default_str();
     app.add_option("--frames", camera.frameLimit, "fall quiet after this many frames; 0 is never")
@@ -227,7 +233,6 @@ ProgramOptions Resolve(Typed& typed)
     {
         throw std::invalid_argument("a frame may not be larger than 1 GiB");
     }
-    CheckTexts(typed.camera);
     if (!typed.images.empty())
     {
         typed.camera.pattern = static_cast<std::uint32_t>(TestPattern::Scene);
@@ -243,10 +248,15 @@ ProgramOptions Resolve(Typed& typed)
     for (unsigned i = 0; i < typed.count; ++i)
     {
         CameraOptions camera = typed.camera;
+        camera.serial = CountedSerial(camera.serial, i);
+        CheckTexts(camera);
         camera.network = i == 0 ? first : FindInterfaceByAddress(first.address + i);
         camera.mac = typed.mac.empty() ? 0x020000000000 | camera.network.address : ParseMac(typed.mac) + i;
-        camera.serial = CountedSerial(camera.serial, i);
-        camera.stateFile += camera.stateFile.empty() || typed.count == 1 ? "" : "." + camera.serial;
+        if (!camera.stateFile.empty())
+        {
+            camera.stateFile += typed.count == 1 ? "" : "." + camera.serial;
+            NeedUsableState(camera.stateFile);
+        }
         typed.program.cameras.push_back(std::move(camera));
     }
     FaultPlan check;

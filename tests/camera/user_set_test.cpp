@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <fstream>
 
 using namespace nq::test;
@@ -143,8 +144,23 @@ TEST(CameraUserSet, StateThatDoesNotFitTheCameraIsLeftOut)
 TEST(CameraUserSet, StateFileThatCannotBeReadEndsTheProgram)
 {
     const TemporaryFolder folder;
-    std::ofstream(folder / "state.json") << "no JSON";
-    ChildProcess camera({NQ_CAMERA_PATH, "--address", "127.0.0.1", "--state", folder / "state.json"});
-    EXPECT_EQ(camera.WaitForExit(std::chrono::seconds(20)), 1);
-    EXPECT_THAT(camera.Output(), testing::HasSubstr(folder / "state.json"));
+    const std::string path = folder / "state.json";
+    for (const char* text : {"no JSON", "", "[]", R"({"UserSetDefault": 5})", R"({"IPConfiguration": {"Flags": "x"}})"})
+    {
+        std::ofstream(path) << text;
+        ChildProcess camera({NQ_CAMERA_PATH, "--address", "127.0.0.1", "--state", path});
+        EXPECT_EQ(camera.WaitForExit(std::chrono::seconds(20)), 2) << text;
+        EXPECT_THAT(camera.Output(), testing::StartsWith("nq-gev-camera: cannot read the state '" + path + "': "));
+        EXPECT_EQ(std::count(camera.Output().begin(), camera.Output().end(), '\n'), 1) << camera.Output();
+    }
+}
+
+TEST(CameraUserSet, StateFileThatIsNotThereYetIsLeftSoUntilSomethingIsKept)
+{
+    const TemporaryFolder folder;
+    const VirtualCamera camera({"--state", folder / "state.json"});
+    EXPECT_TRUE(folder.Files().empty());
+    FeatureHost host;
+    Name(host, kNameEva);
+    EXPECT_EQ(folder.Files().size(), 1U);
 }
