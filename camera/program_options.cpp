@@ -11,12 +11,14 @@
 #include "udp_socket.h"
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <iostream>
 #include <map>
 #include <stdexcept>
+#include <system_error>
 
 namespace nq::camera
 {
@@ -292,6 +294,11 @@ std::optional<ProgramOptions> ReadCommandLine(int argc, char** argv, int& exitCo
     catch (const CLI::Success& answered) // --help, --version, --features
     {
         exitCode = app.exit(answered);
+        if (!std::cout.flush())
+        {
+            std::cerr << "nq-gev-camera: cannot write the output: " << std::generic_category().message(errno) << "\n";
+            exitCode = 1;
+        }
     }
     catch (const std::exception& error)
     {

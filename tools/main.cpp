@@ -4,17 +4,16 @@
 #include "nq_version.h"
 #include "printable.h"
 #include "software_rdma.h"
+#include "standard_output.h"
 #include "verbs.h"
 #include "whole_number.h"
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <fcntl.h>
 #include <string>
-#include <system_error>
 #include <unistd.h>
 
 namespace
@@ -77,15 +76,16 @@ int Run(int argc, char** argv)
     }
     catch (const CLI::ParseError& error)
     {
-        return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::Usage);
+        if (app.exit(error) != 0)
+        {
+            return static_cast<int>(ExitCode::Usage);
+        }
+        FlushOutput();
+        return 0;
     }
     AskForAnswers(common.answers);
     const ExitCode code = chosen();
-    if (std::fflush(stdout) != 0)
-    {
-        throw ToolFailure(ExitCode::Failure,
-                          std::string("cannot write the output: ") + std::generic_category().message(errno));
-    }
+    FlushOutput();
     return static_cast<int>(code);
 }
 

@@ -60,6 +60,8 @@ TEST(CheckFrame, WrongArgumentsGiveTwo)
 {
     EXPECT_EQ(Check({"--no-such-option"}).exitCode, 2);
     EXPECT_EQ(RunProgram({NQ_CHECK_PATH}).exitCode, 2);
+    EXPECT_EQ(RunProgram({NQ_CHECK_PATH, "--help"}).exitCode, 0);
+    EXPECT_EQ(RunProgram({"/bin/sh", "-c", "exec '" NQ_CHECK_PATH "' --help >/dev/full"}).exitCode, 2);
     EXPECT_EQ(RunProgram({NQ_CHECK_PATH, "/nowhere.cti"}).exitCode, 2);
 }
 

@@ -78,6 +78,24 @@ TEST(ToolArguments, UnknownOnesGiveExitCodeTwo)
     EXPECT_EQ(RunTool({}).exitCode, 2);
 }
 
+TEST(ToolArguments, HelpAndVersionThatCannotBeWrittenAreAFailure)
+{
+    for (const std::string program : {NQ_TOOL_PATH, NQ_CAMERA_PATH, NQ_BINARY_DIR "/nq-software-rdma"})
+    {
+        for (const char* option : {"--help", "--version"})
+        {
+            const Outcome full = RunProgram({"/bin/sh", "-c", "exec '" + program + "' " + option + " >/dev/full"});
+            EXPECT_EQ(full.exitCode, 1) << program << " " << option;
+            EXPECT_EQ(RunProgram({program, option}).exitCode, 0);
+        }
+    }
+    const Outcome told = RunProgram({"/bin/sh", "-c", kToolLine + "--help >/dev/full"});
+    EXPECT_EQ(told.output, "nq-gev: cannot write the output: No space left on device\n");
+    const Outcome camera = RunProgram({"/bin/sh", "-c", "exec '" NQ_CAMERA_PATH "' --features >/dev/full"});
+    EXPECT_EQ(camera.exitCode, 1);
+    EXPECT_EQ(camera.output, "nq-gev-camera: cannot write the output: No space left on device\n");
+}
+
 TEST(ToolArguments, NoTimeIsNegative)
 {
     for (const char* option : {"--timeout", "--frame-timeout"})

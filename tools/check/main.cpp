@@ -5,6 +5,7 @@
 #include "other_process.h"
 #include "printable.h"
 #include "report.h"
+#include "standard_output.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -179,7 +180,12 @@ int Run(int argc, char** argv)
     }
     catch (const CLI::ParseError& error)
     {
-        return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::Usage);
+        if (app.exit(error) != 0)
+        {
+            return static_cast<int>(ExitCode::Usage);
+        }
+        nq::tool::FlushOutput();
+        return 0;
     }
     if (options.list || options.markdown)
     {

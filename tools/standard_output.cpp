@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: Apache-2.0
+// The end of what a program prints.
+#include "standard_output.h"
+
+#include "exit_codes.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <iostream>
+#include <system_error>
+
+namespace nq::tool
+{
+
+void FlushOutput()
+{
+    // Help and version come through the stream, which alone remembers a failure before the last write.
+    if (!std::cout.flush() || std::fflush(stdout) != 0)
+    {
+        throw ToolFailure(ExitCode::Failure, "cannot write the output: " + std::generic_category().message(errno));
+    }
+}
+
+} // namespace nq::tool
