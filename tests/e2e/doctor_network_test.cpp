@@ -231,7 +231,7 @@ TEST_F(DoctorNetwork, ACameraOfAnotherSubnetIsHeardAndGetsAnAddressOfThisOne)
     const Outcome doctor = RunDoctor();
     EXPECT_THAT(doctor.output,
                 Wrong("camera.subnet", kCamera + std::string(": it has 10.77.0.2/24, and host0 10.9.0.1/24"),
-                      "nq-gev ip --camera 02:11:22:33:44:55 --force 10.9.0.3/24"));
+                      NQ_TOOL_PATH " ip --camera 02:11:22:33:44:55 --force 10.9.0.3/24")); // as it was started
     EXPECT_THAT(doctor.output, NotKnown("camera.answers", "no camera can be asked (camera.subnet, camera.answers)\n"));
     // An address more does not help: the producer goes by the first one.
     Shell("ip addr add 10.77.0.1/24 brd + dev host0");

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Findings about the libraries: whether programs find them, and whether they load.
 #include "doctor/checks.h"
+#include "shell_word.h"
 
 #include "installed_folder.h"
 
@@ -15,22 +16,6 @@ namespace
 
 constexpr const char* kPath = "GENICAM_GENTL64_PATH";
 
-/// As a shell takes it for one word.
-std::string Quoted(const std::string& path)
-{
-    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-+";
-    if (path.find_first_not_of(kPlain) == std::string::npos)
-    {
-        return path;
-    }
-    std::string quoted = "'";
-    for (const char one : path)
-    {
-        quoted += one == '\'' ? "'\\''" : std::string(1, one);
-    }
-    return quoted + "'";
-}
-
 /// The folder that programs should look in.
 std::string FolderToName(const Scene& scene)
 {
@@ -44,7 +29,7 @@ std::string FolderToName(const Scene& scene)
 void CheckPath(const Scene& scene, const CommonOptions& common, Findings& findings)
 {
     const std::string path = StartedWith(kPath).value_or("");
-    const Findings::Words words = {{"FOLDER", Quoted(FolderToName(scene))}};
+    const Findings::Words words = {{"FOLDER", ShellWord(FolderToName(scene))}};
     if (!common.producer.empty())
     {
         findings.Right("producer.path", "", fmt::format("not needed: {} was named", common.producer));
@@ -108,7 +93,7 @@ void CheckOne(const ProducerEntry& producer, Findings& findings)
                        fmt::format("{} {}, GenTL {}", producer.facts.id, producer.facts.version, producer.facts.gentl));
         return;
     }
-    findings.Wrong("producer.load", producer.path, producer.problem, {{"FILE", Quoted(producer.path)}});
+    findings.Wrong("producer.load", producer.path, producer.problem, {{"FILE", ShellWord(producer.path)}});
 }
 
 void CheckAnswers(const CommonOptions& common, Findings& findings)

@@ -2,6 +2,8 @@
 // What the doctor can find out, as a table, and what it has found.
 #include "doctor/findings.h"
 
+#include "shell_word.h"
+
 #include <algorithm>
 #include <stdexcept>
 #include <string_view>
@@ -38,6 +40,11 @@ std::string Filled(std::string line, const Findings::Words& words)
     for (const auto& [word, meaning] : words)
     {
         Replace(line, word, meaning);
+    }
+    constexpr std::string_view kThis = "nq-gev "; // which may lie on no path
+    if (line.starts_with(kThis))
+    {
+        line.replace(0, kThis.size() - 1, ThisProgram());
     }
     if (geteuid() == 0)
     {
