@@ -245,6 +245,13 @@ std::string GrabSession::WhyNoStart(GenTL::GC_ERROR code) const
                "message that the port of its RDMA device tells of: take a smaller picture, or --answers stated, which "
                "does not ask the port.";
     }
+    const std::optional<FolderProblem> folder = RunsOnSoftwareRdma() ? SoftwareRdmaFolderProblem() : std::nullopt;
+    if (folder)
+    {
+        return fmt::format("The software RDMA refuses its folder {}: {}; `nq-gev --software-rdma doctor` has the line "
+                           "that mends it.",
+                           folder->folder, folder->why);
+    }
     const std::string advice = SoftwareRdmaAdvice();
     return fmt::format("The camera {} answers on its control channel{}", m_address,
                        advice.empty()

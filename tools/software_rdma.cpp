@@ -6,10 +6,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <dlfcn.h>
 #include <filesystem>
 #include <fmt/format.h>
 #include <string_view>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -17,6 +19,43 @@ namespace nq::tool
 {
 
 namespace fs = std::filesystem;
+
+namespace
+{
+
+/// Where the software RDMA looks.
+std::string Folder()
+{
+    const char* const named = std::getenv("NQ_RDMA_LOOPBACK_DIR");
+    std::string folder =
+        named == nullptr || *named == '\0' ? fmt::format("/tmp/nq-rdma-loopback-{}", geteuid()) : named;
+    while (folder.size() > 1 && folder.back() == '/')
+    {
+        folder.pop_back(); // a link with a slash behind it looks like a folder
+    }
+    return folder;
+}
+
+bool IsOwnFolder(const struct stat& there)
+{
+    return S_ISDIR(there.st_mode) && there.st_uid == geteuid();
+}
+
+/// What nobody else has called so.
+std::string FreeName(const std::string& folder)
+{
+    struct stat there
+    {
+    };
+    std::string name;
+    for (int number = 1; name.empty() || (lstat(name.c_str(), &there) == 0 && !IsOwnFolder(there)); ++number)
+    {
+        name = fmt::format("{}-{}", folder, number);
+    }
+    return name;
+}
+
+} // namespace
 
 void StartAgainOnSoftwareRdma(int argc, char** argv)
 {
@@ -56,6 +95,33 @@ std::string SoftwareRdmaAdvice()
     }
     return " This machine shows no RDMA device (`rdma link`); for a camera on this machine none is needed: give both "
            "nq-gev-camera and nq-gev the option --software-rdma";
+}
+
+std::optional<FolderProblem> SoftwareRdmaFolderProblem()
+{
+    const std::string folder = Folder();
+    struct stat there
+    {
+    };
+    std::error_code ignored;
+    if (lstat(folder.c_str(), &there) != 0)
+    {
+        const bool canBeMade = errno == ENOENT && fs::is_directory(fs::absolute(folder).parent_path(), ignored);
+        return canBeMade ? std::nullopt : std::optional(FolderProblem{folder, "it cannot be made", folder});
+    }
+    if (!S_ISDIR(there.st_mode))
+    {
+        return FolderProblem{folder, "it is no folder", FreeName(folder)};
+    }
+    if (there.st_uid != geteuid())
+    {
+        return FolderProblem{folder, fmt::format("it belongs to the user {}", there.st_uid), FreeName(folder)};
+    }
+    if ((there.st_mode & (S_IRWXG | S_IRWXO)) != 0)
+    {
+        return FolderProblem{folder, fmt::format("its mode {:04o} lets others in", there.st_mode & 07777), folder};
+    }
+    return std::nullopt;
 }
 
 } // namespace nq::tool

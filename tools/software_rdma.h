@@ -2,6 +2,7 @@
 // Running nq-gev on the software RDMA of this project.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace nq::tool
@@ -19,5 +20,16 @@ bool MachineHasRdmaDevice();
 
 /// What a machine without an RDMA device can do, a sentence with a space before it; empty where it would not help.
 std::string SoftwareRdmaAdvice();
+
+/// What is wrong with the folder through which programs meet on the software RDMA.
+struct FolderProblem
+{
+    std::string folder;
+    std::string why;
+    std::string usable; ///< a folder that this user can have for it: this one, once it is mended, or another
+};
+
+/// Nothing when the folder is this user's alone, or is made when it is needed.
+std::optional<FolderProblem> SoftwareRdmaFolderProblem();
 
 } // namespace nq::tool

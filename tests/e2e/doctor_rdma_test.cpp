@@ -3,6 +3,8 @@
 #include "support/doctor.h"
 #include "support/virtual_camera.h"
 
+#include <unistd.h>
+
 namespace
 {
 
@@ -143,6 +145,37 @@ TEST(DoctorOnSoftwareRdma, KnowsTheWholeChainButThreeLines)
                                                       "software RDMA: [0-9]+ bytes, and a frame has 307[0-9]+\n"));
     EXPECT_THAT(doctor.output, Right("camera.discovery", "host0: NQ-GEV-Camera SN-1 at 10.77.0.2\n"));
     EXPECT_THAT(doctor.output, Right("camera.owner", "NQ-GEV-Camera SN-1 at 10.77.0.2: nobody controls it\n"));
+}
+
+TEST(DoctorOnSoftwareRdma, MendsTheFolderThroughWhichProgramsMeet)
+{
+    const VirtualCamera camera;
+    const TemporaryFolder parent;
+    const std::string folder = parent / "meeting place";
+    std::filesystem::create_directory(folder);
+    const std::vector<std::string> environment = {camera.Environment().front(), "NQ_RDMA_LOOPBACK_DIR=" + folder};
+    const auto mended = [&environment](const Outcome& wrong) {
+        return RunProgram({"/bin/sh", "-c", MendOf(wrong, "rdma.folder") + " && " + kOurLine + "--timeout 100 doctor"},
+                          environment);
+    };
+    std::filesystem::permissions(folder, std::filesystem::perms(0755));
+    const Outcome open = RunTool({"--timeout", "100", "doctor"}, environment);
+    EXPECT_THAT(open.output, Wrong("rdma.folder", folder + " is refused: its mode 0755 lets others in",
+                                   "mkdir -p -m 0700 '" + folder + "' && chmod 0700 '" + folder +
+                                       "' && export NQ_RDMA_LOOPBACK_DIR='" + folder + "'"));
+    const Outcome grab = RunTool({"grab"}, environment);
+    EXPECT_EQ(grab.exitCode, 5);
+    EXPECT_THAT(grab.output, HasSubstr("The software RDMA refuses its folder " + folder +
+                                       ": its mode 0755 lets others in; `nq-gev --software-rdma doctor` has the line "
+                                       "that mends it.\n"));
+    EXPECT_THAT(mended(open).output, Right("rdma.folder", "it is this user's alone\n"));
+
+    ASSERT_EQ(chown(folder.c_str(), 65534, 65534), 0);
+    const Outcome foreign = RunTool({"--timeout", "100", "doctor"}, environment);
+    EXPECT_THAT(foreign.output,
+                HasSubstr(Beginning("wrong", "rdma.folder") + folder + " is refused: it belongs to the user 65534\n"));
+    EXPECT_THAT(mended(foreign).output, Right("rdma.folder", "it is this user's alone\n"));
+    EXPECT_TRUE(std::filesystem::is_directory(folder + "-1"));
 }
 
 } // namespace

@@ -2,8 +2,11 @@
 // Findings about what lets this process use RDMA: kernel modules, device files, the container.
 #include "doctor/checks.h"
 #include "doctor/memory_rights.h"
+#include "shell_word.h"
+#include "software_rdma.h"
 
 #include <fmt/format.h>
+#include <optional>
 #include <sys/resource.h>
 
 namespace nq::tool::doctor
@@ -97,6 +100,14 @@ void CheckContainer(const Scene& scene, Findings& findings)
     }
 }
 
+void CheckFolder(Findings& findings)
+{
+    const std::optional<FolderProblem> problem = SoftwareRdmaFolderProblem();
+    problem ? findings.Wrong("rdma.folder", "", fmt::format("{} is refused: {}", problem->folder, problem->why),
+                             {{"FOLDER", ShellWord(problem->usable)}})
+            : findings.Right("rdma.folder", "", "it is this user's alone");
+}
+
 } // namespace
 
 void CheckRdmaRights(const Scene& scene, Findings& findings)
@@ -107,8 +118,10 @@ void CheckRdmaRights(const Scene& scene, Findings& findings)
         {
             findings.Right(id, "", "not needed on software RDMA");
         }
+        CheckFolder(findings);
         return;
     }
+    findings.Right("rdma.folder", "", "not needed without software RDMA");
     CheckModules(scene, findings);
     CheckFiles(scene, findings);
     CheckContainer(scene, findings);

@@ -75,6 +75,10 @@ const std::vector<FindingKind>& FindingKinds()
          "sudo ip link set dev ADAPTER down && sudo ip link set dev ADAPTER up"},
         {"rdma.files", "May this user use RDMA?", "/dev/infiniband/rdma_cm and uverbs* are opened.",
          "sudo chmod a+rw /dev/infiniband/rdma_cm /dev/infiniband/uverbs*"},
+        {"rdma.folder", "May this user meet cameras in the folder of the software RDMA?",
+         "On software RDMA: NQ_RDMA_LOOPBACK_DIR, else /tmp/nq-rdma-loopback-UID, is this user's alone: mode 0700, no "
+         "link. The camera has to be started with the same one.",
+         "mkdir -p -m 0700 FOLDER && chmod 0700 FOLDER && export NQ_RDMA_LOOPBACK_DIR=FOLDER"},
         {"rdma.container", "Does the container let RDMA in?",
          "In a container: /dev/infiniband, and CAP_IPC_LOCK or unlimited memory to lock.",
          "docker run --network host --device /dev/infiniband --cap-add IPC_LOCK --ulimit memlock=-1 ..."},
