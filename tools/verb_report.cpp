@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev report: all that somebody wants to know who helps from afar, in one text.
 #include "doctor/report.h"
+#include "feature_json.h"
 #include "new_file.h"
 #include "verbs.h"
 
@@ -13,18 +14,31 @@ namespace nq::tool
 namespace
 {
 
+std::string Report(const CommonOptions& common)
+{
+    const doctor::DoctorOptions options;
+    return common.json ? doctor::ReportJson(common, options) : doctor::ReportText(common, options);
+}
+
 ExitCode Run(const CommonOptions& common, const std::string& path)
 {
     if (path.empty())
     {
-        fmt::print("{}", doctor::ReportText(common, doctor::DoctorOptions()));
+        fmt::print("{}", Report(common));
         return ExitCode::Success;
     }
     const std::filesystem::path absolute = std::filesystem::absolute(path);
     NewFile file(absolute);
-    fmt::print(file.Stream(), "{}", doctor::ReportText(common, doctor::DoctorOptions()));
+    fmt::print(file.Stream(), "{}", Report(common));
     file.Publish(false);
-    fmt::print("{}It is in {}\n", doctor::ReportContents(), path);
+    if (common.json)
+    {
+        PrintJson({{"file", path}});
+    }
+    else
+    {
+        fmt::print("{}It is in {}\n", doctor::ReportContents(), path);
+    }
     return ExitCode::Success;
 }
 

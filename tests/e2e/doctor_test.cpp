@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev doctor: producers, forms of its output, its table and what covers it; and nq-gev report.
 #include "support/doctor.h"
+#include "support/json_schema.h"
 #include "support/source_text.h"
 #include "support/virtual_camera.h"
 
@@ -154,6 +155,22 @@ TEST(Report, HasAllSectionsWithNoCameraAndSaysWhatItHolds)
     EXPECT_THAT(report.output, HasSubstr("\n== kernel ==\nnet/ipv4/conf/all/rp_filter  "));
     EXPECT_THAT(report.output, HasSubstr("\n== environment ==\nGENICAM_GENTL64_PATH=(not set)\n"));
     EXPECT_THAT(report.output, HasSubstr("\nLD_LIBRARY_PATH=/nowhere\\x1b\n"));
+}
+
+TEST(Report, AsJsonHasTheFindingsAndEverySection)
+{
+    const Outcome report = RunProgram({NQ_TOOL_PATH, "--timeout", "100", "--json", "report"});
+    EXPECT_EQ(report.exitCode, 0);
+    ExpectFitsSchema("report", report.output);
+    EXPECT_THAT(report.output, testing::StartsWith("{\n  \"holds\": \"This report holds: versions of nq-gev, "));
+    EXPECT_THAT(report.output, HasSubstr("\"id\": \"producer.path\""));
+    EXPECT_THAT(report.output, HasSubstr("\"list\": \"nq-gev: No network interface was found."));
+    const TemporaryFolder folder;
+    const std::string file = folder / "report.json";
+    const Outcome written = RunProgram({NQ_TOOL_PATH, "--timeout", "100", "--json", "report", "-o", file});
+    EXPECT_EQ(written.exitCode, 0);
+    EXPECT_EQ(written.output, "{\n  \"file\": \"" + file + "\"\n}\n");
+    ExpectFitsSchema("report", BytesOf(file));
 }
 
 TEST(Report, GoesToANewFileAndNeverOverAnOldOne)

@@ -9,6 +9,7 @@
 #include "printable.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <sys/resource.h>
 #include <sys/utsname.h>
@@ -20,15 +21,21 @@ namespace nq::tool::doctor
 namespace
 {
 
-std::string Section(const std::string& title, const std::string& text)
+struct Section
 {
-    std::string shown;
-    std::istringstream lines(text);
+    const char* title;
+    std::string text;
+};
+
+std::string SectionText(const Section& section)
+{
+    std::string shown = fmt::format("\n== {} ==\n", section.title);
+    std::istringstream lines(section.text);
     for (std::string line; std::getline(lines, line);)
     {
         shown += Printable(line) + "\n";
     }
-    return fmt::format("\n== {} ==\n{}", title, shown);
+    return shown;
 }
 
 /// What nq-gev itself says with this verb, in a process that is ended after a minute.
@@ -158,6 +165,14 @@ std::string EnvironmentText()
     return text;
 }
 
+/// All that stands behind the findings.
+std::vector<Section> Facts(const CommonOptions& common, const DoctorOptions& options)
+{
+    const Machine machine(options.root);
+    return {{"info", SaidBy("info", common)}, {"list", SaidBy("list", common)}, {"adapters", AdaptersText()},
+            {"RDMA", RdmaText(machine)},      {"kernel", KernelText(machine)},  {"environment", EnvironmentText()}};
+}
+
 } // namespace
 
 std::string ReportContents()
@@ -174,12 +189,26 @@ std::string ReportContents()
 
 std::string ReportText(const CommonOptions& common, const DoctorOptions& options)
 {
-    const Machine machine(options.root);
-    return ReportContents() + Section("versions", Versions()) +
-           Section("doctor", FindingsText(Examine(common, options))) + Section("info", SaidBy("info", common)) +
-           Section("list", SaidBy("list", common)) + Section("adapters", AdaptersText()) +
-           Section("RDMA", RdmaText(machine)) + Section("kernel", KernelText(machine)) +
-           Section("environment", EnvironmentText());
+    std::string text = ReportContents() + SectionText({"versions", Versions()}) +
+                       SectionText({"doctor", FindingsText(Examine(common, options))});
+    for (const Section& section : Facts(common, options))
+    {
+        text += SectionText(section);
+    }
+    return text;
+}
+
+std::string ReportJson(const CommonOptions& common, const DoctorOptions& options)
+{
+    using Json = nlohmann::ordered_json;
+    Json report = {{"holds", ReportContents()},
+                   {"versions", Versions()},
+                   {"doctor", Json::parse(FindingsJson(Examine(common, options)))}};
+    for (const Section& section : Facts(common, options))
+    {
+        report[section.title] = section.text;
+    }
+    return report.dump(2, ' ', true, Json::error_handler_t::replace) + "\n";
 }
 
 } // namespace nq::tool::doctor

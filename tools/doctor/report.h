@@ -16,4 +16,7 @@ std::string ReportContents();
 /// neither camera nor producer, and has an end whatever they do.
 std::string ReportText(const CommonOptions& common, const DoctorOptions& options);
 
+/// The same for scripts: what it holds, the findings as `nq-gev --json doctor` has them, the other sections as texts.
+std::string ReportJson(const CommonOptions& common, const DoctorOptions& options);
+
 } // namespace nq::tool::doctor
