@@ -70,6 +70,12 @@ bool System::GivesStatedAnswers() const
     return text.back() != 'x';
 }
 
+void System::Update() const
+{
+    const GenTL::GC_ERROR code = m_library.TLUpdateInterfaceList(m_handle, nullptr, kInterfaceScanMs);
+    GenTLLibrary::Check(code == GenTL::GC_ERR_TIMEOUT ? GenTL::GC_ERR_SUCCESS : code, "TLUpdateInterfaceList");
+}
+
 std::vector<std::string> System::InterfaceIds() const
 {
     uint32_t count = 0;
@@ -176,6 +182,25 @@ std::vector<InterfaceEntry> ScanAll(const System& system, uint64_t timeoutMs, co
     for (const std::string& id : system.InterfaceIds())
     {
         interfaces.push_back(Interface(system, id).Scan(timeoutMs));
+        afterEach();
+    }
+    return interfaces;
+}
+
+std::vector<InterfaceEntry> ScanAnew(const System& system, uint64_t timeoutMs, const std::function<void()>& afterEach)
+{
+    system.Update();
+    std::vector<InterfaceEntry> interfaces;
+    for (const std::string& id : system.InterfaceIds())
+    {
+        try
+        {
+            interfaces.push_back(Interface(system, id).Scan(timeoutMs));
+        }
+        catch (const GenTLError&)
+        {
+            interfaces.push_back({id, "", {}}); // it may have gone a moment ago
+        }
         afterEach();
     }
     return interfaces;

@@ -53,6 +53,9 @@ class System
     /// Whether the producer of this project gives its own answers and not the standard's; false for any other one.
     bool GivesStatedAnswers() const;
 
+    /// Has the list of interfaces made anew; it stays as it is when the producer takes too long. Throws GenTLError.
+    void Update() const;
+
     std::vector<std::string> InterfaceIds() const;
 
     /// A text about the system; an empty one when the producer does not offer it.
@@ -100,6 +103,10 @@ std::vector<uint64_t> ShortScansFirst(uint64_t longestMs);
 /// Scans every interface, and calls `afterEach` behind each.
 std::vector<InterfaceEntry> ScanAll(
     const System& system, uint64_t timeoutMs, const std::function<void()>& afterEach = [] {});
+
+/// The same for a machine whose interfaces come and go: looks for them first, and one that cannot be scanned has no
+/// cameras.
+std::vector<InterfaceEntry> ScanAnew(const System& system, uint64_t timeoutMs, const std::function<void()>& afterEach);
 
 /// Dotted text of an IPv4 address in host order.
 std::string DottedAddress(uint64_t address);

@@ -66,6 +66,7 @@ int Run(int argc, char** argv)
     AddFeatureVerbs(app, common, chosen);
     AddSettingsVerbs(app, common, chosen);
     AddEventsVerb(app, common, chosen);
+    AddWatchVerb(app, common, chosen);
     AddPortVerbs(app, common, chosen);
     AddDoctorVerb(app, common, chosen);
     AddReportVerb(app, common, chosen);

@@ -118,31 +118,38 @@ std::vector<InterfaceEntry> InterfacesFrom(const json& from)
     return interfaces;
 }
 
-void ScanAndSay(const std::string& path, const std::vector<uint64_t>& scansMs, int pipe)
+void ScanAndSay(const std::string& path, const SearchPlan& plan, int pipe)
 {
     GenTLLibrary library(path);
     const System system(library);
     Say(pipe, {{"facts", ToJson(FactsOf(system))}});
-    for (const uint64_t ms : scansMs)
+    const auto alive = [pipe] { Say(pipe, json::object()); };
+    std::optional<uint64_t> ms = plan.ScanMs(0);
+    for (size_t scan = 0; ms; ms = plan.ScanMs(++scan))
     {
-        const auto interfaces = ScanAll(system, ms, [pipe] { Say(pipe, json::object()); });
+        const auto interfaces = plan.Scan(system, *ms, alive);
         Say(pipe, {{"interfaces", ToJson(interfaces)}});
     }
 }
 
-uint64_t LongestOf(const std::vector<uint64_t>& scansMs)
+uint64_t LongestOf(const SearchPlan& plan)
 {
-    return scansMs.empty() ? 0 : *std::max_element(scansMs.begin(), scansMs.end());
+    uint64_t longest = 0;
+    for (const uint64_t ms : plan.scansMs)
+    {
+        longest = std::max(longest, ms);
+    }
+    return longest;
 }
 
-[[noreturn]] void RunChild(const std::string& path, const std::vector<uint64_t>& scansMs, int pipe)
+[[noreturn]] void RunChild(const std::string& path, const SearchPlan& plan, int pipe)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     std::signal(SIGPIPE, SIG_DFL);
     dup2(STDERR_FILENO, STDOUT_FILENO); // standard output is for the answer of the tool
     try
     {
-        ScanAndSay(path, scansMs, pipe);
+        ScanAndSay(path, plan, pipe);
     }
     catch (const ToolFailure& failure)
     {
@@ -157,8 +164,8 @@ uint64_t LongestOf(const std::vector<uint64_t>& scansMs)
 
 } // namespace
 
-ProducerChild::ProducerChild(const std::string& path, const std::vector<uint64_t>& scansMs)
-    : m_patience(kGrace + std::chrono::milliseconds(std::min(LongestOf(scansMs), uint64_t{1} << 40)))
+ProducerChild::ProducerChild(const std::string& path, const SearchPlan& plan)
+    : m_patience(kGrace + std::chrono::milliseconds(std::min(LongestOf(plan), uint64_t{1} << 40)))
 {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
@@ -169,7 +176,7 @@ ProducerChild::ProducerChild(const std::string& path, const std::vector<uint64_t
     m_process = fork();
     if (m_process == 0)
     {
-        RunChild(path, scansMs, ends[1]);
+        RunChild(path, plan, ends[1]);
     }
     const int error = errno;
     close(ends[1]);

@@ -17,8 +17,8 @@ class ProducerChild
   public:
     using Clock = std::chrono::steady_clock;
 
-    /// Starts the process, which scans as often as `scansMs` has entries and then ends. Throws std::system_error.
-    ProducerChild(const std::string& path, const std::vector<uint64_t>& scansMs);
+    /// Starts the process, which scans as often as the plan says and then ends. Throws std::system_error.
+    ProducerChild(const std::string& path, const SearchPlan& plan);
     ~ProducerChild();
     ProducerChild(const ProducerChild&) = delete;
     ProducerChild& operator=(const ProducerChild&) = delete;

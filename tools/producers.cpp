@@ -5,8 +5,10 @@
 #include "installed_folder.h"
 #include "printable.h"
 #include "producer_child.h"
+#include "stop_signals.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fmt/format.h>
@@ -14,6 +16,7 @@
 #include <poll.h>
 #include <set>
 #include <sstream>
+#include <thread>
 
 namespace nq::tool
 {
@@ -54,9 +57,9 @@ std::vector<ProducerEntry> AskInThisProcess(const std::string& path, const Searc
     std::vector<ProducerEntry> asked(1);
     asked[0].path = path;
     asked[0].facts = FactsOf(system);
-    for (const uint64_t ms : plan.scansMs)
+    while (const std::optional<uint64_t> ms = plan.ScanMs(asked[0].scans))
     {
-        asked[0].interfaces = ScanAll(system, ms);
+        asked[0].interfaces = plan.Scan(system, *ms, [] {});
         ++asked[0].scans;
         if (plan.enough(asked))
         {
@@ -96,31 +99,53 @@ bool HearNext(std::vector<std::unique_ptr<ProducerChild>>& children, std::vector
     return true;
 }
 
-/// Warns of the producers that do not work, or throws when that is all of them.
-void TellProblems(const std::vector<ProducerEntry>& asked)
+bool Works(const ProducerEntry& producer)
 {
-    const auto works = [](const ProducerEntry& producer) { return producer.problem.empty(); };
-    if (std::none_of(asked.begin(), asked.end(), works))
+    return producer.problem.empty();
+}
+
+/// Throws when no producer works.
+void NeedOneThatWorks(const std::vector<ProducerEntry>& asked)
+{
+    if (std::any_of(asked.begin(), asked.end(), Works))
     {
-        std::string all;
-        for (const ProducerEntry& producer : asked)
-        {
-            all += fmt::format("{}{}: {}", all.empty() ? "" : "; ", producer.path, producer.problem);
-        }
-        throw ToolFailure(asked.front().code,
-                          asked.size() == 1 ? asked.front().problem : fmt::format("no producer works: {}", all));
+        return;
     }
+    std::string all;
     for (const ProducerEntry& producer : asked)
     {
-        if (!works(producer))
-        {
-            fmt::print(stderr, "nq-gev: warning: {} is left out: {}\n", Printable(producer.path),
-                       Printable(producer.problem));
-        }
+        all += fmt::format("{}{}: {}", all.empty() ? "" : "; ", producer.path, producer.problem);
     }
+    throw ToolFailure(asked.front().code,
+                      asked.size() == 1 ? asked.front().problem : fmt::format("no producer works: {}", all));
 }
 
 } // namespace
+
+std::optional<uint64_t> SearchPlan::ScanMs(size_t scan) const
+{
+    if (scansMs.empty() || (scan >= scansMs.size() && !endless))
+    {
+        return std::nullopt;
+    }
+    return scansMs[std::min(scan, scansMs.size() - 1)];
+}
+
+std::vector<InterfaceEntry> SearchPlan::Scan(const System& system, uint64_t ms,
+                                             const std::function<void()>& afterEach) const
+{
+    if (!endless)
+    {
+        return ScanAll(system, ms, afterEach);
+    }
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    std::vector<InterfaceEntry> interfaces = ScanAnew(system, ms, afterEach);
+    while (std::chrono::steady_clock::now() < end && !StopAsked()) // a producer need not take the time that it has
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return interfaces;
+}
 
 ProducerFacts FactsOf(const System& system)
 {
@@ -200,6 +225,11 @@ std::vector<FoundCamera> CamerasOf(const std::vector<ProducerEntry>& producers)
     return cameras;
 }
 
+void WarnOfProblem(const ProducerEntry& producer)
+{
+    fmt::print(stderr, "nq-gev: warning: {} is left out: {}\n", Printable(producer.path), Printable(producer.problem));
+}
+
 std::vector<ProducerEntry> AskApart(const std::vector<std::string>& paths, const SearchPlan& plan)
 {
     std::vector<ProducerEntry> asked;
@@ -207,7 +237,7 @@ std::vector<ProducerEntry> AskApart(const std::vector<std::string>& paths, const
     for (const std::string& path : paths)
     {
         asked.emplace_back().path = path;
-        children.push_back(std::make_unique<ProducerChild>(path, plan.scansMs));
+        children.push_back(std::make_unique<ProducerChild>(path, plan));
     }
     while (!plan.enough(asked) && HearNext(children, asked))
     {
@@ -222,7 +252,14 @@ std::vector<ProducerEntry> AskProducers(const std::string& argument, const Searc
         return AskInThisProcess(argument, plan);
     }
     std::vector<ProducerEntry> asked = AskApart(FindProducers(argument), plan);
-    TellProblems(asked);
+    NeedOneThatWorks(asked);
+    for (const ProducerEntry& producer : asked)
+    {
+        if (!Works(producer) && !plan.endless)
+        {
+            WarnOfProblem(producer);
+        }
+    }
     return asked;
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -61,12 +62,22 @@ struct SearchPlan
     std::vector<uint64_t>
         scansMs; ///< how long each scan listens on each interface, in milliseconds; none for the facts
     Enough enough = [](const std::vector<ProducerEntry>&) { return false; };
+    bool endless = false; ///< repeats the last scan until there is enough, for interfaces that come and go
+
+    /// How long the scan with that number, from 0 on, listens; nothing when there is none.
+    std::optional<uint64_t> ScanMs(size_t scan) const;
+
+    /// One scan of `ms` milliseconds, with `afterEach` called behind each interface.
+    std::vector<InterfaceEntry> Scan(const System& system, uint64_t ms, const std::function<void()>& afterEach) const;
 };
 
 /// Asks the producers. One that the user named runs in this process; the ones that were found run in a child process
 /// each, side by side, so that one that crashes, hangs or cannot be loaded is a problem of its own alone. Those are
-/// warned of on standard error. Throws ToolFailure when no producer works.
+/// warned of on standard error, unless the search is endless. Throws ToolFailure when no producer works.
 std::vector<ProducerEntry> AskProducers(const std::string& argument, const SearchPlan& plan);
+
+/// Warns of a producer that does not work.
+void WarnOfProblem(const ProducerEntry& producer);
 
 /// Asks each in a child process, whoever named it, and tells and throws nothing: every problem is in its entry.
 std::vector<ProducerEntry> AskApart(const std::vector<std::string>& paths, const SearchPlan& plan);

@@ -20,6 +20,7 @@ void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddFeatureVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddSettingsVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddEventsVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
+void AddWatchVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddPortVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddDoctorVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddReportVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
