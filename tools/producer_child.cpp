@@ -2,8 +2,8 @@
 // One producer, asked for its cameras in a process of its own.
 //
 // What it says by a pipe are messages: their size in 4 bytes, then CBOR, which keeps texts that are no UTF-8. A message
-// is {} (alive), {"facts": ...} as its first, {"interfaces": ...} after a whole scan, or {"problem": ..., "code": ...}
-// as its last.
+// is {} (alive), {"facts": ...} as its first, {"modules": ...} where the plan asks for them, {"interfaces": ...} after
+// a whole scan, or {"problem": ..., "code": ...} as its last.
 #include "producer_child.h"
 
 #include <algorithm>
@@ -124,6 +124,10 @@ void ScanAndSay(const std::string& path, const SearchPlan& plan, int pipe)
     const System system(library);
     Say(pipe, {{"facts", ToJson(FactsOf(system))}});
     const auto alive = [pipe] { Say(pipe, json::object()); };
+    if (plan.modulesMs)
+    {
+        Say(pipe, {{"modules", plan.Modules(system, alive)}});
+    }
     std::optional<uint64_t> ms = plan.ScanMs(0);
     for (size_t scan = 0; ms; ms = plan.ScanMs(++scan))
     {
@@ -134,7 +138,7 @@ void ScanAndSay(const std::string& path, const SearchPlan& plan, int pipe)
 
 uint64_t LongestOf(const SearchPlan& plan)
 {
-    uint64_t longest = 0;
+    uint64_t longest = plan.modulesMs.value_or(0);
     for (const uint64_t ms : plan.scansMs)
     {
         longest = std::max(longest, ms);
@@ -236,6 +240,10 @@ void ProducerChild::Take(const std::string& message, ProducerEntry& entry)
         if (heard.contains("facts"))
         {
             entry.facts = FactsFrom(heard["facts"]);
+        }
+        if (heard.contains("modules"))
+        {
+            entry.modules = heard["modules"].get<std::string>();
         }
         if (heard.contains("interfaces"))
         {

@@ -3,6 +3,7 @@
 #include "producers.h"
 
 #include "installed_folder.h"
+#include "module_infos.h"
 #include "printable.h"
 #include "producer_child.h"
 #include "stop_signals.h"
@@ -57,6 +58,7 @@ std::vector<ProducerEntry> AskInThisProcess(const std::string& path, const Searc
     std::vector<ProducerEntry> asked(1);
     asked[0].path = path;
     asked[0].facts = FactsOf(system);
+    asked[0].modules = plan.Modules(system, [] {});
     while (const std::optional<uint64_t> ms = plan.ScanMs(asked[0].scans))
     {
         asked[0].interfaces = plan.Scan(system, *ms, [] {});
@@ -129,6 +131,16 @@ std::optional<uint64_t> SearchPlan::ScanMs(size_t scan) const
         return std::nullopt;
     }
     return scansMs[std::min(scan, scansMs.size() - 1)];
+}
+
+std::string SearchPlan::Modules(const System& system, const std::function<void()>& afterEach) const
+{
+    std::string modules;
+    if (modulesMs)
+    {
+        nlohmann::ordered_json::to_cbor(ModuleInfos(system, *modulesMs, afterEach), modules);
+    }
+    return modules;
 }
 
 std::vector<InterfaceEntry> SearchPlan::Scan(const System& system, uint64_t ms,

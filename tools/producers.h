@@ -39,6 +39,7 @@ struct ProducerEntry
     ProducerFacts facts;
     std::vector<InterfaceEntry> interfaces; ///< as the last whole scan has them
     size_t scans = 0;                       ///< whole scans, each of every interface
+    std::string modules;                    ///< what ModuleInfos() gave, in CBOR; empty where the plan has none
     std::string problem;                    ///< why it sees nothing; empty for a producer that works
     ExitCode code = ExitCode::Success;      ///< the exit code that fits the problem
 };
@@ -62,10 +63,15 @@ struct SearchPlan
     std::vector<uint64_t>
         scansMs; ///< how long each scan listens on each interface, in milliseconds; none for the facts
     Enough enough = [](const std::vector<ProducerEntry>&) { return false; };
+    std::optional<uint64_t> modulesMs =
+        std::nullopt;     ///< asks for all infos, and looks so long for cameras; nothing for no infos
     bool endless = false; ///< repeats the last scan until there is enough, for interfaces that come and go
 
     /// How long the scan with that number, from 0 on, listens; nothing when there is none.
     std::optional<uint64_t> ScanMs(size_t scan) const;
+
+    /// What is to stand in ProducerEntry::modules.
+    std::string Modules(const System& system, const std::function<void()>& afterEach) const;
 
     /// One scan of `ms` milliseconds, with `afterEach` called behind each interface.
     std::vector<InterfaceEntry> Scan(const System& system, uint64_t ms, const std::function<void()>& afterEach) const;

@@ -17,10 +17,11 @@ TEST(ToolInfo, TellsProducerVersionsAndAnswers)
 {
     const Outcome info = RunTool({"info"});
     EXPECT_EQ(info.exitCode, 0) << info.output;
-    EXPECT_THAT(info.output, testing::MatchesRegex("nq-gev     2\\.5\\.5, commit [^\n]+\nproducer   [^\n]+\n"
-                                                   "  id         NQGenTLGevRDMA\n  vendor     Nerquil Optic\n"
-                                                   "  model      GEVRDMATL\n  version    2\\.5\\.5\n  type       GEV\n"
-                                                   "  GenTL      1\\.5\n  answers    standard\n"));
+    EXPECT_THAT(info.output,
+                testing::MatchesRegex("nq-gev     2\\.5\\.5, commit [^\n]+\nproducer   [^\n]+\n"
+                                      "  id         NQGenTLGevRDMA\n  vendor     Nerquil Optic\n"
+                                      "  model      GEVRDMATL\n  version    2\\.5\\.5\n  type       GEV\n"
+                                      "  GenTL      1\\.5\n  answers    standard\n\nlibrary [^\n]+, loaded\n.*"));
     EXPECT_THAT(RunTool({"--answers", "stated", "info"}).output, HasSubstr("\n  answers    stated\n"));
     EXPECT_EQ(RunTool({"--answers", "other", "info"}).exitCode, 2);
 }

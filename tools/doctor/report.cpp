@@ -179,12 +179,11 @@ std::string ReportContents()
 {
     return "This report holds: versions of nq-gev, the kernel and the distribution; what is right and wrong; every "
            ".cti,\n"
-           "with its path and what it says of itself; names, MAC and IP addresses, counters and drivers of the "
-           "network\n"
-           "adapters; RDMA devices; models, serial numbers, names and addresses of the cameras that answered, and who\n"
-           "controls them; settings of the kernel for networks; limits of this user; and of the environment the "
-           "variables\n"
-           "at its end. It holds no pictures, no passwords, no other files. Look through it before you give it away.\n";
+           "with its path and what it and its modules say of themselves; names, MAC and IP addresses, counters and\n"
+           "drivers of the network adapters; RDMA devices; models, serial numbers, names and addresses of the cameras\n"
+           "that answered, what else they say of themselves, and who controls them; settings of the kernel for\n"
+           "networks; limits of this user; and of the environment the variables at its end. It holds no pictures, no\n"
+           "passwords, no other files. Look through it before you give it away.\n";
 }
 
 std::string ReportText(const CommonOptions& common, const DoctorOptions& options)
