@@ -11,14 +11,13 @@
 #include <memory>
 #include <set>
 #include <utility>
+#include <vector>
 
 namespace nq::tool
 {
 
 namespace
 {
-
-using nlohmann::ordered_json;
 
 enum class Change
 {
@@ -31,8 +30,9 @@ enum class Change
 struct Watched
 {
     std::string line;
-    ordered_json json;
-    int missed = 0; ///< scans in a row that did not see it
+    std::vector<std::pair<std::string, std::string>> fields; ///< by their names
+    bool whole = true;                                       ///< all of them could be asked for
+    int missed = 0;                                          ///< scans in a row that did not see it
 };
 
 /// By "interface" or "camera" and the id: the interfaces stand behind the cameras.
@@ -44,31 +44,25 @@ WatchedById SeenBy(const ProducerEntry& producer)
     WatchedById seen;
     for (const InterfaceEntry& interface : producer.interfaces)
     {
-        seen[{"interface", interface.id}] = {
-            fmt::format("interface  {}  {}", Printable(interface.id), Printable(interface.displayName)),
-            {{"what", "interface"},
-             {"id", interface.id},
-             {"name", interface.displayName},
-             {"producer", producer.path}}};
+        Watched& watched = seen[{"interface", interface.id}];
+        watched.line = fmt::format("interface  {}  {}", Printable(interface.id), Printable(interface.displayName));
+        watched.fields = {
+            {"what", "interface"}, {"id", interface.id}, {"name", interface.displayName}, {"producer", producer.path}};
+        watched.whole = !interface.displayName.empty();
     }
     for (const FoundCamera& found : CamerasOf({producer}))
     {
         const CameraEntry& camera = found.camera;
         const std::string access = AccessStatusText(camera.accessStatus);
-        seen[{"camera", camera.id}] = {fmt::format("camera     {}  model {}  serial {}  address {}  access {}",
-                                                   Printable(camera.id), Printable(camera.model),
-                                                   Printable(camera.serial),
-                                                   camera.address.empty() ? "-" : camera.address, access),
-                                       {{"what", "camera"},
-                                        {"id", camera.id},
-                                        {"vendor", camera.vendor},
-                                        {"model", camera.model},
-                                        {"serial", camera.serial},
-                                        {"user_name", camera.userName},
-                                        {"address", camera.address},
-                                        {"access", access},
-                                        {"interface", camera.interfaceId},
-                                        {"producer", producer.path}}};
+        Watched& watched = seen[{"camera", camera.id}];
+        watched.line = fmt::format("camera     {}  model {}  serial {}  address {}  access {}", Printable(camera.id),
+                                   Printable(camera.model), Printable(camera.serial),
+                                   camera.address.empty() ? "-" : camera.address, access);
+        watched.fields = {{"what", "camera"},          {"id", camera.id},         {"vendor", camera.vendor},
+                          {"model", camera.model},     {"serial", camera.serial}, {"user_name", camera.userName},
+                          {"address", camera.address}, {"access", access},        {"interface", camera.interfaceId},
+                          {"producer", producer.path}};
+        watched.whole = camera.accessStatus != GenTL::DEVICE_ACCESS_STATUS_UNKNOWN;
     }
     return seen;
 }
@@ -106,9 +100,7 @@ class ProducerWatch
     /// What could not be asked for is the loss of one answer, and no news.
     static bool IsNews(const WatchedById::value_type& known, const WatchedById::value_type& seen)
     {
-        const ordered_json& json = seen.second.json;
-        const bool lost = json.value("access", "") == "unknown" || (json.contains("name") && json["name"] == "");
-        return !lost && known.second.json != json;
+        return seen.second.whole && known.second.fields != seen.second.fields;
     }
 
     void ForgetMissed(const WatchedById& seen, bool mayMiss, const Tell& tell)
@@ -141,8 +133,11 @@ void Put(LiveOutput& output, bool json, Change change, const Watched& watched)
         return;
     }
     const char* const word = change == Change::Came ? "came" : change == Change::Went ? "went" : "changed";
-    ordered_json line = {{"time", time}, {"change", word}};
-    line.update(watched.json);
+    nlohmann::ordered_json line = {{"time", time}, {"change", word}};
+    for (const auto& [name, value] : watched.fields)
+    {
+        line[name] = value;
+    }
     output.Put(line);
 }
 
