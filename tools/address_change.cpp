@@ -2,6 +2,7 @@
 // One change of a camera's address: what is asked for, whether it may be, and doing it.
 #include "address_change.h"
 
+#include "address_holder.h"
 #include "camera_owner.h"
 #include "exit_codes.h"
 #include "gvcp_reader.h"
@@ -134,12 +135,18 @@ void AddressChange::CheckAgainst(const HeardCamera& target) const
     {
         throw ToolFailure(ExitCode::Failure, fmt::format("{} is this machine's own address", NetworkText(wanted)));
     }
-    const std::string holder =
-        wanted.address == target.network.address ? "" : AddressHolder(target.adapter, wanted.address);
-    if (!holder.empty())
+    const AddressHolder holder =
+        wanted.address == target.network.address ? AddressHolder() : FindHolder(target.adapter.name, wanted.address);
+    if (holder.mac.empty())
     {
-        throw ToolFailure(ExitCode::Failure, fmt::format("{} is taken: {} answers there", NetworkText(wanted), holder));
+        return;
     }
+    throw ToolFailure(ExitCode::Failure,
+                      holder.answered
+                          ? fmt::format("{} is taken: {} answers there", NetworkText(wanted), holder.mac)
+                          : fmt::format("{} is taken, as far as the kernel knows from earlier: {} was there. With "
+                                        "`sudo` it is asked again.",
+                                        NetworkText(wanted), holder.mac));
 }
 
 std::string AddressChange::Description() const

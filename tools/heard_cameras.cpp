@@ -2,7 +2,6 @@
 // Cameras that answer a broadcast on the cable, on whatever subnet they are, and the command that moves one.
 #include "heard_cameras.h"
 
-#include "camera_tree.h"
 #include "exit_codes.h"
 
 #include <algorithm>
@@ -11,17 +10,14 @@
 #include <cerrno>
 #include <cstring>
 #include <fmt/format.h>
-#include <fstream>
 #include <ifaddrs.h>
 #include <memory>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <optional>
 #include <poll.h>
-#include <sstream>
 #include <sys/socket.h>
 #include <system_error>
-#include <thread>
 #include <unistd.h>
 
 namespace nq::tool
@@ -288,37 +284,6 @@ bool ForceAddress(const HeardCamera& camera, const Ipv4Network& network, uint32_
         }
     }
     return false;
-}
-
-std::string AddressHolder(const Adapter& adapter, uint32_t address)
-{
-    AdapterSocket socket(adapter);
-    // To send anything the kernel asks by ARP who has the address; the port throws it away.
-    socket.Send({0}, address, 9);
-    const auto end = Clock::now() + std::chrono::seconds(1);
-    do
-    {
-        std::ifstream table("/proc/net/arp");
-        std::string line;
-        while (std::getline(table, line))
-        {
-            std::istringstream words(line);
-            std::string place;
-            std::string type;
-            std::string flags;
-            std::string mac;
-            std::string mask;
-            std::string device;
-            words >> place >> type >> flags >> mac >> mask >> device;
-            const bool complete = flags == "0x2" || flags == "0x6";
-            if (complete && place == DottedAddress(address) && device == adapter.name)
-            {
-                return mac;
-            }
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    } while (Clock::now() < end);
-    return "";
 }
 
 std::string MacText(uint64_t mac)

@@ -50,9 +50,6 @@ std::vector<HeardCamera> HearCameras(const std::vector<Adapter>& adapters, std::
 bool ForceAddress(const HeardCamera& camera, const Ipv4Network& network, uint32_t gateway,
                   std::chrono::milliseconds time);
 
-/// The MAC address of who else answers for this address on the adapter within a second; empty for nobody.
-std::string AddressHolder(const Adapter& adapter, uint32_t address);
-
 /// "02:00:0A:4D:00:02"
 std::string MacText(uint64_t mac);
 

@@ -228,6 +228,7 @@ TEST_F(DoctorNetwork, ACameraOfAnotherSubnetIsHeardAndGetsAnAddressOfThisOne)
         return answer;
     });
     m_far.Shell("ip addr add 10.9.0.2/24 dev cam0"); // a host that is no camera, so that this address cannot be forced
+    Shell("ip neigh replace 10.9.0.3 lladdr 02:00:00:00:00:99 dev host0 nud stale"); // a host that is gone
     const Outcome doctor = RunDoctor();
     EXPECT_THAT(doctor.output,
                 Wrong("camera.subnet", kCamera + std::string(": it has 10.77.0.2/24, and host0 10.9.0.1/24"),

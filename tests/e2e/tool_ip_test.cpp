@@ -121,6 +121,34 @@ TEST_F(ToolIp, ForcedPlaceOutsideTheSubnetIsTakenWhenTold)
     EXPECT_THAT(outcome.output, HasSubstr("stands at 172.16.0.9/16 now"));
 }
 
+TEST_F(ToolIp, AddressThatOnlyTheKernelRemembersIsFree)
+{
+    for (const auto& [address, state] : {std::pair("10.0.0.9", "stale"), {"10.0.0.8", "permanent"}})
+    {
+        Shell(std::string("ip neigh replace ") + address + " lladdr 02:00:00:00:00:99 dev host0 nud " + state);
+        const Outcome outcome = Force(std::string(address) + "/24");
+        EXPECT_EQ(outcome.exitCode, 0) << state;
+        EXPECT_THAT(outcome.output, HasSubstr("stands at " + std::string(address) + "/24 now"));
+    }
+}
+
+TEST_F(ToolIp, UserWhoMayNotAskByArpIsToldWhatTheKernelKnows)
+{
+    m_host.Shell("ip addr add 10.0.0.7/24 dev cam0");
+    Shell("ip neigh replace 10.0.0.8 lladdr 02:00:00:00:00:99 dev host0 nud stale");
+    const auto force = [](const std::string& network) {
+        return RunProgram({"setpriv", "--bounding-set", "-net_raw", NQ_TOOL_PATH, "--timeout", "500", "ip", "--camera",
+                           kMac, "--force", network, "--yes"});
+    };
+    EXPECT_THAT(force("10.0.0.7/24").output, HasSubstr("10.0.0.7/24 is taken: "));
+    const Outcome known = force("10.0.0.8/24");
+    EXPECT_EQ(known.exitCode, 1);
+    EXPECT_THAT(known.output, HasSubstr("10.0.0.8/24 is taken, as far as the kernel knows from earlier: "
+                                        "02:00:00:00:00:99 was there. With `sudo` it is asked again.\n"));
+    const Outcome unheld = force("10.0.0.9/24");
+    EXPECT_EQ(unheld.exitCode, 0) << unheld.output;
+}
+
 TEST(ToolIpKept, AddressesHoldFromTheNextStartOn)
 {
     const VirtualCamera camera;

@@ -2,7 +2,7 @@
 // Findings about the network adapters: up, linked, addressed, alone on their subnets.
 #include "doctor/checks.h"
 
-#include "heard_cameras.h"
+#include "address_holder.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -27,7 +27,7 @@ bool IsTaken(const Scene& scene, uint32_t address)
 /// Whether any host answers for the address on the adapter, if one is named.
 bool IsHeld(const std::string& adapter, uint32_t address)
 {
-    return !adapter.empty() && !AddressHolder(tool::Adapter{adapter, {}}, address).empty();
+    return !adapter.empty() && !FindHolder(adapter, address).mac.empty();
 }
 
 /// The address to give an adapter: on the subnet of a camera that was heard there, else one that cameras without an
