@@ -6,19 +6,17 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fmt/format.h>
-#include <ifaddrs.h>
 #include <memory>
-#include <net/if.h>
 #include <netinet/in.h>
 #include <optional>
 #include <poll.h>
 #include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace nq::tool
 {
@@ -34,6 +32,8 @@ constexpr uint16_t kDiscovery = 0x0002;
 constexpr uint16_t kForceIp = 0x0004;
 constexpr size_t kHeader = 8;
 constexpr size_t kDiscoveryBody = 248;
+constexpr uint16_t kDiscoveryId = 1;
+constexpr size_t kMostCameras = 256;
 
 uint32_t Big(const Octets& bytes, size_t at, size_t count)
 {
@@ -60,7 +60,7 @@ std::string Text(const Octets& bytes, size_t at, size_t size)
     return {begin, std::find(begin, begin + static_cast<std::ptrdiff_t>(size), 0)};
 }
 
-/// A UDP socket that sends and hears on one adapter alone, broadcasts of other subnets too.
+/// A UDP socket that sends and hears on one adapter alone, on all its addresses, broadcasts of other subnets too.
 class AdapterSocket
 {
   public:
@@ -71,8 +71,10 @@ class AdapterSocket
         if (m_fd < 0 || setsockopt(m_fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on) != 0 ||
             setsockopt(m_fd, SOL_SOCKET, SO_BINDTODEVICE, adapter.name.c_str(), size) != 0)
         {
-            m_problem = std::generic_category().message(errno);
+            m_problem = errno;
+            return;
         }
+        m_isOpen = true;
     }
     ~AdapterSocket()
     {
@@ -86,20 +88,39 @@ class AdapterSocket
 
     int Fd() const { return m_fd; }
 
-    /// Empty when all went well so far.
-    const std::string& Problem() const { return m_problem; }
+    /// What went wrong last.
+    std::string Problem() const { return std::generic_category().message(m_problem); }
 
-    void Send(const Octets& bytes, uint32_t address, uint16_t port)
+    /// Sends to every camera on the cable; `from` is an address of the adapter, 0 for its first. False, and why, when
+    /// it could not.
+    bool Broadcast(Octets command, uint32_t from = 0)
     {
         sockaddr_in to{};
         to.sin_family = AF_INET;
-        to.sin_port = htons(port);
-        to.sin_addr.s_addr = htonl(address);
-        if (sendto(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&to), sizeof to) <
-            0)
+        to.sin_port = htons(kControlPort);
+        to.sin_addr.s_addr = htonl(INADDR_BROADCAST);
+        iovec bytes{command.data(), command.size()};
+        alignas(cmsghdr) unsigned char control[CMSG_SPACE(sizeof(in_pktinfo))] = {};
+        msghdr message{};
+        message.msg_name = &to;
+        message.msg_namelen = sizeof to;
+        message.msg_iov = &bytes;
+        message.msg_iovlen = 1;
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+        in_pktinfo source{};
+        source.ipi_spec_dst.s_addr = htonl(from);
+        cmsghdr* const header = CMSG_FIRSTHDR(&message);
+        header->cmsg_level = IPPROTO_IP;
+        header->cmsg_type = IP_PKTINFO;
+        header->cmsg_len = CMSG_LEN(sizeof source);
+        std::memcpy(CMSG_DATA(header), &source, sizeof source);
+        if (m_isOpen && sendmsg(m_fd, &message, MSG_NOSIGNAL) >= 0)
         {
-            m_problem = std::generic_category().message(errno);
+            return true;
         }
+        m_problem = m_isOpen ? errno : m_problem;
+        return false;
     }
 
     std::optional<Octets> Receive() const
@@ -116,7 +137,8 @@ class AdapterSocket
 
   private:
     int m_fd;
-    std::string m_problem;
+    int m_problem = 0;
+    bool m_isOpen = false;
 };
 
 /// A command that may be answered by broadcast.
@@ -148,108 +170,117 @@ HeardCamera CameraOf(const Adapter& adapter, const Octets& answer)
     camera.network = {Big(body, 0x24, 4), Big(body, 0x34, 4)};
     camera.gateway = Big(body, 0x44, 4);
     camera.model = Text(body, 0x68, 32);
+    camera.version = Text(body, 0x88, 32);
     camera.serial = Text(body, 0xD8, 16);
     camera.userName = Text(body, 0xE8, 16);
     return camera;
 }
 
-void Take(const Adapter& adapter, const AdapterSocket& socket, std::vector<HeardCamera>& cameras)
+/// An adapter that is listened on.
+struct Ear
 {
-    while (const std::optional<Octets> answer = socket.Receive())
+    explicit Ear(const Adapter& at) : adapter(at), socket(at) {}
+
+    /// From each address, so that a camera of any of their subnets has a way back. False when not once.
+    bool Ask()
     {
-        if (answer->size() < kHeader + kDiscoveryBody || !IsAnswer(*answer, kDiscovery, 1))
+        const Octets command = Command(kDiscovery, kDiscoveryId, {});
+        bool asked = adapter.networks.empty() && socket.Broadcast(command);
+        for (const Ipv4Network& network : adapter.networks)
         {
-            continue;
+            asked = socket.Broadcast(command, network.address) || asked;
+        }
+        return asked;
+    }
+
+    /// One answer, which is put in place of an earlier one of the camera.
+    void Take(std::vector<HeardCamera>& cameras) const
+    {
+        const std::optional<Octets> answer = socket.Receive();
+        if (!answer || answer->size() < kHeader + kDiscoveryBody || !IsAnswer(*answer, kDiscovery, kDiscoveryId))
+        {
+            return;
         }
         HeardCamera camera = CameraOf(adapter, *answer);
-        const bool known = std::any_of(cameras.begin(), cameras.end(), [&](const HeardCamera& one) {
+        const auto known = std::find_if(cameras.begin(), cameras.end(), [&](const HeardCamera& one) {
             return one.mac == camera.mac && one.adapter.name == adapter.name;
         });
-        if (!known)
+        if (known != cameras.end())
+        {
+            *known = std::move(camera);
+        }
+        else if (cameras.size() < kMostCameras)
         {
             cameras.push_back(std::move(camera));
+        }
+    }
+
+    const Adapter& adapter;
+    AdapterSocket socket;
+};
+
+using Ears = std::vector<std::unique_ptr<Ear>>;
+
+/// Empty, or why no adapter could be asked.
+std::string Ask(const Ears& ears)
+{
+    bool asked = false;
+    std::string problems = "no adapter lets this program ask for cameras.";
+    for (const auto& ear : ears)
+    {
+        const bool one = ear->Ask();
+        asked = asked || one;
+        problems += one ? "" : fmt::format(" {}: {}.", ear->adapter.name, ear->socket.Problem());
+    }
+    return asked ? "" : problems;
+}
+
+void ListenUntil(Clock::time_point end, const Ears& ears, std::vector<HeardCamera>& cameras)
+{
+    std::vector<pollfd> files;
+    files.reserve(ears.size());
+    for (const auto& ear : ears)
+    {
+        files.push_back({ear->socket.Fd(), POLLIN, 0});
+    }
+    for (auto now = Clock::now(); now < end; now = Clock::now())
+    {
+        poll(files.data(), files.size(),
+             static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(end - now).count()));
+        for (size_t at = 0; at < files.size(); ++at)
+        {
+            if (files[at].revents != 0)
+            {
+                ears[at]->Take(cameras);
+            }
         }
     }
 }
 
 } // namespace
 
-bool Adapter::Reaches(const Ipv4Network& other) const
-{
-    return std::any_of(networks.begin(), networks.end(), [&](const Ipv4Network& own) {
-        return own.Contains(other.address) && other.Contains(own.address);
-    });
-}
-
-std::vector<Adapter> FindAdapters()
-{
-    ifaddrs* list = nullptr;
-    if (getifaddrs(&list) != 0)
-    {
-        throw ToolFailure(ExitCode::Failure,
-                          "the network adapters cannot be listed: " + std::generic_category().message(errno));
-    }
-    const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> keep(list, &freeifaddrs);
-    const auto number = [](const sockaddr* address) {
-        sockaddr_in place{};
-        std::memcpy(&place, address, sizeof place);
-        return ntohl(place.sin_addr.s_addr);
-    };
-    std::vector<Adapter> adapters;
-    for (const ifaddrs* one = list; one != nullptr; one = one->ifa_next)
-    {
-        const bool usable = (one->ifa_flags & IFF_UP) != 0 && (one->ifa_flags & IFF_BROADCAST) != 0 &&
-                            one->ifa_addr != nullptr && one->ifa_netmask != nullptr &&
-                            one->ifa_addr->sa_family == AF_INET;
-        if (!usable)
-        {
-            continue;
-        }
-        // An alias is named "eth0:1"; the adapter itself carries the part before the colon.
-        std::string name = one->ifa_name;
-        name.resize(std::min(name.size(), name.find(':')));
-        auto found = std::find_if(adapters.begin(), adapters.end(), [&](const Adapter& a) { return a.name == name; });
-        if (found == adapters.end())
-        {
-            found = adapters.insert(adapters.end(), {name, {}});
-        }
-        found->networks.push_back({number(one->ifa_addr), number(one->ifa_netmask)});
-    }
-    return adapters;
-}
-
 std::vector<HeardCamera> HearCameras(const std::vector<Adapter>& adapters, std::chrono::milliseconds time)
 {
-    std::vector<std::unique_ptr<AdapterSocket>> sockets;
-    std::vector<pollfd> files;
-    std::string problem;
+    Ears ears;
     for (const Adapter& adapter : adapters)
     {
-        auto& socket = sockets.emplace_back(std::make_unique<AdapterSocket>(adapter));
-        if (socket->Problem().empty())
+        if (adapter.up)
         {
-            socket->Send(Command(kDiscovery, 1, {}), INADDR_BROADCAST, kControlPort);
+            ears.push_back(std::make_unique<Ear>(adapter));
         }
-        files.push_back({socket->Problem().empty() ? socket->Fd() : -1, POLLIN, 0});
-        problem += socket->Problem().empty() ? "" : fmt::format(" {}: {}.", adapter.name, socket->Problem());
-    }
-    if (std::none_of(files.begin(), files.end(), [](const pollfd& file) { return file.fd >= 0; }))
-    {
-        throw ToolFailure(ExitCode::Failure, "no adapter lets this program ask for cameras." + problem);
     }
     std::vector<HeardCamera> cameras;
-    const auto end = Clock::now() + time;
-    for (auto now = Clock::now(); now < end; now = Clock::now())
+    const auto start = Clock::now();
+    // A datagram may be lost, as the first ones of a new cable are; the answers to the last question have half the
+    // time.
+    for (const auto wait : {time / 4, time / 2, time})
     {
-        poll(files.data(), files.size(),
-             static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(end - now).count()));
-        for (size_t i = 0; i < files.size(); ++i)
+        const std::string problem = Ask(ears);
+        if (!problem.empty() && cameras.empty())
         {
-            if ((files[i].revents & POLLIN) != 0)
-            {
-                Take(adapters[i], *sockets[i], cameras);
-            }
+            throw ToolFailure(ExitCode::Failure, problem);
         }
+        ListenUntil(start + wait, ears, cameras);
     }
     return cameras;
 }
@@ -264,11 +295,7 @@ bool ForceAddress(const HeardCamera& camera, const Ipv4Network& network, uint32_
     PutBig(body, 36, network.mask, 4);
     PutBig(body, 52, gateway, 4);
     AdapterSocket socket(camera.adapter);
-    if (socket.Problem().empty())
-    {
-        socket.Send(Command(kForceIp, kId, body), INADDR_BROADCAST, kControlPort);
-    }
-    if (!socket.Problem().empty())
+    if (!socket.Broadcast(Command(kForceIp, kId, body)))
     {
         throw ToolFailure(ExitCode::Failure, fmt::format("{}: {}", camera.adapter.name, socket.Problem()));
     }

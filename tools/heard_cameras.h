@@ -2,7 +2,7 @@
 // Cameras that answer a broadcast on the cable, on whatever subnet they are, and the command that moves one.
 #pragma once
 
-#include "ipv4_network.h"
+#include "network_adapters.h"
 
 #include <chrono>
 #include <cstdint>
@@ -11,16 +11,6 @@
 
 namespace nq::tool
 {
-
-/// A network adapter that is up, with its IPv4 addresses.
-struct Adapter
-{
-    std::string name;
-    std::vector<Ipv4Network> networks;
-
-    /// Whether this address and the adapter's reach each other without a gateway.
-    bool Reaches(const Ipv4Network& other) const;
-};
 
 /// What a camera says of itself.
 struct HeardCamera
@@ -32,6 +22,7 @@ struct HeardCamera
     Ipv4Network network;
     uint32_t gateway = 0;
     std::string model;
+    std::string version; ///< of the device
     std::string serial;
     std::string userName;
 
@@ -39,10 +30,9 @@ struct HeardCamera
     bool IsReachable() const { return adapter.Reaches(network); }
 };
 
-/// The adapters of this machine that can broadcast. Throws ToolFailure.
-std::vector<Adapter> FindAdapters();
-
-/// Asks on each adapter at once and listens for `time`. Throws ToolFailure when no adapter lets it.
+/// Asks on each adapter that is up, all at once and more than once, from each of its addresses, and listens for `time`.
+/// Gives each camera once per adapter, at most 256, as its last answer has it. Throws ToolFailure when no adapter lets
+/// it ask.
 std::vector<HeardCamera> HearCameras(const std::vector<Adapter>& adapters, std::chrono::milliseconds time);
 
 /// Tells the camera, on the adapter where it was heard and by its MAC address, to take an address until it is switched

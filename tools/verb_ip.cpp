@@ -117,7 +117,8 @@ ExitCode Show(const std::vector<HeardCamera>& cameras, bool json)
 ExitCode Ip(const AddressChange& change, const CommonOptions& common)
 {
     change.Check();
-    const std::vector<Adapter> adapters = FindAdapters();
+    std::vector<Adapter> adapters = FindAdapters();
+    std::erase_if(adapters, [](const Adapter& one) { return one.networks.empty(); });
     const std::chrono::milliseconds time(common.timeoutMs);
     const std::vector<HeardCamera> cameras = HearCameras(adapters, time);
     if (change.IsNone())

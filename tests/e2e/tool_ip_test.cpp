@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev ip: a camera of a foreign subnet is shown, moved and grabbed from; what would go wrong is refused.
+#include "support/gvcp_camera.h"
 #include "support/network.h"
 #include "support/tool.h"
 #include "support/virtual_camera.h"
@@ -8,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include <memory>
+#include <set>
 
 using namespace nq::test;
 using nlohmann::json;
@@ -147,6 +149,69 @@ TEST_F(ToolIp, UserWhoMayNotAskByArpIsToldWhatTheKernelKnows)
                                         "02:00:00:00:00:99 was there. With `sudo` it is asked again.\n"));
     const Outcome unheld = force("10.0.0.9/24");
     EXPECT_EQ(unheld.exitCode, 0) << unheld.output;
+}
+
+namespace
+{
+
+/// A camera made of a socket, at 10.77.0.2 behind the adapter host0 at 10.77.0.1.
+class ToolIpHearing : public testing::Test
+{
+  protected:
+    ToolIpHearing()
+    {
+        m_far.Connect("host0", "10.77.0.1/24", "cam0", "10.77.0.2/24");
+        m_camera = std::make_unique<GvcpCamera>(&m_far);
+        m_camera->SetDiscovery(Standing(0x0A4D0002));
+        m_camera->AwaitPath("10.77.0.1");
+    }
+
+    static GvcpDiscovery Standing(std::uint32_t address)
+    {
+        GvcpDiscovery identity;
+        identity.ipAddress = address;
+        identity.subnetMask = 0xFFFFFF00;
+        return identity;
+    }
+    static Outcome Ip() { return RunProgram({NQ_TOOL_PATH, "--timeout", "500", "ip"}); }
+
+    const Host m_far;
+    std::unique_ptr<GvcpCamera> m_camera;
+};
+
+} // namespace
+
+TEST_F(ToolIpHearing, TwoLostDatagramsHideNoCamera)
+{
+    m_camera->Next(gvcp::Silent());
+    m_camera->Next(gvcp::Silent());
+    const Outcome shown = Ip();
+    EXPECT_EQ(shown.exitCode, 0);
+    EXPECT_THAT(shown.output, HasSubstr("02:11:22:33:44:55  Model  serial S0001  name Name\n  address 10.77.0.2/24  "));
+}
+
+TEST_F(ToolIpHearing, CameraStandsOnceAndWhereItsLastAnswerSays)
+{
+    m_camera->Next(gvcp::Acknowledge(Standing(0x0A4D0009).Body()));
+    const std::string shown = Ip().output;
+    EXPECT_THAT(shown, HasSubstr("address 10.77.0.2/24"));
+    EXPECT_THAT(shown, testing::Not(HasSubstr("address 10.77.0.9/24")));
+}
+
+TEST_F(ToolIpHearing, EveryAddressOfTheAdapterAsks)
+{
+    AcceptEverySource(m_far);
+    Shell("ip addr add 10.78.0.1/24 brd + dev host0");
+    EXPECT_EQ(Ip().exitCode, 0);
+    std::set<std::string> askers;
+    for (const GvcpCamera::Datagram& one : m_camera->Received())
+    {
+        if (gvcp::Describe(one.bytes) == "discovery")
+        {
+            askers.insert(one.senderAddress);
+        }
+    }
+    EXPECT_EQ(askers, (std::set<std::string>{"10.77.0.1", "10.78.0.1"}));
 }
 
 TEST(ToolIpKept, AddressesHoldFromTheNextStartOn)

@@ -16,8 +16,8 @@ namespace
 bool IsTaken(const Scene& scene, uint32_t address)
 {
     const auto has = [address](const Adapter& adapter) {
-        return std::any_of(adapter.addresses.begin(), adapter.addresses.end(),
-                           [address](const Subnet& one) { return one.address == address; });
+        return std::any_of(adapter.networks.begin(), adapter.networks.end(),
+                           [address](const Ipv4Network& one) { return one.address == address; });
     };
     return std::any_of(scene.adapters.begin(), scene.adapters.end(), has) ||
            std::any_of(scene.cameras.begin(), scene.cameras.end(),
@@ -32,9 +32,9 @@ bool IsHeld(const std::string& adapter, uint32_t address)
 
 /// The address to give an adapter: on the subnet of a camera that was heard there, else one that cameras without an
 /// address of their own can reach.
-Subnet AddressFor(const Scene& scene, const Adapter& adapter)
+Ipv4Network AddressFor(const Scene& scene, const Adapter& adapter)
 {
-    constexpr Subnet kLinkLocal{0xA9FE0101, 0xFFFF0000};
+    constexpr Ipv4Network kLinkLocal{0xA9FE0101, 0xFFFF0000};
     const auto heard = std::find_if(scene.cameras.begin(), scene.cameras.end(),
                                     [&](const SeenCamera& camera) { return camera.adapter == adapter.name; });
     return FreeAddress(scene, heard == scene.cameras.end() ? kLinkLocal : heard->subnet);
@@ -56,28 +56,28 @@ void CheckOne(const Scene& scene, const Adapter& adapter, Findings& findings)
     }
     adapter.mtu >= 1500 ? findings.Right("adapter.mtu", adapter.name, fmt::format("{} bytes", adapter.mtu))
                         : findings.Wrong("adapter.mtu", adapter.name, fmt::format("only {} bytes", adapter.mtu), words);
-    if (adapter.addresses.empty())
+    if (adapter.networks.empty())
     {
         findings.Wrong("adapter.address", adapter.name, "it has no IPv4 address",
-                       {{"ADDRESS", SubnetText(AddressFor(scene, adapter))}, {"ADAPTER", adapter.name}});
+                       {{"ADDRESS", NetworkText(AddressFor(scene, adapter))}, {"ADAPTER", adapter.name}});
         return;
     }
     std::string all;
-    for (const Subnet& one : adapter.addresses)
+    for (const Ipv4Network& one : adapter.networks)
     {
-        all += (all.empty() ? "" : ", ") + SubnetText(one);
+        all += (all.empty() ? "" : ", ") + NetworkText(one);
     }
     findings.Right("adapter.address", adapter.name, all);
 }
 
 /// The address of another adapter that shares a subnet with this one.
-const Subnet* Shared(const Adapter& adapter, const Adapter& other)
+const Ipv4Network* Shared(const Adapter& adapter, const Adapter& other)
 {
-    for (const Subnet& one : adapter.addresses)
+    for (const Ipv4Network& one : adapter.networks)
     {
-        for (const Subnet& address : other.addresses)
+        for (const Ipv4Network& address : other.networks)
         {
-            if (one.Holds(address.address) || address.Holds(one.address))
+            if (one.Contains(address.address) || address.Contains(one.address))
             {
                 return &address;
             }
@@ -97,12 +97,12 @@ void CheckSubnet(const Scene& scene, const Adapter& adapter, Findings& findings)
 {
     for (const Adapter& other : scene.adapters)
     {
-        const Subnet* const shared = other.name == adapter.name || !other.up ? nullptr : Shared(adapter, other);
+        const Ipv4Network* const shared = other.name == adapter.name || !other.up ? nullptr : Shared(adapter, other);
         if (shared != nullptr && (adapter.name < other.name || !IsConcerned(scene, other)))
         {
             findings.Wrong("adapter.subnet", adapter.name,
-                           fmt::format("{} is on its subnet with {}", other.name, SubnetText(*shared)),
-                           {{"ADDRESS", SubnetText(*shared)}, {"OTHER", other.name}});
+                           fmt::format("{} is on its subnet with {}", other.name, NetworkText(*shared)),
+                           {{"ADDRESS", NetworkText(*shared)}, {"OTHER", other.name}});
             return;
         }
     }
@@ -111,7 +111,7 @@ void CheckSubnet(const Scene& scene, const Adapter& adapter, Findings& findings)
 
 } // namespace
 
-Subnet FreeAddress(const Scene& scene, const Subnet& camera, const std::string& adapter)
+Ipv4Network FreeAddress(const Scene& scene, const Ipv4Network& camera, const std::string& adapter)
 {
     const uint32_t network = camera.address & camera.mask;
     const uint32_t hosts = ~camera.mask; // the last is for broadcasts

@@ -2,6 +2,8 @@
 // Findings about what the adapters have lost, and how often they paused their peers.
 #include "doctor/checks.h"
 
+#include "doctor/adapter_driver.h"
+
 #include <algorithm>
 #include <fmt/format.h>
 #include <sstream>

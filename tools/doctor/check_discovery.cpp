@@ -2,6 +2,8 @@
 // Findings about which cameras are heard, where, and on which subnet.
 #include "doctor/checks.h"
 
+#include "heard_cameras.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <fmt/format.h>
@@ -106,16 +108,6 @@ void CheckHeard(const Scene& scene, const Adapter& adapter, Findings& findings)
     }
 }
 
-std::string MacText(uint64_t address)
-{
-    std::string text;
-    for (int shift = 40; shift >= 0; shift -= 8)
-    {
-        text += fmt::format("{}{:02x}", text.empty() ? "" : ":", address >> shift & 0xFF);
-    }
-    return text;
-}
-
 void CheckSubnet(const Scene& scene, const SeenCamera& camera, Findings& findings)
 {
     constexpr const char* kId = "camera.subnet";
@@ -130,9 +122,9 @@ void CheckSubnet(const Scene& scene, const SeenCamera& camera, Findings& finding
     else if (camera.isForeign)
     {
         findings.Wrong(kId, camera.Name(),
-                       fmt::format("it has {}, and {} {}", SubnetText(camera.subnet), camera.adapter,
-                                   SubnetText(camera.adapterSubnet)),
-                       {{"ADDRESS", SubnetText(FreeAddress(scene, camera.adapterSubnet, camera.adapter))},
+                       fmt::format("it has {}, and {} {}", NetworkText(camera.subnet), camera.adapter,
+                                   NetworkText(camera.adapterSubnet)),
+                       {{"ADDRESS", NetworkText(FreeAddress(scene, camera.adapterSubnet, camera.adapter))},
                         {"MAC", MacText(camera.entry.macAddress)}});
     }
     else

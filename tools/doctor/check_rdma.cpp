@@ -28,7 +28,7 @@ std::string GidOf(uint32_t address)
 
 void CheckGid(const Adapter& adapter, const RdmaPort& port, const std::string& subject, Findings& findings)
 {
-    for (const Subnet& one : adapter.addresses)
+    for (const Ipv4Network& one : adapter.networks)
     {
         if (std::find(port.v2Gids.begin(), port.v2Gids.end(), GidOf(one.address)) != port.v2Gids.end())
         {
@@ -36,14 +36,14 @@ void CheckGid(const Adapter& adapter, const RdmaPort& port, const std::string& s
             return;
         }
     }
-    if (adapter.addresses.empty())
+    if (adapter.networks.empty())
     {
         findings.NotKnown("rdma.gid", subject, "the adapter has no IPv4 address (adapter.address)");
         return;
     }
     findings.Wrong(
         "rdma.gid", subject,
-        fmt::format("{} RoCE v2 GID(s), none of {}", port.v2Gids.size(), SubnetText(adapter.addresses.front())),
+        fmt::format("{} RoCE v2 GID(s), none of {}", port.v2Gids.size(), NetworkText(adapter.networks.front())),
         {{"ADAPTER", adapter.name}});
 }
 

@@ -19,6 +19,6 @@ void CheckMemory(const Scene& scene, Findings& findings);
 
 /// An address that a host could take on the subnet of a camera: one that neither the camera nor an adapter has, nor a
 /// host that answers for it on `adapter`, if that is named. Takes a second then.
-Subnet FreeAddress(const Scene& scene, const Subnet& camera, const std::string& adapter = {});
+Ipv4Network FreeAddress(const Scene& scene, const Ipv4Network& camera, const std::string& adapter = {});
 
 } // namespace nq::tool::doctor

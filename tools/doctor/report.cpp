@@ -2,6 +2,7 @@
 // One text for those who help from afar.
 #include "doctor/report.h"
 
+#include "doctor/adapter_driver.h"
 #include "doctor/doctor.h"
 #include "doctor/hear_child.h"
 #include "doctor/memory_rights.h"
@@ -91,9 +92,9 @@ std::string AdaptersText()
         text += fmt::format("{}  {}, {}, MTU {}, MAC {}\n  driver   {}\n", adapter.name, adapter.up ? "up" : "down",
                             adapter.linked ? "link" : "no link", adapter.mtu, HardwareAddressOf(adapter.name),
                             DriverOf(adapter.name));
-        for (const Subnet& one : adapter.addresses)
+        for (const Ipv4Network& one : adapter.networks)
         {
-            text += fmt::format("  address  {}\n", SubnetText(one));
+            text += fmt::format("  address  {}\n", NetworkText(one));
         }
     }
     return text + Machine("/").Text("proc/net/dev").value_or("");

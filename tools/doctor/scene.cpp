@@ -3,6 +3,7 @@
 #include "doctor/scene.h"
 
 #include "camera_choice.h"
+#include "heard_cameras.h"
 #include "software_rdma.h"
 
 #include <algorithm>
@@ -24,12 +25,12 @@ void Place(SeenCamera& camera, const std::vector<Adapter>& adapters)
     {
         return;
     }
-    camera.adapterSubnet = adapter->addresses.empty() ? Subnet() : adapter->addresses.front();
+    camera.adapterSubnet = adapter->networks.empty() ? Ipv4Network() : adapter->networks.front();
     const bool reached = !camera.producer.empty() &&
                          camera.entry.accessStatus != GenTL::DEVICE_ACCESS_STATUS_NOACCESS &&
                          camera.entry.accessStatus != GenTL::DEVICE_ACCESS_STATUS_UNKNOWN;
     camera.isForeign =
-        !reached && (camera.adapterSubnet.mask == 0 || !camera.adapterSubnet.Holds(camera.subnet.address));
+        !reached && (camera.adapterSubnet.mask == 0 || !camera.adapterSubnet.Contains(camera.subnet.address));
 }
 
 SeenCamera SeenBy(const HeardCamera& heard)
@@ -38,10 +39,10 @@ SeenCamera SeenBy(const HeardCamera& heard)
     camera.entry.model = heard.model;
     camera.entry.serial = heard.serial;
     camera.entry.userName = heard.userName;
-    camera.entry.macAddress = heard.macAddress;
-    camera.entry.address = DottedAddress(heard.subnet.address);
-    camera.adapter = heard.adapter;
-    camera.subnet = heard.subnet;
+    camera.entry.macAddress = heard.mac;
+    camera.entry.address = DottedAddress(heard.network.address);
+    camera.adapter = heard.adapter.name;
+    camera.subnet = heard.network;
     camera.version = heard.version;
     return camera;
 }
@@ -89,13 +90,26 @@ Enough EnoughFor(const std::vector<HeardCamera>& heard)
         const std::vector<FoundCamera> listed = CamerasOf(producers);
         const auto isListed = [&listed](const HeardCamera& one) {
             return std::any_of(listed.begin(), listed.end(),
-                               [&one](const FoundCamera& found) { return found.camera.macAddress == one.macAddress; });
+                               [&one](const FoundCamera& found) { return found.camera.macAddress == one.mac; });
         };
         return !heard.empty() && std::all_of(heard.begin(), heard.end(), isListed) &&
                std::all_of(producers.begin(), producers.end(), [](const ProducerEntry& producer) {
                    return producer.scans > 0 || !producer.problem.empty();
                });
     };
+}
+
+/// None where no adapter can be asked: findings about the adapters say why.
+std::vector<HeardCamera> Heard(const std::vector<Adapter>& adapters, std::chrono::milliseconds time)
+{
+    try
+    {
+        return HearCameras(adapters, time);
+    }
+    catch (const ToolFailure&)
+    {
+        return {};
+    }
 }
 
 void AskAll(Scene& scene, const CommonOptions& common, const std::vector<HeardCamera>& heard)
@@ -167,7 +181,7 @@ Scene Gather(const CommonOptions& common, const DoctorOptions& options)
     scene.onSoftwareRdma = RunsOnSoftwareRdma();
     scene.adapters = FindAdapters();
     scene.ports = FindRdmaPorts(scene.machine);
-    const std::vector<HeardCamera> heard = HearCameras(scene.adapters, std::chrono::milliseconds(common.timeoutMs));
+    const std::vector<HeardCamera> heard = Heard(scene.adapters, std::chrono::milliseconds(common.timeoutMs));
     AskAll(scene, common, heard);
     scene.cameras = Joined(heard, CamerasOf(scene.producers));
     std::for_each(scene.cameras.begin(), scene.cameras.end(),

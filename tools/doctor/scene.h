@@ -3,10 +3,9 @@
 #pragma once
 
 #include "common_options.h"
-#include "doctor/adapters.h"
-#include "doctor/hearing.h"
 #include "doctor/machine.h"
 #include "doctor/rdma_ports.h"
+#include "network_adapters.h"
 #include "producers.h"
 
 #include <cstdint>
@@ -28,13 +27,13 @@ struct DoctorOptions
 /// A camera that was heard, or that a producer lists, or both.
 struct SeenCamera
 {
-    CameraEntry entry;      ///< with the id that the producer gives it; of one that is not listed without
-    std::string producer;   ///< empty for one that is not listed
-    std::string adapter;    ///< where it was heard; empty for one that was not
-    Subnet subnet;          ///< its own idea of it
-    Subnet adapterSubnet;   ///< of the adapter, as its first address has it
-    std::string version;    ///< of the device
-    bool isForeign = false; ///< it cannot be reached from there
+    CameraEntry entry;         ///< with the id that the producer gives it; of one that is not listed without
+    std::string producer;      ///< empty for one that is not listed
+    std::string adapter;       ///< where it was heard; empty for one that was not
+    Ipv4Network subnet;        ///< its own idea of it
+    Ipv4Network adapterSubnet; ///< of the adapter, as its first address has it
+    std::string version;       ///< of the device
+    bool isForeign = false;    ///< it cannot be reached from there
 
     /// For messages: its model and serial number, and its address.
     std::string Name() const;
