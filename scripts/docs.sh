@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # ./run docs: makes the site of the documentation in out/docs/site/, and fails when a page is missing, a link leads nowhere,
-# a page would load anything from elsewhere, or nobody says what runs a command (docs/commands.txt). Look at it by `python3 -m http.server --directory out/docs/site`.
+# a page would load anything from elsewhere, or nobody says what runs a command (docs/commands.txt). Look at it
+# by `python3 -m http.server --directory out/docs/site`.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh

@@ -15,16 +15,29 @@ class WithoutPackage : public testing::TestWithParam<std::string>
 {
 };
 
-TEST_P(WithoutPackage, LeavesOutWhatNeedsItWithALine)
+/// What CMake says of the project with further arguments.
+Outcome Configure(const std::string& argument)
 {
     const TemporaryFolder build;
-    const Outcome outcome = RunProgram({"/usr/bin/cmake", "-S", NQ_SOURCE_DIR, "-B", build.Path(),
-                                        "-DCMAKE_DISABLE_FIND_PACKAGE_" + GetParam() + "=ON"});
+    return RunProgram({"/usr/bin/cmake", "-S", NQ_SOURCE_DIR, "-B", build.Path(), argument});
+}
+
+TEST_P(WithoutPackage, LeavesOutWhatNeedsItWithALine)
+{
+    const Outcome outcome = Configure("-DCMAKE_DISABLE_FIND_PACKAGE_" + GetParam() + "=ON");
     EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
     EXPECT_THAT(outcome.output, HasSubstr("/ is left out: " + GetParam() + " not found"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Project, WithoutPackage, testing::Values("CLI11", "nlohmann_json", "PNG", "fmt", "GTest"),
                          [](const auto& tested) { return tested.param; });
+
+TEST(WithoutOpenCv, OneExampleIsLeftOutWithALine)
+{
+    const Outcome outcome = Configure("-Dopencv_headers=OFF");
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
+    EXPECT_THAT(outcome.output,
+                HasSubstr("-- examples/cpp/grab_opencv.cpp is left out: OpenCV (libopencv-core-dev) not found\n"));
+}
 
 } // namespace

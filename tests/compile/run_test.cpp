@@ -20,7 +20,7 @@ constexpr const char* kRunPath = NQ_SOURCE_DIR "/run";
 TEST(Run, EveryCommandHelps)
 {
     for (const std::string command : {"demo", "test", "lint", "asan", "tsan", "coverage", "mutate", "fuzz", "roce",
-                                      "bench", "faults", "check", "soak"})
+                                      "bench", "faults", "check", "docs", "examples", "soak"})
     {
         for (const char* option : {"--help", "-h"})
         {
