@@ -7,7 +7,8 @@ build_packages="g++ cmake ninja-build pkg-config iproute2 libibverbs-dev librdma
 test_packages="libgtest-dev libgmock-dev python3 tshark aravis-tools aravis-tools-cli libaravis-dev libxml2-dev libxml2-utils tcpdump lld git
     python3-pil python3-tifffile python3-jsonschema ffmpeg"
 # The browser that opens the HTML report of gentl-check is big: CI has it; elsewhere its case is skipped where it is absent.
-[ -z "${CI:-}" ] || test_packages="$test_packages chromium chromium-driver python3-selenium"
+browser_packages="chromium chromium-driver python3-selenium"
+[ -z "${CI:-}" ] || test_packages="$test_packages $browser_packages"
 # What the examples want beyond these: OpenCV's core, and the pipelines of GStreamer.
 example_packages="libopencv-core-dev gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good"
 docs_packages="python3 mkdocs mkdocs-material linkchecker"

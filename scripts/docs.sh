@@ -20,3 +20,9 @@ echo "links"
 linkchecker --no-status --no-warnings out/docs/site/index.html >out/docs/links.txt 2>&1 ||
     { cat out/docs/links.txt >&2 && fail "links of the site lead nowhere"; }
 /usr/bin/python3 scripts/check_site.py out/docs/site
+# shellcheck disable=SC2086
+if [ -n "$(missing_packages $browser_packages)" ]; then
+    echo "the search is not tried: that takes $browser_packages"
+else
+    unshare --net sh -c 'ip link set lo up; exec /usr/bin/python3 scripts/search_site.py out/docs/site memlock docs/first-camera.html'
+fi
