@@ -144,7 +144,7 @@ def sized(size, frames_of_cost):
     def measure(group):
         frames(group, size)
         counts(group, size)
-        if size in ("1 MiB", "16 MiB"):
+        if size == "1 MiB" or (size == "16 MiB" and group.scale == 1):
             memory(group, size)
         if frames_of_cost is not None and (group.scale == 1 or size == "64 KiB"):
             frame_cost(group, size, max(50, int(frames_of_cost * group.scale)))
