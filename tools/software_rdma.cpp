@@ -28,7 +28,7 @@ std::string Folder()
 {
     const char* const named = std::getenv("NQ_RDMA_LOOPBACK_DIR");
     std::string folder =
-        named == nullptr || *named == '\0' ? fmt::format("/tmp/nq-rdma-loopback-{}", geteuid()) : named;
+        named == nullptr || *named == '\0' ? "/tmp/nq-rdma-loopback-" + std::to_string(geteuid()) : named;
     while (folder.size() > 1 && folder.back() == '/')
     {
         folder.pop_back(); // a link with a slash behind it looks like a folder
