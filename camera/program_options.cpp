@@ -3,6 +3,7 @@
 #include "program_options.h"
 
 #include "camera_state.h"
+#include "completion.h"
 #include "fault_plan.h"
 #include "feature_table.h"
 #include "image_files.h"
@@ -53,6 +54,7 @@ std::string Footer()
                 std::to_string(fault.count) + "\n      " + fault.help + "\n";
     }
     return text + "\n" + FeaturesAsHelp() +
+           "\nExit codes: 0 ended by ^C or SIGTERM, 1 failure, 2 wrong arguments.\n"
            "\nExamples:\n"
            "  nq-gev-camera --software-rdma --interface eth0\n"
            "  nq-gev-camera --address 10.9.0.2 --width 1920 --height 1080 --fps 60\n"
@@ -285,6 +287,7 @@ std::optional<ProgramOptions> ReadCommandLine(int argc, char** argv, int& exitCo
         "print what each feature does, as a Markdown text, and end");
     Typed typed;
     Define(app, typed);
+    completion::AddCompletionOption(app);
     app.footer(Footer());
     try
     {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev: lists cameras and grabs pictures through any GenTL producer.
+#include "completion.h"
 #include "gentl_library.h"
 #include "nq_version.h"
 #include "printable.h"
@@ -43,6 +44,7 @@ int Run(int argc, char** argv)
     using namespace nq::tool;
     CLI::App app("Lists GigE Vision cameras and grabs pictures through a GenTL producer (.cti).", "nq-gev");
     app.set_version_flag("--version", NQ_VERSION_TEXT("nq-gev"), "Print versions and the commit, and end");
+    nq::completion::AddCompletionOption(app);
     app.require_subcommand(1);
     app.footer(kExitCodesText);
     app.fallthrough();

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev list: the interfaces of this machine and the cameras that answer on them.
+#include "camera_cache.h"
 #include "camera_choice.h"
 #include "camera_owner.h"
 #include "printable.h"
@@ -105,8 +106,10 @@ ExitCode List(const CommonOptions& common)
     SearchPlan plan;
     plan.scansMs = {common.timeoutMs};
     const std::vector<ProducerEntry> producers = AskProducers(common.producer, plan);
+    const std::vector<FoundCamera> cameras = CamerasOf(producers);
+    NoteCameras(cameras);
     common.json ? PrintJson(producers) : PrintText(producers);
-    if (CamerasOf(producers).empty())
+    if (cameras.empty())
     {
         throw ToolFailure(ExitCode::NoCamera, NoCameraAdvice(producers));
     }

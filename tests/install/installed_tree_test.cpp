@@ -89,6 +89,15 @@ TEST_F(InstalledTree, HasEverythingThatAUserNeedsAndNothingElse)
     EXPECT_THAT(FilesIn("include"), ElementsAre("nq_gev_rdma_tl/GenTL/GenTL.h", "nq_gev_rdma_tl/GenTL/GenTLFunctions.h",
                                                 "nq_gev_rdma_tl/nq_gev_gentl.h"));
     EXPECT_THAT(FilesIn("share/doc/nq_gev_rdma_tl"), ElementsAre("LICENSE", "third-party.txt"));
+    EXPECT_THAT(FilesIn("share/bash-completion/completions"), ElementsAre("gentl-check", "nq-gev", "nq-gev-camera"));
+    EXPECT_THAT(FilesIn("share/zsh/site-functions"), ElementsAre("_gentl-check", "_nq-gev", "_nq-gev-camera"));
+    EXPECT_THAT(FilesIn("share/fish/vendor_completions.d"),
+                ElementsAre("gentl-check.fish", "nq-gev-camera.fish", "nq-gev.fish"));
+    if (fs::exists(NQ_BINARY_DIR "/man/nq-gev.1"))
+    {
+        EXPECT_THAT(FilesIn("share/man/man1"), ElementsAre("gentl-check.1", "nq-gev-camera.1", "nq-gev-standard.1",
+                                                           "nq-gev.1", "nq-software-rdma.1"));
+    }
     EXPECT_THAT(FilesIn("."), Not(testing::Contains(testing::ContainsRegex("gtest|gmock|test_support"))));
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // gentl-check: says, rule by rule, whether a GenTL producer keeps the standard.
 #include "baseline.h"
+#include "completion.h"
 #include "exit_codes.h"
 #include "other_process.h"
 #include "printable.h"
@@ -81,6 +82,7 @@ void AddOptions(CLI::App& app, Options& options)
         ->check(IsAnId);
     app.add_flag("--list", options.list, "Print the rules that --only and --skip leave, and end");
     app.add_flag("--list-markdown", options.markdown, "Print all rules for the documentation, and end");
+    nq::completion::AddCompletionOption(app);
     app.footer(kFooter);
 }
 
