@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Linked with the producer; prints the producer's id.
-#include <GenTL/GenTL.h>
+#include "GenTL/GenTL.h"
 #include <stdio.h>
 
 int main(void)

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Loads the producer that is its argument; prints its id, and the number of an event of its own.
-#include <GenTL/GenTL.h>
+#include "GenTL/GenTL.h"
+#include "nq_gev_gentl.h"
 #include <dlfcn.h>
-#include <nq_gev_gentl.h>
 #include <stdio.h>
 
 int main(int count, char** arguments)
