@@ -33,7 +33,6 @@ struct BenchRoadCase
 {
     std::string name;
     std::vector<std::string> arguments;
-    bool standard = false;
 };
 
 class BenchRoad : public testing::TestWithParam<BenchRoadCase>
@@ -44,9 +43,7 @@ TEST_P(BenchRoad, BringsTheFramesOfTheCameraInTheirOrder)
 {
     const VirtualCamera camera({"--width", "64", "--height", "48"});
     const std::vector<std::string> more = {"--show", "40", "--seconds", "0.01", "--producer", NQ_CTI_PATH};
-    const json result =
-        Printed("frame_road", Joined(GetParam().arguments, more), camera,
-                GetParam().standard ? std::vector<std::string>{"NQ_GEV_TL_STANDARD=1"} : std::vector<std::string>{});
+    const json result = Printed("frame_road", Joined(GetParam().arguments, more), camera);
     ASSERT_EQ(result.at("shown").size(), 40U) << result;
     std::uint64_t id = 1;
     for (const json& frame : result["shown"])
@@ -71,8 +68,7 @@ INSTANTIATE_TEST_SUITE_P(Roads, BenchRoad,
                                          BenchRoadCase{"Handover", {"--road", "handover"}},
                                          BenchRoadCase{"HandoverWithACopy", {"--road", "handover", "--announced"}},
                                          BenchRoadCase{"BareWithACopy", {"--road", "bare", "--announced"}},
-                                         BenchRoadCase{"Library", {"--road", "library"}},
-                                         BenchRoadCase{"LibraryInPlace", {"--road", "library", "--announced"}, true}),
+                                         BenchRoadCase{"Library", {"--road", "library"}}),
                          [](const auto& road) { return road.param.name; });
 
 TEST(BenchCounters, CountTheFourHandOversOfAFrame)
