@@ -38,6 +38,16 @@ TEST_F(DoctorRdma, AllIsRightWithADeviceOfRoce)
     EXPECT_THAT(doctor.output, Right("adapter.pause", "host0: it has sent 0 pause frames\n"));
 }
 
+/// As the kernel has it for each GID that a port does not have: its type can be opened, and not be read.
+TEST_F(DoctorRdma, AGidWithoutATypeIsPassedOver)
+{
+    std::filesystem::create_symlink("/proc/self/mem",
+                                    m_machine / "sys/class/infiniband/made0/ports/1/gid_attrs/types/1");
+    m_machine.Write("sys/class/infiniband/made0/ports/1/gids/1", "0000:0000:0000:0000:0000:0000:0000:0000");
+    EXPECT_THAT(m_machine.Examine().output,
+                Right("rdma.gid", "made0 of host0: 0000:0000:0000:0000:0000:ffff:0a4d:0001\n"));
+}
+
 TEST_F(DoctorRdma, AllIsWrongWithAnother)
 {
     const std::string port = "sys/class/infiniband/made0/ports/1/";

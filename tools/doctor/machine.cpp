@@ -31,9 +31,16 @@ std::optional<std::string> Machine::Text(const std::string& path) const
     {
         return std::nullopt;
     }
-    std::string text{std::istreambuf_iterator<char>(file), {}};
-    text.resize(text.find_last_not_of(" \t\r\n") + 1);
-    return text;
+    try
+    {
+        std::string text{std::istreambuf_iterator<char>(file), {}};
+        text.resize(text.find_last_not_of(" \t\r\n") + 1);
+        return text;
+    }
+    catch (const std::ios_base::failure&)
+    {
+        return std::nullopt; // as of the type of a GID that a port does not have
+    }
 }
 
 bool Machine::Has(const std::string& path) const
