@@ -4,6 +4,7 @@
 
 #include <exception>
 #include <fmt/format.h>
+#include <mutex>
 
 namespace nq::tool
 {
@@ -14,10 +15,18 @@ namespace
 constexpr const char* kParamsLocked = "TLParamsLocked";
 constexpr const char* kMode = "AcquisitionMode";
 
+/// The engine's libraries have tables of the process, and each camera of a grab has a thread of its own.
+std::mutex& EngineMutex()
+{
+    static std::mutex mutex;
+    return mutex;
+}
+
 } // namespace
 
 RemoteAcquisition::RemoteAcquisition(const PortAccess& port, const std::vector<std::string>& settings)
 {
+    const std::lock_guard lock(EngineMutex());
     try
     {
         NeedFeatureEngine();
@@ -38,16 +47,23 @@ RemoteAcquisition::RemoteAcquisition(const PortAccess& port, const std::vector<s
     }
 }
 
-void RemoteAcquisition::LockPayload(bool lock)
+RemoteAcquisition::~RemoteAcquisition()
 {
-    if (lock == m_locked || !m_features || !m_features->Has(kParamsLocked))
+    const std::lock_guard lock(EngineMutex());
+    m_features.reset();
+}
+
+void RemoteAcquisition::LockPayload(bool locked)
+{
+    const std::lock_guard lock(EngineMutex());
+    if (locked == m_locked || !m_features || !m_features->Has(kParamsLocked))
     {
         return;
     }
-    m_locked = lock;
+    m_locked = locked;
     try
     {
-        m_features->Set({kParamsLocked, lock ? "1" : "0"});
+        m_features->Set({kParamsLocked, locked ? "1" : "0"});
     }
     catch (const std::exception&) // it keeps hosts from mistakes that this one does not make
     {
@@ -70,6 +86,7 @@ void RemoteAcquisition::Stop()
 
 bool RemoteAcquisition::Execute(const char* command)
 {
+    const std::lock_guard lock(EngineMutex());
     if (!m_features || !m_features->Has(command))
     {
         return false;
@@ -92,6 +109,7 @@ std::string RemoteAcquisition::Remark(bool anyFrame)
     {
         return m_problem.empty() ? "" : fmt::format("; AcquisitionStart was not executed: {}", m_problem);
     }
+    const std::lock_guard lock(EngineMutex());
     if (!m_features || !m_features->Has(kMode))
     {
         return "";

@@ -12,16 +12,20 @@ namespace nq::tool
 {
 
 /// Many a camera sends by itself as soon as its stream runs, has none of these features, or belongs to a machine that
-/// has no engine for features: what cannot be done is no failure, but a remark. Used from one thread.
+/// has no engine for features: what cannot be done is no failure, but a remark. Used from one thread;
+/// objects of several cameras may be used at once.
 class RemoteAcquisition
 {
   public:
     /// Reads the description of the camera, and sets its features as `settings` ("NAME=VALUE") say. Throws ToolFailure
     /// only when there are settings.
     RemoteAcquisition(const PortAccess& port, const std::vector<std::string>& settings);
+    ~RemoteAcquisition();
+    RemoteAcquisition(const RemoteAcquisition&) = delete;
+    RemoteAcquisition& operator=(const RemoteAcquisition&) = delete;
 
     /// Tells the camera that buffers of its payload size wait, before the stream starts, or that they do no more.
-    void LockPayload(bool lock);
+    void LockPayload(bool locked);
 
     /// Executes AcquisitionStart, once the stream runs.
     void Start();
