@@ -35,12 +35,19 @@ std::vector<char*> Pointers(const std::vector<std::string>& texts)
     return pointers;
 }
 
+/// What this process has, and `more`, which counts where both have a name: of a name that stands twice some programs
+/// take the first and some the last.
 std::vector<std::string> FullEnvironment(const std::vector<std::string>& more)
 {
     std::vector<std::string> all = more;
     for (char** entry = environ; *entry != nullptr; ++entry)
     {
-        all.emplace_back(*entry);
+        const std::string inherited = *entry;
+        const std::string name = inherited.substr(0, inherited.find('=') + 1);
+        if (std::none_of(more.begin(), more.end(), [&](const std::string& given) { return given.rfind(name, 0) == 0; }))
+        {
+            all.push_back(inherited);
+        }
     }
     return all;
 }
