@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# ./run all: what CI runs, and what takes longer: the examples, their container too, the demo and all tests on Debian 13,
-# every fault, a minute of each fuzz target, and the endurance run. A few hours on two cores.
+# ./run all: what CI runs, and what takes longer: the examples, their container too, all tests on Debian 13, every fault,
+# gentl-check in the guests, a minute of each fuzz target, and the endurance run. A few hours on two cores.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh
@@ -9,8 +9,8 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 .ci/run
 ./run examples
 scripts/examples_container.sh
-./run demo --on trixie
 ./run test --on trixie
 ./run faults
+./run roce check_long
 ./run fuzz 60
 ./run soak 20

@@ -10,12 +10,16 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/roce/guests.sh
 . scripts/roce/cases.sh
 
-# name, what it shows, where: "guests" needs two guests, "any" runs on any RDMA device.
+# name, where, what it shows: "guests" needs two guests, "any" runs on any RDMA device, "named" does too, but is long and
+# runs only when it is named.
 cases="frames      any     list, and 500 verified frames at 640x480
 cable       guests  the cable of these frames: packets, ready messages, retransmissions
 restart     any     20 starts and stops
 standard    any     verified frames, starts and stops with the standard's answers
 announced   any     frames into memory of the consumer's at odd addresses, every byte checked
+doctor      any     nq-gev doctor calls all of RDMA right, and mends a missing device
+check       any     gentl-check: rules of buffers, streams and frames, by the standard's answers
+check_long  named   gentl-check: all rules, by the standard's answers and the library's own
 killed      any     the camera is killed while it streams
 idle        any     and how soon a stop then leaves nothing behind
 cut         guests  the cable is pulled out while frames flow, and put back
@@ -134,7 +138,7 @@ need_disk
 # shellcheck disable=SC2086
 install $build_packages libgtest-dev libgmock-dev rdma-core
 install qemu-system-x86 busybox-static cpio kmod python3 ibverbs-utils ibverbs-providers perftest tshark
-NQ_TARGETS="nq_gev_rdma_tl nq-gev nq-gev-camera roce_restart_test roce_loss_test roce_announced_test loopback_verbs_test loopback_connection_test
+NQ_TARGETS="nq_gev_rdma_tl nq-gev nq-gev-camera gentl-check roce_restart_test roce_loss_test roce_announced_test loopback_verbs_test loopback_connection_test
     loopback_synchronous_test loopback_completion_test loopback_signals_test" build "${NQ_BUILD:-build}"
 mkdir -p "$logs"
 find "$logs" -mindepth 1 -maxdepth 1 ! -name kernel -exec rm -rf {} +
@@ -142,8 +146,12 @@ trap 'trap "" TERM INT; end_guests' EXIT
 if [ -n "$here" ]; then start_here; else start_guests; fi
 failures=0 count=0
 while read -r -u 3 name where text; do
-    [ -z "$chosen" ] || [[ "$chosen " == *" $name "* ]] || continue
-    [ -z "$here" ] || [ "$where" = any ] || continue
+    if [ -n "$chosen" ]; then
+        [[ "$chosen " == *" $name "* ]] || continue
+    else
+        [ "$where" != named ] || continue
+    fi
+    [ -z "$here" ] || [ "$where" != guests ] || continue
     echo "      $name ..."
     run_case "$name" "$text"
     count=$((count + 1))

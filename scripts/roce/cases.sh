@@ -138,6 +138,86 @@ case_announced() {
     stop_camera && return $code
 }
 
+# examined: what the doctor says of the host; its lines about RDMA that are not right in $complaints.
+examined() {
+    on host 180 "$bin/nq-gev --producer $bin/libnq_gev_rdma_tl.cti --timeout 3000 doctor" || true
+    complaints=$(grep -A 1 -E '^(wrong|not known) +(rdma|memory)\.' "$out")
+    reason=$(last_line host "$job")
+    grep -q '^right  *memory\.lock' "$out"
+}
+
+# What is gone with the host's device comes back by the line that the doctor prints.
+mended() {
+    local mend
+    on host 30 "rdma link delete \$(ls /sys/class/infiniband)" && examined || return 1
+    mend=$(grep -A 1 '^wrong  *rdma\.device' <<<"$complaints" | sed -n 's/^           //p')
+    reason="without a device: $reason; $complaints"
+    [ -n "$mend" ] && on host 30 "$mend" && examined && [ -z "$complaints" ] || return 1
+    reason="$reason; mended by $mend"
+}
+
+# Without guests the device stays: it may be the only one of its adapter.
+case_doctor() {
+    local complaints
+    start_camera --width 640 --height 480 && examined || return 1
+    reason="$reason; $complaints"
+    [ -z "$complaints" ] || return 1
+    if [ -z "$here" ] && ! mended; then
+        on host 30 "rdma link add rxe0 type rxe netdev eth0" || true
+        return 1
+    fi
+    stop_camera
+}
+
+# The camera of gentl-check, and the program by which the host has it send frames that are not whole.
+start_checked_camera() {
+    local socket=/run/control.sock
+    [ -z "$here" ] || socket=$PWD/$logs/control.sock
+    start_camera --width 64 --height 16 --fps 200 --control "$socket" || return 1
+    order camera "exec scripts/roce/short_frames.py $socket $camera_address"
+    disturber_job=$job
+    wait_for 60 disturber_is_ready || {
+        reason="nothing has the camera send short frames: $(last_line camera "$disturber_job")"
+        return 1
+    }
+}
+
+disturber_is_ready() { grep -qs '^ready' "$(output camera "$disturber_job")" || ended camera "$disturber_job"; }
+
+stop_checked_camera() {
+    signal camera "$disturber_job" KILL
+    stop_camera
+}
+
+# checked NAME VALUE [RULES]: gentl-check with that value of NQ_GEV_TL_STANDARD; what it finds has to be what the baseline
+# of that name says. Adds a line to $reason.
+checked() {
+    local code=0 sum
+    on host 900 "NQ_GEV_TL_STANDARD=$2 exec $bin/gentl-check $bin/libnq_gev_rdma_tl.cti --only '${3:-*}' \
+--baseline tests/check/$1.baseline --disturb 'bash -c \"grep -q done </dev/tcp/$camera_address/3957\"'" || code=$?
+    cp "$out" "$logs/check.$1.txt"
+    sum=$(grep -E ' passed, | in the baseline$' "$out" | tr '\n' ';' | sed 's/;$//; s/;/; /g')
+    reason="${reason:+$reason; }$1: ${sum:-$(last_line host "$job")}"
+    return $code
+}
+
+# What GenTL asks of buffers, streams and frames, by the standard's answers.
+case_check() {
+    local code=0
+    start_checked_camera || return 1
+    checked standard 1 'BF-*,QU-*,AC-*,DL-*' || code=1
+    stop_checked_camera && return $code
+}
+
+# All that GenTL asks, by the standard's answers and by the library's own.
+case_check_long() {
+    local code=0
+    start_checked_camera || return 1
+    checked standard 1 || code=1
+    checked default 0 || code=1
+    stop_checked_camera && return $code
+}
+
 case_killed() {
     local heartbeat=3000
     start_camera --width 320 --height 240 && stream || return 1
