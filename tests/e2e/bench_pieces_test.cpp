@@ -106,7 +106,8 @@ TEST(BenchFacts, TellTheStepsOfAStartAndThePagesThatItTouches)
     };
     const json touch = fact("touch");
     EXPECT_EQ(touch.at("payload"), 4096 * 4096);
-    EXPECT_EQ(touch.at("resident"), 0);
+    // The allocator of a sanitizer keeps its own notes in the memory that it gives.
+    EXPECT_LE(touch.at("resident"), NQ_SANITIZED ? 4096 * 4096 / 50 : 0);
     EXPECT_GT(fact("info-calls").at("ns"), 0);
     const Outcome trace = RunProgram({NQ_BINARY_DIR "/bench/closed_trace"});
     EXPECT_THAT(trace.output, testing::MatchesRegex("\\{\"ns\": [0-9.]+\\}\n"));
