@@ -7,6 +7,7 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh
 [ $# = 0 ] || fail "all takes no argument \"$1\""
 .ci/run
+./run bench --quick
 ./run examples
 scripts/examples_container.sh
 ./run test --on trixie
