@@ -12,6 +12,6 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 scripts/examples_container.sh
 ./run test --on trixie
 ./run faults
-./run roce check_long
+./run roce check check_long
 ./run fuzz 60
 ./run soak 20

@@ -18,7 +18,7 @@ restart     any     20 starts and stops
 standard    any     verified frames, starts and stops with the standard's answers
 announced   any     frames into memory of the consumer's at odd addresses, every byte checked
 doctor      any     nq-gev doctor calls all of RDMA right, and mends a missing device
-check       any     gentl-check: rules of buffers, streams and frames, by the standard's answers
+check       named   gentl-check: rules of buffers, streams and frames, by the standard's answers
 check_long  named   gentl-check: all rules, by the standard's answers and the library's own
 killed      any     the camera is killed while it streams
 idle        any     and how soon a stop then leaves nothing behind
