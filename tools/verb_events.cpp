@@ -132,7 +132,8 @@ void AddEventsVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
     AddLiveOptions(*verb, options->live);
     CLI::Option* const readOnly =
         verb->add_flag("--read-only", options->readOnly, "Leave the control of the camera to other programs");
-    verb->add_option("NAME=VALUE", options->settings, "Features to set first, as EventNotification[FrameEnd]=On")
+    verb->add_option("SETTING", options->settings,
+                     "NAME=VALUE: features to set first, as EventNotification[FrameEnd]=On")
         ->excludes(readOnly);
     verb->callback([&, options] { chosen = [&common, options] { return ListenTo(common, *options); }; });
 }

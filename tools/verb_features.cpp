@@ -227,7 +227,8 @@ constexpr VerbRow kVerbs[] = {
     {"get", "Print the values of features", "NAME", "Feature, or NAME[SELECTION] as in Gain[AnalogAll]", 1, kAny, false,
      Get},
     {"describe", "Print all about features", "NAME", "Feature, or NAME[SELECTION]", 1, kAny, false, Describe},
-    {"set", "Set features, in order", "NAME=VALUE", "Feature, or NAME[SELECTION], and its value", 1, kAny, true, Set},
+    {"set", "Set features, in order", "SETTING", "NAME=VALUE: a feature, or NAME[SELECTION], and its value", 1, kAny,
+     true, Set},
     {"exec", "Execute a command", "NAME", "Feature that is a command", 1, 1, true, Execute},
 };
 

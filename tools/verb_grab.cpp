@@ -265,7 +265,7 @@ void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
         ->check(WholeNumber(1, kMostFrames));
     verb->add_option("--duration", options->durationS, "How long to take frames, in seconds")
         ->check(WholeNumber(1, kMostMs / 1000 * 365, "seconds"));
-    verb->add_option("NAME=VALUE", options->settings, "Features to set before the start, in order");
+    verb->add_option("SETTING", options->settings, "NAME=VALUE: features to set before the start, in order");
     verb->add_option("--metadata", options->metadata, "File for one line of JSON per frame");
     CLI::Option* const named =
         verb->add_option(
