@@ -8,7 +8,6 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 [ $# = 0 ] || fail "all takes no argument \"$1\""
 .ci/run
 ./run bench --quick
-./run demo --on trixie
 ./run examples
 scripts/examples_container.sh
 ./run test --on trixie
