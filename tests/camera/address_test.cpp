@@ -125,7 +125,7 @@ TEST(CameraAddress, FlagsSayWhereTheAddressComesFrom)
     EXPECT_EQ(host.Read(0x0014), 6U);
     EXPECT_EQ(host.Execute("DeviceReset"), 0U);
     EXPECT_TRUE(StandsAt(kOfTheCommandLine)) << "what it is given";
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Read(0x0014), 6U);
     EXPECT_EQ(host.Write(0x777, 0x0014, 0), 0U);
     EXPECT_EQ(host.Read(0x0014), 4U) << "it always gives itself an address when nothing else does";

@@ -417,7 +417,7 @@ TEST(CameraDescription, ForeignDissectorReadsThePackets)
     const RawHost host;
     const RawHost events;
     host.Ask("42 11 00 02 00 00 00 01");
-    host.TakeControl();
+    host.KeepControl();
     host.ReadMemory(0x00E8, 16);
     EXPECT_EQ(host.Write(1, 0x0B10, 0x0A4D0001), 0U);
     EXPECT_EQ(host.Write(2, 0x0B00, events.Port()), 0U);

@@ -12,7 +12,7 @@ namespace
 /// Directs the camera's message channel at `events`.
 void OpenChannel(const RawHost& host, const RawHost& events)
 {
-    host.TakeControl();
+    host.KeepControl();
     host.Write(0x100, 0x0B10, 0x0A4D0001);
     host.Write(0x101, 0x0B00, events.Port());
 }

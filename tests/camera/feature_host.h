@@ -64,7 +64,7 @@ class FeatureHost : public RawHost
   public:
     FeatureHost() : m_root(ParseXml(ReadDescription(*this)))
     {
-        TakeControl();
+        KeepControl();
         for (const XmlNode* node : m_root.Elements())
         {
             m_nodes[node->Attribute("Name")] = node;

@@ -168,6 +168,7 @@ class PlainRdmaHost
     /// Gives the oldest buffer that holds a frame back to the camera.
     void Return()
     {
+        Require(!m_filled.empty(), "a buffer to return");
         PostReceive(m_filled.front());
         m_filled.erase(m_filled.begin());
         SendReady();

@@ -135,6 +135,13 @@ class RawHost
         return answer.size() < 2 ? 0xFFFFFFFF : static_cast<unsigned>(answer[0] * 256 + answer[1]);
     }
 
+    /// Takes control and keeps it for a minute without a word, so that a machine that stands still loses nothing.
+    void KeepControl() const
+    {
+        TakeControl();
+        Write(0x7002, 0x0938, 60000);
+    }
+
     /// The value of a register; 0xDEADDEAD when the camera answered with an error or not at all.
     std::uint32_t Read(std::uint32_t address) const
     {

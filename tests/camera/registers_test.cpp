@@ -80,7 +80,7 @@ TEST(CameraRegisters, PayloadSizeFollowsTheGeometry)
 {
     const VirtualCamera camera({"--width", "300", "--height", "200"});
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Write(1, 0x10000, 100), 0U);
     EXPECT_EQ(host.Write(2, 0x10010, 0x02180014), 0U);
     EXPECT_EQ(host.Read(0x10014), 60000U);
@@ -127,7 +127,7 @@ TEST(CameraRegisters, BadAddressesAreRefused)
     EXPECT_EQ(host.Ask("42 01 00 80 00 04 00 01 00 00 0C 00"), Hex("80 03 00 81 00 00 00 01"));
     EXPECT_EQ(host.Ask("42 01 00 84 00 08 00 02 7F 00 00 00 00 00 00 04"), Hex("80 03 00 85 00 00 00 02"));
     EXPECT_EQ(host.Ask("42 01 00 84 00 08 00 03 FF FF FF FC 00 00 00 08"), Hex("80 03 00 85 00 00 00 03"));
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Ask("42 01 00 82 00 08 00 04 00 00 0C 00 00 00 00 01"), Hex("80 03 00 83 00 04 00 04 00 00 00 00"));
 }
 
@@ -145,7 +145,7 @@ TEST(CameraRegisters, ReadOnlyRegistersAreWriteProtected)
 {
     const VirtualCamera camera;
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Ask("42 01 00 82 00 08 00 04 00 00 09 04 00 00 00 01"), Hex("80 04 00 83 00 04 00 04 00 00 00 00"));
 }
 
@@ -153,7 +153,7 @@ TEST(CameraRegisters, OneCommandWritesSeveralRegistersAndTellsHowMany)
 {
     const VirtualCamera camera;
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Ask("42 01 00 82 00 10 00 05 00 01 00 00 00 00 00 64 00 01 00 04 00 00 00 32"),
               Hex("00 00 00 83 00 04 00 05 00 00 00 02"));
     EXPECT_EQ(host.Read(0x10000), 100U);
@@ -167,7 +167,7 @@ TEST(CameraRegisters, WriteMemoryChangesTheUserName)
 {
     const VirtualCamera camera;
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Ask("42 01 00 86 00 0C 00 05 00 00 00 E8 45 76 61 00 00 00 00 00"),
               Hex("00 00 00 87 00 04 00 05 00 00 00 08"));
     EXPECT_EQ(host.ReadMemory(0x00E8, 16), TextBytes("Eva", 16));
@@ -180,7 +180,7 @@ TEST(CameraRegisters, WriteMemoryStopsAtTheFirstProtectedWord)
 {
     const VirtualCamera camera;
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Ask("42 01 00 86 00 0C 00 05 00 00 00 E4 45 76 61 00 00 00 00 00"),
               Hex("80 04 00 87 00 04 00 05 00 00 00 00"));
 }
@@ -189,7 +189,7 @@ TEST(CameraRegisters, ImpossibleValuesAreRefused)
 {
     const VirtualCamera camera({"--width", "640"});
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Write(1, 0x10000, 0), 0x8002U);
     EXPECT_EQ(host.Write(2, 0x10000, 641), 0x8002U);
     EXPECT_EQ(host.Write(3, 0x10008, 1), 0x8002U);
@@ -205,7 +205,7 @@ TEST(CameraRegisters, GeometryIsFixedWhileTheStreamIsEnabled)
 {
     const VirtualCamera camera;
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Write(1, 0xE030, 0x80000000), 0U);
     EXPECT_EQ(host.Read(0xE030), 0x80000000U);
     EXPECT_EQ(host.Write(2, 0x10000, 100), 0x8004U);
@@ -217,7 +217,7 @@ TEST(CameraRegisters, AcquisitionModeMayBeWrittenUntilAnAcquisitionRuns)
 {
     const VirtualCamera camera({"--no-free-run"});
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Write(1, 0xE030, 0x80000000), 0U);
     EXPECT_EQ(host.Write(2, 0x10020, 2), 0U);
     EXPECT_EQ(host.Read(0x10020), 2U);
@@ -233,7 +233,7 @@ TEST(CameraRegisters, AcquisitionModeIsFixedWhileTheStreamRunsFreely)
 {
     const VirtualCamera camera;
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Write(1, 0xE030, 0x80000000), 0U);
     EXPECT_EQ(host.Write(2, 0x10020, 1), 0x8004U);
     EXPECT_EQ(host.Write(3, 0x10028, 1), 0U); // AcquisitionStop
@@ -244,7 +244,7 @@ TEST(CameraRegisters, AcquisitionStartedAheadOfTheStreamLeavesTheModeOpen)
 {
     const VirtualCamera camera({"--no-free-run"});
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Write(1, 0x10024, 1), 0U);
     EXPECT_EQ(host.Write(2, 0x10020, 1), 0U);
 }
@@ -253,7 +253,7 @@ TEST(CameraRegisters, OffsetsGoAsFarAsTheSizeLeavesRoom)
 {
     const VirtualCamera camera({"--width", "640", "--height", "480"});
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Write(1, 0x10000, 600), 0U);
     EXPECT_EQ(host.Write(2, 0x10004, 470), 0U);
     EXPECT_EQ(host.Write(3, 0x10008, 40), 0U);
@@ -290,7 +290,7 @@ TEST(CameraRegisters, TimestampIsLatchedAndReset)
 {
     const VirtualCamera camera;
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Write(1, 0x0944, 2), 0U);
     const std::uint32_t first = host.Read(0x094C);
     EXPECT_NE(first, 0U);
@@ -304,7 +304,7 @@ TEST(CameraRegisters, UserSetKeepsFeaturesAndSetZeroHoldsTheDefaults)
 {
     const VirtualCamera camera({"--width", "640"});
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Write(1, 0x10000, 320), 0U);
     EXPECT_EQ(host.Write(2, 0x10050, 1), 0U);
     EXPECT_EQ(host.Write(3, 0x10058, 1), 0U); // save to set 1
@@ -321,7 +321,7 @@ TEST(CameraRegisters, PacketSizeTestSendsOnePacketOfThatSize)
     const VirtualCamera camera;
     const RawHost host;
     const RawHost stream;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Write(1, 0x0D18, 0x0A4D0001), 0U);
     EXPECT_EQ(host.Write(2, 0x0D00, stream.Port()), 0U);
     EXPECT_EQ(host.Write(3, 0x0D04, 0xC0000000 + 1400), 0U);
@@ -335,7 +335,7 @@ TEST(CameraRegisters, PacketSizeTestThatDoesNotFitTheLinkIsLost)
     const VirtualCamera camera;
     const RawHost host;
     const RawHost stream;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Write(1, 0x0D18, 0x0A4D0001), 0U);
     EXPECT_EQ(host.Write(2, 0x0D00, stream.Port()), 0U);
     EXPECT_EQ(host.Write(3, 0x0D04, 0xC0000000 + 9000), 0U);
@@ -347,7 +347,7 @@ TEST(CameraRegisters, PacketSizeIsHeldWithinTheCamerasRange)
 {
     const VirtualCamera camera;
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Write(1, 0x0D04, 60000), 0U);
     EXPECT_EQ(host.Read(0x0D04), 9000U);
     EXPECT_EQ(host.Write(2, 0x0D04, 1001), 0U);
@@ -359,7 +359,7 @@ TEST(CameraRegisters, WriteThatIsRepeatedWithTheSameIdIsExecutedOnce)
     const VirtualCamera camera;
     const RawHost host;
     const RawHost events;
-    host.TakeControl();
+    host.KeepControl();
     host.Write(1, 0x0B10, 0x0A4D0001);
     host.Write(2, 0x0B00, events.Port());
     host.Write(9, 0x10080, 1);                // EventNotification of Test

@@ -27,6 +27,7 @@ class CameraStream : public testing::Test
     {
         arguments.insert(arguments.end(), {"--width", "64", "--height", "48"});
         Connect(arguments);
+        m_control->Write(0x7002, 0x0938, 60000); // a machine that stands still loses no control
         if (enable)
         {
             Enable();
@@ -288,7 +289,8 @@ TEST_F(CameraStream, LossOfControlEndsTheConnection)
 
 TEST_F(CameraStream, QuietHostLosesItsConnection)
 {
-    Start({"--heartbeat", "300"});
+    Start();
+    EXPECT_EQ(m_control->Write(0x201, 0x0938, 500), 0U);
     EXPECT_EQ(m_host->NextEvent(), RDMA_CM_EVENT_DISCONNECTED);
 }
 
@@ -442,7 +444,7 @@ TEST_F(CameraStream, FaultRejectConnectLastsUntilCleared)
 {
     m_camera = std::make_unique<VirtualCamera>(std::vector<std::string>{"--fault", "reject-connect"});
     const RawHost holder;
-    holder.TakeControl();
+    holder.KeepControl();
     EXPECT_EQ(PlainRdmaHost(kFrame).Connect(), RDMA_CM_EVENT_REJECTED);
     EXPECT_EQ(PlainRdmaHost(kFrame).Connect(), RDMA_CM_EVENT_REJECTED);
     m_camera->Control(R"({"cmd":"clear"})");
@@ -453,7 +455,7 @@ TEST_F(CameraStream, FaultSlowAcceptTakesItsTime)
 {
     m_camera = std::make_unique<VirtualCamera>(std::vector<std::string>{"--fault", "slow-accept:150"});
     const RawHost holder;
-    holder.TakeControl();
+    holder.KeepControl();
     PlainRdmaHost host(kFrame);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(host.Connect(), RDMA_CM_EVENT_ESTABLISHED);

@@ -279,7 +279,7 @@ TEST(CameraLines, CounterGoesOnWhereItIsWhenTheWaveChanges)
     EXPECT_LE(host.Get("CounterValue"), kFew) << "at the frequency of the set";
     ASSERT_EQ(host.Set("UserSetDefault", "UserSet1"), 0U);
     ASSERT_EQ(host.Execute("DeviceReset"), 0U);
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_LE(host.Get("CounterValue"), kFew) << "begins at power on";
 }
 

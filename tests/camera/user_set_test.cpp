@@ -75,7 +75,7 @@ TEST(CameraUserSet, SetsAndNameOutliveAReset)
     EXPECT_EQ(host.Set("UserSetSelector", "UserSet1"), 0U);
     EXPECT_EQ(host.Execute("UserSetSave"), 0U);
     EXPECT_EQ(host.Execute("DeviceReset"), 0U);
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(UserId(host), "Eva");
     EXPECT_EQ(host.Get("Width"), 640);
     EXPECT_EQ(host.Get("OffsetX"), 0);
@@ -93,7 +93,7 @@ TEST(CameraUserSet, UserSetDefaultIsLoadedAtPowerOn)
     FeatureHost host;
     EXPECT_EQ(host.Set("UserSetDefault", "UserSet1"), 0U);
     EXPECT_EQ(host.Execute("DeviceReset"), 0U);
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Get("Height"), 480) << "an empty set changes nothing";
     EXPECT_EQ(host.Entry("UserSetDefault"), "UserSet1");
     EXPECT_EQ(host.Set("Height", 100), 0U);
@@ -101,7 +101,7 @@ TEST(CameraUserSet, UserSetDefaultIsLoadedAtPowerOn)
     EXPECT_EQ(host.Execute("UserSetSave"), 0U);
     EXPECT_EQ(host.Set("Height", 200), 0U);
     EXPECT_EQ(host.Execute("DeviceReset"), 0U);
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Get("Height"), 100);
     EXPECT_EQ(host.Execute("UserSetLoad"), 0U) << "the set Default";
     EXPECT_EQ(host.Get("Height"), 480);
