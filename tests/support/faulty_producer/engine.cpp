@@ -17,7 +17,12 @@ constexpr std::chrono::milliseconds kInterval{2};
 
 uint64_t Ticks()
 {
-    return static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+    const auto ticks = static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+    if (Fault("counter_fast"))
+    {
+        return ticks * 75;
+    }
+    return Fault("counter_slow") ? ticks / 75 : ticks;
 }
 
 void Number(Frame& frame)
