@@ -210,6 +210,26 @@ TEST(Uninstall, KeepsToTheFolderOfAPackagesBuild)
     EXPECT_EQ(OutputOf({"/usr/bin/find", folder / "tree.stage", "!", "-type", "d"}), "");
 }
 
+TEST(Uninstall, ThatLeavesAFileSaysSoAndCanBeDoneAgain)
+{
+    const TemporaryFolder folder;
+    const std::string tree = folder / "tree";
+    // What is no file any more stays, as a file stays whose folder is somebody else's.
+    const Outcome outcome = RunProgram({"/bin/sh", "-c", kInstall + R"(program=$1/bin/nq-gev
+rm "$program"
+mkdir "$program"
+cmake -P package/uninstall.cmake 2>&1 && echo "said to be done"
+[ ! -e "$1/lib/gentl" ] || echo "did not go on"
+rmdir "$program"
+cmake -P package/uninstall.cmake)",
+                                        "-", tree});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
+    EXPECT_THAT(outcome.output, HasSubstr("cannot remove, not as this user at least:\n"));
+    EXPECT_THAT(outcome.output, HasSubstr("\n    " + tree + "/bin/nq-gev\n"));
+    EXPECT_THAT(outcome.output, Not(testing::AnyOf(HasSubstr("said to be done"), HasSubstr("did not go on"))));
+    EXPECT_EQ(OutputOf({"/usr/bin/find", tree, "!", "-type", "d"}), "");
+}
+
 TEST(Uninstall, OfABuildThatIsNotInstalledSaysSo)
 {
     const Outcome outcome =
