@@ -14,7 +14,7 @@ using testing::Not;
 
 /// What every such document has to have, and ids that lead somewhere.
 constexpr const char* kCheckDocument = R"(
-import json, re, sys
+import hashlib, json, re, sys
 document = json.load(open(sys.argv[1]))
 assert document["spdxVersion"] == "SPDX-2.3" and document["dataLicense"] == "CC0-1.0"
 assert document["SPDXID"] == "SPDXRef-DOCUMENT" and document["name"].startswith("nq_gev_rdma_tl-")
@@ -25,6 +25,15 @@ ids = [entry["SPDXID"] for entry in entries] + ["SPDXRef-DOCUMENT"]
 assert len(set(ids)) == len(ids) and all(re.fullmatch(r"SPDXRef-[A-Za-z0-9.-]+", one) for one in ids)
 for package in document["packages"]:
     assert package["name"] and package["versionInfo"] and package["downloadLocation"] and package["licenseDeclared"]
+# A package that contains files has to have analysed them, and tell of all of them by one sum.
+containing = {one["spdxElementId"] for one in document["relationships"] if one["relationshipType"] == "CONTAINS"}
+sums = sorted(file["checksums"][0]["checksumValue"] for file in document["files"])
+for package in document["packages"]:
+    assert package["filesAnalyzed"] == (package["SPDXID"] in containing), package["SPDXID"]
+    if package["filesAnalyzed"]:
+        value = hashlib.sha1("".join(sums).encode()).hexdigest()
+        assert package["packageVerificationCode"] == {"packageVerificationCodeValue": value}
+assert len(containing) == 1
 for file in document["files"]:
     assert file["fileName"].startswith("./") and len(file["checksums"][0]["checksumValue"]) == 40
 for relation in document["relationships"]:
