@@ -33,7 +33,10 @@ def anchors(path):
 
 def targets(page):
     with open(page, encoding="utf-8") as file:
-        return re.findall(r"\]\(([^)\s]+)\)", without_code(file.read()))
+        text = without_code(file.read())
+    # A link may have a title, and may be named in the text and stand elsewhere.
+    return (re.findall(r"""\]\(([^)\s]+)(?: +(?:"[^"]*"|'[^']*'))? *\)""", text) +
+            re.findall(r"^ {0,3}\[[^\]\n]+\]: +(\S+)", text, flags=re.MULTILINE))
 
 
 def complaints(page):

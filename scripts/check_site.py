@@ -9,9 +9,17 @@ import re
 import sys
 
 LOADED = {("script", "src"), ("link", "href"), ("img", "src"), ("iframe", "src"), ("source", "src"), ("video", "src"),
-          ("audio", "src"), ("object", "data"), ("embed", "src"), ("form", "action")}
+          ("audio", "src"), ("object", "data"), ("embed", "src"), ("form", "action"), ("video", "poster"), ("input", "src"),
+          ("track", "src"), ("image", "href"), ("use", "href"), ("image", "xlink:href"),
+          ("use", "xlink:href"), ("base", "href")}
 # What a link element names without loading it.
 NAMED = {"canonical", "next", "prev", "author", "license"}
+ELSEWHERE = r"(?:[a-z]+:)?//"
+
+
+def loaded_by_style(text):
+    return (re.findall(rf"(?i)url\(\s*[\"']?({ELSEWHERE}[^)\"']*)", text) +
+            re.findall(rf"(?i)@import\s+[\"']({ELSEWHERE}[^;\"']*)", text))
 
 
 class Loads(html.parser.HTMLParser):
@@ -23,17 +31,23 @@ class Loads(html.parser.HTMLParser):
         attributes = dict(attrs)
         if tag == "link" and attributes.get("rel") in NAMED:
             return
-        self.found += [value for name, value in attrs if (tag, name) in LOADED and re.match(r"(?i)([a-z]+:)?//", value or "")]
+        for name, value in attrs:
+            if (tag, name) in LOADED and re.match(rf"(?i)\s*{ELSEWHERE}", value or ""):
+                self.found.append(value)
+            elif name == "srcset":
+                self.found += re.findall(rf"(?i)(?:^|,)\s*({ELSEWHERE}\S*)", value or "")
+            elif name == "style":
+                self.found += loaded_by_style(value or "")
 
 
 def foreign(path):
     with open(path, encoding="utf-8", errors="replace") as file:
         text = file.read()
     if path.endswith(".css"):
-        return re.findall(r"url\([\"']?((?:[a-z]+:)?//[^)\"']*)", text) + re.findall(r"@import[^;]*//[^;]*", text)
+        return loaded_by_style(text)
     parser = Loads()
     parser.feed(text)
-    return parser.found
+    return parser.found + loaded_by_style(" ".join(re.findall(r"(?is)<style.*?</style>", text)))
 
 
 def main(folder):

@@ -33,12 +33,15 @@ TEST(Papers, WithALinkThatLeadsNowhereAreFound)
     std::ofstream(folder / "page.md")
         << "[good](other.md#a-heading-two-1) [absent](absent.md) [far](https://example.org)\n"
            "[heading](other.md#a-heading-two-2) `[code](code.md)`\n"
+           "[title](other.md \"Other\") [titled](titled.md 'Titled') [named][1]\n\n[1]: named.md\n"
            "```\n[fenced](fenced.md)\n```\n";
     const Outcome links = CheckLinks(folder.Path());
     EXPECT_EQ(links.exitCode, 1);
     EXPECT_EQ(links.output, "page.md: absent.md: no such file\n"
                             "page.md: other.md#a-heading-two-2: no such heading\n"
-                            "4 links, 2 of them lead nowhere\n");
+                            "page.md: titled.md: no such file\n"
+                            "page.md: named.md: no such file\n"
+                            "7 links, 4 of them lead nowhere\n");
 }
 
 /// Pages as a site has them, one of which is what `page` says.
@@ -51,12 +54,26 @@ Outcome CheckSite(const std::string& page)
     return RunProgram({"/usr/bin/python3", NQ_SOURCE_DIR "/scripts/check_site.py", site.Path()});
 }
 
+constexpr const char* kLoadingParts[] = {
+    R"(<script src="https://example.org/a.js">)",
+    R"(<img src="//example.org/a.png">)",
+    R"(<link rel="stylesheet" href="http://example.org/a.css">)",
+    R"(<img src="a.png" srcset="a.png 1x, https://example.org/b.png 2x">)",
+    R"(<video poster="//example.org/a.png">)",
+    R"(<base href="https://example.org/">)",
+    R"(<svg><use href="https://example.org/a.svg#a"/></svg>)",
+    R"(<style>URL( "https://example.org/a.png")</style>)",
+    R"(<style>@import "https://example.org/a.css";</style>)",
+    R"-(<p style="background: url(&quot;//example.org/a.png&quot;)">)-",
+};
+
 TEST(Site, MayLeadElsewhereButLoadsNothingFromThere)
 {
-    const Outcome leads = CheckSite(R"(<a href="https://example.org">a</a><script src="own.js"></script>)");
+    const Outcome leads = CheckSite(R"(<a href="https://example.org">a</a><script src="own.js"></script>)"
+                                    R"(<img src="data:image/png;base64,//8A" srcset="a.png 1x, b//c.png 2x">)"
+                                    R"(<p style="color: red">url(https://example.org/a.png)</p>)");
     EXPECT_EQ(leads.exitCode, 0) << leads.output;
-    for (const char* part : {R"(<script src="https://example.org/a.js">)", R"(<img src="//example.org/a.png">)",
-                             R"(<link rel="stylesheet" href="http://example.org/a.css">)"})
+    for (const char* part : kLoadingParts)
     {
         const Outcome loads = CheckSite(part);
         EXPECT_EQ(loads.exitCode, 1) << part;
