@@ -166,16 +166,17 @@ static bool save(BUFFER_HANDLE buffer, const char* path)
     const uint64_t width = info(buffer, BUFFER_INFO_WIDTH);
     const uint64_t height = info(buffer, BUFFER_INFO_HEIGHT);
     const size_t bytes = (size_t)(width * height);
-    const void* pixels = (const void*)(uintptr_t)info(buffer, BUFFER_INFO_BASE);
-    if (pixels == NULL || info(buffer, BUFFER_INFO_PIXELFORMAT) != MONO8 ||
-        info(buffer, BUFFER_INFO_SIZE_FILLED) < bytes)
+    const uint64_t offset = info(buffer, BUFFER_INFO_IMAGEOFFSET);
+    const char* const base = (const char*)(uintptr_t)info(buffer, BUFFER_INFO_BASE);
+    if (base == NULL || info(buffer, BUFFER_INFO_PIXELFORMAT) != MONO8 || info(buffer, BUFFER_INFO_XPADDING) != 0 ||
+        info(buffer, BUFFER_INFO_SIZE_FILLED) < offset + bytes)
     {
-        fprintf(stderr, "%s: only whole pictures in Mono8 are written\n", path);
+        fprintf(stderr, "%s: only whole pictures in Mono8 without padding are written\n", path);
         return false;
     }
     FILE* file = fopen(path, "wb");
     bool written = file != NULL && fprintf(file, "P5\n%" PRIu64 " %" PRIu64 "\n255\n", width, height) > 0 &&
-                   fwrite(pixels, 1, bytes, file) == bytes;
+                   fwrite(base + offset, 1, bytes, file) == bytes;
     written = file != NULL && fclose(file) == 0 && written;
     if (!written)
     {

@@ -237,10 +237,11 @@ class Camera
 struct Frame
 {
     Handle buffer;
-    void* data = nullptr;
-    std::size_t size = 0; ///< bytes that came
+    void* data = nullptr; ///< the pixels
+    std::size_t size = 0; ///< bytes that came, from the pixels on
     std::size_t width = 0;
     std::size_t height = 0;
+    std::size_t padding = 0;       ///< bytes behind each row
     std::uint64_t pixelFormat = 0; ///< 0x01080001 for Mono8
     std::uint64_t id = 0;
     bool incomplete = false;
@@ -260,13 +261,14 @@ class Stream
         m_gentl.Check(m_gentl.DevOpenDataStream(camera.Module(), id.c_str(), &stream), "DevOpenDataStream");
         m_stream = Handle(stream, m_gentl.DSClose);
         m_newBuffer.emplace(m_gentl, stream, GenTL::EVENT_NEW_BUFFER);
-        Announce(buffers);
-        m_gentl.Check(m_gentl.DSStartAcquisition(stream, GenTL::ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE),
-                      "DSStartAcquisition");
+        // A stop is refused where nothing was started; a queued buffer that is not flushed cannot be revoked.
         m_running = Handle(stream, [this](void* running) {
             m_gentl.DSStopAcquisition(running, GenTL::ACQ_STOP_FLAGS_DEFAULT);
             m_gentl.DSFlushQueue(running, GenTL::ACQ_QUEUE_ALL_DISCARD);
         });
+        Announce(buffers);
+        m_gentl.Check(m_gentl.DSStartAcquisition(stream, GenTL::ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE),
+                      "DSStartAcquisition");
     }
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;
@@ -283,8 +285,12 @@ class Stream
         GenTL::BUFFER_HANDLE const buffer = event.BufferHandle;
         Frame frame;
         frame.buffer = Handle(buffer, [this](void* done) { m_gentl.DSQueueBuffer(m_stream.get(), done); });
-        frame.data = Info<void*>(buffer, GenTL::BUFFER_INFO_BASE);
-        frame.size = Info<std::size_t>(buffer, GenTL::BUFFER_INFO_SIZE_FILLED);
+        // Before the pixels some producers have something else.
+        const auto offset = Info<std::size_t>(buffer, GenTL::BUFFER_INFO_IMAGEOFFSET);
+        const auto filled = Info<std::size_t>(buffer, GenTL::BUFFER_INFO_SIZE_FILLED);
+        frame.data = static_cast<char*>(Info<void*>(buffer, GenTL::BUFFER_INFO_BASE)) + offset;
+        frame.size = filled > offset ? filled - offset : 0;
+        frame.padding = Info<std::size_t>(buffer, GenTL::BUFFER_INFO_XPADDING);
         frame.width = Info<std::size_t>(buffer, GenTL::BUFFER_INFO_WIDTH);
         frame.height = Info<std::size_t>(buffer, GenTL::BUFFER_INFO_HEIGHT);
         frame.pixelFormat = Info<std::uint64_t>(buffer, GenTL::BUFFER_INFO_PIXELFORMAT);

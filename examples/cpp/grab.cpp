@@ -14,9 +14,9 @@ constexpr std::uint64_t kMono8 = 0x01080001;
 void Save(const gentl::Frame& frame, const std::string& path)
 {
     const std::size_t bytes = frame.width * frame.height;
-    if (frame.pixelFormat != kMono8 || frame.size < bytes)
+    if (frame.pixelFormat != kMono8 || frame.padding != 0 || frame.size < bytes)
     {
-        throw std::runtime_error(path + ": only whole pictures in Mono8 are written");
+        throw std::runtime_error(path + ": only whole pictures in Mono8 without padding are written");
     }
     std::ofstream file(path, std::ios::binary);
     file << "P5\n" << frame.width << " " << frame.height << "\n255\n";

@@ -14,11 +14,12 @@ constexpr std::uint64_t kMono8 = 0x01080001;
 /// The picture of a frame, in the frame's own memory: to be used while the frame is there, or cloned.
 cv::Mat Picture(const gentl::Frame& frame)
 {
-    if (frame.pixelFormat != kMono8 || frame.size < frame.width * frame.height)
+    if (frame.pixelFormat != kMono8 || frame.size < (frame.width + frame.padding) * frame.height)
     {
         throw std::runtime_error("only whole pictures in Mono8 are shown here");
     }
-    return {static_cast<int>(frame.height), static_cast<int>(frame.width), CV_8UC1, frame.data};
+    return {static_cast<int>(frame.height), static_cast<int>(frame.width), CV_8UC1, frame.data,
+            frame.width + frame.padding};
 }
 
 void Grab(const std::string& producer)

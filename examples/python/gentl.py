@@ -22,7 +22,9 @@ _EVENT_NEW_BUFFER = 1
 _DEVICE_ACCESS_CONTROL = 3
 _STREAM_INFO_PAYLOAD_SIZE = 7
 _ACQ_QUEUE_ALL_DISCARD = 4
-_BASE, _IS_INCOMPLETE, _SIZE_FILLED, _WIDTH, _HEIGHT, _FRAMEID, _PIXELFORMAT = 0, 7, 9, 10, 11, 16, 20  # BUFFER_INFO_...
+# BUFFER_INFO_...
+_BASE, _IS_INCOMPLETE, _SIZE_FILLED, _WIDTH, _HEIGHT = 0, 7, 9, 10, 11
+_XPADDING, _FRAMEID, _IMAGEOFFSET, _PIXELFORMAT = 14, 16, 18, 20
 
 # The arguments of what is called; every result is a GC_ERROR.
 _HANDLE_OUT, _SIZE, _COUNT, _CHANGED = (ctypes.POINTER(kind) for kind in (c_void_p, c_size_t, c_uint32, c_uint8))
@@ -96,9 +98,13 @@ class _Library:
         """Calls a function that has to succeed."""
         code = self.result(name, *arguments)
         if code != 0:
-            text, size = create_string_buffer(1024), c_size_t(1024)
-            self.result("GCGetLastError", byref(c_int32()), text, byref(size))
-            raise GenTLError(code, f"{name}: error {code} {text.value.decode(errors='replace')}")
+            raise self.error(name, code)
+
+    def error(self, name, code):
+        """What to raise for a call that has just failed on this thread."""
+        text, size = create_string_buffer(1024), c_size_t(1024)
+        self.result("GCGetLastError", byref(c_int32()), text, byref(size))
+        return GenTLError(code, f"{name}: error {code} {text.value.decode(errors='replace')}")
 
     def handle(self, name, *arguments):
         """The handle that a function gives by its last argument."""
@@ -237,7 +243,7 @@ class Stream(_Module):
             if code == 0:
                 return Frame(self._library, self._stream, c_void_p(event.buffer))
             if code != TIMEOUT or timeout_ms <= 0:
-                raise GenTLError(code, f"EventGetData: error {code}")
+                raise self._library.error("EventGetData", code)
 
 
 class Frame(_Module):
@@ -253,7 +259,9 @@ class Frame(_Module):
         self.width, self.height = self._info(_WIDTH), self._info(_HEIGHT)
         self.pixel_format = self._info(_PIXELFORMAT)
         self.incomplete = self._info(_IS_INCOMPLETE) != 0
-        self.address, self.size = self._info(_BASE), self._info(_SIZE_FILLED)
+        offset = self._info(_IMAGEOFFSET)  # before the pixels some producers have something else
+        self.address, self.size = self._info(_BASE) + offset, max(0, self._info(_SIZE_FILLED) - offset)
+        self._padding = self._info(_XPADDING)
 
     def _info(self, command):
         """A number or an address of the buffer, 0 when it has none."""
@@ -264,8 +272,8 @@ class Frame(_Module):
 
     @property
     def pixels(self):
-        """The picture, rows first, in place and not to be written to. Of packed formats and of pictures that are not whole
-        the bytes as they came."""
+        """The picture, rows first, in place and not to be written to. Of packed formats, of pictures that are not
+        whole and of rows with bytes behind them the bytes as they came."""
         if not self.address:
             return numpy.empty(0, numpy.uint8)
         data = numpy.frombuffer((c_uint8 * self.size).from_address(self.address), numpy.uint8)
@@ -273,7 +281,7 @@ class Frame(_Module):
         # The format's code begins with how many components a pixel has, one or more, and how many bits.
         shape = {(1, 8): ("<u1", ()), (1, 16): ("<u2", ()), (2, 24): ("<u1", (3,)), (2, 48): ("<u2", (3,))}
         kind, last = shape.get((self.pixel_format >> 24, self.pixel_format >> 16 & 0xFF), (None, None))
-        if kind is None:
+        if kind is None or self._padding:
             return data
         whole = (self.height, self.width, *last)
         needed = int(numpy.prod(whole)) * numpy.dtype(kind).itemsize

@@ -153,6 +153,66 @@ TEST_P(ExampleGrabsNothing, IntoAFolderThatIsNotThereAndSaysWhy)
 INSTANTIATE_TEST_SUITE_P(Example, ExampleGrabsNothing, testing::Combine(kEachGrab, testing::Values("standard")),
                          kGrabName);
 
+/// A producer of which some answers are chosen, with frames of 64 x 48 pixels: x + y + 7 * frame.
+std::vector<std::string> ChosenAnswers(const std::string& answers)
+{
+    return {"NQ_FAKE_PRODUCER=" + answers};
+}
+
+using ExampleGrabsOfOtherProducers = ExampleGrabs;
+
+TEST_P(ExampleGrabsOfOtherProducers, APictureThatBeginsBehindSomethingElse)
+{
+    const TemporaryFolder folder;
+    const std::string picture = folder / "picture.pgm";
+    // A row of something else (BUFFER_INFO_IMAGEOFFSET), and 47 rows of picture (BUFFER_INFO_HEIGHT).
+    const Outcome outcome = RunProgram(
+        Command({NQ_FAKE_PRODUCER_PATH, picture}),
+        ChosenAnswers("DSGetBufferInfo.18.type=8\nDSGetBufferInfo.18.value=64\nDSGetBufferInfo.11.value=47\n"));
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
+    std::string file = "P5\n64 47\n255\n";
+    for (int pixel = 64; pixel < 64 * 48; ++pixel)
+    {
+        file += static_cast<char>(static_cast<unsigned char>(pixel % 64 + pixel / 64 + 7 * 10));
+    }
+    EXPECT_EQ(BytesOf(picture), file);
+}
+
+TEST_P(ExampleGrabsOfOtherProducers, NoPictureThatEndsBehindWhatCame)
+{
+    const TemporaryFolder folder;
+    const std::string picture = folder / "picture.pgm";
+    const Outcome outcome = RunProgram(Command({NQ_FAKE_PRODUCER_PATH, picture}),
+                                       ChosenAnswers("DSGetBufferInfo.18.type=8\nDSGetBufferInfo.18.value=1\n"));
+    EXPECT_EQ(outcome.exitCode, 1) << outcome.output;
+    EXPECT_THAT(outcome.output, HasSubstr(picture + ": only whole pictures"));
+}
+
+TEST_P(ExampleGrabsOfOtherProducers, NoPictureWithBytesBehindItsRows)
+{
+    const TemporaryFolder folder;
+    const std::string picture = folder / "picture.pgm";
+    // Rows of 48 pixels and 16 bytes more (BUFFER_INFO_WIDTH, BUFFER_INFO_XPADDING).
+    const Outcome outcome = RunProgram(
+        Command({NQ_FAKE_PRODUCER_PATH, picture}),
+        ChosenAnswers("DSGetBufferInfo.14.type=8\nDSGetBufferInfo.14.value=16\nDSGetBufferInfo.10.value=48\n"));
+    EXPECT_EQ(outcome.exitCode, 1) << outcome.output;
+    EXPECT_THAT(outcome.output, HasSubstr(picture + ": only whole pictures"));
+}
+
+// A buffer that waits in the queue cannot be revoked: the flush, which ends the program here, has to come before that.
+TEST_P(ExampleGrabsOfOtherProducers, NothingWhereTheStartIsRefusedAndFlushesTheQueueThen)
+{
+    const Outcome outcome =
+        RunProgram(Command({NQ_FAKE_PRODUCER_PATH}),
+                   ChosenAnswers("DSStartAcquisition.code=-1005\nDSFlushQueue.signal=" + std::to_string(SIGUSR1) +
+                                 "\nDSRevokeBuffer.signal=" + std::to_string(SIGUSR2) + "\n"));
+    EXPECT_EQ(outcome.exitCode, 128 + SIGUSR1) << outcome.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(Example, ExampleGrabsOfOtherProducers, testing::Combine(kEachGrab, testing::Values("stated")),
+                         kGrabName);
+
 class ExampleInCpp : public BothModes
 {
 };
