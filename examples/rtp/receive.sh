@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # receive.sh FILE.gray WIDTH HEIGHT [PICTURES]: takes so many pictures (100) that send.sh sends, on any number of machines,
-# and writes them behind each other, a byte for each pixel. INTERFACE is the adapter that they come by, GROUP and PORT the
-# address they are sent to. `autovideosink` instead of the last two elements shows them.
+# and writes them behind each other, a byte for each pixel, each row filled up to a multiple of four. WIDTH has to be even.
+# INTERFACE is the adapter that they come by, GROUP and PORT the address they are sent to. `autovideosink` instead of the
+# last two elements shows them.
 set -euo pipefail
 [ $# -ge 3 ] || { echo "usage: $0 FILE.gray WIDTH HEIGHT [PICTURES]" >&2; exit 2; }
 file=$1 width=$2 height=$3 pictures=${4:-100}

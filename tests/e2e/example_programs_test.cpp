@@ -2,6 +2,7 @@
 // The programs of examples/ that people copy from: what they take of a camera, with the library's own answers and with
 // the standard's, and what they say when it goes wrong.
 #include "support/both_modes.h"
+#include "support/command_output.h"
 #include "support/temporary_folder.h"
 #include "support/two_cameras.h"
 
@@ -11,6 +12,7 @@
 namespace
 {
 
+namespace fs = std::filesystem;
 using namespace nq::test;
 using testing::ContainsRegex;
 using testing::HasSubstr;
@@ -212,6 +214,21 @@ TEST_P(ExampleGrabsOfOtherProducers, NothingWhereTheStartIsRefusedAndFlushesTheQ
 
 INSTANTIATE_TEST_SUITE_P(Example, ExampleGrabsOfOtherProducers, testing::Combine(kEachGrab, testing::Values("stated")),
                          kGrabName);
+
+TEST(RtpExample, GoesOnForADayWhereNobodySaysHowLong)
+{
+    const TemporaryFolder programs; // a pipeline that writes down what it gets, and a nq-gev that says what it is to do
+    std::ofstream(programs / "gst-launch-1.0") << "#!/bin/sh\nexec cat\n";
+    fs::permissions(programs / "gst-launch-1.0", fs::perms::owner_all);
+    const auto asked = [&](const std::vector<std::string>& arguments) {
+        return OutputOf(Joined({"/usr/bin/env", "NQ_GEV=/bin/echo", "PATH=" + programs.Path() + ":/usr/bin:/bin",
+                                NQ_SOURCE_DIR "/examples/rtp/send.sh", "file.mkv", "64", "48"},
+                               arguments));
+    };
+    EXPECT_EQ(asked({"--camera", "left"}), "grab --format raw --out - --duration 86400 --camera left\n");
+    EXPECT_EQ(asked({"--count", "3"}), "grab --format raw --out - --count 3\n");
+    EXPECT_EQ(asked({"--duration=9"}), "grab --format raw --out - --duration=9\n");
+}
 
 class ExampleInCpp : public BothModes
 {
