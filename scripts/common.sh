@@ -11,7 +11,7 @@ browser_packages="chromium chromium-driver python3-selenium"
 [ -z "${CI:-}" ] || test_packages="$test_packages $browser_packages"
 # What the examples want beyond these: OpenCV's core, and the pipelines of GStreamer.
 example_packages="libopencv-core-dev gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good"
-docs_packages="python3 mkdocs mkdocs-material linkchecker"
+docs_packages="python3 mkdocs mkdocs-material linkchecker doxygen"
 lint_packages="clang clang-format-16 clang-tidy shellcheck"
 # What makes a Debian in a folder.
 root_packages="mmdebstrap debian-archive-keyring"

@@ -44,13 +44,15 @@ TEST(Papers, WithALinkThatLeadsNowhereAreFound)
                             "7 links, 4 of them lead nowhere\n");
 }
 
-/// Pages as a site has them, one of which is what `page` says.
-Outcome CheckSite(const std::string& page)
+/// Pages as a site has them, a page `name` among them. The search knows index.html alone.
+Outcome CheckSite(const std::string& page, const std::string& name = "index.html")
 {
     const TemporaryFolder site;
-    fs::create_directory(site / "search");
+    fs::create_directories(site / "search");
+    fs::create_directories(site / "api");
     std::ofstream(site / "search/search_index.json") << R"({"docs": [{"location": "index.html"}]})";
     std::ofstream(site / "index.html") << page;
+    std::ofstream(site / name) << page;
     return RunProgram({"/usr/bin/python3", NQ_SOURCE_DIR "/scripts/check_site.py", site.Path()});
 }
 
@@ -79,6 +81,18 @@ TEST(Site, MayLeadElsewhereButLoadsNothingFromThere)
         EXPECT_EQ(loads.exitCode, 1) << part;
         EXPECT_THAT(loads.output, HasSubstr("index.html loads "));
     }
+}
+
+TEST(Site, HasNoPageThatTheSearchDoesNotKnowButThoseOfTheHeaders)
+{
+    const Outcome headers = CheckSite("<p>text</p>", "api/GenTL_8h.html");
+    EXPECT_EQ(headers.exitCode, 0) << headers.output;
+    const Outcome lost = CheckSite("<p>text</p>", "lost.html");
+    EXPECT_EQ(lost.exitCode, 1);
+    EXPECT_THAT(lost.output, HasSubstr("lost.html is not in the index of the search\n"));
+    const Outcome loads = CheckSite(R"(<img src="//example.org/a.png">)", "api/GenTL_8h.html");
+    EXPECT_EQ(loads.exitCode, 1);
+    EXPECT_THAT(loads.output, HasSubstr("api/GenTL_8h.html loads //example.org/a.png\n"));
 }
 
 /// The text of all literals of the tools, those that stand behind each other as one.
