@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev grab on cameras that have to be told to begin, and on those that begin by themselves.
-#include "support/gvcp_camera.h"
-#include "support/network.h"
+#include "support/described_camera.h"
 #include "support/temporary_folder.h"
 #include "support/tool.h"
 #include "support/virtual_camera.h"
 
 #include <filesystem>
 #include <gmock/gmock.h>
-#include <sstream>
 #include <vector>
 
 namespace
@@ -64,42 +62,22 @@ TEST(GrabStart, GoesWithoutAnEngineForFeatures)
                                         (folder / "nq-gev-features.so")));
 }
 
-/// A description of which the feature TLParamsLocked is the register 0x20000.
+/// The feature TLParamsLocked as the register 0x20000.
 constexpr const char* kLockInTheCamera =
-    R"(<?xml version="1.0"?>
-<RegisterDescription ModelName="Model" VendorName="Vendor" ToolTip="" StandardNameSpace="None" SchemaMajorVersion="1"
-  SchemaMinorVersion="1" SchemaSubMinorVersion="0" MajorVersion="1" MinorVersion="0" SubMinorVersion="0"
-  ProductGuid="1" VersionGuid="1" xmlns="http://www.genicam.org/GenApi/Version_1_1">
-  <Category Name="Root"><pFeature>TLParamsLocked</pFeature></Category>
+    R"(  <Category Name="Root"><pFeature>TLParamsLocked</pFeature></Category>
   <IntReg Name="TLParamsLocked">
     <Address>0x20000</Address><Length>4</Length><AccessMode>RW</AccessMode><pPort>Device</pPort>
     <Sign>Unsigned</Sign><Endianess>BigEndian</Endianess>
   </IntReg>
-  <Port Name="Device"/>
-</RegisterDescription>
 )";
 
 TEST(GrabStart, TellsTheCameraThatBuffersWaitAndThatTheyDoNoMore)
 {
-    const Host far;
-    far.Connect("host0", "10.77.0.1/24", "cam0", "10.77.0.2/24");
-    GvcpCamera camera(&far);
-    GvcpDiscovery identity;
-    identity.ipAddress = 0x0A4D0002;
-    identity.subnetMask = 0xFFFFFF00;
-    identity.deviceVersion = "3.0.0";
-    camera.SetDiscovery(identity);
-    camera.SetRegister(0x0904, 1);
-    camera.SetRegister(0x092C, 0x04000000);
+    DescribedCamera described(kLockInTheCamera);
+    GvcpCamera& camera = described.camera;
     Bytes settings(176, 0);
     settings[32] = 64; // bytes of a frame
     camera.SetMemory(0xE600, settings);
-    const std::string text = kLockInTheCamera;
-    std::ostringstream url;
-    url << "Local:camera.xml;10000;" << std::hex << text.size();
-    camera.SetMemory(0x0200, url.str());
-    camera.SetMemory(0x10000, text);
-    camera.AwaitPath("10.77.0.1");
     const Outcome grab = RunTool({"grab"}); // there is no RDMA here
     EXPECT_EQ(grab.exitCode, 5) << grab.output;
     std::vector<std::string> locks;

@@ -241,9 +241,9 @@ ArvGcFeatureNode* AravisTree::Node(const std::string& name) const
 
 void AravisTree::Walk(const std::string& category, const std::string& path, int depth)
 {
-    constexpr int kDeepest = 16; // a category may name itself
+    constexpr int kDeepest = 16;
     ArvGcFeatureNode* const node = Find(category);
-    if (node == nullptr || !ARV_IS_GC_CATEGORY(node) || depth > kDeepest)
+    if (node == nullptr || !ARV_IS_GC_CATEGORY(node) || depth > kDeepest || !m_walked.insert(category).second)
     {
         return;
     }

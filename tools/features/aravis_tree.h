@@ -7,6 +7,7 @@
 #include <arv.h>
 #include <map>
 #include <memory>
+#include <set>
 
 namespace nq::tool
 {
@@ -42,7 +43,8 @@ class AravisTree : public FeatureTree
     std::unique_ptr<ArvDevice, Unref> m_device;
     std::unique_ptr<ArvGc, Unref> m_gc;
     std::vector<std::string> m_names;
-    std::map<std::string, std::string> m_categories;             ///< of each feature, by its name
+    std::set<std::string> m_walked;                  ///< categories: one may stand in several, and in itself
+    std::map<std::string, std::string> m_categories; ///< of each feature, by its name
     std::map<std::string, std::vector<std::string>> m_selectors; ///< of each feature, by its name
     std::map<std::string, std::vector<std::string>> m_selected;  ///< by each selector, by its name
 };
