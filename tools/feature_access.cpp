@@ -177,17 +177,19 @@ void Features::Selected(const FeatureName& name, const std::function<void()>& wo
     }
     std::vector<std::pair<std::string, FeatureValue>> before;
     const auto putBack = [&] {
-        for (auto at = before.rbegin(); at != before.rend(); ++at)
+        while (!before.empty())
         {
-            Try(at->first, [&] { m_tree->Write(at->first, at->second); });
+            Try(before.back().first, [&] { m_tree->Write(before.back().first, before.back().second); });
+            before.pop_back();
         }
     };
     try
     {
         Select(Look(name.name), name, before);
         work();
+        putBack();
     }
-    catch (...)
+    catch (const ToolFailure& failure)
     {
         try
         {
@@ -195,10 +197,13 @@ void Features::Selected(const FeatureName& name, const std::function<void()>& wo
         }
         catch (const ToolFailure&) // what came first is told
         {
+            std::vector<std::string> moved(before.size());
+            std::transform(before.begin(), before.end(), moved.begin(), [](const auto& one) { return one.first; });
+            throw ToolFailure(failure.Code(),
+                              fmt::format("{}; {} may stand elsewhere now", failure.what(), Joined(moved, ", ")));
         }
         throw;
     }
-    putBack();
 }
 
 Reading Features::Read(const std::string& text)
@@ -308,8 +313,8 @@ void Features::SetAll(const std::vector<std::string>& settings)
     catch (const ToolFailure& failure)
     {
         const bool unknown = failure.Code() == ExitCode::CameraLost && done.size() < parsed.size();
-        throw ToolFailure(failure.Code(),
-                          failure.what() + StateText(done) + (unknown ? "; this one may be set or not" : ""));
+        const std::string state = unknown && done.empty() ? "" : StateText(done);
+        throw ToolFailure(failure.Code(), failure.what() + state + (unknown ? "; this one may be set or not" : ""));
     }
 }
 

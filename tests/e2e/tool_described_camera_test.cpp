@@ -9,7 +9,10 @@ namespace
 {
 
 using namespace nq::test;
+using testing::AllOf;
 using testing::ContainsRegex;
+using testing::EndsWith;
+using testing::StartsWith;
 
 std::string Category(const std::string& name, const std::vector<std::string>& features)
 {
@@ -27,6 +30,16 @@ std::string Register(const std::string& name, const std::string& address, const 
            "</Address><Length>4</Length><AccessMode>RW</AccessMode><pPort>Device</pPort><Sign>Unsigned</Sign>"
            "<Endianess>BigEndian</Endianess>" +
            more + "</IntReg>\n";
+}
+
+/// Gain, the register 0x20004, of GainSelector, the register 0x20000.
+std::string GainOfSelector()
+{
+    return Category("Root", {"GainSelector", "Gain"}) +
+           "  <Enumeration Name=\"GainSelector\"><EnumEntry Name=\"AnalogAll\"><Value>0</Value></EnumEntry>"
+           "<EnumEntry Name=\"DigitalAll\"><Value>1</Value></EnumEntry><pValue>GainSelectorReg</pValue>"
+           "<pSelected>Gain</pSelected></Enumeration>\n" +
+           Register("GainSelectorReg", "0x20000") + Register("Gain", "0x20004");
 }
 
 TEST(ToolOnAnOddDescription, CategoriesThatNameEachOtherAreWalkedOnceEach)
@@ -49,6 +62,24 @@ TEST(ToolOnAnOddDescription, CategoriesThatNameEachOtherAreWalkedOnceEach)
     {
         EXPECT_THAT(features.output, ContainsRegex("\n  Value" + std::to_string(at) + " +RW  0\n"));
     }
+}
+
+TEST(ToolOnACameraThatFallsSilent, TellsWhichSelectorItLeavesMoved)
+{
+    DescribedCamera described(GainOfSelector());
+    described.camera.OnWrite([&](std::uint32_t address, std::uint32_t) {
+        if (address == 0x20000)
+        {
+            described.camera.SetSilent(true);
+        }
+    });
+    const Outcome set = RunTool({"set", "Gain[DigitalAll]=1"});
+    EXPECT_EQ(set.exitCode, 6) << set.output;
+    EXPECT_THAT(set.output, AllOf(StartsWith("nq-gev: Gain"),
+                                  EndsWith(": the camera Model:02-11-22-33-44-55 went silent; GainSelector may "
+                                           "stand elsewhere now; this one may be set or "
+                                           "not\n")));
+    EXPECT_EQ(described.camera.GetRegister(0x20000), 1U);
 }
 
 } // namespace
