@@ -75,10 +75,7 @@ void AwaitFreeCamera(const CameraEntry& camera, std::chrono::steady_clock::time_
 {
     for (bool told = false;;)
     {
-        if (StopAsked())
-        {
-            throw ToolFailure(StopCode(), "stopped while another program controls the camera");
-        }
+        EndIfStopAsked("stopped while another program controls the camera");
         const std::optional<CameraOwner> owner = AskForOwner(camera);
         if (!owner)
         {

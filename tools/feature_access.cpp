@@ -3,6 +3,7 @@
 #include "feature_access.h"
 
 #include "feature_text.h"
+#include "stop_signals.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -208,6 +209,7 @@ void Features::Selected(const FeatureName& name, const std::function<void()>& wo
 
 Reading Features::Read(const std::string& text)
 {
+    EndIfStopAsked("stopped");
     const FeatureName name = ParseFeatureName(text);
     NeedKnown(name.name);
     Reading reading;
@@ -288,6 +290,7 @@ void Features::Write(const Setting& setting, const std::string& name)
 
 void Features::Set(const Setting& setting)
 {
+    EndIfStopAsked("stopped");
     CheckType(setting);
     const FeatureName name = ParseFeatureName(setting.name);
     Selected(name, [&] { Write(setting, name.name); });
@@ -320,6 +323,7 @@ void Features::SetAll(const std::vector<std::string>& settings)
 
 void Features::Execute(const std::string& name)
 {
+    EndIfStopAsked("stopped");
     const Feature feature = Look(name);
     if (feature.type != FeatureType::Command)
     {

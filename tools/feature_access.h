@@ -42,7 +42,8 @@ struct Reading
 };
 
 /// Used from one thread. Failures are ToolFailure: Usage for what never works, Failure for what does not work now,
-/// CameraLost when the camera went silent. Their texts name the feature, the value and the limit.
+/// CameraLost when the camera went silent, StopCode() when the user asked to stop before a feature. Their texts name
+/// the feature, the value and the limit.
 class Features
 {
   public:

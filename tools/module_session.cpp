@@ -5,6 +5,7 @@
 #include "camera_choice.h"
 #include "camera_owner.h"
 #include "printable.h"
+#include "stop_signals.h"
 #include "whole_number.h"
 
 #include <chrono>
@@ -171,6 +172,10 @@ void ModuleSession::OpenControlled(uint32_t waitSeconds)
 
 void ModuleSession::OpenDevice(GenTL::DEVICE_ACCESS_FLAGS access)
 {
+    if (access == GenTL::DEVICE_ACCESS_CONTROL)
+    {
+        CatchStopSignals(); // from here on the camera is held and its selectors may be moved: both are given back
+    }
     const GenTL::GC_ERROR opened = m_interface->OpenCamera(m_found.camera.id, &m_device, access);
     if (opened != GenTL::GC_ERR_SUCCESS)
     {

@@ -37,7 +37,8 @@ enum class ModuleUse
 class ModuleSession
 {
   public:
-    /// Throws ToolFailure: NoCamera, CameraInUse, Usage when it is not clear which module is meant.
+    /// Throws ToolFailure: NoCamera, CameraInUse, Usage when it is not clear which module is meant. One that has
+    /// control of a camera catches the signals that ask to stop, which the caller has to look for.
     ModuleSession(const CommonOptions& common, const ModuleOptions& options, ModuleUse use);
     ~ModuleSession();
     ModuleSession(const ModuleSession&) = delete;

@@ -3,6 +3,7 @@
 #include "port_access.h"
 
 #include "port_url.h"
+#include "stop_signals.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -113,6 +114,22 @@ std::string PortAccess::Url(uint32_t index)
     return url.empty() && index == 0 ? GenTLLibrary::Id(old, "GCGetPortURL") : url;
 }
 
+std::string PortAccess::LocalFile(uint64_t address, size_t size)
+{
+    constexpr size_t kPart = 16384; // takes a slow camera a second
+    std::string bytes(size, '\0');
+    ForgetFailure();
+    for (size_t at = 0; at < size; at += kPart)
+    {
+        EndIfStopAsked("stopped while its description was read");
+        if (!Read(address + at, bytes.data() + at, std::min(kPart, size - at)))
+        {
+            throw ToolFailure(Explained("its description"));
+        }
+    }
+    return bytes;
+}
+
 DescriptionFile PortAccess::Description()
 {
     uint32_t count = 1;
@@ -123,13 +140,7 @@ DescriptionFile PortAccess::Description()
         const std::string url = Url(index);
         if (const auto local = ParseLocalUrl(url); local && local->length <= kLargestFile)
         {
-            DescriptionFile file{local->name, std::string(local->length, '\0')};
-            ForgetFailure();
-            if (!Read(local->address, file.bytes.data(), file.bytes.size()))
-            {
-                throw ToolFailure(Explained("its description"));
-            }
-            return file;
+            return {local->name, LocalFile(local->address, local->length)};
         }
         const size_t path = url.starts_with("file:///") ? 7 : 5;
         if (std::ifstream stream(url.starts_with("file:") ? url.substr(path) : "", std::ios::binary); stream)

@@ -43,7 +43,8 @@ class PortAccess
     /// CameraInUse when it obeys this program no more.
     ToolFailure Explained(const std::string& what);
 
-    /// Throws ToolFailure when no URL of the port names a file that this program can get.
+    /// Throws ToolFailure when no URL of the port names a file that this program can get, and StopCode() when the user
+    /// asked to stop before it was there.
     DescriptionFile Description();
 
     const std::string& Who() const { return m_who; }
@@ -58,6 +59,7 @@ class PortAccess
 
     bool Note(GenTL::GC_ERROR code, bool whole);
     std::string Url(uint32_t index);
+    std::string LocalFile(uint64_t address, size_t size);
     std::string Text(GenTL::PORT_INFO_CMD command);
     Control AskForControl();
 

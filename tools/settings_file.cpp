@@ -4,7 +4,6 @@
 
 #include "feature_text.h"
 #include "printable.h"
-#include "stop_signals.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -89,7 +88,6 @@ class SettingsWriter
         std::string selectors;
         for (const std::string& name : m_features.Names())
         {
-            CheckStop();
             const Reading reading = m_features.Read(name);
             if (name == kParamsLocked || reading.feature.type == FeatureType::Command)
             {
@@ -112,14 +110,6 @@ class SettingsWriter
     }
 
   private:
-    static void CheckStop()
-    {
-        if (StopAsked())
-        {
-            throw ToolFailure(StopCode(), "stopped before all settings were read");
-        }
-    }
-
     static std::string Line(const Reading& reading)
     {
         const Feature& feature = reading.feature;
@@ -156,7 +146,6 @@ class SettingsWriter
         }
         for (const std::string& selection : selections)
         {
-            CheckStop();
             Add(m_features.Read(fmt::format("{}[{}]", feature.name, selection)));
         }
     }
@@ -216,10 +205,6 @@ std::vector<UnsetSetting> SetMost(Features& features, const std::vector<Setting>
     std::vector<UnsetSetting> unset;
     for (const Setting& setting : settings)
     {
-        if (StopAsked())
-        {
-            throw ToolFailure(StopCode(), fmt::format("stopped behind {} settings", done));
-        }
         try
         {
             features.Set(setting);
@@ -228,7 +213,7 @@ std::vector<UnsetSetting> SetMost(Features& features, const std::vector<Setting>
         catch (const ToolFailure& failure)
         {
             const bool silent = failure.Code() == ExitCode::CameraLost;
-            if (silent || failure.Code() == ExitCode::CameraInUse)
+            if (failure.Code() != ExitCode::Failure && failure.Code() != ExitCode::Usage)
             {
                 throw ToolFailure(failure.Code(), fmt::format("{}; {} settings were set before it{}", failure.what(),
                                                               done, silent ? "; this one may be set or not" : ""));

@@ -39,7 +39,7 @@ struct UnsetSetting
 std::vector<UnsetSetting> LeaveOutIdentity(SettingsFile& file, const std::string& who);
 
 /// Sets all of them in order, and what failed a second time, since some depend on others. Throws ToolFailure when the
-/// camera went silent or obeys another program, with what was set before.
+/// camera went silent or obeys another program, or the user asked to stop, with what was set before.
 std::vector<UnsetSetting> ApplySettings(Features& features, const std::vector<Setting>& settings);
 
 } // namespace nq::tool

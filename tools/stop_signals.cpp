@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The signals that ask a grab to end: the first one ends it cleanly, a second one at once.
+// The signals that ask a verb to end: the first one ends it cleanly, a second one at once.
 #include "stop_signals.h"
 
 #include <atomic>
@@ -58,6 +58,14 @@ void CatchStopSignals()
 bool StopAsked()
 {
     return g_stop != 0;
+}
+
+void EndIfStopAsked(const std::string& text)
+{
+    if (StopAsked())
+    {
+        throw ToolFailure(StopCode(), text);
+    }
 }
 
 ExitCode StopCode()

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// The signals that ask a grab to end: the first one ends it cleanly, a second one at once.
+// The signals that ask a verb to end: the first one ends it cleanly, a second one at once.
 #pragma once
 
 #include "exit_codes.h"
+
+#include <string>
 
 namespace nq::tool
 {
@@ -14,6 +16,9 @@ void CatchStopSignals();
 
 /// Whether one of them came. Any thread may ask.
 bool StopAsked();
+
+/// Throws ToolFailure(StopCode()) with that text if one of them came.
+void EndIfStopAsked(const std::string& text);
 
 /// 128 plus the number of the signal that came first, as shells tell it.
 ExitCode StopCode();

@@ -5,7 +5,6 @@
 #include "new_file.h"
 #include "printable.h"
 #include "settings_file.h"
-#include "stop_signals.h"
 
 #include <cerrno>
 #include <fmt/format.h>
@@ -30,7 +29,6 @@ struct SettingsOptions
 ExitCode Save(const CommonOptions& common, const SettingsOptions& options)
 {
     NeedFeatureEngine();
-    CatchStopSignals(); // so that selectors are put back
     ModuleSession session(common, options.module, ModuleUse::ControlIfFree);
     Features features(session.Port(), session.HasControl());
     const std::string text = SettingsText(features, session.Port().Who(), session.HasControl());
@@ -90,7 +88,6 @@ ExitCode Load(const CommonOptions& common, const SettingsOptions& options)
     NeedFeatureEngine();
     SettingsFile file = ParseSettings(TextOf(options.file));
     const size_t all = file.settings.size();
-    CatchStopSignals();
     ModuleSession session(common, options.module, ModuleUse::Control);
     Features features(session.Port());
     const std::vector<UnsetSetting> left = LeaveOutIdentity(file, session.Port().Who());

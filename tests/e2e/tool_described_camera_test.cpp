@@ -3,6 +3,7 @@
 #include "support/described_camera.h"
 #include "support/tool.h"
 
+#include <csignal>
 #include <gmock/gmock.h>
 
 namespace
@@ -42,6 +43,13 @@ std::string GainOfSelector()
            Register("GainSelectorReg", "0x20000") + Register("Gain", "0x20004");
 }
 
+std::string Blanks(std::size_t count)
+{
+    return "<!--" + std::string(count, ' ') + "-->\n";
+}
+
+constexpr const char* kGainOne = "write 0x20004 = 0x00000001";
+
 TEST(ToolOnAnOddDescription, CategoriesThatNameEachOtherAreWalkedOnceEach)
 {
     std::vector<std::string> all;
@@ -80,6 +88,51 @@ TEST(ToolOnACameraThatFallsSilent, TellsWhichSelectorItLeavesMoved)
                                            "stand elsewhere now; this one may be set or "
                                            "not\n")));
     EXPECT_EQ(described.camera.GetRegister(0x20000), 1U);
+}
+
+/// Has a camera answer late where `isSlow` says so of the words of a command.
+template <typename IsSlow>
+void SlowDown(GvcpCamera& camera, std::chrono::milliseconds delay, const IsSlow& isSlow)
+{
+    camera.Otherwise([&camera, delay, isSlow](const Bytes& command) {
+        const auto memory = [&camera](const Bytes& asked) { return camera.AnswerFromMemory(asked); };
+        return isSlow(gvcp::Describe(command)) ? gvcp::Late(delay, memory)(command) : memory(command);
+    });
+}
+
+/// Starts a verb, and asks it to stop once the camera has got that so often.
+std::string OutputOfStopped(GvcpCamera& camera, const std::vector<std::string>& verb, const std::string& access,
+                            std::size_t times)
+{
+    ChildProcess tool(Joined({NQ_TOOL_PATH, "--producer", NQ_CTI_PATH}, verb));
+    EXPECT_TRUE(camera.WaitFor(access, times, kLongTime)) << tool.Output();
+    tool.Signal(SIGINT);
+    EXPECT_EQ(tool.WaitForExit(kLongTime), 130) << tool.Output();
+    EXPECT_EQ(camera.GetRegister(0x0A00), 0U) << "the camera is given back";
+    return tool.Output();
+}
+
+TEST(ToolStop, WhileTheDescriptionIsReadGivesTheCameraBack)
+{
+    DescribedCamera described(GainOfSelector() + Blanks(400'000));
+    SlowDown(described.camera, std::chrono::milliseconds(20),
+             [](const std::string& access) { return access.starts_with("read memory 0x1"); });
+    EXPECT_EQ(OutputOfStopped(described.camera, {"set", "Gain=1"}, "read memory 0x10200, 512 bytes", 1),
+              "nq-gev: stopped while its description was read\n");
+    EXPECT_EQ(described.camera.Count(kGainOne), 0U);
+}
+
+TEST(ToolStop, BetweenSettingsPutsTheSelectorAndTheCameraBackAndTellsWhatIsSet)
+{
+    DescribedCamera described(GainOfSelector());
+    SlowDown(described.camera, std::chrono::milliseconds(50),
+             [](const std::string& access) { return access == kGainOne; });
+    std::vector<std::string> set = {"set"};
+    set.insert(set.end(), 2000, "Gain[DigitalAll]=1");
+    EXPECT_THAT(OutputOfStopped(described.camera, set, kGainOne, 3),
+                StartsWith("nq-gev: stopped; set before it: Gain[DigitalAll]=1, Gain[DigitalAll]=1"));
+    EXPECT_LT(described.camera.Count(kGainOne), 2000U);
+    EXPECT_EQ(described.camera.GetRegister(0x20000), 0U);
 }
 
 } // namespace
