@@ -34,23 +34,36 @@ NQEventHandler::NQEventHandler(unsigned int mask) : m_mask(mask | kKillBits) {}
 
 void NQEventHandler::SetEvent(unsigned int bits)
 {
-    // Held from the bits to the signal: a waiter sees the bits before it sleeps, or is asleep when the signal comes.
-    // Without it a late signal could also wake a later wait for nothing.
-    NQGenTLLock wait(m_waitLock);
+    if ((bits & m_mask) == 0)
     {
-        NQGenTLLock state(m_stateLock);
-        if ((bits & m_mask) == 0)
+        return;
+    }
+    const bool nobodyWaited = m_waiting == 0;
+    if (nobodyWaited)
+    {
+        m_bits |= bits;
+        if (m_waiting == 0)
         {
             return;
         }
+    }
+    // Held from the bits to the signal: a waiter sees the bits before it sleeps, or is asleep when the signal comes.
+    NQGenTLLock wait(m_waitLock);
+    if (!nobodyWaited)
+    {
         m_bits |= bits;
     }
-    m_condition.Signal();
+    // Bits set above may have been taken meanwhile: a signal for them could wake a later wait for nothing.
+    if (m_waiting != 0 && (m_bits & bits) != 0)
+    {
+        --m_waiting;
+        ++m_signalled;
+        m_condition.Signal();
+    }
 }
 
 void NQEventHandler::ResetEvent(unsigned int bits)
 {
-    NQGenTLLock state(m_stateLock);
     if ((bits & m_mask) != 0)
     {
         m_bits &= ~bits;
@@ -59,24 +72,23 @@ void NQEventHandler::ResetEvent(unsigned int bits)
 
 unsigned int NQEventHandler::WaitForEvent(int timeout)
 {
-    if (const unsigned int bits = ReadBits())
+    if (const unsigned int bits = m_bits)
     {
         return bits;
     }
 
     NQGenTLLock wait(m_waitLock);
-    if (ReadBits() == 0)
+    ++m_waiting;
+    int error = 0;
+    if (m_bits == 0)
     {
         // Deliberate(WaitHasNoLoop): a wake-up without a bit ends the wait like a timeout. Every owner takes that
         // result for one and decides anew, so a loop here would only hide a wake-up from it.
-        const int error =
-            timeout < 0 ? m_condition.Wait(m_waitLock) : m_condition.WaitUntil(m_waitLock, DeadlineIn(timeout));
-        if (error != 0)
-        {
-            return 0;
-        }
+        error = timeout < 0 ? m_condition.Wait(m_waitLock) : m_condition.WaitUntil(m_waitLock, DeadlineIn(timeout));
+        CountWoken();
     }
-    return TakeBits();
+    --m_waiting;
+    return error != 0 ? 0 : TakeBits();
 }
 
 void NQEventHandler::KillOnce()
@@ -97,16 +109,19 @@ unsigned int NQEventHandler::WaitOnce(int timeout)
 {
     const timespec deadline = DeadlineIn(timeout < 0 ? 0 : timeout);
     NQGenTLLock wait(m_waitLock);
+    ++m_waiting;
     const unsigned long before = m_sleepsEnded;
     unsigned int bits = TakeOnce(before);
     ++m_sleeping;
     for (int error = 0; bits == 0 && error == 0; bits = TakeOnce(before))
     {
         error = timeout < 0 ? m_condition.Wait(m_waitLock) : m_condition.WaitUntil(m_waitLock, deadline);
+        CountWoken();
     }
     --m_sleeping;
+    --m_waiting;
     // One signal wakes one waiter: what is left is the next one's.
-    if (m_ended || m_kills != 0 || (bits > ~kKillBits && ReadBits() != 0))
+    if (m_ended || m_kills != 0 || (bits > ~kKillBits && m_bits != 0))
     {
         m_condition.Signal();
     }
@@ -144,25 +159,25 @@ unsigned int NQEventHandler::TakeOnce(unsigned long sleepsEnded)
         --m_kills;
         return kKillBits;
     }
-    const unsigned int bits = ReadBits();
+    const unsigned int bits = m_bits;
     return bits == 0 && std::exchange(m_endNextSleep, false) ? kKillBits : bits;
 }
 
-unsigned int NQEventHandler::ReadBits()
+void NQEventHandler::CountWoken()
 {
-    NQGenTLLock state(m_stateLock);
-    return m_bits;
+    // Which of two sleepers a signal woke cannot be told, and need not: the other finds no signal left and stays
+    // counted, so that no more than a signal for nobody comes of it.
+    if (m_signalled != 0)
+    {
+        --m_signalled;
+        ++m_waiting;
+    }
 }
 
 unsigned int NQEventHandler::TakeBits()
 {
-    NQGenTLLock state(m_stateLock);
     const unsigned int bits = m_bits;
-    if (bits > ~kKillBits)
-    {
-        m_bits &= ~kKillBits;
-    }
-    return bits;
+    return bits > ~kKillBits ? m_bits.fetch_and(~kKillBits) : bits;
 }
 
 } // namespace GigERDMA

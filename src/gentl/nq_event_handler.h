@@ -4,6 +4,8 @@
 
 #include "gentl/nq_gentl_mutex.h"
 
+#include <atomic>
+
 namespace GigERDMA
 {
 
@@ -11,7 +13,8 @@ namespace GigERDMA
 ///
 /// A wait sleeps only while no bit is set, and clears nothing but a kill that came while it slept: a kill pending when
 /// the wait begins stays set until ResetEvent. Setting bits and waking are one step for a waiter, so that no signal
-/// falls between its look at the bits and its sleep. Thread-safe; one signal wakes one waiter.
+/// falls between its look at the bits and its sleep. Thread-safe; one signal wakes one waiter. Where nobody waits, bits
+/// are set and cleared without a lock.
 ///
 /// An owner kills the handler before it goes; nobody may be waiting by then.
 class NQEventHandler
@@ -54,18 +57,24 @@ class NQEventHandler
     unsigned int WaitOnce(int timeout);
 
   private:
-    unsigned int ReadBits();
     unsigned int TakeOnce(unsigned long sleepsEnded) NQ_REQUIRES(m_waitLock);
+
+    /// After each sleep: whoever woke up counts again.
+    void CountWoken() NQ_REQUIRES(m_waitLock);
 
     /// Reads the bits and uses up a kill among them.
     unsigned int TakeBits();
 
-    // Order of locking: the wait lock before the state lock.
-    NQGenTLMutex m_stateLock;
     NQGenTLMutex m_waitLock;
     NQGenTLCondition m_condition NQ_GUARDED_BY(m_waitLock);
     const unsigned int m_mask;
-    unsigned int m_bits NQ_GUARDED_BY(m_stateLock) = 0;
+
+    // Each in the one order of all: who waits counts itself before it looks at the bits, and SetEvent sets bits before
+    // it looks for somebody who waits, so that at least one of the two sees the other. At least as many count as sleep:
+    // one that a signal of SetEvent is on its way to has been taken out, and is put in again if it sleeps on.
+    std::atomic<unsigned int> m_bits{0};
+    std::atomic<unsigned int> m_waiting{0};                 ///< Changed under the wait lock.
+    unsigned int m_signalled NQ_GUARDED_BY(m_waitLock) = 0; ///< Taken out, and not yet awake.
     unsigned int m_kills NQ_GUARDED_BY(m_waitLock) = 0;
     bool m_ended NQ_GUARDED_BY(m_waitLock) = false;
     unsigned int m_sleeping NQ_GUARDED_BY(m_waitLock) = 0;     ///< Calls of WaitOnce.
