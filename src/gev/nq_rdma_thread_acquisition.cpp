@@ -48,7 +48,6 @@ void NQRMAXThreadAcquisition::Run()
 
 void NQRMAXThreadAcquisition::Stop()
 {
-    const GigERDMA::NQGenTLLock lock(m_threadLock);
     m_stop = true;
 }
 
@@ -67,10 +66,4 @@ void NQRMAXThreadAcquisition::StartAcquisition(unsigned long value)
         m_stop = false;
         Start();
     }
-}
-
-bool NQRMAXThreadAcquisition::MustStop()
-{
-    const GigERDMA::NQGenTLLock lock(m_threadLock);
-    return m_stop;
 }

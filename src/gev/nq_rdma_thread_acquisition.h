@@ -4,6 +4,7 @@
 
 #include "gentl/nq_gentl_thread_base.h"
 
+#include <atomic>
 #include <cstdint>
 
 class NQGevDataStream;
@@ -36,9 +37,9 @@ class NQRMAXThreadAcquisition : public GigERDMA::NQGenTLThreadBase
     void StartAcquisition(unsigned long value);
 
   private:
-    bool MustStop();
+    bool MustStop() const { return m_stop; }
 
     NQGevDataStream* m_stream;
-    bool m_stop NQ_GUARDED_BY(m_threadLock) = false;
+    std::atomic<bool> m_stop{false};
     std::uint64_t m_value NQ_GUARDED_BY(m_threadLock) = 0;
 };

@@ -2,6 +2,7 @@
 // The moves of a frame block between the camera, the acquisition thread and the buffers.
 #include "rdma/frame_blocks.h"
 
+#include <algorithm>
 #include <utility>
 
 void FrameBlocks::Make(std::uint32_t count, std::size_t payloadSize)
@@ -86,13 +87,28 @@ void FrameBlocks::Clear()
 
 FrameBlocks::Block* FrameBlocks::Find(const void* id, State state)
 {
-    // Ids come back from the consumer, possibly from a run long gone: only compared, never followed.
-    for (Block& block : m_blocks)
+    if (id == nullptr)
     {
-        if (id != nullptr && block.id == id)
-        {
-            return block.state == state ? &block : nullptr;
-        }
+        return nullptr;
     }
-    return nullptr;
+    // Ids come back from the consumer, possibly from a run long gone: only compared, never followed.
+    const auto named = [id](const Block& block) { return block.id == id; };
+    const std::size_t place = PlaceInArray(id);
+    const auto found = place < m_blocks.size() && named(m_blocks[place])
+                           ? m_blocks.begin() + static_cast<std::ptrdiff_t>(place)
+                           : std::find_if(m_blocks.begin(), m_blocks.end(), named);
+    return found != m_blocks.end() && found->state == state ? &*found : nullptr;
+}
+
+/// Where the id would stand if all of them were addresses in one array, as those of the endpoint are; any number for
+/// others.
+std::size_t FrameBlocks::PlaceInArray(const void* id) const
+{
+    if (m_blocks.size() < 2)
+    {
+        return 0;
+    }
+    const auto first = reinterpret_cast<std::uintptr_t>(m_blocks[0].id);
+    const std::uintptr_t step = reinterpret_cast<std::uintptr_t>(m_blocks[1].id) - first;
+    return step == 0 ? 0 : (reinterpret_cast<std::uintptr_t>(id) - first) / step;
 }

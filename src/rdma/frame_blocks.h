@@ -91,6 +91,7 @@ class FrameBlocks
     };
 
     Block* Find(const void* id, State state) NQ_REQUIRES(m_lock);
+    std::size_t PlaceInArray(const void* id) const NQ_REQUIRES(m_lock);
 
     mutable NQMutex m_lock;
     std::vector<Block> m_blocks NQ_GUARDED_BY(m_lock);

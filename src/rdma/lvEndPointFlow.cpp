@@ -297,8 +297,14 @@ int LvEndpoint::GetBuffer(gevrdmaBuffer* out)
     {
         return GenTL::GC_ERR_RESOURCE_IN_USE;
     }
-    m_blocks.Taken(message);
-    m_receives.Completed(message);
+    if (m_memory == FrameMemory::Buffers)
+    {
+        m_receives.Completed(message);
+    }
+    else
+    {
+        m_blocks.Taken(message);
+    }
     out->id = message;
     out->data = message->addr;
     out->size = message->length;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 namespace
 {
@@ -30,11 +31,15 @@ void MessageQueue::Push(msg_buffer_mem* message)
     }
     m_ring[(m_front + m_count) % m_ring.size()] = message;
     ++m_count;
-    m_changed.NotifyAll();
+    if (std::exchange(m_asleep, false))
+    {
+        m_changed.NotifyAll();
+    }
 }
 
 void MessageQueue::WaitUntilDeadline()
 {
+    m_asleep = true;
     m_changed.WaitUntil(m_mutex, std::chrono::steady_clock::now() + kWaitLimit);
 }
 

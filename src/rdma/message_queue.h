@@ -20,7 +20,7 @@ class MessageQueue
     /// Makes room for `count` entries. Throws std::bad_alloc.
     void Reserve(std::size_t count);
 
-    /// Appends the entry and wakes every waiter.
+    /// Appends the entry and wakes every waiter that sleeps.
     void Push(msg_buffer_mem* message);
 
     /// Takes the oldest entry. While there is none, sleeps until a push or a deadline of 800 ms, and asks `stopping()`
@@ -58,4 +58,5 @@ class MessageQueue
     std::vector<msg_buffer_mem*> m_ring NQ_GUARDED_BY(m_mutex);
     std::size_t m_front NQ_GUARDED_BY(m_mutex) = 0;
     std::size_t m_count NQ_GUARDED_BY(m_mutex) = 0;
+    bool m_asleep NQ_GUARDED_BY(m_mutex) = false; ///< Somebody has gone to sleep since the last notification.
 };
