@@ -86,13 +86,15 @@ int NQGenTLEvent::Flush()
 {
     // Deliberate(RecordsAreNotFreed): an entry may be a buffer of the stream, and this class cannot tell. So a flushed
     // record is not freed, and only an event whose entries are not its own gets them back.
-    do
+    for (bool empty = false; !empty;)
     {
         while (m_queue.GetSize() > 0)
         {
             FlushFront();
         }
-    } while (!ResetIfEmpty());
+        NQGenTLLock pending(m_pendingLock);
+        empty = ResetIfEmpty();
+    }
     m_signal.ResetEvent(NQEventHandler::kKillBits);
     return GenTL::GC_ERR_SUCCESS;
 }
@@ -234,7 +236,6 @@ bool NQGenTLEvent::DeliverFront(void* pBuffer, unsigned long* piSize)
 
 bool NQGenTLEvent::ResetIfEmpty()
 {
-    NQGenTLLock pending(m_pendingLock);
     if (m_queue.GetSize() != 0)
     {
         return false;

@@ -142,7 +142,7 @@ class NQGenTLEvent
     int _validateEventGetDataParam(void* pBuffer, unsigned long* piSize);
     void FlushFront();
     bool DeliverFront(void* pBuffer, unsigned long* piSize);
-    bool ResetIfEmpty();
+    bool ResetIfEmpty() NQ_REQUIRES(m_pendingLock);
 
     const NQAnswers* m_answers;
     NQGenTLEventDataQueue m_queue;

@@ -9,6 +9,7 @@ void NQGenTLEventDataQueue::Add(void* entry)
 {
     NQGenTLLock lock(m_lock);
     m_entries.PushBack(entry);
+    m_size = m_entries.Size();
 }
 
 void* NQGenTLEventDataQueue::GetFront(bool remove)
@@ -18,13 +19,13 @@ void* NQGenTLEventDataQueue::GetFront(bool remove)
     {
         return nullptr;
     }
-    return remove ? m_entries.PopFront() : m_entries[0];
-}
-
-unsigned long NQGenTLEventDataQueue::GetSize()
-{
-    NQGenTLLock lock(m_lock);
-    return m_entries.Size();
+    if (!remove)
+    {
+        return m_entries[0];
+    }
+    void* const front = m_entries.PopFront();
+    m_size = m_entries.Size();
+    return front;
 }
 
 void NQGenTLEventDataQueue::Remove(void* entry)
@@ -39,12 +40,14 @@ void NQGenTLEventDataQueue::Remove(void* entry)
             m_entries.PushBack(oldest);
         }
     }
+    m_size = m_entries.Size();
 }
 
 void NQGenTLEventDataQueue::Clear()
 {
     NQGenTLLock lock(m_lock);
     m_entries.Clear();
+    m_size = 0;
 }
 
 std::deque<void*> NQGenTLEventDataQueue::Copy()
