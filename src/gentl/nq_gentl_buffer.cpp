@@ -129,55 +129,49 @@ void NQGenTLBuffer::UpdateData(unsigned long size, unsigned long frameId, unsign
 
 bool NQGenTLBuffer::TrySetQueueFlag()
 {
-    NQGenTLLock lock(m_lock);
-    if (m_queued)
+    if (m_queued.exchange(true))
     {
         return false;
     }
-    m_queued = true;
-    m_incomplete = m_incomplete && !Answers().queuedIsComplete;
+    if (Answers().queuedIsComplete)
+    {
+        m_incomplete = false;
+    }
     return true;
 }
 
 bool NQGenTLBuffer::IsQueued()
 {
-    NQGenTLLock lock(m_lock);
     return m_queued;
 }
 
 bool NQGenTLBuffer::IsImagePresent()
 {
-    NQGenTLLock lock(m_lock);
     return m_imagePresent;
 }
 
 void NQGenTLBuffer::SetQueueFlag(bool value)
 {
-    NQGenTLLock lock(m_lock);
     m_queued = value;
 }
 
 void NQGenTLBuffer::SetNewDataFlag(bool value)
 {
-    NQGenTLLock lock(m_lock);
     m_newData = value;
 }
 
 void NQGenTLBuffer::SetIncompleteFlag(bool value)
 {
-    NQGenTLLock lock(m_lock);
     m_incomplete = value;
 }
 
 void NQGenTLBuffer::SetImagePresentFlag(bool value)
 {
-    NQGenTLLock lock(m_lock);
     m_imagePresent = value;
 }
 
 void NQGenTLBuffer::SetAcquiringFlag(bool value)
 {
-    NQGenTLLock lock(m_lock);
     m_acquiring = value;
 }
 
@@ -191,13 +185,11 @@ void NQGenTLBuffer::GiveMemory(unsigned char* data, std::shared_ptr<const void> 
 
 bool NQGenTLBuffer::IsPosted()
 {
-    NQGenTLLock lock(m_lock);
     return m_posted;
 }
 
 void NQGenTLBuffer::SetPosted(bool posted)
 {
-    NQGenTLLock lock(m_lock);
     m_posted = posted;
 }
 
@@ -216,13 +208,11 @@ std::shared_ptr<const void> NQGenTLBuffer::GetMemory()
 
 void* NQGenTLBuffer::GetRdmaId()
 {
-    NQGenTLLock lock(m_lock);
     return m_rdmaId;
 }
 
 void NQGenTLBuffer::SetRdmaId(void* id)
 {
-    NQGenTLLock lock(m_lock);
     m_rdmaId = id;
 }
 

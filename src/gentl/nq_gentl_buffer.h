@@ -6,6 +6,7 @@
 #include "gentl/nq_gentl_frame_details.h"
 #include "gentl/nq_gentl_module_base.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -45,7 +46,7 @@ namespace GigERDMA
 /// ALL_TO_INPUT, after it has taken back what is delivered.
 ///
 /// Thread-safe: the acquisition thread writes while the consumer's threads read. Each operation is atomic for itself, a
-/// group of them is not.
+/// group of them is not. The flags and the RDMA id are each a state of their own and need no lock.
 class NQGenTLBuffer : private NQGenTLModuleBase
 {
   public:
@@ -163,27 +164,27 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     int _getTimestampNs(int* piType, void* pBuffer, unsigned long* piSize) NQ_REQUIRES(m_lock);
     unsigned long _deliveredLines() const NQ_REQUIRES(m_lock);
 
-    void* m_rdmaId NQ_GUARDED_BY(m_lock) = nullptr; ///< Null until the first frame binds a frame block.
+    std::atomic<void*> m_rdmaId{nullptr}; ///< Null until the first frame binds a frame block.
     Origin m_origin;
     unsigned char* m_data NQ_GUARDED_BY(m_lock);
     std::shared_ptr<const void> m_memory NQ_GUARDED_BY(m_lock); ///< Share in the frame block that m_data points into.
-    bool m_posted NQ_GUARDED_BY(m_lock) = false;
+    std::atomic<bool> m_posted{false};
     const unsigned long m_size;
     void* const m_userPtr;
     unsigned long m_timestamp NQ_GUARDED_BY(m_lock) = 0;
-    bool m_newData NQ_GUARDED_BY(m_lock) = false;
-    bool m_queued NQ_GUARDED_BY(m_lock) = false;
-    bool m_acquiring NQ_GUARDED_BY(m_lock) = false;
-    bool m_incomplete NQ_GUARDED_BY(m_lock) = false;
+    std::atomic<bool> m_newData{false};
+    std::atomic<bool> m_queued{false};
+    std::atomic<bool> m_acquiring{false};
+    std::atomic<bool> m_incomplete{false};
     const std::string m_tlType;
     unsigned long m_frameSize NQ_GUARDED_BY(m_lock) = 0;  ///< Bytes of pixels that the last frame has.
     unsigned long m_sizeFilled NQ_GUARDED_BY(m_lock) = 0; ///< Bytes that count as filled.
     NQFrameDetails m_details NQ_GUARDED_BY(m_lock);
-    bool m_copied NQ_GUARDED_BY(m_lock) = false;
+    std::atomic<bool> m_copied{false};
     unsigned long m_width NQ_GUARDED_BY(m_lock) = 0;
     unsigned long m_height NQ_GUARDED_BY(m_lock) = 0;
     unsigned long m_frameId NQ_GUARDED_BY(m_lock) = 0;
-    bool m_imagePresent NQ_GUARDED_BY(m_lock) = false;
+    std::atomic<bool> m_imagePresent{false};
     unsigned long m_pixelFormat NQ_GUARDED_BY(m_lock) = 0;
     const std::string m_fileName = "TBD-FileName"; ///< Read by nothing.
     NQGenTLMutex m_lock;

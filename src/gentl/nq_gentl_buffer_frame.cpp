@@ -43,7 +43,6 @@ bool NQGenTLBuffer::IsTooSmall()
 
 bool NQGenTLBuffer::IsCopied()
 {
-    NQGenTLLock lock(m_lock);
     return m_copied;
 }
 
@@ -53,8 +52,9 @@ void NQGenTLBuffer::_place(unsigned long size, const unsigned char* data)
 {
     const unsigned long length = std::min(m_size, size);
     const unsigned long front = std::min(m_details.frontSize, length);
-    m_copied = front != 0 || (data != m_data && length != 0);
-    if (m_copied)
+    const bool copied = front != 0 || (data != m_data && length != 0);
+    m_copied = copied;
+    if (copied)
     {
         std::memmove(m_data + front, data, length - front); // first: they may lie where the front ones go
         std::copy_n(m_details.front, front, m_data);
