@@ -28,6 +28,27 @@ NQGenTLBufferQueue::Buffers* NQGenTLBufferQueue::_getBufferQueue(NQ_BUFFER_TYPE_
     return nullptr;
 }
 
+void NQGenTLBufferQueue::Append(Buffers& buffers, NQGenTLBuffer* buffer)
+{
+    if (&buffers == &m_announced)
+    {
+        m_index.MakeRoom();
+        buffers.push_back(buffer);
+        m_index.Add(buffer);
+        return;
+    }
+    buffers.push_back(buffer);
+}
+
+NQGenTLBufferQueue::Buffers::iterator NQGenTLBufferQueue::Erase(Buffers& buffers, Buffers::iterator entry)
+{
+    if (&buffers == &m_announced)
+    {
+        m_index.Remove(*entry);
+    }
+    return buffers.erase(entry);
+}
+
 template <typename Match>
 NQGenTLBuffer* NQGenTLBufferQueue::Find(NQ_BUFFER_TYPE_LIST list, Match match, bool remove)
 {
@@ -45,7 +66,7 @@ NQGenTLBuffer* NQGenTLBufferQueue::Find(NQ_BUFFER_TYPE_LIST list, Match match, b
     NQGenTLBuffer* const buffer = *found;
     if (remove)
     {
-        buffers->erase(found);
+        Erase(*buffers, found);
     }
     return buffer;
 }
@@ -81,7 +102,7 @@ bool NQGenTLBufferQueue::Add(NQ_BUFFER_TYPE_LIST list, NQGenTLBuffer* buffer)
     {
         return false;
     }
-    buffers->push_back(buffer);
+    Append(*buffers, buffer);
     return true;
 }
 
@@ -99,10 +120,18 @@ void NQGenTLBufferQueue::Clear(NQ_BUFFER_TYPE_LIST list, bool deleteBuffers)
         while (!buffers->empty())
         {
             const std::unique_ptr<NQGenTLBuffer> buffer(buffers->front());
-            buffers->erase(std::remove(buffers->begin(), buffers->end(), buffer.get()), buffers->end());
+            for (auto found = buffers->begin(); found != buffers->end();
+                 found = std::find(found, buffers->end(), buffer.get()))
+            {
+                found = Erase(*buffers, found);
+            }
         }
     }
     buffers->clear();
+    if (buffers == &m_announced)
+    {
+        m_index.Clear();
+    }
 }
 
 NQGenTLBuffer* NQGenTLBufferQueue::GetFront(NQ_BUFFER_TYPE_LIST list, bool remove)
@@ -121,10 +150,10 @@ void NQGenTLBufferQueue::MoveTo(NQ_BUFFER_TYPE_LIST dest, NQ_BUFFER_TYPE_LIST so
         return;
     }
     NQGenTLBuffer* const moved = from->front();
-    to->push_back(moved);
+    Append(*to, moved);
     if (remove)
     {
-        from->erase(from->begin());
+        Erase(*from, from->begin());
     }
 }
 
@@ -138,10 +167,13 @@ void NQGenTLBufferQueue::FlushTo(NQ_BUFFER_TYPE_LIST dest, NQ_BUFFER_TYPE_LIST s
         return;
     }
     const Buffers moved = *from;
-    to->insert(to->end(), moved.begin(), moved.end());
+    for (NQGenTLBuffer* const buffer : moved)
+    {
+        Append(*to, buffer);
+    }
     if (clear)
     {
-        from->clear();
+        Clear(source, false);
     }
 }
 
@@ -167,9 +199,22 @@ NQGenTLBuffer* NQGenTLBufferQueue::FindByIndex(NQ_BUFFER_TYPE_LIST list, unsigne
     NQGenTLBuffer* const buffer = *found;
     if (remove)
     {
-        buffers->erase(found);
+        Erase(*buffers, found);
     }
     return buffer;
+}
+
+bool NQGenTLBufferQueue::GetInfoOf(void* handle, int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize,
+                                   int* result)
+{
+    NQGenTLLock lock(m_lock);
+    NQGenTLBuffer* const buffer = m_index.Find(handle);
+    if (buffer == nullptr)
+    {
+        return false;
+    }
+    *result = buffer->GetInfo(iInfoCmd, piType, pBuffer, piSize);
+    return true;
 }
 
 NQGenTLBuffer* NQGenTLBufferQueue::FindByHandle(NQ_BUFFER_TYPE_LIST list, void* handle, bool remove)
@@ -177,6 +222,11 @@ NQGenTLBuffer* NQGenTLBufferQueue::FindByHandle(NQ_BUFFER_TYPE_LIST list, void* 
     if (handle == nullptr)
     {
         return nullptr;
+    }
+    if (list == NQ_BUFFER_TYPE_ANNOUNCED && !remove)
+    {
+        NQGenTLLock lock(m_lock);
+        return m_index.Find(handle);
     }
     return Find(
         list, [&](NQGenTLBuffer* buffer) { return buffer->GetModule() == handle; }, remove);

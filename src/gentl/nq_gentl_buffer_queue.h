@@ -2,6 +2,7 @@
 // The two lists of buffers of a data stream behind one lock.
 #pragma once
 
+#include "gentl/nq_gentl_address_index.h"
 #include "gentl/nq_gentl_mutex.h"
 
 #include <vector>
@@ -21,7 +22,8 @@ enum NQ_BUFFER_TYPE_LIST : unsigned int
 /// A buffer that was handed to the consumer is in neither list but the announced one: the output queue is the new
 /// buffer event. Thread-safe, since the acquisition thread and the consumer's threads meet here: each operation holds
 /// the recursive lock for its whole run. Searches walk from the front and take the first match; a miss is null. With
-/// `remove` the entry found also leaves the list, the others keep their order.
+/// `remove` the entry found also leaves the list, the others keep their order. Only an announced buffer is found by its
+/// handle without a walk.
 class NQGenTLBufferQueue
 {
   public:
@@ -53,6 +55,10 @@ class NQGenTLBufferQueue
     NQGenTLBuffer* FindByIndex(NQ_BUFFER_TYPE_LIST list, unsigned int index, bool remove);
     NQGenTLBuffer* FindByHandle(NQ_BUFFER_TYPE_LIST list, void* handle, bool remove);
 
+    /// Asks an announced buffer, which no other thread can take off the list meanwhile, for one BUFFER_INFO command;
+    /// what NQGenTLBuffer::GetInfo gives goes to `result`. False for a handle that is not on the list.
+    bool GetInfoOf(void* handle, int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize, int* result);
+
     /// Searches for the buffer whose data pointer is `data`.
     NQGenTLBuffer* FindByBuffer(NQ_BUFFER_TYPE_LIST list, void* data, bool remove);
 
@@ -63,12 +69,16 @@ class NQGenTLBufferQueue
     /// Null for a value that selects nothing.
     Buffers* _getBufferQueue(NQ_BUFFER_TYPE_LIST list) NQ_REQUIRES(m_lock);
 
+    void Append(Buffers& buffers, NQGenTLBuffer* buffer) NQ_REQUIRES(m_lock);
+    Buffers::iterator Erase(Buffers& buffers, Buffers::iterator entry) NQ_REQUIRES(m_lock);
+
     template <typename Match>
     NQGenTLBuffer* Find(NQ_BUFFER_TYPE_LIST list, Match match, bool remove);
 
     NQGenTLMutex m_lock;
     Buffers m_queued NQ_GUARDED_BY(m_lock);
     Buffers m_announced NQ_GUARDED_BY(m_lock);
+    NQGenTLAddressIndex<NQGenTLBuffer> m_index NQ_GUARDED_BY(m_lock); ///< Of the announced buffers.
 };
 
 } // namespace GigERDMA

@@ -12,25 +12,19 @@
 namespace GigERDMA
 {
 
-template <typename Match>
-NQGenTLModuleBase* NQGenTLModuleContainer::Find(Match match, bool remove)
+void NQGenTLModuleContainer::Erase(std::size_t index)
 {
-    NQGenTLLock lock(m_lock);
-    // By index: a module that is asked for its name may itself come back to this list.
-    for (std::size_t i = 0; i < m_modules.size(); ++i)
+    m_index.Remove(m_modules[index]);
+    m_modules.erase(m_modules.begin() + static_cast<std::ptrdiff_t>(index));
+}
+
+void NQGenTLModuleContainer::EraseFirst(const NQGenTLModuleBase* module)
+{
+    const auto found = std::find(m_modules.begin(), m_modules.end(), module);
+    if (found != m_modules.end())
     {
-        NQGenTLModuleBase* const module = m_modules[i];
-        if (!match(module))
-        {
-            continue;
-        }
-        if (remove)
-        {
-            m_modules.erase(m_modules.begin() + static_cast<std::ptrdiff_t>(i));
-        }
-        return module;
+        Erase(static_cast<std::size_t>(found - m_modules.begin()));
     }
-    return nullptr;
 }
 
 unsigned int NQGenTLModuleContainer::GetCount()
@@ -46,7 +40,9 @@ bool NQGenTLModuleContainer::Add(NQGenTLModuleBase* module)
         return false;
     }
     NQGenTLLock lock(m_lock);
+    m_index.MakeRoom();
     m_modules.push_back(module);
+    m_index.Add(module);
     return true;
 }
 
@@ -56,7 +52,22 @@ NQGenTLModuleBase* NQGenTLModuleContainer::FindById(const char* id, bool remove)
     {
         return nullptr;
     }
-    return Find([&](NQGenTLModuleBase* module) { return std::strcmp(module->GetId().c_str(), id) == 0; }, remove);
+    NQGenTLLock lock(m_lock);
+    // By index: a module that is asked for its id may itself come back to this list.
+    for (std::size_t i = 0; i < m_modules.size(); ++i)
+    {
+        NQGenTLModuleBase* const module = m_modules[i];
+        if (std::strcmp(module->GetId().c_str(), id) != 0)
+        {
+            continue;
+        }
+        if (remove)
+        {
+            Erase(i);
+        }
+        return module;
+    }
+    return nullptr;
 }
 
 NQGenTLModuleBase* NQGenTLModuleContainer::FindByIndex(unsigned int index, bool remove)
@@ -69,7 +80,7 @@ NQGenTLModuleBase* NQGenTLModuleContainer::FindByIndex(unsigned int index, bool 
     NQGenTLModuleBase* const module = m_modules[index];
     if (remove)
     {
-        m_modules.erase(m_modules.begin() + index);
+        Erase(index);
     }
     return module;
 }
@@ -80,7 +91,13 @@ NQGenTLModuleBase* NQGenTLModuleContainer::FindByHandle(void* handle, bool remov
     {
         return nullptr;
     }
-    return Find([&](NQGenTLModuleBase* module) { return module == handle; }, remove);
+    NQGenTLLock lock(m_lock);
+    NQGenTLModuleBase* const module = m_index.Find(handle);
+    if (module != nullptr && remove)
+    {
+        EraseFirst(module);
+    }
+    return module;
 }
 
 NQGenTLModuleBase* NQGenTLModuleContainer::FindByHandleAndName(void* handle, const char* name, bool remove)
@@ -89,11 +106,17 @@ NQGenTLModuleBase* NQGenTLModuleContainer::FindByHandleAndName(void* handle, con
     {
         return nullptr;
     }
-    return Find(
-        [&](NQGenTLModuleBase* module) {
-            return module == handle && std::strcmp(module->GetName().c_str(), name) == 0;
-        },
-        remove);
+    NQGenTLLock lock(m_lock);
+    NQGenTLModuleBase* const module = m_index.Find(handle);
+    if (module == nullptr || std::strcmp(module->GetName().c_str(), name) != 0)
+    {
+        return nullptr;
+    }
+    if (remove)
+    {
+        EraseFirst(module);
+    }
+    return module;
 }
 
 NQGenTLEvent* NQGenTLModuleContainer::FindEventByHandle(void* handle, bool enter)
@@ -118,10 +141,14 @@ void NQGenTLModuleContainer::Clear(bool destroy)
         while (!m_modules.empty())
         {
             const std::unique_ptr<NQGenTLModuleBase> module(m_modules.front());
-            m_modules.erase(std::remove(m_modules.begin(), m_modules.end(), module.get()), m_modules.end());
+            while (m_index.Find(module.get()) != nullptr)
+            {
+                EraseFirst(module.get());
+            }
         }
     }
     m_modules.clear();
+    m_index.Clear();
 }
 
 } // namespace GigERDMA

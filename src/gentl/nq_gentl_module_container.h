@@ -2,8 +2,10 @@
 // A locked list of modules that does not own them.
 #pragma once
 
+#include "gentl/nq_gentl_address_index.h"
 #include "gentl/nq_gentl_mutex.h"
 
+#include <cstddef>
 #include <vector>
 
 namespace GigERDMA
@@ -13,7 +15,7 @@ class NQGenTLEvent;
 class NQGenTLModuleBase;
 
 /// The controller keeps one of every live module, which is what makes a handle valid; the other modules keep one of
-/// their children. Entries stay in the order of their adding.
+/// their children. Entries stay in the order of their adding; one is found by its handle without a walk.
 ///
 /// Thread-safe: every operation holds the recursive mutex for its whole run. Names and ids are asked
 /// for with the mutex held, so only of modules that the list knows: an unknown address is compared, never dereferenced.
@@ -47,11 +49,12 @@ class NQGenTLModuleContainer
     void Clear(bool destroy);
 
   private:
-    template <typename Match>
-    NQGenTLModuleBase* Find(Match match, bool remove);
+    void Erase(std::size_t index) NQ_REQUIRES(m_lock);
+    void EraseFirst(const NQGenTLModuleBase* module) NQ_REQUIRES(m_lock);
 
     NQGenTLMutex m_lock;
     std::vector<NQGenTLModuleBase*> m_modules NQ_GUARDED_BY(m_lock);
+    NQGenTLAddressIndex<NQGenTLModuleBase> m_index NQ_GUARDED_BY(m_lock);
 };
 
 } // namespace GigERDMA
