@@ -239,13 +239,12 @@ int NQGenTLDataStream::GetBufferID(unsigned int index, void** handle)
 
 int NQGenTLDataStream::GetBufferInfo(void* handle, int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
 {
-    NQGenTLLock queueing(m_queueingLock);
-    NQGenTLBuffer* const buffer = m_buffers.FindByHandle(NQ_BUFFER_TYPE_ANNOUNCED, handle, false);
-    if (buffer == nullptr)
+    int result = GenTL::GC_ERR_SUCCESS;
+    if (!m_buffers.GetInfoOf(handle, iInfoCmd, piType, pBuffer, piSize, &result))
     {
         return NQFailed(GenTL::GC_ERR_INVALID_HANDLE, "%s GC_ERR_INVALID_HANDLE", "GetBufferInfo");
     }
-    return buffer->GetInfo(iInfoCmd, piType, pBuffer, piSize);
+    return result;
 }
 
 int NQGenTLDataStream::StartAcquisition(int flags, unsigned long numToAcquire)
@@ -463,11 +462,11 @@ void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned
         NQGenTLLock transfer(m_transferLock);
         if (NQGenTLBuffer* const buffer = TakeBufferFor(rdmaId, frameId))
         {
-            CountStarted();
+            ++m_numStarted;
             buffer->SetAcquiringFlag(true);
             buffer->UpdateDetails(m_details);
             buffer->UpdateData(size, frameId, timestamp, width, height, pixelFormat, data);
-            CountCopied(buffer);
+            m_numCopied += buffer->IsCopied() ? 1 : 0;
             buffer->SetAcquiringFlag(false);
             formerMemory = HandOver(buffer, rdmaId);
             buffer->SetNewDataFlag(true);
@@ -498,7 +497,11 @@ void NQGenTLDataStream::EndWithLastFrame()
 /// For a frame that has come: whether it is the one past the last one asked for.
 bool NQGenTLDataStream::PassesLimit()
 {
-    NQGenTLLock lock(m_moduleLock);
+    if (m_numToAcquire == GENTL_INFINITE)
+    {
+        return false;
+    }
+    NQGenTLLock lock(m_moduleLock); // A start changes both in one step.
     return m_numToAcquire != GENTL_INFINITE && m_numAcquired >= m_numToAcquire;
 }
 
@@ -557,7 +560,7 @@ void NQGenTLDataStream::Deliver(NQGenTLBuffer* buffer, int status)
     // Deliberate(NobodyRegistered): with nobody registered for new buffers nothing is counted and the buffer stays out
     // of the lists: nobody could take it, and a count would claim that somebody did.
     NQGenTLLock lock(m_moduleLock);
-    NQGenTLEvent* const event = FindEventById(GenTL::EVENT_NEW_BUFFER, false);
+    NQGenTLEvent* const event = RegisteredEvent(GenTL::EVENT_NEW_BUFFER);
     if (event == nullptr)
     {
         if (Answers().queueingPosts)

@@ -155,7 +155,7 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     void DropFrame(void* rdmaId);
 
     /// How many frames of this run were copied, of those that need not be.
-    unsigned long NumCopied();
+    unsigned long NumCopied() const { return m_numCopied; }
 
     /// What is known of the frame that the next EndOfTransfer delivers. Thread-bound to the acquisition thread.
     void SetFrameDetails(const NQFrameDetails& details) { m_details = details; }
@@ -192,8 +192,6 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     bool BeginFrames();
     int EndRun(int flags);
     bool Enqueue(NQGenTLBuffer* buffer) NQ_REQUIRES(m_queueingLock);
-    void CountStarted();
-    void CountCopied(NQGenTLBuffer* buffer);
     void EndBuffers();
     void Withdraw(NQGenTLBuffer* buffer);
     bool IsStarted();
@@ -209,13 +207,13 @@ class NQGenTLDataStream : public NQGenTLModuleBase
     unsigned int m_startsUnderWay NQ_GUARDED_BY(m_moduleLock) = 0;
     unsigned long m_timesWithoutStart NQ_GUARDED_BY(m_moduleLock) = 0; ///< How often the last start under way has left.
     NQGenTLCondition m_noStart;
-    unsigned long m_numToAcquire NQ_GUARDED_BY(m_moduleLock) = 0;
+    std::atomic<unsigned long> m_numToAcquire{0}; ///< Changed under the module lock, with the count below.
     unsigned long m_numAcquired NQ_GUARDED_BY(m_moduleLock) = 0;
     const std::string m_id;
     unsigned long m_numDelivered NQ_GUARDED_BY(m_moduleLock) = 0;
     unsigned long m_numUnderrun NQ_GUARDED_BY(m_moduleLock) = 0;
-    unsigned long m_numStarted NQ_GUARDED_BY(m_moduleLock) = 0; ///< Frames that began to go into a buffer.
-    unsigned long m_numCopied NQ_GUARDED_BY(m_moduleLock) = 0;
+    std::atomic<unsigned long> m_numStarted{0}; ///< Frames that began to go into a buffer.
+    std::atomic<unsigned long> m_numCopied{0};
     bool m_stopDue NQ_GUARDED_BY(m_moduleLock) =
         false; ///< Ended with the last frame; the consumer has not stopped yet.
     bool m_mayBeLost NQ_GUARDED_BY(m_moduleLock) = false; ///< In a run that nobody stops and that was not lost yet.

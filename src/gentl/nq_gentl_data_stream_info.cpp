@@ -107,12 +107,6 @@ void NQGenTLDataStream::CountSkipped(unsigned long frameId)
     m_nextAfterEmpty = m_buffers.GetCount(NQ_BUFFER_TYPE_QUEUED) == 0 ? frameId + 1 : 0;
 }
 
-void NQGenTLDataStream::CountStarted()
-{
-    NQGenTLLock lock(m_moduleLock);
-    ++m_numStarted;
-}
-
 int NQGenTLDataStream::GetInfo(int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize)
 {
     if (piType == nullptr || piSize == nullptr)
@@ -163,10 +157,8 @@ int NQGenTLDataStream::GetFixedInfo(int iInfoCmd, int* piType, void* pBuffer, un
 {
     switch (iInfoCmd)
     {
-    case GenTL::STREAM_INFO_NUM_STARTED: {
-        NQGenTLLock lock(m_moduleLock);
+    case GenTL::STREAM_INFO_NUM_STARTED:
         return NQGenTLUtil::CopyInfoUint64(m_numStarted, piType, pBuffer, piSize);
-    }
     case GenTL::STREAM_INFO_NUM_CHUNKS_MAX:
         return NQGenTLUtil::CopyInfoSizeT(0, piType, pBuffer, piSize);
     default: // any address will do
@@ -192,18 +184,6 @@ int NQGenTLDataStream::GetCounterInfo(int iInfoCmd, int* piType, void* pBuffer, 
     }
     NQGenTLEvent* const event = FindEventById(GenTL::EVENT_NEW_BUFFER, false);
     return NQGenTLUtil::CopyInfoSizeT(event == nullptr ? 0 : event->GetNumInQueue(), piType, pBuffer, piSize);
-}
-
-void NQGenTLDataStream::CountCopied(NQGenTLBuffer* buffer)
-{
-    NQGenTLLock lock(m_moduleLock);
-    m_numCopied += buffer->IsCopied() ? 1 : 0;
-}
-
-unsigned long NQGenTLDataStream::NumCopied()
-{
-    NQGenTLLock lock(m_moduleLock);
-    return m_numCopied;
 }
 
 } // namespace GigERDMA

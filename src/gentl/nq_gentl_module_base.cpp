@@ -93,6 +93,7 @@ void NQGenTLModuleBase::EndEvents(bool flush)
     {
         NQGenTLLock lock(m_moduleLock);
         m_events.swap(events);
+        m_hasEvents = false;
         for (std::size_t i = 0; flush && i < events.size(); ++i)
         {
             events[i]->Flush();
@@ -223,6 +224,10 @@ int NQGenTLModuleBase::GetPortURLInfo(unsigned int iURLIndex, int iInfoCmd, int*
 
 NQGenTLEvent* NQGenTLModuleBase::FindEventByHandle(void* handle, bool enter)
 {
+    if (!m_hasEvents)
+    {
+        return nullptr;
+    }
     NQGenTLLock lock(m_moduleLock);
     const auto found =
         std::find_if(m_events.begin(), m_events.end(), [&](const auto& event) { return event.get() == handle; });
@@ -240,25 +245,29 @@ NQGenTLEvent* NQGenTLModuleBase::FindEventByHandle(void* handle, bool enter)
 NQGenTLEvent* NQGenTLModuleBase::FindEventById(int id, bool remove)
 {
     NQGenTLLock lock(m_moduleLock);
+    NQGenTLEvent* const event = RegisteredEvent(id);
+    if (event != nullptr && remove)
+    {
+        const auto found =
+            std::find_if(m_events.begin(), m_events.end(), [&](const auto& each) { return each.get() == event; });
+        static_cast<void>(found->release());
+        m_events.erase(found);
+        m_hasEvents = !m_events.empty();
+    }
+    return event;
+}
+
+NQGenTLEvent* NQGenTLModuleBase::RegisteredEvent(int id)
+{
     const auto found =
         std::find_if(m_events.begin(), m_events.end(), [&](const auto& event) { return event->GetEventId() == id; });
-    if (found == m_events.end())
-    {
-        return nullptr;
-    }
-    if (!remove)
-    {
-        return found->get();
-    }
-    NQGenTLEvent* const event = found->release();
-    m_events.erase(found);
-    return event;
+    return found != m_events.end() ? found->get() : nullptr;
 }
 
 bool NQGenTLModuleBase::SignalEvent(int id, void* entry)
 {
     NQGenTLLock lock(m_moduleLock);
-    NQGenTLEvent* const event = FindEventById(id, false);
+    NQGenTLEvent* const event = RegisteredEvent(id);
     return event != nullptr && event->Signal(entry);
 }
 
@@ -286,6 +295,7 @@ int NQGenTLModuleBase::RegisterEvent(int iEventID, void** phEvent)
     }
     event->UseAnswers(m_answers);
     m_events.push_back(std::move(event));
+    m_hasEvents = true;
     *phEvent = m_events.back().get();
     return GenTL::GC_ERR_SUCCESS;
 }

@@ -7,6 +7,7 @@
 #include "gentl/nq_gentl_port_info.h"
 #include "gentl/nq_gentl_xml_info.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -136,6 +137,9 @@ class NQGenTLModuleBase
     int UnregisterEvent(int iEventID);
 
   protected:
+    /// As FindEventById without `remove`.
+    NQGenTLEvent* RegisteredEvent(int id) NQ_REQUIRES(m_moduleLock);
+
     NQGenTLMutex m_moduleLock; ///< For the state of this class and that of its subclasses.
 
   private:
@@ -162,6 +166,7 @@ class NQGenTLModuleBase
     NQGenTLMutex m_openLock{NQHeld::Long}; ///< Held while DoOpen runs; taken by nothing else.
     bool m_bOpen NQ_GUARDED_BY(m_moduleLock) = false;
     std::vector<std::unique_ptr<NQGenTLEvent>> m_events NQ_GUARDED_BY(m_moduleLock); ///< At most one of each id.
+    std::atomic<bool> m_hasEvents{false}; ///< So that a search for an event need not lock the modules without any.
 };
 
 } // namespace GigERDMA
