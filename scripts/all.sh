@@ -1,13 +1,16 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# ./run all: what CI runs, and what takes longer: the examples, their container too, all tests on Debian 13, every fault,
-# gentl-check in the guests, a minute of each fuzz target, and the endurance run. A few hours on two cores.
+# ./run all: what CI runs, and what takes longer: the site of the documentation, Debian's packages, the examples,
+# their container too, all tests on Debian 13, every fault, gentl-check in the guests, a minute of each fuzz target, and the
+# endurance run. A few hours on two cores.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh
 [ $# = 0 ] || fail "all takes no argument \"$1\""
 .ci/run
 ./run bench --quick
+./run docs
+./run package
 ./run examples
 scripts/examples_container.sh
 ./run test --on trixie

@@ -26,7 +26,7 @@ inside() {
     cd /checkout
     umount -l /mnt
     ip link set lo up
-    env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM="${TERM:-dumb}" ${CI:+CI="$CI"} ./run "$@"
+    env -i NQ_INSIDE=1 PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM="${TERM:-dumb}" ${CI:+CI="$CI"} ./run "$@"
 }
 
 if [ "${1:-}" = --inside ]; then
@@ -39,18 +39,32 @@ suite=$1 command=$2
 shift 2
 need_disk
 need_namespaces
-packages=$build_packages
-[ "$command" = demo ] || packages="$packages $test_packages"
+case $command in
+demo) packages=$build_packages ;;
+test) packages="$build_packages $test_packages" ;;
+package) packages="$build_packages $package_packages" ;;
+esac
 root=${XDG_CACHE_HOME:-$HOME/.cache}/nq-gev-rdma-tl/$suite-$command
 # shellcheck disable=SC2086
 make_root "$suite" "$root" $packages
 copy=$PWD/build-$suite-$command
 mkdir -p "$copy"
 find "$copy" -mindepth 1 -maxdepth 1 ! -name 'build*' -exec rm -rf {} +
-tar -c --exclude=./.git --exclude='./build*' --exclude=./out --exclude=./.run.lock . | tar -x -C "$copy"
+if [ "$command" = package ]; then
+    # What is packaged is the source that is handed out.
+    scripts/source.sh out/package
+    tar -x --strip-components=1 -C "$copy" -f out/package/nq-gev-rdma-tl-*.tar.xz
+else
+    tar -c --exclude=./.git --exclude='./build*' --exclude=./out --exclude=./.run.lock . | tar -x -C "$copy"
+fi
 status=0
 # All mounts go with the namespaces, however the command ends.
 setpriv --pdeathsig KILL unshare --net --mount --pid --fork --kill-child \
     "$0" --inside "$root" "$copy" "$command" "$@" || status=$?
+if [ "$command" = package ] && [ $status = 0 ]; then
+    rm -rf "out/package/$suite"
+    cp -r "$copy/out/package" "out/package/$suite"
+    scripts/package_check.sh "$suite" "out/package/$suite"
+fi
 echo "what Debian $suite calls /checkout is $copy"
 exit $status

@@ -20,7 +20,7 @@ constexpr const char* kRunPath = NQ_SOURCE_DIR "/run";
 TEST(Run, EveryCommandHelps)
 {
     for (const std::string command : {"demo", "test", "lint", "asan", "tsan", "coverage", "mutate", "fuzz", "roce",
-                                      "bench", "faults", "check", "docs", "examples", "soak"})
+                                      "bench", "faults", "check", "docs", "examples", "package", "soak"})
     {
         for (const char* option : {"--help", "-h"})
         {
@@ -33,14 +33,15 @@ TEST(Run, EveryCommandHelps)
     EXPECT_THAT(RunProgram({kRunPath, "demo", "--help"}).output, HasSubstr("1280 x 1024"));
 }
 
-TEST(Run, AnotherDebianIsForDemoAndTestAndHasAName)
+TEST(Run, AnotherDebianIsForSomeCommandsAndHasAName)
 {
     for (const std::vector<std::string>& arguments :
          std::vector<std::vector<std::string>>{{"lint", "--on", "trixie"}, {"test", "--on", "sid"}, {"demo", "--on"}})
     {
         const Outcome outcome = RunProgram(Joined({kRunPath}, arguments));
         EXPECT_EQ(outcome.exitCode, 2) << arguments[0];
-        EXPECT_EQ(outcome.output, "run: --on bookworm (Debian 12) and --on trixie (Debian 13) go with demo and test\n");
+        EXPECT_EQ(outcome.output,
+                  "run: --on bookworm (Debian 12) and --on trixie (Debian 13) go with demo, test and package\n");
     }
 }
 
