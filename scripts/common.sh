@@ -12,7 +12,7 @@ browser_packages="chromium chromium-driver python3-selenium"
 # What the examples want beyond these: OpenCV's core, and the pipelines of GStreamer.
 example_packages="libopencv-core-dev gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good"
 docs_packages="python3 mkdocs mkdocs-material linkchecker doxygen"
-package_packages="debhelper lintian scdoc libaravis-dev libglib2.0-dev xz-utils"
+package_packages="build-essential debhelper lintian scdoc libaravis-dev libglib2.0-dev xz-utils"
 lint_packages="clang clang-format-16 clang-tidy shellcheck"
 # What makes a Debian in a folder.
 root_packages="mmdebstrap debian-archive-keyring"
