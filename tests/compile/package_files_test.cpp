@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the Debian packages bring beside the files of cmake --install.
 #include "support/command_output.h"
+#include "support/temporary_folder.h"
 #include "support/tool.h"
 
 #include <gmock/gmock.h>
@@ -8,6 +9,7 @@
 namespace
 {
 
+namespace fs = std::filesystem;
 using namespace nq::test;
 using testing::HasSubstr;
 using testing::Not;
@@ -58,6 +60,37 @@ TEST(PackageFiles, HaveTheVersionOfTheProject)
     const std::string number = version.substr(0, 5);
     EXPECT_THAT(BytesOf(NQ_SOURCE_DIR "/debian/changelog"), testing::StartsWith("nq-gev-rdma-tl (" + number + ") "));
     EXPECT_THAT(BytesOf(NQ_SOURCE_DIR "/debian/rules"), HasSubstr("/libnq_gev_rdma_tl.cti." + number + "\n"));
+}
+
+TEST(PackageSource, IsTheSameBytesWhenAndWhereverItIsPackedAndWhateverWasBuilt)
+{
+    const TemporaryFolder folder;
+    std::string packed[2];
+    for (const char* const name : {"one", "another place"})
+    {
+        const fs::path tree = folder / name;
+        for (const char* part : {"scripts", "debian", "build", "build-asan", "out"})
+        {
+            fs::create_directories(tree / part);
+        }
+        for (const char* file : {"scripts/source.sh", "scripts/common.sh", "debian/changelog"})
+        {
+            fs::copy_file(fs::path(NQ_SOURCE_DIR) / file, tree / file);
+        }
+        std::ofstream(tree / "CMakeLists.txt") << "project(x VERSION 1.2.3 LANGUAGES CXX)\n";
+        std::ofstream(tree / "build/built") << name;
+        const bool isFirst = packed[0].empty();
+        fs::last_write_time(tree / "CMakeLists.txt", fs::file_time_type::clock::now() - std::chrono::hours(isFirst));
+        EXPECT_EQ(OutputOf({tree / "scripts/source.sh", tree / "out/made"}), "");
+        const std::string archive = tree / "out/made/nq-gev-rdma-tl-1.2.3.tar.xz";
+        EXPECT_EQ(OutputOf({"/bin/tar", "-tf", archive}),
+                  "nq-gev-rdma-tl-1.2.3/\nnq-gev-rdma-tl-1.2.3/CMakeLists.txt\nnq-gev-rdma-tl-1.2.3/debian/\n"
+                  "nq-gev-rdma-tl-1.2.3/debian/changelog\nnq-gev-rdma-tl-1.2.3/scripts/\n"
+                  "nq-gev-rdma-tl-1.2.3/scripts/common.sh\nnq-gev-rdma-tl-1.2.3/scripts/source.sh\n");
+        packed[isFirst ? 0 : 1] = BytesOf(archive);
+    }
+    EXPECT_FALSE(packed[0].empty());
+    EXPECT_TRUE(packed[0] == packed[1]);
 }
 
 } // namespace
