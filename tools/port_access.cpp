@@ -149,6 +149,10 @@ DescriptionFile PortAccess::Description()
         }
         urls += (urls.empty() ? "" : ", ") + url;
     }
+    if (AskForControl() == Control::Silent)
+    {
+        throw ToolFailure(Explained("its description")); // it could not tell its URL
+    }
     throw ToolFailure(ExitCode::Failure, fmt::format("{} has no description that can be read here: {}", m_who,
                                                      urls.empty() ? "no URL" : urls));
 }

@@ -83,7 +83,8 @@ class SettingsWriter
   public:
     SettingsWriter(Features& features, bool control) : m_features(features), m_control(control) {}
 
-    std::string Text()
+    /// `head` stands at the beginning.
+    SavedSettings Saved(std::string head)
     {
         std::string selectors;
         for (const std::string& name : m_features.Names())
@@ -106,7 +107,11 @@ class SettingsWriter
                 Add(reading);
             }
         }
-        return m_text + (selectors.empty() ? "" : "\n# Selectors\n" + selectors);
+        for (const std::string& one : m_left)
+        {
+            head += fmt::format("# {}\n", one);
+        }
+        return {head + m_text + (selectors.empty() ? "" : "\n# Selectors\n" + selectors), m_left};
     }
 
   private:
@@ -134,10 +139,17 @@ class SettingsWriter
         std::vector<std::string> selections = {""};
         for (const std::string& selector : feature.selectors)
         {
+            const std::vector<std::string> values = ValuesOf(m_features.Read(selector).feature);
+            if (selections.size() * values.size() > kMostSelections)
+            {
+                m_left.push_back(fmt::format("{} is not saved: it has more than {} values, by {}", feature.name,
+                                             kMostSelections, fmt::join(feature.selectors, ", ")));
+                return;
+            }
             std::vector<std::string> longer;
             for (const std::string& selection : selections)
             {
-                for (const std::string& value : ValuesOf(m_features.Read(selector).feature))
+                for (const std::string& value : values)
                 {
                     longer.push_back(fmt::format("{}{}{}", selection, selection.empty() ? "" : ",", value));
                 }
@@ -153,6 +165,7 @@ class SettingsWriter
     Features& m_features;
     bool m_control;
     std::string m_text;
+    std::vector<std::string> m_left;
     std::string m_category = "\n"; // no category is called so
 };
 
@@ -226,11 +239,11 @@ std::vector<UnsetSetting> SetMost(Features& features, const std::vector<Setting>
 
 } // namespace
 
-std::string SettingsText(Features& features, const std::string& who, bool control)
+SavedSettings SettingsText(Features& features, const std::string& who, bool control)
 {
     std::string text = fmt::format("{}{}{}\n", kHead, Printable(who), kTail);
     text += control ? "" : "# Another program controls it: of each selector one value alone.\n";
-    return text + SettingsWriter(features, control).Text();
+    return SettingsWriter(features, control).Saved(text);
 }
 
 SettingsFile ParseSettings(std::string_view text)

@@ -14,8 +14,14 @@ namespace nq::tool
 /// Lines "NAME = VALUE", in an order in which they can be set: each value of what a selector selects by itself, then
 /// the selectors as they are. Empty lines and comments, which begin with "#", tell things apart; the first names the
 /// module `who`. Texts are in quotes as in JSON, or "hex:" and their bytes when they are no UTF-8. Without `control`
-/// the selectors stay, and one value stands for all.
-std::string SettingsText(Features& features, const std::string& who, bool control);
+/// the selectors stay, and one value stands for all. What has more than 4096 values of that kind, as large tables have,
+/// is left out, and the text says so.
+struct SavedSettings
+{
+    std::string text;
+    std::vector<std::string> left; ///< what is left out and why, a sentence each
+};
+SavedSettings SettingsText(Features& features, const std::string& who, bool control);
 
 /// Such a text, read.
 struct SettingsFile

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <fmt/format.h>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <memory>
 #include <system_error>
@@ -26,14 +27,22 @@ struct SettingsOptions
     bool overwrite = false;
 };
 
+/// Standard output or input instead of a file.
+constexpr const char* kStandardFile = "-";
+
 ExitCode Save(const CommonOptions& common, const SettingsOptions& options)
 {
     NeedFeatureEngine();
     ModuleSession session(common, options.module, ModuleUse::ControlIfFree);
     Features features(session.Port(), session.HasControl());
-    const std::string text = SettingsText(features, session.Port().Who(), session.HasControl());
-    const auto count = static_cast<size_t>(ParseSettings(text).settings.size());
-    WriteFile(options.file, text, options.overwrite);
+    const SavedSettings saved = SettingsText(features, session.Port().Who(), session.HasControl());
+    const auto count = static_cast<size_t>(ParseSettings(saved.text).settings.size());
+    const bool inFile = options.file != kStandardFile;
+    inFile ? WriteFile(options.file, saved.text, options.overwrite) : void();
+    for (const std::string& one : saved.left)
+    {
+        fmt::print(stderr, "nq-gev: warning: {}\n", Printable(one));
+    }
     if (!session.HasControl())
     {
         fmt::print(stderr,
@@ -41,7 +50,14 @@ ExitCode Save(const CommonOptions& common, const SettingsOptions& options)
     }
     if (common.json)
     {
-        PrintJson({{"file", options.file}, {"saved", count}, {"all", session.HasControl()}});
+        nlohmann::ordered_json told = {
+            {"file", options.file}, {"saved", count}, {"all", session.HasControl() && saved.left.empty()}};
+        inFile ? void() : told.update({{"settings", saved.text}});
+        PrintJson(told);
+    }
+    else if (!inFile)
+    {
+        fmt::print("{}", saved.text);
     }
     else
     {
@@ -52,6 +68,10 @@ ExitCode Save(const CommonOptions& common, const SettingsOptions& options)
 
 std::string TextOf(const std::string& path)
 {
+    if (path == kStandardFile)
+    {
+        return {std::istreambuf_iterator<char>(std::cin), {}};
+    }
     std::ifstream file(path, std::ios::binary);
     if (!file)
     {
@@ -118,7 +138,9 @@ void AddSettingsVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen)
     for (CLI::App* const verb : {save, load})
     {
         AddModuleOptions(*verb, options->module, true);
-        verb->add_option("FILE", options->file, "The file")->required();
+        verb->add_option("FILE", options->file,
+                         std::string("The file; - is standard ") + (verb == save ? "output" : "input"))
+            ->required();
     }
     save->add_flag("--overwrite", options->overwrite, "Replace a file that is there already");
     save->callback([&, options] { chosen = [&common, options] { return Save(common, *options); }; });

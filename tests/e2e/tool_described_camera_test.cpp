@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The verbs for features on cameras that describe themselves oddly, and on those that stop in the middle.
 #include "support/described_camera.h"
+#include "support/temporary_folder.h"
 #include "support/tool.h"
 
 #include <csignal>
@@ -13,6 +14,7 @@ using namespace nq::test;
 using testing::AllOf;
 using testing::ContainsRegex;
 using testing::EndsWith;
+using testing::HasSubstr;
 using testing::StartsWith;
 
 std::string Category(const std::string& name, const std::vector<std::string>& features)
@@ -70,6 +72,25 @@ TEST(ToolOnAnOddDescription, CategoriesThatNameEachOtherAreWalkedOnceEach)
     {
         EXPECT_THAT(features.output, ContainsRegex("\n  Value" + std::to_string(at) + " +RW  0\n"));
     }
+}
+
+TEST(ToolOnACameraThatFallsSilent, TellsSoWhileTheDescriptionIsRead)
+{
+    DescribedCamera described(GainOfSelector() + Blanks(8000));
+    GvcpCamera& camera = described.camera;
+    const auto expect = [&camera](const std::string& unanswered, const std::vector<std::string>& verb) {
+        camera.Otherwise([&camera, unanswered](const Bytes& command) {
+            const bool last = gvcp::Describe(command) == unanswered;
+            camera.SetSilent(last);
+            return last ? std::vector<GvcpReply>() : camera.AnswerFromMemory(command);
+        });
+        const Outcome outcome = RunTool(verb);
+        EXPECT_EQ(outcome.exitCode, 6) << unanswered;
+        EXPECT_EQ(outcome.output, "nq-gev: its description: the camera Model:02-11-22-33-44-55 went silent\n");
+        camera.SetSilent(false);
+    };
+    expect("read memory 0x0200, 512 bytes", {"get", "Gain"});
+    expect("read memory 0x10200, 512 bytes", {"set", "Gain=1"});
 }
 
 TEST(ToolOnACameraThatFallsSilent, TellsWhichSelectorItLeavesMoved)
@@ -133,6 +154,29 @@ TEST(ToolStop, BetweenSettingsPutsTheSelectorAndTheCameraBackAndTellsWhatIsSet)
                 StartsWith("nq-gev: stopped; set before it: Gain[DigitalAll]=1, Gain[DigitalAll]=1"));
     EXPECT_LT(described.camera.Count(kGainOne), 2000U);
     EXPECT_EQ(described.camera.GetRegister(0x20000), 0U);
+}
+
+TEST(ToolSettingsOfManySelections, AreLeftOutAndTold)
+{
+    const TemporaryFolder folder;
+    const std::string file = folder / "settings.txt";
+    const std::string range = "<Min>0</Min><Max>69</Max>";
+    const DescribedCamera described(
+        Category("Root", {"Row", "Column", "Value", "Few"}) + "  <Integer Name=\"Row\"><pValue>RowReg</pValue>" +
+        range + "<pSelected>Value</pSelected></Integer>\n" + "  <Integer Name=\"Column\"><pValue>ColumnReg</pValue>" +
+        range + "<pSelected>Value</pSelected></Integer>\n" + Register("RowReg", "0x20000") +
+        Register("ColumnReg", "0x20004") + Register("Value", "0x20008") + Register("Few", "0x2000C"));
+    const Outcome save = RunTool({"save", file});
+    EXPECT_EQ(save.exitCode, 0);
+    EXPECT_EQ(save.output, "nq-gev: warning: Value is not saved: it has more than 4096 values, by Row, Column\n"
+                           "3 settings saved in " +
+                               file + "\n");
+    EXPECT_EQ(BytesOf(file), "# Settings of the camera Model:02-11-22-33-44-55, for `nq-gev load`\n"
+                             "# Value is not saved: it has more than 4096 values, by Row, Column\n"
+                             "\n# \nFew = 0\n\n# Selectors\nRow = 0\nColumn = 0\n");
+    const Outcome again = RunTool({"--json", "save", "--overwrite", file});
+    EXPECT_THAT(again.output, HasSubstr("\"all\": false"));
+    EXPECT_EQ(RunTool({"load", file}).exitCode, 0);
 }
 
 } // namespace

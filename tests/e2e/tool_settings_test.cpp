@@ -89,6 +89,24 @@ TEST_F(ToolSettings, AreSavedAndLoadedWithEveryValueOfTheSelectors)
     EXPECT_EQ(BytesOf(again), text);
 }
 
+TEST_F(ToolSettings, GoThroughPipesToo)
+{
+    const std::string file = m_folder / "file.txt";
+    ASSERT_EQ(Run({"save", file}).exitCode, 0);
+    const Outcome save =
+        RunProgram({"/bin/sh", "-c", "cd '" + m_folder.Path() + "' && " + kOurLine + "save -"}, m_camera.Environment());
+    EXPECT_EQ(save.exitCode, 0);
+    EXPECT_EQ(save.output, BytesOf(file));
+    EXPECT_FALSE(std::filesystem::exists(m_folder / "-"));
+    const Outcome json = Run({"--json", "save", "-"});
+    EXPECT_THAT(json.output, HasSubstr("\"settings\": \"# Settings of the camera "));
+    ExpectFitsSchema("save", json.output);
+    const Outcome load =
+        RunProgram({"/bin/sh", "-c", "echo Height = 50 | " + kOurLine + "load -"}, m_camera.Environment());
+    EXPECT_EQ(load.exitCode, 0);
+    EXPECT_EQ(load.output, "1 of 1 settings set from -\n");
+}
+
 TEST_F(ToolSettings, ThatCannotBeSetAreTold)
 {
     const std::string file = Written("bad.txt", "# by hand\n\nWidth = 99999\nNoSuch = 1\nHeight = 100\n");
