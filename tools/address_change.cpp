@@ -129,8 +129,12 @@ void AddressChange::CheckAgainst(const HeardCamera& target) const
                                                        NetworkText(wanted), target.adapter.name,
                                                        NetworkText(target.adapter.networks.front())));
     }
-    const bool own = std::any_of(target.adapter.networks.begin(), target.adapter.networks.end(),
-                                 [&](const Ipv4Network& network) { return network.address == wanted.address; });
+    // Of whatever adapter: the kernel takes no packet from an address of its own.
+    const std::vector<Adapter> adapters = FindAdapters();
+    const bool own = std::any_of(adapters.begin(), adapters.end(), [&](const Adapter& adapter) {
+        return std::any_of(adapter.networks.begin(), adapter.networks.end(),
+                           [&](const Ipv4Network& network) { return network.address == wanted.address; });
+    });
     if (own)
     {
         throw ToolFailure(ExitCode::Failure, fmt::format("{} is this machine's own address", NetworkText(wanted)));

@@ -2,7 +2,9 @@
 // Reads and writes registers of a GigE Vision camera beside every producer: it opens no device.
 #include "gvcp_reader.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <netinet/in.h>
@@ -20,8 +22,10 @@ namespace
 constexpr uint16_t kControlPort = 3956;
 constexpr uint16_t kReadRegister = 0x0080;
 constexpr uint16_t kWriteRegister = 0x0082;
+constexpr uint16_t kPending = 0x0089;
 constexpr int kTries = 3;
 constexpr std::chrono::milliseconds kPatience{200};
+constexpr std::chrono::seconds kMostPending{10}; ///< a camera may ask for more again and again
 
 uint32_t Big(const uint8_t* bytes, size_t count)
 {
@@ -106,7 +110,8 @@ GvcpReader::Answer GvcpReader::Ask(uint16_t code, std::initializer_list<uint32_t
 
 GvcpReader::Answer GvcpReader::Receive(uint16_t code, uint32_t& value) const
 {
-    const auto end = std::chrono::steady_clock::now() + kPatience;
+    auto end = std::chrono::steady_clock::now() + kPatience;
+    const auto atLast = end + kMostPending;
     for (auto now = end - kPatience; now < end; now = std::chrono::steady_clock::now())
     {
         pollfd readable{m_socket, POLLIN, 0};
@@ -117,11 +122,22 @@ GvcpReader::Answer GvcpReader::Receive(uint16_t code, uint32_t& value) const
         }
         uint8_t answer[64];
         const ssize_t size = recv(m_socket, answer, sizeof answer, MSG_DONTWAIT);
+        if (size < 0 && errno == EAGAIN)
+        {
+            continue; // the kernel threw a broken datagram away
+        }
         if (size < 0)
         {
             return Answer::Refused;
         }
-        // The acknowledge of this request; anything else, such as PENDING, is waited past.
+        // A camera that writes its memory asks for patience.
+        if (size >= 12 && Big(answer + 2, 2) == kPending && Big(answer + 6, 2) == m_request)
+        {
+            const std::chrono::milliseconds asked(Big(answer + 10, 2));
+            end = std::min(std::chrono::steady_clock::now() + asked + kPatience, atLast);
+            continue;
+        }
+        // The acknowledge of this request; anything else is waited past.
         if (size >= 8 && Big(answer + 2, 2) == code + 1U && Big(answer + 6, 2) == m_request)
         {
             value = size >= 12 ? Big(answer + 8, 4) : 0;

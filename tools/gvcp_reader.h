@@ -20,7 +20,8 @@ class GvcpReader
     GvcpReader(const GvcpReader&) = delete;
     GvcpReader& operator=(const GvcpReader&) = delete;
 
-    /// The value of a register; nothing when the camera refuses, or is silent for three times 200 ms.
+    /// The value of a register; nothing when the camera refuses, or is silent for three times 200 ms, and the time more
+    /// that it asks for, up to 10 s.
     std::optional<uint32_t> Read(uint32_t registerAddress);
 
     /// False when the camera refuses or is silent as long. Most registers want control, which is by this socket too.

@@ -94,12 +94,14 @@ TEST_F(ToolIp, WhatWouldGoWrongIsRefused)
         const char* text;
     };
     m_host.Shell("ip addr add 10.0.0.7/24 dev cam0");
+    Shell("ip link add aux0 type veth peer name aux1 && ip link set aux0 up && ip addr add 10.0.0.8/32 dev aux0");
     const std::vector<Case> cases{
         {{"--force", "10.0.0.9/24", "--yes"}, 2, "--force needs --camera with the MAC address"},
         {{"--camera", kMac, "--force", "10.0.0.9/24"}, 2, "give --yes"},
         {{"--camera", kMac, "--force", "10.0.1.9/24", "--yes"}, 2, "10.0.1.9/24 is outside the subnet of host0"},
         {{"--camera", kMac, "--force", "10.0.0.7/24", "--yes"}, 1, "10.0.0.7/24 is taken: "},
         {{"--camera", kMac, "--force", "10.0.0.1/24", "--yes"}, 1, "10.0.0.1/24 is this machine's own address"},
+        {{"--camera", kMac, "--force", "10.0.0.8/24", "--yes"}, 1, "10.0.0.8/24 is this machine's own address"},
         {{"--camera", kMac, "--force", "10.0.0.255/24", "--yes"}, 2, "no address that a camera can have"},
         {{"--camera", kMac, "--force", "10.0.0.9", "--yes"}, 2, "no address with the bits of its subnet"},
         {{"--camera", kMac, "--force", "10.0.0.9/24", "--gateway", "10.0.1.1", "--yes"}, 2, "no other host of"},
@@ -196,6 +198,19 @@ TEST_F(ToolIpHearing, CameraStandsOnceAndWhereItsLastAnswerSays)
     const std::string shown = Ip().output;
     EXPECT_THAT(shown, HasSubstr("address 10.77.0.2/24"));
     EXPECT_THAT(shown, testing::Not(HasSubstr("address 10.77.0.9/24")));
+}
+
+TEST_F(ToolIpHearing, CameraThatAsksForPatienceWhileItWritesGetsIt)
+{
+    m_camera->Otherwise([this](const Bytes& command) {
+        const auto memory = [this](const Bytes& asked) { return m_camera->AnswerFromMemory(asked); };
+        return gvcp::Describe(command).starts_with("write 0x064C")
+                   ? gvcp::Sequence({gvcp::Pending(8000), gvcp::Late(std::chrono::milliseconds(1500), memory)})(command)
+                   : memory(command);
+    });
+    const Outcome kept = RunProgram({NQ_TOOL_PATH, "--timeout", "500", "ip", "--yes", "--set", "10.77.0.9/24"});
+    EXPECT_EQ(kept.exitCode, 0);
+    EXPECT_THAT(kept.output, HasSubstr("will keep 10.77.0.9/24 for each start."));
 }
 
 TEST_F(ToolIpHearing, EveryAddressOfTheAdapterAsks)
