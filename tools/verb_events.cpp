@@ -62,6 +62,9 @@ nlohmann::ordered_json JsonOf(const HeardEvent& heard)
             {"text", orNull(heard.text)}};
 }
 
+/// What is heard without control as well.
+constexpr const char* kHeardHere = ", and here its loss and the events of this producer's modules alone are told";
+
 /// What comes from the camera, beside what the producer tells.
 std::string Reach(const ModuleSession& session, bool readOnly)
 {
@@ -71,10 +74,11 @@ std::string Reach(const ModuleSession& session, bool readOnly)
     }
     if (readOnly)
     {
-        return " without control of it: its own events go to the program that controls it";
+        return std::string(" without control of it: its own events go to the program that controls it") + kHeardHere;
     }
     const std::optional<CameraOwner> owner = AskForOwner(session.Camera());
-    return fmt::format(", which {} controls: its own events go there", owner ? OwnerText(*owner) : "another program");
+    return fmt::format(", which {} controls: its own events go there{}", owner ? OwnerText(*owner) : "another program",
+                       kHeardHere);
 }
 
 ExitCode Follow(const CommonOptions& common, ModuleEvents& events, LiveOutput& output, const std::string& camera)

@@ -98,7 +98,8 @@ TEST_F(ToolEvents, OfTheProducerAloneComeWhileAnotherProgramControlsTheCamera)
     EXPECT_EQ(second.exitCode, 0) << second.output;
     EXPECT_THAT(second.output,
                 MatchesRegex("nq-gev: listening to the camera NQ-GEV-Camera:02-00-0a-4d-00-02, which 10\\.77\\.0\\.1, "
-                             "UDP port [1-9][0-9]* controls: its own events go there\n" +
+                             "UDP port [1-9][0-9]* controls: its own events go there, and here its loss and the events "
+                             "of this producer's modules alone are told\n" +
                              kMoment + "  device  connection  open read only\n"));
     const Outcome set = RunTool({"events", "Width=320"}, m_camera.Environment());
     EXPECT_EQ(set.exitCode, 8) << set.output;
@@ -110,9 +111,11 @@ TEST_F(ToolEvents, OfTheProducerAloneComeWhileAnotherProgramControlsTheCamera)
 TEST_F(ToolEvents, LeaveTheControlToOthersWhenTold)
 {
     ChildProcess events = Start({"events", "--read-only"});
-    ASSERT_TRUE(events.WaitForOutput("nq-gev: listening to the camera NQ-GEV-Camera:02-00-0a-4d-00-02 without control "
-                                     "of it: its own events go to the program that controls it\n",
-                                     kLongTime))
+    ASSERT_TRUE(
+        events.WaitForOutput("nq-gev: listening to the camera NQ-GEV-Camera:02-00-0a-4d-00-02 without control "
+                             "of it: its own events go to the program that controls it, and here its loss and the "
+                             "events of this producer's modules alone are told\n",
+                             kLongTime))
         << events.Output();
     const Outcome set = RunTool({"set", "Width=320"}, m_camera.Environment());
     EXPECT_EQ(set.output, "Width = 320\n");
