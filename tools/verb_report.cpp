@@ -5,8 +5,11 @@
 #include "new_file.h"
 #include "verbs.h"
 
+#include <cerrno>
+#include <filesystem>
 #include <fmt/format.h>
 #include <memory>
+#include <system_error>
 
 namespace nq::tool
 {
@@ -28,6 +31,10 @@ ExitCode Run(const CommonOptions& common, const std::string& path)
         return ExitCode::Success;
     }
     const std::filesystem::path absolute = std::filesystem::absolute(path);
+    if (std::error_code none; std::filesystem::exists(std::filesystem::symlink_status(absolute, none)))
+    {
+        throw std::system_error(EEXIST, std::generic_category(), absolute.string()); // before seconds are spent on it
+    }
     NewFile file(absolute);
     fmt::print(file.Stream(), "{}", Report(common));
     file.Publish(false);

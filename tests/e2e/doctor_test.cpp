@@ -187,7 +187,8 @@ TEST(Report, GoesToANewFileAndNeverOverAnOldOne)
     EXPECT_THAT(text, HasSubstr("serial SN-4711  address 10.77.0.2  access read/write\n"));
     EXPECT_THAT(text, HasSubstr("\nhost0  up, link, MTU 1500, MAC "));
     EXPECT_THAT(text, HasSubstr("  address  10.77.0.1/24\n"));
-    const Outcome again = RunTool(arguments, camera.Environment());
+    // At once: nobody is asked first.
+    const Outcome again = RunTool({"--timeout", "3000000", "report", "-o", file}, camera.Environment());
     EXPECT_EQ(again.exitCode, 1);
     EXPECT_THAT(again.output, HasSubstr("File exists"));
     EXPECT_EQ(BytesOf(file), text);
