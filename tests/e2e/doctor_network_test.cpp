@@ -22,14 +22,36 @@ class DoctorNetwork : public testing::Test
     {
         m_far.Connect("host0", "10.77.0.1/24", "cam0", "10.77.0.2/24");
         m_camera = std::make_unique<GvcpCamera>(&m_far);
-        GvcpDiscovery identity;
-        identity.ipAddress = 0x0A4D0002;
-        identity.subnetMask = 0xFFFFFF00;
-        identity.deviceVersion = "3.0.0";
-        m_camera->SetDiscovery(identity);
+        Identify(0x0A4D0002);
         m_camera->SetRegister(0x0904, 1);
         m_camera->SetRegister(0x092C, 0x04000000);
         m_camera->AwaitPath("10.77.0.1");
+    }
+
+    /// What the camera tells of itself.
+    void Identify(std::uint32_t address, const std::string& version = "3.0.0")
+    {
+        GvcpDiscovery identity;
+        identity.ipAddress = address;
+        identity.subnetMask = 0xFFFFFF00;
+        identity.deviceVersion = version;
+        m_camera->SetDiscovery(identity);
+    }
+
+    /// Has it answer discoveries by broadcast, as a camera does that may, and gives it no other way out of its subnet.
+    void AnswerByBroadcast()
+    {
+        AcceptEverySource(m_far);
+        m_far.Shell("ip route replace 255.255.255.255/32 dev cam0");
+        m_camera->Otherwise([this](const Bytes& command) {
+            const std::vector<GvcpReply> answer = m_camera->AnswerFromMemory(command);
+            if (gvcp::Describe(command) == "discovery" && !answer.empty())
+            {
+                m_camera->Send(answer.front().bytes, "255.255.255.255", m_camera->Received().back().senderPort);
+                return std::vector<GvcpReply>();
+            }
+            return answer;
+        });
     }
 
     /// Types the line that mends it, and gives what the doctor says then.
@@ -148,11 +170,7 @@ TEST_F(DoctorNetwork, ACameraThatIsNotTheOneMeant)
 
 TEST_F(DoctorNetwork, ACameraThatProducersLeaveOutAndThatDoesNotStream)
 {
-    GvcpDiscovery identity;
-    identity.ipAddress = 0x0A4D0002;
-    identity.subnetMask = 0xFFFFFF00;
-    identity.deviceVersion = "2.9.9";
-    m_camera->SetDiscovery(identity);
+    Identify(0x0A4D0002, "2.9.9");
     m_camera->SetRegister(0x092C, 0xFBFFFFFF);
     const Outcome doctor = RunDoctor();
     EXPECT_THAT(
@@ -209,24 +227,9 @@ TEST_F(DoctorNetwork, AWayThatIsNarrowerThanTheAdapter)
 
 TEST_F(DoctorNetwork, ACameraOfAnotherSubnetIsHeardAndGetsAnAddressOfThisOne)
 {
-    AcceptEverySource(m_far);
     Shell("ip addr flush dev host0 && ip addr add 10.9.0.1/24 brd + dev host0");
     m_far.Shell("ip route add default dev cam0"); // what it sends to there gets lost on this side
-    GvcpDiscovery identity;
-    identity.ipAddress = 0x0A4D0002;
-    identity.subnetMask = 0xFFFFFF00;
-    identity.deviceVersion = "3.0.0";
-    m_camera->SetDiscovery(identity);
-    // As a camera does that may: by broadcast.
-    m_camera->Otherwise([this](const Bytes& command) {
-        const std::vector<GvcpReply> answer = m_camera->AnswerFromMemory(command);
-        if (gvcp::Describe(command) == "discovery" && !answer.empty())
-        {
-            m_camera->Send(answer.front().bytes, "255.255.255.255", m_camera->Received().back().senderPort);
-            return std::vector<GvcpReply>();
-        }
-        return answer;
-    });
+    AnswerByBroadcast();
     m_far.Shell("ip addr add 10.9.0.2/24 dev cam0"); // a host that is no camera, so that this address cannot be forced
     Shell("ip neigh replace 10.9.0.3 lladdr 02:00:00:00:00:99 dev host0 nud stale"); // a host that is gone
     const Outcome doctor = RunDoctor();
@@ -239,9 +242,16 @@ TEST_F(DoctorNetwork, ACameraOfAnotherSubnetIsHeardAndGetsAnAddressOfThisOne)
     EXPECT_THAT(RunDoctor().output, HasSubstr(Beginning("wrong", "camera.subnet")));
     // This camera takes no address by force: it is moved by hand.
     m_far.Shell("ip addr flush dev cam0 && ip addr add 10.9.0.2/24 brd + dev cam0 && ip route add default dev cam0");
-    identity.ipAddress = 0x0A090002;
-    m_camera->SetDiscovery(identity);
+    Identify(0x0A090002);
     EXPECT_THAT(RunDoctor().output, Right("camera.subnet", "Model S0001 at 10.9.0.2: on that of host0\n"));
+}
+
+TEST_F(DoctorNetwork, ACameraToWhichNoRouteLeads)
+{
+    Shell("ip route add unreachable 10.77.0.2/32");
+    EXPECT_THAT(RunDoctor().output,
+                NotKnown("camera.path", kCamera + std::string(": no echo request can be sent there: "
+                                                              "No route to host\n")));
 }
 
 TEST(DoctorWithoutAdapter, SaysSo)

@@ -50,7 +50,7 @@ class EchoSocket
             m_file = socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
             m_raw = true;
         }
-        m_error = errno;
+        m_problem = m_file < 0 ? "this user may not send echo requests: " + std::generic_category().message(errno) : "";
         sockaddr_in peer{};
         peer.sin_family = AF_INET;
         constexpr int kNoFragments = IP_PMTUDISC_PROBE;
@@ -58,7 +58,7 @@ class EchoSocket
                             setsockopt(m_file, IPPROTO_IP, IP_MTU_DISCOVER, &kNoFragments, sizeof kNoFragments) != 0 ||
                             connect(m_file, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) != 0))
         {
-            m_error = errno;
+            m_problem = "no echo request can be sent there: " + std::generic_category().message(errno);
             close(m_file);
             m_file = -1;
         }
@@ -74,7 +74,9 @@ class EchoSocket
     EchoSocket& operator=(const EchoSocket&) = delete;
 
     bool IsOpen() const { return m_file >= 0; }
-    int Error() const { return m_error; }
+
+    /// Why it is not open.
+    const std::string& Problem() const { return m_problem; }
 
     /// True when an IP packet of that length comes back.
     bool Returns(uint32_t bytes) { return Try(bytes) || Try(bytes); }
@@ -120,7 +122,7 @@ class EchoSocket
     }
 
     int m_file = -1;
-    int m_error = 0;
+    std::string m_problem;
     bool m_raw = false;
     uint16_t m_sequence = 0;
 };
@@ -132,7 +134,7 @@ EchoResult LongestEcho(const std::string& address, uint32_t mtu)
     EchoSocket echoes(address);
     if (!echoes.IsOpen())
     {
-        return {0, "this user may not send echo requests: " + std::generic_category().message(echoes.Error())};
+        return {0, echoes.Problem()};
     }
     const uint32_t longest = mtu < 65535 ? mtu : 65535;
     if (longest >= kShortest && echoes.Returns(longest))
