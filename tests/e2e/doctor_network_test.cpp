@@ -246,6 +246,20 @@ TEST_F(DoctorNetwork, ACameraOfAnotherSubnetIsHeardAndGetsAnAddressOfThisOne)
     EXPECT_THAT(RunDoctor().output, Right("camera.subnet", "Model S0001 at 10.9.0.2: on that of host0\n"));
 }
 
+TEST_F(DoctorNetwork, AnAdapterWithAWiderSubnetIsRightWhereTheCameraHasAWayBack)
+{
+    Shell("ip addr flush dev host0 && ip addr add 10.77.0.1/16 brd + dev host0");
+    EXPECT_THAT(RunDoctor().output, Right("camera.subnet", kCamera + std::string(": on that of host0\n")));
+    // Its packets to 10.77.9.1 would go to a gateway that it does not have.
+    Shell("ip addr flush dev host0 && ip addr add 10.77.9.1/16 brd + dev host0");
+    AnswerByBroadcast();
+    const Outcome without = RunDoctor();
+    EXPECT_THAT(without.output,
+                Wrong("camera.subnet", kCamera + std::string(": it has 10.77.0.2/24, and host0 10.77.9.1/16"),
+                      NQ_TOOL_PATH " ip --camera 02:11:22:33:44:55 --force 10.77.9.2/16"));
+    EXPECT_THAT(without.output, NotKnown("camera.answers", "no camera can be asked (camera.subnet, camera.answers)\n"));
+}
+
 TEST_F(DoctorNetwork, ACameraToWhichNoRouteLeads)
 {
     Shell("ip route add unreachable 10.77.0.2/32");

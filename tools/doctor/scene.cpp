@@ -29,8 +29,10 @@ void Place(SeenCamera& camera, const std::vector<Adapter>& adapters)
     const bool reached = !camera.producer.empty() &&
                          camera.entry.accessStatus != GenTL::DEVICE_ACCESS_STATUS_NOACCESS &&
                          camera.entry.accessStatus != GenTL::DEVICE_ACCESS_STATUS_UNKNOWN;
+    // Both ways: with a longer mask than the adapter's the camera may have no way back to it.
     camera.isForeign =
-        !reached && (camera.adapterSubnet.mask == 0 || !camera.adapterSubnet.Contains(camera.subnet.address));
+        !reached && (camera.adapterSubnet.mask == 0 || !camera.adapterSubnet.Contains(camera.subnet.address) ||
+                     !camera.subnet.Contains(camera.adapterSubnet.address));
 }
 
 SeenCamera SeenBy(const HeardCamera& heard)
