@@ -79,6 +79,7 @@ TEST_F(DoctorNetwork, OfAGoodCameraEverythingIsRightAndNothingIsWritten)
     EXPECT_THAT(doctor.output, Right("adapter.up", "host0: it is up\n"));
     EXPECT_THAT(doctor.output, Right("adapter.link", "host0: it has a link\n"));
     EXPECT_THAT(doctor.output, Right("adapter.address", "host0: 10.77.0.1/24\n"));
+    EXPECT_THAT(doctor.output, Right("adapter.mask", "host0: 10.77.0.1/24\n"));
     EXPECT_THAT(doctor.output, Right("adapter.mtu", "host0: 1500 bytes\n"));
     EXPECT_THAT(doctor.output, Right("adapter.subnet", "host0: no other adapter is on its subnet\n"));
     EXPECT_THAT(doctor.output, Right("adapter.loss", "host0: 0 of "));
@@ -121,6 +122,40 @@ TEST_F(DoctorNetwork, AdapterWithoutAnAddressGetsOneBesideTheCamera)
     EXPECT_THAT(doctor.output, Wrong("adapter.address", "host0: it has no IPv4 address",
                                      "ip addr add 169.254.1.2/16 brd + dev host0"));
     EXPECT_THAT(Mend(doctor, "adapter.address").output, Right("adapter.address", "host0: 169.254.1.2/16\n"));
+}
+
+TEST_F(DoctorNetwork, AdaptersWithoutAddressesGetDifferentOnes)
+{
+    const Host other;
+    other.Connect("aux0", "10.78.0.1/24", "aux1", "10.78.0.2/24");
+    Shell("ip addr flush dev host0 && ip addr flush dev aux0");
+    AcceptEverySource(m_far);
+    m_camera->SetSilent(true);
+    const Outcome doctor = RunDoctor();
+    const std::string second = "ip addr add 192.168.100.2/24 brd + dev host0";
+    EXPECT_THAT(doctor.output,
+                Wrong("adapter.address", "aux0: it has no IPv4 address", "ip addr add 169.254.1.2/16 brd + dev aux0"));
+    EXPECT_THAT(doctor.output, Wrong("adapter.address", "host0: it has no IPv4 address", second));
+    EXPECT_THAT(Mend(doctor, "adapter.address").output,
+                Wrong("adapter.address", "host0: it has no IPv4 address", second))
+        << "though its turn is the first now";
+    Shell(second);
+    EXPECT_THAT(RunDoctor().output, Right("adapter.subnet", "host0: no other adapter is on its subnet\n"));
+}
+
+TEST_F(DoctorNetwork, AdapterThatIsAloneOnItsSubnetGetsTheMaskOfTheCamera)
+{
+    Shell("ip addr flush dev host0 && ip addr add 10.77.0.1/32 dev host0");
+    AnswerByBroadcast();
+    const Outcome doctor = RunDoctor();
+    EXPECT_THAT(doctor.output, Wrong("adapter.mask", "host0: 10.77.0.1/32 has no room for " + std::string(kCamera),
+                                     "ip addr del 10.77.0.1/32 dev host0 && ip addr add 10.77.0.1/24 brd + dev host0"));
+    EXPECT_THAT(doctor.output,
+                NotKnown("camera.subnet", kCamera + std::string(": host0 has no room for it (adapter.mask)\n")));
+    EXPECT_THAT(Mend(doctor, "adapter.mask").output, Right("adapter.mask", "host0: 10.77.0.1/24\n"));
+    Shell("ip addr flush dev host0 && ip addr add 10.9.0.1/31 dev host0");
+    EXPECT_EQ(MendOf(RunDoctor(), "adapter.mask"),
+              "ip addr del 10.9.0.1/31 dev host0 && ip addr add 10.77.0.3/24 brd + dev host0");
 }
 
 TEST_F(DoctorNetwork, AdapterWithShortPackets)

@@ -30,14 +30,66 @@ bool IsHeld(const std::string& adapter, uint32_t address)
     return !adapter.empty() && !FindHolder(adapter, address).mac.empty();
 }
 
-/// The address to give an adapter: on the subnet of a camera that was heard there, else one that cameras without an
-/// address of their own can reach.
-Ipv4Network AddressFor(const Scene& scene, const Adapter& adapter)
+/// A camera that was heard on the adapter, or none.
+const SeenCamera* HeardOn(const Scene& scene, const Adapter& adapter)
 {
-    constexpr Ipv4Network kLinkLocal{0xA9FE0101, 0xFFFF0000};
     const auto heard = std::find_if(scene.cameras.begin(), scene.cameras.end(),
                                     [&](const SeenCamera& camera) { return camera.adapter == adapter.name; });
-    return FreeAddress(scene, heard == scene.cameras.end() ? kLinkLocal : heard->subnet);
+    return heard == scene.cameras.end() ? nullptr : &*heard;
+}
+
+bool IsOnNoAdapter(const Scene& scene, const Ipv4Network& subnet)
+{
+    return std::none_of(scene.adapters.begin(), scene.adapters.end(), [&](const Adapter& adapter) {
+        return std::any_of(adapter.networks.begin(), adapter.networks.end(), [&](const Ipv4Network& one) {
+            return one.Contains(subnet.address) || subnet.Contains(one.address);
+        });
+    });
+}
+
+/// An address for an adapter on which no camera is heard: on the subnet of cameras without an address of their own, or,
+/// since that can be one adapter's alone, on a subnet that nobody has. A camera of any subnet answers there.
+Ipv4Network AddressForAny(const Scene& scene, const Adapter& adapter)
+{
+    const auto sameNeed = [&](const Adapter& one) {
+        return one.name < adapter.name && one.networks.empty() && HeardOn(scene, one) == nullptr;
+    };
+    auto turn = std::count_if(scene.concerned.begin(), scene.concerned.end(), sameNeed);
+    Ipv4Network candidate{0xA9FE0101, 0xFFFF0000}; // 169.254.1.1/16, then 192.168.100.1/24, 192.168.101.1/24 ...
+    for (uint32_t next = 0xC0A86401; next < 0xC0A8FF01; next += 256)
+    {
+        if (IsOnNoAdapter(scene, candidate) && turn-- == 0)
+        {
+            break;
+        }
+        candidate = {next, 0xFFFFFF00};
+    }
+    return FreeAddress(scene, candidate);
+}
+
+void CheckAddress(const Scene& scene, const Adapter& adapter, Findings& findings)
+{
+    const SeenCamera* const heard = HeardOn(scene, adapter);
+    const Ipv4Network wanted = heard == nullptr ? AddressForAny(scene, adapter) : FreeAddress(scene, heard->subnet);
+    findings.Wrong("adapter.address", adapter.name, "it has no IPv4 address",
+                   {{"ADDRESS", NetworkText(wanted)}, {"ADAPTER", adapter.name}});
+}
+
+/// What `ip addr add` is told without a mask is alone on its subnet.
+void CheckMask(const Scene& scene, const Adapter& adapter, Findings& findings)
+{
+    constexpr const char* kId = "adapter.mask";
+    const Ipv4Network& own = adapter.networks.front();
+    const SeenCamera* const heard = HeardOn(scene, adapter);
+    if (!IsAlone(own) || heard == nullptr)
+    {
+        findings.Right(kId, adapter.name, NetworkText(own));
+        return;
+    }
+    const bool stays = heard->subnet.Contains(own.address) && heard->subnet.address != own.address;
+    const Ipv4Network wanted = stays ? Ipv4Network{own.address, heard->subnet.mask} : FreeAddress(scene, heard->subnet);
+    findings.Wrong(kId, adapter.name, fmt::format("{} has no room for {}", NetworkText(own), heard->Name()),
+                   {{"ADDRESS", NetworkText(own)}, {"OTHER", NetworkText(wanted)}, {"ADAPTER", adapter.name}});
 }
 
 void CheckOne(const Scene& scene, const Adapter& adapter, Findings& findings)
@@ -58,10 +110,10 @@ void CheckOne(const Scene& scene, const Adapter& adapter, Findings& findings)
                         : findings.Wrong("adapter.mtu", adapter.name, fmt::format("only {} bytes", adapter.mtu), words);
     if (adapter.networks.empty())
     {
-        findings.Wrong("adapter.address", adapter.name, "it has no IPv4 address",
-                       {{"ADDRESS", NetworkText(AddressFor(scene, adapter))}, {"ADAPTER", adapter.name}});
+        CheckAddress(scene, adapter, findings);
         return;
     }
+    CheckMask(scene, adapter, findings);
     std::string all;
     for (const Ipv4Network& one : adapter.networks)
     {
@@ -111,6 +163,11 @@ void CheckSubnet(const Scene& scene, const Adapter& adapter, Findings& findings)
 
 } // namespace
 
+bool IsAlone(const Ipv4Network& network)
+{
+    return network.mask >= 0xFFFFFFFE;
+}
+
 Ipv4Network FreeAddress(const Scene& scene, const Ipv4Network& camera, const std::string& adapter)
 {
     const uint32_t network = camera.address & camera.mask;
@@ -144,6 +201,7 @@ void CheckAdapters(const Scene& scene, Findings& findings)
     }
     findings.NotKnownElse({"adapter.up", "adapter.link", "adapter.address", "adapter.mtu", "adapter.subnet"},
                           "there is no adapter (adapter.found)");
+    findings.NotKnownElse({"adapter.mask"}, "no adapter has an address (adapter.found, adapter.address)");
 }
 
 } // namespace nq::tool::doctor

@@ -119,6 +119,10 @@ void CheckSubnet(const Scene& scene, const SeenCamera& camera, Findings& finding
     {
         findings.NotKnown(kId, camera.Name(), camera.adapter + " has no address (adapter.address)");
     }
+    else if (camera.isForeign && IsAlone(camera.adapterSubnet))
+    {
+        findings.NotKnown(kId, camera.Name(), camera.adapter + " has no room for it (adapter.mask)");
+    }
     else if (camera.isForeign)
     {
         findings.Wrong(kId, camera.Name(),

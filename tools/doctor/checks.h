@@ -17,6 +17,9 @@ void CheckRdma(const Scene& scene, Findings& findings);
 void CheckRdmaRights(const Scene& scene, Findings& findings);
 void CheckMemory(const Scene& scene, Findings& findings);
 
+/// No other host fits on it: /32, and /31, which cameras do not know.
+bool IsAlone(const Ipv4Network& network);
+
 /// An address that a host could take on the subnet of a camera: one that neither the camera nor an adapter has, nor a
 /// host that answers for it on `adapter`, if that is named. Takes a second then.
 Ipv4Network FreeAddress(const Scene& scene, const Ipv4Network& camera, const std::string& adapter = {});
