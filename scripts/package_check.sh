@@ -10,12 +10,13 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 # shellcheck disable=SC2016
 # What runs inside the other Debian, as `sh -c`, in a network of an address of its own. As a user, for nothing needs root.
 stream='set -e
-export HOME=/tmp NQ_RDMA_LOOPBACK_DIR=/tmp/rdma
+export HOME="$(mktemp -d)"
+export NQ_RDMA_LOOPBACK_DIR="$HOME/rdma"
 . /etc/profile.d/nq-gev-rdma-tl.sh
 [ "$GENICAM_GENTL64_PATH" = /usr/lib/gentl ]
-nq-gev-camera --software-rdma --interface host0 >/tmp/camera.log &
+nq-gev-camera --software-rdma --interface host0 >"$HOME/camera.log" &
 camera=$!
-for i in $(seq 100); do ! grep -q ^ready /tmp/camera.log || break; sleep 0.1; done
+for i in $(seq 100); do ! grep -q ^ready "$HOME/camera.log" || break; sleep 0.1; done
 nq-gev info | grep /usr/lib/gentl/libnq_gev_rdma_tl.cti
 nq-gev list
 nq-gev --software-rdma grab --count 10 --verify
