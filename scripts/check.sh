@@ -16,5 +16,5 @@ need_disk
 install $build_packages $test_packages
 folder=${NQ_BUILD:-build}
 NQ_TARGETS="gentl-check nq_faulty_whole nq_faulty_short"
-build "$folder" -DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld
+build "$folder" "$(fast_linker)"
 python3 scripts/check_matrix.py "$folder" tests/support/faulty_producer/faults.txt

@@ -105,6 +105,15 @@ need_disk() {
     mkdir -p out 2>/dev/null || fail "cannot write to $(pwd)"
 }
 
+# The linker for builds of many programs, as an argument of build. lld of Debian 13 is none: a program that it linked
+# with g++ ends with an abort where an exception passes a clean-up (nq-gev did, at a camera without a description).
+fast_linker() {
+    case "$(ld.lld --version 2>/dev/null)" in
+    *' LLD 1'[4-8].*) echo -DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld ;;
+    *) echo -DCMAKE_EXE_LINKER_FLAGS= ;;
+    esac
+}
+
 # build FOLDER [CMAKE ARGUMENT...]: configures and builds (only $NQ_TARGETS if set), and shows the log when that fails.
 build() {
     local folder=$1 log targets=${NQ_TARGETS:-all}

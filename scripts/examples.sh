@@ -12,7 +12,7 @@ need_disk
 # shellcheck disable=SC2086
 install $build_packages $test_packages $example_packages
 need_namespaces
-NQ_TARGETS="e2e_example_programs_test examples" build build -DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld
+NQ_TARGETS="e2e_example_programs_test examples" build build "$(fast_linker)"
 scripts/private_tmp.sh ctest --test-dir build -R '^e2e\..*Example' -j "$(nproc)" --no-tests=error --output-on-failure
 
 camera="--width 64 --height 48"

@@ -12,7 +12,7 @@ install $build_packages $test_packages
 need_namespaces
 folder=${NQ_BUILD:-build}
 NQ_TARGETS="e2e_fault_camera_lost_e2e_test e2e_fault_process_e2e_test e2e_fault_clock_e2e_test e2e_fault_memory_e2e_test"
-build "$folder" -DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld
+build "$folder" "$(fast_linker)"
 rm -rf out/faults
 mkdir -p out/faults
 export NQ_LONG_FAULTS=1

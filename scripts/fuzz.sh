@@ -26,7 +26,7 @@ install $build_packages clang "libclang-rt-$(clang_version)-dev" lld
 NQ_TARGETS=$(printf '%s_fuzz ' "${targets[@]}")
 build "$folder" -DNQ_FUZZ=ON -DNQ_SANITIZE=address,undefined,fuzzer-no-link -DCMAKE_BUILD_TYPE=Debug \
     -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ "-DCMAKE_CXX_FLAGS_DEBUG=-g1 -O1" \
-    -DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld
+    "$(fast_linker)"
 mkdir -p out/fuzz
 rm -f out/fuzz/*.log out/fuzz/*.seconds out/fuzz/*-{crash,leak,timeout,oom}-*
 

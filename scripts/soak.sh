@@ -13,7 +13,7 @@ need_disk
 # shellcheck disable=SC2086
 install $build_packages $test_packages python3-matplotlib
 need_namespaces
-NQ_TARGETS="soak nq-gev-camera nq_rdma_loopback" build build -DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld
+NQ_TARGETS="soak nq-gev-camera nq_rdma_loopback" build build "$(fast_linker)"
 rm -rf out/soak
 mkdir -p out/soak
 # One camera for each phase that opens one. They keep their host for an hour unheard: one beat that comes too late on a busy

@@ -31,7 +31,7 @@ install $build_packages $test_packages
 need_namespaces
 folder=${NQ_BUILD:-build}
 # shellcheck disable=SC2086
-build "$folder" -DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld ${NQ_BUILD_ARGUMENTS:-}
+build "$folder" "$(fast_linker)" ${NQ_BUILD_ARGUMENTS:-}
 select=()
 [ -z "$labels" ] || select+=(-L "$labels")
 [ -z "$filter" ] || select+=(-R "$filter")

@@ -19,7 +19,7 @@ class WithoutPackage : public testing::TestWithParam<std::string>
 Outcome Configure(const std::string& argument)
 {
     const TemporaryFolder build;
-    return RunProgram({"/usr/bin/cmake", "-S", NQ_SOURCE_DIR, "-B", build.Path(), argument});
+    return RunProgram({"/usr/bin/cmake", "-G", "Ninja", "-S", NQ_SOURCE_DIR, "-B", build.Path(), argument});
 }
 
 TEST_P(WithoutPackage, LeavesOutWhatNeedsItWithALine)

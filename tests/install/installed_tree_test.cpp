@@ -68,9 +68,9 @@ class InstalledTree : public testing::Test
     /// Runs a line of a shell in a folder of the test's own and gives what it printed; it has to succeed.
     std::string Shell(const std::string& line) const
     {
-        const Outcome outcome =
-            RunProgram({"/bin/sh", "-ec",
-                        "cd '" + m_folder.Path() + "'; tree='" + Tree() + "'; consumer='" + kConsumer + "'; " + line});
+        const Outcome outcome = RunProgram({"/bin/sh", "-ec",
+                                            "export CMAKE_GENERATOR=Ninja; cd '" + m_folder.Path() + "'; tree='" +
+                                                Tree() + "'; consumer='" + kConsumer + "'; " + line});
         EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
         return outcome.output;
     }
