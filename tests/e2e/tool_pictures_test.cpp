@@ -45,7 +45,7 @@ Outcome Python(const std::string& script, const std::string& path)
 }
 
 const char* const kPillow = "import sys; from PIL import Image; p = Image.open(sys.argv[1]); "
-                            "print(p.mode, p.size, list(p.getdata()))";
+                            "print(p.mode.removesuffix(';16'), p.size, list(p.getdata()))"; // a newer one names I;16
 const char* const kTifffile = "import sys, tifffile; p = tifffile.imread(sys.argv[1]); "
                               "print(p.dtype, p.shape, p.tolist())";
 

@@ -38,7 +38,7 @@ class ToolSettings : public testing::Test
     std::unique_ptr<ChildProcess> LongLoad() const
     {
         std::string text;
-        for (int at = 0; at < 20000; ++at)
+        for (int at = 0; at < 200000; ++at)
         {
             text += "BlackLevel = " + std::to_string(at % 200) + "\n";
         }

@@ -154,8 +154,8 @@ TEST_F(InstalledTree, TellsCMakeThatAnotherMajorVersionIsNotThere)
 {
     Shell("mkdir wrong; sed 's/ 2.5 / 1.9 /' \"$consumer/CMakeLists.txt\" >wrong/CMakeLists.txt; touch "
           "wrong/loading.c wrong/linked.c");
-    const Outcome outcome = RunProgram(
-        {"/usr/bin/cmake", "-S", m_folder / "wrong", "-B", m_folder / "made", "-DCMAKE_PREFIX_PATH=" + Tree()});
+    const Outcome outcome = RunProgram({"/usr/bin/cmake", "-G", "Ninja", "-S", m_folder / "wrong", "-B",
+                                        m_folder / "made", "-DCMAKE_PREFIX_PATH=" + Tree()});
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_THAT(outcome.output, HasSubstr("compatible with requested version \"1.9\""));
 }
