@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # Where GenICam applications that are started from a shell find this producer, behind those that are named already.
 case ":${GENICAM_GENTL64_PATH:-}:" in
 *:/usr/lib/gentl:*) ;;
