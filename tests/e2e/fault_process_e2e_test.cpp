@@ -91,6 +91,8 @@ class CpuStarved : public FaultRow
 
 TEST_F(CpuStarved, LosesNoFrameAndKeepsTheCamera)
 {
+    // The software RDMA may be late too; that is not the failure meant here.
+    setenv("NQ_RDMA_LOOPBACK_TIMEOUT_MS", "60000", 1);
     const VirtualCamera camera(SmallFrames({"--heartbeat", "3000"}));
     std::vector<std::unique_ptr<ChildProcess>> burners;
     for (unsigned index = 0; index < 2 * std::thread::hardware_concurrency(); ++index)
@@ -121,6 +123,7 @@ TEST_F(CpuStarved, LosesNoFrameAndKeepsTheCamera)
     Sees("control kept");
     EXPECT_EQ(consumer.Stop(), 0);
     burners.clear();
+    ASSERT_EQ(setpriority(PRIO_PROCESS, 0, 0), 0);
     NextWorks(consumer, "at once");
 }
 
