@@ -184,23 +184,34 @@ TEST_F(ToolSlowCameras, ShareOneLineOfProgress)
 TEST_F(ToolCameras, TakeNoMoreMemoryTogetherThanThereIs)
 {
     // A group that may have 2 MiB more: 4 x 3072 bytes of each are no question, 400 x 3072 of one fit.
-    const auto grab = [&](const std::string& buffers) {
+    const auto limited = [&](const std::vector<std::string>& more) {
         std::string line = kOurLine;
-        for (const std::string& argument : Both({"--count", "2", "--buffers", buffers}))
+        for (const std::string& argument : Both(more))
         {
             line += " " + argument;
         }
-        return RunProgram({"/usr/bin/unshare", "-m", "-C", "/bin/sh", "-c",
-                           "mount -t tmpfs none /sys/fs/cgroup && cd /sys/fs/cgroup && echo 2097152 > memory.max && "
-                           "echo 0 > memory.current && exec " +
-                               line},
-                          m_cameras.Environment());
+        return std::vector<std::string>{
+            "/usr/bin/unshare",
+            "-m",
+            "-C",
+            "/bin/sh",
+            "-c",
+            "mount -t tmpfs none /sys/fs/cgroup && cd /sys/fs/cgroup && echo 2097152 > memory.max && "
+            "echo 0 > memory.current && exec " +
+                line};
     };
-    EXPECT_EQ(grab("4").exitCode, 0);
-    const Outcome many = grab("400");
-    EXPECT_EQ(many.exitCode, 5) << many.output;
-    EXPECT_THAT(many.output, HasSubstr("400 buffers for the payload of"));
-    EXPECT_THAT(many.output, HasSubstr("frames     2\n"));
+    EXPECT_EQ(RunProgram(limited({"--count", "2", "--buffers", "4"}), m_cameras.Environment()).exitCode, 0);
+    // The one that has the memory keeps it until the other was refused.
+    ChildProcess many(limited({"--count", "1000000000", "--buffers", "400", "--metadata", m_folder / "m"}),
+                      m_cameras.Environment());
+    ASSERT_TRUE(many.WaitForOutput("400 buffers for the payload of", kLongTime)) << many.Output();
+    while (m_folder.Files().empty() || BytesOf(m_folder / "m").empty())
+    {
+        ASSERT_EQ(many.WaitForExit(1ms), -1) << many.Output();
+    }
+    many.Signal(SIGINT);
+    EXPECT_EQ(many.WaitForExit(kLongTime), 5) << many.Output();
+    EXPECT_THAT(many.Output(), ContainsRegex("frames     [1-9]"));
 }
 
 TEST_F(ToolCameras, ThatAreNotToldApartAreWrongArguments)
