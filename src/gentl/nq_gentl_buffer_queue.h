@@ -59,6 +59,14 @@ class NQGenTLBufferQueue
     /// what NQGenTLBuffer::GetInfo gives goes to `result`. False for a handle that is not on the list.
     bool GetInfoOf(void* handle, int iInfoCmd, int* piType, void* pBuffer, unsigned long* piSize, int* result);
 
+    /// What `look` gives for the waiting buffers in their order, which stay as they are meanwhile.
+    template <typename Look>
+    auto LookAtQueued(Look look)
+    {
+        NQGenTLLock lock(m_lock);
+        return look(static_cast<const Buffers&>(m_queued));
+    }
+
     /// Searches for the buffer whose data pointer is `data`.
     NQGenTLBuffer* FindByBuffer(NQ_BUFFER_TYPE_LIST list, void* data, bool remove);
 

@@ -7,7 +7,9 @@
 #include "gentl/nq_gentl_buffer_queue.h"
 #include "gentl/nq_gentl_data_stream.h"
 
+#include <algorithm>
 #include <utility>
+#include <vector>
 
 namespace GigERDMA
 {
@@ -30,9 +32,19 @@ bool NQGenTLOwnBlocks::Announce(NQGenTLBuffer& buffer)
     }
     if (m_running)
     {
-        buffer.SetRdmaId(m_stream.DoRegisterBuffer(buffer));
+        Register(buffer);
     }
     return true;
+}
+
+void NQGenTLOwnBlocks::Register(NQGenTLBuffer& buffer)
+{
+    void* const rdmaId = m_stream.DoRegisterBuffer(buffer);
+    buffer.SetRdmaId(rdmaId);
+    if (rdmaId != nullptr)
+    {
+        m_blocks.emplace(rdmaId, &buffer);
+    }
 }
 
 void NQGenTLOwnBlocks::Queue(NQGenTLBuffer& buffer)
@@ -83,6 +95,7 @@ void* NQGenTLOwnBlocks::Revoke(NQGenTLBuffer& buffer, bool)
 {
     if (void* const rdmaId = buffer.GetRdmaId())
     {
+        m_blocks.erase(rdmaId);
         m_stream.DoForgetBuffer(rdmaId);
     }
     return buffer.HasOwnBlock() ? nullptr : buffer.GetData();
@@ -94,7 +107,7 @@ void NQGenTLOwnBlocks::Begin()
     for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
          ++i)
     {
-        buffer->SetRdmaId(m_stream.DoRegisterBuffer(*buffer));
+        Register(*buffer);
     }
     Post();
 }
@@ -103,6 +116,7 @@ void NQGenTLOwnBlocks::End()
 {
     m_running = false;
     m_posted = 0;
+    m_blocks.clear();
     for (unsigned int i = 0; NQGenTLBuffer* const buffer = m_buffers.FindByIndex(NQ_BUFFER_TYPE_ANNOUNCED, i, false);
          ++i)
     {
@@ -118,51 +132,50 @@ std::shared_ptr<const void> NQGenTLOwnBlocks::Forget()
 }
 
 /// The buffer whose posted block that is; null for any other id.
-NQGenTLBuffer* NQGenTLOwnBlocks::PostedBuffer(void* rdmaId)
+NQGenTLBuffer* NQGenTLOwnBlocks::PostedBuffer(void* rdmaId) const
 {
-    NQGenTLBuffer* const own = m_buffers.FindByRdmaID(NQ_BUFFER_TYPE_ANNOUNCED, rdmaId, false);
-    return own != nullptr && own->IsPosted() ? own : nullptr;
+    const auto own = m_blocks.find(rdmaId);
+    return own != m_blocks.end() && own->second->IsPosted() ? own->second : nullptr;
 }
 
-/// How many blocks are posted whose buffers do not wait.
-unsigned int NQGenTLOwnBlocks::CountFlushed()
+/// The first buffer that waits unposted, has a block, and stands behind as many as flushed blocks bring a frame for:
+/// blocks that are posted while their buffers do not wait.
+NQGenTLBuffer* NQGenTLOwnBlocks::NextToPost()
 {
-    unsigned int flushed = m_posted;
-    for (unsigned int i = 0; NQGenTLBuffer* const waiting = m_buffers.FindByIndex(NQ_BUFFER_TYPE_QUEUED, i, false); ++i)
-    {
-        flushed -= waiting->IsPosted() ? 1 : 0;
-    }
-    return flushed;
+    return m_buffers.LookAtQueued([this](const std::vector<NQGenTLBuffer*>& waiting) -> NQGenTLBuffer* {
+        const auto isPosted = [](NQGenTLBuffer* buffer) { return buffer->IsPosted(); };
+        auto flushed = m_posted - static_cast<unsigned int>(std::count_if(waiting.begin(), waiting.end(), isPosted));
+        for (NQGenTLBuffer* const buffer : waiting)
+        {
+            if (buffer->IsPosted())
+            {
+                continue;
+            }
+            if (flushed != 0)
+            {
+                --flushed;
+            }
+            else if (buffer->GetRdmaId() != nullptr)
+            {
+                return buffer;
+            }
+        }
+        return nullptr;
+    });
 }
 
 /// Posts what waits, but for as many as flushed blocks bring a frame for.
 void NQGenTLOwnBlocks::Post()
 {
-    if (!m_running)
+    NQGenTLBuffer* next = nullptr;
+    while (m_running && (next = NextToPost()) != nullptr)
     {
-        return;
-    }
-    unsigned int flushed = CountFlushed();
-    for (unsigned int i = 0; NQGenTLBuffer* const waiting = m_buffers.FindByIndex(NQ_BUFFER_TYPE_QUEUED, i, false); ++i)
-    {
-        if (waiting->IsPosted())
+        if (m_stream.DoRequeueBuffer(next->GetRdmaId()) != GenTL::GC_ERR_SUCCESS)
         {
-            continue;
+            return; // The transport is full; the next frame makes room.
         }
-        if (flushed != 0)
-        {
-            --flushed;
-            continue;
-        }
-        if (void* const rdmaId = waiting->GetRdmaId())
-        {
-            if (m_stream.DoRequeueBuffer(rdmaId) != GenTL::GC_ERR_SUCCESS)
-            {
-                return; // The transport is full; the next frame makes room.
-            }
-            waiting->SetPosted(true);
-            ++m_posted;
-        }
+        next->SetPosted(true);
+        ++m_posted;
     }
 }
 

@@ -5,6 +5,7 @@
 #include "gentl/nq_gentl_frame_road.h"
 
 #include <memory>
+#include <unordered_map>
 
 namespace GigERDMA
 {
@@ -42,13 +43,15 @@ class NQGenTLOwnBlocks : public NQGenTLFrameRoad
     std::shared_ptr<const void> Forget() override;
 
   private:
-    NQGenTLBuffer* PostedBuffer(void* rdmaId);
-    unsigned int CountFlushed();
+    void Register(NQGenTLBuffer& buffer);
+    NQGenTLBuffer* PostedBuffer(void* rdmaId) const;
+    NQGenTLBuffer* NextToPost();
     void Post();
 
     NQGenTLDataStream& m_stream;
     NQGenTLBufferQueue& m_buffers;
     bool m_running = false;
+    std::unordered_map<void*, NQGenTLBuffer*> m_blocks; ///< The buffers that the running transport knows, by block.
     unsigned int m_posted = 0;
 };
 

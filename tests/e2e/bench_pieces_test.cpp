@@ -85,7 +85,20 @@ TEST(BenchCounters, CountTheFourHandOversOfAFrame)
     EXPECT_NEAR(result.at("notifies_per_frame"), 4, edges) << result;
 }
 
-TEST(BenchCounters, TheLibraryLocksAtMost44TimesPerFrameAndNotifiesWhoSleeps)
+/// How often a frame of the library locks at most, in a mode of its answers.
+struct LocksCase
+{
+    std::string name;
+    std::vector<std::string> arguments;
+    std::vector<std::string> settings;
+    double most;
+};
+
+class BenchLocks : public testing::TestWithParam<LocksCase>
+{
+};
+
+TEST_P(BenchLocks, OfAFrameAreFewAndOnlyWhoSleepsIsNotified)
 {
     if (NQ_SANITIZED)
     {
@@ -93,13 +106,20 @@ TEST(BenchCounters, TheLibraryLocksAtMost44TimesPerFrameAndNotifiesWhoSleeps)
     }
     const VirtualCamera camera({"--width", "64", "--height", "48"});
     const json result =
-        Printed("frame_road_counted", {"--road", "library", "--producer", NQ_CTI_PATH, "--seconds", "0.2"}, camera);
+        Printed("frame_road_counted",
+                Joined({"--road", "library", "--producer", NQ_CTI_PATH, "--seconds", "0.2"}, GetParam().arguments),
+                camera, GetParam().settings);
     // The most that a frame takes: each of its hand-overs finds its taker asleep. The control connection has its own
     // locks, and frames under way at the begin and the end are counted in part: few of thousands of frames.
     const double others = 600.0 / result.at("frames").get<double>();
-    EXPECT_LE(result.at("locks_per_frame"), 44 + others) << result;
+    EXPECT_LE(result.at("locks_per_frame"), GetParam().most + others) << result;
     EXPECT_LE(result.at("notifies_per_frame"), 4 + others) << result;
 }
+
+INSTANTIATE_TEST_SUITE_P(Answers, BenchLocks,
+                         testing::Values(LocksCase{"Own", {}, {}, 44},
+                                         LocksCase{"Standard", {"--announced"}, {"NQ_GEV_TL_STANDARD=1"}, 57}),
+                         [](const auto& mode) { return mode.param.name; });
 
 TEST(BenchPortReads, AreOfTheBytesThatTheyTell)
 {
