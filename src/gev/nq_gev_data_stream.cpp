@@ -262,7 +262,7 @@ int NQGevDataStream::DoStopAcquisition(int)
 
 int NQGevDataStream::DoRequeueBuffer(void* rdmaId)
 {
-    const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma();
+    GevRdmaEndpoint* const endpoint = m_flow;
     if (rdmaId == nullptr || endpoint == nullptr)
     {
         return GenTL::GC_ERR_ERROR;
@@ -273,13 +273,13 @@ int NQGevDataStream::DoRequeueBuffer(void* rdmaId)
 
 std::shared_ptr<const void> NQGevDataStream::DoHandOver(void* rdmaId, const GigERDMA::NQGenTLBuffer* shownBy)
 {
-    const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma();
+    GevRdmaEndpoint* const endpoint = m_flow;
     return endpoint != nullptr ? endpoint->HandOver(rdmaId, shownBy) : nullptr;
 }
 
 void NQGevDataStream::DoEndShow(void* rdmaId, const GigERDMA::NQGenTLBuffer* shownBy)
 {
-    if (const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma())
+    if (GevRdmaEndpoint* const endpoint = m_flow)
     {
         endpoint->EndShow(rdmaId, shownBy);
     }
@@ -365,7 +365,7 @@ int NQGevDataStream::AcquireImage()
 {
     m_frame = {};
     gevrdmaBuffer buffer{};
-    const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma();
+    GevRdmaEndpoint* const endpoint = m_flow;
     void* dropped = nullptr;
     if (endpoint == nullptr || !endpoint->GetNextFrame(&m_frame, &buffer, &dropped))
     {
@@ -403,7 +403,7 @@ void NQGevDataStream::DescribeFrame(GevRdmaEndpoint& endpoint, const gevrdmaBuff
 
 bool NQGevDataStream::IsFlowing()
 {
-    const std::shared_ptr<GevRdmaEndpoint> endpoint = Rdma();
+    GevRdmaEndpoint* const endpoint = m_flow;
     return endpoint != nullptr && endpoint->IsFlowing();
 }
 
@@ -443,6 +443,7 @@ void NQGevDataStream::SetRdma(std::shared_ptr<GevRdmaEndpoint> endpoint)
 {
     {
         const NQLock lock(m_rdmaLock);
+        m_flow = endpoint.get();
         m_pRdma.swap(endpoint);
     }
     // The endpoint that was there goes here, outside the lock: its teardown may take as long as its threads sleep.

@@ -118,10 +118,14 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     std::atomic<bool> m_connected{false};
     std::atomic<int> m_closing{0}; // While not zero, the starts under way are to end.
     std::shared_ptr<GevRdmaEndpoint> m_pRdma NQ_GUARDED_BY(m_rdmaLock);
+    /// The same, for the way of a frame, which takes no lock and no share. Whoever goes it keeps the endpoint in place:
+    /// the acquisition thread, which is waited for, or the queueing lock with a block of this run, which ForgetLastRun
+    /// takes away, before another endpoint comes.
+    std::atomic<GevRdmaEndpoint*> m_flow{nullptr};
     std::unique_ptr<NQRMAXThreadAcquisition> m_thread;
     FrameInfo m_frame{};
     std::uint64_t m_payload = 0;       ///< Of a frame of this run; written while no buffer is registered.
     unsigned long m_tickFrequency = 0; ///< Of the camera at the last start; written while no acquisition thread runs.
 
-    NQMutex m_rdmaLock; // So that a requeue during a restart never meets a dead endpoint.
+    NQMutex m_rdmaLock;
 };
