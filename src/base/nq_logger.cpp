@@ -276,7 +276,7 @@ NQLogger::~NQLogger()
 
 bool NQLogger::IsLoaded()
 {
-    return m_bOpened.load(std::memory_order_relaxed);
+    return IsOpen();
 }
 
 bool NQLogger::Open()

@@ -78,6 +78,9 @@ class NQ_EXPORT NQLogger
     /// True while the logger is open.
     bool IsLoaded();
 
+    /// The same for this library's own code, without a call.
+    bool IsOpen() const { return m_bOpened.load(std::memory_order_relaxed); }
+
     /// Loads and initialises the logging library. False when it is already open or there is no such library.
     bool Open();
 

@@ -2,8 +2,6 @@
 // The trace lines of this library's own code.
 #include "base/nq_trace.h"
 
-#include "base/nq_logger.h"
-
 #include <cstdarg>
 
 namespace
@@ -19,7 +17,7 @@ __attribute__((format(printf, 2, 0))) void Send(NQTraceLevel level, const char* 
 
 } // namespace
 
-void NQTrace(NQTraceLevel level, const char* format, ...)
+void NQTraceLine(NQTraceLevel level, const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);

@@ -3,6 +3,8 @@
 // the first %s, and cost the test of one flag while the logger is closed.
 #pragma once
 
+#include "base/nq_logger.h"
+
 /// What a line is about. A logging library selects by these bits.
 enum class NQTraceLevel : unsigned long
 {
@@ -12,8 +14,12 @@ enum class NQTraceLevel : unsigned long
     EventQueue = 0x10000000 ///< an event's queue grew, ended or was found empty
 };
 
-/// One line of the module "NQGenTL". Thread-safe.
-void NQTrace(NQTraceLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+/// One line of the module "NQGenTL", by NQTraceLine. Thread-safe. A macro, so that the test of the flag stands where
+/// the line does and a closed logger's line costs no call and no argument: there is more than one for each call of a
+/// frame.
+#define NQTrace(...) (NQLogger::getInstance().IsOpen() ? NQTraceLine(__VA_ARGS__) : static_cast<void>(0))
+
+void NQTraceLine(NQTraceLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 /// One line at the level of failures; gives `code` back. Thread-safe.
 int NQFailed(int code, const char* format, ...) __attribute__((format(printf, 2, 3)));
