@@ -92,9 +92,11 @@ int NQGenTLBuffer::DoClose()
 }
 
 void NQGenTLBuffer::UpdateData(unsigned long size, unsigned long frameId, unsigned long timestamp, unsigned long width,
-                               unsigned long height, unsigned long pixelFormat, unsigned char* data)
+                               unsigned long height, unsigned long pixelFormat, unsigned char* data,
+                               const NQFrameDetails& details)
 {
     NQGenTLLock lock(m_lock);
+    m_details = details;
     _takeSize(size);
     m_frameId = frameId;
     m_timestamp = timestamp;
@@ -195,14 +197,12 @@ void NQGenTLBuffer::SetPosted(bool posted)
 
 std::shared_ptr<const void> NQGenTLBuffer::HoldMemory(std::shared_ptr<const void> share)
 {
-    NQGenTLLock lock(m_lock);
     m_memory.swap(share);
     return share;
 }
 
-std::shared_ptr<const void> NQGenTLBuffer::GetMemory()
+std::shared_ptr<const void> NQGenTLBuffer::GetMemory() const
 {
-    NQGenTLLock lock(m_lock);
     return m_memory;
 }
 

@@ -80,12 +80,10 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     int DoClose() override;
 
     /// Takes over a frame of `size` bytes at `data`: copies it into memory of the buffer's own, unless it is there
-    /// already, or points to it. A null `data` changes only the frame's values.
+    /// already, or points to it. A null `data` changes only the frame's values. `details` is what else is known of it.
     void UpdateData(unsigned long size, unsigned long frameId, unsigned long timestamp, unsigned long width,
-                    unsigned long height, unsigned long pixelFormat, unsigned char* data);
-
-    /// Takes what else is known of the frame that the next UpdateData brings.
-    void UpdateDetails(const NQFrameDetails& details);
+                    unsigned long height, unsigned long pixelFormat, unsigned char* data,
+                    const NQFrameDetails& details = {});
 
     /// Whether the last frame has more bytes than the buffer.
     bool IsTooSmall();
@@ -125,9 +123,11 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     bool IsPosted();
     void SetPosted(bool posted);
 
+    // The share in memory is its stream's to look after: thread-bound to whoever holds the queueing lock there.
+
     /// Takes a share in the memory that the data pointer now points into, which keeps it in place. The share it had.
     std::shared_ptr<const void> HoldMemory(std::shared_ptr<const void> share);
-    std::shared_ptr<const void> GetMemory();
+    std::shared_ptr<const void> GetMemory() const;
 
     void* GetRdmaId();
     void SetRdmaId(void* id);
@@ -167,7 +167,7 @@ class NQGenTLBuffer : private NQGenTLModuleBase
     std::atomic<void*> m_rdmaId{nullptr}; ///< Null until the first frame binds a frame block.
     Origin m_origin;
     unsigned char* m_data NQ_GUARDED_BY(m_lock);
-    std::shared_ptr<const void> m_memory NQ_GUARDED_BY(m_lock); ///< Share in the frame block that m_data points into.
+    std::shared_ptr<const void> m_memory; ///< Share in the frame block that m_data points into.
     std::atomic<bool> m_posted{false};
     const unsigned long m_size;
     void* const m_userPtr;

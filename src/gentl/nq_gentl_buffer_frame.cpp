@@ -29,12 +29,6 @@ unsigned long NanosecondsOf(unsigned long ticks, unsigned long frequency)
 
 } // namespace
 
-void NQGenTLBuffer::UpdateDetails(const NQFrameDetails& details)
-{
-    NQGenTLLock lock(m_lock);
-    m_details = details;
-}
-
 bool NQGenTLBuffer::IsTooSmall()
 {
     NQGenTLLock lock(m_lock);

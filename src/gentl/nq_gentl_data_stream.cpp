@@ -464,8 +464,7 @@ void NQGenTLDataStream::EndOfTransfer(void* rdmaId, unsigned long size, unsigned
         {
             ++m_numStarted;
             buffer->SetAcquiringFlag(true);
-            buffer->UpdateDetails(m_details);
-            buffer->UpdateData(size, frameId, timestamp, width, height, pixelFormat, data);
+            buffer->UpdateData(size, frameId, timestamp, width, height, pixelFormat, data, m_details);
             m_numCopied += buffer->IsCopied() ? 1 : 0;
             buffer->SetAcquiringFlag(false);
             formerMemory = HandOver(buffer, rdmaId);
