@@ -295,6 +295,21 @@ TEST_F(DoctorNetwork, AnAdapterWithAWiderSubnetIsRightWhereTheCameraHasAWayBack)
     EXPECT_THAT(without.output, NotKnown("camera.answers", "no camera can be asked (camera.subnet, camera.answers)\n"));
 }
 
+TEST_F(DoctorNetwork, ACameraThatHasAnAddressOfThisMachine)
+{
+    Shell("ip addr add 10.77.0.2/24 brd + dev host0");
+    Outcome doctor = RunDoctor();
+    // A busy machine may be late for the answer.
+    for (int tries = 0; tries < 4 && doctor.output.find("wrong      adapter.unique") == std::string::npos; ++tries)
+    {
+        doctor = RunDoctor();
+    }
+    EXPECT_THAT(doctor.output, testing::ContainsRegex(Beginning("wrong", "adapter.unique") +
+                                                      "host0: the host ..(:..){5} there has 10.77.0.2/24 as well\n"));
+    EXPECT_EQ(MendOf(doctor, "adapter.unique"), "ip addr del 10.77.0.2/24 dev host0");
+    EXPECT_THAT(Mend(doctor, "adapter.unique").output, Right("adapter.unique", "host0: cameras answer\n"));
+}
+
 TEST_F(DoctorNetwork, ACameraToWhichNoRouteLeads)
 {
     Shell("ip route add unreachable 10.77.0.2/32");

@@ -122,6 +122,39 @@ void CheckOne(const Scene& scene, const Adapter& adapter, Findings& findings)
     findings.Right("adapter.address", adapter.name, all);
 }
 
+bool IsOwn(const Scene& scene, const std::string& mac)
+{
+    return std::any_of(scene.adapters.begin(), scene.adapters.end(), [&](const Adapter& adapter) {
+        return scene.machine.Text("sys/class/net/" + adapter.name + "/address").value_or("").starts_with(mac);
+    });
+}
+
+/// The kernel takes no packet from an address of this machine, so a camera that has it as well is never heard.
+void CheckUnique(const Scene& scene, const Adapter& adapter, Findings& findings)
+{
+    constexpr const char* kId = "adapter.unique";
+    if (!scene.cameras.empty() || scene.otherCameras != 0)
+    {
+        findings.Right(kId, adapter.name, "cameras answer");
+        return;
+    }
+    for (const Adapter& other : scene.adapters)
+    {
+        for (const Ipv4Network& one : other.networks)
+        {
+            const AddressHolder holder = adapter.linked ? FindHolder(adapter.name, one.address) : AddressHolder();
+            if (!holder.mac.empty() && !IsOwn(scene, holder.mac))
+            {
+                findings.Wrong(kId, adapter.name,
+                               fmt::format("the host {} there has {} as well", holder.mac, NetworkText(one)),
+                               {{"ADDRESS", NetworkText(one)}, {"OTHER", other.name}});
+                return;
+            }
+        }
+    }
+    findings.NotKnown(kId, adapter.name, "no host there says that it has one, and no camera answers");
+}
+
 /// The address of another adapter that shares a subnet with this one.
 const Ipv4Network* Shared(const Adapter& adapter, const Adapter& other)
 {
@@ -197,10 +230,12 @@ void CheckAdapters(const Scene& scene, Findings& findings)
     for (const Adapter& adapter : scene.concerned)
     {
         CheckOne(scene, adapter, findings);
+        CheckUnique(scene, adapter, findings);
         CheckSubnet(scene, adapter, findings);
     }
-    findings.NotKnownElse({"adapter.up", "adapter.link", "adapter.address", "adapter.mtu", "adapter.subnet"},
-                          "there is no adapter (adapter.found)");
+    findings.NotKnownElse(
+        {"adapter.up", "adapter.link", "adapter.address", "adapter.unique", "adapter.mtu", "adapter.subnet"},
+        "there is no adapter (adapter.found)");
     findings.NotKnownElse({"adapter.mask"}, "no adapter has an address (adapter.found, adapter.address)");
 }
 
