@@ -87,6 +87,7 @@ TEST(DoctorOutput, AsJsonHasTheSameWithQuestionAndNumbers)
     const Outcome doctor =
         RunProgram({NQ_TOOL_PATH, "--producer", NQ_CTI_PATH, "--timeout", "100", "--json", "doctor"});
     EXPECT_EQ(doctor.exitCode, 1);
+    ExpectFitsSchema("doctor", doctor.output);
     EXPECT_THAT(doctor.output, testing::ContainsRegex("^\\{\n  \"right\": [0-9]+,\n  \"wrong\": [1-9][0-9]*,\n  "
                                                       "\"not_known\": [0-9]+,\n  \"findings\": \\[\n"));
     EXPECT_THAT(

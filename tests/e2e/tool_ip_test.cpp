@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev ip: a camera of a foreign subnet is shown, moved and grabbed from; what would go wrong is refused.
 #include "support/gvcp_camera.h"
+#include "support/json_schema.h"
 #include "support/network.h"
 #include "support/tool.h"
 #include "support/virtual_camera.h"
@@ -72,7 +73,9 @@ TEST_F(ToolIp, CameraOfAForeignSubnetIsFoundForcedAndGrabbedFrom)
 
 TEST_F(ToolIp, JsonTellsTheSame)
 {
-    const json shown = json::parse(Ip({"--json"}).output);
+    const std::string text = Ip({"--json"}).output;
+    ExpectFitsSchema("ip", text);
+    const json shown = json::parse(text);
     ASSERT_EQ(shown["cameras"].size(), 1U);
     const json expected = json::parse(R"({"mac": "02:00:C0:A8:01:05", "model": "NQ-GEV-Camera", "serial": "NQ000001",
         "user_name": "", "address": "192.168.1.5/24", "gateway": null,
@@ -80,7 +83,9 @@ TEST_F(ToolIp, JsonTellsTheSame)
         "supported": {"persistent": true, "dhcp": true, "link_local": true},
         "adapter": "host0", "adapter_address": "10.0.0.1/24", "reachable": false, "controlled_by": null})");
     EXPECT_EQ(shown["cameras"][0], expected);
-    const json forced = json::parse(Force("10.0.0.9/24", {"--yes", "--json"}).output);
+    const std::string change = Force("10.0.0.9/24", {"--yes", "--json"}).output;
+    ExpectFitsSchema("ip", change);
+    const json forced = json::parse(change);
     EXPECT_EQ(forced["before"], "192.168.1.5/24");
     EXPECT_THAT(forced["result"].get<std::string>(), HasSubstr("stands at 10.0.0.9/24 now"));
 }

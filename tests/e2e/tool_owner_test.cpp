@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A camera that somebody else controls: who, what to do, and waiting for it.
 #include "support/gvcp_camera.h"
+#include "support/json_schema.h"
 #include "support/network.h"
 #include "support/temporary_folder.h"
 #include "support/tool.h"
@@ -53,6 +54,7 @@ TEST_F(ToolOwner, IsToldByListAndGrab)
     EXPECT_EQ(list.exitCode, 0) << list.output;
     EXPECT_THAT(list.output, ContainsRegex("    controlled by 10\\.77\\.0\\.1, UDP port [1-9][0-9]*\n"));
     const Outcome json = RunTool({"--json", "list"}, m_camera.Environment());
+    ExpectFitsSchema("list", json.output);
     EXPECT_THAT(json.output, ContainsRegex("\"controlled_by\": \\{\n *\"address\": \"10\\.77\\.0\\.1\",\n *\"port\": "
                                            "[1-9][0-9]*,\n *\"exclusive\": false,\n *\"heartbeat_ms\": [1-9]"));
     const Outcome grab = RunTool({"grab"}, m_camera.Environment());

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev against the virtual camera: what a user sees, and the exit codes.
+#include "support/json_schema.h"
 #include "support/network.h"
 #include "support/temporary_folder.h"
 #include "support/tool.h"
@@ -42,6 +43,7 @@ TEST(ToolList, PrintsTheSameAsJson)
     const VirtualCamera camera({"--serial", "SN-4711", "--user-name", "left"});
     const Outcome list = RunTool({"--json", "list"}, camera.Environment());
     EXPECT_EQ(list.exitCode, 0) << list.output;
+    ExpectFitsSchema("list", list.output);
     EXPECT_THAT(list.output, HasSubstr("\"serial\": \"SN-4711\""));
     EXPECT_THAT(list.output, HasSubstr("\"address\": \"10.77.0.2\""));
     EXPECT_THAT(list.output, HasSubstr("\"user_name\": \"left\""));
