@@ -74,6 +74,38 @@ TEST(ToolOnAnOddDescription, CategoriesThatNameEachOtherAreWalkedOnceEach)
     }
 }
 
+TEST(ToolOnAnOddDescription, NamesAnEventBesideAFeatureWithBillionsOfWaysThroughIt)
+{
+    std::string nodes = Category("Root", {"Ways0", "EventMade"});
+    for (int level = 0; level < 10; ++level)
+    {
+        const std::string next = "Ways" + std::to_string(level + 1);
+        std::string variables;
+        for (int way = 0; way < 16; ++way)
+        {
+            const std::string name = next + (way == 0 ? "" : "Of" + std::to_string(way));
+            variables += "<pVariable Name=\"V" + std::to_string(way) + "\">" + name + "</pVariable>";
+        }
+        for (int way = 0; way < 16; ++way)
+        {
+            nodes += "  <IntSwissKnife Name=\"Ways" + std::to_string(level) +
+                     (way == 0 ? "" : "Of" + std::to_string(way)) + "\">" + variables +
+                     "<Formula>V0</Formula></IntSwissKnife>\n";
+        }
+    }
+    DescribedCamera described(nodes + "  <IntReg Name=\"EventMade\"><Address>0</Address><Length>2</Length>"
+                                      "<AccessMode>RO</AccessMode><pPort>EventPort</pPort><Sign>Unsigned</Sign>"
+                                      "<Endianess>BigEndian</Endianess></IntReg>\n"
+                                      "  <Port Name=\"EventPort\"><EventID>9001</EventID></Port>\n");
+    described.camera.SetRegister(0x0900, 1);
+    ChildProcess events({NQ_TOOL_PATH, "--producer", NQ_CTI_PATH, "events"});
+    ASSERT_TRUE(events.WaitForOutput("nq-gev: listening to the camera", kLongTime)) << events.Output();
+    ASSERT_TRUE(described.camera.WaitFor("write 0x0B00 = 0x00000D80", 1, kLongTime)) << "where events are sent";
+    described.camera.Send({0x42, 0, 0, 0xC0, 0, 16, 0, 1, 0, 0, 0x90, 0x01, 0xFF, 0xFF, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1},
+                          "10.77.0.1", 0x0D80);
+    EXPECT_TRUE(events.WaitForOutput("  device  remote-device  0x9001  Made  00009001", kLongTime)) << events.Output();
+}
+
 TEST(ToolOnACameraThatFallsSilent, TellsSoWhileTheDescriptionIsRead)
 {
     DescribedCamera described(GainOfSelector() + Blanks(8000));

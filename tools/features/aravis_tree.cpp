@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <utility>
 
 namespace nq::tool
@@ -163,43 +162,48 @@ std::string RegisterBytes(ArvGcRegister* node, Problem& problem)
     return bytes;
 }
 
-using PropertyOf = std::function<void(ArvGcPropertyNode* property, ArvGcPropertyNodeType type)>;
-
-void ForEachProperty(ArvGcNode* node, const PropertyOf& look)
+/// Whether what the node shows may lie behind the property.
+bool LeadsOn(ArvGcPropertyNodeType type)
 {
-    for (ArvDomNode* at = arv_dom_node_get_first_child(ARV_DOM_NODE(node)); at != nullptr;
-         at = arv_dom_node_get_next_sibling(at))
-    {
-        if (ARV_IS_GC_PROPERTY_NODE(at))
-        {
-            look(ARV_GC_PROPERTY_NODE(at), arv_gc_property_node_get_node_type(ARV_GC_PROPERTY_NODE(at)));
-        }
-    }
+    return type == ARV_GC_PROPERTY_NODE_TYPE_P_VALUE || type == ARV_GC_PROPERTY_NODE_TYPE_P_VARIABLE ||
+           type == ARV_GC_PROPERTY_NODE_TYPE_P_PORT;
 }
 
-/// The id of the event whose packet holds what the node shows; nothing for what lies in registers.
-std::optional<uint64_t> EventOf(ArvGcNode* node, int depth)
+/// The id of the event whose packet holds what the node shows, the nearest one; nothing for what lies in registers.
+std::optional<uint64_t> EventOf(ArvGcNode* node)
 {
-    constexpr int kDeepest = 8; // a value may name itself
-    std::optional<uint64_t> event;
-    if (node == nullptr || depth > kDeepest)
+    constexpr size_t kMostNodes = 256;
+    size_t left = 4096; // of what stands in nodes: a camera may send a description that leads on and on
+    std::vector<ArvGcNode*> nodes{node};
+    for (size_t at = 0; at < nodes.size(); ++at)
     {
-        return event;
+        for (ArvDomNode* child = arv_dom_node_get_first_child(ARV_DOM_NODE(nodes[at])); child != nullptr && left > 0;
+             child = arv_dom_node_get_next_sibling(child), --left)
+        {
+            ArvGcPropertyNode* const property = ARV_IS_GC_PROPERTY_NODE(child) ? ARV_GC_PROPERTY_NODE(child) : nullptr;
+            if (property == nullptr)
+            {
+                continue;
+            }
+            const ArvGcPropertyNodeType type = arv_gc_property_node_get_node_type(property);
+            if (type == ARV_GC_PROPERTY_NODE_TYPE_EVENT_ID)
+            {
+                Problem problem;
+                const std::string digits = TextOr(arv_gc_property_node_get_string(property, problem.Place()));
+                if (!digits.empty())
+                {
+                    return std::strtoull(digits.c_str(), nullptr, 16);
+                }
+            }
+            ArvGcNode* const linked =
+                LeadsOn(type) && nodes.size() < kMostNodes ? arv_gc_property_node_get_linked_node(property) : nullptr;
+            if (linked != nullptr && std::find(nodes.begin(), nodes.end(), linked) == nodes.end())
+            {
+                nodes.push_back(linked);
+            }
+        }
     }
-    ForEachProperty(node, [&](ArvGcPropertyNode* property, ArvGcPropertyNodeType type) {
-        if (type == ARV_GC_PROPERTY_NODE_TYPE_EVENT_ID)
-        {
-            Problem problem;
-            const std::string digits = TextOr(arv_gc_property_node_get_string(property, problem.Place()));
-            event = digits.empty() ? event : std::strtoull(digits.c_str(), nullptr, 16);
-        }
-        else if (type == ARV_GC_PROPERTY_NODE_TYPE_P_VALUE || type == ARV_GC_PROPERTY_NODE_TYPE_P_VARIABLE ||
-                 type == ARV_GC_PROPERTY_NODE_TYPE_P_PORT)
-        {
-            event = event ? event : EventOf(arv_gc_property_node_get_linked_node(property), depth + 1);
-        }
-    });
-    return event;
+    return std::nullopt;
 }
 
 } // namespace
@@ -450,19 +454,34 @@ void AravisTree::Execute(const std::string& name)
     problem.Throw();
 }
 
-std::optional<std::string> AravisTree::EventName(uint64_t id)
+void AravisTree::LearnEvents()
 {
     // By convention the feature with the id is called as the event, those with its data have more behind that.
     constexpr std::string_view kPrefix = "Event";
-    std::optional<std::string> shortest;
+    std::map<uint64_t, std::string> shortest;
     for (const std::string& name : m_names)
     {
-        if ((!shortest || name.size() < shortest->size()) && EventOf(ARV_GC_NODE(Node(name)), 0) == id)
+        if (const std::optional<uint64_t> event = EventOf(ARV_GC_NODE(Node(name))))
         {
-            shortest = name;
+            std::string& known = shortest.emplace(*event, name).first->second;
+            known = name.size() < known.size() ? name : known;
         }
     }
-    return shortest && shortest->starts_with(kPrefix) ? shortest->substr(kPrefix.size()) : shortest;
+    m_events.emplace();
+    for (const auto& [event, name] : shortest)
+    {
+        m_events->emplace(event, name.starts_with(kPrefix) ? name.substr(kPrefix.size()) : name);
+    }
+}
+
+std::optional<std::string> AravisTree::EventName(uint64_t id)
+{
+    if (!m_events)
+    {
+        LearnEvents();
+    }
+    const auto found = m_events->find(id);
+    return found == m_events->end() ? std::nullopt : std::optional(found->second);
 }
 
 } // namespace nq::tool

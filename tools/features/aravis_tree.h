@@ -36,6 +36,7 @@ class AravisTree : public FeatureTree
     ArvGcFeatureNode* Node(const std::string& name) const;
     void Walk(const std::string& category, const std::string& path, int depth);
     void NoteSelected(const std::string& name);
+    void LearnEvents();
     void DescribeNumber(ArvGcFeatureNode* node, Feature& feature) const;
     void DescribeEntries(ArvGcEnumeration* node, Feature& feature) const;
 
@@ -47,6 +48,7 @@ class AravisTree : public FeatureTree
     std::map<std::string, std::string> m_categories; ///< of each feature, by its name
     std::map<std::string, std::vector<std::string>> m_selectors; ///< of each feature, by its name
     std::map<std::string, std::vector<std::string>> m_selected;  ///< by each selector, by its name
+    std::optional<std::map<uint64_t, std::string>> m_events;     ///< names by ids, from the first question on
 };
 
 } // namespace nq::tool
