@@ -22,7 +22,7 @@ TEST(CameraFaults, LostAckExecutesAndSaysNothing)
 {
     const VirtualCamera camera;
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     camera.Fault("lost-ack");
     host.Send(Hex("42 01 00 82 00 08 00 05 00 01 00 00 00 00 00 64"));
     EXPECT_EQ(host.Read(0x10000), 100U); // the first answer to arrive is that of the read
@@ -67,7 +67,7 @@ TEST(CameraFaults, PendingAckFeatureAsksForPatienceOnceTheHostUnderstandsIt)
 {
     const VirtualCamera camera;
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Write(1, 0x0954, 2), 0U);
     EXPECT_EQ(host.Ask("42 01 00 82 00 08 00 31 00 01 00 60 00 00 00 64"), Hex("00 00 00 89 00 04 00 31 00 00 00 64"));
     EXPECT_EQ(host.Receive(), Hex("00 00 00 83 00 04 00 31 00 00 00 01"));
@@ -77,7 +77,7 @@ TEST(CameraFaults, PendingAckFeatureIsJustSlowForOtherHosts)
 {
     const VirtualCamera camera;
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Ask("42 01 00 82 00 08 00 31 00 01 00 60 00 00 00 64"), Hex("00 00 00 83 00 04 00 31 00 00 00 01"));
 }
 
@@ -116,7 +116,7 @@ TEST(CameraFaults, RebootForgetsPrivilegeAndFeatures)
 {
     const VirtualCamera camera;
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     host.Write(1, 0x10000, 100);
     camera.Fault("reboot:0");
     EXPECT_EQ(host.Read(0x0A00), 0U);
@@ -144,7 +144,7 @@ TEST(CameraFaults, DeviceResetRestartsBehindItsAcknowledge)
 {
     const VirtualCamera camera;
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(host.Write(1, 0x1005C, 1), 0U);
     EXPECT_EQ(host.Read(0x0A00), 0U);
 }
@@ -153,7 +153,7 @@ TEST(CameraFaults, PrivilegeTakenLeavesTheHolderWithout)
 {
     const VirtualCamera camera;
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     camera.Fault("privilege-taken");
     EXPECT_EQ(host.Read(0x0A00), 1U);
     EXPECT_EQ(host.Write(1, 0x10000, 100), 0x8006U);
@@ -173,7 +173,7 @@ TEST(CameraFaults, ClearingThemLeavesControlWithItsHolder)
 {
     const VirtualCamera camera;
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     EXPECT_EQ(camera.Control(R"({"cmd":"clear"})"), R"({"ok":true})");
     EXPECT_EQ(host.Read(0x0A00), 2U);
     EXPECT_EQ(host.Write(1, 0x10000, 100), 0U);
@@ -196,7 +196,7 @@ TEST(CameraFaults, WrongEventSizeCutsOrLengthensThePacket)
     const VirtualCamera camera({"--fault", "wrong-event-size"});
     const RawHost host;
     const RawHost events;
-    host.TakeControl();
+    host.KeepControl();
     host.Write(1, 0x0B10, 0x0A4D0001);
     host.Write(2, 0x0B00, events.Port());
     camera.Control(R"({"cmd":"event"})");
@@ -235,7 +235,7 @@ TEST(CameraControlSocket, StatusTellsTheState)
 {
     const VirtualCamera camera({"--serial", "Z9"});
     const RawHost host;
-    host.TakeControl();
+    host.KeepControl();
     host.Write(1, 0xE030, 0x80000000);
     const std::string status = camera.Control(R"({"cmd":"status"})");
     EXPECT_THAT(status, HasSubstr(R"("address":"10.77.0.2")"));

@@ -108,8 +108,8 @@ TEST(CameraFacts, LimitsAndTimeoutsMoveEachOther)
     EXPECT_EQ(host.Limit("AcquisitionFrameRate", "Max"), 100000) << "switched off";
     ASSERT_EQ(host.Set("DeviceLinkThroughputLimitMode", "On"), 0U);
     EXPECT_EQ(host.Limit("AcquisitionFrameRate", "Max"), 10) << "307200 bytes each";
-    ASSERT_EQ(host.Set("DeviceLinkHeartbeatTimeout", 2000000), 0U);
-    EXPECT_EQ(host.Get("GevHeartbeatTimeout"), 2000);
+    ASSERT_EQ(host.Set("DeviceLinkHeartbeatTimeout", 50000000), 0U);
+    EXPECT_EQ(host.Get("GevHeartbeatTimeout"), 50000);
     ASSERT_EQ(host.Set("DeviceLinkHeartbeatMode", "Off"), 0U);
     EXPECT_EQ(host.Read(0x0954), 1U);
 }

@@ -57,6 +57,25 @@ inline Octets TextBytes(const std::string& text, std::size_t width)
     return bytes;
 }
 
+/// Whether an attempt succeeds. One that fails after `most` or more proves nothing, as the machine stood still for
+/// longer than the camera waits: it is made again.
+template <typename Attempt>
+bool SucceedsIfWithin(std::chrono::milliseconds most, Attempt attempt)
+{
+    while (true)
+    {
+        const auto start = std::chrono::steady_clock::now();
+        if (attempt())
+        {
+            return true;
+        }
+        if (std::chrono::steady_clock::now() - start < most)
+        {
+            return false;
+        }
+    }
+}
+
 /// A UDP socket bound to the host's end of the cable. Waits are generous and only end early.
 class RawHost
 {
@@ -135,11 +154,18 @@ class RawHost
         return answer.size() < 2 ? 0xFFFFFFFF : static_cast<unsigned>(answer[0] * 256 + answer[1]);
     }
 
-    /// Takes control and keeps it for a minute without a word, so that a machine that stands still loses nothing.
+    /// Takes control and keeps it for a minute without a word, so that a machine that stands still loses nothing. One
+    /// that stood still for a heartbeat in between begins anew.
     void KeepControl() const
     {
-        TakeControl();
-        Write(0x7002, 0x0938, 60000);
+        for (int tries = 0; tries < 10; ++tries)
+        {
+            TakeControl();
+            if (Write(0x7002, 0x0938, 60000) != 0x8006)
+            {
+                return;
+            }
+        }
     }
 
     /// The value of a register; 0xDEADDEAD when the camera answered with an error or not at all.

@@ -13,14 +13,20 @@
 namespace nq::test
 {
 
-/// Whether a thread sleeps; `folder` is its own in /proc, or that of a process for its first thread.
-inline bool IsAsleep(const std::string& folder)
+/// What the kernel says of the thread whose folder in /proc that is: 'S' when it sleeps, 'T' when it is stopped; '?'
+/// when it has gone.
+inline char StateOf(const std::string& folder)
 {
     std::ifstream file(folder + "/stat");
     std::string text;
     std::getline(file, text);
     const auto end = text.rfind(") ");
-    return end != std::string::npos && text[end + 2] == 'S';
+    return end == std::string::npos ? '?' : text[end + 2];
+}
+
+inline bool IsAsleep(const std::string& folder)
+{
+    return StateOf(folder) == 'S';
 }
 
 /// Returns once every other thread of this process sleeps. None is inside the allocator then, so a child of a process
@@ -39,13 +45,16 @@ inline void AwaitOthersAsleep()
     }
 }
 
-/// Returns once the first thread of a process sleeps.
-inline void AwaitAsleep(pid_t process)
+/// Returns once every thread of a process is in that state.
+inline void AwaitState(pid_t process, char state)
 {
-    const std::string folder = "/proc/" + std::to_string(process);
     for (int seen = 0; seen < 3; std::this_thread::yield())
     {
-        seen = IsAsleep(folder) ? seen + 1 : 0;
+        const std::filesystem::directory_iterator threads("/proc/" + std::to_string(process) + "/task");
+        seen = std::all_of(begin(threads), end(threads),
+                           [&](const auto& thread) { return StateOf(thread.path()) == state; })
+                   ? seen + 1
+                   : 0;
     }
 }
 
