@@ -5,7 +5,7 @@
 
 logs=out/roce
 # The budget of all cases together: then the guests end, and with them the case that is under way.
-guest_seconds=1100
+guest_seconds=3600
 declare -A serving=() orders=()
 
 # The cable is one TCP connection of QEMU's own on the loopback interface. (Its newer backend "stream" falls silent for
