@@ -27,13 +27,13 @@ int64_t NowMs()
 
 void OnStop(int number)
 {
+    const int64_t now = NowMs();
+    int64_t first = 0;
+    g_stopMs.compare_exchange_strong(first, now); // before the other: a second thread may be in here at the same time
     int none = 0;
-    if (g_stop.compare_exchange_strong(none, number))
-    {
-        g_stopMs = NowMs();
-    }
+    const bool isFirst = g_stop.compare_exchange_strong(none, number);
     // `timeout` signals its child and then the group of both, which is one request to stop.
-    else if (number != none || NowMs() - g_stopMs >= kOneRequestMs)
+    if (!isFirst && (number != none || now - g_stopMs >= kOneRequestMs))
     {
         std::signal(number, SIG_DFL);
         std::raise(number); // takes effect when this handler returns
