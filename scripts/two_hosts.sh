@@ -70,7 +70,7 @@ mkdir -m 700 "$NQ_RDMA_LOOPBACK_DIR"
 # shellcheck disable=SC2086
 $on_camera build/nq-gev-camera --address "$address" ${CAMERA_ARGUMENTS:-} >"$work/camera.log" 2>&1 &
 camera=$!
-for _ in $(seq 100); do
+for _ in $(seq 600); do
     grep -q '^ready' "$work/camera.log" && break
     kill -0 "$camera" 2>/dev/null || { cat "$work/camera.log" >&2; exit 1; }
     sleep 0.1
