@@ -84,6 +84,7 @@ start_guests() {
 }
 
 boot_both() {
+    choose_cable_port
     boot camera listen 52:54:00:00:00:02 10.77.0.2 10.77.0.3
     wait_for 60 cable_is_there || return 1
     boot host connect 52:54:00:00:00:01 10.77.0.1

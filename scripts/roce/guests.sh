@@ -10,8 +10,13 @@ declare -A serving=() orders=()
 
 # The cable is one TCP connection of QEMU's own on the loopback interface. (Its newer backend "stream" falls silent for
 # good under load in QEMU 7.2.)
-cable_port=$((20000 + $$ % 20000))
+cable_port=
 cable_is_there() { [ -n "$(ss -Hltn "sport = :$cable_port")" ]; }
+
+# A port that is nobody's, below those that the kernel gives to clients.
+choose_cable_port() {
+    until cable_port=$((20000 + RANDOM % 12000)) && ! cable_is_there; do :; done
+}
 
 # boot GUEST listen|connect MAC ADDRESS...: starts a guest; it may not live longer than $guest_seconds.
 boot() {
