@@ -6,7 +6,6 @@
 #include "support/tool.h"
 #include "support/xml_tree.h"
 
-#include <cstdlib>
 #include <functional>
 #include <gmock/gmock.h>
 #include <malloc.h>
@@ -65,18 +64,17 @@ struct OpenSystem
 TEST_P(ProcessTraps, AListTakesAHundredMilliseconds)
 {
     const OpenSystem open;
-    std::uint32_t cameras = 0;
-    // On a machine under load an answer may come too late; a consumer lists again and again.
-    for (int attempt = 0; attempt < 10 && cameras == 0; ++attempt)
-    {
+    const auto list = [&] {
+        std::uint32_t cameras = 0;
         open.ForEachInterface([&](const std::string&, GenTL::IF_HANDLE interface) {
             std::uint32_t count = 0;
             EXPECT_EQ(open.gentl.IFUpdateDeviceList(interface, nullptr, 100), 0);
             EXPECT_EQ(open.gentl.IFGetNumDevices(interface, &count), 0);
             cameras += count;
         });
-    }
-    EXPECT_EQ(cameras, 1U);
+        return cameras;
+    };
+    EXPECT_EQ(AskUntil(1U, list), 1U);
 }
 
 /// What a consumer keeps of a camera to open it the next time.
@@ -121,7 +119,10 @@ TEST_P(ProcessTraps, AKnownCameraOpensByItsIdOnFreshHandles)
         GenTL::DEV_HANDLE device = nullptr;
         GenTL::DS_HANDLE stream = nullptr;
         ASSERT_EQ(open.gentl.TLOpenInterface(open.system, ids[0].interface.c_str(), &interface), 0);
-        ASSERT_EQ(open.gentl.IFOpenDevice(interface, ids[0].device.c_str(), GenTL::DEVICE_ACCESS_CONTROL, &device), 0);
+        const auto openCamera = [&] {
+            return open.gentl.IFOpenDevice(interface, ids[0].device.c_str(), GenTL::DEVICE_ACCESS_CONTROL, &device);
+        };
+        ASSERT_EQ(AskUntil(0, openCamera), 0);
         ASSERT_EQ(open.gentl.DevOpenDataStream(device, "Stream:0", &stream), 0);
     }
 }
@@ -182,7 +183,7 @@ struct Held
     static Held Now()
     {
         const struct mallinfo2 heap = mallinfo2();
-        return {Count("task"), Count("fd"), heap.uordblks + heap.hblkhd};
+        return {LivingThreads(), Descriptors(), heap.uordblks + heap.hblkhd};
     }
 };
 
@@ -204,15 +205,13 @@ void LiveHalf(const KnownIds& ids, int round)
     ASSERT_EQ(gentl.TLOpen(&system), 0);
     ASSERT_EQ(gentl.TLOpenInterface(system, ids.interface.c_str(), &interface), 0);
     ASSERT_EQ(gentl.IFUpdateDeviceList(interface, nullptr, 100), 0);
-    // By the library's own answers the question who controls the camera goes by the socket of the scan. What answers
-    // the scan late, at most once for each camera, is taken for its answer, and the camera is then not opened.
-    const unsigned mostRefusals = std::getenv("NQ_GEV_TL_STANDARD") == nullptr ? kCameras : 0;
-    int opened = -1005;
-    for (unsigned refusals = 0; opened == -1005 && refusals <= mostRefusals; ++refusals)
-    {
-        opened = gentl.IFOpenDevice(interface, ids.device.c_str(), GenTL::DEVICE_ACCESS_CONTROL, &device);
-    }
-    ASSERT_EQ(opened, 0);
+    // By the library's own answers the question who controls the camera goes by the socket of the scan, and what
+    // answers the scan late is taken for its answer; in both modes the answer may itself be later than the 100 ms that
+    // it has.
+    const auto open = [&] {
+        return gentl.IFOpenDevice(interface, ids.device.c_str(), GenTL::DEVICE_ACCESS_CONTROL, &device);
+    };
+    ASSERT_EQ(AskUntil(0, open), 0);
     ASSERT_EQ(gentl.DevOpenDataStream(device, "Stream:0", &stream), 0);
     ASSERT_EQ(gentl.GCRegisterEvent(stream, GenTL::EVENT_NEW_BUFFER, &event), 0);
     static unsigned char memory[2][1024]; // frames may come until the library is closed
@@ -225,7 +224,7 @@ void LiveHalf(const KnownIds& ids, int round)
     ASSERT_EQ(gentl.DSStartAcquisition(stream, 0, GENTL_INFINITE), 0);
     GenTL::S_EVENT_NEW_BUFFER data{};
     std::size_t size = sizeof data;
-    EXPECT_EQ(gentl.EventGetData(event, &data, &size, 5000), 0);
+    EXPECT_EQ(gentl.EventGetData(event, &data, &size, 60000), 0);
     switch (round % 5)
     {
     case 0:
@@ -260,8 +259,9 @@ void LiveHalfOften(const KnownIds& ids, int rounds)
         }
         before = round == 5 ? Held::Now() : before;
     }
-    EXPECT_EQ(ThreadsDownTo(before.threads), before.threads);
-    EXPECT_EQ(Count("fd"), before.descriptors);
+    // A thread of the fifth session may have been on its way out when it was counted.
+    EXPECT_LE(ThreadsDownTo(before.threads), before.threads);
+    EXPECT_LE(Descriptors(), before.descriptors);
     EXPECT_LT(Held::Now().bytes, before.bytes + 20480) << "a kilobyte for each session is too much";
 }
 

@@ -69,6 +69,7 @@ class StreamChaos : public testing::Test
             camera.Control(R"({"cmd":"clear","name":")" + fault.substr(0, fault.find(':')) + R"("})");
         }
         EXPECT_EQ(consumer.Stop(), 0);
+        consumer.AwaitEndOfRun(); // a last frame of it could leave its buffer incomplete
         consumer.RenewBuffers();
         nq::test::ExpectAWholeRun(consumer);
     }

@@ -259,7 +259,7 @@ TEST(StreamAddress, AHostThatNobodyReachesByRdmaFailsTheStart)
     const nq::test::TemporaryFolder nobody;
     setenv("NQ_RDMA_LOOPBACK_DIR", nobody.Path().c_str(), 1);
     consumer.AnnounceAndQueue(3);
-    const long threads = nq::test::Count("task");
+    const long threads = nq::test::LivingThreads();
     EXPECT_EQ(consumer.Start(), -1001);
     const Holdings idle = Holdings::Now();
     EXPECT_EQ(idle.threads, threads + 1) << "that of the software RDMA";

@@ -99,7 +99,8 @@ TEST(Stream, TheFrameAfterTheLastOneAskedForStopsTheStream)
     consumer.AnnounceAndQueue(4);
     ASSERT_EQ(consumer.Start(5), 0);
     EXPECT_EQ(consumer.Take(5), Ids(1, 5));
-    EXPECT_EQ(consumer.Next(3000), nullptr);
+    consumer.AwaitEndOfRun();
+    EXPECT_EQ(consumer.Next(0), nullptr);
     EXPECT_EQ(consumer.Stop(), -1004) << "it stopped by itself";
     consumer.QueueAll();
     ASSERT_EQ(consumer.Start(5), 0);
@@ -186,7 +187,7 @@ TEST(Stream, QueuesMayBeFlushedWhileFramesArrive)
     EXPECT_EQ(consumer.Stop(), 0);
     consumer.QueueAll();
     ASSERT_EQ(consumer.Start(), 0);
-    EXPECT_EQ(consumer.Take(10), Ids(1, 10));
+    EXPECT_EQ(consumer.TakeOfNewRun(10), Ids(1, 10));
     EXPECT_EQ(consumer.Stop(), 0);
 }
 

@@ -66,7 +66,7 @@ TEST(StreamFlow, WithoutBuffersTheStreamRunsAndStops)
 {
     const VirtualCamera camera(SmallFrames());
     Consumer consumer;
-    const long threads = nq::test::Count("task");
+    const long threads = nq::test::LivingThreads();
     consumer.RegisterEvent();
     ASSERT_EQ(consumer.Start(), 0);
     EXPECT_EQ(consumer.Stop(), 0);
@@ -213,10 +213,7 @@ TEST_F(StreamStop, AfterTheCameraHasDisconnected)
     StartWithAllQueued();
     EXPECT_EQ(consumer.Take(5), Ids(1, 5));
     camera.Fault("disconnect-mid-frame");
-    while (const GenTL::BUFFER_HANDLE buffer = consumer.Next(500))
-    {
-        EXPECT_EQ(consumer.gentl.DSQueueBuffer(consumer.stream, buffer), 0);
-    }
+    nq::test::TakeUntilStruck(consumer, camera, "disconnect-mid-frame");
 }
 
 TEST_F(StreamStop, WhileTheLinkIsDown)
@@ -253,7 +250,7 @@ TEST(StreamFlow, BuffersQueuedBeforeDuringAndAfterAnAcquisitionAllTakePartInTheN
     EXPECT_EQ(consumer.gentl.DSQueueBuffer(consumer.stream, held[1]), -1004) << "queued already";
     ASSERT_EQ(consumer.Start(), 0);
     consumer.seen.clear();
-    EXPECT_EQ(consumer.Take(20), Ids(1, 20));
+    EXPECT_EQ(consumer.TakeOfNewRun(20), Ids(1, 20));
     EXPECT_EQ(consumer.Stop(), 0);
     ExpectAWholeRun(consumer);
 }

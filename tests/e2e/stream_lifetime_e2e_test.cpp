@@ -8,8 +8,9 @@ namespace
 {
 
 using nq::test::Consumer;
-using nq::test::Count;
+using nq::test::Descriptors;
 using nq::test::Ids;
+using nq::test::LivingThreads;
 using nq::test::SmallFrames;
 using nq::test::ThreadsDownTo;
 using nq::test::VirtualCamera;
@@ -19,23 +20,23 @@ TEST(StreamLifetime, TwentyStartsAndStopsLeaveNoThreadAndNoDescriptor)
     const VirtualCamera camera(SmallFrames());
     Consumer consumer;
     consumer.AnnounceAndQueue(3);
-    const long idleThreads = Count("task");
+    const long idleThreads = LivingThreads();
     ASSERT_EQ(consumer.Start(), 0);
     EXPECT_EQ(consumer.Take(2), Ids(1, 2));
     EXPECT_EQ(consumer.Stop(), 0);
     const long threads = ThreadsDownTo(idleThreads + 1);
     EXPECT_EQ(threads, idleThreads + 1) << "only the software RDMA has a thread more";
-    const long descriptors = Count("fd");
+    const long descriptors = Descriptors();
     for (int round = 0; round < 20; ++round)
     {
         consumer.QueueAll();
         ASSERT_EQ(consumer.Start(), 0);
-        EXPECT_EQ(consumer.Take(2), Ids(1, 2));
+        EXPECT_EQ(consumer.TakeOfNewRun(2), Ids(1, 2));
         EXPECT_EQ(consumer.Stop(), 0);
-        EXPECT_EQ(Count("fd"), descriptors) << "round " << round;
+        EXPECT_EQ(Descriptors(), descriptors) << "round " << round;
     }
     EXPECT_EQ(ThreadsDownTo(threads), threads);
-    EXPECT_EQ(Count("fd"), descriptors);
+    EXPECT_EQ(Descriptors(), descriptors);
 }
 
 TEST(StreamLifetime, AStopMayMeetTheStopOfTheStreamItselfAndTheNextStartWorks)
@@ -46,7 +47,7 @@ TEST(StreamLifetime, AStopMayMeetTheStopOfTheStreamItselfAndTheNextStartWorks)
     for (int round = 0; round < 5; ++round)
     {
         ASSERT_EQ(consumer.Start(2), 0);
-        EXPECT_EQ(consumer.Take(2), Ids(1, 2));
+        EXPECT_EQ(consumer.TakeOfNewRun(2), Ids(1, 2));
         // In each round the stream's own stop has come a little further.
         std::this_thread::sleep_for(std::chrono::milliseconds(round * round));
         EXPECT_THAT(consumer.Stop(), testing::AnyOf(0, -1004));
@@ -74,7 +75,7 @@ class StreamSelfStop : public testing::TestWithParam<Closing>
 TEST_P(StreamSelfStop, MayBeClosedAtOnce)
 {
     const VirtualCamera camera(SmallFrames());
-    const long threads = Count("task") + 1; // that of the software RDMA
+    const long threads = LivingThreads() + 1; // that of the software RDMA
     long descriptors = 0;
     for (int round = 0; round < 4; ++round)
     {
@@ -88,8 +89,8 @@ TEST_P(StreamSelfStop, MayBeClosedAtOnce)
             GetParam().close(consumer);
         }
         EXPECT_EQ(ThreadsDownTo(threads), threads);
-        descriptors = round == 0 ? Count("fd") : descriptors;
-        EXPECT_EQ(Count("fd"), descriptors);
+        descriptors = round == 0 ? Descriptors() : descriptors;
+        EXPECT_EQ(Descriptors(), descriptors);
     }
 }
 
@@ -112,7 +113,7 @@ class StreamStart : public testing::TestWithParam<Closing>
 TEST_P(StreamStart, ThatWaitsForTheCameraIsEndedByAClose)
 {
     const VirtualCamera camera(SmallFrames());
-    const long idleThreads = Count("task");
+    const long idleThreads = LivingThreads();
     {
         // What the software RDMA keeps for the life of the process is there before anything is counted. A close can
         // come before a start has connected.
@@ -124,7 +125,7 @@ TEST_P(StreamStart, ThatWaitsForTheCameraIsEndedByAClose)
     camera.Fault("slow-accept:600000");
     const long threads = ThreadsDownTo(idleThreads + 1);
     EXPECT_EQ(threads, idleThreads + 1) << "only the software RDMA has a thread more";
-    const long descriptors = Count("fd");
+    const long descriptors = Descriptors();
     for (int round = 0; round < 3; ++round)
     {
         {
@@ -141,7 +142,7 @@ TEST_P(StreamStart, ThatWaitsForTheCameraIsEndedByAClose)
             EXPECT_EQ(started, -1001);
         }
         EXPECT_EQ(ThreadsDownTo(threads), threads);
-        EXPECT_EQ(Count("fd"), descriptors);
+        EXPECT_EQ(Descriptors(), descriptors);
     }
 }
 
@@ -150,7 +151,7 @@ INSTANTIATE_TEST_SUITE_P(By, StreamStart, testing::ValuesIn(kClosings),
 
 TEST(StreamLifetime, AStreamWhoseStartWasEndedByACloseWorksOnceItIsOpenAgain)
 {
-    const VirtualCamera camera(SmallFrames({"--fault", "slow-accept:2000"}));
+    const VirtualCamera camera(SmallFrames({"--fault", "slow-accept:600000"}));
     Consumer consumer;
     consumer.AnnounceAndQueue(3);
     int started = 0;
@@ -167,7 +168,7 @@ TEST(StreamLifetime, AStreamWhoseStartWasEndedByACloseWorksOnceItIsOpenAgain)
 TEST(StreamLifetime, ClosingTheLibraryDuringAcquisitionLeavesNoThreadAndNoDescriptor)
 {
     const VirtualCamera camera(SmallFrames());
-    const long threads = Count("task") + 1; // that of the software RDMA
+    const long threads = LivingThreads() + 1; // that of the software RDMA
     long descriptors = 0;
     for (int round = 0; round < 3; ++round)
     {
@@ -178,8 +179,8 @@ TEST(StreamLifetime, ClosingTheLibraryDuringAcquisitionLeavesNoThreadAndNoDescri
             EXPECT_EQ(consumer.Take(5), Ids(1, 5));
         }
         EXPECT_EQ(ThreadsDownTo(threads), threads);
-        descriptors = round == 0 ? Count("fd") : descriptors;
-        EXPECT_EQ(Count("fd"), descriptors);
+        descriptors = round == 0 ? Descriptors() : descriptors;
+        EXPECT_EQ(Descriptors(), descriptors);
     }
 }
 

@@ -132,7 +132,7 @@ class StreamThreads : public testing::Test
         consumer.buffers.assign(handles.begin(), handles.end());
         consumer.RenewBuffers();
         ASSERT_EQ(consumer.Start(), 0);
-        EXPECT_EQ(consumer.Take(10), Ids(1, 10));
+        EXPECT_EQ(consumer.TakeOfNewRun(10), Ids(1, 10));
         EXPECT_EQ(consumer.Stop(), 0);
     }
 

@@ -113,4 +113,9 @@ void VirtualCamera::Fault(const std::string& name) const
     }
 }
 
+bool VirtualCamera::HasStruck(const std::string& fault) const
+{
+    return Control(R"({"cmd":"status"})").find("\"" + fault + R"(":{"armed":false,"strikes":)") != std::string::npos;
+}
+
 } // namespace nq::test

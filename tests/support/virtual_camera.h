@@ -33,6 +33,9 @@ class VirtualCamera
     /// Switches a fault on at run time, as --fault does at the start.
     void Fault(const std::string& name) const;
 
+    /// Whether the camera has used up a fault that it was given.
+    bool HasStruck(const std::string& fault) const;
+
     /// Ends the camera without a farewell, as a power cut does.
     void Kill();
 
