@@ -2,9 +2,9 @@
 // What the software RDMA keeps, counts and leaves behind, and where it is stricter than real devices.
 #include "loopback/loopback_control.h"
 #include "loopback/rdma_side.h"
+#include "support/process_counts.h"
 #include "support/temporary_folder.h"
 
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <thread>
@@ -12,22 +12,12 @@
 namespace nq::test
 {
 
-namespace
-{
-
-size_t EntriesOf(const char* folder)
-{
-    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
-}
-
-} // namespace
-
 TEST(LoopbackHousekeeping, LoadingStartsNothing)
 {
 #ifdef __SANITIZE_THREAD__
-    EXPECT_EQ(EntriesOf("/proc/self/task"), 2U) << "one is ThreadSanitizer's";
+    EXPECT_EQ(LivingThreads(), 2) << "one is ThreadSanitizer's";
 #else
-    EXPECT_EQ(EntriesOf("/proc/self/task"), 1U);
+    EXPECT_EQ(LivingThreads(), 1);
 #endif
     const nq_loopback_objects objects = LoopbackControl().Objects();
     EXPECT_EQ(objects.contexts, 0);
@@ -78,14 +68,14 @@ TEST(LoopbackHousekeeping, ConnectionsLeaveNoDescriptorsAndNoThreads)
         const Connected first;
     }
     // A waiting period may still hold the sockets of the other side.
-    const size_t descriptors = EntriesOf("/proc/self/fd");
-    const size_t threads = EntriesOf("/proc/self/task");
+    const long descriptors = Descriptors();
+    const long threads = LivingThreads();
     for (int count = 0; count < 20; ++count)
     {
         const Connected again;
     }
-    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
-    EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
+    EXPECT_EQ(Descriptors(), descriptors);
+    EXPECT_EQ(LivingThreads(), threads);
 }
 
 TEST(LoopbackHousekeeping, IdThatIsGoneIsRefused)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Loading the library: what it does to the process, in which ways it loads, and its logger on a machine without one.
 #include "support/fake_logger.h"
+#include "support/process_counts.h"
 #include "support/temporary_folder.h"
 
 #include <gmock/gmock.h>
@@ -9,7 +10,6 @@
 #include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <set>
 #include <string>
 #include <thread>
@@ -21,24 +21,18 @@ using namespace nq::test;
 namespace
 {
 
-std::size_t EntriesOf(const char* folder)
-{
-    using std::filesystem::directory_iterator;
-    return static_cast<std::size_t>(std::distance(directory_iterator(folder), directory_iterator()));
-}
-
 constexpr const char* kLoggerInstance = "_ZZN8NQLogger11getInstanceEvE8instance";
 
 TEST(Load, StartsNoThreadAndOpensNoDescriptor)
 {
-    const std::size_t threads = EntriesOf("/proc/self/task");
-    const std::size_t descriptors = EntriesOf("/proc/self/fd");
+    const long threads = LivingThreads();
+    const long descriptors = Descriptors();
     const Producer producer;
-    EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
-    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
+    EXPECT_EQ(LivingThreads(), threads);
+    EXPECT_EQ(Descriptors(), descriptors);
     ASSERT_EQ(producer.GCInitLib(), 0);
-    EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
-    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
+    EXPECT_EQ(LivingThreads(), threads);
+    EXPECT_EQ(Descriptors(), descriptors);
 }
 
 TEST(Load, PrintsNothing)
