@@ -30,10 +30,10 @@ void Handle(int flags)
     ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
 }
 
-// Signals the thread until `done`, so that at least one signal meets it asleep.
+// Signals the thread until `done`: however late it falls asleep, a signal meets it then.
 void SignalUntil(std::thread& thread, const std::atomic<bool>& done)
 {
-    for (int count = 0; count < 200 && !done; ++count)
+    while (!done)
     {
         pthread_kill(thread.native_handle(), SIGUSR1);
         std::this_thread::sleep_for(std::chrono::milliseconds(5));

@@ -3,6 +3,9 @@
 #include "loopback/loopback_control.h"
 #include "loopback/rdma_side.h"
 
+#include <chrono>
+#include <thread>
+
 namespace nq::test
 {
 
@@ -15,6 +18,18 @@ void ExpectWaiting(unsigned long long count)
     const nq_loopback_waiting_sends sends = LoopbackControl().WaitingSends();
     EXPECT_EQ(sends.own, count);
     EXPECT_EQ(sends.of_peers, count);
+}
+
+/// Returns once both sides have counted a send that waits.
+void AwaitWaiting()
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatience);
+    nq_loopback_waiting_sends sends{};
+    while ((sends.own == 0 || sends.of_peers == 0) && std::chrono::steady_clock::now() < deadline)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        sends = LoopbackControl().WaitingSends();
+    }
 }
 
 void Send(Connected& pair, uint64_t number, size_t size)
@@ -67,6 +82,7 @@ TEST(LoopbackWaitingSends, SendThatWaitsIsCountedBeforeItsReceiveComes)
     Connected pair;
     Send(pair, 1, 3'000'000);
     ibv_req_notify_cq(pair.active.queue, 0);
+    AwaitWaiting();
     EXPECT_FALSE(Readable(pair.active.completions->fd, 300));
     ExpectWaiting(1);
     Receive(pair, 1, 3'000'000);
