@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 // A process that forks with cameras open: its child closes what it inherited without a trace, and may start anew.
+#include "support/ask_until.h"
 #include "support/asleep.h"
 #include "support/fake_logger.h"
 #include "support/forked.h"
 #include "support/gate.h"
 #include "support/open_tree.h"
+#include "support/process_counts.h"
 
 #include <gmock/gmock.h>
 
 #include <atomic>
 #include <cstdarg>
-#include <filesystem>
-#include <iterator>
 #include <thread>
 
 using namespace nq::test;
@@ -19,11 +19,6 @@ using testing::IsEmpty;
 
 namespace
 {
-
-long Descriptors()
-{
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
-}
 
 /// A camera with a message channel and a stream, all open.
 class ForkWithAnOpenTree : public testing::Test
@@ -46,8 +41,10 @@ class ForkWithAnOpenTree : public testing::Test
     void Open()
     {
         ASSERT_EQ(p.IFUpdateDeviceList(tree.interface, nullptr, 100), 0);
-        ASSERT_EQ(p.IFOpenDevice(tree.interface, tree.deviceId.c_str(), 3, &tree.device), 0);
-        ASSERT_EQ(p.DevOpenDataStream(tree.device, "Stream:0", &tree.stream), 0);
+        const auto open = [this] { return p.IFOpenDevice(tree.interface, tree.deviceId.c_str(), 3, &tree.device); };
+        ASSERT_EQ(AskUntil(0, open), 0);
+        const auto openStream = [this] { return p.DevOpenDataStream(tree.device, "Stream:0", &tree.stream); };
+        ASSERT_EQ(AskUntil(0, openStream), 0);
         ASSERT_EQ(p.DevGetPort(tree.device, &port), 0);
     }
 

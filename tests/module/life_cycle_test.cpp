@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Opening, closing and opening again: which handles and events stay, what a second consumer of the process meets, and
 // that last errors stay with their threads.
+#include "support/ask_until.h"
 #include "support/open_tree.h"
 #include "support/producer_calls.h"
 
@@ -55,8 +56,10 @@ class LifeCycle : public testing::Test
     {
         // Without it an interface that has not seen the camera looks for two seconds.
         ASSERT_EQ(p.IFUpdateDeviceList(tree.interface, nullptr, 50), 0);
-        ASSERT_EQ(p.IFOpenDevice(tree.interface, tree.deviceId.c_str(), 3, &tree.device), 0);
-        ASSERT_EQ(p.DevOpenDataStream(tree.device, "Stream:0", &tree.stream), 0);
+        const auto open = [this] { return p.IFOpenDevice(tree.interface, tree.deviceId.c_str(), 3, &tree.device); };
+        ASSERT_EQ(AskUntil(0, open), 0);
+        const auto openStream = [this] { return p.DevOpenDataStream(tree.device, "Stream:0", &tree.stream); };
+        ASSERT_EQ(AskUntil(0, openStream), 0);
     }
 
     Producer p;
@@ -285,8 +288,8 @@ class TwoInterfaces : public LifeCycle
         EXPECT_EQ(p.TLGetInterfaceID(tree.system, 1, id, &size), 0);
         EXPECT_EQ(p.TLOpenInterface(tree.system, id, &interface), 0);
         EXPECT_EQ(p.IFUpdateDeviceList(interface, nullptr, 100), 0);
-        EXPECT_EQ(p.IFOpenDevice(interface, "Model:02-00-00-00-01-09", 3, &device), 0);
-        EXPECT_EQ(p.DevOpenDataStream(device, "Stream:0", &stream), 0);
+        EXPECT_EQ(AskUntil(0, [&] { return p.IFOpenDevice(interface, "Model:02-00-00-00-01-09", 3, &device); }), 0);
+        EXPECT_EQ(AskUntil(0, [&] { return p.DevOpenDataStream(device, "Stream:0", &stream); }), 0);
     }
     ~TwoInterfaces() override
     {

@@ -3,6 +3,7 @@
 // headers.
 #pragma once
 
+#include "support/ask_until.h"
 #include "support/preload_loopback.h"
 #include "support/producer.h"
 #include "support/virtual_camera.h"
@@ -294,7 +295,10 @@ class GenApi : public testing::Test
     void OpenDevice()
     {
         OpenInterface();
-        ASSERT_EQ(gentl.IFOpenDevice(interface, kGenApiDeviceId, GenTL::DEVICE_ACCESS_CONTROL, &device), 0);
+        const auto open = [this] {
+            return gentl.IFOpenDevice(interface, kGenApiDeviceId, GenTL::DEVICE_ACCESS_CONTROL, &device);
+        };
+        ASSERT_EQ(AskUntil(0, open), 0);
     }
 
     void OpenStream()

@@ -2,6 +2,8 @@
 // The library opened down to a data stream of a scripted camera, one virtual cable away.
 #include "support/open_tree.h"
 
+#include "support/ask_until.h"
+
 #include <stdexcept>
 
 namespace nq::test
@@ -78,15 +80,22 @@ OpenTree::OpenTree(const Producer& producer, std::uint32_t heartbeatMs) : camera
     Require(producer.TLUpdateInterfaceList(system, nullptr, 1000), "TLUpdateInterfaceList");
     interfaceId = InterfaceAt(producer, system, "10.9.0.1");
     Require(producer.TLOpenInterface(system, interfaceId.c_str(), &interface), "TLOpenInterface");
-    Require(producer.IFUpdateDeviceList(interface, nullptr, 100), "IFUpdateDeviceList");
+    const auto listed = [&] {
+        std::uint32_t count = 0;
+        Require(producer.IFUpdateDeviceList(interface, nullptr, 100), "IFUpdateDeviceList");
+        Require(producer.IFGetNumDevices(interface, &count), "IFGetNumDevices");
+        return count;
+    };
+    AskUntil(1U, listed);
     char id[256];
     size_t size = sizeof(id);
     Require(producer.IFGetDeviceID(interface, 0, id, &size), "IFGetDeviceID");
     deviceId = id;
-    Require(producer.IFOpenDevice(interface, id, GenTL::DEVICE_ACCESS_CONTROL, &device), "IFOpenDevice");
+    const auto open = [&] { return producer.IFOpenDevice(interface, id, GenTL::DEVICE_ACCESS_CONTROL, &device); };
+    Require(AskUntil(0, open), "IFOpenDevice");
     size = sizeof(id);
     Require(producer.DevGetDataStreamID(device, 0, id, &size), "DevGetDataStreamID");
-    Require(producer.DevOpenDataStream(device, id, &stream), "DevOpenDataStream");
+    Require(AskUntil(0, [&] { return producer.DevOpenDataStream(device, id, &stream); }), "DevOpenDataStream");
 }
 
 } // namespace nq::test

@@ -2,6 +2,7 @@
 // Foreign consumers of the virtual camera, replayed by the order of their calls, in both modes.
 #pragma once
 
+#include "support/ask_until.h"
 #include "support/both_modes.h"
 #include "support/producer.h"
 #include "support/stream_consumer.h"
@@ -95,26 +96,16 @@ class Replay : public BothModes
     /// interface open.
     void FindCamera()
     {
-        std::uint32_t cameras = 0;
-        for (int attempt = 0; attempt < 10 && cameras == 0; ++attempt)
-        {
-            std::uint32_t interfaces = 0;
-            ASSERT_EQ(gentl.TLUpdateInterfaceList(system, nullptr, m_habits.systemMs), 0);
-            ASSERT_EQ(gentl.TLGetNumInterfaces(system, &interfaces), 0);
-            for (std::uint32_t index = 0; index < interfaces && cameras == 0; ++index)
-            {
-                LookOn(
-                    IdBy([&](char* id, std::size_t* size) { return gentl.TLGetInterfaceID(system, index, id, size); }),
-                    cameras);
-            }
-        }
-        ASSERT_EQ(cameras, 1U);
+        ASSERT_EQ(AskUntil(1U, [this] { return CamerasOfFirstInterface(); }), 1U);
         deviceId = IdBy([&](char* id, std::size_t* size) { return gentl.IFGetDeviceID(interface, 0, id, size); });
     }
 
     void OpenCamera()
     {
-        ASSERT_EQ(gentl.IFOpenDevice(interface, deviceId.c_str(), GenTL::DEVICE_ACCESS_CONTROL, &device), 0);
+        const auto open = [this] {
+            return gentl.IFOpenDevice(interface, deviceId.c_str(), GenTL::DEVICE_ACCESS_CONTROL, &device);
+        };
+        ASSERT_EQ(AskUntil(0, open), 0);
         ASSERT_EQ(gentl.DevGetPort(device, &port), 0);
     }
 
@@ -202,6 +193,21 @@ class Replay : public BothModes
             *type = GenTL::INFO_DATATYPE_STRING;
             return call(static_cast<char*>(buffer), size);
         });
+    }
+
+    /// Those that answer on the first interface that has any, which stays open.
+    std::uint32_t CamerasOfFirstInterface()
+    {
+        std::uint32_t cameras = 0;
+        std::uint32_t interfaces = 0;
+        EXPECT_EQ(gentl.TLUpdateInterfaceList(system, nullptr, m_habits.systemMs), 0);
+        EXPECT_EQ(gentl.TLGetNumInterfaces(system, &interfaces), 0);
+        for (std::uint32_t index = 0; index < interfaces && cameras == 0; ++index)
+        {
+            LookOn(IdBy([&](char* id, std::size_t* size) { return gentl.TLGetInterfaceID(system, index, id, size); }),
+                   cameras);
+        }
+        return cameras;
     }
 
     void LookOn(const std::string& interfaceId, std::uint32_t& cameras)
