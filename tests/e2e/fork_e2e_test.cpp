@@ -99,8 +99,11 @@ TEST(StreamForkWhileConnecting, TheParentsStartGoesOn)
     consumer.AnnounceAndQueue(5);
     LoopbackControl().fail("rdma_connect:1:delay=1000");
     CallingThread starter([&] { EXPECT_EQ(consumer.Start(), 0); });
+    while (LoopbackControl().Objects().queue_pairs == 0) // until it is past the exchanges with the camera
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     starter.AwaitAsleep();
-    std::this_thread::sleep_for(std::chrono::milliseconds(300)); // it is past the exchanges with the camera
     Forked([&] { EXPECT_EQ(consumer.gentl.GCCloseLib(), 0); });
     starter.Join();
     EXPECT_EQ(consumer.Take(20), Ids(1, 20));

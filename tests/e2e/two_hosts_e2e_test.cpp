@@ -55,7 +55,7 @@ class TwoHosts : public testing::Test
 
     TemporaryFolder m_folder;
     TemporaryFolder m_scratch;
-    std::string m_mark = "two-hosts-" + std::to_string(getpid());
+    std::string m_mark = "pid-" + std::to_string(getpid()) + "-"; ///< In no other's; a serial number has 15 letters.
 };
 
 class TwoHostsEnd : public TwoHosts, public testing::WithParamInterface<int>
