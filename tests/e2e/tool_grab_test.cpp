@@ -133,7 +133,12 @@ TEST_P(GrabSignal, EndsItCleanlyWithItsExitCodeAndASecondOneAtOnce)
         if (!clean)
         {
             EXPECT_EQ(grab.WaitForExit(1s), -1);
-            grab.Signal(GetParam());
+            // One that comes too soon behind the first, for the tool was late to take that, is the same request.
+            int again = 0;
+            do
+            {
+                grab.Signal(GetParam());
+            } while (grab.WaitForExit(1s) == -1 && ++again < 20);
         }
         EXPECT_EQ(grab.WaitForExit(kLongTime), 128 + GetParam()) << grab.Output();
         EXPECT_EQ(grab.Output().find("\"frames\": ") != std::string::npos, clean) << grab.Output();
