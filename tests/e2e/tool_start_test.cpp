@@ -5,6 +5,7 @@
 #include "support/tool.h"
 #include "support/virtual_camera.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <vector>
@@ -34,9 +35,9 @@ TEST(GrabStart, BringsTheFrameOfEachSingleAcquisition)
     EXPECT_THAT(one.output, HasSubstr("frames     1\n"));
     const Outcome again = RunTool({"grab"}, camera.Environment());
     EXPECT_EQ(again.exitCode, 0) << again.output;
-    const Outcome two = RunTool({"grab", "--count", "2", "--frame-timeout", "500"}, camera.Environment());
+    const Outcome two = RunTool({"grab", "--count", "2", "--frame-timeout", "3000"}, camera.Environment());
     EXPECT_EQ(two.exitCode, 6) << two.output;
-    EXPECT_THAT(two.output, HasSubstr("no frame for 500 ms after 1 of 2: the camera 10.77.0.2 answers on its control "
+    EXPECT_THAT(two.output, HasSubstr("no frame for 3000 ms after 1 of 2: the camera 10.77.0.2 answers on its control "
                                       "channel but sends no frames: it waits for a trigger, or the RDMA connection is "
                                       "broken; its AcquisitionMode is SingleFrame, which ends by itself: set "
                                       "AcquisitionMode=Continuous\n"));
@@ -49,7 +50,7 @@ TEST(GrabStart, GoesWithoutAnEngineForFeatures)
     const VirtualCamera camera({"--width", "64", "--height", "48"});
     const auto grab = [&](const std::vector<std::string>& more) {
         return RunProgram(
-            Joined({folder / "nq-gev", "--producer", NQ_CTI_PATH, "grab", "--frame-timeout", "500"}, more),
+            Joined({folder / "nq-gev", "--producer", NQ_CTI_PATH, "grab", "--frame-timeout", "3000"}, more),
             camera.Environment());
     };
     const Outcome free = grab({});
@@ -88,6 +89,7 @@ TEST(GrabStart, TellsTheCameraThatBuffersWaitAndThatTheyDoNoMore)
             locks.push_back(access);
         }
     }
+    locks.erase(std::unique(locks.begin(), locks.end()), locks.end()); // a write whose answer is late is sent again
     EXPECT_THAT(locks, testing::ElementsAre("write 0x20000 = 0x00000001", "write 0x20000 = 0x00000000"));
 }
 
