@@ -57,11 +57,11 @@ TEST(GrabFiles, ThatTake200MsEachLoseNoFrameAt10FramesPerSecond)
     fs::create_symlink(NQ_SLOW_FILES_PATH, link / "slow_files.so");
     std::vector<std::string> environment = camera.Environment();
     environment[0] += ":" + (link / "slow_files.so");
-    // Written between frames, 40 of them would take 4 s longer than they come: 8 buffers bridge 0.8 s.
-    const Outcome grab = RunTool({"grab", "--count", "40", "--buffers", "8", "--out", folder.Path()}, environment);
+    // Written between frames, 60 of them would take 6 s longer than they come: 20 buffers bridge 2 s.
+    const Outcome grab = RunTool({"grab", "--count", "60", "--buffers", "20", "--out", folder.Path()}, environment);
     EXPECT_EQ(grab.exitCode, 0) << grab.output;
-    EXPECT_THAT(grab.output, HasSubstr("pictures   40\nframes     40\nlost       0\n"));
-    EXPECT_EQ(folder.Files().size(), 40U);
+    EXPECT_THAT(grab.output, HasSubstr("pictures   60\nframes     60\nlost       0\n"));
+    EXPECT_EQ(folder.Files().size(), 60U);
 }
 
 TEST(GrabFiles, AreWrittenWithAsManyThreadsAsTheSystemGives)
@@ -174,9 +174,10 @@ TEST(GrabPipe, ThatIsClosedOrFullGivesExitCodeOne)
     for (const std::string arguments :
          {"grab --count 1000000000 --format raw --out -", "grab --count 2", "--json grab"})
     {
-        // The reader ends at once; the exit code is told on standard error.
+        // The reader ends at once, and the tool starts when it has; the exit code is told on standard error.
+        const std::string untilBroken = "(trap '' PIPE; while echo; do sleep 0.01; done) 2>/dev/null; ";
         const Outcome closed =
-            RunProgram({"/bin/sh", "-c", "{ sleep 0.3; " + kFakeLine + arguments + "; echo code $? >&2; } | true"});
+            RunProgram({"/bin/sh", "-c", "{ " + untilBroken + kFakeLine + arguments + "; echo code $? >&2; } | true"});
         EXPECT_THAT(closed.output, HasSubstr("code 1\n")) << arguments;
         EXPECT_THAT(closed.output, HasSubstr("nq-gev: cannot write the output: Broken pipe\n")) << arguments;
         const Outcome full = RunProgram({"/bin/sh", "-c", kFakeLine + arguments + " >/dev/full"});
