@@ -3,10 +3,9 @@
 #pragma once
 
 #include "rdma/lvEndPoint.h"
+#include "support/process_counts.h"
 
 #include <arpa/inet.h>
-#include <filesystem>
-#include <iterator>
 #include <pthread.h>
 #include <string>
 
@@ -42,13 +41,6 @@ inline sockaddr_in CameraAddress()
     address.sin_port = htons(4791);
     address.sin_addr.s_addr = htonl(0x0A090002);
     return address;
-}
-
-/// Number of entries of a directory of this process, "fd" or "task".
-inline long CountOfProcess(const std::string& what)
-{
-    return std::distance(std::filesystem::directory_iterator("/proc/self/" + what),
-                         std::filesystem::directory_iterator());
 }
 
 /// Stack size, in bytes, of threads made with default attributes from now on.

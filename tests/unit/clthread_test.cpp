@@ -4,12 +4,11 @@
 
 #include "support/asleep.h"
 #include "support/no_threads.h"
+#include "support/process_counts.h"
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <future>
-#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -161,12 +160,11 @@ TEST(Thread, WaitUntilGoneWaitsForTheBodyAndMayBeRepeated)
 
 TEST(Thread, WaitUntilGoneJoinsAlsoABodyThatHasReturned)
 {
-    const auto threads = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); };
-    const auto before = threads();
+    const long before = nq::test::LivingThreads();
     thread worker(Nothing, nullptr);
     AwaitFinish(worker);
     worker.WaitUntilGone();
-    EXPECT_EQ(threads(), before);
+    EXPECT_EQ(nq::test::LivingThreads(), before);
 }
 
 TEST(Thread, AnExceptionThatLeavesTheBodyEndsTheProcess)

@@ -7,17 +7,19 @@
 #include "support/device_record.h"
 #include "support/fake_device.h"
 #include "support/gvcp_camera.h"
+#include "support/process_counts.h"
 #include "support/trace_capture.h"
 
 #include <algorithm>
-#include <dirent.h>
 #include <gmock/gmock.h>
 #include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
 
+using nq::test::Descriptors;
 using nq::test::GvcpCamera;
+using nq::test::LivingThreads;
 using nq::test::LoopbackCamera;
 using nq::test::RegisteredEvent;
 using nq::test::TraceCapture;
@@ -26,18 +28,6 @@ using testing::Not;
 
 namespace
 {
-
-std::size_t EntriesOf(const char* directory)
-{
-    std::size_t count = 0;
-    DIR* opened = opendir(directory);
-    while (readdir(opened) != nullptr)
-    {
-        ++count;
-    }
-    closedir(opened);
-    return count;
-}
 
 bool IsHandle(void* handle)
 {
@@ -119,23 +109,23 @@ TEST_F(DeviceModule, OpenRegistersDeviceRemoteDeviceAndStreamsAndCloseRemovesThe
 
 TEST_F(DeviceModule, NothingIsLeftBehindByOpenAndClose)
 {
-    const std::size_t descriptors = EntriesOf("/proc/self/fd");
-    const std::size_t threads = EntriesOf("/proc/self/task");
+    const long descriptors = Descriptors();
+    const long threads = LivingThreads();
     {
         const auto device = Device();
         ASSERT_EQ(device->Open(), 0);
-        EXPECT_EQ(EntriesOf("/proc/self/task"), threads + 2) << "heartbeat and message channel";
+        EXPECT_EQ(LivingThreads(), threads + 2) << "heartbeat and message channel";
         ASSERT_EQ(device->Close(), 0);
     }
-    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
-    EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
+    EXPECT_EQ(Descriptors(), descriptors);
+    EXPECT_EQ(LivingThreads(), threads);
 }
 
 TEST_F(DeviceModule, ADeviceThatWasNeverOpenedLeavesNothingBehind)
 {
-    const std::size_t descriptors = EntriesOf("/proc/self/fd");
+    const long descriptors = Descriptors();
     Device().reset();
-    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
+    EXPECT_EQ(Descriptors(), descriptors);
     EXPECT_TRUE(camera.Accesses().empty());
 }
 
@@ -179,13 +169,13 @@ TEST_F(DeviceModule, SixtyFiveThousandClaimedChannelsEndAtTheLimitOfGigEVision)
     camera.SetRegister(0x0904, 65535);
     camera.SetRegister(0x0900, 65535);
     camera.SetRegister(0x0938, 600000); // No beat falls into the accesses of the close, however long that takes.
-    const std::size_t threads = EntriesOf("/proc/self/task");
+    const long threads = LivingThreads();
     const auto device = Device();
     ASSERT_EQ(device->Open(), 0);
     unsigned int count = 0;
     ASSERT_EQ(device->GetNumDataStreams(&count), 0);
     EXPECT_EQ(count, 512U);
-    EXPECT_EQ(EntriesOf("/proc/self/task"), threads + 1 + 512);
+    EXPECT_EQ(LivingThreads(), threads + 1 + 512);
     camera.Forget();
     ASSERT_EQ(device->Close(), 0);
     // 512 threads can keep the cores from an answer for 200 ms; then the command is sent again, with the same id.
@@ -195,7 +185,7 @@ TEST_F(DeviceModule, SixtyFiveThousandClaimedChannelsEndAtTheLimitOfGigEVision)
     std::transform(sent.begin(), sent.end(), std::back_inserter(commands), nq::test::gvcp::Describe);
     EXPECT_THAT(commands,
                 ElementsAre("write 0x0B00 = 0x00000000", "write 0x0A00 = 0x00000000", "write 0x0A00 = 0x00000000"));
-    EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
+    EXPECT_EQ(LivingThreads(), threads);
 }
 
 TEST_F(DeviceModule, EachMessageChannelTakesItsOwnPortAndTheCameraKeepsTheLast)

@@ -7,18 +7,20 @@
 #include "support/gvcp_camera.h"
 #include "support/interface_module.h"
 #include "support/no_sockets.h"
+#include "support/process_counts.h"
 #include "support/system_module.h"
 #include "support/trace_capture.h"
 
 #include <cstdlib>
-#include <dirent.h>
 #include <gmock/gmock.h>
 #include <memory>
 #include <new>
 #include <string>
 
+using nq::test::Descriptors;
 using nq::test::GvcpCamera;
 using nq::test::InterfaceModule;
+using nq::test::LivingThreads;
 using nq::test::LoopbackCamera;
 using nq::test::SystemModule;
 using nq::test::TraceCapture;
@@ -46,18 +48,6 @@ void* Allocate(std::size_t size)
         throw std::bad_alloc();
     }
     return memory;
-}
-
-std::size_t EntriesOf(const char* directory)
-{
-    std::size_t count = 0;
-    DIR* opened = opendir(directory);
-    while (readdir(opened) != nullptr)
-    {
-        ++count;
-    }
-    closedir(opened);
-    return count;
 }
 
 } // namespace
@@ -88,8 +78,8 @@ class DeviceOpenFailure : public testing::Test
         camera.SetRegister(0x0938, 60000);
         camera.SetRegister(0x0904, 2);
         camera.SetRegister(0x0900, 2);
-        threads = EntriesOf("/proc/self/task");
-        descriptors = EntriesOf("/proc/self/fd");
+        threads = LivingThreads();
+        descriptors = Descriptors();
     }
 
     std::unique_ptr<NQGevDevice> Device()
@@ -98,8 +88,8 @@ class DeviceOpenFailure : public testing::Test
     }
 
     GvcpCamera camera;
-    std::size_t threads = 0;
-    std::size_t descriptors = 0;
+    long threads = 0;
+    long descriptors = 0;
 };
 
 TEST_F(DeviceOpenFailure, AnExhaustedMemoryAtAnyStepLeavesNothingBehind)
@@ -117,8 +107,8 @@ TEST_F(DeviceOpenFailure, AnExhaustedMemoryAtAnyStepLeavesNothingBehind)
         catch (const std::bad_alloc&)
         {
             EXPECT_FALSE(device->IsOpen());
-            EXPECT_EQ(EntriesOf("/proc/self/task"), threads) << failing;
-            EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors) << failing;
+            EXPECT_EQ(LivingThreads(), threads) << failing;
+            EXPECT_EQ(Descriptors(), descriptors) << failing;
             EXPECT_EQ(camera.GetRegister(0x0A00), 0U) << failing;
             unsigned int count = 0;
             EXPECT_EQ(g_Controller.GetNumPortURLs(device.get(), &count), -1006) << failing;
@@ -126,8 +116,8 @@ TEST_F(DeviceOpenFailure, AnExhaustedMemoryAtAnyStepLeavesNothingBehind)
         allocationsLeft = -1;
     }
     EXPECT_GT(failing, 10) << "the loop must have met failures";
-    EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
-    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
+    EXPECT_EQ(LivingThreads(), threads);
+    EXPECT_EQ(Descriptors(), descriptors);
 }
 
 TEST_F(DeviceOpenFailure, WithoutADescriptorTheOpenFailsAndCanBeRepeated)
@@ -138,8 +128,8 @@ TEST_F(DeviceOpenFailure, WithoutADescriptorTheOpenFailsAndCanBeRepeated)
         nq::test::WithoutSockets([&device] { EXPECT_EQ(device->Open(), -1001); });
         EXPECT_TRUE(TraceCapture::Has(2, "DoOpen failed! NQGevRemoteDevice::Open -1001"));
     }
-    EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
-    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
+    EXPECT_EQ(LivingThreads(), threads);
+    EXPECT_EQ(Descriptors(), descriptors);
     unsigned int count = 0;
     EXPECT_EQ(g_Controller.GetNumPortURLs(device.get(), &count), -1006) << "not registered";
     EXPECT_TRUE(camera.Accesses().empty());
@@ -153,8 +143,8 @@ TEST_F(DeviceOpenFailure, ADeviceDeletedWhileOpenIsClosed)
     ASSERT_EQ(device->Open(), 0);
     void* const handle = device.get();
     device.reset();
-    EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
-    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
+    EXPECT_EQ(LivingThreads(), threads);
+    EXPECT_EQ(Descriptors(), descriptors);
     EXPECT_EQ(camera.GetRegister(0x0A00), 0U);
     unsigned int count = 0;
     EXPECT_EQ(g_Controller.GetNumPortURLs(handle, &count), -1006);
@@ -170,8 +160,8 @@ class DeviceOpenFailureOnInterface : public DeviceOpenFailure
         camera.SetRegister(0x0904, 1);
         ASSERT_EQ(interface.Open(), 0);
         interface.Merge({LoopbackCamera()});
-        threads = EntriesOf("/proc/self/task");
-        descriptors = EntriesOf("/proc/self/fd");
+        threads = LivingThreads();
+        descriptors = Descriptors();
     }
 
     int Open() { return interface.OpenDevice("Model:02-00-00-00-00-01", 3, &handle); }
@@ -186,8 +176,8 @@ TEST_F(DeviceOpenFailureOnInterface, TheCodeOfTheDeviceIsReturnedAndTheDeviceGon
 {
     nq::test::WithoutSockets([this] { EXPECT_EQ(Open(), -1001); });
     EXPECT_EQ(handle, nullptr);
-    EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
-    EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
+    EXPECT_EQ(LivingThreads(), threads);
+    EXPECT_EQ(Descriptors(), descriptors);
     EXPECT_EQ(Open(), 0) << "it is not in use";
     EXPECT_EQ(interface.Close(), 0);
 }
@@ -205,8 +195,8 @@ TEST_F(DeviceOpenFailureOnInterface, AnExhaustedMemoryAtAnyStepLeavesNoDeviceBeh
         }
         catch (const std::bad_alloc&)
         {
-            EXPECT_EQ(EntriesOf("/proc/self/task"), threads) << failing;
-            EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors) << failing;
+            EXPECT_EQ(LivingThreads(), threads) << failing;
+            EXPECT_EQ(Descriptors(), descriptors) << failing;
             EXPECT_EQ(camera.GetRegister(0x0A00), 0U) << failing;
         }
         allocationsLeft = -1;
@@ -220,7 +210,7 @@ TEST(InterfaceOpenFailure, AnExhaustedMemoryAtAnyStepLeavesNoInterfaceBehind)
 {
     SystemModule system;
     system.Merge({nq::test::Entry("one", "127.0.0.1")});
-    const std::size_t descriptors = EntriesOf("/proc/self/fd");
+    const long descriptors = Descriptors();
     long failing = 0;
     void* handle = nullptr;
     for (bool opened = false; !opened; ++failing)
@@ -233,7 +223,7 @@ TEST(InterfaceOpenFailure, AnExhaustedMemoryAtAnyStepLeavesNoInterfaceBehind)
         }
         catch (const std::bad_alloc&)
         {
-            EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors) << failing;
+            EXPECT_EQ(Descriptors(), descriptors) << failing;
             EXPECT_EQ(handle, nullptr) << failing;
         }
         allocationsLeft = -1;

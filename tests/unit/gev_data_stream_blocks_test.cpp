@@ -11,11 +11,11 @@
 #include <functional>
 #include <thread>
 
-using nq::test::CountOfProcess;
 using nq::test::GenDCFrame;
 using nq::test::GvcpCamera;
 using nq::test::kInfinite;
 using nq::test::kStreamOff;
+using nq::test::LivingThreads;
 
 namespace
 {
@@ -63,11 +63,11 @@ TEST_F(GevDataStreamBlocks, AReturnReachesTheEndpointOfItsOwnRunAlsoWhenTheNextO
     auto held = std::make_unique<HeldStream>(&device, 2, nullptr);
     HeldStream& streamHeld = *held;
     stream = std::move(held);
-    const long threads = CountOfProcess("task");
+    const long threads = LivingThreads();
     Run(2);
     void* const buffer = Receive(1);
     ASSERT_EQ(stream->StopAcquisition(1), 0);
-    while (CountOfProcess("task") > threads)
+    while (LivingThreads() > threads)
     {
         std::this_thread::yield(); // nothing else is to hold the start up
     }

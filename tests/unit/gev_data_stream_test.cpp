@@ -20,13 +20,13 @@ template struct Reveal<StoredValue, &NQRMAXThreadAcquisition::m_value>;
 } // namespace nq::test
 
 using nq::test::CallingThread;
-using nq::test::CountOfProcess;
 using nq::test::GenDCFrame;
 using nq::test::GvcpCamera;
 using nq::test::kInfinite;
 using nq::test::kReadSettings;
 using nq::test::kStreamOff;
 using nq::test::kStreamOn;
+using nq::test::LivingThreads;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -298,19 +298,19 @@ TEST_F(GevDataStream, TheAcquisitionThreadStartsOnceWithAValueAndIsToldToStop)
 {
     NQGevDataStream orphan(nullptr, 0, nullptr);
     NQRMAXThreadAcquisition thread(&orphan);
-    const long threads = CountOfProcess("task");
+    const long threads = LivingThreads();
     thread.StartAcquisition(5);
     thread.StartAcquisition(6);
     EXPECT_EQ(thread.*Get(nq::test::StoredValue{}), 5U);
-    EXPECT_EQ(CountOfProcess("task"), threads + 1);
+    EXPECT_EQ(LivingThreads(), threads + 1);
     thread.Stop();
     thread.WaitForEnd();
-    EXPECT_EQ(CountOfProcess("task"), threads);
+    EXPECT_EQ(LivingThreads(), threads);
     EXPECT_TRUE(thread.IsRunning()) << "until it is waited for";
     thread.Wait();
     thread.StartAcquisition(7);
     EXPECT_EQ(thread.*Get(nq::test::StoredValue{}), 7U);
-    EXPECT_EQ(CountOfProcess("task"), threads + 1) << "the flag of the stop was cleared";
+    EXPECT_EQ(LivingThreads(), threads + 1) << "the flag of the stop was cleared";
 }
 
 TEST_F(GevDataStream, ThePlainValueSurvivesARestartAndAllCountersStartAnew)
@@ -383,22 +383,22 @@ TEST_F(GevDataStream, TheLimitStopsTheStreamOnTheAcquisitionThreadItself)
 TEST_F(GevDataStream, StopAndStartInAHurryNeverMeetTheThreadOfTheRunBefore)
 {
     Run(2);
-    const long threads = CountOfProcess("task");
+    const long threads = LivingThreads();
     for (int round = 0; round < 3; ++round)
     {
         ASSERT_EQ(stream->StopAcquisition(1), 0);
         ASSERT_EQ(stream->StartAcquisition(0, kInfinite), 0);
-        EXPECT_EQ(CountOfProcess("task"), threads) << "the old thread has ended before the new one runs";
+        EXPECT_EQ(LivingThreads(), threads) << "the old thread has ended before the new one runs";
     }
 }
 
 TEST_F(GevDataStream, TheDestructorStopsARunningStreamAndWaitsForItsThread)
 {
-    const long threads = CountOfProcess("task");
+    const long threads = LivingThreads();
     Run(2);
     Receive(1);
     stream.reset();
-    EXPECT_EQ(CountOfProcess("task"), threads);
+    EXPECT_EQ(LivingThreads(), threads);
     EXPECT_THAT(fake.LiveObjects(), IsEmpty());
 }
 

@@ -7,8 +7,9 @@
 #include <stdexcept>
 #include <thread>
 
-using nq::test::CountOfProcess;
+using nq::test::Descriptors;
 using nq::test::EndpointFlowFixture;
+using nq::test::LivingThreads;
 using nq::test::Texts;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -40,8 +41,8 @@ class LvEndpointSilence : public LvEndpointCancel, public testing::WithParamInte
 
 TEST_P(LvEndpointSilence, IsEndedByATeardownOnAnotherThread)
 {
-    const long threads = CountOfProcess("task");
-    const long descriptors = CountOfProcess("fd");
+    const long threads = LivingThreads();
+    const long descriptors = Descriptors();
     fake.answers = GetParam().answers;
     bool connected = true;
     std::thread start([&] { connected = endpoint->Init(&address); });
@@ -64,8 +65,8 @@ TEST_P(LvEndpointSilence, IsEndedByATeardownOnAnotherThread)
         }
     }
     EXPECT_EQ(teardown, GetParam().teardown) << "each object goes once";
-    EXPECT_EQ(CountOfProcess("task"), threads);
-    EXPECT_EQ(CountOfProcess("fd"), descriptors);
+    EXPECT_EQ(LivingThreads(), threads);
+    EXPECT_EQ(Descriptors(), descriptors);
     endpoint.reset();
     EXPECT_THAT(fake.LiveObjects(), IsEmpty());
 }
@@ -106,12 +107,12 @@ TEST_F(LvEndpointCancel, AfterATeardownNothingIsMadeAnyMore)
 
 TEST_F(LvEndpointCancel, ATeardownBetweenRegistrationAndFlowLeavesNoRegionAndNoThread)
 {
-    const long threads = CountOfProcess("task");
+    const long threads = LivingThreads();
     Connect();
     Register(2);
     endpoint->DeInit();
     EXPECT_THROW(endpoint->StartWorkerThread(), std::runtime_error);
-    EXPECT_EQ(CountOfProcess("task"), threads);
+    EXPECT_EQ(LivingThreads(), threads);
     endpoint.reset();
     EXPECT_THAT(fake.LiveObjects(), IsEmpty());
 }

@@ -14,8 +14,9 @@
 #include <thread>
 
 using nq::test::CameraAddress;
-using nq::test::CountOfProcess;
+using nq::test::Descriptors;
 using nq::test::FakeVerbs;
+using nq::test::LivingThreads;
 using nq::test::TraceCapture;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -196,8 +197,8 @@ TEST_P(LvEndpointFailure, IsUndoneInTheOrderOfTeardown)
 
 TEST_P(LvEndpointFailure, MakesInitReturnFalseWithOneLogLineAndNothingLeft)
 {
-    const long descriptors = CountOfProcess("fd");
-    const long threads = CountOfProcess("task");
+    const long descriptors = Descriptors();
+    const long threads = LivingThreads();
     GetParam().provoke(fake);
     {
         LvEndpoint endpoint;
@@ -205,8 +206,8 @@ TEST_P(LvEndpointFailure, MakesInitReturnFalseWithOneLogLineAndNothingLeft)
         EXPECT_THAT(trace.At(2), ElementsAre("Init GC_ERR_ERROR Failed "));
         EXPECT_THAT(trace.At(8), IsEmpty());
         EXPECT_FALSE(LvEndpointAccess::Connected(endpoint));
-        EXPECT_EQ(CountOfProcess("fd"), descriptors);
-        EXPECT_EQ(CountOfProcess("task"), threads);
+        EXPECT_EQ(Descriptors(), descriptors);
+        EXPECT_EQ(LivingThreads(), threads);
         auto left = fake.LiveObjects();
         left.erase("protection domain");
         EXPECT_THAT(left, IsEmpty()) << "only the domain may wait for the destructor";
@@ -410,23 +411,23 @@ TEST_F(LvEndpointConnection, DeInitGoesInItsOrder)
 
 TEST_F(LvEndpointConnection, DeInitOnAHealthyConnectionEndsAllThreeThreads)
 {
-    const long threads = CountOfProcess("task");
+    const long threads = LivingThreads();
     LvEndpoint endpoint;
     StartStreaming(endpoint, 2);
-    EXPECT_EQ(CountOfProcess("task"), threads + 3);
+    EXPECT_EQ(LivingThreads(), threads + 3);
     endpoint.DeInit();
-    EXPECT_EQ(CountOfProcess("task"), threads);
+    EXPECT_EQ(LivingThreads(), threads);
 }
 
 TEST_F(LvEndpointConnection, DeInitEndsTheThreadsEvenIfNothingIsEverFlushed)
 {
-    const long threads = CountOfProcess("task");
+    const long threads = LivingThreads();
     fake.flushes = false;
     fake.Fail("rdma_disconnect", EINVAL);
     LvEndpoint endpoint;
     StartStreaming(endpoint, 2);
     endpoint.DeInit();
-    EXPECT_EQ(CountOfProcess("task"), threads);
+    EXPECT_EQ(LivingThreads(), threads);
     EXPECT_THAT(fake.LiveObjects(), UnorderedElementsAre("protection domain"));
 }
 

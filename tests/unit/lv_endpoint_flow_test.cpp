@@ -12,10 +12,10 @@
 #include <unistd.h>
 
 using nq::test::Bytes;
-using nq::test::CountOfProcess;
 using nq::test::EndpointFlowFixture;
 using nq::test::kBlock;
 using nq::test::kPayload;
+using nq::test::LivingThreads;
 using nq::test::Posts;
 using nq::test::Texts;
 using testing::Each;
@@ -193,7 +193,7 @@ TEST_F(LvEndpointFlow, AReadyMessageWaitsUntilAnEarlierOneHasCompleted)
 
 TEST_F(LvEndpointFlow, StopDuringTheWaitForAFreeSendDropsTheDescriptorAlreadyTaken)
 {
-    const long threads = CountOfProcess("task");
+    const long threads = LivingThreads();
     fake.completesSends = false;
     Stream(1);
     fake.DeliverFrame(Bytes(kBlock, 7));
@@ -202,7 +202,7 @@ TEST_F(LvEndpointFlow, StopDuringTheWaitForAFreeSendDropsTheDescriptorAlreadyTak
     endpoint->HandOver(buffer.id);
     EXPECT_EQ(endpoint->RequeueBufferByID(buffer.id), 0);
     LvEndpointAccess::Stop(*endpoint);
-    while (CountOfProcess("task") > threads + 1)
+    while (LivingThreads() > threads + 1)
     {
         std::this_thread::yield();
     }
@@ -417,23 +417,23 @@ TEST_F(LvEndpointFlow, AFailedPollOfTheQueueEndsTheFlow)
 
 TEST_F(LvEndpointFlow, AFailedReadOfTheChannelEndsTheCompletionThreadAndTeardownStillEnds)
 {
-    const long threads = CountOfProcess("task");
+    const long threads = LivingThreads();
     fake.Fail("ibv_get_cq_event", EIO, 1);
     Stream(2);
     fake.WaitForCalls("ibv_get_cq_event", 1);
     endpoint->DeInit();
-    EXPECT_EQ(CountOfProcess("task"), threads);
+    EXPECT_EQ(LivingThreads(), threads);
     EXPECT_EQ(fake.Count("ibv_get_cq_event"), 1);
 }
 
 TEST_F(LvEndpointFlow, AFailedArmingEndsTheCompletionThreadAndTeardownStillEnds)
 {
-    const long threads = CountOfProcess("task");
+    const long threads = LivingThreads();
     fake.Fail("ibv_req_notify_cq", EIO, 2);
     Stream(2);
     fake.WaitForCalls("ibv_req_notify_cq", 2);
     endpoint->DeInit();
-    EXPECT_EQ(CountOfProcess("task"), threads);
+    EXPECT_EQ(LivingThreads(), threads);
     EXPECT_EQ(fake.Count("ibv_poll_cq"), 0);
 }
 

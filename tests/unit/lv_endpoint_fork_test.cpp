@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 #include <thread>
 
-using nq::test::CountOfProcess;
+using nq::test::Descriptors;
 using testing::IsEmpty;
 
 namespace
@@ -25,13 +25,13 @@ TEST_F(LvEndpointFork, InTheChildItIsNothingButDescriptorsToClose)
     {
         nq::test::Forked([&] {
             fake.ForgetCalls();
-            const long descriptors = CountOfProcess("fd");
+            const long descriptors = Descriptors();
             if (!destroyOnly)
             {
                 endpoint->DeInit();
             }
             endpoint.reset();
-            EXPECT_EQ(CountOfProcess("fd"), descriptors - 3);
+            EXPECT_EQ(Descriptors(), descriptors - 3);
             EXPECT_THAT(fake.Calls(), IsEmpty());
         });
     }
