@@ -22,7 +22,12 @@ using testing::StartsWith;
 class ToolFeatures : public testing::Test
 {
   protected:
-    Outcome Run(const std::vector<std::string>& arguments) const { return RunTool(arguments, m_camera.Environment()); }
+    Outcome Run(const std::vector<std::string>& arguments) const
+    {
+        Outcome outcome = RunTool(arguments, m_camera.Environment());
+        outcome.output = WithoutWait(outcome.output);
+        return outcome;
+    }
 
     /// The line and the code of a refusal.
     void ExpectRefused(const std::vector<std::string>& arguments, int code, const std::string& line) const
