@@ -39,10 +39,20 @@ json InfosOf(const json& output, const std::string& module, const std::string& s
     return infos;
 }
 
+/// That the camera, which is not open yet, has this access status.
+auto HasStatus(int status)
+{
+    return testing::Truly([status](const std::string& output) {
+        const json info = json::parse(output, nullptr, false);
+        return info.is_object() &&
+               InfosOf(info, "device", "closed", "IFGetDeviceInfo")["DEVICE_INFO_ACCESS_STATUS"]["value"] == status;
+    });
+}
+
 TEST(ToolInfoOfModules, AreEveryCommandInEveryStateThatDisturbsNobody)
 {
     const VirtualCamera camera({"--serial", "SN-4711"});
-    const Outcome info = RunTool({"--json", "info"}, camera.Environment());
+    const Outcome info = InTime(HasStatus(1), [&] { return RunTool({"--json", "info"}, camera.Environment()); });
     ASSERT_EQ(info.exitCode, 0) << info.output;
     ExpectFitsSchema("info", info.output);
     const json output = json::parse(info.output);
@@ -102,12 +112,13 @@ TEST(ToolInfoOfModules, LeaveACameraToTheProgramThatControlsIt)
     const VirtualCamera camera;
     ChildProcess owner({NQ_TOOL_PATH, "--producer", NQ_CTI_PATH, "events"}, camera.Environment());
     ASSERT_TRUE(owner.WaitForOutput("listening", kLongTime)) << owner.Output();
-    const Outcome info = RunTool({"--json", "info"}, camera.Environment());
+    const Outcome info = InTime(HasStatus(4), [&] { return RunTool({"--json", "info"}, camera.Environment()); });
     const json output = json::parse(info.output);
     EXPECT_EQ(InfosOf(output, "device", "closed", "IFGetDeviceInfo")["DEVICE_INFO_ACCESS_STATUS"]["value"], 4);
     EXPECT_EQ(InfosOf(output, "device", "open", "DevGetInfo")["DEVICE_INFO_ACCESS_STATUS"]["value"], 6);
     EXPECT_EQ(InfosOf(output, "buffer", "queued", "DSGetBufferInfo").size(), 31U);
-    EXPECT_EQ(RunTool({"list"}, camera.Environment()).output.find("access busy") == std::string::npos, false);
+    const auto busy = HasSubstr("access busy");
+    EXPECT_THAT(InTime(busy, [&] { return RunTool({"list"}, camera.Environment()); }).output, busy);
     EXPECT_EQ(owner.WaitForExit(std::chrono::milliseconds(0)), -1) << owner.Output();
     EXPECT_THAT(owner.Output(), Not(HasSubstr("lost")));
 }

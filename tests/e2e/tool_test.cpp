@@ -18,7 +18,8 @@ using namespace std::chrono_literals;
 TEST(ToolList, ShowsTheCameraWithItsModelSerialNumberNameAddressAndAccess)
 {
     const VirtualCamera camera({"--serial", "SN-4711", "--user-name", "left \x1B[5m"});
-    const Outcome list = RunTool({"list"}, camera.Environment());
+    const Outcome list =
+        InTime(HasSubstr("access read/write"), [&] { return RunTool({"list"}, camera.Environment()); });
     EXPECT_EQ(list.exitCode, 0) << list.output;
     EXPECT_THAT(list.output, HasSubstr("serial SN-4711"));
     EXPECT_THAT(list.output, HasSubstr("address 10.77.0.2"));
