@@ -134,9 +134,11 @@ TEST(DoctorTable, IsCoveredByTests)
 TEST(DoctorProcess, OfAPlainUserHasAnEnd)
 {
     const VirtualCamera camera;
-    const Outcome doctor = RunProgram({"/usr/bin/setpriv", "--bounding-set=-all", "--inh-caps=-all", NQ_TOOL_PATH,
-                                       "--producer", NQ_CTI_PATH, "--timeout", "100", "doctor"},
-                                      camera.Environment());
+    const Outcome doctor = InTime(Right("camera.discovery", "host0: NQ-GEV-Camera"), [&] {
+        return RunProgram({"/usr/bin/setpriv", "--bounding-set=-all", "--inh-caps=-all", NQ_TOOL_PATH, "--producer",
+                           NQ_CTI_PATH, "--timeout", "100", "doctor"},
+                          camera.Environment());
+    });
     EXPECT_THAT(doctor.output, Right("camera.discovery", "host0: NQ-GEV-Camera"));
     EXPECT_THAT(doctor.output, NotKnown("camera.path", "NQ-GEV-Camera"));
     EXPECT_THAT(doctor.output, HasSubstr(": this user may not send echo requests: "));
@@ -180,12 +182,17 @@ TEST(Report, GoesToANewFileAndNeverOverAnOldOne)
     const TemporaryFolder folder;
     const std::string file = folder / "report.txt";
     const std::vector<std::string> arguments = {"--timeout", "300", "report", "-o", file};
-    const Outcome report = RunTool(arguments, camera.Environment());
+    const auto found = HasSubstr("serial SN-4711  address 10.77.0.2  access read/write\n");
+    Outcome report{};
+    const std::string text = InTime(found, [&] {
+                                 fs::remove(file);
+                                 report = RunTool(arguments, camera.Environment());
+                                 return Outcome{report.exitCode, BytesOf(file)};
+                             }).output;
     EXPECT_EQ(report.exitCode, 0);
     EXPECT_THAT(report.output, testing::StartsWith("This report holds: "));
     EXPECT_THAT(report.output, testing::EndsWith("\nIt is in " + file + "\n"));
-    const std::string text = BytesOf(file);
-    EXPECT_THAT(text, HasSubstr("serial SN-4711  address 10.77.0.2  access read/write\n"));
+    EXPECT_THAT(text, found);
     EXPECT_THAT(text, HasSubstr("\nhost0  up, link, MTU 1500, MAC "));
     EXPECT_THAT(text, HasSubstr("  address  10.77.0.1/24\n"));
     // At once: nobody is asked first.
