@@ -100,7 +100,9 @@ TEST_P(ExampleGrabsACamera, AndWritesItsTenthPicture)
     const VirtualCamera camera(kPatientCamera);
     const TemporaryFolder folder;
     const std::string picture = folder / "picture.pgm";
-    const Outcome outcome = RunProgram(Command({NQ_CTI_PATH, picture}), camera.Environment());
+    const Outcome outcome = InTime(HasSubstr("\nframe 10: "), [&] {
+        return RunProgram(Command({NQ_CTI_PATH, picture}), camera.Environment());
+    });
     EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
     EXPECT_THAT(outcome.output,
                 testing::MatchesRegex("camera NQ-GEV-Camera:02-00-0a-4d-00-02\n" + TenFrameLines() + "$"));
@@ -127,7 +129,7 @@ TEST_P(ExampleGrabsNothing, OfACameraThatAnotherProgramControlsAndSaysSo)
 {
     const VirtualCamera camera(kSlowCamera);
     ChildProcess owner({BuiltExample("hot_plug"), NQ_CTI_PATH}, camera.Environment());
-    ASSERT_TRUE(owner.WaitForOutput("\nframe 1\n", kLongTime)) << owner.Output();
+    ASSERT_TRUE(owner.WaitForOutput("\nframe ", kLongTime)) << owner.Output();
     const Outcome outcome = RunProgram(Command({NQ_CTI_PATH}), camera.Environment());
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_THAT(outcome.output, HasSubstr("IFOpenDevice: error -1005"));
@@ -146,7 +148,9 @@ TEST_P(ExampleGrabsNothing, OfAFileThatIsNoProducerAndSaysWhy)
 TEST_P(ExampleGrabsNothing, IntoAFolderThatIsNotThereAndSaysWhy)
 {
     const VirtualCamera camera(kPatientCamera);
-    const Outcome outcome = RunProgram(Command({NQ_CTI_PATH, "/nowhere/picture.pgm"}), camera.Environment());
+    const Outcome outcome = InTime(HasSubstr("frame 10: "), [&] {
+        return RunProgram(Command({NQ_CTI_PATH, "/nowhere/picture.pgm"}), camera.Environment());
+    });
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_THAT(outcome.output, HasSubstr("frame 10: "));
     EXPECT_THAT(outcome.output, HasSubstr("/nowhere/picture.pgm"));
@@ -232,12 +236,18 @@ TEST(RtpExample, GoesOnForADayWhereNobodySaysHowLong)
 
 class ExampleInCpp : public BothModes
 {
+  protected:
+    static Outcome Several(const TwoCameras& cameras)
+    {
+        return RunProgram({BuiltExample("several_cameras"), NQ_CTI_PATH, "30"}, cameras.Environment());
+    }
 };
 
 TEST_P(ExampleInCpp, TakesSeveralCamerasAtOnce)
 {
     const TwoCameras cameras(kPatientCamera);
-    const Outcome outcome = RunProgram({BuiltExample("several_cameras"), NQ_CTI_PATH, "30"}, cameras.Environment());
+    const auto both = testing::AllOf(HasSubstr("02: 30 frames"), HasSubstr("0d: 30 frames"));
+    const Outcome outcome = InTime(both, [&] { return Several(cameras); });
     EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
     EXPECT_THAT(outcome.output, HasSubstr("NQ-GEV-Camera:02-00-0a-4d-00-02: 30 frames, 0 incomplete\n"));
     EXPECT_THAT(outcome.output, HasSubstr("NQ-GEV-Camera:02-00-0a-0b-0c-0d: 30 frames, 0 incomplete\n"));
@@ -249,8 +259,8 @@ TEST_P(ExampleInCpp, TakesTheOtherCameraWhereOneIsRefused)
     const TwoCameras cameras(kSlowCamera);
     ChildProcess owner({BuiltExample("hot_plug"), NQ_CTI_PATH, "NQ-GEV-Camera:02-00-0a-4d-00-02"},
                        cameras.Environment());
-    ASSERT_TRUE(owner.WaitForOutput("\nframe 1\n", kLongTime)) << owner.Output();
-    const Outcome outcome = RunProgram({BuiltExample("several_cameras"), NQ_CTI_PATH, "30"}, cameras.Environment());
+    ASSERT_TRUE(owner.WaitForOutput("\nframe ", kLongTime)) << owner.Output();
+    const Outcome outcome = InTime(HasSubstr("0d: 30 frames"), [&] { return Several(cameras); });
     EXPECT_EQ(outcome.exitCode, 1) << outcome.output;
     EXPECT_THAT(outcome.output,
                 HasSubstr("NQ-GEV-Camera:02-00-0a-4d-00-02: 0 frames, 0 incomplete; IFOpenDevice: error -1005"));
@@ -264,19 +274,19 @@ TEST_P(ExampleInCpp, TakesACameraThatComesGoesAndComesAgain)
     ChildProcess example({BuiltExample("hot_plug"), NQ_CTI_PATH}, camera.Environment());
     ASSERT_TRUE(example.WaitForOutput("no camera\n", kLongTime)) << example.Output();
     camera.Start();
-    ASSERT_TRUE(example.WaitForOutput("opened NQ-GEV-Camera:02-00-0a-4d-00-02\nframe 1\n", kLongTime))
-        << example.Output();
+    ASSERT_TRUE(example.WaitForOutput("opened NQ-GEV-Camera:02-00-0a-4d-00-02\nframe ", kLongTime)) << example.Output();
     camera.Kill();
     ASSERT_TRUE(example.WaitForOutput("\nclosed NQ-GEV-Camera:02-00-0a-4d-00-02\nno camera\n", kLongTime))
         << example.Output();
     EXPECT_THAT(example.Output(), ContainsRegex("access status 3 of NQ-GEV-Camera:02-00-0a-4d-00-02|"
                                                 "EventGetData: error -1012"));
     camera.Start();
-    ASSERT_TRUE(example.WaitForOutput(
-        "closed NQ-GEV-Camera:02-00-0a-4d-00-02\nno camera\nopened NQ-GEV-Camera:02-00-0a-4d-00-02\n"
-        "frame 1\n",
-        kLongTime))
-        << example.Output();
+    // Not at the first attempt, if the camera is late to answer that.
+    const std::size_t lost = example.Output().size();
+    while (example.Output().find("opened NQ-GEV-Camera:02-00-0a-4d-00-02\nframe ", lost) == std::string::npos)
+    {
+        ASSERT_EQ(example.WaitForExit(std::chrono::milliseconds(1)), -1) << example.Output();
+    }
     example.Signal(SIGTERM);
     EXPECT_EQ(example.WaitForExit(kLongTime), 0) << example.Output();
     EXPECT_THAT(example.Output(), testing::EndsWith(" frames\nclosed NQ-GEV-Camera:02-00-0a-4d-00-02\n"));
