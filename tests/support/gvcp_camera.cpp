@@ -9,9 +9,9 @@
 #include <array>
 #include <cerrno>
 #include <poll.h>
+#include <sched.h>
 #include <stdexcept>
 #include <sys/eventfd.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
@@ -324,8 +324,11 @@ void GvcpCamera::AwaitPath(const std::string& address)
 
 void GvcpCamera::Run()
 {
-    // A camera is a machine of its own: it answers in time however busy this one is. Without the right it is a wish.
-    setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), -15);
+    // The library gives a camera 100 ms for some answers, and on a machine under load an ordinary thread may get no
+    // processor for longer. Where this is refused, a case has to be lucky. A thread that a rule starts is ordinary
+    // again.
+    const sched_param priority{.sched_priority = 1};
+    sched_setscheduler(0, SCHED_RR | SCHED_RESET_ON_FORK, &priority);
     while (true)
     {
         std::array<pollfd, 2> waits{pollfd{m_socket, POLLIN, 0}, pollfd{m_wake, POLLIN, 0}};

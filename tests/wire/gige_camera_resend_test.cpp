@@ -15,6 +15,7 @@
 #include <functional>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <thread>
 #include <unistd.h>
 
 namespace
@@ -33,16 +34,24 @@ constexpr unsigned int kLoopback = 0x7F000001;
 /// Commands that still get through; negative: all do.
 std::atomic<int> commandsLeft = -1;
 
-/// Only the first command gets through. Its answer comes when the second wait would be running.
+/// Only the first command gets through. Its answer comes once the second was refused, when another wait would be
+/// running.
 class LostWay : public testing::Test
 {
   protected:
     NQGigE_RETURN Run(const GvcpRule& answer, const std::function<NQGigE_RETURN(Camera&)>& access)
     {
-        m_peer.Next(Late(250ms, answer));
+        m_peer.Next([answer](const Bytes& command) {
+            while (commandsLeft >= 0)
+            {
+                std::this_thread::sleep_for(1ms);
+            }
+            return answer(command);
+        });
         Camera camera(kLoopback, 3956, kLoopback, MULTICAST_OFF);
         commandsLeft = 1;
         const NQGigE_RETURN result = access(camera);
+        EXPECT_TRUE(m_peer.WaitForCount(1));
         EXPECT_THAT(m_peer.ReceivedBytes(), SizeIs(1));
         return result;
     }

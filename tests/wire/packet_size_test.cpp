@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <gmock/gmock.h>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -52,6 +53,7 @@ class PacketSizeOnCable : public testing::Test
 std::vector<std::string> Passed(const std::string& path)
 {
     std::vector<std::string> passed;
+    std::set<std::string> commands;
     for (const Packet& packet :
          Dissect(path, "udp.dstport != 9", {"udp.dstport", "udp.payload", "udp.length", "ip.flags.df", "gvcp.ack"}))
     {
@@ -61,9 +63,9 @@ std::vector<std::string> Passed(const std::string& path)
         {
             passed.push_back("test packet of " + packet.at("udp.length") + ", df " + packet.at("ip.flags.df"));
         }
-        else if (!acknowledge)
+        // A command that is sent again, because a busy machine was late with the answer, has its old id.
+        else if (const std::string& bytes = packet.at("udp.payload"); !acknowledge && commands.insert(bytes).second)
         {
-            const std::string& bytes = packet.at("udp.payload");
             passed.push_back(port + " " + (bytes.size() < 24 ? bytes : bytes.substr(4, 4) + bytes.substr(16)));
         }
     }

@@ -95,6 +95,7 @@ TEST_F(StandardAccess, ACameraThatDoesNotAnswerIsUnknown)
 {
     peer.Otherwise(gvcp::Silent());
     EXPECT_EQ(Status(), 0U);
+    EXPECT_TRUE(peer.WaitForCount(1));
     EXPECT_EQ(peer.Received().size(), 1U) << "one attempt";
 }
 
