@@ -11,6 +11,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <poll.h>
 #include <set>
 #include <string>
@@ -19,6 +20,7 @@
 #include <thread>
 #include <tuple>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace
@@ -168,13 +170,24 @@ class EveryAnswerLate : public LateAnswers, public testing::WithParamInterface<b
 
 TEST_P(EveryAnswerLate, LeavesEachAccessInStep)
 {
-    m_next = 250;
-    Answer(250, GetParam());
+    // No answer comes before the command is sent again; that to the second sending comes a while after the other.
+    const auto last = std::make_shared<Bytes>();
+    m_peer.Otherwise([this, last](const Bytes& command) -> std::vector<nq::test::GvcpReply> {
+        if (std::exchange(*last, command) != command)
+        {
+            return {};
+        }
+        const nq::test::GvcpReply first = m_peer.AnswerFromMemory(command).front();
+        nq::test::GvcpReply second = first;
+        second.delay = std::chrono::milliseconds(GetParam() ? 250 : 200);
+        return {first, second};
+    });
     for (int round = 0; round < 12; ++round)
     {
         Access(round);
     }
     EXPECT_EQ(DifferentCommands(), 12U);
+    EXPECT_TRUE(m_peer.WaitForCount(24));
     EXPECT_THAT(m_peer.ReceivedBytes(), SizeIs(24)) << "each was sent again, and answered twice";
 }
 
@@ -274,6 +287,7 @@ TEST_F(LateAnswers, ASilentCameraCostsNoFurtherWait)
 {
     m_peer.Otherwise(Silent());
     ASSERT_EQ(Get(), -212);
+    ASSERT_TRUE(m_peer.WaitForCount(2)); // none of them is to be answered
     m_peer.Otherwise(Value(2));
     std::vector<long> seen;
     waits = &seen;
