@@ -26,13 +26,13 @@ class Forked
 #endif
 
     template <typename Function>
-    explicit Forked(Function function, unsigned int seconds = 30)
+    explicit Forked(Function function)
     {
         std::fflush(nullptr);
         m_pid = fork();
         if (m_pid == 0)
         {
-            alarm(seconds);
+            alarm(30);
             try
             {
                 function();

@@ -163,7 +163,7 @@ TEST_F(DataStreamBuffers, AFrameBlockGoesWhileNoLockKeepsOtherThreadsWaiting)
             stream.QueueBuffer(nullptr);                        // and that of a return
             done->set_value();
         });
-        EXPECT_EQ(done->get_future().wait_for(std::chrono::seconds(2)), std::future_status::ready);
+        EXPECT_EQ(done->get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
         others.push_back(std::move(other));
     };
     for (const bool address : {false, true})

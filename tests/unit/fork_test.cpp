@@ -11,6 +11,7 @@
 #include "support/forked.h"
 #include "support/gate.h"
 #include "support/stream_fixture.h"
+#include "support/trace_capture.h"
 
 #include <array>
 #include <atomic>
@@ -263,7 +264,10 @@ using ForkOfAStream = nq::test::StreamFixture;
 TEST_F(ForkOfAStream, AStopInTheChildWaitsForNoFrame)
 {
     ASSERT_EQ(stream.StartAcquisition(0, kInfinite), 0);
-    constexpr unsigned int kLessThanTheWaitOfThreeSeconds = 2;
-    Forked([&] { EXPECT_EQ(stream.StopAcquisition(0), 0); }, kLessThanTheWaitOfThreeSeconds);
+    const nq::test::TraceCapture trace;
+    Forked([&] {
+        EXPECT_EQ(stream.StopAcquisition(0), 0);
+        EXPECT_FALSE(trace.Has(2, "StopAcquisition failed! WAIT_EVENT_TRANSFER_COMPLETED")) << "after 3 s";
+    });
     EXPECT_EQ(stream.StopAcquisition(1), 0);
 }

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // A connection of the parent in a forked child: no call of the RDMA libraries, and no descriptor left.
+#include "support/asleep.h"
 #include "support/endpoint_flow_fixture.h"
 #include "support/forked.h"
 
-#include <chrono>
 #include <gmock/gmock.h>
-#include <thread>
 
 using nq::test::Descriptors;
 using testing::IsEmpty;
@@ -20,7 +19,7 @@ class LvEndpointFork : public nq::test::EndpointFlowFixture
 TEST_F(LvEndpointFork, InTheChildItIsNothingButDescriptorsToClose)
 {
     Stream(2);
-    std::this_thread::sleep_for(std::chrono::milliseconds(50)); // its threads sleep, and hold nothing of the recorder
+    nq::test::AwaitOthersAsleep(); // they hold nothing of the recorder then
     for (const bool destroyOnly : {false, true})
     {
         nq::test::Forked([&] {

@@ -206,10 +206,10 @@ class SlowEvent : public GigERDMA::NQGenTLEvent
     const std::chrono::milliseconds m_delivery;
 };
 
-TEST(StandardWait, ThatLosesItsEntryToAnotherThreadEndsInItsTime)
+/// How long a wait of 3 s takes that finds an entry, which another thread takes for 2.5 s.
+std::chrono::steady_clock::duration TimeOfAWaitThatLosesItsEntry()
 {
-    using namespace std::chrono_literals;
-    SlowEvent event(2500ms);
+    SlowEvent event(std::chrono::milliseconds(2500));
     char byte = 0;
     unsigned long size = 1;
     event.Signal(&byte);
@@ -224,8 +224,19 @@ TEST(StandardWait, ThatLosesItsEntryToAnotherThreadEndsInItsTime)
     }
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(event.GetData(&byte, &size, 3000), kTimeout);
-    const auto past = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(past, 2990ms);
+    return std::chrono::steady_clock::now() - start;
+}
+
+TEST(StandardWait, ThatLosesItsEntryToAnotherThreadEndsInItsTime)
+{
+    using namespace std::chrono_literals;
+    // A busy machine may need two seconds more for one wait, but hardly for each.
+    auto past = std::chrono::steady_clock::duration::max();
+    for (int attempt = 0; attempt < 3 && past >= 5000ms; ++attempt)
+    {
+        past = TimeOfAWaitThatLosesItsEntry();
+        EXPECT_GE(past, 2990ms);
+    }
     EXPECT_LT(past, 5000ms) << "not the whole time once more";
 }
 
