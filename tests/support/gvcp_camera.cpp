@@ -97,6 +97,7 @@ void GvcpCamera::Otherwise(GvcpRule rule)
 {
     const std::lock_guard guard(m_mutex);
     m_otherwise = std::move(rule);
+    m_ownRule = false;
 }
 
 void GvcpCamera::SetRegister(std::uint32_t address, std::uint32_t value)
@@ -368,6 +369,31 @@ void GvcpCamera::SendDue()
     }
 }
 
+namespace
+{
+
+std::uint64_t KeyOf(const sockaddr_in& sender)
+{
+    return std::uint64_t{sender.sin_addr.s_addr} << 16 | sender.sin_port;
+}
+
+} // namespace
+
+bool GvcpCamera::AnswerRepeated(const Bytes& command, const sockaddr_in& from)
+{
+    const std::lock_guard guard(m_mutex);
+    const auto last = m_answered.find(KeyOf(from));
+    if (m_silent || !m_rules.empty() || !m_ownRule || last == m_answered.end() || last->second.command != command)
+    {
+        return false;
+    }
+    for (const GvcpReply& reply : last->second.replies)
+    {
+        m_due.emplace(Clock::now(), Due{reply.bytes, from});
+    }
+    return true;
+}
+
 void GvcpCamera::TakeDatagram()
 {
     Bytes bytes(65536);
@@ -382,8 +408,13 @@ void GvcpCamera::TakeDatagram()
     bytes.resize(static_cast<std::size_t>(size));
     std::array<char, INET_ADDRSTRLEN> text{};
     inet_ntop(AF_INET, &from.sin_addr, text.data(), text.size());
-
+    if (AnswerRepeated(bytes, from))
+    {
+        SendDue();
+        return;
+    }
     GvcpRule rule;
+    bool fromMemory = false;
     {
         const std::lock_guard guard(m_mutex);
         m_received.push_back({bytes, text.data(), ntohs(from.sin_port)});
@@ -394,6 +425,7 @@ void GvcpCamera::TakeDatagram()
         else if (m_rules.empty())
         {
             rule = m_otherwise;
+            fromMemory = m_ownRule && gvcp::CodeOf(bytes) != 0x0002;
         }
         else
         {
@@ -405,6 +437,7 @@ void GvcpCamera::TakeDatagram()
     const auto now = Clock::now();
     {
         const std::lock_guard guard(m_mutex);
+        m_answered[KeyOf(from)] = fromMemory && !replies.empty() ? Answered{bytes, replies} : Answered{};
         for (const GvcpReply& reply : replies)
         {
             m_due.emplace(now + reply.delay, Due{reply.bytes, from});

@@ -26,8 +26,9 @@ class Host;
 /// from everybody: it knows no privilege and no heartbeat, so a test sees exactly what the library sends.
 ///
 /// Each datagram is recorded and answered by the next rule given to Next(), or, when there is none left, by the rule
-/// given to Otherwise(), which at first is AnswerFromMemory. The socket is open and bound when the constructor returns,
-/// and rules may be changed at any time from any thread.
+/// given to Otherwise(), which at first is AnswerFromMemory. A command that was answered from memory and comes once
+/// more is answered alike, neither recorded nor executed: on a machine that stood still the answer was late. The socket
+/// is open and bound when the constructor returns, and rules may be changed at any time from any thread.
 class GvcpCamera
 {
   public:
@@ -115,12 +116,18 @@ class GvcpCamera
         Bytes bytes;
         sockaddr_in to;
     };
+    struct Answered
+    {
+        Bytes command;
+        std::vector<GvcpReply> replies;
+    };
 
     void Run();
     int MillisecondsToNextDue();
     void SendDue();
     void TakeDatagram();
     std::size_t CountLocked(const std::string& access) const;
+    bool AnswerRepeated(const Bytes& command, const sockaddr_in& from);
     std::uint16_t StatusOf(std::uint32_t address);
     Bytes Write(const Bytes& command);
 
@@ -131,6 +138,8 @@ class GvcpCamera
     std::condition_variable m_recorded;
     std::deque<GvcpRule> m_rules;
     GvcpRule m_otherwise;
+    bool m_ownRule = true;
+    std::map<std::uint64_t, Answered> m_answered; ///< From memory, the last command of each sender.
     std::map<std::uint32_t, unsigned char> m_memory;
     std::map<std::uint32_t, std::uint16_t> m_status;
     std::function<void(std::uint32_t, std::uint32_t)> m_reaction;
