@@ -189,6 +189,7 @@ TEST_F(DoctorNetwork, ACameraThatIsMissingAndAnswersThatAreDropped)
     const Outcome doctor = RunDoctor();
     EXPECT_THAT(doctor.output, Wrong("camera.discovery", "host0: no camera answers",
                                      "Switch the camera on, look at its cable, and let it through the firewall: "
+                                     "nft insert rule inet filter input iifname host0 udp sport 3956 accept; "
                                      "iptables -I INPUT -i host0 -p udp --sport 3956 -j ACCEPT"));
     EXPECT_THAT(doctor.output, Wrong("adapter.filter", "host0: rp_filter is 1 and there is no default route",
                                      "sysctl -w net.ipv4.conf.all.rp_filter=0 net.ipv4.conf.host0.rp_filter=0"));
@@ -224,7 +225,7 @@ TEST_F(DoctorNetwork, ACameraThatSomebodyControls)
     m_camera->SetRegister(0x0A04, 40000);
     m_camera->SetRegister(0x0A14, 0x0A4D0001);
     Saying(Wrong("camera.owner", kCamera + std::string(": controlled by 10.77.0.1, UDP port 40000"),
-                 "fuser -k 40000/udp # on the host 10.77.0.1"));
+                 "fuser -k -TERM 40000/udp # on the host 10.77.0.1"));
     EXPECT_EQ(m_camera->Count("write 0x0A00 = 0x00000000"), 0U);
 }
 

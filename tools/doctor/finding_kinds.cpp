@@ -52,6 +52,7 @@ const std::vector<FindingKind>& FindingKinds()
         {"camera.discovery", "Does a camera answer on the adapter?",
          "A discovery is broadcast from each adapter; wrong when no camera, or not the one meant, answers on any.",
          "Switch the camera on, look at its cable, and let it through the firewall: "
+         "sudo nft insert rule inet filter input iifname ADAPTER udp sport 3956 accept; "
          "sudo iptables -I INPUT -i ADAPTER -p udp --sport 3956 -j ACCEPT"},
         {"camera.subnet", "Is the camera on the subnet of the adapter?",
          "The address that it tells in its answer, which it gives by broadcast, beside the adapter's first one.",
@@ -60,7 +61,7 @@ const std::vector<FindingKind>& FindingKinds()
          "Their lists after a scan; ours leaves out cameras whose device version is below 3.0.0.",
          "Give it a firmware that streams by RDMA; a camera without is for another producer (--producer)"},
         {"camera.owner", "Is the camera free?", "Its registers 0x0A00, 0x0A04 and 0x0A14.",
-         "sudo fuser -k PORT/udp # on the host HOST"},
+         "sudo fuser -k -TERM PORT/udp # on the host HOST"},
         {"camera.answers", "Does the camera answer at once?",
          "20 reads of a register; wrong when it is silent, or two take 150 ms or more: near 200 ms commands are lost.",
          "Plug the camera into ADAPTER without a switch, and let nothing else use that address"},
