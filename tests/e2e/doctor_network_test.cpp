@@ -96,6 +96,8 @@ TEST_F(DoctorNetwork, OfAGoodCameraEverythingIsRightAndNothingIsWritten)
     EXPECT_THAT(doctor.output, Right("camera.discovery", "host0: " + std::string(kCamera) + "\n"));
     EXPECT_THAT(doctor.output, Right("camera.subnet", kCamera + std::string(": on that of host0\n")));
     EXPECT_THAT(doctor.output, Right("camera.listed", kCamera + std::string(": as Model:02-11-22-33-44-55\n")));
+    EXPECT_THAT(doctor.output, Right("camera.unique", kCamera + std::string(": no other camera on host0 tells it\n")));
+    EXPECT_THAT(doctor.output, Right("camera.route", kCamera + std::string(": by host0\n")));
     EXPECT_THAT(doctor.output, Right("camera.owner", kCamera + std::string(": nobody controls it\n")));
     EXPECT_THAT(doctor.output,
                 testing::ContainsRegex(Beginning("right", "camera.answers") + kCamera +
@@ -193,8 +195,8 @@ TEST_F(DoctorNetwork, ACameraThatIsMissingAndAnswersThatAreDropped)
                                      "iptables -I INPUT -i host0 -p udp --sport 3956 -j ACCEPT"));
     EXPECT_THAT(doctor.output, Wrong("adapter.filter", "host0: rp_filter is 1 and there is no default route",
                                      "sysctl -w net.ipv4.conf.all.rp_filter=0 net.ipv4.conf.host0.rp_filter=0"));
-    for (const char* id :
-         {"camera.subnet", "camera.listed", "camera.owner", "camera.answers", "camera.path", "camera.stream"})
+    for (const char* id : {"camera.subnet", "camera.unique", "camera.listed", "camera.route", "camera.owner",
+                           "camera.answers", "camera.path", "camera.stream"})
     {
         EXPECT_THAT(doctor.output, NotKnown(id, "no camera is there to ask (camera.discovery)\n"));
     }
@@ -309,8 +311,44 @@ TEST_F(DoctorNetwork, ACameraThatHasAnAddressOfThisMachine)
 TEST_F(DoctorNetwork, ACameraToWhichNoRouteLeads)
 {
     Shell("ip route add unreachable 10.77.0.2/32");
-    Saying(NotKnown("camera.path", kCamera + std::string(": no echo request can be sent there: "
-                                                         "No route to host\n")));
+    const Outcome doctor = RunDoctor();
+    EXPECT_THAT(doctor.output, NotKnown("camera.path", kCamera + std::string(": no echo request can be sent there: "
+                                                                             "No route to host\n")));
+    EXPECT_THAT(doctor.output, Wrong("camera.route", kCamera + std::string(": no way leads there: No route to host"),
+                                     "ip route replace 10.77.0.2 dev host0"));
+    EXPECT_THAT(Mend(doctor, "camera.route").output, Right("camera.route", kCamera + std::string(": by host0\n")));
+}
+
+TEST_F(DoctorNetwork, ACameraToWhichATunnelTakesTheRoute)
+{
+    const Host other;
+    other.Connect("tunnel0", "10.78.0.1/24", "tunnel1", "10.78.0.2/24");
+    Shell("ip route add 10.77.0.0/30 dev tunnel0 src 10.78.0.1");
+    const Outcome doctor = RunDoctor();
+    EXPECT_THAT(doctor.output,
+                Wrong("camera.route",
+                      kCamera + std::string(": they leave with the address 10.78.0.1, which is not host0's"),
+                      "ip route replace 10.77.0.2 dev host0"));
+    EXPECT_THAT(Mend(doctor, "camera.route").output, Right("camera.route", kCamera + std::string(": by host0\n")));
+}
+
+TEST_F(DoctorNetwork, TwoCamerasWithOneAddress)
+{
+    m_camera->Otherwise([this](const Bytes& command) {
+        std::vector<GvcpReply> answers = m_camera->AnswerFromMemory(command);
+        if (gvcp::Describe(command) == "discovery" && !answers.empty())
+        {
+            answers.push_back(answers.front());
+            answers.back().bytes.at(8 + 0x0F) = 0x66; // the last of the MAC address
+        }
+        return answers;
+    });
+    for (const std::vector<std::string>& meant : {std::vector<std::string>(), {"--camera", "02:11:22:33:44:55"}})
+    {
+        EXPECT_THAT(RunDoctor(meant).output,
+                    Wrong("camera.unique", kCamera + std::string(": the camera 02:11:22:33:44:66 tells it as well"),
+                          NQ_TOOL_PATH " ip --camera 02:11:22:33:44:55 --force 10.77.0.3/24"));
+    }
 }
 
 TEST(DoctorWithoutAdapter, SaysSo)

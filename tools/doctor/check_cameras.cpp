@@ -4,6 +4,7 @@
 
 #include "camera_owner.h"
 #include "doctor/echo.h"
+#include "doctor/route.h"
 #include "gvcp_reader.h"
 
 #include <algorithm>
@@ -96,6 +97,37 @@ void CheckStream(const SeenCamera& camera, GvcpReader& reader, Findings& finding
                                                     : findings.Wrong(kId, camera.Name(), text);
 }
 
+/// Two adapters on one subnet, or the route of a tunnel, lead packets elsewhere.
+void CheckRoute(const Scene& scene, const SeenCamera& camera, Findings& findings)
+{
+    constexpr const char* kId = "camera.route";
+    const Adapter* const adapter = AdapterCalled(scene, camera.adapter);
+    if (adapter == nullptr)
+    {
+        findings.NotKnown(kId, camera.Name(), "only its producer sees it");
+        return;
+    }
+    const Route route = RouteTo(camera.entry.address);
+    const Findings::Words words = {{"ADDRESS", camera.entry.address}, {"ADAPTER", adapter->name}};
+    const bool own = std::any_of(adapter->networks.begin(), adapter->networks.end(),
+                                 [&](const Ipv4Network& one) { return one.address == route.source; });
+    if (route.source == 0)
+    {
+        findings.Wrong(kId, camera.Name(), "no way leads there: " + route.problem, words);
+    }
+    else if (!own)
+    {
+        findings.Wrong(kId, camera.Name(),
+                       fmt::format("they leave with the address {}, which is not {}'s", DottedAddress(route.source),
+                                   adapter->name),
+                       words);
+    }
+    else
+    {
+        findings.Right(kId, camera.Name(), "by " + adapter->name);
+    }
+}
+
 void CheckPath(const Scene& scene, const SeenCamera& camera, Findings& findings)
 {
     constexpr const char* kId = "camera.path";
@@ -131,6 +163,7 @@ void CheckCameras(const Scene& scene, Findings& findings)
         {
             continue;
         }
+        CheckRoute(scene, camera, findings);
         GvcpReader reader(camera.entry.address);
         if (CheckAnswers(camera, reader, findings))
         {
@@ -139,10 +172,10 @@ void CheckCameras(const Scene& scene, Findings& findings)
         }
         CheckPath(scene, camera, findings);
     }
-    findings.NotKnownElse(
-        {"camera.subnet", "camera.listed", "camera.owner", "camera.answers", "camera.path", "camera.stream"},
-        scene.cameras.empty() ? "no camera is there to ask (camera.discovery)"
-                              : "no camera can be asked (camera.subnet, camera.answers)");
+    findings.NotKnownElse({"camera.subnet", "camera.unique", "camera.listed", "camera.route", "camera.owner",
+                           "camera.answers", "camera.path", "camera.stream"},
+                          scene.cameras.empty() ? "no camera is there to ask (camera.discovery)"
+                                                : "no camera can be asked (camera.subnet, camera.answers)");
 }
 
 } // namespace nq::tool::doctor

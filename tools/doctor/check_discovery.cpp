@@ -108,12 +108,20 @@ void CheckHeard(const Scene& scene, const Adapter& adapter, Findings& findings)
     }
 }
 
+constexpr const char* kNotHeard = "only its producer sees it";
+
+Findings::Words WordsToForce(const Scene& scene, const SeenCamera& camera)
+{
+    return {{"ADDRESS", NetworkText(FreeAddress(scene, camera.adapterSubnet, camera.adapter))},
+            {"MAC", MacText(camera.entry.macAddress)}};
+}
+
 void CheckSubnet(const Scene& scene, const SeenCamera& camera, Findings& findings)
 {
     constexpr const char* kId = "camera.subnet";
     if (camera.adapter.empty())
     {
-        findings.NotKnown(kId, camera.Name(), "only its producer sees it");
+        findings.NotKnown(kId, camera.Name(), kNotHeard);
     }
     else if (camera.adapterSubnet.mask == 0)
     {
@@ -128,12 +136,33 @@ void CheckSubnet(const Scene& scene, const SeenCamera& camera, Findings& finding
         findings.Wrong(kId, camera.Name(),
                        fmt::format("it has {}, and {} {}", NetworkText(camera.subnet), camera.adapter,
                                    NetworkText(camera.adapterSubnet)),
-                       {{"ADDRESS", NetworkText(FreeAddress(scene, camera.adapterSubnet, camera.adapter))},
-                        {"MAC", MacText(camera.entry.macAddress)}});
+                       WordsToForce(scene, camera));
     }
     else
     {
         findings.Right(kId, camera.Name(), "on that of " + camera.adapter);
+    }
+}
+
+void CheckTwin(const Scene& scene, const SeenCamera& camera, Findings& findings)
+{
+    constexpr const char* kId = "camera.unique";
+    if (camera.adapter.empty())
+    {
+        findings.NotKnown(kId, camera.Name(), kNotHeard);
+    }
+    else if (camera.twin == 0)
+    {
+        findings.Right(kId, camera.Name(), "no other camera on " + camera.adapter + " tells it");
+    }
+    else if (camera.isForeign)
+    {
+        findings.NotKnown(kId, camera.Name(), "it needs another one anyway (camera.subnet)");
+    }
+    else
+    {
+        findings.Wrong(kId, camera.Name(), fmt::format("the camera {} tells it as well", MacText(camera.twin)),
+                       WordsToForce(scene, camera));
     }
 }
 
@@ -172,6 +201,7 @@ void CheckDiscovery(const Scene& scene, Findings& findings)
     for (const SeenCamera& camera : scene.cameras)
     {
         CheckSubnet(scene, camera, findings);
+        CheckTwin(scene, camera, findings);
         CheckListed(scene, camera, findings);
     }
     findings.NotKnownElse({"adapter.filter", "camera.discovery"}, "there is no adapter (adapter.found)");

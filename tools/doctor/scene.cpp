@@ -85,6 +85,19 @@ std::vector<SeenCamera> Joined(const std::vector<HeardCamera>& heard, const std:
     return cameras;
 }
 
+/// Also of cameras that are not meant.
+void FindTwins(std::vector<SeenCamera>& cameras)
+{
+    for (SeenCamera& camera : cameras)
+    {
+        const auto twin = std::find_if(cameras.begin(), cameras.end(), [&](const SeenCamera& one) {
+            return !camera.adapter.empty() && one.adapter == camera.adapter &&
+                   one.subnet.address == camera.subnet.address && one.entry.macAddress != camera.entry.macAddress;
+        });
+        camera.twin = twin == cameras.end() ? 0 : twin->entry.macAddress;
+    }
+}
+
 /// Enough is when every camera that was heard is listed.
 Enough EnoughFor(const std::vector<HeardCamera>& heard)
 {
@@ -188,6 +201,7 @@ Scene Gather(const CommonOptions& common, const DoctorOptions& options)
     scene.cameras = Joined(heard, CamerasOf(scene.producers));
     std::for_each(scene.cameras.begin(), scene.cameras.end(),
                   [&](SeenCamera& camera) { Place(camera, scene.adapters); });
+    FindTwins(scene.cameras);
     scene.otherCameras = std::erase_if(scene.cameras, [&](const SeenCamera& camera) {
         return !options.camera.empty() && camera.entry.id != options.camera && !HasName(camera.entry, options.camera);
     });

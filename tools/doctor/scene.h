@@ -34,6 +34,7 @@ struct SeenCamera
     Ipv4Network adapterSubnet; ///< of the adapter, as its first address has it
     std::string version;       ///< of the device
     bool isForeign = false;    ///< it cannot be reached from there
+    uint64_t twin = 0;         ///< MAC address of another one there that tells the same address; 0 for none
 
     /// For messages: its model and serial number, and its address.
     std::string Name() const;
