@@ -230,6 +230,13 @@ std::string GrabSession::WhyNoStart(GenTL::GC_ERROR code) const
                            "gave it up; `nq-gev list` tells who controls it.",
                            m_cameraId);
     }
+    const std::optional<FolderProblem> folder = RunsOnSoftwareRdma() ? SoftwareRdmaFolderProblem() : std::nullopt;
+    if (folder)
+    {
+        return fmt::format("The software RDMA refuses its folder {}: {}; `nq-gev --software-rdma doctor` has the line "
+                           "that mends it.",
+                           folder->folder, folder->why);
+    }
     if (const std::string complaint = LockedMemoryComplaint(m_lockedBytes); !complaint.empty())
     {
         return fmt::format("It wants more memory than it may have: {}. Raise that limit, or take fewer --buffers.",
@@ -244,13 +251,6 @@ std::string GrabSession::WhyNoStart(GenTL::GC_ERROR code) const
         return "This machine has too little memory for it: take fewer --buffers. Or a frame is longer than the longest "
                "message that the port of its RDMA device tells of: take a smaller picture, or --answers stated, which "
                "does not ask the port.";
-    }
-    const std::optional<FolderProblem> folder = RunsOnSoftwareRdma() ? SoftwareRdmaFolderProblem() : std::nullopt;
-    if (folder)
-    {
-        return fmt::format("The software RDMA refuses its folder {}: {}; `nq-gev --software-rdma doctor` has the line "
-                           "that mends it.",
-                           folder->folder, folder->why);
     }
     const std::string advice = SoftwareRdmaAdvice();
     return fmt::format("The camera {} answers on its control channel{}", m_address,

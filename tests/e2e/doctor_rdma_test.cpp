@@ -142,6 +142,22 @@ TEST_F(DoctorRdma, MemoryToLockIsComparedWithTheFrames)
                                            "prlimit --pid $$ --memlock=unlimited:unlimited"));
 }
 
+/// For what is started as a root that may lock 64 KiB of memory alone.
+const std::vector<std::string> kLittleToLock = {"/usr/bin/prlimit", "--memlock=65536:65536", "/usr/bin/setpriv",
+                                                "--bounding-set=-ipc_lock", "--inh-caps=-ipc_lock"};
+
+TEST(DoctorOnSoftwareRdma, NeedsNoMemoryToLock)
+{
+    const VirtualCamera camera;
+    const auto run = [&camera](const std::vector<std::string>& verb) {
+        return RunProgram(Joined(kLittleToLock, Joined({NQ_TOOL_PATH, "--producer", NQ_CTI_PATH}, verb)),
+                          camera.Environment());
+    };
+    EXPECT_THAT(run({"doctor"}).output, Right("memory.lock", "not needed on software RDMA\n"));
+    const Outcome grab = run({"grab", "--count", "2"});
+    EXPECT_EQ(grab.exitCode, 0) << grab.output;
+}
+
 TEST(DoctorOnSoftwareRdma, KnowsTheWholeChainButThreeLines)
 {
     const VirtualCamera camera({"--width", "640", "--height", "480", "--serial", "SN-1"});
@@ -174,7 +190,8 @@ TEST(DoctorOnSoftwareRdma, MendsTheFolderThroughWhichProgramsMeet)
     EXPECT_THAT(open.output, Wrong("rdma.folder", folder + " is refused: its mode 0755 lets others in",
                                    "mkdir -p -m 0700 '" + folder + "' && chmod 0700 '" + folder +
                                        "' && export NQ_RDMA_LOOPBACK_DIR='" + folder + "'"));
-    const Outcome grab = RunTool({"grab"}, environment);
+    const Outcome grab =
+        RunProgram(Joined(kLittleToLock, {NQ_TOOL_PATH, "--producer", NQ_CTI_PATH, "grab"}), environment);
     EXPECT_EQ(grab.exitCode, 5);
     EXPECT_THAT(grab.output, HasSubstr("The software RDMA refuses its folder " + folder +
                                        ": its mode 0755 lets others in; `nq-gev --software-rdma doctor` has the line "

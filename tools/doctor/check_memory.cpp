@@ -30,6 +30,11 @@ uint64_t LockableBytes()
 void CheckMemory(const Scene& scene, Findings& findings)
 {
     constexpr const char* kId = "memory.lock";
+    if (scene.onSoftwareRdma && scene.ports.empty())
+    {
+        findings.Right(kId, "", "not needed on software RDMA");
+        return;
+    }
     if (MayLockAnything(scene.machine))
     {
         findings.Right(kId, "", "any amount (CAP_IPC_LOCK)");
