@@ -40,6 +40,39 @@ std::string AnswerText(GenTL::GC_ERROR code)
                                   camera.id, OwnerText(owner), gone));
 }
 
+RefusedOpen::Answer AnswerOf(const CameraEntry& camera)
+{
+    return camera.address.empty()                               ? RefusedOpen::Answer::CannotBeAsked
+           : GvcpReader(camera.address).Read(kControlPrivilege) ? RefusedOpen::Answer::Free
+                                                                : RefusedOpen::Answer::None;
+}
+
+ExitCode CodeOf(RefusedOpen::Answer answer)
+{
+    return answer == RefusedOpen::Answer::CannotBeAsked ? ExitCode::CameraInUse
+           : answer == RefusedOpen::Answer::Free        ? ExitCode::Failure
+                                                        : ExitCode::CameraLost;
+}
+
+std::string TextOf(const CameraEntry& camera, GenTL::GC_ERROR code, RefusedOpen::Answer answer)
+{
+    const std::string refused =
+        fmt::format("the producer refuses to open the camera {}: {}", camera.id, AnswerText(code));
+    switch (answer)
+    {
+    case RefusedOpen::Answer::Free:
+        return refused + ", though nobody controls it: its answers may come too late, `nq-gev doctor` measures them";
+    case RefusedOpen::Answer::None:
+        return fmt::format("{}, and at {} it answers no read of a register: `nq-gev doctor` tells more", refused,
+                           camera.address);
+    case RefusedOpen::Answer::CannotBeAsked:
+        break;
+    }
+    return fmt::format("the camera {} is controlled by another program, says the producer: {}. End that program; or "
+                       "give --wait SECONDS to wait until the camera is free.",
+                       camera.id, AnswerText(code));
+}
+
 } // namespace
 
 std::optional<CameraOwner> AskForOwner(const CameraEntry& camera)
@@ -116,7 +149,7 @@ void OnceFree(const CameraEntry& camera, uint32_t waitSeconds, const std::functi
             }
             if (!std::exchange(told, true))
             {
-                tell("waiting for the camera, which the producer refuses to open: " + refused.Answer());
+                tell("waiting for the camera, which the producer refuses to open: " + refused.Refusal());
             }
             std::this_thread::sleep_for(kPause);
         }
@@ -151,16 +184,8 @@ void ConfirmControl(GenTLLibrary& library, GenTL::PORT_HANDLE remote, const Came
     }
 }
 
-RefusedOpen::RefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code, bool isFree)
-    : ToolFailure(isFree ? ExitCode::Failure : ExitCode::CameraInUse,
-                  isFree
-                      ? fmt::format("the producer refuses to open the camera {}: {}, though nobody controls it: its "
-                                    "answers may come too late, `nq-gev doctor` measures them",
-                                    camera.id, AnswerText(code))
-                      : fmt::format("the camera {} is controlled by another program, says the producer: {}. End that "
-                                    "program; or give --wait SECONDS to wait until the camera is free.",
-                                    camera.id, AnswerText(code))),
-      m_answer(AnswerText(code))
+RefusedOpen::RefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code, Answer answer)
+    : ToolFailure(CodeOf(answer), TextOf(camera, code, answer)), m_refusal(AnswerText(code))
 {
 }
 
@@ -177,8 +202,7 @@ void ThrowRefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code)
     }
     if (code == GenTL::GC_ERR_RESOURCE_IN_USE || code == GenTL::GC_ERR_ACCESS_DENIED)
     {
-        const bool isFree = !camera.address.empty() && GvcpReader(camera.address).Read(kControlPrivilege).has_value();
-        throw RefusedOpen(camera, code, isFree);
+        throw RefusedOpen(camera, code, AnswerOf(camera));
     }
     GenTLLibrary::Check(code, "IFOpenDevice");
     throw ToolFailure(ExitCode::Failure, "IFOpenDevice gave no device");

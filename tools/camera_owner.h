@@ -38,14 +38,20 @@ void AwaitFreeCamera(const CameraEntry& camera, std::chrono::steady_clock::time_
 class RefusedOpen : public ToolFailure
 {
   public:
-    /// `isFree`: the camera itself says that nobody controls it, which makes this no CameraInUse.
-    RefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code, bool isFree);
+    /// What the camera itself says; only one that cannot be asked may be in use.
+    enum class Answer
+    {
+        CannotBeAsked,
+        Free,
+        None
+    };
+    RefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code, Answer answer);
 
     /// For example "GC_ERR_ACCESS_DENIED (-1005)".
-    const std::string& Answer() const { return m_answer; }
+    const std::string& Refusal() const { return m_refusal; }
 
   private:
-    std::string m_answer;
+    std::string m_refusal;
 };
 
 /// Runs `open` once nobody controls the camera, and again when another program that waits as well was faster. A

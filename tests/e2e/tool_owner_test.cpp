@@ -195,6 +195,26 @@ TEST(ToolOwnerOfAnyCamera, IsNoOneForACameraThatAnswersTheProducerTooLate)
     EXPECT_EQ(grab.exitCode, 5);
 }
 
+TEST(ToolOwnerOfAnyCamera, IsNoOneForACameraThatAnswersTheDiscoveryAlone)
+{
+    const Host far;
+    far.Connect("here", "10.9.0.1/24", "there", "10.9.0.2/24");
+    GvcpCamera camera(&far);
+    nq::test::GvcpDiscovery identity;
+    identity.ipAddress = 0x0A090002;
+    identity.subnetMask = 0xFFFFFF00;
+    identity.deviceVersion = "3.0.0";
+    camera.SetDiscovery(identity);
+    camera.Otherwise([&](const Bytes& command) {
+        return gvcp::Describe(command) == "discovery" ? camera.AnswerFromMemory(command) : std::vector<GvcpReply>();
+    });
+    const Outcome grab = RunTool({"grab"});
+    EXPECT_EQ(grab.exitCode, 6) << grab.output;
+    EXPECT_THAT(grab.output, HasSubstr("nq-gev: the producer refuses to open the camera Model:02-11-22-33-44-55: "
+                                       "GC_ERR_ACCESS_DENIED (-1005), and at 10.9.0.2 it answers no read of a "
+                                       "register: `nq-gev doctor` tells more\n"));
+}
+
 TEST(ToolOwnerOfAnyCamera, IsNotThisProgramWhoseControlIsConfirmedLate)
 {
     const Host far;
