@@ -35,7 +35,8 @@ def sample(program, *arguments, standard=False):
     except (OSError, subprocess.TimeoutExpired) as failure:
         raise SampleFailed(str(failure)) from failure
     if done.returncode != 0:
-        raise SampleFailed(done.stderr.strip() or f"{program} ended with {done.returncode}")
+        said = done.stderr.strip() or f"ended with {done.returncode}"
+        raise SampleFailed(f"{' '.join(command)}{', standard' if standard else ''}: {said}")
     return json.loads(done.stdout)
 
 
