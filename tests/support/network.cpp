@@ -58,7 +58,7 @@ namespace
 /// A command that waits until the interface carries packets: a frame sent before the kernel reports it up is lost.
 std::string AwaitLink(const std::string& name)
 {
-    return "timeout 10 sh -c 'until ip -o link show dev " + name + " | grep -q \"state UP\"; do sleep 0.01; done'";
+    return "timeout 60 sh -c 'until ip -o link show dev " + name + " | grep -q \"state UP\"; do sleep 0.01; done'";
 }
 
 } // namespace
