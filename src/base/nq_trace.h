@@ -15,8 +15,8 @@ enum class NQTraceLevel : unsigned long
 };
 
 /// One line of the module "NQGenTL", by NQTraceLine. Thread-safe. A macro, so that the test of the flag stands where
-/// the line does and a closed logger's line costs no call and no argument: there is more than one for each call of a
-/// frame.
+/// the line does and a closed logger's line costs no call: there is more than one for each call of a frame. An argument
+/// does nothing but tell a value, so that nobody sees whether it was evaluated.
 #define NQTrace(...) (NQLogger::getInstance().IsOpen() ? NQTraceLine(__VA_ARGS__) : static_cast<void>(0))
 
 void NQTraceLine(NQTraceLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));

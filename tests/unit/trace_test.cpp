@@ -42,15 +42,4 @@ TEST(Trace, AClosedLoggerTakesNothingAndTheCodeIsGivenBackAllTheSame)
     EXPECT_THAT(TraceCapture::At(2), IsEmpty());
 }
 
-TEST(Trace, WhatALineTellsIsMadeForAnOpenLoggerOnly)
-{
-    int made = 0;
-    const auto number = [&] { return ++made; };
-    NQTrace(NQTraceLevel::CallFlow, "%s Entry:%d", "GetInfo", number());
-    EXPECT_EQ(made, 0);
-    const TraceCapture lines;
-    NQTrace(NQTraceLevel::CallFlow, "%s Entry:%d", "GetInfo", number());
-    EXPECT_THAT(TraceCapture::At(32), ElementsAre("GetInfo Entry:1"));
-}
-
 } // namespace
