@@ -12,8 +12,8 @@
 namespace nq::test
 {
 
-/// Runs a function in a forked child. Its EXPECTs print as ever; a failed one, an exception, a signal or half a minute
-/// without an end fail the test that calls Join(). Other threads of the test do not exist in the child, and no object
+/// Runs a function in a forked child. Its EXPECTs print as ever; a failed one, an exception, a signal or no end
+/// within that time fail the test that calls Join(). Other threads of the test do not exist in the child, and no object
 /// of the test is destroyed there.
 class Forked
 {
@@ -26,13 +26,13 @@ class Forked
 #endif
 
     template <typename Function>
-    explicit Forked(Function function)
+    explicit Forked(Function function, unsigned int mostSeconds = 30)
     {
         std::fflush(nullptr);
         m_pid = fork();
         if (m_pid == 0)
         {
-            alarm(30);
+            alarm(mostSeconds);
             try
             {
                 function();
