@@ -7,7 +7,7 @@ camera_job=
 reason=
 
 # In milliseconds. A host asks twice in that time and gives the camera up when it gets no answer in 600 ms, which a guest
-# without a processor may need; so only the cases about loss have the usual value.
+# without a processor may need; so only those cases have a short one that cannot do without.
 heartbeat=600000
 
 # What nq-gev asks of the library, "standard" or "stated".
@@ -173,7 +173,8 @@ case_doctor() {
 
 # The camera of gentl-check, and the program by which the host has it send frames that are not whole.
 start_checked_camera() {
-    local socket=/run/control.sock
+    # A check that hangs is ended, and its camera is controlled until the heartbeat is over.
+    local socket=/run/control.sock heartbeat=5000
     [ -z "$here" ] || socket=$PWD/$logs/control.sock
     start_camera --width 64 --height 16 --fps 200 --control "$socket" || return 1
     order camera "exec scripts/roce/short_frames.py $socket $camera_address"
