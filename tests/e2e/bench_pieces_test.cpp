@@ -94,6 +94,11 @@ struct LocksCase
     double most;
 };
 
+void PrintTo(const LocksCase& mode, std::ostream* out)
+{
+    *out << mode.name;
+}
+
 class BenchLocks : public testing::TestWithParam<LocksCase>
 {
 };
