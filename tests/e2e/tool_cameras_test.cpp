@@ -22,6 +22,7 @@ using testing::Not;
 constexpr const char* kFirstId = "NQ-GEV-Camera:02-00-0a-4d-00-02";
 constexpr const char* kSecondId = "NQ-GEV-Camera:02-00-0a-0b-0c-0d";
 
+/// Cameras that lose nothing, however late their host is: a frame comes when there is room for it.
 class ToolCameras : public testing::Test
 {
   protected:
@@ -55,20 +56,13 @@ class ToolCameras : public testing::Test
         return arguments;
     }
 
-    explicit ToolCameras(const std::vector<std::string>& pace = {"--fps", "50"})
+    explicit ToolCameras(const std::vector<std::string>& pace = {"--fps", "0"})
         : m_cameras(Joined({"--width", "64", "--height", "48"}, pace))
     {
     }
 
     TwoCameras m_cameras;
     TemporaryFolder m_folder;
-};
-
-/// Cameras that lose nothing, however late their host is: a frame comes when there is room for it.
-class ToolPatientCameras : public ToolCameras
-{
-  protected:
-    ToolPatientCameras() : ToolCameras({"--fps", "0"}) {}
 };
 
 /// Ten frames a second, for which a camera has memory for ten seconds: software RDMA frees it when the host gets to it.
@@ -78,7 +72,7 @@ class ToolSlowCameras : public ToolCameras
     ToolSlowCameras() : ToolCameras({"--fps", "10", "--send-buffers", "100"}) {}
 };
 
-TEST_F(ToolPatientCameras, EachHasItsFramesItsFilesAndItsSum)
+TEST_F(ToolCameras, EachHasItsFramesItsFilesAndItsSum)
 {
     const TemporaryFolder lines;
     const Outcome grab = Run(Both({"--count", "10", "--out", m_folder.Path(), "--metadata", lines / "m", "--verify"}));
