@@ -77,6 +77,7 @@ GvcpCamera::GvcpCamera(const Host* host, const std::string& address, std::uint16
     m_port = ntohs(bound.sin_port);
     m_wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     m_thread = std::thread([this] { Run(); });
+    m_begun.wait();
 }
 
 GvcpCamera::~GvcpCamera()
@@ -330,6 +331,7 @@ void GvcpCamera::Run()
     // again.
     const sched_param priority{.sched_priority = 1};
     sched_setscheduler(0, SCHED_RR | SCHED_RESET_ON_FORK, &priority);
+    m_begun.count_down();
     while (true)
     {
         std::array<pollfd, 2> waits{pollfd{m_socket, POLLIN, 0}, pollfd{m_wake, POLLIN, 0}};

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <latch>
 #include <map>
 #include <mutex>
 #include <netinet/in.h>
@@ -147,6 +148,7 @@ class GvcpCamera
     GvcpDiscovery m_discovery;
     std::vector<Datagram> m_received;
     std::multimap<Clock::time_point, Due> m_due;
+    std::latch m_begun{1}; ///< Its thread takes what comes.
     std::thread m_thread;
 };
 
