@@ -3,7 +3,7 @@
 # Shared by the commands of ./run: packages, the build, private networks.
 
 build_packages="g++ cmake ninja-build pkg-config iproute2 libibverbs-dev librdmacm-dev libcli11-dev nlohmann-json3-dev
-    libpng-dev libtiff-dev libfmt-dev libzip-dev zlib1g-dev"
+    libpng-dev libtiff-dev libjpeg62-turbo-dev libfmt-dev libzip-dev zlib1g-dev"
 test_packages="libgtest-dev libgmock-dev python3 tshark aravis-tools aravis-tools-cli libaravis-dev libxml2-dev libxml2-utils tcpdump lld git
     python3-pil python3-tifffile python3-jsonschema ffmpeg scdoc zsh fish"
 # The browser that opens the HTML report of gentl-check is big: CI has it; elsewhere its case is skipped where it is absent.
@@ -92,6 +92,13 @@ clang_version() {
     # A fresh system knows no package before the first update.
     apt-cache show clang >/dev/null 2>&1 || apt-get -q update >/dev/null
     apt-cache depends clang | sed -n 's/.*Depends: clang-\([0-9]*\)$/\1/p'
+}
+
+# What looks for barriers in the page of nq-gev view; where npm is absent or reaches nothing, the case that uses it says so.
+fetch_axe() {
+    [ -f out/axe/node_modules/axe-core/axe.min.js ] || ! command -v npm >/dev/null ||
+        npm install --prefix out/axe --no-audit --no-fund --ignore-scripts axe-core@4.10.3 >out/axe.log 2>&1 ||
+        echo "npm could not fetch axe-core; see out/axe.log"
 }
 
 need_namespaces() {

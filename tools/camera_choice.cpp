@@ -3,11 +3,13 @@
 #include "camera_choice.h"
 
 #include "gvcp_reader.h"
+#include "name_pattern.h"
 #include "printable.h"
 
 #include <algorithm>
 #include <fmt/format.h>
 #include <optional>
+#include <set>
 #include <string_view>
 
 namespace nq::tool
@@ -204,6 +206,29 @@ std::vector<FoundCamera> AllCameras(const CommonOptions& common)
                           fmt::format("several producers see {}; choose by --producer", twice->camera.id));
     }
     return all;
+}
+
+std::vector<std::string> ShortNames(const std::vector<FoundCamera>& cameras)
+{
+    for (const auto field : {&CameraEntry::userName, &CameraEntry::serial, &CameraEntry::id})
+    {
+        std::vector<std::string> names;
+        std::set<std::string> different;
+        for (const FoundCamera& found : cameras)
+        {
+            names.push_back(found.camera.*field);
+            different.insert(names.back().empty() ? "" : SafeName(names.back()));
+        }
+        if (different.size() == cameras.size() && different.count("") == 0)
+        {
+            return names;
+        }
+    }
+    if (cameras.size() == 1)
+    {
+        return {cameras.front().camera.id};
+    }
+    throw ToolFailure(ExitCode::Usage, "these cameras cannot be told apart by their names: grab them one by one");
 }
 
 std::string NoCameraAdvice(const std::vector<ProducerEntry>& producers)

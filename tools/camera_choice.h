@@ -21,6 +21,10 @@ std::vector<FoundCamera> ChooseCameras(const CommonOptions& common, const std::v
 /// when several producers see one of them.
 std::vector<FoundCamera> AllCameras(const CommonOptions& common);
 
+/// Short names of the cameras: the first of user-defined name, serial number and id that each of them has and that is
+/// another one for each, also in the name of a file. Throws ToolFailure(Usage) when there is none.
+std::vector<std::string> ShortNames(const std::vector<FoundCamera>& cameras);
+
 /// True when the camera has that serial number, user-defined name, IP address, or MAC address in any spelling.
 bool HasName(const CameraEntry& camera, const std::string& wanted);
 

@@ -382,6 +382,13 @@ std::optional<uint32_t> GrabSession::ReadRegister(uint64_t address) const
            static_cast<uint32_t>(bytes[2]) << 8 | bytes[3];
 }
 
+bool GrabSession::IsStreaming() const
+{
+    constexpr uint32_t kRunning = 0x80000000;
+    return m_ours ? (ReadRegister(kStreamEnableRegister).value_or(0) & kRunning) != 0
+                  : ReadRegister(kControlPrivilegeRegister).has_value();
+}
+
 std::string GrabSession::WhyNoFrames()
 {
     m_silent = !ReadRegister(kControlPrivilegeRegister);

@@ -80,6 +80,13 @@ class GrabSession
     /// Why no frame comes, in words: asks the camera over its control channel.
     std::string WhyNoFrames();
 
+    /// Whether the camera, asked over its control channel, answers and has its stream on. Of a producer that is not
+    /// ours only the answer counts.
+    bool IsStreaming() const;
+
+    /// The camera's part of the acquisition, with its features.
+    RemoteAcquisition& Acquisition() { return *m_acquisition; }
+
   private:
     /// What has to be undone, in this order, whether construction failed half way or the session ends.
     void Close();

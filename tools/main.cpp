@@ -73,6 +73,9 @@ int Run(int argc, char** argv)
     AddDoctorVerb(app, common, chosen);
     AddReportVerb(app, common, chosen);
     AddIpVerb(app, common, chosen);
+#ifdef NQ_WITH_VIEW
+    AddViewVerb(app, common, chosen);
+#endif
     try
     {
         app.parse(argc, argv);

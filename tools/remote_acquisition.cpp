@@ -38,7 +38,7 @@ RemoteAcquisition::RemoteAcquisition(const PortAccess& port, const std::vector<s
         {
             throw;
         }
-        m_problem = failure.what();
+        m_problem = m_noFeatures = failure.what();
         return;
     }
     if (!settings.empty())
@@ -101,6 +101,16 @@ bool RemoteAcquisition::Execute(const char* command)
         m_problem = failure.what();
         return false;
     }
+}
+
+void RemoteAcquisition::WithFeatures(const std::function<void(Features&)>& work)
+{
+    const std::lock_guard lock(EngineMutex());
+    if (!m_features)
+    {
+        throw ToolFailure(ExitCode::Failure, m_noFeatures);
+    }
+    work(*m_features);
 }
 
 std::string RemoteAcquisition::Remark(bool anyFrame)

@@ -4,6 +4,7 @@
 
 #include "feature_access.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -33,6 +34,10 @@ class RemoteAcquisition
     /// Executes AcquisitionStop where Start() did its part, while the stream still runs.
     void Stop();
 
+    /// Runs `work` with the features of the camera, beside which no other thread uses any. Throws ToolFailure when
+    /// there are none, and what `work` throws. Any thread may call.
+    void WithFeatures(const std::function<void(Features&)>& work);
+
     /// Why the camera may send nothing, or no more, as the last part of a sentence; empty when nothing is known.
     std::string Remark(bool anyFrame);
 
@@ -40,6 +45,7 @@ class RemoteAcquisition
     bool Execute(const char* command);
 
     std::unique_ptr<Features> m_features; ///< null where there are none
+    std::string m_noFeatures;             ///< why there are none
     std::string m_problem;                ///< why AcquisitionStart was not executed
     bool m_locked = false;
     bool m_started = false;

@@ -16,7 +16,6 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <set>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -82,31 +81,6 @@ void PrintSummary(const CommonOptions& common, const GrabOptions& options, const
         text = summary.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + "\n";
     }
     fmt::print(file, "{}", text);
-}
-
-/// Short names of the cameras: the first of user-defined name, serial number and id that each of them has and that is
-/// another one for each, also in the name of a file.
-std::vector<std::string> NamesOf(const std::vector<FoundCamera>& cameras)
-{
-    for (const auto field : {&CameraEntry::userName, &CameraEntry::serial, &CameraEntry::id})
-    {
-        std::vector<std::string> names;
-        std::set<std::string> different;
-        for (const FoundCamera& found : cameras)
-        {
-            names.push_back(found.camera.*field);
-            different.insert(names.back().empty() ? "" : SafeName(names.back()));
-        }
-        if (different.size() == cameras.size() && different.count("") == 0)
-        {
-            return names;
-        }
-    }
-    if (cameras.size() == 1)
-    {
-        return {cameras.front().camera.id};
-    }
-    throw ToolFailure(ExitCode::Usage, "these cameras cannot be told apart by their names: grab them one by one");
 }
 
 /// What holds for several cameras alone.
@@ -191,7 +165,7 @@ ExitCode Grab(const CommonOptions& common, GrabOptions options)
     {
         FitToSeveral(options, cameras.size());
     }
-    const std::vector<std::string> names = NamesOf(cameras);
+    const std::vector<std::string> names = ShortNames(cameras);
     const std::string& out = options.pictures.out;
     GrabShare share{options, {.progress = Progress(names, options.count, out == "-" ? "" : out), .metadata = nullptr}};
     if (!options.metadata.empty())

@@ -26,4 +26,7 @@ void AddDoctorVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddReportVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddIpVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 
+/// Where libjpeg was found when the program was built.
+void AddViewVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
+
 } // namespace nq::tool

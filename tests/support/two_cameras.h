@@ -34,6 +34,7 @@ class TwoCameras
     }
 
     std::vector<std::string> Environment() const { return m_first.Environment(); }
+    VirtualCamera& First() { return m_first; }
     ChildProcess& Second() { return *m_second; }
 
   private:
@@ -43,7 +44,7 @@ class TwoCameras
         return arguments;
     }
 
-    const VirtualCamera m_first;
+    VirtualCamera m_first;
     std::unique_ptr<ChildProcess> m_second;
 };
 

@@ -1,0 +1,245 @@
+// SPDX-License-Identifier: Apache-2.0
+// Who may ask nq-gev view, and what strangers cannot do to it.
+#include "support/view.h"
+#include "support/virtual_camera.h"
+
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <list>
+
+namespace
+{
+
+using namespace nq::test;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+namespace fs = std::filesystem;
+
+const std::string kNothing = "HTTP/1.1 404 Not Found\r\n";
+
+class ViewServer : public testing::Test
+{
+  protected:
+    const VirtualCamera m_camera{{"--width", "64", "--height", "48", "--fps", "20"}};
+    View m_view{{}, m_camera.Environment()};
+
+    /// The answer to a request for a path as it stands.
+    std::string OfPath(const std::string& path) const
+    {
+        return Answer(m_view.Port(), "GET " + path + " HTTP/1.1\r\nHost: localhost\r\n\r\n");
+    }
+};
+
+TEST_F(ViewServer, ServesThePageWithAllOfItsFilesAndNothingFromElsewhere)
+{
+    const std::string page = m_view.Get("");
+    EXPECT_THAT(page, StartsWith("HTTP/1.1 200 OK\r\nContent-Type: text/html; charset=utf-8\r\n"));
+    EXPECT_THAT(page, HasSubstr("<title>nq-gev view</title>"));
+    EXPECT_THAT(page, HasSubstr("\r\nContent-Security-Policy: default-src 'none'; script-src 'self'; "));
+    EXPECT_THAT(page, HasSubstr("\r\nReferrer-Policy: no-referrer\r\n"));
+    EXPECT_THAT(page, HasSubstr("\r\nX-Content-Type-Options: nosniff\r\n"));
+    EXPECT_THAT(page, Not(HasSubstr("Access-Control")));
+    size_t files = 0;
+    for (const fs::path& path : fs::directory_iterator(NQ_SOURCE_DIR "/tools/view/page"))
+    {
+        const std::string answer = m_view.Get(path.filename());
+        EXPECT_THAT(answer, StartsWith("HTTP/1.1 200 OK\r\n")) << path;
+        EXPECT_EQ(answer.substr(answer.find("\r\n\r\n") + 4), BytesOf(path)) << path;
+        ++files;
+    }
+    EXPECT_GE(files, 10U);
+}
+
+TEST_F(ViewServer, TellsNobodyWithoutTheTokenWhatIsThere)
+{
+    std::string wrong = m_view.Token();
+    wrong.back() = wrong.back() == '0' ? '1' : '0';
+    const std::string answer = OfPath("/");
+    EXPECT_THAT(answer, StartsWith(kNothing));
+    const std::string own = "/" + m_view.Token();
+    const std::vector<std::string> paths = {"/" + wrong + "/",
+                                            "/" + wrong + "/numbers",
+                                            own + "0/",
+                                            "/" + m_view.Token().substr(1) + "/",
+                                            "//",
+                                            "/main.js",
+                                            "/numbers",
+                                            own,
+                                            own + "/none",
+                                            own + "/../main.js",
+                                            own + "/page/main.js",
+                                            own + "/%6dain.js",
+                                            own + "/../../../../etc/passwd",
+                                            own + "//etc/passwd"};
+    for (const std::string& path : paths)
+    {
+        EXPECT_EQ(OfPath(path), answer) << path;
+    }
+}
+
+TEST_F(ViewServer, RefusesOtherMethods)
+{
+    for (const char* method : {"PUT", "DELETE", "OPTIONS", "HEAD", "TRACE"})
+    {
+        EXPECT_THAT(Answer(m_view.Port(), m_view.Request(method, "numbers")), StartsWith(kNothing)) << method;
+    }
+    EXPECT_THAT(m_view.Post("numbers"), StartsWith(kNothing));
+    EXPECT_THAT(m_view.Get("record?camera=0&on=1"), StartsWith(kNothing));
+}
+
+TEST_F(ViewServer, RefusesNamesThatForeignPagesCouldHavePointedHere)
+{
+    const auto asked = [this](const std::string& host) {
+        return Answer(m_view.Port(), "GET /" + m_view.Token() + "/ HTTP/1.1\r\n" + host + "\r\n");
+    };
+    for (const char* host : {"localhost", "localhost:8080", "127.0.0.1:1", "10.77.0.1"})
+    {
+        EXPECT_THAT(asked("Host: " + std::string(host) + "\r\n"), StartsWith("HTTP/1.1 200 OK\r\n")) << host;
+    }
+    for (const char* host : {"evil.example", "localhost.evil.example:80", "127.0.0.1.evil.example", ""})
+    {
+        EXPECT_THAT(asked("Host: " + std::string(host) + "\r\n"), StartsWith("HTTP/1.1 403 Forbidden\r\n")) << host;
+    }
+    EXPECT_THAT(asked(""), StartsWith("HTTP/1.1 403 Forbidden\r\n"));
+}
+
+TEST_F(ViewServer, RefusesWhatPagesOfOthersAsk)
+{
+    const std::string own = "Origin: http://127.0.0.1:" + std::to_string(m_view.Port()) + "\r\n";
+    EXPECT_THAT(m_view.Post("pause?camera=0&on=0", "{}", own), StartsWith("HTTP/1.1 200 OK\r\n"));
+    for (const char* header : {"Origin: http://evil.example\r\n", "Origin: null\r\n", "Sec-Fetch-Site: cross-site\r\n"})
+    {
+        EXPECT_THAT(m_view.Post("pause?camera=0&on=0", "{}", header), StartsWith("HTTP/1.1 403 Forbidden\r\n"))
+            << header;
+        EXPECT_THAT(m_view.Get("numbers", header), StartsWith("HTTP/1.1 403 Forbidden\r\n")) << header;
+    }
+    EXPECT_THAT(m_view.Get("", "Sec-Fetch-Site: cross-site\r\nSec-Fetch-Mode: navigate\r\n"),
+                StartsWith("HTTP/1.1 200 OK\r\n"));
+}
+
+TEST_F(ViewServer, RefusesHugeAndBrokenRequests)
+{
+    const std::string line = "GET /" + m_view.Token() + "/ HTTP/1.1\r\nHost: localhost\r\n";
+    const auto answer = [this](const std::string& bytes) { return Answer(m_view.Port(), bytes); };
+    EXPECT_THAT(answer(line + "A: " + std::string(1 << 20, 'a') + "\r\n\r\n"), StartsWith("HTTP/1.1 431 "));
+    EXPECT_THAT(answer("GET /" + std::string(100'000, 'a') + " HTTP/1.1\r\n\r\n"), StartsWith("HTTP/1.1 431 "));
+    EXPECT_THAT(answer(line + "Content-Length: 999999999\r\n\r\n"), StartsWith("HTTP/1.1 413 "));
+    EXPECT_THAT(m_view.Post("feature?camera=0", std::string(65537, ' ')), StartsWith("HTTP/1.1 413 "));
+    for (const char* header :
+         {"Content-Length: -1", "Content-Length: 99999999999999999999", "Transfer-Encoding: chunked", "Host: localhost",
+          "no colon", ": no name", "Name : blank"})
+    {
+        EXPECT_THAT(answer(line + header + "\r\n\r\n"), StartsWith("HTTP/1.1 400 ")) << header;
+    }
+    const std::string nul("A: b\0c\r\n\r\n", 10);
+    for (const std::string& bytes : std::vector<std::string>{"\r\n\r\n", "GET\r\n\r\n", "GET / FTP/1\r\n\r\n",
+                                                             "GET x HTTP/1.1\r\n\r\n", line + nul})
+    {
+        EXPECT_THAT(answer(bytes), StartsWith("HTTP/1.1 400 ")) << bytes;
+    }
+    EXPECT_THAT(m_view.Get(""), StartsWith("HTTP/1.1 200 OK\r\n"));
+}
+
+TEST_F(ViewServer, RefusesWrongNumbersAndBodiesWithAReason)
+{
+    for (const char* name :
+         {"pixels?camera=1&x=0&y=0&width=1&height=1", "pixels?camera=0&x=-1&y=0&width=1&height=1", "pixels?camera=0",
+          "line?camera=0&x0=0&y0=0&x1=99999999999&y1=0", "histogram", "features?camera=%30%30x", "features?camera=99"})
+    {
+        EXPECT_THAT(m_view.Get(name), AllOf(StartsWith("HTTP/1.1 400 "), HasSubstr("\"code\":2}"))) << name;
+    }
+    const std::string deep(30'000, '[');
+    for (const std::string& body : {std::string("no JSON"), std::string("[]"), std::string(R"({"name":"Gain"})"),
+                                    std::string(R"({"name":1,"value":"2"})"), deep})
+    {
+        EXPECT_THAT(m_view.Post("feature?camera=0", body),
+                    AllOf(StartsWith("HTTP/1.1 400 "), HasSubstr("the body has no text "), HasSubstr("\"code\":2}")));
+    }
+}
+
+TEST_F(ViewServer, AnswersWhileAHundredOthersSayNothing)
+{
+    std::list<HttpClient> silent;
+    for (int number = 0; number < 100; ++number)
+    {
+        silent.emplace_back(m_view.Port());
+        ASSERT_TRUE(silent.back().IsConnected()) << number;
+    }
+    EXPECT_THAT(m_view.Get(""), StartsWith("HTTP/1.1 200 OK\r\n"));
+    silent.front().Read([](const std::string&) { return false; }); // it gave way: its end comes
+    EXPECT_THAT(m_view.Get(""), StartsWith("HTTP/1.1 200 OK\r\n"));
+}
+
+TEST_F(ViewServer, RefusesMoreThan64AtOnceAndTakesThemLater)
+{
+    {
+        std::list<HttpClient> pages;
+        for (int number = 0; number < 64; ++number)
+        {
+            pages.emplace_back(m_view.Port());
+            pages.back().Send(m_view.Request("GET", "numbers"));
+            EXPECT_THAT(
+                pages.back().Read([](const std::string& read) { return read.find("data: ") != std::string::npos; }),
+                StartsWith("HTTP/1.1 200 OK\r\n"));
+        }
+        EXPECT_THAT(m_view.Get(""), StartsWith("HTTP/1.1 503 Service Unavailable\r\n"));
+    }
+    std::string answer;
+    for (int number = 0; number < 300 && answer.find(" 200 OK") == std::string::npos; ++number)
+    {
+        poll(nullptr, 0, 100);
+        answer = m_view.Get("");
+    }
+    EXPECT_THAT(answer, StartsWith("HTTP/1.1 200 OK\r\n"));
+}
+
+TEST_F(ViewServer, ListensOnTheLoopbackAddressAlone)
+{
+    EXPECT_THAT(m_view.Url(), StartsWith("http://127.0.0.1:"));
+    EXPECT_FALSE(HttpClient(m_view.Port(), "10.77.0.1").IsConnected());
+    EXPECT_EQ(m_view.Process().Output().find("open to everybody"), std::string::npos);
+}
+
+TEST_F(ViewServer, EndsAtOnceWithPagesOpenAndGivesTheCameraBack)
+{
+    HttpClient numbers(m_view.Port());
+    numbers.Send(m_view.Request("GET", "numbers"));
+    numbers.Read([](const std::string& read) { return read.find("data: ") != std::string::npos; });
+    HttpClient stuck(m_view.Port(), "127.0.0.1", 1);
+    stuck.Send(m_view.Request("GET", "pictures"));
+    const HttpClient silent(m_view.Port());
+    m_view.NumbersWith("\"state\":\"running\"");
+    m_view.Process().Signal(SIGINT);
+    EXPECT_EQ(m_view.Process().WaitForExit(kLongTime), 130) << m_view.Process().Output();
+    const Outcome grab = RunTool({"grab", "--count", "3"}, m_camera.Environment());
+    EXPECT_EQ(grab.exitCode, 0) << grab.output;
+}
+
+TEST(ViewListen, OnOtherAddressesIsOpenToEverybodyAndSaysSo)
+{
+    const VirtualCamera camera({"--width", "64", "--height", "48", "--fps", "20"});
+    View view({"--listen", "10.77.0.1"}, camera.Environment());
+    EXPECT_TRUE(view.Process().WaitForOutput(
+        "open to everybody on the network who knows the token in the address, and not encrypted\n", kLongTime));
+    HttpClient client(view.Port(), "10.77.0.1");
+    client.Send(view.Request("GET", ""));
+    EXPECT_THAT(client.ReadAll(), StartsWith("HTTP/1.1 200 OK\r\n"));
+    EXPECT_FALSE(HttpClient(view.Port()).IsConnected());
+}
+
+TEST(ViewListen, FailsWithAReasonWhereItCannot)
+{
+
+    const Outcome foreign = RunTool({"view", "--listen", "192.0.2.1", "--port", "8080"});
+    EXPECT_EQ(foreign.exitCode, 1);
+    EXPECT_EQ(foreign.output, "nq-gev: cannot listen on 192.0.2.1 port 8080: Cannot assign requested address\n");
+    const Outcome name = RunTool({"view", "--listen", "localhost"});
+    EXPECT_EQ(name.exitCode, 2);
+    EXPECT_EQ(name.output, "nq-gev: localhost is no IPv4 address\n");
+    EXPECT_EQ(RunTool({"--timeout", "100", "view"}).exitCode, 4);
+}
+
+} // namespace

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+// Records the frames of one camera while somebody wants it.
+#pragma once
+
+#include "picture_writer.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace nq::tool::view
+{
+
+/// Each recording is a folder of its own.
+class Recorder
+{
+  public:
+    /// `options.out` is the folder of all recordings.
+    explicit Recorder(PictureOptions options);
+
+    /// Begins a recording; does nothing while there is one. Throws ToolFailure when its folder cannot be made. Any
+    /// thread.
+    void Begin();
+
+    /// Ends it once all of its pictures are written. Any thread.
+    void End();
+
+    /// Keeps the frame, which was not refused, if there is a recording; waits as a grab does when the disk is too slow.
+    /// For the thread of the stream.
+    void Take(const Frame& frame);
+
+    nlohmann::ordered_json Json() const;
+
+  private:
+    void Note(const std::string& problem);
+
+    const PictureOptions m_options;
+    std::mutex m_writing; ///< guards the writer; held while a frame is handed to it
+    std::unique_ptr<PictureWriter> m_writer;
+    mutable std::mutex m_mutex; ///< guards what follows
+    bool m_running = false;
+    std::string m_folder;
+    std::string m_problem;
+    std::atomic<uint64_t> m_frames{0}; ///< of this recording
+    std::atomic<uint64_t> m_waits{0};
+    std::atomic<bool> m_failed{false};
+};
+
+} // namespace nq::tool::view
