@@ -32,6 +32,13 @@ TEST_P(WithoutPackage, LeavesOutWhatNeedsItWithALine)
 INSTANTIATE_TEST_SUITE_P(Project, WithoutPackage, testing::Values("CLI11", "nlohmann_json", "PNG", "fmt", "GTest"),
                          [](const auto& tested) { return tested.param; });
 
+TEST(WithoutJpeg, TheViewIsLeftOutWithALine)
+{
+    const Outcome outcome = Configure("-DCMAKE_DISABLE_FIND_PACKAGE_JPEG=ON");
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
+    EXPECT_THAT(outcome.output, HasSubstr("-- nq-gev has no view: libjpeg (libjpeg62-turbo-dev) is absent\n"));
+}
+
 TEST(WithoutOpenCv, OneExampleIsLeftOutWithALine)
 {
     const Outcome outcome = Configure("-Dopencv_headers=OFF");

@@ -54,10 +54,10 @@ class HttpClient
         }
     }
 
-    /// Reads until `enough` says so, the other side ends, or half a minute is over. What was read so far, all in all.
+    /// Reads until `enough` says so, the other side ends, or 90 s are over. What was read so far, all in all.
     const std::string& Read(const std::function<bool(const std::string&)>& enough)
     {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(90);
         while (!enough(m_read) && std::chrono::steady_clock::now() < end)
         {
             pollfd readable{m_file, POLLIN, 0};

@@ -144,7 +144,7 @@ std::optional<HttpRequest> HttpConnection::Receive(std::chrono::milliseconds pat
 /// What is still on its way must be read before the end, or the other side hears of a reset instead of the answer.
 void HttpConnection::Refuse(int status)
 {
-    constexpr std::chrono::seconds kPatience{1};
+    constexpr std::chrono::seconds kPatience{3};
     constexpr size_t kMostDrained = size_t{1} << 20;
     Answer(status, "text/plain; charset=utf-8", fmt::format("{}\n", Reason(status)));
     shutdown(m_file, SHUT_WR);
