@@ -3,7 +3,7 @@
 # Shared by the commands of ./run: packages, the build, private networks.
 
 build_packages="g++ cmake ninja-build pkg-config iproute2 libibverbs-dev librdmacm-dev libcli11-dev nlohmann-json3-dev
-    libpng-dev libtiff-dev libjpeg62-turbo-dev libfmt-dev libzip-dev zlib1g-dev"
+    libpng-dev libtiff-dev libjpeg62-turbo-dev libcpp-httplib-dev libfmt-dev libzip-dev zlib1g-dev"
 test_packages="libgtest-dev libgmock-dev python3 tshark aravis-tools aravis-tools-cli libaravis-dev libxml2-dev libxml2-utils tcpdump lld git
     python3-pil python3-tifffile python3-jsonschema ffmpeg scdoc zsh fish"
 # The browser that opens the HTML report of gentl-check is big: CI has it; elsewhere its case is skipped where it is absent.

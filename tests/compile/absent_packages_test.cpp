@@ -39,6 +39,13 @@ TEST(WithoutJpeg, TheViewIsLeftOutWithALine)
     EXPECT_THAT(outcome.output, HasSubstr("-- nq-gev has no view: libjpeg (libjpeg62-turbo-dev) is absent\n"));
 }
 
+TEST(WithoutHttplib, TheViewIsLeftOutWithALine)
+{
+    const Outcome outcome = Configure("-Dhttplib_header=OFF");
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
+    EXPECT_THAT(outcome.output, HasSubstr("-- nq-gev has no view: cpp-httplib (libcpp-httplib-dev) is absent\n"));
+}
+
 TEST(WithoutOpenCv, OneExampleIsLeftOutWithALine)
 {
     const Outcome outcome = Configure("-Dopencv_headers=OFF");

@@ -47,6 +47,7 @@ pid_t Start(std::vector<std::string> words, int pipe)
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, pipe, STDOUT_FILENO);
+    posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1); // connections of the page among them
     pid_t child = -1;
     const int refused = posix_spawn(&child, "/proc/self/exe", &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);

@@ -35,12 +35,13 @@ bool IsSafeHost(const std::string& host)
     return name == "localhost" || inet_pton(AF_INET, name.c_str(), &address) == 1;
 }
 
-bool IsOwnOrigin(const HttpRequest& request)
+bool IsOwnOrigin(const httplib::Request& request)
 {
-    const std::string origin = request.Header("origin");
-    const std::string site = request.Header("sec-fetch-site");
-    const bool followed = request.method == "GET" && request.Header("sec-fetch-mode") == "navigate"; // a link to here
-    return (origin.empty() || origin == "http://" + request.Header("host")) &&
+    const std::string origin = request.get_header_value("Origin");
+    const std::string site = request.get_header_value("Sec-Fetch-Site");
+    const bool followed =
+        request.method == "GET" && request.get_header_value("Sec-Fetch-Mode") == "navigate"; // a link to here
+    return (origin.empty() || origin == "http://" + request.get_header_value("Host")) &&
            (site.empty() || site == "same-origin" || site == "none" || followed);
 }
 
@@ -56,15 +57,16 @@ std::string NewToken()
     return HexBytes({bytes, sizeof bytes});
 }
 
-Admission Admit(const HttpRequest& request, const std::string& token)
+Admission Admit(const httplib::Request& request, const std::string& token)
 {
-    const size_t end = request.path.find('/', 1);
-    const std::string_view given = std::string_view(request.path).substr(1, end == std::string::npos ? end : end - 1);
-    if (!IsSafeHost(request.Header("host")))
+    const std::string path = request.target.substr(0, request.target.find('?')); // as it was sent, nothing decoded
+    const size_t end = path.find('/', 1);
+    const std::string given = path.substr(std::min<size_t>(1, path.size()), end == std::string::npos ? end : end - 1);
+    if (request.get_header_value_count("Host") != 1 || !IsSafeHost(request.get_header_value("Host")))
     {
         return {403, {}};
     }
-    if (!Same(given, token) || end == std::string::npos)
+    if (!path.starts_with('/') || !Same(given, token) || end == std::string::npos)
     {
         return {404, {}};
     }
@@ -72,7 +74,7 @@ Admission Admit(const HttpRequest& request, const std::string& token)
     {
         return {403, {}};
     }
-    return {0, request.path.substr(end + 1)};
+    return {0, path.substr(end + 1)};
 }
 
 } // namespace nq::tool::view

@@ -2,9 +2,7 @@
 // Who may ask: whoever knows the token, from a page that this program served.
 #pragma once
 
-#include "view/http_request.h"
-
-#include <optional>
+#include <httplib.h>
 #include <string>
 
 namespace nq::tool::view
@@ -22,6 +20,6 @@ struct Admission
 
 /// Refuses what does not begin with the token (as 404: nothing tells a wrong token from a wrong path), hosts by name
 /// other than localhost, which a foreign page may have pointed here, and requests that a page of another origin makes.
-Admission Admit(const HttpRequest& request, const std::string& token);
+Admission Admit(const httplib::Request& request, const std::string& token);
 
 } // namespace nq::tool::view

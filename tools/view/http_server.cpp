@@ -1,15 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// Accepts connections on one address and answers each on a thread of its own.
+// The server of cpp-httplib, with limits to what a stranger may send and to how many come at once.
 #include "view/http_server.h"
 
 #include "exit_codes.h"
+#include "view/bounded_stream.h"
 
-#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
+#include <charconv>
+#include <fcntl.h>
 #include <fmt/format.h>
-#include <netinet/in.h>
-#include <poll.h>
+#include <string_view>
 #include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
@@ -20,171 +21,191 @@ namespace nq::tool::view
 namespace
 {
 
-constexpr size_t kMostConnections = 64;
+using httplib::Request;
+using httplib::Response;
+
 constexpr int kBacklog = 128;
+constexpr size_t kMostBody = 65536;
 constexpr std::chrono::seconds kRequestPatience{5};
+constexpr std::chrono::seconds kDrainPatience{3};
+constexpr std::chrono::seconds kSendPatience{60};
+
+/// Threads that refuse who comes when all others are busy.
+constexpr size_t kRefusing = 4;
 
 /// So little lies between the newest picture and who looks at it over a slow line.
 constexpr int kSendBuffer = 65536;
 
-[[noreturn]] void Fail(const std::string& address, uint16_t port)
+constexpr std::string_view kTooMany = "HTTP/1.1 503 Service Unavailable\r\nContent-Type: text/plain\r\nConnection: "
+                                      "close\r\nContent-Length: 21\r\n\r\ntoo many connections\n";
+
+/// No other page may show, read or script this one, and it loads nothing from elsewhere.
+httplib::Headers SafeHeaders()
 {
-    throw ToolFailure(ExitCode::Failure, fmt::format("cannot listen on {} port {}: {}", address, port,
-                                                     std::system_category().message(errno)));
+    return {{"Cache-Control", "no-store"},
+            {"Content-Security-Policy",
+             "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' blob: data:; connect-src 'self'; "
+             "base-uri 'none'; form-action 'none'; frame-ancestors 'none'"},
+            {"Cross-Origin-Opener-Policy", "same-origin"},
+            {"Cross-Origin-Resource-Policy", "same-origin"},
+            {"Referrer-Policy", "no-referrer"},
+            {"X-Content-Type-Options", "nosniff"}};
+}
+
+/// The HTTP status for a body that is not read; 0 for one that is. A packed one could be of any size.
+int RefusalOfBody(const Request& request)
+{
+    const std::string length = request.get_header_value("Content-Length");
+    size_t size = 0;
+    const auto [end, error] = std::from_chars(length.data(), length.data() + length.size(), size);
+    if (length.empty() || request.has_header("Transfer-Encoding"))
+    {
+        return 411;
+    }
+    if (request.has_header("Content-Encoding"))
+    {
+        return 415;
+    }
+    return error == std::errc() && end == length.data() + length.size() && size <= kMostBody ? 0 : 413;
+}
+
+/// Nothing is packed, which costs more time than the line to this host, and no answer is given in parts.
+void Simplify(Request& request)
+{
+    request.headers.erase("Accept-Encoding");
+    request.headers.erase("Range");
+    request.ranges.clear();
 }
 
 } // namespace
 
 HttpServer::HttpServer(const std::string& address, uint16_t port)
 {
-    sockaddr_in name{};
-    name.sin_family = AF_INET;
-    name.sin_port = htons(port);
-    if (inet_pton(AF_INET, address.c_str(), &name.sin_addr) != 1)
+    in_addr parsed{};
+    if (inet_pton(AF_INET, address.c_str(), &parsed) != 1)
     {
         throw ToolFailure(ExitCode::Usage, fmt::format("{} is no IPv4 address", address));
     }
-    m_file = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const int yes = 1;
-    socklen_t size = sizeof name;
-    setsockopt(m_file, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    setsockopt(m_file, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
-    if (m_file < 0 || bind(m_file, reinterpret_cast<const sockaddr*>(&name), size) != 0 ||
-        listen(m_file, kBacklog) != 0 || getsockname(m_file, reinterpret_cast<sockaddr*>(&name), &size) != 0)
+    set_socket_options([](int file) {
+        const int yes = 1;
+        setsockopt(file, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        setsockopt(file, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
+    });
+    set_write_timeout(kSendPatience);
+    set_payload_max_length(kMostBody);
+    set_default_headers(SafeHeaders());
+    new_task_queue = [] { return new httplib::ThreadPool(kMostConnections + kRefusing); };
+    const int bound = port == 0 ? bind_to_any_port(address) : bind_to_port(address, port) ? port : -1;
+    if (bound <= 0 || ::listen(svr_sock_, kBacklog) != 0) // its own queue is of five
     {
-        const int why = errno;
-        close(m_file);
-        errno = why;
-        Fail(address, port);
+        throw ToolFailure(ExitCode::Failure, fmt::format("cannot listen on {} port {}: {}", address, port,
+                                                         std::system_category().message(errno)));
     }
-    m_port = ntohs(name.sin_port);
+    m_port = static_cast<uint16_t>(bound);
 }
 
 HttpServer::~HttpServer()
 {
     Stop();
-    close(m_file);
 }
 
-void HttpServer::Start(Handler handler)
+void HttpServer::Start(const Handler& handler, const BodyHandler& withBody)
 {
-    m_handler = std::move(handler);
-    m_accepting = std::thread([this] { Accept(); });
+    set_pre_routing_handler([handler](const Request& request, Response& response) {
+        if (!handler(request, response))
+        {
+            const int refusal = RefusalOfBody(request);
+            if (refusal == 0)
+            {
+                return HandlerResponse::Unhandled;
+            }
+            response.status = refusal;
+        }
+        return HandlerResponse::Handled;
+    });
+    Post(".*", withBody);
+    m_listening = std::thread([this] {
+        if (!listen_after_bind())
+        {
+            svr_sock_ = INVALID_SOCKET; // which it has closed
+        }
+    });
 }
 
 void HttpServer::Stop()
 {
-    m_stopping = true;
-    if (m_accepting.joinable())
+    // Not by stop(), which does nothing before the thread has begun to listen.
+    const int file = svr_sock_.exchange(INVALID_SOCKET);
+    shutdown(file, SHUT_RDWR);
     {
-        m_accepting.join();
-    }
-    for (const auto& worker : m_workers)
-    {
-        worker->connection.Cut();
-    }
-    for (const auto& worker : m_workers)
-    {
-        worker->thread.join();
-    }
-    m_workers.clear();
-}
-
-void HttpServer::Accept()
-{
-    constexpr int kSliceMs = 100; // how soon the end is noticed
-    while (!m_stopping)
-    {
-        pollfd incoming{m_file, POLLIN, 0};
-        if (poll(&incoming, 1, kSliceMs) <= 0)
+        const std::lock_guard lock(m_mutex);
+        m_stopping = true;
+        for (const int open : m_open)
         {
-            DropEnded();
-            continue;
+            shutdown(open, SHUT_RDWR);
         }
-        const int file = accept4(m_file, nullptr, nullptr, SOCK_CLOEXEC);
-        if (file >= 0)
-        {
-            Take(file);
-        }
-        else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS)
-        {
-            DropEnded();
-            poll(nullptr, 0, kSliceMs); // it stays in the queue
-        }
+    }
+    if (m_listening.joinable())
+    {
+        m_listening.join();
+    }
+    if (file != INVALID_SOCKET)
+    {
+        close(file);
     }
 }
 
-void HttpServer::Take(int file)
+bool HttpServer::process_and_close_socket(int file)
 {
-    auto worker = std::make_unique<Worker>(file);
-    DropEnded();
-    if (!MakeRoom())
+    fcntl(file, F_SETFD, FD_CLOEXEC);
+    if (Enter(file))
     {
-        worker->connection.Answer(503, "text/plain; charset=utf-8", "too many connections\n");
-        return;
+        try
+        {
+            Serve(file);
+        }
+        catch (const std::exception&) // no memory for this one: its end is all that it hears
+        {
+        }
+        Leave(file);
     }
-    Worker& one = *worker;
-    m_workers.push_back(std::move(worker));
-    try
+    else
     {
-        one.thread = std::thread([this, &one] { Serve(one); });
+        send(file, kTooMany.data(), kTooMany.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        close(file);
     }
-    catch (const std::system_error&) // no thread for it: the other side sees its end
-    {
-        m_workers.pop_back();
-    }
-}
-
-/// Nobody who sends nothing keeps others out.
-bool HttpServer::MakeRoom()
-{
-    if (m_workers.size() < kMostConnections)
-    {
-        return true;
-    }
-    const auto idle = std::find_if(m_workers.begin(), m_workers.end(), [](const auto& one) { return !one->asked; });
-    if (idle == m_workers.end())
-    {
-        return false;
-    }
-    (*idle)->connection.Cut();
-    (*idle)->thread.join();
-    m_workers.erase(idle);
     return true;
 }
 
-void HttpServer::DropEnded()
+void HttpServer::Serve(int file)
 {
-    for (auto at = m_workers.begin(); at != m_workers.end();)
-    {
-        if ((*at)->done)
+    BoundedStream stream(file, BoundedStream::Clock::now() + kRequestPatience);
+    bool closed = false;
+    const auto process = [&](auto& server) {
+        if constexpr (requires { server.process_request(stream, true, closed, Simplify); })
         {
-            (*at)->thread.join();
-            at = m_workers.erase(at);
+            server.process_request(stream, true, closed, Simplify);
         }
-        else
+        else // a later version of the library
         {
-            ++at;
+            server.process_request(stream, "", 0, "", 0, true, closed, Simplify);
         }
-    }
+    };
+    process(*this);
+    stream.Drain(BoundedStream::Clock::now() + kDrainPatience);
 }
 
-void HttpServer::Serve(Worker& worker)
+bool HttpServer::Enter(int file)
 {
-    try
-    {
-        const std::optional<HttpRequest> request = worker.connection.Receive(kRequestPatience);
-        worker.asked = true;
-        if (request && !m_stopping)
-        {
-            m_handler(*request, worker.connection);
-        }
-    }
-    catch (const std::exception&) // no memory for this one: its end is all that it hears
-    {
-    }
-    worker.connection.Cut();
-    worker.done = true;
+    const std::lock_guard lock(m_mutex);
+    return !m_stopping && m_open.size() < kMostConnections && m_open.insert(file).second;
+}
+
+void HttpServer::Leave(int file)
+{
+    const std::lock_guard lock(m_mutex); // Stop() never cuts another's socket of the same number
+    m_open.erase(file);
+    close(file);
 }
 
 } // namespace nq::tool::view

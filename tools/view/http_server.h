@@ -1,69 +1,59 @@
 // SPDX-License-Identifier: Apache-2.0
-// Accepts connections on one address and answers each on a thread of its own.
+// The server of cpp-httplib, with limits to what a stranger may send and to how many come at once.
 #pragma once
 
-#include "view/http_connection.h"
-
-#include <atomic>
 #include <cstdint>
 #include <functional>
-#include <list>
-#include <memory>
+#include <httplib.h>
+#include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 
 namespace nq::tool::view
 {
 
-/// At most 64 connections are open at once. When a further one comes, the oldest without a whole request gives way;
-/// when all are being answered, the new one is refused.
-class HttpServer
+/// One request each connection. At most kMostConnections are open at once, a further one is refused; one without a
+/// whole request within five seconds ends, and so does an answer of which the other side takes nothing for a minute.
+class HttpServer : private httplib::Server
 {
   public:
-    /// Answers a request; called on many threads at once. An answer without an end returns when IsStopping() is true or
-    /// the connection is gone.
-    using Handler = std::function<void(const HttpRequest& request, HttpConnection& connection)>;
+    static constexpr size_t kMostConnections = 128;
+
+    /// Answers a request before its body is read; called on many threads at once. False when it wants the body.
+    using Handler = std::function<bool(const httplib::Request& request, httplib::Response& response)>;
+
+    /// Answers a POST with its body.
+    using BodyHandler = std::function<void(const httplib::Request& request, httplib::Response& response)>;
 
     /// Listens on the IPv4 address, on the port or, for 0, on one that is free. Throws ToolFailure.
     HttpServer(const std::string& address, uint16_t port);
-    ~HttpServer();
+    ~HttpServer() override;
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
 
     uint16_t Port() const { return m_port; }
 
     /// Begins to answer.
-    void Start(Handler handler);
+    void Start(const Handler& handler, const BodyHandler& withBody);
+
+    /// False after Stop(), or when the kernel takes no connections any more.
+    bool IsListening() const { return svr_sock_ != INVALID_SOCKET; }
 
     /// Cuts all connections and waits until nobody is answered any more.
     void Stop();
 
-    bool IsStopping() const { return m_stopping; }
-
   private:
-    struct Worker
-    {
-        explicit Worker(int file) : connection(file) {}
+    bool process_and_close_socket(int file) override;
+    void Serve(int file);
+    bool Enter(int file);
+    void Leave(int file);
 
-        HttpConnection connection;
-        std::atomic<bool> asked{false}; ///< its request is whole
-        std::atomic<bool> done{false};
-        std::thread thread;
-    };
-
-    void Accept();
-    void Take(int file);
-    void Serve(Worker& worker);
-    void DropEnded();
-    bool MakeRoom();
-
-    int m_file = -1;
     uint16_t m_port = 0;
-    Handler m_handler;
-    std::atomic<bool> m_stopping{false};
-    std::thread m_accepting;
-    std::list<std::unique_ptr<Worker>>
-        m_workers; ///< in the order of their coming; of the accepting thread, until it ended
+    std::thread m_listening;
+    std::mutex m_mutex; ///< of all below
+    bool m_stopping = false;
+    std::set<int> m_open; ///< the sockets of who is being answered
 };
 
 } // namespace nq::tool::view

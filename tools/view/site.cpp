@@ -9,6 +9,7 @@
 #include "view/page_files.h"
 
 #include <algorithm>
+#include <charconv>
 #include <fmt/format.h>
 #include <thread>
 
@@ -19,8 +20,9 @@ namespace
 {
 
 using Json = nlohmann::ordered_json;
+using httplib::Request;
+using httplib::Response;
 
-constexpr const char* kJsonType = "application/json";
 constexpr size_t kMostSide = 1'000'000;
 
 /// A request that asks for nothing there is.
@@ -35,28 +37,42 @@ std::string Dumped(const Json& json)
     return json.dump(-1, ' ', true, Json::error_handler_t::replace);
 }
 
-void Reply(HttpConnection& connection, const Json& json, int status = 200)
+void Reply(Response& response, const Json& json, int status = 200)
 {
-    connection.Answer(status, kJsonType, Dumped(json));
+    response.status = status;
+    response.set_content(Dumped(json), "application/json");
 }
 
-size_t NumberOf(const HttpRequest& request, const std::string& name, size_t most)
+void Refuse(Response& response, int status, const char* text)
 {
-    const std::optional<size_t> number = request.Number(name, most);
-    if (!number)
+    response.status = status;
+    response.set_content(text, "text/plain; charset=utf-8");
+}
+
+bool Send(httplib::DataSink& sink, const std::string& bytes)
+{
+    return sink.write(bytes.data(), bytes.size());
+}
+
+size_t NumberOf(const Request& request, const std::string& name, size_t most)
+{
+    const std::string text = request.get_param_value(name);
+    size_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || number > most)
     {
         throw BadRequest(name + " is missing, or no number that it takes");
     }
-    return *number;
+    return number;
 }
 
-Spot SpotOf(const HttpRequest& request, const std::string& x, const std::string& y)
+Spot SpotOf(const Request& request, const std::string& x, const std::string& y)
 {
     return {NumberOf(request, x, kMostSide), NumberOf(request, y, kMostSide)};
 }
 
 /// A text of the body, which is a JSON object.
-std::string TextIn(const HttpRequest& request, const char* name)
+std::string TextIn(const Request& request, const char* name)
 {
     const Json body = Json::parse(request.body, nullptr, false);
     if (!body.is_object() || !body.contains(name) || !body[name].is_string())
@@ -88,7 +104,7 @@ struct Site::Route
 {
     const char* method;
     const char* name;
-    void (Site::*answer)(const HttpRequest&, HttpConnection&);
+    void (Site::*answer)(const Request&, Response&);
 };
 
 const Site::Route* Site::FindRoute(const std::string& method, const std::string& name)
@@ -107,47 +123,65 @@ const Site::Route* Site::FindRoute(const std::string& method, const std::string&
     return found == std::end(kRoutes) ? nullptr : found;
 }
 
-void Site::Answer(const HttpRequest& request, HttpConnection& connection)
+bool Site::Answer(const Request& request, Response& response)
 {
     const Admission admission = Admit(request, m_token);
-    if (admission.refusal != 0)
-    {
-        connection.Answer(admission.refusal, "text/plain; charset=utf-8",
-                          admission.refusal == 404 ? "there is nothing here\n" : "not from there\n");
-        return;
-    }
     const PageFile* const file = FindPageFile(admission.name.empty() ? "index.html" : admission.name);
-    if (file != nullptr && request.method == "GET")
-    {
-        connection.Answer(200, TypeOf(file->name), file->bytes);
-        return;
-    }
     const Route* const route = FindRoute(request.method, admission.name);
-    if (route == nullptr)
+    if (admission.refusal == 403)
     {
-        connection.Answer(404, "text/plain; charset=utf-8", "there is nothing here\n");
-        return;
+        Refuse(response, 403, "not from there\n");
     }
-    try
+    else if (admission.refusal == 0 && file != nullptr && request.method == "GET")
     {
-        (this->*route->answer)(request, connection);
+        response.set_content(file->bytes.data(), file->bytes.size(), TypeOf(file->name));
     }
-    catch (const BadRequest& wrong)
+    else if (admission.refusal != 0 || route == nullptr)
     {
-        Reply(connection, {{"error", wrong.what()}, {"code", static_cast<int>(ExitCode::Usage)}}, 400);
+        Refuse(response, 404, "there is nothing here\n");
     }
-    catch (const ToolFailure& failure)
+    else if (request.method == "POST")
     {
-        Reply(connection, {{"error", failure.what()}, {"code", static_cast<int>(failure.Code())}}, 409);
+        return false;
+    }
+    else
+    {
+        Follow(*route, request, response);
+    }
+    return true;
+}
+
+void Site::AnswerWithBody(const Request& request, Response& response)
+{
+    const Route* const route = FindRoute(request.method, Admit(request, m_token).name);
+    if (route != nullptr)
+    {
+        Follow(*route, request, response);
     }
 }
 
-ViewedCamera& Site::CameraOf(const HttpRequest& request)
+void Site::Follow(const Route& route, const Request& request, Response& response)
+{
+    try
+    {
+        (this->*route.answer)(request, response);
+    }
+    catch (const BadRequest& wrong)
+    {
+        Reply(response, {{"error", wrong.what()}, {"code", static_cast<int>(ExitCode::Usage)}}, 400);
+    }
+    catch (const ToolFailure& failure)
+    {
+        Reply(response, {{"error", failure.what()}, {"code", static_cast<int>(failure.Code())}}, 409);
+    }
+}
+
+ViewedCamera& Site::CameraOf(const Request& request)
 {
     return *m_cameras[NumberOf(request, "camera", m_cameras.size() - 1)];
 }
 
-std::shared_ptr<const ShownPicture> Site::PictureOf(const HttpRequest& request)
+std::shared_ptr<const ShownPicture> Site::PictureOf(const Request& request)
 {
     std::shared_ptr<const ShownPicture> picture = CameraOf(request).Picture().Newest();
     if (!picture || !picture->problem.empty())
@@ -158,13 +192,10 @@ std::shared_ptr<const ShownPicture> Site::PictureOf(const HttpRequest& request)
 }
 
 /// Server-sent events, four a second: state and numbers of every camera, with the windows that this page has not yet.
-void Site::Numbers(const HttpRequest& /*request*/, HttpConnection& connection)
+void Site::Numbers(const Request& /*request*/, Response& response)
 {
-    constexpr std::chrono::milliseconds kInterval{250};
-    std::vector<uint64_t> seen(m_cameras.size());
-    bool going = connection.Begin("text/event-stream");
-    while (going && Goes(connection))
-    {
+    const auto tell = [this, seen = std::vector<uint64_t>(m_cameras.size())](size_t, httplib::DataSink& sink) mutable {
+        constexpr std::chrono::milliseconds kInterval{250};
         Json all = Json::array();
         for (size_t at = 0; at < m_cameras.size(); ++at)
         {
@@ -172,58 +203,60 @@ void Site::Numbers(const HttpRequest& /*request*/, HttpConnection& connection)
             const Json& windows = all.back()["numbers"]["windows"];
             seen[at] = windows.empty() ? seen[at] : windows.back()["number"].get<uint64_t>();
         }
-        going = connection.Send("data: " + Dumped({{"cameras", std::move(all)}}) + "\n\n");
+        const bool taken = Send(sink, "data: " + Dumped({{"cameras", std::move(all)}}) + "\n\n");
         std::this_thread::sleep_for(kInterval);
-    }
+        return taken && sink.is_writable();
+    };
+    response.set_content_provider("text/event-stream", tell);
 }
 
 /// Multipart pictures of every camera in one answer, for a browser opens but six connections to one server.
-void Site::Pictures(const HttpRequest& /*request*/, HttpConnection& connection)
+void Site::Pictures(const Request& /*request*/, Response& response)
 {
-    std::vector<uint64_t> seen(m_cameras.size());
-    uint64_t heard = 0;
-    bool going = connection.Begin("multipart/x-mixed-replace; boundary=picture");
-    while (going && Goes(connection))
-    {
+    const auto show = [this, seen = std::vector<uint64_t>(m_cameras.size()),
+                       heard = uint64_t{0}](size_t, httplib::DataSink& sink) mutable {
         heard = m_bell.Wait(heard);
-        for (size_t at = 0; at < m_cameras.size() && going; ++at)
+        bool taken = sink.is_writable();
+        for (size_t at = 0; at < m_cameras.size() && taken; ++at)
         {
             const std::shared_ptr<const ShownPicture> picture = m_cameras[at]->Picture().NewerThan(seen[at]);
             if (picture)
             {
                 seen[at] = picture->number;
                 const Json about = {{"camera", at}, {"frame_id", picture->frameId}, {"problem", picture->problem}};
-                going = connection.Send(fmt::format(
-                            "--picture\r\nContent-Type: image/jpeg\r\nContent-Length: {}\r\nX-Picture: {}\r\n\r\n",
-                            picture->jpeg.size(), Dumped(about))) &&
-                        connection.Send(picture->jpeg) && connection.Send("\r\n");
+                taken = Send(sink, fmt::format("--picture\r\nContent-Type: image/jpeg\r\nContent-Length: "
+                                               "{}\r\nX-Picture: {}\r\n\r\n",
+                                               picture->jpeg.size(), Dumped(about))) &&
+                        Send(sink, picture->jpeg) && Send(sink, "\r\n");
             }
         }
-    }
+        return taken;
+    };
+    response.set_content_provider("multipart/x-mixed-replace; boundary=picture", show);
 }
 
-void Site::Pixels(const HttpRequest& request, HttpConnection& connection)
+void Site::Pixels(const Request& request, Response& response)
 {
     const Spot corner = SpotOf(request, "x", "y");
     const size_t width = NumberOf(request, "width", kMostSide);
     const size_t height = NumberOf(request, "height", kMostSide);
-    Reply(connection, PixelsJson(*PictureOf(request), corner, width, height));
+    Reply(response, PixelsJson(*PictureOf(request), corner, width, height));
 }
 
-void Site::Histogram(const HttpRequest& request, HttpConnection& connection)
+void Site::Histogram(const Request& request, Response& response)
 {
-    Reply(connection, HistogramJson(*PictureOf(request)));
+    Reply(response, HistogramJson(*PictureOf(request)));
 }
 
-void Site::Line(const HttpRequest& request, HttpConnection& connection)
+void Site::Line(const Request& request, Response& response)
 {
     const Spot from = SpotOf(request, "x0", "y0");
     const Spot to = SpotOf(request, "x1", "y1");
-    Reply(connection, LineJson(*PictureOf(request), from, to));
+    Reply(response, LineJson(*PictureOf(request), from, to));
 }
 
 /// One by one, so that no other thread waits for the whole list.
-void Site::FeatureList(const HttpRequest& request, HttpConnection& connection)
+void Site::FeatureList(const Request& request, Response& response)
 {
     ViewedCamera& camera = CameraOf(request);
     std::vector<std::string> names;
@@ -233,11 +266,11 @@ void Site::FeatureList(const HttpRequest& request, HttpConnection& connection)
     {
         camera.WithFeatures([&](Features& features) { all.push_back(ToJson(features.Read(name))); });
     }
-    Reply(connection, {{"features", std::move(all)}});
+    Reply(response, {{"features", std::move(all)}});
 }
 
 /// Answers with the feature as it is then, and with those that it selects.
-void Site::SetFeature(const HttpRequest& request, HttpConnection& connection)
+void Site::SetFeature(const Request& request, Response& response)
 {
     const Setting setting{TextIn(request, "name"), TextIn(request, "value")};
     Json now;
@@ -245,30 +278,30 @@ void Site::SetFeature(const HttpRequest& request, HttpConnection& connection)
         features.Set(setting);
         now = ToJson(features.Read(setting.name));
     });
-    Reply(connection, now);
+    Reply(response, now);
 }
 
-void Site::Execute(const HttpRequest& request, HttpConnection& connection)
+void Site::Execute(const Request& request, Response& response)
 {
     const std::string name = TextIn(request, "name");
     CameraOf(request).WithFeatures([&](Features& features) { features.Execute(name); });
-    Reply(connection, Json::object());
+    Reply(response, Json::object());
 }
 
-void Site::Pause(const HttpRequest& request, HttpConnection& connection)
+void Site::Pause(const Request& request, Response& response)
 {
     CameraOf(request).SetPaused(NumberOf(request, "on", 1) == 1);
-    Reply(connection, Json::object());
+    Reply(response, Json::object());
 }
 
-void Site::Record(const HttpRequest& request, HttpConnection& connection)
+void Site::Record(const Request& request, Response& response)
 {
     Recorder& recorder = CameraOf(request).Recording();
     NumberOf(request, "on", 1) == 1 ? recorder.Begin() : recorder.End();
-    Reply(connection, recorder.Json());
+    Reply(response, recorder.Json());
 }
 
-void Site::Doctor(const HttpRequest& /*request*/, HttpConnection& connection)
+void Site::Doctor(const Request& /*request*/, Response& response)
 {
     Json examination = ExaminationJson(m_common);
     for (const auto& camera : m_cameras)
@@ -278,7 +311,7 @@ void Site::Doctor(const HttpRequest& /*request*/, HttpConnection& connection)
             TakeAsOwn(examination, camera->Address());
         }
     }
-    Reply(connection, examination);
+    Reply(response, examination);
 }
 
 } // namespace nq::tool::view

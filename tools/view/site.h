@@ -3,9 +3,9 @@
 #pragma once
 
 #include "common_options.h"
-#include "view/http_server.h"
 #include "view/viewed_camera.h"
 
+#include <httplib.h>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,44 +13,49 @@
 namespace nq::tool::view
 {
 
-/// Answers all requests. Answer() may be called from any thread; the cameras and the server outlive it.
+/// Answers all requests. May be called from any thread; the cameras outlive it.
 class Site
 {
   public:
+    using Request = httplib::Request;
+    using Response = httplib::Response;
     using Cameras = std::vector<std::unique_ptr<ViewedCamera>>;
 
-    Site(const CommonOptions& common, std::string token, Cameras& cameras, Bell& bell, const HttpServer& server)
-        : m_common(common), m_token(std::move(token)), m_cameras(cameras), m_bell(bell), m_server(server)
+    Site(const CommonOptions& common, std::string token, Cameras& cameras, Bell& bell)
+        : m_common(common), m_token(std::move(token)), m_cameras(cameras), m_bell(bell)
     {
     }
 
-    void Answer(const HttpRequest& request, HttpConnection& connection);
+    /// False for one that wants its body read first.
+    bool Answer(const Request& request, Response& response);
+
+    /// The answer to one of those.
+    void AnswerWithBody(const Request& request, Response& response);
 
   private:
     struct Route;
     static const Route* FindRoute(const std::string& method, const std::string& name);
+    void Follow(const Route& route, const Request& request, Response& response);
 
-    void Numbers(const HttpRequest& request, HttpConnection& connection);
-    void Pictures(const HttpRequest& request, HttpConnection& connection);
-    void Pixels(const HttpRequest& request, HttpConnection& connection);
-    void Histogram(const HttpRequest& request, HttpConnection& connection);
-    void Line(const HttpRequest& request, HttpConnection& connection);
-    void FeatureList(const HttpRequest& request, HttpConnection& connection);
-    void SetFeature(const HttpRequest& request, HttpConnection& connection);
-    void Execute(const HttpRequest& request, HttpConnection& connection);
-    void Pause(const HttpRequest& request, HttpConnection& connection);
-    void Record(const HttpRequest& request, HttpConnection& connection);
-    void Doctor(const HttpRequest& request, HttpConnection& connection);
+    void Numbers(const Request& request, Response& response);
+    void Pictures(const Request& request, Response& response);
+    void Pixels(const Request& request, Response& response);
+    void Histogram(const Request& request, Response& response);
+    void Line(const Request& request, Response& response);
+    void FeatureList(const Request& request, Response& response);
+    void SetFeature(const Request& request, Response& response);
+    void Execute(const Request& request, Response& response);
+    void Pause(const Request& request, Response& response);
+    void Record(const Request& request, Response& response);
+    void Doctor(const Request& request, Response& response);
 
-    ViewedCamera& CameraOf(const HttpRequest& request);
-    std::shared_ptr<const ShownPicture> PictureOf(const HttpRequest& request);
-    bool Goes(const HttpConnection& connection) const { return !m_server.IsStopping() && !connection.IsGone(); }
+    ViewedCamera& CameraOf(const Request& request);
+    std::shared_ptr<const ShownPicture> PictureOf(const Request& request);
 
     const CommonOptions& m_common;
     const std::string m_token;
     Cameras& m_cameras;
     Bell& m_bell;
-    const HttpServer& m_server;
 };
 
 } // namespace nq::tool::view

@@ -6,6 +6,7 @@
 #include "stop_signals.h"
 #include "verbs.h"
 #include "view/gate.h"
+#include "view/http_server.h"
 #include "view/site.h"
 #include "whole_number.h"
 
@@ -88,11 +89,15 @@ void TellWhere(const CommonOptions& common, const ViewOptions& options, uint16_t
     }
 }
 
-void AwaitStop()
+void AwaitStop(const HttpServer& server)
 {
     constexpr int kSliceMs = 100;
     while (!StopAsked())
     {
+        if (!server.IsListening())
+        {
+            throw ToolFailure(ExitCode::Failure, "the kernel takes no connections to the page any more");
+        }
         poll(nullptr, 0, kSliceMs);
     }
 }
@@ -120,10 +125,14 @@ ExitCode View(const CommonOptions& common, const ViewOptions& options)
     {
         cameras.push_back(std::make_unique<ViewedCamera>(found[at], names[at], share));
     }
-    Site site(common, token, cameras, share.bell, server);
-    server.Start([&site](const HttpRequest& request, HttpConnection& connection) { site.Answer(request, connection); });
+    Site site(common, token, cameras, share.bell);
+    server.Start([&site](const httplib::Request& request,
+                         httplib::Response& response) { return site.Answer(request, response); },
+                 [&site](const httplib::Request& request, httplib::Response& response) {
+                     site.AnswerWithBody(request, response);
+                 });
     TellWhere(common, options, server.Port(), token);
-    AwaitStop();
+    AwaitStop(server);
     server.Stop();
     return StopCode();
 }
