@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # ./run all: what CI runs, and what takes longer: the site of the documentation, Debian's packages, the examples,
-# their container too, all tests on Debian 13, every fault, gentl-check in the guests, a minute of each fuzz target, and the
-# endurance run. A few hours on two cores.
+# their container too, the page of nq-gev view in a browser, all tests on Debian 13, every fault, gentl-check in the guests,
+# a minute of each fuzz target, and the endurance run. A few hours on two cores.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh
@@ -12,6 +12,7 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 ./run docs
 ./run package
 ./run examples
+./run view-test
 scripts/examples_container.sh
 ./run test --on trixie
 ./run faults

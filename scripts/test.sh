@@ -28,7 +28,6 @@ need_disk
 # shellcheck disable=SC2086
 install $build_packages $test_packages
 [[ ${NQ_BUILD_ARGUMENTS:-} != *clang* ]] || install clang "libclang-rt-$(clang_version)-dev"
-[ -z "${CI:-}" ] || fetch_axe
 need_namespaces
 folder=${NQ_BUILD:-build}
 # shellcheck disable=SC2086

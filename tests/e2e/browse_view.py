@@ -1,12 +1,14 @@
 # SPDX-License-Identifier: Apache-2.0
 """Uses the page of nq-gev view in Chromium as a person does.
 
+usage: browse_view.py URL FOLDER once: opens the page, and looks at its picture, its features and its numbers.
 usage: browse_view.py URL FOLDER CONTROL [AXE]: FOLDER takes pictures of the page, CONTROL is the socket of the virtual camera,
-AXE is the file axe.min.js of axe-core.
+AXE is the file axe.min.js of axe-core. Pictures must be less than 300 ms behind the camera, so the machine has to be idle.
 usage: browse_view.py URL FOLDER: the page shows two cameras, and whoever started this takes the first away at "take it" and
 brings it back at "bring it back".
 Prints what is wrong; exit code 1 when something is, 77 when Chromium, its driver or Selenium is not installed.
 """
+import cmath
 import json
 import pathlib
 import shutil
@@ -37,6 +39,27 @@ const scale = Math.min(canvas.width / width, canvas.height / height);
 const left = (canvas.width - width * scale) / 2, top = (canvas.height - height * scale) / 2;
 const at = canvas.getContext('2d').getImageData(left + (x + .5) * scale, top + (y + .5) * scale, 1, 1).data;
 return [Number(canvas.dataset.frame), at[0]];
+"""
+
+
+# The same of many pixels that no end of the range of values is near to: x, y and value of each.
+PIXELS = """
+const canvas = document.querySelector('.camera canvas');
+const [width, height] = arguments;
+const scale = Math.min(canvas.width / width, canvas.height / height);
+const left = (canvas.width - width * scale) / 2, top = (canvas.height - height * scale) / 2;
+const bytes = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height).data;
+const found = [];
+for (let y = 4; y < height; y += 8) {
+  for (let x = 4; x < width; x += 8) {
+    const column = Math.floor(left + (x + .5) * scale), row = Math.floor(top + (y + .5) * scale);
+    const value = bytes[4 * (row * canvas.width + column)];
+    if (value > 40 && value < 215) {
+      found.push([x, y, value]);
+    }
+  }
+}
+return found;
 """
 
 
@@ -114,12 +137,34 @@ def check_picture(page):
     page.wait("pictures with their frame ids in their pixels, rising", fits)
 
 
+def check_latency(page, path):
+    """How far the picture that the page shows is behind the frames that the camera has taken: that number stands in its
+    pixels, as value(x, y) - x - y = 7 * frame id modulo 256, and seven times the last 18 numbers are all different."""
+    period = 1 / 20
+    delays = []
+    while len(delays) < 21:
+        pixels = page.browser.execute_script(PIXELS, 320, 240)
+        now = control(path, {"cmd": "status"})["frames_taken"]
+        turn = sum(cmath.exp(2j * cmath.pi * (value - x - y) / 256) for x, y, value in pixels)
+        phase = cmath.phase(turn) / (2 * cmath.pi) * 256
+        off, frame = min((abs((phase - 7 * frame + 128) % 256 - 128), frame) for frame in range(now - 16, now + 2))
+        if off > 2:
+            wrong.append(f"no frame id in the pixels: {phase:.1f} at frame {now}")
+            return
+        delays.append((now - frame) * period)
+        time.sleep(0.03)
+    delay = sorted(delays)[len(delays) // 2]
+    print(f"the picture is {1000 * delay:.0f} ms behind the camera's")
+    if delay >= 0.3:
+        wrong.append(f"the picture is {1000 * delay:.0f} ms behind the camera's: {delays}")
+
+
 def check_features(page):
-    """Ten features of five types, by keyboard alone; the camera gives back what it was told."""
+    """Ten features of six types, by keyboard alone; the camera gives back what it was told."""
     page.wait("the features", lambda: page.find("#feature-ExposureTime"))
     for name, keys, wanted in (("ExposureTime", "2000", "2000"), ("DeviceUserID", "bench", "bench"),
                                ("Gain", "3", "3"), ("BlackLevel", "4", "4"), ("Gamma", "2", "2"),
-                               ("AcquisitionFrameRate", "25", "25")):
+                               ("AcquisitionFrameRate", "25", "25"), ("GevHeartbeatTimeout", "3500", "3500")):
         search(page, name)
         focus(page, f"#feature-{name}")
         page.press(Keys.CONTROL, "a")
@@ -252,8 +297,15 @@ def check_two(page):
     expect("why it was lost, when it is back", page.find(".why").is_displayed(), False)
 
 
+def check_once(page):
+    check_picture(page)
+    page.wait("the features", lambda: page.find("#feature-ExposureTime"))
+    page.wait("numbers", lambda: int(page.text(".numbers div:last-child dd")) > 0)
+
+
 def check_one(page, path, axe):
     check_picture(page)
+    check_latency(page, path)
     check_features(page)
     check_zoom(page)
     check_loss(page, path)
@@ -289,7 +341,9 @@ def main():
             page = Page(browser, folder)
             page.theme("light")
             browser.get(url)
-            if more:
+            if more == ["once"]:
+                check_once(page)
+            elif more:
                 check_one(page, more[0], more[1:])
             else:
                 check_two(page)

@@ -4,15 +4,17 @@
 #include "support/two_cameras.h"
 #include "support/view.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <iostream>
 
 namespace
 {
 
 using namespace nq::test;
 
-/// What ./run test fetches by npm where that can be reached.
+/// What ./run view-test fetches by npm where that can be reached.
 std::string AxeFile()
 {
     const std::string path = NQ_SOURCE_DIR "/out/axe/node_modules/axe-core/axe.min.js";
@@ -31,6 +33,9 @@ class ViewPage : public testing::Test
         std::filesystem::create_directories(kPictures);
     }
 
+    /// What takes minutes, and an idle machine.
+    static bool IsByHand() { return std::getenv("NQ_VIEW_TEST") != nullptr; }
+
     /// The script that uses the page; it leaves pictures of it.
     static std::vector<std::string> Browse(const View& view, const std::vector<std::string>& more = {})
     {
@@ -46,15 +51,30 @@ class ViewPage : public testing::Test
             GTEST_SKIP() << browser.Output();
         }
         EXPECT_EQ(code, 0) << browser.Output();
+        std::cout << browser.Output();
     }
 
     inline static const std::string kPictures = NQ_SOURCE_DIR "/out/view";
+    const std::vector<std::string> m_camera = {"--width", "320", "--height",       "240",
+                                               "--fps",   "20",  "--send-buffers", "256"};
 };
+
+TEST_F(ViewPage, OpensAndShowsPicturesWithTheirIdsInTheirPixels)
+{
+    const VirtualCamera camera(m_camera);
+    const View view({"--buffers", "200"}, camera.Environment());
+    ChildProcess browser(Browse(view, {"once"}));
+    ExpectRight(browser);
+}
 
 TEST_F(ViewPage, IsUsedByKeyboardAndShowsWhatHappens)
 {
+    if (!IsByHand())
+    {
+        GTEST_SKIP() << "./run view-test does it";
+    }
     const TemporaryFolder folder;
-    const VirtualCamera camera({"--width", "320", "--height", "240", "--fps", "20", "--send-buffers", "256"});
+    const VirtualCamera camera(m_camera);
     const View view({"--out", folder / "recordings", "--buffers", "200"}, camera.Environment());
     std::vector<std::string> more = {camera.ControlPath()};
     if (!AxeFile().empty())
@@ -71,6 +91,10 @@ TEST_F(ViewPage, IsUsedByKeyboardAndShowsWhatHappens)
 
 TEST_F(ViewPage, ShowsTwoCamerasAndOneThatIsLostAndBack)
 {
+    if (!IsByHand())
+    {
+        GTEST_SKIP() << "./run view-test does it";
+    }
     TwoCameras cameras({"--width", "320", "--height", "240", "--fps", "20", "--pattern", "Scene"});
     const View view({"--all-cameras"}, cameras.Environment());
     ChildProcess browser(Browse(view));
