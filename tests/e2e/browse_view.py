@@ -160,11 +160,12 @@ def check_latency(page, path):
 
 
 def check_features(page):
-    """Ten features of six types, by keyboard alone; the camera gives back what it was told."""
+    """Ten features of five types, by keyboard alone; the camera gives back what it was told."""
     page.wait("the features", lambda: page.find("#feature-ExposureTime"))
     for name, keys, wanted in (("ExposureTime", "2000", "2000"), ("DeviceUserID", "bench", "bench"),
                                ("Gain", "3", "3"), ("BlackLevel", "4", "4"), ("Gamma", "2", "2"),
-                               ("AcquisitionFrameRate", "25", "25"), ("GevHeartbeatTimeout", "3500", "3500")):
+                               ("AcquisitionFrameRate", "25", "25"),
+                               ("DeviceLinkHeartbeatTimeout", "3500000", "3500000")):
         search(page, name)
         focus(page, f"#feature-{name}")
         page.press(Keys.CONTROL, "a")
@@ -291,6 +292,8 @@ def check_two(page):
     page.picture("two-cameras")
     print("take it", flush=True)
     page.wait("a lost camera", lambda: states() == ["lost", "live"] and page.text(".why.lost") != "")
+    expect("what a lost camera can be told", [one.is_enabled() for one in page.browser.find_elements(
+        By.CSS_SELECTOR, ".camera:first-child .tools button")][-2:], [False, False])
     page.picture("lost")
     print("bring it back", flush=True)
     page.wait("the camera is back", lambda: states() == ["live", "live"])

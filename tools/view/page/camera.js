@@ -99,6 +99,8 @@ export class Camera {
     this.why.hidden = !why;
     this.why.classList.toggle("lost", state === "lost");
     say(this.why, why);
+    this.pause.disabled = state === "lost" || state === "opening";
+    this.record.disabled = this.pause.disabled && !about.recording.running;
     say(this.pause, state === "paused" ? "Resume" : "Pause");
     this.takeNumbers(about.windows, numbers);
     this.takeRecording(about.recording);
@@ -125,7 +127,8 @@ export class Camera {
     this.record.setAttribute("aria-pressed", recording.running);
     say(this.record, recording.running ? "Stop recording" : "Record");
     this.recording.hidden = !recording.folder;
-    say(this.recording, `${recording.running ? "recording" : "recorded"} ${recording.frames} frames in ${recording.folder}`
+    const frames = recording.frames === 1 ? "1 frame" : `${recording.frames} frames`;
+    say(this.recording, `${recording.running ? "recording" : "recorded"} ${frames} in ${recording.folder}`
       + (recording.waits ? `; the disk was too slow ${recording.waits} times` : "")
       + (recording.problem ? `; ${recording.problem}` : ""));
   }

@@ -150,7 +150,7 @@ export class Features {
     this.hint = make("p", { className: "hint", role: "status" });
     this.list = make("div");
     element.append(make("div", { className: "search" }, make("label", {}, "Search", this.search),
-      make("label", {}, "Up to", this.level)), this.hint, this.list);
+      make("label", {}, "Visibility", this.level)), this.hint, this.list);
     setInterval(() => this.refresh(), refreshMs);
   }
 
