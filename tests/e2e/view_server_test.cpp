@@ -157,6 +157,7 @@ TEST_F(ViewServer, KeepsLittleOfARequestWithoutEnd)
         const std::string status = BytesOf("/proc/" + std::to_string(m_view.Process().Pid()) + "/status");
         return std::strtol(status.c_str() + status.find("VmRSS:") + 6, nullptr, 10);
     };
+    m_view.NumbersWith("\"state\":\"running\""); // with all that a stream needs
     const long before = resident();
     HttpClient endless(m_view.Port());
     endless.Send("GET / HTTP/1.1\r\nA: ");
