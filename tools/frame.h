@@ -26,6 +26,8 @@ struct Frame
     uint64_t frameId = 0;
     std::optional<uint64_t> cameraTime;   ///< in ticks of the camera
     std::optional<uint64_t> cameraTimeNs; ///< in nanoseconds
+    uint32_t offsetX = 0;                 ///< of the region on the sensor, in pixels; 0 where it is not told
+    uint32_t offsetY = 0;                 ///< in lines
     bool incomplete = false;
     std::string refusal; ///< why nothing of the frame may be read; empty for a good one
 };

@@ -317,6 +317,8 @@ std::string GrabSession::Describe(Frame& frame)
     frame.frameId = BufferNumber(frame.buffer, GenTL::BUFFER_INFO_FRAMEID);
     frame.cameraTime = MaybeNumber(frame.buffer, GenTL::BUFFER_INFO_TIMESTAMP);
     frame.cameraTimeNs = MaybeNumber(frame.buffer, GenTL::BUFFER_INFO_TIMESTAMP_NS);
+    frame.offsetX = static_cast<uint32_t>(BufferNumber(frame.buffer, GenTL::BUFFER_INFO_XOFFSET));
+    frame.offsetY = static_cast<uint32_t>(BufferNumber(frame.buffer, GenTL::BUFFER_INFO_YOFFSET));
     frame.incomplete = SeesNewIncomplete(frame.buffer);
     const auto index = static_cast<size_t>(known - m_buffers.begin());
     std::string refusal = WhyRefused(frame, m_bufferBytes);

@@ -146,9 +146,11 @@ void Grabber::Take(const Frame& frame, Clock::time_point arrival)
     const uint64_t missing =
         !refused && m_totals.frames > 0 && frame.frameId > m_lastId ? frame.frameId - m_lastId - 1 : 0;
     const uint64_t lost = missing - std::min(missing, m_refusedSince); // refused ones are counted as such
+    const auto now = std::chrono::system_clock::now();
+    const bool wanted = m_writer && !refused && m_totals.frames % m_options.saveEvery == 0;
     if (m_report.metadata)
     {
-        Note(frame, lost);
+        Note(frame, lost, now, wanted);
     }
     if (refused)
     {
@@ -161,15 +163,14 @@ void Grabber::Take(const Frame& frame, Clock::time_point arrival)
     m_totals.lost += std::min(lost, UINT64_MAX - m_totals.lost);
     m_lastId = frame.frameId;
     m_totals.incomplete += frame.incomplete ? 1 : 0;
-    const bool wanted = m_totals.frames % m_options.saveEvery == 0;
     m_totals.Arrived(arrival, frame.size);
     if (m_options.verify)
     {
         Verify(frame);
     }
-    if (m_writer && wanted)
+    if (wanted)
     {
-        m_writer->Write(frame, std::chrono::system_clock::now());
+        m_writer->Write(frame, now);
     }
 }
 
@@ -185,7 +186,7 @@ void Grabber::Verify(const Frame& frame)
     m_totals.wrongBytes += m_ramp.CountWrongBytes(frame.data, frame.size, frame.width, frame.height, frame.frameId);
 }
 
-void Grabber::Note(const Frame& frame, uint64_t lostBefore)
+void Grabber::Note(const Frame& frame, uint64_t lostBefore, std::chrono::system_clock::time_point now, bool wanted)
 {
     const auto numberOrNull = [](std::optional<uint64_t> number) {
         return number ? nlohmann::ordered_json(*number) : nlohmann::ordered_json(nullptr);
@@ -199,18 +200,22 @@ void Grabber::Note(const Frame& frame, uint64_t lostBefore)
     {
         flags.push_back("refused");
     }
-    const nlohmann::ordered_json line = {{"id", frame.frameId},
-                                         {"camera", m_camera.name},
-                                         {"camera_id", m_camera.id},
-                                         {"camera_time", numberOrNull(frame.cameraTime)},
-                                         {"camera_time_ns", numberOrNull(frame.cameraTimeNs)},
-                                         {"arrival", TimeText(std::chrono::system_clock::now())},
-                                         {"size", frame.size},
-                                         {"width", frame.width},
-                                         {"height", frame.height},
-                                         {"pixel_format", fmt::format("0x{:08x}", frame.pixelFormat)},
-                                         {"flags", flags},
-                                         {"lost_before", lostBefore}};
+    nlohmann::ordered_json line = {{"id", frame.frameId},
+                                   {"camera", m_camera.name},
+                                   {"camera_id", m_camera.id},
+                                   {"camera_time", numberOrNull(frame.cameraTime)},
+                                   {"camera_time_ns", numberOrNull(frame.cameraTimeNs)},
+                                   {"arrival", TimeText(now)},
+                                   {"size", frame.size},
+                                   {"width", frame.width},
+                                   {"height", frame.height},
+                                   {"pixel_format", fmt::format("0x{:08x}", frame.pixelFormat)},
+                                   {"flags", flags},
+                                   {"lost_before", lostBefore}};
+    if (m_writer && m_options.pictures.out != "-")
+    {
+        line["file"] = wanted ? nlohmann::ordered_json(m_writer->NameOf(frame.frameId, now)) : nullptr;
+    }
     m_report.metadata->Add(line.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace));
 }
 

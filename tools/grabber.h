@@ -66,7 +66,7 @@ class Grabber
 
     /// What happened, with what the camera tells of it and the frames that were refused.
     std::string WhyLost(const std::string& event) const;
-    void Note(const Frame& frame, uint64_t lostBefore);
+    void Note(const Frame& frame, uint64_t lostBefore, std::chrono::system_clock::time_point now, bool wanted);
     std::string Refusals() const;
 
     GrabSession& m_session;

@@ -65,6 +65,7 @@ int Run(int argc, char** argv)
     AddListVerb(app, common, chosen);
     AddInfoVerb(app, common, chosen);
     AddGrabVerb(app, common, chosen);
+    AddConvertVerb(app, common, chosen);
     AddFeatureVerbs(app, common, chosen);
     AddSettingsVerbs(app, common, chosen);
     AddEventsVerb(app, common, chosen);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Names of pictures by a pattern with {camera}, {id} and {time}.
+// Names of pictures by a pattern with {camera}, {id} and {time}, or {file} and {id}.
 #include "name_pattern.h"
 
 #include <cctype>
@@ -27,6 +27,43 @@ std::string Replaced(const std::string& pattern, const std::function<std::string
     return name + pattern.substr(at);
 }
 
+/// The words that a pattern may have; each name is another one by `first` and by `second`.
+struct Words
+{
+    const char* first;
+    const char* second;
+    const char* further; ///< null for none
+    const char* known;
+};
+
+constexpr Words kOfGrab{"id", "time", "camera", "knows {camera}, {id} and {time}"};
+constexpr Words kOfFiles{"file", "id", nullptr, "knows {file} and {id}"};
+
+std::string WhyNot(const std::string& pattern, const Words& words)
+{
+    std::string complaint;
+    bool changes = false;
+    Replaced(pattern, [&](const std::string& word) {
+        const bool telling = word == words.first || word == words.second;
+        changes = changes || telling;
+        if (!telling && (words.further == nullptr || word != words.further))
+        {
+            complaint = fmt::format("{}, not \"{{{}}}\"", words.known, word);
+        }
+        return std::string();
+    });
+    if (complaint.empty() && !changes)
+    {
+        complaint = fmt::format("needs {{{}}} or {{{}}}: all pictures would have one name", words.first, words.second);
+    }
+    if (const size_t open = pattern.rfind('{');
+        open != std::string::npos && pattern.find('}', open) == std::string::npos)
+    {
+        return "has a \"{\" without a \"}\"";
+    }
+    return pattern.find('/') == std::string::npos ? complaint : "takes a name without \"/\"; the folder is --out";
+}
+
 } // namespace
 
 std::string SafeName(const std::string& text)
@@ -44,26 +81,12 @@ std::string SafeName(const std::string& text)
 
 std::string WhyNoPattern(const std::string& pattern)
 {
-    std::string complaint;
-    bool changes = false;
-    Replaced(pattern, [&](const std::string& word) {
-        changes = changes || word == "id" || word == "time";
-        if (word != "camera" && word != "id" && word != "time")
-        {
-            complaint = fmt::format("knows {{camera}}, {{id}} and {{time}}, not \"{{{}}}\"", word);
-        }
-        return std::string();
-    });
-    if (complaint.empty() && !changes)
-    {
-        complaint = "needs {id} or {time}: all pictures would have one name";
-    }
-    if (const size_t open = pattern.rfind('{');
-        open != std::string::npos && pattern.find('}', open) == std::string::npos)
-    {
-        return "has a \"{\" without a \"}\"";
-    }
-    return pattern.find('/') == std::string::npos ? complaint : "takes a name without \"/\"; the folder is --out";
+    return WhyNot(pattern, kOfGrab);
+}
+
+std::string WhyNoPatternOfFiles(const std::string& pattern)
+{
+    return WhyNot(pattern, kOfFiles);
 }
 
 std::string TimeText(std::chrono::system_clock::time_point time)
@@ -80,6 +103,7 @@ std::string NameBy(const std::string& pattern, const NameFields& fields)
 {
     return Replaced(pattern, [&](const std::string& word) {
         return word == "camera" ? SafeName(fields.camera)
+               : word == "file" ? fields.file
                : word == "id"   ? fmt::format("{:08}", fields.id)
                                 : TimeText(fields.time);
     });

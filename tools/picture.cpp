@@ -31,6 +31,7 @@ constexpr Mosaic kBg{1, 1};
 struct Layout
 {
     uint64_t pixelFormat;
+    const char* name;
     uint8_t bits;        ///< of one sample
     bool packed = false; ///< samples follow each other bit by bit, the lowest first
     uint8_t channels = 1;
@@ -39,48 +40,53 @@ struct Layout
 };
 
 constexpr Layout kLayouts[] = {
-    {0x01080001, 8},
-    {0x01100003, 10},
-    {0x01100005, 12},
-    {0x01100025, 14},
-    {0x01100007, 16},
-    {0x010A0046, 10, true},
-    {0x010C0047, 12, true},
-    {0x02180014, 8, false, 3},
-    {0x02180015, 8, false, 3, true},
-    {0x02300018, 10, false, 3},
-    {0x0230001A, 12, false, 3},
-    {0x02300033, 16, false, 3},
-    {0x01080008, 8, false, 1, false, &kGr},
-    {0x01080009, 8, false, 1, false, &kRg},
-    {0x0108000A, 8, false, 1, false, &kGb},
-    {0x0108000B, 8, false, 1, false, &kBg},
-    {0x0110000C, 10, false, 1, false, &kGr},
-    {0x0110000D, 10, false, 1, false, &kRg},
-    {0x0110000E, 10, false, 1, false, &kGb},
-    {0x0110000F, 10, false, 1, false, &kBg},
-    {0x01100010, 12, false, 1, false, &kGr},
-    {0x01100011, 12, false, 1, false, &kRg},
-    {0x01100012, 12, false, 1, false, &kGb},
-    {0x01100013, 12, false, 1, false, &kBg},
-    {0x0110002E, 16, false, 1, false, &kGr},
-    {0x0110002F, 16, false, 1, false, &kRg},
-    {0x01100030, 16, false, 1, false, &kGb},
-    {0x01100031, 16, false, 1, false, &kBg},
-    {0x010A0052, 10, true, 1, false, &kBg},
-    {0x010C0053, 12, true, 1, false, &kBg},
-    {0x010A0054, 10, true, 1, false, &kGb},
-    {0x010C0055, 12, true, 1, false, &kGb},
-    {0x010A0056, 10, true, 1, false, &kGr},
-    {0x010C0057, 12, true, 1, false, &kGr},
-    {0x010A0058, 10, true, 1, false, &kRg},
-    {0x010C0059, 12, true, 1, false, &kRg},
+    {0x01080001, "Mono8", 8},
+    {0x01100003, "Mono10", 10},
+    {0x01100005, "Mono12", 12},
+    {0x01100025, "Mono14", 14},
+    {0x01100007, "Mono16", 16},
+    {0x010A0046, "Mono10p", 10, true},
+    {0x010C0047, "Mono12p", 12, true},
+    {0x02180014, "RGB8", 8, false, 3},
+    {0x02180015, "BGR8", 8, false, 3, true},
+    {0x02300018, "RGB10", 10, false, 3},
+    {0x0230001A, "RGB12", 12, false, 3},
+    {0x02300033, "RGB16", 16, false, 3},
+    {0x01080008, "BayerGR8", 8, false, 1, false, &kGr},
+    {0x01080009, "BayerRG8", 8, false, 1, false, &kRg},
+    {0x0108000A, "BayerGB8", 8, false, 1, false, &kGb},
+    {0x0108000B, "BayerBG8", 8, false, 1, false, &kBg},
+    {0x0110000C, "BayerGR10", 10, false, 1, false, &kGr},
+    {0x0110000D, "BayerRG10", 10, false, 1, false, &kRg},
+    {0x0110000E, "BayerGB10", 10, false, 1, false, &kGb},
+    {0x0110000F, "BayerBG10", 10, false, 1, false, &kBg},
+    {0x01100010, "BayerGR12", 12, false, 1, false, &kGr},
+    {0x01100011, "BayerRG12", 12, false, 1, false, &kRg},
+    {0x01100012, "BayerGB12", 12, false, 1, false, &kGb},
+    {0x01100013, "BayerBG12", 12, false, 1, false, &kBg},
+    {0x0110002E, "BayerGR16", 16, false, 1, false, &kGr},
+    {0x0110002F, "BayerRG16", 16, false, 1, false, &kRg},
+    {0x01100030, "BayerGB16", 16, false, 1, false, &kGb},
+    {0x01100031, "BayerBG16", 16, false, 1, false, &kBg},
+    {0x010A0052, "BayerBG10p", 10, true, 1, false, &kBg},
+    {0x010C0053, "BayerBG12p", 12, true, 1, false, &kBg},
+    {0x010A0054, "BayerGB10p", 10, true, 1, false, &kGb},
+    {0x010C0055, "BayerGB12p", 12, true, 1, false, &kGb},
+    {0x010A0056, "BayerGR10p", 10, true, 1, false, &kGr},
+    {0x010C0057, "BayerGR12p", 12, true, 1, false, &kGr},
+    {0x010A0058, "BayerRG10p", 10, true, 1, false, &kRg},
+    {0x010C0059, "BayerRG12p", 12, true, 1, false, &kRg},
 };
+
+const Layout* FindLayout(uint64_t pixelFormat)
+{
+    return std::find_if(std::begin(kLayouts), std::end(kLayouts),
+                        [&](const Layout& layout) { return layout.pixelFormat == pixelFormat; });
+}
 
 const Layout& LayoutOf(uint64_t pixelFormat)
 {
-    const auto* const found = std::find_if(std::begin(kLayouts), std::end(kLayouts),
-                                           [&](const Layout& layout) { return layout.pixelFormat == pixelFormat; });
+    const auto* const found = FindLayout(pixelFormat);
     if (found == std::end(kLayouts))
     {
         throw ToolFailure(
@@ -154,7 +160,23 @@ Picture CopyOf(const Frame& frame, std::chrono::system_clock::time_point arrival
     const size_t size = bits == 0 ? frame.size : (frame.width * frame.height * bits + 7) / 8;
     memory.assign(frame.data, frame.data + std::min(size, frame.size));
     memory.resize(size);
-    return {frame.width, frame.height, frame.pixelFormat, frame.frameId, arrival, std::move(memory)};
+    Picture picture{frame.width, frame.height, frame.pixelFormat, frame.frameId, arrival, std::move(memory)};
+    picture.cameraTime = frame.cameraTime.value_or(0);
+    picture.offsetX = frame.offsetX;
+    picture.offsetY = frame.offsetY;
+    return picture;
+}
+
+bool HasForm(uint64_t pixelFormat)
+{
+    return FindLayout(pixelFormat) != std::end(kLayouts);
+}
+
+std::optional<uint64_t> PixelFormatOf(const std::string& name)
+{
+    const auto* const found = std::find_if(std::begin(kLayouts), std::end(kLayouts),
+                                           [&](const Layout& layout) { return layout.name == name; });
+    return found == std::end(kLayouts) ? std::nullopt : std::optional(found->pixelFormat);
 }
 
 Samples SamplesOf(const Picture& picture, bool debayer)

@@ -7,6 +7,8 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <vector>
 
 namespace nq::tool
@@ -21,10 +23,19 @@ struct Picture
     uint64_t frameId = 0;
     std::chrono::system_clock::time_point arrival;
     std::vector<uint8_t> bytes;
+    uint64_t cameraTime = 0; ///< in ticks of the camera; 0 where it tells none
+    uint32_t offsetX = 0;    ///< of the region on the sensor, in pixels
+    uint32_t offsetY = 0;    ///< in lines
 };
 
 /// Copies a frame that was not refused into `memory`.
 Picture CopyOf(const Frame& frame, std::chrono::system_clock::time_point arrival, std::vector<uint8_t> memory);
+
+/// Whether pixels of that format can be turned into samples.
+bool HasForm(uint64_t pixelFormat);
+
+/// The format with that name of PFNC, as BayerRG12p, among those that can be turned into samples.
+std::optional<uint64_t> PixelFormatOf(const std::string& name);
 
 /// Samples row by row, without gaps. Those of 16 bits have the byte order of this machine.
 struct Samples

@@ -2,6 +2,7 @@
 // Frames as files in a folder, or as a row of bytes into a pipe.
 #include "picture_writer.h"
 
+#include "gendc_container.h"
 #include "name_pattern.h"
 #include "new_file.h"
 #include "picture_files.h"
@@ -33,6 +34,12 @@ bool WriteRaw(std::FILE* file, const Picture& picture)
     return std::fwrite(picture.bytes.data(), 1, picture.bytes.size(), file) == picture.bytes.size();
 }
 
+bool WriteContainer(std::FILE* file, const Picture& picture)
+{
+    const ContainerHeader header = HeaderOf(picture);
+    return std::fwrite(header.data(), 1, header.size(), file) == header.size() && WriteRaw(file, picture);
+}
+
 bool Encode(std::FILE* file, const Picture& picture, const PictureOptions& options)
 {
     switch (options.format)
@@ -41,6 +48,8 @@ bool Encode(std::FILE* file, const Picture& picture, const PictureOptions& optio
         return WritePng(file, SamplesOf(picture, options.debayer));
     case PictureFormat::Tiff:
         return WriteTiff(file, SamplesOf(picture, options.debayer));
+    case PictureFormat::GenDC:
+        return WriteContainer(file, picture);
     default:
         return WriteRaw(file, picture);
     }
@@ -50,20 +59,34 @@ bool Encode(std::FILE* file, const Picture& picture, const PictureOptions& optio
 
 const char* ExtensionOf(PictureFormat format)
 {
-    return format == PictureFormat::Png ? "png" : format == PictureFormat::Tiff ? "tiff" : "raw";
+    switch (format)
+    {
+    case PictureFormat::Png:
+        return "png";
+    case PictureFormat::Tiff:
+        return "tiff";
+    case PictureFormat::GenDC:
+        return "gendc";
+    default:
+        return "raw";
+    }
+}
+
+void MakeFolder(const std::string& path)
+{
+    std::error_code failure;
+    std::filesystem::create_directories(path, failure);
+    if (failure)
+    {
+        throw ToolFailure(ExitCode::Failure, fmt::format("cannot make the folder {}: {}", path, failure.message()));
+    }
 }
 
 PictureWriter::PictureWriter(PictureOptions options) : m_options(std::move(options))
 {
-    std::error_code failure;
     if (m_options.out != "-")
     {
-        std::filesystem::create_directories(m_options.out, failure);
-    }
-    if (failure)
-    {
-        throw ToolFailure(ExitCode::Failure,
-                          fmt::format("cannot make the folder {}: {}", m_options.out, failure.message()));
+        MakeFolder(m_options.out);
     }
 }
 
@@ -134,6 +157,11 @@ void PictureWriter::Work(Picture& picture)
     m_spare.push_back(std::move(picture.bytes));
 }
 
+std::string PictureWriter::NameOf(uint64_t frameId, std::chrono::system_clock::time_point arrival) const
+{
+    return NameBy(m_options.name, {m_options.camera, frameId, arrival}) + "." + ExtensionOf(m_options.format);
+}
+
 void PictureWriter::WriteFile(const Picture& picture) const
 {
     if (m_options.out == "-")
@@ -144,21 +172,23 @@ void PictureWriter::WriteFile(const Picture& picture) const
         }
         return;
     }
-    const std::string name = NameBy(m_options.name, {m_options.camera, picture.frameId, picture.arrival});
-    const std::filesystem::path path =
-        std::filesystem::path(m_options.out) / (name + "." + ExtensionOf(m_options.format));
+    WritePicture(picture, std::filesystem::path(m_options.out) / NameOf(picture.frameId, picture.arrival), m_options);
+}
+
+void WritePicture(const Picture& picture, const std::filesystem::path& path, const PictureOptions& options)
+{
     NewFile file(path);
-    if (!Encode(file.Stream(), picture, m_options))
+    if (!Encode(file.Stream(), picture, options))
     {
         Fail(path.string());
     }
     try
     {
-        file.Publish(m_options.overwrite);
+        file.Publish(options.overwrite);
     }
     catch (const std::system_error& failure)
     {
-        if (failure.code() == std::errc::file_exists && !m_options.overwrite)
+        if (failure.code() == std::errc::file_exists && !options.overwrite)
         {
             throw ToolFailure(
                 ExitCode::Failure,

@@ -21,7 +21,8 @@ enum class PictureFormat
 {
     Png,
     Tiff,
-    Raw, ///< the bytes as the camera sent them
+    Raw,   ///< the bytes as the camera sent them
+    GenDC, ///< the same in a container that tells what they are
 };
 
 /// What becomes of the frames that are to be kept.
@@ -35,6 +36,13 @@ struct PictureOptions
     bool debayer = false;
     bool overwrite = false;
 };
+
+/// Throws ToolFailure when that is impossible.
+void MakeFolder(const std::string& path);
+
+/// Writes the picture as a file of that path, which appears when it is whole. Throws ToolFailure and std::system_error.
+/// Any thread may call.
+void WritePicture(const Picture& picture, const std::filesystem::path& path, const PictureOptions& options);
 
 /// Copies frames and writes them by threads of its own, so that no frame waits for a file. A file appears under its
 /// name only when it is whole. Used from one thread.
@@ -52,6 +60,9 @@ class PictureWriter
 
     /// Waits until everything is written; throws as Write does.
     void Finish();
+
+    /// The name of the file that a frame of that id and time gets.
+    std::string NameOf(uint64_t frameId, std::chrono::system_clock::time_point arrival) const;
 
     size_t Written() const { return m_written; }
 

@@ -200,15 +200,19 @@ ExitCode Grab(const CommonOptions& common, GrabOptions options)
 
 void AddPictureOptions(CLI::App& verb, PictureOptions& options)
 {
-    std::map<std::string, PictureFormat> formats = {{"png", PictureFormat::Png}, {"raw", PictureFormat::Raw}};
+    std::map<std::string, PictureFormat> formats = {
+        {"png", PictureFormat::Png}, {"raw", PictureFormat::Raw}, {"gendc", PictureFormat::GenDC}};
     if (kWithTiff)
     {
         formats.emplace("tiff", PictureFormat::Tiff);
     }
-    verb.add_option("--out", options.out, "Folder for the pictures; with --format raw also - for standard output");
+    verb.add_option("--out", options.out,
+                    "Folder for the pictures; with --format raw and gendc also - for standard output");
     verb.add_option("--format", options.format,
-                    "How pictures are written: png, tiff, or raw (as the camera sends them)")
-        ->transform(CLI::CheckedTransformer(formats).description(kWithTiff ? "png, tiff or raw" : "png or raw"))
+                    "How pictures are written: png, tiff, raw (as the camera sends them), or gendc (the same in a "
+                    "container that tells size and format)")
+        ->transform(
+            CLI::CheckedTransformer(formats).description(kWithTiff ? "png, tiff, raw or gendc" : "png, raw or gendc"))
         ->default_str("png");
     verb.add_option("--name", options.name, "Names of the files: {camera}, {id} and {time} are filled in")
         ->check([](const std::string& pattern) { return WhyNoPattern(pattern); })
@@ -219,11 +223,13 @@ void AddPictureOptions(CLI::App& verb, PictureOptions& options)
 
 void CheckPictureOptions(const GrabOptions& options)
 {
-    if (options.pictures.out == "-" && options.pictures.format != PictureFormat::Raw)
+    const bool asSent =
+        options.pictures.format == PictureFormat::Raw || options.pictures.format == PictureFormat::GenDC;
+    if (options.pictures.out == "-" && !asSent)
     {
-        throw CLI::ValidationError("--out -", "takes --format raw");
+        throw CLI::ValidationError("--out -", "takes --format raw or gendc");
     }
-    if (options.pictures.debayer && options.pictures.format == PictureFormat::Raw)
+    if (options.pictures.debayer && asSent)
     {
         throw CLI::ValidationError("--debayer", "is for --format png and tiff: raw is what the camera sends");
     }

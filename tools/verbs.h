@@ -17,6 +17,7 @@ using Verb = std::function<ExitCode()>;
 void AddListVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddInfoVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
+void AddConvertVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddFeatureVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddSettingsVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddEventsVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);

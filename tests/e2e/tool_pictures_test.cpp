@@ -329,7 +329,7 @@ TEST(GrabPixels, AndPlaceThatDoNotFitAreWrongArguments)
 {
     const Outcome pipe = RunOnFake("", {"grab", "--out", "-"});
     EXPECT_EQ(pipe.exitCode, 2) << pipe.output;
-    EXPECT_THAT(pipe.output, testing::StartsWith("--out -: takes --format raw\n"));
+    EXPECT_THAT(pipe.output, testing::StartsWith("--out -: takes --format raw or gendc\n"));
     const Outcome colour = RunOnFake("", {"grab", "--out", "x", "--format", "raw", "--debayer"});
     EXPECT_EQ(colour.exitCode, 2) << colour.output;
 }
