@@ -138,7 +138,7 @@ TEST_F(Completion, OfFishKnowsVerbsOptionsValuesAndCameras)
     EXPECT_EQ(Offered("nq-gev", "nq-gev gra"), "grab\n");
     EXPECT_EQ(Offered("nq-gev", "nq-gev grab --dura"), "--duration\n");
     EXPECT_EQ(Offered("nq-gev", "nq-gev list --dura"), "");
-    EXPECT_EQ(Offered("nq-gev", "nq-gev grab --format "), "png\nraw\ntiff\n");
+    EXPECT_EQ(Offered("nq-gev", "nq-gev grab --format "), "gendc\npng\nraw\ntiff\n");
     EXPECT_EQ(Offered("nq-gev", "nq-gev --answers "), "standard\nstated\n");
     EXPECT_EQ(Offered("nq-gev", "nq-gev grab --camera "), "02:00:0A:4D:00:01\n10.77.0.1\nleft camera\n");
     Write("settings.txt", "");
