@@ -128,7 +128,7 @@ TEST(ManPageOfNqGev, HasEachVerbWithTheOptionsOfItsHelp)
 {
     const std::string page = SourceOf("nq-gev");
     const Words verbs = VerbsOf(HelpOf("nq-gev"));
-    ASSERT_EQ(verbs.size(), 19U);
+    ASSERT_EQ(verbs.size(), 20U);
     EXPECT_EQ(WordsIn(page, R"(\n## ([a-z]+))"), verbs);
     for (const std::string& verb : verbs)
     {
