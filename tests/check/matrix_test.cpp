@@ -50,15 +50,6 @@ TEST(CheckMatrix, PassesWhenAllIsAsListed)
     EXPECT_NE(matrix.output.find("2 faults, 2 rules\n"), std::string::npos) << matrix.output;
 }
 
-TEST(CheckMatrix, LooksOnceMoreAloneAtAFaultThatDiffers)
-{
-    std::string program = kTwoRules;
-    program.replace(program.find("one=failed"), 10, R"(one=failed; [ -e "$0.seen" ] || two=failed; : >"$0.seen")");
-    const Outcome matrix = Matrix(kCode, "breaks_one AA-001\nbreaks_two AA-002\n", program);
-    EXPECT_EQ(matrix.exitCode, 0) << matrix.output;
-    EXPECT_NE(matrix.output.find("AA-001 AA-002\n"), std::string::npos) << matrix.output;
-}
-
 TEST(CheckMatrix, FailsOnARuleThatNoFaultTrips)
 {
     ExpectFails(Matrix(R"(Fault("breaks_one"))", "breaks_one AA-001\n"), "AA-002: no fault trips it");
