@@ -69,7 +69,7 @@ std::string FeaturesAsMarkdown()
 
 std::string FeaturesAsHelp()
 {
-    constexpr std::size_t kWidth = 110;
+    constexpr std::size_t kLineLength = 110;
     std::string text = "Features (--features tells what they do):\n";
     for (const FeatureCategory& category : FeatureTable())
     {
@@ -77,7 +77,7 @@ std::string FeaturesAsHelp()
         for (const Feature& feature : category.features)
         {
             const std::string name = " " + std::string(feature.name);
-            if (line.size() + name.size() > kWidth)
+            if (line.size() + name.size() > kLineLength)
             {
                 text += line + "\n";
                 line = "     ";

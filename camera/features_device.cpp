@@ -65,7 +65,7 @@ constexpr std::array kLayers{FeatureEntry{"GigEVision", 0, "GigE Vision"}};
 constexpr std::array kCharacterSets{FeatureEntry{"UTF8", 1, "UTF-8"}};
 constexpr std::array kEndiannesses{FeatureEntry{"Little", 0, "The least significant byte first"},
                                    FeatureEntry{"Big", 1, "The most significant byte first"}};
-constexpr std::array kOffOn{FeatureEntry{"Off", 0, "Switched off"}, FeatureEntry{"On", 1, "Switched on"}};
+constexpr std::array kSwitch{FeatureEntry{"Off", 0, "Switched off"}, FeatureEntry{"On", 1, "Switched on"}};
 constexpr std::array kHeartbeats{FeatureEntry{"On", 0, "A host that falls quiet loses control"},
                                  FeatureEntry{"Off", 1, "A host keeps control however quiet it is"}};
 
@@ -95,7 +95,7 @@ constexpr std::array kDevice{
             .address = kDeviceLinkThroughputLimitMode,
             .tip = "Whether DeviceLinkThroughputLimit holds",
             .visibility = "Expert",
-            .entries = kOffOn,
+            .entries = kSwitch,
             .inUserSet = true},
     Feature{.name = "DeviceLinkThroughputLimit",
             .address = kDeviceLinkThroughputLimit,

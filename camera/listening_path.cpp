@@ -20,7 +20,7 @@ namespace nq::camera
 namespace
 {
 
-constexpr int kBacklog = 8;
+constexpr int kMostUnaccepted = 8;
 constexpr std::chrono::seconds kLockWait{3};
 
 /// False when the path is too long for a socket.
@@ -120,7 +120,7 @@ void ListeningPath::Listen()
     struct stat placed = {};
     if (m_fd.Get() < 0 || fchmod(m_fd.Get(), S_IRUSR | S_IWUSR) != 0 ||
         bind(m_fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
-        lstat(m_path.c_str(), &placed) != 0 || listen(m_fd.Get(), kBacklog) != 0)
+        lstat(m_path.c_str(), &placed) != 0 || listen(m_fd.Get(), kMostUnaccepted) != 0)
     {
         Throw(errno);
     }

@@ -19,3 +19,19 @@ if(NQ_SANITIZE)
     add_compile_options(-fno-sanitize=function,vptr)
   endif()
 endif()
+
+# nq_in_pieces(TARGET NAME MOST FILE...): compiles up to so many of these files of a target together, since the headers that
+# they share take most of the time. Each such set of files has a name. Names in the unnamed namespaces of one set have to
+# differ. Whoever looks at files one by one, as clang-tidy does, gives -DCMAKE_UNITY_BUILD=OFF.
+function(nq_in_pieces target name most)
+  if(DEFINED CMAKE_UNITY_BUILD)
+    return()
+  endif()
+  set(count 0)
+  foreach(file IN LISTS ARGN)
+    math(EXPR piece "${count} / ${most}")
+    math(EXPR count "${count} + 1")
+    set_source_files_properties(${file} PROPERTIES UNITY_GROUP ${name}${piece})
+  endforeach()
+  set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+endfunction()

@@ -123,7 +123,6 @@ class CmId : public rdma_cm_id, private Counted<Kind::CmId>
     std::shared_ptr<Connection> m_connection;
     std::shared_ptr<Listener> m_listener;
     std::shared_ptr<ReliableTransport> m_transport;
-    bool m_connectFailed = false;
     uint32_t m_eventsRead = 0;
     uint32_t m_eventsAcknowledged = 0;
     std::condition_variable m_acknowledged;

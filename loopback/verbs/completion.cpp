@@ -13,7 +13,7 @@ namespace nq::loopback
 namespace
 {
 
-constexpr int kMaximumEntries = 1 << 20;
+constexpr int kMaximumCompletions = 1 << 20;
 
 } // namespace
 
@@ -39,7 +39,7 @@ CompletionChannel::CompletionChannel(ibv_context* owner) : ibv_comp_channel{}
 CompletionQueue::CompletionQueue(ibv_context* owner, int entries, void* userContext, CompletionChannel* tells)
     : ibv_cq{}, m_capacity(static_cast<size_t>(entries))
 {
-    if (entries < 1 || entries > kMaximumEntries)
+    if (entries < 1 || entries > kMaximumCompletions)
     {
         Throw(EINVAL);
     }
@@ -100,7 +100,7 @@ bool CompletionQueue::Push(const ibv_wc& completion, bool solicited)
 void CompletionQueue::Resize(int entries)
 {
     const std::lock_guard lock(m_mutex);
-    if (entries < 1 || entries > kMaximumEntries || static_cast<size_t>(entries) < m_completions.size())
+    if (entries < 1 || entries > kMaximumCompletions || static_cast<size_t>(entries) < m_completions.size())
     {
         Throw(EINVAL);
     }

@@ -11,7 +11,7 @@ namespace GigERDMA
 namespace
 {
 
-constexpr long kNanosecondsPerSecond = 1000000000;
+constexpr long kNanosecondsInSecond = 1000000000;
 
 /// On the clock that nobody sets: on the other one, a step back of an hour would make a wait an hour longer.
 timespec DeadlineIn(int milliseconds)
@@ -20,10 +20,10 @@ timespec DeadlineIn(int milliseconds)
     clock_gettime(CLOCK_MONOTONIC, &deadline);
     deadline.tv_sec += milliseconds / 1000;
     deadline.tv_nsec += milliseconds % 1000 * 1000000L;
-    if (deadline.tv_nsec >= kNanosecondsPerSecond)
+    if (deadline.tv_nsec >= kNanosecondsInSecond)
     {
         deadline.tv_sec += 1;
-        deadline.tv_nsec -= kNanosecondsPerSecond;
+        deadline.tv_nsec -= kNanosecondsInSecond;
     }
     return deadline;
 }

@@ -14,8 +14,8 @@ using namespace GigERDMA;
 namespace
 {
 
-constexpr unsigned long kPortScanTimeout = 5000;         // milliseconds
-constexpr unsigned long kStandardPortScanTimeout = 1000; // milliseconds: the write of a command blocks as long
+constexpr unsigned long kDeviceScanTimeout = 5000;         // milliseconds
+constexpr unsigned long kStandardDeviceScanTimeout = 1000; // milliseconds: the write of a command blocks as long
 
 } // namespace
 
@@ -216,7 +216,7 @@ int NQGevInterface::_writeRegister(unsigned long address, const void* buffer, un
     {
     case kInterfaceRegisters.At("DeviceUpdateList_Reg"): {
         const NQGevUpdatingFlag updating(m_moduleLock, m_updating);
-        UpdateDeviceList(nullptr, Answers().nodeMaps ? kStandardPortScanTimeout : kPortScanTimeout);
+        UpdateDeviceList(nullptr, Answers().nodeMaps ? kStandardDeviceScanTimeout : kDeviceScanTimeout);
         return GenTL::GC_ERR_SUCCESS;
     }
     case kInterfaceRegisters.At("DeviceSelector_Reg"): {

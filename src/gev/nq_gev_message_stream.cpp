@@ -13,8 +13,8 @@
 namespace
 {
 
-constexpr int kReceiveTimeout = 100;      // milliseconds
-constexpr int kRetiredReceiveTimeout = 1; // milliseconds
+constexpr int kMessageReceiveTimeout = 100; // milliseconds
+constexpr int kRetiredReceiveTimeout = 1;   // milliseconds
 
 using Message = std::array<unsigned char, gvcp_wire::kLargestMessage>;
 
@@ -86,7 +86,7 @@ void NQGevMessageStream::OnGetMessage()
 {
     Message message = {};
     unsigned int received = 0;
-    const int timeout = m_retired ? kRetiredReceiveTimeout : kReceiveTimeout;
+    const int timeout = m_retired ? kRetiredReceiveTimeout : kMessageReceiveTimeout;
     if (!m_socket.ReceiveFrom(nullptr, message.data(), gvcp_wire::kLargestMessage, received, timeout) ||
         received < gvcp_wire::kEventPacketSize || message[gvcp_wire::kKeyOffset] != gvcp_wire::kKey ||
         WordAt(message, gvcp_wire::kCodeOffset) != gvcp_wire::kEvent)

@@ -13,7 +13,7 @@ using namespace GigERDMA;
 namespace
 {
 
-constexpr unsigned long kPortScanTimeout = 5000; // milliseconds
+constexpr unsigned long kInterfaceScanTimeout = 5000; // milliseconds
 
 } // namespace
 
@@ -146,7 +146,7 @@ int NQGevSystem::_writeRegister(unsigned long address, const void* buffer, unsig
     {
     case kSystemRegisters.At("InterfaceUpdateList_Reg"): {
         const NQGevUpdatingFlag updating(m_moduleLock, m_updating);
-        UpdateInterfaceList(nullptr, kPortScanTimeout);
+        UpdateInterfaceList(nullptr, kInterfaceScanTimeout);
         return GenTL::GC_ERR_SUCCESS;
     }
     case kSystemRegisters.At("InterfaceSelector_Reg"): {

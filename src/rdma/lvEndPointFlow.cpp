@@ -19,7 +19,7 @@
 namespace
 {
 
-constexpr int kLocalWrite = IBV_ACCESS_LOCAL_WRITE;
+constexpr int kReceiveAccess = IBV_ACCESS_LOCAL_WRITE;
 
 /// For how long the completion thread waits for the work requests that a disconnect flushes.
 constexpr std::chrono::milliseconds kFlushLimit{800};
@@ -87,7 +87,7 @@ bool LvEndpoint::RegisterBlock(std::uint32_t index)
     {
         return false;
     }
-    receive.mr = ibv_reg_mr(m_pd, receive.addr, receive.length, kLocalWrite);
+    receive.mr = ibv_reg_mr(m_pd, receive.addr, receive.length, kReceiveAccess);
     if (receive.mr == nullptr)
     {
         return false;
