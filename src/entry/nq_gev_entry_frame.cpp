@@ -10,10 +10,33 @@
 #include "gentl/nq_gentl_interface.h"
 #include "gentl/nq_gentl_system.h"
 #include "gev/nq_gev_controller.h"
+#include "gev/nq_gev_data_stream.h"
 
 #include <cstring>
+#include <typeinfo>
 
 using namespace GigERDMA;
+
+namespace
+{
+
+/// The module as what its name says that it is; null for one that only has the name.
+template <class Module>
+Module* As(NQGenTLModuleBase* module)
+{
+    return dynamic_cast<Module*>(module);
+}
+
+/// Streams are asked for several times with every frame, and the walk through their classes would be half of the way
+/// from a handle to its stream.
+template <>
+NQGenTLDataStream* As(NQGenTLModuleBase* module)
+{
+    const bool isOurs = module != nullptr && typeid(*module) == typeid(NQGevDataStream);
+    return isOurs ? static_cast<NQGevDataStream*>(module) : dynamic_cast<NQGenTLDataStream*>(module);
+}
+
+} // namespace
 
 NQGevEntryFrame::~NQGevEntryFrame()
 {
@@ -46,7 +69,7 @@ Object* NQGevEntryFrame::Known(Object* object, const char* refusal)
 template <class Module>
 Module* NQGevEntryFrame::FindModule(NQGenTLModuleBase* (*lookup)(void*), void* handle)
 {
-    return IsInitialized() ? Known(dynamic_cast<Module*>(lookup(handle)), "%s Failed: GC_ERR_INVALID_HANDLE") : nullptr;
+    return IsInitialized() ? Known(As<Module>(lookup(handle)), "%s Failed: GC_ERR_INVALID_HANDLE") : nullptr;
 }
 
 NQGenTLSystem* NQGevEntryFrame::FindSystem(void* hTL)

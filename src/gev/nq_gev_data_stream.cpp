@@ -367,7 +367,8 @@ int NQGevDataStream::AcquireImage()
     gevrdmaBuffer buffer{};
     GevRdmaEndpoint* const endpoint = m_flow;
     void* dropped = nullptr;
-    if (endpoint == nullptr || !endpoint->GetNextFrame(&m_frame, &buffer, &dropped))
+    FrameRegion region{};
+    if (endpoint == nullptr || !endpoint->GetNextFrame(&m_frame, &buffer, &dropped, &region))
     {
         if (Answers().queueingPosts && dropped != nullptr)
         {
@@ -378,7 +379,7 @@ int NQGevDataStream::AcquireImage()
     }
     const int status = buffer.size != buffer.received ? 1 : 0;
     StartOfTransfer();
-    DescribeFrame(*endpoint, buffer);
+    DescribeFrame(region);
     EndOfTransfer(buffer.id, m_frame.dataSize, m_frame.frameId, m_frame.timestamp, m_frame.width, m_frame.height,
                   m_frame.pixelFormat, m_frame.data, status);
     ++m_framesReceived;
@@ -386,9 +387,8 @@ int NQGevDataStream::AcquireImage()
     return GenTL::GC_ERR_SUCCESS;
 }
 
-void NQGevDataStream::DescribeFrame(GevRdmaEndpoint& endpoint, const gevrdmaBuffer& buffer)
+void NQGevDataStream::DescribeFrame(const FrameRegion& region)
 {
-    const FrameRegion region = endpoint.RegionOf(buffer, m_frame);
     GigERDMA::NQFrameDetails details;
     details.received = region.received;
     details.xOffset = region.x;

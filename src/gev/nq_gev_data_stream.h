@@ -97,7 +97,7 @@ class NQGevDataStream : public GigERDMA::NQGenTLDataStream
     int StartFlow();
     void StartThread();
     void CountFrame(std::uint64_t frameId);
-    void DescribeFrame(GevRdmaEndpoint& endpoint, const gevrdmaBuffer& buffer);
+    void DescribeFrame(const FrameRegion& region);
     void* RegisterMemory(GevRdmaEndpoint& endpoint, GigERDMA::NQGenTLBuffer& buffer);
     NQGevPort Port();
     int ReadRegister(unsigned long address, void* buffer, unsigned long* size);

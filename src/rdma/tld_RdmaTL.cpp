@@ -4,6 +4,7 @@
 
 #include "rdma/gendc_wire.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -18,6 +19,20 @@ bool Fits(std::uint64_t offset, std::uint64_t length, std::uint64_t size)
 {
     return offset <= size && length <= size - offset;
 }
+
+/// Container and component header, up to the offset of the part header, which is read as 32 bits.
+struct FrontHeaders
+{
+    std::array<unsigned char, gendc_wire::kPartOffset + sizeof(std::uint32_t)> bytes;
+
+    template <typename Value>
+    Value Number(std::size_t offset) const
+    {
+        Value value{};
+        std::memcpy(&value, bytes.data() + offset, sizeof value);
+        return value;
+    }
+};
 
 } // namespace
 
@@ -136,12 +151,12 @@ bool GevRdmaEndpoint::PostReceive(void* id)
     return m_endpoint != nullptr && m_endpoint->PostReceive(id);
 }
 
-bool GevRdmaEndpoint::GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer, void** dropped)
+bool GevRdmaEndpoint::GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer, void** dropped, FrameRegion* region)
 {
     const gevrdmaBuffer frame = GetBuffer();
     // Deliberate(EmptyFrameIsAStop): an empty frame looks exactly like a stop: either way there is nothing to deliver,
     // and the caller asks the stream itself whether to go on.
-    if (frame.received == 0 || !Decode(frame, info))
+    if (frame.received == 0 || !Decode(frame, info, region))
     {
         // Deliberate(UndecodedBlockStays): the block is not requeued here. A camera that sends such frames is out of
         // step and gets one credit fewer.
@@ -161,16 +176,21 @@ bool GevRdmaEndpoint::IsFlowing() const
     return m_endpoint != nullptr && m_endpoint->IsFlowing();
 }
 
-bool GevRdmaEndpoint::Decode(const gevrdmaBuffer& frame, FrameInfo* info)
+bool GevRdmaEndpoint::Decode(const gevrdmaBuffer& frame, FrameInfo* info, FrameRegion* region)
 {
-    std::uint32_t component = 0;
-    std::uint32_t part = 0;
+    // Each header is read once: what is delivered is what was checked, even if somebody writes to the block meanwhile.
+    // A look at a buffer's memory takes a lock, so the first two headers are one.
+    FrontHeaders front{};
+    if (!m_endpoint->ReadFrame(frame, 0, front.bytes.data(), front.bytes.size()))
+    {
+        m_endpoint->ReadFrame(frame, gendc_wire::kContainerId, &info->frameId, sizeof info->frameId);
+        return false;
+    }
+    info->frameId = front.Number<std::uint64_t>(gendc_wire::kContainerId);
     FrameInfo decoded{};
-    if (!Read(frame, gendc_wire::kContainerId, info->frameId) ||
-        !Read(frame, gendc_wire::kComponentOffset, component) || component != gendc_wire::kContainerHeaderSize ||
-        !Read(frame, gendc_wire::kTimestamp, decoded.timestamp) || !Read(frame, gendc_wire::kPartOffset, part) ||
-        // Read once: what is delivered is what was checked, even if somebody writes to the block meanwhile.
-        !m_endpoint->ReadFrame(frame, part, &decoded, gendc_wire::kPartHeaderSize))
+    if (front.Number<std::uint32_t>(gendc_wire::kComponentOffset) != gendc_wire::kContainerHeaderSize ||
+        !m_endpoint->ReadFrame(frame, front.Number<std::uint32_t>(gendc_wire::kPartOffset), &decoded,
+                               gendc_wire::kPartHeaderSize))
     {
         return false;
     }
@@ -179,26 +199,23 @@ bool GevRdmaEndpoint::Decode(const gevrdmaBuffer& frame, FrameInfo* info)
     {
         return false;
     }
-    decoded.data = m_endpoint->PixelsOf(frame, dataOffset, decoded.dataSize).data;
+    const FramePixels pixels = m_endpoint->PixelsOf(frame, dataOffset, decoded.dataSize);
+    decoded.data = pixels.data;
+    decoded.timestamp = front.Number<std::uint64_t>(gendc_wire::kTimestamp);
     decoded.frameId = info->frameId;
     *info = decoded;
+    if (region != nullptr)
+    {
+        region->x = front.Number<std::uint32_t>(gendc_wire::kRegionX);
+        region->y = front.Number<std::uint32_t>(gendc_wire::kRegionY);
+        // The last 8 bytes of the part header: two paddings of 16 bits, then 4 bytes that mean nothing.
+        region->xPadding = static_cast<std::uint16_t>(decoded.padding);
+        region->yPadding = static_cast<std::uint16_t>(decoded.padding >> 16);
+        region->received = frame.received > dataOffset ? frame.received - dataOffset : 0;
+        region->front = pixels.front;
+        region->frontSize = pixels.frontSize;
+    }
     return true;
-}
-
-FrameRegion GevRdmaEndpoint::RegionOf(const gevrdmaBuffer& frame, const FrameInfo& info)
-{
-    FrameRegion region{};
-    Read(frame, gendc_wire::kRegionX, region.x);
-    Read(frame, gendc_wire::kRegionY, region.y);
-    // The last 8 bytes of the part header: two paddings of 16 bits, then 4 bytes that mean nothing.
-    region.xPadding = static_cast<std::uint16_t>(info.padding);
-    region.yPadding = static_cast<std::uint16_t>(info.padding >> 16);
-    const std::uint64_t before = static_cast<std::uint32_t>(info.dataOffset);
-    region.received = frame.received > before ? frame.received - before : 0;
-    const FramePixels pixels = m_endpoint->PixelsOf(frame, before, info.dataSize);
-    region.front = pixels.front;
-    region.frontSize = pixels.frontSize;
-    return region;
 }
 
 std::shared_ptr<const void> GevRdmaEndpoint::HandOver(void* id, const void* shownBy)

@@ -41,8 +41,9 @@ class GevRdmaEndpoint
     /// good until the handle is requeued, and `info->dataSize` bytes from there lie in the block too.
     /// Returns false when the endpoint stopped, for an empty frame, and for a frame whose descriptor does not describe
     /// data inside its block, or did not come whole into a buffer's memory. The block of such a frame stays out of the
-    /// flow until somebody gives it back. `dropped`, when not null, receives the id of that block, else null.
-    bool GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer, void** dropped = nullptr);
+    /// flow until somebody gives it back. `dropped`, when not null, receives the id of that block, else null. `region`,
+    /// when not null, receives where the pixels of the frame belong and are, and how many of them came.
+    bool GetNextFrame(FrameInfo* info, gevrdmaBuffer* buffer, void** dropped = nullptr, FrameRegion* region = nullptr);
 
     /// For buffers that bring their own memory (FrameMemory::Buffers), after a Start without blocks: as those of
     /// LvEndpoint. BeginReceives returns false, disconnected, when it fails.
@@ -51,9 +52,6 @@ class GevRdmaEndpoint
     void* AddReceiveBehindHeaders(unsigned char* memory, std::uint32_t length, std::size_t room);
     void RemoveReceive(void* id);
     bool PostReceive(void* id);
-
-    /// Where the pixels of a decoded frame belong and are, and how many of them came.
-    FrameRegion RegionOf(const gevrdmaBuffer& frame, const FrameInfo& info);
 
     /// False when GetBuffer and GetNextFrame return at once, without a frame.
     bool IsFlowing() const;
@@ -75,14 +73,7 @@ class GevRdmaEndpoint
   private:
     friend struct GevRdmaEndpointAccess;
 
-    bool Decode(const gevrdmaBuffer& frame, FrameInfo* info);
-
-    /// A number of the frame's headers. False when the frame does not have it.
-    template <typename Value>
-    bool Read(const gevrdmaBuffer& frame, std::uint64_t offset, Value& value)
-    {
-        return m_endpoint->ReadFrame(frame, offset, &value, sizeof value);
-    }
+    bool Decode(const gevrdmaBuffer& frame, FrameInfo* info, FrameRegion* region);
 
     struct FreeAddresses
     {
