@@ -64,9 +64,12 @@ void Acquisition::Start()
 {
     {
         const std::lock_guard lock(m_mutex);
+        if (!Active())
+        {
+            m_due.reset(); // what runs already keeps its pace
+        }
         m_started = true;
         m_takenSinceStart = 0;
-        m_due.reset();
     }
     m_changed.Signal();
 }

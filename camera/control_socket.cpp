@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/socket.h>
 
 namespace nq::camera
@@ -37,6 +38,7 @@ ControlSocket::ControlSocket(std::string path, const std::vector<std::unique_ptr
     : m_cameras(cameras), m_listener(std::move(path))
 {
     m_thread = std::thread([this] { Run(); });
+    pthread_setname_np(m_thread.native_handle(), "control"); // as top -H shows it
 }
 
 ControlSocket::~ControlSocket()

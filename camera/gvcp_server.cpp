@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <poll.h>
+#include <pthread.h>
 #include <system_error>
 
 namespace nq::camera
@@ -54,6 +55,7 @@ GvcpServer::~GvcpServer()
 void GvcpServer::Start()
 {
     m_thread = std::thread([this] { Run(); });
+    pthread_setname_np(m_thread.native_handle(), "gvcp"); // as top -H shows it
 }
 
 void GvcpServer::Stop()

@@ -72,9 +72,10 @@ void StartAgainOnSoftwareRdma(int argc, char** argv)
     std::vector<std::string> words = {self.parent_path() / "nq-software-rdma", self};
     for (int i = 1; i < argc; ++i)
     {
-        if (std::string_view(argv[i]) != "--software-rdma")
+        const std::string_view word = argv[i];
+        if (word != "--software-rdma" && !word.starts_with("--software-rdma=")) // or it would start again for ever
         {
-            words.emplace_back(argv[i]);
+            words.emplace_back(word);
         }
     }
     std::vector<char*> command;

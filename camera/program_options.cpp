@@ -12,12 +12,13 @@
 #include "udp_socket.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <iostream>
-#include <map>
+#include <span>
 #include <stdexcept>
 #include <system_error>
 
@@ -103,6 +104,29 @@ void DefinePlace(CLI::App& app, Typed& typed)
         ->check(CLI::Range(1, 250));
 }
 
+/// Puts the number of a pattern in the place of its name.
+CLI::Validator PatternName()
+{
+    const std::span<const FeatureEntry> entries = FeatureByName("TestPattern").entries;
+    std::string names;
+    for (const FeatureEntry& entry : entries)
+    {
+        names += names.empty() ? "" : &entry == &entries.back() ? " or " : ", ";
+        names += entry.name;
+    }
+    const auto replace = [entries, names](std::string& text) {
+        const auto named = [&text](const FeatureEntry& entry) { return entry.name == text; };
+        const auto found = std::find_if(entries.begin(), entries.end(), named);
+        if (found == entries.end())
+        {
+            return "takes " + names + ", not \"" + text + "\"";
+        }
+        text = std::to_string(found->value);
+        return std::string();
+    };
+    return {replace, names};
+}
+
 void DefinePicture(CLI::App& app, Typed& typed)
 {
     CameraOptions& camera = typed.camera;
@@ -117,15 +141,10 @@ void DefinePicture(CLI::App& app, Typed& typed)
            "format of the pixels: Mono8, Mono10, Mono12, Mono16, BayerRG8, RGB8, Mono10p, Mono12p, BayerRG12, BGR8 or "
            "YUV422_8")
         ->capture_default_str();
-    std::map<std::string, std::uint32_t> patterns;
-    for (const FeatureEntry& entry : FeatureByName("TestPattern").entries)
-    {
-        patterns[entry.name] = entry.value;
-    }
     app.add_option(
            "--pattern", camera.pattern,
            "picture: MovingRamp, ColorBar, Noise, Scene, parts on a belt, or another of the feature TestPattern")
-        ->transform(CLI::CheckedTransformer(patterns));
+        ->transform(PatternName());
     app.add_option("--images", typed.images,
                    "folder of PNG files that Scene, then the pattern at power on, shows one after the other")
         ->excludes("--pattern");
@@ -155,14 +174,14 @@ void DefineStream(CLI::App& app, CameraOptions& camera)
 void DefineIdentity(CLI::App& app, Typed& typed)
 {
     CameraOptions& camera = typed.camera;
-    app.add_option("--vendor", camera.vendor, "manufacturer name, up to 31 bytes")->capture_default_str();
-    app.add_option("--model", camera.model, "model name, up to 31 bytes")->capture_default_str();
+    app.add_option("--vendor", camera.vendor, "manufacturer name, up to 32 bytes")->capture_default_str();
+    app.add_option("--model", camera.model, "model name, up to 32 bytes")->capture_default_str();
     app.add_option("--device-version", camera.deviceVersion,
                    "device version text; some hosts skip versions below 3.0.0")
         ->capture_default_str();
-    app.add_option("--serial", camera.serial, "serial number, up to 15 bytes; further cameras count on from it")
+    app.add_option("--serial", camera.serial, "serial number, up to 16 bytes; further cameras count on from it")
         ->capture_default_str();
-    app.add_option("--user-name", camera.userName, "user-defined name, up to 15 bytes");
+    app.add_option("--user-name", camera.userName, "user-defined name, up to 16 bytes");
     app.add_option("--mac", typed.mac, "MAC address; the default is 02:00 and the four bytes of the address");
 }
 
@@ -180,7 +199,8 @@ void DefineBehaviour(CLI::App& app, Typed& typed)
     app.add_option("--control", typed.program.control, "path of a UNIX socket for JSON commands")
         ->check([](const std::string& path) { return std::string(path.empty() ? "the path is empty" : ""); });
     app.add_flag("--software-rdma", typed.program.softwareRdma,
-                 "stream by RDMA made of software, to hosts on this machine that do so too");
+                 "stream by RDMA made of software, to hosts on this machine that do so too")
+        ->disable_flag_override();
     app.add_flag("--quiet", typed.program.quiet, "print nothing but errors and the line \"ready ADDRESS\"");
 }
 

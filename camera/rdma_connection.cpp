@@ -126,7 +126,7 @@ void RdmaConnection::TakeMessage(const ibv_wc& completion)
     }
 }
 
-bool RdmaConnection::TakeCompletions(std::vector<std::uint64_t>& sent)
+bool RdmaConnection::TakeEvent()
 {
     ibv_cq* queue = nullptr;
     void* context = nullptr;
@@ -135,13 +135,14 @@ bool RdmaConnection::TakeCompletions(std::vector<std::uint64_t>& sent)
         return false;
     }
     ibv_ack_cq_events(queue, 1);
-    if (ibv_req_notify_cq(queue, 0) != 0)
-    {
-        return false;
-    }
+    return ibv_req_notify_cq(queue, 0) == 0;
+}
+
+bool RdmaConnection::TakeCompletions(std::vector<std::uint64_t>& sent)
+{
     ibv_wc completion{};
     int count = 0;
-    while ((count = ibv_poll_cq(queue, 1, &completion)) > 0)
+    while ((count = ibv_poll_cq(m_queue.get(), 1, &completion)) > 0)
     {
         if (completion.status != IBV_WC_SUCCESS)
         {

@@ -35,7 +35,11 @@ class RdmaConnection
     /// Readable when completions wait.
     int CompletionFd() const { return m_channel->fd; }
 
-    /// Takes all completions. False when the connection is broken. The ids of frames that have left go to `sent`.
+    /// Takes what made the descriptor readable; the next completion makes it so again. False when the connection is
+    /// broken.
+    bool TakeEvent();
+    /// Takes all completions there are. False when the connection is broken. The ids of frames that have left go to
+    /// `sent`.
     bool TakeCompletions(std::vector<std::uint64_t>& sent);
 
     /// A credit is there and a block to send from is free.

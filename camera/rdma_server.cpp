@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <pthread.h>
 #include <system_error>
 
 namespace nq::camera
@@ -89,6 +90,7 @@ void RdmaServer::Listen(std::uint32_t address)
 void RdmaServer::Start()
 {
     m_thread = std::thread([this] { Run(); });
+    pthread_setname_np(m_thread.native_handle(), "rdma"); // as top -H shows it
 }
 
 void RdmaServer::Stop()
@@ -161,7 +163,14 @@ void RdmaServer::Wait(std::optional<Clock::time_point> until)
     }
     if ((fds[2].revents & POLLIN) != 0)
     {
-        TakeCompletions();
+        if (m_connection->TakeEvent())
+        {
+            TakeCompletions();
+        }
+        else
+        {
+            CloseConnection();
+        }
     }
     if ((fds[1].revents & POLLIN) != 0)
     {
@@ -286,12 +295,22 @@ void RdmaServer::TakeCompletions()
     }
 }
 
+/// Looks for completions first where a frame would be lost without one: credits that came while a picture was drawn
+/// count for the next one, which may be due already.
+bool RdmaServer::CanSend()
+{
+    if (m_established && m_connection && !m_connection->CanSend())
+    {
+        TakeCompletions();
+    }
+    return m_established && m_connection && m_connection->CanSend();
+}
+
 std::optional<RdmaServer::Clock::time_point> RdmaServer::SendFrames()
 {
     while (!m_stop && !m_drop)
     {
-        const bool canSend = m_established && m_connection && m_connection->CanSend();
-        const Acquisition::Decision decision = m_acquisition.Next(canSend, Clock::now());
+        const Acquisition::Decision decision = m_acquisition.Next(CanSend(), Clock::now());
         if (const auto* due = std::get_if<Clock::time_point>(&decision))
         {
             return *due;

@@ -87,6 +87,7 @@ class RdmaServer
     bool IsAdmitted(rdma_cm_id* id) const;
     void Accept();
     void TakeCompletions();
+    bool CanSend();
     std::optional<Clock::time_point> SendFrames();
     AfterSend SendFrame(FrameTicket ticket);
     void EndConnection();

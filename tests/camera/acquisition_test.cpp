@@ -128,6 +128,23 @@ TEST_F(CameraAcquisition, EachTriggerTakesOneFrame)
     EXPECT_EQ(Next(acquisition), 0U);
 }
 
+/// Consumers execute AcquisitionStart behind the start of the stream, with which this camera begins by itself.
+TEST_F(CameraAcquisition, AStartOfWhatRunsAlreadyKeepsItsPace)
+{
+    Acquisition acquisition = Make(true);
+    acquisition.Configure({.frameRate = 20});
+    acquisition.EnableStream(true);
+    const Acquisition::Clock::time_point start{};
+    EXPECT_EQ(Next(acquisition, start), 1U);
+    acquisition.Start();
+    EXPECT_EQ(Next(acquisition, start + milliseconds(1)), 0U);
+    EXPECT_EQ(Next(acquisition, start + milliseconds(49)), 0U);
+    EXPECT_EQ(Next(acquisition, start + milliseconds(50)), 2U);
+    acquisition.Stop();
+    acquisition.Start();
+    EXPECT_EQ(Next(acquisition, start + milliseconds(51)), 3U);
+}
+
 TEST_F(CameraAcquisition, FrameRateSpacesTheFrames)
 {
     Acquisition acquisition = Make(true);

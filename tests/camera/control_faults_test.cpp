@@ -285,6 +285,9 @@ TEST(CameraProgram, MistakesAreToldInOneLine)
         {{"--address", "127.0.0.1", "--mac", "zz"}, "nq-gev-camera: 'zz' is no MAC address\n"},
         {{"--address", "127.0.0.1", "--control", ""}, "nq-gev-camera: --control: the path is empty\n"},
         {{"--address", "127.0.0.1", "--frames", "-1"}, "nq-gev-camera: --frames: below 0\n"},
+        {{"--address", "127.0.0.1", "--pattern", "3"},
+         "nq-gev-camera: --pattern: takes MovingRamp, ColorBar, Noise, Scene, Off, Black, White, "
+         "GreyHorizontalRamp, GreyHorizontalRampMoving or FrameCounter, not \"3\"\n"},
         {{"--address", "127.0.0.1", "--serial", std::string(17, '1')},
          "nq-gev-camera: --serial is longer than 16 bytes\n"},
         {{"--interface", "lo", "--count", "2", "--serial", "A99999999" + std::string(7, '9')},

@@ -2,7 +2,7 @@
 // Register and memory access of the virtual camera, byte by byte.
 #include "camera/raw_host.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 using namespace nq::test;
 
@@ -94,6 +94,15 @@ TEST(CameraRegisters, ReadMemoryGivesAddressAndBytes)
     const VirtualCamera camera({"--user-name", "Otto"});
     EXPECT_EQ(RawHost().Ask("42 01 00 84 00 08 00 07 00 00 00 E8 00 00 00 08"),
               Hex("00 00 00 85 00 0C 00 07 00 00 00 E8 4F 74 74 6F 00 00 00 00"));
+}
+
+TEST(CameraRegisters, NameOfTheUserMayFillItsSixteenBytes)
+{
+    const VirtualCamera camera({"--user-name", "0123456789abcdef"});
+    EXPECT_EQ(RawHost().ReadMemory(0x00E8, 16), TextBytes("0123456789abcdef", 16));
+    ChildProcess help({NQ_CAMERA_PATH, "--help"});
+    EXPECT_EQ(help.WaitForExit(std::chrono::seconds(20)), 0);
+    EXPECT_THAT(help.Output(), testing::HasSubstr("user-defined name, up to 16 bytes"));
 }
 
 TEST(CameraRegisters, ReadMemoryOfNoBytesSucceeds)

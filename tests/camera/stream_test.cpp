@@ -94,6 +94,25 @@ TEST_F(CameraStream, EachCreditBringsOneFrame)
     EXPECT_FALSE(m_host->NextFrame(kAWhile).good);
 }
 
+/// A frame a millisecond, and a picture that takes many to draw: the second is due before the first has left.
+TEST_F(CameraStream, CreditsThatComeWhileAPictureIsDrawnAreThereForTheNext)
+{
+    constexpr std::size_t kLarge = kDescriptor + 640UL * 480;
+    VirtualCamera camera({"--width", "640", "--height", "480", "--pattern", "Scene", "--fps", "1000"});
+    RawHost control;
+    control.KeepControl();
+    PlainRdmaHost host(kLarge);
+    ASSERT_EQ(host.Connect(), RDMA_CM_EVENT_ESTABLISHED) << camera.Process().Output();
+    ASSERT_EQ(control.Write(0x200, 0xE030, 0x80000000), 0U);
+    host.GrantAll();
+    for (std::uint64_t id = 1; id <= 4; ++id)
+    {
+        const ReceivedFrame frame = host.NextFrame(std::chrono::seconds(60));
+        ASSERT_TRUE(frame.good) << "instead of frame " << id;
+        EXPECT_EQ(frame.Id(), id);
+    }
+}
+
 TEST_F(CameraStream, HundredsOfFramesComeInOrderAndWhole)
 {
     Start();
