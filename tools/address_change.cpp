@@ -3,13 +3,13 @@
 #include "address_change.h"
 
 #include "address_holder.h"
+#include "camera_choice.h"
 #include "camera_owner.h"
 #include "exit_codes.h"
 #include "gvcp_reader.h"
 #include "printable.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <fmt/format.h>
 #include <iostream>
@@ -22,31 +22,23 @@ namespace
 {
 
 // Registers that every GigE Vision camera has.
+constexpr uint32_t kInterfaces = 0x0600; // their number
 constexpr uint32_t kConfiguration = 0x0014;
 constexpr uint32_t kPersistentAddress = 0x064C;
 constexpr uint32_t kPersistentMask = 0x065C;
 constexpr uint32_t kPersistentGateway = 0x066C;
-constexpr uint32_t kControlPrivilege = 0x0A00;
 constexpr uint32_t kControl = 2;
 
-/// The digits of a MAC address, however they are set apart.
-std::string Digits(const std::string& text)
-{
-    std::string digits;
-    for (const char c : text)
-    {
-        if (c != ':' && c != '-')
-        {
-            digits += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-        }
-    }
-    return digits;
-}
-
+/// By any of its names, in the spelling of whoever shows it; `nq-gev list` calls it by model and MAC address.
 bool IsMeant(const HeardCamera& camera, const std::string& name)
 {
-    return Digits(name) == Digits(MacText(camera.mac)) || name == camera.serial || name == camera.userName ||
-           name == DottedAddress(camera.network.address);
+    CameraEntry entry;
+    entry.serial = camera.serial;
+    entry.userName = camera.userName;
+    entry.address = DottedAddress(camera.network.address);
+    entry.macAddress = camera.mac;
+    const std::string model = camera.model + ":";
+    return HasName(entry, name) || (name.starts_with(model) && HasName(entry, name.substr(model.size())));
 }
 
 } // namespace
@@ -139,15 +131,17 @@ void AddressChange::CheckAgainst(const HeardCamera& target) const
     {
         throw ToolFailure(ExitCode::Failure, fmt::format("{} is this machine's own address", NetworkText(wanted)));
     }
-    const AddressHolder holder =
-        wanted.address == target.network.address ? AddressHolder() : FindHolder(target.adapter.name, wanted.address);
+    const AddressHolder holder = taken || wanted.address == target.network.address
+                                     ? AddressHolder()
+                                     : FindHolder(target.adapter.name, wanted.address);
     if (holder.mac.empty())
     {
         return;
     }
     throw ToolFailure(ExitCode::Failure,
                       holder.answered
-                          ? fmt::format("{} is taken: {} answers there", NetworkText(wanted), holder.mac)
+                          ? fmt::format("{} is taken: {} answers there; --taken takes it nevertheless",
+                                        NetworkText(wanted), holder.mac)
                           : fmt::format("{} is taken, as far as the kernel knows from earlier: {} was there. With "
                                         "`sudo` it is asked again.",
                                         NetworkText(wanted), holder.mac));
@@ -186,9 +180,13 @@ std::string AddressChange::Execute(const HeardCamera& target, std::chrono::milli
 {
     if (force.empty())
     {
-        Keep(target);
-        return fmt::format("will {}. It stays at {} until it is switched off and on.", Description(),
-                           NetworkText(target.network));
+        const uint32_t interfaces = Keep(target);
+        return fmt::format("will {}. It stays at {} until it is switched off and on.{}", Description(),
+                           NetworkText(target.network),
+                           interfaces < 2 ? ""
+                                          : fmt::format(" Of its {} network interfaces this is for the first; the "
+                                                        "others stay as they are.",
+                                                        interfaces));
     }
     const Ipv4Network wanted = Wanted();
     const bool answered = ForceAddress(target, wanted, Gateway(), time);
@@ -198,7 +196,9 @@ std::string AddressChange::Execute(const HeardCamera& target, std::chrono::milli
     const std::string said = answered ? "The camera acknowledged" : "The camera did not answer the command";
     if (found == now.end())
     {
-        throw ToolFailure(ExitCode::Failure, said + ", and is not heard any more");
+        throw ToolFailure(
+            ExitCode::CameraLost,
+            fmt::format("{}, and is silent now. `nq-gev doctor --camera {}` tells more.", said, MacText(target.mac)));
     }
     if (found->network.address != wanted.address)
     {
@@ -209,7 +209,7 @@ std::string AddressChange::Execute(const HeardCamera& target, std::chrono::milli
     return fmt::format("stands at {} now, until it is switched off. {}.", NetworkText(found->network), said);
 }
 
-void AddressChange::Keep(const HeardCamera& target) const
+uint32_t AddressChange::Keep(const HeardCamera& target) const
 {
     CameraEntry entry;
     entry.id = MacText(target.mac);
@@ -221,9 +221,12 @@ void AddressChange::Keep(const HeardCamera& target) const
     }
     GvcpReader asked(entry.address);
     const std::optional<uint32_t> flags = asked.Read(kConfiguration);
-    if (!flags || !asked.Write(kControlPrivilege, kControl))
+    const bool controlled = flags && asked.Write(kControlPrivilege, kControl);
+    if (!controlled)
     {
-        throw ToolFailure(ExitCode::Failure, fmt::format("the camera {} does not give control", entry.id));
+        throw asked.IsSilent()
+            ? SilentCamera(entry, "it answered the search, but no read of a register")
+            : ToolFailure(ExitCode::Failure, fmt::format("the camera {} does not give control", entry.id));
     }
     bool kept = true;
     if (!set.empty())
@@ -233,6 +236,11 @@ void AddressChange::Keep(const HeardCamera& target) const
                asked.Write(kPersistentGateway, Gateway());
     }
     kept = kept && asked.Write(kConfiguration, (*flags & ~(kPersistent | kDhcp)) | Bit());
+    if (!kept && asked.IsSilent())
+    {
+        throw SilentCamera(entry, "it answered until its address was written, which it may keep or not");
+    }
+    const uint32_t interfaces = asked.Read(kInterfaces).value_or(1) & 7;
     asked.Write(kControlPrivilege, 0);
     if (!kept)
     {
@@ -241,6 +249,7 @@ void AddressChange::Keep(const HeardCamera& target) const
                                       "stands",
                                       entry.id));
     }
+    return interfaces;
 }
 
 } // namespace nq::tool

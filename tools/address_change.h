@@ -25,6 +25,7 @@ struct AddressChange
     bool dhcp = false;
     bool linkLocal = false;
     bool outside = false;
+    bool taken = false; ///< another host may have the address
     bool yes = false;
 
     bool IsNone() const { return set.empty() && force.empty() && !dhcp && !linkLocal; }
@@ -45,7 +46,8 @@ struct AddressChange
     Ipv4Network Wanted() const { return ParseNetwork(force.empty() ? set : force); }
     uint32_t Gateway() const { return gateway.empty() ? 0 : ParseDotted(gateway); }
     std::string Description() const;
-    void Keep(const HeardCamera& camera) const;
+    /// The number of network interfaces that the camera tells of.
+    uint32_t Keep(const HeardCamera& camera) const;
 };
 
 } // namespace nq::tool

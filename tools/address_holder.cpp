@@ -30,7 +30,7 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kPatience{1};
+constexpr std::chrono::seconds kListening{1};
 constexpr std::chrono::milliseconds kAgain{300}; ///< after that a question counts as lost
 
 /// The packet of RFC 826 on Ethernet for IPv4. Numbers are in network order.
@@ -111,28 +111,10 @@ class ArpSocket
     bool m_isOpen = false;
 };
 
-/// What the kernel's table has; empty when it has no answer of anybody.
 std::string MacInTable(const std::string& adapter, uint32_t address)
 {
     std::ifstream table("/proc/net/arp");
-    std::string line;
-    while (std::getline(table, line))
-    {
-        std::istringstream words(line);
-        std::string place;
-        std::string type;
-        std::string flags;
-        std::string mac;
-        std::string mask;
-        std::string device;
-        words >> place >> type >> flags >> mac >> mask >> device;
-        const bool complete = flags == "0x2" || flags == "0x6";
-        if (complete && place == DottedAddress(address) && device == adapter)
-        {
-            return mac;
-        }
-    }
-    return "";
+    return FindNeighbour(table, adapter, address).mac;
 }
 
 /// To send anything the kernel asks by ARP who has the address, unless it has an answer already.
@@ -158,7 +140,7 @@ AddressHolder HolderByKernel(const std::string& adapter, uint32_t address)
         return {mac, false};
     }
     HaveKernelAsk(adapter, address);
-    const auto end = Clock::now() + kPatience;
+    const auto end = Clock::now() + kListening;
     while (mac.empty() && Clock::now() < end)
     {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -168,6 +150,28 @@ AddressHolder HolderByKernel(const std::string& adapter, uint32_t address)
 }
 
 } // namespace
+
+Neighbour FindNeighbour(std::istream& table, const std::string& adapter, uint32_t address)
+{
+    std::string line;
+    while (std::getline(table, line))
+    {
+        std::istringstream words(line);
+        std::string place;
+        std::string type;
+        std::string flags;
+        std::string mac;
+        std::string mask;
+        std::string device;
+        words >> place >> type >> flags >> mac >> mask >> device;
+        const bool isFixed = flags == "0x6";
+        if ((flags == "0x2" || isFixed) && place == DottedAddress(address) && device == adapter)
+        {
+            return {mac, isFixed};
+        }
+    }
+    return {};
+}
 
 AddressHolder FindHolder(const std::string& adapter, uint32_t address)
 {
@@ -179,7 +183,7 @@ AddressHolder FindHolder(const std::string& adapter, uint32_t address)
     std::array<uint8_t, 4> bytes{};
     const uint32_t big = htonl(address);
     std::memcpy(bytes.data(), &big, bytes.size());
-    const auto end = Clock::now() + kPatience;
+    const auto end = Clock::now() + kListening;
     AddressHolder holder;
     while (holder.mac.empty() && Clock::now() < end)
     {

@@ -233,7 +233,6 @@ std::vector<std::string> ShortNames(const std::vector<FoundCamera>& cameras)
 
 std::string NoCameraAdvice(const std::vector<ProducerEntry>& producers)
 {
-    constexpr uint32_t kControlPrivilege = 0x0A00; // a register that every camera has
     if (GvcpReader("127.0.0.1").Read(kControlPrivilege))
     {
         return "No camera answered where producers look, but one does at 127.0.0.1, which they leave out. Give it "

@@ -3,6 +3,7 @@
 #include "camera_owner.h"
 
 #include "gvcp_reader.h"
+#include "shell_word.h"
 #include "stop_signals.h"
 
 #include <algorithm>
@@ -18,12 +19,13 @@ namespace
 
 // Registers that every GigE Vision camera has.
 constexpr uint32_t kHeartbeatTimeout = 0x0938;
-constexpr uint32_t kControlPrivilege = 0x0A00; // bit 0: exclusive, bit 1: control
 constexpr uint32_t kOwnerPort = 0x0A04;
 constexpr uint32_t kOwnerAddress = 0x0A14;
 
 constexpr std::chrono::seconds kDoubt{2}; ///< for a refusal that the camera itself does not bear out
 constexpr std::chrono::milliseconds kPause{250};
+
+constexpr const char* kWaitAdvice = ". End that program; or give --wait SECONDS to wait until the camera is free";
 
 std::string AnswerText(GenTL::GC_ERROR code)
 {
@@ -35,9 +37,8 @@ std::string AnswerText(GenTL::GC_ERROR code)
     const std::string gone =
         owner.heartbeatMs == 0 ? "" : fmt::format(", which it is {} ms after a crash", owner.heartbeatMs);
     throw ToolFailure(ExitCode::CameraInUse,
-                      fmt::format("the camera {} is controlled by {}. End that program; or give --wait SECONDS to wait "
-                                  "until the camera is free{}.",
-                                  camera.id, OwnerText(owner), gone));
+                      fmt::format("the camera {} is controlled by {}", camera.id, OwnerText(owner)),
+                      fmt::format("{}{}.", kWaitAdvice, gone));
 }
 
 RefusedOpen::Answer AnswerOf(const CameraEntry& camera)
@@ -54,26 +55,59 @@ ExitCode CodeOf(RefusedOpen::Answer answer)
                                                         : ExitCode::CameraLost;
 }
 
+std::string SilentText(const CameraEntry& camera, GenTL::GC_ERROR code)
+{
+    const char* const answers =
+        camera.address.empty() ? "the producer has listed it" : "it answered the search, but no read of a register";
+    return SilentCamera(camera, fmt::format("{}, and cannot be opened: {}", answers, AnswerText(code))).what();
+}
+
 std::string TextOf(const CameraEntry& camera, GenTL::GC_ERROR code, RefusedOpen::Answer answer)
 {
-    const std::string refused =
-        fmt::format("the producer refuses to open the camera {}: {}", camera.id, AnswerText(code));
     switch (answer)
     {
     case RefusedOpen::Answer::Free:
-        return refused + ", though nobody controls it: its answers may come too late, `nq-gev doctor` measures them";
+        return fmt::format("the producer refuses to open the camera {}: {}, though nobody controls it: its answers may "
+                           "come too late, `nq-gev doctor` measures them",
+                           camera.id, AnswerText(code));
     case RefusedOpen::Answer::None:
-        return fmt::format("{}, and at {} it answers no read of a register: `nq-gev doctor` tells more", refused,
-                           camera.address);
+        return SilentText(camera, code);
     case RefusedOpen::Answer::CannotBeAsked:
         break;
     }
-    return fmt::format("the camera {} is controlled by another program, says the producer: {}. End that program; or "
-                       "give --wait SECONDS to wait until the camera is free.",
-                       camera.id, AnswerText(code));
+    return fmt::format("the camera {} is controlled by another program, says the producer: {}", camera.id,
+                       AnswerText(code));
+}
+
+/// A producer that cannot be asked beside it tells by no more knowing a camera that it has listed.
+bool IsSilence(GenTL::GC_ERROR code, RefusedOpen::Answer answer)
+{
+    return answer == RefusedOpen::Answer::None ||
+           (answer == RefusedOpen::Answer::CannotBeAsked && code == GenTL::GC_ERR_INVALID_ID);
+}
+
+std::string CameraAt(const CameraEntry& camera)
+{
+    return "the camera " + camera.id + (camera.address.empty() ? "" : " at " + camera.address);
+}
+
+std::string DoctorAdvice(const CameraEntry& camera)
+{
+    return fmt::format(". `nq-gev doctor --camera {}` tells more.",
+                       ShellWord(camera.address.empty() ? camera.id : camera.address));
 }
 
 } // namespace
+
+ToolFailure SilentCamera(const CameraEntry& camera, const std::string& why)
+{
+    return {ExitCode::CameraLost, fmt::format("{} is silent: {}", CameraAt(camera), why), DoctorAdvice(camera)};
+}
+
+ToolFailure WentSilent(const CameraEntry& camera, const std::string& what)
+{
+    return {ExitCode::CameraLost, fmt::format("{}: {} went silent", what, CameraAt(camera)), DoctorAdvice(camera)};
+}
 
 std::optional<CameraOwner> AskForOwner(const CameraEntry& camera)
 {
@@ -185,7 +219,9 @@ void ConfirmControl(GenTLLibrary& library, GenTL::PORT_HANDLE remote, const Came
 }
 
 RefusedOpen::RefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code, Answer answer)
-    : ToolFailure(CodeOf(answer), TextOf(camera, code, answer)), m_refusal(AnswerText(code))
+    : ToolFailure(CodeOf(answer), TextOf(camera, code, answer),
+                  answer == Answer::CannotBeAsked ? fmt::format("{}.", kWaitAdvice) : ""),
+      m_refusal(AnswerText(code))
 {
 }
 
@@ -200,9 +236,15 @@ void ThrowRefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code)
         throw ToolFailure(ExitCode::Failure,
                           fmt::format("the camera {} at {} is {}", camera.id, camera.address, kOutOfReach));
     }
-    if (code == GenTL::GC_ERR_RESOURCE_IN_USE || code == GenTL::GC_ERR_ACCESS_DENIED)
+    const RefusedOpen::Answer answer = AnswerOf(camera);
+    const bool lostFromList = code == GenTL::GC_ERR_INVALID_ID && answer == RefusedOpen::Answer::Free;
+    if (code == GenTL::GC_ERR_RESOURCE_IN_USE || code == GenTL::GC_ERR_ACCESS_DENIED || lostFromList)
     {
-        throw RefusedOpen(camera, code, AnswerOf(camera));
+        throw RefusedOpen(camera, code, answer);
+    }
+    if (IsSilence(code, answer)) // waiting for a camera that is switched off is nobody's wish
+    {
+        throw ToolFailure(ExitCode::CameraLost, SilentText(camera, code));
     }
     GenTLLibrary::Check(code, "IFOpenDevice");
     throw ToolFailure(ExitCode::Failure, "IFOpenDevice gave no device");

@@ -68,6 +68,13 @@ void ConfirmControl(GenTLLibrary& library, GenTL::PORT_HANDLE remote, const Came
 /// Throws why the producer refused with `code` to open the camera: ToolFailure, or RefusedOpen for what may pass.
 [[noreturn]] void ThrowRefusedOpen(const CameraEntry& camera, GenTL::GC_ERROR code);
 
+/// The failure of whatever wanted a camera that has answered, and does not now: which one, where, `why` it is known,
+/// and what to do.
+ToolFailure SilentCamera(const CameraEntry& camera, const std::string& why);
+
+/// The same for a camera that was open, behind `what` was tried.
+ToolFailure WentSilent(const CameraEntry& camera, const std::string& what);
+
 /// For a camera that the interface cannot reach though nobody controls it.
 constexpr const char* kOutOfReach = "out of reach: its subnet is not the one of the interface (`ip addr`)";
 

@@ -2,6 +2,7 @@
 // The exit codes of nq-gev and the failure that carries one.
 #pragma once
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 
@@ -25,12 +26,36 @@ enum class ExitCode : int
 class ToolFailure : public std::runtime_error
 {
   public:
-    ToolFailure(ExitCode code, const std::string& text) : std::runtime_error(text), m_code(code) {}
+    /// `advice` is a sentence on what to do, for the end of the text.
+    ToolFailure(ExitCode code, const std::string& text, const std::string& advice = "")
+        : std::runtime_error(text + advice), m_code(code), m_adviceSize(advice.size())
+    {
+    }
 
     ExitCode Code() const { return m_code; }
 
+    /// The text without the advice.
+    std::string Bare() const
+    {
+        const std::string all = what();
+        return all.substr(0, all.size() - m_adviceSize);
+    }
+
+    /// The same failure with `more` told, ahead of the advice.
+    ToolFailure With(const std::string& more) const
+    {
+        const std::string bare = Bare();
+        return {m_code, bare + more, std::string(what()).substr(bare.size())};
+    }
+
   private:
     ExitCode m_code;
+    std::size_t m_adviceSize;
 };
+
+[[noreturn]] inline void Fail(const std::string& text)
+{
+    throw ToolFailure(ExitCode::Failure, text);
+}
 
 } // namespace nq::tool

@@ -19,7 +19,6 @@ namespace nq::tool
 namespace
 {
 
-constexpr uint16_t kControlPort = 3956;
 constexpr uint16_t kReadRegister = 0x0080;
 constexpr uint16_t kWriteRegister = 0x0082;
 constexpr uint16_t kPending = 0x0089;
@@ -79,6 +78,13 @@ bool GvcpReader::Write(uint32_t registerAddress, uint32_t value)
 
 GvcpReader::Answer GvcpReader::Ask(uint16_t code, std::initializer_list<uint32_t> words, uint32_t& value)
 {
+    const Answer answer = AskAgainAndAgain(code, words, value);
+    m_silent = answer == Answer::None || answer == Answer::Nobody;
+    return answer;
+}
+
+GvcpReader::Answer GvcpReader::AskAgainAndAgain(uint16_t code, std::initializer_list<uint32_t> words, uint32_t& value)
+{
     ++m_request; // a camera may leave request 0 unanswered
     // With an acknowledge.
     std::vector<uint8_t> command{0x42,
@@ -128,7 +134,7 @@ GvcpReader::Answer GvcpReader::Receive(uint16_t code, uint32_t& value) const
         }
         if (size < 0)
         {
-            return Answer::Refused;
+            return Answer::Nobody;
         }
         // A camera that writes its memory asks for patience.
         if (size >= 12 && Big(answer + 2, 2) == kPending && Big(answer + 6, 2) == m_request)

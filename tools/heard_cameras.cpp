@@ -3,6 +3,7 @@
 #include "heard_cameras.h"
 
 #include "exit_codes.h"
+#include "gvcp_reader.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -27,7 +28,6 @@ namespace
 using Clock = std::chrono::steady_clock;
 using Octets = std::vector<uint8_t>;
 
-constexpr uint16_t kControlPort = 3956;
 constexpr uint16_t kDiscovery = 0x0002;
 constexpr uint16_t kForceIp = 0x0004;
 constexpr size_t kHeader = 8;

@@ -2,14 +2,18 @@
 // Findings that a camera is asked for: it is only read, by a socket beside every producer.
 #include "doctor/checks.h"
 
+#include "address_holder.h"
 #include "camera_owner.h"
 #include "doctor/echo.h"
 #include "doctor/route.h"
 #include "gvcp_reader.h"
+#include "heard_cameras.h"
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <fmt/format.h>
+#include <sstream>
 
 namespace nq::tool::doctor
 {
@@ -21,7 +25,6 @@ using Milliseconds = std::chrono::duration<double, std::milli>;
 
 constexpr uint32_t kStreamChannels = 0x0904;
 constexpr uint32_t kStreamCapability = 0x092C;
-constexpr uint32_t kControlPrivilege = 0x0A00;
 constexpr uint32_t kRdmaBit = 1U << 26;
 
 constexpr size_t kReads = 20;
@@ -42,6 +45,13 @@ std::vector<Milliseconds> TimesOf(GvcpReader& reader)
     }
     std::sort(times.begin(), times.end());
     return times;
+}
+
+std::string Lower(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char one) { return static_cast<char>(std::tolower(one)); });
+    return text;
 }
 
 /// False when the camera is silent, and nothing more can be asked.
@@ -122,10 +132,68 @@ void CheckRoute(const Scene& scene, const SeenCamera& camera, Findings& findings
                                    adapter->name),
                        words);
     }
+    else if (!route.adapter.empty() && route.adapter != adapter->name)
+    {
+        findings.Wrong(kId, camera.Name(),
+                       fmt::format("they leave by {}, with an address of {}", route.adapter, adapter->name), words);
+    }
     else
     {
         findings.Right(kId, camera.Name(), "by " + adapter->name);
     }
+}
+
+/// A fixed entry of the kernel's table outlives the camera, or the cable, that it was made for.
+void CheckArp(const Scene& scene, const SeenCamera& camera, bool answers, Findings& findings)
+{
+    constexpr const char* kId = "camera.arp";
+    std::istringstream table(scene.machine.Text("proc/net/arp").value_or(""));
+    const Neighbour entry = FindNeighbour(table, camera.adapter, camera.subnet.address);
+    if (camera.adapter.empty())
+    {
+        findings.NotKnown(kId, camera.Name(), "only its producer sees it");
+        return;
+    }
+    if (!entry.isFixed)
+    {
+        findings.Right(kId, camera.Name(), "no entry is fixed");
+        return;
+    }
+    if (answers)
+    {
+        findings.Right(kId, camera.Name(), fmt::format("fixed at {}, and it answers there", entry.mac));
+        return;
+    }
+    const AddressHolder holder = FindHolder(camera.adapter, camera.subnet.address);
+    const std::string own =
+        holder.answered && !holder.mac.empty() ? holder.mac : Lower(MacText(camera.entry.macAddress));
+    if (own == entry.mac)
+    {
+        findings.Right(kId, camera.Name(), fmt::format("fixed at {}, its own", entry.mac));
+        return;
+    }
+    findings.Wrong(kId, camera.Name(), fmt::format("fixed at {}, and the camera has {}", entry.mac, own),
+                   {{"ADDRESS", DottedAddress(camera.subnet.address)}, {"ADAPTER", camera.adapter}});
+}
+
+constexpr uint32_t kOrdinaryMtu = 1500;
+
+/// Whether packets of the ordinary length come back. To be shorter itself does not mend the adapter where they do not.
+bool CheckPackets(const SeenCamera& camera, const Adapter& adapter, uint32_t bytes, Findings& findings)
+{
+    constexpr const char* kId = "camera.packets";
+    if (adapter.mtu < kOrdinaryMtu)
+    {
+        findings.NotKnown(kId, camera.Name(), fmt::format("{} sends none (adapter.mtu)", adapter.name));
+        return true;
+    }
+    if (bytes < kOrdinaryMtu)
+    {
+        findings.Wrong(kId, camera.Name(), fmt::format("of {} bytes they do", bytes));
+        return false;
+    }
+    findings.Right(kId, camera.Name(), "they come back");
+    return true;
 }
 
 void CheckPath(const Scene& scene, const SeenCamera& camera, Findings& findings)
@@ -134,13 +202,19 @@ void CheckPath(const Scene& scene, const SeenCamera& camera, Findings& findings)
     const Adapter* const adapter = AdapterCalled(scene, camera.adapter);
     if (adapter == nullptr)
     {
+        findings.NotKnown("camera.packets", camera.Name(), "only its producer sees it");
         findings.NotKnown(kId, camera.Name(), "only its producer sees it");
         return;
     }
     const EchoResult result = LongestEcho(camera.entry.address, adapter->mtu);
     if (!result.problem.empty())
     {
+        findings.NotKnown("camera.packets", camera.Name(), result.problem);
         findings.NotKnown(kId, camera.Name(), result.problem);
+    }
+    else if (!CheckPackets(camera, *adapter, result.bytes, findings))
+    {
+        findings.NotKnown(kId, camera.Name(), "shorter ones do not (camera.packets)");
     }
     else if (result.bytes == adapter->mtu)
     {
@@ -165,15 +239,17 @@ void CheckCameras(const Scene& scene, Findings& findings)
         }
         CheckRoute(scene, camera, findings);
         GvcpReader reader(camera.entry.address);
-        if (CheckAnswers(camera, reader, findings))
+        const bool answers = CheckAnswers(camera, reader, findings);
+        CheckArp(scene, camera, answers, findings);
+        if (answers)
         {
             CheckOwner(camera, findings);
             CheckStream(camera, reader, findings);
         }
         CheckPath(scene, camera, findings);
     }
-    findings.NotKnownElse({"camera.subnet", "camera.unique", "camera.listed", "camera.route", "camera.owner",
-                           "camera.answers", "camera.path", "camera.stream"},
+    findings.NotKnownElse({"camera.subnet", "camera.unique", "camera.listed", "camera.route", "camera.arp",
+                           "camera.owner", "camera.answers", "camera.packets", "camera.path", "camera.stream"},
                           scene.cameras.empty() ? "no camera is there to ask (camera.discovery)"
                                                 : "no camera can be asked (camera.subnet, camera.answers)");
 }

@@ -20,19 +20,19 @@ constexpr const char* kFiles = "dev/infiniband";
 /// The files that verbs and the connection manager open.
 std::vector<std::string> NeededFiles(const Machine& machine)
 {
-    std::vector<std::string> files = {std::string(kFiles) + "/rdma_cm"};
+    std::vector<std::string> files = {fmt::format("{}/rdma_cm", kFiles)};
     bool any = false;
     for (const std::string& name : machine.Names(kFiles))
     {
         if (name.starts_with("uverbs"))
         {
-            files.push_back(std::string(kFiles) + "/" + name);
+            files.push_back(fmt::format("{}/{}", kFiles, name));
             any = true;
         }
     }
     if (!any)
     {
-        files.push_back(std::string(kFiles) + "/uverbs0");
+        files.push_back(fmt::format("{}/uverbs0", kFiles));
     }
     return files;
 }

@@ -48,7 +48,7 @@ const std::vector<FindingKind>& FindingKinds()
          "sudo ethtool -G ADAPTER rx 4096"},
         {"adapter.filter", "Are the answers of cameras on other subnets let in?",
          "rp_filter of the adapter and of all, and the default route; wrong when no camera was heard at all.",
-         "sudo sysctl -w net.ipv4.conf.all.rp_filter=0 net.ipv4.conf.ADAPTER.rp_filter=0"},
+         "sudo sysctl -w net/ipv4/conf/all/rp_filter=0 net/ipv4/conf/ADAPTER/rp_filter=0"},
         {"camera.discovery", "Does a camera answer on the adapter?",
          "A discovery is broadcast from each adapter; wrong when no camera, or not the one meant, answers on any.",
          "Switch the camera on, look at its cable, and let it through the firewall: "
@@ -64,13 +64,23 @@ const std::vector<FindingKind>& FindingKinds()
          "Their lists after a scan; ours leaves out cameras whose device version is below 3.0.0.",
          "Give it a firmware that streams by RDMA; a camera without is for another producer (--producer)"},
         {"camera.route", "Do packets to the camera leave by its adapter?",
-         "The address that a socket gets that is connected to the camera; wrong when it is not the adapter's.",
+         "The kernel's route to it, and the address that a socket gets that is connected to it; wrong when one is not "
+         "the "
+         "adapter's.",
          "sudo ip route replace ADDRESS dev ADAPTER"},
+        {"camera.arp", "Do packets to the camera go to its own MAC address?",
+         "The kernel's table of neighbours, /proc/net/arp; wrong when a permanent entry has another one, and the "
+         "camera "
+         "answers no read of a register.",
+         "sudo ip neigh del ADDRESS dev ADAPTER"},
         {"camera.owner", "Is the camera free?", "Its registers 0x0A00, 0x0A04 and 0x0A14.",
          "sudo fuser -k -TERM PORT/udp # on the host HOST"},
         {"camera.answers", "Does the camera answer at once?",
          "20 reads of a register; wrong when it is silent, or two take 150 ms or more: near 200 ms commands are lost.",
          "Plug the camera into ADAPTER without a switch, and let nothing else use that address"},
+        {"camera.packets", "Do packets of 1500 bytes reach the camera?",
+         "As camera.path, on an adapter that sends them.",
+         "Set the MTU of the camera, or of what is between, to 1500 bytes or more"},
         {"camera.path", "Do packets as long as the adapter's MTU reach the camera?",
          "Echo requests that may not be fragmented, shorter and shorter.", "sudo ip link set dev ADAPTER mtu SIZE"},
         {"camera.stream", "Does the camera stream by RDMA?",

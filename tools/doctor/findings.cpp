@@ -39,7 +39,9 @@ std::string Filled(std::string line, const Findings::Words& words)
 {
     for (const auto& [word, meaning] : words)
     {
-        Replace(line, word, meaning);
+        // The kernel takes any name for an adapter that has neither blanks nor slashes; with them it is prose.
+        const bool isAdapter = (word == "ADAPTER" || word == "OTHER") && meaning.find(' ') == std::string::npos;
+        Replace(line, word, isAdapter ? ShellWord(meaning) : meaning);
     }
     constexpr std::string_view kThis = "nq-gev "; // which may lie on no path
     if (line.starts_with(kThis))

@@ -59,13 +59,13 @@ uint64_t AskAndEnd(const FoundCamera& found, int pipe)
 
 std::optional<uint64_t> AskPayload(const FoundCamera& camera, std::string& why)
 {
-    constexpr std::chrono::seconds kPatience{8};
+    constexpr std::chrono::seconds kLongestWait{8};
     const std::string heard = HearChild(
         [&](int pipe) {
             dup2(STDERR_FILENO, STDOUT_FILENO); // standard output is for what the doctor says
             Tell(pipe, [&] { return AskAndEnd(camera, pipe); });
         },
-        kPatience);
+        kLongestWait);
     const uint64_t payload = std::strtoull(heard.c_str(), nullptr, 10);
     if (payload != 0)
     {

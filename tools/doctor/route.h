@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// From which of its addresses this machine sends to another.
+// By which adapter, and from which of its addresses, this machine sends to another.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,8 @@ namespace nq::tool::doctor
 struct Route
 {
     uint32_t source = 0; ///< the address of this machine, 0 where there is no way
-    std::string problem; ///< why there is none
+    std::string adapter; ///< empty where the kernel does not tell, and for an address of this machine
+    std::string problem; ///< why there is no way
 };
 
 /// As the kernel would send to `address` now. Sends nothing.
