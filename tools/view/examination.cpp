@@ -3,6 +3,7 @@
 #include "view/examination.h"
 
 #include "exit_codes.h"
+#include "stop_signals.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -54,12 +55,26 @@ pid_t Start(std::vector<std::string> words, int pipe)
     return refused == 0 ? child : -1;
 }
 
+/// False when it says nothing for too long, or this program is to end.
+bool SaysMore(int pipe)
+{
+    constexpr int kSliceMs = 100;
+    pollfd readable{pipe, POLLIN, 0};
+    for (int waited = 0; waited < kPatienceMs && !StopAsked(); waited += kSliceMs)
+    {
+        if (poll(&readable, 1, kSliceMs) > 0)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
 std::string HeardFrom(int pipe)
 {
     std::string heard;
     char bytes[4096];
-    pollfd readable{pipe, POLLIN, 0};
-    while (heard.size() < kMost && poll(&readable, 1, kPatienceMs) > 0)
+    while (heard.size() < kMost && SaysMore(pipe))
     {
         const ssize_t size = read(pipe, bytes, sizeof bytes);
         if (size <= 0)

@@ -98,8 +98,7 @@ ShownPicture LivePicture::Shown(const Picture& picture)
     }
     catch (const std::exception& unfit)
     {
-        shown.samples = {};
-        shown.problem = unfit.what();
+        shown.problem = unfit.what(); // values can be asked for as far as there are any
     }
     return shown;
 }

@@ -37,7 +37,7 @@ struct ShownPicture
     uint64_t number = 0; ///< counts the pictures from 1 on
     uint64_t frameId = 0;
     uint64_t pixelFormat = 0;
-    Samples samples; ///< as the camera sent them, a mosaic without colours
+    Samples samples; ///< as the camera sent them, a mosaic without colours; empty for a format that has no form
     std::string jpeg;
     std::string problem; ///< why it cannot be shown; empty for one that can
 };

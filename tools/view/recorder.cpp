@@ -14,6 +14,7 @@ Recorder::Recorder(PictureOptions options) : m_options(std::move(options)) {}
 
 void Recorder::Begin()
 {
+    const std::lock_guard turn(m_turn);
     const std::lock_guard writing(m_writing);
     if (m_writer)
     {
@@ -23,9 +24,13 @@ void Recorder::Begin()
     options.out = std::filesystem::path(m_options.out) /
                   (TimeText(std::chrono::system_clock::now()) + "-" + SafeName(m_options.camera));
     m_writer = std::make_unique<PictureWriter>(options);
+    m_current = options;
+    m_streams = 1;
+    m_framesOfStream = 0;
+    m_waitsBefore = 0;
+    m_writtenBefore = 0;
     m_frames = 0;
     m_waits = 0;
-    m_failed = false;
     const std::lock_guard lock(m_mutex);
     m_running = true;
     m_problem.clear();
@@ -34,31 +39,57 @@ void Recorder::Begin()
 
 void Recorder::End()
 {
+    const std::lock_guard turn(m_turn);
     std::unique_ptr<PictureWriter> writer;
+    uint64_t writtenBefore = 0;
     {
         const std::lock_guard writing(m_writing);
         writer = std::move(m_writer);
+        writtenBefore = m_writtenBefore;
     }
     if (!writer)
     {
         return;
     }
+    std::string problem;
     try
     {
         writer->Finish();
     }
     catch (const ToolFailure& failure)
     {
-        Note(failure.what());
+        problem = failure.what();
     }
-    const std::lock_guard lock(m_mutex);
-    m_running = false;
+    NoteEnd(writtenBefore + writer->Written(), problem);
+}
+
+void Recorder::BeginStream()
+{
+    const std::lock_guard writing(m_writing);
+    if (!m_writer || m_framesOfStream == 0)
+    {
+        return;
+    }
+    try
+    {
+        m_writer->Finish();
+        m_current.name = "stream-" + std::to_string(++m_streams) + "-" + m_options.name;
+        auto next = std::make_unique<PictureWriter>(m_current);
+        m_waitsBefore += m_writer->Waits();
+        m_writtenBefore += m_writer->Written();
+        m_framesOfStream = 0;
+        m_writer = std::move(next);
+    }
+    catch (const ToolFailure& failure)
+    {
+        Fail(failure.what());
+    }
 }
 
 void Recorder::Take(const Frame& frame)
 {
     const std::lock_guard writing(m_writing);
-    if (!m_writer || m_failed)
+    if (!m_writer)
     {
         return;
     }
@@ -66,18 +97,34 @@ void Recorder::Take(const Frame& frame)
     {
         m_writer->Write(frame, std::chrono::system_clock::now());
         ++m_frames;
-        m_waits = m_writer->Waits();
+        ++m_framesOfStream;
+        m_waits = m_waitsBefore + m_writer->Waits();
     }
     catch (const ToolFailure& failure)
     {
-        m_failed = true;
-        Note(failure.what());
+        Fail(failure.what());
     }
 }
 
-void Recorder::Note(const std::string& problem)
+void Recorder::Fail(const std::string& problem)
 {
+    const std::unique_ptr<PictureWriter> writer = std::move(m_writer);
+    try
+    {
+        writer->Finish();
+    }
+    catch (const ToolFailure&) // the problem, once more
+    {
+    }
+    NoteEnd(m_writtenBefore + writer->Written(), problem);
+}
+
+/// What was handed over need not have been written.
+void Recorder::NoteEnd(uint64_t written, const std::string& problem)
+{
+    m_frames = written;
     const std::lock_guard lock(m_mutex);
+    m_running = false;
     m_problem = problem;
 }
 

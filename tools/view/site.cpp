@@ -32,6 +32,22 @@ class BadRequest : public std::runtime_error
     using std::runtime_error::runtime_error;
 };
 
+/// A feature for JavaScript, which rounds whole numbers that take more than 53 bits: those are texts.
+Json ForPage(const Reading& reading)
+{
+    constexpr int64_t kMostExact = int64_t{1} << 53;
+    Json feature = ToJson(reading);
+    for (const char* const name : {"value", "min", "max", "step"})
+    {
+        Json& number = feature[name];
+        if (number.is_number_integer() && (number > kMostExact || number < -kMostExact))
+        {
+            number = number.dump();
+        }
+    }
+    return feature;
+}
+
 std::string Dumped(const Json& json)
 {
     return json.dump(-1, ' ', true, Json::error_handler_t::replace);
@@ -184,7 +200,7 @@ ViewedCamera& Site::CameraOf(const Request& request)
 std::shared_ptr<const ShownPicture> Site::PictureOf(const Request& request)
 {
     std::shared_ptr<const ShownPicture> picture = CameraOf(request).Picture().Newest();
-    if (!picture || !picture->problem.empty())
+    if (!picture || picture->samples.bytes.empty())
     {
         throw ToolFailure(ExitCode::Failure, picture ? picture->problem : "there is no picture yet");
     }
@@ -264,7 +280,7 @@ void Site::FeatureList(const Request& request, Response& response)
     Json all = Json::array();
     for (const std::string& name : names)
     {
-        camera.WithFeatures([&](Features& features) { all.push_back(ToJson(features.Read(name))); });
+        camera.WithFeatures([&](Features& features) { all.push_back(ForPage(features.Read(name))); });
     }
     Reply(response, {{"features", std::move(all)}});
 }
@@ -276,7 +292,7 @@ void Site::SetFeature(const Request& request, Response& response)
     Json now;
     CameraOf(request).WithFeatures([&](Features& features) {
         features.Set(setting);
-        now = ToJson(features.Read(setting.name));
+        now = ForPage(features.Read(setting.name));
     });
     Reply(response, now);
 }
@@ -303,6 +319,12 @@ void Site::Record(const Request& request, Response& response)
 
 void Site::Doctor(const Request& /*request*/, Response& response)
 {
+    // One at a time: a process for each of many pages would take from the stream.
+    const std::unique_lock alone(m_doctor, std::try_to_lock);
+    if (!alone)
+    {
+        throw ToolFailure(ExitCode::Failure, "the doctor is at work already, for another page; ask again in a while");
+    }
     Json examination = ExaminationJson(m_common);
     for (const auto& camera : m_cameras)
     {

@@ -7,6 +7,7 @@
 
 #include <httplib.h>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -56,6 +57,7 @@ class Site
     const std::string m_token;
     Cameras& m_cameras;
     Bell& m_bell;
+    std::mutex m_doctor; ///< held by the page for which the doctor works
 };
 
 } // namespace nq::tool::view

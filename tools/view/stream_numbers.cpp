@@ -31,12 +31,13 @@ double StreamNumbers::DelayOf(uint64_t cameraTimeNs, Clock::time_point now)
     return (static_cast<double>(offset) - static_cast<double>(*m_leastOffsetNs)) / 1e6;
 }
 
-void StreamNumbers::CountLost(const Frame& frame)
+void StreamNumbers::CountLost(const Frame& frame, Clock::time_point now)
 {
     const uint64_t missing = m_lastId && frame.frameId > *m_lastId ? frame.frameId - *m_lastId - 1 : 0;
     const uint64_t lost = missing - std::min(missing, m_refusedSince);
     m_lost += std::min(lost, UINT64_MAX - m_lost);
     m_open.lost += std::min(lost, UINT64_MAX - m_open.lost);
+    m_lastLoss = lost != 0 ? now : m_lastLoss;
     m_lastId = frame.frameId;
     m_refusedSince = 0;
 }
@@ -49,10 +50,11 @@ void StreamNumbers::Take(const Frame& frame, Clock::time_point now)
     {
         ++m_refused;
         ++m_refusedSince;
+        m_lastIncomplete = now;
         m_last.refusal = frame.refusal;
         return;
     }
-    CountLost(frame);
+    CountLost(frame, now);
     if (frame.cameraTimeNs)
     {
         m_open.delayMs = std::max(m_open.delayMs, DelayOf(*frame.cameraTimeNs, now));
@@ -64,6 +66,7 @@ void StreamNumbers::Take(const Frame& frame, Clock::time_point now)
     }
     m_lastArrival = now;
     m_incomplete += frame.incomplete ? 1 : 0;
+    m_lastIncomplete = frame.incomplete ? now : m_lastIncomplete;
     ++m_frames;
     ++m_open.frames;
     m_bytes += frame.size;
@@ -109,9 +112,15 @@ void StreamNumbers::CloseWindow(Clock::time_point now)
     m_windowStart = now;
 }
 
+nlohmann::ordered_json StreamNumbers::Ago(std::optional<Clock::time_point> when, Clock::time_point now)
+{
+    return when ? nlohmann::ordered_json(MsBetween(*when, now) / 1e3) : nlohmann::ordered_json(nullptr);
+}
+
 nlohmann::ordered_json StreamNumbers::Json(uint64_t afterWindow) const
 {
     using Json = nlohmann::ordered_json;
+    const Clock::time_point now = Clock::now();
     const std::lock_guard lock(m_mutex);
     Json windows = Json::array();
     for (const Window& one : m_windows)
@@ -131,6 +140,8 @@ nlohmann::ordered_json StreamNumbers::Json(uint64_t afterWindow) const
             {"lost", m_lost},
             {"incomplete", m_incomplete},
             {"refused", m_refused},
+            {"lost_ago_s", Ago(m_lastLoss, now)},
+            {"incomplete_ago_s", Ago(m_lastIncomplete, now)},
             {"refusal", m_last.refusal},
             {"bytes", m_bytes},
             {"frame_id", m_lastId ? Json(*m_lastId) : Json(nullptr)},

@@ -47,8 +47,11 @@ class StreamNumbers
     };
 
     double DelayOf(uint64_t cameraTimeNs, Clock::time_point now);
-    void CountLost(const Frame& frame);
+    void CountLost(const Frame& frame, Clock::time_point now);
     void CloseWindow(Clock::time_point now);
+
+    /// Seconds until now; null for what never was.
+    static nlohmann::ordered_json Ago(std::optional<Clock::time_point> when, Clock::time_point now);
 
     mutable std::mutex m_mutex; ///< guards what follows
     uint64_t m_frames = 0;
@@ -58,6 +61,8 @@ class StreamNumbers
     uint64_t m_bytes = 0;
     uint64_t m_refusedSince = 0; ///< after the last frame that was not refused
     std::optional<uint64_t> m_lastId;
+    std::optional<Clock::time_point> m_lastLoss;
+    std::optional<Clock::time_point> m_lastIncomplete; ///< or refused
     Frame m_last;
     std::optional<int64_t> m_leastOffsetNs; ///< between the clocks, as the quickest frame tells
     std::optional<Clock::time_point> m_start;

@@ -9,7 +9,9 @@
 #include "view/http_server.h"
 #include "view/site.h"
 #include "whole_number.h"
+#include "words.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <arpa/inet.h>
 #include <fmt/format.h>
@@ -166,7 +168,7 @@ void AddViewVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
     const std::map<std::string, PictureFormat> formats = {{"png", PictureFormat::Png}, {"raw", PictureFormat::Raw}};
     verb->add_option("--format", options->pictures.format,
                      "How recordings are written: png, or raw (as the camera sends)")
-        ->transform(CLI::CheckedTransformer(formats).description("png or raw"))
+        ->transform(OneOf(formats, "png or raw"))
         ->default_str("png");
     verb->callback([&, options] { chosen = [&common, options] { return View(common, *options); }; });
 }

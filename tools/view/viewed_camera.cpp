@@ -86,6 +86,22 @@ void ViewedCamera::BecomeLost(const std::string& text)
     Become("lost", why);
 }
 
+void ViewedCamera::BecomeUnusable(const ToolFailure& failure)
+{
+    if (failure.Code() == ExitCode::CameraInUse)
+    {
+        Become("taken", failure.Bare()); // how verbs are told to wait is no advice here: this one waits
+    }
+    else if (failure.Code() == ExitCode::CameraLost)
+    {
+        BecomeLost(failure.what());
+    }
+    else
+    {
+        Become("lost", failure.what());
+    }
+}
+
 bool ViewedCamera::HasControl()
 {
     const std::lock_guard lock(m_sessionMutex);
@@ -108,11 +124,15 @@ void ViewedCamera::Run()
         }
         catch (const StreamGivenUp&)
         {
-            Become("lost", "the producer gave the stream up");
+            Become("lost", "its stream broke off");
         }
         catch (const GenTLError& failure)
         {
             BecomeLost(failure.what());
+        }
+        catch (const ToolFailure& failure)
+        {
+            BecomeUnusable(failure);
         }
         catch (const std::exception& failure)
         {
@@ -122,7 +142,7 @@ void ViewedCamera::Run()
             const std::lock_guard lock(m_sessionMutex);
             m_session.reset();
         }
-        WaitWhile([this] { return m_state == "lost"; }, kRetry);
+        WaitWhile([this] { return m_state == "lost" || m_state == "taken"; }, kRetry);
     }
 }
 
@@ -144,6 +164,7 @@ void ViewedCamera::OpenAndStream()
     if (!m_paused)
     {
         m_numbers.BeginStream();
+        m_recorder.BeginStream();
         open.Start();
         Become("running");
         Stream(open);

@@ -63,6 +63,7 @@ class ViewedCamera
     void Stream(GrabSession& session);
     void Look(GrabSession& session, std::chrono::steady_clock::time_point& lastFrame);
     void BecomeLost(const std::string& text);
+    void BecomeUnusable(const ToolFailure& failure);
     void Become(const char* state, const std::string& text = "");
     bool Goes() const { return !m_stopping && !m_paused; }
     void WaitWhile(const std::function<bool()>& holds, std::chrono::milliseconds most);

@@ -4,7 +4,9 @@ import { post } from "./api.js";
 import { make, say } from "./dom.js";
 import { Screen } from "./screen.js";
 
-const words = { opening: "opening", running: "live", quiet: "no frames", paused: "paused", lost: "lost" };
+const words = { opening: "opening", running: "live", quiet: "no frames", paused: "paused", lost: "lost",
+  taken: "in use" };
+const waits = { lost: "the page goes on as soon as the camera answers", taken: "the page takes it as soon as it is free" };
 
 /** Means over the last second: what one window of 250 ms says jumps about. */
 function recent(windows) {
@@ -13,6 +15,26 @@ function recent(windows) {
   const delays = last.map(one => one.delay).filter(delay => delay !== null);
   return { rate: mean("rate"), megabytes: mean("megabytes"),
     delay: delays.length ? Math.max(...delays) : null };
+}
+
+const hints = {
+  "frames/s": "Frames that came in the last second",
+  "MB/s": "Megabytes of picture data that came in the last second, of a million bytes each",
+  delay: "The longest time in the last second that a frame came later than the quickest one",
+  lost: "Frames that the camera numbered and that never came, since this program shows it",
+  incomplete: "Frames of which a part was missing, or that could not be taken",
+  frame: "The number that the camera gave the newest frame",
+};
+const freshS = 10; // so long is a loss one of now
+
+/** How long ago, as coarse as it matters. */
+function agoText(seconds) {
+  if (seconds < freshS) {
+    return "just now";
+  }
+  const [count, unit] = seconds < 60 ? [Math.floor(seconds / 10) * 10, "s"]
+    : seconds < 3600 ? [Math.floor(seconds / 60), "min"] : [Math.floor(seconds / 3600), "h"];
+  return `last ${count} ${unit} ago`;
 }
 
 export class Camera {
@@ -35,13 +57,16 @@ export class Camera {
     this.notice = make("p", { className: "notice", textContent: "no picture yet" });
     this.recording = make("p", { className: "recording", role: "status", hidden: true });
     this.fields = {};
-    const numbers = make("dl", { className: "numbers" }, ...["frames/s", "MB/s", "delay", "lost", "incomplete", "frame"]
-      .map(name => make("div", {}, make("dt", { textContent: name }), this.fields[name] = make("dd", { textContent: "–" }))));
-    this.fields.delay.parentElement.title =
-      "The longest time in the last second that a frame came later than the quickest one";
+    const numbers = make("dl", { className: "numbers" }, ...Object.entries(hints).map(([name, title]) => make("div", { title },
+      make("dt", { textContent: name }), this.fields[name] = make("dd", { textContent: "–" }))));
+    this.agos = {};
+    for (const name of ["lost", "incomplete"]) {
+      this.fields[name].after(this.agos[name] = make("dd", { className: "ago", hidden: true }));
+    }
     this.element = make("article", { className: "camera" },
-      make("header", {}, this.title, this.state), this.why,
-      make("div", { className: "screen" }, this.canvas, this.notice, this.readout), this.tools(), this.recording, numbers);
+      make("header", {}, this.title, this.state),
+      make("div", { className: "screen" }, this.canvas, this.notice, this.readout, this.why), this.tools(), this.recording,
+      numbers);
     this.element.setAttribute("aria-labelledby", this.title.id);
   }
 
@@ -95,11 +120,11 @@ export class Camera {
     say(this.state, words[state]);
     this.state.className = `state ${state}`;
     this.element.classList.toggle("lost", state === "lost");
-    const why = this.refusal || about.text || numbers.refusal;
+    const why = this.refusal || (waits[state] ? `${about.text}; ${waits[state]}` : about.text || numbers.refusal);
     this.why.hidden = !why;
     this.why.classList.toggle("lost", state === "lost");
     say(this.why, why);
-    this.pause.disabled = state === "lost" || state === "opening";
+    this.pause.disabled = state === "opening" || state in waits;
     this.record.disabled = this.pause.disabled && !about.recording.running;
     say(this.pause, state === "paused" ? "Resume" : "Pause");
     this.takeNumbers(about.windows, numbers);
@@ -108,18 +133,29 @@ export class Camera {
       + "Arrow keys move a cursor that tells values, plus and minus zoom, 0 shows all.");
   }
 
+  /** What was told last need not hold any more. */
+  doubt() {
+    say(this.state, "not known");
+    this.state.className = "state unknown";
+    this.pause.disabled = this.record.disabled = true;
+  }
+
   takeNumbers(windows, numbers) {
     const streams = this.about.state === "running" || this.about.state === "quiet";
     const now = recent(streams ? windows : []);
-    const set = (name, text, bad = false) => {
-      say(this.fields[name], text);
-      this.fields[name].parentElement.classList.toggle("bad", bad);
+    const set = (name, text) => say(this.fields[name], text);
+    // What is wrong now is red, what once was is told.
+    const count = (name, number, ago) => {
+      set(name, String(number));
+      this.agos[name].hidden = ago === null;
+      say(this.agos[name], ago === null ? "" : agoText(ago));
+      this.fields[name].parentElement.classList.toggle("bad", ago !== null && ago < freshS);
     };
     set("frames/s", streams ? now.rate.toFixed(1) : "–");
     set("MB/s", streams ? now.megabytes.toFixed(1) : "–");
     set("delay", now.delay === null ? "–" : `${now.delay.toFixed(1)} ms`);
-    set("lost", String(numbers.lost), numbers.lost > 0);
-    set("incomplete", String(numbers.incomplete + numbers.refused), numbers.incomplete + numbers.refused > 0);
+    count("lost", numbers.lost, numbers.lost_ago_s);
+    count("incomplete", numbers.incomplete + numbers.refused, numbers.incomplete_ago_s);
     set("frame", numbers.frame_id === null ? "–" : String(numbers.frame_id));
   }
 
@@ -128,7 +164,9 @@ export class Camera {
     say(this.record, recording.running ? "Stop recording" : "Record");
     this.recording.hidden = !recording.folder;
     const frames = recording.frames === 1 ? "1 frame" : `${recording.frames} frames`;
-    say(this.recording, `${recording.running ? "recording" : "recorded"} ${frames} in ${recording.folder}`
+    const ended = recording.problem ? "failed: recorded" : "recorded";
+    this.recording.classList.toggle("failure", recording.problem !== "");
+    say(this.recording, `${recording.running ? "recording" : ended} ${frames} in ${recording.folder}`
       + (recording.waits ? `; the disk was too slow ${recording.waits} times` : "")
       + (recording.problem ? `; ${recording.problem}` : ""));
   }

@@ -23,7 +23,7 @@ const room = { left: 46, right: 8, top: 10, bottom: 18 };
 
 function niceTop(value) {
   const power = 10 ** Math.floor(Math.log10(value));
-  return [1, 2, 5, 10].map(one => one * power).find(one => one >= value);
+  return [1, 2, 4, 6, 8, 10].map(one => one * power).find(one => one >= value);
 }
 
 /** Draws `series`, each with a `colour` name and `points` [x, y]; `bars` from the ground up instead of lines. x goes from

@@ -30,6 +30,8 @@ function shownText(feature) {
 class Row {
   constructor(feature, panel) {
     this.panel = panel;
+    this.camera = panel.camera; // which may be another one by the time that an edit ends
+    this.cameraName = panel.cameraName;
     this.id = `feature-${feature.name}`;
     this.error = make("p", { className: "error", role: "alert", id: `${this.id}-error`, hidden: true });
     this.limits = make("p", { className: "limits number" });
@@ -93,6 +95,7 @@ class Row {
     if (this.kind === "command") {
       this.editor.setAttribute("aria-label", `Execute ${feature.name}`);
     }
+    this.element.dataset.kind = this.kind;
     const label = make("label", { htmlFor: id, title }, ...breakable(feature.name));
     this.field.replaceChildren(this.editor, ...(feature.unit ? [make("span", { className: "unit", textContent: feature.unit })] : []));
     this.element.firstChild.replaceChildren(label, this.field);
@@ -116,24 +119,29 @@ class Row {
   async apply() {
     const value = this.kind === "boolean" ? String(this.editor.checked) : this.editor.value;
     await this.act(async () => {
-      const now = await post("feature", { camera: this.panel.camera }, { name: this.feature.name, value });
+      const now = await post("feature", { camera: this.camera }, { name: this.feature.name, value });
       this.feature = now;
       this.fill(now);
     });
   }
 
   async execute() {
-    await this.act(() => post("execute", { camera: this.panel.camera }, { name: this.feature.name }));
+    await this.act(() => post("execute", { camera: this.camera }, { name: this.feature.name }));
   }
 
   async act(work) {
     try {
       await work();
       this.complain("");
+      this.panel.tellLate(""); // who sets another value has read it
       this.element.classList.add("set");
       setTimeout(() => this.element.classList.remove("set"), 800);
     } catch (failure) {
-      this.complain(failure.code === undefined ? failure.message : `${failure.message} (code ${failure.code})`);
+      const why = failure.code === undefined ? failure.message : `${failure.message} (code ${failure.code})`;
+      this.complain(why);
+      if (!this.element.isConnected) {
+        this.panel.tellLate(`${this.cameraName}: ${why}`);
+      }
     }
     this.panel.refresh(); // one feature changes others
   }
@@ -143,23 +151,36 @@ export class Features {
   constructor(element) {
     this.element = element;
     this.camera = 0;
+    this.cameraName = "";
     this.rows = new Map();
     this.search = make("input", { type: "search", placeholder: "name or description", oninput: () => this.filter() });
     this.level = make("select", { onchange: () => this.filter() },
       ...levels.map(name => make("option", { value: name, textContent: name, selected: name === "Expert" })));
     this.hint = make("p", { className: "hint", role: "status" });
     this.list = make("div");
+    this.lateHint = make("p", { className: "error", role: "alert", hidden: true });
     element.append(make("div", { className: "search" }, make("label", {}, "Search", this.search),
-      make("label", {}, "Visibility", this.level)), this.hint, this.list);
+      make("label", {}, "Visibility", this.level)), this.lateHint, this.hint, this.list);
     setInterval(() => this.refresh(), refreshMs);
   }
 
-  /** Shows those of that camera. */
-  choose(camera) {
+  /** Shows those of that camera. An edit that is under way ends, and goes to the camera where it began. */
+  choose(camera, name) {
+    if (this.list.contains(document.activeElement)) {
+      document.activeElement.blur();
+    }
+    this.tellLate("");
     this.camera = camera;
+    this.cameraName = name;
     this.list.replaceChildren();
     this.rows.clear();
     this.refresh();
+  }
+
+  /** What came of an edit whose field is not shown any more. */
+  tellLate(text) {
+    this.lateHint.hidden = !text;
+    say(this.lateHint, text);
   }
 
   /** Reads all anew. What is being edited stays. */

@@ -25,7 +25,7 @@ function choose(camera) {
   chosen = camera;
   cameras.forEach(one => one.element.classList.toggle("chosen", one === camera));
   say(part("chosen"), camera.about?.name ?? "");
-  features.choose(camera.index);
+  features.choose(camera.index, camera.about?.name ?? "");
   picture.choose(camera);
 }
 
@@ -57,5 +57,10 @@ function useTheme() {
 
 useTheme();
 makeTabs(document.querySelector("[role=tablist]"), panel => panel === "features" ? features.refresh() : picture.refresh());
-hearNumbers(take, alive => say(part("link"), alive ? "" : "nq-gev does not answer any more; this page tries on"));
+hearNumbers(take, alive => {
+  say(part("link"), alive ? "" : "nq-gev does not answer any more; this page tries on, and a new nq-gev prints a new address");
+  if (!alive) {
+    cameras.forEach(camera => camera.doubt());
+  }
+});
 showPictures((about, image) => cameras[about.camera]?.show(about, image));

@@ -8,7 +8,14 @@ const mostWindows = 480;
 export function hearNumbers(tell, link) {
   let history = [];
   let source = null;
+  let later = 0;
+  // A browser opens but few connections to one server, so there is never a second one of these.
+  const close = () => {
+    clearTimeout(later);
+    source?.close();
+  };
   const open = () => {
+    close();
     history = [];
     source = new EventSource("numbers");
     source.onmessage = event => {
@@ -21,16 +28,12 @@ export function hearNumbers(tell, link) {
       tell(cameras);
     };
     source.onerror = () => {
-      source.close();
+      close();
       link(false);
-      setTimeout(() => document.hidden || open(), 1000);
+      later = setTimeout(open, 1000);
     };
   };
-  document.addEventListener("visibilitychange", () => {
-    source.close();
-    if (!document.hidden) {
-      open();
-    }
-  });
-  open();
+  const turn = () => document.hidden ? close() : open();
+  document.addEventListener("visibilitychange", turn);
+  turn();
 }

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// Rate, loss and delay of a camera over the last two minutes.
+// Rate, loss and delay of a camera over the last two minutes, or less as long as less is known.
 import { drawChart } from "./chart.js";
 import { make, say } from "./dom.js";
 
-const spanS = 120;
+const spans = [10, 30, 60, 120]; // seconds; the shortest that has room for all that is known
+
 const subjects = [
   { id: "rate", title: "Rate", unit: "frames/s", colour: "accent", key: "rate" },
   { id: "lost", title: "Lost frames", unit: "", colour: "red", key: "lost", bars: true },
@@ -31,15 +32,18 @@ export class Plots {
     }
     const windows = about.windows;
     const to = windows.at(-1)?.end ?? 0;
+    const span = spans.find(one => one >= to - (windows[0]?.end ?? 0)) ?? spans.at(-1);
+    const spanText = span <= 60 ? `${span} seconds` : `${span / 60} minutes`;
     for (const plot of this.plots) {
-      const points = windows.filter(one => one.end > to - spanS && one[plot.key] !== null).map(one => [one.end, one[plot.key]]);
+      const points = windows.filter(one => one.end >= to - span && one[plot.key] !== null).map(one => [one.end, one[plot.key]]);
       const sum = points.reduce((all, point) => all + point[1], 0);
-      const told = plot.bars ? `${sum} in two minutes` : `${(points.at(-1)?.[1] ?? 0).toFixed(1)} ${plot.unit}`;
+      const told = plot.bars ? `${sum} in ${spanText}` : `${(points.at(-1)?.[1] ?? 0).toFixed(1)} ${plot.unit}`;
       say(plot.now, told);
-      plot.canvas.setAttribute("aria-label", `${plot.title} over the last two minutes, ${told}`);
+      plot.canvas.setAttribute("aria-label", `${plot.title} over the last ${spanText}, ${told}`);
       plot.canvas.dataset.sum = sum;
-      drawChart(plot.canvas, { series: [{ colour: plot.colour, points }], from: to - spanS, to, bars: plot.bars,
-        labels: ["2 minutes ago", "now"] });
+      plot.canvas.dataset.span = span;
+      drawChart(plot.canvas, { series: [{ colour: plot.colour, points }], from: to - span, to, bars: plot.bars,
+        labels: [`${spanText} ago`, "now"] });
     }
   }
 }

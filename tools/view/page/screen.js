@@ -9,7 +9,8 @@ const keyMoves = { ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, -1], Arr
 
 export class Screen {
   constructor(canvas, readout, camera) {
-    Object.assign(this, { canvas, readout, camera, image: null, cursor: null, line: null, from: null, values: null });
+    Object.assign(this, { canvas, readout, camera, image: null, cursor: null, line: null, from: null, values: null,
+      reading: false });
     this.fitted = true;
     this.scale = 1;
     this.left = 0;
@@ -61,6 +62,7 @@ export class Screen {
   }
 
   draw() {
+    this.tell();
     const { clientWidth: width, clientHeight: height } = this.canvas;
     const ratio = devicePixelRatio;
     if (this.canvas.width !== Math.round(width * ratio) || this.canvas.height !== Math.round(height * ratio)) {
@@ -92,11 +94,13 @@ export class Screen {
 
   async readValues() {
     const near = this.scale >= valuesFrom;
-    if (!this.image || document.hidden || (!near && !this.cursor)) {
+    if (!this.image || document.hidden || this.reading || (!near && !this.cursor)) {
       return;
     }
+    this.reading = true; // on a slow line answers come later than the next wish, which others would wait behind
     const wanted = near ? this.visible() : { ...this.cursor, width: 1, height: 1 };
     this.values = await get("pixels", { camera: this.camera, ...wanted }).catch(() => null);
+    this.reading = false;
     this.tell();
     if (near) {
       this.draw();
@@ -115,6 +119,8 @@ export class Screen {
     const spot = this.cursor;
     this.readout.hidden = !spot;
     if (spot) {
+      // Not where the pixel is that is looked at.
+      this.readout.classList.toggle("above", this.top + (spot.y + .5) * this.scale > this.canvas.clientHeight / 2);
       say(this.readout, `x ${spot.x}  y ${spot.y}  =  ${this.valueAt(spot)?.join(" ") ?? "…"}`);
     }
   }
@@ -174,7 +180,6 @@ export class Screen {
 
   setCursor(spot) {
     this.cursor = spot;
-    this.tell();
     this.draw();
   }
 
