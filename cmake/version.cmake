@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
-# Writes nq_version.h, for programs that link nq_version. As a script (cmake -Dsource=... -Dversion=... -Doutput=... -P) it
-# runs with each build, for a commit changes no file; a header that is right already keeps its time.
+# Writes nq_version.h, for programs that link nq_version, and nq-gev-standard, which is a script. As a script itself (cmake
+# -Dsource=... -Dversion=... -Doutput=... [-Dstandard=...] -P) it runs with each build, for a commit changes no file; a file
+# that is right already keeps its time.
 if(CMAKE_SCRIPT_MODE_FILE)
   # An archive that git made has the commit in a file. The work tree of another repository around it is not ours.
   file(STRINGS ${source}/cmake/commit.txt commit LIMIT_COUNT 1)
@@ -17,15 +18,19 @@ if(CMAKE_SCRIPT_MODE_FILE)
     endif()
   endif()
   configure_file(${source}/cmake/nq_version.h.in ${output} @ONLY)
+  if(standard)
+    configure_file(${source}/tools/nq-gev-standard.in ${standard} @ONLY)
+  endif()
   return()
 endif()
 
 set(version_folder ${PROJECT_BINARY_DIR}/version)
 set(write_version ${CMAKE_COMMAND} -Dsource=${PROJECT_SOURCE_DIR} -Dversion=${PROJECT_VERSION}
-  -Doutput=${version_folder}/nq_version.h -P ${CMAKE_CURRENT_LIST_FILE})
+  -Doutput=${version_folder}/nq_version.h -Dstandard=${PROJECT_BINARY_DIR}/nq-gev-standard -P ${CMAKE_CURRENT_LIST_FILE})
 # Also now: a linter reads sources of a folder in which nothing was built.
 execute_process(COMMAND ${write_version} COMMAND_ERROR_IS_FATAL ANY)
-add_custom_target(nq_version_header COMMAND ${write_version} BYPRODUCTS ${version_folder}/nq_version.h VERBATIM
+add_custom_target(nq_version_header COMMAND ${write_version} BYPRODUCTS ${version_folder}/nq_version.h
+  ${PROJECT_BINARY_DIR}/nq-gev-standard VERBATIM
   COMMENT "Asking for the commit")
 add_library(nq_version INTERFACE)
 target_include_directories(nq_version INTERFACE ${version_folder})

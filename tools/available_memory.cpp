@@ -76,11 +76,16 @@ uint64_t AvailableMemory()
     return std::min(AvailableOnMachine(), AvailableInGroup());
 }
 
+void MemoryBudget::Look()
+{
+    m_all = m_taken + m_takenHalf == 0 ? AvailableMemory() : m_all;
+}
+
 uint64_t MemoryBudget::Take(uint64_t size, uint64_t count)
 {
     const std::lock_guard lock(m_mutex);
-    m_all = m_taken == 0 ? AvailableMemory() : m_all;
-    const uint64_t left = m_all - m_taken;
+    Look();
+    const uint64_t left = m_all - m_taken - m_takenHalf;
     m_taken += size <= left / count ? size * count : 0;
     return left;
 }
@@ -89,6 +94,22 @@ void MemoryBudget::GiveBack(uint64_t bytes)
 {
     const std::lock_guard lock(m_mutex);
     m_taken -= bytes;
+}
+
+uint64_t MemoryBudget::TakeHalf(uint64_t size, uint64_t count)
+{
+    const std::lock_guard lock(m_mutex);
+    Look();
+    const uint64_t used = m_taken + m_takenHalf;
+    const uint64_t left = m_all / 2 - std::min(used, m_all / 2);
+    m_takenHalf += size <= left / count ? size * count : 0;
+    return left;
+}
+
+void MemoryBudget::GiveBackHalf(uint64_t bytes)
+{
+    const std::lock_guard lock(m_mutex);
+    m_takenHalf -= bytes;
 }
 
 uint64_t MemoryBudget::Taken()

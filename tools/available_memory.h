@@ -20,13 +20,20 @@ class MemoryBudget
     uint64_t Take(uint64_t size, uint64_t count);
     void GiveBack(uint64_t bytes);
 
-    /// What all of them have taken, in bytes.
+    /// The same for memory that others can do without: together these take half of it at most.
+    uint64_t TakeHalf(uint64_t size, uint64_t count);
+    void GiveBackHalf(uint64_t bytes);
+
+    /// What all of them have taken by Take(), in bytes.
     uint64_t Taken();
 
   private:
+    void Look();
+
     std::mutex m_mutex; ///< guards what follows
     uint64_t m_all = 0; ///< what there was before anybody took any
     uint64_t m_taken = 0;
+    uint64_t m_takenHalf = 0;
 };
 
 } // namespace nq::tool

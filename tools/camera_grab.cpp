@@ -43,7 +43,11 @@ void CameraGrab::Fail(const ToolFailure& failure)
 void CameraGrab::Grab()
 {
     std::unique_ptr<GrabSession> session = OpenFreeCamera();
-    Grabber grabber(*session, m_share.options, m_camera, m_share.report);
+    if (!m_share.options.onEvent.empty())
+    {
+        session->ListenTo(m_share.options.onEvent);
+    }
+    Grabber grabber(*session, m_share.options, m_camera, m_share.report, m_share.memory);
     if (!StopAsked())
     {
         session->Start();
@@ -53,6 +57,7 @@ void CameraGrab::Grab()
     grabber.Finish();
     m_ran = true;
     m_totals = grabber.Totals();
+    m_bursts = grabber.Bursts();
     m_failure = grabber.Failure();
 }
 

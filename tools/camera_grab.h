@@ -37,6 +37,7 @@ class CameraGrab
     /// Whether the stream ran, so that there is something to sum up.
     bool Ran() const { return m_ran; }
     const GrabTotals& Totals() const { return m_totals; }
+    const BurstPlan& Bursts() const { return m_bursts; }
     const std::optional<ToolFailure>& Failure() const { return m_failure; }
 
   private:
@@ -48,6 +49,7 @@ class CameraGrab
     GrabShare& m_share;
     bool m_ran = false;
     GrabTotals m_totals;
+    BurstPlan m_bursts{0, {}};
     std::optional<ToolFailure> m_failure;
 };
 

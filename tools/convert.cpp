@@ -18,11 +18,6 @@ namespace fs = std::filesystem;
 namespace
 {
 
-[[noreturn]] void Fail(const std::string& text)
-{
-    throw ToolFailure(ExitCode::Failure, text);
-}
-
 /// The picture without what may stand behind its rows.
 Picture PictureOf(const RecordingFile& file, const ContainerImage& image)
 {
@@ -74,7 +69,9 @@ class Attempts
     {
         if (m_failed != 0)
         {
-            Fail(m_failed == 1 ? m_first : fmt::format("{}; and {} failures more", m_first, m_failed - 1));
+            Fail(m_failed == 1   ? m_first
+                 : m_failed == 2 ? m_first + "; and one failure more"
+                                 : fmt::format("{}; and {} failures more", m_first, m_failed - 1));
         }
     }
 
@@ -127,7 +124,7 @@ void Converter::ConvertContainers(const RecordingFile& file, ConvertedFile& resu
 {
     ContainerReader reader(file);
     Attempts attempts;
-    while (!StopAsked())
+    for (bool isFirst = true; !StopAsked(); isFirst = false)
     {
         std::optional<std::vector<ContainerImage>> images;
         attempts.Try([&] { images = reader.Next(); });
@@ -135,7 +132,7 @@ void Converter::ConvertContainers(const RecordingFile& file, ConvertedFile& resu
         {
             break;
         }
-        m_single = result.pictures.empty() && images->size() == 1 && reader.Behind() == file.Size();
+        m_single = isFirst && images->size() == 1 && reader.Behind() == file.Size();
         for (size_t at = 0; at < images->size() && !StopAsked(); ++at)
         {
             attempts.Try([&] { Write(PictureOf(file, (*images)[at]), at, result); });

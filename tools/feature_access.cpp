@@ -200,8 +200,7 @@ void Features::Selected(const FeatureName& name, const std::function<void()>& wo
         {
             std::vector<std::string> moved(before.size());
             std::transform(before.begin(), before.end(), moved.begin(), [](const auto& one) { return one.first; });
-            throw ToolFailure(failure.Code(),
-                              fmt::format("{}; {} may stand elsewhere now", failure.what(), Joined(moved, ", ")));
+            throw ToolFailure(failure.With(fmt::format("; {} may stand elsewhere now", Joined(moved, ", "))));
         }
         throw;
     }
@@ -317,7 +316,7 @@ void Features::SetAll(const std::vector<std::string>& settings)
     {
         const bool unknown = failure.Code() == ExitCode::CameraLost && done.size() < parsed.size();
         const std::string state = unknown && done.empty() ? "" : StateText(done);
-        throw ToolFailure(failure.Code(), failure.what() + state + (unknown ? "; this one may be set or not" : ""));
+        throw ToolFailure(failure.With(state + (unknown ? "; this one may be set or not" : "")));
     }
 }
 

@@ -77,6 +77,7 @@ ordered_json ToJson(const Reading& reading)
 
 void PrintJson(const ordered_json& json)
 {
+    // ASCII alone, so that no terminal obeys a name; what is no UTF-8 becomes U+FFFD.
     fmt::print("{}\n", json.dump(2, ' ', true, ordered_json::error_handler_t::replace));
 }
 

@@ -7,13 +7,6 @@
 namespace nq::tool
 {
 
-namespace
-{
-
-constexpr size_t kMaxSide = 1'000'000; // pixels; libpng writes no larger ones
-
-} // namespace
-
 size_t BitsPerPixel(uint64_t pixelFormat)
 {
     return pixelFormat <= UINT32_MAX ? (pixelFormat >> 16) & 0xFF : 0;

@@ -4,6 +4,7 @@
 
 #include "GenTL/GenTL.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -11,6 +12,8 @@
 
 namespace nq::tool
 {
+
+constexpr size_t kMaxSide = 1'000'000; ///< pixels; libpng writes no larger ones
 
 /// One delivered frame. The data is valid until the buffer is queued again.
 struct Frame
@@ -29,7 +32,8 @@ struct Frame
     uint32_t offsetX = 0;                 ///< of the region on the sensor, in pixels; 0 where it is not told
     uint32_t offsetY = 0;                 ///< in lines
     bool incomplete = false;
-    std::string refusal; ///< why nothing of the frame may be read; empty for a good one
+    std::chrono::steady_clock::time_point arrived; ///< when the producer gave it
+    std::string refusal;                           ///< why nothing of the frame may be read; empty for a good one
 };
 
 /// PFNC names the bits of a pixel in its formats; 0 for what is none of them.

@@ -36,11 +36,6 @@ void Put(uint8_t* at, Number number)
     }
 }
 
-[[noreturn]] void Fail(const std::string& text)
-{
-    throw ToolFailure(ExitCode::Failure, text);
-}
-
 /// All headers of one container, read with a look at where they end.
 class Descriptor
 {

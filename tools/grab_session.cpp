@@ -89,8 +89,7 @@ GrabSession::GrabSession(Interface& interface, const CameraEntry& camera, Buffer
         {
             ConfirmControl(m_library, m_port, camera);
         }
-        m_acquisition =
-            std::make_unique<RemoteAcquisition>(PortAccess(m_library, m_port, "the camera " + m_cameraId), settings);
+        m_acquisition = std::make_unique<RemoteAcquisition>(PortAccess(m_library, m_port, camera), settings);
         OpenStream();
         AnnounceBuffers(origin, bufferCount);
     }
@@ -119,6 +118,7 @@ void GrabSession::Close()
         m_library.GCUnregisterEvent(m_stream, GenTL::EVENT_NEW_BUFFER);
         m_library.DSClose(m_stream);
     }
+    m_events.reset();
     if (m_device != nullptr)
     {
         m_library.DevClose(m_device);
@@ -202,6 +202,11 @@ void GrabSession::AnnounceBuffers(BufferOrigin origin, size_t count)
     }
 }
 
+void GrabSession::ListenTo(const std::string& event)
+{
+    m_events = std::make_unique<CameraEvents>(m_library, m_device, *m_acquisition, event);
+}
+
 void GrabSession::Start()
 {
     m_acquisition->LockPayload(true);
@@ -252,6 +257,13 @@ std::string GrabSession::WhyNoStart(GenTL::GC_ERROR code) const
                "message that the port of its RDMA device tells of: take a smaller picture, or --answers stated, which "
                "does not ask the port.";
     }
+    if (RunsOnSoftwareRdma())
+    {
+        return fmt::format("The camera {} answers on its control channel but refused or did not answer the RDMA "
+                           "connection: it has to run on software RDMA too (nq-gev-camera --software-rdma), on this "
+                           "machine and as the same user.",
+                           m_address);
+    }
     const std::string advice = SoftwareRdmaAdvice();
     return fmt::format("The camera {} answers on its control channel{}", m_address,
                        advice.empty()
@@ -282,6 +294,7 @@ std::optional<Frame> GrabSession::Next(uint64_t timeoutMs)
     GenTL::EVENT_NEW_BUFFER_DATA data{};
     size_t size = sizeof data;
     const GenTL::GC_ERROR code = m_library.EventGetData(m_newBuffer, &data, &size, timeoutMs);
+    const auto now = std::chrono::steady_clock::now();
     if (code == GenTL::GC_ERR_TIMEOUT || (code == GenTL::GC_ERR_SUCCESS && data.BufferHandle == nullptr))
     {
         return std::nullopt;
@@ -294,6 +307,7 @@ std::optional<Frame> GrabSession::Next(uint64_t timeoutMs)
     m_anyFrame = true;
     Frame frame;
     frame.buffer = data.BufferHandle;
+    frame.arrived = now;
     frame.refusal = Describe(frame);
     return frame;
 }
@@ -396,7 +410,10 @@ std::string GrabSession::WhyNoFrames()
     m_silent = !ReadRegister(kControlPrivilegeRegister);
     if (m_silent)
     {
-        return fmt::format("the camera {} went silent: its control channel does not answer", m_address);
+        return fmt::format(
+            "the camera {0} went silent: its control channel does not answer (`nq-gev doctor --camera {0}` "
+            "tells more)",
+            m_address);
     }
     if (m_ours && ReadRegister(kStreamEnableRegister) == 0U)
     {

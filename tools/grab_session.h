@@ -3,6 +3,7 @@
 #pragma once
 
 #include "available_memory.h"
+#include "camera_events.h"
 #include "camera_tree.h"
 #include "frame.h"
 #include "remote_acquisition.h"
@@ -87,6 +88,15 @@ class GrabSession
     /// The camera's part of the acquisition, with its features.
     RemoteAcquisition& Acquisition() { return *m_acquisition; }
 
+    /// Listens to the event of the camera with that name. Throws ToolFailure when that is impossible.
+    void ListenTo(const std::string& event);
+
+    /// Whether that event came since the last call.
+    bool EventCame() { return m_events && m_events->Came(); }
+
+    /// Bytes of a frame at most.
+    uint64_t FrameBytes() const { return m_bufferBytes; }
+
   private:
     /// What has to be undone, in this order, whether construction failed half way or the session ends.
     void Close();
@@ -115,6 +125,7 @@ class GrabSession
     GenTL::DS_HANDLE m_stream = nullptr;
     GenTL::EVENT_HANDLE m_newBuffer = nullptr;
     std::unique_ptr<RemoteAcquisition> m_acquisition; ///< there once the camera is open
+    std::unique_ptr<CameraEvents> m_events;           ///< null when nobody listens
     std::vector<GenTL::BUFFER_HANDLE> m_buffers;
     std::vector<GenTL::BUFFER_HANDLE> m_seenIncomplete;
     std::vector<BufferMemory> m_memory; ///< of the buffer of the same index; empty for those of the library

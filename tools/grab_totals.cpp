@@ -19,11 +19,13 @@ nlohmann::ordered_json NumberOrNull(std::optional<double> number)
 
 void GrabTotals::Arrived(Clock::time_point now, size_t size)
 {
-    if (frames == 0)
+    if (!m_paused)
     {
-        m_first = now;
-        m_firstBytes = size;
+        m_time += now - m_last;
+        ++m_timedFrames;
+        m_timedBytes += size;
     }
+    m_paused = false;
     m_last = now;
     ++frames;
     bytes += size;
@@ -31,17 +33,17 @@ void GrabTotals::Arrived(Clock::time_point now, size_t size)
 
 std::optional<double> GrabTotals::PerSecond(double amount) const
 {
-    return frames > 1 && m_last > m_first ? std::optional(amount / Seconds()) : std::nullopt;
+    return m_time > Clock::duration::zero() ? std::optional(amount / Seconds()) : std::nullopt;
 }
 
 std::optional<double> GrabTotals::FramesPerSecond() const
 {
-    return PerSecond(static_cast<double>(frames) - 1);
+    return PerSecond(static_cast<double>(m_timedFrames));
 }
 
 std::optional<double> GrabTotals::MegabytesPerSecond() const
 {
-    return PerSecond(static_cast<double>(bytes - m_firstBytes) / 1e6);
+    return PerSecond(static_cast<double>(m_timedBytes) / 1e6);
 }
 
 nlohmann::ordered_json GrabTotals::Json() const
@@ -60,8 +62,13 @@ nlohmann::ordered_json GrabTotals::Json() const
 
 std::string GrabTotals::Text() const
 {
-    std::string text = fmt::format("pictures   {}\nframes     {}\nlost       {}\nincomplete {}\nunderruns  {}\n",
-                                   pictures, frames, lost, incomplete, underruns);
+    return fmt::format("pictures   {}\n", pictures) + StreamText();
+}
+
+std::string GrabTotals::StreamText() const
+{
+    std::string text = fmt::format("frames     {}\nlost       {}\nincomplete {}\nunderruns  {}\n", frames, lost,
+                                   incomplete, underruns);
     if (refused != 0)
     {
         text += fmt::format("refused    {}\n", refused);

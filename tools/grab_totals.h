@@ -25,15 +25,19 @@ struct GrabTotals
     uint64_t bytes = 0;
     uint64_t wrongBytes = 0;
     size_t pictures = 0;
-    uint64_t waits = 0; ///< how often a frame had to wait because pictures were written too slowly
+    uint64_t waits = 0;      ///< how often a frame had to wait because pictures were written too slowly
+    uint64_t ringWrites = 0; ///< how often what was kept was written
 
     /// Counts one more frame of `size` bytes that came `now`.
     void Arrived(Clock::time_point now, size_t size);
 
-    /// Seconds from the first to the last frame.
-    double Seconds() const { return std::chrono::duration<double>(m_last - m_first).count(); }
+    /// The time up to the next frame does not count.
+    void Pause() { m_paused = true; }
 
-    /// What came after the first frame, by the time that it took; nothing before the second frame.
+    /// Seconds from the first to the last frame, without pauses.
+    double Seconds() const { return std::chrono::duration<double>(m_time).count(); }
+
+    /// What came after the first frame, and not behind a pause, by the time that it took; nothing before that.
     std::optional<double> FramesPerSecond() const;
     std::optional<double> MegabytesPerSecond() const;
 
@@ -43,12 +47,17 @@ struct GrabTotals
     /// The summary as lines of text.
     std::string Text() const;
 
+    /// The same without the pictures.
+    std::string StreamText() const;
+
   private:
     std::optional<double> PerSecond(double amount) const;
 
-    Clock::time_point m_first{};
+    bool m_paused = true; ///< up to the next frame
     Clock::time_point m_last{};
-    size_t m_firstBytes = 0;
+    Clock::duration m_time{};
+    uint64_t m_timedFrames = 0; ///< those at the ends of m_time
+    uint64_t m_timedBytes = 0;
 };
 
 } // namespace nq::tool

@@ -2,12 +2,12 @@
 // The loop of a grab: takes frames, counts and checks them, and hands them on.
 #include "grabber.h"
 
-#include "name_pattern.h"
 #include "stop_signals.h"
+#include "write_requests.h"
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
+#include <string_view>
 #include <utility>
 
 namespace nq::tool
@@ -15,14 +15,28 @@ namespace nq::tool
 
 using Clock = GrabTotals::Clock;
 
-Grabber::Grabber(GrabSession& session, const GrabOptions& options, GrabbedCamera camera, GrabReport& report)
-    : m_session(session), m_options(options), m_camera(std::move(camera)), m_report(report)
+Grabber::Grabber(GrabSession& session, const GrabOptions& options, GrabbedCamera camera, GrabReport& report,
+                 MemoryBudget& memory)
+    : m_session(session), m_options(options), m_camera(std::move(camera)), m_report(report),
+      m_bursts(options.burst, std::chrono::seconds(options.everyS))
 {
-    if (!options.pictures.out.empty())
+    if (options.pictures.out.empty())
     {
-        PictureOptions pictures = options.pictures;
-        pictures.camera = m_camera.name;
-        m_writer = std::make_unique<PictureWriter>(pictures);
+        return;
+    }
+    PictureOptions pictures = options.pictures;
+    pictures.camera = m_camera.name;
+    if (options.ringS != 0)
+    {
+        pictures.queuedBytes = pictures.queued = SIZE_MAX; // the ring bounds them
+    }
+    m_writer = std::make_unique<PictureWriter>(pictures);
+    if (options.ringS != 0)
+    {
+        std::optional<double> rate = session.Acquisition().FrameRate();
+        rate = rate ? std::optional(*rate / static_cast<double>(options.saveEvery)) : rate;
+        const FrameRing::Need need{std::chrono::seconds(options.ringS), session.FrameBytes(), rate};
+        m_ring = std::make_unique<RingRecording>(options, m_camera, report, *m_writer, need, memory);
     }
 }
 
@@ -46,8 +60,20 @@ void Grabber::Run()
             const std::optional<Frame> frame = WaitForFrame();
             if (frame)
             {
-                Take(*frame, Clock::now());
+                const BurstPlan::Place place = m_bursts.Next(frame->arrived);
+                if (place == BurstPlan::Place::First)
+                {
+                    BeginBurst();
+                }
+                if (place != BurstPlan::Place::Between)
+                {
+                    Take(*frame);
+                }
                 m_session.Requeue(*frame);
+                if (m_report.times != nullptr)
+                {
+                    m_report.times->Add(frame->arrived, Clock::now());
+                }
             }
             else if (!StopAsked() && (!TimeIsOver() || m_totals.frames == 0))
             {
@@ -67,6 +93,10 @@ void Grabber::Run()
     {
         m_failure.emplace(ExitCode::Failure, error.what());
     }
+    if (m_report.times != nullptr)
+    {
+        m_report.times->End();
+    }
     m_totals.underruns = m_session.Underruns();
 }
 
@@ -76,16 +106,28 @@ void Grabber::Finish()
     {
         return;
     }
-    try
+    const auto attempt = [this](auto& part) {
+        try
+        {
+            part.Finish();
+        }
+        catch (const ToolFailure& failure)
+        {
+            if (m_failure && std::string_view(m_failure->what()) != failure.what())
+            {
+                m_report.progress.Say(m_camera.index, failure.what()); // beside that, which has the exit code
+            }
+            m_failure = m_failure ? m_failure : failure;
+        }
+    };
+    if (m_ring)
     {
-        m_writer->Finish();
+        attempt(*m_ring);
+        m_totals.ringWrites = m_ring->Writes();
     }
-    catch (const ToolFailure& failure)
-    {
-        m_failure = m_failure ? m_failure : failure;
-    }
+    attempt(*m_writer);
     m_totals.pictures = m_writer->Written();
-    m_totals.waits = m_writer->Waits();
+    m_totals.waits += m_writer->Waits();
 }
 
 std::optional<ToolFailure> Grabber::Failure() const
@@ -129,10 +171,13 @@ std::string Grabber::Refusals() const
 std::optional<Frame> Grabber::WaitForFrame()
 {
     constexpr uint64_t kSliceMs = 200; // how soon a signal is noticed
-    for (uint64_t waited = 0; waited < m_options.frameTimeoutMs && !StopAsked() && !TimeIsOver(); waited += kSliceMs)
+    uint64_t slice = 0;
+    for (uint64_t waited = 0; waited < m_options.frameTimeoutMs && !StopAsked() && !TimeIsOver(); waited += slice)
     {
         m_report.progress.Show(m_camera.index, m_totals);
-        if (std::optional<Frame> frame = m_session.Next(std::min(kSliceMs, m_options.frameTimeoutMs - waited)))
+        TendRing();
+        slice = std::min(m_ring && m_ring->IsBusy() ? 1 : kSliceMs, m_options.frameTimeoutMs - waited);
+        if (std::optional<Frame> frame = m_session.Next(slice))
         {
             return frame;
         }
@@ -140,15 +185,35 @@ std::optional<Frame> Grabber::WaitForFrame()
     return std::nullopt;
 }
 
-void Grabber::Take(const Frame& frame, Clock::time_point arrival)
+void Grabber::TendRing()
+{
+    if (!m_ring)
+    {
+        return;
+    }
+    if (m_session.EventCame())
+    {
+        RequestWrite();
+    }
+    m_ring->Tend();
+}
+
+/// What is missing before it is missed by nobody.
+void Grabber::BeginBurst()
+{
+    m_totals.Pause();
+    m_lastId.reset();
+    m_refusedSince = 0;
+}
+
+void Grabber::Take(const Frame& frame)
 {
     const bool refused = !frame.refusal.empty();
-    const uint64_t missing =
-        !refused && m_totals.frames > 0 && frame.frameId > m_lastId ? frame.frameId - m_lastId - 1 : 0;
+    const uint64_t missing = !refused && m_lastId && frame.frameId > *m_lastId ? frame.frameId - *m_lastId - 1 : 0;
     const uint64_t lost = missing - std::min(missing, m_refusedSince); // refused ones are counted as such
     const auto now = std::chrono::system_clock::now();
     const bool wanted = m_writer && !refused && m_totals.frames % m_options.saveEvery == 0;
-    if (m_report.metadata)
+    if (m_report.metadata && !m_ring)
     {
         Note(frame, lost, now, wanted);
     }
@@ -161,17 +226,40 @@ void Grabber::Take(const Frame& frame, Clock::time_point arrival)
     }
     m_refusedSince = 0;
     m_totals.lost += std::min(lost, UINT64_MAX - m_totals.lost);
+    m_lostSinceKept += lost;
     m_lastId = frame.frameId;
+    if (m_ring && !Keep(frame, now, wanted))
+    {
+        return;
+    }
     m_totals.incomplete += frame.incomplete ? 1 : 0;
-    m_totals.Arrived(arrival, frame.size);
+    m_totals.Arrived(frame.arrived, frame.size);
     if (m_options.verify)
     {
         Verify(frame);
     }
-    if (wanted)
+    if (wanted && !m_ring)
     {
         m_writer->Write(frame, now);
     }
+}
+
+/// False for a frame that has no room: it is lost, as if there had been no buffer for it.
+bool Grabber::Keep(const Frame& frame, std::chrono::system_clock::time_point now, bool wanted)
+{
+    if (!wanted)
+    {
+        return true;
+    }
+    if (m_ring->Keep(frame, now, m_lostSinceKept))
+    {
+        m_lostSinceKept = 0;
+        return true;
+    }
+    ++m_lostSinceKept;
+    m_totals.lost += m_totals.lost == UINT64_MAX ? 0 : 1;
+    ++m_totals.waits;
+    return false;
 }
 
 void Grabber::Verify(const Frame& frame)
@@ -188,35 +276,16 @@ void Grabber::Verify(const Frame& frame)
 
 void Grabber::Note(const Frame& frame, uint64_t lostBefore, std::chrono::system_clock::time_point now, bool wanted)
 {
-    const auto numberOrNull = [](std::optional<uint64_t> number) {
-        return number ? nlohmann::ordered_json(*number) : nlohmann::ordered_json(nullptr);
-    };
-    nlohmann::ordered_json flags = nlohmann::ordered_json::array();
-    if (frame.incomplete)
+    nlohmann::ordered_json line = FrameLine(frame, m_camera, lostBefore, now);
+    if (m_options.burst != 0)
     {
-        flags.push_back("incomplete");
+        line["burst"] = m_bursts.Begun();
     }
-    if (!frame.refusal.empty())
-    {
-        flags.push_back("refused");
-    }
-    nlohmann::ordered_json line = {{"id", frame.frameId},
-                                   {"camera", m_camera.name},
-                                   {"camera_id", m_camera.id},
-                                   {"camera_time", numberOrNull(frame.cameraTime)},
-                                   {"camera_time_ns", numberOrNull(frame.cameraTimeNs)},
-                                   {"arrival", TimeText(now)},
-                                   {"size", frame.size},
-                                   {"width", frame.width},
-                                   {"height", frame.height},
-                                   {"pixel_format", fmt::format("0x{:08x}", frame.pixelFormat)},
-                                   {"flags", flags},
-                                   {"lost_before", lostBefore}};
     if (m_writer && m_options.pictures.out != "-")
     {
         line["file"] = wanted ? nlohmann::ordered_json(m_writer->NameOf(frame.frameId, now)) : nullptr;
     }
-    m_report.metadata->Add(line.dump(-1, ' ', true, nlohmann::ordered_json::error_handler_t::replace));
+    AddLine(*m_report.metadata, line);
 }
 
 std::string LossComplaint(const GrabTotals& totals, const GrabOptions& options)
@@ -245,8 +314,8 @@ std::string LossComplaint(const GrabTotals& totals, const GrabOptions& options)
     }
     else if (totals.lost != 0 && options.buffers < kMostBuffers)
     {
-        text += fmt::format("; more buffers bridge the time in which none is free: nq-gev grab --buffers {}",
-                            std::min(options.buffers * 4, kMostBuffers));
+        text += fmt::format("; more buffers bridge the time in which none is free: nq-gev {} --buffers {}",
+                            options.verb, std::min(options.buffers * 4, kMostBuffers));
     }
     if (totals.incomplete != 0)
     {

@@ -2,14 +2,15 @@
 // The loop of a grab: takes frames, counts and checks them, and hands them on.
 #pragma once
 
+#include "burst_plan.h"
 #include "exit_codes.h"
 #include "grab_options.h"
+#include "grab_report.h"
 #include "grab_session.h"
 #include "grab_totals.h"
-#include "metadata_file.h"
 #include "moving_ramp.h"
 #include "picture_writer.h"
-#include "progress.h"
+#include "ring_recording.h"
 
 #include <memory>
 #include <optional>
@@ -18,28 +19,14 @@
 namespace nq::tool
 {
 
-/// Where the grabbers of all cameras tell of their frames.
-struct GrabReport
-{
-    Progress progress;
-    std::unique_ptr<MetadataFile> metadata; ///< null for none
-};
-
-/// One camera among those of a grab.
-struct GrabbedCamera
-{
-    size_t index; ///< in the report
-    std::string id;
-    std::string name; ///< short, for files and people
-};
-
 /// Takes frames until the count is reached, the time is over, none comes in time, a file cannot be written, or a signal
 /// asks to stop.
 class Grabber
 {
   public:
-    /// Throws ToolFailure when there is no place for pictures.
-    Grabber(GrabSession& session, const GrabOptions& options, GrabbedCamera camera, GrabReport& report);
+    /// Throws ToolFailure when there is no place for pictures, or no `memory` for those that are to be kept.
+    Grabber(GrabSession& session, const GrabOptions& options, GrabbedCamera camera, GrabReport& report,
+            MemoryBudget& memory);
 
     /// Runs to the end; what went wrong on the way is in Failure().
     void Run();
@@ -48,6 +35,7 @@ class Grabber
     void Finish();
 
     const GrabTotals& Totals() const { return m_totals; }
+    const BurstPlan& Bursts() const { return m_bursts; }
 
     /// What went wrong, if anything did, by its rank: a failure on the way, frames that stopped coming, refused
     /// frames, lost ones beyond what is allowed.
@@ -55,7 +43,10 @@ class Grabber
 
   private:
     std::optional<Frame> WaitForFrame();
-    void Take(const Frame& frame, GrabTotals::Clock::time_point arrival);
+    void TendRing();
+    void BeginBurst();
+    void Take(const Frame& frame);
+    bool Keep(const Frame& frame, std::chrono::system_clock::time_point now, bool wanted);
     void Verify(const Frame& frame);
     bool WantsMore() const;
     bool TimeIsOver() const { return m_options.durationS != 0 && GrabTotals::Clock::now() >= m_end; }
@@ -74,12 +65,15 @@ class Grabber
     const GrabbedCamera m_camera;
     GrabReport& m_report;
     std::unique_ptr<PictureWriter> m_writer;
+    std::unique_ptr<RingRecording> m_ring; ///< null when frames are written as they come
     MovingRamp m_ramp;
     GrabTotals m_totals;
+    BurstPlan m_bursts;
     std::string m_firstRefusal;
     std::optional<ToolFailure> m_failure;
-    uint64_t m_lastId = 0;                 ///< of the last frame that was not refused
+    std::optional<uint64_t> m_lastId;      ///< of the last frame that was not refused, in this burst
     uint64_t m_refusedSince = 0;           ///< refused frames after that one
+    uint64_t m_lostSinceKept = 0;          ///< lost frames after the last one that the ring got
     GrabTotals::Clock::time_point m_end{}; ///< of --duration
 };
 

@@ -119,4 +119,20 @@ std::optional<int64_t> InfoInteger(const InfoAnswer& answer)
     return value.is_number_integer() ? std::optional(value.get<int64_t>()) : std::nullopt;
 }
 
+std::optional<int64_t> EventNumber(GenTLLibrary& library, GenTL::EVENT_HANDLE event, std::string_view record)
+{
+    const auto ask = [&](GenTL::EVENT_DATA_INFO_CMD command) {
+        return AskInfo([&](GenTL::INFO_DATATYPE* type, void* buffer, size_t* size) {
+            return library.EventGetDataInfo(event, record.data(), record.size(), command, type, buffer, size);
+        });
+    };
+    const InfoAnswer number = ask(GenTL::EVENT_DATA_NUMID);
+    if (number.code == GenTL::GC_ERR_SUCCESS)
+    {
+        return InfoInteger(number);
+    }
+    const std::string text = InfoString(ask(GenTL::EVENT_DATA_ID)).value_or("");
+    return text.empty() ? std::nullopt : std::optional<int64_t>(std::strtoll(text.c_str(), nullptr, 16));
+}
+
 } // namespace nq::tool

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace nq::tool
 {
@@ -33,5 +34,8 @@ std::optional<std::string> InfoString(const InfoAnswer& answer);
 
 /// The number of an answer; nothing where there is none.
 std::optional<int64_t> InfoInteger(const InfoAnswer& answer);
+
+/// The number of an event by its record, which producers tell as a number or as a hexadecimal text.
+std::optional<int64_t> EventNumber(GenTLLibrary& library, GenTL::EVENT_HANDLE event, std::string_view record);
 
 } // namespace nq::tool

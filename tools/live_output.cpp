@@ -2,6 +2,9 @@
 // Verbs that print what happens, line by line, until they are stopped.
 #include "live_output.h"
 
+#include <CLI/CLI.hpp>
+
+#include "standard_output.h"
 #include "stop_signals.h"
 #include "whole_number.h"
 
@@ -10,7 +13,6 @@
 #include <ctime>
 #include <fmt/chrono.h>
 #include <poll.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace nq::tool
@@ -23,7 +25,7 @@ namespace
 
 [[noreturn]] void ThrowUnwritten(int error)
 {
-    throw ToolFailure(ExitCode::Failure, "cannot write the output: " + std::generic_category().message(error));
+    throw ToolFailure(ExitCode::Failure, UnwrittenText(error));
 }
 
 } // namespace

@@ -4,11 +4,15 @@
 
 #include "exit_codes.h"
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
+
+namespace CLI
+{
+class App;
+} // namespace CLI
 
 namespace nq::tool
 {

@@ -8,14 +8,19 @@
 #include "standard_output.h"
 #include "verbs.h"
 #include "whole_number.h"
+#include "write_requests.h"
 
+#include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <fcntl.h>
+#include <stdexcept>
 #include <string>
+#include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace
 {
@@ -39,6 +44,18 @@ void AskForAnswers(const std::string& answers)
     static_cast<void>(answers == "standard" ? setenv(kSwitch, "1", 1) : unsetenv(kSwitch));
 }
 
+/// Throws where the first word is no verb, of which CLI11 tells as of one that is missing.
+void NeedKnownVerb(const CLI::App& app, const CLI::ParseError& error)
+{
+    const std::vector<std::string> rest = app.remaining();
+    const bool noVerb = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && app.get_subcommands().empty();
+    if (noVerb && !rest.empty() && !rest.front().starts_with('-'))
+    {
+        throw nq::tool::ToolFailure(nq::tool::ExitCode::Usage,
+                                    "there is no verb \"" + rest.front() + "\"; `nq-gev --help` lists them");
+    }
+}
+
 int Run(int argc, char** argv)
 {
     using namespace nq::tool;
@@ -60,11 +77,13 @@ int Run(int argc, char** argv)
         ->check(WholeNumber(1, kMostMs, "milliseconds"))
         ->capture_default_str();
     app.add_flag("--software-rdma")
+        ->disable_flag_override()
         ->description("Run on RDMA made of software, for a camera that does so on this machine");
     Verb chosen;
     AddListVerb(app, common, chosen);
     AddInfoVerb(app, common, chosen);
     AddGrabVerb(app, common, chosen);
+    AddMeasureVerb(app, common, chosen);
     AddConvertVerb(app, common, chosen);
     AddFeatureVerbs(app, common, chosen);
     AddSettingsVerbs(app, common, chosen);
@@ -83,6 +102,7 @@ int Run(int argc, char** argv)
     }
     catch (const CLI::ParseError& error)
     {
+        NeedKnownVerb(app, error);
         if (app.exit(error) != 0)
         {
             return static_cast<int>(ExitCode::Usage);
@@ -91,6 +111,7 @@ int Run(int argc, char** argv)
         return 0;
     }
     AskForAnswers(common.answers);
+    ReleaseWriteRequests();
     const ExitCode code = chosen();
     FlushOutput();
     return static_cast<int>(code);
@@ -113,6 +134,7 @@ void FillStandardFiles()
 int main(int argc, char** argv)
 {
     using namespace nq::tool;
+    HoldWriteRequests();
     FillStandardFiles();
     std::signal(SIGPIPE, SIG_IGN); // a closed pipe is a failure like a full disk
     std::signal(SIGCHLD, SIG_DFL); // who ignores it, and programs started by those, hear of no child's end
@@ -128,6 +150,13 @@ int main(int argc, char** argv)
     {
         tell(failure);
         return static_cast<int>(failure.Code());
+    }
+    catch (const std::system_error& failure)
+    {
+        // What is longer than a buffer is written where it is printed, and fails with a text of fmt's.
+        const bool output = std::ferror(stdout) != 0;
+        output ? tell(std::runtime_error(UnwrittenText(failure.code().value()))) : tell(failure);
+        return static_cast<int>(ExitCode::Failure);
     }
     catch (const std::exception& failure)
     {

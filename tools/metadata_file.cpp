@@ -3,6 +3,7 @@
 #include "metadata_file.h"
 
 #include "exit_codes.h"
+#include "new_file.h"
 #include "stop_signals.h"
 
 #include <cerrno>
@@ -20,10 +21,18 @@ namespace
 
 constexpr size_t kQueuedLines = 4096;
 
+constexpr const char* kStandardOutput = "-";
+
 [[noreturn]] void Fail(const std::string& path, int why)
 {
     throw ToolFailure(ExitCode::Failure,
-                      fmt::format("cannot write {}: {}", path, std::generic_category().message(why)));
+                      fmt::format("cannot write {}: {}", path == kStandardOutput ? "the output" : path,
+                                  std::generic_category().message(why)));
+}
+
+int LeaveOpen(std::FILE*)
+{
+    return 0;
 }
 
 } // namespace
@@ -31,9 +40,9 @@ constexpr size_t kQueuedLines = 4096;
 MetadataFile::MetadataFile(std::string path, bool overwrite)
     : m_path(std::move(path)), m_overwrite(overwrite), m_file(nullptr, std::fclose), m_queue(1, kQueuedLines)
 {
-    if (!m_overwrite && faccessat(AT_FDCWD, m_path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0)
+    if (!m_overwrite && m_path != kStandardOutput)
     {
-        ThrowThere();
+        RefuseExisting(m_path);
     }
 }
 
@@ -42,6 +51,11 @@ void MetadataFile::Open()
     const std::lock_guard lock(m_opening);
     if (m_file)
     {
+        return;
+    }
+    if (m_path == kStandardOutput)
+    {
+        m_file = {stdout, LeaveOpen};
         return;
     }
     constexpr mode_t kForAll = 0666; // less what the user's mask takes away

@@ -16,7 +16,7 @@ namespace nq::tool
 class MetadataFile
 {
   public:
-    /// Makes no file yet; what is there already is a failure unless `overwrite`.
+    /// Makes no file yet; what is there already is a failure unless `overwrite`. "-" is standard output.
     MetadataFile(std::string path, bool overwrite);
     ~MetadataFile();
 

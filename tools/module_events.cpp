@@ -49,15 +49,6 @@ void TakeConnection(HeardEvent& heard, const std::string& record)
     heard.lost = status == GenTL::DEVICE_ACCESS_STATUS_NOACCESS || status == GenTL::DEVICE_ACCESS_STATUS_UNKNOWN;
 }
 
-/// The number of an event: as a number, or by its text, which is hexadecimal.
-std::optional<int64_t> NumberOf(const InfoAnswer& number, const InfoAnswer& id)
-{
-    const std::string text = InfoString(id).value_or("");
-    return number.code == GenTL::GC_ERR_SUCCESS ? InfoInteger(number)
-           : text.empty()                       ? std::nullopt
-                                                : std::optional<int64_t>(std::strtoll(text.c_str(), nullptr, 16));
-}
-
 } // namespace
 
 ModuleEvents::ModuleEvents(ModuleSession& session) : m_session(session)
@@ -182,7 +173,7 @@ HeardEvent ModuleEvents::Taken(const Source& source, const std::string& record) 
         heard.text = InfoString(value);
         break;
     default:
-        heard.id = NumberOf(ask(GenTL::EVENT_DATA_NUMID), id);
+        heard.id = EventNumber(m_session.Library(), source.event, record);
         heard.data =
             value.code == GenTL::GC_ERR_SUCCESS && value.type == GenTL::INFO_DATATYPE_BUFFER ? value.bytes : record;
         break;
@@ -227,7 +218,7 @@ Features* ModuleEvents::NamesOf(GenTL::PORT_HANDLE port)
     std::unique_ptr<Features>& names = m_names[port];
     try
     {
-        names = std::make_unique<Features>(PortAccess(m_session.Library(), port, m_session.Port().Who()), false);
+        names = std::make_unique<Features>(m_session.Port().Other(port), false);
     }
     catch (const std::exception&)
     {

@@ -2,6 +2,8 @@
 // One module opened for its port: a camera, or what the producer has on the way to it.
 #include "module_session.h"
 
+#include <CLI/CLI.hpp>
+
 #include "camera_choice.h"
 #include "camera_owner.h"
 #include "printable.h"
@@ -51,20 +53,19 @@ ModuleSession::ModuleSession(const CommonOptions& common, const ModuleOptions& o
         else
         {
             OpenCamera(common, options, use);
-            const bool stream = options.module == "stream";
-            const bool remote = options.module == "remote";
-            if (stream)
+            if (options.module == "remote")
+            {
+                m_port.emplace(*m_library, m_remote, m_found.camera);
+            }
+            else if (options.module == "stream")
             {
                 OpenStream();
+                m_port.emplace(*m_library, m_stream, "the stream of " + m_found.camera.id);
             }
-            m_port.emplace(*m_library,
-                           stream   ? m_stream
-                           : remote ? m_remote
-                                    : m_device,
-                           (stream   ? "the stream of "
-                            : remote ? "the camera "
-                                     : "the device ") +
-                               m_found.camera.id);
+            else
+            {
+                m_port.emplace(*m_library, m_device, "the device " + m_found.camera.id);
+            }
         }
     }
     catch (...)

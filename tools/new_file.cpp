@@ -21,7 +21,7 @@ namespace
 
 constexpr mode_t kForAll = 0666; // less what the user's mask takes away
 
-[[noreturn]] void Fail(const std::filesystem::path& path)
+[[noreturn]] void FailByErrno(const std::filesystem::path& path)
 {
     throw std::system_error(errno, std::generic_category(), path.string());
 }
@@ -92,13 +92,13 @@ NewFile::NewFile(std::filesystem::path path) : m_path(std::move(path)), m_stream
         descriptor = open(partial.c_str(), O_CREAT | O_EXCL | O_NOFOLLOW | O_WRONLY | O_CLOEXEC, kForAll);
         if (descriptor == -1)
         {
-            Fail(partial);
+            FailByErrno(partial);
         }
         m_partial = partial;
     }
     if (descriptor == -1)
     {
-        Fail(m_path);
+        FailByErrno(m_path);
     }
     m_stream.reset(fdopen(descriptor, "wb"));
     if (!m_stream)
@@ -122,7 +122,7 @@ void NewFile::Publish(bool overwrite)
 {
     if (std::fflush(m_stream.get()) != 0)
     {
-        Fail(m_path);
+        FailByErrno(m_path);
     }
     if (m_partial.empty())
     {
@@ -130,13 +130,13 @@ void NewFile::Publish(bool overwrite)
         if (!Link(descriptor, m_path) &&
             (errno != EEXIST || !overwrite || unlink(m_path.c_str()) != 0 || !Link(descriptor, m_path)))
         {
-            Fail(m_path);
+            FailByErrno(m_path);
         }
         return;
     }
     if (std::fclose(m_stream.release()) != 0 || !Rename(m_partial, m_path, overwrite))
     {
-        Fail(m_path);
+        FailByErrno(m_path);
     }
     m_partial.clear();
 }
@@ -161,7 +161,7 @@ void WriteFile(const std::string& path, std::string_view text, bool overwrite)
         NewFile file(target);
         if (std::fwrite(text.data(), 1, text.size(), file.Stream()) != text.size())
         {
-            Fail(target);
+            FailByErrno(target);
         }
         if (exists && overwrite)
         {
@@ -173,6 +173,23 @@ void WriteFile(const std::string& path, std::string_view text, bool overwrite)
     {
         const char* const advice = failure.code() == std::errc::file_exists ? "; --overwrite replaces it" : "";
         throw ToolFailure(ExitCode::Failure, "cannot write " + path + ": " + failure.code().message() + advice);
+    }
+}
+
+void RefuseExisting(const std::string& path)
+{
+    if (faccessat(AT_FDCWD, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0)
+    {
+        throw ToolFailure(ExitCode::Failure, path + " is there already; --overwrite replaces it");
+    }
+}
+
+void RefuseWithoutFolder(const std::string& path)
+{
+    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+    if (faccessat(AT_FDCWD, folder.empty() ? "." : folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0)
+    {
+        throw ToolFailure(ExitCode::Failure, "cannot write " + path + ": " + std::generic_category().message(errno));
     }
 }
 

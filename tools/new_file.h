@@ -38,4 +38,10 @@ class NewFile
 /// that a link leads to, with the rights that it had. Folders, devices and pipes stay. Throws ToolFailure.
 void WriteFile(const std::string& path, std::string_view text, bool overwrite);
 
+/// Throws ToolFailure when something has that name already, be it a link that leads nowhere.
+void RefuseExisting(const std::string& path);
+
+/// Throws ToolFailure when no new file can come into the folder of that name.
+void RefuseWithoutFolder(const std::string& path);
+
 } // namespace nq::tool

@@ -22,9 +22,8 @@ namespace
 {
 
 constexpr size_t kWriters = 4;
-constexpr size_t kMostQueued = 256;
 
-[[noreturn]] void Fail(const std::string& what)
+[[noreturn]] void FailAs(const std::string& what)
 {
     throw std::system_error(errno, std::generic_category(), what);
 }
@@ -95,13 +94,19 @@ PictureWriter::~PictureWriter() = default;
 void PictureWriter::Write(const Frame& frame, std::chrono::system_clock::time_point arrival)
 {
     ThrowFailure();
-    auto picture = std::make_shared<Picture>(CopyOf(frame, arrival, SpareMemory()));
+    Write(CopyOf(frame, arrival, SpareMemory()));
+}
+
+void PictureWriter::Write(Picture copied)
+{
+    ThrowFailure();
+    auto picture = std::make_shared<Picture>(std::move(copied));
     if (!m_queue)
     {
         // A pipe keeps the order of the frames.
         const size_t bound = m_options.queuedBytes / std::max<size_t>(picture->bytes.size(), 1);
-        m_queue =
-            std::make_unique<WorkQueue>(m_options.out == "-" ? 1 : kWriters, std::clamp(bound, kWriters, kMostQueued));
+        m_queue = std::make_unique<WorkQueue>(m_options.out == "-" ? 1 : kWriters,
+                                              std::clamp(bound, kWriters, m_options.queued));
     }
     m_queue->Add([this, picture] { Work(*picture); }, StopAsked);
 }
@@ -136,6 +141,12 @@ std::vector<uint8_t> PictureWriter::SpareMemory()
     return memory;
 }
 
+void PictureWriter::Spare(std::vector<uint8_t> memory)
+{
+    const std::lock_guard lock(m_mutex);
+    m_spare.push_back(std::move(memory));
+}
+
 void PictureWriter::Work(Picture& picture)
 {
     std::optional<ToolFailure> failure;
@@ -168,7 +179,7 @@ void PictureWriter::WriteFile(const Picture& picture) const
     {
         if (!Encode(stdout, picture, m_options) || std::fflush(stdout) != 0)
         {
-            Fail("the output");
+            FailAs("the output");
         }
         return;
     }
@@ -180,7 +191,7 @@ void WritePicture(const Picture& picture, const std::filesystem::path& path, con
     NewFile file(path);
     if (!Encode(file.Stream(), picture, options))
     {
-        Fail(path.string());
+        FailAs(path.string());
     }
     try
     {

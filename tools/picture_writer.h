@@ -33,6 +33,7 @@ struct PictureOptions
     std::string name;                ///< the pattern of the names
     std::string camera;              ///< for {camera}
     size_t queuedBytes = 256U << 20; ///< how many bytes of pictures may wait to be written
+    size_t queued = 256;             ///< and how many pictures
     bool debayer = false;
     bool overwrite = false;
 };
@@ -58,8 +59,18 @@ class PictureWriter
     /// file is there already, the pixel format has no such form.
     void Write(const Frame& frame, std::chrono::system_clock::time_point arrival);
 
+    /// The same for a copy.
+    void Write(Picture copied);
+
+    /// Throws what failed of a picture, as Write does.
+    void ThrowFailure();
+
     /// Waits until everything is written; throws as Write does.
     void Finish();
+
+    /// Memory of a picture that is written, or that was given; without room when there is none.
+    std::vector<uint8_t> SpareMemory();
+    void Spare(std::vector<uint8_t> memory);
 
     /// The name of the file that a frame of that id and time gets.
     std::string NameOf(uint64_t frameId, std::chrono::system_clock::time_point arrival) const;
@@ -72,8 +83,6 @@ class PictureWriter
   private:
     void Work(Picture& picture);
     void WriteFile(const Picture& picture) const;
-    void ThrowFailure();
-    std::vector<uint8_t> SpareMemory();
 
     const PictureOptions m_options;
     std::atomic<size_t> m_written{0};

@@ -2,6 +2,7 @@
 // The registers and the description of one port.
 #include "port_access.h"
 
+#include "camera_owner.h"
 #include "port_url.h"
 #include "stop_signals.h"
 
@@ -51,12 +52,17 @@ std::string PortAccess::Text(GenTL::PORT_INFO_CMD command)
     });
 }
 
+bool PortAccess::IsGigECamera()
+{
+    return m_camera && Text(GenTL::PORT_INFO_TLTYPE) == "GEV";
+}
+
 PortAccess::Control PortAccess::AskForControl()
 {
     constexpr uint64_t kControlPrivilege = 0x0A00; // a register that every GigE Vision camera has
     constexpr unsigned kExclusive = 1;             // in its last byte
     constexpr unsigned kAny = 3;
-    if (Text(GenTL::PORT_INFO_MODULE) != "Device" || !m_who.starts_with("the camera"))
+    if (Text(GenTL::PORT_INFO_MODULE) != "Device" || !m_camera)
     {
         return Control::Kept;
     }
@@ -72,7 +78,7 @@ PortAccess::Control PortAccess::AskForControl()
         const bool denied = m_failure == GenTL::GC_ERR_ACCESS_DENIED;
         return denied && (privilege[3] & kExclusive) != 0 ? Control::Lost : Control::Kept;
     }
-    if (Text(GenTL::PORT_INFO_TLTYPE) != "GEV")
+    if (!IsGigECamera())
     {
         return Control::Kept;
     }
@@ -92,7 +98,7 @@ ToolFailure PortAccess::Explained(const std::string& what)
     switch (AskForControl())
     {
     case Control::Silent:
-        return {ExitCode::CameraLost, fmt::format("{}: {} went silent", what, m_who)};
+        return WentSilent(*m_camera, what);
     case Control::Lost:
         return {
             ExitCode::CameraInUse,

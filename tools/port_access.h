@@ -2,9 +2,11 @@
 // The registers and the description of one port.
 #pragma once
 
+#include "camera_tree.h"
 #include "exit_codes.h"
 #include "gentl_library.h"
 
+#include <optional>
 #include <string>
 
 namespace nq::tool
@@ -25,6 +27,21 @@ class PortAccess
     PortAccess(GenTLLibrary& library, GenTL::PORT_HANDLE port, std::string who)
         : m_library(library), m_port(port), m_who(std::move(who))
     {
+    }
+
+    /// The port of a camera itself.
+    PortAccess(GenTLLibrary& library, GenTL::PORT_HANDLE port, const CameraEntry& camera)
+        : m_library(library), m_port(port), m_who("the camera " + camera.id), m_camera(camera)
+    {
+    }
+
+    /// Another port of the same module.
+    PortAccess Other(GenTL::PORT_HANDLE port) const
+    {
+        PortAccess other = *this;
+        other.m_port = port;
+        other.ForgetFailure();
+        return other;
     }
 
     /// Whether all `size` bytes were moved.
@@ -49,6 +66,9 @@ class PortAccess
 
     const std::string& Who() const { return m_who; }
 
+    /// Whether it is the port of a camera of GigE Vision itself.
+    bool IsGigECamera();
+
   private:
     enum class Control
     {
@@ -66,6 +86,7 @@ class PortAccess
     GenTLLibrary& m_library;
     GenTL::PORT_HANDLE m_port;
     std::string m_who;
+    std::optional<CameraEntry> m_camera; ///< of a module of the host none
     GenTL::GC_ERROR m_failure = GenTL::GC_ERR_SUCCESS;
     bool m_writeFailed = false; ///< since ForgetFailure()
 };

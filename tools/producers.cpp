@@ -27,14 +27,23 @@ namespace fs = std::filesystem;
 namespace
 {
 
-/// The .cti files of a folder by name, without those of which `known` has the file already.
-std::vector<std::string> NewProducersIn(const fs::path& folder, std::set<fs::path>& known)
+/// A link that leads nowhere is one too: it is told as a producer that cannot be loaded.
+bool IsProducerFile(const fs::directory_entry& entry)
+{
+    std::error_code ignored;
+    return entry.path().extension() == ".cti" &&
+           (entry.is_regular_file(ignored) || (entry.is_symlink(ignored) && !entry.exists(ignored)));
+}
+
+/// The .cti files of a folder by name, without those of which `known` has the file already; none of a folder that
+/// cannot be read, which `unread` tells.
+std::vector<std::string> NewProducersIn(const fs::path& folder, std::set<fs::path>& known, std::error_code& unread)
 {
     std::vector<fs::path> files;
     std::error_code ignored;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder, ignored))
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder, unread))
     {
-        if (entry.path().extension() == ".cti" && entry.is_regular_file(ignored))
+        if (IsProducerFile(entry))
         {
             files.push_back(entry.path());
         }
@@ -69,6 +78,28 @@ std::vector<ProducerEntry> AskInThisProcess(const std::string& path, const Searc
         }
     }
     return asked;
+}
+
+/// Every .cti in the folders, which colons part. Throws ToolFailure where there is none.
+std::vector<std::string> ProducersOnPath(const std::string& folders)
+{
+    std::vector<std::string> found;
+    std::set<fs::path> known;
+    std::string problems;
+    std::istringstream stream(folders);
+    for (std::string folder; std::getline(stream, folder, ':');)
+    {
+        std::error_code unread;
+        const std::vector<std::string> here = NewProducersIn(folder, known, unread);
+        found.insert(found.end(), here.begin(), here.end());
+        problems += unread && !folder.empty() ? fmt::format("; {}: {}", folder, unread.message()) : "";
+    }
+    if (found.empty())
+    {
+        throw ToolFailure(ExitCode::NoProducer,
+                          fmt::format("no .cti in GENICAM_GENTL64_PATH ({}){}", folders, problems));
+    }
+    return found;
 }
 
 /// Waits until one of the children says something or is overdue, and takes it. False when all have ended.
@@ -118,8 +149,11 @@ void NeedOneThatWorks(const std::vector<ProducerEntry>& asked)
     {
         all += fmt::format("{}{}: {}", all.empty() ? "" : "; ", producer.path, producer.problem);
     }
-    throw ToolFailure(asked.front().code,
-                      asked.size() == 1 ? asked.front().problem : fmt::format("no producer works: {}", all));
+    const ProducerEntry& first = asked.front();
+    // Of one that was loaded, and ended or hung, the problem does not name the file.
+    const bool named = first.code != ExitCode::NoProducer || first.problem.find(first.path) != std::string::npos;
+    const std::string alone = named ? first.problem : all;
+    throw ToolFailure(first.code, asked.size() == 1 ? alone : fmt::format("no producer works: {}", all));
 }
 
 } // namespace
@@ -185,24 +219,14 @@ std::vector<std::string> FindProducers(const std::string& argument)
     {
         return {argument};
     }
-    std::vector<std::string> found;
-    std::set<fs::path> known;
     const char* folders = std::getenv("GENICAM_GENTL64_PATH");
     if (folders != nullptr && *folders != '\0')
     {
-        std::istringstream stream(folders);
-        for (std::string folder; std::getline(stream, folder, ':');)
-        {
-            const std::vector<std::string> here = NewProducersIn(folder, known);
-            found.insert(found.end(), here.begin(), here.end());
-        }
-        if (found.empty())
-        {
-            throw ToolFailure(ExitCode::NoProducer, fmt::format("no .cti in GENICAM_GENTL64_PATH ({})", folders));
-        }
-        return found;
+        return ProducersOnPath(folders);
     }
-    found = NewProducersIn(FolderOfOurProducer(), known);
+    std::set<fs::path> known;
+    std::error_code ignored;
+    std::vector<std::string> found = NewProducersIn(FolderOfOurProducer(), known, ignored);
     if (found.empty())
     {
         throw ToolFailure(ExitCode::NoProducer, "no producer: give --producer PATH or set GENICAM_GENTL64_PATH");

@@ -4,6 +4,7 @@
 
 #include "available_memory.h"
 #include "exit_codes.h"
+#include "frame.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -17,13 +18,6 @@ namespace nq::tool
 
 namespace
 {
-
-constexpr size_t kMaxSide = 1'000'000; // pixels; libpng writes no larger ones
-
-[[noreturn]] void Fail(const std::string& text)
-{
-    throw ToolFailure(ExitCode::Failure, text);
-}
 
 [[noreturn]] void FailAsTold(int why)
 {
@@ -74,7 +68,7 @@ RecordingFile::RecordingFile(const std::string& path)
     if (!S_ISREG(there.st_mode))
     {
         close(m_descriptor);
-        Fail("is no plain file");
+        Fail(S_ISDIR(there.st_mode) ? "is a folder; name the files in it" : "is no plain file");
     }
     m_size = static_cast<uint64_t>(there.st_size);
 }

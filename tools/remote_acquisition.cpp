@@ -2,6 +2,7 @@
 // The camera's own part of an acquisition, by the features that its description has for it.
 #include "remote_acquisition.h"
 
+#include <cmath>
 #include <exception>
 #include <fmt/format.h>
 #include <mutex>
@@ -14,6 +15,8 @@ namespace
 
 constexpr const char* kParamsLocked = "TLParamsLocked";
 constexpr const char* kMode = "AcquisitionMode";
+constexpr const char* kRate = "AcquisitionFrameRate";
+constexpr const char* kRateEnable = "AcquisitionFrameRateEnable";
 
 /// The engine's libraries have tables of the process, and each camera of a grab has a thread of its own.
 std::mutex& EngineMutex()
@@ -111,6 +114,29 @@ void RemoteAcquisition::WithFeatures(const std::function<void(Features&)>& work)
         throw ToolFailure(ExitCode::Failure, m_noFeatures);
     }
     work(*m_features);
+}
+
+std::optional<double> RemoteAcquisition::FrameRate()
+{
+    const std::lock_guard lock(EngineMutex());
+    if (!m_features || !m_features->Has(kRate))
+    {
+        return std::nullopt;
+    }
+    try
+    {
+        if (m_features->Has(kRateEnable) && m_features->Read(kRateEnable).value == FeatureValue(false))
+        {
+            return std::nullopt;
+        }
+        const Reading rate = m_features->Read(kRate);
+        const auto* const number = std::get_if<double>(&rate.value);
+        return number != nullptr && std::isfinite(*number) && *number > 0 ? std::optional(*number) : std::nullopt;
+    }
+    catch (const std::exception&)
+    {
+        return std::nullopt;
+    }
 }
 
 std::string RemoteAcquisition::Remark(bool anyFrame)

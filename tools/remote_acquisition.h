@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,9 @@ class RemoteAcquisition
     /// Runs `work` with the features of the camera, beside which no other thread uses any. Throws ToolFailure when
     /// there are none, and what `work` throws. Any thread may call.
     void WithFeatures(const std::function<void(Features&)>& work);
+
+    /// Frames per second, as the camera tells of itself; nothing where it does not.
+    std::optional<double> FrameRate();
 
     /// Why the camera may send nothing, or no more, as the last part of a sentence; empty when nothing is known.
     std::string Remark(bool anyFrame);

@@ -22,7 +22,7 @@ namespace
 constexpr size_t kMostSelections = 4096;
 
 /// Says what the consumer does at the moment, and is no setting.
-constexpr const char* kParamsLocked = "TLParamsLocked";
+constexpr const char* kLockedByConsumer = "TLParamsLocked";
 
 /// Around the module in the first line of a file.
 constexpr std::string_view kHead = "# Settings of ";
@@ -90,7 +90,7 @@ class SettingsWriter
         for (const std::string& name : m_features.Names())
         {
             const Reading reading = m_features.Read(name);
-            if (name == kParamsLocked || reading.feature.type == FeatureType::Command)
+            if (name == kLockedByConsumer || reading.feature.type == FeatureType::Command)
             {
                 continue;
             }
@@ -169,7 +169,7 @@ class SettingsWriter
     std::string m_category = "\n"; // no category is called so
 };
 
-std::string Trimmed(const std::string& text)
+std::string TrimmedLine(const std::string& text)
 {
     const size_t begin = text.find_first_not_of(" \t\r");
     return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(" \t\r") - begin + 1);
@@ -190,9 +190,9 @@ std::optional<std::string> SettingValue(const std::string& text)
 std::variant<Setting, std::string> SettingOf(const std::string& line)
 {
     const size_t equals = line.find('=');
-    const std::string name = Trimmed(line.substr(0, equals));
+    const std::string name = TrimmedLine(line.substr(0, equals));
     const std::optional<std::string> value =
-        equals == std::string::npos ? std::nullopt : SettingValue(Trimmed(line.substr(equals + 1)));
+        equals == std::string::npos ? std::nullopt : SettingValue(TrimmedLine(line.substr(equals + 1)));
     if (name.empty() || !value)
     {
         return " is no setting: " + line;
@@ -228,8 +228,8 @@ std::vector<UnsetSetting> SetMost(Features& features, const std::vector<Setting>
             const bool silent = failure.Code() == ExitCode::CameraLost;
             if (failure.Code() != ExitCode::Failure && failure.Code() != ExitCode::Usage)
             {
-                throw ToolFailure(failure.Code(), fmt::format("{}; {} settings were set before it{}", failure.what(),
-                                                              done, silent ? "; this one may be set or not" : ""));
+                throw ToolFailure(failure.With(fmt::format("; {} settings were set before it{}", done,
+                                                           silent ? "; this one may be set or not" : "")));
             }
             unset.push_back({setting, failure.what()});
         }
@@ -256,7 +256,7 @@ SettingsFile ParseSettings(std::string_view text)
     for (std::string line; std::getline(lines, line);)
     {
         ++number;
-        const std::string content = Trimmed(line);
+        const std::string content = TrimmedLine(line);
         if (number == 1 && content.starts_with(kHead) && content.ends_with(kTail))
         {
             file.who = content.substr(kHead.size(), content.size() - kHead.size() - kTail.size());

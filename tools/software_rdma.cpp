@@ -59,7 +59,9 @@ std::string FreeName(const std::string& folder)
 
 void StartAgainOnSoftwareRdma(int argc, char** argv)
 {
-    const auto isOption = [](const char* argument) { return std::string_view(argument) == "--software-rdma"; };
+    const auto isOption = [](const std::string_view argument) {
+        return argument == "--software-rdma" || argument == "--software-rdma=true";
+    };
     if (std::none_of(argv + 1, argv + argc, isOption))
     {
         return;
@@ -71,8 +73,11 @@ void StartAgainOnSoftwareRdma(int argc, char** argv)
     std::remove_copy_if(argv + 1, argv + argc, std::back_inserter(command), isOption);
     command.push_back(nullptr);
     execv(launcher.c_str(), command.data());
-    throw ToolFailure(ExitCode::Failure, fmt::format("--software-rdma: cannot start {}: {}", launcher,
-                                                     std::generic_category().message(errno)));
+    const int error = errno;
+    // Debian's packages have the tools apart from what stands in for the hardware.
+    throw ToolFailure(ExitCode::Failure, fmt::format("--software-rdma: cannot start {}: {}{}", launcher,
+                                                     std::generic_category().message(error),
+                                                     error == ENOENT ? "; the package nq-gev-camera has it" : ""));
 }
 
 bool RunsOnSoftwareRdma()

@@ -12,12 +12,17 @@
 namespace nq::tool
 {
 
+std::string UnwrittenText(int error)
+{
+    return "cannot write the output: " + std::generic_category().message(error);
+}
+
 void FlushOutput()
 {
     // Help and version come through the stream, which alone remembers a failure before the last write.
     if (!std::cout.flush() || std::fflush(stdout) != 0)
     {
-        throw ToolFailure(ExitCode::Failure, "cannot write the output: " + std::generic_category().message(errno));
+        throw ToolFailure(ExitCode::Failure, UnwrittenText(errno));
     }
 }
 

@@ -7,7 +7,9 @@
 #include "stop_signals.h"
 #include "verbs.h"
 #include "whole_number.h"
+#include "words.h"
 
+#include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <fmt/format.h>
 #include <map>
@@ -106,7 +108,7 @@ void AddConvertVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
     verb->add_option("FILE", options->files, "Files with frames as the camera sent them")->required();
     verb->add_option("--out", options->pictures.out, "Folder for the pictures (default: that of each file)");
     verb->add_option("--format", options->pictures.format, "How pictures are written: png or tiff")
-        ->transform(CLI::CheckedTransformer(formats).description(kWithTiff ? "png or tiff" : "png"))
+        ->transform(OneOf(formats, kWithTiff ? "png or tiff" : "png"))
         ->default_str("png");
     verb->add_option("--name", options->pictures.name, "Names of the pictures: {file} and {id} are filled in")
         ->check([](const std::string& pattern) { return WhyNoPatternOfFiles(pattern); })

@@ -5,6 +5,7 @@
 #include "verbs.h"
 #include "whole_number.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <memory>
 

@@ -8,6 +8,7 @@
 #include "stop_signals.h"
 #include "verbs.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <memory>
 

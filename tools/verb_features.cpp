@@ -5,6 +5,7 @@
 #include "module_session.h"
 #include "printable.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <fmt/format.h>
 #include <memory>
@@ -242,7 +243,7 @@ void AddFeatureVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen)
         auto options = std::make_shared<FeatureOptions>();
         AddModuleOptions(*verb, options->module, row.control);
         verb->add_option(row.argument, options->arguments, row.argumentAbout)
-            ->expected(row.least, row.most)
+            ->expected(std::max(1, row.least), row.most) // with 0 CLI11 takes what stands behind "--" for options
             ->required(row.least > 0);
         verb->callback(
             [&, options, run = row.run] { chosen = [&common, options, run] { return run(common, *options); }; });

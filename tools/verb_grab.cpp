@@ -1,24 +1,27 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev grab: takes frames from a camera, checks them, writes them as pictures and sums up.
 #include "camera_choice.h"
-#include "camera_grab.h"
-#include "grab_options.h"
+#include "grab_arguments.h"
+#include "grab_summary.h"
 #include "name_pattern.h"
 #include "picture_files.h"
 #include "printable.h"
 #include "stop_signals.h"
 #include "verbs.h"
 #include "whole_number.h"
+#include "words.h"
+#include "write_requests.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <deque>
 #include <fmt/format.h>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <string_view>
 #include <system_error>
 #include <thread>
-#include <unistd.h>
 
 namespace nq::tool
 {
@@ -26,41 +29,42 @@ namespace nq::tool
 namespace
 {
 
-const char* OriginOfBuffers(const GrabOptions& options)
-{
-    return options.announce ? "consumer-announced" : "library-allocated";
-}
-
 nlohmann::ordered_json SummaryJson(const GrabOptions& options, const CameraGrab& grab)
 {
     nlohmann::ordered_json summary = grab.Totals().Json();
-    summary["camera"] = grab.Found().camera.id;
-    summary["producer"] = grab.Found().producer;
-    summary["buffers"] = options.buffers;
-    summary["buffer_origin"] = OriginOfBuffers(options);
-    if (options.verify)
+    AddSource(summary, options, grab);
+    if (options.burst != 0)
     {
-        summary["wrong_bytes"] = grab.Totals().wrongBytes;
+        summary["bursts"] = grab.Bursts().Begun();
+        summary["bursts_left_out"] = grab.Bursts().LeftOut();
+    }
+    if (options.ringS != 0)
+    {
+        summary["ring_writes"] = grab.Totals().ringWrites;
     }
     return summary;
 }
 
 std::string SummaryText(const GrabOptions& options, const CameraGrab& grab)
 {
-    std::string text =
-        fmt::format("camera     {}\nproducer   {}\nbuffers    {} {}\n{}", Printable(grab.Found().camera.id),
-                    Printable(grab.Found().producer), options.buffers, OriginOfBuffers(options), grab.Totals().Text());
-    return text + (options.verify ? fmt::format("wrong      {} bytes\n", grab.Totals().wrongBytes) : "");
+    std::string text = SourceText(options, grab) + grab.Totals().Text() + VerifiedText(options, grab.Totals());
+    if (options.burst != 0)
+    {
+        const uint64_t leftOut = grab.Bursts().LeftOut();
+        text += fmt::format("bursts     {}{}\n", grab.Bursts().Begun(),
+                            leftOut == 0 ? "" : fmt::format(", and no time for {}", leftOut));
+    }
+    if (options.ringS != 0)
+    {
+        const uint64_t writes = grab.Totals().ringWrites;
+        text += fmt::format("ring       written {} time{}\n", writes, writes == 1 ? "" : "s");
+    }
+    return text;
 }
 
-/// To standard output, or standard error when pictures go there.
+/// To standard output, or standard error when pictures or lines go there.
 void PrintSummary(const CommonOptions& common, const GrabOptions& options, const std::deque<CameraGrab>& grabs)
 {
-    std::FILE* const file = options.pictures.out == "-" ? stderr : stdout;
-    if (isatty(STDERR_FILENO) != 0)
-    {
-        fmt::print(stderr, "\r\033[K"); // where the progress stands
-    }
     std::string text;
     nlohmann::ordered_json all = nlohmann::ordered_json::array();
     for (const CameraGrab& grab : grabs)
@@ -80,7 +84,8 @@ void PrintSummary(const CommonOptions& common, const GrabOptions& options, const
             grabs.size() == 1 ? all[0] : nlohmann::ordered_json{{"cameras", std::move(all)}};
         text = summary.dump(2, ' ', true, nlohmann::ordered_json::error_handler_t::replace) + "\n";
     }
-    fmt::print(file, "{}", text);
+    const bool taken = options.pictures.out == "-" || options.metadata == "-";
+    PrintBehindProgress(taken ? stderr : stdout, text);
 }
 
 /// What holds for several cameras alone.
@@ -185,7 +190,14 @@ ExitCode Grab(const CommonOptions& common, GrabOptions options)
     }
     catch (const ToolFailure& unwritten)
     {
-        failure = failure ? failure : unwritten;
+        const bool told = std::any_of(grabs.begin(), grabs.end(), [&unwritten](const CameraGrab& grab) {
+            return grab.Failure() && std::string_view(grab.Failure()->what()) == unwritten.what();
+        });
+        if (failure && !told)
+        {
+            share.report.progress.Say(0, unwritten.what()); // beside that, which has the exit code
+        }
+        failure = failure || told ? failure : unwritten;
     }
     if (several || grabs.front().Ran())
     {
@@ -207,12 +219,12 @@ void AddPictureOptions(CLI::App& verb, PictureOptions& options)
         formats.emplace("tiff", PictureFormat::Tiff);
     }
     verb.add_option("--out", options.out,
-                    "Folder for the pictures; with --format raw and gendc also - for standard output");
+                    "Folder for the pictures; with --format raw and gendc also - for standard output")
+        ->check(NeverEmpty("a folder"));
     verb.add_option("--format", options.format,
                     "How pictures are written: png, tiff, raw (as the camera sends them), or gendc (the same in a "
                     "container that tells size and format)")
-        ->transform(
-            CLI::CheckedTransformer(formats).description(kWithTiff ? "png, tiff, raw or gendc" : "png, raw or gendc"))
+        ->transform(OneOf(formats, kWithTiff ? "png, tiff, raw or gendc" : "png, raw or gendc"))
         ->default_str("png");
     verb.add_option("--name", options.name, "Names of the files: {camera}, {id} and {time} are filled in")
         ->check([](const std::string& pattern) { return WhyNoPattern(pattern); })
@@ -221,8 +233,45 @@ void AddPictureOptions(CLI::App& verb, PictureOptions& options)
     verb.add_flag("--debayer", options.debayer, "Write the mosaic of a Bayer format as colours");
 }
 
-void CheckPictureOptions(const GrabOptions& options)
+void AddBurstOptions(CLI::App& verb, GrabOptions& options)
 {
+    CLI::Option* const burst =
+        verb.add_option("--burst", options.burst, "Frames of each burst; those between bursts are left alone")
+            ->check(WholeNumber(1, kMostFrames));
+    CLI::Option* const every =
+        verb.add_option("--every", options.everyS, "Seconds from the begin of one burst to that of the next")
+            ->check(WholeNumber(1, kMostMs / 1000, "seconds"));
+    burst->needs(every);
+    every->needs(burst);
+}
+
+void AddRingOptions(CLI::App& verb, GrabOptions& options)
+{
+    CLI::Option* const ring =
+        verb.add_option("--ring", options.ringS,
+                        "Keep the frames of the last seconds in memory, and write them by Enter, SIGUSR1 or --on-event")
+            ->check(WholeNumber(1, kMostMs / 1000, "seconds"))
+            ->needs(verb.get_option("--out"))
+            ->excludes(verb.get_option("--burst"));
+    verb.add_option("--on-event", options.onEvent, "Event of the camera, by its name, that has them written")
+        ->needs(ring);
+}
+
+/// What says how pictures are written wants to be told where.
+void NeedOut(CLI::App& verb)
+{
+    for (const char* name : {"--format", "--name", "--debayer", "--save-every"})
+    {
+        verb.get_option(name)->needs(verb.get_option("--out"));
+    }
+}
+
+void CheckOutputs(const GrabOptions& options)
+{
+    if (options.pictures.out == "-" && options.metadata == "-")
+    {
+        throw CLI::ValidationError("--metadata -", "standard output has the frames of --out -");
+    }
     const bool asSent =
         options.pictures.format == PictureFormat::Raw || options.pictures.format == PictureFormat::GenDC;
     if (options.pictures.out == "-" && !asSent)
@@ -241,41 +290,34 @@ void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
 {
     CLI::App* verb = app.add_subcommand("grab", "Take frames from a camera");
     auto options = std::make_shared<GrabOptions>();
-    verb->add_option("--count", options->count, "Number of frames (default: 1, without --duration)")
+    verb->add_option("--count", options->count, "Number of frames (default: 1, without --duration, --burst and --ring)")
         ->check(WholeNumber(1, kMostFrames));
-    verb->add_option("--duration", options->durationS, "How long to take frames, in seconds")
-        ->check(WholeNumber(1, kMostMs / 1000 * 365, "seconds"));
-    verb->add_option("SETTING", options->settings, "NAME=VALUE: features to set before the start, in order");
-    verb->add_option("--metadata", options->metadata, "File for one line of JSON per frame");
+    AddStreamOptions(*verb, *options);
+    verb->add_option("--metadata", options->metadata, "File for one line of JSON per frame; - for standard output")
+        ->check(NeverEmpty("a file"));
     CLI::Option* const named =
         verb->add_option(
                 "--camera", options->cameras,
                 "Id, serial number, user-defined name, MAC or IP address (default: the only one); once for each "
                 "of several")
+            ->check(NeverEmpty("a camera"))
             ->allow_extra_args(false);
     verb->add_flag("--all-cameras", options->allCameras, "Take frames from every camera that answers")->excludes(named);
-    verb->add_option("--wait", options->waitSeconds, "Seconds to wait for a camera that another program controls")
-        ->check(WholeNumber(0, kMostMs / 1000, "seconds"))
-        ->capture_default_str();
+    AddBurstOptions(*verb, *options);
     verb->add_option("--save-every", options->saveEvery, "Write only every Nth frame")
         ->check(WholeNumber(1, kMostFrames))
         ->capture_default_str();
-    verb->add_option("--buffers", options->buffers, "Number of buffers")
-        ->check(WholeNumber(1, kMostBuffers))
-        ->capture_default_str();
-    verb->add_option("--allow-loss", options->allowLoss, "Lost and incomplete frames that are no failure (exit code 7)")
-        ->check(WholeNumber(0, kMostFrames))
-        ->capture_default_str();
-    verb->add_flag("--announce", options->announce,
-                   "Announce buffers of this program instead of library-allocated ones");
-    verb->add_flag("--verify", options->verify, "Check every byte against the moving ramp of nq-gev-camera");
-    verb->add_option("--frame-timeout", options->frameTimeoutMs, "How long to wait for one frame, in milliseconds")
-        ->check(WholeNumber(1, kMostMs, "milliseconds"))
-        ->capture_default_str();
     AddPictureOptions(*verb, options->pictures);
+    NeedOut(*verb);
+    AddRingOptions(*verb, *options);
     verb->callback([&, options] {
-        CheckPictureOptions(*options);
-        options->count = options->count == 0 && options->durationS == 0 ? 1 : options->count;
+        CheckOutputs(*options);
+        const bool endless = options->durationS != 0 || options->burst != 0 || options->ringS != 0;
+        options->count = options->count == 0 && !endless ? 1 : options->count;
+        if (options->ringS != 0)
+        {
+            CatchWriteRequests();
+        }
         chosen = [&common, options] { return Grab(common, *options); };
     });
 }

@@ -5,6 +5,7 @@
 #include "producers.h"
 #include "verbs.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -17,7 +18,7 @@ using nlohmann::ordered_json;
 namespace
 {
 
-void PrintText(const std::vector<ProducerEntry>& producers)
+void PrintModules(const std::vector<ProducerEntry>& producers)
 {
     fmt::print("nq-gev     {}, commit {}\n", NQ_VERSION, NQ_COMMIT);
     for (const ProducerEntry& producer : producers)
@@ -101,7 +102,7 @@ ordered_json TextOrNull(const std::string& text)
     return text.empty() ? ordered_json(nullptr) : ordered_json(text);
 }
 
-void PrintJson(const std::vector<ProducerEntry>& producers)
+void PrintModulesAsJson(const std::vector<ProducerEntry>& producers)
 {
     ordered_json all = ordered_json::array();
     for (const ProducerEntry& producer : producers)
@@ -130,10 +131,10 @@ ExitCode ShowInfo(const CommonOptions& common)
     const std::vector<ProducerEntry> producers = AskProducers(common.producer, plan);
     if (common.json)
     {
-        PrintJson(producers);
+        PrintModulesAsJson(producers);
         return ExitCode::Success;
     }
-    PrintText(producers);
+    PrintModules(producers);
     for (const ordered_json& module : ModulesOf(producers))
     {
         PrintModule(module);

@@ -2,9 +2,11 @@
 // nq-gev ip: shows the addresses of cameras, also on foreign subnets, and changes them.
 #include "address_change.h"
 #include "camera_owner.h"
+#include "feature_json.h"
 #include "printable.h"
 #include "verbs.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -40,7 +42,7 @@ std::string SourcesText(uint32_t flags)
     return text.empty() ? "-" : text;
 }
 
-void PrintText(const std::vector<HeardCamera>& cameras)
+void PrintAddresses(const std::vector<HeardCamera>& cameras)
 {
     for (const HeardCamera& camera : cameras)
     {
@@ -82,12 +84,6 @@ Json CameraJson(const HeardCamera& camera)
             {"controlled_by", owner ? Json(OwnerText(*owner)) : Json()}};
 }
 
-void PrintJson(const Json& json)
-{
-    // ASCII alone, so that no terminal obeys a name; what is no UTF-8 becomes U+FFFD.
-    fmt::print("{}\n", json.dump(2, ' ', true, Json::error_handler_t::replace));
-}
-
 ExitCode Show(const std::vector<HeardCamera>& cameras, bool json)
 {
     if (json)
@@ -101,7 +97,7 @@ ExitCode Show(const std::vector<HeardCamera>& cameras, bool json)
     }
     else
     {
-        PrintText(cameras);
+        PrintAddresses(cameras);
     }
     if (cameras.empty())
     {
@@ -154,6 +150,8 @@ void AddIpVerb(CLI::App& app, const CommonOptions& common, Verb& chosen)
     verb->add_option("--force", change->force,
                      "Take this address, A.B.C.D/N, at once and until it is switched off; also of a foreign subnet");
     verb->add_flag("--outside", change->outside, "Take an address that is not of the adapter's subnet, too");
+    verb->add_flag("--taken", change->taken,
+                   "Take an address that another host has, too, as where a router answers for every address");
     verb->add_flag("--yes", change->yes, "Ask nothing");
     verb->callback([&common, &chosen, change] { chosen = [&common, change] { return Ip(*change, common); }; });
 }

@@ -6,6 +6,7 @@
 #include "printable.h"
 #include "verbs.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -52,7 +53,7 @@ nlohmann::ordered_json OwnerJson(const CameraEntry& camera)
             {"heartbeat_ms", owner->heartbeatMs}};
 }
 
-void PrintText(const std::vector<ProducerEntry>& producers)
+void PrintCameras(const std::vector<ProducerEntry>& producers)
 {
     for (const ProducerEntry& producer : producers)
     {
@@ -71,7 +72,7 @@ void PrintText(const std::vector<ProducerEntry>& producers)
     }
 }
 
-void PrintJson(const std::vector<ProducerEntry>& producers)
+void PrintCamerasAsJson(const std::vector<ProducerEntry>& producers)
 {
     nlohmann::ordered_json all = nlohmann::ordered_json::array();
     nlohmann::ordered_json states = nlohmann::ordered_json::array();
@@ -108,7 +109,7 @@ ExitCode List(const CommonOptions& common)
     const std::vector<ProducerEntry> producers = AskProducers(common.producer, plan);
     const std::vector<FoundCamera> cameras = CamerasOf(producers);
     NoteCameras(cameras);
-    common.json ? PrintJson(producers) : PrintText(producers);
+    common.json ? PrintCamerasAsJson(producers) : PrintCameras(producers);
     if (cameras.empty())
     {
         throw ToolFailure(ExitCode::NoCamera, NoCameraAdvice(producers));

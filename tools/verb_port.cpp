@@ -6,6 +6,7 @@
 #include "printable.h"
 #include "whole_number.h"
 
+#include <CLI/CLI.hpp>
 #include <charconv>
 #include <fmt/format.h>
 #include <memory>
@@ -18,6 +19,7 @@ namespace
 
 constexpr size_t kMostBytes = size_t{1} << 20;
 constexpr size_t kRegisterBytes = 4;
+constexpr const char* kHexStart = "hex:";
 
 struct PortOptions
 {
@@ -48,7 +50,7 @@ std::string BytesFrom(const std::string& text)
     const std::string refusal =
         fmt::format("\"{}\" is no value: a number of 32 bits, or bytes as hex:0a0b0c0d; nothing was changed", text);
     std::string bytes;
-    if (!text.starts_with("hex:"))
+    if (!text.starts_with(kHexStart))
     {
         const bool hex = text.starts_with("0x") || text.starts_with("0X");
         uint32_t number = 0;
@@ -138,6 +140,14 @@ ExitCode WriteBytes(const CommonOptions& common, const PortOptions& options)
     const uint64_t address = AddressFrom(options.address);
     const std::string bytes = BytesFrom(options.value);
     ModuleSession session(common, options.module, ModuleUse::Control);
+    if (address % kRegisterBytes != 0 && !options.value.starts_with(kHexStart) && session.Port().IsGigECamera())
+    {
+        // As bytes it would change two registers, and at 0x0A01 end the control of the camera.
+        throw ToolFailure(ExitCode::Usage, fmt::format("0x{:x} is no address of a register: those of a camera are "
+                                                       "multiples of {}; bytes at any address are given as {}{}; "
+                                                       "nothing was changed",
+                                                       address, kRegisterBytes, kHexStart, HexText(bytes)));
+    }
     if (!session.Port().Write(address, bytes.data(), bytes.size()))
     {
         throw ToolFailure(session.Port().Explained(fmt::format("write of {} at 0x{:x}", options.value, address)));

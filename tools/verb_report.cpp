@@ -5,6 +5,7 @@
 #include "new_file.h"
 #include "verbs.h"
 
+#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <filesystem>
 #include <fmt/format.h>

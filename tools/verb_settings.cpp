@@ -6,6 +6,7 @@
 #include "printable.h"
 #include "settings_file.h"
 
+#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <fmt/format.h>
 #include <fstream>
@@ -108,6 +109,12 @@ ExitCode Load(const CommonOptions& common, const SettingsOptions& options)
     NeedFeatureEngine();
     SettingsFile file = ParseSettings(TextOf(options.file));
     const size_t all = file.settings.size();
+    if (all == 0)
+    {
+        throw ToolFailure(ExitCode::Usage,
+                          fmt::format("{} holds no setting; nothing was changed",
+                                      options.file == kStandardFile ? "standard input" : options.file));
+    }
     ModuleSession session(common, options.module, ModuleUse::Control);
     Features features(session.Port());
     const std::vector<UnsetSetting> left = LeaveOutIdentity(file, session.Port().Who());

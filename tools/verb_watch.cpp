@@ -6,6 +6,7 @@
 #include "stop_signals.h"
 #include "verbs.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <map>
 #include <memory>

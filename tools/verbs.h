@@ -5,8 +5,12 @@
 #include "common_options.h"
 #include "exit_codes.h"
 
-#include <CLI/CLI.hpp>
 #include <functional>
+
+namespace CLI
+{
+class App;
+} // namespace CLI
 
 namespace nq::tool
 {
@@ -17,6 +21,7 @@ using Verb = std::function<ExitCode()>;
 void AddListVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddInfoVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddGrabVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
+void AddMeasureVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddConvertVerb(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddFeatureVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);
 void AddSettingsVerbs(CLI::App& app, const CommonOptions& common, Verb& chosen);

@@ -231,11 +231,81 @@ TEST_P(InterfacePage, TellsWhatEveryInfoGives)
 
 NQ_IN_BOTH_MODES(InterfacePage);
 
+/// The rows of the page's table of events: number, module and bytes of a record, a line for each module.
+Names EventsOfThePage(const std::map<std::string, int>& constants)
+{
+    Names events;
+    const std::string page = TextOfFile("docs/interface.md");
+    const std::regex row(R"(\n\| `([A-Z_]*EVENT_[A-Z_]+)`, (\d+) \| ([a-z, ]+) \| (\d+) \|)");
+    for (std::sregex_iterator match(page.begin(), page.end(), row); match != std::sregex_iterator(); ++match)
+    {
+        EXPECT_EQ(std::to_string(constants.at((*match)[1])), (*match)[2]) << (*match)[1];
+        for (const std::string& module : All((*match)[3], "([a-z]+)"))
+        {
+            events.insert((*match)[2].str() + " " + module + " " + (*match)[4].str());
+        }
+    }
+    return events;
+}
+
+class InterfacePageEvents : public StreamInBothModes
+{
+};
+
+TEST_P(InterfacePageEvents, AreThoseThatTheModulesTakeWithTheSizesOfTheirRecords)
+{
+    GenTL::PORT_HANDLE port = nullptr;
+    ASSERT_EQ(c.gentl.DevGetPort(c.device, &port), 0);
+    const std::map<std::string, void*> modules = {
+        {"system", c.system}, {"interface", c.interface}, {"device", c.device}, {"stream", c.stream}, {"port", port}};
+    std::vector<int> numbers(30);
+    std::iota(numbers.begin(), numbers.end(), 0);
+    numbers.insert(numbers.end(), {999, 1000, 3999, 4000, 4001});
+    Names taken;
+    for (const auto& [name, module] : modules)
+    {
+        for (const int number : numbers)
+        {
+            GenTL::EVENT_HANDLE event = nullptr;
+            const int code = c.gentl.GCRegisterEvent(module, number, &event);
+            if (code != 0)
+            {
+                EXPECT_EQ(code, -1003) << name << " " << number;
+                continue;
+            }
+            std::size_t bytes = 0;
+            std::size_t size = sizeof bytes;
+            int type = 0;
+            EXPECT_EQ(c.gentl.EventGetInfo(event, GenTL::EVENT_SIZE_MAX, &type, &bytes, &size), 0);
+            taken.insert(std::to_string(number) + " " + name + " " + std::to_string(bytes));
+            EXPECT_EQ(c.gentl.GCUnregisterEvent(module, number), 0);
+        }
+    }
+    EXPECT_EQ(EventsOfThePage(Constants()), taken);
+}
+
+NQ_IN_BOTH_MODES(InterfacePageEvents);
+
+TEST(InterfacePageExports, HaveEveryNameThatTheLibraryExportsBesideGenTL)
+{
+    const Names exported =
+        All(TextOfFile("tests/compile/exports.txt"), R"(\n[TBu] (?:guard variable for |GenTL::)?(\w+))");
+    ASSERT_GT(exported.size(), 30U);
+    const std::string page = TextOfFile("docs/interface.md");
+    Names told;
+    for (const std::string& cell : All(page.substr(page.find("\n## Beside GenTL\n")), R"(\n\| (`[^|]*`) \|)"))
+    {
+        told.merge(All(cell, R"(`(\w+)`)"));
+    }
+    EXPECT_EQ(told, exported);
+}
+
 TEST(InterfacePageFunctions, AreAllThatTheLibraryExports)
 {
     const Names exported = All(TextOfFile("include/GenTL/GenTLFunctions.h"), R"(X\(([A-Z][A-Za-z]+)\))");
     ASSERT_EQ(exported.size(), 57U + 1U) << "with the X(Name) of the comment";
-    Names told = All(TextOfFile("docs/interface.md"), R"(\n\| `([A-Z][A-Za-z]+)` \|)");
+    const std::string page = TextOfFile("docs/interface.md");
+    Names told = All(page.substr(0, page.find("\n## Beside GenTL\n")), R"(\n\| `([A-Z][A-Za-z]+)` \|)");
     told.insert("Name");
     EXPECT_EQ(told, exported);
 }

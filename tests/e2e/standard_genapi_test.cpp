@@ -10,6 +10,7 @@
 
 #include <filesystem>
 
+using nq::test::AskUntil;
 using nq::test::Engine;
 using nq::test::ExpectFeatures;
 using nq::test::ExpectRegisters;
@@ -64,7 +65,7 @@ class StandardGenApi : public GenApi
     void OpenDeviceFor(int access)
     {
         OpenInterface();
-        ASSERT_EQ(gentl.IFOpenDevice(interface, kGenApiDeviceId, access, &device), 0);
+        ASSERT_EQ(AskUntil(0, [&] { return gentl.IFOpenDevice(interface, kGenApiDeviceId, access, &device); }), 0);
     }
 
     void AddInterface() const
@@ -262,7 +263,10 @@ TEST_F(StandardGenApi, TheAccessStatusOfTheInterfaceIsThatOfTheCInterface)
     CachingEngine engine(gentl, interface);
     EXPECT_EQ(engine.Value("DeviceAccessStatus"), "ReadWrite");
     EXPECT_EQ(DeviceStatus(), 1);
-    ASSERT_EQ(gentl.IFOpenDevice(interface, kGenApiDeviceId, GenTL::DEVICE_ACCESS_CONTROL, &device), 0);
+    const auto open = [this] {
+        return gentl.IFOpenDevice(interface, kGenApiDeviceId, GenTL::DEVICE_ACCESS_CONTROL, &device);
+    };
+    ASSERT_EQ(AskUntil(0, open), 0);
     EXPECT_EQ(engine.Value("DeviceAccessStatus"), "OpenReadWrite");
     EXPECT_EQ(DeviceStatus(), 5);
     ASSERT_EQ(gentl.DevClose(device), 0);

@@ -83,7 +83,7 @@ class StreamChaos : public testing::Test
     }
 
     const std::unique_ptr<nq::test::StandardAnswers> asked;
-    VirtualCamera camera{SmallFrames()};
+    VirtualCamera camera{SmallFrames({"--heartbeat", "60000"})};
     Consumer consumer;
     std::atomic<long> whole = 0; ///< Frames looked at, pixel by pixel.
     int restarts = 0;

@@ -197,11 +197,14 @@ TEST(CameraCache, HoldsWhatListFoundAndNothingThatAShellCouldTakeForACommand)
     const TemporaryFolder home;
     ChildProcess camera({NQ_CAMERA_PATH, "--interface", "host0", "--user-name", "$(touch x)"});
     ASSERT_TRUE(camera.WaitForOutput("ready 10.77.0.1", kLongTime)) << camera.Output();
-    EXPECT_EQ(RunTool({"list"}, {"XDG_CACHE_HOME=" + home.Path()}).exitCode, 0);
+    const auto list = [](const std::vector<std::string>& environment) {
+        return Heard([&] { return RunTool({"list"}, environment); });
+    };
+    EXPECT_EQ(list({"XDG_CACHE_HOME=" + home.Path()}).exitCode, 0);
     EXPECT_EQ(BytesOf(home / "nq-gev/cameras"), "10.77.0.1\tNQ-GEV-Camera NQ000001\n"
                                                 "NQ-GEV-Camera:02-00-0a-4d-00-01\tNQ-GEV-Camera NQ000001\n"
                                                 "NQ000001\tNQ-GEV-Camera NQ000001\n");
-    EXPECT_EQ(RunTool({"list"}, {"XDG_CACHE_HOME=", "HOME=" + home.Path()}).exitCode, 0);
+    EXPECT_EQ(list({"XDG_CACHE_HOME=", "HOME=" + home.Path()}).exitCode, 0);
     EXPECT_TRUE(fs::exists(home / ".cache/nq-gev/cameras"));
     EXPECT_EQ(OutputOf({"/usr/bin/find", home.Path(), "-name", "cameras.*"}), "");
     camera.Signal(SIGTERM);
@@ -218,7 +221,7 @@ TEST(CameraCache, ThatCannotBeWrittenIsNoFailure)
     ASSERT_TRUE(camera.WaitForOutput("ready 10.77.0.1", kLongTime)) << camera.Output();
     for (const char* place : {"XDG_CACHE_HOME=/proc/none", "XDG_CACHE_HOME=/dev/full"})
     {
-        const Outcome outcome = RunTool({"list"}, {place});
+        const Outcome outcome = Heard([&] { return RunTool({"list"}, {place}); });
         EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
         EXPECT_THAT(outcome.output, Not(HasSubstr("cache")));
     }

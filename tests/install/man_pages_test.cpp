@@ -128,7 +128,7 @@ TEST(ManPageOfNqGev, HasEachVerbWithTheOptionsOfItsHelp)
 {
     const std::string page = SourceOf("nq-gev");
     const Words verbs = VerbsOf(HelpOf("nq-gev"));
-    ASSERT_EQ(verbs.size(), 20U);
+    ASSERT_EQ(verbs.size(), 21U);
     EXPECT_EQ(WordsIn(page, R"(\n## ([a-z]+))"), verbs);
     for (const std::string& verb : verbs)
     {
@@ -149,10 +149,21 @@ TEST(ManPageOfTheLauncher, HasTheExitCodesOfTheHelpAndItsOptionsWork)
     }
 }
 
-TEST(ManPageOfNqGevStandard, HasTheExitCodesThatItGives)
+TEST(ManPageOfNqGevStandard, HasTheExitCodesThatItGivesAndTheOptionsThatItTakes)
 {
+    const std::string help = HelpOf("nq-gev-standard");
+    EXPECT_EQ(WordsIn(help, R"([\s,](\d+) )"), (Words{"2", "126", "127"}));
+    const Words options = OptionsOfPage(Below(SourceOf("nq-gev-standard"), "# OPTIONS"));
+    EXPECT_EQ(options, (Words{"-h", "--help", "--version"}));
+    for (const std::string& option : options)
+    {
+        EXPECT_EQ(RunProgram({NQ_BINARY_DIR "/nq-gev-standard", option}).exitCode, 0) << option;
+        EXPECT_EQ(
+            RunProgram({"/bin/sh", "-c", "'" NQ_BINARY_DIR "/nq-gev-standard' " + option + " >/dev/full"}).exitCode, 1)
+            << option;
+    }
     EXPECT_EQ(CodesOfPage("nq-gev-standard"), (Words{"2", "126", "127"}));
-    const std::string program = NQ_SOURCE_DIR "/tools/nq-gev-standard";
+    const std::string program = NQ_BINARY_DIR "/nq-gev-standard";
     EXPECT_EQ(RunProgram({program}).exitCode, 2);
     EXPECT_EQ(RunProgram({program, NQ_SOURCE_DIR "/LICENSE"}).exitCode, 126);
     EXPECT_EQ(RunProgram({program, "no-such-command-anywhere"}).exitCode, 127);

@@ -304,7 +304,7 @@ class GenApi : public testing::Test
     void OpenStream()
     {
         OpenDevice();
-        ASSERT_EQ(gentl.DevOpenDataStream(device, "Stream:0", &stream), 0);
+        ASSERT_EQ(AskUntil(0, [this] { return gentl.DevOpenDataStream(device, "Stream:0", &stream); }), 0);
         for (int index = 0; index < 3; ++index)
         {
             GenTL::BUFFER_HANDLE buffer = nullptr;

@@ -2,6 +2,7 @@
 // Asks a server by HTTP with exactly the bytes of a test, right or wrong ones.
 #pragma once
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <chrono>
 #include <cstdint>
@@ -70,6 +71,15 @@ class HttpClient
             m_read.append(bytes, readable.revents == 0 ? 0 : static_cast<size_t>(size));
         }
         return m_read;
+    }
+
+    /// Waits at most a second for bytes, and reads no more of them than so many. What was read so far, all in all.
+    const std::string& ReadSome(size_t most)
+    {
+        pollfd readable{m_file, POLLIN, 0};
+        std::string bytes(most, '\0');
+        const ssize_t size = poll(&readable, 1, 1000) > 0 ? recv(m_file, bytes.data(), bytes.size(), 0) : 0;
+        return m_read.append(bytes, 0, static_cast<size_t>(std::max<ssize_t>(size, 0)));
     }
 
     /// Everything until the other side ends.

@@ -114,11 +114,13 @@ class InterfaceModule : public NQGevInterface
     void Select(unsigned int index) { EXPECT_EQ(WriteResult(*this, 0x60108, index), 0); }
 };
 
-/// Waits until both ends of a cable carry packets; before that the kernel drops them.
+/// Waits until both ends of a cable carry packets; before that the kernel drops them. Not all kernels tell: after half
+/// a minute the case goes on.
 inline void WaitForCarrier(const Host& host, const std::string& here, const std::string& there)
 {
     const auto until = [](const std::string& name) {
-        return "until ip link show dev " + name + " | grep -q 'state UP'; do :; done";
+        return "for wait in $(seq 1500); do ! ip link show dev " + name +
+               " | grep -q 'state UP' || break; sleep 0.02; done";
     };
     Shell(until(here));
     host.Shell(until(there));

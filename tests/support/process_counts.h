@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What this process has: threads and descriptors.
+// What this process has, threads and descriptors, and the arguments of others.
 #pragma once
 
 #include <filesystem>
@@ -15,6 +15,15 @@ namespace nq::test
 inline long Descriptors()
 {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+}
+
+/// The arguments of a process, by its folder in /proc, each with a NUL behind it. Empty for one that ends meanwhile, as
+/// its arguments cannot be read then.
+inline std::string ArgumentsOf(const std::filesystem::path& process)
+{
+    std::ostringstream arguments;
+    arguments << std::ifstream(process / "cmdline").rdbuf();
+    return arguments.str();
 }
 
 /// Number of threads but those with that name. A thread that was joined stands in /proc until the

@@ -12,7 +12,7 @@ namespace nq::test
 {
 
 /// Prints its seed. NQ_RANDOM_SEED=N repeats a run, NQ_RANDOM_SECONDS=N makes it as long as one likes; run the test
-/// program itself then, since ctest ends a case after 120 s.
+/// program itself then, since ctest ends a case after 300 s.
 class RandomRun
 {
   public:

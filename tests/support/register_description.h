@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -127,7 +128,7 @@ inline std::vector<Placed> OfKind(const XmlNode& root, const Texts& kinds)
     return nodes;
 }
 
-inline const XmlNode& Node(const XmlNode& root, const std::string& name)
+inline const XmlNode& Node(const XmlNode& root, std::string_view name)
 {
     for (const Placed& placed : NamedNodes(root))
     {
@@ -136,10 +137,10 @@ inline const XmlNode& Node(const XmlNode& root, const std::string& name)
             return *placed.node;
         }
     }
-    throw std::runtime_error("no node " + name);
+    throw std::runtime_error("no node " + std::string(name));
 }
 
-inline const XmlNode& Group(const XmlNode& root, const std::string& comment)
+inline const XmlNode& Group(const XmlNode& root, std::string_view comment)
 {
     for (const XmlNode* child : root.Elements())
     {
@@ -148,7 +149,7 @@ inline const XmlNode& Group(const XmlNode& root, const std::string& comment)
             return *child;
         }
     }
-    throw std::runtime_error("no group " + comment);
+    throw std::runtime_error("no group " + std::string(comment));
 }
 
 inline std::vector<std::pair<std::string, std::string>> NameAttributes(const std::string& name,

@@ -113,7 +113,7 @@ class Replay : public BothModes
     {
         const std::string id =
             IdBy([&](char* text, std::size_t* size) { return gentl.DevGetDataStreamID(device, 0, text, size); });
-        ASSERT_EQ(gentl.DevOpenDataStream(device, id.c_str(), &stream), 0);
+        ASSERT_EQ(AskUntil(0, [&] { return gentl.DevOpenDataStream(device, id.c_str(), &stream); }), 0);
     }
 
     void Open()

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <sched.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -25,6 +27,22 @@ std::string MakeFolder()
         throw std::runtime_error("mkdtemp failed");
     }
     return path;
+}
+
+/// The library gives a camera 100 ms for some answers, and on a machine under load an ordinary thread may get no
+/// processor for longer. Where this is refused, a case has to be lucky.
+void AnswerAtOnce(pid_t camera)
+{
+    const sched_param priority{.sched_priority = 1};
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(camera) + "/task"))
+    {
+        std::string name;
+        std::ifstream(thread.path() / "comm") >> name;
+        if (name == "gvcp")
+        {
+            sched_setscheduler(std::stoi(thread.path().filename()), SCHED_RR | SCHED_RESET_ON_FORK, &priority);
+        }
+    }
 }
 
 } // namespace
@@ -60,6 +78,7 @@ void VirtualCamera::Start()
     {
         throw std::runtime_error("the virtual camera did not become ready:\n" + m_process->Output());
     }
+    AnswerAtOnce(m_process->Pid());
 }
 
 void VirtualCamera::Kill()

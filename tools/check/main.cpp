@@ -3,6 +3,7 @@
 #include "baseline.h"
 #include "completion.h"
 #include "exit_codes.h"
+#include "nq_version.h"
 #include "other_process.h"
 #include "printable.h"
 #include "report.h"
@@ -174,6 +175,7 @@ ExitCode Check(const Options& options)
 int Run(int argc, char** argv)
 {
     CLI::App app("Says, rule by rule, whether a GenTL producer (.cti) keeps GenTL 1.5.", "gentl-check");
+    app.set_version_flag("--version", NQ_VERSION_TEXT("gentl-check"), "Print versions and the commit, and end");
     Options options;
     AddOptions(app, options);
     try

@@ -2,6 +2,8 @@
 // Completion scripts for shells, made of a program's own table of options.
 #include "completion.h"
 
+#include <CLI/CLI.hpp>
+
 #include "command_table.h"
 #include "scripts.h"
 

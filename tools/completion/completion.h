@@ -2,7 +2,10 @@
 // Completion scripts for shells, made of a program's own table of options.
 #pragma once
 
-#include <CLI/CLI.hpp>
+namespace CLI
+{
+class App;
+} // namespace CLI
 
 namespace nq::completion
 {

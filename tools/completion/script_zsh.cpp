@@ -22,7 +22,7 @@ std::string Plain(const std::string& text, const char* special)
     return plain;
 }
 
-std::string ActionOf(const OptionRow& row, const std::string& function)
+std::string ZshAction(const OptionRow& row, const std::string& function)
 {
     std::string words;
     switch (row.argument)
@@ -54,7 +54,7 @@ std::string Specs(const VerbRow& verb, const std::string& function)
     for (const OptionRow& row : verb.options)
     {
         const std::string about = "[" + Plain(row.about, "[]\\") + "]";
-        const std::string action = ActionOf(row, function);
+        const std::string action = ZshAction(row, function);
         for (const std::string& name : row.names)
         {
             // Any may be given again but those that are only ever there or not.

@@ -174,7 +174,8 @@ int main(int argc, char** argv)
     if (first == "--help" || first == "-h" || first == "--version")
     {
         const char* answer = first == "--version" ? NQ_VERSION_TEXT("nq-software-rdma") "\n" : kUsage;
-        return std::fputs(answer, stdout) < 0 || std::fflush(stdout) != 0 ? 1 : 0;
+        const bool written = std::fputs(answer, stdout) >= 0 && std::fflush(stdout) == 0;
+        return written ? 0 : Fail(1, "cannot write the output: " + ReasonOf(errno));
     }
     const fs::path library = FindLibrary();
     if (library.empty())

@@ -2,6 +2,10 @@
 // System, interface and device: open and close, lists, ids and infos.
 #include "state.h"
 
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+
 using namespace GenTL;
 
 namespace nq::faulty
@@ -24,6 +28,17 @@ uint32_t Devices()
 
 namespace
 {
+
+/// No fault: a machine may stand still anywhere. NQ_STALL_AT_FREQUENCY=5 does so for a second at the fifth question.
+void StallAtQuestion()
+{
+    static std::atomic<int> asked = 0;
+    const char* const at = std::getenv("NQ_STALL_AT_FREQUENCY");
+    if (++asked == (at == nullptr ? 0 : std::atoi(at)))
+    {
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+    }
+}
 
 GC_ERROR Unknown()
 {
@@ -426,6 +441,10 @@ extern "C" GC_API IFOpenDevice(IF_HANDLE hIface, const char* sDeviceID, DEVICE_A
 extern "C" GC_API DevGetInfo(DEV_HANDLE hDevice, DEVICE_INFO_CMD iInfoCmd, INFO_DATATYPE* piType, void* pBuffer,
                              size_t* piSize)
 {
+    if (iInfoCmd == DEVICE_INFO_TIMESTAMP_FREQUENCY)
+    {
+        StallAtQuestion();
+    }
     const std::lock_guard lock(The().mutex);
     const GC_ERROR code = CheckHandle(hDevice, Kind::Device);
     return Result(code != 0 ? code : DeviceInfo(iInfoCmd, true, piType, pBuffer, piSize));
