@@ -263,9 +263,15 @@ TEST(LoopbackFaults, SendThatWasWaitingWhenTheLinkWentDownFailsToo)
     EXPECT_EQ(pair.active.Next().status, IBV_WC_RETRY_EXC_ERR);
 }
 
+/// How long nobody is waited for. That goes for the lock of the folder that all cases share too.
+void GiveUpIn3s()
+{
+    setenv("NQ_RDMA_LOOPBACK_TIMEOUT_MS", "3000", 1);
+}
+
 TEST(LoopbackFaults, ConnectOverALinkThatIsDownFindsNobody)
 {
-    setenv("NQ_RDMA_LOOPBACK_TIMEOUT_MS", "50", 1);
+    GiveUpIn3s();
     const LoopbackControl control;
     Meeting pair;
     pair.active.Resolve(pair.address);
@@ -277,7 +283,7 @@ TEST(LoopbackFaults, ConnectOverALinkThatIsDownFindsNobody)
 
 TEST(LoopbackFaults, DisconnectOverALinkThatIsDownEndsByItself)
 {
-    setenv("NQ_RDMA_LOOPBACK_TIMEOUT_MS", "50", 1);
+    GiveUpIn3s();
     const LoopbackControl control;
     Connected pair;
     control.link(0);

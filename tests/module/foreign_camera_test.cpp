@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The library against a camera of foreign make: the fake GigE Vision camera of the aravis project.
+#include "support/ask_until.h"
 #include "support/child_process.h"
 #include "support/gvcp_camera.h"
 #include "support/network.h"
@@ -20,6 +21,7 @@
 namespace
 {
 
+using nq::test::AskUntil;
 using nq::test::Bytes;
 using nq::test::ChildProcess;
 using nq::test::GvcpCamera;
@@ -128,10 +130,13 @@ class WithForeignCamera : public testing::Test
     void Open()
     {
         camera->Relay();
-        ASSERT_EQ(Scan(), 1U);
+        ASSERT_EQ(AskUntil(1U, [this] { return Scan(); }), 1U);
         std::size_t size = sizeof id;
         ASSERT_EQ(producer.IFGetDeviceID(interface, 0, id, &size), 0);
-        ASSERT_EQ(producer.IFOpenDevice(interface, id, GenTL::DEVICE_ACCESS_CONTROL, &device), 0);
+        const auto open = [this] {
+            return producer.IFOpenDevice(interface, id, GenTL::DEVICE_ACCESS_CONTROL, &device);
+        };
+        ASSERT_EQ(AskUntil(0, open), 0);
         ASSERT_EQ(producer.DevGetPort(device, &port), 0);
     }
 
@@ -176,7 +181,7 @@ TEST_F(WithForeignCamera, ItsOwnVersionIsTooOldToBeListed)
 TEST_F(WithForeignCamera, IsDiscoveredAndDescribed)
 {
     camera->Relay();
-    ASSERT_EQ(Scan(), 1U);
+    ASSERT_EQ(AskUntil(1U, [this] { return Scan(); }), 1U);
     std::size_t size = sizeof id;
     ASSERT_EQ(producer.IFGetDeviceID(interface, 0, id, &size), 0);
     EXPECT_THAT(id, StartsWith("Fake:"));
@@ -184,11 +189,14 @@ TEST_F(WithForeignCamera, IsDiscoveredAndDescribed)
     EXPECT_EQ(Text(GenTL::DEVICE_INFO_MODEL), "Fake");
     EXPECT_EQ(Text(GenTL::DEVICE_INFO_SERIAL_NUMBER), "GV77");
     EXPECT_EQ(Text(GenTL::DEVICE_INFO_VERSION), "3.0.0");
-    std::int32_t status = 0;
-    size = sizeof status;
-    GenTL::INFO_DATATYPE type = 0;
-    EXPECT_EQ(producer.IFGetDeviceInfo(interface, id, GenTL::DEVICE_INFO_ACCESS_STATUS, &type, &status, &size), 0);
-    EXPECT_EQ(status, 1) << "free, and on the host's subnet";
+    const auto access = [this] {
+        std::int32_t status = 0;
+        std::size_t bytes = sizeof status;
+        GenTL::INFO_DATATYPE type = 0;
+        EXPECT_EQ(producer.IFGetDeviceInfo(interface, id, GenTL::DEVICE_INFO_ACCESS_STATUS, &type, &status, &bytes), 0);
+        return status;
+    };
+    EXPECT_EQ(AskUntil(1, access), 1) << "free, and on the host's subnet";
 }
 
 TEST_F(WithForeignCamera, IsOpenedReadAndWritten)

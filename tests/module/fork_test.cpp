@@ -204,7 +204,12 @@ class ForkDuringAClose : public ForkWithAnOpenTree, public testing::WithParamInt
 
 TEST_P(ForkDuringAClose, TheChildClosesTheLibraryAndMayInitialiseIt)
 {
-    tree.camera.SetSilent(true);
+    // The exchange in which the camera is given back lasts until the child has ended, however long that takes.
+    const std::string release = "write 0x0A00 = 0x00000000";
+    tree.camera.Otherwise([this, release](const nq::test::Bytes& command) {
+        return gvcp::Describe(command) == release ? gvcp::Pending(60000)(command)
+                                                  : tree.camera.AnswerFromMemory(command);
+    });
     CallingThread closer([&] {
         EXPECT_EQ(GetParam() == 0   ? p.DevClose(tree.device)
                   : GetParam() == 1 ? p.IFClose(tree.interface)
@@ -212,13 +217,20 @@ TEST_P(ForkDuringAClose, TheChildClosesTheLibraryAndMayInitialiseIt)
                                     : p.GCCloseLib(),
                   0);
     });
-    ASSERT_TRUE(tree.camera.WaitFor("write 0x0A00 = 0x00000000"));
+    ASSERT_TRUE(tree.camera.WaitFor(release, 1, std::chrono::seconds(60)));
     Forked([&] {
         EXPECT_EQ(p.GCCloseLib(), 0);
         EXPECT_EQ(p.GCInitLib(), 0);
         EXPECT_EQ(p.TLOpen(&tree.system), 0);
         EXPECT_EQ(p.GCCloseLib(), 0);
     });
+    tree.camera.Otherwise([this](const nq::test::Bytes& command) { return tree.camera.AnswerFromMemory(command); });
+    const std::vector<GvcpCamera::Datagram> all = tree.camera.Received();
+    const auto last = std::find_if(all.rbegin(), all.rend(), [&](const GvcpCamera::Datagram& datagram) {
+        return gvcp::Describe(datagram.bytes) == release;
+    });
+    ASSERT_NE(last, all.rend());
+    tree.camera.Send(gvcp::Acknowledge({0, 0, 0, 1})(last->bytes)[0].bytes, last->senderAddress, last->senderPort);
 }
 
 INSTANTIATE_TEST_SUITE_P(OfEachModule, ForkDuringAClose, testing::Range(0, 4));

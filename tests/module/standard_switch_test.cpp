@@ -15,7 +15,7 @@ using namespace nq::test;
 namespace
 {
 
-constexpr char kTool[] = NQ_SOURCE_DIR "/tools/nq-gev-standard";
+constexpr char kTool[] = NQ_BINARY_DIR "/nq-gev-standard";
 
 /// Whose answers the session gives: an info call that clears what it is given is the library's own.
 std::string AnswersOf(const Producer& p)

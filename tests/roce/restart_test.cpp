@@ -8,6 +8,7 @@ TEST(Restart, EachOfTwentyAcquisitionsBringsFramesAndNothingIsLeftOpen)
 {
     nq::test::RoceConsumer consumer;
     ASSERT_NE(consumer.stream, nullptr) << "no camera answered";
+    const long threads = nq::test::CountOf("task");
     long descriptors = 0;
     for (int acquisition = 1; acquisition <= 20; ++acquisition)
     {
@@ -20,8 +21,8 @@ TEST(Restart, EachOfTwentyAcquisitionsBringsFramesAndNothingIsLeftOpen)
         std::cout << "acquisition " << acquisition << std::endl;
         if (acquisition == 1)
         {
-            descriptors = nq::test::CountOf("fd");
+            descriptors = nq::test::DescriptorsAtRest(threads);
         }
     }
-    EXPECT_EQ(nq::test::CountOf("fd"), descriptors);
+    EXPECT_EQ(nq::test::DescriptorsAtRest(threads), descriptors);
 }

@@ -2,14 +2,17 @@
 // A consumer of whatever camera is there, on whatever RDMA device there is.
 #pragma once
 
+#include "support/ask_until.h"
 #include "support/producer.h"
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace nq::test
@@ -20,6 +23,18 @@ inline long CountOf(const std::string& what)
 {
     return std::distance(std::filesystem::directory_iterator("/proc/self/" + what),
                          std::filesystem::directory_iterator());
+}
+
+/// Number of descriptors once no more than so many threads are left: by the library's own answers the one of a run that
+/// was stopped leaves a while later. Not after more than 20 s.
+inline long DescriptorsAtRest(long threads)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (CountOf("task") > threads && std::chrono::steady_clock::now() < end)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return CountOf("fd");
 }
 
 /// The first stream of the first camera that is found, with buffers that the library allocates, not queued yet.
@@ -109,10 +124,13 @@ class RoceConsumer
         }
         size = id.size();
         EXPECT_EQ(gentl.IFGetDeviceID(interface, 0, id.data(), &size), 0);
-        ASSERT_EQ(gentl.IFOpenDevice(interface, id.data(), GenTL::DEVICE_ACCESS_CONTROL, &device), 0);
+        const auto open = [&] {
+            return gentl.IFOpenDevice(interface, id.data(), GenTL::DEVICE_ACCESS_CONTROL, &device);
+        };
+        ASSERT_EQ(AskUntil(0, open), 0);
         size = id.size();
         EXPECT_EQ(gentl.DevGetDataStreamID(device, 0, id.data(), &size), 0);
-        ASSERT_EQ(gentl.DevOpenDataStream(device, id.data(), &stream), 0);
+        ASSERT_EQ(AskUntil(0, [&] { return gentl.DevOpenDataStream(device, id.data(), &stream); }), 0);
     }
 
     void Announce(int buffers)

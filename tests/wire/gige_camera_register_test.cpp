@@ -98,7 +98,7 @@ TEST_F(CameraRegister, LostAnswerIsMadeUpForByOneResend)
 
 TEST_F(CameraRegister, AnswerThatComesAfter200MsMeetsTheResend)
 {
-    m_peer.Next(Late(250ms, Value(6)));
+    m_peer.Next(Late(500ms, Value(6))); // of the 400 ms for which the resend, after 200 ms, is waited for
     m_peer.Next(Silent());
     EXPECT_EQ(Get(), 0);
     EXPECT_EQ(m_value, 6U);
