@@ -169,6 +169,27 @@ def tool_seeds():
     seed("tool", "latin1", [1] + [text, 3, 0x4B, 0xFC, 0x1B] * 20)
 
 
+# The first byte chooses whether the file is converted too; then one container after the other.
+def recording_seeds():
+    written, made_up, plain, changed = range(4)
+
+    def container(ident, width, height):
+        return list(struct.pack(">Q", ident)) + [width - 1, height - 1, 5, 0x80]
+
+    def edge(at, number, size=3):
+        return word(at) + [1, number, size]
+
+    for name, first in (("read", 0), ("converted", 1)):
+        seed("recording", f"{name}_one", [first, written] + container(7, 16, 16))
+        seed("recording", f"{name}_three", [first] + [step for n in range(3) for step in [written] + container(n, 4, 3)])
+        seed("recording", f"{name}_parts", [first, made_up, 2, 3, 7, 2, 9] + [1] * 6 + [0] + word(4) + [0, 1])
+    seed("recording", "cut", [1, written] + container(7, 4, 4) + [plain, 100] + list(frame(8, 8)[:100]))
+    seed("recording", "no_container", [1, plain, 64] + list(range(64)))
+    # The numbers of a container, of its component and of its part: each once as large as can be.
+    for place in (8, 32, 40, 48, 52, 56, 64, 110, 112, 120, 144, 152, 160, 164, 168):
+        seed("recording", f"edge_{place}", [1, changed] + container(7, 8, 8) + [0] + edge(place, 10))
+
+
 # ---- call sequences
 
 
@@ -409,6 +430,6 @@ def camera_control_seeds():
     seed("camera_control", "odd", [step for text in odd for step in line(text) + read])
 
 
-for make in (acknowledge_seeds, discovery_seeds, event_seeds, gendc_seeds, text_seeds, port_seeds, tool_seeds, call_seeds,
-             stream_seeds, rendezvous_seeds, camera_packet_seeds, camera_control_seeds):
+for make in (acknowledge_seeds, discovery_seeds, event_seeds, gendc_seeds, text_seeds, port_seeds, tool_seeds, recording_seeds,
+             call_seeds, stream_seeds, rendezvous_seeds, camera_packet_seeds, camera_control_seeds):
     make()

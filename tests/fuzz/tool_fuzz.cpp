@@ -5,6 +5,7 @@
 #include "gentl_library.h"
 #include "verbs.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdlib>
 #include <dlfcn.h>
