@@ -1,27 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
-// What one frame costs: heap allocations and copied bytes in the producer, counted; the throughput, the time of all
-// processors in this process, the software RDMA's own copy included, and the memory registered once started and once
-// started again. For buffers of both kinds, by the library's own answers and with the standard's. Run beside a virtual
-// camera by `./run bench`. Prints JSON.
-#include "camera_choice.h"
+// What one frame costs in memory: heap allocations and copied pixels in the library, counted. The consumer is the lean
+// one of all benchmarks, since a question that the library refuses costs the text of an error. Prints JSON. Run beside
+// a virtual camera by `./run bench`.
 #include "code_range.h"
-#include "grab_session.h"
+#include "frame_source.h"
 #include "nq_version.h"
-#include "producer_tree.h"
 
-#include <algorithm>
+#include <CLI/CLI.hpp>
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <fmt/format.h>
-#include <infiniband/verbs.h>
 #include <new>
 #include <nlohmann/json.hpp>
-#include <string_view>
-#include <sys/resource.h>
-#include <thread>
+#include <vector>
 
 namespace
 {
@@ -39,8 +32,6 @@ struct Counters
 };
 
 Counters g_counters;
-
-std::atomic<uint64_t> g_registeredBytes{0};
 
 /// Copies below this size are single fields (a status, a handle); from here on they would be picture data.
 constexpr size_t kSmallestCountedCopy = 4096;
@@ -104,8 +95,7 @@ void operator delete[](void* memory, size_t) noexcept
     std::free(memory);
 }
 
-// These stand in front of those of the libraries, for every library of the process.
-#undef ibv_reg_mr
+// These stand in front of those of the C library, for every library of the process.
 extern "C"
 {
 __attribute__((visibility("default"))) void* memcpy(void* destination, const void* source, size_t size)
@@ -117,159 +107,82 @@ __attribute__((visibility("default"))) void* memmove(void* destination, const vo
 {
     return CountedCopy(destination, source, size, __builtin_return_address(0));
 }
-
-__attribute__((visibility("default"))) ibv_mr* ibv_reg_mr(ibv_pd* domain, void* start, size_t size, int access)
-{
-    using Register = ibv_mr* (*)(ibv_pd*, void*, size_t, int);
-    static const Register kNext = reinterpret_cast<Register>(dlsym(RTLD_NEXT, "ibv_reg_mr"));
-    ibv_mr* const region = kNext(domain, start, size, access);
-    g_registeredBytes += region != nullptr ? size : 0;
-    return region;
-}
-
-__attribute__((visibility("default"))) int ibv_dereg_mr(ibv_mr* region)
-{
-    using Deregister = int (*)(ibv_mr*);
-    static const Deregister kNext = reinterpret_cast<Deregister>(dlsym(RTLD_NEXT, "ibv_dereg_mr"));
-    g_registeredBytes -= region->length;
-    return kNext(region);
-}
 }
 
 namespace
 {
 
-using namespace nq::tool;
+using namespace nq::bench;
 
-Frame NextFrame(GrabSession& session)
-{
-    std::optional<Frame> frame = session.Next(5000);
-    if (!frame)
-    {
-        throw ToolFailure(ExitCode::CameraLost, session.WhyNoFrames());
-    }
-    return *frame;
-}
+/// How many rounds of all buffers come before those that count: until each is bound to its block and every queue has
+/// its capacity.
+constexpr uint64_t kWarmUp = 25;
 
-/// Of this process, on all processors.
-double CpuSeconds()
+/// Takes a frame into each buffer, `rounds` times. In between none is on its way, since none has a buffer: what is
+/// counted from one such moment to another is of the frames taken alone. Bytes of the pixels of all frames.
+uint64_t TakeRounds(FrameSource& source, std::vector<SourceFrame>& held, uint64_t rounds)
 {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    const auto seconds = [](const timeval& time) {
-        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-    };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
-
-/// A session that has started. A busy camera may hear late that the last one has ended.
-std::unique_ptr<GrabSession> Start(Interface& interface, const CameraEntry& camera, BufferOrigin origin,
-                                   MemoryBudget& memory)
-{
-    for (int attempt = 1;; ++attempt)
-    {
-        try
-        {
-            auto session = std::make_unique<GrabSession>(interface, camera, origin, 8, memory);
-            session->Start();
-            return session;
-        }
-        catch (const ToolFailure& failure)
-        {
-            if (failure.Code() != ExitCode::CameraInUse || attempt == 10)
-            {
-                throw;
-            }
-            std::this_thread::sleep_for(std::chrono::seconds(1));
-        }
-    }
-}
-
-/// What is registered while a session runs, once some frames have come.
-uint64_t RegisteredOnceStarted(Interface& interface, const CameraEntry& camera, BufferOrigin origin)
-{
-    MemoryBudget memory;
-    const auto session = Start(interface, camera, origin, memory);
-    for (int index = 0; index < 10; ++index)
-    {
-        session->Requeue(NextFrame(*session));
-    }
-    return g_registeredBytes;
-}
-
-nlohmann::ordered_json Measure(Interface& interface, const CameraEntry& camera, BufferOrigin origin, uint64_t frames)
-{
-    // Until every buffer is bound to its block and every queue has its capacity.
-    const uint64_t warmUp = std::min<uint64_t>(frames, 200);
-    const uint64_t registered = RegisteredOnceStarted(interface, camera, origin);
-    MemoryBudget memory;
-    const auto session = Start(interface, camera, origin, memory);
-    double cpu = 0;
     uint64_t bytes = 0;
-    std::chrono::steady_clock::time_point start;
-    for (uint64_t index = 0; index < warmUp + frames; ++index)
+    for (; rounds > 0; --rounds)
     {
-        if (index == warmUp)
+        for (SourceFrame& frame : held)
         {
-            g_counters.allocations = g_counters.copies = g_counters.copiedBytes = bytes = 0;
-            g_counters.on = true;
-            cpu = CpuSeconds();
-            start = std::chrono::steady_clock::now();
+            if (frame.token != nullptr)
+            {
+                source.Return(frame);
+            }
         }
-        const Frame frame = NextFrame(*session);
-        bytes += frame.size;
-        session->Requeue(frame);
+        for (SourceFrame& frame : held)
+        {
+            if (!source.Next(frame) || frame.pixels == nullptr)
+            {
+                throw std::runtime_error("no frame came");
+            }
+            bytes += frame.size;
+        }
     }
+    return bytes;
+}
+
+nlohmann::ordered_json Measure(const SourcePlan& plan, uint64_t frames)
+{
+    const std::unique_ptr<FrameSource> source = MakeLibrarySource(plan);
+    std::vector<SourceFrame> held(plan.buffers);
+    g_counters.code.Take("libnq_gev_rdma_tl.cti");
+    source->Start();
+    TakeRounds(*source, held, kWarmUp);
+    const uint64_t rounds = (frames + held.size() - 1) / held.size();
+    g_counters.on = true;
+    const uint64_t bytes = TakeRounds(*source, held, rounds);
     g_counters.on = false;
-    cpu = CpuSeconds() - cpu;
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    const auto perFrame = [frames](uint64_t total) { return static_cast<double>(total) / static_cast<double>(frames); };
-    return {{"buffers", origin == BufferOrigin::Library ? "library-allocated" : "consumer-announced"},
-            {"frames", frames},
+    source->Stop();
+    const auto perFrame = [counted = rounds * held.size()](uint64_t total) {
+        return static_cast<double>(total) / static_cast<double>(counted);
+    };
+    return {{"announced", plan.announced},
+            {"frames", rounds * held.size()},
             {"bytes_per_frame", perFrame(bytes)},
             {"allocations_per_frame", perFrame(g_counters.allocations)},
             {"copies_per_frame", perFrame(g_counters.copies)},
-            {"copied_bytes_per_frame", perFrame(g_counters.copiedBytes)},
-            {"megabytes_per_second", static_cast<double>(bytes) / seconds / 1e6},
-            {"cpu_microseconds_per_frame", cpu * 1e6 / static_cast<double>(frames)},
-            {"registered_bytes_once_started", registered},
-            {"registered_bytes_once_started_again", g_registeredBytes.load()}};
-}
-
-/// Rows for both kinds of buffers of a producer that is asked for these answers.
-void MeasureAnswers(const std::string& answers, uint64_t frames, nlohmann::ordered_json& results)
-{
-    answers == "standard" ? setenv("NQ_GEV_TL_STANDARD", "1", 1) : unsetenv("NQ_GEV_TL_STANDARD");
-    const FoundCamera used = ChooseCameras(CommonOptions{}, {}).front();
-    ProducerTree producers;
-    Interface& interface = producers.InterfaceOf(used);
-    g_counters.code.Take("libnq_gev_rdma_tl.cti");
-    for (const BufferOrigin origin : {BufferOrigin::Library, BufferOrigin::Consumer})
-    {
-        nlohmann::ordered_json row = {{"answers", answers}};
-        row.update(Measure(interface, used.camera, origin, frames));
-        results.push_back(std::move(row));
-    }
+            {"copied_bytes_per_frame", perFrame(g_counters.copiedBytes)}};
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc == 2 && std::string_view(argv[1]) == "--version")
-    {
-        fmt::print("{}\n", NQ_VERSION_TEXT("frame_cost"));
-        return 0;
-    }
+    SourcePlan plan;
+    uint64_t frames = 500;
+    CLI::App app("What the library allocates and copies for a frame");
+    app.set_version_flag("--version", NQ_VERSION_TEXT("frame_cost"));
+    app.add_option("--camera", plan.camera, "dotted IPv4 address")->required();
+    app.add_option("--producer", plan.producer, "path of the library")->required();
+    app.add_flag("--announced", plan.announced, "buffers of the consumer");
+    app.add_option("--frames", frames)->check(CLI::PositiveNumber);
+    CLI11_PARSE(app, argc, argv);
     try
     {
-        const uint64_t frames = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 2000;
-        nlohmann::ordered_json results = nlohmann::ordered_json::array();
-        for (const char* answers : {"stated", "standard"})
-        {
-            MeasureAnswers(answers, frames, results);
-        }
-        fmt::print("{}\n", nlohmann::ordered_json{{"frame_cost", results}}.dump(2));
+        fmt::print("{}\n", Measure(plan, frames).dump(2));
         return 0;
     }
     catch (const std::exception& failure)

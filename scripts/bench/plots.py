@@ -3,6 +3,8 @@
 
 import xml.sax.saxutils
 
+from figures import SIZES
+
 COLOURS = ("#2a6f97", "#e07a1f", "#5a9a3c", "#8a5fa8")
 WIDTH, HEIGHT = 760, 420
 LEFT, RIGHT, TOP, BOTTOM = 70, 20, 50, 80
@@ -40,6 +42,7 @@ def bars(title, unit, places, series, mark=None):
         return TOP + height * (1 - value / top)
 
     drawn = [f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {WIDTH} {HEIGHT}" font-family="sans-serif">',
+             f"<title>{xml.sax.saxutils.escape(title)}</title>",
              f'<rect width="{WIDTH}" height="{HEIGHT}" fill="white"/>', text(title, WIDTH / 2, 24, size=16),
              text(unit, LEFT, TOP - 10, "start", 12)]
     for index in range(int(top / step + 0.5) + 1):
@@ -79,9 +82,6 @@ def plot(figures, title, unit, places, wanted, mark=None):
     return bars(title, unit, places, series, mark) if any(any(column) for _, column in series) else None
 
 
-SIZES = ("4 KiB", "64 KiB", "1 MiB", "16 MiB")
-
-
 def plots_of(figures):
     """The plots by their file names."""
     every = {}
@@ -103,8 +103,7 @@ def plots_of(figures):
             for road in ("library", "handover", "bare")})
     every["latency.svg"] = plot(figures, "From the completion to the consumer, ours over two hand-overs", "ratio",
                                 ("p50", "p99", "p99.9"), {
-                                    "64 KiB, 500 frames/s": lambda part: (f"latency_{part}_vs_handover",
-                                                                          "64 KiB, 500 frames/s")}, 1)
+                                    "64 KiB, 500 frames/s": lambda part: ("latency_completion_to_consumer", part)}, 1)
     every["scale_buffers.svg"] = plot(figures, "Processor time per frame with many buffers, over four", "ratio",
                                       ("32", "99"), {
                                           mode: lambda count, mode=mode: ("scale_buffers", f"{count} over 4, {mode}")
