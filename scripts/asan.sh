@@ -9,4 +9,6 @@ export NQ_BUILD=build-asan NQ_BUILD_ARGUMENTS="-DNQ_SANITIZE=address,undefined -
 # The software RDMA is preloaded, so it comes before the run-time of the sanitizer. Two copies of the library in one process
 # share their exported variables, and are tested so: only those of different sizes count as defined twice.
 export ASAN_OPTIONS=verify_asan_link_order=0:detect_odr_violation=1
+# In quotes: a path may hold a space or a colon, and both end a value.
+export LSAN_OPTIONS="suppressions='$PWD/tests/support/lsan.supp':print_suppressions=0"
 exec scripts/test.sh "$@"

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
 """check_commands.py FOLDER: every command in a fenced block of a page below the folder stands in its docs/commands.txt with what
-runs it, nothing else stands there, and what is said to run it is there: a case of tests/, a line of .ci/run or scripts/all.sh.
+runs it, nothing else stands there, and what is said to run it is there: a case of tests/, a line of .ci/run or scripts/all.sh, a script.
 `hardware` and `by hand` say that nothing does. Exit code 1 when one of these does not hold."""
 import collections
 import glob
@@ -11,8 +11,8 @@ import sys
 
 from check_links import pages
 
-COMMAND = re.compile(r"(\./run|(build/|/usr/bin/)?(nq-|gentl-check|examples/|python3)|cmake|cc|gdb|docker|export|sudo|git"
-                     r"|[A-Z_]+=\S+ \S)")
+COMMAND = re.compile(r"(\./run|(build/|/usr/bin/)?(nq-|gentl-check|examples/|python3)|scripts/|(\S*/)?with_camera\.sh|cmake|cc|gdb|docker"
+                     r"|export|sudo|git|ninja|ctest|apt-get|apt|systemctl|ssh|\. /|[A-Z_]+=\S+ \S)")
 
 
 def commands(page):
@@ -46,7 +46,7 @@ def cases(folder):
 def is_there(runs, folder, known):
     if runs in ("hardware", "by hand"):
         return True
-    if runs in (".ci/run", "scripts/all.sh"):
+    if runs == ".ci/run" or runs.startswith("scripts/"):
         return os.path.exists(os.path.join(folder, runs))
     return runs in known
 
@@ -77,4 +77,5 @@ def main(folder):
     return 1 if bad or not counts["run"] else 0
 
 
-sys.exit(main(*sys.argv[1:]))
+if __name__ == "__main__":
+    sys.exit(main(*sys.argv[1:]))

@@ -5,7 +5,7 @@
 build_packages="g++ cmake ninja-build pkg-config iproute2 libibverbs-dev librdmacm-dev libcli11-dev nlohmann-json3-dev
     libpng-dev libtiff-dev libjpeg62-turbo-dev libcpp-httplib-dev libfmt-dev libzip-dev zlib1g-dev"
 test_packages="libgtest-dev libgmock-dev python3 tshark aravis-tools aravis-tools-cli libaravis-dev libxml2-dev libxml2-utils tcpdump lld git
-    python3-pil python3-tifffile python3-jsonschema ffmpeg scdoc zsh fish"
+    python3-pil python3-tifffile python3-jsonschema ffmpeg scdoc zsh fish xz-utils"
 # The browser that opens the HTML report of gentl-check is big: CI has it; elsewhere its case is skipped where it is absent.
 browser_packages="chromium chromium-driver python3-selenium"
 [ -z "${CI:-}" ] || test_packages="$test_packages $browser_packages"
@@ -33,27 +33,57 @@ missing_packages() {
     done
 }
 
-# Becomes root, by sudo where that is needed, and keeps the arguments of the calling script and what chooses its build.
-# A user for whom all of $packages are installed is root enough in a user namespace; where there is none, $one_host_will_do
-# lets the user go on as they are.
-# What root makes in the checkout of a user who called sudo is that user's afterwards. Then locks the checkout.
+# without_sudo ARGUMENT...: a user for whom all of $packages are installed is root enough in a user namespace; where there
+# is none, $one_host_will_do lets the user go on as they are. Returns 1 where neither will do.
+without_sudo() {
+    # shellcheck disable=SC2086
+    [ -n "${packages:-}" ] && [ -z "$(missing_packages $packages)" ] || return 1
+    if unshare --map-root-user --net true 2>/dev/null; then
+        [ -z "${sudo_first:-}" ] || echo "run: no sudo: root in a user namespace will do" >&2
+        exec unshare --map-root-user "$0" "$@"
+    fi
+    [ -n "${one_host_will_do:-}" ]
+}
+
+# Says that there is no way to become root, and what makes one.
+fail_without_root() {
+    local missing='' why="there is no sudo"
+    ! command -v sudo >/dev/null || why="sudo refuses"
+    # shellcheck disable=SC2086
+    [ -z "${packages:-}" ] || missing=$(missing_packages $packages | paste -s -d ' ')
+    if [ -n "$missing" ]; then
+        fail "this needs root (network namespaces, packages), and $why; no root is needed once root has done this:" \
+            "apt-get install $missing"
+    elif [ -n "${packages:-}" ]; then
+        fail "this needs root (network namespaces), and $why; no root is needed once users may make namespaces" \
+            "(\`unshare --map-root-user --net true\` fails)"
+    fi
+    fail "this needs root (network namespaces, packages), and $why"
+}
+
+# Becomes root, and keeps the arguments of the calling script and what chooses its build: without sudo where that will
+# do, after it with $sudo_first. What root makes in the checkout of a user who called sudo is that user's afterwards.
+# Then locks the checkout.
 become_root() {
     if [ "$(id -u)" != 0 ]; then
-        # shellcheck disable=SC2086
-        if [ -n "${packages:-}" ] && [ -z "$(missing_packages $packages)" ]; then
-            ! unshare --map-root-user --net true 2>/dev/null || exec unshare --map-root-user "$0" "$@"
-            if [ -n "${one_host_will_do:-}" ]; then
-                lock_checkout "$@"
-                return
-            fi
+        if [ -z "${sudo_first:-}" ] && without_sudo "$@"; then
+            lock_checkout "$@"
+            return
         fi
-        command -v sudo >/dev/null || fail "this needs root (network namespaces, packages), and there is no sudo"
-        local name settings=()
-        for name in CI NQ_BUILD NQ_BUILD_ARGUMENTS NQ_TEST_JOBS ASAN_OPTIONS; do
-            [ -z "${!name+set}" ] || settings+=("$name=${!name}")
-        done
-        # Not by sudo itself, which needs a right of its own for that (SETENV).
-        exec sudo env "${settings[@]}" "$0" "$@"
+        # Whom it does not let, it tells so.
+        if command -v sudo >/dev/null && sudo env true; then
+            local name settings=()
+            for name in CI NQ_BUILD NQ_BUILD_ARGUMENTS NQ_TEST_JOBS ASAN_OPTIONS LSAN_OPTIONS; do
+                [ -z "${!name+set}" ] || settings+=("$name=${!name}")
+            done
+            # Not by sudo itself, which needs a right of its own for that (SETENV).
+            exec sudo env "${settings[@]}" "$0" "$@"
+        fi
+        if [ -z "${sudo_first:-}" ] || ! without_sudo "$@"; then
+            fail_without_root
+        fi
+        lock_checkout "$@"
+        return
     fi
     if [ "${SUDO_UID:-0}" != 0 ] && [ "$(stat -c %u .)" = "$SUDO_UID" ] && [ -z "${NQ_FOR_CALLER:-}" ]; then
         NQ_FOR_CALLER=1 exec scripts/for_caller.sh "$0" "$@"
@@ -132,8 +162,10 @@ build() {
     if [[ " $*" == *CXX_COMPILER=clang* ]] && ! grep -qs '^CMAKE_CXX_COMPILER:.*clang' "$folder/CMakeCache.txt"; then
         rm -rf "$folder/CMakeCache.txt" "$folder/CMakeFiles"
     fi
-    # CI treats warnings as errors; on a user's compiler, older or newer than ours, they stay warnings.
-    cmake -S . -B "$folder" -G Ninja -DNQ_WARNINGS_AS_ERRORS="${CI:+ON}" "$@" >"$log" 2>&1 || {
+    # CI treats warnings as errors; on a user's compiler, older or newer than ours, they stay warnings. Nobody goes through
+    # CI's programs in a debugger: the lines of a backtrace are enough, and without the rest g++ is a quarter faster.
+    cmake -S . -B "$folder" -G Ninja -DNQ_WARNINGS_AS_ERRORS="${CI:+ON}" \
+        ${CI:+"-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG"} "$@" >"$log" 2>&1 || {
         tail -n 40 "$log" >&2
         fail "cmake failed; see $log"
     }

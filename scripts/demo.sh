@@ -3,7 +3,7 @@
 # ./run demo [--answers stated]: a virtual camera and a consumer on two hosts of their own; without the right to make
 # hosts, on an address of this machine, where discovery asks its network for cameras. Checks 300 pictures of 1280 x 1024
 # pixels byte by byte, then takes 300 of a drawn scene and writes every 30th to out/demo/. The library gives the
-# standard's answers, or its own with --answers stated. The first time takes about two minutes, later ones half of one.
+# standard's answers, or its own with --answers stated. The first time takes about four minutes, later ones half of one.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh

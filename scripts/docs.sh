@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # ./run docs: makes the site of the documentation in out/docs/site/, with a reference of the installed headers in its api/,
 # and fails when a page is missing, a link leads nowhere, a page would load anything from elsewhere, or nobody says what runs
-# a command (docs/commands.txt). Look at it by `python3 -m http.server --directory out/docs/site`.
+# a command (docs/commands.txt) or makes a picture (docs/pictures.txt). Look at it by `python3 -m http.server --directory out/docs/site`.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 . scripts/common.sh
@@ -11,12 +11,12 @@ become_root "$@"
 # shellcheck disable=SC2086
 install $docs_packages
 /usr/bin/python3 scripts/check_commands.py .
+/usr/bin/python3 scripts/pictures.py .
 rm -rf out/docs
 mkdir -p out/docs/pages
 /usr/bin/python3 scripts/docs_tree.py out/docs/pages
 doxygen docs/doxygen.conf 2>out/docs/doxygen.txt || { cat out/docs/doxygen.txt >&2 && fail "doxygen found something"; }
-# The version that Debian 12 has warns of its successor, on standard error and in colours.
-/usr/bin/mkdocs --quiet build --strict || fail "mkdocs found something"
+/usr/bin/mkdocs build --strict >out/docs/mkdocs.txt 2>&1 || { cat out/docs/mkdocs.txt >&2 && fail "mkdocs found something"; }
 echo "links"
 linkchecker --no-status --no-warnings out/docs/site/index.html >out/docs/links.txt 2>&1 ||
     { cat out/docs/links.txt >&2 && fail "links of the site lead nowhere"; }

@@ -12,8 +12,8 @@ need_disk
 # shellcheck disable=SC2086
 install $build_packages $test_packages $example_packages
 need_namespaces
-NQ_TARGETS="e2e_example_programs_test examples" build build "$(fast_linker)"
-scripts/private_tmp.sh ctest --test-dir build -R '^e2e\..*Example' -j "$(nproc)" --no-tests=error --output-on-failure
+NQ_TARGETS="tools_example_programs_test tools_example_testing_test examples" build build "$(fast_linker)"
+scripts/private_tmp.sh ctest --test-dir build -R '^tools\..*Example' -j "$(nproc)" --no-tests=error --output-on-failure
 
 camera="--width 64 --height 48"
 # Rows that are no multiple of four bytes, which GStreamer would take for its own otherwise.

@@ -11,7 +11,8 @@ need_disk
 install $build_packages $test_packages
 need_namespaces
 folder=${NQ_BUILD:-build}
-NQ_TARGETS="e2e_fault_camera_lost_e2e_test e2e_fault_process_e2e_test e2e_fault_clock_e2e_test e2e_fault_memory_e2e_test"
+NQ_TARGETS="e2e_fault_camera_lost_e2e_test tools_fault_killed_test e2e_fault_process_e2e_test e2e_fault_clock_e2e_test
+    e2e_fault_memory_e2e_test"
 build "$folder" "$(fast_linker)"
 rm -rf out/faults
 mkdir -p out/faults

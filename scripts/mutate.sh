@@ -19,7 +19,7 @@ python3 -c 'import build, sys; build.copy_tree(".", sys.argv[1])' "$folder/tree"
 gcc -O1 -fPIC -Wall -Wextra -c scripts/mutate/trace_lines.c -o "$folder/trace_lines.o"
 common=(-DCMAKE_BUILD_TYPE=Debug -DNQ_SHARED_LAYERS=ON "$(fast_linker)")
 cd "$folder/tree"
-NQ_TARGETS='nq_layers nq_gev_rdma_tl nq-gev nq-gev-camera nq_rdma_loopback tests_unit tests_wire tests_module tests_e2e' \
+NQ_TARGETS='nq_layers nq_gev_rdma_tl nq-gev nq-gev-camera nq_rdma_loopback tests_unit tests_wire tests_module tests_e2e tests_tools' \
     build ../build "${common[@]}" -DCMAKE_CXX_FLAGS_DEBUG="-O0 -g0" -DCMAKE_SHARED_LINKER_FLAGS=-fuse-ld=lld
 NQ_TARGETS='nq_layers nq_gev_rdma_tl' build ../build-lines "${common[@]}" \
     -DCMAKE_CXX_FLAGS_DEBUG="-O0 -g1 -fsanitize-coverage=trace-pc" \

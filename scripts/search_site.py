@@ -26,7 +26,7 @@ def found(address, word):
     browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
     try:
         browser.get(f"{address}/index.html?q={word}")
-        WebDriverWait(browser, 60).until(lambda one: one.find_elements(By.CSS_SELECTOR, ".md-search-result__link"))
+        WebDriverWait(browser, 300).until(lambda one: one.find_elements(By.CSS_SELECTOR, ".md-search-result__link"))
         return [link.get_attribute("href") for link in browser.find_elements(By.CSS_SELECTOR, ".md-search-result__link")]
     finally:
         browser.quit()

@@ -55,9 +55,10 @@ def libraries_of(path):
 
 
 def headers_by_object(folder):
+    """What each object and each precompiled header was compiled from. Newer CMakes note what a program is linked with, too."""
     headers, name = collections.defaultdict(list), None
     for line in output_of("ninja", "-C", folder, "-t", "deps").splitlines():
-        if line.startswith("    "):
+        if line.startswith("    ") and name.endswith((".o", ".gch", ".pch")):
             headers[name].append(os.path.realpath(os.path.join(folder, line.strip())))
         elif ": #deps" in line:
             name = line.partition(":")[0]

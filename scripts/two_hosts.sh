@@ -29,6 +29,11 @@ make_hosts() {
     for more in ${MORE_CAMERA_ADDRESSES:-}; do
         $on_camera ip addr add "$more/24" brd + dev cam0
     done
+    # A frame that is sent before the kernel reports the cable up is lost. Not all kernels report it.
+    for more in $(seq 500); do
+        ! ip -o link show dev host0 | grep -q 'state UP' || ! $on_camera ip -o link show dev cam0 | grep -q 'state UP' || break
+        sleep 0.01
+    done
 }
 
 use_this_host() {
@@ -67,6 +72,7 @@ esac
 ln -s "$PWD/build/libnq_rdma_loopback.so" "$work/rdma.so"
 export NQ_RDMA_LOOPBACK_DIR=$work/rdma LD_PRELOAD=$work/rdma.so CAMERA_ADDRESS=$address
 mkdir -m 700 "$NQ_RDMA_LOOPBACK_DIR"
+: >"$work/camera.log" # the job in the background may make it after the first look
 # shellcheck disable=SC2086
 $on_camera build/nq-gev-camera --address "$address" ${CAMERA_ARGUMENTS:-} >"$work/camera.log" 2>&1 &
 camera=$!

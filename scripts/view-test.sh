@@ -14,11 +14,11 @@ install $build_packages $test_packages $browser_packages
 fetch_axe
 need_namespaces
 folder=${NQ_BUILD:-build}
-NQ_TARGETS="e2e_view_page_test"
+NQ_TARGETS="tools_view_page_test"
 build "$folder" "$(fast_linker)"
 rm -rf out/view
 mkdir -p out/view
-NQ_VIEW_TEST=1 scripts/private_tmp.sh ctest --test-dir "$folder" -R '^e2e\.ViewPage\.' --no-tests=error --verbose \
+NQ_VIEW_TEST=1 scripts/private_tmp.sh ctest --test-dir "$folder" -R '^tools\.ViewPage\.' --no-tests=error --verbose \
     >out/view/test.log 2>&1 || {
     cat out/view/test.log >&2
     fail "the page is not right; see out/view/test.log"

@@ -20,7 +20,7 @@ AREAS = {
     "gige-gev": ["src/gige/*", "src/gev/*"],
     "rdma": ["src/rdma/*", "src/gev/*data_stream*"],
 }
-KINDS = ("unit", "wire", "module", "e2e")
+KINDS = ("unit", "wire", "module", "e2e", "tools")
 WANTED_PERCENT = 90
 # A header line that is compiled into more objects than this is changed in the first ones of the link only.
 MOST_OBJECTS = 8

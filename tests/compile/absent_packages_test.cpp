@@ -16,10 +16,11 @@ class WithoutPackage : public testing::TestWithParam<std::string>
 };
 
 /// What CMake says of the project with further arguments.
-Outcome Configure(const std::string& argument)
+Outcome Configure(const std::string& argument, const std::vector<std::string>& environment = {})
 {
     const TemporaryFolder build;
-    return RunProgram({"/usr/bin/cmake", "-G", "Ninja", "-S", NQ_SOURCE_DIR, "-B", build.Path(), argument});
+    return RunProgram({"/usr/bin/cmake", "-G", "Ninja", "-S", NQ_SOURCE_DIR, "-B", build.Path(), argument},
+                      environment);
 }
 
 TEST_P(WithoutPackage, LeavesOutWhatNeedsItWithALine)
@@ -31,6 +32,27 @@ TEST_P(WithoutPackage, LeavesOutWhatNeedsItWithALine)
 
 INSTANTIATE_TEST_SUITE_P(Project, WithoutPackage, testing::Values("CLI11", "nlohmann_json", "PNG", "fmt", "GTest"),
                          [](const auto& tested) { return tested.param; });
+
+TEST(WithoutZip, TheCameraAndWhatNeedsItAreLeftOutWithALine)
+{
+    const TemporaryFolder others; // what pkg-config knows, but for libzip
+    const std::string link = "for folder in $(pkg-config --variable pc_path pkg-config | tr : ' '); do "
+                             "for file in \"$folder\"/*.pc; do case $file in */libzip.pc | *'*.pc') ;; "
+                             "*) ln -sf \"$file\" '" +
+                             others.Path() + "' ;; esac; done; done";
+    ASSERT_EQ(RunProgram({"/bin/sh", "-c", link}).exitCode, 0);
+    const Outcome outcome = Configure("-DCMAKE_BUILD_TYPE=Debug", {"PKG_CONFIG_LIBDIR=" + others.Path()});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
+    EXPECT_THAT(outcome.output, HasSubstr("-- camera/ is left out: libzip not found\n"));
+    EXPECT_THAT(outcome.output, HasSubstr("-- tests/e2e/ is left out: it needs nq-gev-camera\n"));
+}
+
+TEST(WithoutTiff, GrabHasTheOtherFormatsWithALine)
+{
+    const Outcome outcome = Configure("-DCMAKE_DISABLE_FIND_PACKAGE_TIFF=ON");
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.output;
+    EXPECT_THAT(outcome.output, HasSubstr("-- nq-gev writes no TIFF: libtiff is absent\n"));
+}
 
 TEST(WithoutJpeg, TheViewIsLeftOutWithALine)
 {

@@ -164,7 +164,7 @@ TEST(Layers, CameraAndSoftwareRdmaDoNotKnowTheProducersInterface)
 TEST(Layers, ModuleAndEndToEndTestsSeeOnlyThePublicHeaders)
 {
     const std::set<std::string> headers = LibraryHeaders();
-    for (const char* const folder : {"tests/module", "tests/e2e"})
+    for (const char* const folder : {"tests/module", "tests/e2e", "tests/tools"})
     {
         for (const Include& one : IncludesOf(folder))
         {

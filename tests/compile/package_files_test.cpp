@@ -33,10 +33,29 @@ TEST(PackageEnvironment, OfShellsHasTheProducerBehindAllOthersAndOnce)
     EXPECT_EQ(PathAfterLogin("/usr/lib/gentl:/opt/a"), "/usr/lib/gentl:/opt/a\n");
 }
 
-TEST(PackageEnvironment, OfServicesHasTheProducerBehindAllOthers)
+/// The same of a service of a user, by what tells the service manager: its line, or nothing where nothing is to change.
+std::string LineForServices(const std::vector<std::string>& before)
 {
-    EXPECT_THAT(BytesOf(kEnvironment + "50-nq-gev-rdma-tl.conf"),
-                HasSubstr("\nGENICAM_GENTL64_PATH=${GENICAM_GENTL64_PATH:+$GENICAM_GENTL64_PATH:}/usr/lib/gentl\n"));
+    return OutputOf(Joined(Joined({"/usr/bin/env", "-i"}, before), {kEnvironment + "60-nq-gev-rdma-tl"}));
+}
+
+TEST(PackageEnvironment, OfServicesHasTheProducerBehindAllOthersAndOnce)
+{
+    EXPECT_EQ(LineForServices({}), "GENICAM_GENTL64_PATH=\"/usr/lib/gentl\"\n");
+    EXPECT_EQ(LineForServices({"GENICAM_GENTL64_PATH="}), "GENICAM_GENTL64_PATH=\"/usr/lib/gentl\"\n");
+    EXPECT_EQ(LineForServices({"GENICAM_GENTL64_PATH=/opt/a:/opt/b"}),
+              "GENICAM_GENTL64_PATH=\"/opt/a:/opt/b:/usr/lib/gentl\"\n");
+    EXPECT_EQ(LineForServices({"GENICAM_GENTL64_PATH=/usr/lib/gentl:/opt/a"}), "");
+    EXPECT_EQ(LineForServices({R"(GENICAM_GENTL64_PATH=/opt/a "b" \c $d)"}),
+              R"(GENICAM_GENTL64_PATH="/opt/a \"b\" \\c \$d:/usr/lib/gentl")"
+              "\n");
+}
+
+TEST(PackageEnvironment, OfServicesHasNoPathFromTheFileOfSettingsWhichCannotTellEmptyFromUnset)
+{
+    EXPECT_THAT(BytesOf(kEnvironment + "50-nq-gev-rdma-tl.conf"), Not(HasSubstr("\nGENICAM_GENTL64_PATH=")));
+    EXPECT_THAT(BytesOf(NQ_SOURCE_DIR "/debian/nq-gev-rdma-tl.install"),
+                HasSubstr("\ndebian/environment/60-nq-gev-rdma-tl usr/lib/systemd/user-environment-generators\n"));
 }
 
 // Hosts that were written for this library rely on its own answers, so nobody gets others unasked.
@@ -60,6 +79,16 @@ TEST(PackageFiles, HaveTheVersionOfTheProject)
     const std::string number = version.substr(0, 5);
     EXPECT_THAT(BytesOf(NQ_SOURCE_DIR "/debian/changelog"), testing::StartsWith("nq-gev-rdma-tl (" + number + ") "));
     EXPECT_THAT(BytesOf(NQ_SOURCE_DIR "/debian/rules"), HasSubstr("/libnq_gev_rdma_tl.cti." + number + "\n"));
+}
+
+TEST(PackageFiles, BringWhatTheInstallPageSaysThatARealDeviceNeeds)
+{
+    EXPECT_THAT(BytesOf(NQ_SOURCE_DIR "/docs/install.md"),
+                HasSubstr("To run with a real device: `rdma-core` and `ibverbs-providers`."));
+    EXPECT_THAT(
+        BytesOf(NQ_SOURCE_DIR "/debian/control"),
+        HasSubstr("\nPackage: nq-gev-rdma-tl\nArchitecture: amd64\nDepends: ${misc:Depends}, ${shlibs:Depends}\n"
+                  "Recommends: ibverbs-providers, rdma-core\n"));
 }
 
 TEST(PackageSource, IsTheSameBytesWhenAndWhereverItIsPackedAndWhateverWasBuilt)

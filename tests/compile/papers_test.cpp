@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What is written beside the code: links that lead somewhere, a site that loads nothing, symptoms in the programs'
 // words, commands that tests run, a list of changes of this version, and what who reports a defect is asked for.
+#include "support/command_output.h"
 #include "support/source_text.h"
 #include "support/temporary_folder.h"
 #include "support/tool.h"
@@ -95,6 +96,22 @@ TEST(Site, HasNoPageThatTheSearchDoesNotKnowButThoseOfTheHeaders)
     EXPECT_THAT(loads.output, HasSubstr("api/GenTL_8h.html loads //example.org/a.png\n"));
 }
 
+TEST(Site, HasEveryPageInItsNavigation)
+{
+    const Outcome missing = RunProgram({"/usr/bin/python3", "-B", "-c",
+                                        "import os, re, sys\n"
+                                        "root = sys.argv[1]\n"
+                                        "sys.path.insert(0, os.path.join(root, 'scripts'))\n"
+                                        "from check_links import pages\n"
+                                        "with open(os.path.join(root, 'mkdocs.yml')) as file:\n"
+                                        "    shown = set(re.findall(r': (\\S+\\.md)\\n', file.read()))\n"
+                                        "names = {os.path.relpath(page, root) for page in pages(root)}\n"
+                                        "names = {name for name in names if not name.startswith('.')}\n"
+                                        "print(len(names) > 20, *sorted(names - shown))\n",
+                                        NQ_SOURCE_DIR});
+    EXPECT_EQ(missing.output, "True\n");
+}
+
 /// The text of all literals of the tools, those that stand behind each other as one.
 std::string TextsOfTools()
 {
@@ -154,8 +171,10 @@ TEST(Commands, ThatNobodyRunsAreFound)
     fs::create_directories(folder / ".ci");
     std::ofstream(folder / ".ci/run") << "step ./run demo\n";
     std::ofstream(folder / "tests/e2e/list_test.cpp") << "TEST(List, IsThere)\n{\n";
-    std::ofstream(folder / "page.md") << "```\n./run demo   # quick\n./run soak\nbuild/nq-gev list\nbuild/nq-gev grab\n"
-                                         "build/nq-gev new\n```\n`build/nq-gev outside`\n";
+    std::ofstream(folder / "page.md")
+        << "```\n./run demo   # quick\n./run soak\nbuild/nq-gev list\nbuild/nq-gev grab\n"
+           "build/nq-gev new\n. /etc/profile.d/nq.sh\n./with_camera.sh ./my_test\n"
+           "apt-get install -y nq\nscripts/page.py out\nninja -C build x\n```\n`build/nq-gev outside`\n";
     std::ofstream(folder / "docs/commands.txt") << "./run demo -> .ci/run\n./run soak -> .ci/run\n"
                                                    "build/nq-gev list -> List.IsThere\n"
                                                    "build/nq-gev grab -> List.IsNotThere\n"
@@ -163,10 +182,110 @@ TEST(Commands, ThatNobodyRunsAreFound)
     const Outcome commands = CheckCommands(folder.Path());
     EXPECT_EQ(commands.exitCode, 1);
     EXPECT_EQ(commands.output, "page.md: nobody says what runs: build/nq-gev new\n"
+                               "page.md: nobody says what runs: . /etc/profile.d/nq.sh\n"
+                               "page.md: nobody says what runs: ./with_camera.sh ./my_test\n"
+                               "page.md: nobody says what runs: apt-get install -y nq\n"
+                               "page.md: nobody says what runs: scripts/page.py out\n"
+                               "page.md: nobody says what runs: ninja -C build x\n"
                                "docs/commands.txt: no page has: build/nq-gev old\n"
                                "docs/commands.txt: .ci/run does not run: ./run soak\n"
                                "docs/commands.txt: List.IsNotThere does not run: build/nq-gev grab\n"
-                               "4 commands run by tests, 1 need hardware, 0 are run by hand, 4 wrong\n");
+                               "4 commands run by tests, 1 need hardware, 0 are run by hand, 9 wrong\n");
+}
+
+Outcome CheckPictures(const std::string& folder)
+{
+    return RunProgram({"/usr/bin/python3", NQ_SOURCE_DIR "/scripts/pictures.py", folder});
+}
+
+TEST(Pictures, OfThePagesAreMadeByTests)
+{
+    const Outcome pictures = CheckPictures(NQ_SOURCE_DIR);
+    EXPECT_EQ(pictures.exitCode, 0) << pictures.output;
+}
+
+TEST(Pictures, ThatNobodyMakesAreFoundAndTheOthersAreTakenFromWhereTheyAreMade)
+{
+    const TemporaryFolder folder;
+    for (const char* name : {"docs", "tests/unit", "out/view"})
+    {
+        fs::create_directories(folder / name);
+    }
+    std::ofstream(folder / "tests/unit/a_test.cpp") << "TEST(A, Picture)\n{\n";
+    std::ofstream(folder / "docs/page.md")
+        << "![One](one.png) ![Two](two.png)\n![Three](../three.png) ![Four](four.png)\n";
+    std::ofstream(folder / "docs/pictures.txt")
+        << "# Pictures\ndocs/one.png <- A.Picture\ndocs/two.png <- out/view/second.png\n"
+           "three.png <- B.Picture\nfive.png <- A.Picture\n";
+    std::ofstream(folder / "out/view/second.png") << "second";
+    const Outcome pictures = CheckPictures(folder.Path());
+    EXPECT_EQ(pictures.exitCode, 1);
+    EXPECT_EQ(pictures.output, "docs/page.md: nobody says what makes docs/four.png\n"
+                               "docs/pictures.txt: no page shows five.png\n"
+                               "docs/pictures.txt: nothing makes three.png: B.Picture\n"
+                               "4 pictures, 3 wrong\n");
+    const Outcome taken =
+        RunProgram({"/usr/bin/python3", NQ_SOURCE_DIR "/scripts/pictures.py", "--take", folder.Path()});
+    EXPECT_EQ(taken.output, "docs/two.png: out/view/second.png\n");
+    EXPECT_EQ(BytesOf(folder / "docs/two.png"), "second");
+}
+
+TEST(InstallPage, NamesThePackagesThatTheScriptsInstallForABuild)
+{
+    const std::string page = TextOfFile("docs/install.md");
+    for (const std::string& name :
+         All(OutputOf({"/bin/bash", "-c", ". '" NQ_SOURCE_DIR "/scripts/common.sh'; printf '%s\n' $build_packages"}),
+             "(.+)\n"))
+    {
+        EXPECT_THAT(page, HasSubstr(name));
+    }
+}
+
+TEST(Readme, SaysWhatTheDemoDoesWhatABuildNeedsAndHowLongItTakes)
+{
+    // A sentence may stand on two lines.
+    const std::string page = std::regex_replace(TextOfFile("README.md"), std::regex("\\s+"), " ");
+    for (const char* words :
+         {"checks 300 frames of a virtual camera byte by byte, then writes 10 pictures of a scene under `out/demo/`",
+          "![Machined parts on a conveyor belt](docs/pictures/scene.png)",
+          "g++ 12, cmake 3.25, pkg-config, make or ninja, `libibverbs-dev` and `librdmacm-dev`",
+          "In a container without `CAP_SYS_ADMIN` the demo uses an address of the machine instead"})
+    {
+        EXPECT_THAT(page, HasSubstr(words));
+    }
+    EXPECT_THAT(page, testing::ContainsRegex("the first demo takes about [a-z]+ minutes"));
+    EXPECT_THAT(page, testing::ContainsRegex("the tests take [a-z]+"));
+}
+
+TEST(SecurityPage, NamesAllThatTheLibraryReadsOfEnvironmentAndFiles)
+{
+    Names variables;
+    Names files;
+    for (const fs::path& file : Sources())
+    {
+        const std::string text = TextOf(file);
+        const auto has = [&](const char* call) { return text.find(call) != std::string::npos; };
+        for (const char* other : {"fstream", "openat(", "creat(", "::open("})
+        {
+            EXPECT_FALSE(has(other)) << file << " has " << other;
+        }
+        if (has("getenv(") || has("fopen("))
+        {
+            variables.merge(All(text, R"rx(getenv\("([^"]+)"\))rx"));
+            files.merge(All(text, R"rx(fopen\("([^"]+)",)rx"));
+        }
+    }
+    ASSERT_EQ(variables.size(), 1U);
+    ASSERT_EQ(files.size(), 1U);
+    const std::string page = TextOfFile("docs/security.md");
+    EXPECT_THAT(page, HasSubstr("| `" + *variables.begin() + "` alone |"));
+    EXPECT_THAT(page, HasSubstr("| `" + *files.begin() + "` alone |"));
+}
+
+TEST(SecurityPage, TellsOfTheServiceOfThePackages)
+{
+    EXPECT_TRUE(fs::exists(NQ_SOURCE_DIR "/debian/nq-gev-camera.nq-gev-camera@.service"));
+    EXPECT_THAT(TextOfFile("docs/security.md"), HasSubstr("| the unit `nq-gev-camera@ADAPTER` |"));
 }
 
 TEST(Changelog, BeginsWithTheVersionOfTheBuild)

@@ -20,8 +20,9 @@ constexpr const char* kRunPath = NQ_SOURCE_DIR "/run";
 
 TEST(Run, EveryCommandHelps)
 {
-    for (const std::string command : {"demo", "test", "lint", "asan", "tsan", "coverage", "mutate", "fuzz", "roce",
-                                      "bench", "faults", "check", "docs", "examples", "package", "soak"})
+    for (const std::string command :
+         {"demo", "test", "lint", "asan", "tsan", "coverage", "mutate", "fuzz", "roce", "bench", "faults", "check",
+          "docs", "examples", "view-test", "package", "soak", "all"})
     {
         for (const char* option : {"--help", "-h"})
         {
@@ -44,6 +45,14 @@ TEST(Run, AnotherDebianIsForSomeCommandsAndHasAName)
         EXPECT_EQ(outcome.output,
                   "run: --on bookworm (Debian 12) and --on trixie (Debian 13) go with demo, test and package\n");
     }
+}
+
+TEST(Run, WhatRunsOnAnotherDebianStandsInTheReadme)
+{
+    const std::string readme = BytesOf(NQ_SOURCE_DIR "/README.md");
+    EXPECT_THAT(readme, HasSubstr("\nBoth work on a fresh Debian 12 or 13, "));
+    EXPECT_THAT(readme,
+                HasSubstr("runs on Debian 13 wherever apt reaches it. `demo`, `test` and `package` run there;"));
 }
 
 TEST(Run, AnotherDebianThatNoMirrorHasIsToldByACodeOfItsOwn)

@@ -28,7 +28,7 @@ echo "working with $* as $(id -u), CI=${CI:-} NQ_BUILD=${NQ_BUILD:-}"
 mkdir -p out build
 touch out/result build/result
 case ${1:-} in
-wait) exec sleep 60 ;;
+wait) echo waiting; exec sleep 60 ;;
 long) sh -c 'trap "sleep 0.3; touch out/late; exit 130" INT; echo ready; for i in $(seq 100); do sleep 0.1; done' ;;
 nested) ./run demo inner ;;
 fail) exit 9 ;;
@@ -90,7 +90,8 @@ class Checkout : public testing::Test
 TEST_F(Checkout, ASecondRunSaysWhichOneIsAtWorkAndTouchesNothing)
 {
     ChildProcess first({m_folder / "run", "demo", "wait"});
-    ASSERT_TRUE(first.WaitForOutput("working", kLongTime));
+    // With no child any more, which would keep the lock for a moment after the run was killed.
+    ASSERT_TRUE(first.WaitForOutput("\nwaiting\n", kLongTime)) << first.Output();
     const Outcome second = RunProgram({m_folder / "run", "demo", "other"});
     EXPECT_EQ(second.exitCode, 1);
     EXPECT_THAT(second.output, HasSubstr("another run is at work in this checkout: ./run demo wait (process " +
