@@ -236,8 +236,7 @@ std::string NoCameraAdvice(const std::vector<ProducerEntry>& producers)
     if (GvcpReader("127.0.0.1").Read(kControlPrivilege))
     {
         return "No camera answered where producers look, but one does at 127.0.0.1, which they leave out. Give it "
-               "another "
-               "address of this machine (`ip addr`).";
+               "another address of this machine (`ip addr`).";
     }
     if (std::all_of(producers.begin(), producers.end(),
                     [](const ProducerEntry& producer) { return producer.interfaces.empty(); }))

@@ -65,13 +65,11 @@ const std::vector<FindingKind>& FindingKinds()
          "Give it a firmware that streams by RDMA; a camera without is for another producer (--producer)"},
         {"camera.route", "Do packets to the camera leave by its adapter?",
          "The kernel's route to it, and the address that a socket gets that is connected to it; wrong when one is not "
-         "the "
-         "adapter's.",
+         "the adapter's.",
          "sudo ip route replace ADDRESS dev ADAPTER"},
         {"camera.arp", "Do packets to the camera go to its own MAC address?",
          "The kernel's table of neighbours, /proc/net/arp; wrong when a permanent entry has another one, and the "
-         "camera "
-         "answers no read of a register.",
+         "camera answers no read of a register.",
          "sudo ip neigh del ADDRESS dev ADAPTER"},
         {"camera.owner", "Is the camera free?", "Its registers 0x0A00, 0x0A04 and 0x0A14.",
          "sudo fuser -k -TERM PORT/udp # on the host HOST"},
