@@ -119,30 +119,41 @@ TEST_F(ToolOwner, CanBeWaitedFor)
     EXPECT_THAT(waiting.Output(), HasSubstr("frames     1\n"));
 }
 
-TEST(ToolOwnerOfAnyCamera, IsReadFromFourRegistersAndNothingIsWritten)
+/// A camera of the test's own at 10.9.0.2, for a host with 10.9.0.1.
+class ToolOwnerOfFarCamera : public testing::Test
 {
-    const Host far;
-    far.Connect("here", "10.9.0.1/24", "there", "10.9.0.2/24");
-    GvcpCamera camera(&far);
-    nq::test::GvcpDiscovery identity;
-    identity.ipAddress = 0x0A090002;
-    identity.subnetMask = 0xFFFFFF00;
-    identity.deviceVersion = "3.0.0";
-    camera.SetDiscovery(identity);
-    camera.SetRegister(0x0A00, 1);
-    camera.SetRegister(0x0A04, 40000);
-    camera.SetRegister(0x0A14, 0x0A090007);
-    camera.SetRegister(0x0938, 3000);
+  protected:
+    ToolOwnerOfFarCamera()
+    {
+        m_far.Connect("here", "10.9.0.1/24", "there", "10.9.0.2/24");
+        m_camera = std::make_unique<GvcpCamera>(&m_far);
+        GvcpDiscovery identity;
+        identity.ipAddress = 0x0A090002;
+        identity.subnetMask = 0xFFFFFF00;
+        identity.deviceVersion = "3.0.0";
+        m_camera->SetDiscovery(identity);
+    }
+
+    const Host m_far;
+    std::unique_ptr<GvcpCamera> m_camera;
+};
+
+TEST_F(ToolOwnerOfFarCamera, IsReadFromFourRegistersAndNothingIsWritten)
+{
+    m_camera->SetRegister(0x0A00, 1);
+    m_camera->SetRegister(0x0A04, 40000);
+    m_camera->SetRegister(0x0A14, 0x0A090007);
+    m_camera->SetRegister(0x0938, 3000);
     const Outcome grab = RunTool({"grab"});
     EXPECT_EQ(grab.exitCode, 8) << grab.output;
     EXPECT_THAT(grab.output, HasSubstr("nq-gev: the camera Model:02-11-22-33-44-55 is controlled by 10.9.0.7, UDP port "
                                        "40000, exclusively. End that program; or give --wait SECONDS to wait until the "
                                        "camera is free, which it is 3000 ms after a crash.\n"));
-    EXPECT_THAT(camera.Accesses(),
+    EXPECT_THAT(m_camera->Accesses(),
                 testing::Each(testing::AnyOf("discovery", "read 0x0A00", "read 0x0A04", "read 0x0A14", "read 0x0938")));
     // A command that was sent again, for its answer was late, is the same datagram of the same port.
     std::set<std::pair<std::uint16_t, Bytes>> asked;
-    for (const GvcpCamera::Datagram& one : camera.Received())
+    for (const GvcpCamera::Datagram& one : m_camera->Received())
     {
         if (gvcp::Describe(one.bytes) == "read 0x0A14")
         {
@@ -173,21 +184,13 @@ TEST(ToolOwnerOfAnyCamera, OfAnotherProducerShowsByItsRefusal)
     EXPECT_EQ(RunOnFake("IFOpenDevice.code=-1010", {"grab"}).exitCode, 1);
 }
 
-TEST(ToolOwnerOfAnyCamera, IsNoOneForACameraThatAnswersTheProducerTooLate)
+TEST_F(ToolOwnerOfFarCamera, IsNoOneForACameraThatAnswersTheProducerTooLate)
 {
-    const Host far;
-    far.Connect("here", "10.9.0.1/24", "there", "10.9.0.2/24");
-    GvcpCamera camera(&far);
-    nq::test::GvcpDiscovery identity;
-    identity.ipAddress = 0x0A090002;
-    identity.subnetMask = 0xFFFFFF00;
-    identity.deviceVersion = "3.0.0";
-    camera.SetDiscovery(identity);
-    camera.SetRegister(0x0A00, 0);
+    m_camera->SetRegister(0x0A00, 0);
     // Our producer takes 100 ms of silence for a refusal, the tool waits for longer.
     std::atomic<int> late = 0;
-    camera.Otherwise([&](const Bytes& command) {
-        std::vector<GvcpReply> replies = camera.AnswerFromMemory(command);
+    m_camera->Otherwise([&](const Bytes& command) {
+        std::vector<GvcpReply> replies = m_camera->AnswerFromMemory(command);
         if (gvcp::Describe(command) == "read 0x0A00" && late-- > 0)
         {
             replies.at(0).delay = std::chrono::milliseconds(150);
@@ -207,18 +210,10 @@ TEST(ToolOwnerOfAnyCamera, IsNoOneForACameraThatAnswersTheProducerTooLate)
     EXPECT_EQ(grab.exitCode, 5);
 }
 
-TEST(ToolOwnerOfAnyCamera, IsNoOneForACameraThatAnswersTheDiscoveryAlone)
+TEST_F(ToolOwnerOfFarCamera, IsNoOneForACameraThatAnswersTheDiscoveryAlone)
 {
-    const Host far;
-    far.Connect("here", "10.9.0.1/24", "there", "10.9.0.2/24");
-    GvcpCamera camera(&far);
-    nq::test::GvcpDiscovery identity;
-    identity.ipAddress = 0x0A090002;
-    identity.subnetMask = 0xFFFFFF00;
-    identity.deviceVersion = "3.0.0";
-    camera.SetDiscovery(identity);
-    camera.Otherwise([&](const Bytes& command) {
-        return gvcp::Describe(command) == "discovery" ? camera.AnswerFromMemory(command) : std::vector<GvcpReply>();
+    m_camera->Otherwise([this](const Bytes& command) {
+        return gvcp::Describe(command) == "discovery" ? m_camera->AnswerFromMemory(command) : std::vector<GvcpReply>();
     });
     const Outcome grab = RunTool({"grab"});
     EXPECT_EQ(grab.exitCode, 6) << grab.output;
@@ -229,22 +224,14 @@ TEST(ToolOwnerOfAnyCamera, IsNoOneForACameraThatAnswersTheDiscoveryAlone)
                   "--camera 10.9.0.2` tells more.\n"));
 }
 
-TEST(ToolOwnerOfAnyCamera, IsNotThisProgramWhoseControlIsConfirmedLate)
+TEST_F(ToolOwnerOfFarCamera, IsNotThisProgramWhoseControlIsConfirmedLate)
 {
-    const Host far;
-    far.Connect("here", "10.9.0.1/24", "there", "10.9.0.2/24");
-    GvcpCamera camera(&far);
-    nq::test::GvcpDiscovery identity;
-    identity.ipAddress = 0x0A090002;
-    identity.subnetMask = 0xFFFFFF00;
-    identity.deviceVersion = "3.0.0";
-    camera.SetDiscovery(identity);
-    camera.SetRegister(0x0A00, 0);
+    m_camera->SetRegister(0x0A00, 0);
     // The producer takes control; the tool asks for it again, and our producer asks twice before it gives up.
     std::atomic<int> asked = 0;
-    camera.Otherwise([&](const Bytes& command) {
+    m_camera->Otherwise([&](const Bytes& command) {
         const bool lost = gvcp::Describe(command).starts_with("write 0x0A00") && (++asked == 2 || asked == 3);
-        return lost ? std::vector<GvcpReply>() : camera.AnswerFromMemory(command);
+        return lost ? std::vector<GvcpReply>() : m_camera->AnswerFromMemory(command);
     });
     const Outcome grab = RunTool({"grab"});
     EXPECT_GE(asked, 4);
