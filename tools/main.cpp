@@ -8,6 +8,7 @@
 #include "standard_output.h"
 #include "verbs.h"
 #include "whole_number.h"
+#include "words.h"
 #include "write_requests.h"
 
 #include <CLI/CLI.hpp>
@@ -70,7 +71,7 @@ int Run(int argc, char** argv)
         ->check(CLI::ExistingFile);
     app.add_option("--answers", common.answers,
                    "What our producer answers: standard, or stated as its own hosts know it")
-        ->check(CLI::IsMember({"standard", "stated"}))
+        ->check(OneOf({"standard", "stated"}, "standard or stated"))
         ->capture_default_str();
     app.add_flag("--json", common.json, "Print JSON instead of text");
     app.add_option("--timeout", common.timeoutMs, "How long to look for cameras on each interface, in milliseconds")

@@ -9,6 +9,7 @@
 #include "printable.h"
 #include "stop_signals.h"
 #include "whole_number.h"
+#include "words.h"
 
 #include <chrono>
 #include <fmt/format.h>
@@ -19,7 +20,8 @@ namespace nq::tool
 void AddModuleOptions(CLI::App& verb, ModuleOptions& options, bool control)
 {
     verb.add_option("--module", options.module, "Whose: remote (the camera), device, stream, interface or system")
-        ->check(CLI::IsMember({"remote", "device", "stream", "interface", "system"}))
+        ->check(
+            OneOf({"remote", "device", "stream", "interface", "system"}, "remote, device, stream, interface or system"))
         ->capture_default_str();
     AddCameraOptions(verb, options, control);
 }

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <map>
+#include <set>
 #include <string>
 
 namespace nq::tool
@@ -24,6 +25,15 @@ CLI::Validator OneOf(const std::map<std::string, Value>& values, const std::stri
         return std::string();
     };
     return {replace, names};
+}
+
+/// Accepts one of the words, as it is. `names` lists them for people.
+inline CLI::Validator OneOf(const std::set<std::string>& words, const std::string& names)
+{
+    const auto check = [=](const std::string& text) {
+        return words.contains(text) ? std::string() : fmt::format("takes {}, not \"{}\"", names, text);
+    };
+    return {check, names};
 }
 
 /// Refuses an empty word, as an unset variable of a script leaves it. `what` says what it should be.
