@@ -378,7 +378,7 @@ TEST(ViewListen, OnOtherAddressesIsOpenToEverybodyAndSaysSo)
 TEST(ViewListen, PrintsTheAddressesAsJson)
 {
     const VirtualCamera camera({"--width", "64", "--height", "48", "--fps", "20"});
-    ChildProcess view({NQ_TOOL_PATH, "--producer", NQ_CTI_PATH, "--json", "view"}, camera.Environment());
+    ChildProcess view({"/bin/sh", "-c", "exec " + kOurLine + "--json view 2>/dev/null"}, camera.Environment());
     ASSERT_TRUE(view.WaitForOutput("/\"]}\n", kLongTime)) << view.Output();
     ExpectFitsSchema("view", view.Output());
     view.Signal(SIGTERM);

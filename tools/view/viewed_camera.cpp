@@ -177,7 +177,10 @@ void ViewedCamera::OpenAndStream()
         WaitWhile([this] { return m_paused.load(); }, std::chrono::milliseconds(kSliceMs));
         m_numbers.Tick(Clock::now());
     }
-    Become("opening");
+    if (!m_stopping)
+    {
+        Become("opening");
+    }
 }
 
 void ViewedCamera::Stream(GrabSession& session)
