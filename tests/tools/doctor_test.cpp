@@ -173,6 +173,7 @@ TEST(Report, AsJsonHasTheFindingsAndEverySection)
     const Outcome written = RunProgram({NQ_TOOL_PATH, "--timeout", "100", "--json", "report", "-o", file});
     EXPECT_EQ(written.exitCode, 0);
     EXPECT_EQ(written.output, "{\n  \"file\": \"" + file + "\"\n}\n");
+    ExpectFitsSchema("report", written.output);
     ExpectFitsSchema("report", BytesOf(file));
 }
 

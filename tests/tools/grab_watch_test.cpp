@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What nq-gev grab tells while it runs, for how long it runs, and the memory that it does not take.
+#include "support/json_schema.h"
 #include "support/temporary_folder.h"
 #include "support/tool.h"
 #include "support/virtual_camera.h"
@@ -40,6 +41,10 @@ TEST(GrabMetadata, HasOneLineOfJsonPerFrame)
     EXPECT_EQ(grab.exitCode, 7) << grab.output;
     const std::vector<std::string> lines = LinesOf(folder / "frames.jsonl");
     ASSERT_EQ(lines.size(), 3U);
+    for (const std::string& line : lines)
+    {
+        ExpectFitsSchema("metadata", line);
+    }
     const std::string form = ",\"width\":64,\"height\":48,\"pixel_format\":\"0x01080001\",\"flags\":";
     const std::string head = "\\{\"id\":([0-9]+),\"camera\":\"Name\",\"camera_id\":\"Camera\",";
     EXPECT_THAT(lines[0], ContainsRegex("^" + head + "\"camera_time\":null,\"camera_time_ns\":null," + kTime));

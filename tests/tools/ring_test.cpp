@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev grab --ring: the last seconds in memory, written when somebody asks.
+#include "support/json_schema.h"
 #include "support/temporary_folder.h"
 #include "support/tool.h"
 #include "support/two_cameras.h"
@@ -123,6 +124,8 @@ TEST_F(GrabRing, WritesTheLastSecondsWhenAskedAndGoesOn)
     EXPECT_EQ(Of(m_folder / "m", "all(b['id'] == a['id'] + 1 for a, b in zip(m, m[1:]) if a['ring'] == b['ring']), "
                                  "[l['ring'] for l in m] == sorted(l['ring'] for l in m)"),
               "(True, True)");
+    const std::string lines = BytesOf(m_folder / "m");
+    ExpectFitsSchema("metadata", lines.substr(0, lines.find('\n')));
     EXPECT_EQ(Of(m_folder / "m", "sorted(l['file'] for l in m) == sorted(__import__('os').listdir('" + Out() + "'))"),
               "True");
 }
