@@ -5,6 +5,8 @@
 #include "support/source_text.h"
 #include "support/virtual_camera.h"
 
+#include <algorithm>
+
 namespace
 {
 
@@ -63,24 +65,56 @@ TEST(DoctorProducers, ThatCrashOrRefuseAreWrong)
                       "mv " + folder / "fake.cti" + " " + folder / "fake.cti" + ".off"));
 }
 
-TEST(DoctorProducers, ThatNobodyFindsAreMendedByTheLine)
+/// A folder with the tool and our producer, and how the line that mends names it.
+struct Place
 {
-    const Outcome unset = RunProgram({NQ_TOOL_PATH, "--timeout", "100", "doctor"});
+    const char* folder;
+    std::string line;
+};
+
+class DoctorProducersBesideTheTool : public testing::TestWithParam<Place>
+{
+};
+
+TEST_P(DoctorProducersBesideTheTool, ThatNobodyFindsAreMendedByTheLine)
+{
+    const TemporaryFolder place;
+    const std::string folder = place / GetParam().folder;
+    fs::create_directory(folder);
+    fs::copy_file(NQ_TOOL_PATH, folder + "/nq-gev");
+    fs::copy_file(NQ_CTI_PATH, folder + "/ours.cti");
+    const std::string doctor = "'" + folder + "/nq-gev' --timeout 100 doctor";
+    std::string line = "export GENICAM_GENTL64_PATH=" + GetParam().line;
+    line.replace(line.find("FOLDER"), 6, folder);
+    const std::vector<std::string> home = {"HOME=" + place.Path()};
+
+    const Outcome unset = RunProgram({"/bin/sh", "-c", "unset GENICAM_GENTL64_PATH; exec " + doctor}, home);
     EXPECT_THAT(unset.output,
-                Wrong("producer.path", "GENICAM_GENTL64_PATH is not set: programs but nq-gev find no producer",
-                      "export GENICAM_GENTL64_PATH=" NQ_BINARY_DIR));
+                Wrong("producer.path", "GENICAM_GENTL64_PATH is not set: programs but nq-gev find no producer", line));
     EXPECT_THAT(unset.output,
                 Wrong("producer.answers", "our producer's own, for its own hosts", "export NQ_GEV_TL_STANDARD=1"));
     const TemporaryFolder empty;
-    const Outcome none = WithProducers(empty.Path());
+    const Outcome none =
+        RunProgram({"/bin/sh", "-c", "export GENICAM_GENTL64_PATH='" + empty.Path() + "'; exec " + doctor}, home);
     EXPECT_THAT(none.output,
                 HasSubstr(Beginning("wrong", "producer.path") + "no .cti in GENICAM_GENTL64_PATH (" + empty.Path()));
-    const Outcome mended = RunProgram({"/bin/sh", "-c",
-                                       MendOf(none, "producer.path") + "; " + MendOf(none, "producer.answers") + "; " +
-                                           kToolLine + "--timeout 100 doctor"});
-    EXPECT_THAT(mended.output, Right("producer.path", "GENICAM_GENTL64_PATH leads to "));
+    const Outcome mended = RunProgram(
+        {"/bin/sh", "-c", MendOf(none, "producer.path") + "; " + MendOf(none, "producer.answers") + "; " + doctor},
+        home);
+    EXPECT_THAT(mended.output, Right("producer.path", "GENICAM_GENTL64_PATH leads to 1 .cti\n"));
     EXPECT_THAT(mended.output, Right("producer.answers", "the standard's (NQ_GEV_TL_STANDARD=1)\n"));
 }
+
+INSTANTIATE_TEST_SUITE_P(Places, DoctorProducersBesideTheTool,
+                         testing::Values(Place{"plain", "FOLDER"}, Place{"with space", "'FOLDER'"},
+                                         Place{"with:colon",
+                                               "~/nq-gev-producer && ln -sfn 'FOLDER' ~/nq-gev-producer"}),
+                         [](const auto& tested) {
+                             std::string name = tested.param.folder;
+                             std::replace_if(
+                                 name.begin(), name.end(), [](char one) { return one == ' ' || one == ':'; }, '_');
+                             return name;
+                         });
 
 TEST(DoctorOutput, AsJsonHasTheSameWithQuestionAndNumbers)
 {

@@ -26,10 +26,19 @@ std::string FolderToName(const Scene& scene)
     return FolderOfOurProducer();
 }
 
+/// A colon ends a folder in the variable, so one with a colon gets another name.
+std::string FolderWord(const std::string& folder)
+{
+    const std::string word = ShellWord(folder);
+    return folder.find(':') == std::string::npos
+               ? word
+               : fmt::format("~/nq-gev-producer && ln -sfn {} ~/nq-gev-producer", word);
+}
+
 void CheckPath(const Scene& scene, const CommonOptions& common, Findings& findings)
 {
     const std::string path = StartedWith(kPath).value_or("");
-    const Findings::Words words = {{"FOLDER", ShellWord(FolderToName(scene))}};
+    const Findings::Words words = {{"FOLDER", FolderWord(FolderToName(scene))}};
     if (!common.producer.empty())
     {
         findings.Right("producer.path", "", fmt::format("not needed: {} was named", common.producer));
