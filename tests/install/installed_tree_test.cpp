@@ -165,8 +165,8 @@ TEST_F(InstalledTree, IsFoundByPkgConfigForProgramsThatLoadItAndThatLinkIt)
 {
     // Written as make does: the words that pkg-config prints are quoted for a shell.
     Shell("export PKG_CONFIG_PATH=\"$(dirname \"$(find \"$tree\" -name nq_gev_rdma_tl.pc)\")\"; "
-          "eval \"cc -o loading $consumer/loading.c $(pkg-config --cflags nq_gev_rdma_tl) -ldl\"; "
-          "eval \"cc -o linked $consumer/linked.c $(pkg-config --cflags --libs nq_gev_rdma_tl)\"; "
+          "eval \"cc -o loading '$consumer/loading.c' $(pkg-config --cflags nq_gev_rdma_tl) -ldl\"; "
+          "eval \"cc -o linked '$consumer/linked.c' $(pkg-config --cflags --libs nq_gev_rdma_tl)\"; "
           "pkg-config --variable=gentldir nq_gev_rdma_tl >folder; pkg-config --modversion nq_gev_rdma_tl >version");
     EXPECT_EQ(Shell("cat version"), "2.5.5\n");
     EXPECT_EQ(Shell("eval \"readlink -f $(cat folder)\""), Tree() + "/lib/gentl\n");

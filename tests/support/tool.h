@@ -20,6 +20,13 @@ constexpr std::chrono::seconds kLongTime{60};
 
 /// The beginnings of command lines for a shell, whatever their paths have in them: nq-gev alone, and with a producer.
 inline const std::string kToolLine = "'" NQ_TOOL_PATH "' ";
+/// The tool as a line to paste names it: in quotes where its path needs them.
+inline std::string ToolWord()
+{
+    const std::string path = NQ_TOOL_PATH;
+    return path.find_first_of(" :") == std::string::npos ? path : "'" + path + "'";
+}
+
 inline const std::string kOurLine = kToolLine + "--producer '" NQ_CTI_PATH "' ";
 inline const std::string kFakeLine = kToolLine + "--producer '" NQ_FAKE_PRODUCER_PATH "' ";
 

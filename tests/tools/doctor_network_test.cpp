@@ -283,7 +283,7 @@ TEST_F(DoctorNetwork, ACameraOfAnotherSubnetIsHeardAndGetsAnAddressOfThisOne)
     Shell("ip neigh replace 10.9.0.3 lladdr 02:00:00:00:00:99 dev host0 nud stale"); // a host that is gone
     const Outcome doctor =
         Saying(Wrong("camera.subnet", kCamera + std::string(": it has 10.77.0.2/24, and host0 10.9.0.1/24"),
-                     NQ_TOOL_PATH " ip --camera 02:11:22:33:44:55 --force 10.9.0.3/24")); // as it was started
+                     ToolWord() + " ip --camera 02:11:22:33:44:55 --force 10.9.0.3/24")); // as it was started
     EXPECT_THAT(doctor.output, NotKnown("camera.answers", "no camera can be asked (camera.subnet, camera.answers)\n"));
     // An address more does not help: the producer goes by the first one.
     Shell("ip addr add 10.77.0.1/24 brd + dev host0");
@@ -303,7 +303,7 @@ TEST_F(DoctorNetwork, AnAdapterWithAWiderSubnetIsRightWhereTheCameraHasAWayBack)
     AnswerByBroadcast();
     const Outcome without =
         Saying(Wrong("camera.subnet", kCamera + std::string(": it has 10.77.0.2/24, and host0 10.77.9.1/16"),
-                     NQ_TOOL_PATH " ip --camera 02:11:22:33:44:55 --force 10.77.9.2/16"));
+                     ToolWord() + " ip --camera 02:11:22:33:44:55 --force 10.77.9.2/16"));
     EXPECT_THAT(without.output, NotKnown("camera.answers", "no camera can be asked (camera.subnet, camera.answers)\n"));
 }
 
@@ -401,7 +401,7 @@ TEST_F(DoctorNetwork, TwoCamerasWithOneAddress)
     for (const std::vector<std::string>& meant : {std::vector<std::string>(), {"--camera", "02:11:22:33:44:55"}})
     {
         Saying(Wrong("camera.unique", kCamera + std::string(": the camera 02:11:22:33:44:66 tells it as well"),
-                     NQ_TOOL_PATH " ip --camera 02:11:22:33:44:55 --force 10.77.0.3/24"),
+                     ToolWord() + " ip --camera 02:11:22:33:44:55 --force 10.77.0.3/24"),
                meant);
     }
 }

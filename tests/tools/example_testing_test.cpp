@@ -14,14 +14,33 @@ using namespace nq::test;
 using testing::AllOf;
 using testing::HasSubstr;
 
-const std::string kFolder = NQ_SOURCE_DIR "/examples/testing/";
+/// The programs of this build and the example by names without a colon, which would end a path in PATH and its like.
+class Links
+{
+  public:
+    Links()
+    {
+        fs::create_directory_symlink(NQ_BINARY_DIR, m_folder / "build");
+        fs::create_directory_symlink(NQ_SOURCE_DIR "/examples/testing", m_folder / "example");
+        fs::permissions(m_folder.Path(), fs::perms::others_read | fs::perms::others_exec, fs::perm_options::add);
+    }
+
+    std::string Build() const { return m_folder / "build"; }
+    std::string Example() const { return m_folder / "example/"; }
+
+  private:
+    TemporaryFolder m_folder;
+};
+
+const std::string kExample = NQ_SOURCE_DIR "/examples/testing/";
 
 /// The line that runs a test beside a camera, with the programs of this build in the path.
 std::vector<std::string> BesideACamera(const std::vector<std::string>& command, const std::string& arguments = "")
 {
-    return Joined({"/usr/bin/env", "PATH=" NQ_BINARY_DIR ":/usr/sbin:/usr/bin:/sbin:/bin",
-                   "GENICAM_GENTL64_PATH=" NQ_BINARY_DIR, "PYTHONPATH=" + kFolder, "PYTHONDONTWRITEBYTECODE=1",
-                   "CAMERA_ARGUMENTS=" + arguments, kFolder + "with_camera.sh"},
+    static const Links links;
+    return Joined({"/usr/bin/env", "PATH=" + links.Build() + ":/usr/sbin:/usr/bin:/sbin:/bin",
+                   "GENICAM_GENTL64_PATH=" + links.Build(), "PYTHONPATH=" + links.Example(),
+                   "PYTHONDONTWRITEBYTECODE=1", "CAMERA_ARGUMENTS=" + arguments, links.Example() + "with_camera.sh"},
                   command);
 }
 
@@ -69,7 +88,7 @@ TEST(TestingExample, TellsTheCameraWhatGoesWrong)
 TEST(TestingExample, SaysWhatTheCameraRefuses)
 {
     const Outcome outcome =
-        RunProgram(BesideACamera({"/usr/bin/python3", kFolder + "camera.py", R"({"fault": "no-such-fault"})"}));
+        RunProgram(BesideACamera({"/usr/bin/python3", kExample + "camera.py", R"({"fault": "no-such-fault"})"}));
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_THAT(outcome.output, HasSubstr("RuntimeError: "));
     EXPECT_THAT(outcome.output, HasSubstr("no-such-fault"));
@@ -85,7 +104,7 @@ TEST(TestingExample, WithoutACameraEndsWithWhatTheCameraSays)
 TEST(TestingExample, NeedsNoRoot)
 {
     const std::vector<std::string> asUser = {"/usr/bin/setpriv", "--reuid=54321", "--regid=54321", "--clear-groups"};
-    if (RunProgram(Joined(asUser, {"/usr/bin/test", "-x", kFolder + "with_camera.sh", "-a", "-x", NQ_TOOL_PATH}))
+    if (RunProgram(Joined(asUser, {"/usr/bin/test", "-x", kExample + "with_camera.sh", "-a", "-x", NQ_TOOL_PATH}))
             .exitCode != 0)
     {
         GTEST_SKIP() << "this checkout is for its owner alone";

@@ -83,7 +83,7 @@ const FirstLine kLines[] = {
      "^nq-gev 2\\.5\\.5\n"},
     {"List", "nq list", 0, "model Model.*\n    producer [^\n]*\\.cti\n", "\"producer\": \"[^\"]*\\.cti\""},
     {"ListBesideABrokenProducer",
-     "echo none >$dir/a.cti && ln -s $producer $dir/b.cti && GENICAM_GENTL64_PATH=$dir nq-gev list", 0,
+     "echo none >$dir/a.cti && ln -s \"$producer\" $dir/b.cti && GENICAM_GENTL64_PATH=$dir nq-gev list", 0,
      "warning: [^\n]*/a\\.cti is left out: (.|\n)*\n    producer [^\n]*/b\\.cti\n",
      "/a\\.cti\",\n *\"problem\": \"cannot load the producer: "},
     {"RateOfTwoFrames", "nq grab --count 2", 0, "\nrate       (0\\.[0-9]|1\\.0) frames/s, 0\\.0 MB/s\n",

@@ -3,6 +3,7 @@
 #include "support/gvcp_camera.h"
 #include "support/json_schema.h"
 #include "support/network.h"
+#include "support/temporary_folder.h"
 #include "support/tool.h"
 #include "support/virtual_camera.h"
 
@@ -33,7 +34,9 @@ class ToolIp : public testing::Test
     {
         m_host.Connect("host0", "10.0.0.1/24", "cam0", "192.168.1.5/24");
         AcceptEverySource(m_host);
-        m_environment = {"LD_PRELOAD=" NQ_LOOPBACK_PATH, "NQ_RDMA_LOOPBACK_DIR=" + RdmaFolder()};
+        const std::string link = m_link / "rdma.so"; // LD_PRELOAD would split a path with a space or a colon
+        std::filesystem::create_symlink(NQ_LOOPBACK_PATH, link);
+        m_environment = {"LD_PRELOAD=" + link, "NQ_RDMA_LOOPBACK_DIR=" + RdmaFolder()};
         m_camera = std::make_unique<ChildProcess>(
             std::vector<std::string>{NQ_CAMERA_PATH, "--address", "192.168.1.5", "--width", "64", "--height", "48"},
             m_environment, &m_host);
@@ -53,6 +56,7 @@ class ToolIp : public testing::Test
     }
 
     Host m_host;
+    const TemporaryFolder m_link;
     std::vector<std::string> m_environment;
     std::unique_ptr<ChildProcess> m_camera;
 };

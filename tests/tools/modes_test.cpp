@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // nq-gev in both modes of our producer: which answers are in use, and what a grab relies on in each.
 #include "support/network.h"
+#include "support/temporary_folder.h"
 #include "support/tool.h"
 #include "support/virtual_camera.h"
 
@@ -58,8 +59,12 @@ TEST(ToolInfo, PrintsTheSameAsJson)
 
 TEST(ToolInfo, TellsOfEachProducerThatIsFoundAndOfTheProblemOfOne)
 {
-    const std::string path = "GENICAM_GENTL64_PATH=" + std::filesystem::path(NQ_CTI_PATH).parent_path().string() + ":" +
-                             std::filesystem::path(NQ_FAKE_PRODUCER_PATH).parent_path().string();
+    const TemporaryFolder folders;
+    std::filesystem::create_directories(folders / "ours");
+    std::filesystem::create_directories(folders / "fake");
+    std::filesystem::create_symlink(NQ_CTI_PATH, folders / "ours/ours.cti");
+    std::filesystem::create_symlink(NQ_FAKE_PRODUCER_PATH, folders / "fake/fake.cti");
+    const std::string path = "GENICAM_GENTL64_PATH=" + (folders / "ours") + ":" + (folders / "fake");
     const Outcome both = RunProgram({NQ_TOOL_PATH, "info"}, {path, "NQ_FAKE_PRODUCER=TLGetInfo.9.code=-1003"});
     EXPECT_EQ(both.exitCode, 0) << both.output;
     EXPECT_THAT(both.output, AllOf(HasSubstr("  answers    standard\n"),
