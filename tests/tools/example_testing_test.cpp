@@ -37,10 +37,10 @@ const std::string kExample = NQ_SOURCE_DIR "/examples/testing/";
 /// The line that runs a test beside a camera, with the programs of this build in the path.
 std::vector<std::string> BesideACamera(const std::vector<std::string>& command, const std::string& arguments = "")
 {
-    static const Links links;
-    return Joined({"/usr/bin/env", "PATH=" + links.Build() + ":/usr/sbin:/usr/bin:/sbin:/bin",
-                   "GENICAM_GENTL64_PATH=" + links.Build(), "PYTHONPATH=" + links.Example(),
-                   "PYTHONDONTWRITEBYTECODE=1", "CAMERA_ARGUMENTS=" + arguments, links.Example() + "with_camera.sh"},
+    static const Links kLinks;
+    return Joined({"/usr/bin/env", "PATH=" + kLinks.Build() + ":/usr/sbin:/usr/bin:/sbin:/bin",
+                   "GENICAM_GENTL64_PATH=" + kLinks.Build(), "PYTHONPATH=" + kLinks.Example(),
+                   "PYTHONDONTWRITEBYTECODE=1", "CAMERA_ARGUMENTS=" + arguments, kLinks.Example() + "with_camera.sh"},
                   command);
 }
 
