@@ -187,6 +187,18 @@ return [.25, .75].map(part => {
 });
 """
 
+# Of 100 spots, how many have the brightness that the value of their pixel says; the others are under a digit or the frame
+# around the cursor.
+AGREE = """
+const canvas = document.querySelector('canvas'), readout = document.querySelector('.readout');
+const box = canvas.getBoundingClientRect();
+return [...Array(100).keys()].filter(at => {
+  const x = Math.floor(canvas.width * (at % 10 + .5) / 10), y = Math.floor(canvas.height * (Math.floor(at / 10) + .5) / 10);
+  canvas.dispatchEvent(new PointerEvent('pointermove', { clientX: box.left + x + .5, clientY: box.top + y + .5 }));
+  return canvas.getContext('2d').getImageData(x, y, 1, 1).data[0] === Number(readout.textContent.split('=')[1]);
+}).length;
+"""
+
 # How far below the top of its card the buttons of the first camera are.
 TOOLS = """
 const top = selector => document.querySelector(selector).getBoundingClientRect().top;
@@ -313,6 +325,10 @@ def check_zoom(page):
     time.sleep(0.6)  # the values of all pixels
     page.picture("zoomed")
     expect("that the value is told away from its pixel", page.browser.execute_script(FAR), [True, True])
+    for _ in range(5):
+        agree = page.browser.execute_script(AGREE)
+        expect(f"that most of 100 pixels are as bright as their value says ({agree})", agree > 50, True)
+        time.sleep(0.1)
     canvas.send_keys("0")
     page.tab("picture")
     page.find(".tools button[aria-pressed]").click()

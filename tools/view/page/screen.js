@@ -125,19 +125,26 @@ export class Screen {
     }
   }
 
+  /** The pixels with their values, in the brightness of these values: the picture may be of a later frame. */
   drawValues(pen) {
     if (this.scale < valuesFrom || !this.values) {
       return;
     }
     const { x, y, width, height, values, largest } = this.values;
+    const shade = value => Math.round(value * 255 / largest);
     pen.font = `${Math.min(13, this.scale / 3.4)}px ui-monospace, monospace`;
     pen.textAlign = "center";
     pen.textBaseline = "middle";
     for (let row = 0; row < height; ++row) {
       for (let column = 0; column < width; ++column) {
         const value = values[row * width + column];
-        pen.fillStyle = value[0] > largest / 2 ? "#000" : "#fff";
-        pen.fillText(value.join(" "), this.left + (x + column + .5) * this.scale, this.top + (y + row + .5) * this.scale);
+        const left = this.left + (x + column) * this.scale;
+        const top = this.top + (y + row) * this.scale;
+        const [red, green = red, blue = red] = value.map(shade);
+        pen.fillStyle = `rgb(${red}, ${green}, ${blue})`;
+        pen.fillRect(left, top, this.scale, this.scale);
+        pen.fillStyle = (value[1] ?? value[0]) > largest / 2 ? "#000" : "#fff";
+        pen.fillText(value.join(" "), left + this.scale / 2, top + this.scale / 2);
       }
     }
   }
