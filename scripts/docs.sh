@@ -18,7 +18,8 @@ mkdir -p out/docs/pages
 doxygen docs/doxygen.conf 2>out/docs/doxygen.txt || { cat out/docs/doxygen.txt >&2 && fail "doxygen found something"; }
 /usr/bin/mkdocs build --strict >out/docs/mkdocs.txt 2>&1 || { cat out/docs/mkdocs.txt >&2 && fail "mkdocs found something"; }
 echo "links"
-linkchecker --no-status --no-warnings out/docs/site/index.html >out/docs/links.txt 2>&1 ||
+# The style that newer Doxygen writes names pictures of tabs and of a search that it makes only with these.
+linkchecker --no-status --no-warnings --ignore-url='/(mag|mag_sel|tab_a)_?d?\.(svg|png)$' out/docs/site/index.html >out/docs/links.txt 2>&1 ||
     { cat out/docs/links.txt >&2 && fail "links of the site lead nowhere"; }
 /usr/bin/python3 scripts/check_site.py out/docs/site
 # shellcheck disable=SC2086

@@ -42,6 +42,8 @@ need_namespaces
 case $command in
 demo) packages=$build_packages ;;
 test) packages="$build_packages $test_packages" ;;
+examples) packages="$build_packages $test_packages $example_packages" ;;
+docs) packages="iproute2 $docs_packages $browser_packages" ;;
 package) packages="$build_packages $package_packages" ;;
 esac
 root=${XDG_CACHE_HOME:-$HOME/.cache}/nq-gev-rdma-tl/$suite-$command

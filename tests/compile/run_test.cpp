@@ -42,8 +42,8 @@ TEST(Run, AnotherDebianIsForSomeCommandsAndHasAName)
     {
         const Outcome outcome = RunProgram(Joined({kRunPath}, arguments));
         EXPECT_EQ(outcome.exitCode, 2) << arguments[0];
-        EXPECT_EQ(outcome.output,
-                  "run: --on bookworm (Debian 12) and --on trixie (Debian 13) go with demo, test and package\n");
+        EXPECT_EQ(outcome.output, "run: --on bookworm (Debian 12) and --on trixie (Debian 13) go with demo, test, "
+                                  "examples, docs and package\n");
     }
 }
 
@@ -51,8 +51,8 @@ TEST(Run, WhatRunsOnAnotherDebianStandsInTheReadme)
 {
     const std::string readme = BytesOf(NQ_SOURCE_DIR "/README.md");
     EXPECT_THAT(readme, HasSubstr("\nBoth work on a fresh Debian 12 or 13, "));
-    EXPECT_THAT(readme,
-                HasSubstr("runs on Debian 13 wherever apt reaches it. `demo`, `test` and `package` run there;"));
+    EXPECT_THAT(readme, HasSubstr("runs on Debian 13 wherever apt reaches it. "
+                                  "`demo`, `test`, `examples`, `docs` and `package` run\nthere;"));
 }
 
 TEST(Run, AnotherDebianThatNoMirrorHasIsToldByACodeOfItsOwn)
